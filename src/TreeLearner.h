@@ -1,0 +1,285 @@
+// The learner: owner of the training data and of an ensemble of trees; trains it, saves and loads
+// it, and scores feature vectors with it.
+//
+// Training                                   Scoring
+//   CheckCfgCLS cfg; ReadCfg, CheckCfg         TreeLearner learner;
+//   TreeLearner learner(cfg);                  learner.LoadModelFull("model.txt");
+//   learner.DataInput(..., 1, ...);  // test   learner.OnlineTesting(row, result, dim, nullptr);
+//   learner.DataInput(..., 0, ...);  // training
+//   learner.ReadLabelTran(cfg.fileTran);  // optional; after the training data
+//   learner.ParamInit();
+//   learner.Boosting();              // writes the model file
+//
+// Words. A round adds one group of trees to the ensemble and one shrink (step length); a slot is a
+// tree's place within its group. A query is a group of rows that are ranked against each other.
+//
+// Statuses are 0 and -1; every failure writes one line to standard error first.
+//
+// Model file: see TreeLearner/ModelWriter.cpp for its grammar.
+#ifndef SYLVORA_TREELEARNER_H
+#define SYLVORA_TREELEARNER_H
+
+#include <pthread.h>
+
+#include <fstream>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "CheckIn.h"
+#include "Libdef.h"
+#include "Output.h"
+#include "Tree.h"
+
+class TreeLearner;
+
+// One worker's share of the training samples; sIdBegin to sIdEnd, inclusive.
+struct boosting_info_t {
+    TreeLearner* treeLearner;
+    int sIdBegin;
+    int sIdEnd;
+};
+
+// One worker's share of the tree slots of a forest; inclusive.
+struct generate_tree_info_t {
+    TreeLearner* treeLearner;
+    int treeIdBegin;
+    int treeIdEnd;
+};
+
+// Thread entry points of the three phases of a round; `arg` is one of the records above. Exit value
+// 0, or -1 on failure, which a run reports but survives.
+SYLVORA_API void* CalLossThreadFunction(void* arg);
+SYLVORA_API void* GenerateTreeThreadFunction(void* arg);
+SYLVORA_API void* PredictionThreadFunction(void* arg);
+
+// Told about progress after each round of boosting, or after each tree of a forest: `done` of
+// `total`. Returns 0 to go on; anything else ends the run before the next one (Boosting returns -1
+// and writes no model).
+typedef int (*ProgressFuncType)(void* context, int done, int total);
+
+// Thread safety: a learner is trained by one thread, which starts workers of its own. Once trained
+// or loaded, any number of threads may call OnlineTesting at the same time.
+//
+// Ownership: arrays are allocated with malloc or calloc and owned by the learner, as are the trees
+// in TreeVV; TreeGroup borrows trees that TreeVV owns or is about to. Not copyable.
+class SYLVORA_API TreeLearner {
+  public:
+    // Data, one entry or row per sample. featureVV rows have dimFea values.
+    double* labelV = nullptr;
+    int* queryIdV = nullptr;
+    double** featureVV = nullptr;
+    double* labelVirV = nullptr;
+    double* labelDevV = nullptr;
+    int* queryIdDevV = nullptr;
+    double** featureDevVV = nullptr;
+    double* labelTestV = nullptr;
+    int* queryIdTestV = nullptr;
+    double** featureTestVV = nullptr;
+    int* clsLabelEnum = nullptr;               // reserved
+    double* featureMean = nullptr;             // dimFea entries; see DataInput
+    double* labelTrV = nullptr;                // labels after the label map: what every loss uses
+    std::map<double, double> tranMap;          // label as read to label as used
+    std::vector<std::vector<TreeCR*>> TreeVV;  // the ensemble, one group per round
+    VecFt StepLengthV;                         // one shrink per group
+    std::string fileModel;
+    std::string fileDebug;
+    bool fDebug = false;
+    CheckCfgCLS CfgInfo;
+    LossFuncType lossfunc = nullptr;
+    SamplingFeatureType sampleFeaType = nullptr;
+    std::vector<TreeCR*> TreeGroup;  // the current round's trees, in slot order
+    std::ofstream of_debug;
+    fea_debuginfo_t* fea_debug = nullptr;
+    double* predictV = nullptr;          // the ensemble's prediction per training sample
+    double* gradientV = nullptr;         // the negative gradient per training sample
+    long** randGenerators = nullptr;     // seed cell per slot; slots from 1 on share one
+    VecInt numDocQueV;                   // per sample: number of samples in its query
+    int* numPairDistinctQueV = nullptr;  // per sample: its weight
+    double* devResV = nullptr;
+    VecVecFt devResVV;
+    double* testResV = nullptr;
+    VecVecFt testResVV;
+    VecFt devGoodV, trnGoodV, tstGoodV;               // reserved
+    VecFt tstPairGoodV, trnPairGoodV, trnPairSuperV;  // reserved
+    int* IndexV = nullptr;                            // reserved
+    pthread_mutex_t generateTree_mutex = PTHREAD_MUTEX_INITIALIZER;
+    pthread_mutex_t generate_col_tree_mutex;  // reserved, as are the next two; never initialised
+    pthread_cond_t generate_col_tree_cond;
+    pthread_spinlock_t predict_spin;
+    bool fKeyAvailable = false;  // reserved
+    VecVecInt distClsVV;
+    int numThreadsubGroup = 0;  // reserved, as are the next two
+    int numSubGroup = 0;
+    int selectNum = 0;
+    int dimFea = 0;
+    int sampleSize = 0;
+    int numClass = 0;  // 0 for regression
+    int testSize = 0;
+    int devSize = 0;
+    int fHomoWgt = 1;  // 1: every sample weighs 1; 0: weights are distinct-pair counts
+    int sizeGroup = 0;
+    int numTree = 0;
+    int numThread = 1;
+    int GroupTreeCnt = 0;
+    double valTau = 0.0;
+    double valShrink = 0.0;
+    bool fDev = false;
+    double valSmpRt = 0.0;
+    double temperature = 0.0;
+    double dynShrink = 1.0;
+    bool fSetDynStep = false;
+    int pairMargin = 0;       // reserved
+    double predMargin = 0.0;  // reserved
+    std::string modelType;
+    double predResult = 0.0;  // reserved, as are the next two
+    int avgPredTreeNum = 0;
+    int colTreeCnt = 0;
+
+    // A learner to train, with a copy of `cfg`.
+    explicit TreeLearner(CheckCfgCLS& cfg);
+    // A learner to load a model into.
+    TreeLearner();
+    ~TreeLearner();
+    TreeLearner(const TreeLearner&) = delete;
+    TreeLearner& operator=(const TreeLearner&) = delete;
+
+    // Takes one data set: labels `l`, rows `f` (all as long as the first), query ids `q` (one per
+    // record, or empty; needed for "GBRank" training data, numbered 0, 1, 2, ... in order with
+    // the rows of a query together). `type`: 0 training, 1 test, 2 development; each once, and the
+    // training set last, because it fixes dimFea. `lvir` must be empty. Move the vectors in: each
+    // row is freed as soon as it is copied.
+    //
+    // featureMean is divided by the number of records after every record, not once at the end, so
+    // late records weigh most; models have always carried it so.
+    [[nodiscard]] int DataInput(VecDle l, VecVecDle f, int type, VecInt q, VecDle lvir);
+
+    // Reads the label map: lines of two numbers, the label in the data and the label to use. A
+    // missing file is no error. Call it after DataInput of the training set, whose classes bound
+    // the new labels of a classification.
+    [[nodiscard]] int ReadLabelTran(std::string file);
+
+    // Prepares the arrays of a run; once, after all data and the label map.
+    [[nodiscard]] int ParamInit();
+
+    // Trains: numTree rounds on numThread threads, then the model file fileModel (and what was
+    // asked for along the way). The trees are in TreeVV afterwards.
+    [[nodiscard]] int Boosting();
+
+    // Frees data and trees. Called by the destructor; returns 0.
+    int Destroy();
+
+    // Writes the ensemble to `fileMout`, which appears whole or stays as it was.
+    [[nodiscard]] int SaveModelFull(std::string fileMout);
+
+    // Reads a model into this learner, which must be fresh. After a failure it is unusable.
+    [[nodiscard]] int LoadModelFull(std::string fileM);
+
+    // Scores one row of `n` >= dimFea values with the ensemble; `result` is 0.0 on failure.
+    // Regression: the sum over groups of shrink times the mean of the group's trees.
+    // Classification: the trees vote, and a group adds shrink times its winner.
+    //
+    // `fullResult` may be null; otherwise it has room for as many doubles as the model has trees
+    // and receives one value per group (regression) or per slot (classification). Without it a
+    // group's vote ends at an absolute majority, so the results of a classification with several
+    // groups can differ between the two forms. Allocates nothing.
+    [[nodiscard]] int OnlineTesting(double* line, double& result, int n, double* fullResult);
+
+    // Scores the test set and writes to `file` what each column contributed.
+    [[nodiscard]] int FeatureAnalysis(std::string file);
+
+    // The steps of a run, public for workers and tests. Sample and slot ranges are inclusive at
+    // both ends; an empty range does nothing.
+    [[nodiscard]] int ComputeDistinctPair();
+    int ComputeGradientSquare(int idBegin, int idEnd);
+    int ComputeGradientLabel(int idBegin, int idEnd);
+    int ComputeGradientLogistic(int idBegin, int idEnd);
+    int ComputeGradientHingeSquare(int idBegin, int idEnd);
+    int ComputeGradientExponential(int idBegin, int idEnd);
+    int ComputeGradientCrossEntropy(int idBegin, int idEnd);
+    int ComputeGradientHingeSquareRank(int idBegin, int idEnd);
+    [[nodiscard]] int ComputeGradientUser(int idBegin, int idEnd);
+    // Grows one tree in slot 0, or the trees of the given slots, into TreeGroup.
+    [[nodiscard]] int GenerateTree();
+    [[nodiscard]] int GenerateRowTree(int treeIdBegin, int treeIdEnd);
+    // Adds the first tree of TreeGroup, times dynShrink and valShrink, to predictV.
+    int UpdatePrediction(int idBegin, int idEnd);
+    // Row samples: `selected` (new[]; the caller's to delete[]) receives `count` row numbers drawn
+    // with the state word `seed`, by single rows in draw order, or by whole queries in row order.
+    // Rows of weight 0 are left out.
+    [[nodiscard]] int RandomSelectURL(int*& selected, int& count, long* seed);
+    [[nodiscard]] int RandomSelectQuery(int*& selected, int& count, long* seed);
+
+    void setLossFunction(LossFuncType lossFunction) { lossfunc = lossFunction; }
+    LossFuncType getLossFunction() const { return lossfunc; }
+    void setNodeSamplingFeaType(SamplingFeatureType sampler) { sampleFeaType = sampler; }
+    SamplingFeatureType getNodeSamplingFeaType() const { return sampleFeaType; }
+    void setProgress(ProgressFuncType function, void* context);
+    void setConfig(CheckCfgCLS& cfg) { CfgInfo = cfg; }
+    int getFeatureDim() const { return dimFea; }
+    int getClassNum() const { return numClass; }
+    int getTreeNum() const;  // trees in all groups
+
+    // Column-wise tree generation is reserved; both report so and return -1.
+    int Sampling();
+    int GenerateColTree();
+
+  private:
+    struct LoadedNode;
+    class ModelSource;
+    typedef double (*PairForce)(double labelA, double labelB, double difference, double tau);
+
+    int TransformLabels();
+    int CountQueryRows();
+    int AllocateRunArrays();
+    void FreeTrainingData();
+    void FreeDevelopmentData();
+    void FreeTestData();
+    void FreeDebugCounters();
+    void FreeTrees();
+    void RetireTrees();
+
+    int CopySet(const VecDle& l, VecVecDle& f, const VecInt& q, int type);
+    int CopyTrainingSet(const VecDle& l, VecVecDle& f, const VecInt& q);
+    void OpenDebugFile(int numData);
+
+    template <typename Gradient>
+    int FillGradient(int idBegin, int idEnd, Gradient gradient);
+    int AddPairForces(int idBegin, int idEnd, PairForce force);
+    int ComputeGradient(int idBegin, int idEnd);
+    friend void* CalLossThreadFunction(void* arg);
+
+    int GrowTree(int treeId, bool fThreaded);
+    int SelectRows(int*& selected, int& count, long* seed);
+    void ReportRows(const char* notice, int count, double numQueries);
+
+    struct Run;
+    int PrepareRun(Run& run);
+    int BoostRound(Run& run, int idxTree);
+    int GenerateForest();
+    int RunPhase(void* (*entry)(void*), std::vector<boosting_info_t>& shares);
+    std::vector<boosting_info_t> SplitSamples();
+    std::vector<boosting_info_t> SplitQueries();
+    void WriteRoundResult(int idxTree);
+    int FinishRun();
+    int ReportProgress(int done, int total);
+
+    int ReadModel(ModelSource& source);
+    int ReadGroup(ModelSource& source, int idxGroup);
+    int ReadTree(ModelSource& source, TreeCR& tree);
+    int StoreNode(const LoadedNode& loaded, NodeCR& node);
+    std::string FindFault() const;
+
+    double ScoreGroups(double* line, double* fullResult) const;
+    int VoteGroups(double* line, double& result, double* fullResult) const;
+
+    ProgressFuncType progressFunction = nullptr;
+    void* progressContext = nullptr;
+    std::mutex lossMutex;           // a user loss is called by one worker at a time
+    std::vector<TreeCR*> retiredV;  // trees of earlier runs, freed by Destroy
+    std::string walkFault;          // why a loaded ensemble cannot be scored; empty: it can
+    bool fStopped = false;          // the progress function ended the run
+};
+
+#endif  // SYLVORA_TREELEARNER_H

@@ -1,0 +1,12 @@
+// The process-wide seed of tree slot 0.
+#ifndef SYLVORA_CLAIM_H
+#define SYLVORA_CLAIM_H
+
+#include "Libdef.h"
+
+// State word of the generator that the first tree of every round draws from (see ranz in god.h).
+// Zero at load time. Set it to a negative number before training to choose the run's random
+// stream: the library never assigns it other than by drawing. Not to be touched during a run.
+extern SYLVORA_API long gseed;
+
+#endif  // SYLVORA_CLAIM_H
