@@ -120,6 +120,7 @@ class SYLVORA_API NodeCR {
 
   private:
     friend class TreeCR;
+    void ApplyUserValue(const double* const* featureVV, const int* indexV, int slot);
     void ReleaseCandidates();
     void ReleaseClassCounts();
 };

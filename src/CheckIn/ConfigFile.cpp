@@ -1,0 +1,80 @@
+// The configuration file.
+//
+//   file    = { line LF }
+//   line    = ""  |  any one character                 skipped
+//           | "#" ...                                  comment: only in the very first column
+//           | blanks key white "=" white value [...]   setting; what follows the value is ignored
+//
+// Lines have at most 4095 characters.
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "../CheckIn.h"
+#include "../god/Report.h"
+#include "Parameters.h"
+
+namespace {
+
+using sylvora::Fail;
+using sylvora::ParameterRow;
+using sylvora::Print;
+
+constexpr size_t kLongestLine = 4095;
+
+// The line without leading blanks; empty if it is to be skipped.
+std::string Setting(const std::string& line) {
+    if (line.size() <= 1 || line[0] == '#') return "";
+    const size_t begin = line.find_first_not_of(" \t");
+    if (begin == std::string::npos || line.size() - begin <= 1) return "";
+    return line.substr(begin);
+}
+
+int RefuseValue(const ParameterRow& row) {
+    if (std::holds_alternative<bool CheckCfgCLS::*>(row.member)) {
+        return Fail("Error: value is illegal: ", row.name, "!\n");
+    }
+    return Fail("ERROR: ", row.name, row.fileComplaint);
+}
+
+int ApplySetting(const std::string& key, const std::string& value, CheckCfgCLS& cfg) {
+    const ParameterRow* row = sylvora::FindParameter(key);
+    if (row == nullptr) return 0;
+    if (!sylvora::AssignParameter(*row, value, cfg)) return RefuseValue(*row);
+    if (cfg.fPrint && key != "fPrint") {
+        Print("read: ", key, row->fFileName ? "\n\t" : "\t", value, "\n");
+    }
+    return 0;
+}
+
+int ReadLines(std::istream& in, CheckCfgCLS& cfg) {
+    std::string line;
+    for (int numLine = 1; std::getline(in, line); ++numLine) {
+        const std::string setting = Setting(line);
+        if (setting.empty()) continue;
+        if (line.size() > kLongestLine) {
+            return Fail("ERROR: wrong config line format at ", numLine, " : more than ",
+                        kLongestLine, " characters\n");
+        }
+        std::istringstream tokens(setting);
+        std::string key, separator, value;
+        tokens >> key >> separator >> value;
+        if (value.empty() || separator != "=") {
+            return Fail("ERROR: wrong config line format at ", numLine, " : ", setting, "\n");
+        }
+        if (ApplySetting(key, value, cfg) != 0) return -1;
+    }
+    return 0;
+}
+
+}  // namespace
+
+int CheckCfgCLS::ReadCfgFile(std::string file) {
+    return sylvora::Guarded([&] {
+        std::ifstream in(file);
+        // A directory opens but cannot be read.
+        if (!in || (in.peek(), in.bad())) return Fail("Error: can not open ", file, "\n");
+        in.clear();
+        return ReadLines(in, *this);
+    });
+}

@@ -1,0 +1,155 @@
+// Validation of a parameter set and its normalisation for the model type. The rules run in a fixed
+// order; the first that is broken ends the check, and what earlier rules rewrote stays.
+#include <algorithm>
+#include <iterator>
+#include <string>
+
+#include "../CheckIn.h"
+#include "../god/Report.h"
+
+namespace {
+
+using sylvora::Fail;
+using sylvora::Warn;
+
+constexpr int kMostThreads = 256;
+
+bool IsForest(const CheckCfgCLS& c) {
+    return c.modelType == "RandomForest";
+}
+bool IsSingleTree(const CheckCfgCLS& c) {
+    return c.modelType == "CART";
+}
+bool IsBoosted(const CheckCfgCLS& c) {
+    return c.modelType == "GBDT" || c.modelType == "GBRank";
+}
+
+// A forest is one round of all its trees, a CART model one round of one tree.
+int CheckTreeCount(CheckCfgCLS& c) {
+    if (c.numTree <= 0) return Fail("ERROR: Illegal numTree: \"", c.numTree, "\"!\n");
+    c.sizeGroup = 1;
+    if (IsForest(c)) {
+        c.sizeGroup = c.numTree;
+        c.numTree = 1;
+        c.valShrink = 1.0;
+    }
+    if (IsSingleTree(c)) {
+        c.valShrink = 1.0;
+        if (c.numTree != 1) {
+            c.numTree = 1;
+            Warn("Notice: In CART, only one tree will be used!\n");
+        }
+    }
+    return 0;
+}
+
+int CheckTask(CheckCfgCLS& c) {
+    if (c.fRegCls == "-1") {
+        if (!IsBoosted(c)) {
+            return Fail(
+                "ERROR: In RandomForest and CART algorithm, please specified the \"fRegCls\" "
+                "arg!\n");
+        }
+        c.fRegCls = "REG";
+    }
+    if (c.fRegCls != "REG" && c.fRegCls != "CLS") {
+        return Fail("ERROR: No such fRegCls: \"", c.fRegCls, "\"!\n");
+    }
+    if (IsForest(c)) c.fDebug = false;
+    return 0;
+}
+
+int ChooseLoss(CheckCfgCLS& c) {
+    if (IsForest(c) || IsSingleTree(c)) {
+        if (c.lossFunc != "-1" && c.lossFunc != "Label") {
+            Warn("WARNING: Loss function \"", c.lossFunc, "\" is ignored when using ", c.modelType,
+                 "!\n");
+        }
+        c.lossFunc = "Label";
+    } else if (c.lossFunc == "-1") {
+        if (!IsBoosted(c)) return Fail("ERROR: No such model type \"", c.modelType, "\"!\n");
+        c.lossFunc = c.modelType == "GBRank" ? "CrossEntropy" : "Square";
+    }
+    // Deliberately, an unknown model type with a loss of its own passes.
+    static const char* const kLosses[] = {"CrossEntropy", "Square",          "Hinge",
+                                          "Label",        "Logistic",        "HingeSquare",
+                                          "Exponential",  "HingeSquareRank", "USER"};
+    if (std::find(std::begin(kLosses), std::end(kLosses), c.lossFunc) == std::end(kLosses)) {
+        return Fail("ERROR: No such loss function: ", c.lossFunc, "!\n");
+    }
+    return 0;
+}
+
+int CheckBoostedLoss(CheckCfgCLS& c) {
+    const bool fRankLoss = c.lossFunc == "CrossEntropy" || c.lossFunc == "HingeSquareRank";
+    if (c.modelType == "GBDT" && (fRankLoss || c.lossFunc == "Label")) {
+        return Fail("ERROR: loss function \"", c.lossFunc,
+                    "\" can not be applied when using GBDT!\n");
+    }
+    if (c.modelType == "GBRank" && !fRankLoss) {
+        return Fail(
+            "ERROR: Only \"CrossEntropy(default)\" and \"HingeSquareRank\"  can be applied for "
+            "GBRank!\n");
+    }
+    if (IsBoosted(c) && c.fRegCls != "REG") {
+        Warn("WARNING: fRegCls should be \"REG\" when using ", c.modelType, "!\n");
+        c.fRegCls = "REG";
+    }
+    return 0;
+}
+
+// Written so that NaN passes, as it always has.
+bool IsOutsideShare(double share) {
+    return share <= 0 || share > 1;
+}
+
+int CheckFigures(const CheckCfgCLS& c) {
+    if (IsOutsideShare(c.valSmpRt)) {
+        return Fail("ERROR: Illegal data sampling ratio, valSmpRt: ", c.valSmpRt, "!\n");
+    }
+    if (IsOutsideShare(c.ratio)) {
+        return Fail("ERROR: Illegal feature sampling ratio: ", c.ratio, "!\n");
+    }
+    if (c.maxLeaf <= 0) return Fail("ERROR: Illegal max leaf, maxLeaf: ", c.maxLeaf, "!\n");
+    if (c.maxDepth <= 0) return Fail("ERROR: Illegal max depth, maxDepth: ", c.maxDepth, "!\n");
+    if (c.numBound <= 0) return Fail("ERROR: Illegal numBound: ", c.numBound, "!\n");
+    return 0;
+}
+
+int CheckThreads(const CheckCfgCLS& c) {
+    if (!c.fSetThread) {
+        Warn("NOTICE: Thread number have not been set, using single thread for training!\n");
+        return 0;
+    }
+    if (c.numThread < 1) return Fail("ERROR: Illegal numThread: ", c.numThread, "!\n");
+    if (c.numThread > kMostThreads) {
+        return Fail("ERROR: No larger than 256 numThreads is allowed for tree models training!\n");
+    }
+    return 0;
+}
+
+int CheckRandomMode(CheckCfgCLS& c) {
+    if (c.randomMode != "QUERY" && c.randomMode != "DOC") {
+        return Fail("ERROR: No such random mode, randomMode: ", c.randomMode, "!\n");
+    }
+    if (c.modelType != "GBRank") c.randomMode = "DOC";
+    return 0;
+}
+
+}  // namespace
+
+int CheckCfgCLS::CheckCfg() {
+    return sylvora::Guarded([&] {
+        fQID = modelType == "GBRank";
+        const bool fValid = CheckTreeCount(*this) == 0 && CheckTask(*this) == 0 &&
+                            ChooseLoss(*this) == 0 && CheckBoostedLoss(*this) == 0 &&
+                            CheckFigures(*this) == 0 && CheckThreads(*this) == 0 &&
+                            CheckRandomMode(*this) == 0;
+        return fValid ? 0 : -1;
+    });
+}
+
+// Without a seed every run has the same one, so that a run can always be repeated.
+double CheckCfgCLS::getRandomSeed() const {
+    return fSetSeed ? tms_seed : 1.0;
+}

@@ -1,0 +1,55 @@
+// The columns that a node tries.
+#include <algorithm>
+#include <cstdlib>
+#include <numeric>
+#include <utility>
+#include <vector>
+
+#include "../Node.h"
+#include "../god/RandomGenerator.h"
+#include "../god/Report.h"
+
+using sylvora::Fail;
+
+int NodeCR::SamplingFeature(SamplingFeatureType nodeSampleFeaType, int* selV, long* seed) {
+    ReleaseCandidates();
+    const size_t numSlots = static_cast<size_t>(std::max(numSelFea, 1));
+    selFeaV = static_cast<int*>(std::malloc(numSlots * sizeof(int)));
+    selFeaValue = static_cast<double*>(std::calloc(numSlots, sizeof(double)));
+    if (selFeaV == nullptr || selFeaValue == nullptr) {
+        return Fail("ERROR: Failed to allocate memory when allocating selFeaV!\n");
+    }
+    std::fill_n(selFeaV, numSlots, -1);
+    const int sampled =
+        nodeSampleFeaType != nullptr
+            ? nodeSampleFeaType(dimFeature, selFeaV, selFeaValue, numSelFea, depth,
+                                fSpecifySplitValue)
+            : SamplingFeatureWithoutReplacement(dimFeature, selFeaV, selFeaValue, numSelFea, depth,
+                                                fSpecifySplitValue, seed);
+    // A user sampler's ids are about to index the data.
+    const bool fInside = std::all_of(selFeaV, selFeaV + numSlots,
+                                     [this](int id) { return id >= -1 && id < dimFeature; });
+    if (sampled != 0 || !fInside) return Fail("ERROR: Failed when sampling feature!\n");
+    std::copy_n(selFeaV, std::max(numSelFea, 0), selV);
+    return 0;
+}
+
+int NodeCR::SamplingFeatureWithoutReplacement(int dimF, int*& selF, double*& /*selFeaValue*/,
+                                              int countSel, int /*curdepth*/, bool& fspecify,
+                                              long* seed) {
+    fspecify = false;
+    return sylvora::Guarded([&] {
+        std::vector<int> pool(static_cast<size_t>(std::max(dimF, 0)));
+        std::iota(pool.begin(), pool.end(), 0);
+        sylvora::Draws draws(seed);
+        // Beyond 2^20 columns, rounding can ask for one column more than there are.
+        const int numDrawn = std::min(countSel, dimF);
+        for (int i = 0; i < numDrawn; ++i) {
+            const int n = dimF - i;
+            int& drawn = pool[static_cast<size_t>(draws.Index(n))];
+            selF[i] = drawn;
+            std::swap(drawn, pool[static_cast<size_t>(n - 1)]);
+        }
+        return 0;
+    });
+}

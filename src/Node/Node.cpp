@@ -1,0 +1,53 @@
+// A node's life outside the search: construction, the start of growth, and what it frees.
+#include "../Node.h"
+
+#include <cstdlib>
+#include <string>
+
+#include "../god/Truncation.h"
+
+NodeCR::NodeCR(int dim, double r, int b, int d)
+    : numBound(b),
+      depBound(d),
+      dimFeature(dim),
+      numSelFea(sylvora::Truncate<int>(dim * r - 1e-10) + 1),
+      ratio(r) {}
+
+NodeCR::~NodeCR() {
+    ReleaseCandidates();
+    ReleaseClassCounts();
+    pthread_mutex_destroy(&split_node_mutex);
+}
+
+int NodeCR::Init(int s, int n, int p, int d, bool f, std::string mt, std::string fRC) {
+    status = "TOSPLIT";
+    startDoc = s;
+    countDoc = n;
+    parent = p;
+    depth = d;
+    splitFea = -1;
+    splitElemFea = -1.0;
+    lson = rson = -1;
+    avgPredict = -1000.0;
+    fPrint = f;
+    fSpecifySplitValue = false;
+    ReleaseCandidates();
+    ReleaseClassCounts();
+    fRegCls = fRC != "REG";
+    const bool fTooSmall = n <= numBound && d >= 1;
+    const bool fTooDeep = d >= depBound && mt != "RandomForest";
+    if (fTooSmall || fTooDeep) status = "TERMINAL";
+    return 0;
+}
+
+void NodeCR::ReleaseCandidates() {
+    std::free(selFeaV);
+    std::free(selFeaValue);
+    selFeaV = nullptr;
+    selFeaValue = nullptr;
+}
+
+void NodeCR::ReleaseClassCounts() {
+    std::free(statClassAll);
+    statClassAll = nullptr;
+}

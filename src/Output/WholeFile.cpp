@@ -1,0 +1,104 @@
+// Output files that appear whole or not at all; see WholeFile.h.
+#include "WholeFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <locale>
+#include <memory>
+
+namespace sylvora {
+namespace {
+
+std::string FolderOf(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    if (slash == std::string::npos) return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// The path behind symbolic links; the path itself where it leads nowhere yet.
+std::string Resolve(const std::string& path) {
+    const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr),
+                                                           &std::free);
+    return real ? real.get() : path;
+}
+
+bool SyncPath(const std::string& path, int flags) {
+    const int fd = ::open(path.c_str(), flags | O_CLOEXEC);
+    if (fd < 0) return false;
+    const bool fSynced = ::fsync(fd) == 0;
+    const int error = errno;
+    ::close(fd);
+    errno = error;
+    return fSynced;
+}
+
+// Creates an empty file beside `target` that nobody else uses; empty (with errno) on failure.
+std::string CreateBeside(const std::string& target) {
+    for (int numTry = 0;; ++numTry) {
+        const std::string name =
+            target + ".tmp" + std::to_string(::getpid()) + "-" + std::to_string(numTry);
+        const int fd = ::open(name.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666);
+        if (fd >= 0) {
+            ::close(fd);
+            return name;
+        }
+        if (errno != EEXIST) return "";
+    }
+}
+
+}  // namespace
+
+WholeFile::WholeFile(const std::string& path) : target(Resolve(path)) {
+    struct stat old = {};
+    const bool fExists = ::stat(target.c_str(), &old) == 0;
+    if (fExists && !S_ISREG(old.st_mode)) {
+        stream.open(target);
+    } else if (!fExists || ::access(target.c_str(), W_OK) == 0) {
+        temporary = CreateBeside(target);
+        if (fExists) ::chmod(temporary.c_str(), old.st_mode & 07777);
+        if (!temporary.empty()) stream.open(temporary);
+    }
+    stream.imbue(std::locale::classic());
+}
+
+WholeFile::~WholeFile() {
+    stream.close();
+    if (!temporary.empty()) ::unlink(temporary.c_str());
+}
+
+bool WholeFile::Commit() {
+    if (!IsOpen()) return false;
+    errno = 0;
+    stream.flush();
+    const bool fWritten = stream.good();
+    stream.close();
+    if (!fWritten || stream.fail()) return false;
+    if (temporary.empty()) return true;
+    if (!SyncPath(temporary, O_WRONLY)) return false;
+    if (std::rename(temporary.c_str(), target.c_str()) != 0) return false;
+    temporary.clear();
+    SyncPath(FolderOf(target), O_RDONLY | O_DIRECTORY);
+    return true;
+}
+
+std::string WhyNotWritable(const std::string& path) {
+    const std::string target = Resolve(path);
+    struct stat old = {};
+    if (::stat(target.c_str(), &old) == 0) {
+        if (S_ISDIR(old.st_mode)) return std::strerror(EISDIR);
+        if (::access(target.c_str(), W_OK) != 0) return std::strerror(errno);
+        if (!S_ISREG(old.st_mode)) return "";
+    }
+    const std::string trial = CreateBeside(target);
+    if (trial.empty()) return std::strerror(errno);
+    ::unlink(trial.c_str());
+    return "";
+}
+
+}  // namespace sylvora

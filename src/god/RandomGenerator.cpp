@@ -1,0 +1,84 @@
+// The generator of every random choice (see ranz in god.h) and the global seed word.
+#include "RandomGenerator.h"
+
+#include <algorithm>
+#include <cstddef>
+
+#include "../claim.h"
+#include "../god.h"
+
+long gseed = 0;
+
+namespace sylvora {
+namespace {
+
+// Multiplicative generator: word -> factor * word mod modulus, by Schrage's method, which needs no
+// wider products. quotient = modulus / factor, remainder = modulus % factor.
+struct Multiplier {
+    long modulus, factor, quotient, remainder;
+
+    long Next(long word) const {
+        const long k = word / quotient;
+        const long next = factor * (word - k * quotient) - k * remainder;
+        return next < 0 ? next + modulus : next;
+    }
+};
+
+constexpr Multiplier kFirst = {2147483563, 40014, 53668, 12211};
+constexpr Multiplier kSecond = {2147483399, 40692, 52774, 3791};
+constexpr long kTableSize = 32;
+constexpr long kLargest = kFirst.modulus - 1;
+constexpr long kPerSlot = 1 + kLargest / kTableSize;
+constexpr double kScale = 1.0 / static_cast<double>(kFirst.modulus);
+constexpr double kBelowOne = 0.99999988;
+constexpr int kWarmUps = 8;
+// A start beyond this could leave the range of the table; every smaller one is used as it is.
+constexpr long kLargestStart = 1L << 34;
+
+std::mutex generatorMutex;  // guards everything below
+long secondWord = 123456789;
+long lastOutput = 0;
+long table[kTableSize] = {};
+
+long StartWord(long seed) {
+    const unsigned long magnitude = 0UL - static_cast<unsigned long>(seed);
+    const long start = static_cast<long>(magnitude);
+    if (start <= 0) return 1;
+    return start <= kLargestStart ? start : std::max(start % kFirst.modulus, 1L);
+}
+
+void Initialise(long* word) {
+    *word = StartWord(*word);
+    secondWord = *word;
+    for (long j = kTableSize + kWarmUps - 1; j >= 0; --j) {
+        *word = kFirst.Next(*word);
+        if (j < kTableSize) table[j] = *word;
+    }
+    lastOutput = table[0];
+}
+
+double DrawUnlocked(long* word) {
+    if (*word <= 0) Initialise(word);
+    *word = kFirst.Next(*word);
+    secondWord = kSecond.Next(secondWord);
+    // Deliberately, the slot is not refreshed with *word: models depend on the fixed table.
+    lastOutput = table[lastOutput / kPerSlot] - secondWord;
+    if (lastOutput < 1) lastOutput += kLargest;
+    return std::min(kScale * static_cast<double>(lastOutput), kBelowOne);
+}
+
+}  // namespace
+
+Draws::Draws(long* seed) : lock(generatorMutex), word(seed) {}
+
+int Draws::Index(int n) {
+    const int index = static_cast<int>(n * DrawUnlocked(word));
+    return std::min(index, n - 1);
+}
+
+}  // namespace sylvora
+
+double ranz(long* idum) {
+    const std::lock_guard<std::mutex> lock(sylvora::generatorMutex);
+    return sylvora::DrawUnlocked(idum);
+}
