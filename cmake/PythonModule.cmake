@@ -1,0 +1,87 @@
+# The Python module, once for every interpreter: python/<major.minor>/sylvora<suffix>, with the
+# library inside.
+#
+# An interpreter that SYLVORA_PYTHONS names must be usable, or configuring ends. The interpreters
+# of the default are used as far as they are there.
+#
+# Sets SYLVORA_PYTHON_VERSIONS (3.11 2.7 ...) and for each version SYLVORA_PYTHON_<version>.
+
+# Asks `interpreter` for version, include directory and suffix of extension modules; `result` is
+# empty where that fails.
+function(sylvora_ask_python interpreter result)
+    set(${result} "" PARENT_SCOPE)
+    execute_process(
+        COMMAND ${interpreter} -c "
+import sys, sysconfig
+variable = sysconfig.get_config_var
+print(';'.join(['%d.%d' % sys.version_info[:2], sysconfig.get_paths()['include'],
+                variable('EXT_SUFFIX') or variable('SO')]))"
+        RESULT_VARIABLE status OUTPUT_VARIABLE answer ERROR_QUIET OUTPUT_STRIP_TRAILING_WHITESPACE)
+    if(status EQUAL 0)
+        set(${result} "${answer}" PARENT_SCOPE)
+    endif()
+endfunction()
+
+# What keeps the module from being built for an interpreter with this answer; empty: nothing does.
+function(sylvora_python_obstacle answer obstacle)
+    set(${obstacle} "" PARENT_SCOPE)
+    if(NOT answer)
+        set(${obstacle} "does not run" PARENT_SCOPE)
+        return()
+    endif()
+    list(GET answer 0 version)
+    list(GET answer 1 include)
+    if(NOT version VERSION_EQUAL 2.7 AND version VERSION_LESS 3.8)
+        set(${obstacle} "is ${version}; the module needs 2.7, or 3.8 and later" PARENT_SCOPE)
+    elseif(version IN_LIST SYLVORA_PYTHON_VERSIONS)
+        set(${obstacle} "is a second ${version}" PARENT_SCOPE)
+    elseif(NOT EXISTS "${include}/Python.h")
+        set(${obstacle} "has no ${include}/Python.h; install its development package" PARENT_SCOPE)
+    endif()
+endfunction()
+
+function(sylvora_add_module answer)
+    list(GET answer 0 version)
+    list(GET answer 1 include)
+    list(GET answer 2 suffix)
+    set(module sylvora_python_${version})
+    add_library(${module} MODULE ${module_sources})
+    set_target_properties(${module} PROPERTIES
+        PREFIX "" OUTPUT_NAME sylvora SUFFIX "${suffix}"
+        LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/python/${version}
+        LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/module.map)
+    target_include_directories(${module} PRIVATE src)
+    target_include_directories(${module} SYSTEM PRIVATE ${include})
+    target_link_libraries(${module} PRIVATE sylvora_static)
+    target_link_options(${module} PRIVATE
+        LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/module.map)
+    sylvora_own_code(${module})
+endfunction()
+
+set(interpreters ${SYLVORA_PYTHONS})
+if(NOT SYLVORA_PYTHONS)
+    set(interpreters /usr/bin/python3 python2.7)
+endif()
+set(SYLVORA_PYTHON_VERSIONS "")
+file(GLOB module_sources CONFIGURE_DEPENDS binding/*.cpp)
+
+foreach(interpreter IN LISTS interpreters)
+    sylvora_ask_python(${interpreter} answer)
+    sylvora_python_obstacle("${answer}" obstacle)
+    if(NOT obstacle)
+        list(GET answer 0 version)
+        list(APPEND SYLVORA_PYTHON_VERSIONS ${version})
+        set(SYLVORA_PYTHON_${version} ${interpreter})
+        sylvora_add_module("${answer}")
+        message(STATUS "python ${version}: module for ${interpreter}")
+    elseif(SYLVORA_PYTHONS)
+        message(FATAL_ERROR "SYLVORA_PYTHONS: ${interpreter} ${obstacle}")
+    elseif(NOT interpreter STREQUAL "python2.7")
+        message(STATUS "${interpreter} ${obstacle}: no module for it")
+    endif()
+endforeach()
+set(SYLVORA_NO_PYTHON2 "")
+if(NOT "2.7" IN_LIST SYLVORA_PYTHON_VERSIONS)
+    set(SYLVORA_NO_PYTHON2 "python 2.7: not found, its half of the module's tests is skipped")
+    message(STATUS "${SYLVORA_NO_PYTHON2}")
+endif()

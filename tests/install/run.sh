@@ -1,0 +1,40 @@
+#!/usr/bin/env bash
+# Installs a build tree into a temporary prefix and uses it as a stranger would: through
+# find_package (shared and static) and through pkg-config. The prefix is then moved, which an
+# installation must survive. Also checks what the shared library exports.
+#
+#   run.sh BUILD-DIR COMPILER PYTHON
+set -euo pipefail
+build=$1 compiler=$2 python=$3
+here=$(cd "$(dirname "$0")" && pwd)
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+
+cmake --install "$build" --prefix "$scratch/staged" >/dev/null
+prefix=$scratch/prefix
+mv "$scratch/staged" "$prefix"
+export LD_LIBRARY_PATH=$prefix/lib
+
+echo "== exported symbols"
+"$python" "$here/check_exports.py" "$prefix/lib/libsylvora.so" "$prefix"/include/sylvora/*.h
+
+echo "== find_package"
+cmake -S "$here" -B "$scratch/consumer" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" \
+    -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake --build "$scratch/consumer"
+for kind in shared static; do
+    "$scratch/consumer/consumer_$kind" "$scratch/$kind.txt"
+done
+
+echo "== pkg-config"
+# The flags are words of the command line.
+# shellcheck disable=SC2046
+PKG_CONFIG_PATH=$prefix/lib/pkgconfig "$compiler" -std=c++17 -o "$scratch/consumer_pkg" \
+    "$here/main.cpp" $(PKG_CONFIG_PATH=$prefix/lib/pkgconfig pkg-config --cflags --libs sylvora)
+"$scratch/consumer_pkg" "$scratch/pkg.txt"
+
+cmp "$scratch/shared.txt" "$scratch/static.txt"
+cmp "$scratch/shared.txt" "$scratch/pkg.txt"
+
+echo "== the command"
+"$prefix/bin/sylvora" --version
