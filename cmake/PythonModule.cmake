@@ -56,6 +56,7 @@ function(sylvora_add_module answer)
     target_link_options(${module} PRIVATE
         LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/module.map)
     sylvora_own_code(${module})
+    add_dependencies(sylvora_python ${module})
 endfunction()
 
 set(interpreters ${SYLVORA_PYTHONS})
@@ -64,6 +65,7 @@ if(NOT SYLVORA_PYTHONS)
 endif()
 set(SYLVORA_PYTHON_VERSIONS "")
 file(GLOB module_sources CONFIGURE_DEPENDS binding/*.cpp)
+add_custom_target(sylvora_python)
 
 foreach(interpreter IN LISTS interpreters)
     sylvora_ask_python(${interpreter} answer)

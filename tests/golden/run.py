@@ -36,12 +36,14 @@ SECONDS_ALLOWED = 120
 # ---- what the module returns: run in an interpreter of its own, so that a crash is one case's
 
 def feature_row(line, dim):
-    """The feature values of a data line, in the order of their ids."""
+    """The feature values of a data line by their ids, read as the library reads them: up to `dim`
+    pairs, and nothing behind a token of fewer than three characters."""
     values = [MISSING] * dim
-    for token in line.split()[1:]:
-        name, _, value = token.partition(":")
-        if name not in ("qid", "QID"):
-            values[int(name) - 1] = float(value)
+    tokens = itertools.takewhile(lambda token: len(token) >= 3, line.split()[1:])
+    pairs = (token.split(":", 1) for token in tokens)
+    features = (pair for pair in pairs if pair[0] not in ("qid", "QID"))
+    for name, value in itertools.islice(features, dim):
+        values[int(name) - 1] = float(value)
     return values
 
 
@@ -136,7 +138,7 @@ class Case:
     def check_status(self, run, expected, what):
         if run.returncode != expected:
             self.check(f"{what}: exit status {run.returncode}, expected {expected}\n"
-                       f"{run.stdout[-600:]}{run.stderr[-2000:]}")
+                       f"{run.stderr[-4000:]}")
 
     def train(self):
         run = self.command()
