@@ -120,6 +120,7 @@ class SYLVORA_API NodeCR {
 
   private:
     friend class TreeCR;
+    int FinishSearch(const double* const* featureVV, const int* indexV, int slot);
     void ApplyUserValue(const double* const* featureVV, const int* indexV, int slot);
     void ReleaseCandidates();
     void ReleaseClassCounts();

@@ -95,10 +95,12 @@ class SYLVORA_API TreeCR {
 
   private:
     struct Growth;
-    int Grow(Growth& growth);
+    int GrowAndReport(Growth& growth, std::ofstream& opt_debug, fea_debuginfo_t* fea_debug);
+    int Grow(Growth& growth, int& numSplit);
+    int ComputeLeafValue(Growth& growth, NodeCR& node);
+    int SplitNode(Growth& growth, NodeCR& node, double& criteria);
     int SearchNode(Growth& growth, NodeCR& node, double& criteria);
-    int AppendSons(Growth& growth, int idxNode);
-    void CloseOpenNodes(int idxNode);
+    int AppendSons(NodeCR& node, int idxNode);
 };
 
 #endif  // SYLVORA_TREE_H

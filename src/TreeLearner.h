@@ -226,13 +226,12 @@ class SYLVORA_API TreeLearner {
     int GenerateColTree();
 
   private:
-    struct LoadedNode;
-    class ModelSource;
     typedef double (*PairForce)(double labelA, double labelB, double difference, double tau);
+    struct Run;
 
     int TransformLabels();
-    int CountQueryRows();
     int AllocateRunArrays();
+    void CountQueryRows();
     void FreeTrainingData();
     void FreeDevelopmentData();
     void FreeTestData();
@@ -250,36 +249,33 @@ class SYLVORA_API TreeLearner {
     int ComputeGradient(int idBegin, int idEnd);
     friend void* CalLossThreadFunction(void* arg);
 
-    int GrowTree(int treeId, bool fThreaded);
-    int SelectRows(int*& selected, int& count, long* seed);
     void ReportRows(const char* notice, int count, double numQueries);
+    long* SeedOf(int treeId);
+    int SelectRows(int*& selected, int& count, long* seed);
+    int GrowTree(int treeId, bool fThreaded);
 
-    struct Run;
     int PrepareRun(Run& run);
+    int AllocateDebugCounters();
+    int PlaceSeeds();
+    std::vector<boosting_info_t> ShareSamples();
+    std::vector<boosting_info_t> ShareQueries();
+    int RunRounds(Run& run);
     int BoostRound(Run& run, int idxTree);
     int GenerateForest();
-    int RunPhase(void* (*entry)(void*), std::vector<boosting_info_t>& shares);
-    std::vector<boosting_info_t> SplitSamples();
-    std::vector<boosting_info_t> SplitQueries();
     void WriteRoundResult(int idxTree);
     int FinishRun();
-    int ReportProgress(int done, int total);
+    bool IsStopped(int done, int total);
 
-    int ReadModel(ModelSource& source);
-    int ReadGroup(ModelSource& source, int idxGroup);
-    int ReadTree(ModelSource& source, TreeCR& tree);
-    int StoreNode(const LoadedNode& loaded, NodeCR& node);
+    int VoteGroups(double* line, double& result, double* fullResult, long long* countV) const;
     std::string FindFault() const;
-
-    double ScoreGroups(double* line, double* fullResult) const;
-    int VoteGroups(double* line, double& result, double* fullResult) const;
 
     ProgressFuncType progressFunction = nullptr;
     void* progressContext = nullptr;
     std::mutex lossMutex;           // a user loss is called by one worker at a time
     std::vector<TreeCR*> retiredV;  // trees of earlier runs, freed by Destroy
-    std::string walkFault;          // why a loaded ensemble cannot be scored; empty: it can
+    long sharedSeed = 0;            // the seed cell of slots 1 and up
     bool fStopped = false;          // the progress function ended the run
+    std::string walkFault;          // why a loaded ensemble cannot be scored; empty: it can
 };
 
 #endif  // SYLVORA_TREELEARNER_H

@@ -3,6 +3,7 @@
 #ifndef SYLVORA_NODE_SPLITSCAN_H
 #define SYLVORA_NODE_SPLITSCAN_H
 
+#include <cstddef>
 #include <vector>
 
 namespace sylvora {

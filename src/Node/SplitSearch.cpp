@@ -92,7 +92,6 @@ int SearchThreaded(const split_info_t& all, void* (*entry)(void*), int numThread
 
 // Replaces the threshold by the one that a user sampler gave for the winning slot.
 void NodeCR::ApplyUserValue(const double* const* featureVV, const int* indexV, int slot) {
-    if (!fSpecifySplitValue || splitFea == -1) return;
     const double computed = splitElemFea;
     splitElemFea = selFeaValue[slot];
     if (fPrint && splitElemFea != computed) {
@@ -104,6 +103,12 @@ void NodeCR::ApplyUserValue(const double* const* featureVV, const int* indexV, i
     countL = static_cast<int>(std::count_if(
         indexV + startDoc, indexV + startDoc + countDoc,
         [this, featureVV](int row) { return featureVV[row][splitFea] <= splitElemFea; }));
+}
+
+int NodeCR::FinishSearch(const double* const* featureVV, const int* indexV, int slot) {
+    if (fSpecifySplitValue && splitFea != -1) ApplyUserValue(featureVV, indexV, slot);
+    ReleaseCandidates();
+    return 0;
 }
 
 int NodeCR::SplitPointSearchReg(double** featureVV, int* indexV, double* gradients, int* weights,
@@ -162,9 +167,7 @@ int NodeCR::GetSplitPoint(const double**& featureVV, const int*& indexV, const i
             return -1;
         }
         bestCri = bestCriteria;
-        ApplyUserValue(featureVV, indexV, idBest);
-        ReleaseCandidates();
-        return 0;
+        return FinishSearch(featureVV, indexV, idBest);
     });
 }
 
@@ -185,9 +188,7 @@ int NodeCR::GetSplitPointCls(const double**& featureVV, const int*& indexV, int 
             return -1;
         }
         bestCri = bestCriteria;
-        ApplyUserValue(featureVV, indexV, idBest);
-        ReleaseCandidates();
-        return 0;
+        return FinishSearch(featureVV, indexV, idBest);
     });
 }
 
@@ -202,9 +203,7 @@ int NodeCR::GetSplitPointOne(const double**& featureVV, const int*& indexV,
         const Cut best = SearchSlots(*this, featureVV, indexV, facts, 0, numSelFea - 1);
         TakeCut(*this, best);
         bestCri = boundElemFea = best.score;
-        ApplyUserValue(featureVV, indexV, best.slot);
-        ReleaseCandidates();
-        return 0;
+        return FinishSearch(featureVV, indexV, best.slot);
     });
 }
 
@@ -216,8 +215,6 @@ int NodeCR::GetSplitPointClsOne(const double**& featureVV, const int*& indexV, i
         const Cut best = SearchSlots(*this, featureVV, indexV, facts, 0, numSelFea - 1);
         TakeCut(*this, best);
         bestCri = boundElemFea = best.score;
-        ApplyUserValue(featureVV, indexV, best.slot);
-        ReleaseCandidates();
-        return 0;
+        return FinishSearch(featureVV, indexV, best.slot);
     });
 }

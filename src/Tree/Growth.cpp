@@ -1,0 +1,184 @@
+// Growing one tree, node by node in the order in which the nodes were appended.
+#include "Growth.h"
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <string>
+
+#include "../god/Report.h"
+#include "../god/Truncation.h"
+
+using sylvora::Fail;
+
+namespace {
+
+// min(maxLeaf, 2^maxDepth) + 2, but never more than `numRows` rows can need: each split leaves at
+// least one row on both sides.
+int MostSplitNodes(int maxLeaf, int maxDepth, int numRows) {
+    const double full = std::pow(2.0f, static_cast<float>(maxDepth));
+    const double bound =
+        std::min({static_cast<double>(maxLeaf), full, static_cast<double>(numRows)});
+    return static_cast<int>(std::max(bound, 0.0)) + 2;
+}
+
+}  // namespace
+
+TreeCR::TreeCR(CheckCfgCLS& c, SamplingFeatureType sft)
+    : numThreadNode(c.numThread),
+      numBound(c.numBound),
+      maxLeaf(c.maxLeaf),
+      maxDepth(c.maxDepth),
+      numClass(c.numClass),
+      treeSFT(sft),
+      ratio(c.ratio),
+      fPrint(c.fPrint),
+      modelType(c.modelType),
+      CfgInfo(c),
+      fRegCls(c.fRegCls) {}
+
+TreeCR::~TreeCR() {
+    for (NodeCR* node : NodeV) delete node;
+}
+
+int TreeCR::Init(int dimfea, int selectnum, int num) {
+    return sylvora::Guarded([&] {
+        dimFeature = dimfea;
+        numData = num;
+        numFeaSel = sylvora::Truncate<int>(dimfea * ratio - 1e-10) + 1;
+        numThreadNode = std::min(numThreadNode, numFeaSel);
+        auto root = std::make_unique<NodeCR>(dimFeature, ratio, numBound, maxDepth);
+        if (root->Init(0, selectnum, -1, 0, fPrint, modelType, fRegCls) != 0) {
+            return Fail("ERROR: Failed to init tree root!\n");
+        }
+        const int numRoom = modelType == "RandomForest" ? numData / std::max(numBound, 1)
+                                                        : MostSplitNodes(maxLeaf, maxDepth, num);
+        NodeV.reserve(2 * static_cast<size_t>(std::max(numRoom, 0)) + 2);
+        NodeV.push_back(root.release());
+        return 0;
+    });
+}
+
+int TreeCR::GrowHalf(double** featureVV, double* gradV, int* numDocPairQueV, int*& indexV,
+                     bool /*fPrintLeafDis*/, std::ofstream& opt_debug, fea_debuginfo_t*& fea_debug,
+                     long* seed) {
+    Growth growth = {featureVV, gradV, numDocPairQueV, indexV, seed, true, nullptr, {}, {}};
+    return GrowAndReport(growth, opt_debug, fea_debug);
+}
+
+int TreeCR::GrowOne(double** featureVV, double* gradV, int* numDocPairQueV, int*& indexV,
+                    bool /*fPrintLeafDis*/, std::ofstream& opt_debug, fea_debuginfo_t*& fea_debug,
+                    long* seed) {
+    Growth growth = {featureVV, gradV, numDocPairQueV, indexV, seed, false, nullptr, {}, {}};
+    return GrowAndReport(growth, opt_debug, fea_debug);
+}
+
+int TreeCR::GrowAndReport(Growth& growth, std::ofstream& opt_debug, fea_debuginfo_t* fea_debug) {
+    return sylvora::Guarded([&] {
+        sylvora::DebugRecord record(singleTreeDebug, fea_debug);
+        fDebug = opt_debug.is_open();
+        if (fDebug) {
+            const int numRoom = MostSplitNodes(maxLeaf, maxDepth, NodeV[0]->countDoc);
+            if (record.Allocate(numRoom, numFeaSel) != 0) return -1;
+            growth.record = &record;
+        }
+        growth.selFeaV.assign(static_cast<size_t>(std::max(numFeaSel, 1)), -1);
+        growth.tids.resize(static_cast<size_t>(std::max(numThreadNode, 1)));
+        int numSplit = 0;
+        if (Grow(growth, numSplit) != 0) return -1;
+        depth = NodeV.back()->depth;
+        if (fPrint) {
+            sylvora::Print("Tree grow complete, depth:", depth, ", #leaves:", numLeaf, "\n");
+        }
+        if (fDebug) record.Write(opt_debug, numSplit);
+        return 0;
+    });
+}
+
+int TreeCR::Grow(Growth& growth, int& numSplit) {
+    numLeaf = 1;
+    bool fLimited = false;  // the leaf limit was reached: what was open became leaves
+    for (size_t idxNode = 0; idxNode < NodeV.size();) {
+        NodeCR& node = *NodeV[idxNode];
+        if (ComputeLeafValue(growth, node) != 0) {
+            return Fail("ERROR: Failed to get grad sum of a node!\n");
+        }
+        if (node.status != "TOSPLIT") {
+            node.ReleaseClassCounts();
+            ++idxNode;
+            continue;
+        }
+        double criteria = -1.0;
+        if (SplitNode(growth, node, criteria) != 0) return -1;
+        // A node without a usable cut is visited once more, for the value of a leaf.
+        if (node.status == "TERMINAL") continue;
+        if (growth.record != nullptr) growth.record->Add(node, growth.selFeaV, criteria);
+        if (AppendSons(node, static_cast<int>(idxNode)) != 0) return -1;
+        ++numSplit;
+        ++idxNode;
+        ++numLeaf;
+        if (!fLimited && numLeaf >= maxLeaf && modelType != "RandomForest") {
+            fLimited = true;
+            for (size_t i = idxNode; i < NodeV.size(); ++i) NodeV[i]->status = "TERMINAL";
+        }
+    }
+    return 0;
+}
+
+int TreeCR::ComputeLeafValue(Growth& growth, NodeCR& node) {
+    const int* indexV = growth.indexV;
+    if (fRegCls != "REG") return node.GetGradSumCls(growth.gradV, indexV, numClass);
+    return node.GetGradSum(growth.gradV, indexV, growth.numDocPairQueV);
+}
+
+// Samples columns, searches the best cut and partitions the node's rows.
+int TreeCR::SplitNode(Growth& growth, NodeCR& node, double& criteria) {
+    if (node.SamplingFeature(treeSFT, growth.selFeaV.data(), growth.seed) != 0) {
+        return Fail("ERROR: Failed to sampling feature!\n");
+    }
+    if (SearchNode(growth, node, criteria) != 0) {
+        return Fail("ERROR: Failed to get split point!\n");
+    }
+    node.ReleaseClassCounts();
+    if (node.DataSplit(growth.featureVV, growth.indexV) != 0) {
+        return Fail("ERROR: Failed to split data!\n");
+    }
+    return 0;
+}
+
+int TreeCR::SearchNode(Growth& growth, NodeCR& node, double& criteria) {
+    const double** featureVV = const_cast<const double**>(growth.featureVV);
+    const int* indexV = growth.indexV;
+    const double*& gradV = growth.gradV;
+    const int*& weightV = growth.numDocPairQueV;
+    pthread_t* tids = growth.tids.data();
+    if (fRegCls == "REG") {
+        return growth.fThreaded
+                   ? node.GetSplitPoint(featureVV, indexV, weightV, gradV, criteria, numThreadNode,
+                                        tids)
+                   : node.GetSplitPointOne(featureVV, indexV, weightV, gradV, criteria);
+    }
+    return growth.fThreaded
+               ? node.GetSplitPointCls(featureVV, indexV, numClass, gradV, criteria, numThreadNode,
+                                       tids)
+               : node.GetSplitPointClsOne(featureVV, indexV, numClass, gradV, criteria);
+}
+
+int TreeCR::AppendSons(NodeCR& node, int idxNode) {
+    const auto append = [&](int startDoc, int countDoc) {
+        auto son = std::make_unique<NodeCR>(dimFeature, ratio, numBound, maxDepth);
+        const int initialised =
+            son->Init(startDoc, countDoc, idxNode, node.depth + 1, fPrint, modelType, fRegCls);
+        if (initialised == 0) NodeV.push_back(son.release());
+        return initialised;
+    };
+    node.lson = static_cast<int>(NodeV.size());
+    node.rson = node.lson + 1;
+    if (append(node.startDoc, node.countL) != 0) {
+        return Fail("ERROR: Failed to init left son node!\n");
+    }
+    if (append(node.startDoc + node.countL, node.countDoc - node.countL) != 0) {
+        return Fail("ERROR: Failed to init right son node!\n");
+    }
+    return 0;
+}

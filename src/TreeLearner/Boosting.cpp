@@ -1,0 +1,212 @@
+// The training run: rounds of gradients, trees and predictions, then the model file.
+#include <sys/time.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "../TreeLearner.h"
+#include "../claim.h"
+#include "../god/Report.h"
+#include "../god/Truncation.h"
+#include "../god/Workers.h"
+#include "Arrays.h"
+
+using sylvora::AllocateArray;
+using sylvora::Fail;
+using sylvora::PartBegin;
+using sylvora::Print;
+
+namespace {
+
+constexpr long kMicroseconds = 1000000;
+
+long Now() {
+    timeval now = {};
+    gettimeofday(&now, nullptr);
+    return now.tv_sec * kMicroseconds + now.tv_usec;
+}
+
+}  // namespace
+
+// What a run keeps from round to round.
+struct TreeLearner::Run {
+    std::vector<boosting_info_t> shares;  // one per worker, disjoint
+    // Shares whose first sample another worker has too: they wait until the others are done, so
+    // that the sample is stepped twice, as its ranges say, and in a fixed order.
+    std::vector<boosting_info_t> lateShares;
+    std::vector<pthread_t> tids;
+    bool fSetDynStepGlobal = false;
+
+    // One phase of a round. A worker's own failure is reported by the worker; the run goes on.
+    int Fork(void* (*entry)(void*)) {
+        const sylvora::Joined joined = sylvora::ForkJoin(entry, shares, tids.data());
+        if (joined.status != 0) return -1;
+        for (boosting_info_t& share : lateShares) entry(&share);
+        return 0;
+    }
+};
+
+int TreeLearner::Boosting() {
+    return sylvora::Guarded([&] {
+        if (CfgInfo.fPrint) Print("Start Boosting ...\n");
+        const long start = Now();
+        Run run;
+        if (PrepareRun(run) != 0 || RunRounds(run) != 0 || FinishRun() != 0) return -1;
+        const long seconds = (Now() - start) / kMicroseconds;
+        if (CfgInfo.fPrint) Print("Time for generating all trees: ", seconds, " seconds\n");
+        return 0;
+    });
+}
+
+int TreeLearner::PrepareRun(Run& run) {
+    fStopped = false;
+    run.fSetDynStepGlobal = CfgInfo.fSetDynStep;
+    RetireTrees();
+    StepLengthV.clear();
+    dynShrink = 1.0;
+    if (fDebug && AllocateDebugCounters() != 0) {
+        return Fail("ERROR: Failed to allocate memory!\n");
+    }
+    int lastSample = -1;
+    for (const boosting_info_t& share : ShareSamples()) {
+        const bool fShared = share.sIdBegin <= share.sIdEnd && share.sIdBegin <= lastSample;
+        (fShared ? run.lateShares : run.shares).push_back(share);
+        lastSample = std::max(lastSample, share.sIdEnd);
+    }
+    run.tids.resize(run.shares.size());
+    return PlaceSeeds();
+}
+
+int TreeLearner::AllocateDebugCounters() {
+    FreeDebugCounters();
+    fea_debug = static_cast<fea_debuginfo_t*>(std::calloc(1, sizeof *fea_debug));
+    if (fea_debug == nullptr) return -1;
+    const size_t numColumns = static_cast<size_t>(std::max(dimFea, 1));
+    fea_debug->candidate_num_list = static_cast<int*>(std::calloc(numColumns, sizeof(int)));
+    fea_debug->selected_num_list = static_cast<int*>(std::calloc(numColumns, sizeof(int)));
+    fea_debug->crit_sum_list = static_cast<double*>(std::calloc(numColumns, sizeof(double)));
+    const bool fAllocated = fea_debug->candidate_num_list != nullptr &&
+                            fea_debug->selected_num_list != nullptr &&
+                            fea_debug->crit_sum_list != nullptr;
+    return fAllocated ? 0 : -1;
+}
+
+// Slot 0 draws from the global seed; all others deliberately share one cell and its one start.
+int TreeLearner::PlaceSeeds() {
+    const int numSlots = std::max(sizeGroup, 1);
+    if (AllocateArray(randGenerators, numSlots, "allocating randGenerators") != 0) return -1;
+    randGenerators[0] = &gseed;
+    std::fill(randGenerators + 1, randGenerators + numSlots, &sharedSeed);
+    sharedSeed = sylvora::Truncate<long>((sizeGroup - 1) * CfgInfo.tms_seed);
+    return 0;
+}
+
+std::vector<boosting_info_t> TreeLearner::ShareSamples() {
+    numThread = std::max(numThread, 1);
+    if (CfgInfo.modelType == "GBRank") return ShareQueries();
+    std::vector<boosting_info_t> shares;
+    for (int t = 0; t < numThread; ++t) {
+        shares.push_back({this, PartBegin(sampleSize, numThread, t),
+                          PartBegin(sampleSize, numThread, t + 1) - 1});
+    }
+    return shares;
+}
+
+// Whole queries for each worker. When the last query has a single sample, the worker before the
+// last ends on it too; the last one starts there as well.
+std::vector<boosting_info_t> TreeLearner::ShareQueries() {
+    const int numQueries = queryIdV[sampleSize - 1] + 1;
+    numThread = std::max(std::min(numThread, numQueries), 1);
+    const int last = sampleSize - 1;
+    std::vector<boosting_info_t> shares;
+    int cursor = 0;
+    for (int t = 0; t < numThread; ++t) {
+        const int lastQuery = PartBegin(numQueries, numThread, t + 1) - 1;
+        const int begin = cursor;
+        if (cursor <= last && queryIdV[cursor] <= lastQuery) {
+            do ++cursor;
+            while (cursor < last && queryIdV[cursor] <= lastQuery);
+        }
+        shares.push_back({this, begin, cursor == last ? cursor : cursor - 1});
+    }
+    return shares;
+}
+
+int TreeLearner::RunRounds(Run& run) {
+    for (int idxTree = 1; idxTree <= numTree; ++idxTree) {
+        const long startTree = Now();
+        if (BoostRound(run, idxTree) != 0) return -1;
+        const long remaining = (Now() - startTree) * (numTree - idxTree) / kMicroseconds;
+        if (CfgInfo.fPrint) {
+            Print("Remaining time for generating trees: ", remaining, " seconds\n");
+            std::cout << std::flush;
+        }
+        if (modelType != "RandomForest" && IsStopped(idxTree, numTree)) return -1;
+    }
+    return 0;
+}
+
+int TreeLearner::BoostRound(Run& run, int idxTree) {
+    if (fDebug) of_debug << idxTree - 1 << '\n';
+    if (CfgInfo.fPrint) Print("******* Tree ID: ", idxTree, "  *******\n");
+    if (run.Fork(CalLossThreadFunction) != 0) return -1;
+    TreeGroup.clear();
+    if (modelType == "RandomForest") {
+        if (GenerateForest() != 0) return -1;
+    } else if (GenerateTree() != 0) {
+        return Fail("ERROR: Failed when generating tree!\n");
+    }
+    fSetDynStep = run.fSetDynStepGlobal;
+    if (run.Fork(PredictionThreadFunction) != 0) return -1;
+    StepLengthV.push_back(static_cast<float>(valShrink * dynShrink));
+    TreeVV.push_back(TreeGroup);
+    if (CfgInfo.fTestRealTime) WriteRoundResult(idxTree);
+    return 0;
+}
+
+// The slots draw from one stream, each where the one before it ended, so that a forest does not
+// depend on the number of threads: the shares are grown in slot order. A share that fails is
+// reported and leaves its remaining slots empty.
+int TreeLearner::GenerateForest() {
+    GroupTreeCnt = 0;
+    for (int t = 0; t < numThread; ++t) {
+        generate_tree_info_t share = {this, PartBegin(sizeGroup, numThread, t),
+                                      PartBegin(sizeGroup, numThread, t + 1) - 1};
+        GenerateTreeThreadFunction(&share);
+        if (fStopped) return -1;
+    }
+    return 0;
+}
+
+void TreeLearner::WriteRoundResult(int idxTree) {
+    const std::string path = CfgInfo.pathOutput + CfgInfo.fileResultBase;
+    if (CfgInfo.fRegCls == "REG") {
+        // The training predictions, but as many as the test set has.
+        Output(predictV, path + ".train", idxTree, labelTrV, std::min(testSize, sampleSize));
+    } else if (CfgInfo.fRegCls == "CLS") {
+        OutputCls(testResV, distClsVV, path + ".test", idxTree, labelTestV, testSize);
+    }
+}
+
+int TreeLearner::FinishRun() {
+    if (fDebug) {
+        for (int f = 0; f < dimFea; ++f) {
+            of_debug << f << ' ' << fea_debug->crit_sum_list[f] << ' '
+                     << fea_debug->candidate_num_list[f] << ' ' << fea_debug->selected_num_list[f]
+                     << '\n';
+        }
+        of_debug.close();
+    }
+    if (SaveModelFull(fileModel) != 0) return Fail("ERROR: Failed to save the full model!\n");
+    return 0;
+}
+
+bool TreeLearner::IsStopped(int done, int total) {
+    if (progressFunction == nullptr || progressFunction(progressContext, done, total) == 0) {
+        return false;
+    }
+    fStopped = true;
+    sylvora::Warn("Notice: Training was stopped after ", done, " of ", total,
+                  ", no model is written!\n");
+    return true;
+}

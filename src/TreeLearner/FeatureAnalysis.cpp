@@ -1,0 +1,75 @@
+// The feature-analysis report.
+//
+//   report  = "Average Accumulated Absolute Difference: " figure LF
+//             "Average Square Root Difference: " figure LF
+//             { column TAB weight TAB uses LF }      per test row; the largest weight first
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <locale>
+#include <numeric>
+#include <vector>
+
+#include "../TreeLearner.h"
+#include "../god/Report.h"
+
+using sylvora::Fail;
+
+namespace {
+
+// Columns by falling weight, equal ones in their order. A NaN compares with nothing, so it stays
+// where it is and each stretch between NaNs is sorted by itself.
+VecInt OrderByWeight(const VecFt& feaWeightV) {
+    const auto weight = [&feaWeightV](int f) { return feaWeightV[static_cast<size_t>(f)]; };
+    VecInt order(feaWeightV.size());
+    std::iota(order.begin(), order.end(), 0);
+    const auto isNan = [&](int f) { return std::isnan(weight(f)); };
+    for (auto begin = order.begin(); begin != order.end();) {
+        const auto end = std::find_if(begin, order.end(), isNan);
+        std::stable_sort(begin, end, [&](int a, int b) { return weight(a) > weight(b); });
+        begin = end == order.end() ? end : end + 1;
+    }
+    return order;
+}
+
+}  // namespace
+
+int TreeLearner::FeatureAnalysis(std::string file) {
+    return sylvora::Guarded([&] {
+        if (CfgInfo.fPrint) sylvora::Print("Feature analysis\n");
+        if (!walkFault.empty()) return Fail("ERROR: Wrong model format!\n", walkFault, "\n");
+        std::ofstream out(file);
+        if (!out) return Fail("ERROR: Can not open feature analysis output file!\n");
+        out.imbue(std::locale::classic());
+        VecFt feaWeightV(static_cast<size_t>(dimFea), 0.0f);
+        VecInt feaFreqV(static_cast<size_t>(dimFea), 0);
+        double absDiff = 0.0;
+        double sqrtDiff = 0.0;
+        for (int r = 0; r < testSize; ++r) {
+            const auto mapped = tranMap.find(labelTestV[r]);
+            const float label =
+                static_cast<float>(mapped != tranMap.end() ? mapped->second : labelTestV[r]);
+            double pred = 0.0;
+            for (size_t g = 0; g < TreeVV.size(); ++g) {
+                double sum = 0.0;
+                for (TreeCR* tree : TreeVV[g]) {
+                    sum += tree->FeatureAnalPredict(featureTestVV[r], feaWeightV, feaFreqV,
+                                                    label - pred, StepLengthV[g]);
+                }
+                pred += StepLengthV[g] * sum / static_cast<double>(TreeVV[g].size());
+            }
+            const double diff = label - pred;
+            absDiff += std::fabs(diff);
+            sqrtDiff += diff * diff;
+        }
+        const double numRows = testSize;
+        out << "Average Accumulated Absolute Difference: " << absDiff / numRows << '\n'
+            << "Average Square Root Difference: " << std::sqrt(sqrtDiff / numRows) << '\n';
+        for (const int f : OrderByWeight(feaWeightV)) {
+            const size_t at = static_cast<size_t>(f);
+            out << f << '\t' << feaWeightV[at] / numRows << '\t' << feaFreqV[at] / numRows << '\n';
+        }
+        out.close();
+        return out ? 0 : Fail("ERROR: Can not write file ", file, " in full!\n");
+    });
+}

@@ -1,0 +1,194 @@
+// A learner's life: construction, the arrays of a run, and what is freed when.
+#include <algorithm>
+#include <set>
+
+#include "../TreeLearner.h"
+#include "../god/Report.h"
+#include "../god/Truncation.h"
+#include "Arrays.h"
+
+using sylvora::AllocateArray;
+using sylvora::Fail;
+using sylvora::FreeArray;
+using sylvora::Print;
+
+TreeLearner::TreeLearner(CheckCfgCLS& cfg)
+    : fileModel(cfg.fileModel),
+      fileDebug(cfg.fileDebug),
+      fDebug(cfg.fDebug),
+      CfgInfo(cfg),
+      numClass(cfg.numClass),
+      fHomoWgt(cfg.modelType != "GBRank" ? 1 : 0),
+      numTree(cfg.numTree),
+      numThread(cfg.numThread),
+      valTau(cfg.valTau),
+      valShrink(cfg.valShrink),
+      valSmpRt(cfg.valSmpRt),
+      temperature(cfg.temperature) {}
+
+TreeLearner::TreeLearner() = default;
+
+TreeLearner::~TreeLearner() {
+    Destroy();
+    pthread_mutex_destroy(&generateTree_mutex);
+}
+
+int TreeLearner::ParamInit() {
+    return sylvora::Guarded([&] {
+        if (CfgInfo.fPrint) Print("Init parameters in ranking model ...\n");
+        sizeGroup = CfgInfo.sizeGroup;
+        modelType = CfgInfo.modelType;
+        if ((modelType == "RandomForest" || modelType == "CART") && numTree > 1) {
+            return Fail("Error: check modelType and numTree!\n");
+        }
+        if (sampleSize == 0) {
+            return Fail("Error: no data exists in the tree models learning process!\n");
+        }
+        if (CfgInfo.modelType == "GBRank" && queryIdV == nullptr) {
+            return Fail("ERROR: Size of qid does not match the data!\n");
+        }
+        if (AllocateArray(gradientV, sampleSize, "allocating gradientV") != 0) return -1;
+        if (AllocateArray(labelTrV, sampleSize, "allocating labelTrV") != 0) return -1;
+        if (TransformLabels() != 0) return -1;
+        if (AllocateRunArrays() != 0) return -1;
+        CountQueryRows();
+        if (ComputeDistinctPair() != 0) {
+            return Fail("ERROR: Failed when computing distincing pair!\n");
+        }
+        return 0;
+    });
+}
+
+int TreeLearner::TransformLabels() {
+    if (CfgInfo.fPrint) Print("Tranform the label...\n");
+    const std::string& loss = CfgInfo.lossFunc;
+    const bool fSignLabels = loss == "HingeSquare" || loss == "Logistic" || loss == "Exponential";
+    for (int i = 0; i < sampleSize; ++i) {
+        const auto mapped = tranMap.find(labelV[i]);
+        labelTrV[i] = mapped != tranMap.end() ? mapped->second : labelV[i];
+        // Deliberately, neither mapped labels nor negative ones are checked here.
+        if (mapped == tranMap.end() && CfgInfo.fRegCls == "CLS" && labelV[i] >= numClass - 0.5) {
+            return Fail("ERROR: Class id must be consecutive integers, ", numClass,
+                        " classes but label: ", labelV[i], " found!\n");
+        }
+        const int sign = sylvora::Truncate<int>(labelTrV[i]);
+        if (fSignLabels && sign != -1 && sign != 1) {
+            return Fail("ERROR: label should be \"-1\" or \"+1\" when using loss function \"", loss,
+                        "\"!\n");
+        }
+    }
+    return 0;
+}
+
+int TreeLearner::AllocateRunArrays() {
+    if (AllocateArray(predictV, sampleSize, "allocating predictV") != 0) return -1;
+    if (devSize >= 1) {
+        if (CfgInfo.fPrint) Print("Init dev set...\n");
+        if (AllocateArray(devResV, devSize, "allocating devResV") != 0) return -1;
+        devResVV.assign(static_cast<size_t>(devSize), VecFt(1, 0.0f));
+    }
+    if (AllocateArray(testResV, testSize, "allocating testResV") != 0) return -1;
+    testResVV.assign(static_cast<size_t>(testSize), VecFt(1, 0.0f));
+    return 0;
+}
+
+// Without queries the whole training set counts as one.
+void TreeLearner::CountQueryRows() {
+    numDocQueV.assign(static_cast<size_t>(sampleSize), sampleSize);
+    if (CfgInfo.modelType != "GBRank") return;
+    VecInt runLengthV;
+    for (int i = 0; i < sampleSize; ++i) {
+        if (i == 0 || queryIdV[i] != queryIdV[i - 1]) runLengthV.push_back(0);
+        ++runLengthV.back();
+    }
+    for (int i = 0; i < sampleSize; ++i) {
+        // Query ids number the queries; an id that numbers none has no rows.
+        const size_t query = static_cast<size_t>(queryIdV[i]);
+        numDocQueV[static_cast<size_t>(i)] = query < runLengthV.size() ? runLengthV[query] : 0;
+    }
+}
+
+int TreeLearner::Destroy() {
+    FreeTrainingData();
+    FreeDevelopmentData();
+    FreeTestData();
+    FreeDebugCounters();
+    FreeTrees();
+    if (CfgInfo.fPrint) Print("Free data complete.\n");
+    return 0;
+}
+
+void TreeLearner::FreeTrainingData() {
+    sylvora::FreeRows(featureVV, sampleSize);
+    FreeArray(gradientV);
+    FreeArray(labelVirV);
+    FreeArray(labelTrV);
+    FreeArray(labelV);
+    FreeArray(queryIdV);
+    FreeArray(numPairDistinctQueV);
+    FreeArray(predictV);
+    FreeArray(testResV);
+    FreeArray(randGenerators);
+    FreeArray(featureMean);
+    FreeArray(clsLabelEnum);
+    FreeArray(IndexV);
+    sampleSize = 0;
+}
+
+void TreeLearner::FreeDevelopmentData() {
+    sylvora::FreeRows(featureDevVV, devSize);
+    FreeArray(labelDevV);
+    FreeArray(queryIdDevV);
+    FreeArray(devResV);
+    devSize = 0;
+}
+
+void TreeLearner::FreeTestData() {
+    sylvora::FreeRows(featureTestVV, testSize);
+    FreeArray(labelTestV);
+    FreeArray(queryIdTestV);
+    testSize = 0;
+}
+
+void TreeLearner::FreeDebugCounters() {
+    if (fea_debug == nullptr) return;
+    FreeArray(fea_debug->candidate_num_list);
+    FreeArray(fea_debug->selected_num_list);
+    FreeArray(fea_debug->crit_sum_list);
+    FreeArray(fea_debug);
+}
+
+// TreeGroup may hold trees that no round has taken over yet, and usually those of the last round.
+void TreeLearner::FreeTrees() {
+    RetireTrees();
+    const std::set<TreeCR*> trees(retiredV.begin(), retiredV.end());
+    for (TreeCR* tree : trees) delete tree;
+    retiredV.clear();
+}
+
+// Sets the ensemble aside until the learner goes: a caller may still hold its trees.
+void TreeLearner::RetireTrees() {
+    for (const auto& group : TreeVV) retiredV.insert(retiredV.end(), group.begin(), group.end());
+    retiredV.insert(retiredV.end(), TreeGroup.begin(), TreeGroup.end());
+    TreeVV.clear();
+    TreeGroup.clear();
+}
+
+void TreeLearner::setProgress(ProgressFuncType function, void* context) {
+    progressFunction = function;
+    progressContext = context;
+}
+
+int TreeLearner::getTreeNum() const {
+    size_t numTrees = 0;
+    for (const auto& group : TreeVV) numTrees += group.size();
+    return static_cast<int>(numTrees);
+}
+
+int TreeLearner::Sampling() {
+    return Fail("ERROR: Column-wise tree generation is not offered!\n");
+}
+
+int TreeLearner::GenerateColTree() {
+    return Sampling();
+}

@@ -1,0 +1,86 @@
+// The trees of a round, and the step of the predictions along them.
+#include <memory>
+
+#include "../TreeLearner.h"
+#include "../claim.h"
+#include "../god/Report.h"
+#include "../god/Workers.h"
+
+using sylvora::Fail;
+
+// The seed cell of a slot; before a run has placed them, the global one.
+long* TreeLearner::SeedOf(int treeId) {
+    return randGenerators != nullptr ? randGenerators[treeId] : &gseed;
+}
+
+int TreeLearner::SelectRows(int*& selected, int& count, long* seed) {
+    if (CfgInfo.randomMode == "QUERY") {
+        if (RandomSelectQuery(selected, count, seed) == 0) return 0;
+        return Fail("ERROR: Failed when selecting samples according to query randomly!\n");
+    }
+    if (CfgInfo.randomMode == "DOC") {
+        if (RandomSelectURL(selected, count, seed) == 0) return 0;
+        return Fail("ERROR: Failed when selecting samples according to url randomly!\n");
+    }
+    return Fail("ERROR: Random mode is wrong. mode: ", CfgInfo.randomMode, "!\n");
+}
+
+int TreeLearner::GrowTree(int treeId, bool fThreaded) {
+    return sylvora::Guarded([&] {
+        auto tree = std::make_unique<TreeCR>(CfgInfo, sampleFeaType);
+        long* seed = SeedOf(treeId);
+        int* indexV = nullptr;
+        int num = 0;
+        const int selected = SelectRows(indexV, num, seed);
+        const std::unique_ptr<int[]> rows(indexV);
+        if (selected != 0) return -1;
+        if (tree->Init(dimFea, num, sampleSize) != 0) {
+            return Fail("ERROR: Failed to init TreeCR!\n");
+        }
+        const auto grow = fThreaded ? &TreeCR::GrowHalf : &TreeCR::GrowOne;
+        if ((tree.get()->*grow)(featureVV, gradientV, numPairDistinctQueV, indexV,
+                                CfgInfo.fPrintLeafDistribution, of_debug, fea_debug, seed) != 0) {
+            return Fail("ERROR: Failed when TreeCR grows!\n");
+        }
+        pthread_mutex_lock(&generateTree_mutex);
+        TreeGroup.reserve(TreeGroup.size() + 1);
+        TreeGroup.push_back(tree.release());
+        ++GroupTreeCnt;
+        pthread_mutex_unlock(&generateTree_mutex);
+        return 0;
+    });
+}
+
+int TreeLearner::GenerateTree() {
+    return GrowTree(0, true);
+}
+
+int TreeLearner::GenerateRowTree(int treeIdBegin, int treeIdEnd) {
+    for (int treeId = treeIdBegin; treeId <= treeIdEnd; ++treeId) {
+        if (GrowTree(treeId, false) != 0) return -1;
+        if (IsStopped(treeId + 1, sizeGroup)) return -1;
+    }
+    return 0;
+}
+
+// Deliberately only the first tree of the group: a forest runs a single round, so nothing reads its
+// predictions but the round's result file.
+int TreeLearner::UpdatePrediction(int idBegin, int idEnd) {
+    if (TreeGroup.empty()) return Fail("ERROR: No tree to update the predictions with!\n");
+    TreeCR* tree = TreeGroup[0];
+    for (int i = idBegin; i <= idEnd; ++i) {
+        predictV[i] += tree->Predict(featureVV[i]) * dynShrink * valShrink;
+    }
+    return 0;
+}
+
+void* GenerateTreeThreadFunction(void* arg) {
+    const generate_tree_info_t& share = *static_cast<generate_tree_info_t*>(arg);
+    return sylvora::ExitValue(
+        share.treeLearner->GenerateRowTree(share.treeIdBegin, share.treeIdEnd));
+}
+
+void* PredictionThreadFunction(void* arg) {
+    const boosting_info_t& share = *static_cast<boosting_info_t*>(arg);
+    return sylvora::ExitValue(share.treeLearner->UpdatePrediction(share.sIdBegin, share.sIdEnd));
+}
