@@ -1,0 +1,99 @@
+// Mode analyze: what each column contributes to the scores of a data file.
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "DataFile.h"
+#include "DataSet.h"
+#include "Modes.h"
+#include "Output/WholeFile.h"
+#include "Paths.h"
+#include "Scoring.h"
+#include "god/Report.h"
+
+namespace sylvora::frontend {
+namespace {
+
+int CheckPaths(const Command& command, const std::string& fileReport) {
+    const CheckCfgCLS& cfg = command.cfg;
+    if (RequirePath({"fileModel", cfg.fileModel}, "the model to analyse") != 0 ||
+        RequirePath({"fileTest", cfg.fileTest}, "the data to analyse it on") != 0) {
+        return -1;
+    }
+    return TryOutputs(command, {{"filePred", fileReport}});
+}
+
+int LoadTest(const std::string& fileTest, TreeLearner& model) {
+    DataFile file("fileTest", fileTest);
+    DataSet set;
+    if (file.Scan() != 0) return -1;
+    const int dim = WidestRow({&file}, model.getFeatureDim());
+    if (CheckMemory({&file}, file.NumRows(), dim) != 0) return -1;
+    if (ReadSet(file, dim, model.CfgInfo.modelType == "GBRank", set) != 0) return -1;
+    constexpr int kTest = 1;
+    return HandOver(set, file, kTest, model);
+}
+
+// The report of an ensemble without trees would look like one; any text that begins with 0 loads as
+// such a model.
+int CheckTrees(const CheckCfgCLS& cfg, const TreeLearner& model) {
+    if (model.getTreeNum() > 0) return 0;
+    return Fail("ERROR: fileModel ", cfg.fileModel, ": holds no trees\n");
+}
+
+// An empty file in the system's folder for such, gone with this object.
+class TemporaryFile {
+  public:
+    TemporaryFile() : path(std::filesystem::temp_directory_path() / "sylvora-XXXXXX") {
+        const int fd = ::mkstemp(path.data());
+        fCreated = fd >= 0;
+        if (fCreated) ::close(fd);
+    }
+    ~TemporaryFile() {
+        if (fCreated) ::unlink(path.c_str());
+    }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+    const std::string& Path() const { return path; }
+
+  private:
+    std::string path;
+    bool fCreated;
+};
+
+// The library writes a report in its place, line by line; here it appears whole or not at all.
+int WriteReport(TreeLearner& model, const std::string& fileReport) {
+    const TemporaryFile temporary;
+    if (model.FeatureAnalysis(temporary.Path()) != 0) {
+        return Fail("ERROR: filePred ", fileReport, ": there is no report to write\n");
+    }
+    WholeFile report(fileReport);
+    if (report.IsOpen()) {
+        report.Stream() << std::ifstream(temporary.Path()).rdbuf();
+        if (report.Commit()) return 0;
+    }
+    return Fail("ERROR: filePred ", fileReport, ": cannot be written: ", std::strerror(errno),
+                "\n");
+}
+
+}  // namespace
+
+int Analyze(const Command& command) {
+    const CheckCfgCLS& cfg = command.cfg;
+    const std::string fileReport =
+        cfg.filePred.empty() ? cfg.fileModel + ".features" : cfg.filePred;
+    if (CheckPaths(command, fileReport) != 0) return -1;
+    TreeLearner model;
+    if (LoadModelOf(cfg, model) != 0 || CheckTrees(cfg, model) != 0 ||
+        LoadTest(cfg.fileTest, model) != 0)
+        return -1;
+    return WriteReport(model, fileReport);
+}
+
+}  // namespace sylvora::frontend

@@ -1,0 +1,17 @@
+// Hints at misspelt keys. The library ignores a key that no parameter has, so that one file can
+// serve several versions; a person who wrote "numTre" wants to hear of it.
+#ifndef SYLVORA_FRONTEND_CONFIGHINTS_H
+#define SYLVORA_FRONTEND_CONFIGHINTS_H
+
+#include <string>
+
+namespace sylvora::frontend {
+
+// Warns once per unknown key of a configuration file that has been read without error, with the
+// line and the known key that is spelt most like it. Something that can be read only once (a pipe)
+// is left alone.
+void WarnOfUnknownKeys(const std::string& fileCfg);
+
+}  // namespace sylvora::frontend
+
+#endif  // SYLVORA_FRONTEND_CONFIGHINTS_H

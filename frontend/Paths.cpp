@@ -1,0 +1,63 @@
+#include "Paths.h"
+
+#include <filesystem>
+#include <system_error>
+
+#include "Output/WholeFile.h"
+#include "god/Report.h"
+
+namespace sylvora::frontend {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Whether both name one file, which need not exist yet; what is no regular file (/dev/null) may be
+// written by many.
+bool IsSameFile(const std::string& a, const std::string& b) {
+    std::error_code failed;
+    if (fs::exists(a, failed) && !fs::is_regular_file(a, failed)) return false;
+    if (fs::equivalent(a, b, failed)) return true;
+    const fs::path placeA = fs::weakly_canonical(fs::absolute(a), failed);
+    if (failed) return false;
+    const fs::path placeB = fs::weakly_canonical(fs::absolute(b), failed);
+    return !failed && placeA == placeB;
+}
+
+int TryOutput(const NamedPath& output, const std::vector<NamedPath>& otherV) {
+    for (const NamedPath& other : otherV) {
+        if (other.path.empty() || other.parameter == output.parameter) continue;
+        if (IsSameFile(output.path, other.path)) {
+            return Fail("ERROR: ", output.parameter, " ", output.path, ": is the same file as ",
+                        other.parameter, ", which it would overwrite\n");
+        }
+    }
+    const std::string reason = WhyNotWritable(output.path);
+    if (reason.empty()) return 0;
+    return Fail("ERROR: ", output.parameter, " ", output.path, ": cannot be written: ", reason,
+                "\n");
+}
+
+}  // namespace
+
+int RequirePath(const NamedPath& wanted, const std::string& purpose) {
+    if (!wanted.path.empty()) return 0;
+    return Fail("ERROR: ", wanted.parameter, " is not set: name ", purpose, "\n");
+}
+
+int TryOutputs(const Command& command, const std::vector<NamedPath>& outputV) {
+    const CheckCfgCLS& cfg = command.cfg;
+    std::vector<NamedPath> otherV = {{"the configuration file", command.fileCfg},
+                                     {"fileTrain", cfg.fileTrain},
+                                     {"fileTest", cfg.fileTest},
+                                     {"fileDev", cfg.fileDev},
+                                     {"labelTran", cfg.fileTran},
+                                     {"fileModel", cfg.fileModel}};
+    for (const NamedPath& output : outputV) {
+        if (output.path.empty()) continue;
+        if (TryOutput(output, otherV) != 0) return -1;
+        otherV.push_back(output);
+    }
+    return 0;
+}
+
+}  // namespace sylvora::frontend

@@ -1,0 +1,61 @@
+#include "Progress.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "god/Report.h"
+
+namespace sylvora::frontend {
+namespace {
+
+// Eight a second, so that with the last one there are never more than ten.
+constexpr std::chrono::milliseconds kBetweenDrawings(125);
+
+std::string Duration(double seconds) {
+    const long whole = static_cast<long>(seconds + 0.5);
+    const long minutes = whole / 60;
+    if (minutes == 0) return Text(whole, " s");
+    if (minutes < 60) return Text(minutes, " min ", whole % 60, " s");
+    return Text(minutes / 60, " h ", minutes % 60, " min");
+}
+
+}  // namespace
+
+ProgressLine::ProgressLine(TreeLearner& watched)
+    : learner(watched),
+      unit(watched.CfgInfo.modelType == "RandomForest" ? "tree " : "round "),
+      start(Clock::now()) {
+    if (::isatty(STDERR_FILENO) == 1 && !learner.CfgInfo.fPrint) learner.setProgress(Report, this);
+}
+
+ProgressLine::~ProgressLine() {
+    learner.setProgress(nullptr, nullptr);
+    if (widthDrawn > 0) Warn("\n");
+}
+
+int ProgressLine::Report(void* context, int done, int total) {
+    ProgressLine& line = *static_cast<ProgressLine*>(context);
+    const Clock::time_point now = Clock::now();
+    if (done == total || line.widthDrawn == 0 || now - line.lastDrawn >= kBetweenDrawings) {
+        line.lastDrawn = now;
+        line.Draw(done, total);
+    }
+    return 0;
+}
+
+// The cursor goes back to the start of the line, so that a message of the library that comes
+// between covers the line instead of following it.
+void ProgressLine::Draw(int done, int total) {
+    const double elapsed = std::chrono::duration<double>(lastDrawn - start).count();
+    const double left = elapsed / done * (total - done);
+    const double share = 100.0 * done / total;
+    std::string line = Text(unit, done, " of ", total, ", ", static_cast<int>(share), " %, ",
+                            Duration(left), " left");
+    const size_t width = line.size();
+    line.resize(std::max(width, widthDrawn), ' ');
+    widthDrawn = width;
+    Warn(line, "\r");
+}
+
+}  // namespace sylvora::frontend

@@ -1,0 +1,172 @@
+// Mode train: from data files to a model file, and to the model's test metrics.
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <utility>
+#include <vector>
+
+#include "DataFile.h"
+#include "DataSet.h"
+#include "Metrics.h"
+#include "Modes.h"
+#include "Paths.h"
+#include "Progress.h"
+#include "Scoring.h"
+#include "TreeLearner.h"
+#include "claim.h"
+#include "god/Report.h"
+
+namespace sylvora::frontend {
+namespace {
+
+enum SetType { kTraining = 0, kTest = 1, kDevelopment = 2 };
+
+struct RunSet {
+    DataFile file;
+    SetType type;
+    DataSet data;
+};
+
+// The first of the files that the library writes after each round.
+std::string FirstResultFile(const CheckCfgCLS& cfg) {
+    if (!cfg.fTestRealTime) return "";
+    const char* part = cfg.fRegCls == "CLS" ? ".test" : ".train";
+    return cfg.pathOutput + cfg.fileResultBase + part + ".txt.1";
+}
+
+int CheckPaths(const Command& command) {
+    const CheckCfgCLS& cfg = command.cfg;
+    if (RequirePath({"fileTrain", cfg.fileTrain}, "the training data") != 0 ||
+        RequirePath({"fileModel", cfg.fileModel}, "the model file to write") != 0) {
+        return -1;
+    }
+    const bool fScores = !cfg.fileTest.empty();
+    if (!fScores && !cfg.filePred.empty()) {
+        Warn("WARNING: filePred ", cfg.filePred, ": stays as it is without fileTest\n");
+    }
+    return TryOutputs(command, {{"fileModel", cfg.fileModel},
+                                {"fileDebug", cfg.fDebug ? cfg.fileDebug : ""},
+                                {"filePred", fScores ? cfg.filePred : ""},
+                                {"fileResultBase", FirstResultFile(cfg)}});
+}
+
+int CheckLoss(const CheckCfgCLS& cfg) {
+    if (cfg.lossFunc != "USER") return 0;
+    return Fail("ERROR: lossFunc USER: only a program that links the library can supply a loss\n");
+}
+
+// The seeds of the run: slot 0 draws with gseed, and the library multiplies tms_seed by the number
+// of the other slots; both must be a long.
+int Seed(CheckCfgCLS& cfg) {
+    cfg.tms_seed = cfg.getRandomSeed();
+    constexpr double kBound = -static_cast<double>(std::numeric_limits<long>::min());
+    const double largest = std::fabs(cfg.tms_seed) * std::max(cfg.sizeGroup - 1, 1);
+    if (!(largest < kBound)) {
+        return Fail("ERROR: randomSeed ", cfg.tms_seed,
+                    ": is too large: in size, and times the trees of a forest, it must be below ",
+                    kBound, "\n");
+    }
+    gseed = -static_cast<long>(std::fabs(cfg.tms_seed));
+    return 0;
+}
+
+std::vector<RunSet> NameSets(const CheckCfgCLS& cfg) {
+    std::vector<RunSet> setV;
+    const auto add = [&setV](const char* parameter, const std::string& path, SetType type) {
+        if (!path.empty()) setV.push_back({DataFile(parameter, path), type, {}});
+    };
+    add("fileTrain", cfg.fileTrain, kTraining);
+    add("fileTest", cfg.fileTest, kTest);
+    add("fileDev", cfg.fileDev, kDevelopment);
+    return setV;
+}
+
+// All rows of a run are as wide as the widest of any file.
+int ReadSets(std::vector<RunSet>& setV, bool fRanking) {
+    std::vector<DataFile*> fileV;
+    long numRows = 0;
+    for (RunSet& set : setV) {
+        if (set.file.Scan() != 0) return -1;
+        numRows += set.file.NumRows();
+        fileV.push_back(&set.file);
+    }
+    const int dim = WidestRow(fileV, 0);
+    if (CheckMemory(fileV, numRows, dim) != 0) return -1;
+    for (RunSet& set : setV) {
+        if (ReadSet(set.file, dim, fRanking, set.data) != 0) return -1;
+    }
+    return 0;
+}
+
+// The parsed rows are gone afterwards: each is freed as soon as the learner has copied it.
+int LoadData(const CheckCfgCLS& cfg, TreeLearner& learner) {
+    std::vector<RunSet> setV = NameSets(cfg);
+    if (ReadSets(setV, cfg.modelType == "GBRank") != 0) return -1;
+    // The training set comes last, because it settles the learner's dimension and classes.
+    std::rotate(setV.begin(), setV.begin() + 1, setV.end());
+    for (RunSet& set : setV) {
+        if (HandOver(set.data, set.file, set.type, learner) != 0) return -1;
+    }
+    return 0;
+}
+
+int RefuseSample(double valSmpRt, int count, const char* unit) {
+    return Fail("ERROR: valSmpRt ", valSmpRt, " of ", count, " ", unit,
+                " is none: no tree could be grown; take more than ", 1.0 / count, "\n");
+}
+
+// A single query is left to the library, which cannot sample by queries then and says so.
+int CheckSample(const TreeLearner& learner) {
+    const auto isNone = [&learner](int count) { return std::trunc(count * learner.valSmpRt) < 1; };
+    const int numRows = learner.sampleSize;
+    if (isNone(numRows)) return RefuseSample(learner.valSmpRt, numRows, "rows");
+    if (learner.CfgInfo.randomMode != "QUERY") return 0;
+    const int numQueries = learner.queryIdV[numRows - 1] + 1;
+    if (numQueries == 1 || !isNone(numQueries)) return 0;
+    return RefuseSample(learner.valSmpRt, numQueries, "queries");
+}
+
+int Grow(const CheckCfgCLS& cfg, TreeLearner& learner) {
+    // After the training data, whose classes bound the labels of the map.
+    if (!cfg.fileTran.empty() && learner.ReadLabelTran(cfg.fileTran) != 0) return -1;
+    if (CheckSample(learner) != 0 || learner.ParamInit() != 0) return -1;
+    ProgressLine progress(learner);
+    return learner.Boosting();
+}
+
+// Scores the test data of a trained learner with the model that it wrote.
+int ScoreTest(const TreeLearner& trained, TreeLearner& model, ScoredSet& set) {
+    Scorer scorer(model);
+    for (int i = 0; i < trained.testSize; ++i) {
+        double score = 0.0;
+        if (scorer.Score(trained.featureTestVV[i], trained.dimFea, score) != 0) return -1;
+        set.scoreV.push_back(score);
+        set.labelV.push_back(MapLabel(trained.tranMap, trained.labelTestV[i]));
+    }
+    if (trained.queryIdTestV != nullptr) {
+        set.queryIdV.assign(trained.queryIdTestV, trained.queryIdTestV + trained.testSize);
+    }
+    return 0;
+}
+
+int ReportTest(const CheckCfgCLS& cfg, const TreeLearner& trained) {
+    TreeLearner model;
+    ScoredSet set;
+    if (LoadModel(cfg.fileModel, model) != 0 || ScoreTest(trained, model, set) != 0) return -1;
+    PrintMetrics(model, set);
+    return cfg.filePred.empty() ? 0 : WriteScores(cfg.filePred, set.scoreV);
+}
+
+}  // namespace
+
+int Train(Command& command) {
+    CheckCfgCLS& cfg = command.cfg;
+    if (cfg.CheckCfg() != 0 || CheckLoss(cfg) != 0 || CheckPaths(command) != 0 || Seed(cfg) != 0) {
+        return -1;
+    }
+    TreeLearner learner(cfg);
+    if (LoadData(cfg, learner) != 0 || Grow(cfg, learner) != 0) return -1;
+    return cfg.fileTest.empty() ? 0 : ReportTest(cfg, learner);
+}
+
+}  // namespace sylvora::frontend

@@ -1,0 +1,91 @@
+// The command: sylvora CFG [-option value]...
+//
+// Exit status: 0; 1 for a failure, after one line on standard error that begins "ERROR: " (and
+// names file, line or parameter) or that the library wrote; 2 for wrong usage.
+#include <csignal>
+#include <exception>
+#include <iostream>
+#include <new>
+#include <string>
+
+#include "ConfigHints.h"
+#include "Help.h"
+#include "Modes.h"
+#include "god/Report.h"
+
+namespace {
+
+using sylvora::Fail;
+using sylvora::Print;
+using sylvora::Warn;
+using sylvora::frontend::Command;
+
+enum ExitStatus { kDone = 0, kFailure = 1, kWrongUsage = 2 };
+
+int RefuseUsage(const std::string& complaint) {
+    Warn("ERROR: ", complaint, "\n", sylvora::frontend::UsageText());
+    return kWrongUsage;
+}
+
+int RunMode(Command& command) {
+    const std::string& mode = command.cfg.mode;
+    if (mode.empty() || mode == "train") return sylvora::frontend::Train(command);
+    if (mode == "predict") return sylvora::frontend::Predict(command);
+    return sylvora::frontend::Analyze(command);
+}
+
+bool IsMode(const std::string& mode) {
+    return mode.empty() || mode == "train" || mode == "predict" || mode == "analyze";
+}
+
+int RunConfiguration(int argc, char** argv) {
+    Command command;
+    command.fileCfg = argv[1];
+    if (command.cfg.ReadCfg(argc, argv) != 0) return kFailure;
+    if (!IsMode(command.cfg.mode)) {
+        return RefuseUsage("unknown mode \"" + command.cfg.mode +
+                           "\": it is train, predict or analyze");
+    }
+    sylvora::frontend::WarnOfUnknownKeys(command.fileCfg);
+    return RunMode(command) == 0 ? kDone : kFailure;
+}
+
+int Dispatch(int argc, char** argv) {
+    if (argc < 2) return RefuseUsage("no configuration file is named");
+    const std::string first = argv[1];
+    if (first == "--help") {
+        Print(sylvora::frontend::HelpText());
+    } else if (first == "--help=markdown") {
+        Print(sylvora::frontend::ParametersDocument());
+    } else if (first == "--version") {
+        Print("sylvora ", SYLVORA_VERSION, "\n");
+    } else if (first.rfind("--", 0) == 0) {
+        return RefuseUsage("unknown option " + first);
+    } else {
+        return RunConfiguration(argc, argv);
+    }
+    return kDone;
+}
+
+// What was printed counts as done only when it has arrived: a full disk must not pass unnoticed.
+int Finish(int status) {
+    std::cout.flush();
+    if (std::cout.good() || status != kDone) return status;
+    Warn("ERROR: standard output: cannot be written\n");
+    return kFailure;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // A file that grows beyond the user's limit is then an error like a full disk.
+    std::signal(SIGXFSZ, SIG_IGN);
+    try {
+        return Finish(Dispatch(argc, argv));
+    } catch (const std::bad_alloc&) {
+        std::cerr << "ERROR: out of memory\n";
+    } catch (const std::exception& error) {
+        std::cerr << "ERROR: " << error.what() << "\n";
+    }
+    return kFailure;
+}

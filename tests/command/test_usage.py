@@ -1,0 +1,83 @@
+"""Usage, help, hints, and how a run meets its terminal."""
+
+import os
+import pty
+import re
+import subprocess
+import unittest
+
+from workbench import COMMAND, REPOSITORY, Workbench
+
+
+class Usage(Workbench):
+    def test_wrong_usage_is_status_2(self):
+        for arguments in [], ["--nonsense"], ["run.cfg", "-mode", "dance"]:
+            with self.subTest(arguments):
+                run = self.run_command(*arguments)
+                self.assertEqual((2, ""), (run.returncode, run.stdout))
+                self.assertRegex(run.stderr, "^ERROR: .*\nUsage: sylvora CFG")
+        self.assertFalse((self.folder / "model.txt").exists())
+
+    def test_version_and_help_need_no_configuration(self):
+        for option, pattern in ("--version", r"^sylvora \d+\.\d+\.\d+\n$"), \
+                               ("--help", r"numTree\n.*\n +default 500; accepted: 1 or more"):
+            run = self.run_command(option)
+            self.assertEqual((0, ""), (run.returncode, run.stderr))
+            self.assertRegex(run.stdout, pattern)
+
+    def test_the_parameter_document_is_current(self):
+        printed = self.run_command("--help=markdown").stdout
+        self.assertEqual((REPOSITORY / "docs/parameters.md").read_text(), printed,
+                         "renew it: sylvora --help=markdown > docs/parameters.md")
+        shown = self.run_command("--help").stdout
+        for key in re.findall(r"^\| `(\w+)`", printed, re.M):
+            self.assertRegex(shown, rf"(?m)^  -?{key}$")
+
+    def test_unknown_keys_are_hinted_at_once(self):
+        self.configure("numTre = 3", "NUMTREE = 4", "numTre = 5", "# depth = 1")
+        lines = self.succeed().stderr.splitlines()
+        self.assertEqual(2, len(lines), lines)
+        for line, place, key in (lines[0], 7, "numTre"), (lines[1], 8, "NUMTREE"):
+            self.assertRegex(line, rf'^WARNING: run.cfg, line {place}: .*"{key}".*"numTree"')
+
+    def test_unwritten_output_is_no_success(self):
+        with open("/dev/full", "w") as full:
+            run = subprocess.run([COMMAND, "--help"], stdout=full, stderr=subprocess.PIPE)
+        self.assertEqual((1, b"ERROR: standard output"), (run.returncode, run.stderr[:22]))
+
+
+class Progress(Workbench):
+    def on_terminal(self, *options):
+        ours, theirs = pty.openpty()
+        run = subprocess.Popen([COMMAND, "run.cfg", *options], cwd=self.folder, stderr=theirs,
+                               stdout=subprocess.DEVNULL)
+        os.close(theirs)
+        shown = b""
+        try:
+            while piece := os.read(ours, 4096):
+                shown += piece
+        except OSError:  # the way in which a terminal says that its other side is closed
+            pass
+        os.close(ours)
+        self.assertEqual(0, run.wait())
+        return shown.decode()
+
+    def test_one_line_on_a_terminal(self):
+        cases = ((["-numTree", "12"], "round", 12),
+                 (["-modelType", "RandomForest", "-fRegCls", "REG", "-numTree", "4"], "tree", 4))
+        for options, unit, total in cases:
+            shown = self.on_terminal(*options)
+            drawn = [line for line in shown.split("\r") if line.strip()]
+            self.assertRegex(drawn[0], rf"^{unit} 1 of {total}, \d+ %, \d+ s left *$")
+            self.assertRegex(drawn[-1], rf"^{unit} {total} of {total}, 100 %, 0 s left *$")
+            self.assertLess(len(drawn), total)
+            self.assertTrue(shown.endswith("\r\n"), repr(shown))
+
+    def test_silence_elsewhere(self):
+        self.assertEqual("", self.succeed().stderr)
+        self.configure("fPrint = true")
+        self.assertEqual("", self.on_terminal())
+
+
+if __name__ == "__main__":
+    unittest.main()
