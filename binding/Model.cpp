@@ -1,0 +1,52 @@
+// Loading a model file into a handle, and the handle's buffers.
+#include "Model.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <utility>
+
+#include "Error.h"
+#include "TreeLearner.h"
+
+Model::~Model() {
+    delete learner;
+    delete[] featureBuf;
+    delete[] treeResultBuf;
+}
+
+int Model::CalcTreeNum() {
+    std::size_t count = 0;
+    for (const std::vector<TreeCR*>& group : learner->TreeVV) count += group.size();
+    return static_cast<int>(count);
+}
+
+int Model::Init(const char* path) {
+    const auto fail = [](const char* text) {
+        RaiseError(text);
+        return 0;
+    };
+    learner = new TreeLearner();
+    if (learner->LoadModelFull(path) != 0) return fail("Load Model error");
+    if (learner->dimFea <= 0) return fail("Feature Dim Error");
+    featureBuf = new double[static_cast<std::size_t>(learner->dimFea)];
+    treeNum = CalcTreeNum();
+    if (treeNum <= 0) return fail("Tree Num Error");
+    // A regression gives one value per group, and groups without trees can outnumber the trees.
+    const std::size_t numEntry =
+        std::max(static_cast<std::size_t>(treeNum), learner->TreeVV.size());
+    treeResultBuf = new double[numEntry];
+    std::fill_n(treeResultBuf, numEntry, -1.0);
+    return 1;
+}
+
+FeatureLoan::FeatureLoan(Model& lender)
+    : featureV(std::exchange(lender.featureBuf, nullptr)), model(lender) {
+    if (featureV == nullptr) {
+        featureV = new double[static_cast<std::size_t>(model.learner->dimFea)];
+    }
+}
+
+FeatureLoan::~FeatureLoan() {
+    std::swap(model.featureBuf, featureV);
+    delete[] featureV;
+}

@@ -1,0 +1,46 @@
+// The handle behind an integer that the Python module gives out: one loaded ensemble and the
+// buffers of its scoring calls.
+#ifndef SYLVORA_BINDING_MODEL_H
+#define SYLVORA_BINDING_MODEL_H
+
+class TreeLearner;
+
+// Owns everything it points to. Not copyable. Its users take turns: nothing here is locked.
+class Model {
+  public:
+    TreeLearner* learner = nullptr;
+    double* featureBuf = nullptr;     // dimFea values: the row being scored; see FeatureLoan
+    double* treeResultBuf = nullptr;  // values of the last scoring, at least treeNum entries
+    int treeNum = 0;                  // trees in all groups
+
+    Model() = default;
+    ~Model();
+    Model(const Model&) = delete;
+    Model& operator=(const Model&) = delete;
+
+    // Trees in all groups of the learner.
+    int CalcTreeNum();
+
+    // Loads the model file; once, on a new handle. Returns 1, or 0 with the Python exception set;
+    // the handle is then only good for destruction. Throws std::bad_alloc.
+    [[nodiscard]] int Init(const char* path);
+};
+
+// The feature buffer of a handle, lent to one scoring call. Converting an item of the caller's list
+// can run any Python code, which may score another row with the same handle, or let another thread
+// do so: such a call finds the buffer gone and gets one of its own.
+class FeatureLoan {
+  public:
+    double* featureV;
+
+    // Throws std::bad_alloc, though only when the handle's own buffer is lent out.
+    explicit FeatureLoan(Model& lender);
+    ~FeatureLoan();
+    FeatureLoan(const FeatureLoan&) = delete;
+    FeatureLoan& operator=(const FeatureLoan&) = delete;
+
+  private:
+    Model& model;
+};
+
+#endif  // SYLVORA_BINDING_MODEL_H

@@ -1,0 +1,263 @@
+"""The module `sylvora`: scores against plain arithmetic, errors, hostile callers.
+
+Runs unchanged under Python 2.7 and 3.8 and later, with the module's folder in PYTHONPATH:
+python -m unittest discover -s tests/python
+"""
+import os
+import random
+import resource
+import shutil
+import sys
+import tempfile
+import threading
+import unittest
+from decimal import Decimal
+from fractions import Fraction
+
+import sylvora
+from models import expected_scores, model_text
+
+NAN, INFINITY = float('nan'), float('inf')
+MISSING = -2147483648.0
+
+STUMP = (1, 0.25, -1.5, (0, 2.0, 0.5, 7.25))
+REGRESSION = (0, [(0.1, [STUMP]), (0.05, [(2, -1.0, 3.0, 4.0)]), (1.0, [0.125])])
+
+
+class Item(object):
+    """A list item whose conversion to a number runs `action` first."""
+
+    def __init__(self, value, action=lambda: None):
+        self.value, self.action = value, action
+
+    def __float__(self):
+        self.action()
+        return self.value
+
+
+class ModuleTest(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.mkdtemp()
+        self.addCleanup(shutil.rmtree, self.folder)
+
+    def write(self, text):
+        path = os.path.join(self.folder, 'model.txt')
+        with open(path, 'w') as file:
+            file.write(text)
+        return path
+
+    def load(self, model, num_column=3):
+        return sylvora.LoadModel(self.write(model_text(model, num_column)))
+
+    def assert_same(self, actual, expected, hint=None):
+        """Equal bit for bit, but for the sign of a NaN."""
+        self.assertEqual([repr(value) for value in actual], [repr(value) for value in expected],
+                         hint)
+
+    def assert_error(self, text, function, *arguments):
+        with self.assertRaises(sylvora.error) as caught:
+            function(*arguments)
+        self.assertEqual(str(caught.exception), text, repr(arguments))
+
+
+class ScoringTest(ModuleTest):
+    def check(self, model, rows, num_column=3):
+        handle = self.load(model, num_column)
+        for row in rows:
+            self.assert_same(sylvora.OnlineTesting(handle, row), expected_scores(model, row),
+                             (model, row))
+        self.assertIsNone(sylvora.ReleaseModel(handle))
+
+    def test_random_models(self):
+        draw = random.Random(7)
+
+        def tree(num_class, depth):
+            if depth == 0:
+                return draw.randrange(num_class) if num_class else draw.randrange(-99, 99) / 64.0
+            return (draw.randrange(3), draw.randrange(-4, 4) / 2.0, tree(num_class, depth - 1),
+                    tree(num_class, depth - 1))
+
+        cells = [value / 2.0 for value in range(-5, 5)] + [NAN, INFINITY, -INFINITY, MISSING]
+        for num_class in (0, 2, 3, 5):
+            for sizes in ([1], [7], [1, 1, 1], [3, 1, 4]):
+                model = (num_class, [(draw.choice([0.1, 1.0]),
+                                      [tree(num_class, draw.randrange(4)) for _ in range(size)])
+                                     for size in sizes])
+                self.check(model, [[draw.choice(cells) for _ in range(3)] for _ in range(20)])
+
+    def test_second_item(self):
+        """The mean for a result of exactly 0 or 1, unset entries included; else the result."""
+        for model in ((0, [(1.0, [1, 2, 3, -6])]),         # 0.0, three entries stay at -1.0
+                      (0, [(1.0, [0.5]), (1.0, [0.5])]),   # 1.0
+                      (0, [(1.0, [-0.0])]),                # -0.0 is 0 as well
+                      (0, [(1.0, [1.0000001])]),
+                      (2, [(1.0, [0, 1, 1])]), (2, [(1.0, [0, 1, 0])]), (3, [(1.0, [2, 0])])):
+            self.check(model, [[0.0, 0.0, 0.0]])
+
+    def test_groups_without_trees(self):
+        """They give NaN, and more values than the model has trees."""
+        self.check((0, [(1.0, [])] * 40 + [(1.0, [2.5])]), [[0.0]], 1)
+
+    def test_item_types(self):
+        handle = self.load(REGRESSION)
+        expected = expected_scores(REGRESSION, [3.0, 0.5, -1.0])
+
+        class Row(list):
+            pass
+
+        for row in ([3, 0.5, -1], [Item(3.0), Fraction(1, 2), Decimal(-1)], Row([3, 0.5, -1]),
+                    [3, 0.5, -True], [3, Item(0.5), -1.0]):
+            self.assert_same(sylvora.OnlineTesting(handle, row), expected, row)
+        sylvora.ReleaseModel(handle)
+
+
+class ErrorTest(ModuleTest):
+    def test_exception(self):
+        self.assertTrue(issubclass(sylvora.error, Exception))
+        self.assertEqual((sylvora.error.__module__, sylvora.error.__name__), ('sylvora', 'error'))
+        first = sys.modules.pop('sylvora')
+        import sylvora as again
+        self.assertIs(again.error, first.error)
+
+    def test_load(self):
+        for arguments in ((), (5,), (None,), ('a\0b',), ('a', 'b')):
+            self.assert_error('Can not get model path', sylvora.LoadModel, *arguments)
+        self.assert_error('Load Model error', sylvora.LoadModel, os.path.join(self.folder, 'none'))
+        text = model_text(REGRESSION, 3)
+        for damaged in ('', text[:len(text) // 2], text.replace('TERMINAL', 'LEAF')):
+            self.assert_error('Load Model error', sylvora.LoadModel, self.write(damaged))
+        self.assert_error('Feature Dim Error', sylvora.LoadModel, self.write('no model'))
+        self.assert_error('Feature Dim Error', self.load, (0, [(1.0, [1.0])]), 0)
+        self.assert_error('Tree Num Error', self.load, (0, []))
+        self.assert_error('Tree Num Error', self.load, (0, [(1.0, [])]))
+
+    def test_model_that_cannot_score(self):
+        text = model_text(REGRESSION, 3)
+        for root in ('1 0.25 1 0', '1 0.25 1 9', '-1 0.25 1 2'):
+            damaged = text.replace('1 0.25 1 2', root)
+            self.assertNotEqual(damaged, text)
+            handle = sylvora.LoadModel(self.write(damaged))
+            self.assert_error('Online testing error', sylvora.OnlineTesting, handle, [0, 0, 0])
+            sylvora.ReleaseModel(handle)
+
+    def test_arguments(self):
+        handle, row = self.load(REGRESSION), [0.0, 0.0, 0.0]
+        released = self.load(REGRESSION)
+        sylvora.ReleaseModel(released)
+        for wrong in (0, 1, -1, handle + 1, handle + 2 ** 64, handle - 2 ** 64, -handle, 2 ** 200,
+                      released, True, float(handle), str(handle), None, row, Item(1.0)):
+            self.assert_error('Parse argv error', sylvora.OnlineTesting, wrong, row)
+            self.assert_error('Parse argv error', sylvora.ReleaseModel, wrong)
+        for arguments in ((), (handle,), (handle, row, 1), (handle, tuple(row)), (handle, None),
+                          (handle, iter(row)), (row, handle)):
+            self.assert_error('Parse argv error', sylvora.OnlineTesting, *arguments)
+        for arguments in ((), (handle, handle)):
+            self.assert_error('Parse argv error', sylvora.ReleaseModel, *arguments)
+        if handle <= sys.maxsize:
+            sylvora.OnlineTesting(int(handle), row)  # Python 2's int, where the handle is a long
+        sylvora.ReleaseModel(handle)
+
+    def test_row(self):
+        handle = self.load((0, [(1.0, [1.0])]), 5)
+        for size in (0, 4, 6):
+            self.assert_error('# Feature size error : expected 5, actual %d' % size,
+                              sylvora.OnlineTesting, handle, [0.0] * size)
+        for wrong, error in (('1.0', TypeError), (None, TypeError), (1j, TypeError),
+                             (10 ** 400, OverflowError), (Item('x'), TypeError),
+                             (Item(0.0, lambda: {}['missing']), KeyError)):
+            self.assertRaises(error, sylvora.OnlineTesting, handle, [0, 1, wrong, 3, 4])
+        self.assert_same(sylvora.OnlineTesting(handle, [0] * 5), [1.0, 1.0 / 1.000001, 1.0])
+        sylvora.ReleaseModel(handle)
+
+
+class HostileTest(ModuleTest):
+    """A conversion may run any Python code in the middle of a call, other threads too."""
+
+    def test_list_changes(self):
+        handle = self.load(REGRESSION)
+        for change, size in (('pop', 2), ('clear', 0), ('append', 4)):
+            row = [0.0, 0.0]
+            action = {'pop': row.pop, 'clear': lambda: row.__delitem__(slice(None)),
+                      'append': lambda: row.append(0.0)}[change]
+            row.insert(0, Item(0.0, action))
+            self.assert_error('# Feature size error : expected 3, actual %d' % size,
+                              sylvora.OnlineTesting, handle, row)
+        row = [0.0, 0.0, 0.0]
+        row[0] = Item(3.0, lambda: row.__setitem__(slice(None), [9, 0.5, -1]))
+        self.assert_same(sylvora.OnlineTesting(handle, row),
+                         expected_scores(REGRESSION, [3.0, 0.5, -1.0]))
+        sylvora.ReleaseModel(handle)
+
+    def test_handle_is_used_and_released_meanwhile(self):
+        handle, inner = self.load(REGRESSION), []
+
+        def action():
+            inner.append(sylvora.OnlineTesting(handle, [9, 9, 9]))
+            sylvora.ReleaseModel(handle)
+            self.assert_error('Parse argv error', sylvora.OnlineTesting, handle, [0, 0, 0])
+
+        row = [3.0, Item(0.5, action), -1.0]
+        self.assert_same(sylvora.OnlineTesting(handle, row),
+                         expected_scores(REGRESSION, [3.0, 0.5, -1.0]))
+        self.assert_same(inner[0], expected_scores(REGRESSION, [9, 9, 9]))
+        self.assert_error('Parse argv error', sylvora.ReleaseModel, handle)
+
+    def test_threads_share_a_handle(self):
+        handle, wrong = self.load(REGRESSION), []
+        switch = getattr(sys, 'setswitchinterval', lambda seconds: sys.setcheckinterval(1))
+        switch(1e-6)
+        self.addCleanup(lambda: getattr(sys, 'setswitchinterval', lambda _: None)(0.005))
+
+        def score(thread):
+            for count in range(300):
+                row = [float(thread), count % 3 / 4.0, thread - 2.0]
+                result = sylvora.OnlineTesting(handle, [Item(value) for value in row])
+                if result != expected_scores(REGRESSION, row):
+                    wrong.append((row, result))
+
+        threads = [threading.Thread(target=score, args=(thread,)) for thread in range(4)]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join()
+        self.assertEqual(wrong, [])
+        sylvora.ReleaseModel(handle)
+
+    @unittest.skipIf('asan' in os.environ.get('LD_PRELOAD', ''), 'it keeps freed memory')
+    def test_memory_is_steady(self):
+        tree = 1.0
+        for depth in range(10):
+            tree = (0, depth / 8.0, tree, tree)
+        path = self.write(model_text((0, [(1.0, [tree])]), 1))
+        size = os.path.getsize(path)
+        broken = os.path.join(self.folder, 'broken.txt')
+        with open(path) as whole, open(broken, 'w') as file:
+            file.write(whole.read()[:-3] + '- \n')
+        item = Item(0.0)
+        bad = Item('no number')
+        references = [sys.getrefcount(each) for each in (item, bad, sylvora.error)]
+
+        def use():
+            handle = sylvora.LoadModel(path)
+            self.assertRaises(sylvora.error, sylvora.LoadModel, broken)
+            for _ in range(50):
+                sylvora.OnlineTesting(handle, [item])
+                self.assertRaises(TypeError, sylvora.OnlineTesting, handle, [bad])
+                self.assertRaises(sylvora.error, sylvora.OnlineTesting, handle, [item, bad])
+            sylvora.ReleaseModel(handle)
+
+        def peak():
+            return resource.getrusage(resource.RUSAGE_SELF).ru_maxrss * 1024
+
+        for _ in range(20):
+            use()
+        before = peak()
+        for _ in range(100):
+            use()
+        self.assertLess(peak() - before, 20 * size)
+        self.assertEqual([sys.getrefcount(each) for each in (item, bad, sylvora.error)],
+                         references)
+
+
+if __name__ == '__main__':
+    unittest.main()
