@@ -1,0 +1,101 @@
+// The worker pool; see WorkerPool.h.
+#include "WorkerPool.h"
+
+namespace sylvora {
+namespace engine {
+namespace {
+
+// Loops often follow each other within microseconds: look around that long before going to sleep.
+constexpr int kSpins = 2000;
+
+template <typename Condition>
+bool SpinUntil(const Condition& condition) {
+    for (int i = 0; i < kSpins; ++i) {
+        if (condition()) return true;
+        __builtin_ia32_pause();
+    }
+    return false;
+}
+
+}  // namespace
+
+WorkerPool::~WorkerPool() {
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        fEnd = true;
+        generation.fetch_add(1);
+    }
+    wake.notify_all();
+    for (const pthread_t thread : threads) pthread_join(thread, nullptr);
+}
+
+int WorkerPool::Start(int numThread) {
+    if (numThread > 1) threads.reserve(static_cast<size_t>(numThread - 1));
+    firstGeneration = generation.load();
+    while (NumWorkers() < numThread) {
+        pthread_t thread;
+        const int code = pthread_create(&thread, nullptr, ThreadMain, this);
+        if (code != 0) return code;
+        threads.push_back(thread);
+    }
+    return 0;
+}
+
+void* WorkerPool::ThreadMain(void* arg) {
+    WorkerPool& pool = *static_cast<WorkerPool*>(arg);
+    pool.WaitAndWork(pool.numArrived.fetch_add(1) + 1);
+    return nullptr;
+}
+
+void WorkerPool::WaitAndWork(int worker) {
+    for (unsigned seen = firstGeneration;; ++seen) {
+        const auto isNew = [&] { return generation.load() != seen; };
+        if (!SpinUntil(isNew)) {
+            std::unique_lock<std::mutex> lock(mutex);
+            wake.wait(lock, isNew);
+        }
+        {
+            const std::lock_guard<std::mutex> lock(mutex);
+            if (fEnd) return;
+        }
+        Work(worker);
+        if (numBusy.fetch_sub(1) == 1) {
+            const std::lock_guard<std::mutex> lock(mutex);
+            done.notify_one();
+        }
+    }
+}
+
+void WorkerPool::Work(int worker) {
+    for (int index = nextIndex.fetch_add(1); index < loop.count; index = nextIndex.fetch_add(1)) {
+        try {
+            loop.call(loop.context, index, worker);
+        } catch (...) {
+            const std::lock_guard<std::mutex> lock(mutex);
+            if (!failure) failure = std::current_exception();
+            nextIndex.store(loop.count);
+        }
+    }
+}
+
+void WorkerPool::RunLoop(Loop next) {
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        loop = next;
+        failure = nullptr;
+        nextIndex.store(0);
+        numBusy.store(static_cast<int>(threads.size()));
+        generation.fetch_add(1);
+    }
+    wake.notify_all();
+    Work(0);
+    const auto isDone = [this] { return numBusy.load() == 0; };
+    if (!SpinUntil(isDone)) {
+        std::unique_lock<std::mutex> lock(mutex);
+        done.wait(lock, isDone);
+    }
+    if (failure) std::rethrow_exception(failure);
+}
+
+}  // namespace engine
+}  // namespace sylvora

@@ -1,0 +1,76 @@
+// A few threads that live as long as a run and share its loops.
+#ifndef SYLVORA_ENGINE_WORKERPOOL_H
+#define SYLVORA_ENGINE_WORKERPOOL_H
+
+#include <pthread.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <exception>
+#include <mutex>
+#include <vector>
+
+namespace sylvora {
+namespace engine {
+
+// The calling thread is worker 0; Start adds the others. Idle workers block. A loop hands out its
+// indices one by one, so which worker gets which is left to chance: results must not depend on it.
+// Used by one thread at a time; loops do not nest. The destructor joins all threads, so nothing
+// runs on when a pool is gone.
+class WorkerPool {
+  public:
+    WorkerPool() = default;
+    ~WorkerPool();
+    WorkerPool(const WorkerPool&) = delete;
+    WorkerPool& operator=(const WorkerPool&) = delete;
+
+    // Brings the pool to `numThread` workers in all; 0, or the error code of the thread that could
+    // not be started (those that could stay).
+    [[nodiscard]] int Start(int numThread);
+
+    int NumWorkers() const { return static_cast<int>(threads.size()) + 1; }
+
+    // Runs task(index, worker) for each index in [0, count) and returns when all are done. The
+    // first exception of a task is thrown again here, after the others have ended.
+    template <typename Task>
+    void For(int count, const Task& task) {
+        if (count <= 0) return;
+        if (threads.empty() || count == 1) {
+            for (int index = 0; index < count; ++index) task(index, 0);
+            return;
+        }
+        const auto call = [](const void* context, int index, int worker) {
+            (*static_cast<const Task*>(context))(index, worker);
+        };
+        RunLoop({call, &task, count});
+    }
+
+  private:
+    struct Loop {
+        void (*call)(const void* context, int index, int worker) = nullptr;
+        const void* context = nullptr;
+        int count = 0;
+    };
+
+    static void* ThreadMain(void* arg);
+    void RunLoop(Loop next);
+    void Work(int worker);
+    void WaitAndWork(int worker);
+
+    std::vector<pthread_t> threads;
+    std::mutex mutex;
+    std::condition_variable wake, done;
+    Loop loop;
+    std::atomic<int> nextIndex{0};
+    std::atomic<unsigned> generation{0};  // counts the loops; a change wakes the workers
+    std::atomic<int> numBusy{0};          // workers that have not finished the current loop
+    std::exception_ptr failure;
+    bool fEnd = false;
+    std::atomic<int> numArrived{0};
+    unsigned firstGeneration = 0;  // loops that were over before the latest threads came
+};
+
+}  // namespace engine
+}  // namespace sylvora
+
+#endif  // SYLVORA_ENGINE_WORKERPOOL_H
