@@ -7,6 +7,7 @@ set(pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 file(GLOB public_headers CONFIGURE_DEPENDS src/*.h)
 install(FILES ${public_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/sylvora)
+install(TARGETS sylvora_command)
 install(TARGETS sylvora_static sylvora_shared EXPORT sylvora)
 install(EXPORT sylvora NAMESPACE sylvora:: FILE sylvoraTargets.cmake DESTINATION ${package_dir})
 
