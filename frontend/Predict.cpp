@@ -1,4 +1,6 @@
 // Mode predict: scores a data file with a model file.
+#include <algorithm>
+
 #include "DataFile.h"
 #include "DataSet.h"
 #include "Metrics.h"
@@ -19,11 +21,15 @@ int CheckPaths(const Command& command) {
     return TryOutputs(command, {{"filePred", cfg.filePred}});
 }
 
+// One row is held at a time, but all its values are set anew for each line of the file; where not
+// even so many rows would fit into memory, an id is a slip and scoring would take for ever.
+constexpr long kRowsToFit = 100;
+
 // Row by row, so that a file of any length can be scored.
 int ScoreFile(DataFile& file, TreeLearner& model, ScoredSet& set) {
     if (file.Scan() != 0) return -1;
     const int dim = WidestRow({&file}, model.getFeatureDim());
-    if (CheckMemory({&file}, 1, dim) != 0) return -1;
+    if (CheckMemory({&file}, std::min(file.NumRows(), kRowsToFit), dim) != 0) return -1;
     QueryNumbers numbers(file, model.CfgInfo.modelType == "GBRank");
     Scorer scorer(model);
     DataRow row;
