@@ -1,17 +1,9 @@
 // Mode analyze: what each column contributes to the scores of a data file.
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <string>
 
 #include "DataFile.h"
 #include "DataSet.h"
 #include "Modes.h"
-#include "Output/WholeFile.h"
 #include "Paths.h"
 #include "Scoring.h"
 #include "god/Report.h"
@@ -46,40 +38,9 @@ int CheckTrees(const CheckCfgCLS& cfg, const TreeLearner& model) {
     return Fail("ERROR: fileModel ", cfg.fileModel, ": holds no trees\n");
 }
 
-// An empty file in the system's folder for such, gone with this object.
-class TemporaryFile {
-  public:
-    TemporaryFile() : path(std::filesystem::temp_directory_path() / "sylvora-XXXXXX") {
-        const int fd = ::mkstemp(path.data());
-        fCreated = fd >= 0;
-        if (fCreated) ::close(fd);
-    }
-    ~TemporaryFile() {
-        if (fCreated) ::unlink(path.c_str());
-    }
-    TemporaryFile(const TemporaryFile&) = delete;
-    TemporaryFile& operator=(const TemporaryFile&) = delete;
-
-    const std::string& Path() const { return path; }
-
-  private:
-    std::string path;
-    bool fCreated;
-};
-
-// The library writes a report in its place, line by line; here it appears whole or not at all.
 int WriteReport(TreeLearner& model, const std::string& fileReport) {
-    const TemporaryFile temporary;
-    if (model.FeatureAnalysis(temporary.Path()) != 0) {
-        return Fail("ERROR: filePred ", fileReport, ": there is no report to write\n");
-    }
-    WholeFile report(fileReport);
-    if (report.IsOpen()) {
-        report.Stream() << std::ifstream(temporary.Path()).rdbuf();
-        if (report.Commit()) return 0;
-    }
-    return Fail("ERROR: filePred ", fileReport, ": cannot be written: ", std::strerror(errno),
-                "\n");
+    if (model.FeatureAnalysis(fileReport) == 0) return 0;
+    return Fail("ERROR: filePred ", fileReport, ": the report was not written\n");
 }
 
 }  // namespace

@@ -180,13 +180,13 @@ class SYLVORA_API TreeLearner {
     // Regression: the sum over groups of shrink times the mean of the group's trees.
     // Classification: the trees vote, and a group adds shrink times its winner.
     //
-    // `fullResult` may be null; otherwise it has room for as many doubles as the model has trees
-    // and receives one value per group (regression) or per slot (classification). Without it a
-    // group's vote ends at an absolute majority, so the results of a classification with several
-    // groups can differ between the two forms. Allocates nothing.
+    // `fullResult` may be null; otherwise it has room for as many doubles as the model has trees,
+    // or groups if it has empty ones, and receives one value per group (regression) or per slot
+    // (classification). Without it a group's vote ends at an absolute majority, so the results of a
+    // classification with several groups can differ between the two forms. Allocates nothing.
     [[nodiscard]] int OnlineTesting(double* line, double& result, int n, double* fullResult);
 
-    // Scores the test set and writes to `file` what each column contributed.
+    // Scores the test set and writes to `file`, whole or not at all, what each column contributed.
     [[nodiscard]] int FeatureAnalysis(std::string file);
 
     // The steps of a run, public for workers and tests. Sample and slot ranges are inclusive at

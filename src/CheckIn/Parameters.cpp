@@ -44,7 +44,8 @@ std::vector<ParameterRow> BuildTable() {
         Text("fRegCls", &C::fRegCls, kOption, "REG, CLS",
              "Task; always REG for GBDT and GBRank, must be given for RandomForest and CART."),
         Text("lossFunc", &C::lossFunc, kOption,
-             "GBDT: Square, Logistic, HingeSquare, Exponential, USER; GBRank: CrossEntropy, "
+             "GBDT: Square, Logistic, HingeSquare, Exponential, USER (programs only); GBRank: "
+             "CrossEntropy, "
              "HingeSquareRank; RandomForest, CART: Label",
              "Loss to minimise; not given (-1): the first of its model type."),
         File("fileTrain", &C::fileTrain, kOption, "Training data."),

@@ -78,7 +78,10 @@ bool WholeFile::Commit() {
     stream.flush();
     const bool fWritten = stream.good();
     stream.close();
-    if (!fWritten || stream.fail()) return false;
+    if (!fWritten || stream.fail()) {
+        if (errno == 0) errno = EIO;  // an earlier write failed; its reason is gone
+        return false;
+    }
     if (temporary.empty()) return true;
     if (!SyncPath(temporary, O_WRONLY)) return false;
     if (std::rename(temporary.c_str(), target.c_str()) != 0) return false;

@@ -6,10 +6,10 @@
 #include <algorithm>
 #include <cmath>
 #include <fstream>
-#include <locale>
 #include <numeric>
 #include <vector>
 
+#include "../Output/WholeFile.h"
 #include "../TreeLearner.h"
 #include "../god/Report.h"
 
@@ -38,9 +38,11 @@ int TreeLearner::FeatureAnalysis(std::string file) {
     return sylvora::Guarded([&] {
         if (CfgInfo.fPrint) sylvora::Print("Feature analysis\n");
         if (!walkFault.empty()) return Fail("ERROR: Wrong model format!\n", walkFault, "\n");
-        std::ofstream out(file);
-        if (!out) return Fail("ERROR: Can not open feature analysis output file!\n");
-        out.imbue(std::locale::classic());
+        sylvora::WholeFile report(file);
+        if (!report.IsOpen()) {
+            return Fail("ERROR: Can not open feature analysis output file!\n");
+        }
+        std::ofstream& out = report.Stream();
         VecFt feaWeightV(static_cast<size_t>(dimFea), 0.0f);
         VecInt feaFreqV(static_cast<size_t>(dimFea), 0);
         double absDiff = 0.0;
@@ -69,7 +71,7 @@ int TreeLearner::FeatureAnalysis(std::string file) {
             const size_t at = static_cast<size_t>(f);
             out << f << '\t' << feaWeightV[at] / numRows << '\t' << feaFreqV[at] / numRows << '\n';
         }
-        out.close();
-        return out ? 0 : Fail("ERROR: Can not write file ", file, " in full!\n");
+        if (report.Commit()) return 0;
+        return Fail("ERROR: Can not write file ", file, " in full, the older one is kept!\n");
     });
 }
