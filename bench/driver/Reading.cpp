@@ -1,0 +1,23 @@
+// The job "read": the command's way from a data file to rows.
+#include <sys/stat.h>
+
+#include "Jobs.h"
+#include "frontend/DataFile.h"
+#include "frontend/DataSet.h"
+
+namespace sylvora::bench {
+
+void ReadLines(const Job& job) {
+    const std::string path = job.Text("text");
+    const StopWatch watch;
+    frontend::DataFile file("text", path);
+    Require(file.Scan(), "Scan");
+    frontend::DataSet set;
+    Require(frontend::ReadSet(file, frontend::WidestRow({&file}, 0), false, set), "ReadSet");
+    Say("read_s", watch.Seconds());
+    struct stat status = {};
+    Require(::stat(path.c_str(), &status), "stat");
+    Say("file_bytes", static_cast<double>(status.st_size));
+}
+
+}  // namespace sylvora::bench

@@ -1,0 +1,70 @@
+// The jobs "batch", "single" and "load".
+#include "Jobs.h"
+#include "RawData.h"
+#include "TreeLearner.h"
+
+namespace sylvora::bench {
+namespace {
+
+struct Rows {
+    size_t numRows;
+    size_t numColumns;
+    VecDle valueV;  // row-major
+
+    explicit Rows(const RawData& data)
+        : numRows(data.labelV.size()),
+          numColumns(static_cast<size_t>(data.header.numColumns)),
+          valueV(data.valueV.begin(), data.valueV.end()) {}
+};
+
+void ScoreEach(TreeLearner& model, Rows& rows, VecDle& resultV) {
+    for (size_t i = 0; i < rows.numRows; ++i) {
+        Require(model.OnlineTesting(rows.valueV.data() + i * rows.numColumns, resultV[i],
+                                    static_cast<int>(rows.numColumns), nullptr),
+                "OnlineTesting");
+    }
+}
+
+template <typename Learner>
+auto ScoreAll(Learner& model, Rows& rows, VecDle& resultV, int numThread)
+    -> decltype(model.OnlineTestingBatch(nullptr, 0, 0, nullptr, numThread), void()) {
+    Require(model.OnlineTestingBatch(rows.valueV.data(), rows.numRows, rows.numColumns,
+                                     resultV.data(), numThread),
+            "OnlineTestingBatch");
+}
+
+// Chosen where the learner has no batch.
+template <typename Learner>
+void ScoreAll(Learner& model, Rows& rows, VecDle& resultV, long) {
+    ScoreEach(model, rows, resultV);
+}
+
+}  // namespace
+
+void ScoreBatch(const Job& job) {
+    TreeLearner model;
+    Require(model.LoadModelFull(job.Text("model")), "LoadModelFull");
+    Rows rows(ReadRaw(job.Text("data")));
+    const int numThread = job.Number("threads");
+    VecDle resultV(rows.numRows);
+    const double seconds = SecondsPerCall([&] { ScoreAll(model, rows, resultV, numThread); });
+    Say("batch_s", seconds / static_cast<double>(rows.numRows));
+}
+
+void ScoreSingle(const Job& job) {
+    TreeLearner model;
+    Require(model.LoadModelFull(job.Text("model")), "LoadModelFull");
+    Rows rows(ReadRaw(job.Text("data")));
+    VecDle resultV(rows.numRows);
+    const double seconds = SecondsPerCall([&] { ScoreEach(model, rows, resultV); });
+    Say("single_s", seconds / static_cast<double>(rows.numRows));
+}
+
+void LoadModel(const Job& job) {
+    Say("load_s", SecondsPerCall([&] {
+            TreeLearner model;
+            Require(model.LoadModelFull(job.Text("model")), "LoadModelFull");
+        }));
+}
+
+}  // namespace sylvora::bench

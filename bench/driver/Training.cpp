@@ -1,0 +1,106 @@
+// The job "train".
+#include <cmath>
+#include <utility>
+#include <vector>
+
+#include "Jobs.h"
+#include "RawData.h"
+#include "TreeLearner.h"
+#include "claim.h"
+
+namespace sylvora::bench {
+namespace {
+
+// When each round, or each tree of a forest, was done.
+struct Progress {
+    StopWatch watch;
+    std::vector<double> secondV;
+
+    static int Note(void* context, int, int) {
+        Progress& progress = *static_cast<Progress*>(context);
+        progress.secondV.push_back(progress.watch.Seconds());
+        return 0;
+    }
+};
+
+void SayRounds(const Progress& progress, double end) {
+    const std::vector<double>& secondV = progress.secondV;
+    // A single tree knows no rounds.
+    const double first = secondV.empty() ? end : secondV.front();
+    const double last = secondV.empty() ? end : secondV.back();
+    Say("first_s", first);
+    Say("rest_s", last - first);
+    Say("rounds", static_cast<double>(std::max<size_t>(secondV.size(), 1)));
+    Say("finish_s", end - last);
+}
+
+// A forest keeps no training predictions; a sample of the rows is enough to see that it has learnt.
+double ForestMisfit(TreeLearner& learner) {
+    const int numRows = std::min(learner.sampleSize, 2000);
+    double sum = 0.0;
+    for (int i = 0; i < numRows; ++i) {
+        double result = 0.0;
+        Require(learner.OnlineTesting(learner.featureVV[i], result, learner.dimFea, nullptr),
+                "OnlineTesting");
+        const double miss = result - learner.labelV[i];
+        sum += learner.numClass > 0 ? (miss != 0.0 ? 1.0 : 0.0) : miss * miss;
+    }
+    return learner.numClass > 0 ? sum / numRows : std::sqrt(sum / numRows);
+}
+
+double RankMisfit(const TreeLearner& learner) {
+    double numPairs = 0.0;
+    double numWrong = 0.0;
+    for (int i = 0; i < learner.sampleSize; ++i) {
+        for (int k = i + 1; k < learner.sampleSize; ++k) {
+            if (learner.queryIdV[k] != learner.queryIdV[i]) break;
+            const double order = learner.labelV[i] - learner.labelV[k];
+            if (order == 0.0) continue;
+            numPairs += 1.0;
+            if (order * (learner.predictV[i] - learner.predictV[k]) <= 0.0) numWrong += 1.0;
+        }
+    }
+    return numWrong / numPairs;
+}
+
+double Misfit(TreeLearner& learner) {
+    if (learner.modelType == "RandomForest") return ForestMisfit(learner);
+    if (learner.modelType == "GBRank") return RankMisfit(learner);
+    double sum = 0.0;
+    for (int i = 0; i < learner.sampleSize; ++i) {
+        const double miss = learner.predictV[i] - learner.labelTrV[i];
+        sum += miss * miss;
+    }
+    return std::sqrt(sum / learner.sampleSize);
+}
+
+}  // namespace
+
+void Train(const Job& job) {
+    CheckCfgCLS cfg;
+    Require(cfg.ReadCfgFile(job.Text("config")), "ReadCfgFile");
+    Require(cfg.CheckCfg(), "CheckCfg");
+    gseed = -1;
+    const double before = MemoryBytes("VmRSS");
+    LearnerData data = ReadForLearner(job.Text("data"));
+    const RawHeader header = data.header;
+    TreeLearner learner(cfg);
+
+    const StopWatch preparation;
+    Require(learner.DataInput(std::move(data.labelV), std::move(data.rowVV), 0,
+                              std::move(data.queryV), {}),
+            "DataInput");
+    Require(learner.ParamInit(), "ParamInit");
+    Say("prepare_s", preparation.Seconds());
+
+    Progress progress;
+    learner.setProgress(Progress::Note, &progress);
+    progress.watch = StopWatch();
+    Require(learner.Boosting(), "Boosting");
+    SayRounds(progress, progress.watch.Seconds());
+    Say("peak_bytes", MemoryBytes("VmHWM") - before);
+    Say("cells", static_cast<double>(header.numRows) * header.numColumns);
+    Say("misfit", Misfit(learner));
+}
+
+}  // namespace sylvora::bench

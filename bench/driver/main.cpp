@@ -1,0 +1,56 @@
+// Our side of the workloads of scripts/bench: sylvora_bench JOB key=value... (see Jobs.h).
+//
+// Exit status: 0; 1 after a line that begins "ERROR: "; 2 for a job that there is not.
+#include <cstdio>
+#include <exception>
+#include <string>
+
+#include "Generators.h"
+#include "Jobs.h"
+
+namespace sylvora::bench {
+namespace {
+
+struct NamedJob {
+    const char* name;
+    void (*run)(const Job& job);
+};
+
+constexpr NamedJob kJobs[] = {
+    {"generate", GenerateData}, {"text", WriteLines}, {"train", Train},    {"batch", ScoreBatch},
+    {"single", ScoreSingle},    {"load", LoadModel},  {"read", ReadLines},
+};
+
+int RunJob(int argc, char** argv) {
+    const std::string name = argc > 1 ? argv[1] : "";
+    for (const NamedJob& job : kJobs) {
+        if (name != job.name) continue;
+        job.run(Job(argc, argv));
+        return 0;
+    }
+    std::fprintf(stderr, "ERROR: there is no job \"%s\"; there are:", name.c_str());
+    for (const NamedJob& job : kJobs) std::fprintf(stderr, " %s", job.name);
+    std::fputc('\n', stderr);
+    return 2;
+}
+
+}  // namespace
+
+void GenerateData(const Job& job) {
+    WriteRaw(Generate(job.Text("set"), job.Number("size")), job.Text("data"));
+}
+
+void WriteLines(const Job& job) {
+    WriteText(ReadRaw(job.Text("data")), job.Text("text"));
+}
+
+}  // namespace sylvora::bench
+
+int main(int argc, char** argv) {
+    try {
+        return sylvora::bench::RunJob(argc, argv);
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "ERROR: %s\n", failure.what());
+        return 1;
+    }
+}
