@@ -1,0 +1,72 @@
+// The generator: its stream for known seeds, and that no seed leads out of its range.
+#include "god/RandomGenerator.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <limits>
+#include <vector>
+
+#include "god.h"
+
+namespace {
+
+std::vector<double> Draw(long seed, size_t numDraws) {
+    long word = seed;
+    std::vector<double> draws(numDraws);
+    for (double& draw : draws) draw = ranz(&word);
+    return draws;
+}
+
+// Computed with Python's integers from the two congruences, word * 40014 mod 2147483563 and
+// word * 40692 mod 2147483399, and a table of the first one's steps 8 to 39 that is never
+// refreshed: output = table[previous / 67108862] - second, plus 2147483562 where that is below 1,
+// divided by 2147483563.
+TEST(RandomGenerator, KnownStreams) {
+    struct Case {
+        long seed;
+        double first, second, thousandth;
+    };
+    const Case cases[] = {
+        {-1, 0.2853808990946861, 0.2533581892659171, 0.7779993829922506},
+        {-42, 0.564124261937366, 0.9174718744983474, 0.003790649735464355},
+        {-1000000000, 0.35732070979301833, 0.6102191334909882, 0.019193968564033194},
+    };
+    for (const Case& c : cases) {
+        const std::vector<double> draws = Draw(c.seed, 1000);
+        EXPECT_EQ(draws[0], c.first) << c.seed;
+        EXPECT_EQ(draws[1], c.second) << c.seed;
+        EXPECT_EQ(draws[999], c.thousandth) << c.seed;
+    }
+    EXPECT_EQ(Draw(0, 100), Draw(-1, 100));
+}
+
+// A positive word that was never initialised meets an empty table. Runs in a fresh process.
+TEST(RandomGeneratorDeathTest, StartsWithoutInitialisation) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    const std::vector<double> expected = {0.6554163483485531, 0.20099518545185716,
+                                          0.8936223876466522};
+    EXPECT_EXIT(std::exit(Draw(5, 3) == expected ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
+TEST(RandomGenerator, AnySeedStaysInRange) {
+    for (const long seed :
+         {std::numeric_limits<long>::min(), std::numeric_limits<long>::max(), -(1L << 53),
+          -1700000000000L, -(1L << 34), -2L * 2147483563, -2147483563L, 1L << 40}) {
+        for (const double draw : Draw(seed, 2000)) {
+            ASSERT_TRUE(draw > 0.0 && draw <= 0.99999988) << seed << ": " << draw;
+        }
+    }
+}
+
+TEST(RandomGenerator, DrawsAreTheSameStream) {
+    const std::vector<double> deviates = Draw(-7, 300);
+    long word = -7;
+    sylvora::Draws draws(&word);
+    for (size_t i = 0; i < deviates.size(); ++i) {
+        const int n = static_cast<int>(i) + 1;
+        EXPECT_EQ(draws.Index(n), static_cast<int>(n * deviates[i]));
+    }
+}
+
+}  // namespace
