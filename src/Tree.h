@@ -12,6 +12,13 @@
 #include "Libdef.h"
 #include "Node.h"
 
+namespace sylvora {
+class EngineRun;
+namespace engine {
+struct GrownNode;
+}
+}  // namespace sylvora
+
 // A tree as grown, loaded and scored. Owns its nodes. Not copyable.
 //
 // To grow one: construct, Init, then GrowHalf or GrowOne once. Nodes are split in the order in
@@ -94,6 +101,10 @@ class SYLVORA_API TreeCR {
                               double stepsize);
 
   private:
+    friend class sylvora::EngineRun;
+    // Takes over a tree that the engine grew.
+    void Adopt(const std::vector<sylvora::engine::GrownNode>& grownV);
+
     struct Growth;
     int GrowAndReport(Growth& growth, std::ofstream& opt_debug, fea_debuginfo_t* fea_debug);
     int Grow(Growth& growth, int& numSplit);

@@ -23,6 +23,7 @@
 
 #include <fstream>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -33,6 +34,9 @@
 #include "Tree.h"
 
 class TreeLearner;
+namespace sylvora {
+class EngineRun;
+}
 
 // One worker's share of the training samples; sIdBegin to sIdEnd, inclusive.
 struct boosting_info_t {
@@ -271,11 +275,12 @@ class SYLVORA_API TreeLearner {
 
     ProgressFuncType progressFunction = nullptr;
     void* progressContext = nullptr;
-    std::mutex lossMutex;           // a user loss is called by one worker at a time
-    std::vector<TreeCR*> retiredV;  // trees of earlier runs, freed by Destroy
-    long sharedSeed = 0;            // the seed cell of slots 1 and up
-    bool fStopped = false;          // the progress function ended the run
-    std::string walkFault;          // why a loaded ensemble cannot be scored; empty: it can
+    std::mutex lossMutex;                           // a user loss is called by one worker at a time
+    std::vector<TreeCR*> retiredV;                  // trees of earlier runs, freed by Destroy
+    long sharedSeed = 0;                            // the seed cell of slots 1 and up
+    std::unique_ptr<sylvora::EngineRun> engineRun;  // during a run: grows the trees; may be null
+    bool fStopped = false;                          // the progress function ended the run
+    std::string walkFault;  // why a loaded ensemble cannot be scored; empty: it can
 };
 
 #endif  // SYLVORA_TREELEARNER_H

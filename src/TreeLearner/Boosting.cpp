@@ -10,6 +10,7 @@
 #include "../god/Truncation.h"
 #include "../god/Workers.h"
 #include "Arrays.h"
+#include "EngineRun.h"
 
 using sylvora::AllocateArray;
 using sylvora::Fail;
@@ -47,7 +48,7 @@ struct TreeLearner::Run {
 };
 
 int TreeLearner::Boosting() {
-    return sylvora::Guarded([&] {
+    const int status = sylvora::Guarded([&] {
         if (CfgInfo.fPrint) Print("Start Boosting ...\n");
         const long start = Now();
         Run run;
@@ -56,6 +57,8 @@ int TreeLearner::Boosting() {
         if (CfgInfo.fPrint) Print("Time for generating all trees: ", seconds, " seconds\n");
         return 0;
     });
+    engineRun.reset();  // with its threads, also after a failure
+    return status;
 }
 
 int TreeLearner::PrepareRun(Run& run) {
@@ -74,6 +77,7 @@ int TreeLearner::PrepareRun(Run& run) {
         lastSample = std::max(lastSample, share.sIdEnd);
     }
     run.tids.resize(run.shares.size());
+    engineRun = sylvora::EngineRun::Start(*this);
     return PlaceSeeds();
 }
 

@@ -6,6 +6,7 @@
 #include "../god/Report.h"
 #include "../god/Truncation.h"
 #include "Arrays.h"
+#include "EngineRun.h"
 
 using sylvora::AllocateArray;
 using sylvora::Fail;

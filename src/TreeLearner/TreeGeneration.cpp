@@ -5,6 +5,7 @@
 #include "../claim.h"
 #include "../god/Report.h"
 #include "../god/Workers.h"
+#include "EngineRun.h"
 
 using sylvora::Fail;
 
@@ -38,7 +39,9 @@ int TreeLearner::GrowTree(int treeId, bool fThreaded) {
             return Fail("ERROR: Failed to init TreeCR!\n");
         }
         const auto grow = fThreaded ? &TreeCR::GrowHalf : &TreeCR::GrowOne;
-        if ((tree.get()->*grow)(featureVV, gradientV, numPairDistinctQueV, indexV,
+        const bool fGrown = engineRun && engineRun->Grow(*this, *tree, indexV, num, seed);
+        if (!fGrown &&
+            (tree.get()->*grow)(featureVV, gradientV, numPairDistinctQueV, indexV,
                                 CfgInfo.fPrintLeafDistribution, of_debug, fea_debug, seed) != 0) {
             return Fail("ERROR: Failed when TreeCR grows!\n");
         }

@@ -1,0 +1,33 @@
+// Taking over a tree that the engine grew.
+#include <memory>
+
+#include "../Tree.h"
+#include "../engine/RegressionGrowth.h"
+#include "../god/Report.h"
+
+void TreeCR::Adopt(const std::vector<sylvora::engine::GrownNode>& grownV) {
+    for (NodeCR* node : NodeV) delete node;
+    NodeV.clear();
+    NodeV.reserve(grownV.size());
+    numLeaf = 1;
+    for (const sylvora::engine::GrownNode& grown : grownV) {
+        auto node = std::make_unique<NodeCR>(dimFeature, ratio, numBound, maxDepth);
+        node->Init(grown.startDoc, grown.countDoc, grown.parent, grown.depth, fPrint, modelType,
+                   fRegCls);
+        node->status = grown.splitFea < 0 ? "TERMINAL" : "INTERMEDIATE";
+        node->splitFea = grown.splitFea;
+        node->splitElemFea = grown.splitElemFea;
+        node->lson = grown.lson;
+        node->rson = grown.rson;
+        node->countL = grown.countL;
+        node->gradAll = grown.gradAll;
+        node->wgtAll = grown.wgtAll;
+        node->avgPredict = grown.gradAll / grown.wgtAll;
+        if (grown.splitFea >= 0) ++numLeaf;
+        NodeV.push_back(node.release());
+    }
+    depth = NodeV.back()->depth;
+    if (fPrint) {
+        sylvora::Print("Tree grow complete, depth:", depth, ", #leaves:", numLeaf, "\n");
+    }
+}

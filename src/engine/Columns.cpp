@@ -1,0 +1,229 @@
+// Coding of the training data; see Columns.h.
+#include "Columns.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <unordered_map>
+
+namespace sylvora {
+namespace engine {
+namespace {
+
+constexpr double kGap = 1e-10;    // as in the regression scan
+constexpr int kNarrowBins = 256;  // what a byte can tell apart
+constexpr int kMostBins = 2048;
+constexpr size_t kMostCells = 1 << 19;  // of a node's histogram, for wide data
+
+// Maps doubles to integers of the same order; -0.0 and 0.0 to the same one.
+uint64_t OrderedKey(double value) {
+    const double positiveZero = value + 0.0;
+    uint64_t bits;
+    std::memcpy(&bits, &positiveZero, sizeof bits);
+    return (bits >> 63) != 0 ? ~bits : bits | (uint64_t{1} << 63);
+}
+
+struct KeyedRow {
+    uint64_t key;
+    uint32_t row;
+};
+
+// Radix sort by key, bytes that are the same everywhere left out.
+void SortByKey(std::vector<KeyedRow>& itemV) {
+    std::vector<KeyedRow> otherV(itemV.size());
+    std::vector<size_t> countV(8 * 256, 0);
+    for (const KeyedRow& item : itemV) {
+        for (size_t b = 0; b < 8; ++b) ++countV[b * 256 + ((item.key >> (8 * b)) & 255)];
+    }
+    for (size_t b = 0; b < 8; ++b) {
+        size_t* count = &countV[b * 256];
+        if (*std::max_element(count, count + 256) == itemV.size()) continue;
+        size_t begin = 0;
+        for (size_t digit = 0; digit < 256; ++digit) {
+            const size_t size = count[digit];
+            count[digit] = begin;
+            begin += size;
+        }
+        for (const KeyedRow& item : itemV) otherV[count[(item.key >> (8 * b)) & 255]++] = item;
+        itemV.swap(otherV);
+    }
+}
+
+// The row number at which bin `bin` of `numBins` ideally begins.
+double IdealBegin(int bin, int numBins, double numRows) {
+    const double share = static_cast<double>(bin) / numBins;
+    const double tail = std::min(share, 1.0 - share);
+    const double begin = 2.0 * tail * tail * numRows;
+    return share <= 0.5 ? begin : numRows - begin;
+}
+
+// One distinct value of a column, with the place in sorted order where its rows begin.
+struct Distinct {
+    double value;
+    size_t begin;
+};
+
+std::vector<Distinct> FindDistinct(const std::vector<KeyedRow>& sortedV, const double* const* rowV,
+                                   int column) {
+    std::vector<Distinct> distinctV;
+    for (size_t i = 0; i < sortedV.size(); ++i) {
+        if (i > 0 && sortedV[i].key == sortedV[i - 1].key) continue;
+        distinctV.push_back({rowV[sortedV[i].row][column], i});
+    }
+    return distinctV;
+}
+
+// The first rank of each bin, then the number of ranks.
+std::vector<uint32_t> CutBins(const std::vector<Distinct>& distinctV, size_t numRows, int numBins) {
+    std::vector<uint32_t> firstV = {0};
+    int bin = 1;
+    for (size_t r = 1; r < distinctV.size(); ++r) {
+        const double begin = static_cast<double>(distinctV[r].begin);
+        if (begin < IdealBegin(bin, numBins, static_cast<double>(numRows))) continue;
+        if (!(distinctV[r].value > distinctV[r - 1].value + kGap)) continue;
+        firstV.push_back(static_cast<uint32_t>(r));
+        while (bin < numBins && IdealBegin(bin, numBins, static_cast<double>(numRows)) <= begin) {
+            ++bin;
+        }
+        if (bin == numBins) break;
+    }
+    firstV.push_back(static_cast<uint32_t>(distinctV.size()));
+    return firstV;
+}
+
+int ChooseMostBins(int numRows, int numColumns) {
+    const double wanted = 2.0 * std::sqrt(static_cast<double>(numRows));
+    const size_t room = kMostCells / static_cast<size_t>(std::max(numColumns, 1));
+    const double bound = std::min({wanted, static_cast<double>(room), 1.0 * kMostBins});
+    return std::max(static_cast<int>(bound), kNarrowBins);
+}
+
+}  // namespace
+
+Columns::Columns(const double* const* rows, int numRow, int numColumn, WorkerPool& pool)
+    : rowV(rows),
+      numRows(numRow),
+      maxBins(ChooseMostBins(numRow, numColumn)),
+      columnV(static_cast<size_t>(numColumn)) {
+    std::vector<std::vector<uint16_t>> binVV(static_cast<size_t>(numColumn));
+    std::atomic<bool> fFoundNan{false};
+    pool.For(numColumn, [&](int column, int) {
+        if (!CodeColumn(column, binVV[static_cast<size_t>(column)])) fFoundNan = true;
+    });
+    fNan = fFoundNan;
+    if (fNan) return;
+    PlaceColumns();
+    wideRows.codeV.assign(static_cast<size_t>(numRows) * wideRows.stride, 0);
+    constexpr int kChunk = 4096;
+    pool.For((numRows + kChunk - 1) / kChunk, [&](int chunk, int) {
+        const int end = std::min(numRows, (chunk + 1) * kChunk);
+        for (int row = chunk * kChunk; row < end; ++row) {
+            uint16_t* codes = &wideRows.codeV[static_cast<size_t>(row) * wideRows.stride];
+            for (const int column : wideV) {
+                *codes++ = binVV[static_cast<size_t>(column)][static_cast<size_t>(row)];
+            }
+        }
+    });
+    FillRowCodes(pool);
+    FindTwins();
+}
+
+// False when the column holds a NaN.
+bool Columns::CodeColumn(int column, std::vector<uint16_t>& binV) {
+    std::vector<KeyedRow> sortedV(static_cast<size_t>(numRows));
+    for (size_t row = 0; row < sortedV.size(); ++row) {
+        const double value = rowV[row][column];
+        if (std::isnan(value)) return false;
+        sortedV[row] = {OrderedKey(value), static_cast<uint32_t>(row)};
+    }
+    SortByKey(sortedV);
+    const std::vector<Distinct> distinctV = FindDistinct(sortedV, rowV, column);
+    Column& c = columnV[static_cast<size_t>(column)];
+    c.fExact = distinctV.size() <= static_cast<size_t>(maxBins);
+    c.fNarrow = distinctV.size() <= kNarrowBins;
+    c.fClean = true;
+    for (size_t r = 1; r < distinctV.size(); ++r) {
+        c.fClean = c.fClean && distinctV[r].value > distinctV[r - 1].value + kGap;
+    }
+    if (c.fExact) {
+        for (size_t r = 0; r <= distinctV.size(); ++r) {
+            c.binFirstRankV.push_back(static_cast<uint32_t>(r));
+            if (r < distinctV.size()) c.binValueV.push_back(distinctV[r].value);
+        }
+    } else {
+        c.binFirstRankV = CutBins(distinctV, sortedV.size(), maxBins);
+    }
+    c.numBins = static_cast<int>(c.binFirstRankV.size()) - 1;
+    if (c.fNarrow) {
+        c.codeV.resize(sortedV.size());
+    } else {
+        c.rankV.resize(sortedV.size());
+        binV.resize(sortedV.size());
+    }
+    uint16_t bin = 0;
+    for (size_t r = 0; r < distinctV.size(); ++r) {
+        if (c.binFirstRankV[bin + 1u] == r) ++bin;
+        const size_t end = r + 1 < distinctV.size() ? distinctV[r + 1].begin : sortedV.size();
+        for (size_t i = distinctV[r].begin; i < end; ++i) {
+            const size_t row = sortedV[i].row;
+            if (c.fNarrow) {
+                c.codeV[row] = static_cast<uint8_t>(r);
+            } else {
+                c.rankV[row] = static_cast<uint32_t>(r);
+                binV[row] = bin;
+            }
+        }
+    }
+    return true;
+}
+
+void Columns::PlaceColumns() {
+    for (int column = 0; column < NumColumns(); ++column) {
+        Column& c = columnV[static_cast<size_t>(column)];
+        std::vector<int>& places = c.fNarrow ? narrowV : wideV;
+        c.place = static_cast<int>(places.size());
+        places.push_back(column);
+        c.firstCell = numCells;
+        numCells += static_cast<size_t>(c.numBins);
+    }
+    narrowRows.stride = (narrowV.size() + 15) / 16 * 16;
+    wideRows.stride = (wideV.size() + 7) / 8 * 8;
+}
+
+void Columns::FillRowCodes(WorkerPool& pool) {
+    narrowRows.codeV.assign(static_cast<size_t>(numRows) * narrowRows.stride, 0);
+    constexpr int kChunk = 4096;
+    pool.For((numRows + kChunk - 1) / kChunk, [&](int chunk, int) {
+        const int end = std::min(numRows, (chunk + 1) * kChunk);
+        for (int row = chunk * kChunk; row < end; ++row) {
+            uint8_t* codes = &narrowRows.codeV[static_cast<size_t>(row) * narrowRows.stride];
+            for (const int column : narrowV) *codes++ = At(column).codeV[static_cast<size_t>(row)];
+        }
+    });
+}
+
+// Columns of equal ranks sort equally, so a node scores their cuts equally to the last bit; if both
+// are clean, the cuts are the same too.
+void Columns::FindTwins() {
+    std::unordered_map<uint64_t, std::vector<int>> byHash;
+    for (int column = 0; column < NumColumns(); ++column) {
+        Column& c = columnV[static_cast<size_t>(column)];
+        c.twin = column;
+        if (!c.fClean) continue;
+        uint64_t hash = 1469598103934665603u;
+        const auto mix = [&hash](uint64_t rank) { hash = (hash ^ rank) * 1099511628211u; };
+        for (const uint8_t rank : c.codeV) mix(rank);
+        for (const uint32_t rank : c.rankV) mix(rank);
+        std::vector<int>& sameV = byHash[hash];
+        for (const int other : sameV) {
+            if (At(other).codeV == c.codeV && At(other).rankV == c.rankV) {
+                c.twin = other;
+                break;
+            }
+        }
+        if (c.twin == column) sameV.push_back(column);
+    }
+}
+
+}  // namespace engine
+}  // namespace sylvora

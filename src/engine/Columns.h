@@ -1,0 +1,89 @@
+// The training data, coded once per run: every comparison of two values of a column becomes one of
+// two small integers, and every histogram a look-up by such an integer.
+//
+// Words. The rank of a value is its place among the column's distinct values (-0.0 and 0.0 are one
+// value). A bin is a run of ranks. A column with few distinct values has one bin per value
+// ("exact"); otherwise bins hold several values and cover more rows in the middle than at the ends:
+// the share of a bin grows like the square root of the rows on its shorter side, as does the noise
+// of a sum over them.
+//
+// Two neighbouring values a < b are separable when b > a + 1e-10, the condition of a regression
+// cut. No bin ends between two values that are not, so every bin boundary is a cut in every node. A
+// column whose neighbouring values are all separable is "clean".
+#ifndef SYLVORA_ENGINE_COLUMNS_H
+#define SYLVORA_ENGINE_COLUMNS_H
+
+#include <cstdint>
+#include <vector>
+
+#include "WorkerPool.h"
+
+namespace sylvora {
+namespace engine {
+
+struct Column {
+    int numBins = 0;
+    bool fExact = false;  // one bin per distinct value
+    bool fClean = false;
+    bool fNarrow = false;  // codes in one byte
+    int place = 0;         // column of the narrow or the wide row matrix
+    int twin = 0;          // the first column with the same ranks, this one where there is none
+    size_t firstCell = 0;  // of the column in a node's histogram
+    std::vector<uint32_t> binFirstRankV;  // numBins + 1 entries
+    std::vector<double> binValueV;        // exact columns: the value of each bin
+    std::vector<uint8_t> codeV;           // narrow columns: the bin, which is the rank, per row
+    std::vector<uint32_t> rankV;          // wide columns: the rank per row
+};
+
+// Row-major codes, padded with zeros so that rows can be read in pieces of 16 bytes.
+template <typename Code>
+struct RowCodes {
+    size_t stride = 0;  // codes per row
+    std::vector<Code> codeV;
+
+    const Code* Row(int row) const { return codeV.data() + static_cast<size_t>(row) * stride; }
+};
+
+class Columns {
+  public:
+    // Codes the matrix `rowV` (numRow rows of numColumn values). Throws std::bad_alloc.
+    Columns(const double* const* rowV, int numRow, int numColumn, WorkerPool& pool);
+
+    int NumRows() const { return numRows; }
+    int NumColumns() const { return static_cast<int>(columnV.size()); }
+    const Column& At(int column) const { return columnV[static_cast<size_t>(column)]; }
+    double Value(int row, int column) const { return rowV[row][column]; }
+    // A column holds a NaN, which has no rank: the codes must not be used.
+    bool HasNan() const { return fNan; }
+    size_t NumCells() const { return numCells; }
+    const std::vector<int>& NarrowColumns() const { return narrowV; }
+    const std::vector<int>& WideColumns() const { return wideV; }
+    const RowCodes<uint8_t>& NarrowRows() const { return narrowRows; }
+    const RowCodes<uint16_t>& WideRows() const { return wideRows; }
+
+    uint32_t Rank(int column, int row) const {
+        const Column& c = At(column);
+        return c.fNarrow ? c.codeV[static_cast<size_t>(row)] : c.rankV[static_cast<size_t>(row)];
+    }
+
+  private:
+    bool CodeColumn(int column, std::vector<uint16_t>& binV);
+    void PlaceColumns();
+    void FillRowCodes(WorkerPool& pool);
+    void FindTwins();
+
+    const double* const* rowV;
+    int numRows;
+    int maxBins;
+    bool fNan = false;
+    size_t numCells = 0;
+    std::vector<Column> columnV;
+    std::vector<int> narrowV, wideV;  // columns by place
+    RowCodes<uint8_t> narrowRows;
+    RowCodes<uint16_t> wideRows;
+};
+
+}  // namespace engine
+}  // namespace sylvora
+
+#endif  // SYLVORA_ENGINE_COLUMNS_H

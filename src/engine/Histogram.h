@@ -1,0 +1,68 @@
+// Histograms of a node: for each bin of each column the sums over the node's rows.
+#ifndef SYLVORA_ENGINE_HISTOGRAM_H
+#define SYLVORA_ENGINE_HISTOGRAM_H
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "Columns.h"
+#include "FixedPoint.h"
+
+namespace sylvora {
+namespace engine {
+
+// One cell per bin of every column, at the columns' firstCell. Coarse histograms join 2^shift
+// neighbouring bins of the columns that are not exact; their cells begin at the same places.
+struct Histogram {
+    std::vector<Cell> cellV;
+    int shift = 0;
+
+    const Cell* Of(const Column& column) const { return cellV.data() + column.firstCell; }
+    // Bins that the column has at this resolution.
+    int NumBins(const Column& column) const {
+        return column.fExact ? column.numBins : ((column.numBins - 1) >> shift) + 1;
+    }
+    // The first rank of a bin at this resolution; for NumBins, the number of ranks.
+    uint32_t FirstRank(const Column& column, int bin) const {
+        if (column.fExact) return static_cast<uint32_t>(bin);
+        const size_t fine = static_cast<size_t>(bin) << shift;
+        const size_t last = static_cast<size_t>(column.numBins);
+        return column.binFirstRankV[fine < last ? fine : last];
+    }
+};
+
+// The rows of a node with their gradients and weights (null: all 1), in matching order.
+struct RowSlice {
+    const int* rowV;
+    const double* gradV;
+    const int* weightV;
+    int count;
+};
+
+// Fills histograms block by block: the codes of a block are transposed into columns, then two
+// columns at a time run over the block with each row's cell in a register. One per worker.
+class HistogramFiller {
+  public:
+    explicit HistogramFiller(const Columns& data);
+
+    // Adds the rows of the slice to the cells of the chosen columns.
+    void Add(const RowSlice& rows, const FixedPoint& fixed, const std::vector<int>& columns,
+             Histogram& histogram);
+
+  private:
+    template <typename Code>
+    void Transpose(const RowCodes<Code>& codes, const int* rowV, int count, Code* tile);
+    void AddBlock(int count, const std::vector<int>& columns, Histogram& histogram);
+
+    const Columns& data;
+    std::vector<Cell> cellV;
+    std::vector<uint8_t> narrowTile;
+    std::vector<uint16_t> wideTile;
+};
+
+}  // namespace engine
+}  // namespace sylvora
+
+#endif  // SYLVORA_ENGINE_HISTOGRAM_H

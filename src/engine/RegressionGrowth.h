@@ -1,0 +1,104 @@
+// Growing a regression tree level by level, with the outcome of the plain form in every bit: nodes,
+// their order, thresholds, values, and the order of the rows within them.
+#ifndef SYLVORA_ENGINE_REGRESSIONGROWTH_H
+#define SYLVORA_ENGINE_REGRESSIONGROWTH_H
+
+#include <memory>
+#include <vector>
+
+#include "Columns.h"
+#include "FixedPoint.h"
+#include "Histogram.h"
+#include "NodeSearch.h"
+#include "RowPartition.h"
+#include "WorkerPool.h"
+
+namespace sylvora {
+namespace engine {
+
+struct GrowthLimits {
+    int maxLeaf;
+    int maxDepth;
+    int numBound;
+    int numSelFea;  // columns drawn per node
+    bool fForest;   // neither maxLeaf nor maxDepth counts
+};
+
+// One node as grown; the words are those of NodeCR.
+struct GrownNode {
+    int startDoc = 0;
+    int countDoc = 0;
+    int parent = -1;
+    int depth = 0;
+    int splitFea = -1;
+    double splitElemFea = -1.0;
+    int lson = -1;
+    int rson = -1;
+    int countL = 0;
+    double gradAll = 0.0;
+    int wgtAll = 0;
+    bool fOpen = false;  // may still be split
+};
+
+// Decides what the sums cannot: the plain search of a node over some of its slots. The arrays hold
+// the node's rows, weights null where all are 1. May be called by several workers at once.
+class PlainSearch {
+  public:
+    virtual ~PlainSearch() = default;
+    virtual SplitPoint Search(const GrownNode& node, const RowSlice& rows, const int* columnV,
+                              const std::vector<int>& slotV) const = 0;
+};
+
+class RegressionGrowth {
+  public:
+    RegressionGrowth(const Columns& columns, WorkerPool& workers, const GrowthLimits& growthLimits,
+                     const PlainSearch& plainSearch);
+    ~RegressionGrowth();
+
+    // Grows a tree on the `num` rows of `indexV`, which are reordered in place, with gradients and
+    // weights (null: all 1) by row; columns are drawn with `seed`. Returns false, with nothing
+    // changed and nothing drawn, when the gradients are out of the engine's range.
+    [[nodiscard]] bool Grow(const double* gradV, const int* weightV, int* indexV, int num,
+                            long* seed);
+
+    // The tree of the last Grow, in the plain form's order of nodes.
+    const std::vector<GrownNode>& Nodes() const { return nodeV; }
+    // Whether every row reached the leaf in whose slice it lies.
+    bool SlicesTrue() const { return fSlicesTrue; }
+
+  private:
+    struct OpenNode;
+    struct Worker;
+
+    void PlantRoot(const double* gradV, const int* weightV, int num);
+    void FillRoot(const double* gradV, const int* weightV, Histogram& histogram);
+    void GrowLevel(std::vector<OpenNode>& levelV, long* seed, std::vector<OpenNode>& nextV);
+    void DrawColumns(std::vector<OpenNode>& batchV, long* seed);
+    void SearchAndMove(OpenNode& open, Worker& worker);
+    SplitPoint FindSplit(OpenNode& open, Worker& worker);
+    void AppendSons(OpenNode& open, std::vector<OpenNode>& nextV);
+    void SumSons(GrownNode& left, GrownNode& right);
+    void PrepareHistograms(std::vector<OpenNode>& nextV);
+    void CloseFrom(size_t idxNode);
+    RowSlice SliceOf(const GrownNode& node) const;
+    std::unique_ptr<Histogram> TakeHistogram();
+    void GiveBack(std::unique_ptr<Histogram> histogram);
+
+    const Columns& data;
+    WorkerPool& pool;
+    const GrowthLimits limits;
+    const PlainSearch& plain;
+    FixedPoint fixed;
+    TreeRows rows;
+    std::vector<GrownNode> nodeV;
+    int numLeaf = 1;
+    bool fSlicesTrue = true;
+    std::vector<int> allColumnV;
+    std::vector<std::unique_ptr<Worker>> workerV;
+    std::vector<std::unique_ptr<Histogram>> freeV;  // to be used again
+};
+
+}  // namespace engine
+}  // namespace sylvora
+
+#endif  // SYLVORA_ENGINE_REGRESSIONGROWTH_H

@@ -1,0 +1,16 @@
+// The engine's switch; see Switch.h.
+#include "Switch.h"
+
+#include <cstdlib>
+#include <cstring>
+
+namespace sylvora {
+namespace engine {
+
+bool UsePlainForm() {
+    const char* value = std::getenv("SYLVORA_PLAIN");
+    return value != nullptr && std::strcmp(value, "1") == 0;
+}
+
+}  // namespace engine
+}  // namespace sylvora
