@@ -1,0 +1,165 @@
+"""The sides of a workload: each is run as a child process, which prints its figures in lines
+"bench: key number" (see bench/driver/Jobs.h)."""
+
+import os
+import subprocess
+from dataclasses import dataclass
+from pathlib import Path
+
+from machine import Others
+from workloads import BOUND, DEPTH, LEAVES, SHRINK
+
+OURS = "sylvora"
+PYTHON = "/usr/bin/python3"  # the one that Debian's packages are for
+PEERS = Path(__file__).resolve().parent.parent / "peers"
+PROGRAMS = {
+    "xgboost": [PYTHON, str(PEERS / "xgboost_peer.py")],
+    "sklearn": [PYTHON, str(PEERS / "sklearn_peer.py")],
+    "ranger": ["Rscript", str(PEERS / "ranger_peer.R")],
+}
+TIMES = ("prepare_s", "first_s", "rest_s", "fit_s", "batch_s", "single_s", "load_s", "read_s")
+
+
+class Failure(Exception):
+    """A child process that gave no figures."""
+
+
+@dataclass
+class Measurement:
+    """One run of one side. `seconds` per round, tree, row or file, as the workload has it."""
+    seconds: float
+    others: float              # cores that others used meanwhile
+    prepare: float = None      # seconds, once
+    cell_bytes: float = None   # peak memory per cell of the data
+    megabytes: float = None    # read per second
+    misfit: float = None
+
+
+def run_child(command, threads=1, kernel=""):
+    """The figures that a child process prints."""
+    environment = dict(os.environ, OMP_NUM_THREADS=str(threads), PYTHONDONTWRITEBYTECODE="1")
+    if kernel:
+        environment["SYLVORA_KERNEL"] = kernel
+    words = [str(word) for word in command]
+    try:
+        child = subprocess.run(words, env=environment, capture_output=True, text=True, check=False)
+    except OSError as error:
+        raise Failure(f"{words[0]}: {error.strerror}") from error
+    if child.returncode != 0:
+        last = (child.stderr.strip().splitlines() or ["no message"])[-1]
+        raise Failure(f"{' '.join(words)}: exit status {child.returncode}: {last}")
+    lines = (line.split() for line in child.stdout.splitlines() if line.startswith("bench: "))
+    return {key: float(number) for _, key, number in lines}
+
+
+def measurement(workload, figures, others):
+    """What the figures of a job, ours or a peer's, say about the workload."""
+    seconds = sum(figures.get(key, 0.0) for key in TIMES) / figures.get("rounds", 1)
+    prepare = None
+    if workload.job == "train" and not workload.is_forest():
+        # One-time work hides in the first round, so the others say how long a round takes.
+        seconds = figures["rest_s"] / (figures["rounds"] - 1)
+        prepare = figures["prepare_s"] + max(0.0, figures["first_s"] - seconds)
+    cell_bytes = figures["peak_bytes"] / figures["cells"] if "cells" in figures else None
+    rate = figures["file_bytes"] / 1e6 / seconds if "file_bytes" in figures else None
+    return Measurement(seconds, others, prepare, cell_bytes, rate, figures.get("misfit"))
+
+
+class Workshop:
+    """The folder with data, configurations and models, which are made when they are first asked
+    for; under a passing name, so that nothing broken off is taken for whole."""
+
+    def __init__(self, folder, driver, quick):
+        self.folder, self.driver, self.quick = folder, driver, quick
+        folder.mkdir(parents=True, exist_ok=True)
+
+    def size(self, workload):
+        return workload.quick_size if self.quick else workload.size
+
+    def rounds(self, workload, peer=None, threads=1):
+        """Rounds or trees of a side; some peers get fewer."""
+        if self.quick:
+            return workload.quick_rounds
+        return peer.rounds.get(threads, workload.rounds) if peer else workload.rounds
+
+    def make(self, name, command):
+        """The file `name`, made by the command that `command` gives for a path."""
+        path = self.folder / name
+        if not path.exists():
+            passing = self.folder / ("new-" + name)
+            run_child(command(passing), os.cpu_count())
+            passing.rename(path)
+        return path
+
+    def raw(self, workload):
+        size = self.size(workload)
+        return self.make(f"{workload.data}-{size}.raw", lambda path: [
+            self.driver, "generate", f"set={workload.data}", f"size={size}", f"data={path}"])
+
+    def text(self, workload):
+        raw = self.raw(workload)
+        return self.make(raw.stem + ".txt", lambda path: [
+            self.driver, "text", f"data={raw}", f"text={path}"])
+
+    def our_model(self, workload):
+        name = f"sylvora-{workload.data}-{self.size(workload)}.model"
+        return self.make(name, lambda path: self.our_training(workload, os.cpu_count(), path))
+
+    def peer_model(self, workload):
+        name = f"xgboost-{workload.data}-{self.size(workload)}.json"
+        return self.make(name, lambda path: self.xgboost_training(
+            workload, os.cpu_count(), "hist", self.rounds(workload)) + [f"model={path}"])
+
+    def our_training(self, workload, threads, model):
+        kind, _, task = workload.model.partition(" ")
+        settings = {
+            "modelType": kind, "numTree": self.rounds(workload), "maxDepth": DEPTH,
+            "maxLeaf": LEAVES, "numBound": BOUND, "valShrink": SHRINK, "ratio": workload.share,
+            "valSmpRt": workload.share, "numThread": threads, "fileModel": model,
+        }
+        if task:
+            settings["fRegCls"] = task
+        config = self.folder / f"{workload.name}-{threads}.cfg"
+        config.write_text("".join(f"{key} = {value}\n" for key, value in settings.items()))
+        return [self.driver, "train", f"data={self.raw(workload)}", f"config={config}"]
+
+    def xgboost_training(self, workload, threads, method, rounds):
+        return PROGRAMS["xgboost"] + [
+            "train", f"data={self.raw(workload)}", f"method={method}", f"rounds={rounds}",
+            f"depth={DEPTH}", f"shrink={SHRINK}", f"columns={workload.share}",
+            f"rows={workload.share}", f"threads={threads}"]
+
+    def forest_training(self, workload, threads, peer):
+        return PROGRAMS[peer.name] + [
+            "train", f"data={self.raw(workload)}",
+            f"trees={self.rounds(workload, peer, threads)}", f"leaf={BOUND}",
+            f"columns={workload.share}", f"rows={workload.share}", f"threads={threads}"]
+
+    def our_command(self, workload, threads):
+        if workload.job == "train":
+            return self.our_training(workload, threads, self.folder / "latest.model")
+        return [self.driver] + self.task(workload, threads, self.our_model)
+
+    def peer_command(self, workload, threads, peer):
+        if workload.is_forest():
+            return self.forest_training(workload, threads, peer)
+        if workload.job == "train":
+            method = peer.name.partition("-")[2]
+            rounds = self.rounds(workload, peer, threads)
+            return self.xgboost_training(workload, threads, method, rounds)
+        return PROGRAMS["xgboost"] + self.task(workload, threads, self.peer_model)
+
+    def task(self, workload, threads, model):
+        """The words of the jobs that both sides call alike."""
+        if workload.job == "read":
+            return ["read", f"text={self.text(workload)}", f"threads={threads}"]
+        return [workload.job, f"data={self.raw(workload)}", f"model={model(workload)}",
+                f"threads={threads}"]
+
+    def measure(self, workload, threads, peer=None):
+        """Runs our side, or a peer's, once."""
+        command = self.peer_command(workload, threads, peer) if peer else \
+            self.our_command(workload, threads)
+        with Others() as others:
+            figures = run_child(command, threads, "" if peer else workload.kernel)
+        return measurement(workload, figures, others.cores)

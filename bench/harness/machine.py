@@ -1,0 +1,82 @@
+"""The machine: what it is, how busy it is, and who else used it while something was measured."""
+
+import os
+import platform
+import resource
+import subprocess
+import time
+
+# Where a figure can change with the instruction sets, these are the ones that matter.
+FLAGS = ("sse4_2", "avx", "avx2", "bmi2", "avx512f", "avx512bw", "avx512dq", "avx512vl")
+KERNEL_FLAGS = {"avx512": FLAGS[4:], "avx2": ("avx2",), "baseline": (), "": ()}
+
+
+def cpu_field(name):
+    """A field of the first processor in /proc/cpuinfo."""
+    with open("/proc/cpuinfo", encoding="ascii") as info:
+        for line in info:
+            key, _, value = line.partition(":")
+            if key.strip() == name:
+                return value.strip()
+    return ""
+
+
+def missing_flags(kernel):
+    """What the processor lacks for one of our kernels."""
+    return [flag for flag in KERNEL_FLAGS[kernel] if flag not in cpu_field("flags").split()]
+
+
+def load():
+    return " ".join(f"{average:.1f}" for average in os.getloadavg())
+
+
+def output_of(*command):
+    try:
+        return subprocess.run(command, check=True, capture_output=True, text=True).stdout.strip()
+    except (OSError, subprocess.CalledProcessError):
+        return ""
+
+
+def commit(root):
+    """The commit that is measured, with a plus when the library's sources are changed."""
+    name = output_of("git", "-C", root, "rev-parse", "--short", "HEAD")
+    changed = output_of("git", "-C", root, "status", "--porcelain", "src")
+    return name + ("+" if changed else "")
+
+
+def description():
+    """Lines that say what the figures were measured on."""
+    memory = os.sysconf("SC_PHYS_PAGES") * os.sysconf("SC_PAGE_SIZE") / 2 ** 30
+    flags = cpu_field("flags").split()
+    switches = [f"{key}={value}" for key, value in sorted(os.environ.items())
+                if key.startswith("SYLVORA_")]
+    lines = [
+        f"{cpu_field('model name')}, {os.cpu_count()} cores, {memory:.0f} GiB, "
+        f"L2 cache {cpu_field('cache size')}",
+        "instruction sets: " + " ".join(flag for flag in FLAGS if flag in flags),
+        f"Linux {platform.release()}, {output_of('g++', '--version').splitlines()[0]}",
+    ]
+    return lines + (["switches: " + " ".join(switches)] if switches else [])
+
+
+class Others:
+    """How many cores others used, on average, while the child processes of a `with` block ran."""
+
+    def __enter__(self):
+        self.before = self.sample()
+        return self
+
+    def __exit__(self, *_):
+        seconds, busy, own = (after - before
+                              for after, before in zip(self.sample(), self.before))
+        self.cores = max(0.0, busy - own) / seconds
+
+    @staticmethod
+    def sample():
+        """The clock, the machine's busy seconds, those of finished children."""
+        with open("/proc/stat", encoding="ascii") as stat:
+            ticks = [int(field) for field in stat.readline().split()[1:9]]
+        user, nice, system, _idle, _iowait, irq, softirq, steal = ticks
+        busy = (user + nice + system + irq + softirq + steal) / os.sysconf("SC_CLK_TCK")
+        usage = resource.getrusage(resource.RUSAGE_CHILDREN)
+        return time.monotonic(), busy, usage.ru_utime + usage.ru_stime

@@ -1,0 +1,57 @@
+"""From the runs of a workload to its rows, one per peer; and the file that keeps them."""
+
+import json
+import statistics
+
+# From here on others took so much of the machine that a run counts as disturbed, in cores.
+DISTURBED = 0.2
+
+
+def summary(values):
+    """Median and spread (largest less smallest, as a share of the median) of a side's runs."""
+    middle = statistics.median(values)
+    return {"median": middle, "spread": (max(values) - min(values)) / middle}
+
+
+def median_of(measurements, field):
+    values = [getattr(measurement, field) for measurement in measurements]
+    return None if None in values else statistics.median(values)
+
+
+def row(workload, threads, peer, sides, note):
+    """The row of one peer; `sides` are the runs of both, in the order in which they were made.
+    The ratio is the median of the ratios of the turns, so that what slows down a turn as a whole
+    does not count."""
+    ours, theirs = sides
+    ratios = [one.seconds / other.seconds for one, other in zip(ours, theirs)]
+    fields = ("prepare", "cell_bytes", "megabytes", "misfit")
+    return {
+        "workload": workload.name, "threads": threads, "peer": peer.name,
+        "job": "forest" if workload.is_forest() else workload.job,
+        "unit": workload.unit()[0],
+        "times": [summary([m.seconds * workload.unit()[1] for m in side]) if side else None
+                  for side in sides],
+        "ratio": summary(ratios) if ratios else None,
+        "aim": peer.aim.get(threads),
+        **{field: [median_of(side, field) if side else None for side in sides]
+           for field in fields},
+        "runs": max(len(ours), len(theirs)),
+        "disturbed": sum(any(m.others > DISTURBED for m in turn)
+                         for turn in zip(*[side for side in sides if side])),
+        "note": note,
+    }
+
+
+class Results:
+    """The rows so far, in a file; a row that is measured again replaces the older one."""
+
+    def __init__(self, path):
+        self.path = path
+        self.rows = json.loads(path.read_text()) if path.exists() else []
+
+    def add(self, new):
+        key = ("workload", "threads", "peer")
+        self.rows = [old for old in self.rows if any(old[k] != new[k] for k in key)] + [new]
+        passing = self.path.with_suffix(".part")
+        passing.write_text(json.dumps(self.rows, indent=1))
+        passing.rename(self.path)

@@ -1,0 +1,98 @@
+"""The table of workloads: what is measured, on what data, against whom."""
+
+from dataclasses import dataclass, field
+from typing import Dict, Tuple
+
+
+@dataclass(frozen=True)
+class Peer:
+    """A rival in a workload. `rounds` per number of threads where the full number would take too
+    long (its figures are per round); `aim` per number of threads is the ratio we are after."""
+    name: str
+    rounds: Dict[int, int] = field(default_factory=dict)
+    aim: Dict[int, float] = field(default_factory=dict)
+    note: str = ""
+
+
+@dataclass(frozen=True)
+class Workload:
+    """`job` is the driver's, `data` the name of a synthetic set and `size` its size, or what
+    --quick makes of it. `rounds` are rounds of boosting or trees; `share` is that of the columns
+    per node and that of the rows per tree. `kernel` forces one of our kernels."""
+    name: str
+    job: str
+    data: str
+    size: int
+    quick_size: int
+    peers: Tuple[Peer, ...]
+    model: str = "GBDT"
+    rounds: int = 100
+    quick_rounds: int = 5
+    share: float = 1.0
+    threads: Tuple[int, ...] = (1, 4)
+    kernel: str = ""
+
+    def is_forest(self):
+        return self.model.startswith("RandomForest")
+
+    def unit(self):
+        """Of the figures, and the factor that seconds take to become it."""
+        if self.job == "train":
+            return ("ms per tree" if self.is_forest() else "ms per round"), 1e3
+        return {"batch": ("µs per row", 1e6), "single": ("µs per row", 1e6),
+                "load": ("ms", 1e3), "read": ("s", 1.0)}[self.job]
+
+
+DEPTH, LEAVES, BOUND, SHRINK = 6, 64, 5, 0.1
+SCORING = {"data": "continuous", "size": 100_000, "quick_size": 2_000,
+           "rounds": 500, "quick_rounds": 20}
+
+
+def boosted(name, data, sizes, full, sampled, exact=None, model="GBDT"):
+    """A set with all rows and columns and with 60 % of them; `full`, `sampled` and `exact` are the
+    aims against the histogram and the exact method. The exact one is timed on full samples."""
+    few = {1: 4, 4: 8}
+    peers = (Peer("xgboost-hist", aim=full),)
+    if exact is not None:
+        peers += (Peer("xgboost-exact", few, exact),)
+    common = {"job": "train", "data": data, "size": sizes[0], "quick_size": sizes[1],
+              "model": model}
+    return (Workload(name=name + "-full", peers=peers, **common),
+            Workload(name=name + "-sampled", peers=(Peer("xgboost-hist", aim=sampled),),
+                     share=0.6, **common))
+
+
+def forest(name, model):
+    """A forest of trees of unlimited depth. The trees are alike, so the slow case has fewer."""
+    few = {1: 20}
+    aim = {1: 0.5, 4: 0.5}
+    peers = (Peer("ranger", few, aim),
+             Peer("sklearn", few, note="its rows are drawn with replacement"))
+    return Workload(name, "train", name, 100_000, 2_000, peers, model=model, share=0.6)
+
+
+def batch(kernel, aim):
+    """Batch scoring with the kernel of one instruction set, or with the one that is chosen."""
+    name = "score-batch" + ("-" + kernel if kernel else "")
+    return Workload(name, "batch", peers=(Peer("xgboost", aim=aim),), kernel=kernel, **SCORING)
+
+
+WORKLOADS = (
+    *boosted("continuous", "continuous", (1_000_000, 5_000), {1: 1.4, 4: 1.6}, {1: 0.85, 4: 1.0},
+             exact={1: 0.04, 4: 0.05}),
+    *boosted("coarse", "coarse", (1_000_000, 5_000), {1: 0.8, 4: 0.95}, {1: 0.6, 4: 0.75},
+             exact={}),
+    *boosted("mixed", "mixed", (200_000, 4_000), {}, {1: 0.7, 4: 0.8}, exact={}),
+    *boosted("ranking", "ranking", (2_000, 40), {}, {}, model="GBRank"),
+    forest("forest-regression", "RandomForest REG"),
+    forest("forest-classification", "RandomForest CLS"),
+    batch("", {4: 0.2}),
+    batch("avx512", {1: 0.12}),
+    batch("avx2", {1: 0.2}),
+    batch("baseline", {1: 0.35}),
+    Workload("score-single", "single", threads=(1,),
+             peers=(Peer("xgboost", note="called from Python"),), **SCORING),
+    Workload("load-model", "load", threads=(1,), peers=(Peer("xgboost", note="JSON"),), **SCORING),
+    Workload("read-text", "read", "continuous", 1_000_000, 5_000,
+             (Peer("xgboost", aim={1: 0.5, 4: 0.4}),)),
+)

@@ -1,0 +1,113 @@
+"""XGBoost's side of the workloads: xgboost_peer.py JOB key=value...; jobs and figures are those of
+the driver (bench/driver/Jobs.h).
+
+  train   data=RAW method=hist|exact rounds= depth= shrink= columns= rows= threads=
+          [model=FILE]
+  batch   data=RAW model=FILE threads=
+  single  data=RAW model=FILE
+  load    model=FILE
+  read    text=FILE threads=
+"""
+
+import os
+import time
+
+import numpy
+import xgboost
+
+import common
+from common import say
+
+
+def parameters(job, data):
+    """No regularisation and no prior, as on our side. A tree of depth 6 has at most 64 leaves."""
+    return {
+        "objective": "reg:squarederror" if data.query is None else "rank:pairwise",
+        "base_score": 0.0,
+        "tree_method": job["method"],
+        "eta": job["shrink"],
+        "max_depth": job["depth"],
+        "max_bin": 256,
+        "min_child_weight": 1,
+        "reg_lambda": 0,
+        "reg_alpha": 0,
+        "gamma": 0,
+        "colsample_bynode": job["columns"],
+        "subsample": job["rows"],
+        "nthread": job["threads"],
+        "seed": 1,
+        "verbosity": 0,
+    }
+
+
+def matrix(job, data):
+    """The form that the method is fastest with: hist is quantised while it is made."""
+    form = xgboost.QuantileDMatrix if job["method"] == "hist" else xgboost.DMatrix
+    return form(data.x, data.y, nthread=job["threads"])
+
+
+def train(job):
+    before = common.memory_bytes("VmRSS")
+    data = common.Data(job["data"])
+    start = time.perf_counter()
+    rows = matrix(job, data)
+    if data.query is not None:
+        rows.set_group(numpy.bincount(data.query))
+    booster = xgboost.Booster(parameters(job, data), [rows])
+    say("prepare_s", time.perf_counter() - start)
+
+    start = time.perf_counter()
+    ends = []
+    for number in range(job["rounds"]):
+        booster.update(rows, number)
+        ends.append(time.perf_counter())
+    common.say_rounds(start, ends)
+    say("peak_bytes", common.memory_bytes("VmHWM") - before)
+    say("cells", data.x.size)
+    predicted = booster.inplace_predict(data.x, predict_type="margin")
+    say("misfit", common.misfit(data, predicted))
+    if "model" in job:
+        booster.save_model(job["model"])
+
+
+def load_booster(job):
+    booster = xgboost.Booster({"nthread": job.get("threads", 1)})
+    booster.load_model(job["model"])
+    return booster
+
+
+def score(job, rows_of):
+    """Seconds per row when each call scores what `rows_of` makes of the data."""
+    booster = load_booster(job)
+    parts = rows_of(common.Data(job["data"]).x)
+
+    def predict():
+        for part in parts:
+            booster.inplace_predict(part, predict_type="margin")
+
+    return common.seconds_per_call(predict) / sum(len(part) for part in parts)
+
+
+def batch(job):
+    say("batch_s", score(job, lambda x: [x]))
+
+
+def single(job):
+    """A few thousand rows are enough: a call takes longer than its row."""
+    say("single_s", score(job, lambda x: [row.reshape(1, -1) for row in x[:2000]]))
+
+
+def load(job):
+    say("load_s", common.seconds_per_call(lambda: load_booster(job)))
+
+
+def read(job):
+    start = time.perf_counter()
+    xgboost.DMatrix(job["text"] + "?format=libsvm&indexing_mode=1", nthread=job["threads"])
+    say("read_s", time.perf_counter() - start)
+    say("file_bytes", os.path.getsize(job["text"]))
+
+
+if __name__ == "__main__":
+    name, given = common.settings()
+    {"train": train, "batch": batch, "single": single, "load": load, "read": read}[name](given)
