@@ -37,6 +37,7 @@ struct TreeLearner::Run {
     std::vector<boosting_info_t> lateShares;
     std::vector<pthread_t> tids;
     bool fSetDynStepGlobal = false;
+    bool fEachOnce = false;  // the shares step every sample exactly once
 
     // One phase of a round. A worker's own failure is reported by the worker; the run goes on.
     int Fork(void* (*entry)(void*)) {
@@ -71,11 +72,14 @@ int TreeLearner::PrepareRun(Run& run) {
         return Fail("ERROR: Failed to allocate memory!\n");
     }
     int lastSample = -1;
+    run.fEachOnce = true;
     for (const boosting_info_t& share : ShareSamples()) {
+        run.fEachOnce = run.fEachOnce && share.sIdBegin == lastSample + 1;
         const bool fShared = share.sIdBegin <= share.sIdEnd && share.sIdBegin <= lastSample;
         (fShared ? run.lateShares : run.shares).push_back(share);
         lastSample = std::max(lastSample, share.sIdEnd);
     }
+    run.fEachOnce = run.fEachOnce && lastSample == sampleSize - 1;
     run.tids.resize(run.shares.size());
     engineRun = sylvora::EngineRun::Start(*this);
     return PlaceSeeds();
@@ -161,7 +165,8 @@ int TreeLearner::BoostRound(Run& run, int idxTree) {
         return Fail("ERROR: Failed when generating tree!\n");
     }
     fSetDynStep = run.fSetDynStepGlobal;
-    if (run.Fork(PredictionThreadFunction) != 0) return -1;
+    const bool fStepped = run.fEachOnce && engineRun && engineRun->StepPredictions(*this);
+    if (!fStepped && run.Fork(PredictionThreadFunction) != 0) return -1;
     StepLengthV.push_back(static_cast<float>(valShrink * dynShrink));
     TreeVV.push_back(TreeGroup);
     if (CfgInfo.fTestRealTime) WriteRoundResult(idxTree);

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "../Node/SplitScan.h"
+#include "../engine/PredictionStep.h"
 #include "../engine/Switch.h"
 #include "../god/Truncation.h"
 
@@ -59,10 +60,19 @@ EngineRun::EngineRun(const TreeLearner& learner, const engine::GrowthLimits& lim
       plain(std::make_unique<NodePlainSearch>(learner.featureVV)),
       growth(columns, pool, limits, *plain) {}
 
-bool EngineRun::Grow(const TreeLearner& learner, TreeCR& tree, int* indexV, int num, long* seed) {
+bool EngineRun::Grow(const TreeLearner& learner, TreeCR& tree, const int* indexV, int num,
+                     long* seed) {
     const int* weights = learner.fHomoWgt == 1 ? nullptr : learner.numPairDistinctQueV;
-    if (!growth.Grow(learner.gradientV, weights, indexV, num, seed)) return false;
-    tree.Adopt(growth.Nodes());
+    fGrown = growth.Grow(learner.gradientV, weights, indexV, num, seed);
+    if (fGrown) tree.Adopt(growth.Nodes());
+    return fGrown;
+}
+
+bool EngineRun::StepPredictions(const TreeLearner& learner) {
+    // A forest steps along the first of its trees, this is the last.
+    if (!fGrown || learner.TreeGroup.size() != 1) return false;
+    engine::StepPredictions(growth, columns, pool, learner.dynShrink, learner.valShrink,
+                            learner.predictV);
     return true;
 }
 

@@ -19,8 +19,12 @@ class EngineRun {
 
     // Grows `tree` on `num` rows as TreeCR::GrowOne and GrowHalf do. False, with nothing changed,
     // when the gradients are out of the engine's range.
-    [[nodiscard]] bool Grow(const TreeLearner& learner, TreeCR& tree, int* indexV, int num,
+    [[nodiscard]] bool Grow(const TreeLearner& learner, TreeCR& tree, const int* indexV, int num,
                             long* seed);
+
+    // Steps the learner's predictions along the tree grown last, as UpdatePrediction does over all
+    // rows. False, with nothing changed, when that tree is not the engine's.
+    [[nodiscard]] bool StepPredictions(const TreeLearner& learner);
 
   private:
     class NodePlainSearch;
@@ -31,6 +35,7 @@ class EngineRun {
     engine::Columns columns;
     std::unique_ptr<engine::PlainSearch> plain;
     engine::RegressionGrowth growth;
+    bool fGrown = false;  // growth holds the learner's last tree
 };
 
 }  // namespace sylvora

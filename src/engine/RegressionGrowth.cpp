@@ -63,22 +63,17 @@ RegressionGrowth::RegressionGrowth(const Columns& columns, WorkerPool& workers,
 
 RegressionGrowth::~RegressionGrowth() = default;
 
-bool RegressionGrowth::Grow(const double* gradV, const int* weightV, int* indexV, int num,
+bool RegressionGrowth::Grow(const double* gradV, const int* weightV, const int* indexV, int num,
                             long* seed) {
     if (num == 0) return false;
-    rows.indexV = indexV;
-    rows.gradV.resize(static_cast<size_t>(num));
-    rows.weightV.resize(weightV != nullptr ? static_cast<size_t>(num) : 0);
-    rows.fLeftV.resize(static_cast<size_t>(num));
-    for (int i = 0; i < num; ++i) rows.gradV[static_cast<size_t>(i)] = gradV[indexV[i]];
-    for (size_t i = 0; i < rows.weightV.size(); ++i) rows.weightV[i] = weightV[indexV[i]];
+    TakeRows(gradV, weightV, indexV, num);
     const int* weights = weightV != nullptr ? rows.weightV.data() : nullptr;
     fixed = FixedPoint::Fit(rows.gradV.data(), weights, num);
     if (!fixed.fUsable) return false;
     nodeV.clear();
     numLeaf = 1;
     fSlicesTrue = true;
-    PlantRoot(gradV, weightV, num);
+    PlantRoot();
     std::vector<OpenNode> levelV, nextV;
     levelV.push_back({0, {}, nullptr});
     for (int i = 0; i < num; ++i) {
@@ -98,40 +93,51 @@ bool RegressionGrowth::Grow(const double* gradV, const int* weightV, int* indexV
     return true;
 }
 
-void RegressionGrowth::PlantRoot(const double* gradV, const int* weightV, int num) {
+void RegressionGrowth::TakeRows(const double* gradV, const int* weightV, const int* indexV,
+                                int num) {
+    const size_t count = static_cast<size_t>(num);
+    rows.indexV.assign(indexV, indexV + num);
+    rows.gradV.resize(count);
+    rows.weightV.resize(weightV != nullptr ? count : 0);
+    rows.fLeftV.resize(count);
+    fInV.assign(static_cast<size_t>(data.NumRows()), 0);
+    for (size_t i = 0; i < count; ++i) {
+        rows.gradV[i] = gradV[indexV[i]];
+        fInV[static_cast<size_t>(indexV[i])] = 1;
+    }
+    for (size_t i = 0; i < rows.weightV.size(); ++i) rows.weightV[i] = weightV[indexV[i]];
+}
+
+void RegressionGrowth::PlantRoot() {
     GrownNode root;
-    root.countDoc = num;
-    root.fOpen = limits.fForest || limits.maxDepth > 0;
-    (void)gradV;
+    root.countDoc = static_cast<int>(rows.gradV.size());
     for (const double gradient : rows.gradV) root.gradAll += gradient;
-    root.wgtAll =
-        weightV != nullptr ? std::accumulate(rows.weightV.begin(), rows.weightV.end(), 0) : num;
+    root.wgtAll = rows.weightV.empty()
+                      ? root.countDoc
+                      : std::accumulate(rows.weightV.begin(), rows.weightV.end(), 0);
     nodeV.push_back(root);
 }
 
 // The root's rows in ascending order, whatever order they were drawn in: the codes of neighbouring
 // rows are neighbours in memory.
 void RegressionGrowth::FillRoot(const double* gradV, const int* weightV, Histogram& histogram) {
-    const int num = nodeV[0].countDoc;
-    std::vector<int> ascendingV(rows.indexV, rows.indexV + num);
-    std::vector<double> rootGradV(static_cast<size_t>(num));
-    std::vector<int> rootWeightV(weightV != nullptr ? static_cast<size_t>(num) : 0);
-    std::vector<uint8_t> fInV(static_cast<size_t>(data.NumRows()), 0);
-    for (const int row : ascendingV) fInV[static_cast<size_t>(row)] = 1;
-    size_t at = 0;
+    std::vector<int> ascendingV;
+    ascendingV.reserve(rows.indexV.size());
     for (int row = 0; row < data.NumRows(); ++row) {
-        if (fInV[static_cast<size_t>(row)] != 0) ascendingV[at++] = row;
+        if (fInV[static_cast<size_t>(row)] != 0) ascendingV.push_back(row);
     }
+    std::vector<double> rootGradV(ascendingV.size());
+    std::vector<int> rootWeightV(rows.weightV.size());
     for (size_t i = 0; i < rootGradV.size(); ++i) rootGradV[i] = gradV[ascendingV[i]];
     for (size_t i = 0; i < rootWeightV.size(); ++i) rootWeightV[i] = weightV[ascendingV[i]];
     workerV[0]->filler.Add({ascendingV.data(), rootGradV.data(),
-                            weightV != nullptr ? rootWeightV.data() : nullptr, num},
+                            weightV != nullptr ? rootWeightV.data() : nullptr, nodeV[0].countDoc},
                            fixed, allColumnV, histogram);
 }
 
 RowSlice RegressionGrowth::SliceOf(const GrownNode& node) const {
     const size_t begin = static_cast<size_t>(node.startDoc);
-    return {rows.indexV + begin, rows.gradV.data() + begin,
+    return {rows.indexV.data() + begin, rows.gradV.data() + begin,
             rows.weightV.empty() ? nullptr : rows.weightV.data() + begin, node.countDoc};
 }
 
@@ -163,21 +169,7 @@ void RegressionGrowth::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
             limits.fForest ? numLeft : std::min(numLeft, static_cast<size_t>(allowed));
         OpenNode* batch = &levelV[numDone];
         numDone += numBatch;
-        const int numColumns = data.NumColumns();
-        {
-            Draws draws(seed);
-            std::vector<int> poolV(static_cast<size_t>(numColumns));
-            for (size_t b = 0; b < numBatch; ++b) {
-                std::iota(poolV.begin(), poolV.end(), 0);
-                batch[b].columnV.clear();
-                for (int i = 0; i < std::min(limits.numSelFea, numColumns); ++i) {
-                    const int n = numColumns - i;
-                    int& drawn = poolV[static_cast<size_t>(draws.Index(n))];
-                    batch[b].columnV.push_back(drawn);
-                    std::swap(drawn, poolV[static_cast<size_t>(n - 1)]);
-                }
-            }
-        }
+        DrawColumns(batch, numBatch, seed);
         pool.For(static_cast<int>(numBatch), [&](int b, int worker) {
             SearchAndMove(batch[b], *workerV[static_cast<size_t>(worker)]);
         });
@@ -193,6 +185,22 @@ void RegressionGrowth::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
         }
     }
     PrepareHistograms(nextV);
+}
+
+void RegressionGrowth::DrawColumns(OpenNode* batch, size_t numBatch, long* seed) {
+    const int numColumns = data.NumColumns();
+    std::vector<int> poolV(static_cast<size_t>(numColumns));
+    Draws draws(seed);
+    for (size_t b = 0; b < numBatch; ++b) {
+        std::iota(poolV.begin(), poolV.end(), 0);
+        batch[b].columnV.clear();
+        for (int i = 0; i < std::min(limits.numSelFea, numColumns); ++i) {
+            const int n = numColumns - i;
+            int& drawn = poolV[static_cast<size_t>(draws.Index(n))];
+            batch[b].columnV.push_back(drawn);
+            std::swap(drawn, poolV[static_cast<size_t>(n - 1)]);
+        }
+    }
 }
 
 void RegressionGrowth::CloseFrom(size_t idxNode) {

@@ -55,14 +55,18 @@ class RegressionGrowth {
                      const PlainSearch& plainSearch);
     ~RegressionGrowth();
 
-    // Grows a tree on the `num` rows of `indexV`, which are reordered in place, with gradients and
-    // weights (null: all 1) by row; columns are drawn with `seed`. Returns false, with nothing
-    // changed and nothing drawn, when the gradients are out of the engine's range.
-    [[nodiscard]] bool Grow(const double* gradV, const int* weightV, int* indexV, int num,
+    // Grows a tree on the `num` rows of `indexV` (no row twice), with gradients and weights (null:
+    // all 1) by row; columns are drawn with `seed`. Returns false, with nothing drawn, when the
+    // gradients are out of the engine's range.
+    [[nodiscard]] bool Grow(const double* gradV, const int* weightV, const int* indexV, int num,
                             long* seed);
 
     // The tree of the last Grow, in the plain form's order of nodes.
     const std::vector<GrownNode>& Nodes() const { return nodeV; }
+    // Its rows, in the order that growth left them in: those of a node are its slice.
+    const std::vector<int>& Rows() const { return rows.indexV; }
+    // By row of the data: 1 for the rows of the tree.
+    const std::vector<uint8_t>& RowMarks() const { return fInV; }
     // Whether every row reached the leaf in whose slice it lies.
     bool SlicesTrue() const { return fSlicesTrue; }
 
@@ -70,10 +74,11 @@ class RegressionGrowth {
     struct OpenNode;
     struct Worker;
 
-    void PlantRoot(const double* gradV, const int* weightV, int num);
+    void TakeRows(const double* gradV, const int* weightV, const int* indexV, int num);
+    void PlantRoot();
     void FillRoot(const double* gradV, const int* weightV, Histogram& histogram);
     void GrowLevel(std::vector<OpenNode>& levelV, long* seed, std::vector<OpenNode>& nextV);
-    void DrawColumns(std::vector<OpenNode>& batchV, long* seed);
+    void DrawColumns(OpenNode* batch, size_t numBatch, long* seed);
     void SearchAndMove(OpenNode& open, Worker& worker);
     SplitPoint FindSplit(OpenNode& open, Worker& worker);
     void AppendSons(OpenNode& open, std::vector<OpenNode>& nextV);
@@ -93,6 +98,7 @@ class RegressionGrowth {
     std::vector<GrownNode> nodeV;
     int numLeaf = 1;
     bool fSlicesTrue = true;
+    std::vector<uint8_t> fInV;
     std::vector<int> allColumnV;
     std::vector<std::unique_ptr<Worker>> workerV;
     std::vector<std::unique_ptr<Histogram>> freeV;  // to be used again

@@ -29,9 +29,10 @@ SplitPoint RowPartition::Mark(TreeRows& rows, int begin, int count, const Rank* 
     uint64_t highestLeft = 0;
     uint64_t lowestRight = std::numeric_limits<uint64_t>::max();
     const int end = begin + count;
+    const int* indexV = rows.indexV.data();
     for (int i = begin; i < end; ++i) {
-        __builtin_prefetch(rankV + rows.indexV[std::min(i + kAhead, end - 1)]);
-        const uint32_t row = static_cast<uint32_t>(rows.indexV[i]);
+        __builtin_prefetch(rankV + indexV[std::min(i + kAhead, end - 1)]);
+        const uint32_t row = static_cast<uint32_t>(indexV[i]);
         const uint32_t rank = rankV[row];
         const uint64_t word = (static_cast<uint64_t>(rank) << 32) | row;
         const bool fLeft = rank <= lastRank;
@@ -53,7 +54,8 @@ SplitPoint RowPartition::Mark(TreeRows& rows, int begin, int count, const Rank* 
 void RowPartition::MarkByValue(TreeRows& rows, int begin, int count, SplitPoint& split) {
     int numLeft = 0;
     for (int i = begin; i < begin + count; ++i) {
-        const bool fLeft = data.Value(rows.indexV[i], split.column) <= split.threshold;
+        const bool fLeft =
+            data.Value(rows.indexV[static_cast<size_t>(i)], split.column) <= split.threshold;
         rows.fLeftV[static_cast<size_t>(i)] = fLeft;
         numLeft += fLeft;
     }

@@ -14,7 +14,7 @@ namespace engine {
 // A tree's sampled rows in the order of its row index, with their gradients and weights. Weights
 // are empty when all are 1.
 struct TreeRows {
-    int* indexV = nullptr;  // the caller's
+    std::vector<int> indexV;
     std::vector<double> gradV;
     std::vector<int> weightV;
     std::vector<uint8_t> fLeftV;  // scratch: which side a row belongs to
