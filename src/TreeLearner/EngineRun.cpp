@@ -56,9 +56,10 @@ std::unique_ptr<EngineRun> EngineRun::Start(const TreeLearner& learner) {
 }
 
 EngineRun::EngineRun(const TreeLearner& learner, const engine::GrowthLimits& limits)
-    : columns(learner.featureVV, learner.sampleSize, learner.dimFea, pool),
+    : tuning(engine::CurrentTuning()),
+      columns(learner.featureVV, learner.sampleSize, learner.dimFea, tuning.mostBins, pool),
       plain(std::make_unique<NodePlainSearch>(learner.featureVV)),
-      growth(columns, pool, limits, *plain) {}
+      growth(columns, pool, limits, tuning, *plain) {}
 
 bool EngineRun::Grow(const TreeLearner& learner, TreeCR& tree, const int* indexV, int num,
                      long* seed) {

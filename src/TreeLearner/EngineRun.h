@@ -7,6 +7,7 @@
 #include "../TreeLearner.h"
 #include "../engine/Columns.h"
 #include "../engine/RegressionGrowth.h"
+#include "../engine/Tuning.h"
 #include "../engine/WorkerPool.h"
 
 namespace sylvora {
@@ -31,6 +32,7 @@ class EngineRun {
 
     EngineRun(const TreeLearner& learner, const engine::GrowthLimits& limits);
 
+    const engine::Tuning tuning;
     engine::WorkerPool pool;
     engine::Columns columns;
     std::unique_ptr<engine::PlainSearch> plain;

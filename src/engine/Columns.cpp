@@ -10,9 +10,8 @@ namespace sylvora {
 namespace engine {
 namespace {
 
-constexpr double kGap = 1e-10;    // as in the regression scan
-constexpr int kNarrowBins = 256;  // what a byte can tell apart
-constexpr int kMostBins = 2048;
+constexpr double kGap = 1e-10;          // as in the regression scan
+constexpr int kNarrowBins = 256;        // what a byte can tell apart
 constexpr size_t kMostCells = 1 << 19;  // of a node's histogram, for wide data
 
 // Maps doubles to integers of the same order; -0.0 and 0.0 to the same one.
@@ -91,19 +90,20 @@ std::vector<uint32_t> CutBins(const std::vector<Distinct>& distinctV, size_t num
     return firstV;
 }
 
-int ChooseMostBins(int numRows, int numColumns) {
+int ChooseMostBins(int numRows, int numColumns, int mostBins) {
     const double wanted = 2.0 * std::sqrt(static_cast<double>(numRows));
     const size_t room = kMostCells / static_cast<size_t>(std::max(numColumns, 1));
-    const double bound = std::min({wanted, static_cast<double>(room), 1.0 * kMostBins});
-    return std::max(static_cast<int>(bound), kNarrowBins);
+    const double bound = std::max(std::min(wanted, static_cast<double>(room)), 1.0 * kNarrowBins);
+    return std::min(static_cast<int>(bound), mostBins);
 }
 
 }  // namespace
 
-Columns::Columns(const double* const* rows, int numRow, int numColumn, WorkerPool& pool)
+Columns::Columns(const double* const* rows, int numRow, int numColumn, int mostBins,
+                 WorkerPool& pool)
     : rowV(rows),
       numRows(numRow),
-      maxBins(ChooseMostBins(numRow, numColumn)),
+      maxBins(ChooseMostBins(numRow, numColumn, mostBins)),
       columnV(static_cast<size_t>(numColumn)) {
     std::vector<std::vector<uint16_t>> binVV(static_cast<size_t>(numColumn));
     std::atomic<bool> fFoundNan{false};
@@ -140,7 +140,7 @@ bool Columns::CodeColumn(int column, std::vector<uint16_t>& binV) {
     const std::vector<Distinct> distinctV = FindDistinct(sortedV, rowV, column);
     Column& c = columnV[static_cast<size_t>(column)];
     c.fExact = distinctV.size() <= static_cast<size_t>(maxBins);
-    c.fNarrow = distinctV.size() <= kNarrowBins;
+    c.fNarrow = c.fExact && distinctV.size() <= kNarrowBins;
     c.fClean = true;
     for (size_t r = 1; r < distinctV.size(); ++r) {
         c.fClean = c.fClean && distinctV[r].value > distinctV[r - 1].value + kGap;

@@ -46,8 +46,9 @@ struct RowCodes {
 
 class Columns {
   public:
-    // Codes the matrix `rowV` (numRow rows of numColumn values). Throws std::bad_alloc.
-    Columns(const double* const* rowV, int numRow, int numColumn, WorkerPool& pool);
+    // Codes the matrix `rowV` (numRow rows of numColumn values) with at most `mostBins` bins per
+    // column. Throws std::bad_alloc.
+    Columns(const double* const* rowV, int numRow, int numColumn, int mostBins, WorkerPool& pool);
 
     int NumRows() const { return numRows; }
     int NumColumns() const { return static_cast<int>(columnV.size()); }

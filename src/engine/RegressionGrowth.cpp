@@ -16,15 +16,11 @@ namespace sylvora {
 namespace engine {
 namespace {
 
-constexpr int kSmallNode = 512;    // rows up to which sorting beats a histogram
-constexpr int kChunkRows = 16384;  // of a large node, shared out among the workers
-constexpr int kHistogramBins = 2048;
-
-// Bins joined in the histogram of a node with `count` rows of its own.
-int ShiftFor(int count) {
+// How many bins, as a power of two, a node with `count` rows joins in a histogram of its own.
+int ShiftFor(int count, int mostBins) {
     const double wanted = 2.0 * std::sqrt(static_cast<double>(count));
     int shift = 0;
-    while ((kHistogramBins >> (shift + 1)) >= wanted) ++shift;
+    while ((mostBins >> (shift + 1)) >= wanted) ++shift;
     return shift;
 }
 
@@ -52,8 +48,9 @@ struct RegressionGrowth::Worker {
 };
 
 RegressionGrowth::RegressionGrowth(const Columns& columns, WorkerPool& workers,
-                                   const GrowthLimits& growthLimits, const PlainSearch& plainSearch)
-    : data(columns), pool(workers), limits(growthLimits), plain(plainSearch) {
+                                   const GrowthLimits& growthLimits, const Tuning& figures,
+                                   const PlainSearch& plainSearch)
+    : data(columns), pool(workers), limits(growthLimits), tuning(figures), plain(plainSearch) {
     allColumnV.resize(static_cast<size_t>(data.NumColumns()));
     std::iota(allColumnV.begin(), allColumnV.end(), 0);
     for (int w = 0; w < pool.NumWorkers(); ++w) {
@@ -80,7 +77,7 @@ bool RegressionGrowth::Grow(const double* gradV, const int* weightV, const int* 
         const size_t at = static_cast<size_t>(i);
         levelV[0].total += fixed.ToCell(rows.gradV[at], weights != nullptr ? weights[at] : 1);
     }
-    if (num > kSmallNode) {
+    if (num > tuning.smallNode) {
         levelV[0].histogram = TakeHistogram();
         FillRoot(gradV, weightV, *levelV[0].histogram);
     }
@@ -234,10 +231,10 @@ SplitPoint RegressionGrowth::FindSplit(OpenNode& open, Worker& worker) {
     const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
     const RowSlice slice = SliceOf(node);
     const Histogram* histogram = open.histogram.get();
-    if (histogram == nullptr && node.countDoc > kSmallNode) {
+    if (histogram == nullptr && node.countDoc > tuning.smallNode) {
         Histogram& own = worker.own;
         own.cellV.resize(data.NumCells());
-        own.shift = ShiftFor(node.countDoc);
+        own.shift = ShiftFor(node.countDoc, tuning.mostBins);
         for (const int id : open.columnV) {
             Cell* cells = own.cellV.data() + data.At(id).firstCell;
             std::fill_n(cells, own.NumBins(data.At(id)), Cell());
@@ -315,7 +312,8 @@ void RegressionGrowth::AppendSons(OpenNode& open, std::vector<OpenNode>& nextV) 
 }
 
 void RegressionGrowth::PrepareHistograms(std::vector<OpenNode>& nextV) {
-    const int directRows = static_cast<int>(std::min<size_t>(data.NumCells() / 5 * 4, 1 << 30));
+    const double cells = static_cast<double>(data.NumCells());
+    const double directRows = std::max(cells * tuning.directPercent / 100, 1.0 * tuning.smallNode);
     for (size_t i = 0; i < nextV.size(); ++i) {
         if (!nextV[i].histogram) continue;
         std::unique_ptr<Histogram> parent = std::move(nextV[i].histogram);
@@ -326,7 +324,7 @@ void RegressionGrowth::PrepareHistograms(std::vector<OpenNode>& nextV) {
         const bool fLeftSmaller = left.countDoc <= right.countDoc;
         const GrownNode& smaller = fLeftSmaller ? left : right;
         const GrownNode& larger = fLeftSmaller ? right : left;
-        if (larger.countDoc <= std::max(directRows, kSmallNode) || !larger.fOpen) {
+        if (larger.countDoc <= directRows || !larger.fOpen) {
             GiveBack(std::move(parent));
             continue;
         }

@@ -11,6 +11,7 @@
 #include "Histogram.h"
 #include "NodeSearch.h"
 #include "RowPartition.h"
+#include "Tuning.h"
 #include "WorkerPool.h"
 
 namespace sylvora {
@@ -52,7 +53,7 @@ class PlainSearch {
 class RegressionGrowth {
   public:
     RegressionGrowth(const Columns& columns, WorkerPool& workers, const GrowthLimits& growthLimits,
-                     const PlainSearch& plainSearch);
+                     const Tuning& figures, const PlainSearch& plainSearch);
     ~RegressionGrowth();
 
     // Grows a tree on the `num` rows of `indexV` (no row twice), with gradients and weights (null:
@@ -92,6 +93,7 @@ class RegressionGrowth {
     const Columns& data;
     WorkerPool& pool;
     const GrowthLimits limits;
+    const Tuning tuning;
     const PlainSearch& plain;
     FixedPoint fixed;
     TreeRows rows;

@@ -1,0 +1,23 @@
+// The figures that decide which of the engine's ways a node takes. They change how long a run
+// takes, never what comes out; tests set them to send small data down every way.
+#ifndef SYLVORA_ENGINE_TUNING_H
+#define SYLVORA_ENGINE_TUNING_H
+
+namespace sylvora {
+namespace engine {
+
+struct Tuning {
+    int smallNode = 512;     // rows up to which a node sorts its columns
+    int mostBins = 2048;     // bins of a column with many values
+    int directPercent = 80;  // rows, in percent of a histogram's cells, up to which a node counts
+                             // its own histogram rather than subtract its sibling's
+};
+
+// The figures above, or those that the environment sets for tests, as in
+// SYLVORA_TUNING="smallNode=0 mostBins=16".
+Tuning CurrentTuning();
+
+}  // namespace engine
+}  // namespace sylvora
+
+#endif  // SYLVORA_ENGINE_TUNING_H
