@@ -13,9 +13,7 @@ namespace {
 
 using sylvora::ParameterMember;
 using sylvora::ParameterRow;
-using sylvora::tests::Observe;
-using sylvora::tests::Outcome;
-using sylvora::tests::TempFolder;
+using namespace sylvora::tests;
 
 typedef CheckCfgCLS C;
 

@@ -11,8 +11,7 @@
 
 namespace {
 
-using sylvora::tests::Observe;
-using sylvora::tests::Outcome;
+using namespace sylvora::tests;
 
 // Calls use(row, value) for each "key=value" of a list.
 template <typename Use>

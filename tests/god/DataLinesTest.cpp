@@ -9,8 +9,7 @@
 
 namespace {
 
-using sylvora::tests::Observe;
-using sylvora::tests::Outcome;
+using namespace sylvora::tests;
 
 const double m = -2147483648.0;  // a missing value
 const double g = 4711.0;         // a guard: an entry that must not be touched

@@ -1,0 +1,164 @@
+// Data sets and the label map on their way into the learner.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "../Support.h"
+#include "TreeLearner.h"
+
+namespace {
+
+using namespace sylvora::tests;
+
+enum { kTraining = 0, kTest = 1, kDevelopment = 2 };
+
+CheckCfgCLS Settings(const char* modelType, const char* task) {
+    CheckCfgCLS cfg;
+    cfg.modelType = modelType;
+    cfg.fRegCls = task;
+    return cfg;
+}
+
+TEST(DataInput, Refusals) {
+    struct Case {
+        VecDle labels;
+        VecVecDle rows;
+        int type;
+        VecInt queries;
+        VecDle virtualLabels;
+        const char* err;
+    };
+    const char wrong[] = "ERROR: Data transformed into Ranking Model is wrong!\n";
+    const char noData[] = "ERROR: No training data for tree models!\n";
+    const char queries[] = "ERROR: Size of qid does not match the data!\n";
+    const Case cases[] = {
+        {{1}, {{1}, {2}}, kTraining, {0}, {}, wrong},
+        {{1}, {{1}}, kTraining, {0}, {1}, wrong},
+        {{}, {}, kTraining, {}, {}, noData},
+        {{}, {}, 3, {}, {}, noData},
+        {{1}, {{}}, kTest, {0}, {}, "ERROR: None features for training data!\n"},
+        {{1, 2},
+         {{1}, {1, 2}},
+         kTraining,
+         {0, 0},
+         {},
+         "ERROR: Row 1 has 2 features, row 0 has 1: all rows must be of one length!\n"},
+        {{1, 2}, {{1}, {2}}, kTraining, {0}, {}, queries},
+        {{1, 2}, {{1}, {2}}, kTraining, {}, {}, queries},
+    };
+    for (const Case& c : cases) {
+        CheckCfgCLS cfg = Settings("GBRank", "REG");
+        TreeLearner learner(cfg);
+        const Outcome outcome = Observe([&] {
+            return learner.DataInput(c.labels, c.rows, c.type, c.queries, c.virtualLabels);
+        });
+        EXPECT_EQ(outcome.status, -1);
+        EXPECT_EQ(outcome.err, c.err);
+    }
+}
+
+TEST(DataInput, CopiesEachSetToItsPlace) {
+    CheckCfgCLS cfg = Settings("GBRank", "REG");
+    cfg.fPrint = true;
+    TreeLearner learner(cfg);
+    const Outcome outcome = Observe([&] {
+        return learner.DataInput({5, 6}, {{1, 2}, {3, 4}}, kTest, {0}, {}) |  // no query ids
+               learner.DataInput({7}, {{8, 9}}, kDevelopment, {4}, {}) |
+               learner.DataInput({0}, {{0, 0}}, 3, {}, {}) |
+               learner.DataInput({1, 2}, {{2, 10}, {4, 20}}, kTraining, {0, 1}, {});
+    });
+    learner.CfgInfo.fPrint = false;
+    EXPECT_EQ(outcome.status, 0);
+    std::string out;
+    for (const char* numData : {"2", "1", "1", "2"}) {
+        out += std::string("Transferring data to the model ...\nData Input Complete, numData: ") +
+               numData + ", dimFea:2\n";
+    }
+    EXPECT_EQ(outcome.out, out);
+    ASSERT_EQ(learner.sampleSize, 2);
+    EXPECT_EQ(learner.labelV[1], 2);
+    EXPECT_EQ(learner.featureVV[1][1], 20);
+    EXPECT_EQ(learner.queryIdV[1], 1);
+    // (2 / 2 + 4) / 2 and (10 / 2 + 20) / 2
+    EXPECT_EQ(learner.featureMean[0], 2.5);
+    EXPECT_EQ(learner.featureMean[1], 12.5);
+    ASSERT_EQ(learner.testSize, 2);
+    EXPECT_EQ(learner.labelTestV[1], 6);
+    EXPECT_EQ(learner.featureTestVV[1][0], 3);
+    EXPECT_EQ(learner.queryIdTestV, nullptr);
+    ASSERT_EQ(learner.devSize, 1);
+    EXPECT_EQ(learner.labelDevV[0], 7);
+    EXPECT_EQ(learner.featureDevVV[0][1], 9);
+    EXPECT_EQ(learner.queryIdDevV[0], 4);
+}
+
+TEST(DataInput, CountsClasses) {
+    for (const auto& [task, numClass] : {std::pair("CLS", 3), std::pair("REG", 0)}) {
+        CheckCfgCLS cfg = Settings("CART", task);
+        TreeLearner learner(cfg);
+        EXPECT_EQ(learner.DataInput({0, 1.2, 1.9, 2}, VecVecDle(4, {1}), kTraining, {}, {}), 0);
+        EXPECT_EQ(learner.numClass, numClass);
+        EXPECT_EQ(learner.CfgInfo.numClass, numClass);
+        EXPECT_EQ(learner.queryIdV, nullptr);
+    }
+}
+
+TEST(DataInput, EachSetStartsTheDebugReportAnew) {
+    const TempFolder folder;
+    CheckCfgCLS cfg = Settings("GBDT", "REG");
+    cfg.fDebug = true;
+    cfg.fileDebug = folder.Path("debug");
+    cfg.ratio = 0.5;
+    TreeLearner learner(cfg);
+    EXPECT_EQ(learner.DataInput({5}, {VecDle(10, 0.0)}, kTest, {}, {}), 0);
+    EXPECT_EQ(learner.DataInput({1, 2}, VecVecDle(2, VecDle(10, 0.0)), kTraining, {}, {}), 0);
+    learner.of_debug.flush();
+    EXPECT_EQ(ReadFile(cfg.fileDebug), "500 20 2 5\n");
+}
+
+TEST(LabelTransform, Table) {
+    struct Case {
+        const char* text;
+        const char* task;   // with two classes
+        std::string found;  // the label that ends the reading
+        const char* out;    // the map as printed
+    };
+    const Case cases[] = {
+        {"5 0\n7 1\n5 1\n", "CLS", "", "\t5\t0\n\t7\t1\n"},
+        {"x\n\n7 1.4\n-1.5e0\t0.25 more\r\n3\nnone 1\n", "CLS", "", "\t-1.5\t0.25\n\t7\t1.4\n"},
+        {"1 1.4\n2 1.5\n3 0\n", "CLS", "1.5", ""},
+        {"1 -0.5", "CLS", "-0.5", ""},
+        {"1 -5\n2 1e3", "REG", "", "\t1\t-5\n\t2\t1000\n"},
+    };
+    for (const Case& c : cases) {
+        const TempFolder folder;
+        CheckCfgCLS cfg = Settings("CART", c.task);
+        cfg.numClass = 2;
+        TreeLearner learner(cfg);
+        learner.CfgInfo.fPrint = true;
+        learner.tranMap = {{99, 99}};
+        const Outcome outcome =
+            Observe([&] { return learner.ReadLabelTran(folder.Write("labels", c.text)); });
+        learner.CfgInfo.fPrint = false;
+        const std::string err =
+            "ERROR: Class id must be trans to consecutive integers, there are 2 classes but "
+            "transformed label: " +
+            c.found + " found!\n";
+        const bool fRead = c.found.empty();
+        EXPECT_EQ(outcome.status, fRead ? 0 : -1);
+        EXPECT_EQ(outcome.err, fRead ? "" : err);
+        EXPECT_EQ(outcome.out, fRead ? std::string("Read Label Tran:\n") + c.out : "");
+        EXPECT_EQ(learner.tranMap.count(99), 0u);
+    }
+}
+
+TEST(LabelTransform, ToleratesAMissingFile) {
+    for (const char* path : {"/none", "/"}) {
+        TreeLearner learner;
+        const Outcome outcome = Observe([&] { return learner.ReadLabelTran(path); });
+        EXPECT_EQ(outcome.status, 0);
+        EXPECT_EQ(outcome.err, "Notice: No label tran file found, using the original label!\n");
+    }
+}
+
+}  // namespace
