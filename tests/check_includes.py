@@ -66,7 +66,7 @@ def check_file(path, root):
 def main():
     root = Path(__file__).resolve().parent.parent
     files = [path for top in ["src"] + FACES for path in sorted((root / top).rglob("*"))
-             if path.suffix in (".h", ".cpp")]
+             if path.suffix in (".h", ".cpp", ".inl")]
     faults = sum(check_file(path, root) for path in files)
     print(f"{len(files)} files, {faults} bad includes")
     return 1 if faults or not files else 0
