@@ -51,12 +51,16 @@ SplitPoint RowPartition::Mark(TreeRows& rows, int begin, int count, const Rank* 
     return split;
 }
 
+// The cursors ask two questions: is a row of the left part not at or below the threshold, and is
+// one of the right part not above it? For a threshold of NaN (between infinities) both are so.
 void RowPartition::MarkByValue(TreeRows& rows, int begin, int count, SplitPoint& split) {
     int numLeft = 0;
     for (int i = begin; i < begin + count; ++i) {
-        const bool fLeft =
-            data.Value(rows.indexV[static_cast<size_t>(i)], split.column) <= split.threshold;
-        rows.fLeftV[static_cast<size_t>(i)] = fLeft;
+        const size_t at = static_cast<size_t>(i);
+        const double value = data.Value(rows.indexV[at], split.column);
+        const bool fLeft = value <= split.threshold;
+        const bool fRight = value > split.threshold;
+        rows.fLeftV[at] = i < begin + split.countL ? fLeft : !fRight;
         numLeft += fLeft;
     }
     split.fSlicesTrue = numLeft == split.countL;
