@@ -1,5 +1,6 @@
 // The jobs of the driver; each says its figures on standard output (see Measure.h) and throws
-// std::runtime_error when it cannot do its work.
+// std::runtime_error when it cannot do its work. A figure that ends in _s has a twin in _cpu: the
+// time of processors that it took.
 #ifndef SYLVORA_BENCH_JOBS_H
 #define SYLVORA_BENCH_JOBS_H
 

@@ -1,11 +1,34 @@
 #include "Measure.h"
 
+#include <time.h>
+
 #include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 
 namespace sylvora::bench {
+namespace {
+
+double ReadClock(clockid_t clock) {
+    timespec now = {};
+    ::clock_gettime(clock, &now);
+    return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
+}
+
+}  // namespace
+
+Seconds operator-(const Seconds& a, const Seconds& b) {
+    return {a.wall - b.wall, a.cpu - b.cpu};
+}
+
+Seconds operator/(const Seconds& a, double count) {
+    return {a.wall / count, a.cpu / count};
+}
+
+Seconds StopWatch::Now() {
+    return {ReadClock(CLOCK_MONOTONIC), ReadClock(CLOCK_PROCESS_CPUTIME_ID)};
+}
 
 Job::Job(int argc, char** argv) {
     for (int i = 2; i < argc; ++i) {
@@ -43,6 +66,11 @@ double MemoryBytes(const std::string& field) {
 
 void Say(const std::string& key, double value) {
     std::printf("bench: %s %.9g\n", key.c_str(), value);
+}
+
+void Say(const std::string& key, const Seconds& seconds) {
+    Say(key + "_s", seconds.wall);
+    Say(key + "_cpu", seconds.cpu);
 }
 
 void Require(int status, const std::string& call) {

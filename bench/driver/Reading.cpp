@@ -14,7 +14,7 @@ void ReadLines(const Job& job) {
     Require(file.Scan(), "Scan");
     frontend::DataSet set;
     Require(frontend::ReadSet(file, frontend::WidestRow({&file}, 0), false, set), "ReadSet");
-    Say("read_s", watch.Seconds());
+    Say("read", watch.Read());
     struct stat status = {};
     Require(::stat(path.c_str(), &status), "stat");
     Say("file_bytes", static_cast<double>(status.st_size));

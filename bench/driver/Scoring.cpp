@@ -47,8 +47,8 @@ void ScoreBatch(const Job& job) {
     Rows rows(ReadRaw(job.Text("data")));
     const int numThread = job.Number("threads");
     VecDle resultV(rows.numRows);
-    const double seconds = SecondsPerCall([&] { ScoreAll(model, rows, resultV, numThread); });
-    Say("batch_s", seconds / static_cast<double>(rows.numRows));
+    const Seconds time = TimePerCall([&] { ScoreAll(model, rows, resultV, numThread); });
+    Say("batch", time / static_cast<double>(rows.numRows));
 }
 
 void ScoreSingle(const Job& job) {
@@ -56,12 +56,12 @@ void ScoreSingle(const Job& job) {
     Require(model.LoadModelFull(job.Text("model")), "LoadModelFull");
     Rows rows(ReadRaw(job.Text("data")));
     VecDle resultV(rows.numRows);
-    const double seconds = SecondsPerCall([&] { ScoreEach(model, rows, resultV); });
-    Say("single_s", seconds / static_cast<double>(rows.numRows));
+    const Seconds time = TimePerCall([&] { ScoreEach(model, rows, resultV); });
+    Say("single", time / static_cast<double>(rows.numRows));
 }
 
 void LoadModel(const Job& job) {
-    Say("load_s", SecondsPerCall([&] {
+    Say("load", TimePerCall([&] {
             TreeLearner model;
             Require(model.LoadModelFull(job.Text("model")), "LoadModelFull");
         }));

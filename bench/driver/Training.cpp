@@ -1,5 +1,7 @@
 // The job "train".
+#include <algorithm>
 #include <cmath>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -14,24 +16,21 @@ namespace {
 // When each round, or each tree of a forest, was done.
 struct Progress {
     StopWatch watch;
-    std::vector<double> secondV;
+    std::vector<Seconds> doneV;
 
     static int Note(void* context, int, int) {
         Progress& progress = *static_cast<Progress*>(context);
-        progress.secondV.push_back(progress.watch.Seconds());
+        progress.doneV.push_back(progress.watch.Read());
         return 0;
     }
 };
 
-void SayRounds(const Progress& progress, double end) {
-    const std::vector<double>& secondV = progress.secondV;
-    // A single tree knows no rounds.
-    const double first = secondV.empty() ? end : secondV.front();
-    const double last = secondV.empty() ? end : secondV.back();
-    Say("first_s", first);
-    Say("rest_s", last - first);
-    Say("rounds", static_cast<double>(std::max<size_t>(secondV.size(), 1)));
-    Say("finish_s", end - last);
+void SayRounds(const std::vector<Seconds>& doneV, const Seconds& end) {
+    if (doneV.empty()) throw std::runtime_error("Boosting has told of no round");
+    Say("first", doneV.front());
+    Say("rest", doneV.back() - doneV.front());
+    Say("rounds", static_cast<double>(doneV.size()));
+    Say("finish", end - doneV.back());
 }
 
 // A forest keeps no training predictions; a sample of the rows is enough to see that it has learnt.
@@ -91,13 +90,13 @@ void Train(const Job& job) {
                               std::move(data.queryV), {}),
             "DataInput");
     Require(learner.ParamInit(), "ParamInit");
-    Say("prepare_s", preparation.Seconds());
+    Say("prepare", preparation.Read());
 
     Progress progress;
     learner.setProgress(Progress::Note, &progress);
     progress.watch = StopWatch();
     Require(learner.Boosting(), "Boosting");
-    SayRounds(progress, progress.watch.Seconds());
+    SayRounds(progress.doneV, progress.watch.Read());
     Say("peak_bytes", MemoryBytes("VmHWM") - before);
     Say("cells", static_cast<double>(header.numRows) * header.numColumns);
     Say("misfit", Misfit(learner));

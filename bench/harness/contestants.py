@@ -17,7 +17,7 @@ PROGRAMS = {
     "sklearn": [PYTHON, str(PEERS / "sklearn_peer.py")],
     "ranger": ["Rscript", str(PEERS / "ranger_peer.R")],
 }
-TIMES = ("prepare_s", "first_s", "rest_s", "fit_s", "batch_s", "single_s", "load_s", "read_s")
+TIMES = ("prepare", "first", "rest", "fit", "batch", "single", "load", "read")
 
 
 class Failure(Exception):
@@ -28,6 +28,7 @@ class Failure(Exception):
 class Measurement:
     """One run of one side. `seconds` per round, tree, row or file, as the workload has it."""
     seconds: float
+    cpu: float                 # the time of processors that it took
     others: float              # cores that others used meanwhile
     prepare: float = None      # seconds, once
     cell_bytes: float = None   # peak memory per cell of the data
@@ -54,15 +55,18 @@ def run_child(command, threads=1, kernel=""):
 
 def measurement(workload, figures, others):
     """What the figures of a job, ours or a peer's, say about the workload."""
-    seconds = sum(figures.get(key, 0.0) for key in TIMES) / figures.get("rounds", 1)
     prepare = None
     if workload.job == "train" and not workload.is_forest():
         # One-time work hides in the first round, so the others say how long a round takes.
-        seconds = figures["rest_s"] / (figures["rounds"] - 1)
+        seconds, cpu = (figures["rest" + kind] / (figures["rounds"] - 1)
+                        for kind in ("_s", "_cpu"))
         prepare = figures["prepare_s"] + max(0.0, figures["first_s"] - seconds)
+    else:
+        seconds, cpu = (sum(figures.get(key + kind, 0.0) for key in TIMES) /
+                        figures.get("rounds", 1) for kind in ("_s", "_cpu"))
     cell_bytes = figures["peak_bytes"] / figures["cells"] if "cells" in figures else None
     rate = figures["file_bytes"] / 1e6 / seconds if "file_bytes" in figures else None
-    return Measurement(seconds, others, prepare, cell_bytes, rate, figures.get("misfit"))
+    return Measurement(seconds, cpu, others, prepare, cell_bytes, rate, figures.get("misfit"))
 
 
 class Workshop:

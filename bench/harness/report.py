@@ -45,6 +45,7 @@ COLUMNS = (
     ("Peer's", 14, time(1)),
     ("Ratio", 14, ratio),
     ("Aim", 5, lambda row: number(row["aim"]) if row["aim"] else ""),
+    ("CPU", 13, pair("cpu")),
     ("Preparation, s", 15, pair("prepare")),
     ("Bytes per cell", 15, pair("cell_bytes")),
     ("MB/s", 13, pair("megabytes")),

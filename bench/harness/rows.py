@@ -23,14 +23,15 @@ def row(workload, threads, peer, sides, note):
     The ratio is the median of the ratios of the turns, so that what slows down a turn as a whole
     does not count."""
     ours, theirs = sides
+    unit, factor = workload.unit()
     ratios = [one.seconds / other.seconds for one, other in zip(ours, theirs)]
     fields = ("prepare", "cell_bytes", "megabytes", "misfit")
     return {
         "workload": workload.name, "threads": threads, "peer": peer.name,
         "job": "forest" if workload.is_forest() else workload.job,
-        "unit": workload.unit()[0],
-        "times": [summary([m.seconds * workload.unit()[1] for m in side]) if side else None
-                  for side in sides],
+        "unit": unit,
+        "times": [summary([m.seconds * factor for m in side]) if side else None for side in sides],
+        "cpu": [median_of(side, "cpu") * factor if side else None for side in sides],
         "ratio": summary(ratios) if ratios else None,
         "aim": peer.aim.get(threads),
         **{field: [median_of(side, field) if side else None for side in sides]

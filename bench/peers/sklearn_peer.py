@@ -5,12 +5,10 @@ Its forests draw rows with replacement, or all of them: the bootstrap sample is 
 sample, but has fewer distinct rows.
 """
 
-import time
-
 from sklearn.ensemble import RandomForestClassifier, RandomForestRegressor
 
 import common
-from common import say
+from common import now, say, say_time
 
 
 def train(job):
@@ -20,9 +18,9 @@ def train(job):
     forest = kind(n_estimators=job["trees"], max_features=job["columns"],
                   max_samples=job["rows"] if job["rows"] < 1 else None,
                   min_samples_split=job["leaf"] + 1, n_jobs=job["threads"], random_state=1)
-    start = time.perf_counter()
+    start = now()
     forest.fit(data.x, data.y)
-    say("fit_s", time.perf_counter() - start)
+    say_time("fit", now() - start)
     say("rounds", job["trees"])
     say("peak_bytes", common.memory_bytes("VmHWM") - before)
     say("cells", data.x.size)

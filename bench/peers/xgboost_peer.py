@@ -10,13 +10,12 @@ the driver (bench/driver/Jobs.h).
 """
 
 import os
-import time
 
 import numpy
 import xgboost
 
 import common
-from common import say
+from common import now, say, say_time
 
 
 def parameters(job, data):
@@ -49,18 +48,18 @@ def matrix(job, data):
 def train(job):
     before = common.memory_bytes("VmRSS")
     data = common.Data(job["data"])
-    start = time.perf_counter()
+    start = now()
     rows = matrix(job, data)
     if data.query is not None:
         rows.set_group(numpy.bincount(data.query))
     booster = xgboost.Booster(parameters(job, data), [rows])
-    say("prepare_s", time.perf_counter() - start)
+    say_time("prepare", now() - start)
 
-    start = time.perf_counter()
+    start = now()
     ends = []
     for number in range(job["rounds"]):
         booster.update(rows, number)
-        ends.append(time.perf_counter())
+        ends.append(now())
     common.say_rounds(start, ends)
     say("peak_bytes", common.memory_bytes("VmHWM") - before)
     say("cells", data.x.size)
@@ -77,7 +76,7 @@ def load_booster(job):
 
 
 def score(job, rows_of):
-    """Seconds per row when each call scores what `rows_of` makes of the data."""
+    """The time per row when each call scores what `rows_of` makes of the data."""
     booster = load_booster(job)
     parts = rows_of(common.Data(job["data"]).x)
 
@@ -85,26 +84,26 @@ def score(job, rows_of):
         for part in parts:
             booster.inplace_predict(part, predict_type="margin")
 
-    return common.seconds_per_call(predict) / sum(len(part) for part in parts)
+    return common.time_per_call(predict) / sum(len(part) for part in parts)
 
 
 def batch(job):
-    say("batch_s", score(job, lambda x: [x]))
+    say_time("batch", score(job, lambda x: [x]))
 
 
 def single(job):
     """A few thousand rows are enough: a call takes longer than its row."""
-    say("single_s", score(job, lambda x: [row.reshape(1, -1) for row in x[:2000]]))
+    say_time("single", score(job, lambda x: [row.reshape(1, -1) for row in x[:2000]]))
 
 
 def load(job):
-    say("load_s", common.seconds_per_call(lambda: load_booster(job)))
+    say_time("load", common.time_per_call(lambda: load_booster(job)))
 
 
 def read(job):
-    start = time.perf_counter()
+    start = now()
     xgboost.DMatrix(job["text"] + "?format=libsvm&indexing_mode=1", nthread=job["threads"])
-    say("read_s", time.perf_counter() - start)
+    say_time("read", now() - start)
     say("file_bytes", os.path.getsize(job["text"]))
 
 
