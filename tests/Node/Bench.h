@@ -1,0 +1,94 @@
+// A training set in the form that nodes and trees take it, and a root over it. Small whole numbers
+// throughout, so that sums are exact in any order.
+#ifndef SYLVORA_TESTS_NODE_BENCH_H
+#define SYLVORA_TESTS_NODE_BENCH_H
+
+#include <algorithm>
+#include <numeric>
+#include <random>
+#include <utility>
+#include <vector>
+
+#include "Node.h"
+
+namespace sylvora::tests {
+
+constexpr int kOne = 0;  // in place of a thread count: the search in the calling thread
+constexpr int kNumClass = 3;
+
+struct Table {
+    VecVecDle valueVV;
+    VecDle gradV;  // gradients or classes
+    VecInt weightV;
+    VecInt indexV;  // the row index of a tree
+    std::vector<double*> rowV;
+
+    Table(VecVecDle rows, VecDle gradients, VecInt weights)
+        : valueVV(std::move(rows)), gradV(std::move(gradients)), weightV(std::move(weights)) {
+        for (VecDle& row : valueVV) rowV.push_back(row.data());
+        indexV.resize(valueVV.size());
+        std::iota(indexV.begin(), indexV.end(), 0);
+    }
+
+    // One column; every row weighs 1.
+    Table(const VecDle& column, VecDle gradients)
+        : Table(VecVecDle(column.size(), VecDle(1)), std::move(gradients),
+                VecInt(column.size(), 1)) {
+        for (size_t i = 0; i < column.size(); ++i) valueVV[i][0] = column[i];
+    }
+
+    // Random rows. There are few distinct values, so that columns and scores tie often, and a fifth
+    // of the weights is 0.
+    Table(std::mt19937& random, int numRows, int numColumns, bool fClasses)
+        : Table(VecVecDle(static_cast<size_t>(numRows), VecDle(static_cast<size_t>(numColumns))),
+                VecDle(static_cast<size_t>(numRows)), VecInt(static_cast<size_t>(numRows))) {
+        const auto draw = [&random](int n) { return static_cast<int>(random() % 1000) % n; };
+        const int numValues = 1 + draw(7);
+        for (size_t i = 0; i < valueVV.size(); ++i) {
+            for (double& value : valueVV[i]) value = draw(numValues) * 0.75;
+            gradV[i] = fClasses ? draw(kNumClass) + 0.25 : draw(7) - 3;
+            weightV[i] = draw(5);
+        }
+        std::shuffle(indexV.begin(), indexV.end(), random);
+    }
+};
+
+// A root over the table's rows from place `begin` on.
+struct Root : NodeCR {
+    explicit Root(Table& t, bool fClasses = false, double r = 1.0, int begin = 0)
+        : NodeCR(static_cast<int>(t.valueVV[0].size()), r, 1, 9),
+          table(t),
+          drawnV(static_cast<size_t>(numSelFea)) {
+        Init(begin, static_cast<int>(t.indexV.size()) - begin, -1, 0, true, "GBDT",
+             fClasses ? "CLS" : "REG");
+    }
+
+    int ComputeOutput() {
+        return fRegCls ? GetGradSumCls(gradients, rows, kNumClass)
+                       : GetGradSum(gradients, rows, weights);
+    }
+    int Sample(SamplingFeatureType sampler, long seed) {
+        return SamplingFeature(sampler, drawnV.data(), &seed);
+    }
+    int Search(int numThread, double& score) {
+        const double** features = const_cast<const double**>(table.rowV.data());
+        pthread_t tids[8];
+        if (numThread == kOne) {
+            return fRegCls ? GetSplitPointClsOne(features, rows, kNumClass, gradients, score)
+                           : GetSplitPointOne(features, rows, weights, gradients, score);
+        }
+        return fRegCls
+                   ? GetSplitPointCls(features, rows, kNumClass, gradients, score, numThread, tids)
+                   : GetSplitPoint(features, rows, weights, gradients, score, numThread, tids);
+    }
+
+    Table& table;
+    VecInt drawnV;  // the sampled columns
+    const double* gradients = table.gradV.data();
+    const int* rows = table.indexV.data();
+    const int* weights = table.weightV.data();
+};
+
+}  // namespace sylvora::tests
+
+#endif  // SYLVORA_TESTS_NODE_BENCH_H

@@ -1,0 +1,196 @@
+// Whole training runs through the library.
+#include <algorithm>
+#include <cstdlib>
+#include <mutex>
+#include <numeric>
+#include <random>
+
+#include "../Support.h"
+#include "Prepared.h"
+#include "claim.h"
+
+namespace {
+
+using namespace sylvora::tests;
+
+// 61 rows of 5 columns in 13 queries, with labels that follow the columns; few distinct values.
+std::unique_ptr<TreeLearner> PrepareRandom(const CheckCfgCLS& cfg) {
+    std::mt19937 random(53);
+    VecVecDle rows;
+    VecDle labels;
+    for (int i = 0; i < 61; ++i) {
+        VecDle row;
+        for (int j = 0; j < 5; ++j) row.push_back(static_cast<double>(random() % 9) * 0.37 - 1);
+        labels.push_back((row[0] > 0) + (row[1] > row[2]));
+        if (cfg.lossFunc == "Logistic") labels.back() = labels.back() > 0 ? 1 : -1;
+        rows.push_back(row);
+    }
+    gseed = -7;
+    return Prepare(cfg, labels, {5, 5, 4, 6, 5, 5, 3, 7, 5, 5, 5, 5, 1}, rows);
+}
+
+constexpr int kPlain = -1;  // one thread, without the engine
+
+TEST(Boosting, WritesTheSameModelWithAnyNumberOfThreads) {
+    const struct {
+        const char *modelType, *fRegCls, *lossFunc, *randomMode;
+        int numTree, sizeGroup;
+    } cases[] = {{"GBDT", "REG", "Square", "DOC", 6, 1},
+                 {"GBDT", "REG", "Logistic", "DOC", 6, 1},
+                 {"GBRank", "REG", "CrossEntropy", "QUERY", 6, 1},
+                 {"GBRank", "REG", "HingeSquareRank", "DOC", 6, 1},
+                 {"RandomForest", "REG", "Label", "DOC", 1, 5},
+                 {"RandomForest", "CLS", "Label", "DOC", 1, 5},
+                 {"CART", "REG", "Label", "DOC", 1, 1},
+                 {"CART", "CLS", "Label", "DOC", 1, 1}};
+    const TempFolder folder;
+    for (const auto& c : cases) {
+        CheckCfgCLS cfg = Settings(c.modelType, c.lossFunc);
+        cfg.fRegCls = c.fRegCls;
+        cfg.randomMode = c.randomMode;
+        cfg.numTree = c.numTree;
+        cfg.sizeGroup = c.sizeGroup;
+        cfg.fileModel = folder.Path("model.txt");
+        cfg.valSmpRt = cfg.ratio = 0.7;
+        cfg.tms_seed = -3;
+        std::string expected;
+        for (const int numThread : {kPlain, 1, 2, 3, 8, 17}) {
+            cfg.numThread = std::abs(numThread);
+            setenv("SYLVORA_PLAIN", numThread == kPlain ? "1" : "0", 1);
+            ASSERT_EQ(PrepareRandom(cfg)->Boosting(), 0);
+            const std::string model = ReadFile(cfg.fileModel);
+            if (numThread == kPlain) expected = model;
+            EXPECT_EQ(model, expected) << c.modelType << ", " << numThread << " threads";
+        }
+        EXPECT_GT(std::count(expected.begin(), expected.end(), '\n'), 15);
+    }
+}
+
+TEST(Boosting, AddsUpItsTrees) {
+    CheckCfgCLS cfg = Settings("GBDT", "Square");
+    cfg.numTree = 3;
+    cfg.numThread = 4;
+    const auto learner = PrepareRandom(cfg);
+    for (int run = 0; run < 2; ++run) {  // a second run starts over
+        std::fill_n(learner->predictV, learner->sampleSize, 0.0);
+        ASSERT_EQ(learner->Boosting(), 0);
+        ASSERT_EQ(learner->TreeVV.size(), 3U);
+        EXPECT_EQ(learner->StepLengthV, VecFt(3, 0.5F));
+        for (int i = 0; i < learner->sampleSize; ++i) {
+            double sum = 0;
+            for (const auto& group : learner->TreeVV) {
+                sum += group.at(0)->Predict(learner->featureVV[i]) * 0.5;
+            }
+            EXPECT_EQ(learner->predictV[i], sum);
+        }
+    }
+}
+
+TEST(Boosting, WithoutARoundWritesAModelWithoutTrees) {
+    const TempFolder folder;
+    CheckCfgCLS cfg = Settings("RandomForest", "Label");
+    cfg.fileModel = folder.Path("model.txt");
+    cfg.numTree = 0;
+    cfg.sizeGroup = 4;
+    cfg.tms_seed = 2.5;
+    const auto learner = PrepareRandom(cfg);
+    ASSERT_EQ(learner->Boosting(), 0);
+    EXPECT_EQ(ReadFile(cfg.fileModel).substr(0, 6), "0 0 5\n");
+    EXPECT_EQ(learner->randGenerators[0], &gseed);
+    EXPECT_EQ(*learner->randGenerators[1], 7);
+    EXPECT_EQ(learner->randGenerators[1], learner->randGenerators[3]);
+}
+
+std::mutex rangeMutex;
+VecInt rangeLengthV;
+
+int Square(double* labelV, double* predictV, double** gradientV, int count) {
+    for (int i = 0; i < count; ++i) (*gradientV)[i] = labelV[i] - predictV[i];
+    const std::lock_guard<std::mutex> lock(rangeMutex);
+    rangeLengthV.push_back(count);
+    return 0;
+}
+
+TEST(Boosting, SharesRowsOrWholeQueriesAmongThreads) {
+    const struct {
+        VecInt queryLengthV;  // empty: ten rows without queries
+        int numThread;
+        VecInt expected;  // the ranges' lengths, longest first
+        int lastSteps;    // ranges that hold the last row: so often does its prediction move
+    } cases[] = {{{}, 3, {4, 3, 3}, 1},        {{}, 4, {3, 3, 2, 2}, 1},
+                 {{}, 12, VecInt(10, 1), 1},   {{2, 3, 2, 3, 2}, 8, {3, 3, 2, 2, 2}, 1},
+                 {{4, 2, 2, 3}, 2, {6, 5}, 1}, {{3, 2, 1}, 2, {6, 1}, 2},
+                 {{3, 2, 1}, 3, {3, 3, 1}, 2}};
+    for (const auto& c : cases) {
+        const bool fQueries = !c.queryLengthV.empty();
+        CheckCfgCLS cfg = Settings(fQueries ? "GBRank" : "GBDT", "USER");
+        cfg.numThread = c.numThread;
+        VecDle labels;
+        const int numRows = std::accumulate(c.queryLengthV.begin(), c.queryLengthV.end(), 0);
+        for (int i = 0; i < (fQueries ? numRows : 10); ++i) labels.push_back(i);
+        const auto learner = Prepare(cfg, labels, c.queryLengthV);
+        learner->setLossFunction(Square);
+        rangeLengthV.clear();
+        ASSERT_EQ(learner->Boosting(), 0);
+        std::sort(rangeLengthV.rbegin(), rangeLengthV.rend());
+        EXPECT_EQ(rangeLengthV, c.expected) << c.numThread << " threads";
+        if (fQueries) {
+            EXPECT_EQ(learner->numThread, static_cast<int>(c.expected.size()));
+        }
+        for (int i = 0; i < learner->sampleSize; ++i) {
+            const double step = learner->TreeVV.at(0).at(0)->Predict(learner->featureVV[i]) * 0.5;
+            const int numSteps = i + 1 == learner->sampleSize ? c.lastSteps : 1;
+            EXPECT_EQ(learner->predictV[i], step * numSteps);
+        }
+    }
+}
+
+int Note(void* context, int done, int total) {
+    static_cast<VecInt*>(context)->push_back(done);
+    return done == 2 ? total : 0;
+}
+
+TEST(Boosting, IsStoppedByTheProgressFunction) {
+    const TempFolder folder;
+    for (const char* modelType : {"GBDT", "RandomForest"}) {
+        for (const int numTrees : {1, 5}) {
+            CheckCfgCLS cfg = Settings(modelType, "Label");
+            cfg.fileModel = folder.Write("model.txt", "older");
+            (cfg.modelType == "GBDT" ? cfg.numTree : cfg.sizeGroup) = numTrees;
+            cfg.numThread = 2;
+            const auto learner = PrepareRandom(cfg);
+            VecInt doneV;
+            learner->setProgress(Note, &doneV);
+            const auto seen = Observe([&] { return learner->Boosting(); });
+            EXPECT_EQ(seen.status, numTrees == 1 ? 0 : -1);
+            EXPECT_EQ(doneV, numTrees == 1 ? VecInt{1} : (VecInt{1, 2}));
+            EXPECT_EQ(ReadFile(cfg.fileModel) == "older", numTrees == 5);
+        }
+    }
+}
+
+TEST(Boosting, AFailedSaveFailsTheRun) {
+    const TempFolder folder;
+    CheckCfgCLS cfg = Settings("CART", "Label");
+    cfg.fileModel = folder.Path("missing/model.txt");
+    const auto learner = PrepareRandom(cfg);
+    const auto seen = Observe([&] { return learner->Boosting(); });
+    EXPECT_EQ(seen.status, -1);
+    EXPECT_EQ(seen.err, "ERROR: Can not open file!\n\nERROR: Failed to save the full model!\n");
+}
+
+// A failed tree ends the run, except in a forest, which goes on with what trees it has.
+TEST(Boosting, AFailedTreeIsReported) {
+    for (const char* modelType : {"GBDT", "RandomForest"}) {
+        CheckCfgCLS cfg = Settings(modelType, "Label");
+        cfg.randomMode = "query";
+        const auto learner = PrepareRandom(cfg);
+        const auto seen = Observe([&] { return learner->Boosting(); });
+        EXPECT_EQ(seen.status, cfg.modelType == "GBDT" ? -1 : 0);
+        EXPECT_EQ(seen.err.find("ERROR: Random mode is wrong. mode: query!\n"), 0U);
+        EXPECT_EQ(seen.err.find("ERROR: Failed when generating tree!\n") != std::string::npos,
+                  cfg.modelType == "GBDT");
+    }
+}
+
+}  // namespace

@@ -1,0 +1,136 @@
+// Gradients and weights, from the formulas.
+#include <cmath>
+
+#include "../Support.h"
+#include "Prepared.h"
+
+namespace {
+
+using namespace sylvora::tests;
+
+// The gradients after a worker had the rows begin..end; the others are 99.
+VecDle Gradients(TreeLearner& learner, const VecDle& predictions, int begin, int end) {
+    std::copy(predictions.begin(), predictions.end(), learner.predictV);
+    std::fill_n(learner.gradientV, learner.sampleSize, 99.0);
+    boosting_info_t share = {&learner, begin, end};
+    EXPECT_EQ(CalLossThreadFunction(&share), nullptr);
+    return VecDle(learner.gradientV, learner.gradientV + learner.sampleSize);
+}
+
+TEST(Losses, OfSingleRows) {
+    const struct {
+        const char* loss;
+        double label, prediction, expected;
+    } cases[] = {{"Square", 3, 1, 2},
+                 {"Label", 3, 1, 3},
+                 {"Logistic", 1, 0, std::log(2.0)},
+                 {"Logistic", -1, 0, -std::log(2.0)},
+                 {"Logistic", -1, 2, -std::log(1 + std::exp(2.0))},
+                 {"HingeSquare", 1, 0.99, 1},
+                 {"HingeSquare", 1, 1, 0},
+                 {"HingeSquare", -1, -0.5, -1},
+                 {"Exponential", -1, 0, -1},
+                 {"Exponential", 1, 2, std::exp(-2.0)}};
+    for (const auto& c : cases) {
+        const auto learner = Prepare(Settings("GBDT", c.loss), VecDle(3, c.label));
+        EXPECT_EQ(Gradients(*learner, VecDle(3, c.prediction), 1, 1), (VecDle{99, c.expected, 99}))
+            << c.loss << ' ' << c.label;
+        EXPECT_EQ(Gradients(*learner, VecDle(3), 2, 1), VecDle(3, 99)) << "an empty range";
+    }
+}
+
+TEST(Losses, OfPairs) {
+    const char ce[] = "CrossEntropy";
+    const char hinge[] = "HingeSquareRank";
+    const struct {
+        const char* loss;
+        double tau;
+        VecDle labels, predictions;
+        double expected;
+    } cases[] = {{ce, 0, {2, 1}, {0, 0}, 0.5},
+                 {ce, 0, {1, 2}, {0, 0}, -0.5},
+                 {ce, 1, {3, 1}, {0.5, 0}, 1 / (1 + std::exp(0.5 - 2))},
+                 {ce, 1, {1, 3}, {0.5, 0}, -1 / (1 + std::exp(-0.5 - 2))},
+                 {ce, 1, {2, 2}, {5, 0}, 0},
+                 {hinge, 1, {2, 1}, {0, 0}, 0.5},
+                 {hinge, 1, {2, 1}, {3, 0}, 0},
+                 {hinge, 1, {4, 1}, {1, 0}, 1},
+                 {hinge, 1, {1, 4}, {1, 0}, -2},
+                 {hinge, 1, {1, 2}, {0, 1}, 0},
+                 {hinge, 1, {2, 2}, {3, 0}, -1},
+                 {hinge, 1, {2, 2}, {0, 3}, 1},
+                 {hinge, 1, {2, 2}, {1, 0}, 0}};
+    for (const auto& c : cases) {
+        CheckCfgCLS cfg = Settings("GBRank", c.loss);
+        cfg.valTau = c.tau;
+        EXPECT_EQ(Gradients(*Prepare(cfg, c.labels, {2}), c.predictions, 0, 1),
+                  (VecDle{c.expected, -c.expected}))
+            << c.loss << ' ' << c.labels[0] << ' ' << c.labels[1];
+    }
+}
+
+// Queries do not see each other, and a range that cuts one only sees the pairs inside it.
+TEST(Losses, OfPairsStayInsideQueryAndRange) {
+    const auto learner = Prepare(Settings("GBRank", "CrossEntropy"), {2, 1, 0, 5, 4}, {3, 2});
+    const VecDle predictions = {0.1, 0.4, -0.3, 7, 9};
+    const VecDle whole = Gradients(*learner, predictions, 0, 4);
+    EXPECT_NEAR(whole[0] + whole[1] + whole[2], 0, 1e-15);
+    EXPECT_EQ(whole[3], -whole[4]);
+    EXPECT_EQ(Gradients(*learner, predictions, 0, 2),
+              (VecDle{whole[0], whole[1], whole[2], 99, 99}));
+    EXPECT_EQ(Gradients(*learner, predictions, 2, 3), (VecDle{99, 99, 0, 0, 99}));
+}
+
+int TwiceTheLabel(double* labelV, double* predictV, double** gradientV, int count) {
+    for (int i = 0; i < count; ++i) (*gradientV)[i] = 2 * labelV[i] - predictV[i];
+    return 0;
+}
+
+int Refuse(double*, double*, double**, int) {
+    return 1;
+}
+
+TEST(Losses, AUserLossGetsTheFirstRowsWhateverTheRange) {
+    const auto learner = Prepare(Settings("GBDT", "USER"), {1, 2, 3, 4});
+    learner->setLossFunction(TwiceTheLabel);
+    EXPECT_EQ(Gradients(*learner, {0, 1, 0, 1}, 2, 3), (VecDle{2, 3, 99, 99}));
+}
+
+TEST(Losses, FailuresNameTheLoss) {
+    const char userFailed[] =
+        "ERROR: Failed to compute the negative gradient of loss function by user given loss!\n"
+        "ERROR: Failed when computing the regression gradient!\n";
+    const struct {
+        const char *lossFunc, *fRegCls;
+        LossFuncType function;
+        const char* expected;
+    } cases[] = {
+        {"Hinge", "REG", nullptr,
+         "ERROR: Such loss function for regression: \"Hinge\" is not supported yet!\n"},
+        {"Square", "CLS", nullptr, "ERROR: modelType does not exist: CART for classification!\n"},
+        {"USER", "CLS", Refuse, userFailed},
+        {"USER", "REG", nullptr, userFailed}};
+    for (const auto& c : cases) {
+        CheckCfgCLS cfg = Settings("CART", c.lossFunc);
+        cfg.fRegCls = c.fRegCls;
+        const auto learner = Prepare(cfg, {0, 1});
+        learner->setLossFunction(c.function);
+        boosting_info_t share = {learner.get(), 0, 1};
+        const auto seen = Observe([&] {
+            return static_cast<int>(reinterpret_cast<intptr_t>(CalLossThreadFunction(&share)));
+        });
+        EXPECT_EQ(seen.status, -1) << "the exit value of a failed worker";
+        EXPECT_EQ(seen.err, c.expected);
+    }
+}
+
+TEST(Losses, AWeightIsTheNumberOfPartnersWithAnotherLabel) {
+    const auto learner =
+        Prepare(Settings("GBRank", "CrossEntropy"), {1, 1, 0, 1, 3, NAN, NAN}, {3, 1, 3});
+    const int* weightV = learner->numPairDistinctQueV;
+    EXPECT_EQ(VecInt(weightV, weightV + 7), (VecInt{1, 1, 2, 0, 2, 2, 2}));
+    const auto equal = Prepare(Settings("GBDT", "Square"), {1, 2});
+    EXPECT_EQ(VecInt(equal->numPairDistinctQueV, equal->numPairDistinctQueV + 2), VecInt(2, 1));
+}
+
+}  // namespace
