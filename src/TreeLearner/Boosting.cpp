@@ -81,8 +81,8 @@ int TreeLearner::PrepareRun(Run& run) {
     }
     run.fEachOnce = run.fEachOnce && lastSample == sampleSize - 1;
     run.tids.resize(run.shares.size());
-    engineRun = sylvora::EngineRun::Start(*this);
-    return PlaceSeeds();
+    if (PlaceSeeds() != 0) return -1;
+    return sylvora::EngineRun::Start(*this, engineRun);
 }
 
 int TreeLearner::AllocateDebugCounters() {

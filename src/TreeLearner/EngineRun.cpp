@@ -7,6 +7,7 @@
 #include "../engine/PredictionStep.h"
 #include "../engine/Switch.h"
 #include "../god/Truncation.h"
+#include "../god/Workers.h"
 
 namespace sylvora {
 
@@ -42,21 +43,25 @@ class EngineRun::NodePlainSearch : public engine::PlainSearch {
     const double* const* featureVV;
 };
 
-std::unique_ptr<EngineRun> EngineRun::Start(const TreeLearner& learner) {
+int EngineRun::Start(const TreeLearner& learner, std::unique_ptr<EngineRun>& run) {
+    run.reset();
     const CheckCfgCLS& c = learner.CfgInfo;
     if (engine::UsePlainForm() || learner.fDebug || learner.sampleFeaType != nullptr ||
         c.fRegCls != "REG") {
-        return nullptr;
+        return 0;
     }
     const engine::GrowthLimits limits = {c.maxLeaf, c.maxDepth, c.numBound,
                                          Truncate<int>(learner.dimFea * c.ratio - 1e-10) + 1,
                                          learner.modelType == "RandomForest"};
-    std::unique_ptr<EngineRun> run(new EngineRun(learner, limits));
-    return run->columns.HasNan() ? nullptr : std::move(run);
+    run.reset(new EngineRun(learner, limits));
+    if (run->startCode != 0) return FailToStart(run->startCode);
+    if (run->columns.HasNan()) run.reset();
+    return 0;
 }
 
 EngineRun::EngineRun(const TreeLearner& learner, const engine::GrowthLimits& limits)
     : tuning(engine::CurrentTuning()),
+      startCode(pool.Start(learner.numThread)),
       columns(learner.featureVV, learner.sampleSize, learner.dimFea, tuning.mostBins, pool),
       plain(std::make_unique<NodePlainSearch>(learner.featureVV)),
       growth(columns, pool, limits, tuning, *plain) {}

@@ -14,9 +14,10 @@ namespace sylvora {
 
 class EngineRun {
   public:
-    // Prepares the engine for the learner's training data; null where the plain form is to be used:
-    // it was asked for, debug records or a user's sampler need it, or a column holds a NaN.
-    static std::unique_ptr<EngineRun> Start(const TreeLearner& learner);
+    // Prepares the engine for the learner's training data in `run`, with numThread workers; null
+    // where the plain form is to be used: it was asked for, debug records or a user's sampler need
+    // it, or a column holds a NaN. Returns 0, or -1 with a message when a worker cannot be started.
+    [[nodiscard]] static int Start(const TreeLearner& learner, std::unique_ptr<EngineRun>& run);
 
     // Grows `tree` on `num` rows as TreeCR::GrowOne and GrowHalf do. False, with nothing changed,
     // when the gradients are out of the engine's range.
@@ -34,6 +35,7 @@ class EngineRun {
 
     const engine::Tuning tuning;
     engine::WorkerPool pool;
+    const int startCode;  // what starting the workers came to
     engine::Columns columns;
     std::unique_ptr<engine::PlainSearch> plain;
     engine::RegressionGrowth growth;

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 
 namespace sylvora {
 namespace engine {
@@ -17,20 +16,10 @@ namespace {
 constexpr double kSmallest = 1e-100;
 constexpr double kLargest = 1e100;
 
-constexpr double kRound = 6755399441055744.0;  // 1.5 * 2^52: adding it rounds to an integer
-
-int64_t RoundToInt(double value) {
-    const double shifted = value + kRound;
-    int64_t bits, origin;
-    std::memcpy(&bits, &shifted, sizeof bits);
-    std::memcpy(&origin, &kRound, sizeof origin);
-    return bits - origin;
-}
-
 bool AllMultiples(const double* gradV, int num, double scale) {
     for (int i = 0; i < num; ++i) {
         const double scaled = gradV[i] * scale;
-        if (static_cast<double>(RoundToInt(scaled)) != scaled) return false;
+        if (static_cast<double>(FixedPoint::RoundToInt(scaled)) != scaled) return false;
     }
     return true;
 }
@@ -77,13 +66,12 @@ FixedPoint FixedPoint::Fit(const double* gradV, const int* weightV, int num) {
     return fit;
 }
 
-Cell FixedPoint::ToCell(double gradient, int weight) const {
-    const uint64_t size = static_cast<uint64_t>(RoundToInt(std::fabs(gradient) * absScale) + 1);
-    return {RoundToInt(gradient * scale), (size << weightBits) + static_cast<uint64_t>(weight)};
-}
-
 void FixedPoint::ToCells(const double* gradV, const int* weightV, int num, Cell* cells) const {
-    for (int i = 0; i < num; ++i) cells[i] = ToCell(gradV[i], weightV != nullptr ? weightV[i] : 1);
+    if (weightV == nullptr) {
+        for (int i = 0; i < num; ++i) cells[i] = ToCell(gradV[i], 1);
+    } else {
+        for (int i = 0; i < num; ++i) cells[i] = ToCell(gradV[i], weightV[i]);
+    }
 }
 
 }  // namespace engine

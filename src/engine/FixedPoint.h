@@ -3,7 +3,9 @@
 #ifndef SYLVORA_ENGINE_FIXEDPOINT_H
 #define SYLVORA_ENGINE_FIXEDPOINT_H
 
+#include <cmath>
 #include <cstdint>
+#include <cstring>
 
 namespace sylvora {
 namespace engine {
@@ -41,7 +43,10 @@ struct FixedPoint {
     // Fits the `num` rows with gradients `gradV` and weights `weightV` (null: all 1).
     static FixedPoint Fit(const double* gradV, const int* weightV, int num);
 
-    Cell ToCell(double gradient, int weight) const;
+    Cell ToCell(double gradient, int weight) const {
+        const uint64_t size = static_cast<uint64_t>(RoundToInt(std::fabs(gradient) * absScale) + 1);
+        return {RoundToInt(gradient * scale), (size << weightBits) + static_cast<uint64_t>(weight)};
+    }
     // The cells of `num` consecutive rows.
     void ToCells(const double* gradV, const int* weightV, int num, Cell* cells) const;
 
@@ -51,6 +56,16 @@ struct FixedPoint {
     }
     double AbsBound(const Cell& cell) const {
         return static_cast<double>(cell.packed >> weightBits) * absUnit;
+    }
+
+    // The nearest integer, for |value| below 2^51: added to 1.5 * 2^52 it is the low bits.
+    static int64_t RoundToInt(double value) {
+        constexpr double kRound = 6755399441055744.0;
+        const double shifted = value + kRound;
+        int64_t bits, origin;
+        std::memcpy(&bits, &shifted, sizeof bits);
+        std::memcpy(&origin, &kRound, sizeof origin);
+        return bits - origin;
     }
 };
 

@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
+#include <iterator>
+
+#include "KeySort.h"
 
 namespace sylvora {
 namespace engine {
@@ -12,44 +14,56 @@ namespace {
 constexpr double kGap = 1e-10;
 constexpr double kUnitRoundoff = 0x1p-53;
 
-uint64_t KeyOf(uint32_t rank, int place) {
-    return (static_cast<uint64_t>(rank) << 32) | static_cast<uint32_t>(place);
-}
-uint32_t RankOf(uint64_t key) {
-    return static_cast<uint32_t>(key >> 32);
-}
-size_t PlaceOf(uint64_t key) {
-    return static_cast<uint32_t>(key);
-}
-
 }  // namespace
 
-NodeSearch::NodeSearch(const Columns& columns, const FixedPoint& fixedPoint)
-    : data(columns), fixed(fixedPoint), scan(columns, fixedPoint) {}
+NodeSearch::NodeSearch(const Columns& columns, const FixedPoint& fixedPoint, WorkerPool* workers)
+    : data(columns), fixed(fixedPoint), pool(workers) {
+    const int numWorkers = pool != nullptr ? pool->NumWorkers() : 1;
+    for (int w = 0; w < numWorkers; ++w) scratchV.emplace_back(columns, fixedPoint);
+}
 
 SearchResult NodeSearch::Search(const SearchTask& task) {
     node = {task.total, fixed.Sum(task.total), fixed.Weight(task.total)};
     best = -1.0;
-    candidateV.clear();
+    for (Scratch& scratch : scratchV) scratch.candidateV.clear();
+    FindSlots(task);
     if (task.histogram != nullptr) {
         LookAtSlots(task);
         RefineSlots(task);
     } else {
         SetError(task, fixed.AbsBound(task.total));
-        for (int slot = 0; slot < task.numSlots; ++slot) {
-            if (!IsRepeat(task, slot)) SortedSlot(task, slot);
-        }
+        ForSlots([&](int slot, Scratch& scratch) { SortSlot(task, slot, scratch); });
     }
     return Decide();
 }
 
 // A column with the same cuts and the same scores in a lower slot wins every tie.
-bool NodeSearch::IsRepeat(const SearchTask& task, int slot) const {
-    const int twin = data.At(task.columnV[slot]).twin;
-    for (int other = 0; other < slot; ++other) {
-        if (data.At(task.columnV[other]).twin == twin) return true;
+void NodeSearch::FindSlots(const SearchTask& task) {
+    slotV.clear();
+    for (int slot = 0; slot < task.numSlots; ++slot) {
+        const int twin = data.At(task.columnV[slot]).twin;
+        const auto isTwin = [&](int other) { return data.At(task.columnV[other]).twin == twin; };
+        if (std::none_of(slotV.begin(), slotV.end(), isTwin)) slotV.push_back(slot);
     }
-    return false;
+}
+
+// Calls visit(slot, scratch) for slotV in order, or for several at once.
+template <typename Visit>
+void NodeSearch::ForSlots(const Visit& visit) {
+    const int numSlots = static_cast<int>(slotV.size());
+    if (pool == nullptr) {
+        for (const int slot : slotV) visit(slot, scratchV[0]);
+        return;
+    }
+    pool->For(numSlots, [&](int i, int worker) {
+        visit(slotV[static_cast<size_t>(i)], scratchV[static_cast<size_t>(worker)]);
+    });
+}
+
+void NodeSearch::RaiseBest(double score) {
+    double current = best.load();
+    while (score > current && !best.compare_exchange_weak(current, score)) {
+    }
 }
 
 // `largestSum` bounds every left and right sum that the plain form meets on its way.
@@ -62,20 +76,23 @@ void NodeSearch::SetError(const SearchTask& task, double largestSum) {
 
 // The score below which a cut cannot win: both it and the best may be off by the error.
 double NodeSearch::Least() const {
-    if (fixed.fExact) return best;
+    const double score = best.load(std::memory_order_relaxed);
+    if (fixed.fExact) return score;
     const double error =
-        4 * fixed.largest * rowError + 2 * rowError * rowError + 16 * kUnitRoundoff * best;
-    return best - 2 * error;
+        4 * fixed.largest * rowError + 2 * rowError * rowError + 16 * kUnitRoundoff * score;
+    return score - 2 * error;
 }
 
 void NodeSearch::LookAtSlots(const SearchTask& task) {
     viewV.resize(std::max(viewV.size(), static_cast<size_t>(task.numSlots)));
+    ForSlots([&](int slot, Scratch& scratch) {
+        scratch.scan.Look(task.columnV[slot], *task.histogram, node,
+                          viewV[static_cast<size_t>(slot)]);
+    });
     double largestSum = 0.0;
-    for (int slot = 0; slot < task.numSlots; ++slot) {
-        if (IsRepeat(task, slot)) continue;
-        ColumnView& view = viewV[static_cast<size_t>(slot)];
-        scan.Look(task.columnV[slot], *task.histogram, node, view);
-        best = std::max(best, view.best);
+    for (const int slot : slotV) {
+        const ColumnView& view = viewV[static_cast<size_t>(slot)];
+        RaiseBest(view.best);
         largestSum = std::max(largestSum, view.largestSum);
     }
     SetError(task, largestSum);
@@ -83,105 +100,110 @@ void NodeSearch::LookAtSlots(const SearchTask& task) {
 
 // The most promising columns first: what they turn up spares others the look inside their bins.
 void NodeSearch::RefineSlots(const SearchTask& task) {
-    std::vector<int> slotV;
-    for (int slot = 0; slot < task.numSlots; ++slot) {
-        if (!IsRepeat(task, slot)) slotV.push_back(slot);
-    }
     std::stable_sort(slotV.begin(), slotV.end(), [this](int a, int b) {
         return viewV[static_cast<size_t>(a)].bound > viewV[static_cast<size_t>(b)].bound;
     });
-    for (const int slot : slotV) {
-        if (viewV[static_cast<size_t>(slot)].bound >= Least()) RefineSlot(task, slot);
-    }
+    ForSlots([&](int slot, Scratch& scratch) {
+        if (viewV[static_cast<size_t>(slot)].bound >= Least()) RefineSlot(task, slot, scratch);
+    });
     for (const int slot : slotV) {
         const ColumnView& view = viewV[static_cast<size_t>(slot)];
         if (view.best < Least()) continue;
-        scan.AppendCuts(slot, task.columnV[slot], *task.histogram, node, view, Least(), candidateV);
+        scratchV[0].scan.AppendCuts(slot, task.columnV[slot], *task.histogram, node, view, Least(),
+                                    scratchV[0].candidateV);
     }
 }
 
-void NodeSearch::RefineSlot(const SearchTask& task, int slot) {
+void NodeSearch::RefineSlot(const SearchTask& task, int slot, Scratch& scratch) {
     const Column& column = data.At(task.columnV[slot]);
     const ColumnView& view = viewV[static_cast<size_t>(slot)];
-    liveBinV.clear();
-    scan.AppendLiveBins(task.columnV[slot], *task.histogram, node, view, Least(), liveBinV);
-    if (liveBinV.empty()) return;
-    CollectKeys(task, column);
-    std::sort(keyV.begin(), keyV.end());
-    size_t begin = 0;
-    for (const int bin : liveBinV) {
+    scratch.liveBinV.clear();
+    scratch.scan.AppendLiveBins(task.columnV[slot], *task.histogram, node, view, Least(),
+                                scratch.liveBinV);
+    if (scratch.liveBinV.empty()) return;
+    CollectKeys(task, column, scratch);
+    SortKeys(scratch.keyV, scratch.otherKeyV);
+    const uint64_t* begin = scratch.keyV.data();
+    const uint64_t* last = begin + scratch.keyV.size();
+    for (const int bin : scratch.liveBinV) {
         const uint32_t first = task.histogram->FirstRank(column, bin);
         const uint32_t past = task.histogram->FirstRank(column, bin + 1);
-        while (begin < keyV.size() && RankOf(keyV[begin]) < first) ++begin;
-        size_t end = begin;
-        while (end < keyV.size() && RankOf(keyV[end]) < past) ++end;
-        ScoreRun(task, slot, begin, end, view.prefixV[static_cast<size_t>(bin)]);
+        while (begin < last && RankOf(*begin) < first) ++begin;
+        const uint64_t* end = begin;
+        while (end < last && RankOf(*end) < past) ++end;
+        ScoreRun(task, slot, begin, end, view.prefixV[static_cast<size_t>(bin)], scratch);
         begin = end;
     }
 }
 
 // Keys of the rows in live bins, and of some near them: ranks are looked up in steps.
-void NodeSearch::CollectKeys(const SearchTask& task, const Column& column) {
+void NodeSearch::CollectKeys(const SearchTask& task, const Column& column, Scratch& scratch) const {
     const Histogram& histogram = *task.histogram;
     const uint32_t numRanks = column.binFirstRankV.back();
     int step = 0;
     while ((numRanks >> step) > 4096) ++step;
+    std::vector<uint8_t>& liveV = scratch.liveV;
     liveV.assign((numRanks >> step) + 1, 0);
-    for (const int bin : liveBinV) {
+    for (const int bin : scratch.liveBinV) {
         const uint32_t first = histogram.FirstRank(column, bin) >> step;
         const uint32_t last = (histogram.FirstRank(column, bin + 1) - 1) >> step;
         std::fill(liveV.begin() + first, liveV.begin() + last + 1, uint8_t{1});
     }
-    keyV.resize(static_cast<size_t>(task.rows.count));
-    size_t numKeys = 0;
+    scratch.keyV.resize(static_cast<size_t>(task.rows.count));
+    uint64_t* key = scratch.keyV.data();
+    const uint32_t* rankV = column.rankV.data();
+    const int* rowV = task.rows.rowV;
     constexpr int kAhead = 32;
     for (int place = 0; place < task.rows.count; ++place) {
-        const int ahead = std::min(place + kAhead, task.rows.count - 1);
-        __builtin_prefetch(&column.rankV[static_cast<size_t>(task.rows.rowV[ahead])]);
-        const uint32_t rank = column.rankV[static_cast<size_t>(task.rows.rowV[place])];
-        keyV[numKeys] = KeyOf(rank, place);
-        numKeys += liveV[rank >> step];
+        __builtin_prefetch(rankV + rowV[std::min(place + kAhead, task.rows.count - 1)]);
+        const uint32_t rank = rankV[rowV[place]];
+        *key = KeyOf(rank, place);
+        key += liveV[rank >> step];
     }
-    keyV.resize(numKeys);
+    scratch.keyV.resize(static_cast<size_t>(key - scratch.keyV.data()));
 }
 
-void NodeSearch::SortedSlot(const SearchTask& task, int slot) {
+void NodeSearch::SortSlot(const SearchTask& task, int slot, Scratch& scratch) {
+    std::vector<uint64_t>& keyV = scratch.keyV;
     keyV.clear();
     for (int place = 0; place < task.rows.count; ++place) {
         keyV.push_back(KeyOf(data.Rank(task.columnV[slot], task.rows.rowV[place]), place));
     }
-    std::sort(keyV.begin(), keyV.end());
-    ScoreRun(task, slot, 0, keyV.size(), Cell());
+    SortKeys(keyV, scratch.otherKeyV);
+    ScoreRun(task, slot, keyV.data(), keyV.data() + keyV.size(), Cell(), scratch);
 }
 
 // Scores the cuts between the sorted keys [begin, end); `prefix` are the sums before them.
-void NodeSearch::ScoreRun(const SearchTask& task, int slot, size_t begin, size_t end, Cell prefix) {
+void NodeSearch::ScoreRun(const SearchTask& task, int slot, const uint64_t* begin,
+                          const uint64_t* end, Cell prefix, Scratch& scratch) {
     const int id = task.columnV[slot];
     const bool fClean = data.At(id).fClean;
-    const auto valueAt = [&](size_t i) { return data.Value(task.rows.rowV[PlaceOf(keyV[i])], id); };
+    const auto valueOf = [&](uint64_t key) { return data.Value(task.rows.rowV[PlaceOf(key)], id); };
     double least = Least();
-    for (size_t i = begin; i + 1 < end; ++i) {
-        const size_t place = PlaceOf(keyV[i]);
+    for (const uint64_t* key = begin; key + 1 < end; ++key) {
+        const uint32_t place = PlaceOf(*key);
         prefix += fixed.ToCell(task.rows.gradV[place],
                                task.rows.weightV != nullptr ? task.rows.weightV[place] : 1);
-        const uint32_t rank = RankOf(keyV[i]);
-        if (rank == RankOf(keyV[i + 1])) continue;
+        const uint32_t rank = RankOf(*key);
+        if (rank == RankOf(key[1])) continue;
         const double score = CutScore(node, fixed.Sum(prefix), fixed.Weight(prefix));
         if (!(score >= least)) continue;
-        if (!fClean && !(valueAt(i + 1) > valueAt(i) + kGap)) continue;
-        candidateV.push_back({score, slot, id, rank, prefix});
-        if (score > best) {
-            best = score;
-            least = Least();
-        }
+        if (!fClean && !(valueOf(key[1]) > valueOf(*key) + kGap)) continue;
+        scratch.candidateV.push_back({score, slot, id, rank, prefix});
+        RaiseBest(score);
+        least = Least();
     }
 }
 
 SearchResult NodeSearch::Decide() {
     SearchResult result;
     const double least = Least();
-    const auto isOut = [least](const Candidate& c) { return !(c.score >= least); };
-    candidateV.erase(std::remove_if(candidateV.begin(), candidateV.end(), isOut), candidateV.end());
+    std::vector<Candidate> candidateV;
+    for (const Scratch& scratch : scratchV) {
+        std::copy_if(scratch.candidateV.begin(), scratch.candidateV.end(),
+                     std::back_inserter(candidateV),
+                     [least](const Candidate& c) { return c.score >= least; });
+    }
     if (candidateV.empty()) return result;
     const auto isBefore = [](const Candidate& a, const Candidate& b) {
         return a.slot != b.slot ? a.slot < b.slot : a.lastRank < b.lastRank;

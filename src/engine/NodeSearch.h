@@ -5,6 +5,7 @@
 #ifndef SYLVORA_ENGINE_NODESEARCH_H
 #define SYLVORA_ENGINE_NODESEARCH_H
 
+#include <atomic>
 #include <cstdint>
 #include <vector>
 
@@ -12,6 +13,7 @@
 #include "Columns.h"
 #include "FixedPoint.h"
 #include "Histogram.h"
+#include "WorkerPool.h"
 
 namespace sylvora {
 namespace engine {
@@ -31,36 +33,50 @@ struct SearchResult {
     std::vector<int> undecidedV;  // otherwise: the slots to decide between, ascending
 };
 
-// Buffers are reused from node to node; one per worker.
+// Searches one node at a time. Buffers are reused from node to node.
 class NodeSearch {
   public:
-    NodeSearch(const Columns& columns, const FixedPoint& fixedPoint);
+    NodeSearch(const Columns& columns, const FixedPoint& fixedPoint, WorkerPool* workers);
 
     SearchResult Search(const SearchTask& task);
 
   private:
+    // What one worker needs to look at one slot.
+    struct Scratch {
+        Scratch(const Columns& columns, const FixedPoint& fixedPoint) : scan(columns, fixedPoint) {}
+
+        ColumnScan scan;
+        std::vector<Candidate> candidateV;
+        std::vector<int> liveBinV;
+        std::vector<uint64_t> keyV;       // rank and, in the low half, place in the slice
+        std::vector<uint64_t> otherKeyV;  // for sorting
+        std::vector<uint8_t> liveV;       // by rank, in steps: whether a live bin is there
+    };
+
+    template <typename Visit>
+    void ForSlots(const Visit& visit);
     void LookAtSlots(const SearchTask& task);
     void RefineSlots(const SearchTask& task);
-    void RefineSlot(const SearchTask& task, int slot);
-    void CollectKeys(const SearchTask& task, const Column& column);
-    void SortedSlot(const SearchTask& task, int slot);
-    void ScoreRun(const SearchTask& task, int slot, size_t begin, size_t end, Cell prefix);
+    void RefineSlot(const SearchTask& task, int slot, Scratch& scratch);
+    void CollectKeys(const SearchTask& task, const Column& column, Scratch& scratch) const;
+    void SortSlot(const SearchTask& task, int slot, Scratch& scratch);
+    void ScoreRun(const SearchTask& task, int slot, const uint64_t* begin, const uint64_t* end,
+                  Cell prefix, Scratch& scratch);
     void SetError(const SearchTask& task, double largestSum);
-    SearchResult Decide();
+    void RaiseBest(double score);
     double Least() const;
-    bool IsRepeat(const SearchTask& task, int slot) const;
+    void FindSlots(const SearchTask& task);
+    SearchResult Decide();
 
     const Columns& data;
     const FixedPoint& fixed;
-    ColumnScan scan;
+    WorkerPool* pool;  // null: the calling thread alone
     NodeTotals node = {};
-    double best = -1.0;     // best score so far, by fast sums
-    double rowError = 0.0;  // how far a plain left or right sum can be from ours
-    std::vector<ColumnView> viewV;
-    std::vector<Candidate> candidateV;
-    std::vector<int> liveBinV;
-    std::vector<uint64_t> keyV;  // rank and, in the low half, place in the slice
-    std::vector<uint8_t> liveV;  // by rank, in steps: whether a live bin is there
+    std::atomic<double> best{-1.0};  // best score so far, by fast sums
+    double rowError = 0.0;           // how far a plain left or right sum can be from ours
+    std::vector<int> slotV;          // the slots to look at: no column twice
+    std::vector<ColumnView> viewV;   // by slot
+    std::vector<Scratch> scratchV;   // by worker
 };
 
 }  // namespace engine

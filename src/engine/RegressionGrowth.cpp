@@ -3,6 +3,9 @@
 // A node's histogram comes by subtraction: the smaller of two sons is counted, the larger is what
 // their parent's leaves. Nodes whose rows are fewer than their histogram's cells count their drawn
 // columns afresh in a coarser histogram instead, and the smallest sort their columns.
+//
+// While a level has fewer nodes than there are workers, all work together on one node after the
+// other; then each takes nodes by itself.
 #include "RegressionGrowth.h"
 
 #include <algorithm>
@@ -16,6 +19,9 @@ namespace sylvora {
 namespace engine {
 namespace {
 
+constexpr int kChunkRows = 16384;
+constexpr int kTeamRows = 65536;  // a node of fewer rows is not worth a team
+
 // How many bins, as a power of two, a node with `count` rows joins in a histogram of its own.
 int ShiftFor(int count, int mostBins) {
     const double wanted = 2.0 * std::sqrt(static_cast<double>(count));
@@ -24,38 +30,50 @@ int ShiftFor(int count, int mostBins) {
     return shift;
 }
 
+double SumOf(const double* begin, int count) {
+    double sum = 0.0;
+    for (int i = 0; i < count; ++i) sum += begin[i];
+    return sum;
+}
+
 }  // namespace
 
-// A node that waits to be split.
+// A node that waits to be split, then what became of it.
 struct RegressionGrowth::OpenNode {
-    int idxNode;
-    Cell total;
-    std::unique_ptr<Histogram> histogram;  // null: to be made by its worker, or not needed
-    std::vector<int> columnV = {};         // drawn
-    SplitPoint split = {};                 // found
-    Cell left = {};                        // sums over the left son's rows
+    int idxNode = 0;
+    Cell total = {};
+    std::unique_ptr<Histogram> histogram = nullptr;  // null: its worker counts or sorts
+    std::vector<int> columnV = {};                   // drawn
+    SplitPoint split = {};                           // found
+    Cell left = {};                                  // sums over the left son's rows
     GrownNode sons[2] = {};
 };
 
 struct RegressionGrowth::Worker {
-    Worker(const Columns& data, const FixedPoint& fixed)
-        : filler(data), search(data, fixed), partition(data) {}
+    Worker(const Columns& data, const FixedPoint& fixed, HistogramFiller& histogramFiller,
+           WorkerPool* pool)
+        : filler(histogramFiller), search(data, fixed, pool), partition(data, pool), team(pool) {}
 
-    HistogramFiller filler;
+    HistogramFiller& filler;
     NodeSearch search;
     RowPartition partition;
-    Histogram own;  // of the node at hand
+    WorkerPool* team;  // null: it works alone
+    Histogram own;     // of the node at hand
 };
 
 RegressionGrowth::RegressionGrowth(const Columns& columns, WorkerPool& workers,
                                    const GrowthLimits& growthLimits, const Tuning& figures,
                                    const PlainSearch& plainSearch)
-    : data(columns), pool(workers), limits(growthLimits), tuning(figures), plain(plainSearch) {
-    allColumnV.resize(static_cast<size_t>(data.NumColumns()));
-    std::iota(allColumnV.begin(), allColumnV.end(), 0);
+    : data(columns),
+      pool(workers),
+      limits(growthLimits),
+      tuning(figures),
+      plain(plainSearch),
+      store(columns, fixed, workers) {
     for (int w = 0; w < pool.NumWorkers(); ++w) {
-        workerV.push_back(std::make_unique<Worker>(data, fixed));
+        workerV.push_back(std::make_unique<Worker>(data, fixed, store.FillerOf(w), nullptr));
     }
+    team = std::make_unique<Worker>(data, fixed, store.FillerOf(0), &pool);
 }
 
 RegressionGrowth::~RegressionGrowth() = default;
@@ -64,27 +82,18 @@ bool RegressionGrowth::Grow(const double* gradV, const int* weightV, const int* 
                             long* seed) {
     if (num == 0) return false;
     TakeRows(gradV, weightV, indexV, num);
-    const int* weights = weightV != nullptr ? rows.weightV.data() : nullptr;
-    fixed = FixedPoint::Fit(rows.gradV.data(), weights, num);
+    fixed = FixedPoint::Fit(rows.gradV.data(), rows.weightV.empty() ? nullptr : rows.weightV.data(),
+                            num);
     if (!fixed.fUsable) return false;
     nodeV.clear();
     numLeaf = 1;
     fSlicesTrue = true;
-    PlantRoot();
     std::vector<OpenNode> levelV, nextV;
-    levelV.push_back({0, {}, nullptr});
-    for (int i = 0; i < num; ++i) {
-        const size_t at = static_cast<size_t>(i);
-        levelV[0].total += fixed.ToCell(rows.gradV[at], weights != nullptr ? weights[at] : 1);
-    }
-    if (num > tuning.smallNode) {
-        levelV[0].histogram = TakeHistogram();
-        FillRoot(gradV, weightV, *levelV[0].histogram);
-    }
+    levelV.push_back(PlantRoot(gradV, weightV));
     while (!levelV.empty()) {
         nextV.clear();
         GrowLevel(levelV, seed, nextV);
-        for (OpenNode& done : levelV) GiveBack(std::move(done.histogram));
+        for (OpenNode& done : levelV) store.GiveBack(std::move(done.histogram));
         levelV.swap(nextV);
     }
     return true;
@@ -98,26 +107,32 @@ void RegressionGrowth::TakeRows(const double* gradV, const int* weightV, const i
     rows.weightV.resize(weightV != nullptr ? count : 0);
     rows.fLeftV.resize(count);
     fInV.assign(static_cast<size_t>(data.NumRows()), 0);
-    for (size_t i = 0; i < count; ++i) {
-        rows.gradV[i] = gradV[indexV[i]];
-        fInV[static_cast<size_t>(indexV[i])] = 1;
-    }
-    for (size_t i = 0; i < rows.weightV.size(); ++i) rows.weightV[i] = weightV[indexV[i]];
+    pool.For((num + kChunkRows - 1) / kChunkRows, [&](int chunk, int) {
+        const int end = std::min((chunk + 1) * kChunkRows, num);
+        for (int i = chunk * kChunkRows; i < end; ++i) {
+            const size_t at = static_cast<size_t>(i);
+            rows.gradV[at] = gradV[indexV[i]];
+            if (weightV != nullptr) rows.weightV[at] = weightV[indexV[i]];
+            fInV[static_cast<size_t>(indexV[i])] = 1;
+        }
+    });
 }
 
-void RegressionGrowth::PlantRoot() {
+RegressionGrowth::OpenNode RegressionGrowth::PlantRoot(const double* gradV, const int* weightV) {
     GrownNode root;
     root.countDoc = static_cast<int>(rows.gradV.size());
-    for (const double gradient : rows.gradV) root.gradAll += gradient;
+    root.gradAll = SumOf(rows.gradV.data(), root.countDoc);
     root.wgtAll = rows.weightV.empty()
                       ? root.countDoc
                       : std::accumulate(rows.weightV.begin(), rows.weightV.end(), 0);
     nodeV.push_back(root);
-}
-
-// The root's rows in ascending order, whatever order they were drawn in: the codes of neighbouring
-// rows are neighbours in memory.
-void RegressionGrowth::FillRoot(const double* gradV, const int* weightV, Histogram& histogram) {
+    OpenNode open;
+    for (size_t i = 0; i < rows.gradV.size(); ++i) {
+        open.total += fixed.ToCell(rows.gradV[i], rows.weightV.empty() ? 1 : rows.weightV[i]);
+    }
+    if (root.countDoc <= tuning.smallNode) return open;
+    // In ascending order, whatever order the rows were drawn in: the codes of neighbouring rows are
+    // neighbours in memory.
     std::vector<int> ascendingV;
     ascendingV.reserve(rows.indexV.size());
     for (int row = 0; row < data.NumRows(); ++row) {
@@ -127,31 +142,16 @@ void RegressionGrowth::FillRoot(const double* gradV, const int* weightV, Histogr
     std::vector<int> rootWeightV(rows.weightV.size());
     for (size_t i = 0; i < rootGradV.size(); ++i) rootGradV[i] = gradV[ascendingV[i]];
     for (size_t i = 0; i < rootWeightV.size(); ++i) rootWeightV[i] = weightV[ascendingV[i]];
-    workerV[0]->filler.Add({ascendingV.data(), rootGradV.data(),
-                            weightV != nullptr ? rootWeightV.data() : nullptr, nodeV[0].countDoc},
-                           fixed, allColumnV, histogram);
+    open.histogram =
+        store.Count({ascendingV.data(), rootGradV.data(),
+                     weightV != nullptr ? rootWeightV.data() : nullptr, root.countDoc});
+    return open;
 }
 
 RowSlice RegressionGrowth::SliceOf(const GrownNode& node) const {
     const size_t begin = static_cast<size_t>(node.startDoc);
     return {rows.indexV.data() + begin, rows.gradV.data() + begin,
             rows.weightV.empty() ? nullptr : rows.weightV.data() + begin, node.countDoc};
-}
-
-std::unique_ptr<Histogram> RegressionGrowth::TakeHistogram() {
-    std::unique_ptr<Histogram> histogram;
-    if (freeV.empty()) {
-        histogram = std::make_unique<Histogram>();
-    } else {
-        histogram = std::move(freeV.back());
-        freeV.pop_back();
-    }
-    histogram->cellV.assign(data.NumCells(), Cell());
-    return histogram;
-}
-
-void RegressionGrowth::GiveBack(std::unique_ptr<Histogram> histogram) {
-    if (histogram) freeV.push_back(std::move(histogram));
 }
 
 // Nodes are taken in batches of as many as the leaf limit may still allow to be split, so that no
@@ -161,27 +161,24 @@ void RegressionGrowth::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
     size_t numDone = 0;
     while (numDone < levelV.size()) {
         const size_t numLeft = levelV.size() - numDone;
-        const int allowed = std::max(limits.maxLeaf - numLeaf, 1);
-        const size_t numBatch =
-            limits.fForest ? numLeft : std::min(numLeft, static_cast<size_t>(allowed));
+        const size_t allowed = static_cast<size_t>(std::max(limits.maxLeaf - numLeaf, 1));
+        const size_t numBatch = limits.fForest ? numLeft : std::min(numLeft, allowed);
         OpenNode* batch = &levelV[numDone];
         numDone += numBatch;
         DrawColumns(batch, numBatch, seed);
-        pool.For(static_cast<int>(numBatch), [&](int b, int worker) {
-            SearchAndMove(batch[b], *workerV[static_cast<size_t>(worker)]);
-        });
+        SplitBatch(batch, numBatch);
         for (size_t b = 0; b < numBatch; ++b) {
             if (batch[b].split.column < 0) continue;
             fSlicesTrue = fSlicesTrue && batch[b].split.fSlicesTrue;
             AppendSons(batch[b], nextV);
             ++numLeaf;
             if (limits.fForest || numLeaf < limits.maxLeaf) continue;
-            CloseFrom(static_cast<size_t>(batch[b].idxNode) + 1);
+            // The limit is reached: what waits, here and in the next level, stays a leaf.
             nextV.clear();
             return;
         }
     }
-    PrepareHistograms(nextV);
+    ShareHistograms(nextV);
 }
 
 void RegressionGrowth::DrawColumns(OpenNode* batch, size_t numBatch, long* seed) {
@@ -200,24 +197,39 @@ void RegressionGrowth::DrawColumns(OpenNode* batch, size_t numBatch, long* seed)
     }
 }
 
-void RegressionGrowth::CloseFrom(size_t idxNode) {
-    for (size_t i = idxNode; i < nodeV.size(); ++i) nodeV[i].fOpen = false;
+void RegressionGrowth::SplitBatch(OpenNode* batch, size_t numBatch) {
+    std::vector<OpenNode*> aloneV;
+    const bool fTeams = pool.NumWorkers() > 1 && numBatch < 2 * workerV.size();
+    for (size_t b = 0; b < numBatch; ++b) {
+        const GrownNode& node = nodeV[static_cast<size_t>(batch[b].idxNode)];
+        if (fTeams && node.countDoc >= kTeamRows) {
+            SplitNode(batch[b], *team);
+        } else {
+            aloneV.push_back(&batch[b]);
+        }
+    }
+    // The largest first, so that the workers finish together.
+    std::stable_sort(aloneV.begin(), aloneV.end(), [this](const OpenNode* a, const OpenNode* b) {
+        return nodeV[static_cast<size_t>(a->idxNode)].countDoc >
+               nodeV[static_cast<size_t>(b->idxNode)].countDoc;
+    });
+    pool.For(static_cast<int>(aloneV.size()), [&](int i, int worker) {
+        SplitNode(*aloneV[static_cast<size_t>(i)], *workerV[static_cast<size_t>(worker)]);
+    });
 }
 
-void RegressionGrowth::SearchAndMove(OpenNode& open, Worker& worker) {
-    GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
+void RegressionGrowth::SplitNode(OpenNode& open, Worker& worker) {
+    const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
     open.split = FindSplit(open, worker);
-    node.fOpen = false;
     if (open.split.column < 0) return;
     worker.partition.Move(rows, node.startDoc, node.countDoc, open.split.countL);
     GrownNode& left = open.sons[0];
     GrownNode& right = open.sons[1];
-    left = right = GrownNode();
     left.startDoc = node.startDoc;
     left.countDoc = open.split.countL;
     right.startDoc = node.startDoc + left.countDoc;
     right.countDoc = node.countDoc - left.countDoc;
-    SumSons(left, right);
+    SumSons(open, worker.team);
     if (open.left.packed != 0) return;
     for (int i = left.startDoc; i < right.startDoc; ++i) {
         const size_t at = static_cast<size_t>(i);
@@ -242,10 +254,9 @@ SplitPoint RegressionGrowth::FindSplit(OpenNode& open, Worker& worker) {
         worker.filler.Add(slice, fixed, open.columnV, own);
         histogram = &own;
     }
-    const SearchTask task = {
-        slice,      histogram,   open.columnV.data(), static_cast<int>(open.columnV.size()),
-        open.total, node.gradAll};
-    const SearchResult result = worker.search.Search(task);
+    const int numSlots = static_cast<int>(open.columnV.size());
+    const SearchResult result = worker.search.Search(
+        {slice, histogram, open.columnV.data(), numSlots, open.total, node.gradAll});
     open.left = Cell();
     if (result.fFound) {
         const SplitPoint split = worker.partition.MarkByRank(
@@ -259,87 +270,110 @@ SplitPoint RegressionGrowth::FindSplit(OpenNode& open, Worker& worker) {
     return split;
 }
 
-// Each sum runs through its slice in order, as the plain form's does; the two go side by side.
-void RegressionGrowth::SumSons(GrownNode& left, GrownNode& right) {
+// Each sum runs through its slice in order, as the plain form's does; two go side by side.
+void RegressionGrowth::SumSons(OpenNode& open, WorkerPool* workers) {
+    GrownNode& left = open.sons[0];
+    GrownNode& right = open.sons[1];
     const double* a = rows.gradV.data() + left.startDoc;
     const double* b = rows.gradV.data() + right.startDoc;
-    const int both = std::min(left.countDoc, right.countDoc);
-    double sumA = 0.0;
-    double sumB = 0.0;
-    for (int i = 0; i < both; ++i) {
-        sumA += a[i];
-        sumB += b[i];
+    if (workers != nullptr) {
+        workers->For(2, [&](int son, int) {
+            open.sons[son].gradAll = SumOf(son == 0 ? a : b, open.sons[son].countDoc);
+        });
+    } else {
+        const int both = std::min(left.countDoc, right.countDoc);
+        double sumA = 0.0;
+        double sumB = 0.0;
+        for (int i = 0; i < both; ++i) {
+            sumA += a[i];
+            sumB += b[i];
+        }
+        for (int i = both; i < left.countDoc; ++i) sumA += a[i];
+        for (int i = both; i < right.countDoc; ++i) sumB += b[i];
+        left.gradAll = sumA;
+        right.gradAll = sumB;
     }
-    for (int i = both; i < left.countDoc; ++i) sumA += a[i];
-    for (int i = both; i < right.countDoc; ++i) sumB += b[i];
-    left.gradAll = sumA;
-    right.gradAll = sumB;
-    const auto weightOf = [this](const GrownNode& son) {
-        if (rows.weightV.empty()) return son.countDoc;
-        const auto begin = rows.weightV.begin() + son.startDoc;
-        return std::accumulate(begin, begin + son.countDoc, 0);
-    };
-    left.wgtAll = weightOf(left);
-    right.wgtAll = weightOf(right);
+    for (GrownNode& son : open.sons) {
+        const auto begin = rows.weightV.begin() + (rows.weightV.empty() ? 0 : son.startDoc);
+        son.wgtAll =
+            rows.weightV.empty() ? son.countDoc : std::accumulate(begin, begin + son.countDoc, 0);
+    }
 }
 
 void RegressionGrowth::AppendSons(OpenNode& open, std::vector<OpenNode>& nextV) {
-    const int lson = static_cast<int>(nodeV.size());
     GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
     node.splitFea = open.split.column;
     node.splitElemFea = open.split.threshold;
     node.countL = open.split.countL;
-    node.lson = lson;
-    node.rson = lson + 1;
+    node.lson = static_cast<int>(nodeV.size());
+    node.rson = node.lson + 1;
     const int depth = node.depth + 1;
+    const bool fTooDeep = depth >= limits.maxDepth && !limits.fForest;
     Cell total = open.left;
     for (GrownNode& son : open.sons) {
         son.parent = open.idxNode;
         son.depth = depth;
-        const bool fTooDeep = depth >= limits.maxDepth && !limits.fForest;
-        son.fOpen = son.countDoc > limits.numBound && !fTooDeep;
-        if (son.fOpen) nextV.push_back({static_cast<int>(nodeV.size()), total, nullptr});
+        if (son.countDoc > limits.numBound && !fTooDeep) {
+            OpenNode next;
+            next.idxNode = static_cast<int>(nodeV.size());
+            next.total = total;
+            // With the first open son, for ShareHistograms; the second finds none left.
+            next.histogram = std::move(open.histogram);
+            nextV.push_back(std::move(next));
+        }
         nodeV.push_back(son);
         total = open.total;
         total -= open.left;
     }
-    // The histogram goes to the first open son, for PrepareHistograms to share out.
-    const bool fOpenSons = open.sons[0].fOpen || open.sons[1].fOpen;
-    if (fOpenSons) {
-        const size_t first = nextV.size() - (open.sons[0].fOpen && open.sons[1].fOpen ? 2u : 1u);
-        nextV[first].histogram = std::move(open.histogram);
-    }
 }
 
-void RegressionGrowth::PrepareHistograms(std::vector<OpenNode>& nextV) {
+// Each histogram that came down from a parent goes to its sons, or back where they are better off
+// without.
+void RegressionGrowth::ShareHistograms(std::vector<OpenNode>& nextV) {
     const double cells = static_cast<double>(data.NumCells());
-    const double directRows = std::max(cells * tuning.directPercent / 100, 1.0 * tuning.smallNode);
+    const double directRows =
+        std::max(cells * tuning.directPercent / 100, static_cast<double>(tuning.smallNode));
+    std::vector<size_t> firstV;  // of the sons whose parent's histogram is to be shared
     for (size_t i = 0; i < nextV.size(); ++i) {
         if (!nextV[i].histogram) continue;
-        std::unique_ptr<Histogram> parent = std::move(nextV[i].histogram);
-        const GrownNode& node = nodeV[static_cast<size_t>(nextV[i].idxNode)];
-        const GrownNode& father = nodeV[static_cast<size_t>(node.parent)];
-        const GrownNode& left = nodeV[static_cast<size_t>(father.lson)];
-        const GrownNode& right = nodeV[static_cast<size_t>(father.rson)];
-        const bool fLeftSmaller = left.countDoc <= right.countDoc;
-        const GrownNode& smaller = fLeftSmaller ? left : right;
-        const GrownNode& larger = fLeftSmaller ? right : left;
-        if (larger.countDoc <= directRows || !larger.fOpen) {
-            GiveBack(std::move(parent));
-            continue;
+        const GrownNode& father =
+            nodeV[static_cast<size_t>(nodeV[static_cast<size_t>(nextV[i].idxNode)].parent)];
+        const int larger = std::max(father.countL, father.countDoc - father.countL);
+        if (larger > directRows) {
+            firstV.push_back(i);
+        } else {
+            store.GiveBack(std::move(nextV[i].histogram));
         }
-        std::unique_ptr<Histogram> counted = TakeHistogram();
-        workerV[0]->filler.Add(SliceOf(smaller), fixed, allColumnV, *counted);
-        for (size_t c = 0; c < parent->cellV.size(); ++c) parent->cellV[c] -= counted->cellV[c];
-        const bool fBothOpen = smaller.fOpen;
-        if (!fBothOpen) {
-            nextV[i].histogram = std::move(parent);
-            GiveBack(std::move(counted));
-            continue;
+    }
+    const bool fTeams = firstV.size() < workerV.size();
+    const auto share = [&](size_t i, int worker) {
+        std::unique_ptr<Histogram> larger = std::move(nextV[i].histogram);
+        const GrownNode& father =
+            nodeV[static_cast<size_t>(nodeV[static_cast<size_t>(nextV[i].idxNode)].parent)];
+        const bool fLeftSmaller = 2 * father.countL <= father.countDoc;
+        const int smallerSon = fLeftSmaller ? father.lson : father.rson;
+        const RowSlice slice = SliceOf(nodeV[static_cast<size_t>(smallerSon)]);
+        std::unique_ptr<Histogram> counted =
+            fTeams ? store.Count(slice) : store.CountAlone(slice, worker);
+        if (fTeams) {
+            store.Subtract(*larger, *counted);
+        } else {
+            HistogramStore::SubtractAlone(*larger, *counted);
         }
-        nextV[fLeftSmaller ? i : i + 1].histogram = std::move(counted);
-        nextV[fLeftSmaller ? i + 1 : i].histogram = std::move(parent);
-        ++i;
+        for (size_t j = i; j < std::min(i + 2, nextV.size()); ++j) {
+            if (nextV[j].idxNode == smallerSon) nextV[j].histogram = std::move(counted);
+            if (nextV[j].idxNode == father.lson + father.rson - smallerSon) {
+                nextV[j].histogram = std::move(larger);
+            }
+        }
+        store.GiveBack(std::move(counted));
+        store.GiveBack(std::move(larger));
+    };
+    if (fTeams) {
+        for (const size_t i : firstV) share(i, 0);
+    } else {
+        pool.For(static_cast<int>(firstV.size()),
+                 [&](int i, int worker) { share(firstV[static_cast<size_t>(i)], worker); });
     }
 }
 

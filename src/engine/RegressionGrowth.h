@@ -9,6 +9,7 @@
 #include "Columns.h"
 #include "FixedPoint.h"
 #include "Histogram.h"
+#include "HistogramStore.h"
 #include "NodeSearch.h"
 #include "RowPartition.h"
 #include "Tuning.h"
@@ -38,7 +39,6 @@ struct GrownNode {
     int countL = 0;
     double gradAll = 0.0;
     int wgtAll = 0;
-    bool fOpen = false;  // may still be split
 };
 
 // Decides what the sums cannot: the plain search of a node over some of its slots. The arrays hold
@@ -76,19 +76,16 @@ class RegressionGrowth {
     struct Worker;
 
     void TakeRows(const double* gradV, const int* weightV, const int* indexV, int num);
-    void PlantRoot();
-    void FillRoot(const double* gradV, const int* weightV, Histogram& histogram);
+    OpenNode PlantRoot(const double* gradV, const int* weightV);
     void GrowLevel(std::vector<OpenNode>& levelV, long* seed, std::vector<OpenNode>& nextV);
     void DrawColumns(OpenNode* batch, size_t numBatch, long* seed);
-    void SearchAndMove(OpenNode& open, Worker& worker);
+    void SplitBatch(OpenNode* batch, size_t numBatch);
+    void SplitNode(OpenNode& open, Worker& worker);
     SplitPoint FindSplit(OpenNode& open, Worker& worker);
+    void SumSons(OpenNode& open, WorkerPool* workers);
     void AppendSons(OpenNode& open, std::vector<OpenNode>& nextV);
-    void SumSons(GrownNode& left, GrownNode& right);
-    void PrepareHistograms(std::vector<OpenNode>& nextV);
-    void CloseFrom(size_t idxNode);
+    void ShareHistograms(std::vector<OpenNode>& nextV);
     RowSlice SliceOf(const GrownNode& node) const;
-    std::unique_ptr<Histogram> TakeHistogram();
-    void GiveBack(std::unique_ptr<Histogram> histogram);
 
     const Columns& data;
     WorkerPool& pool;
@@ -101,9 +98,9 @@ class RegressionGrowth {
     int numLeaf = 1;
     bool fSlicesTrue = true;
     std::vector<uint8_t> fInV;
-    std::vector<int> allColumnV;
-    std::vector<std::unique_ptr<Worker>> workerV;
-    std::vector<std::unique_ptr<Histogram>> freeV;  // to be used again
+    HistogramStore store;
+    std::vector<std::unique_ptr<Worker>> workerV;  // each grows nodes by itself
+    std::unique_ptr<Worker> team;                  // all together on one node
 };
 
 }  // namespace engine

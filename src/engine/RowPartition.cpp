@@ -2,53 +2,79 @@
 #include "RowPartition.h"
 
 #include <algorithm>
-#include <limits>
+#include <cstring>
 #include <utility>
 
 namespace sylvora {
 namespace engine {
 namespace {
 
+constexpr int kChunkRows = 16384;
 constexpr int kAhead = 32;
 
+int NumChunks(int count) {
+    return (count + kChunkRows - 1) / kChunkRows;
+}
+
 }  // namespace
+
+// Calls task(chunk, begin, end) for stretches of [0, count).
+template <typename Task>
+void RowPartition::ForChunks(int count, const Task& task) {
+    const auto run = [&](int chunk, int) {
+        task(static_cast<size_t>(chunk), chunk * kChunkRows,
+             std::min((chunk + 1) * kChunkRows, count));
+    };
+    if (pool != nullptr) return pool->For(NumChunks(count), run);
+    for (int chunk = 0; chunk < NumChunks(count); ++chunk) run(chunk, 0);
+}
 
 SplitPoint RowPartition::MarkByRank(TreeRows& rows, int begin, int count, int id,
                                     uint32_t lastRank) {
     const Column& column = data.At(id);
-    if (column.fNarrow) return Mark(rows, begin, count, column.codeV.data(), lastRank, id);
-    return Mark(rows, begin, count, column.rankV.data(), lastRank, id);
-}
-
-template <typename Rank>
-SplitPoint RowPartition::Mark(TreeRows& rows, int begin, int count, const Rank* rankV,
-                              uint32_t lastRank, int column) {
-    SplitPoint split;
-    split.column = column;
-    // The neighbours of the cut within the node, as rank and row in one word each.
-    uint64_t highestLeft = 0;
-    uint64_t lowestRight = std::numeric_limits<uint64_t>::max();
-    const int end = begin + count;
-    const int* indexV = rows.indexV.data();
-    for (int i = begin; i < end; ++i) {
-        __builtin_prefetch(rankV + indexV[std::min(i + kAhead, end - 1)]);
-        const uint32_t row = static_cast<uint32_t>(indexV[i]);
-        const uint32_t rank = rankV[row];
-        const uint64_t word = (static_cast<uint64_t>(rank) << 32) | row;
-        const bool fLeft = rank <= lastRank;
-        rows.fLeftV[static_cast<size_t>(i)] = fLeft;
-        split.countL += fLeft;
-        highestLeft = std::max(highestLeft, fLeft ? word : 0);
-        lowestRight = std::min(lowestRight, fLeft ? lowestRight : word);
+    markedV.assign(static_cast<size_t>(NumChunks(count)), Marked());
+    ForChunks(count, [&](size_t chunk, int from, int to) {
+        markedV[chunk] = column.fNarrow
+                             ? Mark(rows, begin + from, begin + to, column.codeV.data(), lastRank)
+                             : Mark(rows, begin + from, begin + to, column.rankV.data(), lastRank);
+    });
+    Marked all;
+    for (const Marked& marked : markedV) {
+        all.highestLeft = std::max(all.highestLeft, marked.highestLeft);
+        all.lowestRight = std::min(all.lowestRight, marked.lowestRight);
+        all.countL += marked.countL;
     }
-    const double low = data.Value(static_cast<int>(highestLeft & 0xffffffffu), column);
-    const double high = data.Value(static_cast<int>(lowestRight & 0xffffffffu), column);
+    SplitPoint split;
+    split.column = id;
+    split.countL = all.countL;
+    const double low = data.Value(static_cast<int>(all.highestLeft & 0xffffffffu), id);
+    const double high = data.Value(static_cast<int>(all.lowestRight & 0xffffffffu), id);
     split.threshold = (low + high) * 0.5;
     // The midpoint of neighbouring doubles can round up to the higher one, or overflow.
     if (!(low <= split.threshold && split.threshold < high)) {
         MarkByValue(rows, begin, count, split);
     }
     return split;
+}
+
+template <typename Rank>
+RowPartition::Marked RowPartition::Mark(TreeRows& rows, int begin, int end, const Rank* rankV,
+                                        uint32_t lastRank) const {
+    Marked marked;
+    const int* indexV = rows.indexV.data();
+    uint8_t* fLeftV = rows.fLeftV.data();
+    for (int i = begin; i < end; ++i) {
+        __builtin_prefetch(rankV + indexV[std::min(i + kAhead, end - 1)]);
+        const uint32_t row = static_cast<uint32_t>(indexV[i]);
+        const uint32_t rank = rankV[row];
+        const uint64_t word = (static_cast<uint64_t>(rank) << 32) | row;
+        const bool fLeft = rank <= lastRank;
+        fLeftV[i] = fLeft;
+        marked.countL += fLeft;
+        marked.highestLeft = std::max(marked.highestLeft, fLeft ? word : 0);
+        marked.lowestRight = std::min(marked.lowestRight, fLeft ? marked.lowestRight : word);
+    }
+    return marked;
 }
 
 // The cursors ask two questions: is a row of the left part not at or below the threshold, and is
@@ -66,29 +92,47 @@ void RowPartition::MarkByValue(TreeRows& rows, int begin, int count, SplitPoint&
     split.fSlicesTrue = numLeft == split.countL;
 }
 
+// Writes the places in [begin, begin + count) that are marked `fLeft` to the front of placeV, in
+// order, and returns how many they are.
+int RowPartition::ListMisplaced(const TreeRows& rows, int begin, int count, uint8_t fLeft,
+                                std::vector<int>& placeV) {
+    if (placeV.size() < static_cast<size_t>(count) + 1)
+        placeV.resize(static_cast<size_t>(count) + 1);
+    countV.assign(static_cast<size_t>(NumChunks(count)), 0);
+    ForChunks(count, [&](size_t chunk, int from, int to) {
+        const uint8_t* fLeftV = rows.fLeftV.data() + begin;
+        int* place = placeV.data() + from;
+        // One place past the stretch may be written, by the last step; it belongs to the next
+        // stretch, so the last step is taken by itself.
+        for (int i = from; i + 1 < to; ++i) {
+            *place = begin + i;
+            place += fLeftV[i] == fLeft;
+        }
+        if (to > from && fLeftV[to - 1] == fLeft) *place++ = begin + to - 1;
+        countV[chunk] = static_cast<int>(place - (placeV.data() + from));
+    });
+    int num = 0;
+    for (size_t chunk = 0; chunk < countV.size(); ++chunk) {
+        const int* from = placeV.data() + chunk * kChunkRows;
+        std::memmove(placeV.data() + num, from, static_cast<size_t>(countV[chunk]) * sizeof(int));
+        num += countV[chunk];
+    }
+    return num;
+}
+
 void RowPartition::Move(TreeRows& rows, int begin, int count, int countL) {
-    wrongLeftV.resize(static_cast<size_t>(count));
-    wrongRightV.resize(static_cast<size_t>(count));
-    const uint8_t* fLeftV = rows.fLeftV.data() + begin;
-    size_t numLeft = 0;
-    for (int i = 0; i < countL; ++i) {
-        wrongLeftV[numLeft] = begin + i;
-        numLeft += fLeftV[i] == 0;
-    }
-    size_t numRight = 0;
-    for (int i = countL; i < count; ++i) {
-        wrongRightV[numRight] = begin + i;
-        numRight += fLeftV[i] != 0;
-    }
+    const int numLeft = ListMisplaced(rows, begin, countL, 0, wrongLeftV);
+    const int numRight = ListMisplaced(rows, begin + countL, count - countL, 1, wrongRightV);
     // The counts differ only for a threshold that is not between its neighbours.
-    const size_t numSwaps = std::min(numLeft, numRight);
-    for (size_t k = 0; k < numSwaps; ++k) {
-        const size_t a = static_cast<size_t>(wrongLeftV[k]);
-        const size_t b = static_cast<size_t>(wrongRightV[k]);
-        std::swap(rows.indexV[a], rows.indexV[b]);
-        std::swap(rows.gradV[a], rows.gradV[b]);
-        if (!rows.weightV.empty()) std::swap(rows.weightV[a], rows.weightV[b]);
-    }
+    ForChunks(std::min(numLeft, numRight), [&](size_t, int from, int to) {
+        for (int k = from; k < to; ++k) {
+            const size_t a = static_cast<size_t>(wrongLeftV[static_cast<size_t>(k)]);
+            const size_t b = static_cast<size_t>(wrongRightV[static_cast<size_t>(k)]);
+            std::swap(rows.indexV[a], rows.indexV[b]);
+            std::swap(rows.gradV[a], rows.gradV[b]);
+            if (!rows.weightV.empty()) std::swap(rows.weightV[a], rows.weightV[b]);
+        }
+    });
 }
 
 }  // namespace engine

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Columns.h"
+#include "WorkerPool.h"
 
 namespace sylvora {
 namespace engine {
@@ -30,7 +31,8 @@ struct SplitPoint {
 
 class RowPartition {
   public:
-    explicit RowPartition(const Columns& columns) : data(columns) {}
+    // With a pool, long slices are shared out among its workers.
+    RowPartition(const Columns& columns, WorkerPool* workers) : data(columns), pool(workers) {}
 
     // Turns "rank at most lastRank goes left" into a split point for the rows [begin, begin +
     // count) and notes in fLeftV what goes where.
@@ -43,12 +45,25 @@ class RowPartition {
     void Move(TreeRows& rows, int begin, int count, int countL);
 
   private:
+    // What a stretch of rows says of a cut; neighbours as rank and row in one word each.
+    struct Marked {
+        uint64_t highestLeft = 0;
+        uint64_t lowestRight = ~uint64_t{0};
+        int countL = 0;
+    };
+
+    template <typename Task>
+    void ForChunks(int count, const Task& task);
     template <typename Rank>
-    SplitPoint Mark(TreeRows& rows, int begin, int count, const Rank* rankV, uint32_t lastRank,
-                    int column);
+    Marked Mark(TreeRows& rows, int begin, int end, const Rank* rankV, uint32_t lastRank) const;
+    int ListMisplaced(const TreeRows& rows, int begin, int count, uint8_t fLeft,
+                      std::vector<int>& placeV);
 
     const Columns& data;
+    WorkerPool* pool;
     std::vector<int> wrongLeftV, wrongRightV;
+    std::vector<Marked> markedV;  // by chunk
+    std::vector<int> countV;      // by chunk
 };
 
 }  // namespace engine

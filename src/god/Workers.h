@@ -12,6 +12,11 @@
 
 namespace sylvora {
 
+// Reports that a thread could not be started.
+[[nodiscard]] inline int FailToStart(int code) {
+    return Fail("ERROR: pthread_create for multi-split nodes  error: error_code=", code, "\n");
+}
+
 // What became of a ForkJoin.
 struct Joined {
     int status;       // -1 when a thread could not be started or joined
@@ -29,8 +34,7 @@ template <typename Record>
     while (numStarted < records.size()) {
         const int code = pthread_create(&ids[numStarted], nullptr, entry, &records[numStarted]);
         if (code != 0) {
-            joined.status =
-                Fail("ERROR: pthread_create for multi-split nodes  error: error_code=", code, "\n");
+            joined.status = FailToStart(code);
             break;
         }
         ++numStarted;

@@ -1,0 +1,54 @@
+// Sorting of (rank, place) keys; see KeySort.h.
+#include "KeySort.h"
+
+#include <algorithm>
+
+namespace sylvora {
+namespace engine {
+namespace {
+
+constexpr size_t kFewKeys = 24;
+constexpr size_t kSomeKeys = 768;
+constexpr int kDigitBits = 11;
+
+// Places rise within the keys as they come, so comparing whole keys keeps equal ranks in order.
+void InsertionSort(std::vector<uint64_t>& keyV) {
+    for (size_t i = 1; i < keyV.size(); ++i) {
+        const uint64_t key = keyV[i];
+        size_t k = i;
+        for (; k > 0 && keyV[k - 1] > key; --k) keyV[k] = keyV[k - 1];
+        keyV[k] = key;
+    }
+}
+
+void SortByDigit(const std::vector<uint64_t>& from, std::vector<uint64_t>& to, uint32_t lowest,
+                 int shift) {
+    constexpr uint32_t kMask = (1u << kDigitBits) - 1;
+    size_t beginV[kMask + 1] = {};
+    for (const uint64_t key : from) ++beginV[((RankOf(key) - lowest) >> shift) & kMask];
+    size_t begin = 0;
+    for (size_t& entry : beginV) {
+        const size_t count = entry;
+        entry = begin;
+        begin += count;
+    }
+    for (const uint64_t key : from) to[beginV[((RankOf(key) - lowest) >> shift) & kMask]++] = key;
+}
+
+}  // namespace
+
+void SortKeys(std::vector<uint64_t>& keyV, std::vector<uint64_t>& other) {
+    if (keyV.size() <= kFewKeys) return InsertionSort(keyV);
+    if (keyV.size() <= kSomeKeys) return std::sort(keyV.begin(), keyV.end());
+    const auto [low, high] = std::minmax_element(keyV.begin(), keyV.end());
+    const uint32_t lowest = RankOf(*low);
+    const uint32_t range = RankOf(*high) - lowest;
+    other.resize(keyV.size());
+    for (int shift = 0; shift < 32 && (range >> shift) != 0; shift += kDigitBits) {
+        SortByDigit(keyV, other, lowest, shift);
+        keyV.swap(other);
+    }
+}
+
+}  // namespace engine
+}  // namespace sylvora

@@ -1,0 +1,27 @@
+// Sorting of (rank, place) keys.
+#ifndef SYLVORA_ENGINE_KEYSORT_H
+#define SYLVORA_ENGINE_KEYSORT_H
+
+#include <cstdint>
+#include <vector>
+
+namespace sylvora {
+namespace engine {
+
+inline uint64_t KeyOf(uint32_t rank, int place) {
+    return (static_cast<uint64_t>(rank) << 32) | static_cast<uint32_t>(place);
+}
+inline uint32_t RankOf(uint64_t key) {
+    return static_cast<uint32_t>(key >> 32);
+}
+inline uint32_t PlaceOf(uint64_t key) {
+    return static_cast<uint32_t>(key);
+}
+
+// Sorts by rank; keys of one rank keep their order. `other` is room to work in.
+void SortKeys(std::vector<uint64_t>& keyV, std::vector<uint64_t>& other);
+
+}  // namespace engine
+}  // namespace sylvora
+
+#endif  // SYLVORA_ENGINE_KEYSORT_H
