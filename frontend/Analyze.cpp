@@ -26,7 +26,7 @@ int LoadTest(const std::string& fileTest, TreeLearner& model) {
     if (file.Scan() != 0) return -1;
     const int dim = WidestRow({&file}, model.getFeatureDim());
     if (CheckMemory({&file}, file.NumRows(), dim) != 0) return -1;
-    if (ReadSet(file, dim, model.CfgInfo.modelType == "GBRank", set) != 0) return -1;
+    if (ReadSet(file, dim, {model.CfgInfo.modelType == "GBRank", false}, set) != 0) return -1;
     constexpr int kTest = 1;
     return HandOver(set, file, kTest, model);
 }

@@ -3,7 +3,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
+#include <string>
 #include <utility>
 
 #include "god/Report.h"
@@ -16,6 +18,17 @@ const DataFile& WidestFile(const std::vector<DataFile*>& fileV) {
         return a->LargestId() < b->LargestId();
     };
     return **std::max_element(fileV.begin(), fileV.end(), narrower);
+}
+
+// A model could not be read back with an infinite threshold or mean in it.
+int CheckFinite(const DataFile& file, const DataRow& row) {
+    const auto isInfinite = [](double value) { return !std::isfinite(value); };
+    const auto infinite = std::find_if(row.valueV.begin(), row.valueV.end(), isInfinite);
+    if (!isInfinite(row.label) && infinite == row.valueV.end()) return 0;
+    const std::string what = isInfinite(row.label)
+                                 ? "the label"
+                                 : Text("the value of id ", infinite - row.valueV.begin() + 1);
+    return file.Refuse(row.line, what + " is infinite; training wants numbers that a double holds");
 }
 
 }  // namespace
@@ -56,8 +69,8 @@ int CheckMemory(const std::vector<DataFile*>& fileV, long numRows, int dim) {
                             wanted / kGigabyte, " GB, the machine has ", present / kGigabyte));
 }
 
-int ReadSet(DataFile& file, int dim, bool fTogether, DataSet& set) {
-    QueryNumbers numbers(file, fTogether);
+int ReadSet(DataFile& file, int dim, const ReadRules& rules, DataSet& set) {
+    QueryNumbers numbers(file, rules.fTogether);
     const size_t numRows = static_cast<size_t>(file.NumRows());
     set.labelV.reserve(numRows);
     set.rowVV.reserve(numRows);
@@ -67,6 +80,7 @@ int ReadSet(DataFile& file, int dim, bool fTogether, DataSet& set) {
         const DataFile::Status status = file.Next(row);
         if (status != DataFile::kRow) return status;
         if (numbers.Append(row, set.queryIdV) != 0) return -1;
+        if (rules.fFinite && CheckFinite(file, row) != 0) return -1;
         if (row.queryId.empty() && set.lineWithoutQuery == 0) set.lineWithoutQuery = row.line;
         set.labelV.push_back(row.label);
         set.rowVV.push_back(std::move(row.valueV));

@@ -50,8 +50,14 @@ int WidestRow(const std::vector<DataFile*>& fileV, int dimLeast);
 // otherwise take all memory. Returns 0, or -1 after a message that names the widest line.
 [[nodiscard]] int CheckMemory(const std::vector<DataFile*>& fileV, long numRows, int dim);
 
+// What the rows of a file must satisfy.
+struct ReadRules {
+    bool fTogether;  // the rows of a query stand together
+    bool fFinite;    // labels and values are finite
+};
+
 // Reads all rows of a scanned file. Returns 0, or -1 after a message.
-[[nodiscard]] int ReadSet(DataFile& file, int dim, bool fTogether, DataSet& set);
+[[nodiscard]] int ReadSet(DataFile& file, int dim, const ReadRules& rules, DataSet& set);
 
 // Moves the set into the learner, as training (0), test (1) or development data (2). Returns 0, or
 // -1 after the learner's message and one that names the file.

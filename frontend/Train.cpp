@@ -50,9 +50,20 @@ int CheckPaths(const Command& command) {
                                 {"fileResultBase", FirstResultFile(cfg)}});
 }
 
-int CheckLoss(const CheckCfgCLS& cfg) {
-    if (cfg.lossFunc != "USER") return 0;
-    return Fail("ERROR: lossFunc USER: only a program that links the library can supply a loss\n");
+// What the library would take, but the command cannot do or the model file cannot hold.
+int CheckSettings(const CheckCfgCLS& cfg) {
+    if (cfg.lossFunc == "USER") {
+        return Fail(
+            "ERROR: lossFunc USER: only a program that links the library can supply a loss\n");
+    }
+    if (cfg.modelType.empty() || cfg.modelType.find_first_of(" \t\n\v\f\r") != std::string::npos) {
+        return Fail("ERROR: modelType \"", cfg.modelType, "\": must be one word, such as GBDT\n");
+    }
+    if (!std::isfinite(cfg.valTau)) return Fail("ERROR: valTau ", cfg.valTau, ": is not finite\n");
+    if (!std::isfinite(static_cast<float>(cfg.valShrink))) {
+        return Fail("ERROR: valShrink ", cfg.valShrink, ": is too large for a model file\n");
+    }
+    return 0;
 }
 
 // The seeds of the run: slot 0 draws with gseed, and the library multiplies tms_seed by the number
@@ -93,7 +104,7 @@ int ReadSets(std::vector<RunSet>& setV, bool fRanking) {
     const int dim = WidestRow(fileV, 0);
     if (CheckMemory(fileV, numRows, dim) != 0) return -1;
     for (RunSet& set : setV) {
-        if (ReadSet(set.file, dim, fRanking, set.data) != 0) return -1;
+        if (ReadSet(set.file, dim, {fRanking, true}, set.data) != 0) return -1;
     }
     return 0;
 }
@@ -126,10 +137,21 @@ int CheckSample(const TreeLearner& learner) {
     return RefuseSample(learner.valSmpRt, numQueries, "queries");
 }
 
+int CheckClasses(const CheckCfgCLS& cfg, const TreeLearner& learner) {
+    for (int i = 0; cfg.fRegCls == "CLS" && i < learner.sampleSize; ++i) {
+        const double label = MapLabel(learner.tranMap, learner.labelV[i]);
+        if (std::trunc(label) >= 0) continue;
+        return Fail("ERROR: fileTrain ", cfg.fileTrain, ": label ", label,
+                    " is no class: classes are 0, 1, 2, ...; labelTran can rename labels\n");
+    }
+    return 0;
+}
+
 int Grow(const CheckCfgCLS& cfg, TreeLearner& learner) {
     // After the training data, whose classes bound the labels of the map.
     if (!cfg.fileTran.empty() && learner.ReadLabelTran(cfg.fileTran) != 0) return -1;
-    if (CheckSample(learner) != 0 || learner.ParamInit() != 0) return -1;
+    if (CheckClasses(cfg, learner) != 0 || CheckSample(learner) != 0 || learner.ParamInit() != 0)
+        return -1;
     ProgressLine progress(learner);
     return learner.Boosting();
 }
@@ -161,7 +183,8 @@ int ReportTest(const CheckCfgCLS& cfg, const TreeLearner& trained) {
 
 int Train(Command& command) {
     CheckCfgCLS& cfg = command.cfg;
-    if (cfg.CheckCfg() != 0 || CheckLoss(cfg) != 0 || CheckPaths(command) != 0 || Seed(cfg) != 0) {
+    if (cfg.CheckCfg() != 0 || CheckSettings(cfg) != 0 || CheckPaths(command) != 0 ||
+        Seed(cfg) != 0) {
         return -1;
     }
     TreeLearner learner(cfg);

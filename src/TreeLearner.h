@@ -59,8 +59,8 @@ SYLVORA_API void* GenerateTreeThreadFunction(void* arg);
 SYLVORA_API void* PredictionThreadFunction(void* arg);
 
 // Told about progress after each round of boosting, or after each tree of a forest: `done` of
-// `total`. Returns 0 to go on; anything else ends the run before the next one (Boosting returns -1
-// and writes no model).
+// `total`. Returns 0 to go on; anything else ends the run there, unless it is done (Boosting returns
+// -1 and writes no model).
 typedef int (*ProgressFuncType)(void* context, int done, int total);
 
 // Thread safety: a learner is trained by one thread, which starts workers of its own. Once trained
@@ -253,12 +253,13 @@ class SYLVORA_API TreeLearner {
     int ComputeGradient(int idBegin, int idEnd);
     friend void* CalLossThreadFunction(void* arg);
 
-    void ReportRows(const char* notice, int count, double numQueries);
+    void ReportRows(const char* notice, int count, int numQueries);
     long* SeedOf(int treeId);
     int SelectRows(int*& selected, int& count, long* seed);
     int GrowTree(int treeId, bool fThreaded);
 
     int PrepareRun(Run& run);
+    void ShareOut(Run& run);
     int AllocateDebugCounters();
     int PlaceSeeds();
     std::vector<boosting_info_t> ShareSamples();
@@ -280,6 +281,8 @@ class SYLVORA_API TreeLearner {
     long sharedSeed = 0;                            // the seed cell of slots 1 and up
     std::unique_ptr<sylvora::EngineRun> engineRun;  // during a run: grows the trees; may be null
     bool fStopped = false;                          // the progress function ended the run
+    int modelDim = 0;       // columns that the ensemble was trained on; 0: made by hand
+    int testDim = 0;        // columns of the test rows
     std::string walkFault;  // why a loaded ensemble cannot be scored; empty: it can
 };
 

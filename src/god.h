@@ -6,7 +6,8 @@
 // the start), and signs only at the start or directly behind the exponent letter. No blanks, no
 // hexadecimal, no "inf" or "nan". What passes is converted as far as strtod or strtol can use it,
 // always with a decimal point, whatever the locale is: "+" is 0, "1e" is 1, "5." is 5. A value
-// out of range becomes infinite or zero; an integer out of range keeps its low 32 bits.
+// out of range becomes infinite or zero; an integer out of range keeps the low 32 bits of its value
+// as a long.
 //
 // Data lines.
 //   line    = label { blank token }
@@ -53,9 +54,10 @@
 // never refreshed, so after initialisation it keeps its 32 values.
 //
 // `idum` is the caller's state word; zero or below asks for (re)initialisation from its absolute
-// value, 1 for zero. The table and the second generator are shared by the whole process, so a
-// stream repeats only if it begins with an initialisation and nothing else draws in between.
-// Safe to call from any thread; the order of concurrent draws is then the scheduler's.
+// value, 1 for zero (beyond 2^34 from its remainder by 2147483563). The table and the second
+// generator are shared by the whole process, so a stream repeats only if it begins with an
+// initialisation and nothing else draws in between. Safe to call from any thread; the order of
+// concurrent draws is then the scheduler's.
 SYLVORA_API double ranz(long* idum);
 
 #endif  // SYLVORA_GOD_H

@@ -7,6 +7,7 @@
 //
 // Lines have at most 4095 characters.
 #include <fstream>
+#include <locale>
 #include <sstream>
 #include <string>
 
@@ -57,6 +58,7 @@ int ReadLines(std::istream& in, CheckCfgCLS& cfg) {
                         kLongestLine, " characters\n");
         }
         std::istringstream tokens(setting);
+        tokens.imbue(std::locale::classic());
         std::string key, separator, value;
         tokens >> key >> separator >> value;
         if (value.empty() || separator != "=") {
@@ -75,6 +77,7 @@ int CheckCfgCLS::ReadCfgFile(std::string file) {
         // A directory opens but cannot be read.
         if (!in || (in.peek(), in.bad())) return Fail("Error: can not open ", file, "\n");
         in.clear();
-        return ReadLines(in, *this);
+        if (ReadLines(in, *this) != 0) return -1;
+        return in.bad() ? Fail("Error: can not read ", file, " to its end\n") : 0;
     });
 }

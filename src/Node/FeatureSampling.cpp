@@ -26,10 +26,16 @@ int NodeCR::SamplingFeature(SamplingFeatureType nodeSampleFeaType, int* selV, lo
                                 fSpecifySplitValue)
             : SamplingFeatureWithoutReplacement(dimFeature, selFeaV, selFeaValue, numSelFea, depth,
                                                 fSpecifySplitValue, seed);
-    // A user sampler's ids are about to index the data.
-    const bool fInside = std::all_of(selFeaV, selFeaV + numSlots,
-                                     [this](int id) { return id >= -1 && id < dimFeature; });
-    if (sampled != 0 || !fInside) return Fail("ERROR: Failed when sampling feature!\n");
+    if (sampled != 0) return Fail("ERROR: Failed when sampling feature!\n");
+    int* const end = selFeaV + numSlots;
+    const auto isOutside = [this](int id) { return id < -1 || id >= dimFeature; };
+    const int* outside = std::find_if(selFeaV, end, isOutside);
+    if (outside != end) {
+        return Fail("ERROR: Failed when sampling feature! Column ", *outside, " is not in [0, ",
+                    dimFeature - 1, "]\n");
+    }
+    // An empty slot ends the list, whichever worker comes upon it.
+    std::fill(std::find(selFeaV, end, -1), end, -1);
     std::copy_n(selFeaV, std::max(numSelFea, 0), selV);
     return 0;
 }

@@ -13,6 +13,7 @@ namespace {
 using sylvora::Cut;
 using sylvora::Fail;
 using sylvora::Guarded;
+using sylvora::Locked;
 
 // The best cut of the slots begin..end of a node; an empty slot ends the search.
 template <typename NodeFacts>
@@ -45,6 +46,7 @@ void TakeCut(NodeCR& node, const Cut& cut) {
     node.splitFea = cut.column;
     node.splitElemFea = cut.threshold;
     node.countL = cut.countL;
+    node.imbr = cut.balance;
 }
 
 // Merges a worker's best. The rule is a total order (score, balance, slot), so the workers' order
@@ -54,20 +56,8 @@ void MergeCut(NodeCR& node, const Cut& cut, bool fBetterOfEquals) {
         TakeCut(node, cut);
         node.bestCriteria = cut.score;
         node.idBest = cut.slot;
-        node.imbr = cut.balance;
     }
 }
-
-class Locked {
-  public:
-    explicit Locked(pthread_mutex_t& m) : mutex(m) { pthread_mutex_lock(&mutex); }
-    ~Locked() { pthread_mutex_unlock(&mutex); }
-    Locked(const Locked&) = delete;
-    Locked& operator=(const Locked&) = delete;
-
-  private:
-    pthread_mutex_t& mutex;
-};
 
 // Cuts the node's slots into ranges, one per thread, and runs `entry` on each.
 int SearchThreaded(const split_info_t& all, void* (*entry)(void*), int numThread,

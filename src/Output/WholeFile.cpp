@@ -7,10 +7,9 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <locale>
-#include <memory>
 
 namespace sylvora {
 namespace {
@@ -21,11 +20,16 @@ std::string FolderOf(const std::string& path) {
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-// The path behind symbolic links; the path itself where it leads nowhere yet.
-std::string Resolve(const std::string& path) {
-    const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr),
-                                                           &std::free);
-    return real ? real.get() : path;
+// The path behind symbolic links, the last of which may lead to a file that is not there yet.
+std::string Resolve(std::string path) {
+    constexpr int kMostLinks = 40;
+    for (int numLinks = 0; numLinks < kMostLinks; ++numLinks) {
+        std::error_code none;
+        const std::filesystem::path next = std::filesystem::read_symlink(path, none);
+        if (none) break;
+        path = next.is_absolute() ? next.string() : FolderOf(path) + "/" + next.string();
+    }
+    return path;
 }
 
 bool SyncPath(const std::string& path, int flags) {
@@ -41,8 +45,9 @@ bool SyncPath(const std::string& path, int flags) {
 // Creates an empty file beside `target` that nobody else uses; empty (with errno) on failure.
 std::string CreateBeside(const std::string& target) {
     for (int numTry = 0;; ++numTry) {
-        const std::string name =
-            target + ".tmp" + std::to_string(::getpid()) + "-" + std::to_string(numTry);
+        // A name of its own: the target's may be as long as names can be.
+        const std::string name = FolderOf(target) + "/.sylvora-" + std::to_string(::getpid()) +
+                                 "-" + std::to_string(numTry) + ".tmp";
         const int fd = ::open(name.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666);
         if (fd >= 0) {
             ::close(fd);
@@ -61,8 +66,9 @@ WholeFile::WholeFile(const std::string& path) : target(Resolve(path)) {
         stream.open(target);
     } else if (!fExists || ::access(target.c_str(), W_OK) == 0) {
         temporary = CreateBeside(target);
+        if (temporary.empty()) return;
         if (fExists) ::chmod(temporary.c_str(), old.st_mode & 07777);
-        if (!temporary.empty()) stream.open(temporary);
+        stream.open(temporary);
     }
     stream.imbue(std::locale::classic());
 }

@@ -24,7 +24,7 @@ void TreeCR::Adopt(const std::vector<sylvora::engine::GrownNode>& grownV) {
         node->wgtAll = grown.wgtAll;
         node->avgPredict = grown.gradAll / grown.wgtAll;
         if (grown.splitFea >= 0) ++numLeaf;
-        NodeV.push_back(node.release());
+        NodeV.push_back(node.release());  // within the reserved room
     }
     depth = NodeV.back()->depth;
     if (fPrint) {

@@ -169,7 +169,10 @@ int TreeCR::AppendSons(NodeCR& node, int idxNode) {
         auto son = std::make_unique<NodeCR>(dimFeature, ratio, numBound, maxDepth);
         const int initialised =
             son->Init(startDoc, countDoc, idxNode, node.depth + 1, fPrint, modelType, fRegCls);
-        if (initialised == 0) NodeV.push_back(son.release());
+        if (initialised == 0) {
+            NodeV.push_back(son.get());
+            son.release();
+        }
         return initialised;
     };
     node.lson = static_cast<int>(NodeV.size());

@@ -2,6 +2,7 @@
 #include <sys/time.h>
 
 #include <algorithm>
+#include <climits>
 #include <vector>
 
 #include "../TreeLearner.h"
@@ -50,6 +51,7 @@ struct TreeLearner::Run {
 
 int TreeLearner::Boosting() {
     const int status = sylvora::Guarded([&] {
+        if (gradientV == nullptr) return Fail("ERROR: Boosting needs ParamInit first!\n");
         if (CfgInfo.fPrint) Print("Start Boosting ...\n");
         const long start = Now();
         Run run;
@@ -71,6 +73,16 @@ int TreeLearner::PrepareRun(Run& run) {
     if (fDebug && AllocateDebugCounters() != 0) {
         return Fail("ERROR: Failed to allocate memory!\n");
     }
+    try {
+        ShareOut(run);
+    } catch (const std::bad_alloc&) {
+        return Fail("ERROR: Failed to allocate memory for boosting!\n");
+    }
+    if (PlaceSeeds() != 0) return -1;
+    return sylvora::EngineRun::Start(*this, engineRun);
+}
+
+void TreeLearner::ShareOut(Run& run) {
     int lastSample = -1;
     run.fEachOnce = true;
     for (const boosting_info_t& share : ShareSamples()) {
@@ -81,8 +93,6 @@ int TreeLearner::PrepareRun(Run& run) {
     }
     run.fEachOnce = run.fEachOnce && lastSample == sampleSize - 1;
     run.tids.resize(run.shares.size());
-    if (PlaceSeeds() != 0) return -1;
-    return sylvora::EngineRun::Start(*this, engineRun);
 }
 
 int TreeLearner::AllocateDebugCounters() {
@@ -123,7 +133,7 @@ std::vector<boosting_info_t> TreeLearner::ShareSamples() {
 // Whole queries for each worker. When the last query has a single sample, the worker before the
 // last ends on it too; the last one starts there as well.
 std::vector<boosting_info_t> TreeLearner::ShareQueries() {
-    const int numQueries = queryIdV[sampleSize - 1] + 1;
+    const int numQueries = std::clamp(queryIdV[sampleSize - 1], -1, INT_MAX - 1) + 1;
     numThread = std::max(std::min(numThread, numQueries), 1);
     const int last = sampleSize - 1;
     std::vector<boosting_info_t> shares;
@@ -159,6 +169,7 @@ int TreeLearner::BoostRound(Run& run, int idxTree) {
     if (CfgInfo.fPrint) Print("******* Tree ID: ", idxTree, "  *******\n");
     if (run.Fork(CalLossThreadFunction) != 0) return -1;
     TreeGroup.clear();
+    GroupTreeCnt = 0;
     if (modelType == "RandomForest") {
         if (GenerateForest() != 0) return -1;
     } else if (GenerateTree() != 0) {
@@ -174,17 +185,14 @@ int TreeLearner::BoostRound(Run& run, int idxTree) {
 }
 
 // The slots draw from one stream, each where the one before it ended, so that a forest does not
-// depend on the number of threads: the shares are grown in slot order. A share that fails is
-// reported and leaves its remaining slots empty.
+// depend on the number of threads: the slots are grown in order. One that fails is reported and
+// left out.
 int TreeLearner::GenerateForest() {
-    GroupTreeCnt = 0;
-    for (int t = 0; t < numThread; ++t) {
-        generate_tree_info_t share = {this, PartBegin(sizeGroup, numThread, t),
-                                      PartBegin(sizeGroup, numThread, t + 1) - 1};
+    for (int slot = 0; slot < sizeGroup && !fStopped; ++slot) {
+        generate_tree_info_t share = {this, slot, slot};
         GenerateTreeThreadFunction(&share);
-        if (fStopped) return -1;
     }
-    return 0;
+    return fStopped ? -1 : 0;
 }
 
 void TreeLearner::WriteRoundResult(int idxTree) {
@@ -206,14 +214,15 @@ int TreeLearner::FinishRun() {
         }
         of_debug.close();
     }
+    modelDim = dimFea;
     if (SaveModelFull(fileModel) != 0) return Fail("ERROR: Failed to save the full model!\n");
     return 0;
 }
 
 bool TreeLearner::IsStopped(int done, int total) {
-    if (progressFunction == nullptr || progressFunction(progressContext, done, total) == 0) {
-        return false;
-    }
+    const bool fGoOn =
+        progressFunction == nullptr || progressFunction(progressContext, done, total) == 0;
+    if (fGoOn || done == total) return false;
     fStopped = true;
     sylvora::Warn("Notice: Training was stopped after ", done, " of ", total,
                   ", no model is written!\n");

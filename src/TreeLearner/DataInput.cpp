@@ -77,6 +77,7 @@ int TreeLearner::CopySet(const VecDle& l, VecVecDle& f, const VecInt& q, int typ
         return -1;
     }
     std::copy(l.begin(), l.end(), labels);
+    if (fTest) testDim = dimFea;
     for (size_t i = 0; i < f.size(); ++i) {
         const char* name = fTest ? "allocating featureTestVV[]" : "allocating featureDevVV[]";
         if (MoveRow(f[i], rows[i], name) != 0) return -1;

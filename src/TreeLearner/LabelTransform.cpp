@@ -37,6 +37,7 @@ int TreeLearner::ReadLabelTran(std::string file) {
             }
             tranMap.emplace(originalLabel, valTran);
         }
+        if (in.bad()) return sylvora::Fail("ERROR: Can not read ", file, " to its end!\n");
         if (!CfgInfo.fPrint) return 0;
         sylvora::Print("Read Label Tran:\n");
         for (const auto& [label, transformed] : tranMap) {

@@ -19,7 +19,7 @@ namespace {
 // Forces on the first of two samples with labels a and b, predictions that differ by `difference`
 // and the margin tau; the second sample gets the opposite.
 double MarginOf(double a, double b, double tau) {
-    return a != b ? tau * std::fabs(a - b) : tau;
+    return tau * std::fabs(a - b);
 }
 
 // Burges et al., "Learning to rank using gradient descent" (2005), with a margin.
@@ -110,6 +110,7 @@ int TreeLearner::ComputeDistinctPair() {
         std::fill_n(numPairDistinctQueV, sampleSize, 1);
         return 0;
     }
+    if (queryIdV == nullptr) return Fail("ERROR: Size of qid does not match the data!\n");
     long long total = 0;
     for (int i = 0; i < sampleSize; ++i) {
         for (int j = i + 1; j < sampleSize && queryIdV[j] == queryIdV[i]; ++j) {

@@ -150,11 +150,13 @@ std::string FindTreeFault(const TreeCR& tree, bool fClassification) {
 
 int TreeLearner::LoadModelFull(std::string fileM) {
     return sylvora::Guarded([&] {
+        walkFault = "the model was not loaded in full";
         ModelSource source(fileM);
         if (!source.IsOpen()) return Fail("ERROR: Cannot open model file!\n");
         if (source.IsEmpty()) return Fail("ERROR: empty model file!\n");
         if (ReadHeader(source, *this) != 0) return -1;
         if (ReadMeans(source, featureMean, dimFea) != 0) return -1;
+        modelDim = dimFea;
         StepLengthV.assign(source.Trusted(numTree, kShortestGroup), 0.0f);
         RetireTrees();
         for (size_t g = 0; g < StepLengthV.size(); ++g) {

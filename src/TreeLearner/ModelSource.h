@@ -24,7 +24,8 @@ class ModelSource {
         if (end >= 0) numBytes = static_cast<size_t>(end);
     }
 
-    bool IsOpen() const { return in.is_open(); }
+    // Not for a directory, which opens but cannot be read.
+    bool IsOpen() { return in.is_open() && (in.peek(), !in.bad()); }
     bool IsEmpty() { return in.peek() == std::ifstream::traits_type::eof(); }
     bool IsGood() const { return in.good(); }
 

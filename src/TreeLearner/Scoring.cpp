@@ -31,7 +31,8 @@ int TreeLearner::OnlineTesting(double* line, double& result, int n, double* full
     if (CfgInfo.fRegCls != "REG" && CfgInfo.fRegCls != "CLS") {
         return Fail("ERROR: Please config the task REG or CLS in cfg!\n");
     }
-    if (dimFea > n) return Fail("ERROR: dimension of input line doesn't match the model!\n");
+    if (std::max(dimFea, modelDim) > n)
+        return Fail("ERROR: dimension of input line doesn't match the model!\n");
     if (!walkFault.empty()) return Fail("ERROR: Wrong model format!\n", walkFault, "\n");
     if (CfgInfo.fRegCls == "REG") {
         for (size_t g = 0; g < TreeVV.size(); ++g) {

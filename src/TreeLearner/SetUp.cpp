@@ -1,6 +1,5 @@
 // A learner's life: construction, the arrays of a run, and what is freed when.
 #include <algorithm>
-#include <set>
 
 #include "../TreeLearner.h"
 #include "../god/Report.h"
@@ -159,11 +158,22 @@ void TreeLearner::FreeDebugCounters() {
     FreeArray(fea_debug);
 }
 
-// TreeGroup may hold trees that no round has taken over yet, and usually those of the last round.
+// TreeGroup usually holds the trees of the last round, but may hold some that no round took over.
 void TreeLearner::FreeTrees() {
-    RetireTrees();
-    const std::set<TreeCR*> trees(retiredV.begin(), retiredV.end());
-    for (TreeCR* tree : trees) delete tree;
+    const auto isEnsembles = [this](const TreeCR* tree) {
+        return std::any_of(TreeVV.begin(), TreeVV.end(), [tree](const auto& group) {
+            return std::find(group.begin(), group.end(), tree) != group.end();
+        });
+    };
+    for (TreeCR* tree : TreeGroup) {
+        if (!isEnsembles(tree)) delete tree;
+    }
+    for (const auto& group : TreeVV) {
+        for (TreeCR* tree : group) delete tree;
+    }
+    for (TreeCR* tree : retiredV) delete tree;
+    TreeGroup.clear();
+    TreeVV.clear();
     retiredV.clear();
 }
 
@@ -171,6 +181,8 @@ void TreeLearner::FreeTrees() {
 void TreeLearner::RetireTrees() {
     for (const auto& group : TreeVV) retiredV.insert(retiredV.end(), group.begin(), group.end());
     retiredV.insert(retiredV.end(), TreeGroup.begin(), TreeGroup.end());
+    std::sort(retiredV.begin(), retiredV.end());
+    retiredV.erase(std::unique(retiredV.begin(), retiredV.end()), retiredV.end());
     TreeVV.clear();
     TreeGroup.clear();
 }

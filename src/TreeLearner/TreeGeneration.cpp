@@ -45,11 +45,10 @@ int TreeLearner::GrowTree(int treeId, bool fThreaded) {
                                 CfgInfo.fPrintLeafDistribution, of_debug, fea_debug, seed) != 0) {
             return Fail("ERROR: Failed when TreeCR grows!\n");
         }
-        pthread_mutex_lock(&generateTree_mutex);
-        TreeGroup.reserve(TreeGroup.size() + 1);
-        TreeGroup.push_back(tree.release());
+        const sylvora::Locked lock(generateTree_mutex);
+        TreeGroup.push_back(tree.get());
+        tree.release();
         ++GroupTreeCnt;
-        pthread_mutex_unlock(&generateTree_mutex);
         return 0;
     });
 }

@@ -118,7 +118,7 @@ Columns::Columns(const double* const* rows, int numRow, int numColumn, int mostB
     pool.For((numRows + kChunk - 1) / kChunk, [&](int chunk, int) {
         const int end = std::min(numRows, (chunk + 1) * kChunk);
         for (int row = chunk * kChunk; row < end; ++row) {
-            uint16_t* codes = &wideRows.codeV[static_cast<size_t>(row) * wideRows.stride];
+            uint16_t* codes = wideRows.codeV.data() + static_cast<size_t>(row) * wideRows.stride;
             for (const int column : wideV) {
                 *codes++ = binVV[static_cast<size_t>(column)][static_cast<size_t>(row)];
             }
@@ -196,7 +196,7 @@ void Columns::FillRowCodes(WorkerPool& pool) {
     pool.For((numRows + kChunk - 1) / kChunk, [&](int chunk, int) {
         const int end = std::min(numRows, (chunk + 1) * kChunk);
         for (int row = chunk * kChunk; row < end; ++row) {
-            uint8_t* codes = &narrowRows.codeV[static_cast<size_t>(row) * narrowRows.stride];
+            uint8_t* codes = narrowRows.codeV.data() + static_cast<size_t>(row) * narrowRows.stride;
             for (const int column : narrowV) *codes++ = At(column).codeV[static_cast<size_t>(row)];
         }
     });

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 #include "Report.h"
@@ -57,10 +58,19 @@ inline int PartBegin(int count, int numParts, int t) {
 }
 
 // The exit value of a thread whose work ended with `status`.
-inline void* ExitValue(int status) {
-    static char failed;
-    return status == 0 ? nullptr : &failed;
-}
+inline void* ExitValue(int status) { return reinterpret_cast<void*>(intptr_t{status}); }
+
+// Holds a mutex while it lives.
+class Locked {
+  public:
+    explicit Locked(pthread_mutex_t& m) : mutex(m) { pthread_mutex_lock(&mutex); }
+    ~Locked() { pthread_mutex_unlock(&mutex); }
+    Locked(const Locked&) = delete;
+    Locked& operator=(const Locked&) = delete;
+
+  private:
+    pthread_mutex_t& mutex;
+};
 
 }  // namespace sylvora
 
