@@ -6,6 +6,9 @@ import resource
 import subprocess
 import time
 
+# From here on others take so much of the machine that a run counts as disturbed, in cores.
+DISTURBED = 0.2
+
 # Where a figure can change with the instruction sets, these are the ones that matter.
 FLAGS = ("sse4_2", "avx", "avx2", "bmi2", "avx512f", "avx512bw", "avx512dq", "avx512vl")
 KERNEL_FLAGS = {"avx512": FLAGS[4:], "avx2": ("avx2",), "baseline": (), "": ()}
@@ -80,3 +83,13 @@ class Others:
         busy = (user + nice + system + irq + softirq + steal) / os.sysconf("SC_CLK_TCK")
         usage = resource.getrusage(resource.RUSAGE_CHILDREN)
         return time.monotonic(), busy, usage.ru_utime + usage.ru_stime
+
+
+def wait_until_quiet(patience):
+    """Waits for two seconds in which others leave the machine alone, at most `patience` seconds."""
+    end = time.monotonic() + patience
+    while time.monotonic() < end:
+        with Others() as others:
+            time.sleep(2)
+        if others.cores <= DISTURBED:
+            return
