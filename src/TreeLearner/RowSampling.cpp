@@ -42,14 +42,15 @@ int TreeLearner::RandomSelectURL(int*& selected, int& count, long* seed) {
             return Fail("ERROR: Failed to allocate memory when random select url!\n");
         }
         std::iota(pool.get(), pool.get() + sampleSize, 0);
-        {
-            sylvora::Draws draws(seed);
-            for (int i = 0; i < target; ++i) {
-                const int n = sampleSize - i;
-                int& drawn = pool[static_cast<size_t>(draws.Index(n))];
-                if (numPairDistinctQueV[drawn] > 0) drawnV[static_cast<size_t>(count++)] = drawn;
-                std::swap(drawn, pool[static_cast<size_t>(n - 1)]);
-            }
+        // drawnV first holds the draws themselves, so that the pool can be fetched ahead of them.
+        sylvora::Draws(seed).FisherYates(sampleSize, target, drawnV.get());
+        constexpr int kAhead = 24;
+        for (int i = 0; i < target; ++i) {
+            __builtin_prefetch(&pool[static_cast<size_t>(
+                drawnV[static_cast<size_t>(std::min(i + kAhead, target - 1))])]);
+            int& drawn = pool[static_cast<size_t>(drawnV[static_cast<size_t>(i)])];
+            if (numPairDistinctQueV[drawn] > 0) drawnV[static_cast<size_t>(count++)] = drawn;
+            std::swap(drawn, pool[static_cast<size_t>(sampleSize - i - 1)]);
         }
         int numQueries = 1;
         if (fDebug && CfgInfo.modelType == "GBRank") {

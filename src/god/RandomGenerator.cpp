@@ -17,6 +17,21 @@ namespace {
 struct Multiplier {
     long modulus, factor, quotient, remainder;
 
+    bool IsInRange(long word) const { return word > 0 && word < modulus; }
+
+    // What Next makes of a word in range, the other way round.
+    long Product(long word, long by) const { return word * by % modulus; }
+
+    // `count` times Next, for a word in range.
+    long Jump(long word, long count) const {
+        long power = factor;
+        for (; count > 0; count /= 2) {
+            if (count % 2 != 0) word = Product(word, power);
+            power = Product(power, power);
+        }
+        return word;
+    }
+
     long Next(long word) const {
         const long k = word / quotient;
         const long next = factor * (word - k * quotient) - k * remainder;
@@ -74,6 +89,27 @@ Draws::Draws(long* seed) : lock(generatorMutex), word(seed) {}
 int Draws::Index(int n) {
     const int index = static_cast<int>(n * DrawUnlocked(word));
     return std::min(index, n - 1);
+}
+
+// Draws one by one until both words are in range, where a plain product replaces Schrage's method
+// and the first word, on which nothing drawn depends, can make all its steps at once.
+void Draws::FisherYates(int n, int count, int* indexV) {
+    int i = 0;
+    for (; i < count && !(kFirst.IsInRange(*word) && kSecond.IsInRange(secondWord)); ++i) {
+        indexV[i] = Index(n - i);
+    }
+    *word = kFirst.Jump(*word, count - i);
+    long second = secondWord;
+    long output = lastOutput;
+    for (; i < count; ++i) {
+        second = kSecond.Product(second, kSecond.factor);
+        output = table[output / kPerSlot] - second;
+        output += output < 1 ? kLargest : 0;
+        const double deviate = std::min(kScale * static_cast<double>(output), kBelowOne);
+        indexV[i] = std::min(static_cast<int>((n - i) * deviate), n - i - 1);
+    }
+    secondWord = second;
+    lastOutput = output;
 }
 
 }  // namespace sylvora

@@ -15,6 +15,9 @@ class Draws {
     // A uniform index into a pool of `n` items.
     int Index(int n);
 
+    // `count` indices, the i-th into a pool of n - i items: those of a partial Fisher-Yates draw.
+    void FisherYates(int n, int count, int* indexV);
+
   private:
     std::lock_guard<std::mutex> lock;
     long* word;

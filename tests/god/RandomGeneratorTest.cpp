@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include <cstdlib>
 #include <limits>
 #include <vector>
@@ -66,6 +68,26 @@ TEST(RandomGenerator, DrawsAreTheSameStream) {
     for (size_t i = 0; i < deviates.size(); ++i) {
         const int n = static_cast<int>(i) + 1;
         EXPECT_EQ(draws.Index(n), static_cast<int>(n * deviates[i]));
+    }
+}
+
+// In bulk the words jump and multiply; the draws and the state must be those of ranz.
+TEST(RandomGenerator, DrawsInBulkAsOneByOne) {
+    for (const long seed : {0L, -1L, -12345L, -2147483563L, -2147483564L, -9999999999L}) {
+        for (const int n : {1, 5, 1000}) {
+            long single = seed;
+            long bulk = seed;
+            std::vector<int> expected;
+            for (int i = 0; i < n; ++i) {
+                expected.push_back(std::min(static_cast<int>((n - i) * ranz(&single)), n - i - 1));
+            }
+            const double next = ranz(&single);
+            std::vector<int> drawn(static_cast<size_t>(n));
+            sylvora::Draws(&bulk).FisherYates(n, n, drawn.data());
+            EXPECT_EQ(drawn, expected) << seed;
+            EXPECT_EQ(ranz(&bulk), next) << seed;
+            EXPECT_EQ(bulk, single) << seed;
+        }
     }
 }
 
