@@ -13,7 +13,8 @@ void ReadLines(const Job& job) {
     frontend::DataFile file("text", path);
     Require(file.Scan(), "Scan");
     frontend::DataSet set;
-    Require(frontend::ReadSet(file, frontend::WidestRow({&file}, 0), false, set), "ReadSet");
+    Require(frontend::ReadSet(file, frontend::WidestRow({&file}, 0), {false, true}, set),
+            "ReadSet");
     Say("read", watch.Read());
     struct stat status = {};
     Require(::stat(path.c_str(), &status), "stat");
