@@ -12,5 +12,9 @@ bool UsePlainForm() {
     return value != nullptr && std::strcmp(value, "1") == 0;
 }
 
+const char* ForcedKernel() {
+    return std::getenv("SYLVORA_KERNEL");
+}
+
 }  // namespace engine
 }  // namespace sylvora

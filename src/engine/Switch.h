@@ -9,6 +9,10 @@ namespace engine {
 // and doubts. Asked at the start of a run and when a model is loaded.
 bool UsePlainForm();
 
+// The kernel of batch scoring that the environment asks for, as in SYLVORA_KERNEL=baseline (or
+// avx2, avx512); null where it does not. For tests and comparisons.
+const char* ForcedKernel();
+
 }  // namespace engine
 }  // namespace sylvora
 

@@ -1,0 +1,16 @@
+// The block kernel for processors with AVX2.
+#include "KernelChoice.h"
+
+namespace sylvora {
+namespace engine {
+namespace {
+
+constexpr int kWidth = 32;
+#include "BlockKernel.inl"
+
+}  // namespace
+
+const BlockKernel kAvx2Kernel = {"avx2", FillSlot, FindLeaves};
+
+}  // namespace engine
+}  // namespace sylvora

@@ -1,0 +1,16 @@
+// The block kernel for processors with AVX-512 F, BW, DQ and VL.
+#include "KernelChoice.h"
+
+namespace sylvora {
+namespace engine {
+namespace {
+
+constexpr int kWidth = 64;
+#include "BlockKernel.inl"
+
+}  // namespace
+
+const BlockKernel kAvx512Kernel = {"avx512", FillSlot, FindLeaves};
+
+}  // namespace engine
+}  // namespace sylvora

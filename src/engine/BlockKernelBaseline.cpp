@@ -1,0 +1,16 @@
+// The block kernel for every x86-64 processor.
+#include "KernelChoice.h"
+
+namespace sylvora {
+namespace engine {
+namespace {
+
+constexpr int kWidth = 16;
+#include "BlockKernel.inl"
+
+}  // namespace
+
+const BlockKernel kBaselineKernel = {"baseline", FillSlot, FindLeaves};
+
+}  // namespace engine
+}  // namespace sylvora

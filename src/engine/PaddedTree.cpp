@@ -1,0 +1,91 @@
+// Padded trees and the forms made of them; see PaddedTree.h.
+#include "PaddedTree.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace sylvora {
+namespace engine {
+namespace {
+
+constexpr int kChunkLevels = 3;
+
+}  // namespace
+
+PaddedTree::PaddedTree(const SourceNode* nodes, int treeDepth)
+    : depth(treeDepth), nodeV(size_t{2} << treeDepth, nullptr) {
+    nodeV[1] = nodes;
+    for (size_t i = 1; i < nodeV.size(); ++i) {
+        const SourceNode*& node = nodeV[i];
+        if (node == nullptr) continue;
+        // No value is at most NaN: such a test is none.
+        while (!node->IsLeaf() && std::isnan(node->splitElemFea)) node = nodes + node->rson;
+        if (i >= End()) continue;
+        nodeV[2 * i] = node->IsLeaf() ? node : nodes + node->lson;
+        nodeV[2 * i + 1] = node->IsLeaf() ? nullptr : nodes + node->rson;
+    }
+}
+
+void PaddedTree::AppendWords(const ThresholdCodes& codes, LineVector<uint32_t>& wordV) const {
+    wordV.push_back(0);
+    for (size_t i = 1; i < End(); ++i) {
+        wordV.push_back(ThresholdCodes::kAlwaysLeft);
+        if (!IsTest(i)) continue;
+        wordV.back() = ThresholdCodes::Word(codes.Find(nodeV[i]->splitFea, nodeV[i]->splitElemFea));
+    }
+}
+
+void PaddedTree::AppendValues(LineVector<double>& valueV) const {
+    for (size_t i = End(); i < nodeV.size(); ++i) {
+        valueV.push_back(nodeV[i] != nullptr ? nodeV[i]->value : 0.0);
+    }
+}
+
+// The tests of the levels below position `top`, padded to three levels.
+ChunkTests PaddedTree::Tests(const ThresholdCodes& codes, size_t top, int numLevels) const {
+    ChunkTests tests;
+    int k = 0;
+    for (int level = 0; level < kChunkLevels; ++level) {
+        for (size_t i = top << level; i < (top + 1) << level; ++i, ++k) {
+            tests.codeAt[k] = 0;
+            tests.test[k] = ChunkTests::kAlwaysLeft;
+            if (level >= numLevels || !IsTest(i)) continue;
+            const auto place = codes.Find(nodeV[i]->splitFea, nodeV[i]->splitElemFea);
+            tests.codeAt[k] = codes.CodeAt(place);
+            tests.test[k] = ThresholdCodes::Test(place);
+        }
+    }
+    return tests;
+}
+
+void PaddedTree::AppendChunks(const ThresholdCodes& codes, std::vector<LeafChunk>& leafChunkV,
+                              std::vector<JoinChunk>& joinV) const {
+    std::vector<uint8_t> chunkV(End(), 0);  // of a position: the chunk that finds its leaf numbers
+    uint8_t numChunks = 0;
+    int level = depth - kChunkLevels;
+    const size_t firstTop = size_t{1} << level;
+    for (size_t top = firstTop; top < 2 * firstTop; ++top) {
+        if (nodeV[top] == nullptr) continue;
+        const size_t firstLeaf = (top - firstTop) << kChunkLevels;
+        chunkV[top] = numChunks++;
+        leafChunkV.push_back({Tests(codes, top, kChunkLevels), static_cast<uint8_t>(firstLeaf)});
+    }
+    while (level > 0) {
+        const int numLevels = std::min(level, kChunkLevels);
+        const int numUnused = kChunkLevels - numLevels;
+        level -= numLevels;
+        for (size_t top = size_t{1} << level; top < size_t{2} << level; ++top) {
+            if (nodeV[top] == nullptr) continue;
+            const size_t firstEnd = top << numLevels;
+            chunkV[top] = chunkV[firstEnd];
+            if (!IsTest(top)) continue;
+            JoinChunk join = {Tests(codes, top, numLevels), {}};
+            for (size_t k = 0; k < 8; ++k) join.sonV[k] = chunkV[firstEnd + (k >> numUnused)];
+            chunkV[top] = numChunks++;
+            joinV.push_back(join);
+        }
+    }
+}
+
+}  // namespace engine
+}  // namespace sylvora
