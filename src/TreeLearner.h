@@ -21,6 +21,7 @@
 
 #include <pthread.h>
 
+#include <cstddef>
 #include <fstream>
 #include <map>
 #include <memory>
@@ -59,12 +60,12 @@ SYLVORA_API void* GenerateTreeThreadFunction(void* arg);
 SYLVORA_API void* PredictionThreadFunction(void* arg);
 
 // Told about progress after each round of boosting, or after each tree of a forest: `done` of
-// `total`. Returns 0 to go on; anything else ends the run there, unless it is done (Boosting returns
-// -1 and writes no model).
+// `total`. Returns 0 to go on; anything else ends the run there, unless it is done (Boosting
+// returns -1 and writes no model).
 typedef int (*ProgressFuncType)(void* context, int done, int total);
 
 // Thread safety: a learner is trained by one thread, which starts workers of its own. Once trained
-// or loaded, any number of threads may call OnlineTesting at the same time.
+// or loaded, any number of threads may call OnlineTesting and OnlineTestingBatch at the same time.
 //
 // Ownership: arrays are allocated with malloc or calloc and owned by the learner, as are the trees
 // in TreeVV; TreeGroup borrows trees that TreeVV owns or is about to. Not copyable.
@@ -188,7 +189,19 @@ class SYLVORA_API TreeLearner {
     // or groups if it has empty ones, and receives one value per group (regression) or per slot
     // (classification). Without it a group's vote ends at an absolute majority, so the results of a
     // classification with several groups can differ between the two forms. Allocates nothing.
+    //
+    // Scores with a form of the ensemble that is made when a model has been loaded or trained. It
+    // is left aside once TreeVV, StepLengthV, dimFea or numClass have been changed; nodes that are
+    // changed afterwards do not count until the model is saved and loaded again.
     [[nodiscard]] int OnlineTesting(double* line, double& result, int n, double* fullResult);
+
+    // Scores `n` rows, of which row i begins at rows[i * stride], into results[0..n), with the
+    // results of `n` calls of OnlineTesting that pass a fullResult. `stride` is the number of
+    // values from one row to the next, at least dimFea. Works with at most `numThread` threads, the
+    // caller's included; 0 or less: as many as the process has processors. On failure `results` is
+    // left as it was.
+    [[nodiscard]] int OnlineTestingBatch(const double* rows, size_t n, size_t stride,
+                                         double* results, int numThread);
 
     // Scores the test set and writes to `file`, whole or not at all, what each column contributed.
     [[nodiscard]] int FeatureAnalysis(std::string file);
@@ -271,7 +284,11 @@ class SYLVORA_API TreeLearner {
     int FinishRun();
     bool IsStopped(int done, int total);
 
-    int VoteGroups(double* line, double& result, double* fullResult, long long* countV) const;
+    struct ScoringForm;
+
+    void CompileEnsemble();
+    int CheckScoring(int n) const;
+    int ScoreEachRow(const double* rows, size_t n, size_t stride, double* results) const;
     std::string FindFault() const;
 
     ProgressFuncType progressFunction = nullptr;
@@ -284,6 +301,7 @@ class SYLVORA_API TreeLearner {
     int modelDim = 0;       // columns that the ensemble was trained on; 0: made by hand
     int testDim = 0;        // columns of the test rows
     std::string walkFault;  // why a loaded ensemble cannot be scored; empty: it can
+    std::shared_ptr<const ScoringForm> scoringForm;  // null: the trees are walked one by one
 };
 
 #endif  // SYLVORA_TREELEARNER_H

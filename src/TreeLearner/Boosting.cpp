@@ -215,6 +215,7 @@ int TreeLearner::FinishRun() {
         of_debug.close();
     }
     modelDim = dimFea;
+    CompileEnsemble();
     if (SaveModelFull(fileModel) != 0) return Fail("ERROR: Failed to save the full model!\n");
     return 0;
 }

@@ -163,6 +163,7 @@ int TreeLearner::LoadModelFull(std::string fileM) {
             if (ReadGroup(source, *this, g) != 0) return -1;
         }
         walkFault = FindFault();
+        CompileEnsemble();
         if (CfgInfo.fPrint) sylvora::Print("Load model complete.\n");
         return 0;
     });

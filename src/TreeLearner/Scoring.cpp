@@ -1,80 +1,89 @@
-// Scoring one row with the ensemble, tree by tree.
+// Scoring rows with the ensemble: how the trees' outputs make a score. They come from the compiled
+// form or, where there is none, from walks of the trees one by one.
 #include <algorithm>
+#include <limits>
 #include <vector>
 
 #include "../TreeLearner.h"
+#include "../engine/BatchScoring.h"
+#include "../engine/RowLeaves.h"
 #include "../god/Report.h"
 #include "../god/Truncation.h"
+#include "ScoringForm.h"
 
 using sylvora::Fail;
+using sylvora::engine::RowLeaves;
 
 namespace {
 
 // Votes of this many classes are counted on the stack; for more, each thread keeps an array that
 // its first call makes.
 constexpr int kFewClasses = 4096;
+// Rows from which blocks are faster than one row after the other.
+constexpr size_t kFewRows = 20;
 
-double GroupMean(const std::vector<TreeCR*>& group, double* line) {
-    double sum = 0.0;
-    for (TreeCR* tree : group) sum += tree->Predict(line);
-    return sum / static_cast<double>(group.size());
-}
+// The outputs of the trees for a row; trees are counted through all groups and asked for in order.
+class WalkedLeaves {
+  public:
+    WalkedLeaves(const std::vector<std::vector<TreeCR*>>& groups, double* line)
+        : groupV(groups), row(line) {}
 
-}  // namespace
+    double Value(size_t tree) {
+        for (; tree - firstTree >= groupV[group].size(); ++group) firstTree += groupV[group].size();
+        return groupV[group][tree - firstTree]->Predict(row);
+    }
 
-int TreeLearner::OnlineTesting(double* line, double& result, int n, double* fullResult) {
-    result = 0.0;
-    if (TreeVV.empty() || TreeVV.size() != StepLengthV.size()) {
-        return Fail("ERROR: Wrong tree size or shrink size!\n");
+  private:
+    const std::vector<std::vector<TreeCR*>>& groupV;
+    double* row;
+    size_t group = 0;
+    size_t firstTree = 0;  // of the group
+};
+
+// What a row is scored into. Without a majority rule, every tree votes.
+struct RowScore {
+    double result = 0.0;
+    double* fullResult;
+    bool fMajority;
+};
+
+template <typename Leaves>
+void AddGroups(const TreeLearner& learner, Leaves& leaves, RowScore& score) {
+    double result = 0.0;
+    size_t tree = 0;
+    for (size_t g = 0; g < learner.TreeVV.size(); ++g) {
+        const size_t numTrees = learner.TreeVV[g].size();
+        double predGroup = 0.0;
+        for (size_t j = 0; j < numTrees; ++j) predGroup += leaves.Value(tree++);
+        // To divide by 1 changes nothing.
+        if (numTrees != 1) predGroup /= static_cast<double>(numTrees);
+        result += learner.StepLengthV[g] * predGroup;
+        if (score.fullResult != nullptr) score.fullResult[g] = predGroup;
     }
-    if (dimFea == 0) return Fail("ERROR: feature dimension in model is 0!\n");
-    if (CfgInfo.fRegCls != "REG" && CfgInfo.fRegCls != "CLS") {
-        return Fail("ERROR: Please config the task REG or CLS in cfg!\n");
-    }
-    if (std::max(dimFea, modelDim) > n)
-        return Fail("ERROR: dimension of input line doesn't match the model!\n");
-    if (!walkFault.empty()) return Fail("ERROR: Wrong model format!\n", walkFault, "\n");
-    if (CfgInfo.fRegCls == "REG") {
-        for (size_t g = 0; g < TreeVV.size(); ++g) {
-            const double predGroup = GroupMean(TreeVV[g], line);
-            result += StepLengthV[g] * predGroup;
-            if (fullResult != nullptr) fullResult[g] = predGroup;
-        }
-        return 0;
-    }
-    if (numClass <= kFewClasses) {
-        long long counts[kFewClasses];
-        return VoteGroups(line, result, fullResult, counts);
-    }
-    return sylvora::Guarded([&] {
-        static thread_local std::vector<long long> countV;
-        if (countV.size() < static_cast<size_t>(numClass)) {
-            countV.resize(static_cast<size_t>(numClass));
-        }
-        return VoteGroups(line, result, fullResult, countV.data());
-    });
+    score.result = result;
 }
 
 // Counts and the highest count are deliberately carried from group to group. With fullResult every
 // tree votes; without it a group ends at an absolute majority, and the highest count then stays.
-int TreeLearner::VoteGroups(double* line, double& result, double* fullResult,
-                            long long* countV) const {
-    std::fill_n(countV, std::max(numClass, 0), 0);
+template <typename Leaves>
+int VoteGroups(const TreeLearner& learner, Leaves& leaves, RowScore& score, long long* countV) {
+    std::fill_n(countV, std::max(learner.numClass, 0), 0);
     long long highest = 0;
     double sum = 0.0;
-    for (size_t g = 0; g < TreeVV.size(); ++g) {
-        const std::vector<TreeCR*>& group = TreeVV[g];
-        const double majority = static_cast<double>(group.size()) * 0.5;
+    size_t firstTree = 0;
+    for (size_t g = 0; g < learner.TreeVV.size(); ++g) {
+        const size_t numTrees = learner.TreeVV[g].size();
+        const double majority = static_cast<double>(numTrees) * 0.5;
         double winner = 0.0;
-        for (size_t j = 0; j < group.size(); ++j) {
-            const double pred = group[j]->Predict(line);
+        for (size_t j = 0; j < numTrees; ++j) {
+            const double pred = leaves.Value(firstTree + j);
             const int cls = sylvora::Truncate<int>(pred);
-            if (cls < 0 || cls >= numClass) {
+            if (cls < 0 || cls >= learner.numClass) {
                 return Fail("ERROR: Class label ", pred, " of group ", g, ", tree ", j,
-                            " is not one of the ", numClass, " classes!\n");
+                            " is not one of the ", learner.numClass, " classes!\n");
             }
             const long long count = ++countV[cls];
-            if (fullResult == nullptr && static_cast<double>(count) > majority) {
+            if (score.fMajority && static_cast<double>(count) > majority) {
                 winner = pred;
                 break;
             }
@@ -82,10 +91,89 @@ int TreeLearner::VoteGroups(double* line, double& result, double* fullResult,
                 winner = pred;
                 highest = count;
             }
-            if (fullResult != nullptr) fullResult[j] = pred;
+            if (score.fullResult != nullptr) score.fullResult[j] = pred;
         }
-        sum += StepLengthV[g] * winner;
+        firstTree += numTrees;
+        sum += learner.StepLengthV[g] * winner;
     }
-    result = sum;
+    score.result = sum;
+    return 0;
+}
+
+template <typename Leaves>
+int ScoreRow(const TreeLearner& learner, Leaves leaves, RowScore& score) {
+    if (learner.CfgInfo.fRegCls == "REG") {
+        AddGroups(learner, leaves, score);
+        return 0;
+    }
+    if (learner.numClass <= kFewClasses) {
+        long long counts[kFewClasses];
+        return VoteGroups(learner, leaves, score, counts);
+    }
+    return sylvora::Guarded([&] {
+        static thread_local std::vector<long long> countV;
+        if (countV.size() < static_cast<size_t>(learner.numClass)) {
+            countV.resize(static_cast<size_t>(learner.numClass));
+        }
+        return VoteGroups(learner, leaves, score, countV.data());
+    });
+}
+
+}  // namespace
+
+// Whether rows of `n` values can be scored.
+int TreeLearner::CheckScoring(int n) const {
+    if (TreeVV.empty() || TreeVV.size() != StepLengthV.size()) {
+        return Fail("ERROR: Wrong tree size or shrink size!\n");
+    }
+    if (dimFea == 0) return Fail("ERROR: feature dimension in model is 0!\n");
+    if (CfgInfo.fRegCls != "REG" && CfgInfo.fRegCls != "CLS") {
+        return Fail("ERROR: Please config the task REG or CLS in cfg!\n");
+    }
+    if (std::max(dimFea, modelDim) > n) {
+        return Fail("ERROR: dimension of input line doesn't match the model!\n");
+    }
+    if (!walkFault.empty()) return Fail("ERROR: Wrong model format!\n", walkFault, "\n");
+    return 0;
+}
+
+int TreeLearner::OnlineTesting(double* line, double& result, int n, double* fullResult) {
+    result = 0.0;
+    if (CheckScoring(n) != 0) return -1;
+    RowScore score = {0.0, fullResult, fullResult == nullptr};
+    const int status = scoringForm != nullptr && scoringForm->IsOf(*this)
+                           ? ScoreRow(*this, RowLeaves(*scoringForm->ensemble, line), score)
+                           : ScoreRow(*this, WalkedLeaves(TreeVV, line), score);
+    result = score.result;
+    return status;
+}
+
+int TreeLearner::OnlineTestingBatch(const double* rows, size_t n, size_t stride, double* results,
+                                    int maxThreads) {
+    constexpr size_t kMostValues = std::numeric_limits<int>::max();
+    if (CheckScoring(static_cast<int>(std::min(stride, kMostValues))) != 0) return -1;
+    return sylvora::Guarded([&] {
+        const bool fBlocks = n >= kFewRows && numClass <= kFewClasses && scoringForm != nullptr &&
+                             scoringForm->IsOf(*this);
+        if (!fBlocks) return ScoreEachRow(rows, n, stride, results);
+        sylvora::engine::ScoreRows(*scoringForm->ensemble, {rows, n, stride}, results, maxThreads);
+        return 0;
+    });
+}
+
+int TreeLearner::ScoreEachRow(const double* rows, size_t n, size_t stride, double* results) const {
+    const bool fCompiled = scoringForm != nullptr && scoringForm->IsOf(*this);
+    std::vector<double> scoreV(n);
+    for (size_t i = 0; i < n; ++i) {
+        // Walks only read.
+        double* row = const_cast<double*>(rows) + i * stride;
+        RowScore score = {0.0, nullptr, false};
+        const int status = fCompiled
+                               ? ScoreRow(*this, RowLeaves(*scoringForm->ensemble, row), score)
+                               : ScoreRow(*this, WalkedLeaves(TreeVV, row), score);
+        if (status != 0) return -1;
+        scoreV[i] = score.result;
+    }
+    std::copy(scoreV.begin(), scoreV.end(), results);
     return 0;
 }

@@ -175,6 +175,7 @@ void TreeLearner::FreeTrees() {
     TreeGroup.clear();
     TreeVV.clear();
     retiredV.clear();
+    scoringForm.reset();
 }
 
 // Sets the ensemble aside until the learner goes: a caller may still hold its trees.
@@ -185,6 +186,7 @@ void TreeLearner::RetireTrees() {
     retiredV.erase(std::unique(retiredV.begin(), retiredV.end()), retiredV.end());
     TreeVV.clear();
     TreeGroup.clear();
+    scoringForm.reset();
 }
 
 void TreeLearner::setProgress(ProgressFuncType function, void* context) {

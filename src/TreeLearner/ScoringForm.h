@@ -1,0 +1,30 @@
+// The ensemble as it is scored with, and how to tell that it is still the one in TreeVV.
+#ifndef SYLVORA_TREELEARNER_SCORINGFORM_H
+#define SYLVORA_TREELEARNER_SCORINGFORM_H
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "../TreeLearner.h"
+#include "../engine/CompiledEnsemble.h"
+
+// TreeVV and StepLengthV are anybody's to change, so each use of the compiled form is preceded by a
+// look at whether they hold what was compiled. Nodes are not looked at.
+struct TreeLearner::ScoringForm {
+    // Null where the ensemble is to be scored in the plain form.
+    static std::shared_ptr<const ScoringForm> Make(const TreeLearner& learner);
+
+    bool IsOf(const TreeLearner& learner) const;
+
+    std::unique_ptr<const sylvora::engine::CompiledEnsemble> ensemble;
+
+  private:
+    int numClass = 0;
+    int dimFea = 0;
+    VecFt shrinkV;
+    std::vector<size_t> groupSizeV;
+    std::vector<const TreeCR*> treeV;
+};
+
+#endif  // SYLVORA_TREELEARNER_SCORINGFORM_H
