@@ -21,28 +21,27 @@ int CheckPaths(const Command& command) {
     return TryOutputs(command, {{"filePred", cfg.filePred}});
 }
 
-// One row is held at a time, but all its values are set anew for each line of the file; where not
-// even so many rows would fit into memory, an id is a slip and scoring would take for ever.
+// Few rows are held at a time, but all values of a row are set anew for each line of the file;
+// where not even so many rows would fit into memory, an id is a slip and scoring would take for
+// ever.
 constexpr long kRowsToFit = 100;
 
-// Row by row, so that a file of any length can be scored.
-int ScoreFile(DataFile& file, TreeLearner& model, ScoredSet& set) {
+// A few rows at a time, so that a file of any length can be scored.
+int ScoreFile(DataFile& file, int numThread, TreeLearner& model, ScoredSet& set) {
     if (file.Scan() != 0) return -1;
     const int dim = WidestRow({&file}, model.getFeatureDim());
     if (CheckMemory({&file}, std::min(file.NumRows(), kRowsToFit), dim) != 0) return -1;
     QueryNumbers numbers(file, model.CfgInfo.modelType == "GBRank");
-    Scorer scorer(model);
+    Scorer scorer(model, dim, numThread, set.scoreV);
     DataRow row;
     file.StartRows(dim);
     for (;;) {
         const DataFile::Status status = file.Next(row);
-        if (status != DataFile::kRow) return status;
-        double score = 0.0;
-        if (numbers.Append(row, set.queryIdV) != 0 ||
-            scorer.Score(row.valueV.data(), dim, score) != 0) {
+        if (status == DataFile::kEnd) return set.labelV.empty() ? 0 : scorer.Finish();
+        if (status != DataFile::kRow || numbers.Append(row, set.queryIdV) != 0 ||
+            scorer.Add(row.valueV.data()) != 0) {
             return -1;
         }
-        set.scoreV.push_back(score);
         set.labelV.push_back(MapLabel(model.tranMap, row.label));
     }
 }
@@ -56,7 +55,7 @@ int Predict(const Command& command) {
     if (LoadModelOf(cfg, model) != 0) return -1;
     DataFile file("fileTest", cfg.fileTest);
     ScoredSet set;
-    if (ScoreFile(file, model, set) != 0) return -1;
+    if (ScoreFile(file, cfg.numThread, model, set) != 0) return -1;
     if (set.queryIdV.size() != set.scoreV.size()) set.queryIdV.clear();
     if (WriteScores(cfg.filePred, set.scoreV) != 0) return -1;
     PrintMetrics(model, set);

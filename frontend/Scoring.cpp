@@ -8,6 +8,13 @@
 #include "god/Report.h"
 
 namespace sylvora::frontend {
+namespace {
+
+// What is gathered at a time: enough for all threads, and little beside a model.
+constexpr size_t kMostRows = 16384;
+constexpr size_t kMostBytes = size_t{1} << 24;
+
+}  // namespace
 
 int LoadModel(const std::string& fileModel, TreeLearner& model) {
     if (model.LoadModelFull(fileModel) == 0) return 0;
@@ -20,13 +27,30 @@ int LoadModelOf(const CheckCfgCLS& cfg, TreeLearner& model) {
     return cfg.fileTran.empty() ? 0 : model.ReadLabelTran(cfg.fileTran);
 }
 
-// A regression writes one value per group, and a group may be empty.
-Scorer::Scorer(TreeLearner& loaded)
+Scorer::Scorer(TreeLearner& loaded, int dimFea, int threads, VecDle& scores)
     : model(loaded),
-      fullResultV(std::max(static_cast<size_t>(loaded.getTreeNum()), loaded.TreeVV.size())) {}
+      dim(static_cast<size_t>(dimFea)),
+      numThread(threads),
+      mostValues(std::min(kMostBytes / sizeof(double), kMostRows * dim)),
+      scoreV(scores) {}
 
-int Scorer::Score(double* row, int n, double& score) {
-    return model.OnlineTesting(row, score, n, fullResultV.data());
+int Scorer::Add(const double* row) {
+    // What keeps all rows from being scored is told with the first one.
+    if (rowV.empty() && scoreV.empty() && Finish() != 0) return -1;
+    rowV.insert(rowV.end(), row, row + dim);
+    return rowV.size() < mostValues ? 0 : Finish();
+}
+
+int Scorer::Finish() {
+    const size_t numRows = dim == 0 ? 0 : rowV.size() / dim;
+    const size_t numScored = scoreV.size();
+    scoreV.resize(numScored + numRows);
+    const double* rows = rowV.data();
+    if (model.OnlineTestingBatch(rows, numRows, dim, scoreV.data() + numScored, numThread) != 0) {
+        return -1;
+    }
+    rowV.clear();
+    return 0;
 }
 
 double MapLabel(const std::map<double, double>& tranMap, double label) {

@@ -27,17 +27,24 @@ struct ScoredSet {
 [[nodiscard]] int LoadModelOf(const CheckCfgCLS& cfg, TreeLearner& model);
 
 // Scores rows as a program that asks for the value of every tree would (with a result buffer), so
-// that each tree of a classification votes.
+// that each tree of a classification votes. Rows are gathered and scored together.
 class Scorer {
   public:
-    explicit Scorer(TreeLearner& loaded);
+    // Rows have `dimFea` values; their scores are appended to `scores`, in order.
+    Scorer(TreeLearner& loaded, int dimFea, int threads, VecDle& scores);
 
-    // Scores one row of `n` values. Returns 0, or -1 after a message.
-    [[nodiscard]] int Score(double* row, int n, double& score);
+    // Takes a row. Returns 0, or -1 after a message.
+    [[nodiscard]] int Add(const double* row);
+    // Scores what has not been yet. Returns 0, or -1 after a message.
+    [[nodiscard]] int Finish();
 
   private:
     TreeLearner& model;
-    VecDle fullResultV;
+    size_t dim;
+    int numThread;
+    size_t mostValues;  // to gather
+    VecDle rowV;        // gathered rows, one after the other
+    VecDle& scoreV;
 };
 
 // The label that stands for `label`: itself where the map does not have it.

@@ -158,13 +158,12 @@ int Grow(const CheckCfgCLS& cfg, TreeLearner& learner) {
 
 // Scores the test data of a trained learner with the model that it wrote.
 int ScoreTest(const TreeLearner& trained, TreeLearner& model, ScoredSet& set) {
-    Scorer scorer(model);
+    Scorer scorer(model, trained.dimFea, trained.numThread, set.scoreV);
     for (int i = 0; i < trained.testSize; ++i) {
-        double score = 0.0;
-        if (scorer.Score(trained.featureTestVV[i], trained.dimFea, score) != 0) return -1;
-        set.scoreV.push_back(score);
+        if (scorer.Add(trained.featureTestVV[i]) != 0) return -1;
         set.labelV.push_back(MapLabel(trained.tranMap, trained.labelTestV[i]));
     }
+    if (trained.testSize > 0 && scorer.Finish() != 0) return -1;
     if (trained.queryIdTestV != nullptr) {
         set.queryIdV.assign(trained.queryIdTestV, trained.queryIdTestV + trained.testSize);
     }
