@@ -6,6 +6,8 @@
 #include <cstring>
 #include <unordered_map>
 
+#include "KeySort.h"
+
 namespace sylvora {
 namespace engine {
 namespace {
@@ -22,31 +24,52 @@ uint64_t OrderedKey(double value) {
     return (bits >> 63) != 0 ? ~bits : bits | (uint64_t{1} << 63);
 }
 
-struct KeyedRow {
-    uint64_t key;
-    uint32_t row;
-};
-
-// Radix sort by key, bytes that are the same everywhere left out.
-void SortByKey(std::vector<KeyedRow>& itemV) {
-    std::vector<KeyedRow> otherV(itemV.size());
-    std::vector<size_t> countV(8 * 256, 0);
-    for (const KeyedRow& item : itemV) {
-        for (size_t b = 0; b < 8; ++b) ++countV[b * 256 + ((item.key >> (8 * b)) & 255)];
-    }
-    for (size_t b = 0; b < 8; ++b) {
-        size_t* count = &countV[b * 256];
-        if (*std::max_element(count, count + 256) == itemV.size()) continue;
-        size_t begin = 0;
-        for (size_t digit = 0; digit < 256; ++digit) {
-            const size_t size = count[digit];
-            count[digit] = begin;
-            begin += size;
+// The rows of a column in the order of its values. Sorting is by the high halves of the keys first,
+// which mostly settle it; only where they agree are the low halves looked at.
+class SortedRows {
+  public:
+    // False when the column holds a NaN.
+    bool Load(const double* const* rowV, int numRows, int column) {
+        const size_t count = static_cast<size_t>(numRows);
+        itemV.resize(count);
+        lowV.resize(count);
+        for (size_t row = 0; row < count; ++row) {
+            const double value = rowV[row][column];
+            if (std::isnan(value)) return false;
+            const uint64_t key = OrderedKey(value);
+            itemV[row] = (key & 0xffffffff00000000u) | row;
+            lowV[row] = static_cast<uint32_t>(key);
         }
-        for (const KeyedRow& item : itemV) otherV[count[(item.key >> (8 * b)) & 255]++] = item;
-        itemV.swap(otherV);
+        SortKeys(itemV, otherV);
+        SortLowHalves();
+        return true;
     }
-}
+
+    size_t Count() const { return itemV.size(); }
+    size_t Row(size_t i) const { return static_cast<uint32_t>(itemV[i]); }
+    bool IsEqualToPrevious(size_t i) const {
+        return (itemV[i] >> 32) == (itemV[i - 1] >> 32) && lowV[Row(i)] == lowV[Row(i - 1)];
+    }
+
+  private:
+    void SortLowHalves() {
+        const auto isLower = [this](uint64_t a, uint64_t b) {
+            return lowV[static_cast<uint32_t>(a)] < lowV[static_cast<uint32_t>(b)];
+        };
+        for (size_t begin = 0; begin < itemV.size();) {
+            size_t end = begin + 1;
+            while (end < itemV.size() && (itemV[end] >> 32) == (itemV[begin] >> 32)) ++end;
+            const auto first = itemV.begin() + static_cast<std::ptrdiff_t>(begin);
+            const auto last = itemV.begin() + static_cast<std::ptrdiff_t>(end);
+            if (!std::is_sorted(first, last, isLower)) std::stable_sort(first, last, isLower);
+            begin = end;
+        }
+    }
+
+    std::vector<uint64_t> itemV;  // high half of the key, row
+    std::vector<uint64_t> otherV;
+    std::vector<uint32_t> lowV;  // low half, by row
+};
 
 // The row number at which bin `bin` of `numBins` ideally begins.
 double IdealBegin(int bin, int numBins, double numRows) {
@@ -62,12 +85,12 @@ struct Distinct {
     size_t begin;
 };
 
-std::vector<Distinct> FindDistinct(const std::vector<KeyedRow>& sortedV, const double* const* rowV,
+std::vector<Distinct> FindDistinct(const SortedRows& sorted, const double* const* rowV,
                                    int column) {
     std::vector<Distinct> distinctV;
-    for (size_t i = 0; i < sortedV.size(); ++i) {
-        if (i > 0 && sortedV[i].key == sortedV[i - 1].key) continue;
-        distinctV.push_back({rowV[sortedV[i].row][column], i});
+    for (size_t i = 0; i < sorted.Count(); ++i) {
+        if (i > 0 && sorted.IsEqualToPrevious(i)) continue;
+        distinctV.push_back({rowV[sorted.Row(i)][column], i});
     }
     return distinctV;
 }
@@ -130,14 +153,9 @@ Columns::Columns(const double* const* rows, int numRow, int numColumn, int mostB
 
 // False when the column holds a NaN.
 bool Columns::CodeColumn(int column, std::vector<uint16_t>& binV) {
-    std::vector<KeyedRow> sortedV(static_cast<size_t>(numRows));
-    for (size_t row = 0; row < sortedV.size(); ++row) {
-        const double value = rowV[row][column];
-        if (std::isnan(value)) return false;
-        sortedV[row] = {OrderedKey(value), static_cast<uint32_t>(row)};
-    }
-    SortByKey(sortedV);
-    const std::vector<Distinct> distinctV = FindDistinct(sortedV, rowV, column);
+    SortedRows sorted;
+    if (!sorted.Load(rowV, numRows, column)) return false;
+    const std::vector<Distinct> distinctV = FindDistinct(sorted, rowV, column);
     Column& c = columnV[static_cast<size_t>(column)];
     c.fExact = distinctV.size() <= static_cast<size_t>(maxBins);
     c.fNarrow = c.fExact && distinctV.size() <= kNarrowBins;
@@ -151,21 +169,21 @@ bool Columns::CodeColumn(int column, std::vector<uint16_t>& binV) {
             if (r < distinctV.size()) c.binValueV.push_back(distinctV[r].value);
         }
     } else {
-        c.binFirstRankV = CutBins(distinctV, sortedV.size(), maxBins);
+        c.binFirstRankV = CutBins(distinctV, sorted.Count(), maxBins);
     }
     c.numBins = static_cast<int>(c.binFirstRankV.size()) - 1;
     if (c.fNarrow) {
-        c.codeV.resize(sortedV.size());
+        c.codeV.resize(sorted.Count());
     } else {
-        c.rankV.resize(sortedV.size());
-        binV.resize(sortedV.size());
+        c.rankV.resize(sorted.Count());
+        binV.resize(sorted.Count());
     }
     uint16_t bin = 0;
     for (size_t r = 0; r < distinctV.size(); ++r) {
         if (c.binFirstRankV[bin + 1u] == r) ++bin;
-        const size_t end = r + 1 < distinctV.size() ? distinctV[r + 1].begin : sortedV.size();
+        const size_t end = r + 1 < distinctV.size() ? distinctV[r + 1].begin : sorted.Count();
         for (size_t i = distinctV[r].begin; i < end; ++i) {
-            const size_t row = sortedV[i].row;
+            const size_t row = sorted.Row(i);
             if (c.fNarrow) {
                 c.codeV[row] = static_cast<uint8_t>(r);
             } else {

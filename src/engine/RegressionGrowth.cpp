@@ -127,10 +127,12 @@ RegressionGrowth::OpenNode RegressionGrowth::PlantRoot(const double* gradV, cons
                       : std::accumulate(rows.weightV.begin(), rows.weightV.end(), 0);
     nodeV.push_back(root);
     OpenNode open;
-    for (size_t i = 0; i < rows.gradV.size(); ++i) {
-        open.total += fixed.ToCell(rows.gradV[i], rows.weightV.empty() ? 1 : rows.weightV[i]);
+    if (root.countDoc <= tuning.smallNode) {
+        for (size_t i = 0; i < rows.gradV.size(); ++i) {
+            open.total += fixed.ToCell(rows.gradV[i], rows.weightV.empty() ? 1 : rows.weightV[i]);
+        }
+        return open;
     }
-    if (root.countDoc <= tuning.smallNode) return open;
     // In ascending order, whatever order the rows were drawn in: the codes of neighbouring rows are
     // neighbours in memory.
     std::vector<int> ascendingV;
@@ -145,6 +147,8 @@ RegressionGrowth::OpenNode RegressionGrowth::PlantRoot(const double* gradV, cons
     open.histogram =
         store.Count({ascendingV.data(), rootGradV.data(),
                      weightV != nullptr ? rootWeightV.data() : nullptr, root.countDoc});
+    const Column& any = data.At(0);
+    for (int bin = 0; bin < any.numBins; ++bin) open.total += open.histogram->Of(any)[bin];
     return open;
 }
 
