@@ -16,32 +16,35 @@ namespace sylvora {
 namespace engine {
 
 constexpr int kTileRows = 64;
-// Thresholds of one slot: a row's byte counts 0 to 254 of them, and one test is left that no byte
-// is above.
+// Thresholds of one slot. A row's byte counts those that the row is above; 255 is left for a test
+// that every row passes to the left.
 constexpr int kSlotThresholds = 254;
 // Leaf numbers are bytes.
 constexpr int kMaxBlockDepth = 8;
 
-// The tests of three levels, the upper ones first. A row goes right when its byte at `codeAt`
-// (from the tile's beginning; a multiple of kTileRows) is above the test. Bytes are signed, because
-// that is how processors compare them; they start at -128.
+// The tests of three levels, the upper ones first. A row goes left when its byte, which stands at
+// codeAtV (from the tile's beginning), is below the test. Bytes are signed, because that is how
+// processors compare them, and start at -128. A test fills all four bytes of its word: words can be
+// spread over a register as they are loaded.
 struct ChunkTests {
-    static constexpr int8_t kAlwaysLeft = 127;
-    uint32_t codeAt[7];
-    int8_t test[7];
-};
+    uint32_t codeAtV[7];
+    uint32_t testV[7];
 
-// The lowest three levels: their ends are the leaves firstLeaf to firstLeaf + 7.
+    static uint32_t Spread(int count) { return 0x01010101u * static_cast<uint8_t>(count - 128); }
+};
+constexpr int kAlwaysLeft = kSlotThresholds + 1;
+
+// The lowest three levels: their ends are eight leaves with numbers in a row.
 struct LeafChunk {
     ChunkTests tests;
-    uint8_t firstLeaf;
+    uint8_t secondLeaf;
 };
 
-// Three levels further up: end k takes the leaf numbers that chunk sonV[k] found. Chunks are
-// counted from the tree's first leaf chunk, joins behind leaf chunks; sons come before.
+// Three levels further up: end k takes the numbers that a chunk found, which stand at sonAtV[k],
+// kTileRows for each chunk. Leaf chunks come first, then joins, sons before parents.
 struct JoinChunk {
     ChunkTests tests;
-    uint8_t sonV[8];
+    uint16_t sonAtV[8];
 };
 
 // A tree as a program; the last chunk holds the root.
@@ -56,7 +59,7 @@ constexpr int kMaxChunks = 32 + 4 + 1;  // of a tree of depth 8
 struct BlockKernel {
     const char* name;
     // The bytes of a slot from the rows' ranks (at most 32767): rank - firstRank, at least 0 and at
-    // most 255, less 128.
+    // most kSlotThresholds, less 128.
     void (*fillSlot)(const int16_t* rankV, int firstRank, int8_t* codeV);
     // Leaf numbers: leafV[t * kTileRows + row].
     void (*findLeaves)(const BlockTree* treeV, int numTrees, const int8_t* tile, uint8_t* leafV);

@@ -6,6 +6,7 @@ namespace engine {
 namespace {
 
 constexpr int kWidth = 64;
+constexpr int kTogether = 1;
 #include "BlockKernel.inl"
 
 }  // namespace

@@ -6,6 +6,7 @@ namespace engine {
 namespace {
 
 constexpr int kWidth = 16;
+constexpr int kTogether = 2;
 #include "BlockKernel.inl"
 
 }  // namespace

@@ -47,12 +47,12 @@ ChunkTests PaddedTree::Tests(const ThresholdCodes& codes, size_t top, int numLev
     int k = 0;
     for (int level = 0; level < kChunkLevels; ++level) {
         for (size_t i = top << level; i < (top + 1) << level; ++i, ++k) {
-            tests.codeAt[k] = 0;
-            tests.test[k] = ChunkTests::kAlwaysLeft;
+            tests.codeAtV[k] = 0;
+            tests.testV[k] = ChunkTests::Spread(kAlwaysLeft);
             if (level >= numLevels || !IsTest(i)) continue;
             const auto place = codes.Find(nodeV[i]->splitFea, nodeV[i]->splitElemFea);
-            tests.codeAt[k] = codes.CodeAt(place);
-            tests.test[k] = ThresholdCodes::Test(place);
+            tests.codeAtV[k] = codes.CodeAt(place);
+            tests.testV[k] = ChunkTests::Spread(ThresholdCodes::Test(place));
         }
     }
     return tests;
@@ -66,9 +66,9 @@ void PaddedTree::AppendChunks(const ThresholdCodes& codes, std::vector<LeafChunk
     const size_t firstTop = size_t{1} << level;
     for (size_t top = firstTop; top < 2 * firstTop; ++top) {
         if (nodeV[top] == nullptr) continue;
-        const size_t firstLeaf = (top - firstTop) << kChunkLevels;
+        const size_t secondLeaf = ((top - firstTop) << kChunkLevels) + 1;
         chunkV[top] = numChunks++;
-        leafChunkV.push_back({Tests(codes, top, kChunkLevels), static_cast<uint8_t>(firstLeaf)});
+        leafChunkV.push_back({Tests(codes, top, kChunkLevels), static_cast<uint8_t>(secondLeaf)});
     }
     while (level > 0) {
         const int numLevels = std::min(level, kChunkLevels);
@@ -80,7 +80,10 @@ void PaddedTree::AppendChunks(const ThresholdCodes& codes, std::vector<LeafChunk
             chunkV[top] = chunkV[firstEnd];
             if (!IsTest(top)) continue;
             JoinChunk join = {Tests(codes, top, numLevels), {}};
-            for (size_t k = 0; k < 8; ++k) join.sonV[k] = chunkV[firstEnd + (k >> numUnused)];
+            for (size_t k = 0; k < 8; ++k) {
+                const int son = chunkV[firstEnd + (k >> numUnused)];
+                join.sonAtV[k] = static_cast<uint16_t>(son * kTileRows);
+            }
             chunkV[top] = numChunks++;
             joinV.push_back(join);
         }

@@ -51,9 +51,7 @@ class ThresholdCodes {
         const int slot = featureV[static_cast<size_t>(place.feature)].firstSlot;
         return static_cast<uint32_t>((slot + place.rank / kSlotThresholds) * kTileRows);
     }
-    static int8_t Test(Place place) {
-        return static_cast<int8_t>(place.rank % kSlotThresholds - 128);
-    }
+    static int Test(Place place) { return place.rank % kSlotThresholds + 1; }
     // Codes kTileRows rows, given by pointer; `tile` has room for NumSlots() * kTileRows bytes.
     void CodeTile(const double* const* rowV, const BlockKernel& kernel, int8_t* tile) const;
 

@@ -1,0 +1,133 @@
+// The scoring engine, piece by piece: coding rows, finding leaves with each kernel, adding them up,
+// and whole scores. Random trees, because training would take longer than all the rest; they are
+// walked more evenly than trained ones. Per item: one row, or one row and tree where said so.
+#include <benchmark/benchmark.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include "engine/BatchScoring.h"
+#include "engine/KernelChoice.h"
+#include "engine/RowLeaves.h"
+
+namespace {
+
+using namespace sylvora::engine;
+
+constexpr int kFeatures = 28;
+constexpr size_t kRows = 4096;
+
+// `numGroups` groups of one full tree each.
+EnsembleSource MakeEnsemble(size_t numGroups, int depth) {
+    std::mt19937 random(1);
+    std::normal_distribution<double> normal;
+    EnsembleSource source;
+    source.dimFea = kFeatures;
+    source.groupV.assign(numGroups, {1, 0.1});
+    for (size_t tree = 0; tree < numGroups; ++tree) {
+        source.firstNodeV.push_back(source.nodeV.size());
+        const int numTests = (1 << depth) - 1;
+        for (int k = 0; k < 2 * numTests + 1; ++k) {
+            const bool fLeaf = k >= numTests;
+            source.nodeV.push_back({fLeaf ? -1 : static_cast<int>(random() % kFeatures), 2 * k + 1,
+                                    2 * k + 2, normal(random), normal(random)});
+        }
+    }
+    return source;
+}
+
+const std::vector<double>& Rows() {
+    static const std::vector<double> rowV = [] {
+        std::mt19937 random(2);
+        std::normal_distribution<double> normal;
+        std::vector<double> valueV(kRows * kFeatures);
+        for (double& value : valueV) value = normal(random);
+        return valueV;
+    }();
+    return rowV;
+}
+
+std::vector<const double*> TileRows() {
+    std::vector<const double*> rowV;
+    for (int r = 0; r < kTileRows; ++r) rowV.push_back(Rows().data() + r * kFeatures);
+    return rowV;
+}
+
+void CodeTile(benchmark::State& state, const BlockKernel* kernel) {
+    const auto compiled = CompiledEnsemble::Compile(MakeEnsemble(500, 6), *kernel);
+    const ThresholdCodes& codes = compiled->sectionV[0];
+    const std::vector<const double*> rowV = TileRows();
+    LineVector<int8_t> tileV(static_cast<size_t>(codes.NumSlots()) * kTileRows);
+    for (auto _ : state) {
+        codes.CodeTile(rowV.data(), *kernel, tileV.data());
+        benchmark::DoNotOptimize(tileV.data());
+    }
+    state.SetItemsProcessed(state.iterations() * kTileRows);
+}
+
+// Per item: a row and a tree.
+void FindLeaves(benchmark::State& state, const BlockKernel* kernel) {
+    const int depth = static_cast<int>(state.range(0));
+    const auto compiled = CompiledEnsemble::Compile(MakeEnsemble(64, depth), *kernel);
+    const ThresholdCodes& codes = compiled->sectionV[0];
+    LineVector<int8_t> tileV(static_cast<size_t>(codes.NumSlots()) * kTileRows);
+    codes.CodeTile(TileRows().data(), *kernel, tileV.data());
+    LineVector<uint8_t> leafV(kBundleTrees * kTileRows);
+    for (auto _ : state) {
+        kernel->findLeaves(compiled->blockTreeV.data(), kBundleTrees, tileV.data(), leafV.data());
+        benchmark::DoNotOptimize(leafV.data());
+    }
+    state.SetItemsProcessed(state.iterations() * kTileRows * kBundleTrees);
+}
+
+void Batch(benchmark::State& state, const BlockKernel* kernel) {
+    const auto compiled = CompiledEnsemble::Compile(
+        MakeEnsemble(static_cast<size_t>(state.range(0)), static_cast<int>(state.range(1))),
+        *kernel);
+    std::vector<double> resultV(kRows);
+    for (auto _ : state) {
+        ScoreRows(*compiled, {Rows().data(), kRows, kFeatures}, resultV.data(), 1);
+        benchmark::DoNotOptimize(resultV.data());
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(kRows));
+}
+
+void OneRow(benchmark::State& state) {
+    const auto compiled = CompiledEnsemble::Compile(
+        MakeEnsemble(static_cast<size_t>(state.range(0)), static_cast<int>(state.range(1))),
+        *FindKernel("baseline"));
+    size_t row = 0;
+    for (auto _ : state) {
+        RowLeaves leaves(*compiled, Rows().data() + row++ % kRows * kFeatures);
+        double sum = 0.0;
+        for (size_t tree = 0; tree < compiled->shrinkV.size(); ++tree) sum += leaves.Value(tree);
+        benchmark::DoNotOptimize(sum);
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    for (const char* name : {"baseline", "avx2", "avx512"}) {
+        const BlockKernel* kernel = FindKernel(name);
+        if (kernel == nullptr) continue;
+        const auto title = [&](const char* what) { return std::string(what) + "/" + name; };
+        benchmark::RegisterBenchmark(title("CodeTile").c_str(), CodeTile, kernel);
+        benchmark::RegisterBenchmark(title("FindLeaves").c_str(), FindLeaves, kernel)
+            ->Arg(3)
+            ->Arg(6)
+            ->Arg(8);
+        benchmark::RegisterBenchmark(title("Batch").c_str(), Batch, kernel)
+            ->Args({500, 6})
+            ->Args({500, 8})
+            ->Args({2000, 6});
+    }
+    benchmark::RegisterBenchmark("Batch/walked", Batch, FindKernel("baseline"))
+        ->Args({500, 9})
+        ->Args({50, 14});
+    benchmark::RegisterBenchmark("OneRow", OneRow)->Args({500, 6})->Args({500, 8})->Args({500, 9});
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+}
