@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "LargeArray.h"
 #include "WorkerPool.h"
 
 namespace sylvora {
@@ -31,15 +32,15 @@ struct Column {
     size_t firstCell = 0;  // of the column in a node's histogram
     std::vector<uint32_t> binFirstRankV;  // numBins + 1 entries
     std::vector<double> binValueV;        // exact columns: the value of each bin
-    std::vector<uint8_t> codeV;           // narrow columns: the bin, which is the rank, per row
-    std::vector<uint32_t> rankV;          // wide columns: the rank per row
+    LargeArray<uint8_t> codeV;            // narrow columns: the bin, which is the rank, per row
+    LargeArray<uint32_t> rankV;           // wide columns: the rank per row
 };
 
 // Row-major codes, padded with zeros so that rows can be read in pieces of 16 bytes.
 template <typename Code>
 struct RowCodes {
     size_t stride = 0;  // codes per row
-    std::vector<Code> codeV;
+    LargeArray<Code> codeV;
 
     const Code* Row(int row) const { return codeV.data() + static_cast<size_t>(row) * stride; }
 };

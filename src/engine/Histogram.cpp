@@ -9,10 +9,10 @@ namespace sylvora {
 namespace engine {
 namespace {
 
-constexpr int kBlockRows = 4096;
+constexpr int kBlockRows = 8192;
 // Tile columns lie this far apart: not a power of two, or they would share cache sets.
 constexpr size_t kTileStride = kBlockRows + 32;
-constexpr int kAhead = 16;  // rows whose codes are fetched in advance
+constexpr int kAhead = 48;  // rows whose codes are fetched in advance
 
 inline void AddCell(Cell* target, __m128i cell) {
     __m128i* at = reinterpret_cast<__m128i*>(target);

@@ -41,7 +41,7 @@ class Walker {
            double* predictions)
         : walkV(nodes), depth(treeDepth), data(columns), predictV(predictions) {}
 
-    void Walk(int begin, int end, const std::vector<uint8_t>& fInV) const {
+    void Walk(int begin, int end, const LargeArray<uint8_t>& fInV) const {
         int rowV[kTogether];
         int num = 0;
         for (int row = begin; row < end; ++row) {
@@ -101,7 +101,7 @@ void StepPredictions(const RegressionGrowth& growth, const Columns& data, Worker
                      double dynShrink, double valShrink, double* predictV) {
     const std::vector<WalkNode> walkV = MakeWalk(growth.Nodes(), dynShrink, valShrink);
     const Walker walker(walkV, growth.Nodes().back().depth, data, predictV);
-    const std::vector<int>& indexV = growth.Rows();
+    const LargeArray<int>& indexV = growth.Rows();
     const bool fSlices = growth.SlicesTrue();
     if (fSlices) {
         const std::vector<LeafPiece> pieceV = CutLeaves(growth.Nodes(), walkV);
@@ -113,8 +113,8 @@ void StepPredictions(const RegressionGrowth& growth, const Columns& data, Worker
         });
         if (indexV.size() == static_cast<size_t>(data.NumRows())) return;
     }
-    static const std::vector<uint8_t> kNone;
-    const std::vector<uint8_t>& fInV = fSlices ? growth.RowMarks() : kNone;
+    static const LargeArray<uint8_t> kNone;
+    const LargeArray<uint8_t>& fInV = fSlices ? growth.RowMarks() : kNone;
     pool.For((data.NumRows() + kChunkRows - 1) / kChunkRows, [&](int chunk, int) {
         walker.Walk(chunk * kChunkRows, std::min((chunk + 1) * kChunkRows, data.NumRows()), fInV);
     });

@@ -20,6 +20,7 @@ namespace engine {
 namespace {
 
 constexpr int kChunkRows = 16384;
+constexpr int kAhead = 32;        // rows fetched in advance
 constexpr int kTeamRows = 65536;  // a node of fewer rows is not worth a team
 
 // How many bins, as a power of two, a node with `count` rows joins in a histogram of its own.
@@ -111,6 +112,9 @@ void RegressionGrowth::TakeRows(const double* gradV, const int* weightV, const i
         const int end = std::min((chunk + 1) * kChunkRows, num);
         for (int i = chunk * kChunkRows; i < end; ++i) {
             const size_t at = static_cast<size_t>(i);
+            const int ahead = indexV[std::min(i + kAhead, num - 1)];
+            __builtin_prefetch(gradV + ahead);
+            __builtin_prefetch(fInV.data() + ahead, 1);
             rows.gradV[at] = gradV[indexV[i]];
             if (weightV != nullptr) rows.weightV[at] = weightV[indexV[i]];
             fInV[static_cast<size_t>(indexV[i])] = 1;

@@ -65,9 +65,9 @@ class RegressionGrowth {
     // The tree of the last Grow, in the plain form's order of nodes.
     const std::vector<GrownNode>& Nodes() const { return nodeV; }
     // Its rows, in the order that growth left them in: those of a node are its slice.
-    const std::vector<int>& Rows() const { return rows.indexV; }
+    const LargeArray<int>& Rows() const { return rows.indexV; }
     // By row of the data: 1 for the rows of the tree.
-    const std::vector<uint8_t>& RowMarks() const { return fInV; }
+    const LargeArray<uint8_t>& RowMarks() const { return fInV; }
     // Whether every row reached the leaf in whose slice it lies.
     bool SlicesTrue() const { return fSlicesTrue; }
 
@@ -97,7 +97,7 @@ class RegressionGrowth {
     std::vector<GrownNode> nodeV;
     int numLeaf = 1;
     bool fSlicesTrue = true;
-    std::vector<uint8_t> fInV;
+    LargeArray<uint8_t> fInV;
     HistogramStore store;
     std::vector<std::unique_ptr<Worker>> workerV;  // each grows nodes by itself
     std::unique_ptr<Worker> team;                  // all together on one node

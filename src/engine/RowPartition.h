@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Columns.h"
+#include "LargeArray.h"
 #include "WorkerPool.h"
 
 namespace sylvora {
@@ -15,10 +16,10 @@ namespace engine {
 // A tree's sampled rows in the order of its row index, with their gradients and weights. Weights
 // are empty when all are 1.
 struct TreeRows {
-    std::vector<int> indexV;
-    std::vector<double> gradV;
-    std::vector<int> weightV;
-    std::vector<uint8_t> fLeftV;  // scratch: which side a row belongs to
+    LargeArray<int> indexV;
+    LargeArray<double> gradV;
+    LargeArray<int> weightV;
+    LargeArray<uint8_t> fLeftV;  // scratch: which side a row belongs to
 };
 
 // A cut with its threshold, as the plain form records it.
