@@ -164,8 +164,7 @@ void ColumnScan::AppendLiveBins(int id, const Histogram& histogram, const NodeTo
             const Cell& before = view.prefixV[static_cast<size_t>(bin)];
             Cell inside = view.prefixV[static_cast<size_t>(bin) + 1];
             inside -= before;
-            // A single row has no cut inside; weights are at least 1.
-            if ((inside.packed & ((uint64_t{1} << fixed.weightBits) - 1)) < 2) continue;
+            if (!HasTwoRows(inside)) continue;
             if (InsideBound(node, before, inside) >= least) binV.push_back(bin);
         }
     }

@@ -63,8 +63,13 @@ class ColumnScan {
     void AppendLiveBins(int column, const Histogram& histogram, const NodeTotals& node,
                         const ColumnView& view, double least, std::vector<int>& binV) const;
 
-  private:
+    // No cut inside a run of values scores more, given the sums before and over it.
     double InsideBound(const NodeTotals& node, const Cell& before, const Cell& inside) const;
+
+    // Whether the rows of a cell can be cut at all: weights are at least 1, so two rows weigh 2.
+    bool HasTwoRows(const Cell& inside) const { return fixed.Weight(inside) >= 2.0; }
+
+  private:
     void LookAtRuns(int numBins, const NodeTotals& node, ColumnView& view);
     double BestInexact(int numBins, const NodeTotals& node, ColumnView& view);
     template <typename Visit>

@@ -172,6 +172,12 @@ bool Columns::CodeColumn(int column, std::vector<uint16_t>& binV) {
         c.binFirstRankV = CutBins(distinctV, sorted.Count(), maxBins);
     }
     c.numBins = static_cast<int>(c.binFirstRankV.size()) - 1;
+    c.fCleanBinV.assign(static_cast<size_t>(c.numBins), 1);
+    for (size_t b = 0; b + 1 < c.binFirstRankV.size(); ++b) {
+        for (size_t r = c.binFirstRankV[b] + 1; r < c.binFirstRankV[b + 1]; ++r) {
+            if (!(distinctV[r].value > distinctV[r - 1].value + kGap)) c.fCleanBinV[b] = 0;
+        }
+    }
     if (c.fNarrow) {
         c.codeV.resize(sorted.Count());
     } else {

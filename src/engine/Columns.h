@@ -31,6 +31,7 @@ struct Column {
     int twin = 0;          // the first column with the same ranks, this one where there is none
     size_t firstCell = 0;  // of the column in a node's histogram
     std::vector<uint32_t> binFirstRankV;  // numBins + 1 entries
+    std::vector<uint8_t> fCleanBinV;      // per bin: all neighbours inside are separable
     std::vector<double> binValueV;        // exact columns: the value of each bin
     LargeArray<uint8_t> codeV;            // narrow columns: the bin, which is the rank, per row
     LargeArray<uint32_t> rankV;           // wide columns: the rank per row

@@ -2,6 +2,7 @@
 #ifndef SYLVORA_ENGINE_HISTOGRAM_H
 #define SYLVORA_ENGINE_HISTOGRAM_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -23,6 +24,14 @@ struct Histogram {
     // Bins that the column has at this resolution.
     int NumBins(const Column& column) const {
         return column.fExact ? column.numBins : ((column.numBins - 1) >> shift) + 1;
+    }
+    // Whether every change of rank inside a bin is a cut.
+    bool IsClean(const Column& column, int bin) const {
+        const int last = column.fExact ? bin + 1 : std::min((bin + 1) << shift, column.numBins);
+        for (int b = column.fExact ? bin : bin << shift; b < last; ++b) {
+            if (column.fCleanBinV[static_cast<size_t>(b)] == 0) return false;
+        }
+        return true;
     }
     // The first rank of a bin at this resolution; for NumBins, the number of ranks.
     uint32_t FirstRank(const Column& column, int bin) const {

@@ -16,8 +16,9 @@ constexpr double kUnitRoundoff = 0x1p-53;
 
 }  // namespace
 
-NodeSearch::NodeSearch(const Columns& columns, const FixedPoint& fixedPoint, WorkerPool* workers)
-    : data(columns), fixed(fixedPoint), pool(workers) {
+NodeSearch::NodeSearch(const Columns& columns, const FixedPoint& fixedPoint, int fewKeysToSort,
+                       WorkerPool* workers)
+    : data(columns), fixed(fixedPoint), fewKeys(fewKeysToSort), pool(workers) {
     const int numWorkers = pool != nullptr ? pool->NumWorkers() : 1;
     for (int w = 0; w < numWorkers; ++w) scratchV.emplace_back(columns, fixedPoint);
 }
@@ -122,6 +123,17 @@ void NodeSearch::RefineSlot(const SearchTask& task, int slot, Scratch& scratch) 
                                 scratch.liveBinV);
     if (scratch.liveBinV.empty()) return;
     CollectKeys(task, column, scratch);
+    if (static_cast<int>(scratch.keyV.size()) > fewKeys) {
+        ScorePieces(task, slot, scratch);
+    } else {
+        ScoreBins(task, slot, scratch);
+    }
+}
+
+// Sorts the keys and scores all cuts inside the live bins.
+void NodeSearch::ScoreBins(const SearchTask& task, int slot, Scratch& scratch) {
+    const Column& column = data.At(task.columnV[slot]);
+    const ColumnView& view = viewV[static_cast<size_t>(slot)];
     SortKeys(scratch.keyV, scratch.otherKeyV);
     const uint64_t* begin = scratch.keyV.data();
     const uint64_t* last = begin + scratch.keyV.size();
@@ -134,6 +146,53 @@ void NodeSearch::RefineSlot(const SearchTask& task, int slot, Scratch& scratch) 
         ScoreRun(task, slot, begin, end, view.prefixV[static_cast<size_t>(bin)], scratch);
         begin = end;
     }
+}
+
+// Scores the cuts between pieces of the live bins, then sorts and scores what the pieces' own
+// bounds leave.
+void NodeSearch::ScorePieces(const SearchTask& task, int slot, Scratch& scratch) {
+    const int id = task.columnV[slot];
+    const Column& column = data.At(id);
+    const ColumnView& view = viewV[static_cast<size_t>(slot)];
+    std::vector<FineBin>& bins = scratch.fineBinV;
+    bins.clear();
+    for (const int bin : scratch.liveBinV) {
+        const size_t b = static_cast<size_t>(bin);
+        bins.push_back({task.histogram->FirstRank(column, bin),
+                        task.histogram->FirstRank(column, bin + 1), view.prefixV[b],
+                        view.prefixV[b + 1], task.histogram->IsClean(column, bin)});
+    }
+    scratch.fine.Count(bins, task.rows, scratch.keyV);
+    scratch.fine.ForPieces(
+        bins, [&](const FineBin& bin, size_t piece, const Cell& before, const Cell& inside) {
+            Cell left = before;
+            left += inside;
+            if (left.packed == bin.behind.packed) return;  // the cut behind the bin
+            const double score = CutScore(node, fixed.Sum(left), fixed.Weight(left));
+            if (!(score >= Least())) return;
+            scratch.candidateV.push_back({score, slot, id, bin.LastRank(piece), left});
+            RaiseBest(score);
+        });
+    const double least = Least();
+    scratch.fLiveV.assign(scratch.fine.NumPieces(), 0);
+    scratch.fine.ForPieces(
+        bins, [&](const FineBin&, size_t piece, const Cell& before, const Cell& inside) {
+            scratch.fLiveV[piece] = scratch.scan.HasTwoRows(inside) &&
+                                    scratch.scan.InsideBound(node, before, inside) >= least;
+        });
+    scratch.fine.Keep(scratch.fLiveV, scratch.keyV);
+    SortKeys(scratch.keyV, scratch.otherKeyV);
+    const uint64_t* begin = scratch.keyV.data();
+    const uint64_t* last = begin + scratch.keyV.size();
+    scratch.fine.ForPieces(
+        bins, [&](const FineBin& bin, size_t piece, const Cell& before, const Cell&) {
+            if (scratch.fLiveV[piece] == 0) return;
+            const uint64_t* end = begin;
+            while (end < last && RankOf(*end) < bin.past && bin.PieceOf(RankOf(*end)) == piece)
+                ++end;
+            ScoreRun(task, slot, begin, end, before, scratch);
+            begin = end;
+        });
 }
 
 // Keys of the rows in live bins, and of some near them: ranks are looked up in steps.

@@ -11,6 +11,7 @@
 
 #include "ColumnScan.h"
 #include "Columns.h"
+#include "FineScan.h"
 #include "FixedPoint.h"
 #include "Histogram.h"
 #include "WorkerPool.h"
@@ -36,16 +37,23 @@ struct SearchResult {
 // Searches one node at a time. Buffers are reused from node to node.
 class NodeSearch {
   public:
-    NodeSearch(const Columns& columns, const FixedPoint& fixedPoint, WorkerPool* workers);
+    // Sorts up to `fewKeysToSort` rows of a column straight away. With a pool, slots are shared
+    // out.
+    NodeSearch(const Columns& columns, const FixedPoint& fixedPoint, int fewKeysToSort,
+               WorkerPool* workers);
 
     SearchResult Search(const SearchTask& task);
 
   private:
     // What one worker needs to look at one slot.
     struct Scratch {
-        Scratch(const Columns& columns, const FixedPoint& fixedPoint) : scan(columns, fixedPoint) {}
+        Scratch(const Columns& columns, const FixedPoint& fixedPoint)
+            : scan(columns, fixedPoint), fine(fixedPoint) {}
 
         ColumnScan scan;
+        FineScan fine;
+        std::vector<FineBin> fineBinV;
+        std::vector<uint8_t> fLiveV;  // by piece of the fine scan
         std::vector<Candidate> candidateV;
         std::vector<int> liveBinV;
         std::vector<uint64_t> keyV;       // rank and, in the low half, place in the slice
@@ -58,6 +66,8 @@ class NodeSearch {
     void LookAtSlots(const SearchTask& task);
     void RefineSlots(const SearchTask& task);
     void RefineSlot(const SearchTask& task, int slot, Scratch& scratch);
+    void ScoreBins(const SearchTask& task, int slot, Scratch& scratch);
+    void ScorePieces(const SearchTask& task, int slot, Scratch& scratch);
     void CollectKeys(const SearchTask& task, const Column& column, Scratch& scratch) const;
     void SortSlot(const SearchTask& task, int slot, Scratch& scratch);
     void ScoreRun(const SearchTask& task, int slot, const uint64_t* begin, const uint64_t* end,
@@ -70,6 +80,7 @@ class NodeSearch {
 
     const Columns& data;
     const FixedPoint& fixed;
+    const int fewKeys;
     WorkerPool* pool;  // null: the calling thread alone
     NodeTotals node = {};
     std::atomic<double> best{-1.0};  // best score so far, by fast sums

@@ -51,9 +51,12 @@ struct RegressionGrowth::OpenNode {
 };
 
 struct RegressionGrowth::Worker {
-    Worker(const Columns& data, const FixedPoint& fixed, HistogramFiller& histogramFiller,
-           WorkerPool* pool)
-        : filler(histogramFiller), search(data, fixed, pool), partition(data, pool), team(pool) {}
+    Worker(const Columns& data, const FixedPoint& fixed, int fewKeys,
+           HistogramFiller& histogramFiller, WorkerPool* pool)
+        : filler(histogramFiller),
+          search(data, fixed, fewKeys, pool),
+          partition(data, pool),
+          team(pool) {}
 
     HistogramFiller& filler;
     NodeSearch search;
@@ -72,9 +75,10 @@ RegressionGrowth::RegressionGrowth(const Columns& columns, WorkerPool& workers,
       plain(plainSearch),
       store(columns, fixed, workers) {
     for (int w = 0; w < pool.NumWorkers(); ++w) {
-        workerV.push_back(std::make_unique<Worker>(data, fixed, store.FillerOf(w), nullptr));
+        workerV.push_back(
+            std::make_unique<Worker>(data, fixed, tuning.fewKeys, store.FillerOf(w), nullptr));
     }
-    team = std::make_unique<Worker>(data, fixed, store.FillerOf(0), &pool);
+    team = std::make_unique<Worker>(data, fixed, tuning.fewKeys, store.FillerOf(0), &pool);
 }
 
 RegressionGrowth::~RegressionGrowth() = default;

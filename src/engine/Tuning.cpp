@@ -21,6 +21,7 @@ Tuning CurrentTuning() {
         if (equals == std::string::npos || !ParseNumber(word.substr(equals + 1), value)) continue;
         if (name == "smallNode") tuning.smallNode = value;
         if (name == "mostBins") tuning.mostBins = value;
+        if (name == "fewKeys") tuning.fewKeys = value;
         if (name == "directPercent") tuning.directPercent = value;
     }
     return tuning;

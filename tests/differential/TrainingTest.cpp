@@ -193,9 +193,10 @@ std::string Outcome(const Set& set, const char* plain, const char* tuning) {
 }
 
 TEST(TrainingDifferential, EngineEqualsPlainForm) {
-    static const char* const kTunings[] = {
-        "", "smallNode=0", "smallNode=0 mostBins=16 directPercent=0",
-        "smallNode=8 mostBins=4 directPercent=0", "smallNode=0 mostBins=8 directPercent=40"};
+    static const char* const kTunings[] = {"", "smallNode=0",
+                                           "smallNode=0 mostBins=16 directPercent=0 fewKeys=0",
+                                           "smallNode=8 mostBins=4 directPercent=0",
+                                           "smallNode=0 mostBins=2 fewKeys=4 directPercent=40"};
     const char* factor = std::getenv("SYLVORA_DIFFERENTIAL");
     const unsigned times = factor != nullptr ? static_cast<unsigned>(std::atoi(factor)) : 1u;
     const unsigned numSets = 600 * times;
