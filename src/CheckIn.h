@@ -59,7 +59,7 @@ class SYLVORA_API CheckCfgCLS {
     int numClass = 0;
     int featureDim = 0;
     int numThread = 1;
-    bool fSetThread = false;
+    bool fSetThread = false;  // numThread was given; only then does CheckCfg check it
     std::string mode;
     double tms_seed = 0.0;
 
@@ -67,7 +67,7 @@ class SYLVORA_API CheckCfgCLS {
     // override it. argv is the program's: argv[0] is ignored.
     [[nodiscard]] int ReadCfg(int argc, char** argv);
 
-    // Reads "key = value" lines. Unknown keys are ignored.
+    // Reads "key = value" lines. Unknown keys are ignored (the command warns of them).
     [[nodiscard]] int ReadCfgFile(std::string file);
 
     // Checks the set and normalises it for its model type (a forest's trees become one round, a

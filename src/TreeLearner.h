@@ -8,6 +8,8 @@
 //   learner.DataInput(..., 0, ...);  // training
 //   learner.ReadLabelTran(cfg.fileTran);  // optional; after the training data
 //   learner.ParamInit();
+//   gseed = -1;                      // the seed (claim.h), before every training: cfg's own
+//                                    // tms_seed only serves the slots of a forest from 1 on
 //   learner.Boosting();              // writes the model file
 //
 // Words. A round adds one group of trees to the ensemble and one shrink (step length); a slot is a
