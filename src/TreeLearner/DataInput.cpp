@@ -99,11 +99,12 @@ int TreeLearner::CopyTrainingSet(const VecDle& l, VecVecDle& f, const VecInt& q)
     if (featureMean == nullptr) {
         return Fail("ERROR: Failed to allocate memory for featureMean!\n");
     }
+    const bool fClasses = CfgInfo.fRegCls == "CLS";
     std::unordered_set<int> classes;
     for (size_t i = 0; i < f.size(); ++i) {
         if (MoveRow(f[i], featureVV[i], "allocating featureVV[]") != 0) return -1;
         labelV[i] = l[i];
-        if (CfgInfo.fRegCls == "CLS") classes.insert(sylvora::Truncate<int>(l[i]));
+        if (fClasses) classes.insert(sylvora::Truncate<int>(l[i]));
         // Deliberately divided after every record; see the header.
         for (int j = 0; j < dimFea; ++j) {
             featureMean[j] = (featureMean[j] + featureVV[i][j]) / sampleSize;

@@ -63,11 +63,12 @@ int TreeLearner::TransformLabels() {
     if (CfgInfo.fPrint) Print("Tranform the label...\n");
     const std::string& loss = CfgInfo.lossFunc;
     const bool fSignLabels = loss == "HingeSquare" || loss == "Logistic" || loss == "Exponential";
+    const bool fClasses = CfgInfo.fRegCls == "CLS";
     for (int i = 0; i < sampleSize; ++i) {
         const auto mapped = tranMap.find(labelV[i]);
         labelTrV[i] = mapped != tranMap.end() ? mapped->second : labelV[i];
         // Deliberately, neither mapped labels nor negative ones are checked here.
-        if (mapped == tranMap.end() && CfgInfo.fRegCls == "CLS" && labelV[i] >= numClass - 0.5) {
+        if (mapped == tranMap.end() && fClasses && labelV[i] >= numClass - 0.5) {
             return Fail("ERROR: Class id must be consecutive integers, ", numClass,
                         " classes but label: ", labelV[i], " found!\n");
         }

@@ -14,6 +14,7 @@ namespace {
 
 constexpr double kGap = 1e-10;          // as in the regression scan
 constexpr int kNarrowBins = 256;        // what a byte can tell apart
+constexpr int kFewestBins = 16;         // however many columns there are
 constexpr size_t kMostCells = 1 << 19;  // of a node's histogram, for wide data
 
 // Maps doubles to integers of the same order; -0.0 and 0.0 to the same one.
@@ -116,7 +117,8 @@ std::vector<uint32_t> CutBins(const std::vector<Distinct>& distinctV, size_t num
 int ChooseMostBins(int numRows, int numColumns, int mostBins) {
     const double wanted = 2.0 * std::sqrt(static_cast<double>(numRows));
     const size_t room = kMostCells / static_cast<size_t>(std::max(numColumns, 1));
-    const double bound = std::max(std::min(wanted, static_cast<double>(room)), 1.0 * kNarrowBins);
+    const double bound = std::min(std::max(wanted, 1.0 * kNarrowBins),
+                                  std::max(static_cast<double>(room), 1.0 * kFewestBins));
     return std::min(static_cast<int>(bound), mostBins);
 }
 
