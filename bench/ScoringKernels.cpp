@@ -9,7 +9,7 @@
 
 #include "engine/BatchScoring.h"
 #include "engine/KernelChoice.h"
-#include "engine/RowLeaves.h"
+#include "engine/RowScoring.h"
 
 namespace {
 
@@ -58,7 +58,7 @@ void CodeTile(benchmark::State& state, const BlockKernel* kernel) {
     const auto compiled = CompiledEnsemble::Compile(MakeEnsemble(500, 6), *kernel);
     const ThresholdCodes& codes = compiled->sectionV[0];
     const std::vector<const double*> rowV = TileRows();
-    LineVector<int8_t> tileV(static_cast<size_t>(codes.NumSlots()) * kTileRows);
+    LineVector<int8_t> tileV(static_cast<size_t>(codes.NumBands()) * kTileRows);
     for (auto _ : state) {
         codes.CodeTile(rowV.data(), *kernel, tileV.data());
         benchmark::DoNotOptimize(tileV.data());
@@ -71,7 +71,7 @@ void FindLeaves(benchmark::State& state, const BlockKernel* kernel) {
     const int depth = static_cast<int>(state.range(0));
     const auto compiled = CompiledEnsemble::Compile(MakeEnsemble(64, depth), *kernel);
     const ThresholdCodes& codes = compiled->sectionV[0];
-    LineVector<int8_t> tileV(static_cast<size_t>(codes.NumSlots()) * kTileRows);
+    LineVector<int8_t> tileV(static_cast<size_t>(codes.NumBands()) * kTileRows);
     codes.CodeTile(TileRows().data(), *kernel, tileV.data());
     LineVector<uint8_t> leafV(kBundleTrees * kTileRows);
     for (auto _ : state) {
@@ -93,16 +93,14 @@ void Batch(benchmark::State& state, const BlockKernel* kernel) {
     state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(kRows));
 }
 
-void OneRow(benchmark::State& state) {
+void OneRow(benchmark::State& state, const BlockKernel* kernel) {
     const auto compiled = CompiledEnsemble::Compile(
         MakeEnsemble(static_cast<size_t>(state.range(0)), static_cast<int>(state.range(1))),
-        *FindKernel("baseline"));
+        *kernel);
     size_t row = 0;
     for (auto _ : state) {
-        RowLeaves leaves(*compiled, Rows().data() + row++ % kRows * kFeatures);
-        double sum = 0.0;
-        for (size_t tree = 0; tree < compiled->shrinkV.size(); ++tree) sum += leaves.Value(tree);
-        benchmark::DoNotOptimize(sum);
+        const double* values = Rows().data() + row++ % kRows * kFeatures;
+        benchmark::DoNotOptimize(ScoreRow(*compiled, values, nullptr));
     }
     state.SetItemsProcessed(state.iterations());
 }
@@ -123,11 +121,15 @@ int main(int argc, char** argv) {
             ->Args({500, 6})
             ->Args({500, 8})
             ->Args({2000, 6});
+        benchmark::RegisterBenchmark(title("OneRow").c_str(), OneRow, kernel)
+            ->Args({500, 6})
+            ->Args({500, 7})
+            ->Args({500, 8});
     }
     benchmark::RegisterBenchmark("Batch/walked", Batch, FindKernel("baseline"))
         ->Args({500, 9})
         ->Args({50, 14});
-    benchmark::RegisterBenchmark("OneRow", OneRow)->Args({500, 6})->Args({500, 8})->Args({500, 9});
+    benchmark::RegisterBenchmark("OneRow/walked", OneRow, FindKernel("baseline"))->Args({500, 9});
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
 }

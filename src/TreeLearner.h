@@ -39,7 +39,10 @@
 class TreeLearner;
 namespace sylvora {
 class EngineRun;
+namespace engine {
+struct CompiledEnsemble;
 }
+}  // namespace sylvora
 
 // One worker's share of the training samples; sIdBegin to sIdEnd, inclusive.
 struct boosting_info_t {
@@ -290,7 +293,7 @@ class SYLVORA_API TreeLearner {
 
     void CompileEnsemble();
     int CheckScoring(int n) const;
-    int ScoreEachRow(const double* rows, size_t n, size_t stride, double* results) const;
+    const sylvora::engine::CompiledEnsemble* Compiled() const;
     std::string FindFault() const;
 
     ProgressFuncType progressFunction = nullptr;

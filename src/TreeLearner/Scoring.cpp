@@ -7,11 +7,13 @@
 #include "../TreeLearner.h"
 #include "../engine/BatchScoring.h"
 #include "../engine/RowLeaves.h"
+#include "../engine/RowScoring.h"
 #include "../god/Report.h"
 #include "../god/Truncation.h"
 #include "ScoringForm.h"
 
 using sylvora::Fail;
+using sylvora::engine::CompiledEnsemble;
 using sylvora::engine::RowLeaves;
 
 namespace {
@@ -22,7 +24,8 @@ constexpr int kFewClasses = 4096;
 // Rows from which blocks are faster than one row after the other.
 constexpr size_t kFewRows = 20;
 
-// The outputs of the trees for a row; trees are counted through all groups and asked for in order.
+// The trees' outputs for a row. They are counted through all groups and asked for in order; some
+// may be left out.
 class WalkedLeaves {
   public:
     WalkedLeaves(const std::vector<std::vector<TreeCR*>>& groups, double* line)
@@ -47,20 +50,18 @@ struct RowScore {
     bool fMajority;
 };
 
-template <typename Leaves>
-void AddGroups(const TreeLearner& learner, Leaves& leaves, RowScore& score) {
-    double result = 0.0;
-    size_t tree = 0;
+double GroupMean(const std::vector<TreeCR*>& group, double* line) {
+    double sum = 0.0;
+    for (TreeCR* tree : group) sum += tree->Predict(line);
+    return sum / static_cast<double>(group.size());
+}
+
+void AddGroups(const TreeLearner& learner, double* line, RowScore& score) {
     for (size_t g = 0; g < learner.TreeVV.size(); ++g) {
-        const size_t numTrees = learner.TreeVV[g].size();
-        double predGroup = 0.0;
-        for (size_t j = 0; j < numTrees; ++j) predGroup += leaves.Value(tree++);
-        // To divide by 1 changes nothing.
-        if (numTrees != 1) predGroup /= static_cast<double>(numTrees);
-        result += learner.StepLengthV[g] * predGroup;
+        const double predGroup = GroupMean(learner.TreeVV[g], line);
+        score.result += learner.StepLengthV[g] * predGroup;
         if (score.fullResult != nullptr) score.fullResult[g] = predGroup;
     }
-    score.result = result;
 }
 
 // Counts and the highest count are deliberately carried from group to group. With fullResult every
@@ -101,11 +102,7 @@ int VoteGroups(const TreeLearner& learner, Leaves& leaves, RowScore& score, long
 }
 
 template <typename Leaves>
-int ScoreRow(const TreeLearner& learner, Leaves leaves, RowScore& score) {
-    if (learner.CfgInfo.fRegCls == "REG") {
-        AddGroups(learner, leaves, score);
-        return 0;
-    }
+int Vote(const TreeLearner& learner, Leaves leaves, RowScore& score) {
     if (learner.numClass <= kFewClasses) {
         long long counts[kFewClasses];
         return VoteGroups(learner, leaves, score, counts);
@@ -117,6 +114,21 @@ int ScoreRow(const TreeLearner& learner, Leaves leaves, RowScore& score) {
         }
         return VoteGroups(learner, leaves, score, countV.data());
     });
+}
+
+// `compiled` is null where the trees are to be walked.
+int ScoreRow(const TreeLearner& learner, const CompiledEnsemble* compiled, double* line,
+             RowScore& score) {
+    if (learner.CfgInfo.fRegCls == "CLS") {
+        return compiled != nullptr ? Vote(learner, RowLeaves(*compiled, line), score)
+                                   : Vote(learner, WalkedLeaves(learner.TreeVV, line), score);
+    }
+    if (compiled == nullptr) {
+        AddGroups(learner, line, score);
+    } else {
+        score.result = sylvora::engine::ScoreRow(*compiled, line, score.fullResult);
+    }
+    return 0;
 }
 
 }  // namespace
@@ -137,13 +149,17 @@ int TreeLearner::CheckScoring(int n) const {
     return 0;
 }
 
+// The compiled form, as long as it is that of the ensemble.
+const CompiledEnsemble* TreeLearner::Compiled() const {
+    const bool fValid = scoringForm != nullptr && scoringForm->IsOf(*this);
+    return fValid ? scoringForm->ensemble.get() : nullptr;
+}
+
 int TreeLearner::OnlineTesting(double* line, double& result, int n, double* fullResult) {
     result = 0.0;
     if (CheckScoring(n) != 0) return -1;
     RowScore score = {0.0, fullResult, fullResult == nullptr};
-    const int status = scoringForm != nullptr && scoringForm->IsOf(*this)
-                           ? ScoreRow(*this, RowLeaves(*scoringForm->ensemble, line), score)
-                           : ScoreRow(*this, WalkedLeaves(TreeVV, line), score);
+    const int status = ScoreRow(*this, Compiled(), line, score);
     result = score.result;
     return status;
 }
@@ -153,27 +169,20 @@ int TreeLearner::OnlineTestingBatch(const double* rows, size_t n, size_t stride,
     constexpr size_t kMostValues = std::numeric_limits<int>::max();
     if (CheckScoring(static_cast<int>(std::min(stride, kMostValues))) != 0) return -1;
     return sylvora::Guarded([&] {
-        const bool fBlocks = n >= kFewRows && numClass <= kFewClasses && scoringForm != nullptr &&
-                             scoringForm->IsOf(*this);
-        if (!fBlocks) return ScoreEachRow(rows, n, stride, results);
-        sylvora::engine::ScoreRows(*scoringForm->ensemble, {rows, n, stride}, results, maxThreads);
+        const CompiledEnsemble* compiled = Compiled();
+        if (compiled != nullptr && n >= kFewRows && numClass <= kFewClasses) {
+            sylvora::engine::ScoreRows(*compiled, {rows, n, stride}, results, maxThreads);
+            return 0;
+        }
+        std::vector<double> scoreV(n);
+        for (size_t i = 0; i < n; ++i) {
+            RowScore score = {0.0, nullptr, false};
+            // Walks only read.
+            double* row = const_cast<double*>(rows) + i * stride;
+            if (ScoreRow(*this, compiled, row, score) != 0) return -1;
+            scoreV[i] = score.result;
+        }
+        std::copy(scoreV.begin(), scoreV.end(), results);
         return 0;
     });
-}
-
-int TreeLearner::ScoreEachRow(const double* rows, size_t n, size_t stride, double* results) const {
-    const bool fCompiled = scoringForm != nullptr && scoringForm->IsOf(*this);
-    std::vector<double> scoreV(n);
-    for (size_t i = 0; i < n; ++i) {
-        // Walks only read.
-        double* row = const_cast<double*>(rows) + i * stride;
-        RowScore score = {0.0, nullptr, false};
-        const int status = fCompiled
-                               ? ScoreRow(*this, RowLeaves(*scoringForm->ensemble, row), score)
-                               : ScoreRow(*this, WalkedLeaves(TreeVV, row), score);
-        if (status != 0) return -1;
-        scoreV[i] = score.result;
-    }
-    std::copy(scoreV.begin(), scoreV.end(), results);
-    return 0;
 }

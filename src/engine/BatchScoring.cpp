@@ -28,11 +28,11 @@ class BlockScorer {
         : ensemble(compiled),
           rowV(static_cast<size_t>(maxTiles) * kTileRows),
           totals(compiled.numClass, maxTiles) {
-        int mostSlots = 0;
+        int mostBands = 0;
         for (const ThresholdCodes& codes : ensemble.sectionV) {
-            mostSlots = std::max(mostSlots, codes.NumSlots());
+            mostBands = std::max(mostBands, codes.NumBands());
         }
-        codeV.resize(static_cast<size_t>(mostSlots) * static_cast<size_t>(maxTiles) * kTileRows);
+        codeV.resize(static_cast<size_t>(mostBands) * static_cast<size_t>(maxTiles) * kTileRows);
     }
 
     void Score(const RowTable& rows, double* results) {
@@ -59,12 +59,12 @@ class BlockScorer {
   private:
     const double* const* TileRows(int tile) const { return rowV.data() + tile * kTileRows; }
     int8_t* TileCodes(int tile) {
-        return codeV.data() + static_cast<size_t>(tile) * static_cast<size_t>(numSlots) * kTileRows;
+        return codeV.data() + static_cast<size_t>(tile) * static_cast<size_t>(numBands) * kTileRows;
     }
 
     void CodeTiles(int section) {
         const ThresholdCodes& codes = ensemble.sectionV[static_cast<size_t>(section)];
-        numSlots = codes.NumSlots();
+        numBands = codes.NumBands();
         for (int tile = 0; tile < numTiles; ++tile) {
             codes.CodeTile(TileRows(tile), *ensemble.kernel, TileCodes(tile));
         }
@@ -74,7 +74,7 @@ class BlockScorer {
         alignas(kTileRows) uint8_t leafV[kBundleTrees * kTileRows];
         const double* valueV[kBundleTrees];
         for (int t = 0; t < bundle.numTrees; ++t) {
-            valueV[t] = ensemble.leafValueV.data() + bundle.firstWord +
+            valueV[t] = ensemble.leafValueV.data() + bundle.firstLeaf +
                         (static_cast<size_t>(t) << bundle.depth);
         }
         for (int tile = 0; tile < numTiles; ++tile) {
@@ -114,7 +114,7 @@ class BlockScorer {
     std::vector<const double*> rowV;  // by row of the block
     LineVector<int8_t> codeV;         // tile after tile
     int numTiles = 0;
-    int numSlots = 0;
+    int numBands = 0;
     Totals totals;
 };
 

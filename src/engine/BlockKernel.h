@@ -1,26 +1,38 @@
-// The inner loop of batch scoring: which leaf of a tree each row of a tile reaches.
+// The inner loops of scoring: which leaf of a tree each row of a tile reaches, and which leaves of
+// a bundle of trees one row.
 //
-// A tile is 64 rows, one byte per row and slot. A slot covers up to 254 neighbouring thresholds of
+// A tile is 64 rows, one byte per row and band. A band covers up to 254 neighbouring thresholds of
 // one feature; its byte says how many of them the row's value lies above, so every test of a tree
 // is one comparison of bytes, for as many rows at a time as a register has bytes. Trees are not
 // walked: all tests are made, and leaf numbers are selected upwards from the lowest tests to the
 // root, three levels (a chunk) at a time. No branch depends on data.
 //
-// There is one source, BlockKernel.inl, and one object per instruction set; see KernelChoice.h.
+// For one row, trees stand in a heap (the root at 1, the sons of position i at 2 * i and 2 * i +
+// 1), with the words of a bundle's trees side by side at each position.
+//
+// There is one source for all instruction sets (BlockKernel.inl, and RowKernel.inl for those that
+// can do it) and one object for each; see KernelChoice.h.
 #ifndef SYLVORA_ENGINE_BLOCKKERNEL_H
 #define SYLVORA_ENGINE_BLOCKKERNEL_H
 
+#include <cstddef>
 #include <cstdint>
 
 namespace sylvora {
 namespace engine {
 
 constexpr int kTileRows = 64;
-// Thresholds of one slot. A row's byte counts those that the row is above; 255 is left for a test
+// Thresholds of one band. A row's byte counts those that the row is above; 255 is left for a test
 // that every row passes to the left.
-constexpr int kSlotThresholds = 254;
-// Leaf numbers are bytes.
+constexpr int kBandThresholds = 254;
+// Leaf numbers are bytes; trees are padded to the levels of a chunk at least.
+constexpr int kMinBlockDepth = 3;
 constexpr int kMaxBlockDepth = 8;
+constexpr int kBundleTrees = 16;
+// So many bands at most, for their number is a byte in a word. One row's bytes are looked up in
+// tables of kTableBands, the last of which must be there as a whole.
+constexpr int kMaxBands = 256;
+constexpr int kTableBands = 16;
 
 // The tests of three levels, the upper ones first. A row goes left when its byte, which stands at
 // codeAtV (from the tile's beginning), is below the test. Bytes are signed, because that is how
@@ -32,7 +44,7 @@ struct ChunkTests {
 
     static uint32_t Spread(int count) { return 0x01010101u * static_cast<uint8_t>(count - 128); }
 };
-constexpr int kAlwaysLeft = kSlotThresholds + 1;
+constexpr int kAlwaysLeft = kBandThresholds + 1;
 
 // The lowest three levels: their ends are eight leaves with numbers in a row.
 struct LeafChunk {
@@ -56,13 +68,25 @@ struct BlockTree {
 };
 constexpr int kMaxChunks = 32 + 4 + 1;  // of a tree of depth 8
 
+// Two bundles (or twice the same) of trees of one depth. A word is a test, above its band; a row
+// goes right when its byte of the band, unsigned and starting at 0, is above the test. Words begin
+// with a cache line.
+struct RowBundles {
+    const uint16_t* wordV[2];
+    int depth;
+};
+
 struct BlockKernel {
     const char* name;
-    // The bytes of a slot from the rows' ranks (at most 32767): rank - firstRank, at least 0 and at
-    // most kSlotThresholds, less 128.
-    void (*fillSlot)(const int16_t* rankV, int firstRank, int8_t* codeV);
+    // The bytes of a band from the rows' ranks (at most 32767): rank - firstRank, at least 0 and at
+    // most kBandThresholds, less 128.
+    void (*fillBand)(const int16_t* rankV, int firstRank, int8_t* codeV);
     // Leaf numbers: leafV[t * kTileRows + row].
     void (*findLeaves)(const BlockTree* treeV, int numTrees, const int8_t* tile, uint8_t* leafV);
+    // The leaf numbers that one row reaches in the trees of two bundles, one after the other. codeV
+    // begins with a table.
+    void (*findRowLeaves)(const RowBundles& bundles, const uint8_t* codeV, int numBands,
+                          uint16_t* leafV);
 };
 
 }  // namespace engine

@@ -1,4 +1,6 @@
 // The block kernel for processors with AVX2.
+#include <immintrin.h>
+
 #include "KernelChoice.h"
 
 namespace sylvora {
@@ -8,10 +10,11 @@ namespace {
 constexpr int kWidth = 32;
 constexpr int kTogether = 2;
 #include "BlockKernel.inl"
+#include "RowKernel.inl"
 
 }  // namespace
 
-const BlockKernel kAvx2Kernel = {"avx2", FillSlot, FindLeaves};
+const BlockKernel kAvx2Kernel = {"avx2", FillBand, FindLeaves, FindRowLeaves};
 
 }  // namespace engine
 }  // namespace sylvora

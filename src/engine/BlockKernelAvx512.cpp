@@ -1,4 +1,6 @@
 // The block kernel for processors with AVX-512 F, BW, DQ and VL.
+#include <immintrin.h>
+
 #include "KernelChoice.h"
 
 namespace sylvora {
@@ -8,10 +10,11 @@ namespace {
 constexpr int kWidth = 64;
 constexpr int kTogether = 1;
 #include "BlockKernel.inl"
+#include "RowKernel.inl"
 
 }  // namespace
 
-const BlockKernel kAvx512Kernel = {"avx512", FillSlot, FindLeaves};
+const BlockKernel kAvx512Kernel = {"avx512", FillBand, FindLeaves, FindRowLeaves};
 
 }  // namespace engine
 }  // namespace sylvora

@@ -11,7 +11,7 @@ constexpr int kTogether = 2;
 
 }  // namespace
 
-const BlockKernel kBaselineKernel = {"baseline", FillSlot, FindLeaves};
+const BlockKernel kBaselineKernel = {"baseline", FillBand, FindLeaves, WalkRow};
 
 }  // namespace engine
 }  // namespace sylvora

@@ -62,9 +62,11 @@ class Compiler {
     bool CheckGroups() const;
     bool MeasureTrees();
     void PlanSections();
+    bool AddToSection(size_t tree);
     void CloseSection();
     void CutBundles();
     bool FillBundle(Bundle& bundle);
+    void FillCoded(const Bundle& bundle, size_t tree);
     void LinkChunks();
     void CutGroups();
 
@@ -75,6 +77,7 @@ class Compiler {
     // The section that is being planned: its trees, and thresholds by feature.
     std::vector<size_t> openTreeV;
     std::unordered_map<int, int> openCountV;
+    int numOpenBands = 0;
     // Chunks of each tree, for whom addresses are known at the end only.
     std::vector<size_t> firstLeafChunkV;
     std::vector<size_t> firstJoinV;
@@ -114,25 +117,37 @@ bool Compiler::MeasureTrees() {
 // Trees of a section need not be neighbours: walked ones may lie between.
 void Compiler::PlanSections() {
     sectionV.assign(source.NumTrees(), -1);
-    int numSlots = 0;
-    int mostOfFeature = 0;
     for (size_t tree = 0; tree < source.NumTrees(); ++tree) {
         if (depthV[tree] > kMaxBlockDepth) continue;
+        if (!AddToSection(tree)) {
+            CloseSection();
+            AddToSection(tree);
+        }
         openTreeV.push_back(tree);
-        PaddedTree(source.Tree(tree), depthV[tree]).ForEachTest([&](int splitFea, double) {
-            int& count = openCountV[splitFea];
-            if (count++ % kSlotThresholds == 0) ++numSlots;
-            mostOfFeature = std::max(mostOfFeature, count);
-        });
-        constexpr int kMostOfTree = 1 << kMaxBlockDepth;
-        const bool fFull = numSlots >= kFullSection ||
-                           mostOfFeature > ThresholdCodes::kMaxThresholds - kMostOfTree;
-        if (!fFull) continue;
-        CloseSection();
-        numSlots = 0;
-        mostOfFeature = 0;
     }
     CloseSection();
+}
+
+// Counts the tree's thresholds, as if all were different; false, with nothing counted, when the
+// section would have too many. A single tree always fits.
+bool Compiler::AddToSection(size_t tree) {
+    std::vector<int> featureV;
+    PaddedTree(source.Tree(tree), depthV[tree]).ForEachTest([&](int splitFea, double) {
+        featureV.push_back(splitFea);
+    });
+    bool fFits = true;
+    for (const int splitFea : featureV) {
+        const int count = openCountV[splitFea]++;
+        numOpenBands += count % kBandThresholds == 0 ? 1 : 0;
+        fFits &= count < ThresholdCodes::kMaxThresholds;
+    }
+    fFits &= numOpenBands <= kMaxBands;
+    for (size_t k = 0; !fFits && k < featureV.size(); ++k) {
+        const auto counted = openCountV.find(featureV[k]);
+        numOpenBands -= --counted->second % kBandThresholds == 0 ? 1 : 0;
+        if (counted->second == 0) openCountV.erase(counted);
+    }
+    return fFits;
 }
 
 // Looking up a feature costs about what is gained on a tree.
@@ -150,6 +165,7 @@ void Compiler::CloseSection() {
     }
     openTreeV.clear();
     openCountV.clear();
+    numOpenBands = 0;
 }
 
 void Compiler::CutBundles() {
@@ -157,32 +173,41 @@ void Compiler::CutBundles() {
     for (size_t tree = 0; tree < source.NumTrees(); ++tree) {
         const bool fFits = !bundleV.empty() && bundleV.back().numTrees < kBundleTrees &&
                            bundleV.back().section == sectionV[tree];
-        if (!fFits) bundleV.push_back({tree, 0, sectionV[tree], kMinCodedDepth, 0, 0, 0});
+        if (!fFits) bundleV.push_back({tree, 0, sectionV[tree], kMinBlockDepth, 0, 0, 0, 0});
         Bundle& bundle = bundleV.back();
         ++bundle.numTrees;
         bundle.depth = std::max(bundle.depth, depthV[tree]);
     }
-    if (bundleV.empty()) bundleV.push_back({0, 0, -1, 0, 0, 0, 0});
+    if (bundleV.empty()) bundleV.push_back({0, 0, -1, 0, 0, 0, 0, 0});
 }
 
 bool Compiler::FillBundle(Bundle& bundle) {
-    if (bundle.IsCoded()) bundle.firstWord = compiled->wordV.size();
+    if (bundle.IsCoded()) {
+        bundle.firstWord = compiled->wordV.size();
+        bundle.firstLeaf = compiled->leafValueV.size();
+        const size_t numWords = size_t{kBundleTrees} << bundle.depth;
+        compiled->wordV.resize(bundle.firstWord + numWords, ThresholdCodes::kAlwaysLeftWord);
+    }
     for (size_t tree = bundle.firstTree; tree < bundle.EndTree(); ++tree) {
         uint32_t root = 0;
         firstLeafChunkV.push_back(compiled->leafChunkV.size());
         firstJoinV.push_back(compiled->joinV.size());
         if (bundle.IsCoded()) {
-            const ThresholdCodes& codes = compiled->sectionV[static_cast<size_t>(bundle.section)];
-            const PaddedTree padded(source.Tree(tree), bundle.depth);
-            padded.AppendWords(codes, compiled->wordV);
-            padded.AppendValues(compiled->leafValueV);
-            padded.AppendChunks(codes, compiled->leafChunkV, compiled->joinV);
+            FillCoded(bundle, tree);
         } else if (!compiled->walked.Append(source.Tree(tree), source.NumNodes(tree), root)) {
             return false;
         }
         compiled->rootV.push_back(root);
     }
     return true;
+}
+
+void Compiler::FillCoded(const Bundle& bundle, size_t tree) {
+    const ThresholdCodes& codes = compiled->sectionV[static_cast<size_t>(bundle.section)];
+    const PaddedTree padded(source.Tree(tree), bundle.depth);
+    padded.FillWords(codes, compiled->wordV.data() + bundle.firstWord + tree - bundle.firstTree);
+    padded.AppendValues(compiled->leafValueV);
+    padded.AppendChunks(codes, compiled->leafChunkV, compiled->joinV);
 }
 
 void Compiler::LinkChunks() {

@@ -23,25 +23,22 @@
 namespace sylvora {
 namespace engine {
 
-constexpr int kBundleTrees = 16;
-// Coded trees are padded to at least the levels of a chunk.
-constexpr int kMinCodedDepth = 3;
-// A section is full once it has as many slots; its last tree may bring as many more as it has
-// tests.
-constexpr int kFullSection = 512;
-constexpr int kMaxSectionFeatures = kFullSection + (1 << kMaxBlockDepth);
-
 // Consecutive trees of one form that are evaluated together.
 struct Bundle {
     size_t firstTree;
     int numTrees;
     int section;       // -1: walked
     int depth;         // coded: of all its trees, padded
-    size_t firstWord;  // coded: of wordV and leafValueV, 2^depth for each tree
+    size_t firstWord;  // coded: 2^depth times kBundleTrees of wordV
+    size_t firstLeaf;  // coded: 2^depth for each tree of leafValueV
     size_t firstPiece;
     size_t endPiece;
 
     bool IsCoded() const { return section >= 0; }
+    // Whether both can be evaluated in one go.
+    bool PairsWith(const Bundle& next) const {
+        return numTrees == kBundleTrees && section == next.section && depth == next.depth;
+    }
     size_t EndTree() const { return firstTree + static_cast<size_t>(numTrees); }
 };
 
@@ -69,7 +66,7 @@ struct CompiledEnsemble {
     std::vector<GroupPiece> pieceV;
     // Coded trees.
     std::vector<ThresholdCodes> sectionV;
-    LineVector<uint32_t> wordV;
+    LineVector<uint16_t> wordV;
     LineVector<double> leafValueV;
     std::vector<LeafChunk> leafChunkV;
     std::vector<JoinChunk> joinV;

@@ -26,12 +26,11 @@ PaddedTree::PaddedTree(const SourceNode* nodes, int treeDepth)
     }
 }
 
-void PaddedTree::AppendWords(const ThresholdCodes& codes, LineVector<uint32_t>& wordV) const {
-    wordV.push_back(0);
+void PaddedTree::FillWords(const ThresholdCodes& codes, uint16_t* wordV) const {
     for (size_t i = 1; i < End(); ++i) {
-        wordV.push_back(ThresholdCodes::kAlwaysLeft);
         if (!IsTest(i)) continue;
-        wordV.back() = ThresholdCodes::Word(codes.Find(nodeV[i]->splitFea, nodeV[i]->splitElemFea));
+        wordV[i * kBundleTrees] =
+            codes.Word(codes.Find(nodeV[i]->splitFea, nodeV[i]->splitElemFea));
     }
 }
 

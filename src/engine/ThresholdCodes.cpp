@@ -45,10 +45,10 @@ void ThresholdCodes::Finish() {
         MakeBuckets(feature);
         // A bisection may look that far behind the last threshold.
         thresholdV.insert(thresholdV.end(), (size_t{1} << feature.numBisections) - 1, kInfinity);
-        numUsed += (feature.numThresholds + kSlotThresholds - 1) / kSlotThresholds;
+        numUsed += (feature.numThresholds + kBandThresholds - 1) / kBandThresholds;
         featureV.push_back(feature);
     }
-    numSlots = std::max(numUsed, 1);
+    numBands = std::max(numUsed, 1);
     collectedV = {};
 }
 
@@ -115,12 +115,14 @@ inline void ThresholdCodes::RankLanes(const Feature& feature, const double* valu
     }
 }
 
-void ThresholdCodes::CodeRow(const double* row, uint32_t* codeV) const {
+void ThresholdCodes::CodeRow(const double* row, uint8_t* codeV) const {
     codeV[0] = 0;
     for (const Feature& feature : featureV) {
         int16_t rank;
         RankLanes<1>(feature, row + feature.splitFea, &rank);
-        *codeV++ = static_cast<uint32_t>(rank) << 16;
+        for (int first = 0; first < feature.numThresholds; first += kBandThresholds) {
+            *codeV++ = static_cast<uint8_t>(std::clamp(rank - first, 0, kBandThresholds));
+        }
     }
 }
 
@@ -134,8 +136,8 @@ void ThresholdCodes::CodeTile(const double* const* rowV, const BlockKernel& kern
             for (int i = 0; i < kLanes; ++i) valueV[i] = rowV[first + i][feature.splitFea];
             RankLanes<kLanes>(feature, valueV, rankV + first);
         }
-        for (int rank = 0; rank < feature.numThresholds; rank += kSlotThresholds) {
-            kernel.fillSlot(rankV, rank, tile);
+        for (int rank = 0; rank < feature.numThresholds; rank += kBandThresholds) {
+            kernel.fillBand(rankV, rank, tile);
             tile += kTileRows;
         }
     }

@@ -26,8 +26,8 @@ class ThresholdCodes {
     void Finish();
 
     int NumFeatures() const { return static_cast<int>(featureV.size()); }
-    // Slots of a tile; at least one.
-    int NumSlots() const { return numSlots; }
+    // Bands of a tile; at least one.
+    int NumBands() const { return numBands; }
 
     // Where a test is found: the position of its feature among those used here, and the rank of its
     // threshold.
@@ -37,22 +37,17 @@ class ThresholdCodes {
     };
     Place Find(int splitFea, double threshold) const;
 
-    // A test as a word, for rows coded by CodeRow: a row goes left unless word < codeV[word &
-    // 0xffff].
-    static constexpr uint32_t kAlwaysLeft = 0xffff0000u;
-    static uint32_t Word(Place place) {
-        return static_cast<uint32_t>(place.rank) << 16 | static_cast<uint32_t>(place.feature);
+    // A test for the kernels: for one row, as a word; for a tile, as a place and a byte.
+    uint16_t Word(Place place) const {
+        return static_cast<uint16_t>(place.rank % kBandThresholds << 8 | Band(place));
     }
-    // Writes NumFeatures() words, and at least one.
-    void CodeRow(const double* row, uint32_t* codeV) const;
+    static constexpr uint16_t kAlwaysLeftWord = 0xff00u;
+    uint32_t CodeAt(Place place) const { return static_cast<uint32_t>(Band(place) * kTileRows); }
+    static int Test(Place place) { return place.rank % kBandThresholds + 1; }
 
-    // The same test for the block kernel.
-    uint32_t CodeAt(Place place) const {
-        const int slot = featureV[static_cast<size_t>(place.feature)].firstSlot;
-        return static_cast<uint32_t>((slot + place.rank / kSlotThresholds) * kTileRows);
-    }
-    static int Test(Place place) { return place.rank % kSlotThresholds + 1; }
-    // Codes kTileRows rows, given by pointer; `tile` has room for NumSlots() * kTileRows bytes.
+    // Codes a row: one byte for each band.
+    void CodeRow(const double* row, uint8_t* codeV) const;
+    // Codes kTileRows rows, given by pointer; `tile` has room for NumBands() * kTileRows bytes.
     void CodeTile(const double* const* rowV, const BlockKernel& kernel, int8_t* tile) const;
 
   private:
@@ -62,7 +57,7 @@ class ThresholdCodes {
     struct Feature {
         int splitFea;
         int numThresholds;
-        int firstSlot;
+        int firstBand;
         int numBisections;
         size_t firstThreshold;
         size_t firstBucket;
@@ -71,6 +66,10 @@ class ThresholdCodes {
         double lastBucket;
     };
 
+    int Band(Place place) const {
+        return featureV[static_cast<size_t>(place.feature)].firstBand +
+               place.rank / kBandThresholds;
+    }
     static double Bucket(const Feature& feature, double value);
     void MakeBuckets(Feature& feature);
     template <int kLanes>
@@ -84,7 +83,7 @@ class ThresholdCodes {
     std::vector<Feature> featureV;
     std::vector<double> thresholdV;  // rising, feature by feature; each ends with infinities
     std::vector<uint16_t> bucketV;   // thresholds below a bucket
-    int numSlots = 1;
+    int numBands = 1;
 };
 
 }  // namespace engine

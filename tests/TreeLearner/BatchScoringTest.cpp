@@ -143,6 +143,11 @@ TEST(BatchScoring, SeesChangesMadeByHand) {
              m.TreeVV[0] = {m.TreeVV[1][2]};
              m.TreeVV[1].pop_back();
          }},
+        {"a tree changes its group",
+         [](TreeLearner& m) {
+             m.TreeVV[0].push_back(m.TreeVV[1][0]);
+             m.TreeVV[1].erase(m.TreeVV[1].begin());
+         }},
         {"a group is emptied", [](TreeLearner& m) { m.TreeVV[5].clear(); }},
         {"as a classification",
          [](TreeLearner& m) {

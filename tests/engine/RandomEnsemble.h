@@ -25,6 +25,7 @@ struct Shape {
     int maxDepth = 6;
     double leafShare = 0.2;    // of the nodes above maxDepth
     int numValues = 1000;      // distinct thresholds of a feature; 0: hostile ones
+    bool fOutliers = false;    // a few thresholds are far from all others
     bool fChain = false;       // each left son is a leaf, the deepest pair is at maxDepth
     bool fOddNumbers = false;  // NaN and infinity among thresholds and values
 };
@@ -66,6 +67,7 @@ class RandomEnsemble {
     double Threshold() {
         if (shape.fOddNumbers && Below(20) == 0) return Below(2) == 0 ? std::nan("") : Hostile();
         if (shape.numValues == 0) return Below(2) == 0 ? Hostile() : Hostile() * Real();
+        if (shape.fOutliers && Below(1000) == 0) return 1e300;
         return (Below(shape.numValues) - shape.numValues / 2) * 0.37;
     }
 

@@ -9,6 +9,7 @@
 #include "engine/BatchScoring.h"
 #include "engine/KernelChoice.h"
 #include "engine/RowLeaves.h"
+#include "engine/RowScoring.h"
 
 namespace sylvora::tests {
 namespace {
@@ -82,6 +83,15 @@ std::vector<Shape> Shapes() {
     fine.leafShare = 0.0;
     fine.numGroups = 300;
     fine.numValues = 1000000;
+    Shape crowded = fine;
+    crowded.name = "the same, nearly all in one bucket";
+    crowded.fOutliers = true;
+    shapeV.push_back(crowded);
+    Shape& stumps = add("more features than a section holds");
+    stumps.dimFea = 400;
+    stumps.maxDepth = 1;
+    stumps.leafShare = 0.0;
+    stumps.numGroups = 1200;
     for (const auto& groupV : {std::vector<size_t>{1}, {7}, {100, 0, 1, 3}}) {
         for (const int numClass : {1, 2, 5, 300}) {
             Shape& votes = add("votes");
@@ -103,6 +113,20 @@ void CheckRow(const EnsembleSource& source, const CompiledEnsemble& compiled, co
         if (tree % 23 >= 4) continue;
         ASSERT_TRUE(SameBits(some.Value(tree), expected)) << "tree " << tree << " after a gap";
     }
+    if (source.numClass > 0) return;
+    std::vector<double> meanV(source.groupV.size() + 1, 12.5);
+    ASSERT_TRUE(SameBits(engine::ScoreRow(compiled, row, nullptr), ScoreOf(source, row)));
+    ASSERT_TRUE(SameBits(engine::ScoreRow(compiled, row, meanV.data()), ScoreOf(source, row)));
+    size_t tree = 0;
+    for (size_t g = 0; g < source.groupV.size(); ++g) {
+        double sum = 0.0;
+        for (size_t j = 0; j < source.groupV[g].numTrees; ++j) {
+            sum += LeafValueOf(source, tree++, row);
+        }
+        const double mean = sum / static_cast<double>(source.groupV[g].numTrees);
+        ASSERT_TRUE(SameBits(meanV[g], mean)) << "group " << g;
+    }
+    ASSERT_EQ(meanV.back(), 12.5);
 }
 
 void CheckBatch(const EnsembleSource& source, const CompiledEnsemble& compiled,
@@ -194,6 +218,9 @@ TEST(ScoringEngine, LeavesWhatIsNoTreeToThePlainForm) {
         EXPECT_EQ(CompiledEnsemble::Compile(source, *engine::FindKernel("baseline")), nullptr)
             << c.fault;
     }
+    EnsembleSource source = RandomEnsemble(Shape(), 1).source;
+    source.groupV[1].shrink = kOtherNan;
+    EXPECT_EQ(CompiledEnsemble::Compile(source, *engine::FindKernel("baseline")), nullptr);
 }
 
 }  // namespace
