@@ -155,7 +155,8 @@ void ColumnScan::AppendCuts(int slot, int id, const Histogram& histogram, const 
 void ColumnScan::AppendLiveBins(int id, const Histogram& histogram, const NodeTotals& node,
                                 const ColumnView& view, double least,
                                 std::vector<int>& binV) const {
-    const int numBins = histogram.NumBins(data.At(id));
+    const Column& column = data.At(id);
+    const int numBins = histogram.NumBins(column);
     for (size_t run = 0; run < view.runBoundV.size(); ++run) {
         if (view.runBoundV[run] < least) continue;
         const int begin = static_cast<int>(run) * ColumnView::kRunBins;
@@ -165,6 +166,10 @@ void ColumnScan::AppendLiveBins(int id, const Histogram& histogram, const NodeTo
             Cell inside = view.prefixV[static_cast<size_t>(bin) + 1];
             inside -= before;
             if (!HasTwoRows(inside)) continue;
+            // One value that many rows share, such as an absent feature, has no cut inside.
+            const uint32_t numRanks =
+                histogram.FirstRank(column, bin + 1) - histogram.FirstRank(column, bin);
+            if (numRanks < 2) continue;
             if (InsideBound(node, before, inside) >= least) binV.push_back(bin);
         }
     }
