@@ -86,15 +86,6 @@ void ThresholdCodes::MakeBuckets(Feature& feature) {
     }
 }
 
-ThresholdCodes::Place ThresholdCodes::Find(int splitFea, double threshold) const {
-    const auto feature =
-        std::lower_bound(featureV.begin(), featureV.end(), splitFea,
-                         [](const Feature& f, int wanted) { return f.splitFea < wanted; });
-    const double* begin = thresholdV.data() + feature->firstThreshold;
-    const double* found = std::lower_bound(begin, begin + feature->numThresholds, threshold);
-    return {static_cast<int>(feature - featureV.begin()), static_cast<int>(found - begin)};
-}
-
 // Bisection with as many steps for every value of a feature: `rank` thresholds are known to be
 // below the value, and fewer than 2 * step of those behind them.
 template <int kLanes>
@@ -113,6 +104,16 @@ inline void ThresholdCodes::RankLanes(const Feature& feature, const double* valu
     for (int i = 0; i < kLanes; ++i) {
         rankV[i] = static_cast<int16_t>(std::min(rank[i], feature.numThresholds));
     }
+}
+
+// A threshold is above those before it and no other.
+ThresholdCodes::Place ThresholdCodes::Find(int splitFea, double threshold) const {
+    const auto feature =
+        std::lower_bound(featureV.begin(), featureV.end(), splitFea,
+                         [](const Feature& f, int wanted) { return f.splitFea < wanted; });
+    int16_t rank;
+    RankLanes<1>(*feature, &threshold, &rank);
+    return {static_cast<int>(feature - featureV.begin()), rank};
 }
 
 void ThresholdCodes::CodeRow(const double* row, uint8_t* codeV) const {
