@@ -144,8 +144,10 @@ void ScoreRows(const CompiledEnsemble& ensemble, const RowTable& rows, double* r
                int numThread) {
     const size_t numVisits = rows.numRows * (ensemble.shrinkV.size() + 1);
     const size_t mostThreads = 1 + numVisits / kVisitsPerThread;
-    const size_t numAsked = static_cast<size_t>(numThread > 0 ? numThread : NumUsableCpus());
-    const int numWorkers = static_cast<int>(std::min(numAsked, mostThreads));
+    // To ask for the processors takes as long as scoring some rows.
+    const int numAsked = numThread > 0 || mostThreads == 1 ? numThread : NumUsableCpus();
+    const int numWorkers =
+        static_cast<int>(std::min(static_cast<size_t>(std::max(numAsked, 1)), mostThreads));
     // Enough blocks for all to end at about the same time.
     const size_t tilesPerWorker = rows.numRows / kTileRows / static_cast<size_t>(numWorkers) / 4;
     int maxTiles = static_cast<int>(std::clamp(tilesPerWorker, size_t{1}, size_t{kMaxTiles}));
