@@ -124,9 +124,9 @@ void ScoreBlocks(const CompiledEnsemble& ensemble, const RowTable& rows, double*
     const size_t blockRows = static_cast<size_t>(maxTiles) * kTileRows;
     const size_t numBlocks = (rows.numRows + blockRows - 1) / blockRows;
     WorkerPool pool;
-    // Fewer threads than asked for do the same work.
-    if (pool.Start(static_cast<int>(std::min(static_cast<size_t>(numThread), numBlocks))) != 0) {
-    }
+    // Where not all threads can be started, fewer do the same work.
+    static_cast<void>(
+        pool.Start(static_cast<int>(std::min(static_cast<size_t>(numThread), numBlocks))));
     std::vector<BlockScorer<Totals>> scorerV;
     for (int worker = 0; worker < pool.NumWorkers(); ++worker)
         scorerV.emplace_back(ensemble, maxTiles);
