@@ -11,7 +11,6 @@ namespace sylvora {
 namespace engine {
 namespace {
 
-constexpr double kGap = 1e-10;
 // Bounds are computed in doubles; this covers their rounding many times over.
 constexpr double kInflate = 1.0 + 1e-9;
 constexpr double kTiny = 1e-300;  // keeps 0 / 0 out of a term whose numerator is 0
@@ -131,8 +130,8 @@ void ColumnScan::VisitCuts(const Column& column, int numBins, const NodeTotals& 
     for (int bin = 0; bin < numBins; ++bin) {
         if (!holdsRows(bin)) continue;
         const bool fSeparable = !column.fExact || column.fClean || last < 0 ||
-                                column.binValueV[static_cast<size_t>(bin)] >
-                                    column.binValueV[static_cast<size_t>(last)] + kGap;
+                                IsSeparable(column.binValueV[static_cast<size_t>(last)],
+                                            column.binValueV[static_cast<size_t>(bin)]);
         if (last >= 0 && fSeparable) {
             const Cell& left = view.prefixV[static_cast<size_t>(last) + 1];
             visit(CutScore(node, fixed.Sum(left), fixed.Weight(left)), last);

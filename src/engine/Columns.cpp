@@ -12,7 +12,6 @@ namespace sylvora {
 namespace engine {
 namespace {
 
-constexpr double kGap = 1e-10;          // as in the regression scan
 constexpr int kNarrowBins = 256;        // what a byte can tell apart
 constexpr int kFewestBins = 16;         // however many columns there are
 constexpr size_t kMostCells = 1 << 19;  // of a node's histogram, for wide data
@@ -103,7 +102,7 @@ std::vector<uint32_t> CutBins(const std::vector<Distinct>& distinctV, size_t num
     for (size_t r = 1; r < distinctV.size(); ++r) {
         const double begin = static_cast<double>(distinctV[r].begin);
         if (begin < IdealBegin(bin, numBins, static_cast<double>(numRows))) continue;
-        if (!(distinctV[r].value > distinctV[r - 1].value + kGap)) continue;
+        if (!IsSeparable(distinctV[r - 1].value, distinctV[r].value)) continue;
         firstV.push_back(static_cast<uint32_t>(r));
         while (bin < numBins && IdealBegin(bin, numBins, static_cast<double>(numRows)) <= begin) {
             ++bin;
@@ -163,7 +162,7 @@ bool Columns::CodeColumn(int column, std::vector<uint16_t>& binV) {
     c.fNarrow = c.fExact && distinctV.size() <= kNarrowBins;
     c.fClean = true;
     for (size_t r = 1; r < distinctV.size(); ++r) {
-        c.fClean = c.fClean && distinctV[r].value > distinctV[r - 1].value + kGap;
+        c.fClean = c.fClean && IsSeparable(distinctV[r - 1].value, distinctV[r].value);
     }
     if (c.fExact) {
         for (size_t r = 0; r <= distinctV.size(); ++r) {
@@ -177,7 +176,7 @@ bool Columns::CodeColumn(int column, std::vector<uint16_t>& binV) {
     c.fCleanBinV.assign(static_cast<size_t>(c.numBins), 1);
     for (size_t b = 0; b + 1 < c.binFirstRankV.size(); ++b) {
         for (size_t r = c.binFirstRankV[b] + 1; r < c.binFirstRankV[b + 1]; ++r) {
-            if (!(distinctV[r].value > distinctV[r - 1].value + kGap)) c.fCleanBinV[b] = 0;
+            if (!IsSeparable(distinctV[r - 1].value, distinctV[r].value)) c.fCleanBinV[b] = 0;
         }
     }
     if (c.fNarrow) {

@@ -22,6 +22,11 @@
 namespace sylvora {
 namespace engine {
 
+// Whether a regression cut may come between two values, as the plain form writes it.
+inline bool IsSeparable(double low, double high) {
+    return high > low + 1e-10;
+}
+
 struct Column {
     int numBins = 0;
     bool fExact = false;  // one bin per distinct value

@@ -1,5 +1,5 @@
 // Arrays that are read in random order. On large pages the processor finds its way to a row without
-// walking its page tables, which is half the cost of such a read.
+// walking its page tables.
 #ifndef SYLVORA_ENGINE_LARGEARRAY_H
 #define SYLVORA_ENGINE_LARGEARRAY_H
 

@@ -11,7 +11,6 @@ namespace sylvora {
 namespace engine {
 namespace {
 
-constexpr double kGap = 1e-10;
 constexpr double kUnitRoundoff = 0x1p-53;
 
 }  // namespace
@@ -247,7 +246,7 @@ void NodeSearch::ScoreRun(const SearchTask& task, int slot, const uint64_t* begi
         if (rank == RankOf(key[1])) continue;
         const double score = CutScore(node, fixed.Sum(prefix), fixed.Weight(prefix));
         if (!(score >= least)) continue;
-        if (!fClean && !(valueOf(key[1]) > valueOf(*key) + kGap)) continue;
+        if (!fClean && !IsSeparable(valueOf(*key), valueOf(key[1]))) continue;
         scratch.candidateV.push_back({score, slot, id, rank, prefix});
         RaiseBest(score);
         least = Least();
