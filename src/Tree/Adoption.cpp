@@ -2,7 +2,7 @@
 #include <memory>
 
 #include "../Tree.h"
-#include "../engine/RegressionGrowth.h"
+#include "../engine/GrownTree.h"
 #include "../god/Report.h"
 
 void TreeCR::Adopt(const std::vector<sylvora::engine::GrownNode>& grownV) {

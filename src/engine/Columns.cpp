@@ -3,10 +3,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <unordered_map>
 
-#include "KeySort.h"
+#include "ValueOrder.h"
 
 namespace sylvora {
 namespace engine {
@@ -15,61 +14,6 @@ namespace {
 constexpr int kNarrowBins = 256;        // what a byte can tell apart
 constexpr int kFewestBins = 16;         // however many columns there are
 constexpr size_t kMostCells = 1 << 19;  // of a node's histogram, for wide data
-
-// Maps doubles to integers of the same order; -0.0 and 0.0 to the same one.
-uint64_t OrderedKey(double value) {
-    const double positiveZero = value + 0.0;
-    uint64_t bits;
-    std::memcpy(&bits, &positiveZero, sizeof bits);
-    return (bits >> 63) != 0 ? ~bits : bits | (uint64_t{1} << 63);
-}
-
-// The rows of a column in the order of its values. Sorting is by the high halves of the keys first,
-// which mostly settle it; only where they agree are the low halves looked at.
-class SortedRows {
-  public:
-    // False when the column holds a NaN.
-    bool Load(const double* const* rowV, int numRows, int column) {
-        const size_t count = static_cast<size_t>(numRows);
-        itemV.resize(count);
-        lowV.resize(count);
-        for (size_t row = 0; row < count; ++row) {
-            const double value = rowV[row][column];
-            if (std::isnan(value)) return false;
-            const uint64_t key = OrderedKey(value);
-            itemV[row] = (key & 0xffffffff00000000u) | row;
-            lowV[row] = static_cast<uint32_t>(key);
-        }
-        SortKeys(itemV, otherV);
-        SortLowHalves();
-        return true;
-    }
-
-    size_t Count() const { return itemV.size(); }
-    size_t Row(size_t i) const { return static_cast<uint32_t>(itemV[i]); }
-    bool IsEqualToPrevious(size_t i) const {
-        return (itemV[i] >> 32) == (itemV[i - 1] >> 32) && lowV[Row(i)] == lowV[Row(i - 1)];
-    }
-
-  private:
-    void SortLowHalves() {
-        const auto isLower = [this](uint64_t a, uint64_t b) {
-            return lowV[static_cast<uint32_t>(a)] < lowV[static_cast<uint32_t>(b)];
-        };
-        for (size_t begin = 0; begin < itemV.size();) {
-            size_t end = begin + 1;
-            while (end < itemV.size() && (itemV[end] >> 32) == (itemV[begin] >> 32)) ++end;
-            const auto first = itemV.begin() + static_cast<std::ptrdiff_t>(begin);
-            const auto last = itemV.begin() + static_cast<std::ptrdiff_t>(end);
-            if (!std::is_sorted(first, last, isLower)) std::stable_sort(first, last, isLower);
-            begin = end;
-        }
-    }
-
-    std::vector<uint64_t> itemV;  // high half of the key, row
-    std::vector<uint64_t> otherV;
-    std::vector<uint32_t> lowV;  // low half, by row
-};
 
 // The row number at which bin `bin` of `numBins` ideally begins.
 double IdealBegin(int bin, int numBins, double numRows) {
@@ -85,7 +29,7 @@ struct Distinct {
     size_t begin;
 };
 
-std::vector<Distinct> FindDistinct(const SortedRows& sorted, const double* const* rowV,
+std::vector<Distinct> FindDistinct(const ValueOrder& sorted, const double* const* rowV,
                                    int column) {
     std::vector<Distinct> distinctV;
     for (size_t i = 0; i < sorted.Count(); ++i) {
@@ -154,7 +98,7 @@ Columns::Columns(const double* const* rows, int numRow, int numColumn, int mostB
 
 // False when the column holds a NaN.
 bool Columns::CodeColumn(int column, std::vector<uint16_t>& binV) {
-    SortedRows sorted;
+    ValueOrder sorted;
     if (!sorted.Load(rowV, numRows, column)) return false;
     const std::vector<Distinct> distinctV = FindDistinct(sorted, rowV, column);
     Column& c = columnV[static_cast<size_t>(column)];

@@ -8,6 +8,7 @@
 
 #include "Columns.h"
 #include "FixedPoint.h"
+#include "GrownTree.h"
 #include "Histogram.h"
 #include "HistogramStore.h"
 #include "NodeSearch.h"
@@ -17,29 +18,6 @@
 
 namespace sylvora {
 namespace engine {
-
-struct GrowthLimits {
-    int maxLeaf;
-    int maxDepth;
-    int numBound;
-    int numSelFea;  // columns drawn per node
-    bool fForest;   // neither maxLeaf nor maxDepth counts
-};
-
-// One node as grown; the words are those of NodeCR.
-struct GrownNode {
-    int startDoc = 0;
-    int countDoc = 0;
-    int parent = -1;
-    int depth = 0;
-    int splitFea = -1;
-    double splitElemFea = -1.0;
-    int lson = -1;
-    int rson = -1;
-    int countL = 0;
-    double gradAll = 0.0;
-    int wgtAll = 0;
-};
 
 // Decides what the sums cannot: the plain search of a node over some of its slots. The arrays hold
 // the node's rows, weights null where all are 1. May be called by several workers at once.

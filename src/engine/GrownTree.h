@@ -1,0 +1,34 @@
+// A tree as the engine grows it, and the limits that it grows within.
+#ifndef SYLVORA_ENGINE_GROWNTREE_H
+#define SYLVORA_ENGINE_GROWNTREE_H
+
+namespace sylvora {
+namespace engine {
+
+struct GrowthLimits {
+    int maxLeaf;
+    int maxDepth;
+    int numBound;
+    int numSelFea;  // columns drawn per node
+    bool fForest;   // neither maxLeaf nor maxDepth counts
+};
+
+// One node as grown; the words are those of NodeCR.
+struct GrownNode {
+    int startDoc = 0;
+    int countDoc = 0;
+    int parent = -1;
+    int depth = 0;
+    int splitFea = -1;
+    double splitElemFea = -1.0;
+    int lson = -1;
+    int rson = -1;
+    int countL = 0;
+    double gradAll = 0.0;
+    int wgtAll = 0;
+};
+
+}  // namespace engine
+}  // namespace sylvora
+
+#endif  // SYLVORA_ENGINE_GROWNTREE_H

@@ -1,0 +1,55 @@
+// The rows of a column in order; see ValueOrder.h.
+#include "ValueOrder.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "KeySort.h"
+
+namespace sylvora {
+namespace engine {
+namespace {
+
+// Maps doubles to integers of the same order; -0.0 and 0.0 to the same one.
+uint64_t OrderedKey(double value) {
+    const double positiveZero = value + 0.0;
+    uint64_t bits;
+    std::memcpy(&bits, &positiveZero, sizeof bits);
+    return (bits >> 63) != 0 ? ~bits : bits | (uint64_t{1} << 63);
+}
+
+}  // namespace
+
+bool ValueOrder::Load(const double* const* rowV, int numRows, int column) {
+    const size_t count = static_cast<size_t>(numRows);
+    itemV.resize(count);
+    lowV.resize(count);
+    for (size_t row = 0; row < count; ++row) {
+        const double value = rowV[row][column];
+        if (std::isnan(value)) return false;
+        const uint64_t key = OrderedKey(value);
+        itemV[row] = (key & 0xffffffff00000000u) | row;
+        lowV[row] = static_cast<uint32_t>(key);
+    }
+    SortKeys(itemV, otherV);
+    SortLowHalves();
+    return true;
+}
+
+void ValueOrder::SortLowHalves() {
+    const auto isLower = [this](uint64_t a, uint64_t b) {
+        return lowV[static_cast<uint32_t>(a)] < lowV[static_cast<uint32_t>(b)];
+    };
+    for (size_t begin = 0; begin < itemV.size();) {
+        size_t end = begin + 1;
+        while (end < itemV.size() && (itemV[end] >> 32) == (itemV[begin] >> 32)) ++end;
+        const auto first = itemV.begin() + static_cast<std::ptrdiff_t>(begin);
+        const auto last = itemV.begin() + static_cast<std::ptrdiff_t>(end);
+        if (!std::is_sorted(first, last, isLower)) std::stable_sort(first, last, isLower);
+        begin = end;
+    }
+}
+
+}  // namespace engine
+}  // namespace sylvora
