@@ -40,8 +40,9 @@ class TreeLearner;
 namespace sylvora {
 class EngineRun;
 namespace engine {
+class WorkerPool;
 struct CompiledEnsemble;
-}
+}  // namespace engine
 }  // namespace sylvora
 
 // One worker's share of the training samples; sIdBegin to sIdEnd, inclusive.
@@ -71,6 +72,8 @@ typedef int (*ProgressFuncType)(void* context, int done, int total);
 
 // Thread safety: a learner is trained by one thread, which starts workers of its own. Once trained
 // or loaded, any number of threads may call OnlineTesting and OnlineTestingBatch at the same time.
+// A call's own threads have ended when it returns, also after a failure, so a process may fork
+// between calls; the child may train and score with the learners that it has inherited.
 //
 // Ownership: arrays are allocated with malloc or calloc and owned by the learner, as are the trees
 // in TreeVV; TreeGroup borrows trees that TreeVV owns or is about to. Not copyable.
@@ -298,9 +301,10 @@ class SYLVORA_API TreeLearner {
 
     ProgressFuncType progressFunction = nullptr;
     void* progressContext = nullptr;
-    std::mutex lossMutex;                           // a user loss is called by one worker at a time
-    std::vector<TreeCR*> retiredV;                  // trees of earlier runs, freed by Destroy
-    long sharedSeed = 0;                            // the seed cell of slots 1 and up
+    std::mutex lossMutex;           // a user loss is called by one worker at a time
+    std::vector<TreeCR*> retiredV;  // trees of earlier runs, freed by Destroy
+    long sharedSeed = 0;            // the seed cell of slots 1 and up
+    std::unique_ptr<sylvora::engine::WorkerPool> workers;  // during a run: all its threads
     std::unique_ptr<sylvora::EngineRun> engineRun;  // during a run: grows the trees; may be null
     bool fStopped = false;                          // the progress function ended the run
     int modelDim = 0;       // columns that the ensemble was trained on; 0: made by hand

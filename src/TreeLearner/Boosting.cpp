@@ -7,6 +7,7 @@
 
 #include "../TreeLearner.h"
 #include "../claim.h"
+#include "../engine/WorkerPool.h"
 #include "../god/Report.h"
 #include "../god/Truncation.h"
 #include "../god/Workers.h"
@@ -36,16 +37,14 @@ struct TreeLearner::Run {
     // Shares whose first sample another worker has too: they wait until the others are done, so
     // that the sample is stepped twice, as its ranges say, and in a fixed order.
     std::vector<boosting_info_t> lateShares;
-    std::vector<pthread_t> tids;
     bool fSetDynStepGlobal = false;
     bool fEachOnce = false;  // the shares step every sample exactly once
 
     // One phase of a round. A worker's own failure is reported by the worker; the run goes on.
-    int Fork(void* (*entry)(void*)) {
-        const sylvora::Joined joined = sylvora::ForkJoin(entry, shares, tids.data());
-        if (joined.status != 0) return -1;
+    void Fork(sylvora::engine::WorkerPool& pool, void* (*entry)(void*)) {
+        pool.For(static_cast<int>(shares.size()),
+                 [&](int share, int) { entry(&shares[static_cast<size_t>(share)]); });
         for (boosting_info_t& share : lateShares) entry(&share);
-        return 0;
     }
 };
 
@@ -60,7 +59,8 @@ int TreeLearner::Boosting() {
         if (CfgInfo.fPrint) Print("Time for generating all trees: ", seconds, " seconds\n");
         return 0;
     });
-    engineRun.reset();  // with its threads, also after a failure
+    engineRun.reset();
+    workers.reset();  // joins the threads, also after a failure
     return status;
 }
 
@@ -79,7 +79,11 @@ int TreeLearner::PrepareRun(Run& run) {
         return Fail("ERROR: Failed to allocate memory for boosting!\n");
     }
     if (PlaceSeeds() != 0) return -1;
-    return sylvora::EngineRun::Start(*this, engineRun);
+    workers = std::make_unique<sylvora::engine::WorkerPool>();
+    const int code = workers->Start(numThread);
+    if (code != 0) return sylvora::FailToStart(code);
+    engineRun = sylvora::EngineRun::Start(*this, *workers);
+    return 0;
 }
 
 void TreeLearner::ShareOut(Run& run) {
@@ -92,7 +96,6 @@ void TreeLearner::ShareOut(Run& run) {
         lastSample = std::max(lastSample, share.sIdEnd);
     }
     run.fEachOnce = run.fEachOnce && lastSample == sampleSize - 1;
-    run.tids.resize(run.shares.size());
 }
 
 int TreeLearner::AllocateDebugCounters() {
@@ -167,7 +170,7 @@ int TreeLearner::RunRounds(Run& run) {
 int TreeLearner::BoostRound(Run& run, int idxTree) {
     if (fDebug) of_debug << idxTree - 1 << '\n';
     if (CfgInfo.fPrint) Print("******* Tree ID: ", idxTree, "  *******\n");
-    if (run.Fork(CalLossThreadFunction) != 0) return -1;
+    run.Fork(*workers, CalLossThreadFunction);
     TreeGroup.clear();
     GroupTreeCnt = 0;
     if (modelType == "RandomForest") {
@@ -177,7 +180,7 @@ int TreeLearner::BoostRound(Run& run, int idxTree) {
     }
     fSetDynStep = run.fSetDynStepGlobal;
     const bool fStepped = run.fEachOnce && engineRun && engineRun->StepPredictions(*this);
-    if (!fStepped && run.Fork(PredictionThreadFunction) != 0) return -1;
+    if (!fStepped) run.Fork(*workers, PredictionThreadFunction);
     StepLengthV.push_back(static_cast<float>(valShrink * dynShrink));
     TreeVV.push_back(TreeGroup);
     if (CfgInfo.fTestRealTime) WriteRoundResult(idxTree);

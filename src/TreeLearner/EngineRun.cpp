@@ -7,7 +7,6 @@
 #include "../engine/PredictionStep.h"
 #include "../engine/Switch.h"
 #include "../god/Truncation.h"
-#include "../god/Workers.h"
 
 namespace sylvora {
 
@@ -43,25 +42,24 @@ class EngineRun::NodePlainSearch : public engine::PlainSearch {
     const double* const* featureVV;
 };
 
-int EngineRun::Start(const TreeLearner& learner, std::unique_ptr<EngineRun>& run) {
-    run.reset();
+std::unique_ptr<EngineRun> EngineRun::Start(const TreeLearner& learner, engine::WorkerPool& pool) {
     const CheckCfgCLS& c = learner.CfgInfo;
     if (engine::UsePlainForm() || learner.fDebug || learner.sampleFeaType != nullptr ||
         c.fRegCls != "REG") {
-        return 0;
+        return nullptr;
     }
     const engine::GrowthLimits limits = {c.maxLeaf, c.maxDepth, c.numBound,
                                          Truncate<int>(learner.dimFea * c.ratio - 1e-10) + 1,
                                          learner.modelType == "RandomForest"};
-    run.reset(new EngineRun(learner, limits));
-    if (run->startCode != 0) return FailToStart(run->startCode);
+    std::unique_ptr<EngineRun> run(new EngineRun(learner, limits, pool));
     if (run->columns.HasNan()) run.reset();
-    return 0;
+    return run;
 }
 
-EngineRun::EngineRun(const TreeLearner& learner, const engine::GrowthLimits& limits)
+EngineRun::EngineRun(const TreeLearner& learner, const engine::GrowthLimits& limits,
+                     engine::WorkerPool& workers)
     : tuning(engine::CurrentTuning()),
-      startCode(pool.Start(learner.numThread)),
+      pool(workers),
       columns(learner.featureVV, learner.sampleSize, learner.dimFea, tuning.mostBins, pool),
       plain(std::make_unique<NodePlainSearch>(learner.featureVV)),
       growth(columns, pool, limits, tuning, *plain) {}

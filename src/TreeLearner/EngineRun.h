@@ -1,4 +1,4 @@
-// The engine at work for a learner: the coded data and the workers of one training run.
+// The engine at work for a learner: the coded data of one training run.
 #ifndef SYLVORA_TREELEARNER_ENGINERUN_H
 #define SYLVORA_TREELEARNER_ENGINERUN_H
 
@@ -14,10 +14,11 @@ namespace sylvora {
 
 class EngineRun {
   public:
-    // Prepares the engine for the learner's training data in `run`, with numThread workers; null
+    // An engine for the learner's training data that works with `pool`, which outlives it; null
     // where the plain form is to be used: it was asked for, debug records or a user's sampler need
-    // it, or a column holds a NaN. Returns 0, or -1 with a message when a worker cannot be started.
-    [[nodiscard]] static int Start(const TreeLearner& learner, std::unique_ptr<EngineRun>& run);
+    // it, or a column holds a NaN.
+    [[nodiscard]] static std::unique_ptr<EngineRun> Start(const TreeLearner& learner,
+                                                          engine::WorkerPool& pool);
 
     // Grows `tree` on `num` rows as TreeCR::GrowOne and GrowHalf do. False, with nothing changed,
     // when the gradients are out of the engine's range.
@@ -31,11 +32,11 @@ class EngineRun {
   private:
     class NodePlainSearch;
 
-    EngineRun(const TreeLearner& learner, const engine::GrowthLimits& limits);
+    EngineRun(const TreeLearner& learner, const engine::GrowthLimits& limits,
+              engine::WorkerPool& workers);
 
     const engine::Tuning tuning;
-    engine::WorkerPool pool;
-    const int startCode;  // what starting the workers came to
+    engine::WorkerPool& pool;
     engine::Columns columns;
     std::unique_ptr<engine::PlainSearch> plain;
     engine::RegressionGrowth growth;

@@ -1,9 +1,14 @@
 // Whole training runs through the library.
+#include <sys/wait.h>
+
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
+#include <iterator>
 #include <mutex>
 #include <numeric>
 #include <random>
+#include <thread>
 
 #include "../Support.h"
 #include "Prepared.h"
@@ -142,6 +147,57 @@ TEST(Boosting, SharesRowsOrWholeQueriesAmongThreads) {
             const int numSteps = i + 1 == learner->sampleSize ? c.lastSteps : 1;
             EXPECT_EQ(learner->predictV[i], step * numSteps);
         }
+    }
+}
+
+std::ptrdiff_t NumThreads() {
+    const std::filesystem::directory_iterator threads("/proc/self/task");
+    return std::distance(begin(threads), end(threads));
+}
+
+// A thread that has been joined is still seen for a moment.
+bool FallTo(std::ptrdiff_t expected) {
+    for (int i = 0; i < 1000 && NumThreads() > expected; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return NumThreads() <= expected;
+}
+
+// In a child: the inherited learner scores as its parent does and trains the same model again.
+bool WorksAfterFork(TreeLearner& learner, const std::string& expected, const VecDle& scoreV) {
+    VecDle again(scoreV.size());
+    const VecDle rowV(scoreV.size() * 5, 0.5);
+    const bool fScored =
+        learner.OnlineTestingBatch(rowV.data(), again.size(), 5, again.data(), 3) == 0;
+    std::fill_n(learner.predictV, learner.sampleSize, 0.0);
+    gseed = -7;
+    return fScored && again == scoreV && learner.Boosting() == 0 &&
+           ReadFile(learner.fileModel) == expected;
+}
+
+TEST(Boosting, LeavesNoThreadsSoThatAProcessCanFork) {
+    const TempFolder folder;
+    std::thread([] {}).join();  // a sanitizer's own thread comes with the first one
+    const auto numBefore = NumThreads();
+    for (const char* fRegCls : {"REG", "CLS"}) {
+        CheckCfgCLS cfg = Settings("CART", "Label");
+        cfg.fRegCls = fRegCls;
+        cfg.numThread = 4;
+        cfg.fileModel = folder.Path("model.txt");
+        const auto learner = PrepareRandom(cfg);
+        ASSERT_EQ(learner->Boosting(), 0);
+        const std::string model = ReadFile(cfg.fileModel);
+        // Enough visits for several threads.
+        VecDle scoreV(300000);
+        const VecDle rowV(scoreV.size() * 5, 0.5);
+        ASSERT_EQ(learner->OnlineTestingBatch(rowV.data(), scoreV.size(), 5, scoreV.data(), 3), 0);
+        EXPECT_TRUE(FallTo(numBefore));
+        const pid_t child = fork();
+        ASSERT_NE(child, -1);
+        if (child == 0) _exit(WorksAfterFork(*learner, model, scoreV) ? 0 : 1);
+        int status = -1;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_EQ(status, 0) << fRegCls;
     }
 }
 
