@@ -6,6 +6,7 @@
 #include "Modes.h"
 #include "Paths.h"
 #include "Scoring.h"
+#include "StopSignals.h"
 #include "god/Report.h"
 
 namespace sylvora::frontend {
@@ -39,6 +40,7 @@ int CheckTrees(const CheckCfgCLS& cfg, const TreeLearner& model) {
 }
 
 int WriteReport(TreeLearner& model, const std::string& fileReport) {
+    const StopLater later;
     if (model.FeatureAnalysis(fileReport) == 0) return 0;
     return Fail("ERROR: filePred ", fileReport, ": the report was not written\n");
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "StopSignals.h"
 #include "god/Report.h"
 
 namespace sylvora::frontend {
@@ -25,8 +26,9 @@ std::string Duration(double seconds) {
 ProgressLine::ProgressLine(TreeLearner& watched)
     : learner(watched),
       unit(watched.CfgInfo.modelType == "RandomForest" ? "tree " : "round "),
+      fShown(::isatty(STDERR_FILENO) == 1 && !watched.CfgInfo.fPrint),
       start(Clock::now()) {
-    if (::isatty(STDERR_FILENO) == 1 && !learner.CfgInfo.fPrint) learner.setProgress(Report, this);
+    learner.setProgress(Report, this);
 }
 
 ProgressLine::~ProgressLine() {
@@ -37,11 +39,13 @@ ProgressLine::~ProgressLine() {
 int ProgressLine::Report(void* context, int done, int total) {
     ProgressLine& line = *static_cast<ProgressLine*>(context);
     const Clock::time_point now = Clock::now();
-    if (done == total || line.widthDrawn == 0 || now - line.lastDrawn >= kBetweenDrawings) {
+    const bool fDue =
+        done == total || line.widthDrawn == 0 || now - line.lastDrawn >= kBetweenDrawings;
+    if (line.fShown && fDue) {
         line.lastDrawn = now;
         line.Draw(done, total);
     }
-    return 0;
+    return IsStopWanted() ? 1 : 0;
 }
 
 // The cursor goes back to the start of the line, so that a message of the library that comes

@@ -11,7 +11,7 @@ namespace sylvora::frontend {
 
 // Watches `learner` from construction on and ends the line when it is destroyed, which must be
 // before the learner is. Draws only when standard error is a terminal and the library itself does
-// not print its progress.
+// not print its progress. Ends the training when the command is told to stop.
 class ProgressLine {
   public:
     explicit ProgressLine(TreeLearner& watched);
@@ -27,6 +27,7 @@ class ProgressLine {
 
     TreeLearner& learner;
     const char* unit;  // what is counted: rounds, or the trees of a forest
+    bool fShown;
     Clock::time_point start;
     Clock::time_point lastDrawn;
     size_t widthDrawn = 0;  // of the line on the screen; 0: none

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "Output/WholeFile.h"
+#include "StopSignals.h"
 #include "god/Report.h"
 
 namespace sylvora::frontend {
@@ -59,6 +60,7 @@ double MapLabel(const std::map<double, double>& tranMap, double label) {
 }
 
 int WriteScores(const std::string& filePred, const VecDle& scoreV) {
+    const StopLater later;
     WholeFile file(filePred);
     if (file.IsOpen()) {
         for (const double score : scoreV) file.Stream() << score << '\n';

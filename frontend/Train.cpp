@@ -12,6 +12,7 @@
 #include "Paths.h"
 #include "Progress.h"
 #include "Scoring.h"
+#include "StopSignals.h"
 #include "TreeLearner.h"
 #include "claim.h"
 #include "god/Report.h"
@@ -152,8 +153,17 @@ int Grow(const CheckCfgCLS& cfg, TreeLearner& learner) {
     if (!cfg.fileTran.empty() && learner.ReadLabelTran(cfg.fileTran) != 0) return -1;
     if (CheckClasses(cfg, learner) != 0 || CheckSample(learner) != 0 || learner.ParamInit() != 0)
         return -1;
+    const StopLater later;  // between two rounds
     ProgressLine progress(learner);
     return learner.Boosting();
+}
+
+// What a run loses beside the model: the library goes on without its reports.
+int CheckReports(const CheckCfgCLS& cfg, const TreeLearner& trained) {
+    if (cfg.fDebug && trained.of_debug.fail()) {
+        return Fail("ERROR: fileDebug ", cfg.fileDebug, ": could not be written in full\n");
+    }
+    return trained.getLostResult().empty() ? 0 : -1;
 }
 
 // Scores the test data of a trained learner with the model that it wrote.
@@ -188,7 +198,10 @@ int Train(Command& command) {
     }
     TreeLearner learner(cfg);
     if (LoadData(cfg, learner) != 0 || Grow(cfg, learner) != 0) return -1;
-    return cfg.fileTest.empty() ? 0 : ReportTest(cfg, learner);
+    if (IsStopWanted()) return Fail("Notice: Stopped by a signal, after the model was written!\n");
+    const int reports = CheckReports(cfg, learner);
+    if (!cfg.fileTest.empty() && ReportTest(cfg, learner) != 0) return -1;
+    return reports;
 }
 
 }  // namespace sylvora::frontend

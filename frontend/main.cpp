@@ -1,7 +1,8 @@
 // The command: sylvora CFG [-option value]...
 //
 // Exit status: 0; 1 for a failure, after one line on standard error that begins "ERROR: " (and
-// names file, line or parameter) or that the library wrote; 2 for wrong usage.
+// names file, line or parameter) or that the library wrote; 2 for wrong usage; 130 or 143 after
+// SIGINT or SIGTERM.
 #include <csignal>
 #include <exception>
 #include <iostream>
@@ -11,6 +12,7 @@
 #include "ConfigHints.h"
 #include "Help.h"
 #include "Modes.h"
+#include "StopSignals.h"
 #include "god/Report.h"
 
 namespace {
@@ -75,13 +77,21 @@ int Finish(int status) {
     return kFailure;
 }
 
+// A signal that came too late to stop anything still shows.
+int StatusOf(int status) {
+    if (!sylvora::frontend::IsStopWanted()) return status;
+    if (status == kDone) Warn("Notice: Stopped by a signal, when all was done!\n");
+    return sylvora::frontend::StopStatus();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    sylvora::frontend::CatchStopSignals();
     // A file that grows beyond the user's limit is then an error like a full disk.
     std::signal(SIGXFSZ, SIG_IGN);
     try {
-        return Finish(Dispatch(argc, argv));
+        return StatusOf(Finish(Dispatch(argc, argv)));
     } catch (const std::bad_alloc&) {
         std::cerr << "ERROR: out of memory\n";
     } catch (const std::exception& error) {

@@ -12,8 +12,9 @@
 
 #include "Libdef.h"
 
-// Writes `n` rows of scores `ResV` and labels `labV`; `idx` is the round. Always returns 0: a file
-// that cannot be opened is silently left out, for result files never stop a run.
+// Writes `n` rows of scores `ResV` and labels `labV`; `idx` is the round. Always returns 0, for
+// result files never stop a run: a file that cannot be opened is silently left out, one that cannot
+// be written in full is reported.
 SYLVORA_API int Output(double* ResV, std::string file, int idx, double* labV, int n);
 
 // The same with each row's class distribution, one count per class. A row that `distClsVV` does

@@ -245,6 +245,9 @@ class SYLVORA_API TreeLearner {
     int getFeatureDim() const { return dimFea; }
     int getClassNum() const { return numClass; }
     int getTreeNum() const;  // trees in all groups
+    // The first result file that the last run opened but could not write in full, and reported;
+    // empty: none.
+    const std::string& getLostResult() const { return lostResult; }
 
     // Column-wise tree generation is reserved; both report so and return -1.
     int Sampling();
@@ -306,7 +309,8 @@ class SYLVORA_API TreeLearner {
     long sharedSeed = 0;            // the seed cell of slots 1 and up
     std::unique_ptr<sylvora::engine::WorkerPool> workers;  // during a run: all its threads
     std::unique_ptr<sylvora::EngineRun> engineRun;  // during a run: grows the trees; may be null
-    bool fStopped = false;                          // the progress function ended the run
+    std::string lostResult;
+    bool fStopped = false;  // the progress function ended the run
     int modelDim = 0;       // columns that the ensemble was trained on; 0: made by hand
     int testDim = 0;        // columns of the test rows
     std::string walkFault;  // why a loaded ensemble cannot be scored; empty: it can

@@ -1,38 +1,58 @@
 // Writers of the result files; see Output.h for the format.
-#include <cstdio>
+#include "ResultFile.h"
+
 #include <fstream>
 #include <locale>
-#include <string>
 
-#include "../Output.h"
+#include "../god/Report.h"
 
+namespace sylvora {
 namespace {
 
-std::ofstream OpenResultFile(const std::string& base, int idx) {
-    char appd[1024];
-    std::snprintf(appd, sizeof appd, ".txt.%d", idx);
-    std::ofstream out(base + appd);
-    out.imbue(std::locale::classic());
-    return out;
+std::string PathOf(const ResultRows& rows) {
+    return Text(rows.base, ".txt.", rows.round);
+}
+
+void WriteCounts(std::ostream& out, const VecInt& counts) {
+    for (size_t j = 0; j < counts.size(); ++j) out << j << ':' << counts[j] << '\t';
+}
+
+// What the exported writers do: a file that cannot be opened is nothing to speak of, one that
+// cannot be written in full is, and neither stops a run.
+int WriteAndReport(const ResultRows& rows) {
+    static_cast<void>(Guarded([&] {
+        const std::string lost = WriteResult(rows);
+        return lost.empty() ? 0 : Fail("ERROR: Can not write file ", lost, " in full!\n");
+    }));
+    return 0;
 }
 
 }  // namespace
 
-int Output(double* ResV, std::string file, int idx, double* labV, int n) {
-    std::ofstream out = OpenResultFile(file, idx);
-    for (int i = 0; i < n; ++i) out << ResV[i] << '\t' << labV[i] << '\n';
-    return 0;
-}
-
-int OutputCls(double* ResV, VecVecInt distClsVV, std::string file, int idx, double* labV, int n) {
-    std::ofstream out = OpenResultFile(file, idx);
-    for (int i = 0; i < n; ++i) {
-        out << ResV[i] << '\t' << labV[i] << '\t';
-        if (static_cast<size_t>(i) < distClsVV.size()) {
-            const VecInt& counts = distClsVV[static_cast<size_t>(i)];
-            for (size_t j = 0; j < counts.size(); ++j) out << j << ':' << counts[j] << '\t';
+std::string WriteResult(const ResultRows& rows) {
+    std::string path = PathOf(rows);
+    std::ofstream out(path);
+    if (!out.is_open()) return "";
+    out.imbue(std::locale::classic());
+    for (int i = 0; i < rows.count; ++i) {
+        out << rows.scoreV[i] << '\t' << rows.labelV[i];
+        if (rows.classCountVV != nullptr) {
+            out << '\t';
+            const size_t row = static_cast<size_t>(i);
+            if (row < rows.classCountVV->size()) WriteCounts(out, (*rows.classCountVV)[row]);
         }
         out << '\n';
     }
-    return 0;
+    out.close();
+    return out.good() ? "" : path;
+}
+
+}  // namespace sylvora
+
+int Output(double* ResV, std::string file, int idx, double* labV, int n) {
+    return sylvora::WriteAndReport({ResV, labV, n, file, idx, nullptr});
+}
+
+int OutputCls(double* ResV, VecVecInt distClsVV, std::string file, int idx, double* labV, int n) {
+    return sylvora::WriteAndReport({ResV, labV, n, file, idx, &distClsVV});
 }

@@ -1,15 +1,23 @@
 // Output files that appear whole or not at all; see WholeFile.h.
 #include "WholeFile.h"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <locale>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include "../god/Report.h"
 
 namespace sylvora {
 namespace {
@@ -33,31 +41,70 @@ std::string Resolve(std::string path) {
 }
 
 bool SyncPath(const std::string& path, int flags) {
-    const int fd = ::open(path.c_str(), flags | O_CLOEXEC);
-    if (fd < 0) return false;
-    const bool fSynced = ::fsync(fd) == 0;
-    const int error = errno;
-    ::close(fd);
-    errno = error;
-    return fSynced;
+    const Descriptor file(::open(path.c_str(), flags | O_CLOEXEC));
+    return file.Get() >= 0 && ::fsync(file.Get()) == 0;
 }
 
-// Creates an empty file beside `target` that nobody else uses; empty (with errno) on failure.
-std::string CreateBeside(const std::string& target) {
+constexpr std::string_view kPrefix = ".sylvora-";
+constexpr std::string_view kSuffix = ".tmp";
+
+bool IsTemporaryName(std::string_view name) {
+    if (name.size() <= kPrefix.size() + kSuffix.size()) return false;
+    if (name.substr(0, kPrefix.size()) != kPrefix) return false;
+    if (name.substr(name.size() - kSuffix.size()) != kSuffix) return false;
+    name.remove_prefix(kPrefix.size());
+    name.remove_suffix(kSuffix.size());
+    return std::all_of(name.begin(), name.end(),
+                       [](char c) { return c == '-' || (c >= '0' && c <= '9'); });
+}
+
+// Whether `name` still leads to the file that is open as `fd`.
+bool IsAt(const std::string& name, int fd) {
+    struct stat opened = {};
+    struct stat named = {};
+    return ::fstat(fd, &opened) == 0 && ::lstat(name.c_str(), &named) == 0 &&
+           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+}
+
+// A file is locked for as long as its writer lives, so what can be locked was left by one that was
+// killed. A writer that has made its file but not locked it yet makes another one.
+void RemoveIfLeft(const std::string& name) {
+    const Descriptor left(::open(name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (left.Get() < 0 || ::flock(left.Get(), LOCK_EX | LOCK_NB) != 0) return;
+    if (IsAt(name, left.Get())) ::unlink(name.c_str());
+}
+
+// Removes what killed writers have left in a folder.
+void Sweep(const std::string& folder) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> entries(::opendir(folder.c_str()), ::closedir);
+    while (const dirent* entry = entries ? ::readdir(entries.get()) : nullptr) {
+        if (IsTemporaryName(entry->d_name)) RemoveIfLeft(folder + "/" + entry->d_name);
+    }
+}
+
+// Creates an empty file beside `target` that nobody else uses, and locks it; empty (with errno) on
+// failure. Where the file system knows no locks, what is left is left for good.
+std::string CreateBeside(const std::string& target, Descriptor& lock) {
     for (int numTry = 0;; ++numTry) {
         // A name of its own: the target's may be as long as names can be.
-        const std::string name = FolderOf(target) + "/.sylvora-" + std::to_string(::getpid()) +
-                                 "-" + std::to_string(numTry) + ".tmp";
-        const int fd = ::open(name.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666);
-        if (fd >= 0) {
-            ::close(fd);
-            return name;
-        }
-        if (errno != EEXIST) return "";
+        const std::string name =
+            Text(FolderOf(target), "/", kPrefix, ::getpid(), "-", numTry, kSuffix);
+        lock = Descriptor(::open(name.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666));
+        if (lock.Get() < 0 && errno == EEXIST) continue;
+        if (lock.Get() < 0) return "";
+        static_cast<void>(::flock(lock.Get(), LOCK_EX));
+        if (IsAt(name, lock.Get())) return name;
     }
 }
 
 }  // namespace
+
+Descriptor::~Descriptor() {
+    if (fd < 0) return;
+    const int error = errno;
+    ::close(fd);
+    errno = error;
+}
 
 WholeFile::WholeFile(const std::string& path) : target(Resolve(path)) {
     struct stat old = {};
@@ -65,7 +112,8 @@ WholeFile::WholeFile(const std::string& path) : target(Resolve(path)) {
     if (fExists && !S_ISREG(old.st_mode)) {
         stream.open(target);
     } else if (!fExists || ::access(target.c_str(), W_OK) == 0) {
-        temporary = CreateBeside(target);
+        Sweep(FolderOf(target));
+        temporary = CreateBeside(target, lock);
         if (temporary.empty()) return;
         if (fExists) ::chmod(temporary.c_str(), old.st_mode & 07777);
         stream.open(temporary);
@@ -104,7 +152,8 @@ std::string WhyNotWritable(const std::string& path) {
         if (::access(target.c_str(), W_OK) != 0) return std::strerror(errno);
         if (!S_ISREG(old.st_mode)) return "";
     }
-    const std::string trial = CreateBeside(target);
+    Descriptor lock;
+    const std::string trial = CreateBeside(target, lock);
     if (trial.empty()) return std::strerror(errno);
     ::unlink(trial.c_str());
     return "";

@@ -5,11 +5,31 @@
 
 #include <fstream>
 #include <string>
+#include <utility>
 
 namespace sylvora {
 
+// An open file, closed at the end; -1 for none. Leaves errno as it is.
+class Descriptor {
+  public:
+    explicit Descriptor(int opened = -1) : fd(opened) {}
+    ~Descriptor();
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    Descriptor& operator=(Descriptor&& other) noexcept {
+        std::swap(fd, other.fd);
+        return *this;
+    }
+
+    int Get() const { return fd; }
+
+  private:
+    int fd;
+};
+
 // Write through Stream(), then Commit(). Without a successful Commit the destructor removes what
-// was written and an older file stays as it was. A path that leads to something other than a
+// was written and an older file stays as it was; what a killed process has left in the folder is
+// removed by the next file that is written there. A path that leads to something other than a
 // regular file (/dev/null, a FIFO) is written directly; symbolic links are followed.
 class WholeFile {
   public:
@@ -27,6 +47,7 @@ class WholeFile {
   private:
     std::string target;     // the place, links resolved
     std::string temporary;  // beside it; empty when written directly
+    Descriptor lock;        // of the temporary: it is in use
     std::ofstream stream;
 };
 

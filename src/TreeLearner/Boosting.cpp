@@ -3,8 +3,10 @@
 
 #include <algorithm>
 #include <climits>
+#include <utility>
 #include <vector>
 
+#include "../Output/ResultFile.h"
 #include "../TreeLearner.h"
 #include "../claim.h"
 #include "../engine/WorkerPool.h"
@@ -66,6 +68,7 @@ int TreeLearner::Boosting() {
 
 int TreeLearner::PrepareRun(Run& run) {
     fStopped = false;
+    lostResult.clear();
     run.fSetDynStepGlobal = CfgInfo.fSetDynStep;
     RetireTrees();
     StepLengthV.clear();
@@ -198,14 +201,21 @@ int TreeLearner::GenerateForest() {
     return fStopped ? -1 : 0;
 }
 
+// A file that is lost does not stop the run; the first one is reported.
 void TreeLearner::WriteRoundResult(int idxTree) {
     const std::string path = CfgInfo.pathOutput + CfgInfo.fileResultBase;
+    std::string lost;
     if (CfgInfo.fRegCls == "REG") {
         // The training predictions, but as many as the test set has.
-        Output(predictV, path + ".train", idxTree, labelTrV, std::min(testSize, sampleSize));
+        lost = sylvora::WriteResult({predictV, labelTrV, std::min(testSize, sampleSize),
+                                     path + ".train", idxTree, nullptr});
     } else if (CfgInfo.fRegCls == "CLS") {
-        OutputCls(testResV, distClsVV, path + ".test", idxTree, labelTestV, testSize);
+        lost = sylvora::WriteResult(
+            {testResV, labelTestV, testSize, path + ".test", idxTree, &distClsVV});
     }
+    if (lost.empty() || !lostResult.empty()) return;
+    sylvora::Warn("ERROR: Can not write file ", lost, " in full!\n");
+    lostResult = std::move(lost);
 }
 
 int TreeLearner::FinishRun() {

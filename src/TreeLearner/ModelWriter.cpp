@@ -11,8 +11,10 @@
 //
 // Fields are separated by one blank. Reals have six significant digits, so a model that is loaded
 // again scores with rounded thresholds and outputs.
+#include <filesystem>
 #include <fstream>
 #include <string>
+#include <system_error>
 
 #include "../Output/WholeFile.h"
 #include "../TreeLearner.h"
@@ -29,9 +31,12 @@ void WriteTree(std::ostream& out, const TreeCR& tree) {
     }
 }
 
-// Reads until the end, so the empty line behind the last line feed is copied too.
+// Reads until the end, so the empty line behind the last line feed is copied too. A device or a
+// pipe that the report went to may have no end.
 void CopyDebugReport(std::ostream& out, const std::string& file) {
     out << "[debug]";
+    std::error_code unknown;
+    if (!std::filesystem::is_regular_file(file, unknown)) return;
     std::ifstream in(file);
     std::string line;
     while (in.good()) {

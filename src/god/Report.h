@@ -21,10 +21,14 @@ std::string Text(const Piece&... pieces) {
     return text.str();
 }
 
-// Writes to standard error.
+// Writes to standard error; where no memory is left to put the message together, in pieces.
 template <typename... Piece>
 void Warn(const Piece&... pieces) {
-    std::cerr << Text(pieces...) << std::flush;
+    try {
+        std::cerr << Text(pieces...) << std::flush;
+    } catch (const std::bad_alloc&) {
+        (std::cerr << ... << pieces) << std::flush;
+    }
 }
 
 // Writes to standard error and returns the status of a failure.

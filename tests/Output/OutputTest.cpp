@@ -26,6 +26,10 @@ TEST(ResultFile, Rows) {
         [&] { return Output(scores.data(), folder.Path("none/result"), 1, labels.data(), 2); });
     EXPECT_EQ(noFolder.status, 0);
     EXPECT_EQ(noFolder.err, "");
+    std::filesystem::create_symlink("/dev/full", base + ".txt.13");
+    const auto full = Observe([&] { return Output(scores.data(), base, 13, labels.data(), 2); });
+    EXPECT_EQ(full.status, 0);
+    EXPECT_EQ(full.err, "ERROR: Can not write file " + base + ".txt.13 in full!\n");
 }
 
 }  // namespace

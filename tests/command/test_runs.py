@@ -1,7 +1,6 @@
 """Runs as a whole: seeds, paths, modes, and what a failure leaves behind."""
 
 import os
-import resource
 import unittest
 
 from workbench import OLD, Workbench, data_lines
@@ -59,24 +58,6 @@ class Paths(Workbench):
             self.fail_with("", "-fileTest", "good.txt", "-filePred", "old.txt", "-fileModel", model,
                            *options)
             self.assertEqual([OLD, OLD], [self.read(n) for n in ("model.txt", "old.txt")])
-            self.assertEqual(before, sorted(os.listdir(self.folder)))
-
-    def test_a_full_disk_leaves_older_files(self):
-        """A limit on the size of files stands for the disk: both end a write half-way."""
-        limit = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (4096, 4096))
-        self.model()
-        self.write("many.txt", data_lines(range(2000)))
-        for options, name in (["-numTree", "100"], "model.txt"), (
-                ["-mode", "predict", "-fileTest", "many.txt", "-filePred", "old.txt"], "old.txt"), (
-                ["-mode", "analyze", "-fileTest", "wide.txt", "-filePred", "old.txt"], "old.txt"):
-            self.write("wide.txt", ["1 2000:1"])
-            self.write("old.txt", OLD)
-            kept = self.read(name)
-            before = sorted(os.listdir(self.folder))
-            run = self.run_command("run.cfg", *options, preexec_fn=limit)
-            self.assertEqual(1, run.returncode)
-            self.assertRegex(run.stderr, "ERROR: .*(File too large|in full)")
-            self.assertEqual(kept, self.read(name))
             self.assertEqual(before, sorted(os.listdir(self.folder)))
 
     def test_scores_of_a_wrong_file_leave_the_old_ones(self):

@@ -1,0 +1,59 @@
+#include "StopSignals.h"
+
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <string_view>
+
+namespace sylvora::frontend {
+namespace {
+
+constexpr int kStatusOfSignals = 128;  // a shell's convention: this plus the signal's number
+
+// A handler can be given nothing, so what it works on is global; it may call little more than write
+// and _exit.
+std::atomic<int> gNumLater{0};
+std::atomic<int> gStopSignal{0};  // 0: none
+static_assert(std::atomic<int>::is_always_lock_free);
+
+void Stop(int signal) {
+    if (gNumLater.load() > 0) {
+        gStopSignal.store(signal);
+        return;
+    }
+    constexpr std::string_view kLine = "Notice: Stopped by a signal!\n";
+    static_cast<void>(!::write(STDERR_FILENO, kLine.data(), kLine.size()));
+    ::_exit(kStatusOfSignals + signal);
+}
+
+}  // namespace
+
+void CatchStopSignals() {
+    for (const int signal : {SIGINT, SIGTERM}) {
+        struct sigaction before = {};
+        if (::sigaction(signal, nullptr, &before) == 0 && before.sa_handler == SIG_IGN) continue;
+        struct sigaction action = {};
+        action.sa_handler = Stop;
+        action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
+        ::sigaction(signal, &action, nullptr);
+    }
+}
+
+StopLater::StopLater() {
+    ++gNumLater;
+}
+
+StopLater::~StopLater() {
+    --gNumLater;
+}
+
+bool IsStopWanted() {
+    return gStopSignal.load() != 0;
+}
+
+int StopStatus() {
+    return kStatusOfSignals + gStopSignal.load();
+}
+
+}  // namespace sylvora::frontend
