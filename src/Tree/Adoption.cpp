@@ -22,7 +22,7 @@ void TreeCR::Adopt(const std::vector<sylvora::engine::GrownNode>& grownV) {
         node->countL = grown.countL;
         node->gradAll = grown.gradAll;
         node->wgtAll = grown.wgtAll;
-        node->avgPredict = grown.gradAll / grown.wgtAll;
+        node->avgPredict = grown.majority >= 0 ? grown.majority : grown.gradAll / grown.wgtAll;
         if (grown.splitFea >= 0) ++numLeaf;
         NodeV.push_back(node.release());  // within the reserved room
     }

@@ -4,7 +4,11 @@
 #include <vector>
 
 #include "../Node/SplitScan.h"
+#include "../engine/Columns.h"
+#include "../engine/Criterion.h"
+#include "../engine/ListGrowth.h"
 #include "../engine/PredictionStep.h"
+#include "../engine/RegressionGrowth.h"
 #include "../engine/Switch.h"
 #include "../god/Truncation.h"
 
@@ -42,31 +46,70 @@ class EngineRun::NodePlainSearch : public engine::PlainSearch {
     const double* const* featureVV;
 };
 
+// Boosted trees, and a regression's single tree: a few levels of many rows each.
+struct EngineRun::HistogramWay {
+    HistogramWay(const TreeLearner& learner, const engine::GrowthLimits& limits, EngineRun& run)
+        : columns(learner.featureVV, learner.sampleSize, learner.dimFea, run.tuning.mostBins,
+                  run.pool),
+          growth(columns, run.pool, limits, run.tuning, *run.plain) {}
+
+    engine::Columns columns;
+    engine::RegressionGrowth growth;
+};
+
+// Classification, and forests: many levels, and most nodes are small.
+struct EngineRun::ListWay {
+    ListWay(const TreeLearner& learner, const engine::GrowthLimits& limits, EngineRun& run)
+        : orders(learner.featureVV, learner.sampleSize, learner.dimFea, run.pool),
+          criterion(engine::Criterion::Make(learner.CfgInfo.fRegCls != "REG", learner.numClass)),
+          growth(orders, run.pool, limits, run.tuning, *criterion, *run.plain) {}
+
+    engine::ColumnOrders orders;
+    std::unique_ptr<engine::Criterion> criterion;
+    engine::ListGrowth growth;
+};
+
 std::unique_ptr<EngineRun> EngineRun::Start(const TreeLearner& learner, engine::WorkerPool& pool) {
-    const CheckCfgCLS& c = learner.CfgInfo;
-    if (engine::UsePlainForm() || learner.fDebug || learner.sampleFeaType != nullptr ||
-        c.fRegCls != "REG") {
+    if (engine::UsePlainForm() || learner.fDebug || learner.sampleFeaType != nullptr) {
         return nullptr;
     }
-    const engine::GrowthLimits limits = {c.maxLeaf, c.maxDepth, c.numBound,
-                                         Truncate<int>(learner.dimFea * c.ratio - 1e-10) + 1,
-                                         learner.modelType == "RandomForest"};
-    std::unique_ptr<EngineRun> run(new EngineRun(learner, limits, pool));
-    if (run->columns.HasNan()) run.reset();
+    std::unique_ptr<EngineRun> run(new EngineRun(learner, pool));
+    if (!run->Prepare(learner)) run.reset();
     return run;
 }
 
-EngineRun::EngineRun(const TreeLearner& learner, const engine::GrowthLimits& limits,
-                     engine::WorkerPool& workers)
+EngineRun::EngineRun(const TreeLearner& learner, engine::WorkerPool& workers)
     : tuning(engine::CurrentTuning()),
       pool(workers),
-      columns(learner.featureVV, learner.sampleSize, learner.dimFea, tuning.mostBins, pool),
-      plain(std::make_unique<NodePlainSearch>(learner.featureVV)),
-      growth(columns, pool, limits, tuning, *plain) {}
+      plain(std::make_unique<NodePlainSearch>(learner.featureVV)) {}
+
+EngineRun::~EngineRun() = default;
+
+// False when a column holds a NaN.
+bool EngineRun::Prepare(const TreeLearner& learner) {
+    const CheckCfgCLS& c = learner.CfgInfo;
+    const bool fForest = learner.modelType == "RandomForest";
+    const engine::GrowthLimits limits = {c.maxLeaf, c.maxDepth, c.numBound,
+                                         Truncate<int>(learner.dimFea * c.ratio - 1e-10) + 1,
+                                         fForest};
+    if (c.fRegCls != "REG" || (fForest && learner.fHomoWgt == 1)) {
+        lists = std::make_unique<ListWay>(learner, limits, *this);
+        return !lists->orders.HasNan();
+    }
+    histograms = std::make_unique<HistogramWay>(learner, limits, *this);
+    return !histograms->columns.HasNan();
+}
 
 bool EngineRun::Grow(const TreeLearner& learner, TreeCR& tree, const int* indexV, int num,
                      long* seed) {
+    fGrown = false;
+    if (lists) {
+        if (!lists->growth.Grow(learner.gradientV, indexV, num, seed)) return false;
+        tree.Adopt(lists->growth.Nodes());
+        return true;
+    }
     const int* weights = learner.fHomoWgt == 1 ? nullptr : learner.numPairDistinctQueV;
+    engine::RegressionGrowth& growth = histograms->growth;
     fGrown = growth.Grow(learner.gradientV, weights, indexV, num, seed);
     if (fGrown) tree.Adopt(growth.Nodes());
     return fGrown;
@@ -75,8 +118,8 @@ bool EngineRun::Grow(const TreeLearner& learner, TreeCR& tree, const int* indexV
 bool EngineRun::StepPredictions(const TreeLearner& learner) {
     // A forest steps along the first of its trees, this is the last.
     if (!fGrown || learner.TreeGroup.size() != 1) return false;
-    engine::StepPredictions(growth, columns, pool, learner.dynShrink, learner.valShrink,
-                            learner.predictV);
+    engine::StepPredictions(histograms->growth, histograms->columns, pool, learner.dynShrink,
+                            learner.valShrink, learner.predictV);
     return true;
 }
 

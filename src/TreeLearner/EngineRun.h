@@ -5,8 +5,7 @@
 #include <memory>
 
 #include "../TreeLearner.h"
-#include "../engine/Columns.h"
-#include "../engine/RegressionGrowth.h"
+#include "../engine/PlainSearch.h"
 #include "../engine/Tuning.h"
 #include "../engine/WorkerPool.h"
 
@@ -14,6 +13,8 @@ namespace sylvora {
 
 class EngineRun {
   public:
+    ~EngineRun();
+
     // An engine for the learner's training data that works with `pool`, which outlives it; null
     // where the plain form is to be used: it was asked for, debug records or a user's sampler need
     // it, or a column holds a NaN.
@@ -31,16 +32,18 @@ class EngineRun {
 
   private:
     class NodePlainSearch;
+    struct HistogramWay;
+    struct ListWay;
 
-    EngineRun(const TreeLearner& learner, const engine::GrowthLimits& limits,
-              engine::WorkerPool& workers);
+    EngineRun(const TreeLearner& learner, engine::WorkerPool& workers);
+    [[nodiscard]] bool Prepare(const TreeLearner& learner);
 
     const engine::Tuning tuning;
     engine::WorkerPool& pool;
-    engine::Columns columns;
     std::unique_ptr<engine::PlainSearch> plain;
-    engine::RegressionGrowth growth;
-    bool fGrown = false;  // growth holds the learner's last tree
+    std::unique_ptr<HistogramWay> histograms;  // one of the two grows the trees
+    std::unique_ptr<ListWay> lists;
+    bool fGrown = false;  // histograms hold the learner's last tree
 };
 
 }  // namespace sylvora

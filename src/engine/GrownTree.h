@@ -26,6 +26,7 @@ struct GrownNode {
     int countL = 0;
     double gradAll = 0.0;
     int wgtAll = 0;
+    int majority = -1;  // classification: the class of the most rows
 };
 
 }  // namespace engine

@@ -12,21 +12,13 @@
 #include "Histogram.h"
 #include "HistogramStore.h"
 #include "NodeSearch.h"
+#include "PlainSearch.h"
 #include "RowPartition.h"
 #include "Tuning.h"
 #include "WorkerPool.h"
 
 namespace sylvora {
 namespace engine {
-
-// Decides what the sums cannot: the plain search of a node over some of its slots. The arrays hold
-// the node's rows, weights null where all are 1. May be called by several workers at once.
-class PlainSearch {
-  public:
-    virtual ~PlainSearch() = default;
-    virtual SplitPoint Search(const GrownNode& node, const RowSlice& rows, const int* columnV,
-                              const std::vector<int>& slotV) const = 0;
-};
 
 class RegressionGrowth {
   public:

@@ -8,6 +8,7 @@
 
 #include "Columns.h"
 #include "LargeArray.h"
+#include "PlainSearch.h"
 #include "WorkerPool.h"
 
 namespace sylvora {
@@ -20,14 +21,6 @@ struct TreeRows {
     LargeArray<double> gradV;
     LargeArray<int> weightV;
     LargeArray<uint8_t> fLeftV;  // scratch: which side a row belongs to
-};
-
-// A cut with its threshold, as the plain form records it.
-struct SplitPoint {
-    int column = -1;
-    double threshold = -1.0;
-    int countL = 0;
-    bool fSlicesTrue = true;  // rows at or below the threshold are exactly those of the left part
 };
 
 class RowPartition {

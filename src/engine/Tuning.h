@@ -12,6 +12,7 @@ struct Tuning {
     int fewKeys = 256;       // rows in live bins up to which they are sorted without a finer look
     int directPercent = 80;  // rows, in percent of a histogram's cells, up to which a node counts
                              // its own histogram rather than subtract its sibling's
+    int teamRows = 4096;     // rows from which workers part the lists of a node together
 };
 
 // The figures above, or those that the environment sets for tests, as in

@@ -1,0 +1,135 @@
+// What makes a cut the best one of a node, for the search over sorted lists (RowLists.h): one form
+// for classes, one for means. Both score cuts as the plain form's scan does (Node.h has the
+// formulas), and both tell when their scores are its scores in every bit.
+//
+// Thread safety: after Take, all but Take may be called by several workers at once, each with a
+// scratch of its own; Scan by several for one node, too.
+#ifndef SYLVORA_ENGINE_CRITERION_H
+#define SYLVORA_ENGINE_CRITERION_H
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "FixedPoint.h"
+#include "GrownTree.h"
+#include "RowLists.h"
+
+namespace sylvora {
+namespace engine {
+
+// The best cut of a list.
+struct ListCut {
+    double score = -1.0;   // as the plain form's best cut starts: none
+    double balance = 0.0;  // classification only
+    int slot = -1;
+    int countL = 0;        // entries on its left
+    bool fLiteral = true;  // the score is the plain form's in every bit
+};
+
+// The lists of a node's drawn columns, by slot.
+struct NodeLists {
+    const RowLists& lists;
+    const std::vector<int>& rowV;  // the data's row of each id
+    const ColumnOrders& orders;
+    const int* columnV;
+    int numSlots;
+    int begin;
+    int count;
+
+    const Entry* Of(int slot) const { return lists.Of(columnV[slot], begin); }
+    double Value(Entry entry, int slot) const {
+        return orders.Value(rowV[IdOf(entry)], columnV[slot]);
+    }
+};
+
+// What a search knows of its node.
+struct NodeFacts {
+    double gradAll = 0.0;
+    double rowError = 0.0;           // how far a plain left or right sum can be from ours
+    std::vector<int> classCountV;    // all zero between two nodes
+    std::atomic<double> best{-1.0};  // the best score so far, whichever slot it is of
+
+    void Raise(double score);
+};
+
+// Counts by class; all zero between two uses.
+struct ScanScratch {
+    std::vector<int> classCountV;
+};
+
+struct Decision {
+    ListCut winner = {};          // slot -1: there is none, or it is undecided
+    std::vector<int> undecidedV;  // the slots between which the plain search must decide
+};
+
+class Criterion {
+  public:
+    virtual ~Criterion() = default;
+
+    // For `numClass` classes, or for means.
+    static std::unique_ptr<Criterion> Make(bool fClasses, int numClass);
+
+    // Takes the targets (gradients, or labels) of a tree's rows indexV[0..num); `targetV` is by row
+    // of the data. False when they are out of the criterion's range.
+    [[nodiscard]] virtual bool Take(const double* targetV, const int* indexV, int num) = 0;
+    // Sets what a node is known by; idV are the ids of its slice. Returns whether it may be split.
+    virtual bool Describe(GrownNode& node, const uint32_t* idV, ScanScratch& scratch) const = 0;
+    // Before and after the scans of a node.
+    virtual void Begin(const GrownNode& node, const uint32_t* idV, NodeFacts& facts) const = 0;
+    virtual void End(const GrownNode& node, const uint32_t* idV, NodeFacts& facts) const = 0;
+    // The best cut of a slot. Cuts that are worse than other slots' best may be left out.
+    virtual ListCut Scan(const NodeLists& lists, int slot, NodeFacts& facts,
+                         ScanScratch& scratch) const = 0;
+    // The best of the slots' cuts, given in slot order.
+    virtual Decision Decide(const NodeLists& lists, const std::vector<ListCut>& cutV,
+                            const NodeFacts& facts) const = 0;
+};
+
+class ClassCriterion : public Criterion {
+  public:
+    explicit ClassCriterion(int classes) : numClass(classes) {}
+
+    bool Take(const double* targetV, const int* indexV, int num) override;
+    bool Describe(GrownNode& node, const uint32_t* idV, ScanScratch& scratch) const override;
+    void Begin(const GrownNode& node, const uint32_t* idV, NodeFacts& facts) const override;
+    void End(const GrownNode& node, const uint32_t* idV, NodeFacts& facts) const override;
+    ListCut Scan(const NodeLists& lists, int slot, NodeFacts& facts,
+                 ScanScratch& scratch) const override;
+    Decision Decide(const NodeLists& lists, const std::vector<ListCut>& cutV,
+                    const NodeFacts& facts) const override;
+
+  private:
+    void CountClasses(const uint32_t* idV, int count, std::vector<int>& countV) const;
+    void ClearClasses(const uint32_t* idV, int count, std::vector<int>& countV) const;
+
+    int numClass;
+    std::vector<uint16_t> classV;  // by id
+};
+
+class MeanCriterion : public Criterion {
+  public:
+    bool Take(const double* targetV, const int* indexV, int num) override;
+    bool Describe(GrownNode& node, const uint32_t* idV, ScanScratch& scratch) const override;
+    void Begin(const GrownNode& node, const uint32_t* idV, NodeFacts& facts) const override;
+    void End(const GrownNode&, const uint32_t*, NodeFacts&) const override {}
+    ListCut Scan(const NodeLists& lists, int slot, NodeFacts& facts,
+                 ScanScratch& scratch) const override;
+    Decision Decide(const NodeLists& lists, const std::vector<ListCut>& cutV,
+                    const NodeFacts& facts) const override;
+
+    const double* Gradients() const { return gradV.data(); }
+
+  private:
+    double Least(double score, const NodeFacts& facts) const;
+    int CountFrom(double least, const NodeLists& lists, int slot, const NodeFacts& facts) const;
+
+    FixedPoint fixed;
+    std::vector<double> gradV;  // by id
+};
+
+}  // namespace engine
+}  // namespace sylvora
+
+#endif  // SYLVORA_ENGINE_CRITERION_H

@@ -1,0 +1,324 @@
+// Growing a tree on sorted lists; see ListGrowth.h.
+//
+// While a level has fewer nodes than there are workers, all work together on one node after the
+// other, a column each; then each takes runs of neighbouring nodes, whose stretches of the lists
+// are neighbours in memory.
+#include "ListGrowth.h"
+
+#include <algorithm>
+#include <numeric>
+#include <utility>
+
+#include "../god/RandomGenerator.h"
+
+namespace sylvora {
+namespace engine {
+namespace {
+
+constexpr int kRunsPerWorker = 8;  // of a level, so that workers finish together
+constexpr int kLeastRunRows = 512;
+
+}  // namespace
+
+// A node that waits to be split, then what became of it.
+struct ListGrowth::OpenNode {
+    int idxNode = 0;
+    SplitPoint split = {};  // column -1: stays a leaf
+    GrownNode sons[2] = {};
+    bool fOpenV[2] = {};
+};
+
+// The room that one worker, or the team, needs for a node.
+struct ListGrowth::Worker {
+    // Calls task(index, scratch) for the indices below count.
+    template <typename Task>
+    void For(int count, const Task& task) {
+        if (pool != nullptr) {
+            pool->For(count, [&](int i, int w) { task(i, *partV[static_cast<size_t>(w)]); });
+            return;
+        }
+        for (int i = 0; i < count; ++i) task(i, *this);
+    }
+
+    WorkerPool* pool = nullptr;  // null: it works alone
+    std::vector<Worker*> partV;  // the members of a team
+    NodeFacts facts;
+    ScanScratch scratch;
+    std::vector<ListCut> cutV;    // by slot
+    std::vector<Entry> otherV;    // for parting a list
+    std::vector<uint8_t> fMarkV;  // by position in the node: belongs left
+    std::vector<int> wrongV;      // positions of misplaced rows
+};
+
+ListGrowth::ListGrowth(const ColumnOrders& columnOrders, WorkerPool& workers,
+                       const GrowthLimits& growthLimits, const Tuning& figures,
+                       Criterion& cutCriterion, const PlainSearch& plainSearch)
+    : orders(columnOrders),
+      pool(workers),
+      limits(growthLimits),
+      tuning(figures),
+      criterion(cutCriterion),
+      plain(plainSearch),
+      lists(columnOrders),
+      team(std::make_unique<Worker>()) {
+    team->pool = &pool;
+    for (int w = 0; w < pool.NumWorkers(); ++w) {
+        workerV.push_back(std::make_unique<Worker>());
+        team->partV.push_back(workerV.back().get());
+    }
+}
+
+ListGrowth::~ListGrowth() = default;
+
+bool ListGrowth::Grow(const double* targets, const int* indexV, int num, long* seed) {
+    if (num == 0 || !criterion.Take(targets, indexV, num)) return false;
+    targetV = targets;
+    TakeRows(indexV, num);
+    GrownNode root;
+    root.countDoc = num;
+    std::vector<OpenNode> levelV, nextV;
+    if (criterion.Describe(root, idV.data(), workerV[0]->scratch)) levelV.emplace_back();
+    nodeV.assign(1, root);
+    numLeaf = 1;
+    while (!levelV.empty()) {
+        nextV.clear();
+        GrowLevel(levelV, seed, nextV);
+        levelV.swap(nextV);
+    }
+    return true;
+}
+
+void ListGrowth::TakeRows(const int* indexV, int num) {
+    rowV.assign(indexV, indexV + num);
+    idV.resize(rowV.size());
+    std::iota(idV.begin(), idV.end(), 0);
+    fLeftV.resize(rowV.size());
+    lists.Take(indexV, num, pool);
+}
+
+// Nodes are taken in batches of as many as the leaf limit may still allow to be split, so that no
+// column is drawn for a node that the limit closes.
+void ListGrowth::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
+                           std::vector<OpenNode>& nextV) {
+    for (size_t numDone = 0; numDone < levelV.size();) {
+        const size_t numLeft = levelV.size() - numDone;
+        const size_t allowed = static_cast<size_t>(std::max(limits.maxLeaf - numLeaf, 1));
+        const size_t numBatch = limits.fForest ? numLeft : std::min(numLeft, allowed);
+        OpenNode* batch = &levelV[numDone];
+        numDone += numBatch;
+        DrawColumns(numBatch, seed);
+        SplitBatch(batch, numBatch);
+        for (size_t b = 0; b < numBatch; ++b) {
+            if (batch[b].split.column < 0) continue;
+            AppendSons(batch[b], nextV);
+            ++numLeaf;
+            if (limits.fForest || numLeaf < limits.maxLeaf) continue;
+            // The limit is reached: what waits, here and in the next level, stays a leaf.
+            nextV.clear();
+            return;
+        }
+    }
+}
+
+// A partial Fisher-Yates draw for each node. The swaps are taken back afterwards, which leaves the
+// pool in order for the next node.
+void ListGrowth::DrawColumns(size_t numNodes, long* seed) {
+    const int numColumns = orders.NumColumns();
+    const int numDrawn = std::min(limits.numSelFea, numColumns);
+    drawnV.resize(numNodes * static_cast<size_t>(numDrawn));
+    std::vector<int> poolV(static_cast<size_t>(numColumns));
+    std::vector<int> placeV(static_cast<size_t>(numDrawn));
+    std::iota(poolV.begin(), poolV.end(), 0);
+    Draws draws(seed);
+    int* drawn = drawnV.data();
+    for (size_t node = 0; node < numNodes; ++node) {
+        draws.FisherYates(numColumns, numDrawn, placeV.data());
+        int* const last = poolV.data() + numColumns - 1;
+        for (int i = 0; i < numDrawn; ++i) {
+            int& taken = poolV[static_cast<size_t>(placeV[static_cast<size_t>(i)])];
+            *drawn++ = taken;
+            std::swap(taken, last[-i]);
+        }
+        for (int i = numDrawn - 1; i >= 0; --i) {
+            std::swap(poolV[static_cast<size_t>(placeV[static_cast<size_t>(i)])], last[-i]);
+        }
+    }
+}
+
+void ListGrowth::SplitBatch(OpenNode* batch, size_t numBatch) {
+    const size_t numDrawn = drawnV.size() / numBatch;
+    const auto countOf = [&](size_t b) {
+        return nodeV[static_cast<size_t>(batch[b].idxNode)].countDoc;
+    };
+    const auto split = [&](size_t b, Worker& worker) {
+        SplitNode(batch[b], drawnV.data() + b * numDrawn, worker);
+    };
+    const bool fTeams = pool.NumWorkers() > 1 && numBatch < 2 * workerV.size();
+    int64_t numRows = 0;
+    for (size_t b = 0; b < numBatch; ++b) numRows += countOf(b);
+    const int64_t runRows =
+        std::max<int64_t>(numRows / (kRunsPerWorker * pool.NumWorkers()), kLeastRunRows);
+    std::vector<std::pair<size_t, size_t>> runV;  // of nodes for one worker
+    int64_t inRun = runRows;                      // rows in the last run: none yet, so begin one
+    for (size_t b = 0; b < numBatch; ++b) {
+        if (fTeams && countOf(b) >= tuning.teamRows) {
+            split(b, *team);
+            inRun = runRows;
+            continue;
+        }
+        if (inRun >= runRows) {
+            runV.emplace_back(b, b);
+            inRun = 0;
+        }
+        runV.back().second = b + 1;
+        inRun += countOf(b);
+    }
+    pool.For(static_cast<int>(runV.size()), [&](int run, int worker) {
+        const auto [begin, end] = runV[static_cast<size_t>(run)];
+        for (size_t b = begin; b < end; ++b) split(b, *workerV[static_cast<size_t>(worker)]);
+    });
+}
+
+NodeLists ListGrowth::ListsOf(const GrownNode& node, const int* columnV) const {
+    const int numSlots = std::min(limits.numSelFea, orders.NumColumns());
+    return {lists, rowV, orders, columnV, numSlots, node.startDoc, node.countDoc};
+}
+
+void ListGrowth::SplitNode(OpenNode& open, const int* columnV, Worker& worker) {
+    const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
+    const NodeLists nodeLists = ListsOf(node, columnV);
+    const uint32_t* ids = idV.data() + node.startDoc;
+    criterion.Begin(node, ids, worker.facts);
+    worker.cutV.resize(static_cast<size_t>(nodeLists.numSlots));
+    worker.For(nodeLists.numSlots, [&](int slot, Worker& part) {
+        worker.cutV[static_cast<size_t>(slot)] =
+            criterion.Scan(nodeLists, slot, worker.facts, part.scratch);
+    });
+    const Decision decision = criterion.Decide(nodeLists, worker.cutV, worker.facts);
+    criterion.End(node, ids, worker.facts);
+    if (decision.winner.slot >= 0) {
+        TakeCut(open, nodeLists, decision.winner, worker);
+    } else if (!decision.undecidedV.empty()) {
+        AskPlainForm(open, nodeLists, decision.undecidedV, worker);
+    }
+    if (open.split.column < 0) return;
+    MakeSons(open, worker);
+    if (open.fOpenV[0] || open.fOpenV[1]) PartLists(node, worker);
+}
+
+// The split point of a cut that is the plain form's; the rows are moved to its sides.
+void ListGrowth::TakeCut(OpenNode& open, const NodeLists& nodeLists, const ListCut& cut,
+                         Worker& worker) {
+    const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
+    const Entry* list = nodeLists.Of(cut.slot);
+    const double low = nodeLists.Value(list[cut.countL - 1], cut.slot);
+    const double high = nodeLists.Value(list[cut.countL], cut.slot);
+    SplitPoint& split = open.split;
+    split.column = nodeLists.columnV[cut.slot];
+    split.countL = cut.countL;
+    split.threshold = (low + high) * 0.5;
+    // The midpoint of neighbouring doubles can round up to the higher one, or overflow.
+    if (!(low <= split.threshold && split.threshold < high)) {
+        MoveByValue(node, split, worker);
+        return;
+    }
+    for (int i = 0; i < node.countDoc; ++i) fLeftV[IdOf(list[i])] = i < cut.countL;
+    worker.fMarkV.resize(static_cast<size_t>(node.countDoc));
+    const uint32_t* ids = idV.data() + node.startDoc;
+    for (int i = 0; i < node.countDoc; ++i) worker.fMarkV[static_cast<size_t>(i)] = fLeftV[ids[i]];
+    MoveRows(node, split.countL, worker);
+}
+
+void ListGrowth::AskPlainForm(OpenNode& open, const NodeLists& nodeLists,
+                              const std::vector<int>& slotV, Worker& worker) {
+    const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
+    std::vector<int> rows;
+    std::vector<double> gradV;
+    for (int i = node.startDoc; i < node.startDoc + node.countDoc; ++i) {
+        rows.push_back(rowV[idV[static_cast<size_t>(i)]]);
+        gradV.push_back(targetV[rows.back()]);
+    }
+    open.split = plain.Search(node, {rows.data(), gradV.data(), nullptr, node.countDoc},
+                              nodeLists.columnV, slotV);
+    if (open.split.column >= 0) MoveByValue(node, open.split, worker);
+}
+
+// The plain form's cursors ask two questions: is a row of the left part not at or below the
+// threshold, and is one of the right part not above it? For a threshold of NaN (between infinities)
+// both are so. Which side a row came to is then seen from where it lies.
+void ListGrowth::MoveByValue(const GrownNode& node, const SplitPoint& split, Worker& worker) {
+    worker.fMarkV.resize(static_cast<size_t>(node.countDoc));
+    uint32_t* ids = idV.data() + node.startDoc;
+    for (int i = 0; i < node.countDoc; ++i) {
+        const double value = orders.Value(rowV[ids[i]], split.column);
+        worker.fMarkV[static_cast<size_t>(i)] =
+            i < split.countL ? value <= split.threshold : !(value > split.threshold);
+    }
+    MoveRows(node, split.countL, worker);
+    for (int i = 0; i < node.countDoc; ++i) fLeftV[ids[i]] = i < split.countL;
+}
+
+// The k-th row out of place in the left part changes places with the k-th row out of place in the
+// right part, as the plain form's two cursors meet them.
+void ListGrowth::MoveRows(const GrownNode& node, int countL, Worker& worker) {
+    const std::vector<uint8_t>& fMarkV = worker.fMarkV;
+    std::vector<int>& wrongV = worker.wrongV;
+    wrongV.resize(static_cast<size_t>(node.countDoc) + 1);
+    const auto list = [&](int from, int to, uint8_t fWrong, int* place) {
+        int* const first = place;
+        for (int i = from; i < to; ++i) {
+            *place = i;
+            place += fMarkV[static_cast<size_t>(i)] == fWrong;
+        }
+        return static_cast<int>(place - first);
+    };
+    const int* left = wrongV.data();
+    const int numLeft = list(0, countL, 0, wrongV.data());
+    const int* right = left + numLeft;
+    const int numRight = list(countL, node.countDoc, 1, wrongV.data() + numLeft);
+    uint32_t* ids = idV.data() + node.startDoc;
+    // The counts differ only for a threshold that is not between its neighbours.
+    for (int k = 0; k < std::min(numLeft, numRight); ++k) std::swap(ids[left[k]], ids[right[k]]);
+}
+
+void ListGrowth::MakeSons(OpenNode& open, Worker& worker) {
+    const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
+    open.sons[0].startDoc = node.startDoc;
+    open.sons[0].countDoc = open.split.countL;
+    open.sons[1].startDoc = node.startDoc + open.split.countL;
+    open.sons[1].countDoc = node.countDoc - open.split.countL;
+    worker.For(2, [&](int son, Worker& part) {
+        GrownNode& made = open.sons[son];
+        made.parent = open.idxNode;
+        made.depth = node.depth + 1;
+        const bool fTooDeep = made.depth >= limits.maxDepth && !limits.fForest;
+        const bool fMixed = criterion.Describe(made, idV.data() + made.startDoc, part.scratch);
+        open.fOpenV[son] = fMixed && made.countDoc > limits.numBound && !fTooDeep;
+    });
+}
+
+void ListGrowth::PartLists(const GrownNode& node, Worker& worker) {
+    worker.For(orders.NumColumns(), [&](int column, Worker& part) {
+        part.otherV.resize(std::max(part.otherV.size(), static_cast<size_t>(node.countDoc) + 1));
+        lists.Part(column, node.startDoc, node.countDoc, fLeftV.data(), part.otherV.data());
+    });
+}
+
+void ListGrowth::AppendSons(const OpenNode& open, std::vector<OpenNode>& nextV) {
+    GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
+    node.splitFea = open.split.column;
+    node.splitElemFea = open.split.threshold;
+    node.countL = open.split.countL;
+    node.lson = static_cast<int>(nodeV.size());
+    node.rson = node.lson + 1;
+    for (int son = 0; son < 2; ++son) {
+        if (open.fOpenV[son]) {
+            nextV.emplace_back();
+            nextV.back().idxNode = static_cast<int>(nodeV.size());
+        }
+        nodeV.push_back(open.sons[son]);
+    }
+}
+
+}  // namespace engine
+}  // namespace sylvora

@@ -1,0 +1,33 @@
+// The plain form as the engine sees it: a judge for what fast sums cannot decide.
+#ifndef SYLVORA_ENGINE_PLAINSEARCH_H
+#define SYLVORA_ENGINE_PLAINSEARCH_H
+
+#include <vector>
+
+#include "GrownTree.h"
+#include "Histogram.h"
+
+namespace sylvora {
+namespace engine {
+
+// A cut with its threshold, as the plain form records it.
+struct SplitPoint {
+    int column = -1;
+    double threshold = -1.0;
+    int countL = 0;
+    bool fSlicesTrue = true;  // rows at or below the threshold are exactly those of the left part
+};
+
+// The plain search of a regression node over some of its slots. The arrays hold the node's rows,
+// weights null where all are 1. May be called by several workers at once.
+class PlainSearch {
+  public:
+    virtual ~PlainSearch() = default;
+    virtual SplitPoint Search(const GrownNode& node, const RowSlice& rows, const int* columnV,
+                              const std::vector<int>& slotV) const = 0;
+};
+
+}  // namespace engine
+}  // namespace sylvora
+
+#endif  // SYLVORA_ENGINE_PLAINSEARCH_H
