@@ -1,5 +1,6 @@
 // The model file, read; its grammar is in ModelWriter.cpp. Line breaks do not matter here, and
 // what follows the last node (the debug report) is never looked at.
+#include <algorithm>
 #include <cmath>
 #include <memory>
 #include <string>
@@ -18,9 +19,13 @@ using sylvora::ModelSource;
 namespace {
 
 const char kWrongFormat[] = "ERROR: Wrong model format!\n";
-// The shortest lines that the grammar allows.
-constexpr size_t kShortestGroup = sizeof "idxTreeArray: 0 size: 0 shrink: 0";
-constexpr size_t kShortestNode = sizeof "0 TERMINAL 0 0 0 0 0";
+
+// Counts in a file are not trusted with memory: room is made for so many things more than have been
+// read, then for twice as many.
+size_t Ahead(size_t numRead, int count) {
+    constexpr size_t kAhead = 1024;
+    return std::min(static_cast<size_t>(count), 2 * numRead + kAhead);
+}
 
 int ReadHeader(ModelSource& source, TreeLearner& learner) {
     int nTreeArray = 0;
@@ -38,9 +43,19 @@ int ReadHeader(ModelSource& source, TreeLearner& learner) {
     return 0;
 }
 
-int ReadMeans(ModelSource& source, double*& featureMean, int dimFea) {
-    if (sylvora::AllocateArray(featureMean, dimFea, "allocating featureMean") != 0) return -1;
-    for (int j = 0; j < dimFea && source.IsGood(); ++j) source >> featureMean[j];
+// Where the file has too few means for all its columns, the others are 0 or, if they are many,
+// there are none at all.
+int ReadMeans(ModelSource& source, TreeLearner& learner) {
+    VecDle meanV;
+    const size_t dim = static_cast<size_t>(learner.dimFea);
+    while (meanV.size() < dim && source.IsGood()) source >> meanV.emplace_back();
+    sylvora::FreeArray(learner.featureMean);
+    if (Ahead(meanV.size(), learner.dimFea) < dim) return 0;
+    if (sylvora::AllocateArray(learner.featureMean, learner.dimFea, "allocating featureMean") !=
+        0) {
+        return -1;
+    }
+    std::copy(meanV.begin(), meanV.end(), learner.featureMean);
     return 0;
 }
 
@@ -75,25 +90,37 @@ int ReadNode(ModelSource& source, const TreeLearner& learner, NodeCR& node) {
     return 0;
 }
 
+void AppendNodes(const TreeLearner& learner, TreeCR& tree, size_t numNodes) {
+    const CheckCfgCLS& c = learner.CfgInfo;
+    tree.NodeV.reserve(numNodes);
+    while (tree.NodeV.size() < numNodes) {
+        tree.NodeV.push_back(new NodeCR(learner.dimFea, c.ratio, c.numBound, c.maxDepth));
+    }
+}
+
 int ReadTree(ModelSource& source, const TreeLearner& learner, TreeCR& tree) {
     int loadDepth = 0;
     int nNode = -1;
     source >> loadDepth >> nNode;
     if (nNode < 0) return Fail(kWrongFormat);
-    const CheckCfgCLS& c = learner.CfgInfo;
-    const size_t numTrusted = source.Trusted(nNode, kShortestNode);
-    for (size_t j = 0; j < numTrusted; ++j) {
-        auto node = std::make_unique<NodeCR>(learner.dimFea, c.ratio, c.numBound, c.maxDepth);
-        tree.NodeV.reserve(numTrusted);
-        tree.NodeV.push_back(node.release());
-    }
-    for (NodeCR* node : tree.NodeV) {
-        if (ReadNode(source, learner, *node) != 0) return -1;
+    for (size_t j = 0; j < static_cast<size_t>(nNode); ++j) {
+        if (j == tree.NodeV.size()) AppendNodes(learner, tree, Ahead(j, nNode));
+        if (ReadNode(source, learner, *tree.NodeV[j]) != 0) return -1;
     }
     return 0;
 }
 
-int ReadGroup(ModelSource& source, TreeLearner& learner, size_t g) {
+// What trees are made with: each has a copy, so names longer than any that exist are left out.
+CheckCfgCLS SettingsOfTrees(const CheckCfgCLS& c) {
+    constexpr size_t kLongestName = 64;
+    CheckCfgCLS settings = c;
+    for (std::string* name : {&settings.lossFunc, &settings.randomMode, &settings.modelType}) {
+        if (name->size() > kLongestName) *name = "";
+    }
+    return settings;
+}
+
+int ReadGroup(ModelSource& source, TreeLearner& learner, CheckCfgCLS& settings) {
     std::string nameA = "-1", nameB = "-1", nameC = "-1";
     int idxTreeArray = -1;
     int num = -1;
@@ -104,13 +131,25 @@ int ReadGroup(ModelSource& source, TreeLearner& learner, size_t g) {
                     "!\nERROR: Model format is wrong!\n");
     }
     if (num < 0) return Fail(kWrongFormat);
-    learner.StepLengthV[g] = static_cast<float>(loadStep);
+    const size_t g = learner.TreeVV.size();
     learner.TreeVV.emplace_back();
+    learner.StepLengthV[g] = static_cast<float>(loadStep);
     for (int i = 0; i < num; ++i) {
-        auto tree = std::make_unique<TreeCR>(learner.CfgInfo, nullptr);
-        learner.TreeVV[g].reserve(learner.TreeVV[g].size() + 1);
-        learner.TreeVV[g].push_back(tree.release());
-        if (ReadTree(source, learner, *learner.TreeVV[g].back()) != 0) return -1;
+        auto tree = std::make_unique<TreeCR>(settings, nullptr);
+        learner.TreeVV[g].push_back(tree.get());
+        TreeCR* const kept = tree.release();
+        if (ReadTree(source, learner, *kept) != 0) return -1;
+    }
+    return 0;
+}
+
+int ReadGroups(ModelSource& source, TreeLearner& learner) {
+    CheckCfgCLS settings = SettingsOfTrees(learner.CfgInfo);
+    const size_t numGroups = static_cast<size_t>(learner.numTree);
+    learner.StepLengthV.clear();
+    for (size_t g = 0; g < numGroups; ++g) {
+        if (g == learner.StepLengthV.size()) learner.StepLengthV.resize(Ahead(g, learner.numTree));
+        if (ReadGroup(source, learner, settings) != 0) return -1;
     }
     return 0;
 }
@@ -146,6 +185,14 @@ std::string FindTreeFault(const TreeCR& tree, bool fClassification) {
     return "";
 }
 
+// What the file has last.
+std::string NameLast(const std::vector<std::vector<TreeCR*>>& groupV) {
+    const std::string group = sylvora::Text("group ", groupV.size() - 1);
+    if (groupV.back().empty()) return group;
+    const size_t numNodes = groupV.back().back()->NodeV.size();
+    return sylvora::Text(group, ", tree ", groupV.back().size() - 1, ", node ", numNodes - 1);
+}
+
 }  // namespace
 
 int TreeLearner::LoadModelFull(std::string fileM) {
@@ -155,14 +202,14 @@ int TreeLearner::LoadModelFull(std::string fileM) {
         if (!source.IsOpen()) return Fail("ERROR: Cannot open model file!\n");
         if (source.IsEmpty()) return Fail("ERROR: empty model file!\n");
         if (ReadHeader(source, *this) != 0) return -1;
-        if (ReadMeans(source, featureMean, dimFea) != 0) return -1;
+        if (ReadMeans(source, *this) != 0) return -1;
         modelDim = dimFea;
-        StepLengthV.assign(source.Trusted(numTree, kShortestGroup), 0.0f);
         RetireTrees();
-        for (size_t g = 0; g < StepLengthV.size(); ++g) {
-            if (ReadGroup(source, *this, g) != 0) return -1;
-        }
+        if (ReadGroups(source, *this) != 0) return -1;
         walkFault = FindFault();
+        if (walkFault.empty() && source.IsCut() && !TreeVV.empty()) {
+            walkFault = NameLast(TreeVV) + ": the file ends in it";
+        }
         CompileEnsemble();
         if (CfgInfo.fPrint) sylvora::Print("Load model complete.\n");
         return 0;
@@ -171,6 +218,9 @@ int TreeLearner::LoadModelFull(std::string fileM) {
 
 // Whether the ensemble as loaded can be scored: empty, or what stands in the way.
 std::string TreeLearner::FindFault() const {
+    if (featureMean == nullptr) {
+        return sylvora::Text("it has no means for its ", dimFea, " columns");
+    }
     for (size_t g = 0; g < TreeVV.size(); ++g) {
         if (!std::isfinite(StepLengthV[g])) {
             return sylvora::Text("group ", g, ": its shrink is not finite");

@@ -2,9 +2,7 @@
 #ifndef SYLVORA_TREELEARNER_MODELSOURCE_H
 #define SYLVORA_TREELEARNER_MODELSOURCE_H
 
-#include <algorithm>
 #include <fstream>
-#include <limits>
 #include <locale>
 #include <string>
 
@@ -14,20 +12,15 @@ namespace sylvora {
 // that no model has make a damaged file show.
 class ModelSource {
   public:
-    explicit ModelSource(const std::string& file) : in(file) {
-        in.imbue(std::locale::classic());
-        in.seekg(0, std::ios::end);
-        const std::streamoff end = in.tellg();
-        in.clear();
-        in.seekg(0);
-        in.clear();
-        if (end >= 0) numBytes = static_cast<size_t>(end);
-    }
+    explicit ModelSource(const std::string& file) : in(file) { in.imbue(std::locale::classic()); }
 
     // Not for a directory, which opens but cannot be read.
     bool IsOpen() { return in.is_open() && (in.peek(), !in.bad()); }
     bool IsEmpty() { return in.peek() == std::ifstream::traits_type::eof(); }
     bool IsGood() const { return in.good(); }
+    // Whether the token that was read last runs to the end of the file, which can then have been
+    // cut inside it: what is written ends with a line feed.
+    bool IsCut() const { return in.eof(); }
 
     template <typename Value>
     ModelSource& operator>>(Value& value) {
@@ -35,15 +28,8 @@ class ModelSource {
         return *this;
     }
 
-    // `count`, but no more than a file of this size can hold at `numBytesEach`, and one: counts in
-    // a file are not trusted with memory.
-    size_t Trusted(int count, size_t numBytesEach) const {
-        return std::min(static_cast<size_t>(std::max(count, 0)), numBytes / numBytesEach + 1);
-    }
-
   private:
     std::ifstream in;
-    size_t numBytes = std::numeric_limits<size_t>::max();  // unknown: a pipe, say
 };
 
 }  // namespace sylvora

@@ -2,6 +2,8 @@
 // form or, where there is none, from walks of the trees one by one.
 #include <algorithm>
 #include <limits>
+#include <map>
+#include <memory_resource>
 #include <vector>
 
 #include "../TreeLearner.h"
@@ -18,8 +20,9 @@ using sylvora::engine::RowLeaves;
 
 namespace {
 
-// Votes of this many classes are counted on the stack; for more, each thread keeps an array that
-// its first call makes.
+// Votes of this many classes are counted on the stack. A model can promise more than memory holds,
+// so beyond that only classes that get a vote take room, which each thread keeps from its first
+// call on.
 constexpr int kFewClasses = 4096;
 // Rows from which blocks are faster than one row after the other.
 constexpr size_t kFewRows = 20;
@@ -66,9 +69,9 @@ void AddGroups(const TreeLearner& learner, double* line, RowScore& score) {
 
 // Counts and the highest count are deliberately carried from group to group. With fullResult every
 // tree votes; without it a group ends at an absolute majority, and the highest count then stays.
-template <typename Leaves>
-int VoteGroups(const TreeLearner& learner, Leaves& leaves, RowScore& score, long long* countV) {
-    std::fill_n(countV, std::max(learner.numClass, 0), 0);
+// `counts` has the count of each class, 0 at first.
+template <typename Leaves, typename Counts>
+int VoteGroups(const TreeLearner& learner, Leaves& leaves, RowScore& score, Counts& counts) {
     long long highest = 0;
     double sum = 0.0;
     size_t firstTree = 0;
@@ -83,7 +86,7 @@ int VoteGroups(const TreeLearner& learner, Leaves& leaves, RowScore& score, long
                 return Fail("ERROR: Class label ", pred, " of group ", g, ", tree ", j,
                             " is not one of the ", learner.numClass, " classes!\n");
             }
-            const long long count = ++countV[cls];
+            const long long count = ++counts[cls];
             if (score.fMajority && static_cast<double>(count) > majority) {
                 winner = pred;
                 break;
@@ -105,14 +108,13 @@ template <typename Leaves>
 int Vote(const TreeLearner& learner, Leaves leaves, RowScore& score) {
     if (learner.numClass <= kFewClasses) {
         long long counts[kFewClasses];
+        std::fill_n(counts, std::max(learner.numClass, 0), 0);
         return VoteGroups(learner, leaves, score, counts);
     }
     return sylvora::Guarded([&] {
-        static thread_local std::vector<long long> countV;
-        if (countV.size() < static_cast<size_t>(learner.numClass)) {
-            countV.resize(static_cast<size_t>(learner.numClass));
-        }
-        return VoteGroups(learner, leaves, score, countV.data());
+        static thread_local std::pmr::unsynchronized_pool_resource memory;
+        std::pmr::map<int, long long> countM(&memory);
+        return VoteGroups(learner, leaves, score, countM);
     });
 }
 

@@ -42,6 +42,13 @@ struct CommaNumbers : std::numpunct<char> {
     std::string do_grouping() const override { return "\1"; }
 };
 
+// Of this process, in KB.
+long PeakMemory() {
+    rusage usage = {};
+    ::getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+}
+
 TEST(Model, SurvivesARoundTripInAnyLocale) {
     const TempFolder folder;
     const std::locale before =
@@ -191,14 +198,33 @@ TEST(Model, OddTextIsReadAndWalkedOnlyIfItCanBe) {
     }
 }
 
-// Every shorter file is refused, or read as a model that can be scored or refuses to.
-TEST(Model, CutAnywhere) {
-    for (size_t length = 0; length < kModel.size(); ++length) {
-        TreeLearner learner;
-        if (LoadText(learner, kModel.substr(0, length)).status != 0) continue;
-        double row[] = {0, 0}, result = 0.0;
-        Observe([&] { return learner.OnlineTesting(row, result, 2, nullptr); });
-    }
+// Neither classes nor columns in the billions take memory that the file does not fill, and names
+// are not copied into trees without limit.
+TEST(Model, CountsAreNotTrustedWithMemory) {
+    const auto load = [](TreeLearner& learner, const std::string& text) {
+        EXPECT_EQ(LoadText(learner, text).status, 0) << text.substr(0, 200);
+    };
+    const long before = PeakMemory();
+    double row[] = {0, 0}, result = 0.0, buffer[3];
+    TreeLearner classes;
+    load(classes, Damaged("-1 2\n", "-1 2000000000.5\n").replace(2, 1, "2147483647"));
+    row[1] = 1;
+    EXPECT_EQ(classes.OnlineTesting(row, result, 2, buffer), 0);
+    EXPECT_EQ(result, static_cast<double>(0.1f) * 2000000000.5);
+    TreeLearner columns;
+    load(columns, "0 0 2147483647\n");
+    const TempFolder folder;
+    EXPECT_EQ(Observe([&] { return columns.FeatureAnalysis(folder.Path("report")); }).err,
+              "ERROR: Wrong model format!\nit has no means for its 2147483647 columns\n");
+    EXPECT_EQ(columns.SaveModelFull(folder.Path("model")), 0);
+    std::string text = Damaged("size: 2", "size: 1002").replace(0, 1, "1");
+    text.replace(text.find("Label"), 5, std::string(1 << 20, 'L'));
+    for (int t = 0; t < 1000; ++t)
+        text.insert(text.find("idxTreeArray: 1"), "0 1\n0 TERMINAL -1 0 0 0 1\n");
+    TreeLearner names;
+    load(names, text);
+    EXPECT_EQ(names.CfgInfo.lossFunc.size(), size_t{1} << 20);
+    EXPECT_LT(PeakMemory() - before, 100 * 1024) << "KB";
 }
 
 }  // namespace
