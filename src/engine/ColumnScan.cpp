@@ -85,7 +85,7 @@ void ColumnScan::Look(int id, const Histogram& histogram, const NodeTotals& node
     view.bound = -1.0;
     view.runBoundV.clear();
     if (!column.fExact) {
-        LookAtRuns(numBins, node, view);
+        LookAtRuns(column, histogram, node, view);
     } else if (!column.fClean) {
         view.best = -1.0;
         VisitCuts(column, numBins, node, view,
@@ -106,13 +106,17 @@ double ColumnScan::BestInexact(int numBins, const NodeTotals& node, ColumnView& 
     return BestOfPrefixes(sumV.data(), weightV.data(), numBins, node, view.largestSum);
 }
 
-void ColumnScan::LookAtRuns(int numBins, const NodeTotals& node, ColumnView& view) {
+void ColumnScan::LookAtRuns(const Column& column, const Histogram& histogram,
+                            const NodeTotals& node, ColumnView& view) {
+    const int numBins = histogram.NumBins(column);
     for (int begin = 0; begin < numBins; begin += ColumnView::kRunBins) {
         const int end = std::min(begin + ColumnView::kRunBins, numBins);
         const Cell& before = view.prefixV[static_cast<size_t>(begin)];
         Cell inside = view.prefixV[static_cast<size_t>(end)];
         inside -= before;
-        const double bound = inside.packed == 0 ? -1.0 : InsideBound(node, before, inside);
+        const bool fCuts = inside.packed != 0 &&
+                           histogram.FirstRank(column, end) - histogram.FirstRank(column, begin) > 1;
+        const double bound = fCuts ? InsideBound(node, before, inside) : -1.0;
         view.runBoundV.push_back(bound);
         view.bound = std::max(view.bound, bound);
     }

@@ -70,7 +70,8 @@ class ColumnScan {
     bool HasTwoRows(const Cell& inside) const { return fixed.Weight(inside) >= 2.0; }
 
   private:
-    void LookAtRuns(int numBins, const NodeTotals& node, ColumnView& view);
+    void LookAtRuns(const Column& column, const Histogram& histogram, const NodeTotals& node,
+                    ColumnView& view);
     double BestInexact(int numBins, const NodeTotals& node, ColumnView& view);
     template <typename Visit>
     void VisitCuts(const Column& column, int numBins, const NodeTotals& node,

@@ -14,6 +14,8 @@ namespace {
 constexpr int kNarrowBins = 256;        // what a byte can tell apart
 constexpr int kFewestBins = 16;         // however many columns there are
 constexpr size_t kMostCells = 1 << 19;  // of a node's histogram, for wide data
+constexpr size_t kMostHeavy = 32;       // values that one row in so many shares have their own bin
+constexpr size_t kPlaceBins = 32;       // bins, own and empty, that such a value takes
 
 // The row number at which bin `bin` of `numBins` ideally begins.
 double IdealBegin(int bin, int numBins, double numRows) {
@@ -39,19 +41,28 @@ std::vector<Distinct> FindDistinct(const ValueOrder& sorted, const double* const
     return distinctV;
 }
 
-// The first rank of each bin, then the number of ranks.
+// The first rank of each bin, then the number of ranks. A value that many rows share, such as that
+// of an absent feature, has a bin of its own, and stays alone when bins are joined to coarser ones:
+// empty bins fill up its place.
 std::vector<uint32_t> CutBins(const std::vector<Distinct>& distinctV, size_t numRows, int numBins) {
     std::vector<uint32_t> firstV = {0};
+    const auto firstRank = [](size_t rank) { return static_cast<uint32_t>(rank); };
+    const double rows = static_cast<double>(numRows);
     int bin = 1;
-    for (size_t r = 1; r < distinctV.size(); ++r) {
-        const double begin = static_cast<double>(distinctV[r].begin);
-        if (begin < IdealBegin(bin, numBins, static_cast<double>(numRows))) continue;
+    bool fHeavyBefore = false;
+    for (size_t r = 0; r < distinctV.size(); ++r) {
+        const size_t begin = distinctV[r].begin;
+        const size_t end = r + 1 < distinctV.size() ? distinctV[r + 1].begin : numRows;
+        const bool fHeavy = (end - begin) * kMostHeavy >= numRows;
+        const bool fAlone = fHeavy || fHeavyBefore;
+        const bool fDue = bin < numBins &&
+                          IdealBegin(bin, numBins, rows) <= static_cast<double>(begin);
+        fHeavyBefore = fHeavy;
+        if (r == 0 || !(fDue || fAlone)) continue;
         if (!IsSeparable(distinctV[r - 1].value, distinctV[r].value)) continue;
-        firstV.push_back(static_cast<uint32_t>(r));
-        while (bin < numBins && IdealBegin(bin, numBins, static_cast<double>(numRows)) <= begin) {
-            ++bin;
-        }
-        if (bin == numBins) break;
+        while (fAlone && firstV.size() % kPlaceBins != 0) firstV.push_back(firstRank(r));
+        firstV.push_back(firstRank(r));
+        while (bin < numBins && IdealBegin(bin, numBins, rows) <= static_cast<double>(begin)) ++bin;
     }
     firstV.push_back(static_cast<uint32_t>(distinctV.size()));
     return firstV;
@@ -131,7 +142,7 @@ bool Columns::CodeColumn(int column, std::vector<uint16_t>& binV) {
     }
     uint16_t bin = 0;
     for (size_t r = 0; r < distinctV.size(); ++r) {
-        if (c.binFirstRankV[bin + 1u] == r) ++bin;
+        while (c.binFirstRankV[bin + 1u] == r) ++bin;
         const size_t end = r + 1 < distinctV.size() ? distinctV[r + 1].begin : sorted.Count();
         for (size_t i = distinctV[r].begin; i < end; ++i) {
             const size_t row = sorted.Row(i);

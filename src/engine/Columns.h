@@ -54,7 +54,7 @@ struct RowCodes {
 class Columns {
   public:
     // Codes the matrix `rowV` (numRow rows of numColumn values) with at most `mostBins` bins per
-    // column. Throws std::bad_alloc.
+    // column, besides those around values that many rows share. Throws std::bad_alloc.
     Columns(const double* const* rowV, int numRow, int numColumn, int mostBins, WorkerPool& pool);
 
     int NumRows() const { return numRows; }
@@ -63,6 +63,8 @@ class Columns {
     double Value(int row, int column) const { return rowV[row][column]; }
     // A column holds a NaN, which has no rank: the codes must not be used.
     bool HasNan() const { return fNan; }
+    // About as many bins has a column with more values than that.
+    int MostBins() const { return maxBins; }
     size_t NumCells() const { return numCells; }
     const std::vector<int>& NarrowColumns() const { return narrowV; }
     const std::vector<int>& WideColumns() const { return wideV; }

@@ -258,7 +258,7 @@ SplitPoint RegressionGrowth::FindSplit(OpenNode& open, Worker& worker) {
     if (histogram == nullptr && node.countDoc > tuning.smallNode) {
         Histogram& own = worker.own;
         own.cellV.resize(data.NumCells());
-        own.shift = ShiftFor(node.countDoc, tuning.mostBins);
+        own.shift = ShiftFor(node.countDoc, data.MostBins());
         for (const int id : open.columnV) {
             Cell* cells = own.cellV.data() + data.At(id).firstCell;
             std::fill_n(cells, own.NumBins(data.At(id)), Cell());
