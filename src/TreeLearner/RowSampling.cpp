@@ -49,7 +49,9 @@ int TreeLearner::RandomSelectURL(int*& selected, int& count, long* seed) {
             __builtin_prefetch(&pool[static_cast<size_t>(
                 drawnV[static_cast<size_t>(std::min(i + kAhead, target - 1))])]);
             int& drawn = pool[static_cast<size_t>(drawnV[static_cast<size_t>(i)])];
-            if (numPairDistinctQueV[drawn] > 0) drawnV[static_cast<size_t>(count++)] = drawn;
+            if (fHomoWgt == 1 || numPairDistinctQueV[drawn] > 0) {
+                drawnV[static_cast<size_t>(count++)] = drawn;
+            }
             std::swap(drawn, pool[static_cast<size_t>(sampleSize - i - 1)]);
         }
         int numQueries = 1;

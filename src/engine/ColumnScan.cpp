@@ -114,8 +114,9 @@ void ColumnScan::LookAtRuns(const Column& column, const Histogram& histogram,
         const Cell& before = view.prefixV[static_cast<size_t>(begin)];
         Cell inside = view.prefixV[static_cast<size_t>(end)];
         inside -= before;
-        const bool fCuts = inside.packed != 0 &&
-                           histogram.FirstRank(column, end) - histogram.FirstRank(column, begin) > 1;
+        const bool fCuts =
+            inside.packed != 0 &&
+            histogram.FirstRank(column, end) - histogram.FirstRank(column, begin) > 1;
         const double bound = fCuts ? InsideBound(node, before, inside) : -1.0;
         view.runBoundV.push_back(bound);
         view.bound = std::max(view.bound, bound);

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <unordered_map>
 
 #include "ValueOrder.h"
@@ -15,6 +16,7 @@ constexpr int kNarrowBins = 256;        // what a byte can tell apart
 constexpr int kFewestBins = 16;         // however many columns there are
 constexpr size_t kMostCells = 1 << 19;  // of a node's histogram, for wide data
 constexpr size_t kMostHeavy = 32;       // values that one row in so many shares have their own bin
+constexpr size_t kSlack = 16;           // codes behind the last row that may be read
 constexpr size_t kPlaceBins = 32;       // bins, own and empty, that such a value takes
 
 // The row number at which bin `bin` of `numBins` ideally begins.
@@ -55,8 +57,8 @@ std::vector<uint32_t> CutBins(const std::vector<Distinct>& distinctV, size_t num
         const size_t end = r + 1 < distinctV.size() ? distinctV[r + 1].begin : numRows;
         const bool fHeavy = (end - begin) * kMostHeavy >= numRows;
         const bool fAlone = fHeavy || fHeavyBefore;
-        const bool fDue = bin < numBins &&
-                          IdealBegin(bin, numBins, rows) <= static_cast<double>(begin);
+        const bool fDue =
+            bin < numBins && IdealBegin(bin, numBins, rows) <= static_cast<double>(begin);
         fHeavyBefore = fHeavy;
         if (r == 0 || !(fDue || fAlone)) continue;
         if (!IsSeparable(distinctV[r - 1].value, distinctV[r].value)) continue;
@@ -76,6 +78,59 @@ int ChooseMostBins(int numRows, int numColumns, int mostBins) {
     return std::min(static_cast<int>(bound), mostBins);
 }
 
+void DescribeBins(const std::vector<Distinct>& distinctV, Column& c) {
+    c.fClean = true;
+    c.fCleanBinV.assign(static_cast<size_t>(c.numBins), 1);
+    for (size_t bin = 0; bin < c.fCleanBinV.size(); ++bin) {
+        const size_t first = c.binFirstRankV[bin];
+        c.binValueV.push_back(distinctV[first].value);
+        for (size_t r = first; r < c.binFirstRankV[bin + 1]; ++r) {
+            if (r == 0 || IsSeparable(distinctV[r - 1].value, distinctV[r].value)) continue;
+            c.fClean = false;
+            if (r > first) c.fCleanBinV[bin] = 0;
+        }
+    }
+}
+
+template <typename Rank>
+void AssignRanks(const ValueOrder& sorted, const std::vector<Distinct>& distinctV,
+                 LargeArray<Rank>& rankV) {
+    rankV.resize(sorted.Count());
+    for (size_t r = 0; r < distinctV.size(); ++r) {
+        const size_t end = r + 1 < distinctV.size() ? distinctV[r + 1].begin : sorted.Count();
+        for (size_t i = distinctV[r].begin; i < end; ++i) {
+            rankV[sorted.Row(i)] = static_cast<Rank>(r);
+        }
+    }
+}
+
+// The bin of a rank. A first guess is looked up, by the rank in steps.
+class BinFinder {
+  public:
+    explicit BinFinder(const Column& column) : firstV(column.binFirstRankV.data()) {
+        while ((column.binFirstRankV.back() >> step) >= kSteps) ++step;
+        const uint32_t numSteps = (column.binFirstRankV.back() >> step) + 1;
+        uint16_t bin = 0;
+        for (uint32_t s = 0; s < numSteps; ++s) {
+            while (bin + 1 < column.numBins && firstV[bin + 1] <= s << step) ++bin;
+            guessV.push_back(bin);
+        }
+    }
+
+    uint16_t Find(uint32_t rank) const {
+        uint16_t bin = guessV[rank >> step];
+        while (firstV[bin + 1u] <= rank) ++bin;
+        return bin;
+    }
+
+  private:
+    static constexpr uint32_t kSteps = 4096;
+
+    const uint32_t* firstV;
+    int step = 0;
+    std::vector<uint16_t> guessV;
+};
+
 }  // namespace
 
 Columns::Columns(const double* const* rows, int numRow, int numColumn, int mostBins,
@@ -84,75 +139,39 @@ Columns::Columns(const double* const* rows, int numRow, int numColumn, int mostB
       numRows(numRow),
       maxBins(ChooseMostBins(numRow, numColumn, mostBins)),
       columnV(static_cast<size_t>(numColumn)) {
-    std::vector<std::vector<uint16_t>> binVV(static_cast<size_t>(numColumn));
     std::atomic<bool> fFoundNan{false};
+    std::vector<uint64_t> hashV(columnV.size());
     pool.For(numColumn, [&](int column, int) {
-        if (!CodeColumn(column, binVV[static_cast<size_t>(column)])) fFoundNan = true;
+        if (!CodeColumn(column)) fFoundNan = true;
+        hashV[static_cast<size_t>(column)] = HashRanks(column);
     });
     fNan = fFoundNan;
     if (fNan) return;
     PlaceColumns();
-    wideRows.codeV.assign(static_cast<size_t>(numRows) * wideRows.stride, 0);
-    constexpr int kChunk = 4096;
-    pool.For((numRows + kChunk - 1) / kChunk, [&](int chunk, int) {
-        const int end = std::min(numRows, (chunk + 1) * kChunk);
-        for (int row = chunk * kChunk; row < end; ++row) {
-            uint16_t* codes = wideRows.codeV.data() + static_cast<size_t>(row) * wideRows.stride;
-            for (const int column : wideV) {
-                *codes++ = binVV[static_cast<size_t>(column)][static_cast<size_t>(row)];
-            }
-        }
-    });
     FillRowCodes(pool);
-    FindTwins();
+    FindTwins(hashV);
 }
 
 // False when the column holds a NaN.
-bool Columns::CodeColumn(int column, std::vector<uint16_t>& binV) {
+bool Columns::CodeColumn(int column) {
     ValueOrder sorted;
     if (!sorted.Load(rowV, numRows, column)) return false;
     const std::vector<Distinct> distinctV = FindDistinct(sorted, rowV, column);
     Column& c = columnV[static_cast<size_t>(column)];
     c.fExact = distinctV.size() <= static_cast<size_t>(maxBins);
     c.fNarrow = c.fExact && distinctV.size() <= kNarrowBins;
-    c.fClean = true;
-    for (size_t r = 1; r < distinctV.size(); ++r) {
-        c.fClean = c.fClean && IsSeparable(distinctV[r - 1].value, distinctV[r].value);
-    }
     if (c.fExact) {
-        for (size_t r = 0; r <= distinctV.size(); ++r) {
-            c.binFirstRankV.push_back(static_cast<uint32_t>(r));
-            if (r < distinctV.size()) c.binValueV.push_back(distinctV[r].value);
-        }
+        c.binFirstRankV.resize(distinctV.size() + 1);
+        std::iota(c.binFirstRankV.begin(), c.binFirstRankV.end(), 0u);
     } else {
         c.binFirstRankV = CutBins(distinctV, sorted.Count(), maxBins);
     }
     c.numBins = static_cast<int>(c.binFirstRankV.size()) - 1;
-    c.fCleanBinV.assign(static_cast<size_t>(c.numBins), 1);
-    for (size_t b = 0; b + 1 < c.binFirstRankV.size(); ++b) {
-        for (size_t r = c.binFirstRankV[b] + 1; r < c.binFirstRankV[b + 1]; ++r) {
-            if (!IsSeparable(distinctV[r - 1].value, distinctV[r].value)) c.fCleanBinV[b] = 0;
-        }
-    }
+    DescribeBins(distinctV, c);
     if (c.fNarrow) {
-        c.codeV.resize(sorted.Count());
+        AssignRanks(sorted, distinctV, c.codeV);
     } else {
-        c.rankV.resize(sorted.Count());
-        binV.resize(sorted.Count());
-    }
-    uint16_t bin = 0;
-    for (size_t r = 0; r < distinctV.size(); ++r) {
-        while (c.binFirstRankV[bin + 1u] == r) ++bin;
-        const size_t end = r + 1 < distinctV.size() ? distinctV[r + 1].begin : sorted.Count();
-        for (size_t i = distinctV[r].begin; i < end; ++i) {
-            const size_t row = sorted.Row(i);
-            if (c.fNarrow) {
-                c.codeV[row] = static_cast<uint8_t>(r);
-            } else {
-                c.rankV[row] = static_cast<uint32_t>(r);
-                binV[row] = bin;
-            }
-        }
+        AssignRanks(sorted, distinctV, c.rankV);
     }
     return true;
 }
@@ -171,30 +190,41 @@ void Columns::PlaceColumns() {
 }
 
 void Columns::FillRowCodes(WorkerPool& pool) {
-    narrowRows.codeV.assign(static_cast<size_t>(numRows) * narrowRows.stride, 0);
+    narrowRows.codeV.resize(static_cast<size_t>(numRows) * narrowRows.stride + kSlack);
+    wideRows.codeV.resize(static_cast<size_t>(numRows) * wideRows.stride + kSlack);
+    std::vector<BinFinder> finderV;
+    for (const int column : wideV) finderV.emplace_back(At(column));
     constexpr int kChunk = 4096;
     pool.For((numRows + kChunk - 1) / kChunk, [&](int chunk, int) {
-        const int end = std::min(numRows, (chunk + 1) * kChunk);
-        for (int row = chunk * kChunk; row < end; ++row) {
-            uint8_t* codes = narrowRows.codeV.data() + static_cast<size_t>(row) * narrowRows.stride;
-            for (const int column : narrowV) *codes++ = At(column).codeV[static_cast<size_t>(row)];
+        const size_t end = static_cast<size_t>(std::min(numRows, (chunk + 1) * kChunk));
+        for (size_t row = static_cast<size_t>(chunk) * kChunk; row < end; ++row) {
+            uint8_t* narrow = narrowRows.codeV.data() + row * narrowRows.stride;
+            for (const int column : narrowV) *narrow++ = At(column).codeV[row];
+            uint16_t* wide = wideRows.codeV.data() + row * wideRows.stride;
+            for (size_t k = 0; k < wideV.size(); ++k) {
+                *wide++ = finderV[k].Find(At(wideV[k]).rankV[row]);
+            }
         }
     });
 }
 
+uint64_t Columns::HashRanks(int column) const {
+    uint64_t hash = 1469598103934665603u;
+    const auto mix = [&hash](uint64_t rank) { hash = (hash ^ rank) * 1099511628211u; };
+    for (const uint8_t rank : At(column).codeV) mix(rank);
+    for (const uint32_t rank : At(column).rankV) mix(rank);
+    return hash;
+}
+
 // Columns of equal ranks sort equally, so a node scores their cuts equally to the last bit; if both
 // are clean, the cuts are the same too.
-void Columns::FindTwins() {
+void Columns::FindTwins(const std::vector<uint64_t>& hashV) {
     std::unordered_map<uint64_t, std::vector<int>> byHash;
     for (int column = 0; column < NumColumns(); ++column) {
         Column& c = columnV[static_cast<size_t>(column)];
         c.twin = column;
         if (!c.fClean) continue;
-        uint64_t hash = 1469598103934665603u;
-        const auto mix = [&hash](uint64_t rank) { hash = (hash ^ rank) * 1099511628211u; };
-        for (const uint8_t rank : c.codeV) mix(rank);
-        for (const uint32_t rank : c.rankV) mix(rank);
-        std::vector<int>& sameV = byHash[hash];
+        std::vector<int>& sameV = byHash[hashV[static_cast<size_t>(column)]];
         for (const int other : sameV) {
             if (At(other).codeV == c.codeV && At(other).rankV == c.rankV) {
                 c.twin = other;

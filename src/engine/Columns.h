@@ -37,12 +37,13 @@ struct Column {
     size_t firstCell = 0;  // of the column in a node's histogram
     std::vector<uint32_t> binFirstRankV;  // numBins + 1 entries
     std::vector<uint8_t> fCleanBinV;      // per bin: all neighbours inside are separable
-    std::vector<double> binValueV;        // exact columns: the value of each bin
+    std::vector<double> binValueV;        // per bin: the lowest value; of an empty one, the next
     LargeArray<uint8_t> codeV;            // narrow columns: the bin, which is the rank, per row
     LargeArray<uint32_t> rankV;           // wide columns: the rank per row
 };
 
-// Row-major codes, padded with zeros so that rows can be read in pieces of 16 bytes.
+// Row-major codes, padded with zeros so that rows can be read in pieces of 16 bytes; so can what
+// begins at the last code.
 template <typename Code>
 struct RowCodes {
     size_t stride = 0;  // codes per row
@@ -77,10 +78,11 @@ class Columns {
     }
 
   private:
-    bool CodeColumn(int column, std::vector<uint16_t>& binV);
+    bool CodeColumn(int column);
     void PlaceColumns();
     void FillRowCodes(WorkerPool& pool);
-    void FindTwins();
+    uint64_t HashRanks(int column) const;
+    void FindTwins(const std::vector<uint64_t>& hashV);
 
     const double* const* rowV;
     int numRows;

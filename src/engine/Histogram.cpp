@@ -4,6 +4,7 @@
 #include <emmintrin.h>
 
 #include <algorithm>
+#include <cstring>
 
 namespace sylvora {
 namespace engine {
@@ -12,43 +13,64 @@ namespace {
 constexpr int kBlockRows = 8192;
 // Tile columns lie this far apart: not a power of two, or they would share cache sets.
 constexpr size_t kTileStride = kBlockRows + 32;
-constexpr int kAhead = 48;  // rows whose codes are fetched in advance
+constexpr int kPadRows = 8;          // up to a word of the narrowest codes
+constexpr size_t kTogether = 2;      // columns to which a row is added at once
+constexpr int kMostOddCells = 1024;  // more would not stay in the nearest cache
+constexpr int kAhead = 48;           // rows whose codes are fetched in advance
 
 inline void AddCell(Cell* target, __m128i cell) {
     __m128i* at = reinterpret_cast<__m128i*>(target);
     _mm_store_si128(at, _mm_add_epi64(_mm_load_si128(at), cell));
 }
 
-// One column of a tile, and where its cells are.
+// One column of a tile, and where its cells are. Rows at odd places may go to cells of their own:
+// where one value is frequent, adding to its cell would wait for the addition before.
 template <typename Code>
 struct TileColumn {
     const Code* codes;
     Cell* cells;
+    Cell* oddCells;
     int shift;
 };
 
-template <typename A, typename B>
-void AddPair(const Cell* cells, int count, TileColumn<A> a, TileColumn<B> b) {
-    for (int i = 0; i < count; ++i) {
-        const __m128i cell = _mm_load_si128(reinterpret_cast<const __m128i*>(cells + i));
-        AddCell(a.cells + (a.codes[i] >> a.shift), cell);
-        AddCell(b.cells + (b.codes[i] >> b.shift), cell);
-    }
-}
-
-template <typename A>
-void AddSingle(const Cell* cells, int count, TileColumn<A> a) {
-    for (int i = 0; i < count; ++i) {
-        const __m128i cell = _mm_load_si128(reinterpret_cast<const __m128i*>(cells + i));
-        AddCell(a.cells + (a.codes[i] >> a.shift), cell);
-    }
+// The codes of as many rows as fit a word, joined to coarser ones.
+template <typename Code>
+inline uint64_t CodesAt(const TileColumn<Code>& column, int row) {
+    constexpr uint64_t kEachOne = ~uint64_t{0} / static_cast<Code>(~Code{0});
+    uint64_t codes;
+    std::memcpy(&codes, column.codes + row, sizeof codes);
+    const uint64_t mask = static_cast<Code>(~Code{0}) >> column.shift;
+    return (codes >> column.shift) & kEachOne * mask;
 }
 
 template <typename Code>
-void AddColumns(const Cell* cells, int count, const std::vector<TileColumn<Code>>& columnV) {
-    size_t j = 0;
-    for (; j + 1 < columnV.size(); j += 2) AddPair(cells, count, columnV[j], columnV[j + 1]);
-    if (j < columnV.size()) AddSingle(cells, count, columnV[j]);
+inline Code NextCode(uint64_t& codes) {
+    const Code code = static_cast<Code>(codes);
+    codes >>= 8 * sizeof(Code);
+    return code;
+}
+
+// Adds the cells of the rows to some columns side by side. Tiles and cells are padded to whole
+// words, with cells of zero.
+template <size_t kColumns, typename Code>
+void AddTogether(const Cell* cells, int count, const TileColumn<Code>* columns) {
+    constexpr int kWordRows = sizeof(uint64_t) / sizeof(Code);
+    TileColumn<Code> columnV[kColumns];
+    std::copy_n(columns, kColumns, columnV);
+    for (int i = 0; i < count; i += kWordRows) {
+        uint64_t codesV[kColumns];
+        for (size_t j = 0; j < kColumns; ++j) codesV[j] = CodesAt(columnV[j], i);
+        for (int k = i; k < i + kWordRows; k += 2) {
+            const __m128i even = _mm_load_si128(reinterpret_cast<const __m128i*>(cells + k));
+            const __m128i odd = _mm_load_si128(reinterpret_cast<const __m128i*>(cells + k + 1));
+            for (size_t j = 0; j < kColumns; ++j) {
+                AddCell(columnV[j].cells + NextCode<Code>(codesV[j]), even);
+            }
+            for (size_t j = 0; j < kColumns; ++j) {
+                AddCell(columnV[j].oddCells + NextCode<Code>(codesV[j]), odd);
+            }
+        }
+    }
 }
 
 // Turns eight rows of eight 16-bit codes into eight columns of eight.
@@ -121,7 +143,8 @@ void TransposeEight(const uint8_t* const* rows, size_t stride, uint8_t* tile, si
 
 HistogramFiller::HistogramFiller(const Columns& columns)
     : data(columns),
-      cellV(kBlockRows),
+      cellV(kBlockRows + kPadRows),
+      oddV(kTogether * kMostOddCells),
       narrowTile(data.NarrowRows().stride * kTileStride),
       wideTile(data.WideRows().stride * kTileStride) {}
 
@@ -153,20 +176,40 @@ void HistogramFiller::Add(const RowSlice& rows, const FixedPoint& fixed,
 }
 
 void HistogramFiller::AddBlock(int count, const std::vector<int>& columns, Histogram& histogram) {
-    std::vector<TileColumn<uint8_t>> narrowV;
-    std::vector<TileColumn<uint16_t>> wideV;
-    for (const int id : columns) {
-        const Column& column = data.At(id);
-        Cell* cells = histogram.cellV.data() + column.firstCell;
-        const size_t begin = static_cast<size_t>(column.place) * kTileStride;
-        if (column.fNarrow) {
-            narrowV.push_back({narrowTile.data() + begin, cells, 0});
+    std::fill_n(cellV.begin() + count, kPadRows, Cell());
+    std::vector<int> narrowV, wideV;
+    for (const int id : columns) (data.At(id).fNarrow ? narrowV : wideV).push_back(id);
+    AddColumns(count, narrowV, narrowTile.data(), histogram);
+    AddColumns(count, wideV, wideTile.data(), histogram);
+}
+
+template <typename Code>
+void HistogramFiller::AddColumns(int count, const std::vector<int>& columns, const Code* tile,
+                                 Histogram& histogram) {
+    for (size_t j = 0; j < columns.size(); j += kTogether) {
+        const size_t num = std::min(kTogether, columns.size() - j);
+        TileColumn<Code> columnV[kTogether];
+        for (size_t k = 0; k < num; ++k) {
+            const Column& column = data.At(columns[j + k]);
+            Cell* cells = histogram.cellV.data() + column.firstCell;
+            const bool fOdd = histogram.NumBins(column) <= kMostOddCells;
+            columnV[k] = {tile + static_cast<size_t>(column.place) * kTileStride, cells,
+                          fOdd ? oddV.data() + k * kMostOddCells : cells,
+                          column.fExact ? 0 : histogram.shift};
+        }
+        if (num == kTogether) {
+            AddTogether<kTogether>(cellV.data(), count, columnV);
         } else {
-            wideV.push_back({wideTile.data() + begin, cells, column.fExact ? 0 : histogram.shift});
+            AddTogether<1>(cellV.data(), count, columnV);
+        }
+        for (size_t k = 0; k < num; ++k) {
+            if (columnV[k].oddCells == columnV[k].cells) continue;
+            for (int bin = 0; bin < histogram.NumBins(data.At(columns[j + k])); ++bin) {
+                columnV[k].cells[bin] += columnV[k].oddCells[bin];
+                columnV[k].oddCells[bin] = Cell();
+            }
         }
     }
-    AddColumns(cellV.data(), count, narrowV);
-    AddColumns(cellV.data(), count, wideV);
 }
 
 }  // namespace engine

@@ -65,8 +65,13 @@ class HistogramFiller {
     void Transpose(const RowCodes<Code>& codes, const int* rowV, int count, Code* tile);
     void AddBlock(int count, const std::vector<int>& columns, Histogram& histogram);
 
+    template <typename Code>
+    void AddColumns(int count, const std::vector<int>& columns, const Code* tile,
+                    Histogram& histogram);
+
     const Columns& data;
-    std::vector<Cell> cellV;
+    std::vector<Cell> cellV;  // of the block's rows
+    std::vector<Cell> oddV;   // zeros; the columns at hand count rows at odd places here
     std::vector<uint8_t> narrowTile;
     std::vector<uint16_t> wideTile;
 };

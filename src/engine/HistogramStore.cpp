@@ -11,7 +11,6 @@ namespace {
 
 constexpr int kChunkRows = 16384;
 constexpr int kManyChunks = 3;  // from so many on, workers share a slice
-constexpr size_t kChunkCells = 8192;
 
 void AddCells(Cell* to, const Cell* from, size_t count) {
     for (size_t c = 0; c < count; ++c) to[c] += from[c];
@@ -38,7 +37,24 @@ HistogramStore::HistogramStore(const Columns& columns, const FixedPoint& fixedPo
     }
 }
 
-std::unique_ptr<Histogram> HistogramStore::Take() {
+// Calls visit(first cell, number of cells) for each column.
+template <typename Visit>
+void HistogramStore::ForColumns(const Histogram& histogram, const Visit& visit) const {
+    for (int id = 0; id < data.NumColumns(); ++id) {
+        const Column& column = data.At(id);
+        visit(column.firstCell, static_cast<size_t>(histogram.NumBins(column)));
+    }
+}
+
+size_t HistogramStore::NumCells(int shift) const {
+    Histogram shape;
+    shape.shift = shift;
+    size_t numCells = 0;
+    ForColumns(shape, [&numCells](size_t, size_t count) { numCells += count; });
+    return numCells;
+}
+
+std::unique_ptr<Histogram> HistogramStore::Take(int shift) {
     std::unique_ptr<Histogram> histogram;
     {
         const std::lock_guard<std::mutex> lock(mutex);
@@ -48,7 +64,11 @@ std::unique_ptr<Histogram> HistogramStore::Take() {
         }
     }
     if (!histogram) histogram = std::make_unique<Histogram>();
-    histogram->cellV.assign(data.NumCells(), Cell());
+    histogram->shift = shift;
+    histogram->cellV.resize(data.NumCells());
+    Cell* cells = histogram->cellV.data();
+    ForColumns(*histogram,
+               [cells](size_t first, size_t count) { std::fill_n(cells + first, count, Cell()); });
     return histogram;
 }
 
@@ -58,49 +78,58 @@ void HistogramStore::GiveBack(std::unique_ptr<Histogram> histogram) {
     freeV.push_back(std::move(histogram));
 }
 
-std::unique_ptr<Histogram> HistogramStore::CountAlone(const RowSlice& slice, int worker) {
-    std::unique_ptr<Histogram> histogram = Take();
+std::unique_ptr<Histogram> HistogramStore::CountAlone(const RowSlice& slice, int shift,
+                                                      int worker) {
+    std::unique_ptr<Histogram> histogram = Take(shift);
     FillerOf(worker).Add(slice, fixed, allColumnV, *histogram);
     return histogram;
 }
 
 // Each worker counts the stretches that it gets into a histogram of its own; the sums of all are
 // the same whoever counted what.
-std::unique_ptr<Histogram> HistogramStore::Count(const RowSlice& slice) {
+std::unique_ptr<Histogram> HistogramStore::Count(const RowSlice& slice, int shift) {
     const int numChunks = (slice.count + kChunkRows - 1) / kChunkRows;
-    if (pool.NumWorkers() == 1 || numChunks < kManyChunks) return CountAlone(slice, 0);
+    if (pool.NumWorkers() == 1 || numChunks < kManyChunks) return CountAlone(slice, shift, 0);
     std::vector<std::unique_ptr<Histogram>> partV(static_cast<size_t>(pool.NumWorkers()));
     pool.For(numChunks, [&](int chunk, int worker) {
         std::unique_ptr<Histogram>& part = partV[static_cast<size_t>(worker)];
-        if (!part) part = Take();
+        if (!part) part = Take(shift);
         const int begin = chunk * kChunkRows;
         FillerOf(worker).Add(Stretch(slice, begin, std::min(begin + kChunkRows, slice.count)),
                              fixed, allColumnV, *part);
     });
     partV.erase(std::remove(partV.begin(), partV.end(), nullptr), partV.end());
     Histogram& sum = *partV[0];
-    const size_t numCells = data.NumCells();
-    pool.For(static_cast<int>((numCells + kChunkCells - 1) / kChunkCells), [&](int chunk, int) {
-        const size_t begin = static_cast<size_t>(chunk) * kChunkCells;
-        const size_t count = std::min(kChunkCells, numCells - begin);
+    pool.For(data.NumColumns(), [&](int id, int) {
+        const Column& column = data.At(id);
+        const size_t count = static_cast<size_t>(sum.NumBins(column));
         for (size_t p = 1; p < partV.size(); ++p) {
-            AddCells(sum.cellV.data() + begin, partV[p]->cellV.data() + begin, count);
+            AddCells(sum.cellV.data() + column.firstCell, partV[p]->Of(column), count);
         }
     });
     for (size_t p = 1; p < partV.size(); ++p) GiveBack(std::move(partV[p]));
     return std::move(partV[0]);
 }
 
-void HistogramStore::SubtractAlone(Histogram& whole, const Histogram& part) {
-    SubtractCells(whole.cellV.data(), part.cellV.data(), whole.cellV.size());
+void HistogramStore::Coarsen(Histogram& histogram, int shift) const {
+    for (int id = 0; id < data.NumColumns(); ++id) {
+        const Column& column = data.At(id);
+        if (column.fExact) continue;
+        Cell* cells = histogram.cellV.data() + column.firstCell;
+        const int numBins = histogram.NumBins(column);
+        for (int bin = 0; bin < numBins; ++bin) {
+            const int joined = bin >> (shift - histogram.shift);
+            const Cell cell = cells[bin];
+            if (joined << (shift - histogram.shift) == bin) cells[joined] = Cell();
+            cells[joined] += cell;
+        }
+    }
+    histogram.shift = shift;
 }
 
-void HistogramStore::Subtract(Histogram& whole, const Histogram& part) {
-    const size_t numCells = whole.cellV.size();
-    pool.For(static_cast<int>((numCells + kChunkCells - 1) / kChunkCells), [&](int chunk, int) {
-        const size_t begin = static_cast<size_t>(chunk) * kChunkCells;
-        SubtractCells(whole.cellV.data() + begin, part.cellV.data() + begin,
-                      std::min(kChunkCells, numCells - begin));
+void HistogramStore::Subtract(Histogram& whole, const Histogram& part) const {
+    ForColumns(whole, [&](size_t first, size_t count) {
+        SubtractCells(whole.cellV.data() + first, part.cellV.data() + first, count);
     });
 }
 

@@ -22,18 +22,24 @@ class HistogramStore {
     // The filler of one worker.
     HistogramFiller& FillerOf(int worker) { return *fillerV[static_cast<size_t>(worker)]; }
 
-    // A histogram of all columns of the rows. Long slices are shared out among the workers.
-    std::unique_ptr<Histogram> Count(const RowSlice& slice);
+    // A histogram of all columns of the rows, with 2^shift bins joined to one. Long slices are
+    // shared out among the workers.
+    std::unique_ptr<Histogram> Count(const RowSlice& slice, int shift);
     // The same by one worker alone.
-    std::unique_ptr<Histogram> CountAlone(const RowSlice& slice, int worker);
-    // Leaves in `whole` what is not in `part`. The second form is for all workers together.
-    static void SubtractAlone(Histogram& whole, const Histogram& part);
-    void Subtract(Histogram& whole, const Histogram& part);
+    std::unique_ptr<Histogram> CountAlone(const RowSlice& slice, int shift, int worker);
+    // Joins bins until they are as coarse as `shift` says.
+    void Coarsen(Histogram& histogram, int shift) const;
+    // Leaves in `whole` what is not in `part`, which is as coarse.
+    void Subtract(Histogram& whole, const Histogram& part) const;
+    // How many cells a histogram has at a resolution.
+    size_t NumCells(int shift) const;
 
     void GiveBack(std::unique_ptr<Histogram> histogram);
 
   private:
-    std::unique_ptr<Histogram> Take();
+    std::unique_ptr<Histogram> Take(int shift);
+    template <typename Visit>
+    void ForColumns(const Histogram& histogram, const Visit& visit) const;
 
     const Columns& data;
     const FixedPoint& fixed;

@@ -2,6 +2,7 @@
 #include "PredictionStep.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace sylvora {
 namespace engine {
@@ -9,59 +10,108 @@ namespace {
 
 constexpr int kChunkRows = 8192;
 constexpr int kTogether = 8;  // rows that walk side by side, so that their loads overlap
+constexpr int kAhead = 32;    // rows fetched in advance
 
-// A node as the walk needs it; a leaf leads to itself.
+// A node as the walk needs it; a leaf leads to itself. Codes say where a row goes, except for those
+// of the bin that the threshold lies in.
 struct WalkNode {
-    double threshold;
+    const uint8_t* codes;  // of the column, in the first row
+    size_t rowBytes;       // from row to row
+    uint32_t codeMask;
+    uint32_t bin;        // codes below go left, those above right
+    uint32_t unsureBin;  // the code that does not decide; beyond all codes where each does
+    int sonV[2];         // [0] to the right, [1] to the left
     int column;
-    int sonV[2];  // where a row goes: [0] when its value is above the threshold, else [1]
+    double threshold;
     double step;
 };
 
-std::vector<WalkNode> MakeWalk(const std::vector<GrownNode>& nodeV, double dynShrink,
-                               double valShrink) {
+template <typename Code>
+void SetCodes(const RowCodes<Code>& rows, int place, WalkNode& walk) {
+    walk.codes = reinterpret_cast<const uint8_t*>(rows.codeV.data() + place);
+    walk.rowBytes = rows.stride * sizeof(Code);
+    walk.codeMask = static_cast<Code>(~Code{0});
+}
+
+WalkNode MakeWalkNode(const GrownNode& node, int self, const Columns& data) {
+    const bool fLeaf = node.splitFea < 0;
+    const Column& column = data.At(fLeaf ? 0 : node.splitFea);
+    WalkNode walk = {};
+    walk.column = fLeaf ? 0 : node.splitFea;
+    walk.threshold = node.splitElemFea;
+    walk.sonV[0] = fLeaf ? self : node.rson;
+    walk.sonV[1] = fLeaf ? self : node.lson;
+    if (column.fNarrow) {
+        SetCodes(data.NarrowRows(), column.place, walk);
+    } else {
+        SetCodes(data.WideRows(), column.place, walk);
+    }
+    const auto past =
+        std::upper_bound(column.binValueV.begin(), column.binValueV.end(), walk.threshold);
+    // A leaf's threshold may be below all values.
+    walk.bin =
+        static_cast<uint32_t>(std::max<std::ptrdiff_t>(past - column.binValueV.begin(), 1) - 1);
+    walk.unsureBin = column.fExact || fLeaf ? ~uint32_t{0} : walk.bin;
+    return walk;
+}
+
+std::vector<WalkNode> MakeWalk(const std::vector<GrownNode>& nodeV, const Columns& data,
+                               double dynShrink, double valShrink) {
     std::vector<WalkNode> walkV;
     for (size_t k = 0; k < nodeV.size(); ++k) {
-        const GrownNode& node = nodeV[k];
-        const bool fLeaf = node.splitFea < 0;
-        const int self = static_cast<int>(k);
-        const double value = node.gradAll / node.wgtAll;
-        walkV.push_back({node.splitElemFea,
-                         fLeaf ? 0 : node.splitFea,
-                         {fLeaf ? self : node.rson, fLeaf ? self : node.lson},
-                         value * dynShrink * valShrink});
+        walkV.push_back(MakeWalkNode(nodeV[k], static_cast<int>(k), data));
+        const double value = nodeV[k].gradAll / nodeV[k].wgtAll;
+        walkV.back().step = value * dynShrink * valShrink;
     }
     return walkV;
 }
 
-// Rows [begin, end) that are not marked in fInV, or all where that is empty.
+// Walks by codes, which needs thresholds with values on both sides; or by values.
 class Walker {
   public:
     Walker(const std::vector<WalkNode>& nodes, int treeDepth, const Columns& columns,
            double* predictions)
         : walkV(nodes), depth(treeDepth), data(columns), predictV(predictions) {}
 
-    void Walk(int begin, int end, const LargeArray<uint8_t>& fInV) const {
-        int rowV[kTogether];
+    // The rows [begin, end) that are not marked in fInV.
+    void WalkUnmarked(int begin, int end, const LargeArray<uint8_t>& fInV) const {
+        int rowV[kChunkRows];
         int num = 0;
         for (int row = begin; row < end; ++row) {
-            if (!fInV.empty() && fInV[static_cast<size_t>(row)] != 0) continue;
-            rowV[num++] = row;
-            if (num == kTogether) {
-                WalkTogether(rowV, num);
-                num = 0;
-            }
+            rowV[num] = row;
+            num += fInV[static_cast<size_t>(row)] == 0;
         }
-        WalkTogether(rowV, num);
+        for (int i = 0; i < num; i += kTogether) {
+            WalkTogether(rowV + i, std::min(kTogether, num - i));
+        }
+    }
+
+    void WalkByValue(int begin, int end) const {
+        for (int row = begin; row < end; ++row) {
+            int at = 0;
+            for (int level = 0; level < depth; ++level) {
+                const WalkNode& node = walkV[static_cast<size_t>(at)];
+                at = node.sonV[data.Value(row, node.column) <= node.threshold];
+            }
+            predictV[row] += walkV[static_cast<size_t>(at)].step;
+        }
     }
 
   private:
+    bool GoesLeft(const WalkNode& node, int row) const {
+        uint16_t two;
+        std::memcpy(&two, node.codes + static_cast<size_t>(row) * node.rowBytes, sizeof two);
+        const uint32_t code = two & node.codeMask;
+        if (code == node.unsureBin) return data.Value(row, node.column) <= node.threshold;
+        return code <= node.bin;
+    }
+
     void WalkTogether(const int* rowV, int num) const {
         int atV[kTogether] = {};
         for (int level = 0; level < depth; ++level) {
             for (int i = 0; i < num; ++i) {
                 const WalkNode& node = walkV[static_cast<size_t>(atV[i])];
-                atV[i] = node.sonV[data.Value(rowV[i], node.column) <= node.threshold];
+                atV[i] = node.sonV[GoesLeft(node, rowV[i])];
             }
         }
         for (int i = 0; i < num; ++i) {
@@ -99,24 +149,30 @@ std::vector<LeafPiece> CutLeaves(const std::vector<GrownNode>& nodeV,
 
 void StepPredictions(const RegressionGrowth& growth, const Columns& data, WorkerPool& pool,
                      double dynShrink, double valShrink, double* predictV) {
-    const std::vector<WalkNode> walkV = MakeWalk(growth.Nodes(), dynShrink, valShrink);
+    const std::vector<WalkNode> walkV = MakeWalk(growth.Nodes(), data, dynShrink, valShrink);
     const Walker walker(walkV, growth.Nodes().back().depth, data, predictV);
-    const LargeArray<int>& indexV = growth.Rows();
-    const bool fSlices = growth.SlicesTrue();
-    if (fSlices) {
-        const std::vector<LeafPiece> pieceV = CutLeaves(growth.Nodes(), walkV);
-        pool.For(static_cast<int>(pieceV.size()), [&](int p, int) {
-            const LeafPiece& piece = pieceV[static_cast<size_t>(p)];
-            for (int i = piece.begin; i < piece.end; ++i) {
-                predictV[indexV[static_cast<size_t>(i)]] += piece.step;
-            }
+    const int numRows = data.NumRows();
+    const int numChunks = (numRows + kChunkRows - 1) / kChunkRows;
+    if (!growth.SlicesTrue()) {
+        pool.For(numChunks, [&](int chunk, int) {
+            walker.WalkByValue(chunk * kChunkRows, std::min((chunk + 1) * kChunkRows, numRows));
         });
-        if (indexV.size() == static_cast<size_t>(data.NumRows())) return;
+        return;
     }
-    static const LargeArray<uint8_t> kNone;
-    const LargeArray<uint8_t>& fInV = fSlices ? growth.RowMarks() : kNone;
-    pool.For((data.NumRows() + kChunkRows - 1) / kChunkRows, [&](int chunk, int) {
-        walker.Walk(chunk * kChunkRows, std::min((chunk + 1) * kChunkRows, data.NumRows()), fInV);
+    const LargeArray<int>& indexV = growth.Rows();
+    const std::vector<LeafPiece> pieceV = CutLeaves(growth.Nodes(), walkV);
+    pool.For(static_cast<int>(pieceV.size()), [&](int p, int) {
+        const LeafPiece& piece = pieceV[static_cast<size_t>(p)];
+        for (int i = piece.begin; i < piece.end; ++i) {
+            __builtin_prefetch(
+                predictV + indexV[static_cast<size_t>(std::min(i + kAhead, piece.end - 1))], 1);
+            predictV[indexV[static_cast<size_t>(i)]] += piece.step;
+        }
+    });
+    if (indexV.size() == static_cast<size_t>(numRows)) return;
+    pool.For(numChunks, [&](int chunk, int) {
+        walker.WalkUnmarked(chunk * kChunkRows, std::min((chunk + 1) * kChunkRows, numRows),
+                            growth.RowMarks());
     });
 }
 

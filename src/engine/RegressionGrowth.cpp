@@ -152,11 +152,12 @@ RegressionGrowth::OpenNode RegressionGrowth::PlantRoot(const double* gradV, cons
     std::vector<int> rootWeightV(rows.weightV.size());
     for (size_t i = 0; i < rootGradV.size(); ++i) rootGradV[i] = gradV[ascendingV[i]];
     for (size_t i = 0; i < rootWeightV.size(); ++i) rootWeightV[i] = weightV[ascendingV[i]];
-    open.histogram =
-        store.Count({ascendingV.data(), rootGradV.data(),
-                     weightV != nullptr ? rootWeightV.data() : nullptr, root.countDoc});
+    open.histogram = store.Count({ascendingV.data(), rootGradV.data(),
+                                  weightV != nullptr ? rootWeightV.data() : nullptr, root.countDoc},
+                                 ShiftFor(root.countDoc, data.MostBins()));
     const Column& any = data.At(0);
-    for (int bin = 0; bin < any.numBins; ++bin) open.total += open.histogram->Of(any)[bin];
+    const int numBins = open.histogram->NumBins(any);
+    for (int bin = 0; bin < numBins; ++bin) open.total += open.histogram->Of(any)[bin];
     return open;
 }
 
@@ -339,54 +340,57 @@ void RegressionGrowth::AppendSons(OpenNode& open, std::vector<OpenNode>& nextV) 
     }
 }
 
-// Each histogram that came down from a parent goes to its sons, or back where they are better off
-// without.
+// Each histogram that came down from a parent goes to its sons, as coarse as suits the larger one,
+// or back where they are better off without.
 void RegressionGrowth::ShareHistograms(std::vector<OpenNode>& nextV) {
-    const double cells = static_cast<double>(data.NumCells());
-    const double directRows =
-        std::max(cells * tuning.directPercent / 100, static_cast<double>(tuning.smallNode));
     std::vector<size_t> firstV;  // of the sons whose parent's histogram is to be shared
     for (size_t i = 0; i < nextV.size(); ++i) {
         if (!nextV[i].histogram) continue;
-        const GrownNode& father =
-            nodeV[static_cast<size_t>(nodeV[static_cast<size_t>(nextV[i].idxNode)].parent)];
+        const GrownNode& father = FatherOf(nextV[i]);
         const int larger = std::max(father.countL, father.countDoc - father.countL);
-        if (larger > directRows) {
+        const int shift = std::max(nextV[i].histogram->shift, ShiftFor(larger, data.MostBins()));
+        const double cells = static_cast<double>(store.NumCells(shift));
+        if (larger > tuning.smallNode && larger > cells * tuning.directPercent / 100) {
             firstV.push_back(i);
         } else {
             store.GiveBack(std::move(nextV[i].histogram));
         }
     }
-    const bool fTeams = firstV.size() < workerV.size();
-    const auto share = [&](size_t i, int worker) {
-        std::unique_ptr<Histogram> larger = std::move(nextV[i].histogram);
-        const GrownNode& father =
-            nodeV[static_cast<size_t>(nodeV[static_cast<size_t>(nextV[i].idxNode)].parent)];
-        const bool fLeftSmaller = 2 * father.countL <= father.countDoc;
-        const int smallerSon = fLeftSmaller ? father.lson : father.rson;
-        const RowSlice slice = SliceOf(nodeV[static_cast<size_t>(smallerSon)]);
-        std::unique_ptr<Histogram> counted =
-            fTeams ? store.Count(slice) : store.CountAlone(slice, worker);
-        if (fTeams) {
-            store.Subtract(*larger, *counted);
-        } else {
-            HistogramStore::SubtractAlone(*larger, *counted);
-        }
-        for (size_t j = i; j < std::min(i + 2, nextV.size()); ++j) {
-            if (nextV[j].idxNode == smallerSon) nextV[j].histogram = std::move(counted);
-            if (nextV[j].idxNode == father.lson + father.rson - smallerSon) {
-                nextV[j].histogram = std::move(larger);
-            }
-        }
-        store.GiveBack(std::move(counted));
-        store.GiveBack(std::move(larger));
-    };
-    if (fTeams) {
-        for (const size_t i : firstV) share(i, 0);
+    if (firstV.size() < workerV.size()) {
+        for (const size_t i : firstV) ShareHistogram(nextV, i, -1);
     } else {
-        pool.For(static_cast<int>(firstV.size()),
-                 [&](int i, int worker) { share(firstV[static_cast<size_t>(i)], worker); });
+        pool.For(static_cast<int>(firstV.size()), [&](int i, int worker) {
+            ShareHistogram(nextV, firstV[static_cast<size_t>(i)], worker);
+        });
     }
+}
+
+// Shares the histogram at nextV[i] among that node and the one behind, where they are brothers.
+// `worker` counts alone; -1: all together.
+void RegressionGrowth::ShareHistogram(std::vector<OpenNode>& nextV, size_t i, int worker) {
+    std::unique_ptr<Histogram> larger = std::move(nextV[i].histogram);
+    const GrownNode& father = FatherOf(nextV[i]);
+    const bool fLeftSmaller = 2 * father.countL <= father.countDoc;
+    const int smallerSon = fLeftSmaller ? father.lson : father.rson;
+    const int largerSon = fLeftSmaller ? father.rson : father.lson;
+    const int largerCount = nodeV[static_cast<size_t>(largerSon)].countDoc;
+    const int shift = std::max(larger->shift, ShiftFor(largerCount, data.MostBins()));
+    store.Coarsen(*larger, shift);
+    const RowSlice slice = SliceOf(nodeV[static_cast<size_t>(smallerSon)]);
+    std::unique_ptr<Histogram> smaller =
+        worker < 0 ? store.Count(slice, shift) : store.CountAlone(slice, shift, worker);
+    store.Subtract(*larger, *smaller);
+    for (size_t j = i; j < std::min(i + 2, nextV.size()); ++j) {
+        if (nextV[j].idxNode == smallerSon) nextV[j].histogram = std::move(smaller);
+        if (nextV[j].idxNode == largerSon) nextV[j].histogram = std::move(larger);
+    }
+    store.GiveBack(std::move(smaller));
+    store.GiveBack(std::move(larger));
+}
+
+const GrownNode& RegressionGrowth::FatherOf(const OpenNode& open) const {
+    const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
+    return nodeV[static_cast<size_t>(node.parent)];
 }
 
 }  // namespace engine

@@ -55,6 +55,8 @@ class RegressionGrowth {
     void SumSons(OpenNode& open, WorkerPool* workers);
     void AppendSons(OpenNode& open, std::vector<OpenNode>& nextV);
     void ShareHistograms(std::vector<OpenNode>& nextV);
+    void ShareHistogram(std::vector<OpenNode>& nextV, size_t i, int worker);
+    const GrownNode& FatherOf(const OpenNode& open) const;
     RowSlice SliceOf(const GrownNode& node) const;
 
     const Columns& data;

@@ -40,15 +40,15 @@ SplitPoint RowPartition::MarkByRank(TreeRows& rows, int begin, int count, int id
     });
     Marked all;
     for (const Marked& marked : markedV) {
-        all.highestLeft = std::max(all.highestLeft, marked.highestLeft);
-        all.lowestRight = std::min(all.lowestRight, marked.lowestRight);
+        if (marked.low.rank > all.low.rank) all.low = marked.low;
+        if (marked.high.rank < all.high.rank) all.high = marked.high;
         all.countL += marked.countL;
     }
     SplitPoint split;
     split.column = id;
     split.countL = all.countL;
-    const double low = data.Value(static_cast<int>(all.highestLeft & 0xffffffffu), id);
-    const double high = data.Value(static_cast<int>(all.lowestRight & 0xffffffffu), id);
+    const double low = data.Value(all.low.row, id);
+    const double high = data.Value(all.high.row, id);
     split.threshold = (low + high) * 0.5;
     // The midpoint of neighbouring doubles can round up to the higher one, or overflow.
     if (!(low <= split.threshold && split.threshold < high)) {
@@ -65,14 +65,13 @@ RowPartition::Marked RowPartition::Mark(TreeRows& rows, int begin, int end, cons
     uint8_t* fLeftV = rows.fLeftV.data();
     for (int i = begin; i < end; ++i) {
         __builtin_prefetch(rankV + indexV[std::min(i + kAhead, end - 1)]);
-        const uint32_t row = static_cast<uint32_t>(indexV[i]);
-        const uint32_t rank = rankV[row];
-        const uint64_t word = (static_cast<uint64_t>(rank) << 32) | row;
+        const int row = indexV[i];
+        const int64_t rank = rankV[row];
         const bool fLeft = rank <= lastRank;
         fLeftV[i] = fLeft;
         marked.countL += fLeft;
-        marked.highestLeft = std::max(marked.highestLeft, fLeft ? word : 0);
-        marked.lowestRight = std::min(marked.lowestRight, fLeft ? marked.lowestRight : word);
+        if (rank <= marked.low.rank || rank >= marked.high.rank) continue;  // as nearly all
+        (fLeft ? marked.low : marked.high) = {rank, row};
     }
     return marked;
 }

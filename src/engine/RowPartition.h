@@ -39,10 +39,14 @@ class RowPartition {
     void Move(TreeRows& rows, int begin, int count, int countL);
 
   private:
-    // What a stretch of rows says of a cut; neighbours as rank and row in one word each.
+    struct Neighbour {
+        int64_t rank;
+        int row;
+    };
+    // What a stretch of rows says of a cut: the highest rank left of it, the lowest right of it.
     struct Marked {
-        uint64_t highestLeft = 0;
-        uint64_t lowestRight = ~uint64_t{0};
+        Neighbour low = {-1, 0};
+        Neighbour high = {int64_t{1} << 32, 0};
         int countL = 0;
     };
 
