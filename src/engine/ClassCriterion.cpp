@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 #include "../god/Truncation.h"
 #include "Criterion.h"
@@ -33,7 +34,7 @@ class TwoClasses {
         squaresL += 2 * left - 1;
         squaresR -= 2 * (total - left) + 1;
     }
-    void Undo(size_t) {}
+    void Clear(const Entry*, int, const uint16_t*) {}
 
     int64_t squaresL = 0;
     int64_t squaresR = 0;
@@ -56,8 +57,14 @@ class ManyClasses {
         squaresL += 2 * left - 1;
         squaresR -= 2 * (totalV[cls] - left) + 1;
     }
-    // Leaves the counts zero again when all that passed are undone.
-    void Undo(size_t cls) { leftV[cls] = 0; }
+    // Leaves the counts of the entries that have passed zero again.
+    void Clear(const Entry* list, int count, const uint16_t* classV) {
+        if (static_cast<size_t>(count) >= leftV.size()) {
+            std::fill(leftV.begin(), leftV.end(), 0);
+        } else {
+            for (int i = 0; i < count; ++i) leftV[classV[PositionOf(list[i])]] = 0;
+        }
+    }
 
     int64_t squaresL = 0;
     int64_t squaresR = 0;
@@ -73,7 +80,7 @@ ListCut ScanList(const Entry* list, int count, const uint16_t* classV, Classes c
     ListCut best;
     ListCut at;
     for (int i = 0; i + 1 < count; ++i) {
-        classes.Pass(classV[IdOf(list[i])]);
+        classes.Pass(classV[PositionOf(list[i])]);
         at.countL = i + 1;
         const double squaresL = static_cast<double>(classes.squaresL);
         const double squaresR = static_cast<double>(classes.squaresR);
@@ -85,7 +92,7 @@ ListCut ScanList(const Entry* list, int count, const uint16_t* classV, Classes c
         best = at;
         filter.Raise(at.score);
     }
-    for (int i = 0; i + 1 < count; ++i) classes.Undo(classV[IdOf(list[i])]);
+    classes.Clear(list, count, classV);
     return best;
 }
 
@@ -94,46 +101,54 @@ ListCut ScanList(const Entry* list, int count, const uint16_t* classV, Classes c
 bool ClassCriterion::Take(const double* targetV, const int* indexV, int num) {
     if (numClass > std::numeric_limits<uint16_t>::max()) return false;
     classV.resize(static_cast<size_t>(num));
-    for (int id = 0; id < num; ++id) {
-        const int cls = Truncate<int>(targetV[indexV[id]]);
+    for (int i = 0; i < num; ++i) {
+        const int cls = Truncate<int>(targetV[indexV[i]]);
         if (cls < 0 || cls >= numClass) return false;
-        classV[static_cast<size_t>(id)] = static_cast<uint16_t>(cls);
+        classV[static_cast<size_t>(i)] = static_cast<uint16_t>(cls);
     }
     return true;
 }
 
-void ClassCriterion::CountClasses(const uint32_t* idV, int count, std::vector<int>& countV) const {
-    countV.resize(static_cast<size_t>(numClass));
-    for (int i = 0; i < count; ++i) ++countV[classV[idV[i]]];
+void ClassCriterion::Swap(int position, int other) {
+    std::swap(classV[static_cast<size_t>(position)], classV[static_cast<size_t>(other)]);
 }
 
-void ClassCriterion::ClearClasses(const uint32_t* idV, int count, std::vector<int>& countV) const {
-    for (int i = 0; i < count; ++i) countV[classV[idV[i]]] = 0;
+void ClassCriterion::CountClasses(const GrownNode& node, std::vector<int>& countV) const {
+    countV.resize(static_cast<size_t>(numClass));
+    const uint16_t* const classes = classV.data() + node.startDoc;
+    for (int i = 0; i < node.countDoc; ++i) ++countV[classes[i]];
+}
+
+// Not by all classes: a node may have fewer rows than there are.
+void ClassCriterion::ClearClasses(const GrownNode& node, std::vector<int>& countV) const {
+    const uint16_t* const classes = classV.data() + node.startDoc;
+    for (int i = 0; i < node.countDoc; ++i) countV[classes[i]] = 0;
 }
 
 // Of the classes with the most rows the lowest, as the plain form has it.
-bool ClassCriterion::Describe(GrownNode& node, const uint32_t* idV, ScanScratch& scratch) const {
+bool ClassCriterion::Describe(GrownNode& node, ScanScratch& scratch) const {
     std::vector<int>& countV = scratch.classCountV;
-    CountClasses(idV, node.countDoc, countV);
-    node.majority = classV[idV[0]];
+    CountClasses(node, countV);
+    const uint16_t* const classes = classV.data() + node.startDoc;
+    node.majority = classes[0];
     for (int i = 1; i < node.countDoc; ++i) {
-        const int cls = classV[idV[i]];
+        const int cls = classes[i];
         const int count = countV[static_cast<size_t>(cls)];
         const int most = countV[static_cast<size_t>(node.majority)];
         if (count > most || (count == most && cls < node.majority)) node.majority = cls;
     }
     const bool fPure = countV[static_cast<size_t>(node.majority)] == node.countDoc;
-    ClearClasses(idV, node.countDoc, countV);
+    ClearClasses(node, countV);
     return !fPure;
 }
 
-void ClassCriterion::Begin(const GrownNode& node, const uint32_t* idV, NodeFacts& facts) const {
+void ClassCriterion::Begin(const GrownNode& node, NodeFacts& facts) const {
     facts.best = -1.0;
-    CountClasses(idV, node.countDoc, facts.classCountV);
+    CountClasses(node, facts.classCountV);
 }
 
-void ClassCriterion::End(const GrownNode& node, const uint32_t* idV, NodeFacts& facts) const {
-    ClearClasses(idV, node.countDoc, facts.classCountV);
+void ClassCriterion::End(const GrownNode& node, NodeFacts& facts) const {
+    ClearClasses(node, facts.classCountV);
 }
 
 ListCut ClassCriterion::Scan(const NodeLists& lists, int slot, NodeFacts& facts,

@@ -2,8 +2,8 @@
 // for classes, one for means. Both score cuts as the plain form's scan does (Node.h has the
 // formulas), and both tell when their scores are its scores in every bit.
 //
-// Thread safety: after Take, all but Take may be called by several workers at once, each with a
-// scratch of its own; Scan by several for one node, too.
+// Thread safety: after Take, all but Take may be called by several workers at once for different
+// nodes, each with a scratch of its own; Scan for one node, too.
 #ifndef SYLVORA_ENGINE_CRITERION_H
 #define SYLVORA_ENGINE_CRITERION_H
 
@@ -31,7 +31,7 @@ struct ListCut {
 // The lists of a node's drawn columns, by slot.
 struct NodeLists {
     const RowLists& lists;
-    const std::vector<int>& rowV;  // the data's row of each id
+    const std::vector<int>& rowV;  // the data's row at each position
     const ColumnOrders& orders;
     const int* columnV;
     int numSlots;
@@ -40,7 +40,7 @@ struct NodeLists {
 
     const Entry* Of(int slot) const { return lists.Of(columnV[slot], begin); }
     double Value(Entry entry, int slot) const {
-        return orders.Value(rowV[IdOf(entry)], columnV[slot]);
+        return orders.Value(rowV[PositionOf(entry)], columnV[slot]);
     }
 };
 
@@ -74,11 +74,13 @@ class Criterion {
     // Takes the targets (gradients, or labels) of a tree's rows indexV[0..num); `targetV` is by row
     // of the data. False when they are out of the criterion's range.
     [[nodiscard]] virtual bool Take(const double* targetV, const int* indexV, int num) = 0;
-    // Sets what a node is known by; idV are the ids of its slice. Returns whether it may be split.
-    virtual bool Describe(GrownNode& node, const uint32_t* idV, ScanScratch& scratch) const = 0;
+    // Lets the rows at two positions change places.
+    virtual void Swap(int position, int other) = 0;
+    // Sets what a node is known by. Returns whether it may be split.
+    virtual bool Describe(GrownNode& node, ScanScratch& scratch) const = 0;
     // Before and after the scans of a node.
-    virtual void Begin(const GrownNode& node, const uint32_t* idV, NodeFacts& facts) const = 0;
-    virtual void End(const GrownNode& node, const uint32_t* idV, NodeFacts& facts) const = 0;
+    virtual void Begin(const GrownNode& node, NodeFacts& facts) const = 0;
+    virtual void End(const GrownNode& node, NodeFacts& facts) const = 0;
     // The best cut of a slot. Cuts that are worse than other slots' best may be left out.
     virtual ListCut Scan(const NodeLists& lists, int slot, NodeFacts& facts,
                          ScanScratch& scratch) const = 0;
@@ -92,41 +94,41 @@ class ClassCriterion : public Criterion {
     explicit ClassCriterion(int classes) : numClass(classes) {}
 
     bool Take(const double* targetV, const int* indexV, int num) override;
-    bool Describe(GrownNode& node, const uint32_t* idV, ScanScratch& scratch) const override;
-    void Begin(const GrownNode& node, const uint32_t* idV, NodeFacts& facts) const override;
-    void End(const GrownNode& node, const uint32_t* idV, NodeFacts& facts) const override;
+    void Swap(int position, int other) override;
+    bool Describe(GrownNode& node, ScanScratch& scratch) const override;
+    void Begin(const GrownNode& node, NodeFacts& facts) const override;
+    void End(const GrownNode& node, NodeFacts& facts) const override;
     ListCut Scan(const NodeLists& lists, int slot, NodeFacts& facts,
                  ScanScratch& scratch) const override;
     Decision Decide(const NodeLists& lists, const std::vector<ListCut>& cutV,
                     const NodeFacts& facts) const override;
 
   private:
-    void CountClasses(const uint32_t* idV, int count, std::vector<int>& countV) const;
-    void ClearClasses(const uint32_t* idV, int count, std::vector<int>& countV) const;
+    void CountClasses(const GrownNode& node, std::vector<int>& countV) const;
+    void ClearClasses(const GrownNode& node, std::vector<int>& countV) const;
 
     int numClass;
-    std::vector<uint16_t> classV;  // by id
+    std::vector<uint16_t> classV;  // by position
 };
 
 class MeanCriterion : public Criterion {
   public:
     bool Take(const double* targetV, const int* indexV, int num) override;
-    bool Describe(GrownNode& node, const uint32_t* idV, ScanScratch& scratch) const override;
-    void Begin(const GrownNode& node, const uint32_t* idV, NodeFacts& facts) const override;
-    void End(const GrownNode&, const uint32_t*, NodeFacts&) const override {}
+    void Swap(int position, int other) override;
+    bool Describe(GrownNode& node, ScanScratch& scratch) const override;
+    void Begin(const GrownNode& node, NodeFacts& facts) const override;
+    void End(const GrownNode&, NodeFacts&) const override {}
     ListCut Scan(const NodeLists& lists, int slot, NodeFacts& facts,
                  ScanScratch& scratch) const override;
     Decision Decide(const NodeLists& lists, const std::vector<ListCut>& cutV,
                     const NodeFacts& facts) const override;
-
-    const double* Gradients() const { return gradV.data(); }
 
   private:
     double Least(double score, const NodeFacts& facts) const;
     int CountFrom(double least, const NodeLists& lists, int slot, const NodeFacts& facts) const;
 
     FixedPoint fixed;
-    std::vector<double> gradV;  // by id
+    std::vector<double> gradV;  // by position
 };
 
 }  // namespace engine

@@ -46,7 +46,7 @@ struct ListGrowth::Worker {
     ScanScratch scratch;
     std::vector<ListCut> cutV;    // by slot
     std::vector<Entry> otherV;    // for parting a list
-    std::vector<uint8_t> fMarkV;  // by position in the node: belongs left
+    std::vector<uint8_t> fLeftV;  // by place in the node: belongs left
     std::vector<int> wrongV;      // positions of misplaced rows
 };
 
@@ -77,7 +77,7 @@ bool ListGrowth::Grow(const double* targets, const int* indexV, int num, long* s
     GrownNode root;
     root.countDoc = num;
     std::vector<OpenNode> levelV, nextV;
-    if (criterion.Describe(root, idV.data(), workerV[0]->scratch)) levelV.emplace_back();
+    if (criterion.Describe(root, workerV[0]->scratch)) levelV.emplace_back();
     nodeV.assign(1, root);
     numLeaf = 1;
     while (!levelV.empty()) {
@@ -90,9 +90,7 @@ bool ListGrowth::Grow(const double* targets, const int* indexV, int num, long* s
 
 void ListGrowth::TakeRows(const int* indexV, int num) {
     rowV.assign(indexV, indexV + num);
-    idV.resize(rowV.size());
-    std::iota(idV.begin(), idV.end(), 0);
-    fLeftV.resize(rowV.size());
+    toV.resize(rowV.size());
     lists.Take(indexV, num, pool);
 }
 
@@ -187,15 +185,14 @@ NodeLists ListGrowth::ListsOf(const GrownNode& node, const int* columnV) const {
 void ListGrowth::SplitNode(OpenNode& open, const int* columnV, Worker& worker) {
     const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
     const NodeLists nodeLists = ListsOf(node, columnV);
-    const uint32_t* ids = idV.data() + node.startDoc;
-    criterion.Begin(node, ids, worker.facts);
+    criterion.Begin(node, worker.facts);
     worker.cutV.resize(static_cast<size_t>(nodeLists.numSlots));
     worker.For(nodeLists.numSlots, [&](int slot, Worker& part) {
         worker.cutV[static_cast<size_t>(slot)] =
             criterion.Scan(nodeLists, slot, worker.facts, part.scratch);
     });
     const Decision decision = criterion.Decide(nodeLists, worker.cutV, worker.facts);
-    criterion.End(node, ids, worker.facts);
+    criterion.End(node, worker.facts);
     if (decision.winner.slot >= 0) {
         TakeCut(open, nodeLists, decision.winner, worker);
     } else if (!decision.undecidedV.empty()) {
@@ -203,7 +200,8 @@ void ListGrowth::SplitNode(OpenNode& open, const int* columnV, Worker& worker) {
     }
     if (open.split.column < 0) return;
     MakeSons(open, worker);
-    if (open.fOpenV[0] || open.fOpenV[1]) PartLists(node, worker);
+    if (open.fOpenV[0] || open.fOpenV[1])
+        PartLists(node, node.startDoc + open.split.countL, worker);
 }
 
 // The split point of a cut that is the plain form's; the rows are moved to its sides.
@@ -222,63 +220,67 @@ void ListGrowth::TakeCut(OpenNode& open, const NodeLists& nodeLists, const ListC
         MoveByValue(node, split, worker);
         return;
     }
-    for (int i = 0; i < node.countDoc; ++i) fLeftV[IdOf(list[i])] = i < cut.countL;
-    worker.fMarkV.resize(static_cast<size_t>(node.countDoc));
-    const uint32_t* ids = idV.data() + node.startDoc;
-    for (int i = 0; i < node.countDoc; ++i) worker.fMarkV[static_cast<size_t>(i)] = fLeftV[ids[i]];
+    worker.fLeftV.resize(static_cast<size_t>(node.countDoc));
+    const uint32_t first = static_cast<uint32_t>(node.startDoc);
+    for (int i = 0; i < node.countDoc; ++i) {
+        worker.fLeftV[PositionOf(list[i]) - first] = i < cut.countL;
+    }
     MoveRows(node, split.countL, worker);
 }
 
 void ListGrowth::AskPlainForm(OpenNode& open, const NodeLists& nodeLists,
                               const std::vector<int>& slotV, Worker& worker) {
     const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
-    std::vector<int> rows;
-    std::vector<double> gradV;
-    for (int i = node.startDoc; i < node.startDoc + node.countDoc; ++i) {
-        rows.push_back(rowV[idV[static_cast<size_t>(i)]]);
-        gradV.push_back(targetV[rows.back()]);
-    }
-    open.split = plain.Search(node, {rows.data(), gradV.data(), nullptr, node.countDoc},
-                              nodeLists.columnV, slotV);
+    const int* const rows = rowV.data() + node.startDoc;
+    std::vector<double> gradV(static_cast<size_t>(node.countDoc));
+    for (size_t i = 0; i < gradV.size(); ++i) gradV[i] = targetV[rows[i]];
+    open.split =
+        plain.Search(node, {rows, gradV.data(), nullptr, node.countDoc}, nodeLists.columnV, slotV);
     if (open.split.column >= 0) MoveByValue(node, open.split, worker);
 }
 
 // The plain form's cursors ask two questions: is a row of the left part not at or below the
 // threshold, and is one of the right part not above it? For a threshold of NaN (between infinities)
-// both are so. Which side a row came to is then seen from where it lies.
+// both are so.
 void ListGrowth::MoveByValue(const GrownNode& node, const SplitPoint& split, Worker& worker) {
-    worker.fMarkV.resize(static_cast<size_t>(node.countDoc));
-    uint32_t* ids = idV.data() + node.startDoc;
+    worker.fLeftV.resize(static_cast<size_t>(node.countDoc));
+    const int* const rows = rowV.data() + node.startDoc;
     for (int i = 0; i < node.countDoc; ++i) {
-        const double value = orders.Value(rowV[ids[i]], split.column);
-        worker.fMarkV[static_cast<size_t>(i)] =
+        const double value = orders.Value(rows[i], split.column);
+        worker.fLeftV[static_cast<size_t>(i)] =
             i < split.countL ? value <= split.threshold : !(value > split.threshold);
     }
     MoveRows(node, split.countL, worker);
-    for (int i = 0; i < node.countDoc; ++i) fLeftV[ids[i]] = i < split.countL;
 }
 
 // The k-th row out of place in the left part changes places with the k-th row out of place in the
 // right part, as the plain form's two cursors meet them.
 void ListGrowth::MoveRows(const GrownNode& node, int countL, Worker& worker) {
-    const std::vector<uint8_t>& fMarkV = worker.fMarkV;
+    const std::vector<uint8_t>& fLeftV = worker.fLeftV;
     std::vector<int>& wrongV = worker.wrongV;
     wrongV.resize(static_cast<size_t>(node.countDoc) + 1);
-    const auto list = [&](int from, int to, uint8_t fWrong, int* place) {
-        int* const first = place;
+    const auto list = [&](int from, int to, uint8_t fWrong, int* wrong) {
+        int* const first = wrong;
         for (int i = from; i < to; ++i) {
-            *place = i;
-            place += fMarkV[static_cast<size_t>(i)] == fWrong;
+            *wrong = node.startDoc + i;
+            wrong += fLeftV[static_cast<size_t>(i)] == fWrong;
         }
-        return static_cast<int>(place - first);
+        return static_cast<int>(wrong - first);
     };
     const int* left = wrongV.data();
     const int numLeft = list(0, countL, 0, wrongV.data());
     const int* right = left + numLeft;
     const int numRight = list(countL, node.countDoc, 1, wrongV.data() + numLeft);
-    uint32_t* ids = idV.data() + node.startDoc;
+    uint32_t* const to = toV.data() + node.startDoc;
+    std::iota(to, to + node.countDoc, static_cast<uint32_t>(node.startDoc));
     // The counts differ only for a threshold that is not between its neighbours.
-    for (int k = 0; k < std::min(numLeft, numRight); ++k) std::swap(ids[left[k]], ids[right[k]]);
+    for (int k = 0; k < std::min(numLeft, numRight); ++k) {
+        const size_t a = static_cast<size_t>(left[k]);
+        const size_t b = static_cast<size_t>(right[k]);
+        std::swap(rowV[a], rowV[b]);
+        std::swap(toV[a], toV[b]);
+        criterion.Swap(left[k], right[k]);
+    }
 }
 
 void ListGrowth::MakeSons(OpenNode& open, Worker& worker) {
@@ -292,15 +294,16 @@ void ListGrowth::MakeSons(OpenNode& open, Worker& worker) {
         made.parent = open.idxNode;
         made.depth = node.depth + 1;
         const bool fTooDeep = made.depth >= limits.maxDepth && !limits.fForest;
-        const bool fMixed = criterion.Describe(made, idV.data() + made.startDoc, part.scratch);
+        const bool fMixed = criterion.Describe(made, part.scratch);
         open.fOpenV[son] = fMixed && made.countDoc > limits.numBound && !fTooDeep;
     });
 }
 
-void ListGrowth::PartLists(const GrownNode& node, Worker& worker) {
+void ListGrowth::PartLists(const GrownNode& node, int middle, Worker& worker) {
     worker.For(orders.NumColumns(), [&](int column, Worker& part) {
         part.otherV.resize(std::max(part.otherV.size(), static_cast<size_t>(node.countDoc) + 1));
-        lists.Part(column, node.startDoc, node.countDoc, fLeftV.data(), part.otherV.data());
+        lists.Part(column, node.startDoc, node.countDoc, toV.data() + node.startDoc, middle,
+                   part.otherV.data());
     });
 }
 

@@ -49,7 +49,7 @@ class ListGrowth {
     void MoveByValue(const GrownNode& node, const SplitPoint& split, Worker& worker);
     void MoveRows(const GrownNode& node, int countL, Worker& worker);
     void MakeSons(OpenNode& open, Worker& worker);
-    void PartLists(const GrownNode& node, Worker& worker);
+    void PartLists(const GrownNode& node, int middle, Worker& worker);
     void AppendSons(const OpenNode& open, std::vector<OpenNode>& nextV);
 
     const ColumnOrders& orders;
@@ -60,10 +60,9 @@ class ListGrowth {
     const PlainSearch& plain;
     const double* targetV = nullptr;
     RowLists lists;
-    std::vector<int> rowV;        // the data's row of each id
-    std::vector<uint32_t> idV;    // by position in the plain form's row index
-    std::vector<uint8_t> fLeftV;  // by id: goes left at its node
-    std::vector<int> drawnV;      // a batch's columns, numSelFea per node
+    std::vector<int> rowV;      // the tree's row index: the data's row at each position
+    std::vector<uint32_t> toV;  // by position: where the split of the row's node takes it
+    std::vector<int> drawnV;    // a batch's columns, numSelFea per node
     std::vector<GrownNode> nodeV;
     int numLeaf = 1;
     std::vector<std::unique_ptr<Worker>> workerV;  // each grows nodes by itself

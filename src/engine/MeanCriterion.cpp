@@ -5,6 +5,7 @@
 // sums are exact in any order, scores are then a little off (docs/engine.md bounds it).
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "Columns.h"
 #include "Criterion.h"
@@ -34,26 +35,33 @@ struct Sums {
 
 bool MeanCriterion::Take(const double* targetV, const int* indexV, int num) {
     gradV.resize(static_cast<size_t>(num));
-    for (int id = 0; id < num; ++id) gradV[static_cast<size_t>(id)] = targetV[indexV[id]];
+    for (int i = 0; i < num; ++i) gradV[static_cast<size_t>(i)] = targetV[indexV[i]];
     fixed = FixedPoint::Fit(gradV.data(), nullptr, num);
     return fixed.fUsable;
 }
 
-bool MeanCriterion::Describe(GrownNode& node, const uint32_t* idV, ScanScratch&) const {
-    node.gradAll = 0.0;
-    for (int i = 0; i < node.countDoc; ++i) node.gradAll += gradV[idV[i]];
+void MeanCriterion::Swap(int position, int other) {
+    std::swap(gradV[static_cast<size_t>(position)], gradV[static_cast<size_t>(other)]);
+}
+
+bool MeanCriterion::Describe(GrownNode& node, ScanScratch&) const {
+    const double* const gradients = gradV.data() + node.startDoc;
+    double sum = 0.0;
+    for (int i = 0; i < node.countDoc; ++i) sum += gradients[i];
+    node.gradAll = sum;
     node.wgtAll = node.countDoc;
     return true;
 }
 
 // The derivation of the error is in docs/engine.md.
-void MeanCriterion::Begin(const GrownNode& node, const uint32_t* idV, NodeFacts& facts) const {
+void MeanCriterion::Begin(const GrownNode& node, NodeFacts& facts) const {
     facts.best = -1.0;
     facts.gradAll = node.gradAll;
     facts.rowError = 0.0;
     if (fixed.fExact) return;
     double sizes = 0.0;
-    for (int i = 0; i < node.countDoc; ++i) sizes += std::fabs(gradV[idV[i]]);
+    const double* const gradients = gradV.data() + node.startDoc;
+    for (int i = 0; i < node.countDoc; ++i) sizes += std::fabs(gradients[i]);
     facts.rowError = 4.1 * (node.countDoc + 8.0) * kUnitRoundoff * sizes;
 }
 
@@ -75,7 +83,7 @@ ListCut MeanCriterion::Scan(const NodeLists& lists, int slot, NodeFacts& facts,
     best.slot = slot;
     int numRises = 0;
     for (int i = 0; i + 1 < count; ++i) {
-        sums.Pass(gradV[IdOf(list[i])]);
+        sums.Pass(gradV[PositionOf(list[i])]);
         const Entry next = list[i + 1];
         numRises += Rises(next);
         const int countL = i + 1;
@@ -102,7 +110,7 @@ int MeanCriterion::CountFrom(double least, const NodeLists& lists, int slot,
     Sums sums = {0.0, facts.gradAll};
     int num = 0;
     for (int i = 0; i + 1 < lists.count && num < 2; ++i) {
-        sums.Pass(gradV[IdOf(list[i])]);
+        sums.Pass(gradV[PositionOf(list[i])]);
         if (!Rises(list[i + 1]) || !(sums.Score(i + 1, lists.count - i - 1) >= least)) continue;
         num += IsSeparable(lists.Value(list[i], slot), lists.Value(list[i + 1], slot));
     }

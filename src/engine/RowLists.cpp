@@ -12,7 +12,8 @@ namespace engine {
 namespace {
 
 constexpr uint32_t kAbsent = kRise - 1;
-constexpr size_t kLineEntries = 64 / sizeof(Entry);
+constexpr int kLineEntries = 64 / sizeof(Entry);
+constexpr int kAhead = 6 * kLineEntries;
 
 }  // namespace
 
@@ -51,12 +52,12 @@ bool ColumnOrders::SortColumn(int column) {
 void RowLists::Take(const int* indexV, int num, WorkerPool& pool) {
     // An odd number of cache lines apart, so that the same stretch of all columns does not compete
     // for one place in the cache; with room for the entry that Part writes past the end.
-    const size_t numLines = (static_cast<size_t>(num) + kLineEntries) / kLineEntries;
+    const size_t numLines = static_cast<size_t>(num / kLineEntries) + 1;
     stride = (numLines | 1) * kLineEntries;
     entryV.resize(stride * static_cast<size_t>(orders.NumColumns()));
-    idOfRowV.assign(static_cast<size_t>(orders.NumRows()), kAbsent);
-    for (int id = 0; id < num; ++id) {
-        idOfRowV[static_cast<size_t>(indexV[id])] = static_cast<uint32_t>(id);
+    positionV.assign(static_cast<size_t>(orders.NumRows()), kAbsent);
+    for (int i = 0; i < num; ++i) {
+        positionV[static_cast<size_t>(indexV[i])] = static_cast<uint32_t>(i);
     }
     pool.For(orders.NumColumns(), [&](int column, int) { TakeColumn(column); });
 }
@@ -66,10 +67,10 @@ void RowLists::TakeColumn(int column) {
     Entry* to = entryV.data() + static_cast<size_t>(column) * stride;
     Entry rise = 0;
     for (const Entry entry : orders.Of(column)) {
-        const uint32_t id = idOfRowV[IdOf(entry)];
+        const uint32_t position = positionV[PositionOf(entry)];
         rise |= entry & kRise;
-        *to = id | rise;
-        const bool fPresent = id != kAbsent;
+        *to = position | rise;
+        const bool fPresent = position != kAbsent;
         to += fPresent;
         rise = fPresent ? 0 : rise;
     }
@@ -77,21 +78,28 @@ void RowLists::TakeColumn(int column) {
 
 // Both parts are written at every step, one of them for good: there is nothing to predict. Writing
 // to the front is safe because no more entries have been written than read.
-void RowLists::Part(int column, int begin, int count, const uint8_t* fLeftV, Entry* other) {
+void RowLists::Part(int column, int begin, int count, const uint32_t* toV, int middle,
+                    Entry* other) {
     Entry* const list =
         entryV.data() + static_cast<size_t>(column) * stride + static_cast<size_t>(begin);
+    const uint32_t* const toOf = toV - begin;
+    const uint32_t firstRight = static_cast<uint32_t>(middle);
+    // The next node's stretch follows in each column: too many runs for the processor to foresee.
+    for (int i = kLineEntries; i < std::min(count, kAhead) + kLineEntries; i += kLineEntries) {
+        __builtin_prefetch(list + count + i);
+    }
     Entry* left = list;
     Entry* right = other;
     Entry riseL = 0;
     Entry riseR = 0;
     for (int i = 0; i < count; ++i) {
         const Entry entry = list[i];
-        const uint32_t id = IdOf(entry);
-        const bool fLeft = fLeftV[id] != 0;
+        const uint32_t to = toOf[PositionOf(entry)];
+        const bool fLeft = to < firstRight;
         riseL |= entry & kRise;
         riseR |= entry & kRise;
-        *left = id | riseL;
-        *right = id | riseR;
+        *left = to | riseL;
+        *right = to | riseR;
         left += fLeft;
         right += !fLeft;
         riseL = fLeft ? 0 : riseL;

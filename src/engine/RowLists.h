@@ -4,7 +4,8 @@
 //
 // Words. An entry is a row's number, and in its highest bit whether the row's value is above that
 // of the entry before ("rises"): a cut can be there. The bit of a list's first entry means nothing.
-// In a tree a row goes by its id, its place among the tree's rows as they were given.
+// In a tree a row goes by its position in the tree's row index. That changes whenever its node is
+// split; in return, all that is known of a node's rows lies together in memory.
 #ifndef SYLVORA_ENGINE_ROWLISTS_H
 #define SYLVORA_ENGINE_ROWLISTS_H
 
@@ -21,7 +22,7 @@ namespace engine {
 typedef uint32_t Entry;
 constexpr Entry kRise = Entry{1} << 31;
 
-inline uint32_t IdOf(Entry entry) {
+inline uint32_t PositionOf(Entry entry) {
     return entry & ~kRise;
 }
 inline bool Rises(Entry entry) {
@@ -60,7 +61,7 @@ class RowLists {
   public:
     explicit RowLists(const ColumnOrders& columnOrders) : orders(columnOrders) {}
 
-    // Lists the rows indexV[0..num), no row twice; their ids are their places there.
+    // Lists the rows indexV[0..num), no row twice.
     void Take(const int* indexV, int num, WorkerPool& pool);
 
     // A column's list of the node whose slice begins at `begin`.
@@ -68,17 +69,18 @@ class RowLists {
         return entryV.data() + static_cast<size_t>(column) * stride + static_cast<size_t>(begin);
     }
 
-    // Parts the stretch [begin, begin + count) of a column: ids marked in fLeftV to the front, the
-    // others behind them. `other` is room for count + 1 entries.
-    void Part(int column, int begin, int count, const uint8_t* fLeftV, Entry* other);
+    // Parts the stretch [begin, begin + count) of a column: rows that go to positions below
+    // `middle` to the front, the others behind them. The row at position begin + i goes to toV[i].
+    // `other` is room for count + 1 entries.
+    void Part(int column, int begin, int count, const uint32_t* toV, int middle, Entry* other);
 
   private:
     void TakeColumn(int column);
 
     const ColumnOrders& orders;
-    size_t stride = 0;              // entries from one column's list to the next
-    LargeArray<Entry> entryV;       // by column
-    LargeArray<uint32_t> idOfRowV;  // by row of the data; the highest where the tree lacks it
+    size_t stride = 0;               // entries from one column's list to the next
+    LargeArray<Entry> entryV;        // by column
+    LargeArray<uint32_t> positionV;  // by row of the data; the highest where the tree lacks it
 };
 
 }  // namespace engine
