@@ -55,6 +55,7 @@ class Messages {
     std::string Take() {
         const std::string text = err.str();
         err.str("");
+        out.str("");
         return text;
     }
 

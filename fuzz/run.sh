@@ -1,0 +1,19 @@
+#!/usr/bin/env bash
+# Runs one fuzz target: replays its corpus, the one in the repository and what earlier runs added in
+# the build folder, then looks for more.
+#
+#   fuzz/run.sh BUILD TARGET SECONDS [LIBFUZZER-OPTION]...
+#
+# BUILD is the folder of the programs. An input that ends one (a crash, a leak, a demand that is not
+# met, more than 20 seconds, more memory than any input is worth) is kept there as TARGET-*.
+set -euo pipefail
+build=$1 target=$2 seconds=$3
+shift 3
+sources=$(cd "$(dirname "$0")" && pwd)
+
+mkdir -p "$build/corpus/$target"
+options=(-timeout=20 -malloc_limit_mb=256 -rss_limit_mb=2048
+    "-max_total_time=$seconds" "-artifact_prefix=$build/$target-")
+dictionary=$sources/dictionaries/$target
+[[ ! -e $dictionary ]] || options+=("-dict=$dictionary")
+exec "$build/fuzz_$target" "${options[@]}" "$@" "$build/corpus/$target" "$sources/corpus/$target"

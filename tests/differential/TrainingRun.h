@@ -1,0 +1,53 @@
+// A training run as bytes: whatever two runs do differently, differs there.
+#ifndef SYLVORA_TESTS_DIFFERENTIAL_TRAININGRUN_H
+#define SYLVORA_TESTS_DIFFERENTIAL_TRAININGRUN_H
+
+#include <string>
+
+#include "../InMemory.h"
+#include "TreeLearner.h"
+#include "claim.h"
+
+namespace sylvora::tests {
+
+struct TrainingSet {
+    VecDle labels;
+    VecVecDle rows;
+    VecInt queries;
+    CheckCfgCLS cfg;
+};
+
+// Status, every node with its rows' sums, predictions, the random stream's end and all messages.
+inline std::string TrainingOutcome(const TrainingSet& set) {
+    std::string bytes;
+    const auto add = [&bytes](const auto& value) {
+        bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
+    };
+    Messages messages;
+    CheckCfgCLS cfg = set.cfg;
+    gseed = -5;
+    int status = cfg.CheckCfg();
+    TreeLearner learner(cfg);
+    if (status == 0) status = learner.DataInput(set.labels, set.rows, 0, set.queries, {});
+    if (status == 0) status = learner.ParamInit();
+    if (status == 0) status = learner.Boosting();
+    add(status);
+    for (const auto& group : learner.TreeVV) {
+        for (const TreeCR* tree : group) {
+            add(tree->depth);
+            for (const NodeCR* node : tree->NodeV) {
+                bytes += node->status;
+                add(node->startDoc), add(node->countDoc), add(node->parent), add(node->depth);
+                add(node->splitFea), add(node->splitElemFea), add(node->lson), add(node->rson);
+                add(node->countL), add(node->avgPredict), add(node->gradAll), add(node->wgtAll);
+            }
+        }
+    }
+    for (int i = 0; i < learner.sampleSize && status == 0; ++i) add(learner.predictV[i]);
+    add(gseed);
+    return bytes + messages.Take();
+}
+
+}  // namespace sylvora::tests
+
+#endif  // SYLVORA_TESTS_DIFFERENTIAL_TRAININGRUN_H
