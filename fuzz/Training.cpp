@@ -35,7 +35,7 @@ class SetMaker {
   public:
     SetMaker(const uint8_t* data, size_t size) : bytes(data, size) {}
 
-    tests::TrainingSet Make() {
+    hostile::Set Make() {
         ChooseModel();
         ChooseLimits();
         const size_t numRows = static_cast<size_t>(Between(1, 70));
@@ -50,9 +50,9 @@ class SetMaker {
         return set;
     }
 
-  private:
     int Between(int low, int high) { return bytes.ConsumeIntegralInRange(low, high); }
 
+  private:
     void ChooseModel() {
         CheckCfgCLS& c = set.cfg;
         static const char* const kModels[][3] = {
@@ -126,19 +126,12 @@ class SetMaker {
     }
 
     FuzzedDataProvider bytes;
-    tests::TrainingSet set;
+    hostile::Set set;
     int labelKind = 0;
 };
 
-std::string Outcome(tests::TrainingSet& set, const char* plain, const char* tuning, int numThread) {
-    setenv("SYLVORA_PLAIN", plain, 1);
-    setenv("SYLVORA_TUNING", tuning, 1);
-    set.cfg.numThread = numThread;
-    return tests::TrainingOutcome(set);
-}
-
 // A last query of one row is updated by two workers, and models depend on it.
-bool IsForAnyThreads(const tests::TrainingSet& set) {
+bool IsForAnyThreads(const hostile::Set& set) {
     const size_t numRows = set.queries.size();
     return set.cfg.modelType != "GBRank" || numRows == 1 ||
            set.queries[numRows - 1] == set.queries[numRows - 2];
@@ -150,19 +143,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static Counter counter;
     static const char* const kTunings[] = {"", "smallNode=0 mostBins=16 directPercent=0 fewKeys=0",
                                            "smallNode=0 mostBins=2 fewKeys=4 teamRows=4"};
-    tests::TrainingSet set = SetMaker(data, size).Make();
-    std::string plainV[2];
-    for (const size_t k : {size_t{0}, size_t{1}}) {
-        const int numThread = k == 0 ? 1 : 3;
-        const std::string& plain = plainV[k] = Outcome(set, "1", "", numThread);
-        for (const char* tuning : kTunings) {
-            Demand(Outcome(set, "0", tuning, numThread) == plain,
-                   Text(numThread, " threads, engine with \"", tuning, "\""));
-        }
-    }
-    Demand(plainV[0] == plainV[1] || !IsForAnyThreads(set), "3 threads as 1");
+    SetMaker maker(data, size);
+    hostile::Set set = maker.Make();
+    const char* const tuning = kTunings[maker.Between(0, 2)];
+    const int numThread = maker.Between(0, 1) == 0 ? 1 : 3;
+    std::string plain = hostile::Outcome(set, "1", "");
     int status = 0;
-    std::memcpy(&status, plainV[0].data(), sizeof status);
+    std::memcpy(&status, plain.data(), sizeof status);
     counter.Add(status, status == 0 ? "" : "\n");
+    if (numThread > 1) {
+        const std::string alone = std::move(plain);
+        set.cfg.numThread = numThread;
+        plain = hostile::Outcome(set, "1", "");
+        Demand(plain == alone || !IsForAnyThreads(set), "several threads as one");
+    }
+    Demand(hostile::Outcome(set, "0", tuning) == plain,
+           Text("the engine with ", numThread, " threads and \"", tuning, "\" as the plain form"));
     return 0;
 }

@@ -1,29 +1,17 @@
-// Small hostile data sets, and a training run on one of them as bytes: whatever the engine and the
-// plain form do differently, differs there.
+// Small hostile data sets for training.
 #ifndef SYLVORA_TESTS_DIFFERENTIAL_HOSTILESETS_H
 #define SYLVORA_TESTS_DIFFERENTIAL_HOSTILESETS_H
 
-#include <gtest/gtest.h>
-
 #include <cmath>
-#include <cstdlib>
 #include <limits>
 #include <random>
 #include <string>
 
-#include "TreeLearner.h"
-#include "claim.h"
+#include "TrainingRun.h"
 
 namespace hostile {
 
 constexpr double kMissing = -2147483648.0;
-
-struct Set {
-    VecDle labels;
-    VecVecDle rows;
-    VecInt queries;
-    CheckCfgCLS cfg;
-};
 
 class Maker {
   public:
@@ -190,41 +178,6 @@ class Maker {
     std::mt19937 random;
     bool fSigns = false;
 };
-
-// A training run's outcome as bytes: whatever differs, differs here.
-inline std::string Outcome(const Set& set, const char* plain, const char* tuning) {
-    setenv("SYLVORA_PLAIN", plain, 1);
-    setenv("SYLVORA_TUNING", tuning, 1);
-    CheckCfgCLS cfg = set.cfg;
-    testing::internal::CaptureStderr();
-    std::string bytes;
-    const auto add = [&bytes](const auto& value) {
-        bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
-    };
-    gseed = -5;
-    {
-        EXPECT_EQ(cfg.CheckCfg(), 0);
-        TreeLearner learner(cfg);
-        int status = learner.DataInput(set.labels, set.rows, 0, set.queries, {});
-        if (status == 0) status = learner.ParamInit();
-        if (status == 0) status = learner.Boosting();
-        add(status);
-        for (const auto& group : learner.TreeVV) {
-            for (const TreeCR* tree : group) {
-                add(tree->depth);
-                for (const NodeCR* node : tree->NodeV) {
-                    bytes += node->status;
-                    add(node->startDoc), add(node->countDoc), add(node->parent), add(node->depth);
-                    add(node->splitFea), add(node->splitElemFea), add(node->lson), add(node->rson);
-                    add(node->countL), add(node->avgPredict), add(node->gradAll), add(node->wgtAll);
-                }
-            }
-        }
-        for (int i = 0; i < learner.sampleSize && status == 0; ++i) add(learner.predictV[i]);
-        add(gseed);
-    }
-    return bytes + testing::internal::GetCapturedStderr();
-}
 
 }  // namespace hostile
 

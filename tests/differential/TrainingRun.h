@@ -2,28 +2,32 @@
 #ifndef SYLVORA_TESTS_DIFFERENTIAL_TRAININGRUN_H
 #define SYLVORA_TESTS_DIFFERENTIAL_TRAININGRUN_H
 
+#include <cstdlib>
 #include <string>
 
 #include "../InMemory.h"
 #include "TreeLearner.h"
 #include "claim.h"
 
-namespace sylvora::tests {
+namespace hostile {
 
-struct TrainingSet {
+struct Set {
     VecDle labels;
     VecVecDle rows;
     VecInt queries;
     CheckCfgCLS cfg;
 };
 
-// Status, every node with its rows' sums, predictions, the random stream's end and all messages.
-inline std::string TrainingOutcome(const TrainingSet& set) {
+// In the plain form or with the engine so tuned: status, every node with its rows' sums,
+// predictions, the end of the random stream and all messages.
+inline std::string Outcome(const Set& set, const char* plain, const char* tuning) {
+    setenv("SYLVORA_PLAIN", plain, 1);
+    setenv("SYLVORA_TUNING", tuning, 1);
     std::string bytes;
     const auto add = [&bytes](const auto& value) {
         bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
     };
-    Messages messages;
+    sylvora::tests::Messages messages;
     CheckCfgCLS cfg = set.cfg;
     gseed = -5;
     int status = cfg.CheckCfg();
@@ -48,6 +52,6 @@ inline std::string TrainingOutcome(const TrainingSet& set) {
     return bytes + messages.Take();
 }
 
-}  // namespace sylvora::tests
+}  // namespace hostile
 
 #endif  // SYLVORA_TESTS_DIFFERENTIAL_TRAININGRUN_H
