@@ -14,6 +14,14 @@
 
 namespace sylvora {
 
+namespace {
+
+bool IsShare(int part, int whole, int percent) {
+    return 100.0 * part >= 1.0 * percent * whole;
+}
+
+}  // namespace
+
 // The plain search over some slots of a node.
 class EngineRun::NodePlainSearch : public engine::PlainSearch {
   public:
@@ -60,11 +68,13 @@ struct EngineRun::HistogramWay {
 // Classification, and forests: many levels, and most nodes are small.
 struct EngineRun::ListWay {
     ListWay(const TreeLearner& learner, const engine::GrowthLimits& limits, EngineRun& run)
-        : orders(learner.featureVV, learner.sampleSize, learner.dimFea, run.pool),
+        : lists(engine::RowLists::Make(
+              {learner.featureVV, learner.sampleSize, learner.dimFea},
+              IsShare(limits.numSelFea, learner.dimFea, run.tuning.listPercent), run.pool)),
           criterion(engine::Criterion::Make(learner.CfgInfo.fRegCls != "REG", learner.numClass)),
-          growth(orders, run.pool, limits, run.tuning, *criterion, *run.plain) {}
+          growth(*lists, run.pool, limits, run.tuning, *criterion, *run.plain) {}
 
-    engine::ColumnOrders orders;
+    std::unique_ptr<engine::RowLists> lists;
     std::unique_ptr<engine::Criterion> criterion;
     engine::ListGrowth growth;
 };
@@ -92,9 +102,11 @@ bool EngineRun::Prepare(const TreeLearner& learner) {
     const engine::GrowthLimits limits = {c.maxLeaf, c.maxDepth, c.numBound,
                                          Truncate<int>(learner.dimFea * c.ratio - 1e-10) + 1,
                                          fForest};
-    if (c.fRegCls != "REG" || (fForest && learner.fHomoWgt == 1)) {
+    // Below that share of columns drawn, histograms are faster for regression.
+    const bool fManyDrawn = IsShare(limits.numSelFea, learner.dimFea, tuning.listPercent);
+    if (c.fRegCls != "REG" || (fForest && fManyDrawn && learner.fHomoWgt == 1)) {
         lists = std::make_unique<ListWay>(learner, limits, *this);
-        return !lists->orders.HasNan();
+        return !lists->lists->HasNan();
     }
     histograms = std::make_unique<HistogramWay>(learner, limits, *this);
     return !histograms->columns.HasNan();

@@ -157,12 +157,12 @@ ListCut ClassCriterion::Scan(const NodeLists& lists, int slot, NodeFacts& facts,
     const Entry* list = lists.Of(slot);
     ListCut best;
     if (numClass <= 2) {
-        best = ScanList(list, lists.count, classV.data(), TwoClasses(facts.classCountV, scratch),
-                        filter);
+        best = ScanList(list, lists.rows.count, classV.data(),
+                        TwoClasses(facts.classCountV, scratch), filter);
     } else {
         scratch.classCountV.resize(static_cast<size_t>(numClass));
-        best = ScanList(list, lists.count, classV.data(), ManyClasses(facts.classCountV, scratch),
-                        filter);
+        best = ScanList(list, lists.rows.count, classV.data(),
+                        ManyClasses(facts.classCountV, scratch), filter);
     }
     best.slot = slot;
     facts.Raise(best.score);

@@ -31,16 +31,14 @@ struct ListCut {
 // The lists of a node's drawn columns, by slot.
 struct NodeLists {
     const RowLists& lists;
-    const std::vector<int>& rowV;  // the data's row at each position
-    const ColumnOrders& orders;
+    NodeRows rows;
     const int* columnV;
-    int numSlots;
-    int begin;
-    int count;
+    const std::vector<const Entry*>& listV;
 
-    const Entry* Of(int slot) const { return lists.Of(columnV[slot], begin); }
+    int NumSlots() const { return static_cast<int>(listV.size()); }
+    const Entry* Of(int slot) const { return listV[static_cast<size_t>(slot)]; }
     double Value(Entry entry, int slot) const {
-        return orders.Value(rowV[PositionOf(entry)], columnV[slot]);
+        return lists.Data().rowV[rows.rowV[PositionOf(entry)]][columnV[slot]];
     }
 };
 

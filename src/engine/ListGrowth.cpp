@@ -44,22 +44,24 @@ struct ListGrowth::Worker {
     std::vector<Worker*> partV;  // the members of a team
     NodeFacts facts;
     ScanScratch scratch;
+    std::vector<const Entry*> listV;  // by slot
+    std::vector<Entry> madeV;         // lists that are not kept
+    ListRoom room;
     std::vector<ListCut> cutV;    // by slot
     std::vector<Entry> otherV;    // for parting a list
     std::vector<uint8_t> fLeftV;  // by place in the node: belongs left
     std::vector<int> wrongV;      // positions of misplaced rows
 };
 
-ListGrowth::ListGrowth(const ColumnOrders& columnOrders, WorkerPool& workers,
-                       const GrowthLimits& growthLimits, const Tuning& figures,
-                       Criterion& cutCriterion, const PlainSearch& plainSearch)
-    : orders(columnOrders),
+ListGrowth::ListGrowth(RowLists& rowLists, WorkerPool& workers, const GrowthLimits& growthLimits,
+                       const Tuning& figures, Criterion& cutCriterion,
+                       const PlainSearch& plainSearch)
+    : lists(rowLists),
       pool(workers),
       limits(growthLimits),
       tuning(figures),
       criterion(cutCriterion),
       plain(plainSearch),
-      lists(columnOrders),
       team(std::make_unique<Worker>()) {
     team->pool = &pool;
     for (int w = 0; w < pool.NumWorkers(); ++w) {
@@ -121,7 +123,7 @@ void ListGrowth::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
 // A partial Fisher-Yates draw for each node. The swaps are taken back afterwards, which leaves the
 // pool in order for the next node.
 void ListGrowth::DrawColumns(size_t numNodes, long* seed) {
-    const int numColumns = orders.NumColumns();
+    const int numColumns = lists.Data().numColumns;
     const int numDrawn = std::min(limits.numSelFea, numColumns);
     drawnV.resize(numNodes * static_cast<size_t>(numDrawn));
     std::vector<int> poolV(static_cast<size_t>(numColumns));
@@ -177,22 +179,12 @@ void ListGrowth::SplitBatch(OpenNode* batch, size_t numBatch) {
     });
 }
 
-NodeLists ListGrowth::ListsOf(const GrownNode& node, const int* columnV) const {
-    const int numSlots = std::min(limits.numSelFea, orders.NumColumns());
-    return {lists, rowV, orders, columnV, numSlots, node.startDoc, node.countDoc};
-}
-
 void ListGrowth::SplitNode(OpenNode& open, const int* columnV, Worker& worker) {
     const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
-    const NodeLists nodeLists = ListsOf(node, columnV);
-    criterion.Begin(node, worker.facts);
-    worker.cutV.resize(static_cast<size_t>(nodeLists.numSlots));
-    worker.For(nodeLists.numSlots, [&](int slot, Worker& part) {
-        worker.cutV[static_cast<size_t>(slot)] =
-            criterion.Scan(nodeLists, slot, worker.facts, part.scratch);
-    });
-    const Decision decision = criterion.Decide(nodeLists, worker.cutV, worker.facts);
-    criterion.End(node, worker.facts);
+    worker.listV.resize(static_cast<size_t>(std::min(limits.numSelFea, lists.Data().numColumns)));
+    const NodeLists nodeLists = {
+        lists, {rowV, node.startDoc, node.countDoc}, columnV, worker.listV};
+    const Decision decision = FindCut(node, nodeLists, worker);
     if (decision.winner.slot >= 0) {
         TakeCut(open, nodeLists, decision.winner, worker);
     } else if (!decision.undecidedV.empty()) {
@@ -200,8 +192,26 @@ void ListGrowth::SplitNode(OpenNode& open, const int* columnV, Worker& worker) {
     }
     if (open.split.column < 0) return;
     MakeSons(open, worker);
-    if (open.fOpenV[0] || open.fOpenV[1])
-        PartLists(node, node.startDoc + open.split.countL, worker);
+    if (lists.AreKept() && (open.fOpenV[0] || open.fOpenV[1])) {
+        PartLists(nodeLists.rows, node.startDoc + open.split.countL, worker);
+    }
+}
+
+Decision ListGrowth::FindCut(const GrownNode& node, const NodeLists& nodeLists, Worker& worker) {
+    const size_t count = static_cast<size_t>(node.countDoc);
+    const size_t numSlots = worker.listV.size();
+    if (!lists.AreKept()) worker.madeV.resize(std::max(worker.madeV.size(), numSlots * count));
+    worker.cutV.resize(numSlots);
+    criterion.Begin(node, worker.facts);
+    worker.For(nodeLists.NumSlots(), [&](int slot, Worker& part) {
+        const size_t s = static_cast<size_t>(slot);
+        Entry* const made = lists.AreKept() ? nullptr : worker.madeV.data() + s * count;
+        worker.listV[s] = lists.List(nodeLists.columnV[s], nodeLists.rows, part.room, made);
+        worker.cutV[s] = criterion.Scan(nodeLists, slot, worker.facts, part.scratch);
+    });
+    Decision decision = criterion.Decide(nodeLists, worker.cutV, worker.facts);
+    criterion.End(node, worker.facts);
+    return decision;
 }
 
 // The split point of a cut that is the plain form's; the rows are moved to its sides.
@@ -246,7 +256,7 @@ void ListGrowth::MoveByValue(const GrownNode& node, const SplitPoint& split, Wor
     worker.fLeftV.resize(static_cast<size_t>(node.countDoc));
     const int* const rows = rowV.data() + node.startDoc;
     for (int i = 0; i < node.countDoc; ++i) {
-        const double value = orders.Value(rows[i], split.column);
+        const double value = lists.Data().rowV[rows[i]][split.column];
         worker.fLeftV[static_cast<size_t>(i)] =
             i < split.countL ? value <= split.threshold : !(value > split.threshold);
     }
@@ -299,11 +309,10 @@ void ListGrowth::MakeSons(OpenNode& open, Worker& worker) {
     });
 }
 
-void ListGrowth::PartLists(const GrownNode& node, int middle, Worker& worker) {
-    worker.For(orders.NumColumns(), [&](int column, Worker& part) {
-        part.otherV.resize(std::max(part.otherV.size(), static_cast<size_t>(node.countDoc) + 1));
-        lists.Part(column, node.startDoc, node.countDoc, toV.data() + node.startDoc, middle,
-                   part.otherV.data());
+void ListGrowth::PartLists(const NodeRows& nodeRows, int middle, Worker& worker) {
+    worker.For(lists.Data().numColumns, [&](int column, Worker& part) {
+        part.otherV.resize(std::max(part.otherV.size(), static_cast<size_t>(nodeRows.count) + 1));
+        lists.Part(column, nodeRows, toV.data() + nodeRows.begin, middle, part.otherV.data());
     });
 }
 

@@ -20,9 +20,8 @@ namespace engine {
 class ListGrowth {
   public:
     // `plainSearch` is asked only where the criterion leaves a node undecided.
-    ListGrowth(const ColumnOrders& columnOrders, WorkerPool& workers,
-               const GrowthLimits& growthLimits, const Tuning& figures, Criterion& cutCriterion,
-               const PlainSearch& plainSearch);
+    ListGrowth(RowLists& rowLists, WorkerPool& workers, const GrowthLimits& growthLimits,
+               const Tuning& figures, Criterion& cutCriterion, const PlainSearch& plainSearch);
     ~ListGrowth();
 
     // Grows a tree on the `num` rows of `indexV` (no row twice), with targets (gradients or labels)
@@ -42,24 +41,23 @@ class ListGrowth {
     void DrawColumns(size_t numNodes, long* seed);
     void SplitBatch(OpenNode* batch, size_t numBatch);
     void SplitNode(OpenNode& open, const int* columnV, Worker& worker);
-    NodeLists ListsOf(const GrownNode& node, const int* columnV) const;
+    Decision FindCut(const GrownNode& node, const NodeLists& nodeLists, Worker& worker);
     void TakeCut(OpenNode& open, const NodeLists& lists, const ListCut& cut, Worker& worker);
     void AskPlainForm(OpenNode& open, const NodeLists& lists, const std::vector<int>& slotV,
                       Worker& worker);
     void MoveByValue(const GrownNode& node, const SplitPoint& split, Worker& worker);
     void MoveRows(const GrownNode& node, int countL, Worker& worker);
     void MakeSons(OpenNode& open, Worker& worker);
-    void PartLists(const GrownNode& node, int middle, Worker& worker);
+    void PartLists(const NodeRows& nodeRows, int middle, Worker& worker);
     void AppendSons(const OpenNode& open, std::vector<OpenNode>& nextV);
 
-    const ColumnOrders& orders;
+    RowLists& lists;
     WorkerPool& pool;
     const GrowthLimits limits;
     const Tuning tuning;
     Criterion& criterion;
     const PlainSearch& plain;
     const double* targetV = nullptr;
-    RowLists lists;
     std::vector<int> rowV;      // the tree's row index: the data's row at each position
     std::vector<uint32_t> toV;  // by position: where the split of the row's node takes it
     std::vector<int> drawnV;    // a batch's columns, numSelFea per node

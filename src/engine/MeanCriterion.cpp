@@ -75,8 +75,8 @@ double MeanCriterion::Least(double score, const NodeFacts& facts) const {
 ListCut MeanCriterion::Scan(const NodeLists& lists, int slot, NodeFacts& facts,
                             ScanScratch&) const {
     const Entry* list = lists.Of(slot);
-    const int count = lists.count;
-    const bool fClean = lists.orders.IsClean(lists.columnV[slot]);
+    const int count = lists.rows.count;
+    const bool fClean = lists.lists.IsClean(lists.columnV[slot]);
     ScoreFilter filter(Least(facts.best.load(std::memory_order_relaxed), facts));
     Sums sums = {0.0, facts.gradAll};
     ListCut best;
@@ -109,9 +109,10 @@ int MeanCriterion::CountFrom(double least, const NodeLists& lists, int slot,
     const Entry* list = lists.Of(slot);
     Sums sums = {0.0, facts.gradAll};
     int num = 0;
-    for (int i = 0; i + 1 < lists.count && num < 2; ++i) {
+    for (int i = 0; i + 1 < lists.rows.count && num < 2; ++i) {
         sums.Pass(gradV[PositionOf(list[i])]);
-        if (!Rises(list[i + 1]) || !(sums.Score(i + 1, lists.count - i - 1) >= least)) continue;
+        if (!Rises(list[i + 1]) || !(sums.Score(i + 1, lists.rows.count - i - 1) >= least))
+            continue;
         num += IsSeparable(lists.Value(list[i], slot), lists.Value(list[i + 1], slot));
     }
     return num;

@@ -5,7 +5,7 @@
 #include <atomic>
 
 #include "Columns.h"
-#include "ValueOrder.h"
+#include "KeySort.h"
 
 namespace sylvora {
 namespace engine {
@@ -13,60 +13,72 @@ namespace {
 
 constexpr uint32_t kAbsent = kRise - 1;
 constexpr int kLineEntries = 64 / sizeof(Entry);
+constexpr int kKeysAhead = 32;
 constexpr int kAhead = 6 * kLineEntries;
 
 }  // namespace
 
-ColumnOrders::ColumnOrders(const double* const* rows, int numRow, int numColumn, WorkerPool& pool)
-    : rowV(rows),
-      numRows(numRow),
-      orderVV(static_cast<size_t>(numColumn)),
-      fCleanV(static_cast<size_t>(numColumn), 1) {
+std::unique_ptr<RowLists> RowLists::Make(const Matrix& data, bool fKept, WorkerPool& pool) {
+    if (fKept) return std::make_unique<KeptLists>(data, pool);
+    return std::make_unique<SortedLists>(data, pool);
+}
+
+template <typename Visit>
+void RowLists::SortColumns(WorkerPool& pool, const Visit& visit) {
     std::atomic<bool> fFoundNan{false};
-    pool.For(numColumn, [&](int column, int) {
-        if (!SortColumn(column)) fFoundNan = true;
+    pool.For(matrix.numColumns, [&](int column, int) {
+        ValueOrder sorted;
+        if (!sorted.Load(matrix.rowV, matrix.numRows, column)) {
+            fFoundNan = true;
+            return;
+        }
+        fCleanV[static_cast<size_t>(column)] = IsCleanOrder(sorted);
+        visit(static_cast<size_t>(column), sorted);
     });
     fNan = fFoundNan;
 }
 
-// False when the column holds a NaN.
-bool ColumnOrders::SortColumn(int column) {
-    ValueOrder sorted;
-    if (!sorted.Load(rowV, numRows, column)) return false;
-    LargeArray<Entry>& orderV = orderVV[static_cast<size_t>(column)];
-    orderV.resize(sorted.Count());
-    double previous = 0.0;
-    for (size_t i = 0; i < sorted.Count(); ++i) {
-        const size_t row = sorted.Row(i);
-        const double value = rowV[row][column];
-        const bool fRise = i == 0 || !sorted.IsEqualToPrevious(i);
-        orderV[i] = static_cast<Entry>(row) | (fRise ? kRise : 0);
-        if (i > 0 && fRise && !IsSeparable(previous, value)) {
-            fCleanV[static_cast<size_t>(column)] = 0;
-        }
+bool RowLists::IsCleanOrder(const ValueOrder& sorted) {
+    if (sorted.Count() == 0) return true;
+    double previous = sorted.Value(0);
+    for (size_t i = 1; i < sorted.Count(); ++i) {
+        const double value = sorted.Value(i);
+        if (!sorted.IsEqualToPrevious(i) && !IsSeparable(previous, value)) return false;
         previous = value;
     }
     return true;
 }
 
-void RowLists::Take(const int* indexV, int num, WorkerPool& pool) {
+KeptLists::KeptLists(const Matrix& data, WorkerPool& pool)
+    : RowLists(data), orderVV(static_cast<size_t>(data.numColumns)) {
+    SortColumns(pool, [this](size_t column, const ValueOrder& sorted) {
+        LargeArray<Entry>& orderV = orderVV[column];
+        orderV.resize(sorted.Count());
+        for (size_t i = 0; i < orderV.size(); ++i) {
+            const bool fRise = i > 0 && !sorted.IsEqualToPrevious(i);
+            orderV[i] = static_cast<Entry>(sorted.Row(i)) | (fRise ? kRise : 0);
+        }
+    });
+}
+
+void KeptLists::Take(const int* indexV, int num, WorkerPool& pool) {
     // An odd number of cache lines apart, so that the same stretch of all columns does not compete
-    // for one place in the cache; with room for the entry that Part writes past the end.
+    // for one place in the cache; with room for what TakeColumn writes past the end.
     const size_t numLines = static_cast<size_t>(num / kLineEntries) + 1;
     stride = (numLines | 1) * kLineEntries;
-    entryV.resize(stride * static_cast<size_t>(orders.NumColumns()));
-    positionV.assign(static_cast<size_t>(orders.NumRows()), kAbsent);
+    entryV.resize(stride * static_cast<size_t>(Data().numColumns));
+    positionV.assign(static_cast<size_t>(Data().numRows), kAbsent);
     for (int i = 0; i < num; ++i) {
         positionV[static_cast<size_t>(indexV[i])] = static_cast<uint32_t>(i);
     }
-    pool.For(orders.NumColumns(), [&](int column, int) { TakeColumn(column); });
+    pool.For(Data().numColumns, [&](int column, int) { TakeColumn(column); });
 }
 
 // An entry that is left out hands its rise on to the next one that is not.
-void RowLists::TakeColumn(int column) {
+void KeptLists::TakeColumn(int column) {
     Entry* to = entryV.data() + static_cast<size_t>(column) * stride;
     Entry rise = 0;
-    for (const Entry entry : orders.Of(column)) {
+    for (const Entry entry : orderVV[static_cast<size_t>(column)]) {
         const uint32_t position = positionV[PositionOf(entry)];
         rise |= entry & kRise;
         *to = position | rise;
@@ -78,11 +90,12 @@ void RowLists::TakeColumn(int column) {
 
 // Both parts are written at every step, one of them for good: there is nothing to predict. Writing
 // to the front is safe because no more entries have been written than read.
-void RowLists::Part(int column, int begin, int count, const uint32_t* toV, int middle,
-                    Entry* other) {
+void KeptLists::Part(int column, const NodeRows& rows, const uint32_t* toV, int middle,
+                     Entry* other) {
+    const int count = rows.count;
     Entry* const list =
-        entryV.data() + static_cast<size_t>(column) * stride + static_cast<size_t>(begin);
-    const uint32_t* const toOf = toV - begin;
+        entryV.data() + static_cast<size_t>(column) * stride + static_cast<size_t>(rows.begin);
+    const uint32_t* const toOf = toV - rows.begin;
     const uint32_t firstRight = static_cast<uint32_t>(middle);
     // The next node's stretch follows in each column: too many runs for the processor to foresee.
     for (int i = kLineEntries; i < std::min(count, kAhead) + kLineEntries; i += kLineEntries) {
@@ -106,6 +119,39 @@ void RowLists::Part(int column, int begin, int count, const uint32_t* toV, int m
         riseR = fLeft ? riseR : 0;
     }
     std::copy(other, right, left);
+}
+
+SortedLists::SortedLists(const Matrix& data, WorkerPool& pool)
+    : RowLists(data), rankVV(static_cast<size_t>(data.numColumns)) {
+    SortColumns(pool, [this](size_t column, const ValueOrder& sorted) {
+        LargeArray<uint32_t>& rankV = rankVV[column];
+        rankV.resize(sorted.Count());
+        uint32_t rank = 0;
+        for (size_t i = 0; i < rankV.size(); ++i) {
+            if (i > 0 && !sorted.IsEqualToPrevious(i)) ++rank;
+            rankV[sorted.Row(i)] = rank;
+        }
+    });
+}
+
+const Entry* SortedLists::List(int column, const NodeRows& rows, ListRoom& room,
+                               Entry* made) const {
+    const uint32_t* const rankV = rankVV[static_cast<size_t>(column)].data();
+    const int* const rowV = rows.rowV.data() + rows.begin;
+    std::vector<uint64_t>& keyV = room.keyV;
+    keyV.resize(static_cast<size_t>(rows.count));
+    for (int i = 0; i < rows.count; ++i) {
+        __builtin_prefetch(rankV + rowV[std::min(i + kKeysAhead, rows.count - 1)]);
+        keyV[static_cast<size_t>(i)] = KeyOf(rankV[rowV[i]], rows.begin + i);
+    }
+    SortKeys(keyV, room.otherV);
+    uint32_t previous = 0;
+    for (size_t i = 0; i < keyV.size(); ++i) {
+        const uint32_t rank = RankOf(keyV[i]);
+        made[i] = PlaceOf(keyV[i]) | (rank != previous ? kRise : 0);
+        previous = rank;
+    }
+    return made;
 }
 
 }  // namespace engine

@@ -1,19 +1,25 @@
-// Sorted once per run, kept sorted while a tree grows: for each column a list of a node's rows in
-// the order of the column's values. When a node is split, its lists are parted without changing the
-// order within the parts (Mehta, Agrawal and Rissanen 1996, SLIQ), so that no node sorts anything.
+// The lists that a tree grows on: a node's rows in the order of a column's values. There are two
+// ways to have them:
 //
-// Words. An entry is a row's number, and in its highest bit whether the row's value is above that
-// of the entry before ("rises"): a cut can be there. The bit of a list's first entry means nothing.
-// In a tree a row goes by its position in the tree's row index. That changes whenever its node is
-// split; in return, all that is known of a node's rows lies together in memory.
+//   KeptLists    sorted once per run and kept sorted while a tree grows: when a node is split, its
+//                lists are parted without changing the order within the parts (Mehta, Agrawal and
+//                Rissanen 1996, SLIQ). No node sorts anything, but all columns are parted.
+//   SortedLists  made afresh for the columns that a node has drawn: for draws of few columns.
+//
+// Words. An entry is the position of a row in the tree's row index, and in its highest bit whether
+// the row's value is above that of the entry before ("rises"): a cut can be there. The bit of a
+// list's first entry means nothing. A row's position changes when its node is split; in return, all
+// that is known of a node's rows lies together in memory.
 #ifndef SYLVORA_ENGINE_ROWLISTS_H
 #define SYLVORA_ENGINE_ROWLISTS_H
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "LargeArray.h"
+#include "ValueOrder.h"
 #include "WorkerPool.h"
 
 namespace sylvora {
@@ -29,58 +35,104 @@ inline bool Rises(Entry entry) {
     return (entry & kRise) != 0;
 }
 
-// All rows of the training data in the order of each column: 4 bytes per value.
-class ColumnOrders {
-  public:
-    // Sorts the columns of the matrix `rowV` (numRow rows of numColumn values). Throws
-    // std::bad_alloc.
-    ColumnOrders(const double* const* rowV, int numRow, int numColumn, WorkerPool& pool);
-
-    int NumRows() const { return numRows; }
-    int NumColumns() const { return static_cast<int>(orderVV.size()); }
-    // A column holds a NaN: there is no order.
-    bool HasNan() const { return fNan; }
-    // Entries by row of the data.
-    const LargeArray<Entry>& Of(int column) const { return orderVV[static_cast<size_t>(column)]; }
-    // Whether a regression cut may come between any two distinct values of the column.
-    bool IsClean(int column) const { return fCleanV[static_cast<size_t>(column)] != 0; }
-    double Value(int row, int column) const { return rowV[row][column]; }
-
-  private:
-    bool SortColumn(int column);
-
+// The training data: numRow rows of numColumn values each, the caller's.
+struct Matrix {
     const double* const* rowV;
     int numRows;
+    int numColumns;
+};
+
+// A node's rows: those at the positions [begin, begin + count).
+struct NodeRows {
+    const std::vector<int>& rowV;  // the data's row at each position
+    int begin;
+    int count;
+};
+
+// Room for making a list.
+struct ListRoom {
+    std::vector<uint64_t> keyV;
+    std::vector<uint64_t> otherV;
+};
+
+// Thread safety: List and Part may be called by several workers at once, Part for different columns
+// or nodes.
+class RowLists {
+  public:
+    virtual ~RowLists() = default;
+
+    // Sorts the columns. Throws std::bad_alloc.
+    static std::unique_ptr<RowLists> Make(const Matrix& data, bool fKept, WorkerPool& pool);
+
+    const Matrix& Data() const { return matrix; }
+    // A column holds a NaN: there is no order, and the lists must not be used.
+    bool HasNan() const { return fNan; }
+    // Whether a regression cut may come between any two distinct values of the column.
+    bool IsClean(int column) const { return fCleanV[static_cast<size_t>(column)] != 0; }
+
+    // Begins a tree on the rows indexV[0..num), no row twice.
+    virtual void Take(const int* indexV, int num, WorkerPool& pool) = 0;
+    virtual bool AreKept() const = 0;
+    // A column's list of a node. Where lists are not kept it is made in `made`, which has room for
+    // as many entries as there are rows.
+    virtual const Entry* List(int column, const NodeRows& rows, ListRoom& room,
+                              Entry* made) const = 0;
+    // Parts a column's kept list of a node: rows that go to positions below `middle` come to the
+    // front. The row at position begin + i goes to toV[i]. `other` is room for count + 1 entries.
+    virtual void Part(int column, const NodeRows& rows, const uint32_t* toV, int middle,
+                      Entry* other) = 0;
+
+  protected:
+    explicit RowLists(const Matrix& data)
+        : matrix(data), fCleanV(static_cast<size_t>(data.numColumns), 1) {}
+
+    // Calls visit(column, sorted) for each column, several at once.
+    template <typename Visit>
+    void SortColumns(WorkerPool& pool, const Visit& visit);
+
+  private:
+    static bool IsCleanOrder(const ValueOrder& sorted);
+
+    const Matrix matrix;
     bool fNan = false;
-    std::vector<LargeArray<Entry>> orderVV;
     std::vector<uint8_t> fCleanV;
 };
 
-// The lists of one tree. Those of a node are the stretch of its slice.
-class RowLists {
+// 4 bytes per value of the data, and 4 per value of the tree's rows.
+class KeptLists : public RowLists {
   public:
-    explicit RowLists(const ColumnOrders& columnOrders) : orders(columnOrders) {}
+    KeptLists(const Matrix& data, WorkerPool& pool);
 
-    // Lists the rows indexV[0..num), no row twice.
-    void Take(const int* indexV, int num, WorkerPool& pool);
-
-    // A column's list of the node whose slice begins at `begin`.
-    const Entry* Of(int column, int begin) const {
-        return entryV.data() + static_cast<size_t>(column) * stride + static_cast<size_t>(begin);
+    void Take(const int* indexV, int num, WorkerPool& pool) override;
+    bool AreKept() const override { return true; }
+    const Entry* List(int column, const NodeRows& rows, ListRoom&, Entry*) const override {
+        return entryV.data() + static_cast<size_t>(column) * stride +
+               static_cast<size_t>(rows.begin);
     }
-
-    // Parts the stretch [begin, begin + count) of a column: rows that go to positions below
-    // `middle` to the front, the others behind them. The row at position begin + i goes to toV[i].
-    // `other` is room for count + 1 entries.
-    void Part(int column, int begin, int count, const uint32_t* toV, int middle, Entry* other);
+    void Part(int column, const NodeRows& rows, const uint32_t* toV, int middle,
+              Entry* other) override;
 
   private:
     void TakeColumn(int column);
 
-    const ColumnOrders& orders;
-    size_t stride = 0;               // entries from one column's list to the next
-    LargeArray<Entry> entryV;        // by column
+    std::vector<LargeArray<Entry>> orderVV;  // by column: all rows of the data, by their numbers
+    size_t stride = 0;                       // entries from one column's list to the next
+    LargeArray<Entry> entryV;                // by column
     LargeArray<uint32_t> positionV;  // by row of the data; the highest where the tree lacks it
+};
+
+// 4 bytes per value of the data.
+class SortedLists : public RowLists {
+  public:
+    SortedLists(const Matrix& data, WorkerPool& pool);
+
+    void Take(const int*, int, WorkerPool&) override {}
+    bool AreKept() const override { return false; }
+    const Entry* List(int column, const NodeRows& rows, ListRoom& room, Entry* made) const override;
+    void Part(int, const NodeRows&, const uint32_t*, int, Entry*) override {}
+
+  private:
+    std::vector<LargeArray<uint32_t>> rankVV;  // by column and row: place among distinct values
 };
 
 }  // namespace engine

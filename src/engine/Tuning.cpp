@@ -24,6 +24,7 @@ Tuning CurrentTuning() {
         if (name == "fewKeys") tuning.fewKeys = value;
         if (name == "directPercent") tuning.directPercent = value;
         if (name == "teamRows") tuning.teamRows = value;
+        if (name == "listPercent") tuning.listPercent = value;
     }
     return tuning;
 }

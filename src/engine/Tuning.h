@@ -13,6 +13,9 @@ struct Tuning {
     int directPercent = 80;  // rows, in percent of a histogram's cells, up to which a node counts
                              // its own histogram rather than subtract its sibling's
     int teamRows = 4096;     // rows from which workers part the lists of a node together
+    int listPercent = 10;    // columns drawn per node, in percent, from which sorted lists of all
+                             // columns are kept rather than made of the drawn ones, and a
+                             // regression forest grows on lists rather than on histograms
 };
 
 // The figures above, or those that the environment sets for tests, as in

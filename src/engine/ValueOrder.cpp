@@ -11,12 +11,14 @@ namespace sylvora {
 namespace engine {
 namespace {
 
+constexpr uint64_t kSign = uint64_t{1} << 63;
+
 // Maps doubles to integers of the same order; -0.0 and 0.0 to the same one.
 uint64_t OrderedKey(double value) {
     const double positiveZero = value + 0.0;
     uint64_t bits;
     std::memcpy(&bits, &positiveZero, sizeof bits);
-    return (bits >> 63) != 0 ? ~bits : bits | (uint64_t{1} << 63);
+    return (bits >> 63) != 0 ? ~bits : bits | kSign;
 }
 
 }  // namespace
@@ -35,6 +37,14 @@ bool ValueOrder::Load(const double* const* rowV, int numRows, int column) {
     SortKeys(itemV, otherV);
     SortLowHalves();
     return true;
+}
+
+double ValueOrder::Value(size_t i) const {
+    const uint64_t key = (itemV[i] & 0xffffffff00000000u) | lowV[Row(i)];
+    const uint64_t bits = (key & kSign) != 0 ? key & ~kSign : ~key;
+    double value;
+    std::memcpy(&value, &bits, sizeof value);
+    return value;
 }
 
 void ValueOrder::SortLowHalves() {

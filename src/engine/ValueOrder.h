@@ -19,6 +19,8 @@ class ValueOrder {
     size_t Count() const { return itemV.size(); }
     // The row with the i-th smallest value; equal values are in the order of their rows.
     size_t Row(size_t i) const { return static_cast<uint32_t>(itemV[i]); }
+    // That value; 0.0 for -0.0. Cheaper than to look it up in the matrix.
+    double Value(size_t i) const;
     bool IsEqualToPrevious(size_t i) const {
         return (itemV[i] >> 32) == (itemV[i - 1] >> 32) && lowV[Row(i)] == lowV[Row(i - 1)];
     }

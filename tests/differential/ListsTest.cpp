@@ -21,7 +21,11 @@ struct Way {
 };
 
 void ExpectEqualForms(Set set, unsigned seed) {
-    static const Way kWays[] = {{1, ""}, {3, "teamRows=0"}, {8, "teamRows=30"}, {3, ""}};
+    static const Way kWays[] = {{1, ""},
+                                {3, "teamRows=0"},
+                                {8, "teamRows=30"},
+                                {1, "listPercent=1000"},
+                                {3, "listPercent=0 teamRows=10"}};
     const std::string plain = Outcome(set, "1", "");
     for (const Way& way : kWays) {
         if (way.numThread == 8 && seed % 8 != 0) continue;  // more threads than processors: slow
@@ -43,11 +47,11 @@ void ExpectEqualForms(unsigned numSets, int mostRows) {
 
 TEST(ListsDifferential, EqualPlainForm) {
     const char* factor = std::getenv("SYLVORA_DIFFERENTIAL");
-    ExpectEqualForms(500 * (factor != nullptr ? static_cast<unsigned>(std::atoi(factor)) : 1), 300);
+    ExpectEqualForms(400 * (factor != nullptr ? static_cast<unsigned>(std::atoi(factor)) : 1), 300);
 }
 
 TEST(ListsDifferential, EqualPlainFormOnLargerSets) {
-    ExpectEqualForms(8, 20000);
+    ExpectEqualForms(3, 9000);
 }
 
 }  // namespace
