@@ -90,6 +90,12 @@ class Captured {
         return text;
     }
 
+    // Forgets what has come so far.
+    void Clear() {
+        Flush();
+        if (ftruncate(fileno(sink), 0) != 0 || lseek(fileno(sink), 0, SEEK_SET) != 0) std::abort();
+    }
+
   private:
     static void Flush() {
         std::cout.flush();

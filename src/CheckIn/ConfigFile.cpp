@@ -13,6 +13,7 @@
 
 #include "../CheckIn.h"
 #include "../god/Report.h"
+#include "../god/StreamReading.h"
 #include "Parameters.h"
 
 namespace {
@@ -50,7 +51,7 @@ int ApplySetting(const std::string& key, const std::string& value, CheckCfgCLS& 
 
 int ReadLines(std::istream& in, CheckCfgCLS& cfg) {
     std::string line;
-    for (int numLine = 1; std::getline(in, line); ++numLine) {
+    for (int numLine = 1; sylvora::ReadLine(in, line); ++numLine) {
         const std::string setting = Setting(line);
         if (setting.empty()) continue;
         if (line.size() > kLongestLine) {
@@ -59,6 +60,7 @@ int ReadLines(std::istream& in, CheckCfgCLS& cfg) {
         }
         std::istringstream tokens(setting);
         tokens.imbue(std::locale::classic());
+        tokens.exceptions(std::ios::badbit);  // or a value that finds no memory would be missing
         std::string key, separator, value;
         tokens >> key >> separator >> value;
         if (value.empty() || separator != "=") {

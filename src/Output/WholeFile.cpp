@@ -82,21 +82,6 @@ void Sweep(const std::string& folder) {
     }
 }
 
-// Creates an empty file beside `target` that nobody else uses, and locks it; empty (with errno) on
-// failure. Where the file system knows no locks, what is left is left for good.
-std::string CreateBeside(const std::string& target, Descriptor& lock) {
-    for (int numTry = 0;; ++numTry) {
-        // A name of its own: the target's may be as long as names can be.
-        const std::string name =
-            Text(FolderOf(target), "/", kPrefix, ::getpid(), "-", numTry, kSuffix);
-        lock = Descriptor(::open(name.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666));
-        if (lock.Get() < 0 && errno == EEXIST) continue;
-        if (lock.Get() < 0) return "";
-        static_cast<void>(::flock(lock.Get(), LOCK_EX));
-        if (IsAt(name, lock.Get())) return name;
-    }
-}
-
 }  // namespace
 
 Descriptor::~Descriptor() {
@@ -106,6 +91,31 @@ Descriptor::~Descriptor() {
     errno = error;
 }
 
+// Where the file system knows no locks, what is left is left for good.
+bool TemporaryFile::CreateBeside(const std::string& target) {
+    for (int numTry = 0;; ++numTry) {
+        // A name of its own: the target's may be as long as names can be.
+        std::string trial = Text(FolderOf(target), "/", kPrefix, ::getpid(), "-", numTry, kSuffix);
+        lock = Descriptor(::open(trial.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666));
+        if (lock.Get() < 0 && errno == EEXIST) continue;
+        if (lock.Get() < 0) return false;
+        static_cast<void>(::flock(lock.Get(), LOCK_EX));
+        if (!IsAt(trial, lock.Get())) continue;
+        name = std::move(trial);
+        return true;
+    }
+}
+
+TemporaryFile::~TemporaryFile() {
+    if (IsThere()) ::unlink(name.c_str());
+}
+
+bool TemporaryFile::MoveTo(const std::string& target) {
+    if (std::rename(name.c_str(), target.c_str()) != 0) return false;
+    name.clear();
+    return true;
+}
+
 WholeFile::WholeFile(const std::string& path) : target(Resolve(path)) {
     struct stat old = {};
     const bool fExists = ::stat(target.c_str(), &old) == 0;
@@ -113,17 +123,11 @@ WholeFile::WholeFile(const std::string& path) : target(Resolve(path)) {
         stream.open(target);
     } else if (!fExists || ::access(target.c_str(), W_OK) == 0) {
         Sweep(FolderOf(target));
-        temporary = CreateBeside(target, lock);
-        if (temporary.empty()) return;
-        if (fExists) ::chmod(temporary.c_str(), old.st_mode & 07777);
-        stream.open(temporary);
+        if (!temporary.CreateBeside(target)) return;
+        if (fExists) ::chmod(temporary.Name().c_str(), old.st_mode & 07777);
+        stream.open(temporary.Name());
     }
     stream.imbue(std::locale::classic());
-}
-
-WholeFile::~WholeFile() {
-    stream.close();
-    if (!temporary.empty()) ::unlink(temporary.c_str());
 }
 
 bool WholeFile::Commit() {
@@ -136,11 +140,10 @@ bool WholeFile::Commit() {
         if (errno == 0) errno = EIO;  // an earlier write failed; its reason is gone
         return false;
     }
-    if (temporary.empty()) return true;
-    if (!SyncPath(temporary, O_WRONLY)) return false;
-    if (std::rename(temporary.c_str(), target.c_str()) != 0) return false;
-    temporary.clear();
-    SyncPath(FolderOf(target), O_RDONLY | O_DIRECTORY);
+    if (!temporary.IsThere()) return true;
+    const std::string folder = FolderOf(target);  // nothing may fail once the file is in its place
+    if (!SyncPath(temporary.Name(), O_WRONLY) || !temporary.MoveTo(target)) return false;
+    SyncPath(folder, O_RDONLY | O_DIRECTORY);
     return true;
 }
 
@@ -152,11 +155,8 @@ std::string WhyNotWritable(const std::string& path) {
         if (::access(target.c_str(), W_OK) != 0) return std::strerror(errno);
         if (!S_ISREG(old.st_mode)) return "";
     }
-    Descriptor lock;
-    const std::string trial = CreateBeside(target, lock);
-    if (trial.empty()) return std::strerror(errno);
-    ::unlink(trial.c_str());
-    return "";
+    TemporaryFile trial;
+    return trial.CreateBeside(target) ? "" : std::strerror(errno);
 }
 
 }  // namespace sylvora

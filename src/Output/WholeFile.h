@@ -27,6 +27,26 @@ class Descriptor {
     int fd;
 };
 
+// A file beside another one, with a name that nobody else uses; removed at the end.
+class TemporaryFile {
+  public:
+    TemporaryFile() = default;
+    ~TemporaryFile();
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+    // Makes the file, empty, once. False (with errno) when it cannot be made.
+    [[nodiscard]] bool CreateBeside(const std::string& target);
+    // Puts it in the place of `target`; then there is none to remove. False with errno.
+    [[nodiscard]] bool MoveTo(const std::string& target);
+    bool IsThere() const { return !name.empty(); }
+    const std::string& Name() const { return name; }
+
+  private:
+    std::string name;
+    Descriptor lock;  // held as long as the file is in use
+};
+
 // Write through Stream(), then Commit(). Without a successful Commit the destructor removes what
 // was written and an older file stays as it was; what a killed process has left in the folder is
 // removed by the next file that is written there. A path that leads to something other than a
@@ -34,7 +54,6 @@ class Descriptor {
 class WholeFile {
   public:
     explicit WholeFile(const std::string& path);
-    ~WholeFile();
     WholeFile(const WholeFile&) = delete;
     WholeFile& operator=(const WholeFile&) = delete;
 
@@ -45,9 +64,8 @@ class WholeFile {
     [[nodiscard]] bool Commit();
 
   private:
-    std::string target;     // the place, links resolved
-    std::string temporary;  // beside it; empty when written directly
-    Descriptor lock;        // of the temporary: it is in use
+    std::string target;       // the place, links resolved
+    TemporaryFile temporary;  // not there when written directly
     std::ofstream stream;
 };
 

@@ -11,6 +11,7 @@
 
 #include "../TreeLearner.h"
 #include "../god/Report.h"
+#include "../god/StreamReading.h"
 
 int TreeLearner::ReadLabelTran(std::string file) {
     return sylvora::Guarded([&] {
@@ -23,7 +24,7 @@ int TreeLearner::ReadLabelTran(std::string file) {
         }
         in.clear();
         std::string line;
-        while (std::getline(in, line)) {
+        while (sylvora::ReadLine(in, line)) {
             if (line.size() <= 1) continue;
             std::istringstream numbers(line);
             numbers.imbue(std::locale::classic());

@@ -6,10 +6,12 @@
 #include <locale>
 #include <string>
 
+#include "../god/StreamReading.h"
+
 namespace sylvora {
 
 // Once a token is missing or malformed, everything read afterwards keeps its preset, so presets
-// that no model has make a damaged file show.
+// that no model has make a damaged file show. Throws std::bad_alloc.
 class ModelSource {
   public:
     explicit ModelSource(const std::string& file) : in(file) { in.imbue(std::locale::classic()); }
@@ -24,7 +26,7 @@ class ModelSource {
 
     template <typename Value>
     ModelSource& operator>>(Value& value) {
-        in >> value;
+        ReadFrom(in, [&] { in >> value; });
         return *this;
     }
 

@@ -19,6 +19,7 @@
 #include "../Output/WholeFile.h"
 #include "../TreeLearner.h"
 #include "../god/Report.h"
+#include "../god/StreamReading.h"
 
 namespace {
 
@@ -40,7 +41,7 @@ void CopyDebugReport(std::ostream& out, const std::string& file) {
     std::ifstream in(file);
     std::string line;
     while (in.good()) {
-        std::getline(in, line);
+        sylvora::ReadLine(in, line);
         if (!in.bad()) out << '\n' << line;
     }
 }

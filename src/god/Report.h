@@ -16,6 +16,7 @@ namespace sylvora {
 template <typename... Piece>
 std::string Text(const Piece&... pieces) {
     std::ostringstream text;
+    text.exceptions(std::ios::badbit);  // or a text that finds no memory would just end
     text.imbue(std::locale::classic());
     (text << ... << pieces);
     return text.str();

@@ -1,0 +1,349 @@
+// Memory that runs out and threads that cannot be started, at every place of a run: a line says so,
+// the status is -1, and nothing is lost or left over. The sanitizer builds look for leaks.
+#include <algorithm>
+#include <functional>
+#include <iostream>
+#include <new>
+#include <random>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "../Support.h"
+#include "../TreeLearner/Prepared.h"
+#include "FailingCalls.h"
+#include "Modes.h"
+#include "claim.h"
+
+namespace {
+
+using namespace sylvora::tests;
+
+constexpr int kColumns = 3;
+const char kOld[] = "an older file\n";
+
+// Labels and rows of a small set.
+struct Rows {
+    VecDle labelV;
+    VecVecDle rowVV;
+    VecInt queryIdV;
+};
+
+Rows MakeRows(const CheckCfgCLS& cfg, size_t numRows) {
+    std::mt19937 random(11);
+    Rows rows;
+    const bool fSigns = cfg.lossFunc == "Logistic";
+    for (size_t i = 0; i < numRows; ++i) {
+        rows.labelV.push_back(fSigns ? (i % 2 == 0 ? 1 : -1) : static_cast<double>(i % 3));
+        rows.rowVV.emplace_back();
+        for (int j = 0; j < kColumns; ++j) {
+            rows.rowVV.back().push_back(static_cast<double>(random() % 8 + i % 3));
+        }
+        rows.queryIdV.push_back(static_cast<int>(i / 6));
+    }
+    return rows;
+}
+
+// A piece of work and the file that it writes. `Run` returns a status; what it needs beyond the
+// work itself is made before, by `Make`.
+struct Work {
+    std::string name;
+    std::function<std::function<int()>()> make;
+    std::string output;
+};
+
+// All lines that were written about failures.
+typedef std::set<std::string> Lines;
+
+void Collect(const std::string& text, Lines& lines) {
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) lines.insert(line);
+}
+
+// Fails each call of a kind in turn, until the work gets by without.
+class Sweep {
+  public:
+    Sweep(const TempFolder& f, Call failing, std::string cause)
+        : folder(f), call(failing), complaint(std::move(cause)) {}
+
+    void Try(const Work& work) {
+        if (testing::Test::HasFailure()) return;  // one fault at a time
+        const Outcome whole = Observe(work.make());
+        ASSERT_EQ(whole.status, 0) << work.name << "\n" << whole.err;
+        expected = ReadFile(folder.Path(work.output));
+        Captured err(STDERR_FILENO);
+        Captured out(STDOUT_FILENO);
+        folder.Write(work.output, kOld);
+        for (const bool fForGood : {false, true}) {
+            long first = 0;
+            while (TryOnce(work, first, fForGood, err)) ++first;
+            EXPECT_GT(first, 0) << work.name;
+        }
+    }
+
+    const Lines& Seen() const { return lines; }
+
+  private:
+    // Whether the call was made at all.
+    bool TryOnce(const Work& work, long first, bool fForGood, Captured& err) {
+        const std::function<int()> run = work.make();
+        int status = 0;
+        err.Clear();
+        {
+            const FailingCalls failing(call, first, fForGood);
+            status = run();
+        }
+        const std::string left = ReadFile(folder.Path(work.output));
+        if (left != kOld) folder.Write(work.output, kOld);
+        const bool fComplained = std::regex_search(err.Text(), complaint);
+        EXPECT_TRUE(fComplained || (status == 0 && left == expected))
+            << work.name << ", call " << first << ", status " << status << ":\n"
+            << err.Text();
+        EXPECT_TRUE(left == kOld || left == expected || status == 0)
+            << work.name << ", call " << first;
+        for (const std::string& name : folder.Names()) EXPECT_NE(name[0], '.') << name;
+        EXPECT_EQ(NumRunningThreads(), 0) << work.name << ", call " << first;
+        Collect(err.Text(), lines);
+        return FailingCalls::HasFailed() && !testing::Test::HasFailure();
+    }
+
+    const TempFolder& folder;
+    Call call;
+    std::regex complaint;
+    std::string expected;
+    Lines lines;
+};
+
+struct Kind {
+    const char *modelType, *fRegCls, *lossFunc, *randomMode;
+};
+const Kind kKinds[] = {{"GBDT", "REG", "Square", "DOC"},
+                       {"GBDT", "REG", "Logistic", "DOC"},
+                       {"GBRank", "REG", "CrossEntropy", "QUERY"},
+                       {"RandomForest", "REG", "Label", "DOC"},
+                       {"RandomForest", "CLS", "Label", "DOC"},
+                       {"CART", "REG", "Label", "DOC"},
+                       {"CART", "CLS", "Label", "DOC"}};
+
+CheckCfgCLS SettingsOf(const Kind& kind, const TempFolder& folder, int numThread) {
+    CheckCfgCLS cfg = Settings(kind.modelType, kind.lossFunc);
+    cfg.fRegCls = kind.fRegCls;
+    cfg.randomMode = kind.randomMode;
+    const bool fForest = cfg.modelType == "RandomForest";
+    cfg.numTree = cfg.modelType == "CART" || fForest ? 1 : 2;
+    cfg.sizeGroup = fForest ? 2 : 1;
+    cfg.maxDepth = 2;
+    cfg.ratio = 0.7;
+    cfg.valSmpRt = 0.8;
+    cfg.numThread = numThread;
+    cfg.fileModel = folder.Path("model.txt");
+    return cfg;
+}
+
+// All steps of a training with a test and a development set.
+int Train(TreeLearner& learner, Rows& train, Rows& test, Rows& dev, std::string& fileTran) {
+    gseed = -1;
+    const auto take = [&learner](Rows& rows, int type) {
+        return learner.DataInput(std::move(rows.labelV), std::move(rows.rowVV), type,
+                                 std::move(rows.queryIdV), {});
+    };
+    const bool fDone = take(test, 1) == 0 && take(dev, 2) == 0 && take(train, 0) == 0 &&
+                       learner.ReadLabelTran(std::move(fileTran)) == 0 &&
+                       learner.ParamInit() == 0 && learner.Boosting() == 0;
+    return fDone ? 0 : -1;
+}
+
+struct TrainingJob {
+    explicit TrainingJob(CheckCfgCLS cfg, std::string map)
+        : learner(cfg),
+          train(MakeRows(cfg, 30)),
+          test(MakeRows(cfg, 3)),
+          dev(MakeRows(cfg, 3)),
+          fileTran(std::move(map)) {}
+
+    TreeLearner learner;
+    Rows train, test, dev;
+    std::string fileTran;
+};
+
+Work Training(const CheckCfgCLS& cfg, const TempFolder& folder) {
+    const auto make = [cfg, fileTran = folder.Write("map.txt", "17 1\n")] {
+        const auto job = std::make_shared<TrainingJob>(cfg, fileTran);
+        return
+            [job] { return Train(job->learner, job->train, job->test, job->dev, job->fileTran); };
+    };
+    return {cfg.modelType + " " + cfg.fRegCls, make, "model.txt"};
+}
+
+TEST(Faults, MemoryRunsOutInATraining) {
+    const TempFolder folder;
+    Sweep sweep(folder, Call::kAllocation, "allocate memory");
+    for (const Kind& kind : kKinds) {
+        for (const bool fDebug : {false, true}) {
+            CheckCfgCLS cfg = SettingsOf(kind, folder, 1);
+            cfg.fDebug = cfg.fTestRealTime = fDebug;
+            cfg.fileDebug = folder.Path("debug.txt");
+            cfg.pathOutput = folder.Path("");
+            sweep.Try(Training(cfg, folder));
+        }
+    }
+    for (const Kind& kind : {kKinds[0], kKinds[4]}) {
+        sweep.Try(Training(SettingsOf(kind, folder, 3), folder));
+    }
+    const char* const kListed[] = {"when allocating labelTestV",
+                                   "when allocating featureTestVV",
+                                   "when allocating labelV",
+                                   "when allocating featureTestVV[]",
+                                   "when allocating queryIdTestV",
+                                   "for featureMean",
+                                   "when allocating featureVV",
+                                   "when allocating featureVV[]",
+                                   "when allocating queryIdV",
+                                   "when allocating labelDevV",
+                                   "when allocating featureDevVV",
+                                   "when allocating labelTrV",
+                                   "when allocating featureDevVV[]",
+                                   "when allocating queryIdDevV",
+                                   "when random select url",
+                                   "when allocating gradientV",
+                                   "when allocating predictV",
+                                   "when allocating devResV",
+                                   "when allocating testResV",
+                                   "when numPairDistinctQueV",
+                                   "for boosting",
+                                   "",
+                                   "when allocating selFeaV",
+                                   "for selected_fea_list in debug",
+                                   "for avg_predict in debug",
+                                   "for selected_feaValue_list in debug",
+                                   "for count_doc in debug",
+                                   "for candidate_fea_list in debug",
+                                   "for sqr_crit_list in debug"};
+    for (const std::string what : kListed) {
+        const std::string line =
+            "ERROR: Failed to allocate memory" + (what.empty() ? "" : " " + what);
+        EXPECT_EQ(sweep.Seen().count(line + "!"), 1U) << line;
+    }
+    for (const char* line : {"ERROR: Faied to allocate memory, too large sample size!",
+                             "ERROR: Failed allocate memory when allocating statClassAll!"}) {
+        EXPECT_EQ(sweep.Seen().count(line), 1U) << line;
+    }
+}
+
+TEST(Faults, MemoryRunsOutInScoring) {
+    const TempFolder folder;
+    Sweep sweep(folder, Call::kAllocation, "allocate memory");
+    for (const Kind& kind : {kKinds[0], kKinds[4]}) {
+        const CheckCfgCLS cfg = SettingsOf(kind, folder, 1);
+        ASSERT_EQ(Training(cfg, folder).make()(), 0);
+        const auto make = [&] {
+            struct Job {
+                TreeLearner learner;
+                Rows test;
+                std::vector<double> rowV = std::vector<double>(40 * kColumns, 1.0), scoreV{rowV};
+                std::string fileModel, fileReport;
+            };
+            const auto job = std::make_shared<Job>();
+            job->test = MakeRows(cfg, 3);
+            job->fileModel = folder.Path("model.txt");
+            job->fileReport = folder.Path("report.txt");
+            return [job] {
+                TreeLearner& learner = job->learner;
+                double score;
+                const bool fDone =
+                    learner.LoadModelFull(std::move(job->fileModel)) == 0 &&
+                    learner.OnlineTesting(job->rowV.data(), score, kColumns, nullptr) == 0 &&
+                    learner.OnlineTestingBatch(job->rowV.data(), 40, kColumns, job->scoreV.data(),
+                                               2) == 0 &&
+                    learner.DataInput(std::move(job->test.labelV), std::move(job->test.rowVV), 1,
+                                      {}, {}) == 0 &&
+                    learner.FeatureAnalysis(std::move(job->fileReport)) == 0;
+                return fDone ? 0 : -1;
+            };
+        };
+        sweep.Try({"scoring " + cfg.fRegCls, make, "report.txt"});
+    }
+}
+
+// As main() runs a mode.
+int RunCommand(const std::string& fileCfg, int (*mode)(sylvora::frontend::Command&)) {
+    try {
+        sylvora::frontend::Command command;
+        command.fileCfg = fileCfg;
+        std::string argument = fileCfg;
+        char* argv[] = {argument.data(), argument.data(), nullptr};
+        return command.cfg.ReadCfg(2, argv) == 0 ? mode(command) : -1;
+    } catch (const std::bad_alloc&) {
+        std::cerr << "ERROR: out of memory\n";
+        return -1;
+    }
+}
+
+std::string DataText(const Rows& rows) {
+    std::ostringstream text;
+    for (size_t i = 0; i < rows.labelV.size(); ++i) {
+        text << rows.labelV[i] << " qid:" << rows.queryIdV[i];
+        for (int j = 0; j < kColumns; ++j) {
+            text << ' ' << j + 1 << ':' << rows.rowVV[i][static_cast<size_t>(j)];
+        }
+        text << '\n';
+    }
+    return text.str();
+}
+
+std::vector<Work> CommandWorks(const TempFolder& folder, const Kind& kind, int numThread) {
+    const CheckCfgCLS cfg = SettingsOf(kind, folder, numThread);
+    const std::string data = folder.Write("data.txt", DataText(MakeRows(cfg, 30)));
+    const std::string text = "modelType = " + cfg.modelType + "\nfRegCls = " + cfg.fRegCls +
+                             "\nlossFunc = " + cfg.lossFunc +
+                             "\nnumTree = 2\nmaxDepth = 2\nnumBound = 1\nfileTrain = " + data +
+                             "\nfileTest = " + data + "\nnumThread = " + std::to_string(numThread) +
+                             "\nfileModel = ";
+    const std::string train = folder.Write("train.cfg", text + cfg.fileModel);
+    const std::string score = folder.Write(
+        "score.cfg", text + folder.Path("kept.txt") + "\nfilePred = " + folder.Path("pred.txt"));
+    const auto trainMode = [](sylvora::frontend::Command& c) {
+        return sylvora::frontend::Train(c);
+    };
+    const auto predict = [](sylvora::frontend::Command& c) {
+        return sylvora::frontend::Predict(c);
+    };
+    const auto analyze = [](sylvora::frontend::Command& c) {
+        return sylvora::frontend::Analyze(c);
+    };
+    EXPECT_EQ(RunCommand(train, trainMode), 0);
+    std::filesystem::copy_file(cfg.fileModel, folder.Path("kept.txt"),
+                               std::filesystem::copy_options::overwrite_existing);
+    const auto work = [](const std::string& fileCfg, int (*mode)(sylvora::frontend::Command&)) {
+        return [fileCfg, mode] { return [fileCfg, mode] { return RunCommand(fileCfg, mode); }; };
+    };
+    return {{"train", work(train, trainMode), "model.txt"},
+            {"predict", work(score, predict), "pred.txt"},
+            {"analyze", work(score, analyze), "pred.txt"}};
+}
+
+TEST(Faults, MemoryRunsOutInTheCommand) {
+    const TempFolder folder;
+    Sweep sweep(folder, Call::kAllocation, "allocate memory|out of memory");
+    for (const int numThread : {1, 2}) {
+        for (const Work& work : CommandWorks(folder, kKinds[2], numThread)) sweep.Try(work);
+    }
+}
+
+TEST(Faults, ThreadsCannotBeStarted) {
+    const TempFolder folder;
+    const std::string line =
+        "ERROR: pthread_create for multi-split nodes  error: error_code=" + std::to_string(EAGAIN);
+    Sweep sweep(folder, Call::kThreadStart, "(^|\n)" + line + "\n");
+    for (const Kind& kind : kKinds) {
+        sweep.Try(Training(SettingsOf(kind, folder, 4), folder));
+        for (const Work& work : CommandWorks(folder, kind, 4)) {
+            if (work.name == "train") sweep.Try(work);
+        }
+    }
+}
+
+}  // namespace
