@@ -1,5 +1,5 @@
-// Calls that fail on order: memory that runs out and threads that cannot be started, at any place of
-// a run. Everything in the program that allocates or starts a thread goes through here; see
+// Calls that fail on order: memory that runs out and threads that cannot be started, at any place
+// of a run. Everything in the program that allocates or starts a thread goes through here; see
 // tests/CMakeLists.txt for how.
 #ifndef SYLVORA_TESTS_FAULTS_FAILINGCALLS_H
 #define SYLVORA_TESTS_FAULTS_FAILINGCALLS_H
