@@ -109,6 +109,9 @@ bool EngineRun::Prepare(const TreeLearner& learner) {
         return !lists->lists->HasNan();
     }
     histograms = std::make_unique<HistogramWay>(learner, limits, *this);
+    if (pool.NumWorkers() > 1 && learner.modelType != "CART" && c.randomMode == "DOC") {
+        rowsAhead = std::make_unique<RowsAhead>(pool, RowDraw::PerTree(learner));
+    }
     return !histograms->columns.HasNan();
 }
 
@@ -122,9 +125,16 @@ bool EngineRun::Grow(const TreeLearner& learner, TreeCR& tree, const int* indexV
     }
     const int* weights = learner.fHomoWgt == 1 ? nullptr : learner.numPairDistinctQueV;
     engine::RegressionGrowth& growth = histograms->growth;
-    fGrown = growth.Grow(learner.gradientV, weights, indexV, num, seed);
+    const auto drawAhead = [&] {
+        if (rowsAhead) rowsAhead->Start(seed);
+    };
+    fGrown = growth.Grow(learner.gradientV, weights, indexV, num, seed, drawAhead);
     if (fGrown) tree.Adopt(growth.Nodes());
     return fGrown;
+}
+
+bool EngineRun::TakeRowsAhead(long* seed, std::unique_ptr<int[]>& drawnV, int& count) {
+    return rowsAhead && rowsAhead->Take(seed, drawnV, count);
 }
 
 bool EngineRun::StepPredictions(const TreeLearner& learner) {

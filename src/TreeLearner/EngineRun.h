@@ -8,6 +8,7 @@
 #include "../engine/PlainSearch.h"
 #include "../engine/Tuning.h"
 #include "../engine/WorkerPool.h"
+#include "RowDraw.h"
 
 namespace sylvora {
 
@@ -26,6 +27,10 @@ class EngineRun {
     [[nodiscard]] bool Grow(const TreeLearner& learner, TreeCR& tree, const int* indexV, int num,
                             long* seed);
 
+    // Gives out rows that were drawn ahead for the next tree and moves the generator on; false,
+    // with nothing changed, where there are none that fit.
+    [[nodiscard]] bool TakeRowsAhead(long* seed, std::unique_ptr<int[]>& drawnV, int& count);
+
     // Steps the learner's predictions along the tree grown last, as UpdatePrediction does over all
     // rows. False, with nothing changed, when that tree is not the engine's.
     [[nodiscard]] bool StepPredictions(const TreeLearner& learner);
@@ -43,7 +48,8 @@ class EngineRun {
     std::unique_ptr<engine::PlainSearch> plain;
     std::unique_ptr<HistogramWay> histograms;  // one of the two grows the trees
     std::unique_ptr<ListWay> lists;
-    bool fGrown = false;  // histograms hold the learner's last tree
+    std::unique_ptr<RowsAhead> rowsAhead;  // null: a tree's rows are drawn when they are needed
+    bool fGrown = false;                   // histograms hold the learner's last tree
 };
 
 }  // namespace sylvora

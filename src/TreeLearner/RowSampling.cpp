@@ -12,47 +12,27 @@
 #include "../god/RandomGenerator.h"
 #include "../god/Report.h"
 #include "../god/Truncation.h"
+#include "EngineRun.h"
+#include "RowDraw.h"
 
 using sylvora::Fail;
+using sylvora::RowArray;
+using sylvora::ShareOf;
 
-namespace {
-
-// trunc(count * share), kept inside [0, count] for shares that no validation has seen.
-int ShareOf(int count, double share) {
-    return std::clamp(sylvora::Truncate<int>(count * share), 0, std::max(count, 0));
-}
-
-// Room for `count` row numbers, or null.
-std::unique_ptr<int[]> RowArray(int count) {
-    return std::unique_ptr<int[]>(new (std::nothrow) int[static_cast<size_t>(count)]);
-}
-
-}  // namespace
-
-// A partial Fisher-Yates draw: rows of weight 0 are drawn like any other and then left out, so that
-// weights do not change which rows the draws hit.
 int TreeLearner::RandomSelectURL(int*& selected, int& count, long* seed) {
     return sylvora::Guarded([&] {
-        const int target = ShareOf(sampleSize, valSmpRt);
-        std::unique_ptr<int[]> drawnV = RowArray(target);
-        const std::unique_ptr<int[]> pool = RowArray(sampleSize);
         selected = nullptr;
         count = 0;
-        if (!drawnV || !pool) {
-            return Fail("ERROR: Failed to allocate memory when random select url!\n");
-        }
-        std::iota(pool.get(), pool.get() + sampleSize, 0);
-        // drawnV first holds the draws themselves, so that the pool can be fetched ahead of them.
-        sylvora::Draws(seed).FisherYates(sampleSize, target, drawnV.get());
-        constexpr int kAhead = 24;
-        for (int i = 0; i < target; ++i) {
-            __builtin_prefetch(&pool[static_cast<size_t>(
-                drawnV[static_cast<size_t>(std::min(i + kAhead, target - 1))])]);
-            int& drawn = pool[static_cast<size_t>(drawnV[static_cast<size_t>(i)])];
-            if (fHomoWgt == 1 || numPairDistinctQueV[drawn] > 0) {
-                drawnV[static_cast<size_t>(count++)] = drawn;
+        std::unique_ptr<int[]> drawnV;
+        if (!engineRun || !engineRun->TakeRowsAhead(seed, drawnV, count)) {
+            const sylvora::RowDraw draw = sylvora::RowDraw::PerTree(*this);
+            drawnV = RowArray(draw.target);
+            const std::unique_ptr<int[]> pool = RowArray(draw.numRows);
+            if (!drawnV || !pool) {
+                return Fail("ERROR: Failed to allocate memory when random select url!\n");
             }
-            std::swap(drawn, pool[static_cast<size_t>(sampleSize - i - 1)]);
+            sylvora::Draws draws(seed);
+            count = draw.Run(draws, pool.get(), drawnV.get());
         }
         int numQueries = 1;
         if (fDebug && CfgInfo.modelType == "GBRank") {

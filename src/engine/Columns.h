@@ -77,6 +77,18 @@ class Columns {
         return c.fNarrow ? c.codeV[static_cast<size_t>(row)] : c.rankV[static_cast<size_t>(row)];
     }
 
+    // The ranks of some rows in a column.
+    void GatherRanks(int column, const int* rows, int count, int* ranks) const {
+        const Column& c = At(column);
+        const uint8_t* narrow = c.codeV.data();
+        const uint32_t* wide = c.rankV.data();
+        if (c.fNarrow) {
+            for (int i = 0; i < count; ++i) ranks[i] = narrow[rows[i]];
+        } else {
+            for (int i = 0; i < count; ++i) ranks[i] = static_cast<int>(wide[rows[i]]);
+        }
+    }
+
   private:
     bool CodeColumn(int column);
     void PlaceColumns();

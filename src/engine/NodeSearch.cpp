@@ -12,6 +12,7 @@ namespace engine {
 namespace {
 
 constexpr double kUnitRoundoff = 0x1p-53;
+constexpr int kBlockRows = 512;  // whose ranks are gathered at once
 
 }  // namespace
 
@@ -115,13 +116,12 @@ void NodeSearch::RefineSlots(const SearchTask& task) {
 }
 
 void NodeSearch::RefineSlot(const SearchTask& task, int slot, Scratch& scratch) {
-    const Column& column = data.At(task.columnV[slot]);
     const ColumnView& view = viewV[static_cast<size_t>(slot)];
     scratch.liveBinV.clear();
     scratch.scan.AppendLiveBins(task.columnV[slot], *task.histogram, node, view, Least(),
                                 scratch.liveBinV);
     if (scratch.liveBinV.empty()) return;
-    CollectKeys(task, column, scratch);
+    CollectKeys(task, task.columnV[slot], scratch);
     if (static_cast<int>(scratch.keyV.size()) > fewKeys) {
         ScorePieces(task, slot, scratch);
     } else {
@@ -195,7 +195,8 @@ void NodeSearch::ScorePieces(const SearchTask& task, int slot, Scratch& scratch)
 }
 
 // Keys of the rows in live bins, and of some near them: ranks are looked up in steps.
-void NodeSearch::CollectKeys(const SearchTask& task, const Column& column, Scratch& scratch) const {
+void NodeSearch::CollectKeys(const SearchTask& task, int id, Scratch& scratch) const {
+    const Column& column = data.At(id);
     const Histogram& histogram = *task.histogram;
     const uint32_t numRanks = column.binFirstRankV.back();
     int step = 0;
@@ -209,14 +210,15 @@ void NodeSearch::CollectKeys(const SearchTask& task, const Column& column, Scrat
     }
     scratch.keyV.resize(static_cast<size_t>(task.rows.count));
     uint64_t* key = scratch.keyV.data();
-    const uint32_t* rankV = column.rankV.data();
-    const int* rowV = task.rows.rowV;
-    constexpr int kAhead = 32;
-    for (int place = 0; place < task.rows.count; ++place) {
-        __builtin_prefetch(rankV + rowV[std::min(place + kAhead, task.rows.count - 1)]);
-        const uint32_t rank = rankV[rowV[place]];
-        *key = KeyOf(rank, place);
-        key += liveV[rank >> step];
+    int rankV[kBlockRows];
+    for (int begin = 0; begin < task.rows.count; begin += kBlockRows) {
+        const int count = std::min(kBlockRows, task.rows.count - begin);
+        data.GatherRanks(id, task.rows.rowV + begin, count, rankV);
+        for (int i = 0; i < count; ++i) {
+            const uint32_t rank = static_cast<uint32_t>(rankV[i]);
+            *key = KeyOf(rank, begin + i);
+            key += liveV[rank >> step];
+        }
     }
     scratch.keyV.resize(static_cast<size_t>(key - scratch.keyV.data()));
 }

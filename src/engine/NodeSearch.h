@@ -68,7 +68,7 @@ class NodeSearch {
     void RefineSlot(const SearchTask& task, int slot, Scratch& scratch);
     void ScoreBins(const SearchTask& task, int slot, Scratch& scratch);
     void ScorePieces(const SearchTask& task, int slot, Scratch& scratch);
-    void CollectKeys(const SearchTask& task, const Column& column, Scratch& scratch) const;
+    void CollectKeys(const SearchTask& task, int id, Scratch& scratch) const;
     void SortSlot(const SearchTask& task, int slot, Scratch& scratch);
     void ScoreRun(const SearchTask& task, int slot, const uint64_t* begin, const uint64_t* end,
                   Cell prefix, Scratch& scratch);

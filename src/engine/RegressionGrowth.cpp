@@ -20,7 +20,6 @@ namespace engine {
 namespace {
 
 constexpr int kChunkRows = 16384;
-constexpr int kAhead = 32;        // rows fetched in advance
 constexpr int kTeamRows = 65536;  // a node of fewer rows is not worth a team
 
 // How many bins, as a power of two, a node with `count` rows joins in a histogram of its own.
@@ -29,6 +28,16 @@ int ShiftFor(int count, int mostBins) {
     int shift = 0;
     while ((mostBins >> (shift + 1)) >= wanted) ++shift;
     return shift;
+}
+
+int NumChunks(int count) {
+    return (count + kChunkRows - 1) / kChunkRows;
+}
+
+// With nothing else to do in the loop, many values are on their way at once.
+template <typename Value>
+void Gather(const Value* valueV, const int* rowV, int count, Value* to) {
+    for (int i = 0; i < count; ++i) to[i] = valueV[rowV[i]];
 }
 
 double SumOf(const double* begin, int count) {
@@ -84,7 +93,7 @@ RegressionGrowth::RegressionGrowth(const Columns& columns, WorkerPool& workers,
 RegressionGrowth::~RegressionGrowth() = default;
 
 bool RegressionGrowth::Grow(const double* gradV, const int* weightV, const int* indexV, int num,
-                            long* seed) {
+                            long* seed, const std::function<void()>& lastDraw) {
     if (num == 0) return false;
     TakeRows(gradV, weightV, indexV, num);
     fixed = FixedPoint::Fit(rows.gradV.data(), rows.weightV.empty() ? nullptr : rows.weightV.data(),
@@ -97,7 +106,7 @@ bool RegressionGrowth::Grow(const double* gradV, const int* weightV, const int* 
     levelV.push_back(PlantRoot(gradV, weightV));
     while (!levelV.empty()) {
         nextV.clear();
-        GrowLevel(levelV, seed, nextV);
+        GrowLevel(levelV, seed, lastDraw, nextV);
         for (OpenNode& done : levelV) store.GiveBack(std::move(done.histogram));
         levelV.swap(nextV);
     }
@@ -107,22 +116,21 @@ bool RegressionGrowth::Grow(const double* gradV, const int* weightV, const int* 
 void RegressionGrowth::TakeRows(const double* gradV, const int* weightV, const int* indexV,
                                 int num) {
     const size_t count = static_cast<size_t>(num);
-    rows.indexV.assign(indexV, indexV + num);
+    rows.indexV.resize(count);
     rows.gradV.resize(count);
     rows.weightV.resize(weightV != nullptr ? count : 0);
     rows.fLeftV.resize(count);
-    fInV.assign(static_cast<size_t>(data.NumRows()), 0);
-    pool.For((num + kChunkRows - 1) / kChunkRows, [&](int chunk, int) {
-        const int end = std::min((chunk + 1) * kChunkRows, num);
-        for (int i = chunk * kChunkRows; i < end; ++i) {
-            const size_t at = static_cast<size_t>(i);
-            const int ahead = indexV[std::min(i + kAhead, num - 1)];
-            __builtin_prefetch(gradV + ahead);
-            __builtin_prefetch(fInV.data() + ahead, 1);
-            rows.gradV[at] = gradV[indexV[i]];
-            if (weightV != nullptr) rows.weightV[at] = weightV[indexV[i]];
-            fInV[static_cast<size_t>(indexV[i])] = 1;
+    const bool fAll = num == data.NumRows();
+    fInV.assign(static_cast<size_t>(data.NumRows()), fAll);
+    pool.For(NumChunks(num), [&](int chunk, int) {
+        const int begin = chunk * kChunkRows;
+        const int end = std::min(begin + kChunkRows, num);
+        std::copy(indexV + begin, indexV + end, rows.indexV.begin() + begin);
+        Gather(gradV, indexV + begin, end - begin, rows.gradV.data() + begin);
+        if (weightV != nullptr) {
+            Gather(weightV, indexV + begin, end - begin, rows.weightV.data() + begin);
         }
+        for (int i = begin; i < end && !fAll; ++i) fInV[static_cast<size_t>(indexV[i])] = 1;
     });
 }
 
@@ -141,24 +149,49 @@ RegressionGrowth::OpenNode RegressionGrowth::PlantRoot(const double* gradV, cons
         }
         return open;
     }
-    // In ascending order, whatever order the rows were drawn in: the codes of neighbouring rows are
-    // neighbours in memory.
-    std::vector<int> ascendingV;
-    ascendingV.reserve(rows.indexV.size());
-    for (int row = 0; row < data.NumRows(); ++row) {
-        if (fInV[static_cast<size_t>(row)] != 0) ascendingV.push_back(row);
-    }
-    std::vector<double> rootGradV(ascendingV.size());
-    std::vector<int> rootWeightV(rows.weightV.size());
-    for (size_t i = 0; i < rootGradV.size(); ++i) rootGradV[i] = gradV[ascendingV[i]];
-    for (size_t i = 0; i < rootWeightV.size(); ++i) rootWeightV[i] = weightV[ascendingV[i]];
-    open.histogram = store.Count({ascendingV.data(), rootGradV.data(),
-                                  weightV != nullptr ? rootWeightV.data() : nullptr, root.countDoc},
-                                 ShiftFor(root.countDoc, data.MostBins()));
+    open.histogram =
+        store.Count(AscendingRows(gradV, weightV), ShiftFor(root.countDoc, data.MostBins()));
     const Column& any = data.At(0);
     const int numBins = open.histogram->NumBins(any);
     for (int bin = 0; bin < numBins; ++bin) open.total += open.histogram->Of(any)[bin];
     return open;
+}
+
+// The tree's rows in ascending order, whatever order they were drawn in: the codes of neighbouring
+// rows are neighbours in memory.
+RowSlice RegressionGrowth::AscendingRows(const double* gradV, const int* weightV) {
+    const int numRows = data.NumRows();
+    const int num = static_cast<int>(rows.indexV.size());
+    const int numChunks = NumChunks(numRows);
+    ascending.indexV.resize(rows.indexV.size());
+    std::vector<int> beginV(static_cast<size_t>(numChunks) + 1, 0);
+    pool.For(numChunks, [&](int chunk, int) {
+        const auto from = fInV.begin() + chunk * kChunkRows;
+        const auto to = fInV.begin() + std::min((chunk + 1) * kChunkRows, numRows);
+        beginV[static_cast<size_t>(chunk) + 1] = std::accumulate(from, to, 0);
+    });
+    std::partial_sum(beginV.begin(), beginV.end(), beginV.begin());
+    if (num < numRows) {
+        ascending.gradV.resize(rows.gradV.size());
+        ascending.weightV.resize(rows.weightV.size());
+    }
+    pool.For(numChunks, [&](int chunk, int) {
+        const int begin = beginV[static_cast<size_t>(chunk)];
+        const int end = beginV[static_cast<size_t>(chunk) + 1];
+        int* row = ascending.indexV.data() + begin;
+        for (int i = chunk * kChunkRows; row < ascending.indexV.data() + end; ++i) {
+            *row = i;
+            row += fInV[static_cast<size_t>(i)];
+        }
+        if (num == numRows) return;
+        const int* rowV = ascending.indexV.data() + begin;
+        Gather(gradV, rowV, end - begin, ascending.gradV.data() + begin);
+        if (weightV == nullptr) return;
+        Gather(weightV, rowV, end - begin, ascending.weightV.data() + begin);
+    });
+    if (num == numRows) return {ascending.indexV.data(), gradV, weightV, num};
+    return {ascending.indexV.data(), ascending.gradV.data(),
+            weightV != nullptr ? ascending.weightV.data() : nullptr, num};
 }
 
 RowSlice RegressionGrowth::SliceOf(const GrownNode& node) const {
@@ -170,7 +203,10 @@ RowSlice RegressionGrowth::SliceOf(const GrownNode& node) const {
 // Nodes are taken in batches of as many as the leaf limit may still allow to be split, so that no
 // column is drawn for a node that the limit closes.
 void RegressionGrowth::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
+                                 const std::function<void()>& lastDraw,
                                  std::vector<OpenNode>& nextV) {
+    const int depth = nodeV[static_cast<size_t>(levelV.front().idxNode)].depth;
+    const bool fLastLevel = !limits.fForest && depth + 1 >= limits.maxDepth;
     size_t numDone = 0;
     while (numDone < levelV.size()) {
         const size_t numLeft = levelV.size() - numDone;
@@ -179,6 +215,7 @@ void RegressionGrowth::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
         OpenNode* batch = &levelV[numDone];
         numDone += numBatch;
         DrawColumns(batch, numBatch, seed);
+        if (fLastLevel && numDone == levelV.size()) lastDraw();
         SplitBatch(batch, numBatch);
         for (size_t b = 0; b < numBatch; ++b) {
             if (batch[b].split.column < 0) continue;

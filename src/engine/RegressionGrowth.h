@@ -3,6 +3,7 @@
 #ifndef SYLVORA_ENGINE_REGRESSIONGROWTH_H
 #define SYLVORA_ENGINE_REGRESSIONGROWTH_H
 
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -28,9 +29,10 @@ class RegressionGrowth {
 
     // Grows a tree on the `num` rows of `indexV` (no row twice), with gradients and weights (null:
     // all 1) by row; columns are drawn with `seed`. Returns false, with nothing drawn, when the
-    // gradients are out of the engine's range.
+    // gradients are out of the engine's range. `lastDraw` is called, if it can be told in time,
+    // when the tree will draw no more.
     [[nodiscard]] bool Grow(const double* gradV, const int* weightV, const int* indexV, int num,
-                            long* seed);
+                            long* seed, const std::function<void()>& lastDraw);
 
     // The tree of the last Grow, in the plain form's order of nodes.
     const std::vector<GrownNode>& Nodes() const { return nodeV; }
@@ -47,7 +49,9 @@ class RegressionGrowth {
 
     void TakeRows(const double* gradV, const int* weightV, const int* indexV, int num);
     OpenNode PlantRoot(const double* gradV, const int* weightV);
-    void GrowLevel(std::vector<OpenNode>& levelV, long* seed, std::vector<OpenNode>& nextV);
+    RowSlice AscendingRows(const double* gradV, const int* weightV);
+    void GrowLevel(std::vector<OpenNode>& levelV, long* seed, const std::function<void()>& lastDraw,
+                   std::vector<OpenNode>& nextV);
     void DrawColumns(OpenNode* batch, size_t numBatch, long* seed);
     void SplitBatch(OpenNode* batch, size_t numBatch);
     void SplitNode(OpenNode& open, Worker& worker);
@@ -66,6 +70,7 @@ class RegressionGrowth {
     const PlainSearch& plain;
     FixedPoint fixed;
     TreeRows rows;
+    TreeRows ascending;  // the same rows by number, without those that are the caller's own arrays
     std::vector<GrownNode> nodeV;
     int numLeaf = 1;
     bool fSlicesTrue = true;

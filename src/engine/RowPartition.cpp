@@ -1,7 +1,10 @@
 // The partition of a node's rows; see RowPartition.h.
 #include "RowPartition.h"
 
+#include <emmintrin.h>
+
 #include <algorithm>
+#include <climits>
 #include <cstring>
 #include <utility>
 
@@ -10,10 +13,66 @@ namespace engine {
 namespace {
 
 constexpr int kChunkRows = 16384;
-constexpr int kAhead = 32;
+constexpr int kBlockRows = 512;
 
 int NumChunks(int count) {
     return (count + kChunkRows - 1) / kChunkRows;
+}
+
+// What a block of ranks says of a cut: the highest rank left of it, the lowest right of it.
+struct BlockMarks {
+    int low = -1;
+    int high = INT_MAX;
+    int countL = 0;
+};
+
+inline __m128i Choose(__m128i mask, __m128i a, __m128i b) {
+    return _mm_or_si128(_mm_and_si128(mask, a), _mm_andnot_si128(mask, b));
+}
+
+// Sixteen ranks at a time.
+int MarkSixteens(const int* rankV, int count, int last, uint8_t* fLeftV, BlockMarks& marks) {
+    const __m128i lastRank = _mm_set1_epi32(last);
+    __m128i low = _mm_set1_epi32(-1);
+    __m128i high = _mm_set1_epi32(INT_MAX);
+    __m128i num = _mm_setzero_si128();
+    int i = 0;
+    for (; i + 16 <= count; i += 16) {
+        __m128i fRightV[4];
+        for (int k = 0; k < 4; ++k) {
+            const __m128i rank =
+                _mm_loadu_si128(reinterpret_cast<const __m128i*>(rankV + i + 4 * k));
+            fRightV[k] = _mm_cmpgt_epi32(rank, lastRank);
+            const __m128i left = _mm_or_si128(rank, fRightV[k]);  // -1 where it is right
+            const __m128i right = Choose(fRightV[k], rank, _mm_set1_epi32(INT_MAX));
+            low = Choose(_mm_cmpgt_epi32(left, low), left, low);
+            high = Choose(_mm_cmpgt_epi32(high, right), right, high);
+        }
+        const __m128i fRight = _mm_packs_epi16(_mm_packs_epi32(fRightV[0], fRightV[1]),
+                                               _mm_packs_epi32(fRightV[2], fRightV[3]));
+        const __m128i fLeft = _mm_add_epi8(fRight, _mm_set1_epi8(1));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(fLeftV + i), fLeft);
+        num = _mm_add_epi64(num, _mm_sad_epu8(fLeft, _mm_setzero_si128()));
+    }
+    int lowV[4], highV[4];
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(lowV), low);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(highV), high);
+    marks.low = *std::max_element(lowV, lowV + 4);
+    marks.high = *std::min_element(highV, highV + 4);
+    marks.countL = static_cast<int>(_mm_cvtsi128_si64(_mm_add_epi64(num, _mm_srli_si128(num, 8))));
+    return i;
+}
+
+BlockMarks MarkBlock(const int* rankV, int count, int last, uint8_t* fLeftV) {
+    BlockMarks marks;
+    for (int i = MarkSixteens(rankV, count, last, fLeftV, marks); i < count; ++i) {
+        const bool fLeft = rankV[i] <= last;
+        fLeftV[i] = fLeft;
+        marks.countL += fLeft;
+        marks.low = std::max(marks.low, fLeft ? rankV[i] : -1);
+        marks.high = std::min(marks.high, fLeft ? INT_MAX : rankV[i]);
+    }
+    return marks;
 }
 
 }  // namespace
@@ -31,12 +90,9 @@ void RowPartition::ForChunks(int count, const Task& task) {
 
 SplitPoint RowPartition::MarkByRank(TreeRows& rows, int begin, int count, int id,
                                     uint32_t lastRank) {
-    const Column& column = data.At(id);
     markedV.assign(static_cast<size_t>(NumChunks(count)), Marked());
     ForChunks(count, [&](size_t chunk, int from, int to) {
-        markedV[chunk] = column.fNarrow
-                             ? Mark(rows, begin + from, begin + to, column.codeV.data(), lastRank)
-                             : Mark(rows, begin + from, begin + to, column.rankV.data(), lastRank);
+        markedV[chunk] = Mark(rows, begin + from, begin + to, id, lastRank);
     });
     Marked all;
     for (const Marked& marked : markedV) {
@@ -57,21 +113,24 @@ SplitPoint RowPartition::MarkByRank(TreeRows& rows, int begin, int count, int id
     return split;
 }
 
-template <typename Rank>
-RowPartition::Marked RowPartition::Mark(TreeRows& rows, int begin, int end, const Rank* rankV,
+// A block of ranks is gathered first: with nothing else to do, many rows are on their way at once.
+RowPartition::Marked RowPartition::Mark(TreeRows& rows, int begin, int end, int column,
                                         uint32_t lastRank) const {
+    const int last = static_cast<int>(lastRank);
     Marked marked;
-    const int* indexV = rows.indexV.data();
-    uint8_t* fLeftV = rows.fLeftV.data();
-    for (int i = begin; i < end; ++i) {
-        __builtin_prefetch(rankV + indexV[std::min(i + kAhead, end - 1)]);
-        const int row = indexV[i];
-        const int64_t rank = rankV[row];
-        const bool fLeft = rank <= lastRank;
-        fLeftV[i] = fLeft;
-        marked.countL += fLeft;
-        if (rank <= marked.low.rank || rank >= marked.high.rank) continue;  // as nearly all
-        (fLeft ? marked.low : marked.high) = {rank, row};
+    int rankV[kBlockRows];
+    for (int from = begin; from < end; from += kBlockRows) {
+        const int* rowV = rows.indexV.data() + from;
+        uint8_t* fLeftV = rows.fLeftV.data() + from;
+        const int count = std::min(kBlockRows, end - from);
+        data.GatherRanks(column, rowV, count, rankV);
+        const BlockMarks block = MarkBlock(rankV, count, last, fLeftV);
+        const auto rowOf = [&](int rank) {
+            return rowV[std::find(rankV, rankV + count, rank) - rankV];
+        };
+        if (block.low > marked.low.rank) marked.low = {block.low, rowOf(block.low)};
+        if (block.high < marked.high.rank) marked.high = {block.high, rowOf(block.high)};
+        marked.countL += block.countL;
     }
     return marked;
 }

@@ -3,6 +3,7 @@
 #ifndef SYLVORA_ENGINE_ROWPARTITION_H
 #define SYLVORA_ENGINE_ROWPARTITION_H
 
+#include <climits>
 #include <cstdint>
 #include <vector>
 
@@ -40,20 +41,19 @@ class RowPartition {
 
   private:
     struct Neighbour {
-        int64_t rank;
+        int rank;
         int row;
     };
     // What a stretch of rows says of a cut: the highest rank left of it, the lowest right of it.
     struct Marked {
         Neighbour low = {-1, 0};
-        Neighbour high = {int64_t{1} << 32, 0};
+        Neighbour high = {INT_MAX, 0};
         int countL = 0;
     };
 
     template <typename Task>
     void ForChunks(int count, const Task& task);
-    template <typename Rank>
-    Marked Mark(TreeRows& rows, int begin, int end, const Rank* rankV, uint32_t lastRank) const;
+    Marked Mark(TreeRows& rows, int begin, int end, int column, uint32_t lastRank) const;
     int ListMisplaced(const TreeRows& rows, int begin, int count, uint8_t fLeft,
                       std::vector<int>& placeV);
 

@@ -1,12 +1,15 @@
 // The worker pool; see WorkerPool.h.
 #include "WorkerPool.h"
 
+#include <utility>
+
 namespace sylvora {
 namespace engine {
 namespace {
 
 // Loops often follow each other within microseconds: look around that long before going to sleep.
 constexpr int kSpins = 2000;
+constexpr int kAsideWorker = 1;
 
 template <typename Condition>
 bool SpinUntil(const Condition& condition) {
@@ -48,22 +51,62 @@ void* WorkerPool::ThreadMain(void* arg) {
 }
 
 void WorkerPool::WaitAndWork(int worker) {
-    for (unsigned seen = firstGeneration;; ++seen) {
-        const auto isNew = [&] { return generation.load() != seen; };
-        if (!SpinUntil(isNew)) {
+    unsigned seen = firstGeneration;
+    const auto isNew = [&] { return generation.load() != seen; };
+    const auto isAside = [&] { return worker == kAsideWorker && fAside.load(); };
+    const auto isWanted = [&] { return isNew() || isAside(); };
+    for (;;) {
+        if (!SpinUntil(isWanted)) {
             std::unique_lock<std::mutex> lock(mutex);
-            wake.wait(lock, isNew);
+            wake.wait(lock, isWanted);
+        }
+        if (isAside()) {
+            WorkAside();
+            const std::lock_guard<std::mutex> lock(mutex);
+            seen = generation.load();  // the loops meanwhile went without this worker
+            fAside = false;
+            done.notify_one();
+            continue;
         }
         {
             const std::lock_guard<std::mutex> lock(mutex);
             if (fEnd) return;
         }
+        ++seen;
         Work(worker);
         if (numBusy.fetch_sub(1) == 1) {
             const std::lock_guard<std::mutex> lock(mutex);
             done.notify_one();
         }
     }
+}
+
+void WorkerPool::WorkAside() {
+    try {
+        aside();
+    } catch (...) {
+        asideFailure = std::current_exception();
+    }
+}
+
+void WorkerPool::RunAside(std::function<void()> task) {
+    aside = std::move(task);
+    asideFailure = nullptr;
+    if (threads.empty()) return WorkAside();
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        fAside = true;
+    }
+    wake.notify_all();
+}
+
+void WorkerPool::AwaitAside() {
+    const auto isDone = [this] { return !fAside.load(); };
+    if (!SpinUntil(isDone)) {
+        std::unique_lock<std::mutex> lock(mutex);
+        done.wait(lock, isDone);
+    }
+    if (asideFailure) std::rethrow_exception(std::exchange(asideFailure, nullptr));
 }
 
 void WorkerPool::Work(int worker) {
@@ -84,7 +127,7 @@ void WorkerPool::RunLoop(Loop next) {
         loop = next;
         failure = nullptr;
         nextIndex.store(0);
-        numBusy.store(static_cast<int>(threads.size()));
+        numBusy.store(static_cast<int>(threads.size()) - (fAside ? 1 : 0));
         generation.fetch_add(1);
     }
     wake.notify_all();

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <exception>
+#include <functional>
 #include <mutex>
 #include <vector>
 
@@ -45,6 +46,12 @@ class WorkerPool {
         RunLoop({call, &task, count});
     }
 
+    // Runs the task on one worker while the others go on with loops; where there is no other, at
+    // once. AwaitAside returns when it is done and comes before the next RunAside; an exception of
+    // the task is thrown again there.
+    void RunAside(std::function<void()> task);
+    void AwaitAside();
+
   private:
     struct Loop {
         void (*call)(const void* context, int index, int worker) = nullptr;
@@ -56,6 +63,7 @@ class WorkerPool {
     void RunLoop(Loop next);
     void Work(int worker);
     void WaitAndWork(int worker);
+    void WorkAside();
 
     std::vector<pthread_t> threads;
     std::mutex mutex;
@@ -67,6 +75,9 @@ class WorkerPool {
     std::exception_ptr failure;
     bool fEnd = false;
     std::atomic<int> numArrived{0};
+    std::atomic<bool> fAside{false};  // the last worker has a task of its own, or is about to
+    std::function<void()> aside;
+    std::exception_ptr asideFailure;
     unsigned firstGeneration = 0;  // loops that were over before the latest threads came
 };
 

@@ -41,7 +41,7 @@ struct Multiplier {
 
 constexpr Multiplier kFirst = {2147483563, 40014, 53668, 12211};
 constexpr Multiplier kSecond = {2147483399, 40692, 52774, 3791};
-constexpr long kTableSize = 32;
+constexpr long kTableSize = GeneratorState::kTableSize;
 constexpr long kLargest = kFirst.modulus - 1;
 constexpr long kPerSlot = 1 + kLargest / kTableSize;
 constexpr double kScale = 1.0 / static_cast<double>(kFirst.modulus);
@@ -50,10 +50,8 @@ constexpr int kWarmUps = 8;
 // A start beyond this could leave the range of the table; every smaller one is used as it is.
 constexpr long kLargestStart = 1L << 34;
 
-std::mutex generatorMutex;  // guards everything below
-long secondWord = 123456789;
-long lastOutput = 0;
-long table[kTableSize] = {};
+std::mutex generatorMutex;  // guards the state
+GeneratorState generator;   // but for the word, which each caller has
 
 long StartWord(long seed) {
     const unsigned long magnitude = 0UL - static_cast<unsigned long>(seed);
@@ -62,32 +60,53 @@ long StartWord(long seed) {
     return start <= kLargestStart ? start : std::max(start % kFirst.modulus, 1L);
 }
 
-void Initialise(long* word) {
+void Initialise(GeneratorState& state, long* word) {
     *word = StartWord(*word);
-    secondWord = *word;
+    state.secondWord = *word;
     for (long j = kTableSize + kWarmUps - 1; j >= 0; --j) {
         *word = kFirst.Next(*word);
-        if (j < kTableSize) table[j] = *word;
+        if (j < kTableSize) state.table[j] = *word;
     }
-    lastOutput = table[0];
+    state.lastOutput = state.table[0];
 }
 
-double DrawUnlocked(long* word) {
-    if (*word <= 0) Initialise(word);
+double DrawUnlocked(GeneratorState& state, long* word) {
+    if (*word <= 0) Initialise(state, word);
     *word = kFirst.Next(*word);
-    secondWord = kSecond.Next(secondWord);
+    state.secondWord = kSecond.Next(state.secondWord);
     // Deliberately, the slot is not refreshed with *word: models depend on the fixed table.
-    lastOutput = table[lastOutput / kPerSlot] - secondWord;
-    if (lastOutput < 1) lastOutput += kLargest;
-    return std::min(kScale * static_cast<double>(lastOutput), kBelowOne);
+    state.lastOutput = state.table[state.lastOutput / kPerSlot] - state.secondWord;
+    if (state.lastOutput < 1) state.lastOutput += kLargest;
+    return std::min(kScale * static_cast<double>(state.lastOutput), kBelowOne);
 }
 
 }  // namespace
 
-Draws::Draws(long* seed) : lock(generatorMutex), word(seed) {}
+bool GeneratorState::operator==(const GeneratorState& other) const {
+    return word == other.word && secondWord == other.secondWord && lastOutput == other.lastOutput &&
+           std::equal(table, table + kTableSize, other.table);
+}
+
+Draws::Draws(long* seed) : lock(generatorMutex), state(generator), word(seed) {}
+
+GeneratorState Draws::StateNow(const long* seed) {
+    const std::lock_guard<std::mutex> lock(generatorMutex);
+    GeneratorState state = generator;
+    state.word = *seed;
+    return state;
+}
+
+bool Draws::Skip(long* seed, const GeneratorState& before, const GeneratorState& after) {
+    const std::lock_guard<std::mutex> lock(generatorMutex);
+    generator.word = *seed;
+    if (!(generator == before)) return false;
+    generator = after;
+    *seed = after.word;
+    return true;
+}
 
 int Draws::Index(int n) {
-    const int index = static_cast<int>(n * DrawUnlocked(word));
+    const int index = static_cast<int>(n * DrawUnlocked(state, word));
     return std::min(index, n - 1);
 }
 
@@ -95,26 +114,26 @@ int Draws::Index(int n) {
 // and the first word, on which nothing drawn depends, can make all its steps at once.
 void Draws::FisherYates(int n, int count, int* indexV) {
     int i = 0;
-    for (; i < count && !(kFirst.IsInRange(*word) && kSecond.IsInRange(secondWord)); ++i) {
+    for (; i < count && !(kFirst.IsInRange(*word) && kSecond.IsInRange(state.secondWord)); ++i) {
         indexV[i] = Index(n - i);
     }
     *word = kFirst.Jump(*word, count - i);
-    long second = secondWord;
-    long output = lastOutput;
+    long second = state.secondWord;
+    long output = state.lastOutput;
     for (; i < count; ++i) {
         second = kSecond.Product(second, kSecond.factor);
-        output = table[output / kPerSlot] - second;
+        output = state.table[output / kPerSlot] - second;
         output += output < 1 ? kLargest : 0;
         const double deviate = std::min(kScale * static_cast<double>(output), kBelowOne);
         indexV[i] = std::min(static_cast<int>((n - i) * deviate), n - i - 1);
     }
-    secondWord = second;
-    lastOutput = output;
+    state.secondWord = second;
+    state.lastOutput = output;
 }
 
 }  // namespace sylvora
 
 double ranz(long* idum) {
     const std::lock_guard<std::mutex> lock(sylvora::generatorMutex);
-    return sylvora::DrawUnlocked(idum);
+    return sylvora::DrawUnlocked(sylvora::generator, idum);
 }

@@ -7,10 +7,32 @@
 
 namespace sylvora {
 
+// All that the draws to come depend on.
+struct GeneratorState {
+    static constexpr int kTableSize = 32;
+
+    long word = 0;  // the caller's
+    long secondWord = 123456789;
+    long lastOutput = 0;
+    long table[kTableSize] = {};
+
+    bool operator==(const GeneratorState& other) const;
+};
+
 class Draws {
   public:
-    // `seed` is the caller's state word, as for ranz. Only one Draws lives at a time; others wait.
+    // `seed` is the caller's state word, as for ranz. Only one such Draws lives at a time; others
+    // wait.
     explicit Draws(long* seed);
+    // Draws from a state of the caller's own; the generator itself stays where it is.
+    explicit Draws(GeneratorState& own) : state(own), word(&own.word) {}
+
+    // The state of the generator with the caller's word.
+    static GeneratorState StateNow(const long* seed);
+    // Takes the generator from `before` to `after`; false, with nothing changed, where it is not
+    // at `before`.
+    [[nodiscard]] static bool Skip(long* seed, const GeneratorState& before,
+                                   const GeneratorState& after);
 
     // A uniform index into a pool of `n` items.
     int Index(int n);
@@ -19,7 +41,8 @@ class Draws {
     void FisherYates(int n, int count, int* indexV);
 
   private:
-    std::lock_guard<std::mutex> lock;
+    std::unique_lock<std::mutex> lock;
+    GeneratorState& state;
     long* word;
 };
 

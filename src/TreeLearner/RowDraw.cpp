@@ -1,0 +1,68 @@
+// The draw of a tree's rows; see RowDraw.h.
+#include "RowDraw.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <new>
+#include <numeric>
+#include <utility>
+
+#include "../god/Truncation.h"
+
+namespace sylvora {
+
+int ShareOf(int count, double share) {
+    return std::clamp(Truncate<int>(count * share), 0, std::max(count, 0));
+}
+
+std::unique_ptr<int[]> RowArray(int count) {
+    return std::unique_ptr<int[]>(new (std::nothrow) int[static_cast<size_t>(count)]);
+}
+
+RowDraw RowDraw::PerTree(const TreeLearner& learner) {
+    return {learner.sampleSize, ShareOf(learner.sampleSize, learner.valSmpRt),
+            learner.fHomoWgt == 1 ? nullptr : learner.numPairDistinctQueV};
+}
+
+// drawnV first holds the draws themselves, so that the pool can be fetched ahead of them.
+int RowDraw::Run(Draws& draws, int* pool, int* drawnV) const {
+    std::iota(pool, pool + numRows, 0);
+    draws.FisherYates(numRows, target, drawnV);
+    constexpr int kAhead = 24;
+    int count = 0;
+    for (int i = 0; i < target; ++i) {
+        __builtin_prefetch(pool + drawnV[std::min(i + kAhead, target - 1)]);
+        int& drawn = pool[drawnV[i]];
+        if (weightV == nullptr || weightV[drawn] > 0) drawnV[count++] = drawn;
+        std::swap(drawn, pool[numRows - i - 1]);
+    }
+    return count;
+}
+
+// The task throws nothing.
+RowsAhead::~RowsAhead() {
+    pool.AwaitAside();
+}
+
+void RowsAhead::Start(const long* seed) {
+    before = Draws::StateNow(seed);
+    rowV = RowArray(draw.target);
+    if (!poolV) poolV = RowArray(draw.numRows);
+    if (!rowV || !poolV) return rowV.reset();
+    pool.RunAside([this] {
+        after = before;
+        Draws draws(after);
+        numDrawn = draw.Run(draws, poolV.get(), rowV.get());
+    });
+}
+
+bool RowsAhead::Take(long* seed, std::unique_ptr<int[]>& drawnV, int& count) {
+    pool.AwaitAside();
+    std::unique_ptr<int[]> taken = std::move(rowV);
+    if (!taken || !Draws::Skip(seed, before, after)) return false;
+    drawnV = std::move(taken);
+    count = numDrawn;
+    return true;
+}
+
+}  // namespace sylvora

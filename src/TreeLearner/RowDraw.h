@@ -1,0 +1,61 @@
+// The draw of a tree's rows, made ahead of its time where a worker is free for it.
+#ifndef SYLVORA_TREELEARNER_ROWDRAW_H
+#define SYLVORA_TREELEARNER_ROWDRAW_H
+
+#include <memory>
+
+#include "../TreeLearner.h"
+#include "../engine/WorkerPool.h"
+#include "../god/RandomGenerator.h"
+
+namespace sylvora {
+
+// trunc(count * share), kept inside [0, count] for shares that no validation has seen.
+int ShareOf(int count, double share);
+
+// Room for `count` row numbers, or null.
+std::unique_ptr<int[]> RowArray(int count);
+
+// A partial Fisher-Yates draw of `target` of `numRows` rows. Rows of weight 0 are drawn like any
+// other and then left out, so that weights do not change which rows the draws hit.
+struct RowDraw {
+    int numRows;
+    int target;
+    const int* weightV;  // null: all weights are 1
+
+    static RowDraw PerTree(const TreeLearner& learner);
+
+    // Writes the rows to drawnV (room for target) and returns their number; `pool` is room for
+    // numRows.
+    int Run(Draws& draws, int* pool, int* drawnV) const;
+};
+
+// Draws the rows of the next tree while the last one is still being finished. Nothing depends on
+// it: if the generator is not where it was expected when the rows are asked for, they are drawn
+// anew.
+class RowsAhead {
+  public:
+    RowsAhead(engine::WorkerPool& workers, const RowDraw& rowDraw) : pool(workers), draw(rowDraw) {}
+    ~RowsAhead();
+    RowsAhead(const RowsAhead&) = delete;
+    RowsAhead& operator=(const RowsAhead&) = delete;
+
+    // Draws with a copy of the generator's state on a worker aside. Not while an earlier draw has
+    // not been taken.
+    void Start(const long* seed);
+
+    // Gives out what was drawn and moves the generator on; false, with nothing changed, where
+    // nothing fitting was drawn.
+    [[nodiscard]] bool Take(long* seed, std::unique_ptr<int[]>& drawnV, int& count);
+
+  private:
+    engine::WorkerPool& pool;
+    const RowDraw draw;
+    GeneratorState before, after;
+    std::unique_ptr<int[]> poolV, rowV;
+    int numDrawn = 0;
+};
+
+}  // namespace sylvora
+
+#endif  // SYLVORA_TREELEARNER_ROWDRAW_H
