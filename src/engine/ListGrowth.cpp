@@ -9,7 +9,7 @@
 #include <numeric>
 #include <utility>
 
-#include "../god/RandomGenerator.h"
+#include "ColumnDraws.h"
 
 namespace sylvora {
 namespace engine {
@@ -94,6 +94,10 @@ void ListGrowth::TakeRows(const int* indexV, int num) {
     rowV.assign(indexV, indexV + num);
     toV.resize(rowV.size());
     lists.Take(indexV, num, pool);
+    // Where the last tree was given up halfway, counts were left in them.
+    for (const auto& worker : workerV) worker->facts.classCountV.clear();
+    for (const auto& worker : workerV) worker->scratch.classCountV.clear();
+    team->facts.classCountV.clear();
 }
 
 // Nodes are taken in batches of as many as the leaf limit may still allow to be split, so that no
@@ -106,7 +110,7 @@ void ListGrowth::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
         const size_t numBatch = limits.fForest ? numLeft : std::min(numLeft, allowed);
         OpenNode* batch = &levelV[numDone];
         numDone += numBatch;
-        DrawColumns(numBatch, seed);
+        drawnV = DrawColumns(lists.Data().numColumns, limits.numSelFea, numBatch, seed);
         SplitBatch(batch, numBatch);
         for (size_t b = 0; b < numBatch; ++b) {
             if (batch[b].split.column < 0) continue;
@@ -116,31 +120,6 @@ void ListGrowth::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
             // The limit is reached: what waits, here and in the next level, stays a leaf.
             nextV.clear();
             return;
-        }
-    }
-}
-
-// A partial Fisher-Yates draw for each node. The swaps are taken back afterwards, which leaves the
-// pool in order for the next node.
-void ListGrowth::DrawColumns(size_t numNodes, long* seed) {
-    const int numColumns = lists.Data().numColumns;
-    const int numDrawn = std::min(limits.numSelFea, numColumns);
-    drawnV.resize(numNodes * static_cast<size_t>(numDrawn));
-    std::vector<int> poolV(static_cast<size_t>(numColumns));
-    std::vector<int> placeV(static_cast<size_t>(numDrawn));
-    std::iota(poolV.begin(), poolV.end(), 0);
-    Draws draws(seed);
-    int* drawn = drawnV.data();
-    for (size_t node = 0; node < numNodes; ++node) {
-        draws.FisherYates(numColumns, numDrawn, placeV.data());
-        int* const last = poolV.data() + numColumns - 1;
-        for (int i = 0; i < numDrawn; ++i) {
-            int& taken = poolV[static_cast<size_t>(placeV[static_cast<size_t>(i)])];
-            *drawn++ = taken;
-            std::swap(taken, last[-i]);
-        }
-        for (int i = numDrawn - 1; i >= 0; --i) {
-            std::swap(poolV[static_cast<size_t>(placeV[static_cast<size_t>(i)])], last[-i]);
         }
     }
 }

@@ -38,7 +38,6 @@ class ListGrowth {
 
     void TakeRows(const int* indexV, int num);
     void GrowLevel(std::vector<OpenNode>& levelV, long* seed, std::vector<OpenNode>& nextV);
-    void DrawColumns(size_t numNodes, long* seed);
     void SplitBatch(OpenNode* batch, size_t numBatch);
     void SplitNode(OpenNode& open, const int* columnV, Worker& worker);
     Decision FindCut(const GrownNode& node, const NodeLists& nodeLists, Worker& worker);

@@ -13,7 +13,7 @@
 #include <numeric>
 #include <utility>
 
-#include "../god/RandomGenerator.h"
+#include "ColumnDraws.h"
 
 namespace sylvora {
 namespace engine {
@@ -232,18 +232,12 @@ void RegressionGrowth::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
 }
 
 void RegressionGrowth::DrawColumns(OpenNode* batch, size_t numBatch, long* seed) {
-    const int numColumns = data.NumColumns();
-    std::vector<int> poolV(static_cast<size_t>(numColumns));
-    Draws draws(seed);
-    for (size_t b = 0; b < numBatch; ++b) {
-        std::iota(poolV.begin(), poolV.end(), 0);
-        batch[b].columnV.clear();
-        for (int i = 0; i < std::min(limits.numSelFea, numColumns); ++i) {
-            const int n = numColumns - i;
-            int& drawn = poolV[static_cast<size_t>(draws.Index(n))];
-            batch[b].columnV.push_back(drawn);
-            std::swap(drawn, poolV[static_cast<size_t>(n - 1)]);
-        }
+    const std::vector<int> drawnV =
+        engine::DrawColumns(data.NumColumns(), limits.numSelFea, numBatch, seed);
+    const int* drawn = drawnV.data();
+    const size_t numDrawn = drawnV.size() / numBatch;
+    for (size_t b = 0; b < numBatch; ++b, drawn += numDrawn) {
+        batch[b].columnV.assign(drawn, drawn + numDrawn);
     }
 }
 
