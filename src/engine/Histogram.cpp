@@ -11,12 +11,20 @@ namespace engine {
 namespace {
 
 constexpr int kBlockRows = 8192;
-// Tile columns lie this far apart: not a power of two, or they would share cache sets.
-constexpr size_t kTileStride = kBlockRows + 32;
-constexpr int kPadRows = 8;          // up to a word of the narrowest codes
-constexpr size_t kTogether = 2;      // columns to which a row is added at once
-constexpr int kMostOddCells = 1024;  // more would not stay in the nearest cache
-constexpr int kAhead = 48;           // rows whose codes are fetched in advance
+constexpr size_t kMostTileCodes = size_t{1} << 26;  // of a block, where that leaves it a few rows
+constexpr int kPadRows = 8;                         // up to a word of the narrowest codes
+constexpr size_t kTogether = 2;                     // columns to which a row is added at once
+constexpr int kMostOddCells = 1024;                 // more would not stay in the nearest cache
+constexpr int kAhead = 48;                          // rows whose codes are fetched in advance
+
+// The rows of a block, a multiple of eight: no more than there are, and few if they are very wide.
+int ChooseBlockRows(const Columns& data) {
+    constexpr size_t kFewRows = 64;
+    const size_t width = std::max(data.NarrowRows().stride + data.WideRows().stride, size_t{1});
+    const size_t mostRows = std::max(kMostTileCodes / width / 8 * 8, kFewRows);
+    const int numRows = (std::min(data.NumRows(), kBlockRows) + 7) / 8 * 8;
+    return static_cast<int>(std::min(static_cast<size_t>(numRows), mostRows));
+}
 
 inline void AddCell(Cell* target, __m128i cell) {
     __m128i* at = reinterpret_cast<__m128i*>(target);
@@ -74,7 +82,7 @@ void AddTogether(const Cell* cells, int count, const TileColumn<Code>* columns) 
 }
 
 // Turns eight rows of eight 16-bit codes into eight columns of eight.
-void Transpose8x8(const uint16_t* const* rows, size_t from, uint16_t* tile, size_t at) {
+void Transpose8x8(const uint16_t* const* rows, size_t from, uint16_t* tile, size_t tileStride) {
     __m128i r[8], s[8];
     for (int i = 0; i < 8; ++i) {
         r[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[i] + from));
@@ -95,7 +103,7 @@ void Transpose8x8(const uint16_t* const* rows, size_t from, uint16_t* tile, size
             const __m128i b = r[i + half + 2];
             const size_t column = from + static_cast<size_t>(i + 2 * half);
             const auto store = [&](size_t c, __m128i codes) {
-                _mm_storeu_si128(reinterpret_cast<__m128i*>(tile + c * kTileStride + at), codes);
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(tile + c * tileStride), codes);
             };
             store(column, _mm_unpacklo_epi16(a, b));
             store(column + 1, _mm_unpackhi_epi16(a, b));
@@ -104,7 +112,7 @@ void Transpose8x8(const uint16_t* const* rows, size_t from, uint16_t* tile, size
 }
 
 // Eight rows of sixteen 8-bit codes into sixteen columns of eight.
-void Transpose8x16(const uint8_t* const* rows, size_t from, uint8_t* tile, size_t at) {
+void Transpose8x16(const uint8_t* const* rows, size_t from, uint8_t* tile, size_t tileStride) {
     __m128i r[8], s[8];
     for (int i = 0; i < 8; ++i) {
         r[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[i] + from));
@@ -123,30 +131,31 @@ void Transpose8x16(const uint8_t* const* rows, size_t from, uint8_t* tile, size_
                                   _mm_unpacklo_epi8(hi0, hi1), _mm_unpackhi_epi8(hi0, hi1)};
         for (size_t p = 0; p < 4; ++p) {
             const size_t column = from + static_cast<size_t>(half) * 8 + 2 * p;
-            _mm_storel_epi64(reinterpret_cast<__m128i*>(tile + column * kTileStride + at),
-                             quads[p]);
-            _mm_storel_epi64(reinterpret_cast<__m128i*>(tile + (column + 1) * kTileStride + at),
+            _mm_storel_epi64(reinterpret_cast<__m128i*>(tile + column * tileStride), quads[p]);
+            _mm_storel_epi64(reinterpret_cast<__m128i*>(tile + (column + 1) * tileStride),
                              _mm_unpackhi_epi64(quads[p], quads[p]));
         }
     }
 }
 
-void TransposeEight(const uint16_t* const* rows, size_t stride, uint16_t* tile, size_t at) {
-    for (size_t from = 0; from < stride; from += 8) Transpose8x8(rows, from, tile, at);
+void TransposeEight(const uint16_t* const* rows, size_t stride, uint16_t* tile, size_t tileStride) {
+    for (size_t from = 0; from < stride; from += 8) Transpose8x8(rows, from, tile, tileStride);
 }
 
-void TransposeEight(const uint8_t* const* rows, size_t stride, uint8_t* tile, size_t at) {
-    for (size_t from = 0; from < stride; from += 16) Transpose8x16(rows, from, tile, at);
+void TransposeEight(const uint8_t* const* rows, size_t stride, uint8_t* tile, size_t tileStride) {
+    for (size_t from = 0; from < stride; from += 16) Transpose8x16(rows, from, tile, tileStride);
 }
 
 }  // namespace
 
 HistogramFiller::HistogramFiller(const Columns& columns)
     : data(columns),
-      cellV(kBlockRows + kPadRows),
+      blockRows(ChooseBlockRows(data)),
+      tileStride(static_cast<size_t>(blockRows) + 32),
+      cellV(static_cast<size_t>(blockRows + kPadRows)),
       oddV(kTogether * kMostOddCells),
-      narrowTile(data.NarrowRows().stride * kTileStride),
-      wideTile(data.WideRows().stride * kTileStride) {}
+      narrowTile(data.NarrowRows().stride * tileStride),
+      wideTile(data.WideRows().stride * tileStride) {}
 
 template <typename Code>
 void HistogramFiller::Transpose(const RowCodes<Code>& codes, const int* rowV, int count,
@@ -159,14 +168,14 @@ void HistogramFiller::Transpose(const RowCodes<Code>& codes, const int* rowV, in
             if (ahead < count) __builtin_prefetch(codes.Row(rowV[ahead]));
             rows[j] = codes.Row(rowV[std::min(i + j, count - 1)]);
         }
-        TransposeEight(rows, codes.stride, tile, static_cast<size_t>(i));
+        TransposeEight(rows, codes.stride, tile + i, tileStride);
     }
 }
 
 void HistogramFiller::Add(const RowSlice& rows, const FixedPoint& fixed,
                           const std::vector<int>& columns, Histogram& histogram) {
-    for (int begin = 0; begin < rows.count; begin += kBlockRows) {
-        const int count = std::min(kBlockRows, rows.count - begin);
+    for (int begin = 0; begin < rows.count; begin += blockRows) {
+        const int count = std::min(blockRows, rows.count - begin);
         fixed.ToCells(rows.gradV + begin, rows.weightV != nullptr ? rows.weightV + begin : nullptr,
                       count, cellV.data());
         Transpose(data.NarrowRows(), rows.rowV + begin, count, narrowTile.data());
@@ -193,7 +202,7 @@ void HistogramFiller::AddColumns(int count, const std::vector<int>& columns, con
             const Column& column = data.At(columns[j + k]);
             Cell* cells = histogram.cellV.data() + column.firstCell;
             const bool fOdd = histogram.NumBins(column) <= kMostOddCells;
-            columnV[k] = {tile + static_cast<size_t>(column.place) * kTileStride, cells,
+            columnV[k] = {tile + static_cast<size_t>(column.place) * tileStride, cells,
                           fOdd ? oddV.data() + k * kMostOddCells : cells,
                           column.fExact ? 0 : histogram.shift};
         }

@@ -70,6 +70,9 @@ class HistogramFiller {
                     Histogram& histogram);
 
     const Columns& data;
+    const int blockRows;      // rows of a block
+    const size_t tileStride;  // from one column of a tile to the next: not a power of two, or they
+                              // would share cache sets
     std::vector<Cell> cellV;  // of the block's rows
     std::vector<Cell> oddV;   // zeros; the columns at hand count rows at odd places here
     std::vector<uint8_t> narrowTile;
