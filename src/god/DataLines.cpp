@@ -1,5 +1,9 @@
-// The readers of data lines (see god.h for the grammar). One loop over tokens serves the sparse and
-// the dense form; they differ in where a value goes and in what ends the line.
+// The readers of data lines (see god.h for the grammar). One loop over tokens serves all of them;
+// they differ in where a value goes, in what ends the line and in whether a fault is reported.
+#include "DataLines.h"
+
+#include <emmintrin.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <string>
@@ -12,92 +16,234 @@
 namespace {
 
 using sylvora::Fail;
+using sylvora::LineHead;
 using sylvora::ParseNumber;
 
 constexpr double kMissing = -2147483648.0;
 constexpr size_t kShortestToken = 3;  // anything shorter ends the line
+constexpr long kMostDigits = 9;       // of an id that cannot leave the range
+
+bool IsSpace(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+bool IsDigit(char c) {
+    return c >= '0' && c <= '9';
+}
 
 class Tokens {
   public:
-    explicit Tokens(std::string_view text) : rest(text) {}
+    explicit Tokens(std::string_view text) : at(text.data()), end(at + text.size()) {}
 
     // The next token, empty at the end of the line.
     std::string_view Next() {
-        size_t begin = 0;
-        while (begin < rest.size() && IsSpace(rest[begin])) ++begin;
-        size_t end = begin;
-        while (end < rest.size() && !IsSpace(rest[end])) ++end;
-        const std::string_view token = rest.substr(begin, end - begin);
-        rest.remove_prefix(end);
-        return token;
+        SkipSpaces();
+        const char* begin = at;
+        while (at != end && !IsSpace(*at)) ++at;
+        return {begin, static_cast<size_t>(at - begin)};
+    }
+
+    // Takes the next token if it is a pair as nearly all are: an id of a few digits, and a value
+    // that the conversion reads without doubts about its syntax. False leaves the token to Next.
+    template <typename Value>
+    bool TakePlainPair(int& id, Value& value) {
+        const char* const colon = PlainId(id);
+        if (colon == nullptr) return false;
+        double number = 0.0;
+        const char* const behind = sylvora::ConvertPlainReal(colon + 1, end, number);
+        if (behind == nullptr || (behind != end && !IsSpace(*behind))) return false;
+        value = static_cast<Value>(number);
+        at = behind;
+        return true;
+    }
+
+    // The same for the id alone; what is behind the colon may be anything but nothing at all.
+    bool TakePlainId(int& id) {
+        const char* const colon = PlainId(id);
+        if (colon == nullptr || colon + 1 == end || IsSpace(colon[1])) return false;
+        at = colon + 1;
+        while (at != end && !IsSpace(*at)) ++at;
+        return true;
     }
 
   private:
-    static bool IsSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
-    std::string_view rest;
+    void SkipSpaces() {
+        while (at != end && IsSpace(*at)) ++at;
+    }
+
+    // The colon behind an id of digits alone that cannot leave the range; null without one.
+    const char* PlainId(int& id) {
+        SkipSpaces();
+        const char* const last = at + std::min<long>(end - at, kMostDigits);
+        const char* p = at;
+        int number = 0;
+        for (; p != last && IsDigit(*p); ++p) number = number * 10 + (*p - '0');
+        if (p == at || p == end || *p != ':') return nullptr;
+        id = number;
+        return p;
+    }
+
+    const char* at;
+    const char* end;
 };
 
+// Complains on standard error, or not at all.
+struct Loud {
+    template <typename... Piece>
+    int operator()(const Piece&... pieces) const {
+        return Fail(pieces...);
+    }
+};
+struct Silent {
+    template <typename... Piece>
+    int operator()(const Piece&...) const {
+        return -1;
+    }
+};
+
+bool IsQueryId(std::string_view idText) {
+    return idText == "qid" || idText == "QID";
+}
+
+// Reads a token that is no plain pair: 1 for a pair, 0 for a query id, -1 for a fault.
+template <typename Value, typename Complain>
+int ReadToken(std::string_view token, LineHead& head, int& id, Value& value, Complain complain) {
+    const size_t colon = token.find(':');
+    if (colon == std::string_view::npos) return complain("ERROR: wrong feature format!\n");
+    const std::string_view idText = token.substr(0, colon);
+    const std::string_view valueText = token.substr(colon + 1);
+    if (IsQueryId(idText)) {
+        head.queryId = valueText;
+        return 0;
+    }
+    if (!ParseNumber(valueText, value)) {
+        return complain("ERROR: feature value is not a digit: \"", valueText, "\"!\n");
+    }
+    if (!ParseNumber(idText, id)) {
+        return complain("ERROR: feature id is not an integer: \"", idText, "\"!\n");
+    }
+    return 1;
+}
+
 // Reads label, query id and at most `dim` pairs; store(id, count, value) places a pair and returns
-// a status. `count` receives the number of pairs.
-template <typename Value, typename Store>
-int ReadPairs(std::string_view line, int dim, int& count, std::string& label, std::string& qid,
-              Store store) {
+// a status.
+template <typename Value, typename Complain, typename Store>
+int ReadPairs(std::string_view line, int dim, LineHead& head, Complain complain, Store store) {
     Tokens tokens(line);
-    label.assign(tokens.Next());
-    qid.clear();
-    count = 0;
+    head = {tokens.Next(), {}, 0};
     for (;;) {
-        const std::string_view token = tokens.Next();
-        if (token.size() < kShortestToken) return 0;
-        const size_t colon = token.find(':');
-        if (colon == std::string_view::npos) return Fail("ERROR: wrong feature format!\n");
-        const std::string_view idText = token.substr(0, colon);
-        const std::string_view valueText = token.substr(colon + 1);
-        if (idText == "qid" || idText == "QID") {
-            qid.assign(valueText);
-            continue;
-        }
-        Value value{};
-        if (!ParseNumber(valueText, value)) {
-            return Fail("ERROR: feature value is not a digit: \"", valueText, "\"!\n");
-        }
         int id = 0;
-        if (!ParseNumber(idText, id)) {
-            return Fail("ERROR: feature id is not an integer: \"", idText, "\"!\n");
+        Value value{};
+        if (!tokens.TakePlainPair(id, value)) {
+            const std::string_view token = tokens.Next();
+            if (token.size() < kShortestToken) return 0;
+            const int read = ReadToken(token, head, id, value, complain);
+            if (read < 0) return -1;
+            if (read == 0) continue;
         }
-        if (store(id, count, value) != 0) return -1;
-        if (++count == dim) return 0;
+        if (store(id, head.numPairs, value) != 0) return -1;
+        if (++head.numPairs == dim) return 0;
     }
 }
 
-template <typename Value>
-int ReadDense(std::string_view line, int dim, Value* row, std::string& label, std::string& qid) {
-    int count = 0;
-    const auto byPosition = [row, dim](int, int position, Value value) {
-        if (position < dim) row[position] = value;
-        return 0;
-    };
-    if (ReadPairs<Value>(line, dim, count, label, qid, byPosition) != 0) return -1;
-    if (count < dim) return Fail("ERROR: Imcomplete feature line for dense data!\n");
-    return 0;
-}
-
-}  // namespace
-
-int read_sparse_line(const std::string& lineinfo, int dim, double*& dline, int& nCount,
-                     std::string& labelstr, std::string& qidStr, bool fsparseData) {
-    std::fill(dline, dline + std::max(dim, 0), kMissing);
-    const auto byId = [row = dline, dim, fsparseData](int id, int, double value) {
-        if (!fsparseData) return 0;
+// Reads a line into a row by ids; without fStore, its pairs are only checked and counted.
+template <typename Complain>
+int ReadSparse(std::string_view line, int dim, double* row, bool fStore, LineHead& head) {
+    std::fill(row, row + std::max(dim, 0), kMissing);
+    const auto byId = [row, dim, fStore](int id, int, double value) {
+        if (!fStore) return 0;
         if (id < 1 || id > dim) {
-            return Fail("ERROR: Illegal feature id: \"", id, "\", which is supposed to be in [1, ",
-                        dim, "]\n");
+            return Complain()("ERROR: Illegal feature id: \"", id,
+                              "\", which is supposed to be in [1, ", dim, "]\n");
         }
         row[id - 1] = value;
         return 0;
     };
-    return sylvora::Guarded(
-        [&] { return ReadPairs<double>(lineinfo, dim, nCount, labelstr, qidStr, byId); });
+    return ReadPairs<double>(line, dim, head, Complain(), byId);
+}
+
+template <typename Value>
+int ReadDense(std::string_view line, int dim, Value* row, std::string& label, std::string& qid) {
+    const auto byPosition = [row, dim](int, int position, Value value) {
+        if (position < dim) row[position] = value;
+        return 0;
+    };
+    LineHead head;
+    const int status = ReadPairs<Value>(line, dim, head, Loud(), byPosition);
+    label = head.label;
+    qid = head.queryId;
+    if (status != 0) return -1;
+    if (head.numPairs < dim) return Fail("ERROR: Imcomplete feature line for dense data!\n");
+    return 0;
+}
+
+// Whether a colon behind `before` may end an id above `largest`; false for the digits of a smaller
+// one and for the mark of a query id.
+bool MayBeLarger(std::string_view before, int largest) {
+    const char* const begin = before.data();
+    const char* const colon = begin + before.size();
+    const char* p = colon;
+    int id = 0;
+    for (int unit = 1; p != begin && IsDigit(p[-1]) && colon - p < kMostDigits; unit *= 10) {
+        id += unit * (*--p - '0');
+    }
+    if (p == begin) return true;
+    if (p != colon) return !IsSpace(p[-1]) || id > largest;
+    return colon - begin <= 3 || !IsSpace(colon[-4]) || !IsQueryId({colon - 3, 3});
+}
+
+}  // namespace
+
+int sylvora::ParseSparseLine(std::string_view line, int dim, double* row, LineHead& head) {
+    return ReadSparse<Silent>(line, dim, row, true, head);
+}
+
+// Nearly all lines are told by the digits before their colons.
+bool sylvora::MayHaveLargerId(std::string_view line, int largest) {
+    constexpr size_t kBlock = sizeof(__m128i);
+    const __m128i colons = _mm_set1_epi8(':');
+    size_t at = 0;
+    for (; at + kBlock <= line.size(); at += kBlock) {
+        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(line.data() + at));
+        const int mask = _mm_movemask_epi8(_mm_cmpeq_epi8(block, colons));
+        for (unsigned rest = static_cast<unsigned>(mask); rest != 0; rest &= rest - 1) {
+            const size_t colon = at + static_cast<size_t>(__builtin_ctz(rest));
+            if (MayBeLarger(line.substr(0, colon), largest)) return true;
+        }
+    }
+    for (; at < line.size(); ++at) {
+        if (line[at] == ':' && MayBeLarger(line.substr(0, at), largest)) return true;
+    }
+    return false;
+}
+
+int sylvora::LargestFeatureId(std::string_view line) {
+    Tokens tokens(line);
+    tokens.Next();  // the label
+    int largest = 0;
+    for (;;) {
+        int id = 0;
+        if (!tokens.TakePlainId(id)) {
+            const std::string_view token = tokens.Next();
+            const std::string_view idText = token.substr(0, token.find(':'));
+            if (token.size() < kShortestToken || idText.size() == token.size()) return largest;
+            if (IsQueryId(idText)) continue;
+            if (!ParseNumber(idText, id)) return largest;
+        }
+        largest = std::max(largest, id);
+    }
+}
+
+int read_sparse_line(const std::string& lineinfo, int dim, double*& dline, int& nCount,
+                     std::string& labelstr, std::string& qidStr, bool fsparseData) {
+    return sylvora::Guarded([&] {
+        LineHead head;
+        const int status = ReadSparse<Loud>(lineinfo, dim, dline, fsparseData, head);
+        nCount = head.numPairs;
+        labelstr = head.label;
+        qidStr = head.queryId;
+        return status;
+    });
 }
 
 int read_dense_line(const std::string& lineinfo, int dim, float*& dline, std::string& labelstr,

@@ -3,8 +3,12 @@
 
 #include <locale.h>
 
+#include <algorithm>
 #include <charconv>
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 #include "../god.h"
@@ -14,6 +18,79 @@ namespace {
 
 bool IsDigit(char c) {
     return c >= '0' && c <= '9';
+}
+
+constexpr std::uint64_t kEachByte = 0x0101010101010101;
+constexpr int kWord = 8;  // bytes
+
+// The next eight characters less '0' each, the first in the lowest byte; after the end, zero bytes.
+std::uint64_t LoadCharacters(const char* p, const char* last) {
+    std::uint64_t word = 0;
+    if (last - p >= kWord) {
+        std::memcpy(&word, p, kWord);
+    } else {
+        std::memcpy(&word, p, static_cast<size_t>(last - p));
+    }
+    return word ^ ('0' * kEachByte);
+}
+
+// How many of them are digits before the first that is none. Adding 0x76 sets the highest bit of
+// what is above 9; what it carries into later bytes does not matter.
+int LeadingDigits(std::uint64_t word) {
+    const std::uint64_t others = (word | (word + 0x76 * kEachByte)) & (0x80 * kEachByte);
+    return others == 0 ? kWord : __builtin_ctzll(others) / 8;
+}
+
+// The number that the first `count` of them are, 0 for none: neighbours are joined three times.
+std::uint64_t Join(std::uint64_t word, int count) {
+    const int half = 4 * (kWord - count);  // a shift by 64 bits is not defined
+    word = word << half << half;
+    word = (word * 10 + (word >> 8)) & 0x00FF00FF00FF00FF;
+    word = (word * 100 + (word >> 16)) & 0x0000FFFF0000FFFF;
+    return (word * 10000 + (word >> 32)) & 0xFFFFFFFF;
+}
+
+constexpr std::uint64_t kPowers[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000};
+constexpr double kScales[] = {1e0, 1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7, 1e8,
+                              1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15, 1e16};
+constexpr double kSigns[] = {1.0, -1.0};  // signs are as good as random: no branch
+constexpr long kMostDigits = 19;          // no 64 bits are too few for them
+constexpr std::uint64_t kExact = std::uint64_t{1} << 53;
+
+// Converts a number without an exponent whose digits are few enough for a double to hold them as
+// an integer: its quotient by a power of ten that is exact too is then the nearest double (Clinger,
+// "How to read floating point numbers accurately", 1990). Returns its end; null for other numbers.
+// The text begins with a digit, or with a minus and a digit.
+const char* ConvertFewDigits(const char* first, const char* last, double& result) {
+    const int fMinus = *first == '-' ? 1 : 0;
+    const char* p = first + fMinus;
+    std::uint64_t digits = 0;
+    const char* const lastWhole = p + std::min(last - p, kMostDigits);
+    for (; p != lastWhole && IsDigit(*p); ++p) {
+        digits = digits * 10 + static_cast<std::uint64_t>(*p - '0');
+    }
+    int numFraction = 0;
+    const long numWhole = p - first - fMinus;
+    if (p != last && *p == '.') {
+        ++p;
+        std::uint64_t word = LoadCharacters(p, last);
+        int count = LeadingDigits(word);
+        if (count == kWord) {
+            digits = digits * kPowers[kWord] + Join(word, kWord);
+            p += kWord;
+            numFraction = kWord;
+            word = LoadCharacters(p, last);
+            count = LeadingDigits(word);
+        }
+        digits = digits * kPowers[count] + Join(word, count);
+        p += count;
+        numFraction += count;
+    }
+    const bool fMore = p != last && (IsDigit(*p) || *p == '.' || *p == 'e' || *p == 'E');
+    if (fMore || numWhole + numFraction > kMostDigits || digits > kExact) return nullptr;
+    result = static_cast<double>(static_cast<std::int64_t>(digits)) / kScales[numFraction] *
+             kSigns[fMinus];
+    return p;
 }
 
 // One scan for all forms; `maxPoints` is 0 for integers, 1 for reals.
@@ -56,7 +133,23 @@ double ConvertReal(std::string_view text) {
 
 }  // namespace
 
+// A digit in front keeps from_chars from all that the strict syntax forbids: names, a leading
+// point, hexadecimal.
+const char* ConvertPlainReal(const char* first, const char* last, double& result) {
+    const char* digit = first != last && *first == '-' ? first + 1 : first;
+    if (digit == last || !IsDigit(*digit)) return nullptr;
+    if (const char* end = ConvertFewDigits(first, last, result)) return end;
+    const auto end = std::from_chars(first, last, result);
+    return end.ec == std::errc() ? end.ptr : nullptr;
+}
+
 bool ParseNumber(std::string_view text, double& result) {
+    double value = 0.0;
+    const char* const last = text.data() + text.size();
+    if (ConvertPlainReal(text.data(), last, value) == last && !text.empty()) {
+        result = value;
+        return true;
+    }
     if (text.empty() || !HasNumberSyntax(text, 1)) return false;
     result = ConvertReal(text);
     return true;

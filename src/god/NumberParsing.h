@@ -12,6 +12,11 @@ namespace sylvora {
 [[nodiscard]] bool ParseNumber(std::string_view text, float& result);
 [[nodiscard]] bool ParseNumber(std::string_view text, int& result);
 
+// Converts the number at the start of the text from `first` to `last` and returns its end, or null
+// if it is none of the usual: one that begins with a digit, or with a minus and a digit, and is in
+// the range of a double. What it takes has the strict syntax, whatever follows.
+[[nodiscard]] const char* ConvertPlainReal(const char* first, const char* last, double& result);
+
 }  // namespace sylvora
 
 #endif  // SYLVORA_GOD_NUMBERPARSING_H

@@ -2,13 +2,18 @@
 // strtol.
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <random>
 #include <regex>
 #include <string>
+#include <vector>
 
 #include "god.h"
+#include "god/NumberParsing.h"
 
 namespace {
 
@@ -60,15 +65,106 @@ TEST(NumberParsing, AgreesWithAGrammarOnAllShortTexts) {
     }
 }
 
-// Rounding, subnormals and overflow: any exponent, any number of digits.
-TEST(NumberParsing, RoundsAsStrtodDoes) {
-    std::mt19937 random(1);
-    for (int i = 0; i < 20000; ++i) {
-        std::string text = random() % 2 != 0 ? "-0." : "9.";
-        for (auto numDigits = random() % 40; numDigits > 0; --numDigits) {
-            text += static_cast<char>('0' + random() % 10);
+// Makes texts that are numbers, for a comparison with strtod bit by bit.
+class RandomNumbers {
+  public:
+    // Any number of digits on both sides of a point, few more often; sometimes an exponent.
+    std::string Digits() {
+        std::string text = Below(2) != 0 ? "-" : "";
+        text += Run(1 + Length());
+        if (Below(4) != 0) text += "." + Run(Length());
+        if (Below(4) == 0) text += "e" + std::to_string(static_cast<int>(Below(700)) - 350);
+        return text;
+    }
+
+    // What data files hold: a double of any size, written with 1 to 17 digits.
+    std::string Written() {
+        char text[64];
+        const char* const forms[] = {"%.*g", "%.*e", "%.*f"};
+        const double value = Below(4) == 0 ? AnyDouble() : static_cast<double>(random()) / 4e9;
+        const int numDigits = static_cast<int>(1 + Below(17));
+        const char* const form = forms[std::fabs(value) < 1e9 ? Below(3) : Below(2)];
+        std::snprintf(text, sizeof text, form, numDigits, value);
+        return text;
+    }
+
+    // The middle between two neighbours, to its last digit, or a hair from it.
+    std::string Halfway() {
+        const double low = std::fabs(AnyDouble());
+        const long double step = std::nextafter(low, HUGE_VAL) - static_cast<long double>(low);
+        char text[900];
+        std::snprintf(text, sizeof text, "%.800Le", static_cast<long double>(low) + step / 2);
+        std::string middle = text;
+        const size_t exponent = middle.find('e');
+        if (Below(3) != 0) middle.insert(exponent, Below(2) != 0 ? "1" : "0000000000000000000001");
+        return Below(3) == 0 ? middle.substr(0, Below(30) + 3) + middle.substr(exponent) : middle;
+    }
+
+    // Integers around those that doubles no longer hold, with the point anywhere.
+    std::string Large() {
+        const std::uint64_t near = (std::uint64_t{1} << (50 + Below(14))) + Below(9) - 4;
+        std::string text = std::to_string(near);
+        return Below(2) != 0 ? text
+                             : text.insert(1 + Below(static_cast<unsigned>(text.size())), ".");
+    }
+
+    unsigned Below(unsigned bound) { return static_cast<unsigned>(random() % bound); }
+
+  private:
+    double AnyDouble() {
+        for (;;) {
+            const std::uint64_t bits = (static_cast<std::uint64_t>(random()) << 32) | random();
+            double value = 0.0;
+            std::memcpy(&value, &bits, sizeof value);
+            if (std::isfinite(value)) return value;
         }
-        Check(text + "e" + std::to_string(static_cast<int>(random() % 700) - 350), true, false);
+    }
+
+    unsigned Length() { return Below(8) == 0 ? Below(400) : Below(20); }
+    std::string Run(unsigned length) {
+        std::string digits(length, '0');
+        const unsigned numKinds = Below(4) == 0 ? 1 + Below(2) : 10;  // long runs of 0, or 0 and 9
+        for (char& digit : digits) digit = "0987654321"[Below(numKinds)];
+        return digits;
+    }
+
+    std::mt19937 random{1};
+};
+
+// Whatever the way that a text takes: few digits, many, subnormals, overflow, halfway.
+TEST(NumberParsing, RoundsAsStrtodDoes) {
+    RandomNumbers numbers;
+    for (int i = 0; i < 300000; ++i) {
+        const unsigned kind = numbers.Below(16);
+        const std::string text = kind == 0   ? numbers.Halfway()
+                                 : kind < 4  ? numbers.Large()
+                                 : kind < 10 ? numbers.Digits()
+                                             : numbers.Written();
+        double value = 0.0;
+        ASSERT_TRUE(TryStrToDouble(text.c_str(), value)) << text;
+        const double expected = std::strtod(text.c_str(), nullptr);
+        ASSERT_EQ(std::memcmp(&value, &expected, sizeof value), 0) << text << ": " << value;
+    }
+}
+
+// As a reader of lines has it: the number ends where something else begins, or with the text.
+TEST(NumberParsing, ConvertsTheNumberInFront) {
+    RandomNumbers numbers;
+    for (int i = 0; i < 50000; ++i) {
+        const std::string number = numbers.Below(2) != 0 ? numbers.Digits() : numbers.Written();
+        const std::string behind =
+            std::vector<std::string>{"", " 12", ":5", "x1", "-1"}[numbers.Below(5)];
+        const std::string text = number + behind;
+        double value = 0.0;
+        const char* const end =
+            sylvora::ConvertPlainReal(text.data(), text.data() + text.size(), value);
+        const double expected = std::strtod(number.c_str(), nullptr);
+        if (end == nullptr) {
+            ASSERT_FALSE(std::isnormal(expected)) << text;
+            continue;
+        }
+        ASSERT_EQ(end - text.data(), static_cast<long>(number.size())) << text;
+        ASSERT_EQ(std::memcmp(&value, &expected, sizeof value), 0) << text << ": " << value;
     }
 }
 
