@@ -21,13 +21,15 @@ int CheckPaths(const Command& command, const std::string& fileReport) {
     return TryOutputs(command, {{"filePred", fileReport}});
 }
 
-int LoadTest(const std::string& fileTest, TreeLearner& model) {
-    DataFile file("fileTest", fileTest);
+int LoadTest(const CheckCfgCLS& cfg, TreeLearner& model) {
+    DataFile file("fileTest", cfg.fileTest);
     DataSet set;
-    if (file.Scan() != 0) return -1;
+    ReadingThreads threads(AskedThreads(cfg));
+    if (file.Scan(threads) != 0) return -1;
     const int dim = WidestRow({&file}, model.getFeatureDim());
     if (CheckMemory({&file}, file.NumRows(), dim) != 0) return -1;
-    if (ReadSet(file, dim, {model.CfgInfo.modelType == "GBRank", false}, set) != 0) return -1;
+    const SetRules rules = {{dim, false}, model.CfgInfo.modelType == "GBRank"};
+    if (ReadSet(file, rules, threads, set) != 0) return -1;
     constexpr int kTest = 1;
     return HandOver(set, file, kTest, model);
 }
@@ -53,8 +55,7 @@ int Analyze(const Command& command) {
         cfg.filePred.empty() ? cfg.fileModel + ".features" : cfg.filePred;
     if (CheckPaths(command, fileReport) != 0) return -1;
     TreeLearner model;
-    if (LoadModelOf(cfg, model) != 0 || CheckTrees(cfg, model) != 0 ||
-        LoadTest(cfg.fileTest, model) != 0)
+    if (LoadModelOf(cfg, model) != 0 || CheckTrees(cfg, model) != 0 || LoadTest(cfg, model) != 0)
         return -1;
     return WriteReport(model, fileReport);
 }

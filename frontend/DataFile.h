@@ -1,80 +1,74 @@
 // A data file: lines of labelled rows (see god.h for the grammar of a line), read twice. The first
-// pass finds out how wide the rows are, the second parses them one at a time, so that the text is
-// never in memory beside the rows.
-//
-//   DataFile file("fileTrain", "train.txt");
-//   file.Scan();                                      // the widest file of a run decides for all
-//   file.StartRows(dim);
-//   while ((status = file.Next(row)) == DataFile::kRow) ...
+// pass finds out how wide the rows are and where in the file they stand; the second, in
+// RowReading.h, parses them straight into their places, so that the text is never in memory beside
+// the rows.
 #ifndef SYLVORA_FRONTEND_DATAFILE_H
 #define SYLVORA_FRONTEND_DATAFILE_H
 
+#include <cstddef>
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <vector>
 
-#include "Libdef.h"
+#include "ReadingThreads.h"
 
 namespace sylvora::frontend {
 
-struct DataRow {
-    double label = 0.0;
-    std::string queryId;  // empty: none
-    VecDle valueV;        // one value per column
-    long line = 0;        // where the row stands in the file, from 1
-};
+// Whether a line is no row.
+bool IsBlank(std::string_view line);
 
 // Lines that hold nothing but white space are no rows; the last line needs no line feed.
 class DataFile {
   public:
-    enum Status { kError = -1, kEnd = 0, kRow = 1 };
+    // What is found in a block of the file, or in all before one.
+    struct Tally {
+        long numLines = 0;
+        long numRows = 0;
+        int largestId = 0;         // 0: no row has a feature
+        long lineOfLargestId = 0;  // the first of them, from 1
+        int error = 0;             // as in errno: why the last line of these could not be read
+    };
 
     // `parameterName` is the parameter that names the file, for messages.
     DataFile(std::string parameterName, std::string filePath);
 
     // The first pass. What is no regular file (a pipe) is copied to a temporary one, since it can
-    // be read only once. Wrong lines are left to Next. Returns 0, or -1 after a message.
-    [[nodiscard]] int Scan();
-    // Goes back to the first row; rows have `dim` columns from now on.
-    void StartRows(int dim);
-    // Reads a row; kError comes after a message.
-    [[nodiscard]] Status Next(DataRow& row);
+    // be read only once. Wrong lines are left to the second pass. Returns 0, or -1 after a message.
+    [[nodiscard]] int Scan(ReadingThreads& threads);
 
     // Writes "ERROR: ", the place and the complaint, and returns -1; line 0 stands for the file.
     int Refuse(long atLine, const std::string& complaint) const;
+    // The complaint about a line that could not be read, for an error as in errno.
+    static std::string Unreadable(int error);
 
     const std::string& Path() const { return path; }
+    int Descriptor() const { return ::fileno(text.get()); }
+
     // What the first pass found.
-    long NumRows() const { return numRows; }
-    int LargestId() const { return largestId; }  // 0: no row has a feature
-    long LineOfLargestId() const { return lineOfLargestId; }
+    size_t BlockBytes() const { return blockBytes; }
+    const Tally& Before(size_t block) const { return beforeV[block]; }  // the last: all blocks
+    size_t NumBlocks() const { return beforeV.size() - 1; }
+    long NumRows() const { return beforeV.back().numRows; }
+    int LargestId() const { return beforeV.back().largestId; }
+    long LineOfLargestId() const { return beforeV.back().lineOfLargestId; }
 
   private:
     struct Closer {
         void operator()(std::FILE* opened) const { std::fclose(opened); }
     };
     typedef std::unique_ptr<std::FILE, Closer> File;
-    struct Releaser {
-        void operator()(char* allocated) const { std::free(allocated); }
-    };
 
     int OpenText();
     int Spool();
-    Status NextLine();
-    Status FindRow();
 
     std::string parameter;
     std::string path;
     File text;
-    std::string line;  // the one read last, without its line feed
-    long numLine = 0;  // lines read so far
-    int dimFea = 0;
-    long numRows = 0;
-    int largestId = 0;
-    long lineOfLargestId = 0;
-    std::unique_ptr<char, Releaser> buffer;  // getline's
-    size_t sizeBuffer = 0;
+    size_t numBytes = 0;
+    size_t blockBytes = 0;
+    std::vector<Tally> beforeV = {{}};
 };
 
 }  // namespace sylvora::frontend

@@ -3,8 +3,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cmath>
+#include <cstdlib>
 #include <limits>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -13,6 +14,13 @@
 namespace sylvora::frontend {
 namespace {
 
+template <typename Element>
+Element* Allocate(size_t count) {
+    void* const allocated = std::calloc(std::max(count, size_t{1}), sizeof(Element));
+    if (allocated == nullptr) throw std::bad_alloc();
+    return static_cast<Element*>(allocated);
+}
+
 const DataFile& WidestFile(const std::vector<DataFile*>& fileV) {
     const auto narrower = [](const DataFile* a, const DataFile* b) {
         return a->LargestId() < b->LargestId();
@@ -20,32 +28,43 @@ const DataFile& WidestFile(const std::vector<DataFile*>& fileV) {
     return **std::max_element(fileV.begin(), fileV.end(), narrower);
 }
 
-// A model could not be read back with an infinite threshold or mean in it.
-int CheckFinite(const DataFile& file, const DataRow& row) {
-    const auto isInfinite = [](double value) { return !std::isfinite(value); };
-    const auto infinite = std::find_if(row.valueV.begin(), row.valueV.end(), isInfinite);
-    if (!isInfinite(row.label) && infinite == row.valueV.end()) return 0;
-    const std::string what = isInfinite(row.label)
-                                 ? "the label"
-                                 : Text("the value of id ", infinite - row.valueV.begin() + 1);
-    return file.Refuse(row.line, what + " is infinite; training wants numbers that a double holds");
-}
+// All rows of a file, each allocated by the thread that reads it.
+class SetPlaces : public RowPlaces {
+  public:
+    explicit SetPlaces(DataSet& dataSet)
+        : RowPlaces(0, static_cast<long>(dataSet.NumRows())), set(dataSet) {}
+
+    double* ValuesAt(long row) override {
+        return set.rowVV[static_cast<size_t>(row)] =
+                   Allocate<double>(static_cast<size_t>(set.dimFea));
+    }
+    double& LabelAt(long row) override { return set.labelV[static_cast<size_t>(row)]; }
+
+  private:
+    DataSet& set;
+};
 
 }  // namespace
 
-int QueryNumbers::Append(const DataRow& row, VecInt& queryIdV) {
-    if (row.queryId.empty()) return 0;
+DataSet::DataSet(size_t numRows, int dim)
+    : dimFea(dim),
+      labelV(Allocate<double>(numRows)),
+      rowVV(Allocate<double*>(numRows), {numRows}) {}
+
+int QueryNumbers::Append(const QueryRun& run, VecInt& queryIdV) {
+    if (run.queryId.empty()) return 0;
     const int numQueries = static_cast<int>(queryM.size());
-    Query& query = queryM.try_emplace(row.queryId, Query{numQueries, row.line}).first->second;
+    Query& query = queryM.try_emplace(run.queryId, Query{numQueries, run.firstLine}).first->second;
     const bool fNew = query.number == numQueries;
     if (fTogether && !fNew && query.number != current) {
-        return file.Refuse(row.line, Text("query \"", row.queryId, "\" stood on line ", query.line,
-                                          " and comes again; GBRank wants the rows of a query "
-                                          "together"));
+        return file.Refuse(run.firstLine,
+                           Text("query \"", run.queryId, "\" stood on line ", query.line,
+                                " and comes again; GBRank wants the rows of a query "
+                                "together"));
     }
-    query.line = row.line;
+    query.line = run.lastLine;
     current = query.number;
-    queryIdV.push_back(current);
+    queryIdV.insert(queryIdV.end(), static_cast<size_t>(run.numRows), current);
     return 0;
 }
 
@@ -69,36 +88,30 @@ int CheckMemory(const std::vector<DataFile*>& fileV, long numRows, int dim) {
                             wanted / kGigabyte, " GB, the machine has ", present / kGigabyte));
 }
 
-int ReadSet(DataFile& file, int dim, const ReadRules& rules, DataSet& set) {
+int ReadSet(const DataFile& file, const SetRules& rules, ReadingThreads& threads, DataSet& set) {
+    set = DataSet(static_cast<size_t>(file.NumRows()), rules.row.dim);
+    SetPlaces places(set);
+    const RowReport report = ReadRows(file, rules.row, places, threads);
     QueryNumbers numbers(file, rules.fTogether);
-    const size_t numRows = static_cast<size_t>(file.NumRows());
-    set.labelV.reserve(numRows);
-    set.rowVV.reserve(numRows);
-    file.StartRows(dim);
-    for (;;) {
-        DataRow row;
-        const DataFile::Status status = file.Next(row);
-        if (status != DataFile::kRow) return status;
-        if (numbers.Append(row, set.queryIdV) != 0) return -1;
-        if (rules.fFinite && CheckFinite(file, row) != 0) return -1;
-        if (row.queryId.empty() && set.lineWithoutQuery == 0) set.lineWithoutQuery = row.line;
-        set.labelV.push_back(row.label);
-        set.rowVV.push_back(std::move(row.valueV));
+    for (const QueryRun& run : report.runV) {
+        if (numbers.Append(run, set.queryIdV) != 0) return -1;
+        if (run.queryId.empty() && set.lineWithoutQuery == 0) set.lineWithoutQuery = run.firstLine;
     }
+    return report.fault.row < 0 ? 0 : Complain(file, rules.row, report.fault);
 }
 
 int HandOver(DataSet& set, const DataFile& file, int type, TreeLearner& learner) {
-    const size_t numRows = set.labelV.size();
-    const size_t dim = set.rowVV.empty() ? 0 : set.rowVV.front().size();
-    if (learner.DataInput(std::move(set.labelV), std::move(set.rowVV), type,
-                          std::move(set.queryIdV), {}) == 0) {
+    const size_t numRows = set.NumRows();
+    if (learner.DataAdopt(set.labelV.release(), set.rowVV.release(), static_cast<int>(numRows),
+                          set.dimFea, std::move(set.queryIdV), type) == 0) {
         return 0;
     }
     if (learner.CfgInfo.modelType == "GBRank" && set.lineWithoutQuery > 0) {
         return file.Refuse(set.lineWithoutQuery,
                            "has no query id (qid:...), GBRank wants one in every row");
     }
-    return file.Refuse(0, Text("cannot be used: ", numRows, " rows of ", dim, " columns"));
+    return file.Refuse(0, Text("cannot be used: ", numRows, " rows of ",
+                               numRows > 0 ? set.dimFea : 0, " columns"));
 }
 
 }  // namespace sylvora::frontend

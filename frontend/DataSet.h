@@ -2,21 +2,42 @@
 #ifndef SYLVORA_FRONTEND_DATASET_H
 #define SYLVORA_FRONTEND_DATASET_H
 
+#include <cstdlib>
+#include <memory>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include "DataFile.h"
 #include "Libdef.h"
+#include "RowReading.h"
 #include "TreeLearner.h"
 
 namespace sylvora::frontend {
 
-// One entry per row; query ids only for rows that have one, so that the learner notices when some
-// are missing.
+struct Releaser {
+    void operator()(void* allocated) const { std::free(allocated); }
+};
+struct RowsReleaser {
+    size_t numRows = 0;
+    void operator()(double** rows) const {
+        for (size_t i = 0; i < numRows; ++i) std::free(rows[i]);
+        std::free(rows);
+    }
+};
+
+// Labels and rows, one entry per row, in arrays that a learner can take over; query ids only for
+// rows that have one, so that the learner notices when some are missing.
 struct DataSet {
-    VecDle labelV;
-    VecVecDle rowVV;
+    // An empty set, or `numRows` rows without values yet.
+    DataSet() = default;
+    DataSet(size_t numRows, int dim);
+
+    size_t NumRows() const { return rowVV.get_deleter().numRows; }
+
+    int dimFea = 0;
+    std::unique_ptr<double[], Releaser> labelV;
+    std::unique_ptr<double*[], RowsReleaser> rowVV;
     VecInt queryIdV;
     long lineWithoutQuery = 0;  // of the first row that has none; 0: all have one
 };
@@ -28,8 +49,9 @@ class QueryNumbers {
     QueryNumbers(const DataFile& dataFile, bool fMustStandTogether)
         : file(dataFile), fTogether(fMustStandTogether) {}
 
-    // Appends the number of the row's query, if it has one. Returns 0, or -1 after a message.
-    [[nodiscard]] int Append(const DataRow& row, VecInt& queryIdV);
+    // Appends the number of the rows' query for each of them, if they have one. Returns 0, or -1
+    // after a message.
+    [[nodiscard]] int Append(const QueryRun& run, VecInt& queryIdV);
 
   private:
     struct Query {
@@ -50,14 +72,15 @@ int WidestRow(const std::vector<DataFile*>& fileV, int dimLeast);
 // otherwise take all memory. Returns 0, or -1 after a message that names the widest line.
 [[nodiscard]] int CheckMemory(const std::vector<DataFile*>& fileV, long numRows, int dim);
 
-// What the rows of a file must satisfy.
-struct ReadRules {
+// What the rows of a set must satisfy.
+struct SetRules {
+    RowRules row;
     bool fTogether;  // the rows of a query stand together
-    bool fFinite;    // labels and values are finite
 };
 
 // Reads all rows of a scanned file. Returns 0, or -1 after a message.
-[[nodiscard]] int ReadSet(DataFile& file, int dim, const ReadRules& rules, DataSet& set);
+[[nodiscard]] int ReadSet(const DataFile& file, const SetRules& rules, ReadingThreads& threads,
+                          DataSet& set);
 
 // Moves the set into the learner, as training (0), test (1) or development data (2). Returns 0, or
 // -1 after the learner's message and one that names the file.

@@ -26,24 +26,70 @@ int CheckPaths(const Command& command) {
 // ever.
 constexpr long kRowsToFit = 100;
 
+// Rows that lie one after the other, used for one batch after another.
+class Batch {
+  public:
+    Batch(const DataFile& dataFile, int dim, size_t mostRows)
+        : file(dataFile),
+          rules{dim, false},
+          labelV(mostRows),
+          valueV(mostRows * static_cast<size_t>(dim)) {}
+
+    // Reads rows from number `first` on, as many as there is room for.
+    RowReport Read(long first, ReadingThreads& threads) {
+        const long numLeft = file.NumRows() - first;
+        Places places(*this, first, std::min(numLeft, static_cast<long>(labelV.size())));
+        numRows = static_cast<size_t>(places.count);
+        return ReadRows(file, rules, places, threads);
+    }
+
+    int ComplainOf(const RowFault& fault) const { return Complain(file, rules, fault); }
+    size_t NumRows() const { return numRows; }
+    const double* Values() const { return valueV.data(); }
+    double Label(size_t row) const { return labelV[row]; }
+
+  private:
+    class Places : public RowPlaces {
+      public:
+        Places(Batch& owner, long firstRow, long rowCount)
+            : RowPlaces(firstRow, rowCount), batch(owner) {}
+        double* ValuesAt(long row) override { return batch.valueV.data() + row * batch.rules.dim; }
+        double& LabelAt(long row) override { return batch.labelV[static_cast<size_t>(row)]; }
+
+      private:
+        Batch& batch;
+    };
+
+    const DataFile& file;
+    const RowRules rules;
+    size_t numRows = 0;  // read last
+    VecDle labelV;
+    VecDle valueV;
+};
+
 // A few rows at a time, so that a file of any length can be scored.
 int ScoreFile(DataFile& file, int numThread, TreeLearner& model, ScoredSet& set) {
-    if (file.Scan() != 0) return -1;
+    ReadingThreads threads(numThread);
+    if (file.Scan(threads) != 0) return -1;
     const int dim = WidestRow({&file}, model.getFeatureDim());
     if (CheckMemory({&file}, std::min(file.NumRows(), kRowsToFit), dim) != 0) return -1;
     QueryNumbers numbers(file, model.CfgInfo.modelType == "GBRank");
     Scorer scorer(model, dim, numThread, set.scoreV);
-    DataRow row;
-    file.StartRows(dim);
-    for (;;) {
-        const DataFile::Status status = file.Next(row);
-        if (status == DataFile::kEnd) return set.labelV.empty() ? 0 : scorer.Finish();
-        if (status != DataFile::kRow || numbers.Append(row, set.queryIdV) != 0 ||
-            scorer.Add(row.valueV.data()) != 0) {
-            return -1;
+    Batch batch(file, dim, std::min(scorer.BatchRows(), static_cast<size_t>(file.NumRows())));
+    for (long row = 0; row < file.NumRows(); row += static_cast<long>(batch.NumRows())) {
+        const RowReport report = batch.Read(row, threads);
+        // What keeps all rows from being scored is told as soon as there is one.
+        if (row == 0 && report.fault.row != 0 && scorer.Score(nullptr, 0) != 0) return -1;
+        for (const QueryRun& run : report.runV) {
+            if (numbers.Append(run, set.queryIdV) != 0) return -1;
         }
-        set.labelV.push_back(MapLabel(model.tranMap, row.label));
+        if (report.fault.row >= 0) return batch.ComplainOf(report.fault);
+        if (scorer.Score(batch.Values(), batch.NumRows()) != 0) return -1;
+        for (size_t i = 0; i < batch.NumRows(); ++i) {
+            set.labelV.push_back(MapLabel(model.tranMap, batch.Label(i)));
+        }
     }
+    return 0;
 }
 
 }  // namespace
@@ -55,7 +101,7 @@ int Predict(const Command& command) {
     if (LoadModelOf(cfg, model) != 0) return -1;
     DataFile file("fileTest", cfg.fileTest);
     ScoredSet set;
-    if (ScoreFile(file, cfg.numThread, model, set) != 0) return -1;
+    if (ScoreFile(file, AskedThreads(cfg), model, set) != 0) return -1;
     if (set.queryIdV.size() != set.scoreV.size()) set.queryIdV.clear();
     if (WriteScores(cfg.filePred, set.scoreV) != 0) return -1;
     PrintMetrics(model, set);

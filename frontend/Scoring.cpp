@@ -11,9 +11,8 @@
 namespace sylvora::frontend {
 namespace {
 
-// What is gathered at a time: enough for all threads, and little beside a model.
 constexpr size_t kMostRows = 16384;
-constexpr size_t kMostBytes = size_t{1} << 24;
+constexpr size_t kMostValues = size_t{1} << 21;
 
 }  // namespace
 
@@ -32,26 +31,13 @@ Scorer::Scorer(TreeLearner& loaded, int dimFea, int threads, VecDle& scores)
     : model(loaded),
       dim(static_cast<size_t>(dimFea)),
       numThread(threads),
-      mostValues(std::min(kMostBytes / sizeof(double), kMostRows * dim)),
+      batchRows(std::clamp(kMostValues / std::max(dim, size_t{1}), size_t{1}, kMostRows)),
       scoreV(scores) {}
 
-int Scorer::Add(const double* row) {
-    // What keeps all rows from being scored is told with the first one.
-    if (rowV.empty() && scoreV.empty() && Finish() != 0) return -1;
-    rowV.insert(rowV.end(), row, row + dim);
-    return rowV.size() < mostValues ? 0 : Finish();
-}
-
-int Scorer::Finish() {
-    const size_t numRows = dim == 0 ? 0 : rowV.size() / dim;
+int Scorer::Score(const double* rows, size_t numRows) {
     const size_t numScored = scoreV.size();
     scoreV.resize(numScored + numRows);
-    const double* rows = rowV.data();
-    if (model.OnlineTestingBatch(rows, numRows, dim, scoreV.data() + numScored, numThread) != 0) {
-        return -1;
-    }
-    rowV.clear();
-    return 0;
+    return model.OnlineTestingBatch(rows, numRows, dim, scoreV.data() + numScored, numThread);
 }
 
 double MapLabel(const std::map<double, double>& tranMap, double label) {

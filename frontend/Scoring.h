@@ -27,23 +27,24 @@ struct ScoredSet {
 [[nodiscard]] int LoadModelOf(const CheckCfgCLS& cfg, TreeLearner& model);
 
 // Scores rows as a program that asks for the value of every tree would (with a result buffer), so
-// that each tree of a classification votes. Rows are gathered and scored together.
+// that each tree of a classification votes.
 class Scorer {
   public:
-    // Rows have `dimFea` values; their scores are appended to `scores`, in order.
+    // Rows have `dimFea` values; their scores are appended to `scores`, in order. With 0 threads,
+    // as many as there are usable processors.
     Scorer(TreeLearner& loaded, int dimFea, int threads, VecDle& scores);
 
-    // Takes a row. Returns 0, or -1 after a message.
-    [[nodiscard]] int Add(const double* row);
-    // Scores what has not been yet. Returns 0, or -1 after a message.
-    [[nodiscard]] int Finish();
+    // How many rows to score together: enough for all threads, and little beside a model.
+    size_t BatchRows() const { return batchRows; }
+    // Scores rows that lie one after the other; without any, says whether rows can be scored at
+    // all. Returns 0, or -1 after a message.
+    [[nodiscard]] int Score(const double* rows, size_t numRows);
 
   private:
     TreeLearner& model;
     size_t dim;
     int numThread;
-    size_t mostValues;  // to gather
-    VecDle rowV;        // gathered rows, one after the other
+    size_t batchRows;
     VecDle& scoreV;
 };
 

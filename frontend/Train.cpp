@@ -94,26 +94,27 @@ std::vector<RunSet> NameSets(const CheckCfgCLS& cfg) {
 }
 
 // All rows of a run are as wide as the widest of any file.
-int ReadSets(std::vector<RunSet>& setV, bool fRanking) {
+int ReadSets(std::vector<RunSet>& setV, const CheckCfgCLS& cfg) {
+    ReadingThreads threads(AskedThreads(cfg));
     std::vector<DataFile*> fileV;
     long numRows = 0;
     for (RunSet& set : setV) {
-        if (set.file.Scan() != 0) return -1;
+        if (set.file.Scan(threads) != 0) return -1;
         numRows += set.file.NumRows();
         fileV.push_back(&set.file);
     }
     const int dim = WidestRow(fileV, 0);
     if (CheckMemory(fileV, numRows, dim) != 0) return -1;
+    const SetRules rules = {{dim, true}, cfg.modelType == "GBRank"};
     for (RunSet& set : setV) {
-        if (ReadSet(set.file, dim, {fRanking, true}, set.data) != 0) return -1;
+        if (ReadSet(set.file, rules, threads, set.data) != 0) return -1;
     }
     return 0;
 }
 
-// The parsed rows are gone afterwards: each is freed as soon as the learner has copied it.
 int LoadData(const CheckCfgCLS& cfg, TreeLearner& learner) {
     std::vector<RunSet> setV = NameSets(cfg);
-    if (ReadSets(setV, cfg.modelType == "GBRank") != 0) return -1;
+    if (ReadSets(setV, cfg) != 0) return -1;
     // The training set comes last, because it settles the learner's dimension and classes.
     std::rotate(setV.begin(), setV.begin() + 1, setV.end());
     for (RunSet& set : setV) {
@@ -168,12 +169,20 @@ int CheckReports(const CheckCfgCLS& cfg, const TreeLearner& trained) {
 
 // Scores the test data of a trained learner with the model that it wrote.
 int ScoreTest(const TreeLearner& trained, TreeLearner& model, ScoredSet& set) {
-    Scorer scorer(model, trained.dimFea, trained.numThread, set.scoreV);
-    for (int i = 0; i < trained.testSize; ++i) {
-        if (scorer.Add(trained.featureTestVV[i]) != 0) return -1;
-        set.labelV.push_back(MapLabel(trained.tranMap, trained.labelTestV[i]));
+    Scorer scorer(model, trained.dimFea, AskedThreads(trained.CfgInfo), set.scoreV);
+    VecDle rowV;
+    for (int i = 0; i < trained.testSize;) {
+        const int end = i + static_cast<int>(std::min(scorer.BatchRows(),
+                                                      static_cast<size_t>(trained.testSize - i)));
+        const size_t numRows = static_cast<size_t>(end - i);
+        rowV.clear();
+        for (; i < end; ++i) {
+            const double* const row = trained.featureTestVV[i];
+            rowV.insert(rowV.end(), row, row + trained.dimFea);
+            set.labelV.push_back(MapLabel(trained.tranMap, trained.labelTestV[i]));
+        }
+        if (scorer.Score(rowV.data(), numRows) != 0) return -1;
     }
-    if (trained.testSize > 0 && scorer.Finish() != 0) return -1;
     if (trained.queryIdTestV != nullptr) {
         set.queryIdV.assign(trained.queryIdTestV, trained.queryIdTestV + trained.testSize);
     }

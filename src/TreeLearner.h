@@ -168,6 +168,12 @@ class SYLVORA_API TreeLearner {
     // late records weigh most; models have always carried it so.
     [[nodiscard]] int DataInput(VecDle l, VecVecDle f, int type, VecInt q, VecDle lvir);
 
+    // The same for a set that is already in arrays such as the learner keeps: `numData` labels and
+    // rows of `numColumn` values each, all from malloc or calloc. They are the learner's from now
+    // on, also after a failure; nothing is copied but `q`.
+    [[nodiscard]] int DataAdopt(double* labels, double** rows, int numData, int numColumn, VecInt q,
+                                int type);
+
     // Reads the label map: lines of two numbers, the label in the data and the label to use. A
     // missing file is no error. Call it after DataInput of the training set, whose classes bound
     // the new labels of a classification.
@@ -267,8 +273,14 @@ class SYLVORA_API TreeLearner {
     void FreeTrees();
     void RetireTrees();
 
-    int CopySet(const VecDle& l, VecVecDle& f, const VecInt& q, int type);
-    int CopyTrainingSet(const VecDle& l, VecVecDle& f, const VecInt& q);
+    struct SetPlace;
+    template <typename Fill>
+    int StoreSet(int type, int numData, const VecInt& q, Fill fill);
+    SetPlace ClearPlace(int type);
+    int CopyRows(const SetPlace& place, const VecDle& l, VecVecDle& f);
+    int FinishSet(const SetPlace& place, const VecInt& q);
+    void AddToMean(const double* row);
+    void CountClasses();
     void OpenDebugFile(int numData);
 
     template <typename Gradient>

@@ -10,11 +10,12 @@ namespace sylvora::bench {
 void ReadLines(const Job& job) {
     const std::string path = job.Text("text");
     const StopWatch watch;
+    frontend::ReadingThreads threads(job.Number("threads"));
     frontend::DataFile file("text", path);
-    Require(file.Scan(), "Scan");
+    Require(file.Scan(threads), "Scan");
+    const frontend::SetRules rules = {{frontend::WidestRow({&file}, 0), true}, false};
     frontend::DataSet set;
-    Require(frontend::ReadSet(file, frontend::WidestRow({&file}, 0), {false, true}, set),
-            "ReadSet");
+    Require(frontend::ReadSet(file, rules, threads, set), "ReadSet");
     Say("read", watch.Read());
     struct stat status = {};
     Require(::stat(path.c_str(), &status), "stat");

@@ -25,18 +25,10 @@ void ScoreEach(TreeLearner& model, Rows& rows, VecDle& resultV) {
     }
 }
 
-template <typename Learner>
-auto ScoreAll(Learner& model, Rows& rows, VecDle& resultV, int numThread)
-    -> decltype(model.OnlineTestingBatch(nullptr, 0, 0, nullptr, numThread), void()) {
+void ScoreAll(TreeLearner& model, Rows& rows, VecDle& resultV, int numThread) {
     Require(model.OnlineTestingBatch(rows.valueV.data(), rows.numRows, rows.numColumns,
                                      resultV.data(), numThread),
             "OnlineTestingBatch");
-}
-
-// Chosen where the learner has no batch.
-template <typename Learner>
-void ScoreAll(Learner& model, Rows& rows, VecDle& resultV, long) {
-    ScoreEach(model, rows, resultV);
 }
 
 }  // namespace

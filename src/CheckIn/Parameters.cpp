@@ -83,7 +83,7 @@ std::vector<ParameterRow> BuildTable() {
         {"randomSeed", &C::tms_seed, &C::fSetSeed, kOption, false, kNumber, kDigit, "a real",
          "Seed of the random generator; not given: 1."},
         {"numThread", &C::numThread, &C::fSetThread, kOption, false, kDigit, kInteger, "1 to 256",
-         "Worker threads."},
+         "Worker threads. Not given: one trains, all usable processors read data and score."},
         Switch("fPrint", &C::fPrint, "Print progress and every parameter as it is read."),
         Switch("fTestRealTime", &C::fTestRealTime, "Write a result file after every round."),
         Figure("sizeGroup", &C::sizeGroup, kFileOnly, "an integer",

@@ -31,7 +31,33 @@ int CopyQueries(const VecInt& q, int*& queries, const char* name) {
     return 0;
 }
 
+bool IsSet(int type) {
+    return type == kTraining || type == kTest || type == kDevelopment;
+}
+
+// Arrays on their way to a learner.
+struct AdoptedArrays {
+    double* labels;
+    double** rows;
+    int numRows;
+
+    ~AdoptedArrays() {
+        sylvora::FreeArray(labels);
+        sylvora::FreeRows(rows, numRows);
+    }
+};
+
 }  // namespace
+
+// A set's members, and what their allocation is called in messages.
+struct TreeLearner::SetPlace {
+    bool fTraining;
+    int& numData;
+    double*& labels;
+    double**& rows;
+    int*& queries;
+    const char *labelsName, *rowsName, *rowName, *queriesName;
+};
 
 int TreeLearner::DataInput(VecDle l, VecVecDle f, int type, VecInt q, VecDle lvir) {
     return sylvora::Guarded([&] {
@@ -46,75 +72,125 @@ int TreeLearner::DataInput(VecDle l, VecVecDle f, int type, VecInt q, VecDle lvi
             return Fail("ERROR: Row ", i, " has ", f[i].size(), " features, row 0 has ", width,
                         ": all rows must be of one length!\n");
         }
-        const int numData = static_cast<int>(l.size());
         dimFea = static_cast<int>(width);
-        if (dimFea == 0) return Fail("ERROR: None features for training data!\n");
-        if (CopySet(l, f, q, type) != 0) return -1;
-        if (CfgInfo.fPrint) {
-            Print("Data Input Complete, numData: ", numData, ", dimFea:", dimFea, "\n");
-        }
-        if (fDebug) OpenDebugFile(numData);
-        return 0;
+        return StoreSet(type, static_cast<int>(l.size()), q,
+                        [&](const SetPlace& place) { return CopyRows(place, l, f); });
     });
 }
 
-int TreeLearner::CopySet(const VecDle& l, VecVecDle& f, const VecInt& q, int type) {
-    if (type == kTraining) return CopyTrainingSet(l, f, q);
-    if (type != kTest && type != kDevelopment) return 0;
-    const bool fTest = type == kTest;
-    if (fTest) {
-        FreeTestData();
-    } else {
-        FreeDevelopmentData();
-    }
-    double*& labels = fTest ? labelTestV : labelDevV;
-    double**& rows = fTest ? featureTestVV : featureDevVV;
-    const int numData = (fTest ? testSize : devSize) = static_cast<int>(l.size());
-    if (AllocateArray(labels, numData, fTest ? "allocating labelTestV" : "allocating labelDevV") !=
-            0 ||
-        AllocateArray(rows, numData,
-                      fTest ? "allocating featureTestVV" : "allocating featureDevVV") != 0) {
-        return -1;
-    }
-    std::copy(l.begin(), l.end(), labels);
-    if (fTest) testDim = dimFea;
-    for (size_t i = 0; i < f.size(); ++i) {
-        const char* name = fTest ? "allocating featureTestVV[]" : "allocating featureDevVV[]";
-        if (MoveRow(f[i], rows[i], name) != 0) return -1;
-    }
-    if (q.size() != l.size()) return 0;
-    return CopyQueries(q, fTest ? queryIdTestV : queryIdDevV,
-                       fTest ? "allocating queryIdTestV" : "allocating queryIdDevV");
+int TreeLearner::DataAdopt(double* labels, double** rows, int numData, int numColumn, VecInt q,
+                           int type) {
+    AdoptedArrays arrays = {labels, rows, numData};
+    return sylvora::Guarded([&] {
+        if (CfgInfo.fPrint) Print("Transferring data to the model ...\n");
+        if (numData <= 0) return Fail("ERROR: No training data for tree models!\n");
+        dimFea = numColumn;
+        return StoreSet(type, numData, q, [&](const SetPlace& place) {
+            std::swap(place.labels, arrays.labels);
+            std::swap(place.rows, arrays.rows);
+            for (int i = 0; place.fTraining && i < numData; ++i) AddToMean(place.rows[i]);
+            return 0;
+        });
+    });
 }
 
-int TreeLearner::CopyTrainingSet(const VecDle& l, VecVecDle& f, const VecInt& q) {
-    FreeTrainingData();
-    sampleSize = static_cast<int>(l.size());
-    numClass = 0;
-    if (AllocateArray(labelV, sampleSize, "allocating labelV") != 0 ||
-        AllocateArray(featureVV, sampleSize, "allocating featureVV") != 0) {
+// Puts a set of rows of dimFea columns into its place, which `fill` fills with labels and rows.
+template <typename Fill>
+int TreeLearner::StoreSet(int type, int numData, const VecInt& q, Fill fill) {
+    if (dimFea == 0) return Fail("ERROR: None features for training data!\n");
+    if (IsSet(type)) {
+        const SetPlace place = ClearPlace(type);
+        place.numData = numData;
+        if (place.fTraining) {
+            const size_t numColumns = static_cast<size_t>(dimFea);
+            featureMean = static_cast<double*>(std::calloc(numColumns, sizeof(double)));
+            if (featureMean == nullptr) {
+                return Fail("ERROR: Failed to allocate memory for featureMean!\n");
+            }
+        }
+        if (fill(place) != 0 || FinishSet(place, q) != 0) return -1;
+    }
+    if (CfgInfo.fPrint) {
+        Print("Data Input Complete, numData: ", numData, ", dimFea:", dimFea, "\n");
+    }
+    if (fDebug) OpenDebugFile(numData);
+    return 0;
+}
+
+// Frees what an earlier call left there.
+TreeLearner::SetPlace TreeLearner::ClearPlace(int type) {
+    if (type == kTraining) {
+        FreeTrainingData();
+        numClass = 0;
+        return {true,
+                sampleSize,
+                labelV,
+                featureVV,
+                queryIdV,
+                "allocating labelV",
+                "allocating featureVV",
+                "allocating featureVV[]",
+                "allocating queryIdV"};
+    }
+    if (type == kTest) {
+        FreeTestData();
+        testDim = dimFea;
+        return {false,
+                testSize,
+                labelTestV,
+                featureTestVV,
+                queryIdTestV,
+                "allocating labelTestV",
+                "allocating featureTestVV",
+                "allocating featureTestVV[]",
+                "allocating queryIdTestV"};
+    }
+    FreeDevelopmentData();
+    return {false,
+            devSize,
+            labelDevV,
+            featureDevVV,
+            queryIdDevV,
+            "allocating labelDevV",
+            "allocating featureDevVV",
+            "allocating featureDevVV[]",
+            "allocating queryIdDevV"};
+}
+
+int TreeLearner::CopyRows(const SetPlace& place, const VecDle& l, VecVecDle& f) {
+    if (AllocateArray(place.labels, place.numData, place.labelsName) != 0 ||
+        AllocateArray(place.rows, place.numData, place.rowsName) != 0) {
         return -1;
     }
-    featureMean = static_cast<double*>(std::calloc(static_cast<size_t>(dimFea), sizeof(double)));
-    if (featureMean == nullptr) {
-        return Fail("ERROR: Failed to allocate memory for featureMean!\n");
-    }
-    const bool fClasses = CfgInfo.fRegCls == "CLS";
-    std::unordered_set<int> classes;
+    std::copy(l.begin(), l.end(), place.labels);
     for (size_t i = 0; i < f.size(); ++i) {
-        if (MoveRow(f[i], featureVV[i], "allocating featureVV[]") != 0) return -1;
-        labelV[i] = l[i];
-        if (fClasses) classes.insert(sylvora::Truncate<int>(l[i]));
-        // Deliberately divided after every record; see the header.
-        for (int j = 0; j < dimFea; ++j) {
-            featureMean[j] = (featureMean[j] + featureVV[i][j]) / sampleSize;
-        }
+        if (MoveRow(f[i], place.rows[i], place.rowName) != 0) return -1;
+        if (place.fTraining) AddToMean(place.rows[i]);
     }
-    numClass = static_cast<int>(classes.size());
-    CfgInfo.numClass = numClass;
-    if (CfgInfo.modelType != "GBRank") return 0;
-    if (q.size() != l.size()) return Fail("ERROR: Size of qid does not match the data!\n");
-    return CopyQueries(q, queryIdV, "allocating queryIdV");
+    return 0;
+}
+
+int TreeLearner::FinishSet(const SetPlace& place, const VecInt& q) {
+    const bool fComplete = q.size() == static_cast<size_t>(place.numData);
+    if (place.fTraining) {
+        CountClasses();
+        if (CfgInfo.modelType != "GBRank") return 0;
+        if (!fComplete) return Fail("ERROR: Size of qid does not match the data!\n");
+    }
+    return fComplete ? CopyQueries(q, place.queries, place.queriesName) : 0;
+}
+
+// Deliberately divided after every record; see the header.
+void TreeLearner::AddToMean(const double* row) {
+    for (int j = 0; j < dimFea; ++j) featureMean[j] = (featureMean[j] + row[j]) / sampleSize;
+}
+
+void TreeLearner::CountClasses() {
+    std::unordered_set<int> classes;
+    for (int i = 0; CfgInfo.fRegCls == "CLS" && i < sampleSize; ++i) {
+        classes.insert(sylvora::Truncate<int>(labelV[i]));
+    }
+    CfgInfo.numClass = numClass = static_cast<int>(classes.size());
 }
 
 // Every set opens the report anew; its header tells of the last one. A report that cannot be

@@ -1,0 +1,164 @@
+#include "RowReading.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <iterator>
+#include <utility>
+
+#include "Libdef.h"
+#include "TextBlocks.h"
+#include "god.h"
+#include "god/DataLines.h"
+#include "god/NumberParsing.h"
+#include "god/Report.h"
+
+namespace sylvora::frontend {
+namespace {
+
+bool IsFinite(double label, const double* values, int dim) {
+    return std::isfinite(label) &&
+           std::all_of(values, values + dim, [](double value) { return std::isfinite(value); });
+}
+
+void AddToRuns(std::string_view queryId, long line, std::vector<QueryRun>& runV) {
+    if (runV.empty() || runV.back().queryId != queryId) {
+        runV.push_back({std::string(queryId), 0, line, line});
+    }
+    ++runV.back().numRows;
+    runV.back().lastLine = line;
+}
+
+// Parses the wanted rows of one block after another.
+class BlockParser {
+  public:
+    BlockParser(const DataFile& dataFile, const RowRules& rowRules, RowPlaces& rowPlaces)
+        : file(dataFile), rules(rowRules), places(rowPlaces) {}
+
+    RowReport Parse(size_t block) {
+        RowReport report;
+        const DataFile::Tally& before = file.Before(block);
+        const long end = std::min(places.first + places.count, file.Before(block + 1).numRows);
+        long numLine = before.numLines;
+        long row = before.numRows;
+        reader.Begin(file.Descriptor(), file.BlockBytes(), block);
+        for (std::string_view line; row < end && reader.Next(line);) {
+            ++numLine;
+            if (IsBlank(line)) continue;
+            if (row >= places.first && !ParseRow(line, row - places.first, numLine, report.runV)) {
+                report.fault = {row - places.first, numLine, std::string(line), ""};
+                return report;
+            }
+            ++row;
+        }
+        if (row < end) {
+            const long wanted = std::max(row, places.first) - places.first;
+            report.fault = {wanted, numLine + 1, "",
+                            reader.Error() != 0 ? DataFile::Unreadable(reader.Error())
+                                                : "has gone since the file was first read"};
+        }
+        return report;
+    }
+
+  private:
+    bool ParseRow(std::string_view line, long row, long numLine, std::vector<QueryRun>& runV) {
+        double* const values = places.ValuesAt(row);
+        double& label = places.LabelAt(row);
+        LineHead head;
+        if (line.find('\0') != std::string_view::npos ||
+            ParseSparseLine(line, rules.dim, values, head) != 0 ||
+            !ParseNumber(head.label, label)) {
+            return false;
+        }
+        AddToRuns(head.queryId, numLine, runV);
+        return !rules.fFinite || IsFinite(label, values, rules.dim);
+    }
+
+    const DataFile& file;
+    const RowRules& rules;
+    RowPlaces& places;
+    BlockReader reader;
+};
+
+// The first block that has rows from number `row` on.
+size_t BlockOf(const DataFile& file, long row) {
+    size_t first = 0;
+    for (size_t last = file.NumBlocks(); first < last;) {
+        const size_t middle = (first + last) / 2;
+        if (file.Before(middle + 1).numRows <= row) {
+            first = middle + 1;
+        } else {
+            last = middle;
+        }
+    }
+    return first;
+}
+
+// The reports in the order of the blocks, up to the first fault.
+RowReport Join(std::vector<RowReport>& reportV) {
+    RowReport all;
+    for (RowReport& report : reportV) {
+        all.runV.insert(all.runV.end(), std::make_move_iterator(report.runV.begin()),
+                        std::make_move_iterator(report.runV.end()));
+        all.fault = std::move(report.fault);
+        if (all.fault.row >= 0) break;
+    }
+    return all;
+}
+
+}  // namespace
+
+RowReport ReadRows(const DataFile& file, const RowRules& rules, RowPlaces& places,
+                   ReadingThreads& threads) {
+    if (places.count == 0) return {};
+    const size_t first = BlockOf(file, places.first);
+    const size_t numBlocks = BlockOf(file, places.first + places.count - 1) + 1 - first;
+    engine::WorkerPool& pool = threads.For(numBlocks);
+    std::vector<BlockParser> parserV;
+    for (int worker = 0; worker < pool.NumWorkers(); ++worker) {
+        parserV.emplace_back(file, rules, places);
+    }
+    std::vector<RowReport> reportV(numBlocks);
+    std::atomic<int> firstBad{static_cast<int>(numBlocks)};
+    pool.For(static_cast<int>(numBlocks), [&](int block, int worker) {
+        // Blocks are handed out in order, so all before a bad one are read whatever happens.
+        if (block > firstBad.load()) return;
+        const size_t at = static_cast<size_t>(block);
+        reportV[at] = parserV[static_cast<size_t>(worker)].Parse(first + at);
+        if (reportV[at].fault.row < 0) return;
+        for (int bad = firstBad.load(); block < bad && !firstBad.compare_exchange_weak(bad, block);)
+            continue;
+    });
+    return Join(reportV);
+}
+
+// The plain reader says what it does not like; what it likes is not finite.
+int Complain(const DataFile& file, const RowRules& rules, const RowFault& fault) {
+    if (!fault.complaint.empty()) return file.Refuse(fault.line, fault.complaint);
+    if (fault.text.find('\0') != std::string::npos) {
+        return file.Refuse(fault.line, "holds a zero byte, a line of text is wanted");
+    }
+    VecDle valueV(static_cast<size_t>(rules.dim));
+    double* values = valueV.data();
+    int count = 0;
+    std::string label;
+    std::string queryId;
+    if (read_sparse_line(fault.text, rules.dim, values, count, label, queryId, true) != 0) {
+        return file.Refuse(fault.line, Text("wanted: label [qid:query] id:value ..., with ids from "
+                                            "1 to ",
+                                            rules.dim));
+    }
+    double valLabel = 0.0;
+    if (!TryStrToDouble(label.c_str(), valLabel)) {
+        return file.Refuse(fault.line, "the label \"" + label + "\" is no number");
+    }
+    const auto isInfinite = [](double value) { return !std::isfinite(value); };
+    const auto infinite = std::find_if(valueV.begin(), valueV.end(), isInfinite);
+    const std::string what = isInfinite(valLabel)
+                                 ? "the label"
+                                 : Text("the value of id ", infinite - valueV.begin() + 1);
+    return file.Refuse(fault.line,
+                       what + " is infinite; training wants numbers that a double holds");
+}
+
+}  // namespace sylvora::frontend
