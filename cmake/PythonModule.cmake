@@ -4,7 +4,8 @@
 # An interpreter that SYLVORA_PYTHONS names must be usable, or configuring ends. The interpreters
 # of the default are used as far as they are there.
 #
-# Sets SYLVORA_PYTHON_VERSIONS (3.11 2.7 ...) and for each version SYLVORA_PYTHON_<version>.
+# Sets SYLVORA_PYTHON_VERSIONS (3.11 2.7 ...) and for each version SYLVORA_PYTHON_<version>, the
+# interpreter, and SYLVORA_PYTHON_ANSWER_<version>, what it said.
 
 # Asks `interpreter` for version, include directory and suffix of extension modules; `result` is
 # empty where that fails.
@@ -40,22 +41,29 @@ function(sylvora_python_obstacle answer obstacle)
     endif()
 endfunction()
 
-function(sylvora_add_module answer)
+# Adds `module` for the interpreter with this answer, in the build tree's <folder>/<major.minor>.
+function(sylvora_define_module module answer folder)
     list(GET answer 0 version)
     list(GET answer 1 include)
     list(GET answer 2 suffix)
-    set(module sylvora_python_${version})
     add_library(${module} MODULE ${module_sources})
     set_target_properties(${module} PROPERTIES
         PREFIX "" OUTPUT_NAME sylvora SUFFIX "${suffix}"
-        LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/python/${version}
-        LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/module.map)
-    target_include_directories(${module} PRIVATE src)
+        LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/${folder}/${version})
+    target_include_directories(${module} PRIVATE ${PROJECT_SOURCE_DIR}/src)
     target_include_directories(${module} SYSTEM PRIVATE ${include})
     target_link_libraries(${module} PRIVATE sylvora_static)
+    sylvora_own_code(${module})
+endfunction()
+
+function(sylvora_add_module answer)
+    list(GET answer 0 version)
+    set(module sylvora_python_${version})
+    sylvora_define_module(${module} "${answer}" python)
+    set_target_properties(${module} PROPERTIES
+        LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/module.map)
     target_link_options(${module} PRIVATE
         LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/module.map)
-    sylvora_own_code(${module})
     add_dependencies(sylvora_python ${module})
 endfunction()
 
@@ -74,6 +82,7 @@ foreach(interpreter IN LISTS interpreters)
         list(GET answer 0 version)
         list(APPEND SYLVORA_PYTHON_VERSIONS ${version})
         set(SYLVORA_PYTHON_${version} ${interpreter})
+        set(SYLVORA_PYTHON_ANSWER_${version} "${answer}")
         sylvora_add_module("${answer}")
         message(STATUS "python ${version}: module for ${interpreter}")
     elseif(SYLVORA_PYTHONS)

@@ -4,6 +4,8 @@
 #ifndef SYLVORA_TESTS_FAULTS_FAILINGCALLS_H
 #define SYLVORA_TESTS_FAULTS_FAILINGCALLS_H
 
+#include "Libdef.h"
+
 namespace sylvora::tests {
 
 enum class Call { kAllocation, kThreadStart };
@@ -28,6 +30,6 @@ int NumRunningThreads();
 
 // For programs that load this code as a library: the same for allocations, without an object.
 // FailAllocations(-1, 0) ends it. Both return whether a call has failed.
-extern "C" int FailAllocations(long first, int fForGood);
+extern "C" SYLVORA_API int FailAllocations(long first, int fForGood);
 
 #endif  // SYLVORA_TESTS_FAULTS_FAILINGCALLS_H

@@ -68,6 +68,12 @@ class Sweep {
   public:
     Sweep(const TempFolder& f, Call failing, std::string cause)
         : folder(f), call(failing), complaint(std::move(cause)) {}
+    ~Sweep() {
+        std::cout << numRefused + numAccepted << " failed calls: " << numRefused
+                  << " ended the run, " << numAccepted << " did not\n";
+    }
+    Sweep(const Sweep&) = delete;
+    Sweep& operator=(const Sweep&) = delete;
 
     void Try(const Work& work) {
         if (testing::Test::HasFailure()) return;  // one fault at a time
@@ -107,7 +113,9 @@ class Sweep {
         for (const std::string& name : folder.Names()) EXPECT_NE(name[0], '.') << name;
         EXPECT_EQ(NumRunningThreads(), 0) << work.name << ", call " << first;
         Collect(err.Text(), lines);
-        return FailingCalls::HasFailed() && !testing::Test::HasFailure();
+        if (!FailingCalls::HasFailed()) return false;
+        ++(status == 0 ? numAccepted : numRefused);
+        return !testing::Test::HasFailure();
     }
 
     const TempFolder& folder;
@@ -115,6 +123,8 @@ class Sweep {
     std::regex complaint;
     std::string expected;
     Lines lines;
+    int numRefused = 0;
+    int numAccepted = 0;
 };
 
 struct Kind {

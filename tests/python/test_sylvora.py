@@ -2,6 +2,8 @@
 
 Runs unchanged under Python 2.7 and 3.8 and later, with the module's folder in PYTHONPATH:
 python -m unittest discover -s tests/python
+
+SYLVORA_CYCLES in the environment says how often a model is loaded and released.
 """
 import os
 import random
@@ -19,20 +21,44 @@ from models import expected_scores, model_text
 
 NAN, INFINITY = float('nan'), float('inf')
 MISSING = -2147483648.0
+CYCLES = int(os.environ.get('SYLVORA_CYCLES', '3000'))
 
 STUMP = (1, 0.25, -1.5, (0, 2.0, 0.5, 7.25))
 REGRESSION = (0, [(0.1, [STUMP]), (0.05, [(2, -1.0, 3.0, 4.0)]), (1.0, [0.125])])
 
 
-class Item(object):
-    """A list item whose conversion to a number runs `action` first."""
-
+class Acting(object):
     def __init__(self, value, action=lambda: None):
         self.value, self.action = value, action
+
+
+class Item(Acting):
+    """A list item whose conversion to a number runs `action` first."""
 
     def __float__(self):
         self.action()
         return self.value
+
+
+class Index(Acting):
+    """The same by the way of integers."""
+
+    def __index__(self):
+        self.action()
+        return int(self.value)
+
+
+def each_on_a_thread(function, count):
+    """Calls function(0), ... at the same time, with a switch of threads whenever there can be one."""
+    if hasattr(sys, 'setswitchinterval'):
+        sys.setswitchinterval(1e-6)
+    threads = [threading.Thread(target=function, args=(thread,)) for thread in range(count)]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    if hasattr(sys, 'setswitchinterval'):
+        sys.setswitchinterval(0.005)
 
 
 class ModuleTest(unittest.TestCase):
@@ -120,7 +146,7 @@ class ErrorTest(ModuleTest):
         self.assertIs(again.error, first.error)
 
     def test_load(self):
-        for arguments in ((), (5,), (None,), ('a\0b',), ('a', 'b')):
+        for arguments in ((), (5,), (None,), ('a\0b',), ('a', 'b'), (u'\udc80',), (bytearray(b'a'),)):
             self.assert_error('Can not get model path', sylvora.LoadModel, *arguments)
         self.assert_error('Load Model error', sylvora.LoadModel, os.path.join(self.folder, 'none'))
         text = model_text(REGRESSION, 3)
@@ -176,12 +202,13 @@ class HostileTest(ModuleTest):
     def test_list_changes(self):
         handle = self.load(REGRESSION)
         for change, size in (('pop', 2), ('clear', 0), ('append', 4)):
-            row = [0.0, 0.0]
-            action = {'pop': row.pop, 'clear': lambda: row.__delitem__(slice(None)),
-                      'append': lambda: row.append(0.0)}[change]
-            row.insert(0, Item(0.0, action))
-            self.assert_error('# Feature size error : expected 3, actual %d' % size,
-                              sylvora.OnlineTesting, handle, row)
+            for kind in (Item, Index) if sys.version_info >= (3, 8) else (Item,):
+                row = [0.0, 0.0]
+                action = {'pop': row.pop, 'clear': lambda: row.__delitem__(slice(None)),
+                          'append': lambda: row.append(0.0)}[change]
+                row.insert(0, kind(0.0, action))
+                self.assert_error('# Feature size error : expected 3, actual %d' % size,
+                                  sylvora.OnlineTesting, handle, row)
         row = [0.0, 0.0, 0.0]
         row[0] = Item(3.0, lambda: row.__setitem__(slice(None), [9, 0.5, -1]))
         self.assert_same(sylvora.OnlineTesting(handle, row),
@@ -202,25 +229,92 @@ class HostileTest(ModuleTest):
         self.assert_same(inner[0], expected_scores(REGRESSION, [9, 9, 9]))
         self.assert_error('Parse argv error', sylvora.ReleaseModel, handle)
 
-    def test_threads_share_a_handle(self):
-        handle, wrong = self.load(REGRESSION), []
-        switch = getattr(sys, 'setswitchinterval', lambda seconds: sys.setcheckinterval(1))
-        switch(1e-6)
-        self.addCleanup(lambda: getattr(sys, 'setswitchinterval', lambda _: None)(0.005))
+    def test_threads(self):
+        """16 of them score with a handle each, with a common one, and with one that any of them
+        releases and loads again."""
+        path = self.write(model_text(REGRESSION, 3))
+        common, fleeting, wrong = sylvora.LoadModel(path), [sylvora.LoadModel(path)], []
+        lock = threading.Lock()  # what is released twice may be another thread's by then
 
-        def score(thread):
-            for count in range(300):
-                row = [float(thread), count % 3 / 4.0, thread - 2.0]
+        def score(handle, row, may_be_gone):
+            try:
                 result = sylvora.OnlineTesting(handle, [Item(value) for value in row])
-                if result != expected_scores(REGRESSION, row):
-                    wrong.append((row, result))
+            except sylvora.error as error:
+                return may_be_gone and str(error) == 'Parse argv error'
+            return result == expected_scores(REGRESSION, row)
 
-        threads = [threading.Thread(target=score, args=(thread,)) for thread in range(4)]
-        for thread in threads:
-            thread.start()
-        for thread in threads:
-            thread.join()
+        def work(thread):
+            own = sylvora.LoadModel(path)
+            for count in range(100):
+                row = [float(thread), count % 3 / 4.0, thread - 2.0]
+                if not (score(own, row, False) and score(common, row, False) and
+                        score(fleeting[0], row, True)):
+                    wrong.append(row)
+                if count % 7 == 0:
+                    with lock:
+                        sylvora.ReleaseModel(fleeting[0])
+                        fleeting[0] = sylvora.LoadModel(path)
+            sylvora.ReleaseModel(own)
+
+        each_on_a_thread(work, 16)
         self.assertEqual(wrong, [])
+        sylvora.ReleaseModel(common)
+        sylvora.ReleaseModel(fleeting[0])
+
+    def test_any_arguments(self):
+        """Whatever is passed: a result or an exception."""
+        path = self.write(model_text(REGRESSION, 3))
+        handle, draw = sylvora.LoadModel(path), random.Random(3)
+
+        class Row(list):
+            def __len__(self):
+                return 3
+
+            def __getitem__(self, index):
+                raise KeyError(index)
+
+        things = [None, True, -1, 0, 2 ** 31, 2 ** 63, 2 ** 64, -2 ** 63, 10 ** 400, 1.5, NAN, 1j, '',
+                  u'x', b'x', bytearray(3), path, (), (1, 2, 3), [], [1, 2, 3], [[1], 2, 3], {}, set(),
+                  object(), int, len, iter([]), sylvora, sylvora.error, Item(1.0), Item('x'), Index(1),
+                  Decimal('nan'), Fraction(1, 3), Row([1, 2, 3]), Row(), [1, 2, Item(NAN)], slice(3),
+                  lambda: 0, type('Any', (), {'__getattr__': lambda *_: 1 / 0})()]
+        for _ in range(20000):
+            function = draw.choice([sylvora.LoadModel, sylvora.OnlineTesting, sylvora.ReleaseModel])
+            arguments = [draw.choice(things) for _ in range(draw.randrange(4))]
+            if arguments and function is sylvora.OnlineTesting and draw.random() < 0.5:
+                arguments[0] = handle
+            try:
+                result = function(*arguments)
+                self.assertIn(len(arguments), (1, 2))
+                if function is sylvora.LoadModel:
+                    sylvora.ReleaseModel(result)
+            except (sylvora.error, TypeError, OverflowError):
+                pass
+        self.assertEqual(sylvora.OnlineTesting(handle, [3, 0.5, -1]),
+                         expected_scores(REGRESSION, [3, 0.5, -1]))
+        sylvora.ReleaseModel(handle)
+
+    def test_handles_of_another_process(self):
+        """A child has its parent's handles, to release as well; the parent has none of the child's."""
+        handle = self.load(REGRESSION)
+        expected = expected_scores(REGRESSION, [3.0, 0.5, -1.0])
+        ours, theirs = os.pipe()
+        child = os.fork()
+        if child == 0:
+            try:
+                new = self.load(REGRESSION)
+                same = sylvora.OnlineTesting(handle, [3.0, 0.5, -1.0]) == expected
+                sylvora.ReleaseModel(handle)
+                os.write(theirs, (u'%d' % new).encode() if same else b'0')
+            finally:
+                os._exit(0)
+        os.close(theirs)
+        with os.fdopen(ours) as answer:
+            new = int(answer.read() or 0)
+        self.assertEqual(os.waitpid(child, 0)[1], 0)
+        self.assertNotEqual(new, 0)
+        self.assert_error('Parse argv error', sylvora.OnlineTesting, new, [0, 0, 0])
+        self.assert_same(sylvora.OnlineTesting(handle, [3.0, 0.5, -1.0]), expected)
         sylvora.ReleaseModel(handle)
 
     @unittest.skipIf('asan' in os.environ.get('LD_PRELOAD', ''), 'it keeps freed memory')
@@ -246,6 +340,10 @@ class HostileTest(ModuleTest):
                 self.assertRaises(sylvora.error, sylvora.OnlineTesting, handle, [item, bad])
             sylvora.ReleaseModel(handle)
 
+        small = os.path.join(self.folder, 'small.txt')
+        with open(small, 'w') as file:
+            file.write(model_text(REGRESSION, 3))
+
         def peak():
             return resource.getrusage(resource.RUSAGE_SELF).ru_maxrss * 1024
 
@@ -254,6 +352,10 @@ class HostileTest(ModuleTest):
         before = peak()
         for _ in range(100):
             use()
+        for _ in range(CYCLES):
+            sylvora.ReleaseModel(sylvora.LoadModel(small))
+        if 'SYLVORA_CYCLES' in os.environ:
+            print('%d cycles, peak of memory %d bytes higher' % (CYCLES, peak() - before))
         self.assertLess(peak() - before, 20 * size)
         self.assertEqual([sys.getrefcount(each) for each in (item, bad, sylvora.error)],
                          references)
