@@ -9,8 +9,8 @@ namespace sylvora {
 namespace engine {
 namespace {
 
-constexpr int kChunkRows = 16384;
-constexpr int kManyChunks = 3;  // from so many on, workers share a slice
+constexpr int kChunkRows = 8192;
+constexpr int kManyChunks = 4;  // from so many on, workers share a slice
 
 void AddCells(Cell* to, const Cell* from, size_t count) {
     for (size_t c = 0; c < count; ++c) to[c] += from[c];

@@ -12,6 +12,7 @@ namespace engine {
 namespace {
 
 constexpr double kUnitRoundoff = 0x1p-53;
+constexpr int kChunkRows = 16384;
 constexpr int kBlockRows = 512;  // whose ranks are gathered at once
 
 }  // namespace
@@ -104,9 +105,9 @@ void NodeSearch::RefineSlots(const SearchTask& task) {
     std::stable_sort(slotV.begin(), slotV.end(), [this](int a, int b) {
         return viewV[static_cast<size_t>(a)].bound > viewV[static_cast<size_t>(b)].bound;
     });
-    ForSlots([&](int slot, Scratch& scratch) {
-        if (viewV[static_cast<size_t>(slot)].bound >= Least()) RefineSlot(task, slot, scratch);
-    });
+    for (const int slot : slotV) {
+        if (viewV[static_cast<size_t>(slot)].bound >= Least()) RefineSlot(task, slot, scratchV[0]);
+    }
     for (const int slot : slotV) {
         const ColumnView& view = viewV[static_cast<size_t>(slot)];
         if (view.best < Least()) continue;
@@ -195,7 +196,7 @@ void NodeSearch::ScorePieces(const SearchTask& task, int slot, Scratch& scratch)
 }
 
 // Keys of the rows in live bins, and of some near them: ranks are looked up in steps.
-void NodeSearch::CollectKeys(const SearchTask& task, int id, Scratch& scratch) const {
+void NodeSearch::CollectKeys(const SearchTask& task, int id, Scratch& scratch) {
     const Column& column = data.At(id);
     const Histogram& histogram = *task.histogram;
     const uint32_t numRanks = column.binFirstRankV.back();
@@ -208,19 +209,42 @@ void NodeSearch::CollectKeys(const SearchTask& task, int id, Scratch& scratch) c
         const uint32_t last = (histogram.FirstRank(column, bin + 1) - 1) >> step;
         std::fill(liveV.begin() + first, liveV.begin() + last + 1, uint8_t{1});
     }
-    scratch.keyV.resize(static_cast<size_t>(task.rows.count));
-    uint64_t* key = scratch.keyV.data();
-    int rankV[kBlockRows];
-    for (int begin = 0; begin < task.rows.count; begin += kBlockRows) {
-        const int count = std::min(kBlockRows, task.rows.count - begin);
-        data.GatherRanks(id, task.rows.rowV + begin, count, rankV);
-        for (int i = 0; i < count; ++i) {
-            const uint32_t rank = static_cast<uint32_t>(rankV[i]);
-            *key = KeyOf(rank, begin + i);
-            key += liveV[rank >> step];
+    scratch.keyV.clear();
+    const int numChunks = (task.rows.count + kChunkRows - 1) / kChunkRows;
+    const auto collect = [&](int chunk, std::vector<uint64_t>& chunkV) {
+        chunkV.resize(kChunkRows);
+        uint64_t* key = chunkV.data();
+        int rankV[kBlockRows];
+        const int end = std::min((chunk + 1) * kChunkRows, task.rows.count);
+        for (int begin = chunk * kChunkRows; begin < end; begin += kBlockRows) {
+            const int count = std::min(kBlockRows, end - begin);
+            data.GatherRanks(id, task.rows.rowV + begin, count, rankV);
+            for (int i = 0; i < count; ++i) {
+                const uint32_t rank = static_cast<uint32_t>(rankV[i]);
+                *key = KeyOf(rank, begin + i);
+                key += liveV[rank >> step];
+            }
         }
+        return key - chunkV.data();
+    };
+    const auto append = [&](const std::vector<uint64_t>& chunkV, std::ptrdiff_t count) {
+        scratch.keyV.insert(scratch.keyV.end(), chunkV.begin(), chunkV.begin() + count);
+    };
+    if (pool == nullptr) {
+        for (int chunk = 0; chunk < numChunks; ++chunk) {
+            append(scratch.chunkV, collect(chunk, scratch.chunkV));
+        }
+        return;
     }
-    scratch.keyV.resize(static_cast<size_t>(key - scratch.keyV.data()));
+    std::vector<std::vector<uint64_t>> keyVV(static_cast<size_t>(numChunks));
+    pool->For(numChunks, [&](int chunk, int worker) {
+        std::vector<uint64_t>& chunkV = scratchV[static_cast<size_t>(worker)].chunkV;
+        const std::ptrdiff_t count = collect(chunk, chunkV);
+        keyVV[static_cast<size_t>(chunk)].assign(chunkV.begin(), chunkV.begin() + count);
+    });
+    for (const std::vector<uint64_t>& keyV : keyVV) {
+        append(keyV, static_cast<std::ptrdiff_t>(keyV.size()));
+    }
 }
 
 void NodeSearch::SortSlot(const SearchTask& task, int slot, Scratch& scratch) {

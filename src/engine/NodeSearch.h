@@ -37,8 +37,8 @@ struct SearchResult {
 // Searches one node at a time. Buffers are reused from node to node.
 class NodeSearch {
   public:
-    // Sorts up to `fewKeysToSort` rows of a column straight away. With a pool, slots are shared
-    // out.
+    // Sorts up to `fewKeysToSort` rows of a column straight away. With a pool, slots and long
+    // columns are shared out.
     NodeSearch(const Columns& columns, const FixedPoint& fixedPoint, int fewKeysToSort,
                WorkerPool* workers);
 
@@ -58,6 +58,7 @@ class NodeSearch {
         std::vector<int> liveBinV;
         std::vector<uint64_t> keyV;       // rank and, in the low half, place in the slice
         std::vector<uint64_t> otherKeyV;  // for sorting
+        std::vector<uint64_t> chunkV;     // keys of a stretch of rows
         std::vector<uint8_t> liveV;       // by rank, in steps: whether a live bin is there
     };
 
@@ -68,7 +69,7 @@ class NodeSearch {
     void RefineSlot(const SearchTask& task, int slot, Scratch& scratch);
     void ScoreBins(const SearchTask& task, int slot, Scratch& scratch);
     void ScorePieces(const SearchTask& task, int slot, Scratch& scratch);
-    void CollectKeys(const SearchTask& task, int id, Scratch& scratch) const;
+    void CollectKeys(const SearchTask& task, int id, Scratch& scratch);
     void SortSlot(const SearchTask& task, int slot, Scratch& scratch);
     void ScoreRun(const SearchTask& task, int slot, const uint64_t* begin, const uint64_t* end,
                   Cell prefix, Scratch& scratch);

@@ -4,7 +4,7 @@
 // their parent's leaves. Nodes whose rows are fewer than their histogram's cells count their drawn
 // columns afresh in a coarser histogram instead, and the smallest sort their columns.
 //
-// While a level has fewer nodes than there are workers, all work together on one node after the
+// All workers together take the nodes that are more than a worker's share of a level, one after the
 // other; then each takes nodes by itself.
 #include "RegressionGrowth.h"
 
@@ -20,7 +20,7 @@ namespace engine {
 namespace {
 
 constexpr int kChunkRows = 16384;
-constexpr int kTeamRows = 65536;  // a node of fewer rows is not worth a team
+constexpr int kTeamRows = 65536;  // fewer are not worth a team
 
 // How many bins, as a power of two, a node with `count` rows joins in a histogram of its own.
 int ShiftFor(int count, int mostBins) {
@@ -242,24 +242,34 @@ void RegressionGrowth::DrawColumns(OpenNode* batch, size_t numBatch, long* seed)
 }
 
 void RegressionGrowth::SplitBatch(OpenNode* batch, size_t numBatch) {
-    std::vector<OpenNode*> aloneV;
-    const bool fTeams = pool.NumWorkers() > 1 && numBatch < 2 * workerV.size();
+    std::vector<int> countV;
     for (size_t b = 0; b < numBatch; ++b) {
-        const GrownNode& node = nodeV[static_cast<size_t>(batch[b].idxNode)];
-        if (fTeams && node.countDoc >= kTeamRows) {
-            SplitNode(batch[b], *team);
+        countV.push_back(nodeV[static_cast<size_t>(batch[b].idxNode)].countDoc);
+    }
+    ForTeamsAndAlone(countV, [&](size_t b, int worker) {
+        SplitNode(batch[b], worker < 0 ? *team : *workerV[static_cast<size_t>(worker)]);
+    });
+}
+
+// Calls visit(i, worker) for jobs on countV[i] rows: with worker -1 for all workers together, one
+// after the other, where a job is more than a worker's fair share; then for each worker by itself,
+// the largest jobs first, so that they finish together.
+template <typename Visit>
+void RegressionGrowth::ForTeamsAndAlone(const std::vector<int>& countV, const Visit& visit) {
+    const int64_t numRows = std::accumulate(countV.begin(), countV.end(), int64_t{0});
+    const int64_t manyRows = std::max<int64_t>(kTeamRows, numRows / pool.NumWorkers());
+    std::vector<size_t> aloneV;
+    for (size_t i = 0; i < countV.size(); ++i) {
+        if (pool.NumWorkers() > 1 && countV[i] >= manyRows) {
+            visit(i, -1);
         } else {
-            aloneV.push_back(&batch[b]);
+            aloneV.push_back(i);
         }
     }
-    // The largest first, so that the workers finish together.
-    std::stable_sort(aloneV.begin(), aloneV.end(), [this](const OpenNode* a, const OpenNode* b) {
-        return nodeV[static_cast<size_t>(a->idxNode)].countDoc >
-               nodeV[static_cast<size_t>(b->idxNode)].countDoc;
-    });
-    pool.For(static_cast<int>(aloneV.size()), [&](int i, int worker) {
-        SplitNode(*aloneV[static_cast<size_t>(i)], *workerV[static_cast<size_t>(worker)]);
-    });
+    std::stable_sort(aloneV.begin(), aloneV.end(),
+                     [&countV](size_t a, size_t b) { return countV[a] > countV[b]; });
+    pool.For(static_cast<int>(aloneV.size()),
+             [&](int i, int worker) { visit(aloneV[static_cast<size_t>(i)], worker); });
 }
 
 void RegressionGrowth::SplitNode(OpenNode& open, Worker& worker) {
@@ -387,13 +397,13 @@ void RegressionGrowth::ShareHistograms(std::vector<OpenNode>& nextV) {
             store.GiveBack(std::move(nextV[i].histogram));
         }
     }
-    if (firstV.size() < workerV.size()) {
-        for (const size_t i : firstV) ShareHistogram(nextV, i, -1);
-    } else {
-        pool.For(static_cast<int>(firstV.size()), [&](int i, int worker) {
-            ShareHistogram(nextV, firstV[static_cast<size_t>(i)], worker);
-        });
+    std::vector<int> countV;  // of the smaller sons, which are counted
+    for (const size_t i : firstV) {
+        const GrownNode& father = FatherOf(nextV[i]);
+        countV.push_back(std::min(father.countL, father.countDoc - father.countL));
     }
+    ForTeamsAndAlone(countV,
+                     [&](size_t i, int worker) { ShareHistogram(nextV, firstV[i], worker); });
 }
 
 // Shares the histogram at nextV[i] among that node and the one behind, where they are brothers.

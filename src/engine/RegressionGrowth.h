@@ -54,6 +54,8 @@ class RegressionGrowth {
                    std::vector<OpenNode>& nextV);
     void DrawColumns(OpenNode* batch, size_t numBatch, long* seed);
     void SplitBatch(OpenNode* batch, size_t numBatch);
+    template <typename Visit>
+    void ForTeamsAndAlone(const std::vector<int>& countV, const Visit& visit);
     void SplitNode(OpenNode& open, Worker& worker);
     SplitPoint FindSplit(OpenNode& open, Worker& worker);
     void SumSons(OpenNode& open, WorkerPool* workers);
