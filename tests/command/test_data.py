@@ -29,6 +29,25 @@ class Reading(Workbench):
         self.assertEqual(expected, self.model("-numBound", "1", "-fileTrain", "/dev/stdin",
                                               input=text))
 
+    def test_threads_do_not_show(self):
+        """A file of several blocks, right or with a fault far from its begin."""
+        lines = data_lines([i % 5 for i in range(9000)], [i // 9 for i in range(9000)], columns=8)
+        options = ["-numTree", "2", "-fileTest", "train.txt", "-filePred", "pred.txt"]
+        self.write("run.cfg", "modelType = GBRank\nfileTrain = train.txt\nfileModel = model.txt\n")
+        wrong = {5000: "1 qid:555 2:x", 8000: "1 qid:12 1:1", 8999: "x"}
+        for broken in ({}, wrong, {7777: lines[0]}, {8999: "1 1:1"}):
+            self.write("train.txt", [broken.get(i, line) for i, line in enumerate(lines)])
+            seen = set()
+            for threads in ("1", "3", "8", None):
+                given = ["-numThread", threads] if threads else []
+                for mode in "train", "predict", "analyze":
+                    self.write("pred.txt", OLD)
+                    run = self.run_command("run.cfg", "-mode", mode, *options, *given)
+                    said = [line for line in run.stderr.splitlines() if "NOTICE" not in line]
+                    seen.add((mode, run.returncode, run.stdout, "\n".join(said),
+                              self.read("model.txt"), self.read("pred.txt")))
+            self.assertEqual(3, len(seen), broken)
+
     def test_dimension_is_that_of_the_widest_file(self):
         widest = {"fileTrain": 3, "fileTest": 7, "fileDev": 5}
         self.configure("fileTest = test.txt", "fileDev = dev.txt")

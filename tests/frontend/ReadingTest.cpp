@@ -21,6 +21,7 @@ using namespace sylvora::tests;
 
 struct Rows {
     int dim = 0;
+    long lineOfWidest = 0;  // the first of them; 0: no line has a feature
     VecDle labelV;
     VecVecDle rowVV;
     VecInt queryIdV;
@@ -36,7 +37,11 @@ class PlainReader {
 
     int Read(bool fTogether, Rows& rows) {
         rows.dim = 0;
-        for (const std::string& line : lineV) rows.dim = std::max(rows.dim, LargestId(line));
+        for (size_t i = 0; i < lineV.size(); ++i) {
+            const int id = LargestId(lineV[i]);
+            if (id > rows.dim) rows.lineOfWidest = static_cast<long>(i) + 1;
+            rows.dim = std::max(rows.dim, id);
+        }
         for (numLine = 1; numLine <= static_cast<long>(lineV.size()); ++numLine) {
             const std::string& line = lineV[static_cast<size_t>(numLine) - 1];
             if (line.find_first_not_of(" \t\n\v\f\r") == std::string::npos) continue;
@@ -130,6 +135,7 @@ int ReadBlocks(const std::string& path, bool fTogether, ReadingThreads& threads,
     DataFile file("data", path);
     if (file.Scan(threads) != 0) return -1;
     rows.dim = WidestRow({&file}, 0);
+    rows.lineOfWidest = file.LineOfLargestId();
     DataSet set;
     const SetRules rules = {{rows.dim, true}, fTogether};
     const int status = ReadSet(file, rules, threads, set);
@@ -163,6 +169,7 @@ class RandomFile {
 
   private:
     std::string Line(const std::string& query) {
+        if (Fault() && !query.empty()) return "1 1:2 qid:q0";
         if (Fault()) {
             return Pick({"word 1:2", "1 word", "1 1:x 1:2", "1 x:1", "1 0:1", "1 1:1e999", "1e999",
                          "1 1:2 qid:q0", std::string("1 1:\0", 5), "1 1:2:3", "1 -1:0", "1 1:"});
@@ -211,6 +218,7 @@ bool Compare(const std::string& path, bool fTogether) {
         EXPECT_EQ(blocks.status, plain.status) << blocks.err;
         EXPECT_EQ(blocks.err, plain.err);
         EXPECT_EQ(rows.dim, expected.dim);
+        EXPECT_EQ(rows.lineOfWidest, expected.lineOfWidest);
         if (plain.status != 0) continue;
         EXPECT_EQ(rows.queryIdV, expected.queryIdV);
         EXPECT_EQ(rows.lineWithoutQuery, expected.lineWithoutQuery);

@@ -317,6 +317,28 @@ class HostileTest(ModuleTest):
         self.assert_same(sylvora.OnlineTesting(handle, [3.0, 0.5, -1.0]), expected)
         sylvora.ReleaseModel(handle)
 
+    def test_forked_processes_have_the_handle(self):
+        handle, row = self.load(REGRESSION), [3.0, 0.5, -1.0]
+        stump = (0, [(1.0, [STUMP])])
+        children = []
+        for _ in range(4):
+            child = os.fork()
+            if child == 0:
+                status = 1
+                try:
+                    first = sylvora.OnlineTesting(handle, row)
+                    other = self.load(stump)
+                    second = sylvora.OnlineTesting(other, row)
+                    sylvora.ReleaseModel(handle)
+                    status = int(first != expected_scores(REGRESSION, row) or
+                                 second != expected_scores(stump, row))
+                finally:
+                    os._exit(status)
+            children.append(child)
+        self.assertEqual([os.waitpid(child, 0)[1] for child in children], [0] * 4)
+        self.assert_same(sylvora.OnlineTesting(handle, row), expected_scores(REGRESSION, row))
+        sylvora.ReleaseModel(handle)
+
     @unittest.skipIf('asan' in os.environ.get('LD_PRELOAD', ''), 'it keeps freed memory')
     def test_memory_is_steady(self):
         tree = 1.0
