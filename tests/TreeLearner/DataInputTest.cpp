@@ -1,6 +1,7 @@
 // Data sets and the label map on their way into the learner.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <string>
 
 #include "../Support.h"
@@ -90,6 +91,51 @@ TEST(DataInput, CopiesEachSetToItsPlace) {
     EXPECT_EQ(learner.labelDevV[0], 7);
     EXPECT_EQ(learner.featureDevVV[0][1], 9);
     EXPECT_EQ(learner.queryIdDevV[0], 4);
+}
+
+// Two rows of two columns, and what they are adopted as.
+struct Adopted {
+    double* labels = static_cast<double*>(std::calloc(2, sizeof(double)));
+    double** rows = static_cast<double**>(std::calloc(2, sizeof(double*)));
+
+    Adopted() {
+        for (int i = 0; i < 2; ++i) {
+            labels[i] = i + 1;
+            rows[i] = static_cast<double*>(std::calloc(2, sizeof(double)));
+            rows[i][0] = 2 * i + 2;
+        }
+    }
+    int GiveTo(TreeLearner& learner, int numColumn, const VecInt& queries, int type) const {
+        return learner.DataAdopt(labels, rows, 2, numColumn, queries, type);
+    }
+};
+
+// What is refused or of no use is freed all the same, which a leak would show.
+TEST(DataInput, AdoptsArraysAsTheyAre) {
+    CheckCfgCLS cfg = Settings("GBRank", "REG");
+    TreeLearner learner(cfg);
+    const Adopted test, training;
+    EXPECT_EQ(test.GiveTo(learner, 2, {0}, kTest), 0);
+    EXPECT_EQ(Adopted().GiveTo(learner, 2, {0, 0}, kDevelopment), 0);
+    EXPECT_EQ(Adopted().GiveTo(learner, 2, {}, 3), 0);
+    EXPECT_EQ(training.GiveTo(learner, 2, {0, 1}, kTraining), 0);
+    EXPECT_EQ(learner.labelV, training.labels);
+    EXPECT_EQ(learner.featureVV, training.rows);
+    EXPECT_EQ(learner.queryIdV[1], 1);
+    EXPECT_EQ(learner.featureMean[0], 2.5);
+    EXPECT_EQ(learner.featureTestVV, test.rows);
+    EXPECT_EQ(learner.queryIdTestV, nullptr);
+    EXPECT_EQ(learner.queryIdDevV[1], 0);
+    const Outcome outcome = Observe([&] {
+        return Adopted().GiveTo(learner, 0, {}, kTest) +
+               learner.DataAdopt(nullptr, nullptr, 0, 2, {}, kTest) +
+               Adopted().GiveTo(learner, 2, {0}, kTraining);
+    });
+    EXPECT_EQ(outcome.status, -3);
+    EXPECT_EQ(outcome.err,
+              "ERROR: None features for training data!\n"
+              "ERROR: No training data for tree models!\n"
+              "ERROR: Size of qid does not match the data!\n");
 }
 
 TEST(DataInput, CountsClasses) {
