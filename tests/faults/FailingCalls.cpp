@@ -1,5 +1,5 @@
 // The calls that fail on order. The linker's --wrap leads calls of malloc and its kin to __wrap_...
-// here and __real_... to the true ones; operator new is replaced as the language provides for.
+// here and __real_... to the true ones.
 #include "FailingCalls.h"
 
 #include <pthread.h>
@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
-#include <new>
 
 namespace {
 
@@ -37,11 +36,6 @@ void Arm(Call call, long first, bool fForGood) {
 
 bool HasFailedSoFar() {
     return gNumCalls.load() > gFirst;
-}
-
-void* OrThrow(void* memory) {
-    if (memory == nullptr) throw std::bad_alloc();
-    return memory;
 }
 
 }  // namespace
@@ -108,35 +102,3 @@ int __wrap_pthread_join(pthread_t thread, void** exitValue) {
 }
 
 }  // extern "C"
-
-void* operator new(size_t size) {
-    return OrThrow(std::malloc(size));
-}
-void* operator new[](size_t size) {
-    return OrThrow(std::malloc(size));
-}
-void* operator new(size_t size, const std::nothrow_t&) noexcept {
-    return std::malloc(size);
-}
-void* operator new[](size_t size, const std::nothrow_t&) noexcept {
-    return std::malloc(size);
-}
-void* operator new(size_t size, std::align_val_t alignment) {
-    const size_t line = static_cast<size_t>(alignment);
-    return OrThrow(std::aligned_alloc(line, (size + line - 1) / line * line));
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, size_t) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory, size_t) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::align_val_t) noexcept {
-    std::free(memory);
-}
