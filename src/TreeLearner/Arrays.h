@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <new>
 
+#include "../engine/LargeArray.h"
 #include "../god/Report.h"
 
 namespace sylvora {
@@ -17,7 +18,10 @@ template <typename Element>
     std::free(array);
     const size_t numElements = count > 0 ? static_cast<size_t>(count) : 1;
     array = static_cast<Element*>(std::calloc(numElements, sizeof(Element)));
-    if (array != nullptr) return 0;
+    if (array != nullptr) {
+        engine::WishLargePages(array, numElements * sizeof(Element));
+        return 0;
+    }
     return Fail("ERROR: Failed to allocate memory when ", name, "!\n");
 }
 

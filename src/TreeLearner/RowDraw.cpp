@@ -7,6 +7,7 @@
 #include <numeric>
 #include <utility>
 
+#include "../engine/LargeArray.h"
 #include "../god/Truncation.h"
 
 namespace sylvora {
@@ -16,7 +17,10 @@ int ShareOf(int count, double share) {
 }
 
 std::unique_ptr<int[]> RowArray(int count) {
-    return std::unique_ptr<int[]>(new (std::nothrow) int[static_cast<size_t>(count)]);
+    const size_t size = static_cast<size_t>(count);
+    std::unique_ptr<int[]> rowV(new (std::nothrow) int[size]);
+    if (rowV) engine::WishLargePages(rowV.get(), size * sizeof(int));
+    return rowV;
 }
 
 RowDraw RowDraw::PerTree(const TreeLearner& learner) {

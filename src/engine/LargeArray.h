@@ -5,12 +5,23 @@
 
 #include <sys/mman.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <new>
 #include <vector>
 
 namespace sylvora {
 namespace engine {
+
+// Asks for large pages for memory that nothing was written to yet. Only a wish: without them
+// everything works the same.
+inline void WishLargePages(void* memory, size_t size) {
+    constexpr size_t kPage = 4096;
+    constexpr size_t kWorthwhile = size_t{1} << 22;
+    if (size < kWorthwhile) return;
+    const size_t skipped = (kPage - reinterpret_cast<uintptr_t>(memory) % kPage) % kPage;
+    madvise(static_cast<char*>(memory) + skipped, (size - skipped) / kPage * kPage, MADV_HUGEPAGE);
+}
 
 // Allocates on large pages, where the system offers them, what is larger than a few of them.
 template <typename Element>
@@ -29,8 +40,7 @@ struct LargePageAllocator {
             memory = std::malloc(size > 0 ? size : 1);
         } else {
             memory = std::aligned_alloc(kPage, (size + kPage - 1) / kPage * kPage);
-            // Only a wish: without large pages everything works the same.
-            if (memory != nullptr) madvise(memory, size, MADV_HUGEPAGE);
+            if (memory != nullptr) WishLargePages(memory, size);
         }
         if (memory == nullptr) throw std::bad_alloc();
         return static_cast<Element*>(memory);
