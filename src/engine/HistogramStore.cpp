@@ -10,7 +10,7 @@ namespace engine {
 namespace {
 
 constexpr int kChunkRows = 8192;
-constexpr int kManyChunks = 4;  // from so many on, workers share a slice
+constexpr int kFewRows = 8192;  // are counted alone
 
 void AddCells(Cell* to, const Cell* from, size_t count) {
     for (size_t c = 0; c < count; ++c) to[c] += from[c];
@@ -18,6 +18,11 @@ void AddCells(Cell* to, const Cell* from, size_t count) {
 
 void SubtractCells(Cell* to, const Cell* from, size_t count) {
     for (size_t c = 0; c < count; ++c) to[c] -= from[c];
+}
+
+// Where the `part`-th of equal parts begins.
+int Begin(int count, int numParts, int part) {
+    return static_cast<int>(static_cast<int64_t>(count) * part / numParts);
 }
 
 RowSlice Stretch(const RowSlice& slice, int begin, int end) {
@@ -88,14 +93,16 @@ std::unique_ptr<Histogram> HistogramStore::CountAlone(const RowSlice& slice, int
 // Each worker counts the stretches that it gets into a histogram of its own; the sums of all are
 // the same whoever counted what.
 std::unique_ptr<Histogram> HistogramStore::Count(const RowSlice& slice, int shift) {
-    const int numChunks = (slice.count + kChunkRows - 1) / kChunkRows;
-    if (pool.NumWorkers() == 1 || numChunks < kManyChunks) return CountAlone(slice, shift, 0);
+    if (pool.NumWorkers() == 1 || slice.count < kFewRows) return CountAlone(slice, shift, 0);
+    // As many stretches for each worker, of about the length that is counted at once.
+    const int perWorker = (slice.count - 1) / (pool.NumWorkers() * kChunkRows) + 1;
+    const int numChunks = perWorker * pool.NumWorkers();
     std::vector<std::unique_ptr<Histogram>> partV(static_cast<size_t>(pool.NumWorkers()));
     pool.For(numChunks, [&](int chunk, int worker) {
         std::unique_ptr<Histogram>& part = partV[static_cast<size_t>(worker)];
         if (!part) part = Take(shift);
-        const int begin = chunk * kChunkRows;
-        FillerOf(worker).Add(Stretch(slice, begin, std::min(begin + kChunkRows, slice.count)),
+        FillerOf(worker).Add(Stretch(slice, Begin(slice.count, numChunks, chunk),
+                                     Begin(slice.count, numChunks, chunk + 1)),
                              fixed, allColumnV, *part);
     });
     partV.erase(std::remove(partV.begin(), partV.end(), nullptr), partV.end());

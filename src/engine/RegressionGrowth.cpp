@@ -20,7 +20,7 @@ namespace engine {
 namespace {
 
 constexpr int kChunkRows = 16384;
-constexpr int kTeamRows = 65536;  // fewer are not worth a team
+constexpr int kTeamRows = 16384;  // fewer are not worth a team
 
 // How many bins, as a power of two, a node with `count` rows joins in a histogram of its own.
 int ShiftFor(int count, int mostBins) {
