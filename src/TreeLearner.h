@@ -109,7 +109,7 @@ class SYLVORA_API TreeLearner {
     double* gradientV = nullptr;         // the negative gradient per training sample
     long** randGenerators = nullptr;     // seed cell per slot; slots from 1 on share one
     VecInt numDocQueV;                   // per sample: number of samples in its query
-    int* numPairDistinctQueV = nullptr;  // per sample: its weight
+    int* numPairDistinctQueV = nullptr;  // per sample: its weight; read where fHomoWgt is 0
     double* devResV = nullptr;
     VecVecFt devResVV;
     double* testResV = nullptr;

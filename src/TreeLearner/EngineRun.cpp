@@ -1,6 +1,7 @@
 // The engine at work for a learner; see EngineRun.h.
 #include "EngineRun.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "../Node/SplitScan.h"
@@ -80,7 +81,8 @@ struct EngineRun::ListWay {
 };
 
 std::unique_ptr<EngineRun> EngineRun::Start(const TreeLearner& learner, engine::WorkerPool& pool) {
-    if (engine::UsePlainForm() || learner.fDebug || learner.sampleFeaType != nullptr) {
+    if (engine::UsePlainForm() || learner.fDebug || learner.sampleFeaType != nullptr ||
+        (learner.CfgInfo.maxDepth < 1 && learner.modelType != "RandomForest")) {
         return nullptr;
     }
     std::unique_ptr<EngineRun> run(new EngineRun(learner, pool));
@@ -99,9 +101,10 @@ EngineRun::~EngineRun() = default;
 bool EngineRun::Prepare(const TreeLearner& learner) {
     const CheckCfgCLS& c = learner.CfgInfo;
     const bool fForest = learner.modelType == "RandomForest";
-    const engine::GrowthLimits limits = {c.maxLeaf, c.maxDepth, c.numBound,
-                                         Truncate<int>(learner.dimFea * c.ratio - 1e-10) + 1,
-                                         fForest};
+    // Without CheckCfg the ratio may be anything; the plain form then draws all columns or none.
+    const int numSelFea =
+        std::clamp(Truncate<int>(learner.dimFea * c.ratio - 1e-10), -1, learner.dimFea - 1) + 1;
+    const engine::GrowthLimits limits = {c.maxLeaf, c.maxDepth, c.numBound, numSelFea, fForest};
     // Below that share of columns drawn, histograms are faster for regression.
     const bool fManyDrawn = IsShare(limits.numSelFea, learner.dimFea, tuning.listPercent);
     if (c.fRegCls != "REG" || (fForest && fManyDrawn && learner.fHomoWgt == 1)) {
@@ -110,14 +113,14 @@ bool EngineRun::Prepare(const TreeLearner& learner) {
     }
     histograms = std::make_unique<HistogramWay>(learner, limits, *this);
     if (pool.NumWorkers() > 1 && learner.modelType != "CART" && c.randomMode == "DOC") {
-        rowsAhead = std::make_unique<RowsAhead>(pool, RowDraw::PerTree(learner));
+        rowsAhead = std::make_unique<RowsAhead>(pool);
     }
     return !histograms->columns.HasNan();
 }
 
 bool EngineRun::Grow(const TreeLearner& learner, TreeCR& tree, const int* indexV, int num,
                      long* seed) {
-    fGrown = false;
+    grownTree = nullptr;
     if (lists) {
         if (!lists->growth.Grow(learner.gradientV, indexV, num, seed)) return false;
         tree.Adopt(lists->growth.Nodes());
@@ -126,20 +129,24 @@ bool EngineRun::Grow(const TreeLearner& learner, TreeCR& tree, const int* indexV
     const int* weights = learner.fHomoWgt == 1 ? nullptr : learner.numPairDistinctQueV;
     engine::RegressionGrowth& growth = histograms->growth;
     const auto drawAhead = [&] {
-        if (rowsAhead) rowsAhead->Start(seed);
+        if (rowsAhead) rowsAhead->Start(RowDraw::PerTree(learner), seed);
     };
-    fGrown = growth.Grow(learner.gradientV, weights, indexV, num, seed, drawAhead);
-    if (fGrown) tree.Adopt(growth.Nodes());
-    return fGrown;
+    if (!growth.Grow(learner.gradientV, weights, indexV, num, seed, drawAhead)) return false;
+    tree.Adopt(growth.Nodes());
+    grownTree = &tree;
+    return true;
 }
 
-bool EngineRun::TakeRowsAhead(long* seed, std::unique_ptr<int[]>& drawnV, int& count) {
-    return rowsAhead && rowsAhead->Take(seed, drawnV, count);
+bool EngineRun::TakeRowsAhead(const RowDraw& draw, long* seed, std::unique_ptr<int[]>& drawnV,
+                              int& count) {
+    return rowsAhead && rowsAhead->Take(draw, seed, drawnV, count);
 }
 
 bool EngineRun::StepPredictions(const TreeLearner& learner) {
     // A forest steps along the first of its trees, this is the last.
-    if (!fGrown || learner.TreeGroup.size() != 1) return false;
+    if (grownTree == nullptr || learner.TreeGroup.empty() || learner.TreeGroup[0] != grownTree) {
+        return false;
+    }
     engine::StepPredictions(histograms->growth, histograms->columns, pool, learner.dynShrink,
                             learner.valShrink, learner.predictV);
     return true;

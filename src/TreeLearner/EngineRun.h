@@ -29,7 +29,8 @@ class EngineRun {
 
     // Gives out rows that were drawn ahead for the next tree and moves the generator on; false,
     // with nothing changed, where there are none that fit.
-    [[nodiscard]] bool TakeRowsAhead(long* seed, std::unique_ptr<int[]>& drawnV, int& count);
+    [[nodiscard]] bool TakeRowsAhead(const RowDraw& draw, long* seed,
+                                     std::unique_ptr<int[]>& drawnV, int& count);
 
     // Steps the learner's predictions along the tree grown last, as UpdatePrediction does over all
     // rows. False, with nothing changed, when that tree is not the engine's.
@@ -49,7 +50,7 @@ class EngineRun {
     std::unique_ptr<HistogramWay> histograms;  // one of the two grows the trees
     std::unique_ptr<ListWay> lists;
     std::unique_ptr<RowsAhead> rowsAhead;  // null: a tree's rows are drawn when they are needed
-    bool fGrown = false;                   // histograms hold the learner's last tree
+    const TreeCR* grownTree = nullptr;     // the tree that the histograms hold; never followed
 };
 
 }  // namespace sylvora

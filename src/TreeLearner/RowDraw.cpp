@@ -48,7 +48,8 @@ RowsAhead::~RowsAhead() {
     pool.AwaitAside();
 }
 
-void RowsAhead::Start(const long* seed) {
+void RowsAhead::Start(const RowDraw& rowDraw, const long* seed) {
+    draw = rowDraw;
     before = Draws::StateNow(seed);
     rowV = RowArray(draw.target);
     if (!poolV) poolV = RowArray(draw.numRows);
@@ -60,10 +61,11 @@ void RowsAhead::Start(const long* seed) {
     });
 }
 
-bool RowsAhead::Take(long* seed, std::unique_ptr<int[]>& drawnV, int& count) {
+bool RowsAhead::Take(const RowDraw& wanted, long* seed, std::unique_ptr<int[]>& drawnV,
+                     int& count) {
     pool.AwaitAside();
     std::unique_ptr<int[]> taken = std::move(rowV);
-    if (!taken || !Draws::Skip(seed, before, after)) return false;
+    if (!taken || !(wanted == draw) || !Draws::Skip(seed, before, after)) return false;
     drawnV = std::move(taken);
     count = numDrawn;
     return true;

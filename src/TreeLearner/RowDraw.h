@@ -23,7 +23,12 @@ struct RowDraw {
     int target;
     const int* weightV;  // null: all weights are 1
 
+    // That of a learner's trees. Its weights count only where they are not all 1 (fHomoWgt 0).
     static RowDraw PerTree(const TreeLearner& learner);
+
+    bool operator==(const RowDraw& other) const {
+        return numRows == other.numRows && target == other.target && weightV == other.weightV;
+    }
 
     // Writes the rows to drawnV (room for target) and returns their number; `pool` is room for
     // numRows.
@@ -35,22 +40,23 @@ struct RowDraw {
 // anew.
 class RowsAhead {
   public:
-    RowsAhead(engine::WorkerPool& workers, const RowDraw& rowDraw) : pool(workers), draw(rowDraw) {}
+    explicit RowsAhead(engine::WorkerPool& workers) : pool(workers) {}
     ~RowsAhead();
     RowsAhead(const RowsAhead&) = delete;
     RowsAhead& operator=(const RowsAhead&) = delete;
 
     // Draws with a copy of the generator's state on a worker aside. Not while an earlier draw has
     // not been taken.
-    void Start(const long* seed);
+    void Start(const RowDraw& rowDraw, const long* seed);
 
     // Gives out what was drawn and moves the generator on; false, with nothing changed, where
     // nothing fitting was drawn.
-    [[nodiscard]] bool Take(long* seed, std::unique_ptr<int[]>& drawnV, int& count);
+    [[nodiscard]] bool Take(const RowDraw& wanted, long* seed, std::unique_ptr<int[]>& drawnV,
+                            int& count);
 
   private:
     engine::WorkerPool& pool;
-    const RowDraw draw;
+    RowDraw draw = {};
     GeneratorState before, after;
     std::unique_ptr<int[]> poolV, rowV;
     int numDrawn = 0;

@@ -24,8 +24,8 @@ int TreeLearner::RandomSelectURL(int*& selected, int& count, long* seed) {
         selected = nullptr;
         count = 0;
         std::unique_ptr<int[]> drawnV;
-        if (!engineRun || !engineRun->TakeRowsAhead(seed, drawnV, count)) {
-            const sylvora::RowDraw draw = sylvora::RowDraw::PerTree(*this);
+        const sylvora::RowDraw draw = sylvora::RowDraw::PerTree(*this);
+        if (!engineRun || !engineRun->TakeRowsAhead(draw, seed, drawnV, count)) {
             drawnV = RowArray(draw.target);
             const std::unique_ptr<int[]> pool = RowArray(draw.numRows);
             if (!drawnV || !pool) {

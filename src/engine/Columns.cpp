@@ -6,6 +6,7 @@
 #include <numeric>
 #include <unordered_map>
 
+#include "Chunks.h"
 #include "ValueOrder.h"
 
 namespace sylvora {
@@ -17,7 +18,7 @@ constexpr int kFewestBins = 16;         // however many columns there are
 constexpr size_t kMostCells = 1 << 19;  // of a node's histogram, for wide data
 constexpr size_t kMostHeavy = 32;       // values that one row in so many shares have their own bin
 constexpr size_t kSlack = 16;           // codes behind the last row that may be read
-constexpr size_t kPlaceBins = 32;       // bins, own and empty, that such a value takes
+constexpr int kFewBins = 45;            // bins are not joined to fewer, as a rule
 
 // The row number at which bin `bin` of `numBins` ideally begins.
 double IdealBegin(int bin, int numBins, double numRows) {
@@ -50,6 +51,8 @@ std::vector<uint32_t> CutBins(const std::vector<Distinct>& distinctV, size_t num
     std::vector<uint32_t> firstV = {0};
     const auto firstRank = [](size_t rank) { return static_cast<uint32_t>(rank); };
     const double rows = static_cast<double>(numRows);
+    size_t numPlaces = 1;  // bins, own and empty, that such a value takes
+    while (numBins >= 2 * kFewBins * static_cast<int>(numPlaces)) numPlaces *= 2;
     int bin = 1;
     bool fHeavyBefore = false;
     for (size_t r = 0; r < distinctV.size(); ++r) {
@@ -62,7 +65,7 @@ std::vector<uint32_t> CutBins(const std::vector<Distinct>& distinctV, size_t num
         fHeavyBefore = fHeavy;
         if (r == 0 || !(fDue || fAlone)) continue;
         if (!IsSeparable(distinctV[r - 1].value, distinctV[r].value)) continue;
-        while (fAlone && firstV.size() % kPlaceBins != 0) firstV.push_back(firstRank(r));
+        while (fAlone && firstV.size() % numPlaces != 0) firstV.push_back(firstRank(r));
         firstV.push_back(firstRank(r));
         while (bin < numBins && IdealBegin(bin, numBins, rows) <= static_cast<double>(begin)) ++bin;
     }
@@ -71,7 +74,7 @@ std::vector<uint32_t> CutBins(const std::vector<Distinct>& distinctV, size_t num
 }
 
 int ChooseMostBins(int numRows, int numColumns, int mostBins) {
-    const double wanted = 2.0 * std::sqrt(static_cast<double>(numRows));
+    const double wanted = 4.0 * std::sqrt(static_cast<double>(numRows));
     const size_t room = kMostCells / static_cast<size_t>(std::max(numColumns, 1));
     const double bound = std::min(std::max(wanted, 1.0 * kNarrowBins),
                                   std::max(static_cast<double>(room), 1.0 * kFewestBins));
@@ -194,10 +197,10 @@ void Columns::FillRowCodes(WorkerPool& pool) {
     wideRows.codeV.resize(static_cast<size_t>(numRows) * wideRows.stride + kSlack);
     std::vector<BinFinder> finderV;
     for (const int column : wideV) finderV.emplace_back(At(column));
-    constexpr int kChunk = 4096;
-    pool.For((numRows + kChunk - 1) / kChunk, [&](int chunk, int) {
-        const size_t end = static_cast<size_t>(std::min(numRows, (chunk + 1) * kChunk));
-        for (size_t row = static_cast<size_t>(chunk) * kChunk; row < end; ++row) {
+    const Chunks chunks = {numRows, 4096};
+    pool.For(chunks.Num(), [&](int chunk, int) {
+        const size_t end = static_cast<size_t>(chunks.End(chunk));
+        for (size_t row = static_cast<size_t>(chunks.Begin(chunk)); row < end; ++row) {
             uint8_t* narrow = narrowRows.codeV.data() + row * narrowRows.stride;
             for (const int column : narrowV) *narrow++ = At(column).codeV[row];
             uint16_t* wide = wideRows.codeV.data() + row * wideRows.stride;

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <iterator>
 
+#include "Chunks.h"
 #include "KeySort.h"
 
 namespace sylvora {
@@ -19,7 +20,11 @@ constexpr int kBlockRows = 512;  // whose ranks are gathered at once
 
 NodeSearch::NodeSearch(const Columns& columns, const FixedPoint& fixedPoint, int fewKeysToSort,
                        WorkerPool* workers)
-    : data(columns), fixed(fixedPoint), fewKeys(fewKeysToSort), pool(workers) {
+    : data(columns),
+      fixed(fixedPoint),
+      fewKeys(fewKeysToSort),
+      pool(workers),
+      fTakenV(static_cast<size_t>(columns.NumColumns())) {
     const int numWorkers = pool != nullptr ? pool->NumWorkers() : 1;
     for (int w = 0; w < numWorkers; ++w) scratchV.emplace_back(columns, fixedPoint);
 }
@@ -43,9 +48,12 @@ SearchResult NodeSearch::Search(const SearchTask& task) {
 void NodeSearch::FindSlots(const SearchTask& task) {
     slotV.clear();
     for (int slot = 0; slot < task.numSlots; ++slot) {
-        const int twin = data.At(task.columnV[slot]).twin;
-        const auto isTwin = [&](int other) { return data.At(task.columnV[other]).twin == twin; };
-        if (std::none_of(slotV.begin(), slotV.end(), isTwin)) slotV.push_back(slot);
+        uint8_t& fTaken = fTakenV[static_cast<size_t>(data.At(task.columnV[slot]).twin)];
+        if (fTaken == 0) slotV.push_back(slot);
+        fTaken = 1;
+    }
+    for (const int slot : slotV) {
+        fTakenV[static_cast<size_t>(data.At(task.columnV[slot]).twin)] = 0;
     }
 }
 
@@ -210,13 +218,14 @@ void NodeSearch::CollectKeys(const SearchTask& task, int id, Scratch& scratch) {
         std::fill(liveV.begin() + first, liveV.begin() + last + 1, uint8_t{1});
     }
     scratch.keyV.clear();
-    const int numChunks = (task.rows.count + kChunkRows - 1) / kChunkRows;
+    const Chunks chunks = {task.rows.count, kChunkRows};
+    const int numChunks = chunks.Num();
     const auto collect = [&](int chunk, std::vector<uint64_t>& chunkV) {
         chunkV.resize(kChunkRows);
         uint64_t* key = chunkV.data();
         int rankV[kBlockRows];
-        const int end = std::min((chunk + 1) * kChunkRows, task.rows.count);
-        for (int begin = chunk * kChunkRows; begin < end; begin += kBlockRows) {
+        const int end = chunks.End(chunk);
+        for (int begin = chunks.Begin(chunk); begin < end; begin += kBlockRows) {
             const int count = std::min(kBlockRows, end - begin);
             data.GatherRanks(id, task.rows.rowV + begin, count, rankV);
             for (int i = 0; i < count; ++i) {

@@ -86,6 +86,7 @@ class NodeSearch {
     NodeTotals node = {};
     std::atomic<double> best{-1.0};  // best score so far, by fast sums
     double rowError = 0.0;           // how far a plain left or right sum can be from ours
+    std::vector<uint8_t> fTakenV;    // by column, all 0 between searches
     std::vector<int> slotV;          // the slots to look at: no column twice
     std::vector<ColumnView> viewV;   // by slot
     std::vector<Scratch> scratchV;   // by worker

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "Chunks.h"
+
 namespace sylvora {
 namespace engine {
 namespace {
@@ -137,9 +139,11 @@ std::vector<LeafPiece> CutLeaves(const std::vector<GrownNode>& nodeV,
     std::vector<LeafPiece> pieceV;
     for (size_t k = 0; k < nodeV.size(); ++k) {
         if (nodeV[k].splitFea >= 0) continue;
-        const int end = nodeV[k].startDoc + nodeV[k].countDoc;
-        for (int begin = nodeV[k].startDoc; begin < end; begin += kChunkRows) {
-            pieceV.push_back({begin, std::min(begin + kChunkRows, end), walkV[k].step});
+        const Chunks chunks = {nodeV[k].countDoc, kChunkRows};
+        const int begin = nodeV[k].startDoc;
+        for (int chunk = 0; chunk < chunks.Num(); ++chunk) {
+            pieceV.push_back(
+                {begin + chunks.Begin(chunk), begin + chunks.End(chunk), walkV[k].step});
         }
     }
     return pieceV;
@@ -152,10 +156,10 @@ void StepPredictions(const RegressionGrowth& growth, const Columns& data, Worker
     const std::vector<WalkNode> walkV = MakeWalk(growth.Nodes(), data, dynShrink, valShrink);
     const Walker walker(walkV, growth.Nodes().back().depth, data, predictV);
     const int numRows = data.NumRows();
-    const int numChunks = (numRows + kChunkRows - 1) / kChunkRows;
+    const Chunks chunks = {numRows, kChunkRows};
     if (!growth.SlicesTrue()) {
-        pool.For(numChunks, [&](int chunk, int) {
-            walker.WalkByValue(chunk * kChunkRows, std::min((chunk + 1) * kChunkRows, numRows));
+        pool.For(chunks.Num(), [&](int chunk, int) {
+            walker.WalkByValue(chunks.Begin(chunk), chunks.End(chunk));
         });
         return;
     }
@@ -170,9 +174,8 @@ void StepPredictions(const RegressionGrowth& growth, const Columns& data, Worker
         }
     });
     if (indexV.size() == static_cast<size_t>(numRows)) return;
-    pool.For(numChunks, [&](int chunk, int) {
-        walker.WalkUnmarked(chunk * kChunkRows, std::min((chunk + 1) * kChunkRows, numRows),
-                            growth.RowMarks());
+    pool.For(chunks.Num(), [&](int chunk, int) {
+        walker.WalkUnmarked(chunks.Begin(chunk), chunks.End(chunk), growth.RowMarks());
     });
 }
 

@@ -13,6 +13,7 @@
 #include <numeric>
 #include <utility>
 
+#include "Chunks.h"
 #include "ColumnDraws.h"
 
 namespace sylvora {
@@ -28,10 +29,6 @@ int ShiftFor(int count, int mostBins) {
     int shift = 0;
     while ((mostBins >> (shift + 1)) >= wanted) ++shift;
     return shift;
-}
-
-int NumChunks(int count) {
-    return (count + kChunkRows - 1) / kChunkRows;
 }
 
 // With nothing else to do in the loop, many values are on their way at once.
@@ -122,9 +119,10 @@ void RegressionGrowth::TakeRows(const double* gradV, const int* weightV, const i
     rows.fLeftV.resize(count);
     const bool fAll = num == data.NumRows();
     fInV.assign(static_cast<size_t>(data.NumRows()), fAll);
-    pool.For(NumChunks(num), [&](int chunk, int) {
-        const int begin = chunk * kChunkRows;
-        const int end = std::min(begin + kChunkRows, num);
+    const Chunks chunks = {num, kChunkRows};
+    pool.For(chunks.Num(), [&](int chunk, int) {
+        const int begin = chunks.Begin(chunk);
+        const int end = chunks.End(chunk);
         std::copy(indexV + begin, indexV + end, rows.indexV.begin() + begin);
         Gather(gradV, indexV + begin, end - begin, rows.gradV.data() + begin);
         if (weightV != nullptr) {
@@ -162,12 +160,13 @@ RegressionGrowth::OpenNode RegressionGrowth::PlantRoot(const double* gradV, cons
 RowSlice RegressionGrowth::AscendingRows(const double* gradV, const int* weightV) {
     const int numRows = data.NumRows();
     const int num = static_cast<int>(rows.indexV.size());
-    const int numChunks = NumChunks(numRows);
+    const Chunks chunks = {numRows, kChunkRows};
+    const int numChunks = chunks.Num();
     ascending.indexV.resize(rows.indexV.size());
     std::vector<int> beginV(static_cast<size_t>(numChunks) + 1, 0);
     pool.For(numChunks, [&](int chunk, int) {
-        const auto from = fInV.begin() + chunk * kChunkRows;
-        const auto to = fInV.begin() + std::min((chunk + 1) * kChunkRows, numRows);
+        const auto from = fInV.begin() + chunks.Begin(chunk);
+        const auto to = fInV.begin() + chunks.End(chunk);
         beginV[static_cast<size_t>(chunk) + 1] = std::accumulate(from, to, 0);
     });
     std::partial_sum(beginV.begin(), beginV.end(), beginV.begin());
@@ -179,7 +178,7 @@ RowSlice RegressionGrowth::AscendingRows(const double* gradV, const int* weightV
         const int begin = beginV[static_cast<size_t>(chunk)];
         const int end = beginV[static_cast<size_t>(chunk) + 1];
         int* row = ascending.indexV.data() + begin;
-        for (int i = chunk * kChunkRows; row < ascending.indexV.data() + end; ++i) {
+        for (int i = chunks.Begin(chunk); row < ascending.indexV.data() + end; ++i) {
             *row = i;
             row += fInV[static_cast<size_t>(i)];
         }

@@ -98,7 +98,10 @@ void KeptLists::Part(int column, const NodeRows& rows, const uint32_t* toV, int 
     const uint32_t* const toOf = toV - rows.begin;
     const uint32_t firstRight = static_cast<uint32_t>(middle);
     // The next node's stretch follows in each column: too many runs for the processor to foresee.
-    for (int i = kLineEntries; i < std::min(count, kAhead) + kLineEntries; i += kLineEntries) {
+    const std::ptrdiff_t numBehind = entryV.data() + entryV.size() - (list + count);
+    const std::ptrdiff_t numAhead =
+        std::min<std::ptrdiff_t>(std::min(count, kAhead) + kLineEntries, numBehind);
+    for (std::ptrdiff_t i = kLineEntries; i < numAhead; i += kLineEntries) {
         __builtin_prefetch(list + count + i);
     }
     Entry* left = list;

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <utility>
 
+#include "Chunks.h"
+
 namespace sylvora {
 namespace engine {
 namespace {
@@ -16,7 +18,7 @@ constexpr int kChunkRows = 16384;
 constexpr int kBlockRows = 512;
 
 int NumChunks(int count) {
-    return (count + kChunkRows - 1) / kChunkRows;
+    return Chunks{count, kChunkRows}.Num();
 }
 
 // What a block of ranks says of a cut: the highest rank left of it, the lowest right of it.
@@ -81,8 +83,8 @@ BlockMarks MarkBlock(const int* rankV, int count, int last, uint8_t* fLeftV) {
 template <typename Task>
 void RowPartition::ForChunks(int count, const Task& task) {
     const auto run = [&](int chunk, int) {
-        task(static_cast<size_t>(chunk), chunk * kChunkRows,
-             std::min((chunk + 1) * kChunkRows, count));
+        const Chunks chunks = {count, kChunkRows};
+        task(static_cast<size_t>(chunk), chunks.Begin(chunk), chunks.End(chunk));
     };
     if (pool != nullptr) return pool->For(NumChunks(count), run);
     for (int chunk = 0; chunk < NumChunks(count); ++chunk) run(chunk, 0);

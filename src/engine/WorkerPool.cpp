@@ -24,6 +24,11 @@ bool SpinUntil(const Condition& condition) {
 
 WorkerPool::~WorkerPool() {
     {
+        // A task aside would take the end for one of the loops that it missed.
+        std::unique_lock<std::mutex> lock(mutex);
+        done.wait(lock, [this] { return !fAside.load(); });
+    }
+    {
         const std::lock_guard<std::mutex> lock(mutex);
         fEnd = true;
         generation.fetch_add(1);

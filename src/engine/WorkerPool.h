@@ -75,7 +75,7 @@ class WorkerPool {
     std::exception_ptr failure;
     bool fEnd = false;
     std::atomic<int> numArrived{0};
-    std::atomic<bool> fAside{false};  // the last worker has a task of its own, or is about to
+    std::atomic<bool> fAside{false};  // worker 1 has a task of its own, or is about to
     std::function<void()> aside;
     std::exception_ptr asideFailure;
     unsigned firstGeneration = 0;  // loops that were over before the latest threads came

@@ -57,6 +57,20 @@ class Maker {
         return set;
     }
 
+    // Boosted trees on columns of all kinds.
+    Set MakeLarger(int numRows) {
+        Set set;
+        FillRows(set, numRows, 7);
+        FillLabels(set);
+        SetTree(set.cfg);
+        set.cfg.modelType = "GBDT";
+        set.cfg.fRegCls = "REG";
+        set.cfg.numTree = 3;
+        set.cfg.maxDepth = 6;
+        set.cfg.maxLeaf = Below(2) == 0 ? 64 : 20;
+        return set;
+    }
+
   private:
     void FillRows(Set& set, int numRows, int numColumns) {
         set.rows.assign(static_cast<size_t>(numRows), VecDle(static_cast<size_t>(numColumns)));

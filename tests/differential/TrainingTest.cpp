@@ -1,9 +1,11 @@
 // The engine against the plain form: small hostile data sets, every way through the engine, and
 // nothing may differ in a single bit: nodes, their rows' sums, predictions, the random stream.
 //
-// SYLVORA_DIFFERENTIAL=N in the environment multiplies the number of data sets.
+// SYLVORA_DIFFERENTIAL=N in the environment multiplies the number of data sets, and the rows of the
+// larger ones.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 
@@ -15,21 +17,41 @@ using hostile::Maker;
 using hostile::Outcome;
 using hostile::Set;
 
+unsigned Times() {
+    const char* factor = std::getenv("SYLVORA_DIFFERENTIAL");
+    return factor != nullptr ? static_cast<unsigned>(std::atoi(factor)) : 1u;
+}
+
+void ExpectSame(const Set& set, const std::string& plain, const char* tuning, unsigned seed) {
+    ASSERT_TRUE(Outcome(set, "0", tuning) == plain)
+        << "data set " << seed << ", " << set.cfg.modelType << ", tuning \"" << tuning
+        << "\", threads " << set.cfg.numThread << ", rows " << set.rows.size() << ", columns "
+        << set.rows[0].size();
+}
+
 TEST(TrainingDifferential, EngineEqualsPlainForm) {
     static const char* const kTunings[] = {"", "smallNode=0",
                                            "smallNode=0 mostBins=16 directPercent=0 fewKeys=0",
                                            "smallNode=8 mostBins=4 directPercent=0",
                                            "smallNode=0 mostBins=2 fewKeys=4 directPercent=40"};
-    const char* factor = std::getenv("SYLVORA_DIFFERENTIAL");
-    const unsigned times = factor != nullptr ? static_cast<unsigned>(std::atoi(factor)) : 1u;
-    const unsigned numSets = 600 * times;
-    for (unsigned seed = 1; seed <= numSets; ++seed) {
+    for (unsigned seed = 1; seed <= 600 * Times() && !HasFatalFailure(); ++seed) {
         const Set set = Maker(seed).Make();
         const std::string plain = Outcome(set, "1", "");
-        for (const char* tuning : kTunings) {
-            ASSERT_TRUE(Outcome(set, "0", tuning) == plain)
-                << "data set " << seed << ", " << set.cfg.modelType << ", tuning \"" << tuning
-                << "\", rows " << set.rows.size() << ", columns " << set.rows[0].size();
+        for (const char* tuning : kTunings) ExpectSame(set, plain, tuning, seed);
+    }
+    unsetenv("SYLVORA_PLAIN");
+    unsetenv("SYLVORA_TUNING");
+}
+
+// Enough rows for workers to share a node; 200,000 with SYLVORA_DIFFERENTIAL=5 and more.
+TEST(TrainingDifferential, EngineEqualsPlainFormOnLargerSets) {
+    const int numRows = static_cast<int>(std::min(200000u, 40000 * Times()));
+    for (unsigned seed = 1; seed <= 2 + Times() && !HasFatalFailure(); ++seed) {
+        Set set = Maker(seed).MakeLarger(numRows);
+        const std::string plain = Outcome(set, "1", "");
+        for (const int numThread : {1, 3, 8}) {
+            set.cfg.numThread = numThread;
+            ExpectSame(set, plain, "", seed);
         }
     }
     unsetenv("SYLVORA_PLAIN");
