@@ -28,9 +28,10 @@ int Model::Init(const char* path) {
     learner = new TreeLearner();
     if (learner->LoadModelFull(path) != 0) return fail("Load Model error");
     if (learner->dimFea <= 0) return fail("Feature Dim Error");
-    featureBuf = new double[static_cast<std::size_t>(learner->dimFea)];
     treeNum = CalcTreeNum();
     if (treeNum <= 0) return fail("Tree Num Error");
+    // After the trees were seen: a header alone can claim any number of columns.
+    featureBuf = new double[static_cast<std::size_t>(learner->dimFea)];
     // A regression gives one value per group, and groups without trees can outnumber the trees.
     const std::size_t numEntry =
         std::max(static_cast<std::size_t>(treeNum), learner->TreeVV.size());

@@ -18,10 +18,7 @@ std::atomic<int> gStopSignal{0};  // 0: none
 static_assert(std::atomic<int>::is_always_lock_free);
 
 void Stop(int signal) {
-    if (gNumLater.load() > 0) {
-        gStopSignal.store(signal);
-        return;
-    }
+    if (gNumLater.load() > 0 && gStopSignal.exchange(signal) == 0) return;
     constexpr std::string_view kLine = "Notice: Stopped by a signal!\n";
     static_cast<void>(!::write(STDERR_FILENO, kLine.data(), kLine.size()));
     ::_exit(kStatusOfSignals + signal);
@@ -35,7 +32,7 @@ void CatchStopSignals() {
         if (::sigaction(signal, nullptr, &before) == 0 && before.sa_handler == SIG_IGN) continue;
         struct sigaction action = {};
         action.sa_handler = Stop;
-        action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
+        action.sa_flags = SA_RESTART;
         ::sigaction(signal, &action, nullptr);
     }
 }

@@ -1,13 +1,13 @@
 // How the command meets SIGINT and SIGTERM: it ends with a line on standard error and exit status
-// 130 or 143, and no file is left half-written. A second signal of the kind ends it at once.
+// 130 or 143, and no file is left half-written. A second signal, of either kind, ends it at once.
 #ifndef SYLVORA_FRONTEND_STOPSIGNALS_H
 #define SYLVORA_FRONTEND_STOPSIGNALS_H
 
 namespace sylvora::frontend {
 
 // To be called once, before anything is done. From then on a signal ends the process where it
-// stands, unless a StopLater is alive. A signal that the process was told to ignore (by nohup, say)
-// stays ignored.
+// stands, unless a StopLater is alive and it is the first. A signal that the process was told to
+// ignore (by nohup, say) stays ignored.
 void CatchStopSignals();
 
 // Puts the end off while it lives: for stretches that write files or come to a good end by

@@ -66,7 +66,7 @@ SYLVORA_API void* GenerateTreeThreadFunction(void* arg);
 SYLVORA_API void* PredictionThreadFunction(void* arg);
 
 // Told about progress after each round of boosting, or after each tree of a forest: `done` of
-// `total`. Returns 0 to go on; anything else ends the run there, unless it is done (Boosting
+// `total`. Returns 0 to go on; anything else ends the run there, also when all is grown (Boosting
 // returns -1 and writes no model).
 typedef int (*ProgressFuncType)(void* context, int done, int total);
 

@@ -66,11 +66,19 @@ bool IsAt(const std::string& name, int fd) {
            opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
 }
 
+bool Lock(int fd, int operation) {
+    int status = 0;
+    do status = ::flock(fd, operation);
+    while (status != 0 && errno == EINTR);
+    return status == 0;
+}
+
 // A file is locked for as long as its writer lives, so what can be locked was left by one that was
-// killed. A writer that has made its file but not locked it yet makes another one.
+// killed. A writer that has made its file but not locked it yet makes another one. Network file
+// systems lock only what is open for writing.
 void RemoveIfLeft(const std::string& name) {
-    const Descriptor left(::open(name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (left.Get() < 0 || ::flock(left.Get(), LOCK_EX | LOCK_NB) != 0) return;
+    const Descriptor left(::open(name.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (left.Get() < 0 || !Lock(left.Get(), LOCK_EX | LOCK_NB)) return;
     if (IsAt(name, left.Get())) ::unlink(name.c_str());
 }
 
@@ -99,7 +107,7 @@ bool TemporaryFile::CreateBeside(const std::string& target) {
         lock = Descriptor(::open(trial.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666));
         if (lock.Get() < 0 && errno == EEXIST) continue;
         if (lock.Get() < 0) return false;
-        static_cast<void>(::flock(lock.Get(), LOCK_EX));
+        static_cast<void>(Lock(lock.Get(), LOCK_EX));
         if (!IsAt(trial, lock.Get())) continue;
         name = std::move(trial);
         return true;

@@ -228,6 +228,7 @@ int TreeLearner::FinishRun() {
         of_debug.close();
     }
     modelDim = dimFea;
+    walkFault.clear();  // of an ensemble that was loaded before
     CompileEnsemble();
     if (SaveModelFull(fileModel) != 0) return Fail("ERROR: Failed to save the full model!\n");
     return 0;
@@ -236,7 +237,7 @@ int TreeLearner::FinishRun() {
 bool TreeLearner::IsStopped(int done, int total) {
     const bool fGoOn =
         progressFunction == nullptr || progressFunction(progressContext, done, total) == 0;
-    if (fGoOn || done == total) return false;
+    if (fGoOn) return false;
     fStopped = true;
     sylvora::Warn("Notice: Training was stopped after ", done, " of ", total,
                   ", no model is written!\n");

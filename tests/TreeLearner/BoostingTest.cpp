@@ -203,13 +203,14 @@ TEST(Boosting, LeavesNoThreadsSoThatAProcessCanFork) {
 
 int Note(void* context, int done, int total) {
     static_cast<VecInt*>(context)->push_back(done);
-    return done == 2 ? total : 0;
+    return done == std::min(total, 2) ? 1 : 0;
 }
 
+// Also when the last tree is grown: the older model stays.
 TEST(Boosting, IsStoppedByTheProgressFunction) {
     const TempFolder folder;
     for (const char* modelType : {"GBDT", "RandomForest"}) {
-        for (const int numTrees : {1, 5}) {
+        for (const int numTrees : {1, 2, 5}) {
             CheckCfgCLS cfg = Settings(modelType, "Label");
             cfg.fileModel = folder.Write("model.txt", "older");
             (cfg.modelType == "GBDT" ? cfg.numTree : cfg.sizeGroup) = numTrees;
@@ -218,11 +219,23 @@ TEST(Boosting, IsStoppedByTheProgressFunction) {
             VecInt doneV;
             learner->setProgress(Note, &doneV);
             const auto seen = Observe([&] { return learner->Boosting(); });
-            EXPECT_EQ(seen.status, numTrees == 1 ? 0 : -1);
+            EXPECT_EQ(seen.status, -1);
             EXPECT_EQ(doneV, numTrees == 1 ? VecInt{1} : (VecInt{1, 2}));
-            EXPECT_EQ(ReadFile(cfg.fileModel) == "older", numTrees == 5);
+            EXPECT_EQ(ReadFile(cfg.fileModel), "older");
         }
     }
+}
+
+TEST(Boosting, ScoresWhatItTrainedAfterAFailedLoad) {
+    const TempFolder folder;
+    CheckCfgCLS cfg = Settings("GBDT", "Label");
+    cfg.fileModel = folder.Path("model.txt");
+    const auto learner = PrepareRandom(cfg);
+    EXPECT_EQ(Observe([&] { return learner->LoadModelFull(folder.Path("none")); }).status, -1);
+    ASSERT_EQ(learner->Boosting(), 0);
+    VecDle row(static_cast<size_t>(learner->getFeatureDim()), 0.5);
+    double score = 0.0;
+    EXPECT_EQ(learner->OnlineTesting(row.data(), score, learner->getFeatureDim(), nullptr), 0);
 }
 
 TEST(Boosting, AFailedSaveFailsTheRun) {

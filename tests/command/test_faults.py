@@ -54,6 +54,18 @@ class Signals(Faults):
                 self.check_stopped(run, number, r"Training was stopped after \d+ of 100000, .*")
         self.assertEqual(before, self.names())
 
+    def test_a_second_signal_of_another_kind_ends_at_once(self):
+        self.configure("fPrint = true")
+        self.write("model.txt", OLD)
+        run = self.start(*LONG, stdout=subprocess.PIPE)
+        while "Tree grow complete" not in run.stdout.readline():
+            pass
+        for number in signal.SIGSTOP, signal.SIGINT, signal.SIGTERM, signal.SIGCONT:
+            run.send_signal(number)
+        error = run.communicate()[1]
+        self.assertIn(run.returncode, (130, 143))  # the kernel chooses which comes first
+        self.assertEqual(("Notice: Stopped by a signal!\n", OLD), (error, self.read("model.txt")))
+
     def test_reading_ends_at_once(self):
         self.write("model.txt", OLD)
         self.check_stopped(self.start_reading()[0], signal.SIGTERM, "Stopped by a signal!")

@@ -155,6 +155,7 @@ class ErrorTest(ModuleTest):
         self.assert_error('Feature Dim Error', sylvora.LoadModel, self.write('no model'))
         self.assert_error('Feature Dim Error', self.load, (0, [(1.0, [1.0])]), 0)
         self.assert_error('Tree Num Error', self.load, (0, []))
+        self.assert_error('Tree Num Error', sylvora.LoadModel, self.write('0 0 2147483647'))
         self.assert_error('Tree Num Error', self.load, (0, [(1.0, [])]))
 
     def test_model_that_cannot_score(self):
