@@ -18,7 +18,7 @@ int CheckPaths(const Command& command, const std::string& fileReport) {
         RequirePath({"fileTest", cfg.fileTest}, "the data to analyse it on") != 0) {
         return -1;
     }
-    return TryOutputs(command, {{"filePred", fileReport}});
+    return CheckFiles(command, {{"filePred", fileReport}});
 }
 
 int LoadTest(const CheckCfgCLS& cfg, TreeLearner& model) {

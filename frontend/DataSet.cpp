@@ -1,7 +1,5 @@
 #include "DataSet.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <limits>
@@ -9,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "UsableMemory.h"
 #include "god/Report.h"
 
 namespace sylvora::frontend {
@@ -72,16 +71,16 @@ int WidestRow(const std::vector<DataFile*>& fileV, int dimLeast) {
     return std::max(WidestFile(fileV).LargestId(), dimLeast);
 }
 
-int CheckMemory(const std::vector<DataFile*>& fileV, long numRows, int dim) {
+int CheckMemory(const std::vector<DataFile*>& fileV, long numRows, int dim, long numExtra) {
     const DataFile& file = WidestFile(fileV);
     if (numRows > std::numeric_limits<int>::max()) {
         return file.Refuse(0, Text(numRows, " rows in all data files are more than ",
                                    std::numeric_limits<int>::max()));
     }
     constexpr double kGigabyte = 1e9;
-    const double wanted = static_cast<double>(sizeof(double)) * static_cast<double>(numRows) * dim;
-    const double present = static_cast<double>(::sysconf(_SC_PHYS_PAGES)) *
-                           static_cast<double>(::sysconf(_SC_PAGE_SIZE));
+    const double wanted =
+        static_cast<double>(sizeof(double)) * static_cast<double>(numRows + numExtra) * dim;
+    const double present = UsableMemory();
     if (wanted <= present) return 0;
     return file.Refuse(file.LineOfLargestId(),
                        Text("with ids up to ", dim, " the ", numRows, " rows take ",

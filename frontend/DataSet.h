@@ -68,9 +68,11 @@ class QueryNumbers {
 // The largest feature id of all `fileV`, but at least `dimLeast`.
 int WidestRow(const std::vector<DataFile*>& fileV, int dimLeast);
 
-// Whether `numRows` rows of `dim` values can be held at all: an id that is a slip of the pen would
-// otherwise take all memory. Returns 0, or -1 after a message that names the widest line.
-[[nodiscard]] int CheckMemory(const std::vector<DataFile*>& fileV, long numRows, int dim);
+// Whether `numRows` rows of `dim` values, and as many more values as `numExtra` rows have, can be
+// held at all: an id that is a slip of the pen would otherwise take all memory. Returns 0, or -1
+// after a message that names the widest line.
+[[nodiscard]] int CheckMemory(const std::vector<DataFile*>& fileV, long numRows, int dim,
+                              long numExtra = 0);
 
 // What the rows of a set must satisfy.
 struct SetRules {

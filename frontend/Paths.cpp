@@ -1,5 +1,8 @@
 #include "Paths.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <filesystem>
 #include <system_error>
 
@@ -23,6 +26,16 @@ bool IsSameFile(const std::string& a, const std::string& b) {
     return !failed && placeA == placeB;
 }
 
+// Whether reading may never end, as that of /dev/zero; what was given as standard input may be any
+// device, a terminal say.
+bool IsEndless(const std::string& path) {
+    struct stat file = {};
+    struct stat other = {};
+    if (::stat(path.c_str(), &file) != 0 || !S_ISCHR(file.st_mode)) return false;
+    if (::stat("/dev/null", &other) == 0 && file.st_rdev == other.st_rdev) return false;
+    return ::fstat(STDIN_FILENO, &other) != 0 || file.st_rdev != other.st_rdev;
+}
+
 int TryOutput(const NamedPath& output, const std::vector<NamedPath>& otherV) {
     for (const NamedPath& other : otherV) {
         if (other.path.empty() || other.parameter == output.parameter) continue;
@@ -44,14 +57,19 @@ int RequirePath(const NamedPath& wanted, const std::string& purpose) {
     return Fail("ERROR: ", wanted.parameter, " is not set: name ", purpose, "\n");
 }
 
-int TryOutputs(const Command& command, const std::vector<NamedPath>& outputV) {
+int CheckFiles(const Command& command, const std::vector<NamedPath>& outputV) {
     const CheckCfgCLS& cfg = command.cfg;
-    std::vector<NamedPath> otherV = {{"the configuration file", command.fileCfg},
-                                     {"fileTrain", cfg.fileTrain},
+    std::vector<NamedPath> otherV = {{"fileTrain", cfg.fileTrain},
                                      {"fileTest", cfg.fileTest},
                                      {"fileDev", cfg.fileDev},
-                                     {"labelTran", cfg.fileTran},
-                                     {"fileModel", cfg.fileModel}};
+                                     {"labelTran", cfg.fileTran}};
+    for (const NamedPath& input : otherV) {
+        if (!IsEndless(input.path)) continue;
+        return Fail("ERROR: ", input.parameter, " ", input.path,
+                    ": is a device, a file is wanted\n");
+    }
+    otherV.push_back({"the configuration file", command.fileCfg});
+    otherV.push_back({"fileModel", cfg.fileModel});
     for (const NamedPath& output : outputV) {
         if (output.path.empty()) continue;
         if (TryOutput(output, otherV) != 0) return -1;

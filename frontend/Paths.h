@@ -1,4 +1,4 @@
-// The places of the output files, tried before any work is done.
+// The files of the command, checked before any work is done.
 #ifndef SYLVORA_FRONTEND_PATHS_H
 #define SYLVORA_FRONTEND_PATHS_H
 
@@ -17,9 +17,10 @@ struct NamedPath {
 // Checks that `wanted` was given. `purpose` says what it is for. Returns 0, or -1 after a message.
 [[nodiscard]] int RequirePath(const NamedPath& wanted, const std::string& purpose);
 
-// Checks, without changing anything, that every output can be written and that none of them would
-// overwrite another file of the command. Returns 0, or -1 after a message.
-[[nodiscard]] int TryOutputs(const Command& command, const std::vector<NamedPath>& outputV);
+// Checks, without changing anything, that no data file or label map is a device that might never
+// end, that every output can be written and that none of them would overwrite another file of the
+// command. Returns 0, or -1 after a message.
+[[nodiscard]] int CheckFiles(const Command& command, const std::vector<NamedPath>& outputV);
 
 }  // namespace sylvora::frontend
 

@@ -18,7 +18,7 @@ int CheckPaths(const Command& command) {
         RequirePath({"filePred", cfg.filePred}, "the file for the scores") != 0) {
         return -1;
     }
-    return TryOutputs(command, {{"filePred", cfg.filePred}});
+    return CheckFiles(command, {{"filePred", cfg.filePred}});
 }
 
 // Few rows are held at a time, but all values of a row are set anew for each line of the file;

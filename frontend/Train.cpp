@@ -28,11 +28,20 @@ struct RunSet {
     DataSet data;
 };
 
-// The first of the files that the library writes after each round.
-std::string FirstResultFile(const CheckCfgCLS& cfg) {
-    if (!cfg.fTestRealTime) return "";
+// Of the files that the library writes after each round: the first, and those that end in the same
+// number as another file of the command, which they could overwrite.
+std::vector<NamedPath> ResultFiles(const Command& command) {
+    const CheckCfgCLS& cfg = command.cfg;
+    if (!cfg.fTestRealTime) return {};
     const char* part = cfg.fRegCls == "CLS" ? ".test" : ".train";
-    return cfg.pathOutput + cfg.fileResultBase + part + ".txt.1";
+    const std::string base = cfg.pathOutput + cfg.fileResultBase + part + ".txt.";
+    std::vector<NamedPath> resultV = {{"fileResultBase", base + "1"}};
+    for (const std::string& other : {command.fileCfg, cfg.fileTrain, cfg.fileTest, cfg.fileDev,
+                                     cfg.fileTran, cfg.fileModel, cfg.fileDebug, cfg.filePred}) {
+        const std::string number = other.substr(other.find_last_not_of("0123456789") + 1);
+        if (!number.empty()) resultV.push_back({"fileResultBase", base + number});
+    }
+    return resultV;
 }
 
 int CheckPaths(const Command& command) {
@@ -45,10 +54,11 @@ int CheckPaths(const Command& command) {
     if (!fScores && !cfg.filePred.empty()) {
         Warn("WARNING: filePred ", cfg.filePred, ": stays as it is without fileTest\n");
     }
-    return TryOutputs(command, {{"fileModel", cfg.fileModel},
-                                {"fileDebug", cfg.fDebug ? cfg.fileDebug : ""},
-                                {"filePred", fScores ? cfg.filePred : ""},
-                                {"fileResultBase", FirstResultFile(cfg)}});
+    std::vector<NamedPath> outputV = ResultFiles(command);
+    outputV.insert(outputV.begin(), {{"fileModel", cfg.fileModel},
+                                     {"fileDebug", cfg.fDebug ? cfg.fileDebug : ""},
+                                     {"filePred", fScores ? cfg.filePred : ""}});
+    return CheckFiles(command, outputV);
 }
 
 // What the library would take, but the command cannot do or the model file cannot hold.
@@ -104,7 +114,9 @@ int ReadSets(std::vector<RunSet>& setV, const CheckCfgCLS& cfg) {
         fileV.push_back(&set.file);
     }
     const int dim = WidestRow(fileV, 0);
-    if (CheckMemory(fileV, numRows, dim) != 0) return -1;
+    // The means of the columns, and what the growth keeps beside each value of the training rows.
+    const long numExtra = 1 + setV.front().file.NumRows();
+    if (CheckMemory(fileV, numRows, dim, numExtra) != 0) return -1;
     const SetRules rules = {{dim, true}, cfg.modelType == "GBRank"};
     for (RunSet& set : setV) {
         if (ReadSet(set.file, rules, threads, set.data) != 0) return -1;

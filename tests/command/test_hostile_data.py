@@ -129,6 +129,12 @@ class NoFiles(Workbench):
                 self.assertEqual(0, run.returncode, run.stderr)
         self.assertEqual((expected, scores), (self.read("model.txt"), self.read("p.txt")))
 
+    def test_devices_that_never_end(self):
+        for parameter in "fileTrain", "fileTest", "labelTran":
+            for device in "/dev/zero", "/dev/urandom":
+                self.fail_with(f"{parameter} {device}: is a device", "-" + parameter, device)
+        self.succeed("-labelTran", "/dev/null")
+
 
 if __name__ == "__main__":
     unittest.main()

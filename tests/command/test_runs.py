@@ -46,6 +46,14 @@ class Paths(Workbench):
         self.configure("fTestRealTime = true")
         self.fail_with("fileResultBase none/Result.train.txt.1: cannot be written")
 
+    def test_results_of_rounds_overwrite_nothing(self):
+        self.configure("fTestRealTime = true")
+        self.write("Result.train.txt.4", self.read("train.txt"))
+        for option in "-fileTrain", "-fileTest", "-fileModel":
+            self.fail_with(f"fileResultBase Result.train.txt.4: is the same file as {option[1:]}",
+                           option, "./Result.train.txt.4")
+        self.assertEqual(self.read("train.txt"), self.read("Result.train.txt.4"))
+
     def test_a_failed_run_leaves_older_files(self):
         self.write("good.txt", data_lines(range(9)))
         self.write("wrong.txt", ["1 1:1", "1 x"])
