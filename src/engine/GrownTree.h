@@ -2,6 +2,9 @@
 #ifndef SYLVORA_ENGINE_GROWNTREE_H
 #define SYLVORA_ENGINE_GROWNTREE_H
 
+#include <algorithm>
+#include <cstddef>
+
 namespace sylvora {
 namespace engine {
 
@@ -11,6 +14,14 @@ struct GrowthLimits {
     int numBound;
     int numSelFea;  // columns drawn per node
     bool fForest;   // neither maxLeaf nor maxDepth counts
+
+    // How many of `numOpen` nodes of a level are taken at once by a tree of `numLeaf` leaves: as
+    // many as the leaf limit may still allow to be split, so that no column is drawn for a node
+    // that the limit closes.
+    size_t BatchSize(size_t numOpen, int numLeaf) const {
+        if (fForest) return numOpen;
+        return std::min(numOpen, static_cast<size_t>(std::max(maxLeaf - numLeaf, 1)));
+    }
 };
 
 // One node as grown; the words are those of NodeCR.

@@ -100,14 +100,10 @@ void ListGrowth::TakeRows(const int* indexV, int num) {
     team->facts.classCountV.clear();
 }
 
-// Nodes are taken in batches of as many as the leaf limit may still allow to be split, so that no
-// column is drawn for a node that the limit closes.
 void ListGrowth::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
                            std::vector<OpenNode>& nextV) {
     for (size_t numDone = 0; numDone < levelV.size();) {
-        const size_t numLeft = levelV.size() - numDone;
-        const size_t allowed = static_cast<size_t>(std::max(limits.maxLeaf - numLeaf, 1));
-        const size_t numBatch = limits.fForest ? numLeft : std::min(numLeft, allowed);
+        const size_t numBatch = limits.BatchSize(levelV.size() - numDone, numLeaf);
         OpenNode* batch = &levelV[numDone];
         numDone += numBatch;
         drawnV = DrawColumns(lists.Data().numColumns, limits.numSelFea, numBatch, seed);

@@ -199,8 +199,6 @@ RowSlice RegressionGrowth::SliceOf(const GrownNode& node) const {
             rows.weightV.empty() ? nullptr : rows.weightV.data() + begin, node.countDoc};
 }
 
-// Nodes are taken in batches of as many as the leaf limit may still allow to be split, so that no
-// column is drawn for a node that the limit closes.
 void RegressionGrowth::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
                                  const std::function<void()>& lastDraw,
                                  std::vector<OpenNode>& nextV) {
@@ -208,9 +206,7 @@ void RegressionGrowth::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
     const bool fLastLevel = !limits.fForest && depth + 1 >= limits.maxDepth;
     size_t numDone = 0;
     while (numDone < levelV.size()) {
-        const size_t numLeft = levelV.size() - numDone;
-        const size_t allowed = static_cast<size_t>(std::max(limits.maxLeaf - numLeaf, 1));
-        const size_t numBatch = limits.fForest ? numLeft : std::min(numLeft, allowed);
+        const size_t numBatch = limits.BatchSize(levelV.size() - numDone, numLeaf);
         OpenNode* batch = &levelV[numDone];
         numDone += numBatch;
         DrawColumns(batch, numBatch, seed);
