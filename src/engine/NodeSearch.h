@@ -20,7 +20,7 @@ namespace sylvora {
 namespace engine {
 
 struct SearchTask {
-    RowSlice rows;               // the node's rows in the order of the tree's row index
+    RowSlice rows;               // the node's rows, in any order
     const Histogram* histogram;  // null for a small node: its columns are sorted
     const int* columnV;          // one column per slot
     int numSlots;

@@ -72,6 +72,7 @@ class RegressionGrowth {
     const PlainSearch& plain;
     FixedPoint fixed;
     TreeRows rows;
+    RowSlice rootRows = {};  // the tree's rows by number, for the root
     TreeRows ascending;  // the same rows by number, without those that are the caller's own arrays
     std::vector<GrownNode> nodeV;
     int numLeaf = 1;
