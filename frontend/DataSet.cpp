@@ -83,8 +83,9 @@ int CheckMemory(const std::vector<DataFile*>& fileV, long numRows, int dim, long
     const double present = UsableMemory();
     if (wanted <= present) return 0;
     return file.Refuse(file.LineOfLargestId(),
-                       Text("with ids up to ", dim, " the ", numRows, " rows take ",
-                            wanted / kGigabyte, " GB, the machine has ", present / kGigabyte));
+                       Text("with ids up to ", dim, " the ", numRows, " rows",
+                            numExtra > 0 ? " and the work on them" : "", " take ",
+                            wanted / kGigabyte, " GB, there are ", present / kGigabyte));
 }
 
 int ReadSet(const DataFile& file, const SetRules& rules, ReadingThreads& threads, DataSet& set) {

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <fstream>
 #include <limits>
 
@@ -24,19 +23,10 @@ double LimitOfFolder(const std::string& folder) {
 
 }  // namespace
 
-double MemoryOfControlGroup(const std::string& cgroupFile, const std::string& mount) {
+double MemoryOfControlGroup(const ControlGroupPlaces& places) {
     double limit = kNoLimit;
-    std::ifstream file(cgroupFile);
-    // number:names:/path; version 2 has one hierarchy with no names.
-    for (std::string number, names, path; std::getline(file, number, ':');) {
-        if (!std::getline(file, names, ':') || !std::getline(file, path)) break;
-        if (!names.empty() && ("," + names + ",").find(",memory,") == std::string::npos) continue;
-        const std::string root = mount + (names.empty() ? "" : "/" + names);
-        // From the group upwards; in a container, the root is the container's own.
-        for (std::filesystem::path group = path;; group = group.parent_path()) {
-            limit = std::min(limit, LimitOfFolder(root + group.string()));
-            if (group == group.parent_path()) break;
-        }
+    for (const std::string& folder : ControlGroupFolders("memory", places)) {
+        limit = std::min(limit, LimitOfFolder(folder));
     }
     return limit;
 }
@@ -44,7 +34,7 @@ double MemoryOfControlGroup(const std::string& cgroupFile, const std::string& mo
 double UsableMemory() {
     const double present = static_cast<double>(::sysconf(_SC_PHYS_PAGES)) *
                            static_cast<double>(::sysconf(_SC_PAGE_SIZE));
-    return std::min(present, MemoryOfControlGroup("/proc/self/cgroup", "/sys/fs/cgroup"));
+    return std::min(present, MemoryOfControlGroup({}));
 }
 
 }  // namespace sylvora::frontend

@@ -2,7 +2,7 @@
 #ifndef SYLVORA_FRONTEND_USABLEMEMORY_H
 #define SYLVORA_FRONTEND_USABLEMEMORY_H
 
-#include <string>
+#include "god/ControlGroups.h"
 
 namespace sylvora::frontend {
 
@@ -10,10 +10,8 @@ namespace sylvora::frontend {
 // bytes.
 double UsableMemory();
 
-// The limit of the control group that `cgroupFile` (/proc/self/cgroup) names, as found in the
-// hierarchy mounted at `mount`, versions 1 and 2: in bytes, the lowest of the group and those it is
-// part of; infinite: no limit.
-double MemoryOfControlGroup(const std::string& cgroupFile, const std::string& mount);
+// The limit of the control groups found there in bytes, the lowest of all; infinite: no limit.
+double MemoryOfControlGroup(const ControlGroupPlaces& places);
 
 }  // namespace sylvora::frontend
 

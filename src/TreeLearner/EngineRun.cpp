@@ -15,14 +15,6 @@
 
 namespace sylvora {
 
-namespace {
-
-bool IsShare(int part, int whole, int percent) {
-    return 100.0 * part >= 1.0 * percent * whole;
-}
-
-}  // namespace
-
 // The plain search over some slots of a node.
 class EngineRun::NodePlainSearch : public engine::PlainSearch {
   public:
@@ -68,10 +60,10 @@ struct EngineRun::HistogramWay {
 
 // Classification, and forests: many levels, and most nodes are small.
 struct EngineRun::ListWay {
-    ListWay(const TreeLearner& learner, const engine::GrowthLimits& limits, EngineRun& run)
-        : lists(engine::RowLists::Make(
-              {learner.featureVV, learner.sampleSize, learner.dimFea},
-              IsShare(limits.numSelFea, learner.dimFea, run.tuning.listPercent), run.pool)),
+    ListWay(const TreeLearner& learner, const engine::GrowthLimits& limits, bool fKept,
+            EngineRun& run)
+        : lists(engine::RowLists::Make({learner.featureVV, learner.sampleSize, learner.dimFea},
+                                       fKept, run.pool)),
           criterion(engine::Criterion::Make(learner.CfgInfo.fRegCls != "REG", learner.numClass)),
           growth(*lists, run.pool, limits, run.tuning, *criterion, *run.plain) {}
 
@@ -105,10 +97,11 @@ bool EngineRun::Prepare(const TreeLearner& learner) {
     const int numSelFea =
         std::clamp(Truncate<int>(learner.dimFea * c.ratio - 1e-10), -1, learner.dimFea - 1) + 1;
     const engine::GrowthLimits limits = {c.maxLeaf, c.maxDepth, c.numBound, numSelFea, fForest};
-    // Below that share of columns drawn, histograms are faster for regression.
-    const bool fManyDrawn = IsShare(limits.numSelFea, learner.dimFea, tuning.listPercent);
+    // Where few columns are drawn, keeping the lists of all does not pay, and a regression is
+    // faster with histograms.
+    const bool fManyDrawn = 100.0 * numSelFea >= 1.0 * tuning.listPercent * learner.dimFea;
     if (c.fRegCls != "REG" || (fForest && fManyDrawn && learner.fHomoWgt == 1)) {
-        lists = std::make_unique<ListWay>(learner, limits, *this);
+        lists = std::make_unique<ListWay>(learner, limits, fManyDrawn, *this);
         return !lists->lists->HasNan();
     }
     histograms = std::make_unique<HistogramWay>(learner, limits, *this);

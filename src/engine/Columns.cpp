@@ -16,9 +16,10 @@ namespace {
 constexpr int kNarrowBins = 256;        // what a byte can tell apart
 constexpr int kFewestBins = 16;         // however many columns there are
 constexpr size_t kMostCells = 1 << 19;  // of a node's histogram, for wide data
-constexpr size_t kMostHeavy = 32;       // values that one row in so many shares have their own bin
+constexpr int kMostHeavy = 32;          // values that one row in so many shares have their own bin
 constexpr size_t kSlack = 16;           // codes behind the last row that may be read
-constexpr int kFewBins = 45;            // bins are not joined to fewer, as a rule
+// Coarser histograms of nodes that do not sort have no fewer bins: 2 sqrt(512), see Tuning.h.
+constexpr int kFewBins = 45;
 
 // The row number at which bin `bin` of `numBins` ideally begins.
 double IdealBegin(int bin, int numBins, double numRows) {
@@ -51,6 +52,7 @@ std::vector<uint32_t> CutBins(const std::vector<Distinct>& distinctV, size_t num
     std::vector<uint32_t> firstV = {0};
     const auto firstRank = [](size_t rank) { return static_cast<uint32_t>(rank); };
     const double rows = static_cast<double>(numRows);
+    const size_t mostHeavy = static_cast<size_t>(std::min(numBins, kMostHeavy));
     size_t numPlaces = 1;  // bins, own and empty, that such a value takes
     while (numBins >= 2 * kFewBins * static_cast<int>(numPlaces)) numPlaces *= 2;
     int bin = 1;
@@ -58,7 +60,7 @@ std::vector<uint32_t> CutBins(const std::vector<Distinct>& distinctV, size_t num
     for (size_t r = 0; r < distinctV.size(); ++r) {
         const size_t begin = distinctV[r].begin;
         const size_t end = r + 1 < distinctV.size() ? distinctV[r + 1].begin : numRows;
-        const bool fHeavy = (end - begin) * kMostHeavy >= numRows;
+        const bool fHeavy = (end - begin) * mostHeavy >= numRows;
         const bool fAlone = fHeavy || fHeavyBefore;
         const bool fDue =
             bin < numBins && IdealBegin(bin, numBins, rows) <= static_cast<double>(begin);
@@ -161,13 +163,15 @@ bool Columns::CodeColumn(int column) {
     if (!sorted.Load(rowV, numRows, column)) return false;
     const std::vector<Distinct> distinctV = FindDistinct(sorted, rowV, column);
     Column& c = columnV[static_cast<size_t>(column)];
-    c.fExact = distinctV.size() <= static_cast<size_t>(maxBins);
+    if (distinctV.size() > static_cast<size_t>(maxBins)) {
+        c.binFirstRankV = CutBins(distinctV, sorted.Count(), maxBins);
+    }
+    // Heavy values may have led to more bins than there are values.
+    c.fExact = c.binFirstRankV.empty() || distinctV.size() < c.binFirstRankV.size();
     c.fNarrow = c.fExact && distinctV.size() <= kNarrowBins;
     if (c.fExact) {
         c.binFirstRankV.resize(distinctV.size() + 1);
         std::iota(c.binFirstRankV.begin(), c.binFirstRankV.end(), 0u);
-    } else {
-        c.binFirstRankV = CutBins(distinctV, sorted.Count(), maxBins);
     }
     c.numBins = static_cast<int>(c.binFirstRankV.size()) - 1;
     DescribeBins(distinctV, c);

@@ -40,6 +40,46 @@ struct GrownNode {
     int majority = -1;  // classification: the class of the most rows
 };
 
+// A cut with its threshold, as the plain form records it.
+struct SplitPoint {
+    int column = -1;
+    double threshold = -1.0;
+    int countL = 0;
+    bool fSlicesTrue = true;  // rows at or below the threshold are exactly those of the left part
+
+    // Puts the threshold between the neighbouring values `low` and `high`; false where it is not:
+    // the midpoint of neighbouring doubles can round up to the higher one, or overflow.
+    bool SetThreshold(double low, double high) {
+        threshold = (low + high) * 0.5;
+        return low <= threshold && threshold < high;
+    }
+
+    // Whether a row that now stands in the left part, or in the right one, belongs left. The plain
+    // form's cursors ask two questions: is a row of the left part not at or below the threshold,
+    // and is one of the right part not above it? For a threshold of NaN (between infinities) both
+    // are so.
+    bool BelongsLeft(double value, bool fInLeftPart) const {
+        return fInLeftPart ? value <= threshold : !(value > threshold);
+    }
+};
+
+// The slices of a node's sons.
+inline void CutSlice(const GrownNode& node, int countL, GrownNode (&sons)[2]) {
+    sons[0].startDoc = node.startDoc;
+    sons[0].countDoc = countL;
+    sons[1].startDoc = node.startDoc + countL;
+    sons[1].countDoc = node.countDoc - countL;
+}
+
+// Makes a leaf an inner node, whose sons come next as numbers `firstSon` and firstSon + 1.
+inline void RecordSplit(const SplitPoint& split, int firstSon, GrownNode& node) {
+    node.splitFea = split.column;
+    node.splitElemFea = split.threshold;
+    node.countL = split.countL;
+    node.lson = firstSon;
+    node.rson = firstSon + 1;
+}
+
 }  // namespace engine
 }  // namespace sylvora
 

@@ -5,6 +5,8 @@
 #include <numeric>
 #include <utility>
 
+#include "../god/Workers.h"
+
 namespace sylvora {
 namespace engine {
 namespace {
@@ -18,11 +20,6 @@ void AddCells(Cell* to, const Cell* from, size_t count) {
 
 void SubtractCells(Cell* to, const Cell* from, size_t count) {
     for (size_t c = 0; c < count; ++c) to[c] -= from[c];
-}
-
-// Where the `part`-th of equal parts begins.
-int Begin(int count, int numParts, int part) {
-    return static_cast<int>(static_cast<int64_t>(count) * part / numParts);
 }
 
 RowSlice Stretch(const RowSlice& slice, int begin, int end) {
@@ -101,8 +98,8 @@ std::unique_ptr<Histogram> HistogramStore::Count(const RowSlice& slice, int shif
     pool.For(numChunks, [&](int chunk, int worker) {
         std::unique_ptr<Histogram>& part = partV[static_cast<size_t>(worker)];
         if (!part) part = Take(shift);
-        FillerOf(worker).Add(Stretch(slice, Begin(slice.count, numChunks, chunk),
-                                     Begin(slice.count, numChunks, chunk + 1)),
+        FillerOf(worker).Add(Stretch(slice, PartBegin(slice.count, numChunks, chunk),
+                                     PartBegin(slice.count, numChunks, chunk + 1)),
                              fixed, allColumnV, *part);
     });
     partV.erase(std::remove(partV.begin(), partV.end(), nullptr), partV.end());

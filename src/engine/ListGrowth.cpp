@@ -199,9 +199,7 @@ void ListGrowth::TakeCut(OpenNode& open, const NodeLists& nodeLists, const ListC
     SplitPoint& split = open.split;
     split.column = nodeLists.columnV[cut.slot];
     split.countL = cut.countL;
-    split.threshold = (low + high) * 0.5;
-    // The midpoint of neighbouring doubles can round up to the higher one, or overflow.
-    if (!(low <= split.threshold && split.threshold < high)) {
+    if (!split.SetThreshold(low, high)) {
         MoveByValue(node, split, worker);
         return;
     }
@@ -224,16 +222,12 @@ void ListGrowth::AskPlainForm(OpenNode& open, const NodeLists& nodeLists,
     if (open.split.column >= 0) MoveByValue(node, open.split, worker);
 }
 
-// The plain form's cursors ask two questions: is a row of the left part not at or below the
-// threshold, and is one of the right part not above it? For a threshold of NaN (between infinities)
-// both are so.
 void ListGrowth::MoveByValue(const GrownNode& node, const SplitPoint& split, Worker& worker) {
     worker.fLeftV.resize(static_cast<size_t>(node.countDoc));
     const int* const rows = rowV.data() + node.startDoc;
     for (int i = 0; i < node.countDoc; ++i) {
         const double value = lists.Data().rowV[rows[i]][split.column];
-        worker.fLeftV[static_cast<size_t>(i)] =
-            i < split.countL ? value <= split.threshold : !(value > split.threshold);
+        worker.fLeftV[static_cast<size_t>(i)] = split.BelongsLeft(value, i < split.countL);
     }
     MoveRows(node, split.countL, worker);
 }
@@ -270,10 +264,7 @@ void ListGrowth::MoveRows(const GrownNode& node, int countL, Worker& worker) {
 
 void ListGrowth::MakeSons(OpenNode& open, Worker& worker) {
     const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
-    open.sons[0].startDoc = node.startDoc;
-    open.sons[0].countDoc = open.split.countL;
-    open.sons[1].startDoc = node.startDoc + open.split.countL;
-    open.sons[1].countDoc = node.countDoc - open.split.countL;
+    CutSlice(node, open.split.countL, open.sons);
     worker.For(2, [&](int son, Worker& part) {
         GrownNode& made = open.sons[son];
         made.parent = open.idxNode;
@@ -293,11 +284,7 @@ void ListGrowth::PartLists(const NodeRows& nodeRows, int middle, Worker& worker)
 
 void ListGrowth::AppendSons(const OpenNode& open, std::vector<OpenNode>& nextV) {
     GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
-    node.splitFea = open.split.column;
-    node.splitElemFea = open.split.threshold;
-    node.countL = open.split.countL;
-    node.lson = static_cast<int>(nodeV.size());
-    node.rson = node.lson + 1;
+    RecordSplit(open.split, static_cast<int>(nodeV.size()), node);
     for (int son = 0; son < 2; ++son) {
         if (open.fOpenV[son]) {
             nextV.emplace_back();

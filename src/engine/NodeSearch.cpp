@@ -205,7 +205,29 @@ void NodeSearch::ScorePieces(const SearchTask& task, int slot, Scratch& scratch)
 
 // Keys of the rows in live bins, and of some near them: ranks are looked up in steps.
 void NodeSearch::CollectKeys(const SearchTask& task, int id, Scratch& scratch) {
-    const Column& column = data.At(id);
+    const LiveSteps live = FindLiveSteps(task, data.At(id), scratch);
+    const Chunks chunks = {task.rows.count, kChunkRows};
+    scratch.keyV.clear();
+    if (pool == nullptr) {
+        for (int chunk = 0; chunk < chunks.Num(); ++chunk) {
+            uint64_t* const end = CollectChunk(task, id, live, chunk, scratch.chunkV);
+            scratch.keyV.insert(scratch.keyV.end(), scratch.chunkV.data(), end);
+        }
+        return;
+    }
+    std::vector<std::vector<uint64_t>> keyVV(static_cast<size_t>(chunks.Num()));
+    pool->For(chunks.Num(), [&](int chunk, int worker) {
+        std::vector<uint64_t>& chunkV = scratchV[static_cast<size_t>(worker)].chunkV;
+        uint64_t* const end = CollectChunk(task, id, live, chunk, chunkV);
+        keyVV[static_cast<size_t>(chunk)].assign(chunkV.data(), end);
+    });
+    for (const std::vector<uint64_t>& keyV : keyVV) {
+        scratch.keyV.insert(scratch.keyV.end(), keyV.begin(), keyV.end());
+    }
+}
+
+NodeSearch::LiveSteps NodeSearch::FindLiveSteps(const SearchTask& task, const Column& column,
+                                                Scratch& scratch) {
     const Histogram& histogram = *task.histogram;
     const uint32_t numRanks = column.binFirstRankV.back();
     int step = 0;
@@ -217,43 +239,27 @@ void NodeSearch::CollectKeys(const SearchTask& task, int id, Scratch& scratch) {
         const uint32_t last = (histogram.FirstRank(column, bin + 1) - 1) >> step;
         std::fill(liveV.begin() + first, liveV.begin() + last + 1, uint8_t{1});
     }
-    scratch.keyV.clear();
+    return {liveV.data(), step};
+}
+
+// Writes the keys of a stretch of rows to the front of keyV and returns their end.
+uint64_t* NodeSearch::CollectChunk(const SearchTask& task, int id, const LiveSteps& live, int chunk,
+                                   std::vector<uint64_t>& keyV) const {
     const Chunks chunks = {task.rows.count, kChunkRows};
-    const int numChunks = chunks.Num();
-    const auto collect = [&](int chunk, std::vector<uint64_t>& chunkV) {
-        chunkV.resize(kChunkRows);
-        uint64_t* key = chunkV.data();
-        int rankV[kBlockRows];
-        const int end = chunks.End(chunk);
-        for (int begin = chunks.Begin(chunk); begin < end; begin += kBlockRows) {
-            const int count = std::min(kBlockRows, end - begin);
-            data.GatherRanks(id, task.rows.rowV + begin, count, rankV);
-            for (int i = 0; i < count; ++i) {
-                const uint32_t rank = static_cast<uint32_t>(rankV[i]);
-                *key = KeyOf(rank, begin + i);
-                key += liveV[rank >> step];
-            }
+    keyV.resize(kChunkRows);
+    uint64_t* key = keyV.data();
+    int rankV[kBlockRows];
+    const int end = chunks.End(chunk);
+    for (int begin = chunks.Begin(chunk); begin < end; begin += kBlockRows) {
+        const int count = std::min(kBlockRows, end - begin);
+        data.GatherRanks(id, task.rows.rowV + begin, count, rankV);
+        for (int i = 0; i < count; ++i) {
+            const uint32_t rank = static_cast<uint32_t>(rankV[i]);
+            *key = KeyOf(rank, begin + i);
+            key += live.fLiveV[rank >> live.step];
         }
-        return key - chunkV.data();
-    };
-    const auto append = [&](const std::vector<uint64_t>& chunkV, std::ptrdiff_t count) {
-        scratch.keyV.insert(scratch.keyV.end(), chunkV.begin(), chunkV.begin() + count);
-    };
-    if (pool == nullptr) {
-        for (int chunk = 0; chunk < numChunks; ++chunk) {
-            append(scratch.chunkV, collect(chunk, scratch.chunkV));
-        }
-        return;
     }
-    std::vector<std::vector<uint64_t>> keyVV(static_cast<size_t>(numChunks));
-    pool->For(numChunks, [&](int chunk, int worker) {
-        std::vector<uint64_t>& chunkV = scratchV[static_cast<size_t>(worker)].chunkV;
-        const std::ptrdiff_t count = collect(chunk, chunkV);
-        keyVV[static_cast<size_t>(chunk)].assign(chunkV.begin(), chunkV.begin() + count);
-    });
-    for (const std::vector<uint64_t>& keyV : keyVV) {
-        append(keyV, static_cast<std::ptrdiff_t>(keyV.size()));
-    }
+    return key;
 }
 
 void NodeSearch::SortSlot(const SearchTask& task, int slot, Scratch& scratch) {

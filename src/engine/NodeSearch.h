@@ -59,7 +59,13 @@ class NodeSearch {
         std::vector<uint64_t> keyV;       // rank and, in the low half, place in the slice
         std::vector<uint64_t> otherKeyV;  // for sorting
         std::vector<uint64_t> chunkV;     // keys of a stretch of rows
-        std::vector<uint8_t> liveV;       // by rank, in steps: whether a live bin is there
+        std::vector<uint8_t> liveV;       // of LiveSteps
+    };
+
+    // By rank, in steps of 2^step: whether a live bin is there.
+    struct LiveSteps {
+        const uint8_t* fLiveV;
+        int step;
     };
 
     template <typename Visit>
@@ -70,6 +76,9 @@ class NodeSearch {
     void ScoreBins(const SearchTask& task, int slot, Scratch& scratch);
     void ScorePieces(const SearchTask& task, int slot, Scratch& scratch);
     void CollectKeys(const SearchTask& task, int id, Scratch& scratch);
+    static LiveSteps FindLiveSteps(const SearchTask& task, const Column& column, Scratch& scratch);
+    uint64_t* CollectChunk(const SearchTask& task, int id, const LiveSteps& live, int chunk,
+                           std::vector<uint64_t>& keyV) const;
     void SortSlot(const SearchTask& task, int slot, Scratch& scratch);
     void ScoreRun(const SearchTask& task, int slot, const uint64_t* begin, const uint64_t* end,
                   Cell prefix, Scratch& scratch);

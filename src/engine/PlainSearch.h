@@ -10,14 +10,6 @@
 namespace sylvora {
 namespace engine {
 
-// A cut with its threshold, as the plain form records it.
-struct SplitPoint {
-    int column = -1;
-    double threshold = -1.0;
-    int countL = 0;
-    bool fSlicesTrue = true;  // rows at or below the threshold are exactly those of the left part
-};
-
 // The plain search of a regression node over some of its slots. The arrays hold the node's rows,
 // weights null where all are 1. May be called by several workers at once.
 class PlainSearch {

@@ -272,15 +272,10 @@ void RegressionGrowth::SplitNode(OpenNode& open, Worker& worker) {
     open.split = FindSplit(open, worker);
     if (open.split.column < 0) return;
     worker.partition.Move(rows, node.startDoc, node.countDoc, open.split.countL);
-    GrownNode& left = open.sons[0];
-    GrownNode& right = open.sons[1];
-    left.startDoc = node.startDoc;
-    left.countDoc = open.split.countL;
-    right.startDoc = node.startDoc + left.countDoc;
-    right.countDoc = node.countDoc - left.countDoc;
+    CutSlice(node, open.split.countL, open.sons);
     SumSons(open, worker.team);
     if (open.left.packed != 0) return;
-    for (int i = left.startDoc; i < right.startDoc; ++i) {
+    for (int i = open.sons[0].startDoc; i < open.sons[1].startDoc; ++i) {
         const size_t at = static_cast<size_t>(i);
         open.left += fixed.ToCell(rows.gradV[at], rows.weightV.empty() ? 1 : rows.weightV[at]);
     }
@@ -354,11 +349,7 @@ void RegressionGrowth::SumSons(OpenNode& open, WorkerPool* workers) {
 
 void RegressionGrowth::AppendSons(OpenNode& open, std::vector<OpenNode>& nextV) {
     GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
-    node.splitFea = open.split.column;
-    node.splitElemFea = open.split.threshold;
-    node.countL = open.split.countL;
-    node.lson = static_cast<int>(nodeV.size());
-    node.rson = node.lson + 1;
+    RecordSplit(open.split, static_cast<int>(nodeV.size()), node);
     const int depth = node.depth + 1;
     const bool fTooDeep = depth >= limits.maxDepth && !limits.fForest;
     Cell total = open.left;

@@ -107,11 +107,7 @@ SplitPoint RowPartition::MarkByRank(TreeRows& rows, int begin, int count, int id
     split.countL = all.countL;
     const double low = data.Value(all.low.row, id);
     const double high = data.Value(all.high.row, id);
-    split.threshold = (low + high) * 0.5;
-    // The midpoint of neighbouring doubles can round up to the higher one, or overflow.
-    if (!(low <= split.threshold && split.threshold < high)) {
-        MarkByValue(rows, begin, count, split);
-    }
+    if (!split.SetThreshold(low, high)) MarkByValue(rows, begin, count, split);
     return split;
 }
 
@@ -137,17 +133,13 @@ RowPartition::Marked RowPartition::Mark(TreeRows& rows, int begin, int end, int 
     return marked;
 }
 
-// The cursors ask two questions: is a row of the left part not at or below the threshold, and is
-// one of the right part not above it? For a threshold of NaN (between infinities) both are so.
 void RowPartition::MarkByValue(TreeRows& rows, int begin, int count, SplitPoint& split) {
     int numLeft = 0;
     for (int i = begin; i < begin + count; ++i) {
         const size_t at = static_cast<size_t>(i);
         const double value = data.Value(rows.indexV[at], split.column);
-        const bool fLeft = value <= split.threshold;
-        const bool fRight = value > split.threshold;
-        rows.fLeftV[at] = i < begin + split.countL ? fLeft : !fRight;
-        numLeft += fLeft;
+        rows.fLeftV[at] = split.BelongsLeft(value, i < begin + split.countL);
+        numLeft += value <= split.threshold;
     }
     split.fSlicesTrue = numLeft == split.countL;
 }

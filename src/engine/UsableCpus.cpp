@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <sstream>
 
 namespace sylvora {
 namespace engine {
@@ -47,37 +46,18 @@ int LimitOfFolder(const std::string& folder) {
     return ToCpus(quota, period);
 }
 
-// The hierarchies that have the CPU limit: version 2 has one with no names, version 1 one of its
-// own, which is found by its names or by "cpu" alone.
-bool HasCpuLimit(const std::string& names) {
-    return names.empty() || ("," + names + ",").find(",cpu,") != std::string::npos;
-}
-
 }  // namespace
 
-int CpusOfControlGroup(const std::string& cgroupFile, const std::string& mount) {
+int CpusOfControlGroup(const ControlGroupPlaces& places) {
     int limit = 0;
-    std::ifstream file(cgroupFile);
-    // number:names:/path
-    for (std::string number, names, path; std::getline(file, number, ':');) {
-        if (!std::getline(file, names, ':') || !std::getline(file, path)) break;
-        if (!HasCpuLimit(names)) continue;
-        for (const std::string& hierarchy : {names, std::string(names.empty() ? "" : "cpu")}) {
-            const std::string root = mount + (hierarchy.empty() ? "" : "/" + hierarchy);
-            // From the group upwards; in a container, the root is the container's own.
-            for (std::string group = path; !group.empty(); group.resize(group.rfind('/'))) {
-                limit = Lower(limit, LimitOfFolder(root + group));
-                if (group.rfind('/') == std::string::npos) break;
-            }
-            limit = Lower(limit, LimitOfFolder(root));
-        }
+    for (const std::string& folder : ControlGroupFolders("cpu", places)) {
+        limit = Lower(limit, LimitOfFolder(folder));
     }
     return limit;
 }
 
 int NumUsableCpus() {
-    const int limit = CpusOfControlGroup("/proc/self/cgroup", "/sys/fs/cgroup");
-    return Lower(NumAllowedCpus(), limit);
+    return Lower(NumAllowedCpus(), CpusOfControlGroup({}));
 }
 
 }  // namespace engine

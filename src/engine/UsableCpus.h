@@ -2,7 +2,7 @@
 #ifndef SYLVORA_ENGINE_USABLECPUS_H
 #define SYLVORA_ENGINE_USABLECPUS_H
 
-#include <string>
+#include "../god/ControlGroups.h"
 
 namespace sylvora {
 namespace engine {
@@ -11,10 +11,9 @@ namespace engine {
 // limit) has time for, if that is fewer; at least 1.
 int NumUsableCpus();
 
-// The limit of the control group that `cgroupFile` (/proc/self/cgroup) names, as found in the
-// hierarchy mounted at `mount`, versions 1 and 2: quota / period, rounded up, the lowest of the
-// group and those it is part of; 0: no limit.
-int CpusOfControlGroup(const std::string& cgroupFile, const std::string& mount);
+// The limit of the control groups found there: quota / period, rounded up, the lowest of all; 0: no
+// limit.
+int CpusOfControlGroup(const ControlGroupPlaces& places);
 
 }  // namespace engine
 }  // namespace sylvora

@@ -16,6 +16,7 @@
 namespace {
 
 using sylvora::Fail;
+using sylvora::IsDigit;
 using sylvora::LineHead;
 using sylvora::ParseNumber;
 
@@ -25,10 +26,6 @@ constexpr long kMostDigits = 9;       // of an id that cannot leave the range
 
 bool IsSpace(char c) {
     return c == ' ' || (c >= '\t' && c <= '\r');
-}
-
-bool IsDigit(char c) {
-    return c >= '0' && c <= '9';
 }
 
 class Tokens {

@@ -16,10 +16,6 @@
 namespace sylvora {
 namespace {
 
-bool IsDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
 constexpr std::uint64_t kEachByte = 0x0101010101010101;
 constexpr int kWord = 8;  // bytes
 

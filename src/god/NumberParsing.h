@@ -6,6 +6,10 @@
 
 namespace sylvora {
 
+inline bool IsDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
 // As TryStrToDouble, TryStrToFloat and TryStrToInt, on the whole of `text`; an embedded zero byte
 // is no digit and rejects it.
 [[nodiscard]] bool ParseNumber(std::string_view text, double& result);

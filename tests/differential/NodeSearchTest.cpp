@@ -115,8 +115,13 @@ struct Node {
         return best;
     }
 
+    struct Found {
+        SearchResult result;
+        double below = 0.0;  // the highest value left of the winning cut
+    };
+
     // With histograms of up to `mostBins` bins, or by sorting alone.
-    SearchResult Search(int mostBins, int fewKeys, bool fHistogram) const {
+    Found Search(int mostBins, int fewKeys, bool fHistogram) const {
         WorkerPool pool;
         const int count = static_cast<int>(gradV.size());
         const int* weights = weightV.empty() ? nullptr : weightV.data();
@@ -132,11 +137,10 @@ struct Node {
             total += fixed.ToCell(gradV[i], weights != nullptr ? weights[i] : 1);
         }
         NodeSearch search(data, fixed, fewKeys, nullptr);
-        SearchResult result =
+        const SearchResult result =
             search.Search({rows, fHistogram ? &histogram : nullptr, columnV.data(),
                            static_cast<int>(columnV.size()), total, gradAll});
-        if (result.fFound) winnerValue = HighestOf(data, result.winner);
-        return result;
+        return {result, result.fFound ? HighestOf(data, result.winner) : 0.0};
     }
 
     // The highest value at or below the winning cut.
@@ -154,7 +158,6 @@ struct Node {
     std::vector<const double*> rowV;
     std::vector<int> indexV, columnV;
     double gradAll = 0.0;
-    mutable double winnerValue = 0.0;
 };
 
 struct Way {
@@ -171,12 +174,11 @@ TEST(NodeSearchDifferential, NearTiesGoAsInThePlainScan) {
         const Node node(ties);
         const Cut plain = node.PlainBest();
         for (const Way& way : {Way{2048, 0, false}, Way{2048, 256, true}, Way{8, 0, true}}) {
-            const SearchResult result = node.Search(way.mostBins, way.fewKeys, way.fHistogram);
+            const auto [result, below] = node.Search(way.mostBins, way.fewKeys, way.fHistogram);
             numFound += result.fFound;
             const bool fAgree = result.fFound
                                     ? result.winner.column == plain.column &&
-                                          node.winnerValue < plain.threshold &&
-                                          plain.threshold <= node.winnerValue + 1.0
+                                          below < plain.threshold && plain.threshold <= below + 1.0
                                     : (plain.column < 0 && result.undecidedV.empty()) ||
                                           std::count(result.undecidedV.begin(),
                                                      result.undecidedV.end(), plain.slot) > 0;

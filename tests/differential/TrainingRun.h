@@ -16,6 +16,8 @@ struct Set {
     VecVecDle rows;
     VecInt queries;
     CheckCfgCLS cfg;
+    void (*unchecked)(CheckCfgCLS& cfg) = nullptr;  // changes settings behind CheckCfg's back
+    ProgressFuncType progress = nullptr;            // called with the learner
 };
 
 // In the plain form or with the engine so tuned: status, every node with its rows' sums,
@@ -31,7 +33,9 @@ inline std::string Outcome(const Set& set, const char* plain, const char* tuning
     CheckCfgCLS cfg = set.cfg;
     gseed = -5;
     int status = cfg.CheckCfg();
+    if (set.unchecked != nullptr) set.unchecked(cfg);
     TreeLearner learner(cfg);
+    learner.setProgress(set.progress, &learner);
     if (status == 0) status = learner.DataInput(set.labels, set.rows, 0, set.queries, {});
     if (status == 0) status = learner.ParamInit();
     if (status == 0) status = learner.Boosting();

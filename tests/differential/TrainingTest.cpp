@@ -6,10 +6,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <string>
 
 #include "HostileSets.h"
+#include "god.h"
 
 namespace {
 
@@ -52,6 +54,41 @@ TEST(TrainingDifferential, EngineEqualsPlainFormOnLargerSets) {
         for (const int numThread : {1, 3, 8}) {
             set.cfg.numThread = numThread;
             ExpectSame(set, plain, "", seed);
+        }
+    }
+    unsetenv("SYLVORA_PLAIN");
+    unsetenv("SYLVORA_TUNING");
+}
+
+// Meddles with all that rows for the next tree may have been drawn ahead with.
+int Meddle(void* context, int done, int) {
+    static_cast<TreeLearner*>(context)->valSmpRt = done % 3 == 0 ? 0.5 : 0.9;
+    if (done % 2 == 0) static_cast<void>(ranz(&gseed));
+    return 0;
+}
+
+TEST(TrainingDifferential, OddSettingsAndCallbacks) {
+    struct Oddity {
+        const char* what;
+        void (*apply)(Set& set);
+    };
+    static const Oddity kOddities[] = {
+        {"a ratio of NaN", [](Set& set) { set.cfg.ratio = std::nan(""); }},
+        {"a negative ratio",
+         [](Set& set) { set.unchecked = [](CheckCfgCLS& cfg) { cfg.ratio = -2; }; }},
+        {"no depth", [](Set& set) { set.unchecked = [](CheckCfgCLS& cfg) { cfg.maxDepth = 0; }; }},
+        {"a meddling callback", [](Set& set) { set.progress = Meddle, set.cfg.numTree = 7; }},
+    };
+    for (const Oddity& oddity : kOddities) {
+        for (unsigned seed = 1; seed <= 12 && !HasFatalFailure(); ++seed) {
+            SCOPED_TRACE(oddity.what);
+            Set set = seed % 3 == 0 ? Maker(seed).MakeListed(80) : Maker(seed).MakeLarger(300);
+            oddity.apply(set);
+            const std::string plain = Outcome(set, "1", "");
+            for (const int numThread : {1, 3}) {
+                set.cfg.numThread = numThread;
+                ExpectSame(set, plain, "smallNode=8", seed);
+            }
         }
     }
     unsetenv("SYLVORA_PLAIN");

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 
-#include "../Support.h"
+#include "../ControlGroupFolder.h"
 
 namespace sylvora::tests {
 namespace {
@@ -48,15 +48,8 @@ TEST(UsableCpus, AreAtMostThoseOfTheControlGroup) {
         {"no period", "0::/a\n", {{"a/cpu.max", "100 0\n"}}, 0},
     };
     for (const auto& c : cases) {
-        const TempFolder folder;
-        for (const auto& [name, text] : c.files) {
-            std::filesystem::create_directories(
-                std::filesystem::path(folder.Path(name)).parent_path());
-            folder.Write(name, text);
-        }
-        const std::string cgroup = folder.Write("cgroup", c.cgroup);
-        const std::string mount = std::filesystem::path(cgroup).parent_path();
-        EXPECT_EQ(engine::CpusOfControlGroup(cgroup, mount), c.cpus) << c.what;
+        const ControlGroupFolder folder(c.cgroup, c.files);
+        EXPECT_EQ(engine::CpusOfControlGroup(folder.Places()), c.cpus) << c.what;
     }
 }
 

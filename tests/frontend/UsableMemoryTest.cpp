@@ -5,7 +5,7 @@
 
 #include <limits>
 
-#include "../Support.h"
+#include "../ControlGroupFolder.h"
 
 namespace sylvora::tests {
 namespace {
@@ -36,15 +36,8 @@ TEST(UsableMemory, IsAtMostThatOfTheControlGroup) {
          15e4},
     };
     for (const auto& c : cases) {
-        const TempFolder folder;
-        for (const auto& [name, text] : c.files) {
-            std::filesystem::create_directories(
-                std::filesystem::path(folder.Path(name)).parent_path());
-            folder.Write(name, text);
-        }
-        const std::string cgroup = folder.Write("cgroup", c.cgroup);
-        const std::string mount = std::filesystem::path(cgroup).parent_path();
-        EXPECT_EQ(frontend::MemoryOfControlGroup(cgroup, mount), c.bytes) << c.what;
+        const ControlGroupFolder folder(c.cgroup, c.files);
+        EXPECT_EQ(frontend::MemoryOfControlGroup(folder.Places()), c.bytes) << c.what;
     }
     EXPECT_GT(frontend::UsableMemory(), 1e6);
     EXPECT_LT(frontend::UsableMemory(), 1e15);
