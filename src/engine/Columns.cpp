@@ -175,6 +175,7 @@ bool Columns::CodeColumn(int column) {
     }
     c.numBins = static_cast<int>(c.binFirstRankV.size()) - 1;
     DescribeBins(distinctV, c);
+    while (((c.numBins - 1) >> c.codeShift) >= kNarrowBins) ++c.codeShift;
     if (c.fNarrow) {
         AssignRanks(sorted, distinctV, c.codeV);
     } else {
@@ -200,7 +201,10 @@ void Columns::FillRowCodes(WorkerPool& pool) {
     narrowRows.codeV.resize(static_cast<size_t>(numRows) * narrowRows.stride + kSlack);
     wideRows.codeV.resize(static_cast<size_t>(numRows) * wideRows.stride + kSlack);
     std::vector<BinFinder> finderV;
-    for (const int column : wideV) finderV.emplace_back(At(column));
+    for (const int column : wideV) {
+        finderV.emplace_back(At(column));
+        columnV[static_cast<size_t>(column)].codeV.resize(static_cast<size_t>(numRows));
+    }
     const Chunks chunks = {numRows, 4096};
     pool.For(chunks.Num(), [&](int chunk, int) {
         const size_t end = static_cast<size_t>(chunks.End(chunk));
@@ -209,7 +213,9 @@ void Columns::FillRowCodes(WorkerPool& pool) {
             for (const int column : narrowV) *narrow++ = At(column).codeV[row];
             uint16_t* wide = wideRows.codeV.data() + row * wideRows.stride;
             for (size_t k = 0; k < wideV.size(); ++k) {
-                *wide++ = finderV[k].Find(At(wideV[k]).rankV[row]);
+                Column& column = columnV[static_cast<size_t>(wideV[k])];
+                wide[k] = finderV[k].Find(column.rankV[row]);
+                column.codeV[row] = static_cast<uint8_t>(wide[k] >> column.codeShift);
             }
         }
     });

@@ -13,6 +13,7 @@
 #ifndef SYLVORA_ENGINE_COLUMNS_H
 #define SYLVORA_ENGINE_COLUMNS_H
 
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -38,8 +39,15 @@ struct Column {
     std::vector<uint32_t> binFirstRankV;  // numBins + 1 entries
     std::vector<uint8_t> fCleanBinV;      // per bin: all neighbours inside are separable
     std::vector<double> binValueV;        // per bin: the lowest value; of an empty one, the next
-    LargeArray<uint8_t> codeV;            // narrow columns: the bin, which is the rank, per row
+    int codeShift = 0;                    // 2^codeShift bins have one code
+    LargeArray<uint8_t> codeV;            // per row; of a narrow column, the bin and the rank
     LargeArray<uint32_t> rankV;           // wide columns: the rank per row
+
+    // The finest bin that holds a rank.
+    int BinOf(uint32_t rank) const {
+        const auto past = std::upper_bound(binFirstRankV.begin(), binFirstRankV.end(), rank);
+        return static_cast<int>(past - binFirstRankV.begin()) - 1;
+    }
 };
 
 // Row-major codes, padded with zeros so that rows can be read in pieces of 16 bytes; so can what
@@ -64,6 +72,11 @@ class Columns {
     double Value(int row, int column) const { return rowV[row][column]; }
     // A column holds a NaN, which has no rank: the codes must not be used.
     bool HasNan() const { return fNan; }
+    // Whether a column has several values in a bin.
+    bool HasInexact() const {
+        return std::any_of(columnV.begin(), columnV.end(),
+                           [](const Column& c) { return !c.fExact; });
+    }
     // About as many bins has a column with more values than that.
     int MostBins() const { return maxBins; }
     size_t NumCells() const { return numCells; }

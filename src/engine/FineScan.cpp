@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "Gather.h"
 #include "KeySort.h"
 
 namespace sylvora {
@@ -11,6 +12,7 @@ namespace {
 
 constexpr double kRowsPerPiece = 24;
 constexpr uint32_t kSteps = 4096;
+constexpr int kBlockKeys = 256;
 
 }  // namespace
 
@@ -24,8 +26,25 @@ uint32_t FineBin::LastRank(size_t piece) const {
     return low;
 }
 
-void FineScan::Count(std::vector<FineBin>& bins, const RowSlice& rows,
-                     std::vector<uint64_t>& keyV) {
+void FineScan::Count(std::vector<FineBin>& bins, const RowSet& rows, std::vector<uint64_t>& keyV) {
+    CutBins(bins);
+    pieceV.resize(keyV.size());
+    size_t numKept = 0;
+    for (const uint64_t key : keyV) {
+        const uint32_t rank = RankOf(key);
+        if (rank < lowest || rank >= bins.back().past) continue;
+        size_t at = binAtV[(rank - lowest) >> step];
+        while (rank >= bins[at].past) ++at;
+        if (rank < bins[at].first) continue;
+        pieceV[numKept] = static_cast<uint32_t>(bins[at].PieceOf(rank));
+        keyV[numKept++] = key;
+    }
+    keyV.resize(numKept);
+    AddRows(rows, keyV);
+}
+
+// Cuts the bins into pieces and prepares to look them up by rank.
+void FineScan::CutBins(std::vector<FineBin>& bins) {
     size_t numPieces = 0;
     for (FineBin& bin : bins) {
         Cell inside = bin.behind;
@@ -39,9 +58,9 @@ void FineScan::Count(std::vector<FineBin>& bins, const RowSlice& rows,
         numPieces += bin.numPieces;
     }
     cellV.assign(numPieces, Cell());
-    const uint32_t lowest = bins.front().first;
+    lowest = bins.front().first;
     const uint32_t range = bins.back().past - lowest;
-    int step = 0;
+    step = 0;
     while ((range >> step) >= kSteps) ++step;
     binAtV.resize((range >> step) + 1);
     uint16_t bin = 0;
@@ -52,22 +71,24 @@ void FineScan::Count(std::vector<FineBin>& bins, const RowSlice& rows,
         }
         binAtV[s] = bin;
     }
-    pieceV.resize(keyV.size());
-    size_t numKept = 0;
-    for (const uint64_t key : keyV) {
-        const uint32_t rank = RankOf(key);
-        if (rank < lowest || rank >= lowest + range) continue;
-        size_t at = binAtV[(rank - lowest) >> step];
-        while (rank >= bins[at].past) ++at;
-        if (rank < bins[at].first) continue;
-        const size_t piece = bins[at].PieceOf(rank);
-        const uint32_t place = PlaceOf(key);
-        cellV[piece] +=
-            fixed.ToCell(rows.gradV[place], rows.weightV != nullptr ? rows.weightV[place] : 1);
-        pieceV[numKept] = static_cast<uint32_t>(piece);
-        keyV[numKept++] = key;
+}
+
+// Adds the rows of the keys to their pieces.
+void FineScan::AddRows(const RowSet& rows, const std::vector<uint64_t>& keyV) {
+    int rowV[kBlockKeys];
+    double gradV[kBlockKeys];
+    int weightV[kBlockKeys];
+    Cell blockV[kBlockKeys];
+    for (size_t begin = 0; begin < keyV.size(); begin += kBlockKeys) {
+        const int count = static_cast<int>(std::min<size_t>(kBlockKeys, keyV.size() - begin));
+        for (int i = 0; i < count; ++i) rowV[i] = ItemOf(keyV[begin + static_cast<size_t>(i)]);
+        Gather(rows.gradV, rowV, count, gradV);
+        if (rows.weightV != nullptr) Gather(rows.weightV, rowV, count, weightV);
+        fixed.ToCells(gradV, rows.weightV != nullptr ? weightV : nullptr, count, blockV);
+        for (int i = 0; i < count; ++i) {
+            cellV[pieceV[begin + static_cast<size_t>(i)]] += blockV[i];
+        }
     }
-    keyV.resize(numKept);
 }
 
 void FineScan::Keep(const std::vector<uint8_t>& fKeepV, std::vector<uint64_t>& keyV) const {

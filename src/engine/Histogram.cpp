@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "Gather.h"
+
 namespace sylvora {
 namespace engine {
 namespace {
@@ -153,6 +155,8 @@ HistogramFiller::HistogramFiller(const Columns& columns)
       blockRows(ChooseBlockRows(data)),
       tileStride(static_cast<size_t>(blockRows) + 32),
       cellV(static_cast<size_t>(blockRows + kPadRows)),
+      gradV(static_cast<size_t>(blockRows)),
+      weightV(static_cast<size_t>(blockRows)),
       oddV(kTogether * kMostOddCells),
       narrowTile(data.NarrowRows().stride * tileStride),
       wideTile(data.WideRows().stride * tileStride) {}
@@ -172,12 +176,24 @@ void HistogramFiller::Transpose(const RowCodes<Code>& codes, const int* rowV, in
     }
 }
 
-void HistogramFiller::Add(const RowSlice& rows, const FixedPoint& fixed,
+void HistogramFiller::LoadCells(const RowSet& rows, int begin, int count, const FixedPoint& fixed) {
+    const bool fWeights = rows.weightV != nullptr;
+    if (rows.ownGradV != nullptr) {
+        fixed.ToCells(rows.ownGradV + begin, fWeights ? rows.ownWeightV + begin : nullptr, count,
+                      cellV.data());
+        return;
+    }
+    const int* rowV = rows.rowV + begin;
+    Gather(rows.gradV, rowV, count, gradV.data());
+    if (fWeights) Gather(rows.weightV, rowV, count, weightV.data());
+    fixed.ToCells(gradV.data(), fWeights ? weightV.data() : nullptr, count, cellV.data());
+}
+
+void HistogramFiller::Add(const RowSet& rows, const FixedPoint& fixed,
                           const std::vector<int>& columns, Histogram& histogram) {
     for (int begin = 0; begin < rows.count; begin += blockRows) {
         const int count = std::min(blockRows, rows.count - begin);
-        fixed.ToCells(rows.gradV + begin, rows.weightV != nullptr ? rows.weightV + begin : nullptr,
-                      count, cellV.data());
+        LoadCells(rows, begin, count, fixed);
         Transpose(data.NarrowRows(), rows.rowV + begin, count, narrowTile.data());
         Transpose(data.WideRows(), rows.rowV + begin, count, wideTile.data());
         AddBlock(count, columns, histogram);

@@ -42,12 +42,20 @@ struct Histogram {
     }
 };
 
-// The rows of a node with their gradients and weights (null: all 1), in matching order.
-struct RowSlice {
+// Some rows, with the gradients and weights (null: all 1) of all rows of the data, by row; perhaps
+// also with their own alongside (null: without).
+struct RowSet {
     const int* rowV;
+    int count;
     const double* gradV;
     const int* weightV;
-    int count;
+    const double* ownGradV = nullptr;
+    const int* ownWeightV = nullptr;
+
+    Cell CellOf(int row, const FixedPoint& fixed) const {
+        const size_t at = static_cast<size_t>(row);
+        return fixed.ToCell(gradV[at], weightV != nullptr ? weightV[at] : 1);
+    }
 };
 
 // Fills histograms block by block: the codes of a block are transposed into columns, then two
@@ -56,11 +64,12 @@ class HistogramFiller {
   public:
     explicit HistogramFiller(const Columns& data);
 
-    // Adds the rows of the slice to the cells of the chosen columns.
-    void Add(const RowSlice& rows, const FixedPoint& fixed, const std::vector<int>& columns,
+    // Adds the rows to the cells of the chosen columns. Ascending rows are the quickest.
+    void Add(const RowSet& rows, const FixedPoint& fixed, const std::vector<int>& columns,
              Histogram& histogram);
 
   private:
+    void LoadCells(const RowSet& rows, int begin, int count, const FixedPoint& fixed);
     template <typename Code>
     void Transpose(const RowCodes<Code>& codes, const int* rowV, int count, Code* tile);
     void AddBlock(int count, const std::vector<int>& columns, Histogram& histogram);
@@ -74,7 +83,9 @@ class HistogramFiller {
     const size_t tileStride;  // from one column of a tile to the next: not a power of two, or they
                               // would share cache sets
     std::vector<Cell> cellV;  // of the block's rows
-    std::vector<Cell> oddV;   // zeros; the columns at hand count rows at odd places here
+    std::vector<double> gradV;
+    std::vector<int> weightV;
+    std::vector<Cell> oddV;  // zeros; the columns at hand count rows at odd places here
     std::vector<uint8_t> narrowTile;
     std::vector<uint16_t> wideTile;
 };

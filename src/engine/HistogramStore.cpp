@@ -22,9 +22,14 @@ void SubtractCells(Cell* to, const Cell* from, size_t count) {
     for (size_t c = 0; c < count; ++c) to[c] -= from[c];
 }
 
-RowSlice Stretch(const RowSlice& slice, int begin, int end) {
-    return {slice.rowV + begin, slice.gradV + begin,
-            slice.weightV != nullptr ? slice.weightV + begin : nullptr, end - begin};
+RowSet Stretch(const RowSet& rows, int begin, int end) {
+    const bool fOwn = rows.ownGradV != nullptr;
+    return {rows.rowV + begin,
+            end - begin,
+            rows.gradV,
+            rows.weightV,
+            fOwn ? rows.ownGradV + begin : nullptr,
+            fOwn && rows.weightV != nullptr ? rows.ownWeightV + begin : nullptr};
 }
 
 }  // namespace
@@ -80,26 +85,25 @@ void HistogramStore::GiveBack(std::unique_ptr<Histogram> histogram) {
     freeV.push_back(std::move(histogram));
 }
 
-std::unique_ptr<Histogram> HistogramStore::CountAlone(const RowSlice& slice, int shift,
-                                                      int worker) {
+std::unique_ptr<Histogram> HistogramStore::CountAlone(const RowSet& rows, int shift, int worker) {
     std::unique_ptr<Histogram> histogram = Take(shift);
-    FillerOf(worker).Add(slice, fixed, allColumnV, *histogram);
+    FillerOf(worker).Add(rows, fixed, allColumnV, *histogram);
     return histogram;
 }
 
 // Each worker counts the stretches that it gets into a histogram of its own; the sums of all are
 // the same whoever counted what.
-std::unique_ptr<Histogram> HistogramStore::Count(const RowSlice& slice, int shift) {
-    if (pool.NumWorkers() == 1 || slice.count < kFewRows) return CountAlone(slice, shift, 0);
+std::unique_ptr<Histogram> HistogramStore::Count(const RowSet& rows, int shift) {
+    if (pool.NumWorkers() == 1 || rows.count < kFewRows) return CountAlone(rows, shift, 0);
     // As many stretches for each worker, of about the length that is counted at once.
-    const int perWorker = (slice.count - 1) / (pool.NumWorkers() * kChunkRows) + 1;
+    const int perWorker = (rows.count - 1) / (pool.NumWorkers() * kChunkRows) + 1;
     const int numChunks = perWorker * pool.NumWorkers();
     std::vector<std::unique_ptr<Histogram>> partV(static_cast<size_t>(pool.NumWorkers()));
     pool.For(numChunks, [&](int chunk, int worker) {
         std::unique_ptr<Histogram>& part = partV[static_cast<size_t>(worker)];
         if (!part) part = Take(shift);
-        FillerOf(worker).Add(Stretch(slice, PartBegin(slice.count, numChunks, chunk),
-                                     PartBegin(slice.count, numChunks, chunk + 1)),
+        FillerOf(worker).Add(Stretch(rows, PartBegin(rows.count, numChunks, chunk),
+                                     PartBegin(rows.count, numChunks, chunk + 1)),
                              fixed, allColumnV, *part);
     });
     partV.erase(std::remove(partV.begin(), partV.end(), nullptr), partV.end());

@@ -22,11 +22,11 @@ class HistogramStore {
     // The filler of one worker.
     HistogramFiller& FillerOf(int worker) { return *fillerV[static_cast<size_t>(worker)]; }
 
-    // A histogram of all columns of the rows, with 2^shift bins joined to one. Long slices are
+    // A histogram of all columns of the rows, with 2^shift bins joined to one. Many are
     // shared out among the workers.
-    std::unique_ptr<Histogram> Count(const RowSlice& slice, int shift);
+    std::unique_ptr<Histogram> Count(const RowSet& rows, int shift);
     // The same by one worker alone.
-    std::unique_ptr<Histogram> CountAlone(const RowSlice& slice, int shift, int worker);
+    std::unique_ptr<Histogram> CountAlone(const RowSet& rows, int shift, int worker);
     // Joins bins until they are as coarse as `shift` says.
     void Coarsen(Histogram& histogram, int shift) const;
     // Leaves in `whole` what is not in `part`, which is as coarse.

@@ -1,4 +1,4 @@
-// Sorting of (rank, place) keys.
+// Sorting of (rank, item) keys; an item is a row or a place.
 #ifndef SYLVORA_ENGINE_KEYSORT_H
 #define SYLVORA_ENGINE_KEYSORT_H
 
@@ -8,14 +8,14 @@
 namespace sylvora {
 namespace engine {
 
-inline uint64_t KeyOf(uint32_t rank, int place) {
-    return (static_cast<uint64_t>(rank) << 32) | static_cast<uint32_t>(place);
+inline uint64_t KeyOf(uint32_t rank, int item) {
+    return (static_cast<uint64_t>(rank) << 32) | static_cast<uint32_t>(item);
 }
 inline uint32_t RankOf(uint64_t key) {
     return static_cast<uint32_t>(key >> 32);
 }
-inline uint32_t PlaceOf(uint64_t key) {
-    return static_cast<uint32_t>(key);
+inline int ItemOf(uint64_t key) {
+    return static_cast<int>(static_cast<uint32_t>(key));
 }
 
 // Sorts by rank; keys of one rank keep their order. `other` is room to work in.

@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include "Chunks.h"
+#include "Gather.h"
 #include "KeySort.h"
 
 namespace sylvora {
@@ -232,14 +233,20 @@ NodeSearch::LiveSteps NodeSearch::FindLiveSteps(const SearchTask& task, const Co
     const uint32_t numRanks = column.binFirstRankV.back();
     int step = 0;
     while ((numRanks >> step) > 4096) ++step;
+    LiveSteps live = {};
     std::vector<uint8_t>& liveV = scratch.liveV;
     liveV.assign((numRanks >> step) + 1, 0);
     for (const int bin : scratch.liveBinV) {
         const uint32_t first = histogram.FirstRank(column, bin) >> step;
         const uint32_t last = (histogram.FirstRank(column, bin + 1) - 1) >> step;
         std::fill(liveV.begin() + first, liveV.begin() + last + 1, uint8_t{1});
+        const int pastBin = std::min((bin + 1) << histogram.shift, column.numBins);
+        std::fill(live.fLiveCodeV + ((bin << histogram.shift) >> column.codeShift),
+                  live.fLiveCodeV + ((pastBin - 1) >> column.codeShift) + 1, uint8_t{1});
     }
-    return {liveV.data(), step};
+    live.fLiveV = liveV.data();
+    live.step = step;
+    return live;
 }
 
 // Writes the keys of a stretch of rows to the front of keyV and returns their end.
@@ -248,14 +255,25 @@ uint64_t* NodeSearch::CollectChunk(const SearchTask& task, int id, const LiveSte
     const Chunks chunks = {task.rows.count, kChunkRows};
     keyV.resize(kChunkRows);
     uint64_t* key = keyV.data();
+    const uint8_t* const codes = data.At(id).codeV.data();
+    const uint32_t* const ranks = data.At(id).rankV.data();
+    int liveRowV[kBlockRows];
     int rankV[kBlockRows];
     const int end = chunks.End(chunk);
     for (int begin = chunks.Begin(chunk); begin < end; begin += kBlockRows) {
-        const int count = std::min(kBlockRows, end - begin);
-        data.GatherRanks(id, task.rows.rowV + begin, count, rankV);
-        for (int i = 0; i < count; ++i) {
+        int numLive = 0;
+        ForSelected(
+            task.rows.rowV + begin, std::min(kBlockRows, end - begin),
+            [&](int row) { return live.fLiveCodeV[codes[row]]; },
+            [&](int row) {
+                __builtin_prefetch(ranks + row);
+                __builtin_prefetch(task.rows.gradV + row);  // for the count of the pieces
+                liveRowV[numLive++] = row;
+            });
+        data.GatherRanks(id, liveRowV, numLive, rankV);
+        for (int i = 0; i < numLive; ++i) {
             const uint32_t rank = static_cast<uint32_t>(rankV[i]);
-            *key = KeyOf(rank, begin + i);
+            *key = KeyOf(rank, liveRowV[i]);
             key += live.fLiveV[rank >> live.step];
         }
     }
@@ -265,8 +283,9 @@ uint64_t* NodeSearch::CollectChunk(const SearchTask& task, int id, const LiveSte
 void NodeSearch::SortSlot(const SearchTask& task, int slot, Scratch& scratch) {
     std::vector<uint64_t>& keyV = scratch.keyV;
     keyV.clear();
-    for (int place = 0; place < task.rows.count; ++place) {
-        keyV.push_back(KeyOf(data.Rank(task.columnV[slot], task.rows.rowV[place]), place));
+    for (int i = 0; i < task.rows.count; ++i) {
+        const int row = task.rows.rowV[i];
+        keyV.push_back(KeyOf(data.Rank(task.columnV[slot], row), row));
     }
     SortKeys(keyV, scratch.otherKeyV);
     ScoreRun(task, slot, keyV.data(), keyV.data() + keyV.size(), Cell(), scratch);
@@ -277,12 +296,10 @@ void NodeSearch::ScoreRun(const SearchTask& task, int slot, const uint64_t* begi
                           const uint64_t* end, Cell prefix, Scratch& scratch) {
     const int id = task.columnV[slot];
     const bool fClean = data.At(id).fClean;
-    const auto valueOf = [&](uint64_t key) { return data.Value(task.rows.rowV[PlaceOf(key)], id); };
+    const auto valueOf = [&](uint64_t key) { return data.Value(ItemOf(key), id); };
     double least = Least();
     for (const uint64_t* key = begin; key + 1 < end; ++key) {
-        const uint32_t place = PlaceOf(*key);
-        prefix += fixed.ToCell(task.rows.gradV[place],
-                               task.rows.weightV != nullptr ? task.rows.weightV[place] : 1);
+        prefix += task.rows.CellOf(ItemOf(*key), fixed);
         const uint32_t rank = RankOf(*key);
         if (rank == RankOf(key[1])) continue;
         const double score = CutScore(node, fixed.Sum(prefix), fixed.Weight(prefix));

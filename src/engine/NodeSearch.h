@@ -20,7 +20,7 @@ namespace sylvora {
 namespace engine {
 
 struct SearchTask {
-    RowSlice rows;               // the node's rows, in any order
+    RowSet rows;                 // the node's, in any order; ascending is quickest
     const Histogram* histogram;  // null for a small node: its columns are sorted
     const int* columnV;          // one column per slot
     int numSlots;
@@ -56,14 +56,15 @@ class NodeSearch {
         std::vector<uint8_t> fLiveV;  // by piece of the fine scan
         std::vector<Candidate> candidateV;
         std::vector<int> liveBinV;
-        std::vector<uint64_t> keyV;       // rank and, in the low half, place in the slice
+        std::vector<uint64_t> keyV;       // rank and, in the low half, row
         std::vector<uint64_t> otherKeyV;  // for sorting
         std::vector<uint64_t> chunkV;     // keys of a stretch of rows
         std::vector<uint8_t> liveV;       // of LiveSteps
     };
 
-    // By rank, in steps of 2^step: whether a live bin is there.
+    // Where live bins are: by code of the column, and by rank in steps of 2^step.
     struct LiveSteps {
+        uint8_t fLiveCodeV[256];
         const uint8_t* fLiveV;
         int step;
     };

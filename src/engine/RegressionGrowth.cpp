@@ -20,7 +20,6 @@ namespace sylvora {
 namespace engine {
 namespace {
 
-constexpr int kChunkRows = 16384;
 constexpr int kTeamRows = 16384;  // fewer are not worth a team
 
 // How many bins, as a power of two, a node with `count` rows joins in a histogram of its own.
@@ -29,12 +28,6 @@ int ShiftFor(int count, int mostBins) {
     int shift = 0;
     while ((mostBins >> (shift + 1)) >= wanted) ++shift;
     return shift;
-}
-
-// With nothing else to do in the loop, many values are on their way at once.
-template <typename Value>
-void Gather(const Value* valueV, const int* rowV, int count, Value* to) {
-    for (int i = 0; i < count; ++i) to[i] = valueV[rowV[i]];
 }
 
 double SumOf(const double* begin, int count) {
@@ -57,11 +50,11 @@ struct RegressionGrowth::OpenNode {
 };
 
 struct RegressionGrowth::Worker {
-    Worker(const Columns& data, const FixedPoint& fixed, int fewKeys,
+    Worker(const Columns& data, const FixedPoint& fixed, const Tuning& tuning,
            HistogramFiller& histogramFiller, WorkerPool* pool)
         : filler(histogramFiller),
-          search(data, fixed, fewKeys, pool),
-          partition(data, pool),
+          search(data, fixed, tuning.fewKeys, pool),
+          partition(data, tuning.codeRows, pool),
           team(pool) {}
 
     HistogramFiller& filler;
@@ -82,9 +75,10 @@ RegressionGrowth::RegressionGrowth(const Columns& columns, WorkerPool& workers,
       store(columns, fixed, workers) {
     for (int w = 0; w < pool.NumWorkers(); ++w) {
         workerV.push_back(
-            std::make_unique<Worker>(data, fixed, tuning.fewKeys, store.FillerOf(w), nullptr));
+            std::make_unique<Worker>(data, fixed, tuning, store.FillerOf(w), nullptr));
     }
-    team = std::make_unique<Worker>(data, fixed, tuning.fewKeys, store.FillerOf(0), &pool);
+    rows.fAscend = data.HasInexact();
+    team = std::make_unique<Worker>(data, fixed, tuning, store.FillerOf(0), &pool);
 }
 
 RegressionGrowth::~RegressionGrowth() = default;
@@ -92,7 +86,7 @@ RegressionGrowth::~RegressionGrowth() = default;
 bool RegressionGrowth::Grow(const double* gradV, const int* weightV, const int* indexV, int num,
                             long* seed, const std::function<void()>& lastDraw) {
     if (num == 0) return false;
-    TakeRows(gradV, weightV, indexV, num);
+    rows.Take(gradV, weightV, indexV, num, data.NumRows(), pool);
     fixed = FixedPoint::Fit(rows.gradV.data(), rows.weightV.empty() ? nullptr : rows.weightV.data(),
                             num);
     if (!fixed.fUsable) return false;
@@ -100,7 +94,7 @@ bool RegressionGrowth::Grow(const double* gradV, const int* weightV, const int* 
     numLeaf = 1;
     fSlicesTrue = true;
     std::vector<OpenNode> levelV, nextV;
-    levelV.push_back(PlantRoot(gradV, weightV));
+    levelV.push_back(PlantRoot());
     while (!levelV.empty()) {
         nextV.clear();
         GrowLevel(levelV, seed, lastDraw, nextV);
@@ -110,29 +104,7 @@ bool RegressionGrowth::Grow(const double* gradV, const int* weightV, const int* 
     return true;
 }
 
-void RegressionGrowth::TakeRows(const double* gradV, const int* weightV, const int* indexV,
-                                int num) {
-    const size_t count = static_cast<size_t>(num);
-    rows.indexV.resize(count);
-    rows.gradV.resize(count);
-    rows.weightV.resize(weightV != nullptr ? count : 0);
-    rows.fLeftV.resize(count);
-    const bool fAll = num == data.NumRows();
-    fInV.assign(static_cast<size_t>(data.NumRows()), fAll);
-    const Chunks chunks = {num, kChunkRows};
-    pool.For(chunks.Num(), [&](int chunk, int) {
-        const int begin = chunks.Begin(chunk);
-        const int end = chunks.End(chunk);
-        std::copy(indexV + begin, indexV + end, rows.indexV.begin() + begin);
-        Gather(gradV, indexV + begin, end - begin, rows.gradV.data() + begin);
-        if (weightV != nullptr) {
-            Gather(weightV, indexV + begin, end - begin, rows.weightV.data() + begin);
-        }
-        for (int i = begin; i < end && !fAll; ++i) fInV[static_cast<size_t>(indexV[i])] = 1;
-    });
-}
-
-RegressionGrowth::OpenNode RegressionGrowth::PlantRoot(const double* gradV, const int* weightV) {
+RegressionGrowth::OpenNode RegressionGrowth::PlantRoot() {
     GrownNode root;
     root.countDoc = static_cast<int>(rows.gradV.size());
     root.gradAll = SumOf(rows.gradV.data(), root.countDoc);
@@ -147,63 +119,18 @@ RegressionGrowth::OpenNode RegressionGrowth::PlantRoot(const double* gradV, cons
         }
         return open;
     }
-    rootRows = AscendingRows(gradV, weightV);
-    open.histogram = store.Count(rootRows, ShiftFor(root.countDoc, data.MostBins()));
+    open.histogram = store.Count(QuickSliceOf(root), ShiftFor(root.countDoc, data.MostBins()));
     const Column& any = data.At(0);
     const int numBins = open.histogram->NumBins(any);
     for (int bin = 0; bin < numBins; ++bin) open.total += open.histogram->Of(any)[bin];
     return open;
 }
 
-// The tree's rows in ascending order, whatever order they were drawn in: the codes of neighbouring
-// rows are neighbours in memory.
-RowSlice RegressionGrowth::AscendingRows(const double* gradV, const int* weightV) {
-    const int numRows = data.NumRows();
-    const int num = static_cast<int>(rows.indexV.size());
-    const Chunks chunks = {numRows, kChunkRows};
-    const int numChunks = chunks.Num();
-    ascending.indexV.resize(rows.indexV.size());
-    std::vector<int> beginV(static_cast<size_t>(numChunks) + 1, 0);
-    pool.For(numChunks, [&](int chunk, int) {
-        const auto from = fInV.begin() + chunks.Begin(chunk);
-        const auto to = fInV.begin() + chunks.End(chunk);
-        beginV[static_cast<size_t>(chunk) + 1] = std::accumulate(from, to, 0);
-    });
-    std::partial_sum(beginV.begin(), beginV.end(), beginV.begin());
-    if (num < numRows) {
-        ascending.gradV.resize(rows.gradV.size());
-        ascending.weightV.resize(rows.weightV.size());
-    }
-    pool.For(numChunks, [&](int chunk, int) {
-        const int begin = beginV[static_cast<size_t>(chunk)];
-        const int end = beginV[static_cast<size_t>(chunk) + 1];
-        int* row = ascending.indexV.data() + begin;
-        for (int i = chunks.Begin(chunk); row < ascending.indexV.data() + end; ++i) {
-            *row = i;
-            row += fInV[static_cast<size_t>(i)];
-        }
-        if (num == numRows) return;
-        const int* rowV = ascending.indexV.data() + begin;
-        Gather(gradV, rowV, end - begin, ascending.gradV.data() + begin);
-        if (weightV == nullptr) return;
-        Gather(weightV, rowV, end - begin, ascending.weightV.data() + begin);
-    });
-    if (num == numRows) return {ascending.indexV.data(), gradV, weightV, num};
-    return {ascending.indexV.data(), ascending.gradV.data(),
-            weightV != nullptr ? ascending.weightV.data() : nullptr, num};
-}
-
-RowSlice RegressionGrowth::SliceOf(const GrownNode& node) const {
-    const size_t begin = static_cast<size_t>(node.startDoc);
-    return {rows.indexV.data() + begin, rows.gradV.data() + begin,
-            rows.weightV.empty() ? nullptr : rows.weightV.data() + begin, node.countDoc};
-}
-
 void RegressionGrowth::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
                                  const std::function<void()>& lastDraw,
                                  std::vector<OpenNode>& nextV) {
     const int depth = nodeV[static_cast<size_t>(levelV.front().idxNode)].depth;
-    const bool fLastLevel = !limits.fForest && depth + 1 >= limits.maxDepth;
+    const bool fLastLevel = IsTooDeep(depth + 1);
     size_t numDone = 0;
     while (numDone < levelV.size()) {
         const size_t numBatch = limits.BatchSize(levelV.size() - numDone, numLeaf);
@@ -223,6 +150,7 @@ void RegressionGrowth::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
             return;
         }
     }
+    rows.EndLevel();
     ShareHistograms(nextV);
 }
 
@@ -271,7 +199,8 @@ void RegressionGrowth::SplitNode(OpenNode& open, Worker& worker) {
     const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
     open.split = FindSplit(open, worker);
     if (open.split.column < 0) return;
-    worker.partition.Move(rows, node.startDoc, node.countDoc, open.split.countL);
+    worker.partition.Move(rows, node.startDoc, node.countDoc, open.split,
+                          IsTooDeep(node.depth + 1));
     CutSlice(node, open.split.countL, open.sons);
     SumSons(open, worker.team);
     if (open.left.packed != 0) return;
@@ -285,7 +214,7 @@ void RegressionGrowth::SplitNode(OpenNode& open, Worker& worker) {
 // part are not those of the winning cut as the search counted them.
 SplitPoint RegressionGrowth::FindSplit(OpenNode& open, Worker& worker) {
     const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
-    const RowSlice slice = SliceOf(node);
+    const RowSet quick = QuickSliceOf(node);
     const Histogram* histogram = open.histogram.get();
     if (histogram == nullptr && node.countDoc > tuning.smallNode) {
         Histogram& own = worker.own;
@@ -295,15 +224,12 @@ SplitPoint RegressionGrowth::FindSplit(OpenNode& open, Worker& worker) {
             Cell* cells = own.cellV.data() + data.At(id).firstCell;
             std::fill_n(cells, own.NumBins(data.At(id)), Cell());
         }
-        worker.filler.Add(slice, fixed, open.columnV, own);
+        worker.filler.Add(quick, fixed, open.columnV, own);
         histogram = &own;
     }
     const int numSlots = static_cast<int>(open.columnV.size());
-    // Sums of integers do not ask for an order, so the root's rows come in the quickest one.
-    const bool fRoot = open.idxNode == 0 && histogram != nullptr;
-    const SearchResult result =
-        worker.search.Search({fRoot ? rootRows : slice, histogram, open.columnV.data(), numSlots,
-                              open.total, node.gradAll});
+    const SearchResult result = worker.search.Search(
+        {quick, histogram, open.columnV.data(), numSlots, open.total, node.gradAll});
     open.left = Cell();
     if (result.fFound) {
         const SplitPoint split = worker.partition.MarkByRank(
@@ -312,7 +238,8 @@ SplitPoint RegressionGrowth::FindSplit(OpenNode& open, Worker& worker) {
         return split;
     }
     if (result.undecidedV.empty()) return SplitPoint();
-    SplitPoint split = plain.Search(node, slice, open.columnV.data(), result.undecidedV);
+    SplitPoint split = plain.Search(node, rows.PlainSlice(node.startDoc, node.countDoc),
+                                    open.columnV.data(), result.undecidedV);
     if (split.column >= 0) worker.partition.MarkByValue(rows, node.startDoc, node.countDoc, split);
     return split;
 }
@@ -351,12 +278,11 @@ void RegressionGrowth::AppendSons(OpenNode& open, std::vector<OpenNode>& nextV) 
     GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
     RecordSplit(open.split, static_cast<int>(nodeV.size()), node);
     const int depth = node.depth + 1;
-    const bool fTooDeep = depth >= limits.maxDepth && !limits.fForest;
     Cell total = open.left;
     for (GrownNode& son : open.sons) {
         son.parent = open.idxNode;
         son.depth = depth;
-        if (son.countDoc > limits.numBound && !fTooDeep) {
+        if (son.countDoc > limits.numBound && !IsTooDeep(depth)) {
             OpenNode next;
             next.idxNode = static_cast<int>(nodeV.size());
             next.total = total;
@@ -406,9 +332,9 @@ void RegressionGrowth::ShareHistogram(std::vector<OpenNode>& nextV, size_t i, in
     const int largerCount = nodeV[static_cast<size_t>(largerSon)].countDoc;
     const int shift = std::max(larger->shift, ShiftFor(largerCount, data.MostBins()));
     store.Coarsen(*larger, shift);
-    const RowSlice slice = SliceOf(nodeV[static_cast<size_t>(smallerSon)]);
+    const RowSet smallerRows = QuickSliceOf(nodeV[static_cast<size_t>(smallerSon)]);
     std::unique_ptr<Histogram> smaller =
-        worker < 0 ? store.Count(slice, shift) : store.CountAlone(slice, shift, worker);
+        worker < 0 ? store.Count(smallerRows, shift) : store.CountAlone(smallerRows, shift, worker);
     store.Subtract(*larger, *smaller);
     for (size_t j = i; j < std::min(i + 2, nextV.size()); ++j) {
         if (nextV[j].idxNode == smallerSon) nextV[j].histogram = std::move(smaller);
@@ -416,6 +342,15 @@ void RegressionGrowth::ShareHistogram(std::vector<OpenNode>& nextV, size_t i, in
     }
     store.GiveBack(std::move(smaller));
     store.GiveBack(std::move(larger));
+}
+
+RowSet RegressionGrowth::QuickSliceOf(const GrownNode& node) const {
+    return rows.QuickSlice(node.startDoc, node.countDoc);
+}
+
+// Whether nodes at a depth are leaves.
+bool RegressionGrowth::IsTooDeep(int depth) const {
+    return depth >= limits.maxDepth && !limits.fForest;
 }
 
 const GrownNode& RegressionGrowth::FatherOf(const OpenNode& open) const {

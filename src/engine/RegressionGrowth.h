@@ -15,6 +15,7 @@
 #include "NodeSearch.h"
 #include "PlainSearch.h"
 #include "RowPartition.h"
+#include "TreeRows.h"
 #include "Tuning.h"
 #include "WorkerPool.h"
 
@@ -39,7 +40,7 @@ class RegressionGrowth {
     // Its rows, in the order that growth left them in: those of a node are its slice.
     const LargeArray<int>& Rows() const { return rows.indexV; }
     // By row of the data: 1 for the rows of the tree.
-    const LargeArray<uint8_t>& RowMarks() const { return fInV; }
+    const LargeArray<uint8_t>& RowMarks() const { return rows.fInV; }
     // Whether every row reached the leaf in whose slice it lies.
     bool SlicesTrue() const { return fSlicesTrue; }
 
@@ -47,9 +48,7 @@ class RegressionGrowth {
     struct OpenNode;
     struct Worker;
 
-    void TakeRows(const double* gradV, const int* weightV, const int* indexV, int num);
-    OpenNode PlantRoot(const double* gradV, const int* weightV);
-    RowSlice AscendingRows(const double* gradV, const int* weightV);
+    OpenNode PlantRoot();
     void GrowLevel(std::vector<OpenNode>& levelV, long* seed, const std::function<void()>& lastDraw,
                    std::vector<OpenNode>& nextV);
     void DrawColumns(OpenNode* batch, size_t numBatch, long* seed);
@@ -63,7 +62,8 @@ class RegressionGrowth {
     void ShareHistograms(std::vector<OpenNode>& nextV);
     void ShareHistogram(std::vector<OpenNode>& nextV, size_t i, int worker);
     const GrownNode& FatherOf(const OpenNode& open) const;
-    RowSlice SliceOf(const GrownNode& node) const;
+    RowSet QuickSliceOf(const GrownNode& node) const;
+    bool IsTooDeep(int depth) const;
 
     const Columns& data;
     WorkerPool& pool;
@@ -72,12 +72,9 @@ class RegressionGrowth {
     const PlainSearch& plain;
     FixedPoint fixed;
     TreeRows rows;
-    RowSlice rootRows = {};  // the tree's rows by number, for the root
-    TreeRows ascending;  // the same rows by number, without those that are the caller's own arrays
     std::vector<GrownNode> nodeV;
     int numLeaf = 1;
     bool fSlicesTrue = true;
-    LargeArray<uint8_t> fInV;
     HistogramStore store;
     std::vector<std::unique_ptr<Worker>> workerV;  // each grows nodes by itself
     std::unique_ptr<Worker> team;                  // all together on one node

@@ -151,7 +151,7 @@ const Entry* SortedLists::List(int column, const NodeRows& rows, ListRoom& room,
     uint32_t previous = 0;
     for (size_t i = 0; i < keyV.size(); ++i) {
         const uint32_t rank = RankOf(keyV[i]);
-        made[i] = PlaceOf(keyV[i]) | (rank != previous ? kRise : 0);
+        made[i] = static_cast<Entry>(ItemOf(keyV[i])) | (rank != previous ? kRise : 0);
         previous = rank;
     }
     return made;

@@ -6,9 +6,11 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
+#include <numeric>
 #include <utility>
 
 #include "Chunks.h"
+#include "Gather.h"
 
 namespace sylvora {
 namespace engine {
@@ -21,61 +23,63 @@ int NumChunks(int count) {
     return Chunks{count, kChunkRows}.Num();
 }
 
-// What a block of ranks says of a cut: the highest rank left of it, the lowest right of it.
-struct BlockMarks {
-    int low = -1;
-    int high = INT_MAX;
+// The codes of a block of rows, and who goes left.
+struct CodeBlock {
+    alignas(16) uint8_t codeV[kBlockRows];
+    alignas(16) uint8_t fLeftV[kBlockRows];
     int countL = 0;
-};
+    int low = 0;  // the highest code on the left, the lowest on the right
+    int high = 0;
 
-inline __m128i Choose(__m128i mask, __m128i a, __m128i b) {
-    return _mm_or_si128(_mm_and_si128(mask, a), _mm_andnot_si128(mask, b));
-}
+    void Load(const uint8_t* codes, const int* rowV, int count) {
+        Gather(codes, rowV, count, codeV);
+        // The code of a right row, whatever is cut: the highest is never the last on the left.
+        std::fill_n(codeV + count, (kBlockRows - count) % 16, uint8_t{255});
+    }
 
-// Sixteen ranks at a time.
-int MarkSixteens(const int* rankV, int count, int last, uint8_t* fLeftV, BlockMarks& marks) {
-    const __m128i lastRank = _mm_set1_epi32(last);
-    __m128i low = _mm_set1_epi32(-1);
-    __m128i high = _mm_set1_epi32(INT_MAX);
-    __m128i num = _mm_setzero_si128();
-    int i = 0;
-    for (; i + 16 <= count; i += 16) {
-        __m128i fRightV[4];
-        for (int k = 0; k < 4; ++k) {
-            const __m128i rank =
-                _mm_loadu_si128(reinterpret_cast<const __m128i*>(rankV + i + 4 * k));
-            fRightV[k] = _mm_cmpgt_epi32(rank, lastRank);
-            const __m128i left = _mm_or_si128(rank, fRightV[k]);  // -1 where it is right
-            const __m128i right = Choose(fRightV[k], rank, _mm_set1_epi32(INT_MAX));
-            low = Choose(_mm_cmpgt_epi32(left, low), left, low);
-            high = Choose(_mm_cmpgt_epi32(high, right), right, high);
+    // Codes below `pastSure` go left; it is at most 255.
+    void Mark(int count, int pastSure) {
+        const __m128i past = _mm_set1_epi8(static_cast<char>(pastSure));
+        const __m128i ones = _mm_set1_epi8(1);
+        const __m128i zero = _mm_setzero_si128();
+        __m128i lows = zero;
+        __m128i highs = _mm_set1_epi8(-1);
+        __m128i num = zero;
+        for (int i = 0; i < count; i += 16) {
+            const __m128i codes = _mm_load_si128(reinterpret_cast<const __m128i*>(codeV + i));
+            const __m128i fRight = _mm_cmpeq_epi8(_mm_max_epu8(codes, past), codes);
+            const __m128i fLeft = _mm_andnot_si128(fRight, ones);
+            _mm_store_si128(reinterpret_cast<__m128i*>(fLeftV + i), fLeft);
+            lows = _mm_max_epu8(lows, _mm_andnot_si128(fRight, codes));
+            highs = _mm_min_epu8(highs, _mm_or_si128(codes, _mm_cmpeq_epi8(fRight, zero)));
+            num = _mm_add_epi64(num, _mm_sad_epu8(fLeft, zero));
         }
-        const __m128i fRight = _mm_packs_epi16(_mm_packs_epi32(fRightV[0], fRightV[1]),
-                                               _mm_packs_epi32(fRightV[2], fRightV[3]));
-        const __m128i fLeft = _mm_add_epi8(fRight, _mm_set1_epi8(1));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(fLeftV + i), fLeft);
-        num = _mm_add_epi64(num, _mm_sad_epu8(fLeft, _mm_setzero_si128()));
+        uint8_t lowV[16], highV[16];
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(lowV), lows);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(highV), highs);
+        low = *std::max_element(lowV, lowV + 16);
+        high = *std::min_element(highV, highV + 16);
+        countL = static_cast<int>(_mm_cvtsi128_si64(_mm_add_epi64(num, _mm_srli_si128(num, 8))));
     }
-    int lowV[4], highV[4];
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(lowV), low);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(highV), high);
-    marks.low = *std::max_element(lowV, lowV + 4);
-    marks.high = *std::min_element(highV, highV + 4);
-    marks.countL = static_cast<int>(_mm_cvtsi128_si64(_mm_add_epi64(num, _mm_srli_si128(num, 8))));
-    return i;
-}
 
-BlockMarks MarkBlock(const int* rankV, int count, int last, uint8_t* fLeftV) {
-    BlockMarks marks;
-    for (int i = MarkSixteens(rankV, count, last, fLeftV, marks); i < count; ++i) {
-        const bool fLeft = rankV[i] <= last;
-        fLeftV[i] = fLeft;
-        marks.countL += fLeft;
-        marks.low = std::max(marks.low, fLeft ? rankV[i] : -1);
-        marks.high = std::min(marks.high, fLeft ? INT_MAX : rankV[i]);
+    int PlaceOf(int code, int count) const {
+        return static_cast<int>(
+            static_cast<const uint8_t*>(std::memchr(codeV, code, static_cast<size_t>(count))) -
+            codeV);
     }
-    return marks;
-}
+
+    // Calls visit(i) for the rows with a code, few of them.
+    template <typename Visit>
+    void ForCode(int count, int code, const Visit& visit) const {
+        const __m128i wanted = _mm_set1_epi8(static_cast<char>(code));
+        for (int begin = 0; begin < count; begin += 16) {
+            const __m128i codes = _mm_load_si128(reinterpret_cast<const __m128i*>(codeV + begin));
+            unsigned bits = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(codes, wanted)));
+            if (count - begin < 16) bits &= (1u << (count - begin)) - 1;
+            for (; bits != 0; bits &= bits - 1) visit(begin + __builtin_ctz(bits));
+        }
+    }
+};
 
 }  // namespace
 
@@ -92,15 +96,22 @@ void RowPartition::ForChunks(int count, const Task& task) {
 
 SplitPoint RowPartition::MarkByRank(TreeRows& rows, int begin, int count, int id,
                                     uint32_t lastRank) {
-    markedV.assign(static_cast<size_t>(NumChunks(count)), Marked());
-    ForChunks(count, [&](size_t chunk, int from, int to) {
-        markedV[chunk] = Mark(rows, begin + from, begin + to, id, lastRank);
-    });
+    const Column& column = data.At(id);
+    sides.codes = column.codeV.data();
+    sides.ranks = column.rankV.data();
+    sides.lastRank = static_cast<int>(lastRank);
+    sides.unsure = column.fNarrow ? -1 : column.BinOf(lastRank) >> column.codeShift;
+    sides.pastSure = column.fNarrow ? sides.lastRank + 1 : sides.unsure;
     Marked all;
-    for (const Marked& marked : markedV) {
-        if (marked.low.rank > all.low.rank) all.low = marked.low;
-        if (marked.high.rank < all.high.rank) all.high = marked.high;
-        all.countL += marked.countL;
+    if (column.fNarrow || count >= manyRows) {
+        all = MarkChunks(
+            count, [&](int from, int to) { return MarkByCodes(rows, begin + from, begin + to); });
+    }
+    // Few rows, or none with the code of a neighbour: all ranks are looked at.
+    if (all.low.rank < 0 || all.high.rank == INT_MAX) {
+        all = MarkChunks(count, [&](int from, int to) {
+            return MarkByRanks(rows, begin + from, begin + to, id);
+        });
     }
     SplitPoint split;
     split.column = id;
@@ -111,24 +122,63 @@ SplitPoint RowPartition::MarkByRank(TreeRows& rows, int begin, int count, int id
     return split;
 }
 
-// A block of ranks is gathered first: with nothing else to do, many rows are on their way at once.
-RowPartition::Marked RowPartition::Mark(TreeRows& rows, int begin, int end, int column,
-                                        uint32_t lastRank) const {
-    const int last = static_cast<int>(lastRank);
+template <typename MarkChunk>
+RowPartition::Marked RowPartition::MarkChunks(int count, const MarkChunk& markChunk) {
+    markedV.assign(static_cast<size_t>(NumChunks(count)), Marked());
+    ForChunks(count, [&](size_t chunk, int from, int to) { markedV[chunk] = markChunk(from, to); });
+    Marked all;
+    for (const Marked& marked : markedV) {
+        if (marked.low.rank > all.low.rank) all.low = marked.low;
+        if (marked.high.rank < all.high.rank) all.high = marked.high;
+        all.countL += marked.countL;
+    }
+    return all;
+}
+
+// Neighbours in a wide column are found only if they have the code that is unsure. A block of codes
+// is gathered first: with nothing else to do, many rows are on their way at once.
+RowPartition::Marked RowPartition::MarkByCodes(TreeRows& rows, int begin, int end) const {
+    Marked marked;
+    CodeBlock block;
+    for (int from = begin; from < end; from += kBlockRows) {
+        const int* rowV = rows.indexV.data() + from;
+        const int count = std::min(kBlockRows, end - from);
+        block.Load(sides.codes, rowV, count);
+        block.Mark(count, sides.pastSure);
+        if (sides.unsure < 0) {
+            if (block.countL > 0)
+                marked.See(block.low, rowV[block.PlaceOf(block.low, count)], true);
+            if (block.countL < count) {
+                marked.See(block.high, rowV[block.PlaceOf(block.high, count)], false);
+            }
+        } else {
+            block.ForCode(count, sides.unsure, [&](int i) {
+                const int rank = static_cast<int>(sides.ranks[rowV[i]]);
+                block.fLeftV[i] = rank <= sides.lastRank;
+                block.countL += block.fLeftV[i];
+                marked.See(rank, rowV[i], block.fLeftV[i]);
+            });
+        }
+        std::copy_n(block.fLeftV, count, rows.fLeftV.begin() + from);
+        marked.countL += block.countL;
+    }
+    return marked;
+}
+
+RowPartition::Marked RowPartition::MarkByRanks(TreeRows& rows, int begin, int end,
+                                               int column) const {
     Marked marked;
     int rankV[kBlockRows];
     for (int from = begin; from < end; from += kBlockRows) {
         const int* rowV = rows.indexV.data() + from;
-        uint8_t* fLeftV = rows.fLeftV.data() + from;
         const int count = std::min(kBlockRows, end - from);
         data.GatherRanks(column, rowV, count, rankV);
-        const BlockMarks block = MarkBlock(rankV, count, last, fLeftV);
-        const auto rowOf = [&](int rank) {
-            return rowV[std::find(rankV, rankV + count, rank) - rankV];
-        };
-        if (block.low > marked.low.rank) marked.low = {block.low, rowOf(block.low)};
-        if (block.high < marked.high.rank) marked.high = {block.high, rowOf(block.high)};
-        marked.countL += block.countL;
+        for (int i = 0; i < count; ++i) {
+            const bool fLeft = rankV[i] <= sides.lastRank;
+            rows.fLeftV[static_cast<size_t>(from + i)] = fLeft;
+            marked.countL += fLeft;
+            marked.See(rankV[i], rowV[i], fLeft);
+        }
     }
     return marked;
 }
@@ -142,6 +192,33 @@ void RowPartition::MarkByValue(TreeRows& rows, int begin, int count, SplitPoint&
         numLeft += value <= split.threshold;
     }
     split.fSlicesTrue = numLeft == split.countL;
+    markedV.clear();
+}
+
+void RowPartition::Move(TreeRows& rows, int begin, int count, const SplitPoint& split, bool fLast) {
+    MoveInPlainOrder(rows, begin, count, split.countL);
+    if (fLast || !rows.fAscend) return;
+    if (!markedV.empty()) return MoveInAscendingOrder(rows, begin, count, split.countL);
+    // The sides are known by value, or the slices do not say them.
+    const auto first = rows.nextAscendingV.begin() + begin;
+    std::copy_n(rows.indexV.begin() + begin, count, first);
+    std::sort(first, first + split.countL);
+    std::sort(first + split.countL, first + count);
+}
+
+void RowPartition::MoveInPlainOrder(TreeRows& rows, int begin, int count, int countL) {
+    const int numLeft = ListMisplaced(rows, begin, countL, 0, wrongLeftV);
+    const int numRight = ListMisplaced(rows, begin + countL, count - countL, 1, wrongRightV);
+    // The counts differ only for a threshold that is not between its neighbours.
+    ForChunks(std::min(numLeft, numRight), [&](size_t, int from, int to) {
+        for (int k = from; k < to; ++k) {
+            const size_t a = static_cast<size_t>(wrongLeftV[static_cast<size_t>(k)]);
+            const size_t b = static_cast<size_t>(wrongRightV[static_cast<size_t>(k)]);
+            std::swap(rows.indexV[a], rows.indexV[b]);
+            std::swap(rows.gradV[a], rows.gradV[b]);
+            if (!rows.weightV.empty()) std::swap(rows.weightV[a], rows.weightV[b]);
+        }
+    });
 }
 
 // Writes the places in [begin, begin + count) that are marked `fLeft` to the front of placeV, in
@@ -172,19 +249,40 @@ int RowPartition::ListMisplaced(const TreeRows& rows, int begin, int count, uint
     return num;
 }
 
-void RowPartition::Move(TreeRows& rows, int begin, int count, int countL) {
-    const int numLeft = ListMisplaced(rows, begin, countL, 0, wrongLeftV);
-    const int numRight = ListMisplaced(rows, begin + countL, count - countL, 1, wrongRightV);
-    // The counts differ only for a threshold that is not between its neighbours.
-    ForChunks(std::min(numLeft, numRight), [&](size_t, int from, int to) {
-        for (int k = from; k < to; ++k) {
-            const size_t a = static_cast<size_t>(wrongLeftV[static_cast<size_t>(k)]);
-            const size_t b = static_cast<size_t>(wrongRightV[static_cast<size_t>(k)]);
-            std::swap(rows.indexV[a], rows.indexV[b]);
-            std::swap(rows.gradV[a], rows.gradV[b]);
-            if (!rows.weightV.empty()) std::swap(rows.weightV[a], rows.weightV[b]);
+// Each chunk writes its left rows behind those of the chunks before, and its right rows likewise.
+void RowPartition::MoveInAscendingOrder(TreeRows& rows, int begin, int count, int countL) {
+    const int* const rowV = rows.ascendingV.data() + begin;
+    const Chunks chunks = {count, pool != nullptr ? kChunkRows : count};
+    countV.assign(static_cast<size_t>(chunks.Num()) + 1, 0);
+    if (chunks.Num() > 1) {
+        ForChunks(count, [&](size_t chunk, int from, int to) {
+            int numLeft = 0;
+            for (int i = from; i < to; ++i) numLeft += sides.IsLeft(rowV[i]);
+            countV[chunk + 1] = numLeft;
+        });
+        std::partial_sum(countV.begin(), countV.end(), countV.begin());
+    }
+    const auto move = [&](int chunk, int) {
+        const int from = chunks.Begin(chunk);
+        const int to = chunks.End(chunk);
+        const int numBefore = countV[static_cast<size_t>(chunk)];
+        int* left = rows.nextAscendingV.data() + begin + numBefore;
+        int* right = rows.nextAscendingV.data() + begin + countL + (from - numBefore);
+        int sideVV[2][kBlockRows + 1];
+        for (int block = from; block < to; block += kBlockRows) {
+            const int num = std::min(kBlockRows, to - block);
+            int numLeft = 0;
+            for (int i = 0; i < num; ++i) {
+                const int row = rowV[block + i];
+                sideVV[0][numLeft] = sideVV[1][i - numLeft] = row;
+                numLeft += sides.IsLeft(row);
+            }
+            left = std::copy_n(sideVV[0], numLeft, left);
+            right = std::copy_n(sideVV[1], num - numLeft, right);
         }
-    });
+    };
+    if (pool != nullptr) return pool->For(chunks.Num(), move);
+    move(0, 0);
 }
 
 }  // namespace engine

@@ -8,36 +8,30 @@
 #include <vector>
 
 #include "Columns.h"
-#include "LargeArray.h"
-#include "PlainSearch.h"
+#include "GrownTree.h"
+#include "TreeRows.h"
 #include "WorkerPool.h"
 
 namespace sylvora {
 namespace engine {
 
-// A tree's sampled rows in the order of its row index, with their gradients and weights. Weights
-// are empty when all are 1.
-struct TreeRows {
-    LargeArray<int> indexV;
-    LargeArray<double> gradV;
-    LargeArray<int> weightV;
-    LargeArray<uint8_t> fLeftV;  // scratch: which side a row belongs to
-};
-
 class RowPartition {
   public:
-    // With a pool, long slices are shared out among its workers.
-    RowPartition(const Columns& columns, WorkerPool* workers) : data(columns), pool(workers) {}
+    // Parts `codeRows` rows and more by codes. With a pool, long slices are shared out among its
+    // workers.
+    RowPartition(const Columns& columns, int codeRows, WorkerPool* workers)
+        : data(columns), manyRows(codeRows), pool(workers) {}
 
-    // Turns "rank at most lastRank goes left" into a split point for the rows [begin, begin +
+    // Turns "rank at most lastRank goes left" into a split point for the slice [begin, begin +
     // count) and notes in fLeftV what goes where.
     SplitPoint MarkByRank(TreeRows& rows, int begin, int count, int column, uint32_t lastRank);
 
     // The same for a split point that is known; fSlicesTrue is set.
     void MarkByValue(TreeRows& rows, int begin, int count, SplitPoint& split);
 
-    // Moves the rows as marked.
-    void Move(TreeRows& rows, int begin, int count, int countL);
+    // Moves the rows as marked, in both orders; with fLast, nobody will look at the sons' rows, and
+    // the plain order is enough.
+    void Move(TreeRows& rows, int begin, int count, const SplitPoint& split, bool fLast);
 
   private:
     struct Neighbour {
@@ -49,16 +43,41 @@ class RowPartition {
         Neighbour low = {-1, 0};
         Neighbour high = {INT_MAX, 0};
         int countL = 0;
+
+        void See(int rank, int row, bool fLeft) {
+            if (fLeft && rank > low.rank) low = {rank, row};
+            if (!fLeft && rank < high.rank) high = {rank, row};
+        }
+    };
+    // The sides of a cut by rank: a row's code decides, but for one code.
+    struct Sides {
+        const uint8_t* codes;
+        const uint32_t* ranks;
+        int pastSure;  // codes below go left
+        int unsure;    // the code that leaves it to the rank; none in a narrow column
+        int lastRank;
+
+        bool IsLeft(int row) const {
+            const int code = codes[row];
+            return code == unsure ? static_cast<int>(ranks[row]) <= lastRank : code < pastSure;
+        }
     };
 
     template <typename Task>
     void ForChunks(int count, const Task& task);
-    Marked Mark(TreeRows& rows, int begin, int end, int column, uint32_t lastRank) const;
+    template <typename MarkChunk>
+    Marked MarkChunks(int count, const MarkChunk& markChunk);
+    Marked MarkByCodes(TreeRows& rows, int begin, int end) const;
+    Marked MarkByRanks(TreeRows& rows, int begin, int end, int column) const;
+    void MoveInPlainOrder(TreeRows& rows, int begin, int count, int countL);
     int ListMisplaced(const TreeRows& rows, int begin, int count, uint8_t fLeft,
                       std::vector<int>& placeV);
+    void MoveInAscendingOrder(TreeRows& rows, int begin, int count, int countL);
 
     const Columns& data;
+    const int manyRows;
     WorkerPool* pool;
+    Sides sides = {};
     std::vector<int> wrongLeftV, wrongRightV;
     std::vector<Marked> markedV;  // by chunk
     std::vector<int> countV;      // by chunk

@@ -128,7 +128,7 @@ struct Node {
         const Columns data(rowV.data(), count, static_cast<int>(columnV.size()), mostBins, pool);
         const FixedPoint fixed = FixedPoint::Fit(gradV.data(), weights, count);
         EXPECT_TRUE(fixed.fUsable);
-        const RowSlice rows = {indexV.data(), gradV.data(), weights, count};
+        const RowSet rows = {indexV.data(), count, gradV.data(), weights};
         Histogram histogram;
         histogram.cellV.resize(data.NumCells());
         HistogramFiller(data).Add(rows, fixed, columnV, histogram);

@@ -32,10 +32,11 @@ void ExpectSame(const Set& set, const std::string& plain, const char* tuning, un
 }
 
 TEST(TrainingDifferential, EngineEqualsPlainForm) {
-    static const char* const kTunings[] = {"", "smallNode=0",
-                                           "smallNode=0 mostBins=16 directPercent=0 fewKeys=0",
-                                           "smallNode=8 mostBins=4 directPercent=0",
-                                           "smallNode=0 mostBins=2 fewKeys=4 directPercent=40"};
+    static const char* const kTunings[] = {
+        "", "smallNode=0 codeRows=0",
+        "smallNode=0 mostBins=16 directPercent=0 fewKeys=0 codeRows=0",
+        "smallNode=8 mostBins=4 directPercent=0",
+        "smallNode=0 mostBins=2 fewKeys=4 directPercent=40 codeRows=0"};
     for (unsigned seed = 1; seed <= 600 * Times() && !HasFatalFailure(); ++seed) {
         const Set set = Maker(seed).Make();
         const std::string plain = Outcome(set, "1", "");
