@@ -175,9 +175,9 @@ bool Columns::CodeColumn(int column) {
     }
     c.numBins = static_cast<int>(c.binFirstRankV.size()) - 1;
     DescribeBins(distinctV, c);
-    while (((c.numBins - 1) >> c.codeShift) >= kNarrowBins) ++c.codeShift;
+    while (((c.numBins - 1) >> c.byteShift) >= kNarrowBins) ++c.byteShift;
     if (c.fNarrow) {
-        AssignRanks(sorted, distinctV, c.codeV);
+        AssignRanks(sorted, distinctV, c.byteV);
     } else {
         AssignRanks(sorted, distinctV, c.rankV);
     }
@@ -203,19 +203,19 @@ void Columns::FillRowCodes(WorkerPool& pool) {
     std::vector<BinFinder> finderV;
     for (const int column : wideV) {
         finderV.emplace_back(At(column));
-        columnV[static_cast<size_t>(column)].codeV.resize(static_cast<size_t>(numRows));
+        columnV[static_cast<size_t>(column)].byteV.resize(static_cast<size_t>(numRows));
     }
     const Chunks chunks = {numRows, 4096};
     pool.For(chunks.Num(), [&](int chunk, int) {
         const size_t end = static_cast<size_t>(chunks.End(chunk));
         for (size_t row = static_cast<size_t>(chunks.Begin(chunk)); row < end; ++row) {
             uint8_t* narrow = narrowRows.codeV.data() + row * narrowRows.stride;
-            for (const int column : narrowV) *narrow++ = At(column).codeV[row];
+            for (const int column : narrowV) *narrow++ = At(column).byteV[row];
             uint16_t* wide = wideRows.codeV.data() + row * wideRows.stride;
             for (size_t k = 0; k < wideV.size(); ++k) {
                 Column& column = columnV[static_cast<size_t>(wideV[k])];
                 wide[k] = finderV[k].Find(column.rankV[row]);
-                column.codeV[row] = static_cast<uint8_t>(wide[k] >> column.codeShift);
+                column.byteV[row] = static_cast<uint8_t>(wide[k] >> column.byteShift);
             }
         }
     });
@@ -224,7 +224,7 @@ void Columns::FillRowCodes(WorkerPool& pool) {
 uint64_t Columns::HashRanks(int column) const {
     uint64_t hash = 1469598103934665603u;
     const auto mix = [&hash](uint64_t rank) { hash = (hash ^ rank) * 1099511628211u; };
-    for (const uint8_t rank : At(column).codeV) mix(rank);
+    for (const uint8_t rank : At(column).byteV) mix(rank);
     for (const uint32_t rank : At(column).rankV) mix(rank);
     return hash;
 }
@@ -239,7 +239,7 @@ void Columns::FindTwins(const std::vector<uint64_t>& hashV) {
         if (!c.fClean) continue;
         std::vector<int>& sameV = byHash[hashV[static_cast<size_t>(column)]];
         for (const int other : sameV) {
-            if (At(other).codeV == c.codeV && At(other).rankV == c.rankV) {
+            if (At(other).byteV == c.byteV && At(other).rankV == c.rankV) {
                 c.twin = other;
                 break;
             }

@@ -6,6 +6,8 @@
 // ("exact"); otherwise bins hold several values and cover more rows in the middle than at the ends:
 // the share of a bin grows like the square root of the rows on its shorter side, as does the noise
 // of a sum over them.
+// The byte of a row in a column is its bin, or the bin's highest eight bits: what most look-ups by
+// column read, as it takes the least memory.
 //
 // Two neighbouring values a < b are separable when b > a + 1e-10, the condition of a regression
 // cut. No bin ends between two values that are not, so every bin boundary is a cut in every node. A
@@ -39,14 +41,14 @@ struct Column {
     std::vector<uint32_t> binFirstRankV;  // numBins + 1 entries
     std::vector<uint8_t> fCleanBinV;      // per bin: all neighbours inside are separable
     std::vector<double> binValueV;        // per bin: the lowest value; of an empty one, the next
-    int codeShift = 0;                    // 2^codeShift bins have one code
-    LargeArray<uint8_t> codeV;            // per row; of a narrow column, the bin and the rank
+    int byteShift = 0;                    // 2^byteShift bins share a byte
+    LargeArray<uint8_t> byteV;            // the byte per row; of a narrow column, bin and rank too
     LargeArray<uint32_t> rankV;           // wide columns: the rank per row
 
-    // The finest bin that holds a rank.
-    int BinOf(uint32_t rank) const {
+    // The byte of the rows of a rank; of the number of ranks, one above all or the last.
+    int ByteOf(uint32_t rank) const {
         const auto past = std::upper_bound(binFirstRankV.begin(), binFirstRankV.end(), rank);
-        return static_cast<int>(past - binFirstRankV.begin()) - 1;
+        return static_cast<int>(past - binFirstRankV.begin() - 1) >> byteShift;
     }
 };
 
@@ -87,19 +89,7 @@ class Columns {
 
     uint32_t Rank(int column, int row) const {
         const Column& c = At(column);
-        return c.fNarrow ? c.codeV[static_cast<size_t>(row)] : c.rankV[static_cast<size_t>(row)];
-    }
-
-    // The ranks of some rows in a column.
-    void GatherRanks(int column, const int* rows, int count, int* ranks) const {
-        const Column& c = At(column);
-        const uint8_t* narrow = c.codeV.data();
-        const uint32_t* wide = c.rankV.data();
-        if (c.fNarrow) {
-            for (int i = 0; i < count; ++i) ranks[i] = narrow[rows[i]];
-        } else {
-            for (int i = 0; i < count; ++i) ranks[i] = static_cast<int>(wide[rows[i]]);
-        }
+        return c.fNarrow ? c.byteV[static_cast<size_t>(row)] : c.rankV[static_cast<size_t>(row)];
     }
 
   private:

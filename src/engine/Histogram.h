@@ -5,11 +5,11 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <vector>
 
 #include "Columns.h"
 #include "FixedPoint.h"
+#include "RowSets.h"
 
 namespace sylvora {
 namespace engine {
@@ -39,22 +39,6 @@ struct Histogram {
         const size_t fine = static_cast<size_t>(bin) << shift;
         const size_t last = static_cast<size_t>(column.numBins);
         return column.binFirstRankV[fine < last ? fine : last];
-    }
-};
-
-// Some rows, with the gradients and weights (null: all 1) of all rows of the data, by row; perhaps
-// also with their own alongside (null: without).
-struct RowSet {
-    const int* rowV;
-    int count;
-    const double* gradV;
-    const int* weightV;
-    const double* ownGradV = nullptr;
-    const int* ownWeightV = nullptr;
-
-    Cell CellOf(int row, const FixedPoint& fixed) const {
-        const size_t at = static_cast<size_t>(row);
-        return fixed.ToCell(gradV[at], weightV != nullptr ? weightV[at] : 1);
     }
 };
 

@@ -120,6 +120,7 @@ std::unique_ptr<Histogram> HistogramStore::Count(const RowSet& rows, int shift) 
 }
 
 void HistogramStore::Coarsen(Histogram& histogram, int shift) const {
+    if (shift == histogram.shift) return;
     for (int id = 0; id < data.NumColumns(); ++id) {
         const Column& column = data.At(id);
         if (column.fExact) continue;

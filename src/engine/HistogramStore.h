@@ -22,7 +22,7 @@ class HistogramStore {
     // The filler of one worker.
     HistogramFiller& FillerOf(int worker) { return *fillerV[static_cast<size_t>(worker)]; }
 
-    // A histogram of all columns of the rows, with 2^shift bins joined to one. Many are
+    // A histogram of all columns of the rows, with 2^shift bins joined to one. Long sets are
     // shared out among the workers.
     std::unique_ptr<Histogram> Count(const RowSet& rows, int shift);
     // The same by one worker alone.

@@ -1,4 +1,4 @@
-// Sorting of (rank, place) keys; see KeySort.h.
+// Sorting of (rank, item) keys; see KeySort.h.
 #include "KeySort.h"
 
 #include <algorithm>
@@ -11,7 +11,7 @@ constexpr size_t kFewKeys = 24;
 constexpr size_t kSomeKeys = 768;
 constexpr int kDigitBits = 11;
 
-// Places rise within the keys as they come, so comparing whole keys keeps equal ranks in order.
+// Where items rise within the keys as they come, comparing whole keys keeps equal ranks in order.
 void InsertionSort(std::vector<uint64_t>& keyV) {
     for (size_t i = 1; i < keyV.size(); ++i) {
         const uint64_t key = keyV[i];

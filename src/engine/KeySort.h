@@ -18,7 +18,7 @@ inline int ItemOf(uint64_t key) {
     return static_cast<int>(static_cast<uint32_t>(key));
 }
 
-// Sorts by rank; keys of one rank keep their order. `other` is room to work in.
+// Sorts by rank; keys of one rank keep their order if their items rise. `other` is room to work in.
 void SortKeys(std::vector<uint64_t>& keyV, std::vector<uint64_t>& other);
 
 }  // namespace engine

@@ -5,7 +5,6 @@
 #include <cmath>
 #include <iterator>
 
-#include "Chunks.h"
 #include "Gather.h"
 #include "KeySort.h"
 
@@ -14,7 +13,6 @@ namespace engine {
 namespace {
 
 constexpr double kUnitRoundoff = 0x1p-53;
-constexpr int kChunkRows = 16384;
 constexpr int kBlockRows = 512;  // whose ranks are gathered at once
 
 }  // namespace
@@ -40,6 +38,10 @@ SearchResult NodeSearch::Search(const SearchTask& task) {
         RefineSlots(task);
     } else {
         SetError(task, fixed.AbsBound(task.total));
+        cellV.clear();
+        for (int i = 0; i < task.rows.count; ++i) {
+            cellV.push_back(task.rows.CellOf(task.rows.rowV[i], fixed));
+        }
         ForSlots([&](int slot, Scratch& scratch) { SortSlot(task, slot, scratch); });
     }
     return Decide();
@@ -114,9 +116,9 @@ void NodeSearch::RefineSlots(const SearchTask& task) {
     std::stable_sort(slotV.begin(), slotV.end(), [this](int a, int b) {
         return viewV[static_cast<size_t>(a)].bound > viewV[static_cast<size_t>(b)].bound;
     });
-    for (const int slot : slotV) {
-        if (viewV[static_cast<size_t>(slot)].bound >= Least()) RefineSlot(task, slot, scratchV[0]);
-    }
+    ForSlots([&](int slot, Scratch& scratch) {
+        if (viewV[static_cast<size_t>(slot)].bound >= Least()) RefineSlot(task, slot, scratch);
+    });
     for (const int slot : slotV) {
         const ColumnView& view = viewV[static_cast<size_t>(slot)];
         if (view.best < Least()) continue;
@@ -152,7 +154,7 @@ void NodeSearch::ScoreBins(const SearchTask& task, int slot, Scratch& scratch) {
         while (begin < last && RankOf(*begin) < first) ++begin;
         const uint64_t* end = begin;
         while (end < last && RankOf(*end) < past) ++end;
-        ScoreRun(task, slot, begin, end, view.prefixV[static_cast<size_t>(bin)], scratch);
+        ScoreRows(task, slot, begin, end, view.prefixV[static_cast<size_t>(bin)], scratch);
         begin = end;
     }
 }
@@ -199,32 +201,9 @@ void NodeSearch::ScorePieces(const SearchTask& task, int slot, Scratch& scratch)
             const uint64_t* end = begin;
             while (end < last && RankOf(*end) < bin.past && bin.PieceOf(RankOf(*end)) == piece)
                 ++end;
-            ScoreRun(task, slot, begin, end, before, scratch);
+            ScoreRows(task, slot, begin, end, before, scratch);
             begin = end;
         });
-}
-
-// Keys of the rows in live bins, and of some near them: ranks are looked up in steps.
-void NodeSearch::CollectKeys(const SearchTask& task, int id, Scratch& scratch) {
-    const LiveSteps live = FindLiveSteps(task, data.At(id), scratch);
-    const Chunks chunks = {task.rows.count, kChunkRows};
-    scratch.keyV.clear();
-    if (pool == nullptr) {
-        for (int chunk = 0; chunk < chunks.Num(); ++chunk) {
-            uint64_t* const end = CollectChunk(task, id, live, chunk, scratch.chunkV);
-            scratch.keyV.insert(scratch.keyV.end(), scratch.chunkV.data(), end);
-        }
-        return;
-    }
-    std::vector<std::vector<uint64_t>> keyVV(static_cast<size_t>(chunks.Num()));
-    pool->For(chunks.Num(), [&](int chunk, int worker) {
-        std::vector<uint64_t>& chunkV = scratchV[static_cast<size_t>(worker)].chunkV;
-        uint64_t* const end = CollectChunk(task, id, live, chunk, chunkV);
-        keyVV[static_cast<size_t>(chunk)].assign(chunkV.data(), end);
-    });
-    for (const std::vector<uint64_t>& keyV : keyVV) {
-        scratch.keyV.insert(scratch.keyV.end(), keyV.begin(), keyV.end());
-    }
 }
 
 NodeSearch::LiveSteps NodeSearch::FindLiveSteps(const SearchTask& task, const Column& column,
@@ -241,65 +220,76 @@ NodeSearch::LiveSteps NodeSearch::FindLiveSteps(const SearchTask& task, const Co
         const uint32_t last = (histogram.FirstRank(column, bin + 1) - 1) >> step;
         std::fill(liveV.begin() + first, liveV.begin() + last + 1, uint8_t{1});
         const int pastBin = std::min((bin + 1) << histogram.shift, column.numBins);
-        std::fill(live.fLiveCodeV + ((bin << histogram.shift) >> column.codeShift),
-                  live.fLiveCodeV + ((pastBin - 1) >> column.codeShift) + 1, uint8_t{1});
+        std::fill(live.fLiveByteV + ((bin << histogram.shift) >> column.byteShift),
+                  live.fLiveByteV + ((pastBin - 1) >> column.byteShift) + 1, uint8_t{1});
     }
     live.fLiveV = liveV.data();
     live.step = step;
     return live;
 }
 
-// Writes the keys of a stretch of rows to the front of keyV and returns their end.
-uint64_t* NodeSearch::CollectChunk(const SearchTask& task, int id, const LiveSteps& live, int chunk,
-                                   std::vector<uint64_t>& keyV) const {
-    const Chunks chunks = {task.rows.count, kChunkRows};
-    keyV.resize(kChunkRows);
-    uint64_t* key = keyV.data();
-    const uint8_t* const codes = data.At(id).codeV.data();
+// Keys of the rows in live bins, and of some near them: bytes tell most rows apart, ranks, looked
+// up in steps, most of the others.
+void NodeSearch::CollectKeys(const SearchTask& task, int id, Scratch& scratch) const {
+    const LiveSteps live = FindLiveSteps(task, data.At(id), scratch);
+    const uint8_t* const bytes = data.At(id).byteV.data();
     const uint32_t* const ranks = data.At(id).rankV.data();
+    std::vector<uint64_t>& keyV = scratch.keyV;
+    size_t numKeys = 0;
     int liveRowV[kBlockRows];
-    int rankV[kBlockRows];
-    const int end = chunks.End(chunk);
-    for (int begin = chunks.Begin(chunk); begin < end; begin += kBlockRows) {
+    uint32_t rankV[kBlockRows];
+    for (int begin = 0; begin < task.rows.count; begin += kBlockRows) {
         int numLive = 0;
         ForSelected(
-            task.rows.rowV + begin, std::min(kBlockRows, end - begin),
-            [&](int row) { return live.fLiveCodeV[codes[row]]; },
+            task.rows.rowV + begin, std::min(kBlockRows, task.rows.count - begin),
+            [&](int row) { return live.fLiveByteV[bytes[row]]; },
             [&](int row) {
                 __builtin_prefetch(ranks + row);
                 __builtin_prefetch(task.rows.gradV + row);  // for the count of the pieces
                 liveRowV[numLive++] = row;
             });
-        data.GatherRanks(id, liveRowV, numLive, rankV);
+        Gather(ranks, liveRowV, numLive, rankV);
+        keyV.resize(std::max(keyV.size(), numKeys + size_t{kBlockRows}));
         for (int i = 0; i < numLive; ++i) {
-            const uint32_t rank = static_cast<uint32_t>(rankV[i]);
-            *key = KeyOf(rank, liveRowV[i]);
-            key += live.fLiveV[rank >> live.step];
+            keyV[numKeys] = KeyOf(rankV[i], liveRowV[i]);
+            numKeys += live.fLiveV[rankV[i] >> live.step];
         }
     }
-    return key;
+    keyV.resize(numKeys);
 }
 
+// The keys of a small node name rows by their places: its cells are at hand.
 void NodeSearch::SortSlot(const SearchTask& task, int slot, Scratch& scratch) {
     std::vector<uint64_t>& keyV = scratch.keyV;
     keyV.clear();
-    for (int i = 0; i < task.rows.count; ++i) {
-        const int row = task.rows.rowV[i];
-        keyV.push_back(KeyOf(data.Rank(task.columnV[slot], row), row));
+    for (int place = 0; place < task.rows.count; ++place) {
+        keyV.push_back(KeyOf(data.Rank(task.columnV[slot], task.rows.rowV[place]), place));
     }
     SortKeys(keyV, scratch.otherKeyV);
-    ScoreRun(task, slot, keyV.data(), keyV.data() + keyV.size(), Cell(), scratch);
+    ScoreRun(
+        task, slot, keyV.data(), keyV.data() + keyV.size(), Cell(),
+        [&](int place) { return task.rows.rowV[place]; },
+        [&](int place) { return cellV[static_cast<size_t>(place)]; }, scratch);
+}
+
+void NodeSearch::ScoreRows(const SearchTask& task, int slot, const uint64_t* begin,
+                           const uint64_t* end, const Cell& prefix, Scratch& scratch) {
+    ScoreRun(
+        task, slot, begin, end, prefix, [](int row) { return row; },
+        [&](int row) { return task.rows.CellOf(row, fixed); }, scratch);
 }
 
 // Scores the cuts between the sorted keys [begin, end); `prefix` are the sums before them.
+template <typename Row, typename CellOf>
 void NodeSearch::ScoreRun(const SearchTask& task, int slot, const uint64_t* begin,
-                          const uint64_t* end, Cell prefix, Scratch& scratch) {
+                          const uint64_t* end, Cell prefix, const Row& rowOf, const CellOf& cellOf,
+                          Scratch& scratch) {
     const int id = task.columnV[slot];
     const bool fClean = data.At(id).fClean;
-    const auto valueOf = [&](uint64_t key) { return data.Value(ItemOf(key), id); };
+    const auto valueOf = [&](uint64_t key) { return data.Value(rowOf(ItemOf(key)), id); };
     double least = Least();
     for (const uint64_t* key = begin; key + 1 < end; ++key) {
-        prefix += task.rows.CellOf(ItemOf(*key), fixed);
+        prefix += cellOf(ItemOf(*key));
         const uint32_t rank = RankOf(*key);
         if (rank == RankOf(key[1])) continue;
         const double score = CutScore(node, fixed.Sum(prefix), fixed.Weight(prefix));

@@ -37,8 +37,8 @@ struct SearchResult {
 // Searches one node at a time. Buffers are reused from node to node.
 class NodeSearch {
   public:
-    // Sorts up to `fewKeysToSort` rows of a column straight away. With a pool, slots and long
-    // columns are shared out.
+    // Sorts up to `fewKeysToSort` rows of a column straight away. With a pool, slots are shared
+    // out.
     NodeSearch(const Columns& columns, const FixedPoint& fixedPoint, int fewKeysToSort,
                WorkerPool* workers);
 
@@ -56,15 +56,14 @@ class NodeSearch {
         std::vector<uint8_t> fLiveV;  // by piece of the fine scan
         std::vector<Candidate> candidateV;
         std::vector<int> liveBinV;
-        std::vector<uint64_t> keyV;       // rank and, in the low half, row
+        std::vector<uint64_t> keyV;       // rank and, in the low half, row (small nodes: place)
         std::vector<uint64_t> otherKeyV;  // for sorting
-        std::vector<uint64_t> chunkV;     // keys of a stretch of rows
         std::vector<uint8_t> liveV;       // of LiveSteps
     };
 
-    // Where live bins are: by code of the column, and by rank in steps of 2^step.
+    // Where live bins are: by byte of the column, and by rank in steps of 2^step.
     struct LiveSteps {
-        uint8_t fLiveCodeV[256];
+        uint8_t fLiveByteV[256];
         const uint8_t* fLiveV;
         int step;
     };
@@ -76,13 +75,14 @@ class NodeSearch {
     void RefineSlot(const SearchTask& task, int slot, Scratch& scratch);
     void ScoreBins(const SearchTask& task, int slot, Scratch& scratch);
     void ScorePieces(const SearchTask& task, int slot, Scratch& scratch);
-    void CollectKeys(const SearchTask& task, int id, Scratch& scratch);
+    void CollectKeys(const SearchTask& task, int id, Scratch& scratch) const;
     static LiveSteps FindLiveSteps(const SearchTask& task, const Column& column, Scratch& scratch);
-    uint64_t* CollectChunk(const SearchTask& task, int id, const LiveSteps& live, int chunk,
-                           std::vector<uint64_t>& keyV) const;
     void SortSlot(const SearchTask& task, int slot, Scratch& scratch);
+    void ScoreRows(const SearchTask& task, int slot, const uint64_t* begin, const uint64_t* end,
+                   const Cell& prefix, Scratch& scratch);
+    template <typename Row, typename CellOf>
     void ScoreRun(const SearchTask& task, int slot, const uint64_t* begin, const uint64_t* end,
-                  Cell prefix, Scratch& scratch);
+                  Cell prefix, const Row& rowOf, const CellOf& cellOf, Scratch& scratch);
     void SetError(const SearchTask& task, double largestSum);
     void RaiseBest(double score);
     double Least() const;
@@ -99,6 +99,7 @@ class NodeSearch {
     std::vector<uint8_t> fTakenV;    // by column, all 0 between searches
     std::vector<int> slotV;          // the slots to look at: no column twice
     std::vector<ColumnView> viewV;   // by slot
+    std::vector<Cell> cellV;         // of a small node's rows
     std::vector<Scratch> scratchV;   // by worker
 };
 

@@ -5,18 +5,10 @@
 #include <vector>
 
 #include "GrownTree.h"
-#include "Histogram.h"
+#include "RowSets.h"
 
 namespace sylvora {
 namespace engine {
-
-// The rows of a node with their gradients and weights (null: all 1), in matching order.
-struct RowSlice {
-    const int* rowV;
-    const double* gradV;
-    const int* weightV;
-    int count;
-};
 
 // The plain search of a regression node over some of its slots. The arrays hold the node's rows,
 // weights null where all are 1. May be called by several workers at once.

@@ -13,7 +13,6 @@
 #include <numeric>
 #include <utility>
 
-#include "Chunks.h"
 #include "ColumnDraws.h"
 
 namespace sylvora {
@@ -54,7 +53,7 @@ struct RegressionGrowth::Worker {
            HistogramFiller& histogramFiller, WorkerPool* pool)
         : filler(histogramFiller),
           search(data, fixed, tuning.fewKeys, pool),
-          partition(data, tuning.codeRows, pool),
+          partition(data, pool),
           team(pool) {}
 
     HistogramFiller& filler;
@@ -72,12 +71,12 @@ RegressionGrowth::RegressionGrowth(const Columns& columns, WorkerPool& workers,
       limits(growthLimits),
       tuning(figures),
       plain(plainSearch),
+      rows(data.HasInexact()),
       store(columns, fixed, workers) {
     for (int w = 0; w < pool.NumWorkers(); ++w) {
         workerV.push_back(
             std::make_unique<Worker>(data, fixed, tuning, store.FillerOf(w), nullptr));
     }
-    rows.fAscend = data.HasInexact();
     team = std::make_unique<Worker>(data, fixed, tuning, store.FillerOf(0), &pool);
 }
 
@@ -199,9 +198,10 @@ void RegressionGrowth::SplitNode(OpenNode& open, Worker& worker) {
     const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
     open.split = FindSplit(open, worker);
     if (open.split.column < 0) return;
-    worker.partition.Move(rows, node.startDoc, node.countDoc, open.split,
-                          IsTooDeep(node.depth + 1));
     CutSlice(node, open.split.countL, open.sons);
+    const bool fOpenSons = !IsTooDeep(node.depth + 1) &&
+                           std::max(open.sons[0].countDoc, open.sons[1].countDoc) > limits.numBound;
+    worker.partition.Move(rows, node.startDoc, node.countDoc, open.split, fOpenSons);
     SumSons(open, worker.team);
     if (open.left.packed != 0) return;
     for (int i = open.sons[0].startDoc; i < open.sons[1].startDoc; ++i) {

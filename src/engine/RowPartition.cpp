@@ -4,7 +4,6 @@
 #include <emmintrin.h>
 
 #include <algorithm>
-#include <climits>
 #include <cstring>
 #include <numeric>
 #include <utility>
@@ -23,35 +22,37 @@ int NumChunks(int count) {
     return Chunks{count, kChunkRows}.Num();
 }
 
-// The codes of a block of rows, and who goes left.
-struct CodeBlock {
-    alignas(16) uint8_t codeV[kBlockRows];
+// The bytes of a block of rows in the column of a cut.
+struct ByteBlock {
+    alignas(16) uint8_t byteV[kBlockRows];
     alignas(16) uint8_t fLeftV[kBlockRows];
     int countL = 0;
-    int low = 0;  // the highest code on the left, the lowest on the right
-    int high = 0;
+    int low = 0;     // the highest byte that is surely left: 0 if there is none,
+    int high = 255;  // the lowest that is surely right: 255 if there is none
 
-    void Load(const uint8_t* codes, const int* rowV, int count) {
-        Gather(codes, rowV, count, codeV);
-        // The code of a right row, whatever is cut: the highest is never the last on the left.
-        std::fill_n(codeV + count, (kBlockRows - count) % 16, uint8_t{255});
+    void Load(const uint8_t* bytes, const int* rowV, int count) {
+        Gather(bytes, rowV, count, byteV);
+        std::fill_n(byteV + count, (kBlockRows - count) % 16, uint8_t{255});  // never left
     }
 
-    // Codes below `pastSure` go left; it is at most 255.
-    void Mark(int count, int pastSure) {
+    // Marks those below `pastSure`, at most 255, for the left; `unsure` is as in Sides.
+    void Mark(int count, int pastSure, int unsure) {
+        const int firstRight = unsure >= 0 ? unsure + 1 : pastSure;
         const __m128i past = _mm_set1_epi8(static_cast<char>(pastSure));
-        const __m128i ones = _mm_set1_epi8(1);
+        const __m128i right = _mm_set1_epi8(static_cast<char>(std::min(firstRight, 255)));
         const __m128i zero = _mm_setzero_si128();
+        const __m128i all = _mm_set1_epi8(-1);
         __m128i lows = zero;
-        __m128i highs = _mm_set1_epi8(-1);
+        __m128i highs = all;
         __m128i num = zero;
         for (int i = 0; i < count; i += 16) {
-            const __m128i codes = _mm_load_si128(reinterpret_cast<const __m128i*>(codeV + i));
-            const __m128i fRight = _mm_cmpeq_epi8(_mm_max_epu8(codes, past), codes);
-            const __m128i fLeft = _mm_andnot_si128(fRight, ones);
+            const __m128i bytes = _mm_load_si128(reinterpret_cast<const __m128i*>(byteV + i));
+            const __m128i fNotLeft = _mm_cmpeq_epi8(_mm_max_epu8(bytes, past), bytes);
+            const __m128i fRight = _mm_cmpeq_epi8(_mm_max_epu8(bytes, right), bytes);
+            const __m128i fLeft = _mm_andnot_si128(fNotLeft, _mm_set1_epi8(1));
             _mm_store_si128(reinterpret_cast<__m128i*>(fLeftV + i), fLeft);
-            lows = _mm_max_epu8(lows, _mm_andnot_si128(fRight, codes));
-            highs = _mm_min_epu8(highs, _mm_or_si128(codes, _mm_cmpeq_epi8(fRight, zero)));
+            lows = _mm_max_epu8(lows, _mm_andnot_si128(fNotLeft, bytes));
+            highs = _mm_min_epu8(highs, _mm_or_si128(bytes, _mm_andnot_si128(fRight, all)));
             num = _mm_add_epi64(num, _mm_sad_epu8(fLeft, zero));
         }
         uint8_t lowV[16], highV[16];
@@ -62,19 +63,17 @@ struct CodeBlock {
         countL = static_cast<int>(_mm_cvtsi128_si64(_mm_add_epi64(num, _mm_srli_si128(num, 8))));
     }
 
-    int PlaceOf(int code, int count) const {
-        return static_cast<int>(
-            static_cast<const uint8_t*>(std::memchr(codeV, code, static_cast<size_t>(count))) -
-            codeV);
+    int PlaceOf(int byte, int count) const {
+        return static_cast<int>(std::find(byteV, byteV + count, byte) - byteV);
     }
 
-    // Calls visit(i) for the rows with a code, few of them.
+    // Calls visit(i) for the rows with a byte, few of them.
     template <typename Visit>
-    void ForCode(int count, int code, const Visit& visit) const {
-        const __m128i wanted = _mm_set1_epi8(static_cast<char>(code));
+    void ForByte(int count, int byte, const Visit& visit) const {
+        const __m128i wanted = _mm_set1_epi8(static_cast<char>(byte));
         for (int begin = 0; begin < count; begin += 16) {
-            const __m128i codes = _mm_load_si128(reinterpret_cast<const __m128i*>(codeV + begin));
-            unsigned bits = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(codes, wanted)));
+            const __m128i bytes = _mm_load_si128(reinterpret_cast<const __m128i*>(byteV + begin));
+            unsigned bits = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, wanted)));
             if (count - begin < 16) bits &= (1u << (count - begin)) - 1;
             for (; bits != 0; bits &= bits - 1) visit(begin + __builtin_ctz(bits));
         }
@@ -94,24 +93,27 @@ void RowPartition::ForChunks(int count, const Task& task) {
     for (int chunk = 0; chunk < NumChunks(count); ++chunk) run(chunk, 0);
 }
 
+RowPartition::Sides RowPartition::SidesOf(const Column& column, uint32_t lastRank) {
+    const int last = static_cast<int>(lastRank);
+    if (column.fNarrow) return {column.byteV.data(), nullptr, last + 1, -1, last};
+    const int byte = column.ByteOf(lastRank);
+    const bool fLastOfByte = column.ByteOf(lastRank + 1) != byte;
+    return {column.byteV.data(), column.rankV.data(), fLastOfByte ? byte + 1 : byte,
+            fLastOfByte ? -1 : byte, last};
+}
+
 SplitPoint RowPartition::MarkByRank(TreeRows& rows, int begin, int count, int id,
                                     uint32_t lastRank) {
-    const Column& column = data.At(id);
-    sides.codes = column.codeV.data();
-    sides.ranks = column.rankV.data();
-    sides.lastRank = static_cast<int>(lastRank);
-    sides.unsure = column.fNarrow ? -1 : column.BinOf(lastRank) >> column.codeShift;
-    sides.pastSure = column.fNarrow ? sides.lastRank + 1 : sides.unsure;
+    sides = SidesOf(data.At(id), lastRank);
+    markedV.assign(static_cast<size_t>(NumChunks(count)), Marked());
+    ForChunks(count, [&](size_t chunk, int from, int to) {
+        markedV[chunk] = Mark(rows, begin + from, begin + to);
+    });
     Marked all;
-    if (column.fNarrow || count >= manyRows) {
-        all = MarkChunks(
-            count, [&](int from, int to) { return MarkByCodes(rows, begin + from, begin + to); });
-    }
-    // Few rows, or none with the code of a neighbour: all ranks are looked at.
-    if (all.low.rank < 0 || all.high.rank == INT_MAX) {
-        all = MarkChunks(count, [&](int from, int to) {
-            return MarkByRanks(rows, begin + from, begin + to, id);
-        });
+    for (const Marked& marked : markedV) {
+        if (marked.low.rank > all.low.rank) all.low = marked.low;
+        if (marked.high.rank < all.high.rank) all.high = marked.high;
+        all.countL += marked.countL;
     }
     SplitPoint split;
     split.column = id;
@@ -122,63 +124,42 @@ SplitPoint RowPartition::MarkByRank(TreeRows& rows, int begin, int count, int id
     return split;
 }
 
-template <typename MarkChunk>
-RowPartition::Marked RowPartition::MarkChunks(int count, const MarkChunk& markChunk) {
-    markedV.assign(static_cast<size_t>(NumChunks(count)), Marked());
-    ForChunks(count, [&](size_t chunk, int from, int to) { markedV[chunk] = markChunk(from, to); });
-    Marked all;
-    for (const Marked& marked : markedV) {
-        if (marked.low.rank > all.low.rank) all.low = marked.low;
-        if (marked.high.rank < all.high.rank) all.high = marked.high;
-        all.countL += marked.countL;
-    }
-    return all;
-}
-
-// Neighbours in a wide column are found only if they have the code that is unsure. A block of codes
-// is gathered first: with nothing else to do, many rows are on their way at once.
-RowPartition::Marked RowPartition::MarkByCodes(TreeRows& rows, int begin, int end) const {
+// The neighbours of the cut have the byte that is unsure, or the next one on their side. A block of
+// bytes is gathered first: with nothing else to do, many rows are on their way at once.
+RowPartition::Marked RowPartition::Mark(TreeRows& rows, int begin, int end) const {
     Marked marked;
-    CodeBlock block;
+    ByteBlock block;
     for (int from = begin; from < end; from += kBlockRows) {
         const int* rowV = rows.indexV.data() + from;
         const int count = std::min(kBlockRows, end - from);
-        block.Load(sides.codes, rowV, count);
-        block.Mark(count, sides.pastSure);
-        if (sides.unsure < 0) {
-            if (block.countL > 0)
-                marked.See(block.low, rowV[block.PlaceOf(block.low, count)], true);
-            if (block.countL < count) {
-                marked.See(block.high, rowV[block.PlaceOf(block.high, count)], false);
+        block.Load(sides.bytes, rowV, count);
+        block.Mark(count, sides.pastSure, sides.unsure);
+        const bool fLow = block.countL > 0;
+        const bool fHigh = block.high > std::max(sides.unsure, sides.pastSure - 1);
+        if (sides.ranks == nullptr) {  // the byte is the rank; many rows may share it
+            if (fLow && block.low > marked.low.rank) {
+                marked.low = {block.low, rowV[block.PlaceOf(block.low, count)]};
+            }
+            if (block.countL < count && block.high < marked.high.rank) {
+                marked.high = {block.high, rowV[block.PlaceOf(block.high, count)]};
             }
         } else {
-            block.ForCode(count, sides.unsure, [&](int i) {
+            const auto see = [&](int i) {
                 const int rank = static_cast<int>(sides.ranks[rowV[i]]);
-                block.fLeftV[i] = rank <= sides.lastRank;
-                block.countL += block.fLeftV[i];
-                marked.See(rank, rowV[i], block.fLeftV[i]);
-            });
+                marked.See(rank, rowV[i], rank <= sides.lastRank);
+                return rank <= sides.lastRank;
+            };
+            if (fLow) block.ForByte(count, block.low, see);
+            if (fHigh) block.ForByte(count, block.high, see);
+            if (sides.unsure >= 0) {
+                block.ForByte(count, sides.unsure, [&](int i) {
+                    block.fLeftV[i] = see(i);
+                    block.countL += block.fLeftV[i];
+                });
+            }
         }
         std::copy_n(block.fLeftV, count, rows.fLeftV.begin() + from);
         marked.countL += block.countL;
-    }
-    return marked;
-}
-
-RowPartition::Marked RowPartition::MarkByRanks(TreeRows& rows, int begin, int end,
-                                               int column) const {
-    Marked marked;
-    int rankV[kBlockRows];
-    for (int from = begin; from < end; from += kBlockRows) {
-        const int* rowV = rows.indexV.data() + from;
-        const int count = std::min(kBlockRows, end - from);
-        data.GatherRanks(column, rowV, count, rankV);
-        for (int i = 0; i < count; ++i) {
-            const bool fLeft = rankV[i] <= sides.lastRank;
-            rows.fLeftV[static_cast<size_t>(from + i)] = fLeft;
-            marked.countL += fLeft;
-            marked.See(rankV[i], rowV[i], fLeft);
-        }
     }
     return marked;
 }
@@ -192,18 +173,64 @@ void RowPartition::MarkByValue(TreeRows& rows, int begin, int count, SplitPoint&
         numLeft += value <= split.threshold;
     }
     split.fSlicesTrue = numLeft == split.countL;
-    markedV.clear();
+    sides = {};
 }
 
-void RowPartition::Move(TreeRows& rows, int begin, int count, const SplitPoint& split, bool fLast) {
+// Each chunk writes its left rows behind those of the chunks before, and its right rows likewise.
+template <typename IsLeft>
+void RowPartition::MoveInAscendingOrder(TreeRows& rows, int begin, int count, int countL,
+                                        const IsLeft& isLeft) {
+    const int* const rowV = rows.ascendingV.data() + begin;
+    const Chunks chunks = {count, pool != nullptr ? kChunkRows : count};
+    countV.assign(static_cast<size_t>(chunks.Num()) + 1, 0);
+    if (chunks.Num() > 1) {
+        ForChunks(count, [&](size_t chunk, int from, int to) {
+            int numLeft = 0;
+            for (int i = from; i < to; ++i) numLeft += isLeft(rowV[i]);
+            countV[chunk + 1] = numLeft;
+        });
+        std::partial_sum(countV.begin(), countV.end(), countV.begin());
+    }
+    const auto move = [&](int chunk, int) {
+        const int from = chunks.Begin(chunk);
+        const int to = chunks.End(chunk);
+        const int numBefore = countV[static_cast<size_t>(chunk)];
+        int* left = rows.nextAscendingV.data() + begin + numBefore;
+        int* right = rows.nextAscendingV.data() + begin + countL + (from - numBefore);
+        int sideVV[2][kBlockRows];
+        for (int block = from; block < to; block += kBlockRows) {
+            const int num = std::min(kBlockRows, to - block);
+            int numLeft = 0;
+            for (int i = 0; i < num; ++i) {
+                const int row = rowV[block + i];
+                sideVV[0][numLeft] = sideVV[1][i - numLeft] = row;
+                numLeft += isLeft(row);
+            }
+            left = std::copy_n(sideVV[0], numLeft, left);
+            right = std::copy_n(sideVV[1], num - numLeft, right);
+        }
+    };
+    if (pool != nullptr) return pool->For(chunks.Num(), move);
+    move(0, 0);
+}
+
+void RowPartition::Move(TreeRows& rows, int begin, int count, const SplitPoint& split,
+                        bool fOpenSons) {
     MoveInPlainOrder(rows, begin, count, split.countL);
-    if (fLast || !rows.fAscend) return;
-    if (!markedV.empty()) return MoveInAscendingOrder(rows, begin, count, split.countL);
-    // The sides are known by value, or the slices do not say them.
-    const auto first = rows.nextAscendingV.begin() + begin;
-    std::copy_n(rows.indexV.begin() + begin, count, first);
-    std::sort(first, first + split.countL);
-    std::sort(first + split.countL, first + count);
+    if (!fOpenSons || !rows.fKeepAscending) return;
+    if (sides.bytes != nullptr) {
+        MoveInAscendingOrder(rows, begin, count, split.countL,
+                             [this](int row) { return sides.IsLeft(row); });
+    } else if (split.fSlicesTrue) {
+        MoveInAscendingOrder(rows, begin, count, split.countL, [&](int row) {
+            return data.Value(row, split.column) <= split.threshold;
+        });
+    } else {  // only the slices themselves tell who is where
+        const auto first = rows.nextAscendingV.begin() + begin;
+        std::copy_n(rows.indexV.begin() + begin, count, first);
+        std::sort(first, first + split.countL);
+        std::sort(first + split.countL, first + count);
+    }
 }
 
 void RowPartition::MoveInPlainOrder(TreeRows& rows, int begin, int count, int countL) {
@@ -225,8 +252,7 @@ void RowPartition::MoveInPlainOrder(TreeRows& rows, int begin, int count, int co
 // order, and returns how many they are.
 int RowPartition::ListMisplaced(const TreeRows& rows, int begin, int count, uint8_t fLeft,
                                 std::vector<int>& placeV) {
-    if (placeV.size() < static_cast<size_t>(count) + 1)
-        placeV.resize(static_cast<size_t>(count) + 1);
+    if (placeV.size() < static_cast<size_t>(count)) placeV.resize(static_cast<size_t>(count));
     countV.assign(static_cast<size_t>(NumChunks(count)), 0);
     ForChunks(count, [&](size_t chunk, int from, int to) {
         const uint8_t* fLeftV = rows.fLeftV.data() + begin;
@@ -247,42 +273,6 @@ int RowPartition::ListMisplaced(const TreeRows& rows, int begin, int count, uint
         num += countV[chunk];
     }
     return num;
-}
-
-// Each chunk writes its left rows behind those of the chunks before, and its right rows likewise.
-void RowPartition::MoveInAscendingOrder(TreeRows& rows, int begin, int count, int countL) {
-    const int* const rowV = rows.ascendingV.data() + begin;
-    const Chunks chunks = {count, pool != nullptr ? kChunkRows : count};
-    countV.assign(static_cast<size_t>(chunks.Num()) + 1, 0);
-    if (chunks.Num() > 1) {
-        ForChunks(count, [&](size_t chunk, int from, int to) {
-            int numLeft = 0;
-            for (int i = from; i < to; ++i) numLeft += sides.IsLeft(rowV[i]);
-            countV[chunk + 1] = numLeft;
-        });
-        std::partial_sum(countV.begin(), countV.end(), countV.begin());
-    }
-    const auto move = [&](int chunk, int) {
-        const int from = chunks.Begin(chunk);
-        const int to = chunks.End(chunk);
-        const int numBefore = countV[static_cast<size_t>(chunk)];
-        int* left = rows.nextAscendingV.data() + begin + numBefore;
-        int* right = rows.nextAscendingV.data() + begin + countL + (from - numBefore);
-        int sideVV[2][kBlockRows + 1];
-        for (int block = from; block < to; block += kBlockRows) {
-            const int num = std::min(kBlockRows, to - block);
-            int numLeft = 0;
-            for (int i = 0; i < num; ++i) {
-                const int row = rowV[block + i];
-                sideVV[0][numLeft] = sideVV[1][i - numLeft] = row;
-                numLeft += sides.IsLeft(row);
-            }
-            left = std::copy_n(sideVV[0], numLeft, left);
-            right = std::copy_n(sideVV[1], num - numLeft, right);
-        }
-    };
-    if (pool != nullptr) return pool->For(chunks.Num(), move);
-    move(0, 0);
 }
 
 }  // namespace engine

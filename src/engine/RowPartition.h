@@ -17,10 +17,8 @@ namespace engine {
 
 class RowPartition {
   public:
-    // Parts `codeRows` rows and more by codes. With a pool, long slices are shared out among its
-    // workers.
-    RowPartition(const Columns& columns, int codeRows, WorkerPool* workers)
-        : data(columns), manyRows(codeRows), pool(workers) {}
+    // With a pool, long slices are shared out among its workers.
+    RowPartition(const Columns& columns, WorkerPool* workers) : data(columns), pool(workers) {}
 
     // Turns "rank at most lastRank goes left" into a split point for the slice [begin, begin +
     // count) and notes in fLeftV what goes where.
@@ -29,9 +27,9 @@ class RowPartition {
     // The same for a split point that is known; fSlicesTrue is set.
     void MarkByValue(TreeRows& rows, int begin, int count, SplitPoint& split);
 
-    // Moves the rows as marked, in both orders; with fLast, nobody will look at the sons' rows, and
-    // the plain order is enough.
-    void Move(TreeRows& rows, int begin, int count, const SplitPoint& split, bool fLast);
+    // Moves the rows as last marked: in the plain order, and, where a son is open to be searched
+    // and the rows are kept so, in the ascending one.
+    void Move(TreeRows& rows, int begin, int count, const SplitPoint& split, bool fOpenSons);
 
   private:
     struct Neighbour {
@@ -49,33 +47,32 @@ class RowPartition {
             if (!fLeft && rank < high.rank) high = {rank, row};
         }
     };
-    // The sides of a cut by rank: a row's code decides, but for one code.
+    // The sides of a cut by rank: a row's byte decides, but for one.
     struct Sides {
-        const uint8_t* codes;
+        const uint8_t* bytes;  // null: the cut is not by rank
         const uint32_t* ranks;
-        int pastSure;  // codes below go left
-        int unsure;    // the code that leaves it to the rank; none in a narrow column
+        int pastSure;  // bytes below go left
+        int unsure;    // the byte that leaves it to the rank; -1: none does
         int lastRank;
 
         bool IsLeft(int row) const {
-            const int code = codes[row];
-            return code == unsure ? static_cast<int>(ranks[row]) <= lastRank : code < pastSure;
+            const int byte = bytes[row];
+            return byte == unsure ? static_cast<int>(ranks[row]) <= lastRank : byte < pastSure;
         }
     };
 
     template <typename Task>
     void ForChunks(int count, const Task& task);
-    template <typename MarkChunk>
-    Marked MarkChunks(int count, const MarkChunk& markChunk);
-    Marked MarkByCodes(TreeRows& rows, int begin, int end) const;
-    Marked MarkByRanks(TreeRows& rows, int begin, int end, int column) const;
+    static Sides SidesOf(const Column& column, uint32_t lastRank);
+    Marked Mark(TreeRows& rows, int begin, int end) const;
     void MoveInPlainOrder(TreeRows& rows, int begin, int count, int countL);
     int ListMisplaced(const TreeRows& rows, int begin, int count, uint8_t fLeft,
                       std::vector<int>& placeV);
-    void MoveInAscendingOrder(TreeRows& rows, int begin, int count, int countL);
+    template <typename IsLeft>
+    void MoveInAscendingOrder(TreeRows& rows, int begin, int count, int countL,
+                              const IsLeft& isLeft);
 
     const Columns& data;
-    const int manyRows;
     WorkerPool* pool;
     Sides sides = {};
     std::vector<int> wrongLeftV, wrongRightV;

@@ -25,9 +25,9 @@ void TreeRows::Take(const double* gradients, const int* weights, const int* rowV
     gradV.resize(count);
     weightV.resize(weights != nullptr ? count : 0);
     ascendingV.resize(count);
-    nextAscendingV.resize(fAscend ? count : 0);
+    nextAscendingV.resize(fKeepAscending ? count : 0);
     fLeftV.resize(count);
-    fAscending = true;
+    fAscendingNow = true;
     const bool fAll = num == numRows;
     fInV.assign(static_cast<size_t>(numRows), fAll);
     const Chunks chunks = {num, kChunkRows};
@@ -68,7 +68,7 @@ RowSlice TreeRows::PlainSlice(int begin, int count) const {
 }
 
 RowSet TreeRows::QuickSlice(int begin, int count) const {
-    if (fAscending) return {ascendingV.data() + begin, count, rowGradV, rowWeightV};
+    if (fAscendingNow) return {ascendingV.data() + begin, count, rowGradV, rowWeightV};
     return {indexV.data() + begin,
             count,
             rowGradV,
@@ -78,8 +78,8 @@ RowSet TreeRows::QuickSlice(int begin, int count) const {
 }
 
 void TreeRows::EndLevel() {
-    fAscending = fAscend;
-    ascendingV.swap(nextAscendingV);
+    fAscendingNow = fKeepAscending;
+    if (fKeepAscending) ascendingV.swap(nextAscendingV);
 }
 
 }  // namespace engine

@@ -4,9 +4,8 @@
 
 #include <cstdint>
 
-#include "Histogram.h"
 #include "LargeArray.h"
-#include "PlainSearch.h"
+#include "RowSets.h"
 #include "WorkerPool.h"
 
 namespace sylvora {
@@ -15,6 +14,10 @@ namespace engine {
 // A node has the same slice in both orders: the plain form's, in which its sums of doubles are
 // added up, and the ascending one, in which neighbouring rows are near each other in memory.
 struct TreeRows {
+    // With fKeepAscending, nodes below the root have their rows in ascending order too. That pays
+    // where searches look at rows, not only at histograms.
+    explicit TreeRows(bool keepAscending) : fKeepAscending(keepAscending) {}
+
     // Takes the `num` rows of `rowV` (no row twice) of `numRows`, with gradients and weights (null:
     // all 1) by row.
     void Take(const double* gradients, const int* weights, const int* rowV, int num, int numRows,
@@ -23,12 +26,10 @@ struct TreeRows {
     // The rows of a node in the plain order, and in the quickest order for the engine.
     RowSlice PlainSlice(int begin, int count) const;
     RowSet QuickSlice(int begin, int count) const;
-    // The ascending order of the next level is made.
+    // The rows of all nodes of the next level have been moved.
     void EndLevel();
 
-    // Whether nodes below the root have their rows in ascending order too. That pays where searches
-    // look at rows, not only at histograms.
-    bool fAscend = true;
+    const bool fKeepAscending;
 
     // The plain order, alongside gradients and weights; weights are empty when all are 1.
     LargeArray<int> indexV;
@@ -42,7 +43,7 @@ struct TreeRows {
   private:
     void Ascend(WorkerPool& pool);
 
-    bool fAscending = true;  // at the level at hand
+    bool fAscendingNow = true;  // at the level at hand
     const double* rowGradV = nullptr;
     const int* rowWeightV = nullptr;
 };

@@ -23,7 +23,6 @@ Tuning CurrentTuning() {
         if (name == "mostBins") tuning.mostBins = value;
         if (name == "fewKeys") tuning.fewKeys = value;
         if (name == "directPercent") tuning.directPercent = value;
-        if (name == "codeRows") tuning.codeRows = value;
         if (name == "teamRows") tuning.teamRows = value;
         if (name == "listPercent") tuning.listPercent = value;
     }

@@ -12,7 +12,6 @@ struct Tuning {
     int fewKeys = 256;       // rows in live bins up to which they are sorted without a finer look
     int directPercent = 80;  // rows, in percent of a histogram's cells, up to which a node counts
                              // its own histogram rather than subtract its sibling's
-    int codeRows = 16384;    // rows from which a node is parted by codes; some then have any code
     int teamRows = 4096;     // rows from which workers part the lists of a node together
     int listPercent = 10;    // columns drawn per node, in percent, from which sorted lists of all
                              // columns are kept rather than made of the drawn ones, and a

@@ -12,6 +12,7 @@ namespace {
 std::vector<std::string> HierarchiesOf(const std::string& names, const std::string& controller) {
     if (names.empty()) return {""};
     if (("," + names + ",").find("," + controller + ",") == std::string::npos) return {};
+    if (names == controller) return {"/" + names};
     return {"/" + names, "/" + controller};
 }
 

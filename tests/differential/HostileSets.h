@@ -57,13 +57,14 @@ class Maker {
         return set;
     }
 
-    // Boosted trees on columns of all kinds.
-    Set MakeLarger(int numRows) {
+    // Boosted trees on columns of all kinds, `fWeights`: with weights.
+    Set MakeLarger(int numRows, bool fWeights = false) {
         Set set;
+        set.cfg.modelType = fWeights ? "GBRank" : "GBDT";
+        set.cfg.lossFunc = fWeights ? "CrossEntropy" : "Square";
         FillRows(set, numRows, 7);
         FillLabels(set);
         SetTree(set.cfg);
-        set.cfg.modelType = "GBDT";
         set.cfg.fRegCls = "REG";
         set.cfg.numTree = 3;
         set.cfg.maxDepth = 6;

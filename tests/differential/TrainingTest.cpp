@@ -32,11 +32,10 @@ void ExpectSame(const Set& set, const std::string& plain, const char* tuning, un
 }
 
 TEST(TrainingDifferential, EngineEqualsPlainForm) {
-    static const char* const kTunings[] = {
-        "", "smallNode=0 codeRows=0",
-        "smallNode=0 mostBins=16 directPercent=0 fewKeys=0 codeRows=0",
-        "smallNode=8 mostBins=4 directPercent=0",
-        "smallNode=0 mostBins=2 fewKeys=4 directPercent=40 codeRows=0"};
+    static const char* const kTunings[] = {"", "smallNode=0",
+                                           "smallNode=0 mostBins=16 directPercent=0 fewKeys=0",
+                                           "smallNode=8 mostBins=4 directPercent=0",
+                                           "smallNode=0 mostBins=2 fewKeys=4 directPercent=40"};
     for (unsigned seed = 1; seed <= 600 * Times() && !HasFatalFailure(); ++seed) {
         const Set set = Maker(seed).Make();
         const std::string plain = Outcome(set, "1", "");
@@ -46,15 +45,19 @@ TEST(TrainingDifferential, EngineEqualsPlainForm) {
     unsetenv("SYLVORA_TUNING");
 }
 
-// Enough rows for workers to share a node; 200,000 with SYLVORA_DIFFERENTIAL=5 and more.
+// Enough rows for bytes that stand for several bins, and for workers to share a node; 200,000 with
+// SYLVORA_DIFFERENTIAL=5 and more.
 TEST(TrainingDifferential, EngineEqualsPlainFormOnLargerSets) {
+    static const char* const kTunings[] = {"", "smallNode=0 fewKeys=0 directPercent=0"};
     const int numRows = static_cast<int>(std::min(200000u, 40000 * Times()));
-    for (unsigned seed = 1; seed <= 2 + Times() && !HasFatalFailure(); ++seed) {
-        Set set = Maker(seed).MakeLarger(numRows);
+    const unsigned numLarge = 2 + Times();
+    for (unsigned seed = 1; seed <= 3 * numLarge && !HasFatalFailure(); ++seed) {
+        const bool fLarge = seed <= numLarge;
+        Set set = Maker(seed).MakeLarger(fLarge ? numRows : 6000, seed % 3 == 0);
         const std::string plain = Outcome(set, "1", "");
         for (const int numThread : {1, 3, 8}) {
             set.cfg.numThread = numThread;
-            ExpectSame(set, plain, "", seed);
+            for (const char* tuning : kTunings) ExpectSame(set, plain, tuning, seed);
         }
     }
     unsetenv("SYLVORA_PLAIN");
