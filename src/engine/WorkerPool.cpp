@@ -1,14 +1,19 @@
 // The worker pool; see WorkerPool.h.
 #include "WorkerPool.h"
 
+#include <sched.h>
+
 #include <utility>
 
 namespace sylvora {
 namespace engine {
 namespace {
 
-// Loops often follow each other within microseconds: look around that long before going to sleep.
+// Loops follow each other within microseconds, or after a short stretch of one worker alone, and to
+// be woken takes long: look around for a while before going to sleep, at last only when nobody else
+// wants the processor.
 constexpr int kSpins = 2000;
+constexpr int kYields = 1000;
 constexpr int kAsideWorker = 1;
 
 template <typename Condition>
@@ -16,6 +21,10 @@ bool SpinUntil(const Condition& condition) {
     for (int i = 0; i < kSpins; ++i) {
         if (condition()) return true;
         __builtin_ia32_pause();
+    }
+    for (int i = 0; i < kYields; ++i) {
+        if (condition()) return true;
+        sched_yield();
     }
     return false;
 }
