@@ -45,7 +45,7 @@ struct Column {
     LargeArray<uint8_t> byteV;            // the byte per row; of a narrow column, bin and rank too
     LargeArray<uint32_t> rankV;           // wide columns: the rank per row
 
-    // The byte of the rows of a rank; of the number of ranks, one above all or the last.
+    // The byte of the rows of a rank.
     int ByteOf(uint32_t rank) const {
         const auto past = std::upper_bound(binFirstRankV.begin(), binFirstRankV.end(), rank);
         return static_cast<int>(past - binFirstRankV.begin() - 1) >> byteShift;

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 
-#include "Gather.h"
 #include "KeySort.h"
 
 namespace sylvora {
@@ -76,15 +75,11 @@ void FineScan::CutBins(std::vector<FineBin>& bins) {
 // Adds the rows of the keys to their pieces.
 void FineScan::AddRows(const RowSet& rows, const std::vector<uint64_t>& keyV) {
     int rowV[kBlockKeys];
-    double gradV[kBlockKeys];
-    int weightV[kBlockKeys];
     Cell blockV[kBlockKeys];
     for (size_t begin = 0; begin < keyV.size(); begin += kBlockKeys) {
         const int count = static_cast<int>(std::min<size_t>(kBlockKeys, keyV.size() - begin));
         for (int i = 0; i < count; ++i) rowV[i] = ItemOf(keyV[begin + static_cast<size_t>(i)]);
-        Gather(rows.gradV, rowV, count, gradV);
-        if (rows.weightV != nullptr) Gather(rows.weightV, rowV, count, weightV);
-        fixed.ToCells(gradV, rows.weightV != nullptr ? weightV : nullptr, count, blockV);
+        rows.CellsOf(rowV, count, fixed, blockV);
         for (int i = 0; i < count; ++i) {
             cellV[pieceV[begin + static_cast<size_t>(i)]] += blockV[i];
         }

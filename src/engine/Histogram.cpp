@@ -6,8 +6,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "Gather.h"
-
 namespace sylvora {
 namespace engine {
 namespace {
@@ -155,8 +153,6 @@ HistogramFiller::HistogramFiller(const Columns& columns)
       blockRows(ChooseBlockRows(data)),
       tileStride(static_cast<size_t>(blockRows) + 32),
       cellV(static_cast<size_t>(blockRows + kPadRows)),
-      gradV(static_cast<size_t>(blockRows)),
-      weightV(static_cast<size_t>(blockRows)),
       oddV(kTogether * kMostOddCells),
       narrowTile(data.NarrowRows().stride * tileStride),
       wideTile(data.WideRows().stride * tileStride) {}
@@ -177,16 +173,11 @@ void HistogramFiller::Transpose(const RowCodes<Code>& codes, const int* rowV, in
 }
 
 void HistogramFiller::LoadCells(const RowSet& rows, int begin, int count, const FixedPoint& fixed) {
-    const bool fWeights = rows.weightV != nullptr;
-    if (rows.ownGradV != nullptr) {
-        fixed.ToCells(rows.ownGradV + begin, fWeights ? rows.ownWeightV + begin : nullptr, count,
-                      cellV.data());
-        return;
+    if (rows.ownGradV == nullptr) {
+        return rows.CellsOf(rows.rowV + begin, count, fixed, cellV.data());
     }
-    const int* rowV = rows.rowV + begin;
-    Gather(rows.gradV, rowV, count, gradV.data());
-    if (fWeights) Gather(rows.weightV, rowV, count, weightV.data());
-    fixed.ToCells(gradV.data(), fWeights ? weightV.data() : nullptr, count, cellV.data());
+    fixed.ToCells(rows.ownGradV + begin,
+                  rows.weightV != nullptr ? rows.ownWeightV + begin : nullptr, count, cellV.data());
 }
 
 void HistogramFiller::Add(const RowSet& rows, const FixedPoint& fixed,

@@ -67,9 +67,7 @@ class HistogramFiller {
     const size_t tileStride;  // from one column of a tile to the next: not a power of two, or they
                               // would share cache sets
     std::vector<Cell> cellV;  // of the block's rows
-    std::vector<double> gradV;
-    std::vector<int> weightV;
-    std::vector<Cell> oddV;  // zeros; the columns at hand count rows at odd places here
+    std::vector<Cell> oddV;   // zeros; the columns at hand count rows at odd places here
     std::vector<uint8_t> narrowTile;
     std::vector<uint16_t> wideTile;
 };

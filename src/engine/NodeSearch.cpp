@@ -38,10 +38,8 @@ SearchResult NodeSearch::Search(const SearchTask& task) {
         RefineSlots(task);
     } else {
         SetError(task, fixed.AbsBound(task.total));
-        cellV.clear();
-        for (int i = 0; i < task.rows.count; ++i) {
-            cellV.push_back(task.rows.CellOf(task.rows.rowV[i], fixed));
-        }
+        cellV.resize(static_cast<size_t>(task.rows.count));
+        task.rows.CellsOf(task.rows.rowV, task.rows.count, fixed, cellV.data());
         ForSlots([&](int slot, Scratch& scratch) { SortSlot(task, slot, scratch); });
     }
     return Decide();

@@ -22,8 +22,10 @@ int NumChunks(int count) {
     return Chunks{count, kChunkRows}.Num();
 }
 
+}  // namespace
+
 // The bytes of a block of rows in the column of a cut.
-struct ByteBlock {
+struct RowPartition::ByteBlock {
     alignas(16) uint8_t byteV[kBlockRows];
     alignas(16) uint8_t fLeftV[kBlockRows];
     int countL = 0;
@@ -80,8 +82,6 @@ struct ByteBlock {
     }
 };
 
-}  // namespace
-
 // Calls task(chunk, begin, end) for stretches of [0, count).
 template <typename Task>
 void RowPartition::ForChunks(int count, const Task& task) {
@@ -124,8 +124,7 @@ SplitPoint RowPartition::MarkByRank(TreeRows& rows, int begin, int count, int id
     return split;
 }
 
-// The neighbours of the cut have the byte that is unsure, or the next one on their side. A block of
-// bytes is gathered first: with nothing else to do, many rows are on their way at once.
+// A block of bytes is gathered first: with nothing else to do, many rows are on their way at once.
 RowPartition::Marked RowPartition::Mark(TreeRows& rows, int begin, int end) const {
     Marked marked;
     ByteBlock block;
@@ -134,34 +133,45 @@ RowPartition::Marked RowPartition::Mark(TreeRows& rows, int begin, int end) cons
         const int count = std::min(kBlockRows, end - from);
         block.Load(sides.bytes, rowV, count);
         block.Mark(count, sides.pastSure, sides.unsure);
-        const bool fLow = block.countL > 0;
-        const bool fHigh = block.high > std::max(sides.unsure, sides.pastSure - 1);
-        if (sides.ranks == nullptr) {  // the byte is the rank; many rows may share it
-            if (fLow && block.low > marked.low.rank) {
-                marked.low = {block.low, rowV[block.PlaceOf(block.low, count)]};
-            }
-            if (block.countL < count && block.high < marked.high.rank) {
-                marked.high = {block.high, rowV[block.PlaceOf(block.high, count)]};
-            }
+        if (sides.ranks == nullptr) {
+            SeeBytes(block, rowV, count, marked);
         } else {
-            const auto see = [&](int i) {
-                const int rank = static_cast<int>(sides.ranks[rowV[i]]);
-                marked.See(rank, rowV[i], rank <= sides.lastRank);
-                return rank <= sides.lastRank;
-            };
-            if (fLow) block.ForByte(count, block.low, see);
-            if (fHigh) block.ForByte(count, block.high, see);
-            if (sides.unsure >= 0) {
-                block.ForByte(count, sides.unsure, [&](int i) {
-                    block.fLeftV[i] = see(i);
-                    block.countL += block.fLeftV[i];
-                });
-            }
+            SeeRanks(block, rowV, count, marked);
         }
         std::copy_n(block.fLeftV, count, rows.fLeftV.begin() + from);
         marked.countL += block.countL;
     }
     return marked;
+}
+
+// The neighbours in a narrow column, where the byte is the rank and many rows may share it.
+void RowPartition::SeeBytes(const ByteBlock& block, const int* rowV, int count,
+                            Marked& marked) const {
+    if (block.countL > 0 && block.low > marked.low.rank) {
+        marked.low = {block.low, rowV[block.PlaceOf(block.low, count)]};
+    }
+    if (block.countL < count && block.high < marked.high.rank) {
+        marked.high = {block.high, rowV[block.PlaceOf(block.high, count)]};
+    }
+}
+
+// The neighbours in a wide column, and the sides of the rows whose byte does not tell: neighbours
+// have the byte that is unsure, or the next one on their side.
+void RowPartition::SeeRanks(ByteBlock& block, const int* rowV, int count, Marked& marked) const {
+    const auto see = [&](int i) {
+        const int rank = static_cast<int>(sides.ranks[rowV[i]]);
+        const bool fLeft = rank <= sides.lastRank;
+        if (fLeft && rank > marked.low.rank) marked.low = {rank, rowV[i]};
+        if (!fLeft && rank < marked.high.rank) marked.high = {rank, rowV[i]};
+        return fLeft;
+    };
+    block.ForByte(count, block.low, see);
+    block.ForByte(count, block.high, see);
+    if (sides.unsure < 0) return;
+    block.ForByte(count, sides.unsure, [&](int i) {
+        block.fLeftV[i] = see(i);
+        block.countL += block.fLeftV[i];
+    });
 }
 
 void RowPartition::MarkByValue(TreeRows& rows, int begin, int count, SplitPoint& split) {

@@ -41,12 +41,8 @@ class RowPartition {
         Neighbour low = {-1, 0};
         Neighbour high = {INT_MAX, 0};
         int countL = 0;
-
-        void See(int rank, int row, bool fLeft) {
-            if (fLeft && rank > low.rank) low = {rank, row};
-            if (!fLeft && rank < high.rank) high = {rank, row};
-        }
     };
+    struct ByteBlock;
     // The sides of a cut by rank: a row's byte decides, but for one.
     struct Sides {
         const uint8_t* bytes;  // null: the cut is not by rank
@@ -65,6 +61,8 @@ class RowPartition {
     void ForChunks(int count, const Task& task);
     static Sides SidesOf(const Column& column, uint32_t lastRank);
     Marked Mark(TreeRows& rows, int begin, int end) const;
+    void SeeBytes(const ByteBlock& block, const int* rowV, int count, Marked& marked) const;
+    void SeeRanks(ByteBlock& block, const int* rowV, int count, Marked& marked) const;
     void MoveInPlainOrder(TreeRows& rows, int begin, int count, int countL);
     int ListMisplaced(const TreeRows& rows, int begin, int count, uint8_t fLeft,
                       std::vector<int>& placeV);

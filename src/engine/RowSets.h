@@ -5,6 +5,7 @@
 #include <cstddef>
 
 #include "FixedPoint.h"
+#include "Gather.h"
 
 namespace sylvora {
 namespace engine {
@@ -30,6 +31,19 @@ struct RowSet {
     Cell CellOf(int row, const FixedPoint& fixed) const {
         const size_t at = static_cast<size_t>(row);
         return fixed.ToCell(gradV[at], weightV != nullptr ? weightV[at] : 1);
+    }
+    // Those of `num` rows that need not be the set's.
+    void CellsOf(const int* someRowV, int num, const FixedPoint& fixed, Cell* cells) const {
+        constexpr int kBlock = 256;
+        double blockGradV[kBlock];
+        int blockWeightV[kBlock];
+        for (int begin = 0; begin < num; begin += kBlock) {
+            const int length = num - begin < kBlock ? num - begin : kBlock;
+            Gather(gradV, someRowV + begin, length, blockGradV);
+            if (weightV != nullptr) Gather(weightV, someRowV + begin, length, blockWeightV);
+            fixed.ToCells(blockGradV, weightV != nullptr ? blockWeightV : nullptr, length,
+                          cells + begin);
+        }
     }
 };
 
