@@ -5,7 +5,6 @@
 #include <iostream>
 #include <new>
 #include <random>
-#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -104,15 +103,16 @@ class Sweep {
         }
         const std::string left = ReadFile(folder.Path(work.output));
         if (left != kOld) folder.Write(work.output, kOld);
-        const bool fComplained = std::regex_search(err.Text(), complaint);
+        const std::string said = err.Text();
+        const bool fComplained = said.find(complaint) != std::string::npos;
         EXPECT_TRUE(fComplained || (status == 0 && left == expected))
             << work.name << ", call " << first << ", status " << status << ":\n"
-            << err.Text();
+            << said;
         EXPECT_TRUE(left == kOld || left == expected || status == 0)
             << work.name << ", call " << first;
         for (const std::string& name : folder.Names()) EXPECT_NE(name[0], '.') << name;
         EXPECT_EQ(NumRunningThreads(), 0) << work.name << ", call " << first;
-        Collect(err.Text(), lines);
+        Collect(said, lines);
         if (!FailingCalls::HasFailed()) return false;
         ++(status == 0 ? numAccepted : numRefused);
         return !testing::Test::HasFailure();
@@ -120,7 +120,7 @@ class Sweep {
 
     const TempFolder& folder;
     Call call;
-    std::regex complaint;
+    std::string complaint;
     std::string expected;
     Lines lines;
     int numRefused = 0;
@@ -337,7 +337,7 @@ std::vector<Work> CommandWorks(const TempFolder& folder, const Kind& kind, int n
 
 TEST(Faults, MemoryRunsOutInTheCommand) {
     const TempFolder folder;
-    Sweep sweep(folder, Call::kAllocation, "allocate memory|out of memory");
+    Sweep sweep(folder, Call::kAllocation, " memory");
     for (const int numThread : {1, 2}) {
         for (const Work& work : CommandWorks(folder, kKinds[2], numThread)) sweep.Try(work);
     }
@@ -347,7 +347,7 @@ TEST(Faults, ThreadsCannotBeStarted) {
     const TempFolder folder;
     const std::string line =
         "ERROR: pthread_create for multi-split nodes  error: error_code=" + std::to_string(EAGAIN);
-    Sweep sweep(folder, Call::kThreadStart, "(^|\n)" + line + "\n");
+    Sweep sweep(folder, Call::kThreadStart, line + "\n");
     for (const Kind& kind : kKinds) {
         sweep.Try(Training(SettingsOf(kind, folder, 4), folder));
         for (const Work& work : CommandWorks(folder, kind, 4)) {
