@@ -13,6 +13,14 @@ function(sylvora_own_code target)
         $<$<BOOL:${SYLVORA_WARNINGS_AS_ERRORS}>:-Werror>)
 endfunction()
 
+# A build without it tells which source lacks an include.
+function(sylvora_precompile target)
+    if(SYLVORA_PRECOMPILE)
+        target_precompile_headers(${target} PRIVATE
+            <algorithm> <cmath> <cstdint> <fstream> <memory> <string> <utility> <vector>)
+    endif()
+endfunction()
+
 # The whole build is instrumented or none of it.
 if(SYLVORA_SANITIZE)
     add_compile_options(-fsanitize=${SYLVORA_SANITIZE} -fno-sanitize-recover=all
