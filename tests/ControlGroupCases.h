@@ -5,8 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <sstream>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "Support.h"
@@ -14,27 +14,35 @@
 
 namespace sylvora::tests {
 
-template <typename Limit>
-struct ControlGroupCase {
-    const char* what;
-    const char* cgroup;                                      // as in /proc/self/cgroup
-    std::vector<std::pair<const char*, const char*>> files;  // by their paths below the mount point
-    Limit limit;
-};
+// The texts between the separators, without the blanks around them.
+inline std::vector<std::string> Fields(const std::string& text, char separator) {
+    std::vector<std::string> fieldV;
+    std::istringstream in(text);
+    for (std::string field; std::getline(in >> std::ws, field, separator);) {
+        fieldV.push_back(field.erase(field.find_last_not_of(' ') + 1));
+    }
+    return fieldV;
+}
 
+// Lines of a name, /proc/self/cgroup, files by their paths below the mount point and the limit that
+// is expected; a semicolon stands between lines and files.
 template <typename Limit>
-void TryControlGroups(Limit (*limitOf)(const ControlGroupPlaces& places),
-                      const std::vector<ControlGroupCase<Limit>>& caseV) {
-    for (const ControlGroupCase<Limit>& c : caseV) {
+void TryControlGroups(Limit (*limitOf)(const ControlGroupPlaces& places), const char* table) {
+    for (const std::string& line : Fields(table, '\n')) {
+        const std::vector<std::string> fieldV = Fields(line, '|');
+        ASSERT_EQ(fieldV.size(), 4U) << line;
         const TempFolder folder;
-        for (const auto& [name, text] : c.files) {
-            std::filesystem::create_directories(
-                std::filesystem::path(folder.Path(name)).parent_path());
-            folder.Write(name, text);
+        for (const std::string& file : Fields(fieldV[2], ';')) {
+            const size_t equals = file.find('=');
+            const std::filesystem::path path = folder.Path(file.substr(0, equals));
+            std::filesystem::create_directories(path.parent_path());
+            std::ofstream(path) << file.substr(equals + 1) << '\n';
         }
-        ControlGroupPlaces places = {folder.Write("cgroup", c.cgroup), folder.Path("")};
+        std::string groups;
+        for (const std::string& group : Fields(fieldV[1], ';')) groups += group + '\n';
+        ControlGroupPlaces places = {folder.Write("cgroup", groups), folder.Path("")};
         places.mount.pop_back();  // the slash
-        EXPECT_EQ(limitOf(places), c.limit) << c.what;
+        EXPECT_EQ(limitOf(places), static_cast<Limit>(std::stod(fieldV[3]))) << line;
     }
 }
 

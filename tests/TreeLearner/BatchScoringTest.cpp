@@ -67,27 +67,18 @@ VecDle Singles(TreeLearner& learner, const VecDle& rowV, size_t stride) {
 }
 
 std::vector<Shape> Shapes() {
-    Shape boosted;
-    boosted.numGroups = 300;
-    Shape groups;
-    groups.groupV = {3, 0, 1, 20};
-    Shape deep;
-    deep.maxDepth = 30;
-    deep.leafShare = 0.4;
-    Shape votes;
-    votes.numClass = 3;
-    votes.groupV = {25, 4, 0, 1};
-    votes.numGroups = 8;
-    Shape manyClasses = votes;
-    manyClasses.numClass = 5000;
-    return {boosted, groups, deep, votes, manyClasses};
+    return {{"boosted", 300},
+            {"groups", 20, 6, 0.2, 5, 1000, {3, 0, 1, 20}},
+            {"deep", 20, 30, 0.4},
+            {"votes", 8, 6, 0.2, 5, 1000, {25, 4, 0, 1}, 3},
+            {"many classes", 8, 6, 0.2, 5, 1000, {25, 4, 0, 1}, 5000}};
 }
 
 TEST(BatchScoring, EqualsThePlainWalkInEveryBit) {
     const TempFolder folder;
     unsigned seed = 100;
     for (const Shape& shape : Shapes()) {
-        SCOPED_TRACE("seed " + std::to_string(seed));
+        SCOPED_TRACE(shape.name);
         RandomEnsemble ensemble(shape, seed++);
         const std::string model = folder.Write("model", ModelText(ensemble.source));
         const size_t stride = static_cast<size_t>(shape.dimFea);

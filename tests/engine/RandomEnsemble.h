@@ -18,16 +18,16 @@ namespace sylvora::tests {
 // How the trees of an ensemble are grown.
 struct Shape {
     const char* name = "";
-    int dimFea = 5;
-    int numClass = 0;
-    std::vector<size_t> groupV = {1};  // trees per group, repeated
     size_t numGroups = 20;
     int maxDepth = 6;
-    double leafShare = 0.2;    // of the nodes above maxDepth
-    int numValues = 1000;      // distinct thresholds of a feature; 0: hostile ones
+    double leafShare = 0.2;  // of the nodes above maxDepth
+    int dimFea = 5;
+    int numValues = 1000;              // distinct thresholds of a feature; 0: hostile ones
+    std::vector<size_t> groupV = {1};  // trees per group, repeated
+    int numClass = 0;
+    bool fOddNumbers = false;  // NaN and infinity among thresholds and values
     bool fOutliers = false;    // a few thresholds are far from all others
     bool fChain = false;       // each left son is a leaf, the deepest pair is at maxDepth
-    bool fOddNumbers = false;  // NaN and infinity among thresholds and values
 };
 
 class RandomEnsemble {

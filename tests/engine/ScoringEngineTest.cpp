@@ -34,71 +34,24 @@ bool SameBits(double a, double b) {
 
 std::vector<Shape> Shapes() {
     std::vector<Shape> shapeV;
-    const auto add = [&](const char* name) -> Shape& {
-        shapeV.push_back({});
-        shapeV.back().name = name;
-        return shapeV.back();
-    };
-    for (int depth = 0; depth <= 9; ++depth) {
-        Shape& shape = add("one depth");
-        shape.maxDepth = depth;
-        shape.numGroups = 37;
-        shape.leafShare = 0.0;
-    }
-    for (int depth : {2, 5, 7, 8, 10}) {
-        Shape& shape = add("ragged");
-        shape.maxDepth = depth;
-        shape.numGroups = 50;
-        shape.leafShare = 0.3;
-        shape.numValues = 40;
-    }
-    Shape& hostile = add("hostile numbers");
-    hostile.numValues = 0;
-    hostile.fOddNumbers = true;
-    hostile.numGroups = 60;
-    Shape& groups = add("groups of all sizes");
-    groups.groupV = {0, 3, 1, 1, 0, 40, 1, 16, 17, 2, 0};
-    groups.numGroups = 33;
-    groups.maxDepth = 4;
-    Shape& empty = add("no trees");
-    empty.groupV = {0};
-    Shape& chain = add("chains");
-    chain.fChain = true;
-    chain.maxDepth = 700;
-    chain.numGroups = 19;
-    Shape& mixed = add("ragged around the limit of depth");
-    mixed.maxDepth = 12;
-    mixed.leafShare = 0.45;
-    mixed.numGroups = 120;
-    Shape& wide = add("more features than trees");
-    wide.dimFea = 300;
-    Shape& sections = add("many features, several sections");
-    sections.dimFea = 90;
-    sections.numGroups = 900;
-    sections.maxDepth = 5;
-    sections.leafShare = 0.1;
-    Shape& fine = add("one feature with very many thresholds");
-    fine.dimFea = 1;
-    fine.maxDepth = 8;
-    fine.leafShare = 0.0;
-    fine.numGroups = 300;
-    fine.numValues = 1000000;
-    Shape crowded = fine;
-    crowded.name = "the same, nearly all in one bucket";
-    crowded.fOutliers = true;
-    shapeV.push_back(crowded);
-    Shape& stumps = add("more features than a section holds");
-    stumps.dimFea = 400;
-    stumps.maxDepth = 1;
-    stumps.leafShare = 0.0;
-    stumps.numGroups = 1200;
+    for (int depth = 0; depth <= 9; ++depth) shapeV.push_back({"one depth", 37, depth, 0.0});
+    for (int depth : {2, 5, 7, 8, 10}) shapeV.push_back({"ragged", 50, depth, 0.3, 5, 40});
+    const std::vector<size_t> allSizes = {0, 3, 1, 1, 0, 40, 1, 16, 17, 2, 0};
+    shapeV.insert(shapeV.end(),
+                  {{"hostile numbers", 60, 6, 0.2, 5, 0, {1}, 0, true},
+                   {"groups of all sizes", 33, 4, 0.2, 5, 1000, allSizes},
+                   {"no trees", 20, 6, 0.2, 5, 1000, {0}},
+                   {"chains", 19, 700, 0.2, 5, 1000, {1}, 0, false, false, true},
+                   {"ragged around the limit of depth", 120, 12, 0.45},
+                   {"more features than trees", 20, 6, 0.2, 300},
+                   {"many features, several sections", 900, 5, 0.1, 90},
+                   {"one feature with very many thresholds", 300, 8, 0.0, 1, 1000000},
+                   {"nearly all in one bucket", 300, 8, 0.0, 1, 1000000, {1}, 0, false, true},
+                   {"more features than a section holds", 1200, 1, 0.0, 400}});
     for (const auto& groupV : {std::vector<size_t>{1}, {7}, {100, 0, 1, 3}}) {
         for (const int numClass : {1, 2, 5, 300}) {
-            Shape& votes = add("votes");
-            votes.numClass = numClass;
-            votes.groupV = groupV;
-            votes.numGroups = 9;
-            votes.maxDepth = numClass == 5 ? 10 : 4;
+            const int depth = numClass == 5 ? 10 : 4;
+            shapeV.push_back({"votes", 9, depth, 0.2, 5, 1000, groupV, numClass});
         }
     }
     return shapeV;

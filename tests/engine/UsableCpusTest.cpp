@@ -10,40 +10,21 @@ namespace sylvora::tests {
 namespace {
 
 TEST(UsableCpus, AreAtMostThoseOfTheControlGroup) {
-    TryControlGroups<int>(
-        engine::CpusOfControlGroup,
-        {
-            {"no file", "", {}, 0},
-            {"version 2, no limit", "0::/a/b\n", {{"a/b/cpu.max", "max 100000\n"}}, 0},
-            {"version 2", "0::/a/b\n", {{"a/b/cpu.max", "250000 100000\n"}}, 3},
-            {"whole processors", "0::/a/b\n", {{"a/b/cpu.max", "200000 100000\n"}}, 2},
-            {"a share of one", "0::/a\n", {{"a/cpu.max", "1000 100000\n"}}, 1},
-            {"the group above is lower",
-             "0::/a/b\n",
-             {{"a/b/cpu.max", "800000 100000\n"}, {"a/cpu.max", "400000 100000\n"}},
-             4},
-            {"the group above has none",
-             "0::/a/b\n",
-             {{"a/b/cpu.max", "200000 100000\n"}, {"a/cpu.max", "max 100000\n"}},
-             2},
-            {"in a container", "0::/\n", {{"cpu.max", "300000 100000\n"}}, 3},
-            {"a container that sees the host's path",
-             "0::/host/x\n",
-             {{"cpu.max", "300000 100000\n"}},
-             3},
-            {"version 1",
-             "5:memory:/m\n4:cpu,cpuacct:/a\n0::/\n",
-             {{"cpu,cpuacct/a/cpu.cfs_quota_us", "150000\n"},
-              {"cpu,cpuacct/a/cpu.cfs_period_us", "100000\n"},
-              {"memory/m/cpu.cfs_quota_us", "1\n"}},
-             2},
-            {"version 1, no limit",
-             "4:cpuacct,cpu:/a\n",
-             {{"cpu/a/cpu.cfs_quota_us", "-1\n"}, {"cpu/a/cpu.cfs_period_us", "100000\n"}},
-             0},
-            {"not a number", "0::/a\n", {{"a/cpu.max", "many\n"}}, 0},
-            {"no period", "0::/a\n", {{"a/cpu.max", "100 0\n"}}, 0},
-        });
+    TryControlGroups(engine::CpusOfControlGroup, R"(
+no file               |         |                                              | 0
+version 2, no limit   | 0::/a/b | a/b/cpu.max=max 100000                       | 0
+version 2             | 0::/a/b | a/b/cpu.max=250000 100000                    | 3
+whole processors      | 0::/a/b | a/b/cpu.max=200000 100000                    | 2
+a share of one        | 0::/a   | a/cpu.max=1000 100000                        | 1
+a lower one above     | 0::/a/b | a/b/cpu.max=8 1; a/cpu.max=4 1               | 4
+none above            | 0::/a/b | a/b/cpu.max=2 1; a/cpu.max=max 1             | 2
+in a container        | 0::/    | cpu.max=300000 100000                        | 3
+with the host's path  | 0::/h/x | cpu.max=300000 100000                        | 3
+version 1 | 5:mem:/m; 4:c,cpu:/a; 0::/ | c,cpu/a/cpu.cfs_quota_us=3; c,cpu/a/cpu.cfs_period_us=2 | 2
+another's quota | 5:mem:/m; 4:cpu:/a  | mem/m/cpu.cfs_quota_us=1; mem/m/cpu.cfs_period_us=1 | 0
+version 1, no limit   | 4:cpuacct,cpu:/a | cpu/a/cpu.cfs_quota_us=-1; cpu/a/cpu.cfs_period_us=9 | 0
+not a number          | 0::/a   | a/cpu.max=many                               | 0
+no period             | 0::/a   | a/cpu.max=100 0                              | 0)");
 }
 
 TEST(UsableCpus, AreThoseOfTheAffinityMask) {

@@ -3,35 +3,21 @@
 
 #include <gtest/gtest.h>
 
-#include <limits>
-
 #include "../ControlGroupCases.h"
 
 namespace sylvora::tests {
 namespace {
 
 TEST(UsableMemory, IsAtMostThatOfTheControlGroup) {
-    constexpr double kNoLimit = std::numeric_limits<double>::infinity();
-    TryControlGroups<double>(
-        frontend::MemoryOfControlGroup,
-        {
-            {"no file", "", {}, kNoLimit},
-            {"version 2, no limit", "0::/a/b\n", {{"a/b/memory.max", "max\n"}}, kNoLimit},
-            {"the group above is lower",
-             "0::/a/b\n",
-             {{"a/b/memory.max", "8000000000\n"}, {"a/memory.max", "4000000000\n"}},
-             4e9},
-            {"a container that sees the host's path",
-             "0::/host/x\n",
-             {{"memory.max", "300000\n"}},
-             3e5},
-            {"version 1, some other hierarchies",
-             "5:cpu:/m\n4:memory:/a\n0::/\n",
-             {{"memory/a/memory.limit_in_bytes", "150000\n"},
-              {"memory/memory.limit_in_bytes", "9223372036854771712\n"},
-              {"cpu/m/memory.limit_in_bytes", "1\n"}},
-             15e4},
-        });
+    TryControlGroups(frontend::MemoryOfControlGroup, R"(
+no file              |         |                                               | inf
+version 2, no limit  | 0::/a/b | a/b/memory.max=max                            | inf
+a lower one above    | 0::/a/b | a/b/memory.max=8000000000; a/memory.max=4000000000 | 4e9
+with the host's path | 0::/h/x | memory.max=300000                             | 3e5
+version 1            | 5:cpu:/m; 4:memory:/a; 0::/ | memory/a/memory.limit_in_bytes=150000 | 15e4
+lower below | 4:memory:/a | memory/a/memory.limit_in_bytes=5; memory/memory.limit_in_bytes=9 | 5
+no limit | 4:memory:/ | memory/memory.limit_in_bytes=9223372036854771712 | 9223372036854771712
+another's limit      | 5:cpu:/m; 4:memory:/a   | cpu/m/memory.limit_in_bytes=1 | inf)");
     EXPECT_GT(frontend::UsableMemory(), 1e6);
     EXPECT_LT(frontend::UsableMemory(), 1e15);
 }
