@@ -3,9 +3,7 @@
 #ifndef SYLVORA_TESTS_NODE_BENCH_H
 #define SYLVORA_TESTS_NODE_BENCH_H
 
-#include <algorithm>
 #include <numeric>
-#include <random>
 #include <utility>
 #include <vector>
 
@@ -35,21 +33,6 @@ struct Table {
         : Table(VecVecDle(column.size(), VecDle(1)), std::move(gradients),
                 VecInt(column.size(), 1)) {
         for (size_t i = 0; i < column.size(); ++i) valueVV[i][0] = column[i];
-    }
-
-    // Random rows. There are few distinct values, so that columns and scores tie often, and a fifth
-    // of the weights is 0.
-    Table(std::mt19937& random, int numRows, int numColumns, bool fClasses)
-        : Table(VecVecDle(static_cast<size_t>(numRows), VecDle(static_cast<size_t>(numColumns))),
-                VecDle(static_cast<size_t>(numRows)), VecInt(static_cast<size_t>(numRows))) {
-        const auto draw = [&random](int n) { return static_cast<int>(random() % 1000) % n; };
-        const int numValues = 1 + draw(7);
-        for (size_t i = 0; i < valueVV.size(); ++i) {
-            for (double& value : valueVV[i]) value = draw(numValues) * 0.75;
-            gradV[i] = fClasses ? draw(kNumClass) + 0.25 : draw(7) - 3;
-            weightV[i] = draw(5);
-        }
-        std::shuffle(indexV.begin(), indexV.end(), random);
     }
 };
 

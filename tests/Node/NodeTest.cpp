@@ -4,19 +4,10 @@
 
 #include "../Support.h"
 #include "Bench.h"
-#include "god.h"
 
 namespace {
 
 using namespace sylvora::tests;
-
-TEST(Node, SamplesTheShareOfColumnsRoundedUp) {
-    const std::tuple<int, double, int> cases[] = {{10, 0.5, 5},  {10, 0.55, 6}, {10, 1.0, 10},
-                                                  {20, 0.25, 5}, {10, 0.3, 3},  {10, 0.0, 1}};
-    for (const auto& [dim, ratio, expected] : cases) {
-        EXPECT_EQ(NodeCR(dim, ratio, 5, 4).numSelFea, expected);
-    }
-}
 
 TEST(Node, OutputsTheMajorityClass) {
     const std::tuple<VecDle, int, double, const char*> cases[] = {
@@ -32,23 +23,6 @@ TEST(Node, OutputsTheMajorityClass) {
         EXPECT_EQ(seen.err.empty(), status == 0) << seen.err;
         EXPECT_EQ(node.avgPredict, expected);
         EXPECT_EQ(node.status, nodeStatus);
-    }
-}
-
-TEST(Node, DrawsColumnsWithoutReplacement) {
-    for (const double share : {0.1, 0.5, 1.0}) {
-        Table table(VecVecDle{VecDle(17)}, {0}, {1});
-        Root node(table, false, share);
-        ASSERT_EQ(node.Sample(nullptr, -3), 0);
-        VecInt pool(17);
-        std::iota(pool.begin(), pool.end(), 0);
-        long seed = -3;
-        for (const int column : node.drawnV) {
-            const size_t k = static_cast<size_t>(static_cast<double>(pool.size()) * ranz(&seed));
-            EXPECT_EQ(column, pool[k]);
-            pool[k] = pool.back();
-            pool.pop_back();
-        }
     }
 }
 

@@ -1,4 +1,4 @@
-// Whole trees: what limits them, that all ways to grow agree, what they write down, and the walk.
+// Whole trees: what they write down, how they fail, and the walk.
 #include <cmath>
 #include <memory>
 
@@ -10,14 +10,13 @@ namespace {
 
 using namespace sylvora::tests;
 
-CheckCfgCLS Settings(const char* modelType, const char* fRegCls, int maxLeaf = 1000,
-                     int maxDepth = 20, int numBound = 1) {
+CheckCfgCLS Settings(const char* modelType, const char* fRegCls, int maxLeaf = 1000) {
     CheckCfgCLS cfg;
     cfg.modelType = modelType;
     cfg.fRegCls = fRegCls;
     cfg.maxLeaf = maxLeaf;
-    cfg.maxDepth = maxDepth;
-    cfg.numBound = numBound;
+    cfg.maxDepth = 20;
+    cfg.numBound = 1;
     cfg.numClass = kNumClass;
     cfg.ratio = 1.0;
     return cfg;
@@ -43,67 +42,6 @@ struct Grown {
     std::unique_ptr<TreeCR> tree;
     int status;
 };
-
-std::string Describe(const TreeCR& tree) {
-    std::ostringstream text;
-    text << tree.depth << ' ' << tree.numLeaf << '\n';
-    for (const NodeCR* node : tree.NodeV) {
-        text << node->status << ' ' << node->splitFea << ' ' << node->splitElemFea << ' '
-             << node->lson << ' ' << node->rson << ' ' << node->startDoc << ' ' << node->countDoc
-             << ' ' << node->depth << ' ' << node->avgPredict << '\n';
-    }
-    return text.str();
-}
-
-TEST(Growth, StopsAtItsLimits) {
-    const VecDle stairs = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
-    const struct {
-        const char* modelType;
-        int maxLeaf, maxDepth, numBound, numLeaf, depth;
-    } cases[] = {{"GBDT", 99, 9, 1, 16, 4},        {"GBDT", 2, 9, 1, 2, 1},
-                 {"GBDT", 3, 9, 1, 3, 2},          {"GBRank", 1, 9, 1, 2, 1},
-                 {"GBDT", 99, 1, 1, 2, 1},         {"CART", 99, 3, 1, 8, 3},
-                 {"CART", 99, 9, 16, 2, 1},        {"GBDT", 99, 9, 4, 4, 2},
-                 {"RandomForest", 2, 1, 1, 16, 4}, {"RandomForest", 2, 1, 7, 4, 2}};
-    for (const auto& c : cases) {
-        Table table(stairs, stairs);
-        const Grown grown(table, Settings(c.modelType, "REG", c.maxLeaf, c.maxDepth, c.numBound));
-        EXPECT_EQ(grown.status, 0);
-        EXPECT_EQ(std::pair(grown.tree->numLeaf, grown.tree->depth), std::pair(c.numLeaf, c.depth))
-            << c.modelType << ' ' << c.maxLeaf;
-    }
-}
-
-// Every row reaches the leaf whose slice holds it.
-void CheckLeaves(TreeCR& tree, const Table& table) {
-    for (const NodeCR* node : tree.NodeV) {
-        for (int i = node->startDoc; i < node->startDoc + node->countDoc; ++i) {
-            const size_t row = static_cast<size_t>(table.indexV[static_cast<size_t>(i)]);
-            if (node->status != "TERMINAL") continue;
-            EXPECT_EQ(tree.Predict(table.rowV[row]), node->avgPredict);
-        }
-    }
-}
-
-TEST(Growth, IsTheSameForAnyNumberOfThreads) {
-    std::mt19937 random(63);
-    for (int run = 0; run < 40; ++run) {
-        const bool fClasses = run % 2 == 1;
-        const CheckCfgCLS cfg =
-            Settings(run % 3 == 0 ? "RandomForest" : "CART", fClasses ? "CLS" : "REG", 2 + run % 13,
-                     1 + run % 7, 1 + run % 4);
-        const Table fresh(random, 30 + run, 1 + run % 6, fClasses);
-        std::string expected;
-        for (const int numThread : {kOne, 1, 2, 3, 8}) {
-            Table table(fresh.valueVV, fresh.gradV, fresh.weightV);
-            const Grown grown(table, cfg, numThread);
-            ASSERT_EQ(grown.status, 0);
-            CheckLeaves(*grown.tree, table);
-            if (numThread == kOne) expected = Describe(*grown.tree);
-            EXPECT_EQ(Describe(*grown.tree), expected) << "run " << run;
-        }
-    }
-}
 
 TEST(Growth, WritesDownItsSplitNodes) {
     const TempFolder folder;
@@ -139,12 +77,6 @@ TEST(Growth, EndsWithTheMessagesOfAFailure) {
     EXPECT_EQ(label.status, -1);
     EXPECT_NE(label.err.find("7 found!\nERROR: Failed to get grad sum of a node!\n"),
               std::string::npos);
-}
-
-TEST(Growth, ANodeWithoutACutBecomesALeafWithItsValue) {
-    Table table({4, 4, 4}, {1, 2, 6});
-    EXPECT_EQ(Describe(*Grown(table, Settings("CART", "REG")).tree),
-              "0 1\nTERMINAL -1 -1 -1 -1 0 3 0 3\n");
 }
 
 TEST(Prediction, SendsEqualValuesLeftAndNaNRight) {

@@ -34,43 +34,6 @@ std::unique_ptr<TreeLearner> PrepareRandom(const CheckCfgCLS& cfg) {
     return Prepare(cfg, labels, {5, 5, 4, 6, 5, 5, 3, 7, 5, 5, 5, 5, 1}, rows);
 }
 
-constexpr int kPlain = -1;  // one thread, without the engine
-
-TEST(Boosting, WritesTheSameModelWithAnyNumberOfThreads) {
-    const struct {
-        const char *modelType, *fRegCls, *lossFunc, *randomMode;
-        int numTree, sizeGroup;
-    } cases[] = {{"GBDT", "REG", "Square", "DOC", 6, 1},
-                 {"GBDT", "REG", "Logistic", "DOC", 6, 1},
-                 {"GBRank", "REG", "CrossEntropy", "QUERY", 6, 1},
-                 {"GBRank", "REG", "HingeSquareRank", "DOC", 6, 1},
-                 {"RandomForest", "REG", "Label", "DOC", 1, 5},
-                 {"RandomForest", "CLS", "Label", "DOC", 1, 5},
-                 {"CART", "REG", "Label", "DOC", 1, 1},
-                 {"CART", "CLS", "Label", "DOC", 1, 1}};
-    const TempFolder folder;
-    for (const auto& c : cases) {
-        CheckCfgCLS cfg = Settings(c.modelType, c.lossFunc);
-        cfg.fRegCls = c.fRegCls;
-        cfg.randomMode = c.randomMode;
-        cfg.numTree = c.numTree;
-        cfg.sizeGroup = c.sizeGroup;
-        cfg.fileModel = folder.Path("model.txt");
-        cfg.valSmpRt = cfg.ratio = 0.7;
-        cfg.tms_seed = -3;
-        std::string expected;
-        for (const int numThread : {kPlain, 1, 2, 3, 8, 17}) {
-            cfg.numThread = std::abs(numThread);
-            setenv("SYLVORA_PLAIN", numThread == kPlain ? "1" : "0", 1);
-            ASSERT_EQ(PrepareRandom(cfg)->Boosting(), 0);
-            const std::string model = ReadFile(cfg.fileModel);
-            if (numThread == kPlain) expected = model;
-            EXPECT_EQ(model, expected) << c.modelType << ", " << numThread << " threads";
-        }
-        EXPECT_GT(std::count(expected.begin(), expected.end(), '\n'), 15);
-    }
-}
-
 TEST(Boosting, AddsUpItsTrees) {
     CheckCfgCLS cfg = Settings("GBDT", "Square");
     cfg.numTree = 3;

@@ -31,6 +31,8 @@ TEST(DataInput, Refusals) {
     };
     const char wrong[] = "ERROR: Data transformed into Ranking Model is wrong!\n";
     const char noData[] = "ERROR: No training data for tree models!\n";
+    const char ragged[] =
+        "ERROR: Row 1 has 2 features, row 0 has 1: all rows must be of one length!\n";
     const char queries[] = "ERROR: Size of qid does not match the data!\n";
     const Case cases[] = {
         {{1}, {{1}, {2}}, kTraining, {0}, {}, wrong},
@@ -38,12 +40,7 @@ TEST(DataInput, Refusals) {
         {{}, {}, kTraining, {}, {}, noData},
         {{}, {}, 3, {}, {}, noData},
         {{1}, {{}}, kTest, {0}, {}, "ERROR: None features for training data!\n"},
-        {{1, 2},
-         {{1}, {1, 2}},
-         kTraining,
-         {0, 0},
-         {},
-         "ERROR: Row 1 has 2 features, row 0 has 1: all rows must be of one length!\n"},
+        {{1, 2}, {{1}, {1, 2}}, kTraining, {0, 0}, {}, ragged},
         {{1, 2}, {{1}, {2}}, kTraining, {0}, {}, queries},
         {{1, 2}, {{1}, {2}}, kTraining, {}, {}, queries},
     };
@@ -60,37 +57,21 @@ TEST(DataInput, Refusals) {
 
 TEST(DataInput, CopiesEachSetToItsPlace) {
     CheckCfgCLS cfg = Settings("GBRank", "REG");
-    cfg.fPrint = true;
     TreeLearner learner(cfg);
-    const Outcome outcome = Observe([&] {
-        return learner.DataInput({5, 6}, {{1, 2}, {3, 4}}, kTest, {0}, {}) |  // no query ids
-               learner.DataInput({7}, {{8, 9}}, kDevelopment, {4}, {}) |
-               learner.DataInput({0}, {{0, 0}}, 3, {}, {}) |
-               learner.DataInput({1, 2}, {{2, 10}, {4, 20}}, kTraining, {0, 1}, {});
-    });
-    learner.CfgInfo.fPrint = false;
-    EXPECT_EQ(outcome.status, 0);
-    std::string out;
-    for (const char* numData : {"2", "1", "1", "2"}) {
-        out += std::string("Transferring data to the model ...\nData Input Complete, numData: ") +
-               numData + ", dimFea:2\n";
-    }
-    EXPECT_EQ(outcome.out, out);
-    ASSERT_EQ(learner.sampleSize, 2);
-    EXPECT_EQ(learner.labelV[1], 2);
-    EXPECT_EQ(learner.featureVV[1][1], 20);
+    EXPECT_EQ(learner.DataInput({5, 6}, {{1, 2}, {3, 4}}, kTest, {0}, {}), 0);  // no query ids
+    EXPECT_EQ(learner.DataInput({7}, {{8, 9}}, kDevelopment, {4}, {}), 0);
+    EXPECT_EQ(learner.DataInput({0}, {{0, 0}}, 3, {}, {}), 0);
+    EXPECT_EQ(learner.DataInput({1, 2}, {{2, 10}, {4, 20}}, kTraining, {0, 1}, {}), 0);
+    const auto last = [](const double* labels, double** rows, int size) {
+        return VecDle{labels[size - 1], rows[size - 1][0], rows[size - 1][1]};
+    };
+    EXPECT_EQ(last(learner.labelV, learner.featureVV, learner.sampleSize), (VecDle{2, 4, 20}));
+    EXPECT_EQ(last(learner.labelTestV, learner.featureTestVV, learner.testSize), (VecDle{6, 3, 4}));
+    EXPECT_EQ(last(learner.labelDevV, learner.featureDevVV, learner.devSize), (VecDle{7, 8, 9}));
     EXPECT_EQ(learner.queryIdV[1], 1);
-    // (2 / 2 + 4) / 2 and (10 / 2 + 20) / 2
-    EXPECT_EQ(learner.featureMean[0], 2.5);
-    EXPECT_EQ(learner.featureMean[1], 12.5);
-    ASSERT_EQ(learner.testSize, 2);
-    EXPECT_EQ(learner.labelTestV[1], 6);
-    EXPECT_EQ(learner.featureTestVV[1][0], 3);
     EXPECT_EQ(learner.queryIdTestV, nullptr);
-    ASSERT_EQ(learner.devSize, 1);
-    EXPECT_EQ(learner.labelDevV[0], 7);
-    EXPECT_EQ(learner.featureDevVV[0][1], 9);
     EXPECT_EQ(learner.queryIdDevV[0], 4);
+    EXPECT_EQ(learner.featureMean[1], (10 / 2.0 + 20) / 2);
 }
 
 // Two rows of two columns, and what they are adopted as.

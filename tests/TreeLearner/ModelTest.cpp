@@ -115,6 +115,9 @@ TEST(Model, AFailedSaveKeepsTheOlderFile) {
     const Outcome noFolder = Observe([&] { return learner.SaveModelFull(path + "/model"); });
     EXPECT_EQ(noFolder.status, -1);
     EXPECT_EQ(noFolder.err, "ERROR: Can not open file!\n\n");
+    const Outcome noReport = Observe([&] { return learner.FeatureAnalysis(path + "/report"); });
+    EXPECT_EQ(noReport.status, -1);
+    EXPECT_EQ(noReport.err, "ERROR: Can not open feature analysis output file!\n");
 }
 
 TEST(Model, DamagedTextIsRefused) {

@@ -61,16 +61,6 @@ TEST(RandomGenerator, AnySeedStaysInRange) {
     }
 }
 
-TEST(RandomGenerator, DrawsAreTheSameStream) {
-    const std::vector<double> deviates = Draw(-7, 300);
-    long word = -7;
-    sylvora::Draws draws(&word);
-    for (size_t i = 0; i < deviates.size(); ++i) {
-        const int n = static_cast<int>(i) + 1;
-        EXPECT_EQ(draws.Index(n), static_cast<int>(n * deviates[i]));
-    }
-}
-
 // In bulk the words jump and multiply; the draws and the state must be those of ranz.
 TEST(RandomGenerator, DrawsInBulkAsOneByOne) {
     for (const long seed : {0L, -1L, -12345L, -2147483563L, -2147483564L, -9999999999L}) {
