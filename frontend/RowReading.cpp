@@ -16,19 +16,6 @@
 namespace sylvora::frontend {
 namespace {
 
-bool IsFinite(double label, const double* values, int dim) {
-    return std::isfinite(label) &&
-           std::all_of(values, values + dim, [](double value) { return std::isfinite(value); });
-}
-
-void AddToRuns(std::string_view queryId, long line, std::vector<QueryRun>& runV) {
-    if (runV.empty() || runV.back().queryId != queryId) {
-        runV.push_back({std::string(queryId), 0, line, line});
-    }
-    ++runV.back().numRows;
-    runV.back().lastLine = line;
-}
-
 // Parses the wanted rows of one block after another.
 class BlockParser {
   public:
@@ -45,7 +32,7 @@ class BlockParser {
         for (std::string_view line; row < end && reader.Next(line);) {
             ++numLine;
             if (IsBlank(line)) continue;
-            if (row >= places.first && !ParseRow(line, row - places.first, numLine, report.runV)) {
+            if (row >= places.first && !Take(line, row - places.first, numLine, report.runV)) {
                 report.fault = {row - places.first, numLine, std::string(line), ""};
                 return report;
             }
@@ -61,17 +48,13 @@ class BlockParser {
     }
 
   private:
-    bool ParseRow(std::string_view line, long row, long numLine, std::vector<QueryRun>& runV) {
+    bool Take(std::string_view line, long row, long numLine, std::vector<QueryRun>& runV) {
         double* const values = places.ValuesAt(row);
         double& label = places.LabelAt(row);
         LineHead head;
-        if (line.find('\0') != std::string_view::npos ||
-            ParseSparseLine(line, rules.dim, values, head) != 0 ||
-            !ParseNumber(head.label, label)) {
-            return false;
-        }
+        if (!ParseRow(line, reader.Text(), rules.dim, values, label, head)) return false;
         AddToRuns(head.queryId, numLine, runV);
-        return !rules.fFinite || IsFinite(label, values, rules.dim);
+        return IsFiniteAsWanted(rules, label, values);
     }
 
     const DataFile& file;
@@ -107,6 +90,28 @@ RowReport Join(std::vector<RowReport>& reportV) {
 }
 
 }  // namespace
+
+bool ParseRow(std::string_view line, std::string_view text, int dim, double* values, double& label,
+              LineHead& head) {
+    return line.find('\0') == std::string_view::npos &&
+           ParseSparseLine(line, text, dim, values, head) == 0 &&
+           ParseNumberIn(text, head.label, label);
+}
+
+bool IsFiniteAsWanted(const RowRules& rules, double label, const double* values) {
+    if (!rules.fFinite) return true;
+    bool fFinite = std::isfinite(label);
+    for (int i = 0; i < rules.dim; ++i) fFinite &= std::isfinite(values[i]);
+    return fFinite;
+}
+
+void AddToRuns(std::string_view queryId, long line, std::vector<QueryRun>& runV) {
+    if (runV.empty() || runV.back().queryId != queryId) {
+        runV.push_back({std::string(queryId), 0, line, line});
+    }
+    ++runV.back().numRows;
+    runV.back().lastLine = line;
+}
 
 RowReport ReadRows(const DataFile& file, const RowRules& rules, RowPlaces& places,
                    ReadingThreads& threads) {

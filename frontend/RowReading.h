@@ -4,10 +4,12 @@
 #define SYLVORA_FRONTEND_ROWREADING_H
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "DataFile.h"
 #include "ReadingThreads.h"
+#include "god/DataLines.h"
 
 namespace sylvora::frontend {
 
@@ -55,6 +57,17 @@ struct RowReport {
     std::vector<QueryRun> runV;
     RowFault fault;
 };
+
+// Parses a line in a text, as ParseSparseLine does, into room for `dim` values. False where it is
+// no row.
+[[nodiscard]] bool ParseRow(std::string_view line, std::string_view text, int dim, double* values,
+                            double& label, LineHead& head);
+
+// Whether a row of rules.dim values is as finite as it must be.
+bool IsFiniteAsWanted(const RowRules& rules, double label, const double* values);
+
+// Puts a row, the next, into its run.
+void AddToRuns(std::string_view queryId, long line, std::vector<QueryRun>& runV);
 
 // Reads rows of a scanned file, silently.
 RowReport ReadRows(const DataFile& file, const RowRules& rules, RowPlaces& places,

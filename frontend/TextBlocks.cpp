@@ -18,16 +18,21 @@ void BlockReader::Releaser::operator()(char* allocated) const {
     std::free(allocated);
 }
 
-// A line begins behind a line feed: the byte before the block says whether its first one does.
 void BlockReader::Begin(int file, size_t blockBytes, size_t block) {
     descriptor = file;
-    endOfBlock = (block + 1) * blockBytes;
-    offset = block * blockBytes - (block > 0 ? 1 : 0);
+    beginOfBlock = block * blockBytes;
+    endOfBlock = beginOfBlock + blockBytes;
+    Again();
+}
+
+// A line begins behind a line feed: the byte before the block says whether its first one does.
+void BlockReader::Again() {
+    offset = beginOfBlock - (beginOfBlock > 0 ? 1 : 0);
     position = numHeld = 0;
     fEnd = false;
     error = 0;
     Reserve(kTail);
-    if (block > 0 && !SkipToLine()) position = numHeld;
+    if (beginOfBlock > 0 && !SkipToLine()) position = numHeld;
 }
 
 bool BlockReader::Next(std::string_view& line) {

@@ -18,10 +18,15 @@ class BlockReader {
   public:
     // Starts with block number `block` of the open file `file`, which stays the caller's.
     void Begin(int file, size_t blockBytes, size_t block);
+    // Starts with the same block again.
+    void Again();
 
     // The next line, without its line feed; valid until the next call. False at the end of the
     // block, and when the file cannot be read on.
     [[nodiscard]] bool Next(std::string_view& line);
+
+    // What is in memory around the line.
+    std::string_view Text() const { return {text.get(), numHeld}; }
 
     // Why the file could not be read, as in errno; 0: it could.
     int Error() const { return error; }
@@ -36,6 +41,7 @@ class BlockReader {
     void Reserve(size_t numBytes);
 
     int descriptor = -1;
+    size_t beginOfBlock = 0;
     size_t endOfBlock = 0;  // where lines begin that belong to the next block
     size_t offset = 0;      // of the first byte of `text` in the file
     size_t position = 0;    // of the next line in `text`

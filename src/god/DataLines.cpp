@@ -12,31 +12,32 @@
 #include "../god.h"
 #include "NumberParsing.h"
 #include "Report.h"
+#include "ShortPair.h"
 
 namespace {
 
 using sylvora::Fail;
 using sylvora::IsDigit;
+using sylvora::IsSpace;
+using sylvora::kMissing;
 using sylvora::LineHead;
 using sylvora::ParseNumber;
 
-constexpr double kMissing = -2147483648.0;
 constexpr size_t kShortestToken = 3;  // anything shorter ends the line
 constexpr long kMostDigits = 9;       // of an id that cannot leave the range
 
-bool IsSpace(char c) {
-    return c == ' ' || (c >= '\t' && c <= '\r');
-}
-
 class Tokens {
   public:
-    explicit Tokens(std::string_view text) : at(text.data()), end(at + text.size()) {}
+    // `text` holds the line and may be read anywhere.
+    Tokens(std::string_view line, std::string_view text)
+        : at(line.data()), end(at + line.size()), endOfShort(EndOfShort(line, text)) {}
+    explicit Tokens(std::string_view line) : Tokens(line, line) {}
 
     // The next token, empty at the end of the line.
     std::string_view Next() {
         SkipSpaces();
-        const char* begin = at;
-        while (at != end && !IsSpace(*at)) ++at;
+        const char* const begin = at;
+        SkipToken();
         return {begin, static_cast<size_t>(at - begin)};
     }
 
@@ -44,9 +45,17 @@ class Tokens {
     // that the conversion reads without doubts about its syntax. False leaves the token to Next.
     template <typename Value>
     bool TakePlainPair(int& id, Value& value) {
+        SkipSpaces();
+        double number = 0.0;
+        if (at < endOfShort) {
+            if (const char* const behind = sylvora::ConvertShortPair(at, id, number)) {
+                value = static_cast<Value>(number);
+                at = behind;
+                return true;
+            }
+        }
         const char* const colon = PlainId(id);
         if (colon == nullptr) return false;
-        double number = 0.0;
         const char* const behind = sylvora::ConvertPlainReal(colon + 1, end, number);
         if (behind == nullptr || (behind != end && !IsSpace(*behind))) return false;
         value = static_cast<Value>(number);
@@ -56,21 +65,36 @@ class Tokens {
 
     // The same for the id alone; what is behind the colon may be anything but nothing at all.
     bool TakePlainId(int& id) {
+        SkipSpaces();
         const char* const colon = PlainId(id);
         if (colon == nullptr || colon + 1 == end || IsSpace(colon[1])) return false;
         at = colon + 1;
-        while (at != end && !IsSpace(*at)) ++at;
+        SkipToken();
         return true;
     }
 
+    // What is left of the line.
+    std::string_view Rest() const { return {at, static_cast<size_t>(end - at)}; }
+
   private:
+    // Pairs that begin before this can be taken as short ones.
+    static const char* EndOfShort(std::string_view line, std::string_view text) {
+        const char* const last = text.data() + text.size();
+        const bool fRoom = line.data() - text.data() >= sylvora::kBeforePair &&
+                           last - line.data() >= sylvora::kPairWindow;
+        return fRoom ? last - sylvora::kPairWindow + 1 : line.data();
+    }
+
     void SkipSpaces() {
         while (at != end && IsSpace(*at)) ++at;
     }
 
+    void SkipToken() {
+        while (at != end && !IsSpace(*at)) ++at;
+    }
+
     // The colon behind an id of digits alone that cannot leave the range; null without one.
     const char* PlainId(int& id) {
-        SkipSpaces();
         const char* const last = at + std::min<long>(end - at, kMostDigits);
         const char* p = at;
         int number = 0;
@@ -82,6 +106,7 @@ class Tokens {
 
     const char* at;
     const char* end;
+    const char* endOfShort;
 };
 
 // Complains on standard error, or not at all.
@@ -122,12 +147,13 @@ int ReadToken(std::string_view token, LineHead& head, int& id, Value& value, Com
     return 1;
 }
 
-// Reads label, query id and at most `dim` pairs; store(id, count, value) places a pair and returns
-// a status.
+// Reads label, query id and at most `dim` pairs of a line in a text; store(id, count, value) places
+// a pair and returns a status.
 template <typename Value, typename Complain, typename Store>
-int ReadPairs(std::string_view line, int dim, LineHead& head, Complain complain, Store store) {
-    Tokens tokens(line);
-    head = {tokens.Next(), {}, 0};
+int ReadPairs(std::string_view line, std::string_view text, int dim, LineHead& head,
+              Complain complain, Store store) {
+    Tokens tokens(line, text);
+    head = {tokens.Next(), {}, {}, 0, 0};
     for (;;) {
         int id = 0;
         Value value{};
@@ -139,24 +165,32 @@ int ReadPairs(std::string_view line, int dim, LineHead& head, Complain complain,
             if (read == 0) continue;
         }
         if (store(id, head.numPairs, value) != 0) return -1;
-        if (++head.numPairs == dim) return 0;
+        if (++head.numPairs == dim) {
+            head.rest = tokens.Rest();
+            return 0;
+        }
     }
 }
 
 // Reads a line into a row by ids; without fStore, its pairs are only checked and counted.
 template <typename Complain>
-int ReadSparse(std::string_view line, int dim, double* row, bool fStore, LineHead& head) {
+int ReadSparse(std::string_view line, std::string_view text, int dim, double* row, bool fStore,
+               LineHead& head) {
     std::fill(row, row + std::max(dim, 0), kMissing);
-    const auto byId = [row, dim, fStore](int id, int, double value) {
+    int largestId = 0;
+    const auto byId = [row, dim, fStore, &largestId](int id, int, double value) {
         if (!fStore) return 0;
-        if (id < 1 || id > dim) {
+        if (static_cast<unsigned>(id) - 1 >= static_cast<unsigned>(dim)) {
             return Complain()("ERROR: Illegal feature id: \"", id,
                               "\", which is supposed to be in [1, ", dim, "]\n");
         }
         row[id - 1] = value;
+        largestId = std::max(largestId, id);
         return 0;
     };
-    return ReadPairs<double>(line, dim, head, Complain(), byId);
+    const int status = ReadPairs<double>(line, text, dim, head, Complain(), byId);
+    head.largestId = largestId;
+    return status;
 }
 
 template <typename Value>
@@ -166,7 +200,7 @@ int ReadDense(std::string_view line, int dim, Value* row, std::string& label, st
         return 0;
     };
     LineHead head;
-    const int status = ReadPairs<Value>(line, dim, head, Loud(), byPosition);
+    const int status = ReadPairs<Value>(line, line, dim, head, Loud(), byPosition);
     label = head.label;
     qid = head.queryId;
     if (status != 0) return -1;
@@ -191,8 +225,18 @@ bool MayBeLarger(std::string_view before, int largest) {
 
 }  // namespace
 
-int sylvora::ParseSparseLine(std::string_view line, int dim, double* row, LineHead& head) {
-    return ReadSparse<Silent>(line, dim, row, true, head);
+int sylvora::ParseSparseLine(std::string_view line, std::string_view text, int dim, double* row,
+                             LineHead& head) {
+    return ReadSparse<Silent>(line, text, dim, row, true, head);
+}
+
+bool sylvora::ParseNumberIn(std::string_view text, std::string_view token, double& result) {
+    const char* const last = token.data() + token.size();
+    if (last - text.data() < kRealWindow || token.empty()) return ParseNumber(token, result);
+    const size_t point = token.find('.');
+    return ConvertShortReal(token.data(), last,
+                            point < token.size() ? token.data() + point : nullptr, result) ||
+           ParseNumber(token, result);
 }
 
 // Nearly all lines are told by the digits before their colons.
@@ -235,7 +279,7 @@ int read_sparse_line(const std::string& lineinfo, int dim, double*& dline, int& 
                      std::string& labelstr, std::string& qidStr, bool fsparseData) {
     return sylvora::Guarded([&] {
         LineHead head;
-        const int status = ReadSparse<Loud>(lineinfo, dim, dline, fsparseData, head);
+        const int status = ReadSparse<Loud>(lineinfo, lineinfo, dim, dline, fsparseData, head);
         nCount = head.numPairs;
         labelstr = head.label;
         qidStr = head.queryId;

@@ -7,15 +7,26 @@
 
 namespace sylvora {
 
+// The value of an id that a line leaves out.
+constexpr double kMissing = -2147483648.0;
+
 // What a line says beside its values; the views point into the line.
 struct LineHead {
     std::string_view label;  // unchecked
     std::string_view queryId;
+    std::string_view rest;  // what is behind as many pairs as were wanted, unread
     int numPairs = 0;
+    int largestId = 0;  // of the pairs; 0: there are none
 };
 
 // As read_sparse_line that stores its pairs, but silent: -1 says that it would have complained.
-[[nodiscard]] int ParseSparseLine(std::string_view line, int dim, double* row, LineHead& head);
+// `text` holds the line, which a line feed or the end of the text ends; it may be read anywhere,
+// which is faster than to look for the end of the line all the time.
+[[nodiscard]] int ParseSparseLine(std::string_view line, std::string_view text, int dim,
+                                  double* row, LineHead& head);
+
+// As ParseNumber on a token of a text.
+[[nodiscard]] bool ParseNumberIn(std::string_view text, std::string_view token, double& result);
 
 // False where a line surely has no feature id above `largest`: a quick look.
 [[nodiscard]] bool MayHaveLargerId(std::string_view line, int largest);

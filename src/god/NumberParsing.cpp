@@ -12,51 +12,25 @@
 #include <string>
 
 #include "../god.h"
+#include "DigitWord.h"
 
 namespace sylvora {
 namespace {
 
-constexpr std::uint64_t kEachByte = 0x0101010101010101;
-constexpr int kWord = 8;  // bytes
-
-// The next eight characters less '0' each, the first in the lowest byte; after the end, zero bytes.
+// As LoadDigits; after the end, zero bytes.
 std::uint64_t LoadCharacters(const char* p, const char* last) {
-    std::uint64_t word = 0;
-    if (last - p >= kWord) {
-        std::memcpy(&word, p, kWord);
-    } else {
-        std::memcpy(&word, p, static_cast<size_t>(last - p));
-    }
-    return word ^ ('0' * kEachByte);
-}
-
-// How many of them are digits before the first that is none. Adding 0x76 sets the highest bit of
-// what is above 9; what it carries into later bytes does not matter.
-int LeadingDigits(std::uint64_t word) {
-    const std::uint64_t others = (word | (word + 0x76 * kEachByte)) & (0x80 * kEachByte);
-    return others == 0 ? kWord : __builtin_ctzll(others) / 8;
-}
-
-// The number that the first `count` of them are, 0 for none: neighbours are joined three times.
-std::uint64_t Join(std::uint64_t word, int count) {
-    const int half = 4 * (kWord - count);  // a shift by 64 bits is not defined
-    word = word << half << half;
-    word = (word * 10 + (word >> 8)) & 0x00FF00FF00FF00FF;
-    word = (word * 100 + (word >> 16)) & 0x0000FFFF0000FFFF;
-    return (word * 10000 + (word >> 32)) & 0xFFFFFFFF;
+    if (last - p >= kWord) return LoadDigits(p);
+    char characters[kWord] = {};
+    std::memcpy(characters, p, static_cast<size_t>(last - p));
+    return LoadDigits(characters);
 }
 
 constexpr std::uint64_t kPowers[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000};
-constexpr double kScales[] = {1e0, 1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7, 1e8,
-                              1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15, 1e16};
-constexpr double kSigns[] = {1.0, -1.0};  // signs are as good as random: no branch
-constexpr long kMostDigits = 19;          // no 64 bits are too few for them
-constexpr std::uint64_t kExact = std::uint64_t{1} << 53;
+constexpr long kMostDigits = 19;  // no 64 bits are too few for them
 
 // Converts a number without an exponent whose digits are few enough for a double to hold them as
-// an integer: its quotient by a power of ten that is exact too is then the nearest double (Clinger,
-// "How to read floating point numbers accurately", 1990). Returns its end; null for other numbers.
-// The text begins with a digit, or with a minus and a digit.
+// an integer. Returns its end; null for other numbers. The text begins with a digit, or with a
+// minus and a digit.
 const char* ConvertFewDigits(const char* first, const char* last, double& result) {
     const int fMinus = *first == '-' ? 1 : 0;
     const char* p = first + fMinus;
@@ -84,8 +58,7 @@ const char* ConvertFewDigits(const char* first, const char* last, double& result
     }
     const bool fMore = p != last && (IsDigit(*p) || *p == '.' || *p == 'e' || *p == 'E');
     if (fMore || numWhole + numFraction > kMostDigits || digits > kExact) return nullptr;
-    result = static_cast<double>(static_cast<std::int64_t>(digits)) / kScales[numFraction] *
-             kSigns[fMinus];
+    result = Scaled(digits, numFraction, fMinus);
     return p;
 }
 

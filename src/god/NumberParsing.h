@@ -9,6 +9,9 @@ namespace sylvora {
 inline bool IsDigit(char c) {
     return c >= '0' && c <= '9';
 }
+inline bool IsSpace(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
 
 // As TryStrToDouble, TryStrToFloat and TryStrToInt, on the whole of `text`; an embedded zero byte
 // is no digit and rejects it.

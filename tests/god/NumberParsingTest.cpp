@@ -14,6 +14,7 @@
 
 #include "god.h"
 #include "god/NumberParsing.h"
+#include "god/ShortPair.h"
 
 namespace {
 
@@ -173,6 +174,61 @@ TEST(NumberParsing, ConvertsTheNumberInFront) {
         ASSERT_EQ(end - text.data(), static_cast<long>(number.size())) << text;
         ASSERT_EQ(std::memcmp(&value, &expected, sizeof value), 0) << text << ": " << value;
     }
+}
+
+// Takes the pair at the start of the text as one within a longer line; its length, or 0.
+size_t TakePair(const std::string& text, int& id, double& value) {
+    const std::string line = "1.25 123:4567.89 " + text + "\n-8:9 .12345678:90123456789.0123456789";
+    const char* const first = line.data() + line.find(text + "\n");
+    const char* const last = sylvora::ConvertShortPair(first, id, value);
+    return last == nullptr ? 0 : static_cast<size_t>(last - first);
+}
+
+TEST(ShortPair, AgreesWithAGrammarOnAllShortTexts) {
+    const std::regex pair("([0-9]+):(-?[0-9]+([.][0-9]*)?)");
+    const std::string alphabet = "09-.:eE \t\x01\x7f\x80";
+    size_t numTexts = 1;
+    for (size_t length = 0; length <= 5; ++length, numTexts *= alphabet.size()) {
+        for (size_t number = 0; number < numTexts; ++number) {
+            std::string text;
+            for (size_t rest = number; text.size() < length; rest /= alphabet.size()) {
+                text += alphabet[rest % alphabet.size()];
+            }
+            const std::string token = text.substr(0, text.find_first_of(" \t"));
+            std::smatch match;
+            const bool fPair = std::regex_match(token, match, pair);
+            int id = -1;
+            double value = 0.0;
+            ASSERT_EQ(TakePair(text, id, value), fPair ? token.size() : 0) << text;
+            if (!fPair) continue;
+            const double expected = std::strtod(match[2].str().c_str(), nullptr);
+            ASSERT_EQ(id, std::stoi(match[1])) << text;
+            ASSERT_EQ(std::memcmp(&value, &expected, sizeof value), 0) << text << ": " << value;
+        }
+    }
+}
+
+TEST(ShortPair, RoundsAsStrtodDoes) {
+    RandomNumbers numbers;
+    int numTaken = 0;
+    constexpr int kNumbers = 200000;
+    for (int i = 0; i < kNumbers; ++i) {
+        const std::string number = numbers.Below(8) == 0   ? numbers.Large()
+                                   : numbers.Below(2) == 0 ? numbers.Digits()
+                                                           : numbers.Written();
+        const int idExpected = static_cast<int>(numbers.Below(1u << numbers.Below(27)));
+        const std::string text = std::to_string(idExpected) + ":" + number;
+        int id = -1;
+        double value = 0.0;
+        const size_t length = TakePair(text, id, value);
+        if (length == 0) continue;
+        ++numTaken;
+        const double expected = std::strtod(number.c_str(), nullptr);
+        ASSERT_EQ(length, text.size()) << text;
+        ASSERT_EQ(id, idExpected) << text;
+        ASSERT_EQ(std::memcmp(&value, &expected, sizeof value), 0) << text << ": " << value;
+    }
+    EXPECT_GT(numTaken, kNumbers / 4);
 }
 
 }  // namespace
