@@ -19,7 +19,7 @@ inline int AskedThreads(const CheckCfgCLS& cfg) {
 // the size of the blocks that they take from a file.
 class ReadingThreads {
   public:
-    static constexpr size_t kBlockBytes = size_t{1} << 18;
+    static constexpr size_t kBlockBytes = size_t{1} << 16;
 
     // At most `mostThreads`, the caller's included; 0 or less: one per usable processor.
     explicit ReadingThreads(int mostThreads, size_t bytesOfBlock = kBlockBytes)
