@@ -3,6 +3,7 @@
 
 #include "DataFile.h"
 #include "DataSet.h"
+#include "EarlyRows.h"
 #include "Modes.h"
 #include "Paths.h"
 #include "Scoring.h"
@@ -25,11 +26,13 @@ int LoadTest(const CheckCfgCLS& cfg, TreeLearner& model) {
     DataFile file("fileTest", cfg.fileTest);
     DataSet set;
     ReadingThreads threads(AskedThreads(cfg));
-    if (file.Scan(threads) != 0) return -1;
+    constexpr bool kFinite = false;
+    EarlyRows early(model.getFeatureDim(), kFinite);
+    if (file.Scan(threads, early) != 0) return -1;
     const int dim = WidestRow({&file}, model.getFeatureDim());
     if (CheckMemory({&file}, file.NumRows(), dim) != 0) return -1;
-    const SetRules rules = {{dim, false}, model.CfgInfo.modelType == "GBRank"};
-    if (ReadSet(file, rules, threads, set) != 0) return -1;
+    const SetRules rules = {{dim, kFinite}, model.CfgInfo.modelType == "GBRank"};
+    if (ReadSet(file, rules, early, threads, set) != 0) return -1;
     constexpr int kTest = 1;
     return HandOver(set, file, kTest, model);
 }

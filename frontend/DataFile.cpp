@@ -14,24 +14,11 @@
 namespace sylvora::frontend {
 namespace {
 
-// Counts what is in the block that the reader stands at.
-DataFile::Tally Count(BlockReader& reader) {
-    DataFile::Tally tally;
-    std::string_view line;
-    while (reader.Next(line)) {
-        ++tally.numLines;
-        if (IsBlank(line)) continue;
-        ++tally.numRows;
-        if (!MayHaveLargerId(line, tally.largestId)) continue;
-        const int id = LargestFeatureId(line);
-        if (id <= tally.largestId) continue;
-        tally.largestId = id;
-        tally.lineOfLargestId = tally.numLines;
-    }
-    tally.error = reader.Error();
-    if (tally.error != 0) ++tally.numLines;
-    return tally;
-}
+class Counting : public BlockLook {
+  public:
+    void Begin(size_t) override {}
+    DataFile::Tally Look(BlockReader& reader, size_t) override { return CountLines(reader); }
+};
 
 // `next` behind all that `before` has.
 DataFile::Tally Sum(const DataFile::Tally& before, const DataFile::Tally& next) {
@@ -50,6 +37,30 @@ DataFile::Tally Sum(const DataFile::Tally& before, const DataFile::Tally& next) 
 
 bool IsBlank(std::string_view line) {
     return line.find_first_not_of(" \t\n\v\f\r") == std::string_view::npos;
+}
+
+DataFile::Tally CountLines(BlockReader& reader) {
+    DataFile::Tally tally;
+    std::string_view line;
+    while (reader.Next(line)) {
+        ++tally.numLines;
+        if (IsBlank(line)) continue;
+        ++tally.numRows;
+        if (MayHaveLargerId(line, tally.largestId)) tally.TakeId(LargestFeatureId(line));
+    }
+    tally.TakeError(reader.Error());
+    return tally;
+}
+
+void DataFile::Tally::TakeId(int id) {
+    if (id <= largestId) return;
+    largestId = id;
+    lineOfLargestId = numLines;
+}
+
+void DataFile::Tally::TakeError(int readingError) {
+    error = readingError;
+    if (error != 0) ++numLines;
 }
 
 DataFile::DataFile(std::string parameterName, std::string filePath)
@@ -98,16 +109,22 @@ int DataFile::Spool() {
 }
 
 int DataFile::Scan(ReadingThreads& threads) {
+    Counting counting;
+    return Scan(threads, counting);
+}
+
+int DataFile::Scan(ReadingThreads& threads, BlockLook& look) {
     if (OpenText() != 0) return -1;
     blockBytes = threads.BlockBytes();
     const size_t numBlocks = (numBytes + blockBytes - 1) / blockBytes;
     engine::WorkerPool& pool = threads.For(numBlocks);
     std::vector<BlockReader> readerV(static_cast<size_t>(pool.NumWorkers()));
     std::vector<Tally> tallyV(numBlocks);
+    look.Begin(numBlocks);
     pool.For(static_cast<int>(numBlocks), [&](int block, int worker) {
         BlockReader& reader = readerV[static_cast<size_t>(worker)];
         reader.Begin(Descriptor(), blockBytes, static_cast<size_t>(block));
-        tallyV[static_cast<size_t>(block)] = Count(reader);
+        tallyV[static_cast<size_t>(block)] = look.Look(reader, static_cast<size_t>(block));
     });
     beforeV.assign(1, {});
     for (const Tally& tally : tallyV) {

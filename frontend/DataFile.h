@@ -1,7 +1,7 @@
-// A data file: lines of labelled rows (see god.h for the grammar of a line), read twice. The first
-// pass finds out how wide the rows are and where in the file they stand; the second, in
-// RowReading.h, parses them straight into their places, so that the text is never in memory beside
-// the rows.
+// A data file: lines of labelled rows (see god.h for the grammar of a line). It is read once or
+// twice. The first pass finds out how wide the rows are and where in the file they stand; whoever
+// wants all of them has them parsed on the way (EarlyRows.h). The second, in RowReading.h, parses
+// rows straight into their places. The text is never in memory beside the rows.
 #ifndef SYLVORA_FRONTEND_DATAFILE_H
 #define SYLVORA_FRONTEND_DATAFILE_H
 
@@ -16,6 +16,9 @@
 
 namespace sylvora::frontend {
 
+class BlockReader;
+class BlockLook;
+
 // Whether a line is no row.
 bool IsBlank(std::string_view line);
 
@@ -29,6 +32,10 @@ class DataFile {
         int largestId = 0;         // 0: no row has a feature
         long lineOfLargestId = 0;  // the first of them, from 1
         int error = 0;             // as in errno: why the last line of these could not be read
+
+        // The largest id of the latest line, and why there is no further one; 0: it is the last.
+        void TakeId(int id);
+        void TakeError(int readingError);
     };
 
     // `parameterName` is the parameter that names the file, for messages.
@@ -37,6 +44,8 @@ class DataFile {
     // The first pass. What is no regular file (a pipe) is copied to a temporary one, since it can
     // be read only once. Wrong lines are left to the second pass. Returns 0, or -1 after a message.
     [[nodiscard]] int Scan(ReadingThreads& threads);
+    // The same with more than a count of what is in the blocks.
+    [[nodiscard]] int Scan(ReadingThreads& threads, BlockLook& look);
 
     // Writes "ERROR: ", the place and the complaint, and returns -1; line 0 stands for the file.
     int Refuse(long atLine, const std::string& complaint) const;
@@ -70,6 +79,19 @@ class DataFile {
     size_t blockBytes = 0;
     std::vector<Tally> beforeV = {{}};
 };
+
+// What the first pass does with the blocks of a file.
+class BlockLook {
+  public:
+    virtual ~BlockLook() = default;
+    virtual void Begin(size_t numBlocks) = 0;
+    // Tells what is in block number `block`, at which the reader stands. Each is asked for once, by
+    // any thread; those before it were asked for earlier.
+    virtual DataFile::Tally Look(BlockReader& reader, size_t block) = 0;
+};
+
+// Counts what is in the block that the reader stands at.
+DataFile::Tally CountLines(BlockReader& reader);
 
 }  // namespace sylvora::frontend
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "EarlyRows.h"
 #include "UsableMemory.h"
 #include "god/Report.h"
 
@@ -42,6 +43,16 @@ class SetPlaces : public RowPlaces {
   private:
     DataSet& set;
 };
+
+int NumberQueries(const DataFile& file, const SetRules& rules, const std::vector<QueryRun>& runV,
+                  DataSet& set) {
+    QueryNumbers numbers(file, rules.fTogether);
+    for (const QueryRun& run : runV) {
+        if (numbers.Append(run, set.queryIdV) != 0) return -1;
+        if (run.queryId.empty() && set.lineWithoutQuery == 0) set.lineWithoutQuery = run.firstLine;
+    }
+    return 0;
+}
 
 }  // namespace
 
@@ -92,12 +103,18 @@ int ReadSet(const DataFile& file, const SetRules& rules, ReadingThreads& threads
     set = DataSet(static_cast<size_t>(file.NumRows()), rules.row.dim);
     SetPlaces places(set);
     const RowReport report = ReadRows(file, rules.row, places, threads);
-    QueryNumbers numbers(file, rules.fTogether);
-    for (const QueryRun& run : report.runV) {
-        if (numbers.Append(run, set.queryIdV) != 0) return -1;
-        if (run.queryId.empty() && set.lineWithoutQuery == 0) set.lineWithoutQuery = run.firstLine;
-    }
+    if (NumberQueries(file, rules, report.runV, set) != 0) return -1;
     return report.fault.row < 0 ? 0 : Complain(file, rules.row, report.fault);
+}
+
+int ReadSet(const DataFile& file, const SetRules& rules, EarlyRows& early, ReadingThreads& threads,
+            DataSet& set) {
+    if (!early.CanBe(rules.row.dim)) {
+        early.Drop();
+        return ReadSet(file, rules, threads, set);
+    }
+    const std::vector<QueryRun> runV = early.MoveTo(set, rules.row.dim, threads);
+    return NumberQueries(file, rules, runV, set);
 }
 
 int HandOver(DataSet& set, const DataFile& file, int type, TreeLearner& learner) {

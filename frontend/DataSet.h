@@ -15,6 +15,8 @@
 
 namespace sylvora::frontend {
 
+class EarlyRows;
+
 struct Releaser {
     void operator()(void* allocated) const { std::free(allocated); }
 };
@@ -83,6 +85,11 @@ struct SetRules {
 // Reads all rows of a scanned file. Returns 0, or -1 after a message.
 [[nodiscard]] int ReadSet(const DataFile& file, const SetRules& rules, ReadingThreads& threads,
                           DataSet& set);
+
+// The same for a file whose rows were read while it was scanned; if they cannot be used, it is read
+// once more.
+[[nodiscard]] int ReadSet(const DataFile& file, const SetRules& rules, EarlyRows& early,
+                          ReadingThreads& threads, DataSet& set);
 
 // Moves the set into the learner, as training (0), test (1) or development data (2). Returns 0, or
 // -1 after the learner's message and one that names the file.

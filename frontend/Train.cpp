@@ -1,12 +1,14 @@
 // Mode train: from data files to a model file, and to the model's test metrics.
 #include <algorithm>
 #include <cmath>
+#include <deque>
 #include <limits>
 #include <utility>
 #include <vector>
 
 #include "DataFile.h"
 #include "DataSet.h"
+#include "EarlyRows.h"
 #include "Metrics.h"
 #include "Modes.h"
 #include "Paths.h"
@@ -107,19 +109,22 @@ std::vector<RunSet> NameSets(const CheckCfgCLS& cfg) {
 int ReadSets(std::vector<RunSet>& setV, const CheckCfgCLS& cfg) {
     ReadingThreads threads(AskedThreads(cfg));
     std::vector<DataFile*> fileV;
+    std::deque<EarlyRows> earlyV;
     long numRows = 0;
+    int dim = 0;
     for (RunSet& set : setV) {
-        if (set.file.Scan(threads) != 0) return -1;
+        if (set.file.Scan(threads, earlyV.emplace_back(dim, true)) != 0) return -1;
         numRows += set.file.NumRows();
         fileV.push_back(&set.file);
+        dim = WidestRow(fileV, 0);
     }
-    const int dim = WidestRow(fileV, 0);
     // The means of the columns, and what the growth keeps beside each value of the training rows.
     const long numExtra = 1 + setV.front().file.NumRows();
     if (CheckMemory(fileV, numRows, dim, numExtra) != 0) return -1;
     const SetRules rules = {{dim, true}, cfg.modelType == "GBRank"};
     for (RunSet& set : setV) {
-        if (ReadSet(set.file, rules, threads, set.data) != 0) return -1;
+        if (ReadSet(set.file, rules, earlyV.front(), threads, set.data) != 0) return -1;
+        earlyV.pop_front();
     }
     return 0;
 }

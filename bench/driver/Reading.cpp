@@ -4,6 +4,7 @@
 #include "Jobs.h"
 #include "frontend/DataFile.h"
 #include "frontend/DataSet.h"
+#include "frontend/EarlyRows.h"
 
 namespace sylvora::bench {
 
@@ -12,10 +13,11 @@ void ReadLines(const Job& job) {
     const StopWatch watch;
     frontend::ReadingThreads threads(job.Number("threads"));
     frontend::DataFile file("text", path);
-    Require(file.Scan(threads), "Scan");
+    frontend::EarlyRows early(0, true);
+    Require(file.Scan(threads, early), "Scan");
     const frontend::SetRules rules = {{frontend::WidestRow({&file}, 0), true}, false};
     frontend::DataSet set;
-    Require(frontend::ReadSet(file, rules, threads, set), "ReadSet");
+    Require(frontend::ReadSet(file, rules, early, threads, set), "ReadSet");
     Say("read", watch.Read());
     struct stat status = {};
     Require(::stat(path.c_str(), &status), "stat");

@@ -1,5 +1,5 @@
-// Data files read in blocks by several threads against a plain reader: one line after the other,
-// token by token. Rows, queries, statuses and messages must be the same.
+// Data files read in blocks by several threads, once or twice, against a plain reader: one line
+// after the other, token by token. Rows, queries, statuses and messages must be the same.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -11,6 +11,7 @@
 
 #include "../Support.h"
 #include "frontend/DataSet.h"
+#include "frontend/EarlyRows.h"
 #include "god.h"
 #include "god/Report.h"
 
@@ -26,6 +27,7 @@ struct Rows {
     VecVecDle rowVV;
     VecInt queryIdV;
     long lineWithoutQuery = 0;
+    bool fOnce = false;  // none of them was parsed twice
 };
 
 class PlainReader {
@@ -36,12 +38,13 @@ class PlainReader {
     }
 
     int Read(bool fTogether, Rows& rows) {
-        rows.dim = 0;
+        int widest = 0;
         for (size_t i = 0; i < lineV.size(); ++i) {
             const int id = LargestId(lineV[i]);
-            if (id > rows.dim) rows.lineOfWidest = static_cast<long>(i) + 1;
-            rows.dim = std::max(rows.dim, id);
+            if (id > widest) rows.lineOfWidest = static_cast<long>(i) + 1;
+            widest = std::max(widest, id);
         }
+        rows.dim = std::max(rows.dim, widest);
         for (numLine = 1; numLine <= static_cast<long>(lineV.size()); ++numLine) {
             const std::string& line = lineV[static_cast<size_t>(numLine) - 1];
             if (line.find_first_not_of(" \t\n\v\f\r") == std::string::npos) continue;
@@ -131,14 +134,26 @@ class PlainReader {
     std::vector<std::pair<std::string, long>> queryV;  // with the latest line of each
 };
 
-int ReadBlocks(const std::string& path, bool fTogether, ReadingThreads& threads, Rows& rows) {
+struct Way {
+    int numThread;
+    size_t blockBytes;
+    double memory = 0.0;  // for rows that are read at first sight; 0: none are
+};
+
+// `rows.dim` columns at least.
+int ReadBlocks(const std::string& path, bool fTogether, const Way& way, Rows& rows) {
+    ReadingThreads threads(way.numThread, way.blockBytes);
     DataFile file("data", path);
-    if (file.Scan(threads) != 0) return -1;
-    rows.dim = WidestRow({&file}, 0);
+    EarlyRows early(rows.dim, true, way.memory);
+    const bool fOnce = way.memory > 0.0;
+    if ((fOnce ? file.Scan(threads, early) : file.Scan(threads)) != 0) return -1;
+    rows.dim = WidestRow({&file}, rows.dim);
     rows.lineOfWidest = file.LineOfLargestId();
+    rows.fOnce = fOnce && early.CanBe(rows.dim);
     DataSet set;
     const SetRules rules = {{rows.dim, true}, fTogether};
-    const int status = ReadSet(file, rules, threads, set);
+    const int status =
+        fOnce ? ReadSet(file, rules, early, threads, set) : ReadSet(file, rules, threads, set);
     rows.queryIdV = set.queryIdV;
     rows.lineWithoutQuery = set.lineWithoutQuery;
     for (size_t i = 0; status == 0 && i < set.NumRows(); ++i) {
@@ -206,15 +221,32 @@ bool SameBits(const VecDle& a, const VecDle& b) {
            (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0);
 }
 
-// Whether the file is one that can be read.
-bool Compare(const std::string& path, bool fTogether) {
+struct Compared {
+    bool fRead = false;  // the file is one that can be read
+    int numOnce = 0;     // of four ways with more memory than is needed
+};
+
+// Rows of `dim` columns at least.
+Compared Compare(const std::string& path, bool fTogether, int dim = 0) {
+    constexpr double kEnough = 1e12;
+    Compared compared;
     Rows expected;
+    expected.dim = dim;
     const Outcome plain = Observe([&] { return PlainReader(path).Read(fTogether, expected); });
-    for (const auto& [numThread, blockBytes] :
-         {std::pair(1, 1 << 18), {1, 64}, {3, 17}, {8, 100}}) {
+    for (const Way& way : {Way{1, 1 << 18},
+                           {1, 64},
+                           {3, 17},
+                           {8, 100},
+                           {1, 1 << 18, kEnough},
+                           {1, 12, kEnough},
+                           {3, 17, kEnough},
+                           {8, 100, kEnough},
+                           {1, 1 << 18, 3e3},
+                           {3, 100, 2e4}}) {
         Rows rows;
-        ReadingThreads threads(numThread, static_cast<size_t>(blockBytes));
-        const Outcome blocks = Observe([&] { return ReadBlocks(path, fTogether, threads, rows); });
+        rows.dim = dim;
+        const Outcome blocks = Observe([&] { return ReadBlocks(path, fTogether, way, rows); });
+        compared.numOnce += rows.fOnce && way.memory == kEnough ? 1 : 0;
         EXPECT_EQ(blocks.status, plain.status) << blocks.err;
         EXPECT_EQ(blocks.err, plain.err);
         EXPECT_EQ(rows.dim, expected.dim);
@@ -228,19 +260,25 @@ bool Compare(const std::string& path, bool fTogether) {
             EXPECT_TRUE(SameBits(rows.rowVV[i], expected.rowVV[i])) << "row " << i;
         }
     }
-    return plain.status == 0;
+    compared.fRead = plain.status == 0;
+    return compared;
 }
 
 TEST(Reading, BlocksAndThreadsDoNotShow) {
     const TempFolder folder;
     int numRead = 0;
+    int numOnce = 0;
     constexpr int kFiles = 200;
     for (unsigned seed = 0; seed < kFiles; ++seed) {
         const std::string text = RandomFile(seed, seed % 2 == 0 ? 0 : 30).Text();
         SCOPED_TRACE(text);
-        numRead += Compare(folder.Write("data", text), seed % 3 == 0) ? 1 : 0;
+        const Compared compared = Compare(folder.Write("data", text), seed % 3 == 0,
+                                          seed % 5 == 0 ? static_cast<int>(seed % 15) : 0);
+        numRead += compared.fRead ? 1 : 0;
+        numOnce += compared.numOnce == 4 ? 1 : 0;
         if (HasFailure()) return;
     }
+    EXPECT_GT(numOnce, kFiles / 8);
     EXPECT_GT(numRead, kFiles / 4);
     EXPECT_LT(numRead, kFiles * 3 / 4);
 }
@@ -250,8 +288,44 @@ TEST(Reading, LongLines) {
     const TempFolder folder;
     std::string line = "1";
     for (int id = 1; id <= 20000; ++id) line += " " + std::to_string(id) + ":0.5";
-    EXPECT_TRUE(Compare(folder.Write("data", line + "\n2 1:1\n" + line + "\n\n" + line), false));
-    EXPECT_FALSE(Compare(folder.Write("data", line + "\n2 1:1\n" + line + "x\nx"), false));
+    const std::string more = "\n2 1:1\n" + line;
+    EXPECT_TRUE(Compare(folder.Write("data", line + more + "\n\n" + line), false).fRead);
+    EXPECT_FALSE(Compare(folder.Write("data", line + more + "x\nx"), false).fRead);
+}
+
+// Rows that are read at first sight are as wide as they turn out to have to be, or read once more.
+TEST(Reading, WidthsThatAreFoundLate) {
+    struct Case {
+        const char* text;
+        int dimLeast;
+        bool fOnce;
+        bool fRead = true;
+    };
+    const Case cases[] = {
+        {"1 1:1\n2 2:2\n3 3:3\n4 4:4\n5 5:5\n6 6:6", 0, true},
+        {"1 1:1\r\n\r\n2\r\n \n3 9:3 1:1\r\n4 4:4\r\n5\r\n", 0, true},
+        {"1 9:9\n2 2:2 \n3 3:3", 0, true},
+        {"1\n2\n", 0, true},
+        {"1\n2\n", 3, true},
+        {"1 1:1\n2 3:3\n", 7, true},
+        {"\n\n", 3, true},
+        {"", 0, true},
+        // Behind as many pairs as a narrow row takes: more, a fault, a larger id, a short token.
+        {"1 1:1 1:2 1:3\n2 3:1\n", 0, false},
+        {"1 1:1 1:2 1:3\n2 2:1\n", 2, true},
+        {"1 1:1 1:2 1:3\n2 2:1\n", 3, true},
+        {"1 1:1 2:2 2:x\n2 2:1\n", 0, true},
+        {"1 1:1 2:2 2:x\n2 3:1\n", 0, false, false},
+        {"1 1:1 1:2 5:3\n2 2:1\n", 0, true},
+        {"1 1:1 2:2 5 7:1\n2 2:1\n3 3:1\n", 2, false},
+    };
+    const TempFolder folder;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.text);
+        const Compared compared = Compare(folder.Write("data", c.text), false, c.dimLeast);
+        EXPECT_EQ(compared.fRead, c.fRead);
+        EXPECT_EQ(compared.numOnce == 4, c.fOnce) << compared.numOnce;
+    }
 }
 
 // Rows that are no longer there are missed, not imagined.

@@ -1,0 +1,169 @@
+#include "EarlyRows.h"
+
+#include <iterator>
+#include <utility>
+
+#include "TextBlocks.h"
+#include "god/DataLines.h"
+
+namespace sylvora::frontend {
+namespace {
+
+double* Resize(double* row, int width) {
+    const size_t numBytes = std::max(static_cast<size_t>(width), size_t{1}) * sizeof(double);
+    void* const resized = std::realloc(row, numBytes);
+    if (resized == nullptr) throw std::bad_alloc();
+    return static_cast<double*>(resized);
+}
+
+}  // namespace
+
+EarlyRows::EarlyRows(int dimLeast, bool mustBeFinite, double memory)
+    : fFinite(mustBeFinite), mostMemory(memory), width(std::max(dimLeast, 0)) {}
+
+EarlyRows::~EarlyRows() {
+    Clear();
+}
+
+void EarlyRows::Begin(size_t numBlocks) {
+    mostOfBlock = mostMemory / static_cast<double>(std::max(numBlocks, size_t{1}));
+}
+
+// A block with a wider row than was known of is counted, so that it is begun anew only once.
+DataFile::Tally EarlyRows::Look(BlockReader& reader, size_t block) {
+    if (fDropped) return CountLines(reader);
+    BlockRows parsed;
+    const int known = width;
+    if (!Parse(reader, known, parsed)) {
+        parsed = {};
+        reader.Again();
+        const DataFile::Tally counted = CountLines(reader);
+        reader.Again();
+        if (counted.largestId <= known || !Widen(counted) ||
+            !Parse(reader, counted.largestId, parsed)) {
+            Drop();
+            return counted;
+        }
+    }
+    const DataFile::Tally tally = parsed.tally;
+    Take(block, std::move(parsed));
+    return tally;
+}
+
+bool EarlyRows::Parse(BlockReader& reader, int asWide, BlockRows& parsed) const {
+    parsed.width = asWide;
+    for (std::string_view line; reader.Next(line);) {
+        ++parsed.tally.numLines;
+        if (!IsBlank(line) && !ParseLine(line, reader.Text(), parsed)) return false;
+    }
+    parsed.tally.TakeError(reader.Error());
+    return true;
+}
+
+// Ids that are too large are a fault here, as all others are.
+bool EarlyRows::ParseLine(std::string_view line, std::string_view text, BlockRows& parsed) const {
+    DataFile::Tally& tally = parsed.tally;
+    if (!Fits(parsed.rowV.size() + 1, parsed.width)) return false;
+    Row row(Resize(nullptr, parsed.width));
+    double label = 0.0;
+    LineHead head;
+    if (!ParseRow(line, text, parsed.width, row.get(), label, head)) return false;
+    if (!IsFiniteAsWanted({parsed.width, fFinite}, label, row.get())) return false;
+    if (!IsBlank(head.rest)) {
+        parsed.fCut = true;
+        head.largestId = LargestFeatureId(line);
+        if (head.largestId > parsed.width) return false;
+    }
+    ++tally.numRows;
+    tally.TakeId(head.largestId);
+    AddToRuns(head.queryId, tally.numLines, parsed.runV);
+    parsed.labelV.push_back(label);
+    parsed.rowV.push_back(std::move(row));
+    return true;
+}
+
+bool EarlyRows::Fits(size_t numRows, int asWide) const {
+    return static_cast<double>(sizeof(double)) * static_cast<double>(numRows) * asWide <=
+           mostOfBlock;
+}
+
+// Lets later blocks know how wide that is which was counted. False where it does not fit.
+bool EarlyRows::Widen(const DataFile::Tally& counted) {
+    const int least = counted.largestId;
+    if (!Fits(static_cast<size_t>(counted.numRows), least)) return false;
+    for (int known = width; known < least && !width.compare_exchange_weak(known, least);) continue;
+    return true;
+}
+
+// Blocks are finished in any order; those before them are already being read.
+void EarlyRows::Take(size_t block, BlockRows&& parsed) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (fDropped) return;
+    waitingM.emplace(block, std::move(parsed));
+    while (!waitingM.empty() && waitingM.begin()->first == numTaken) {
+        Append(waitingM.begin()->second);
+        waitingM.erase(waitingM.begin());
+        ++numTaken;
+    }
+}
+
+void EarlyRows::Append(BlockRows& parsed) {
+    for (const double label : parsed.labelV) labels.Append(label);
+    for (Row& row : parsed.rowV) {
+        rows.Append(row.get());
+        static_cast<void>(row.release());
+    }
+    for (QueryRun& run : parsed.runV) {
+        run.firstLine += numLines;
+        run.lastLine += numLines;
+        runV.push_back(std::move(run));
+    }
+    numLines += parsed.tally.numLines;
+    if (!parsed.rowV.empty()) sectionV.push_back({rows.Size(), parsed.width});
+    if (parsed.fCut) cutWidth = std::min(cutWidth, parsed.width);
+}
+
+void EarlyRows::Drop() {
+    const std::lock_guard<std::mutex> lock(mutex);
+    fDropped = true;
+    Clear();
+}
+
+void EarlyRows::Clear() {
+    for (size_t i = 0; i < rows.Size(); ++i) std::free(rows.Get()[i]);
+    rows = {};
+    labels = {};
+    waitingM.clear();
+    runV = {};
+    sectionV = {};
+}
+
+// A wider row takes more pairs of a line.
+bool EarlyRows::CanBe(int dim) const {
+    return !fDropped && dim <= cutWidth;
+}
+
+std::vector<QueryRun> EarlyRows::MoveTo(DataSet& set, int dim, ReadingThreads& threads) {
+    const auto widen = [this, dim](int section, int) {
+        const size_t at = static_cast<size_t>(section);
+        const int narrow = sectionV[at].width;
+        if (narrow == dim) return;
+        for (size_t i = at > 0 ? sectionV[at - 1].end : 0; i < sectionV[at].end; ++i) {
+            double*& row = rows.Get()[i];
+            row = Resize(row, dim);
+            std::fill(row + narrow, row + dim, kMissing);
+        }
+    };
+    const auto isNarrow = [dim](const Section& section) { return section.width < dim; };
+    if (std::any_of(sectionV.begin(), sectionV.end(), isNarrow)) {
+        threads.For(sectionV.size()).For(static_cast<int>(sectionV.size()), widen);
+    }
+    const size_t numRows = rows.Size();
+    set = DataSet();
+    set.dimFea = dim;
+    set.labelV = labels.Release();
+    set.rowVV = {rows.Release().release(), {numRows}};
+    return std::move(runV);
+}
+
+}  // namespace sylvora::frontend

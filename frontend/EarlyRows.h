@@ -1,0 +1,123 @@
+// Rows that are parsed while their file is looked through for its width: as wide as the widest row
+// that was known of by then, and made wider at the end. A file with a wrong line, or with rows that
+// may be too much for the memory, is left to the second pass, which knows the width.
+#ifndef SYLVORA_FRONTEND_EARLYROWS_H
+#define SYLVORA_FRONTEND_EARLYROWS_H
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <limits>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <string_view>
+#include <vector>
+
+#include "DataFile.h"
+#include "DataSet.h"
+#include "ReadingThreads.h"
+#include "RowReading.h"
+#include "UsableMemory.h"
+
+namespace sylvora::frontend {
+
+// An array that grows. Large ones are moved by the kernel, page by page: never are there two.
+template <typename Element>
+class GrowingArray {
+  public:
+    size_t Size() const { return size; }
+    Element* Get() { return held.get(); }
+
+    void Append(Element element) {
+        if (size == capacity) Resize(std::max(2 * capacity, size_t{1024}));
+        held[size++] = element;
+    }
+
+    // Gives the array away, no larger than it must be.
+    std::unique_ptr<Element[], Releaser> Release() {
+        Resize(std::max(size, size_t{1}));
+        size = capacity = 0;
+        return std::move(held);
+    }
+
+  private:
+    void Resize(size_t count) {
+        void* const moved = std::realloc(held.get(), count * sizeof(Element));
+        if (moved == nullptr) throw std::bad_alloc();
+        static_cast<void>(held.release());
+        held.reset(static_cast<Element*>(moved));
+        capacity = count;
+    }
+
+    std::unique_ptr<Element[], Releaser> held;
+    size_t size = 0;
+    size_t capacity = 0;
+};
+
+// What DataFile::Scan has look at the blocks of one file.
+class EarlyRows : public BlockLook {
+  public:
+    // No row will have fewer than `dimLeast` values; `mustBeFinite` is RowRules::fFinite. Rows that
+    // would take more than `memory` bytes are given up, most of them before they take any.
+    EarlyRows(int dimLeast, bool mustBeFinite, double memory = UsableMemory() / 4);
+    ~EarlyRows() override;
+
+    void Begin(size_t numBlocks) override;
+    DataFile::Tally Look(BlockReader& reader, size_t block) override;
+
+    // Whether all rows of the scanned file are here and can be had with `dim` values.
+    bool CanBe(int dim) const;
+    // Forgets them.
+    void Drop();
+    // Moves them there, and their queries as ReadRows would report them.
+    std::vector<QueryRun> MoveTo(DataSet& set, int dim, ReadingThreads& threads);
+
+  private:
+    typedef std::unique_ptr<double[], Releaser> Row;
+
+    // The rows of a block. Lines of runs are counted from those of the block before its own.
+    struct BlockRows {
+        DataFile::Tally tally;
+        VecDle labelV;
+        std::vector<Row> rowV;
+        std::vector<QueryRun> runV;
+        bool fCut = false;  // a line goes on behind as many pairs as a row has values
+        int width = 0;
+    };
+
+    // Rows of one block after those of all before it.
+    struct Section {
+        size_t end;  // the row behind the last
+        int width;
+    };
+
+    bool Parse(BlockReader& reader, int width, BlockRows& rows) const;
+    bool ParseLine(std::string_view line, std::string_view text, BlockRows& rows) const;
+    bool Fits(size_t numRows, int width) const;
+    bool Widen(const DataFile::Tally& counted);
+    void Take(size_t block, BlockRows&& rows);
+    void Append(BlockRows& rows);
+    void Clear();
+
+    const bool fFinite;
+    const double mostMemory;
+    double mostOfBlock = 0.0;  // its share of the memory
+    std::atomic<int> width;    // of the widest row so far
+    std::atomic<bool> fDropped{false};
+
+    std::mutex mutex;  // of all that follows
+    std::map<size_t, BlockRows> waitingM;
+    size_t numTaken = 0;  // blocks, in order
+    long numLines = 0;    // of those
+    GrowingArray<double> labels;
+    GrowingArray<double*> rows;
+    std::vector<QueryRun> runV;
+    std::vector<Section> sectionV;
+    int cutWidth = std::numeric_limits<int>::max();  // no row may be wider
+};
+
+}  // namespace sylvora::frontend
+
+#endif  // SYLVORA_FRONTEND_EARLYROWS_H
