@@ -11,9 +11,6 @@ namespace sylvora {
 namespace engine {
 namespace {
 
-constexpr int kChunkRows = 8192;
-constexpr int kFewRows = 8192;  // are counted alone
-
 void AddCells(Cell* to, const Cell* from, size_t count) {
     for (size_t c = 0; c < count; ++c) to[c] += from[c];
 }
@@ -35,8 +32,8 @@ RowSet Stretch(const RowSet& rows, int begin, int end) {
 }  // namespace
 
 HistogramStore::HistogramStore(const Columns& columns, const FixedPoint& fixedPoint,
-                               WorkerPool& workers)
-    : data(columns), fixed(fixedPoint), pool(workers) {
+                               WorkerPool& workers, int rowsOfChunk)
+    : data(columns), fixed(fixedPoint), pool(workers), chunkRows(std::max(rowsOfChunk, 1)) {
     allColumnV.resize(static_cast<size_t>(data.NumColumns()));
     std::iota(allColumnV.begin(), allColumnV.end(), 0);
     for (int w = 0; w < pool.NumWorkers(); ++w) {
@@ -85,18 +82,20 @@ void HistogramStore::GiveBack(std::unique_ptr<Histogram> histogram) {
     freeV.push_back(std::move(histogram));
 }
 
-std::unique_ptr<Histogram> HistogramStore::CountAlone(const RowSet& rows, int shift, int worker) {
+std::unique_ptr<Histogram> HistogramStore::CountAlone(const RowSet& rows, int shift,
+                                                      HistogramFiller& filler) {
     std::unique_ptr<Histogram> histogram = Take(shift);
-    FillerOf(worker).Add(rows, fixed, allColumnV, *histogram);
+    filler.Add(rows, fixed, allColumnV, *histogram);
     return histogram;
 }
 
 // Each worker counts the stretches that it gets into a histogram of its own; the sums of all are
 // the same whoever counted what.
 std::unique_ptr<Histogram> HistogramStore::Count(const RowSet& rows, int shift) {
-    if (pool.NumWorkers() == 1 || rows.count < kFewRows) return CountAlone(rows, shift, 0);
+    if (pool.NumWorkers() == 1 || rows.count < chunkRows)
+        return CountAlone(rows, shift, FillerOf(0));
     // As many stretches for each worker, of about the length that is counted at once.
-    const int perWorker = (rows.count - 1) / (pool.NumWorkers() * kChunkRows) + 1;
+    const int perWorker = (rows.count - 1) / (pool.NumWorkers() * chunkRows) + 1;
     const int numChunks = perWorker * pool.NumWorkers();
     std::vector<std::unique_ptr<Histogram>> partV(static_cast<size_t>(pool.NumWorkers()));
     pool.For(numChunks, [&](int chunk, int worker) {

@@ -17,7 +17,8 @@ namespace engine {
 
 class HistogramStore {
   public:
-    HistogramStore(const Columns& columns, const FixedPoint& fixedPoint, WorkerPool& workers);
+    HistogramStore(const Columns& columns, const FixedPoint& fixedPoint, WorkerPool& workers,
+                   int rowsOfChunk);
 
     // The filler of one worker.
     HistogramFiller& FillerOf(int worker) { return *fillerV[static_cast<size_t>(worker)]; }
@@ -26,7 +27,7 @@ class HistogramStore {
     // shared out among the workers.
     std::unique_ptr<Histogram> Count(const RowSet& rows, int shift);
     // The same by one worker alone.
-    std::unique_ptr<Histogram> CountAlone(const RowSet& rows, int shift, int worker);
+    std::unique_ptr<Histogram> CountAlone(const RowSet& rows, int shift, HistogramFiller& filler);
     // Joins bins until they are as coarse as `shift` says.
     void Coarsen(Histogram& histogram, int shift) const;
     // Leaves in `whole` what is not in `part`, which is as coarse.
@@ -44,6 +45,7 @@ class HistogramStore {
     const Columns& data;
     const FixedPoint& fixed;
     WorkerPool& pool;
+    const int chunkRows;  // that one worker counts at once
     std::vector<int> allColumnV;
     std::vector<std::unique_ptr<HistogramFiller>> fillerV;
     std::vector<std::unique_ptr<Histogram>> freeV;

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <iterator>
 
+#include "Chunks.h"
 #include "Gather.h"
 #include "KeySort.h"
 
@@ -17,15 +18,14 @@ constexpr int kBlockRows = 512;  // whose ranks are gathered at once
 
 }  // namespace
 
-NodeSearch::NodeSearch(const Columns& columns, const FixedPoint& fixedPoint, int fewKeysToSort,
+NodeSearch::NodeSearch(const Columns& columns, const FixedPoint& fixedPoint, const Tuning& figures,
                        WorkerPool* workers)
     : data(columns),
       fixed(fixedPoint),
-      fewKeys(fewKeysToSort),
+      tuning(figures),
       pool(workers),
       fTakenV(static_cast<size_t>(columns.NumColumns())) {
-    const int numWorkers = pool != nullptr ? pool->NumWorkers() : 1;
-    for (int w = 0; w < numWorkers; ++w) scratchV.emplace_back(columns, fixedPoint);
+    for (int w = 0; w < NumWorkers(); ++w) scratchV.emplace_back(columns, fixedPoint);
 }
 
 SearchResult NodeSearch::Search(const SearchTask& task) {
@@ -58,15 +58,17 @@ void NodeSearch::FindSlots(const SearchTask& task) {
     }
 }
 
-// Calls visit(slot, scratch) for slotV in order, or for several at once.
+// Calls task(i, worker) for i = 0 to count - 1 in order, or for several at once.
+template <typename Task>
+void NodeSearch::For(int count, const Task& task) {
+    if (pool != nullptr) return pool->For(count, task);
+    for (int i = 0; i < count; ++i) task(i, 0);
+}
+
+// Calls visit(slot, scratch) for slotV.
 template <typename Visit>
 void NodeSearch::ForSlots(const Visit& visit) {
-    const int numSlots = static_cast<int>(slotV.size());
-    if (pool == nullptr) {
-        for (const int slot : slotV) visit(slot, scratchV[0]);
-        return;
-    }
-    pool->For(numSlots, [&](int i, int worker) {
+    For(static_cast<int>(slotV.size()), [&](int i, int worker) {
         visit(slotV[static_cast<size_t>(i)], scratchV[static_cast<size_t>(worker)]);
     });
 }
@@ -111,12 +113,18 @@ void NodeSearch::LookAtSlots(const SearchTask& task) {
 
 // The most promising columns first: what they turn up spares others the look inside their bins.
 void NodeSearch::RefineSlots(const SearchTask& task) {
-    std::stable_sort(slotV.begin(), slotV.end(), [this](int a, int b) {
-        return viewV[static_cast<size_t>(a)].bound > viewV[static_cast<size_t>(b)].bound;
-    });
-    ForSlots([&](int slot, Scratch& scratch) {
-        if (viewV[static_cast<size_t>(slot)].bound >= Least()) RefineSlot(task, slot, scratch);
-    });
+    const auto boundOf = [this](int slot) { return viewV[static_cast<size_t>(slot)].bound; };
+    std::stable_sort(slotV.begin(), slotV.end(),
+                     [&](int a, int b) { return boundOf(a) > boundOf(b); });
+    for (size_t done = 0; done < slotV.size();) {
+        const int* slots = slotV.data() + done;
+        const int most = static_cast<int>(std::min(scratchV.size(), slotV.size() - done));
+        int num = 0;
+        while (num < most && boundOf(slots[num]) >= Least()) ++num;
+        if (num == 0) break;
+        RefineTogether(task, slots, num);
+        done += static_cast<size_t>(num);
+    }
     for (const int slot : slotV) {
         const ColumnView& view = viewV[static_cast<size_t>(slot)];
         if (view.best < Least()) continue;
@@ -125,14 +133,42 @@ void NodeSearch::RefineSlots(const SearchTask& task) {
     }
 }
 
-void NodeSearch::RefineSlot(const SearchTask& task, int slot, Scratch& scratch) {
-    const ColumnView& view = viewV[static_cast<size_t>(slot)];
-    scratch.liveBinV.clear();
-    scratch.scan.AppendLiveBins(task.columnV[slot], *task.histogram, node, view, Least(),
-                                scratch.liveBinV);
-    if (scratch.liveBinV.empty()) return;
-    CollectKeys(task, task.columnV[slot], scratch);
-    if (static_cast<int>(scratch.keyV.size()) > fewKeys) {
+// Refines slots in step, each with a scratch of its own, since a few of them would not keep all
+// workers busy: rows are looked through in stretches.
+void NodeSearch::RefineTogether(const SearchTask& task, const int* slots, int numSlots) {
+    const Chunks stretches = {task.rows.count,
+                              pool != nullptr ? tuning.chunkRows : task.rows.count};
+    For(numSlots, [&](int i, int) {
+        Scratch& scratch = scratchV[static_cast<size_t>(i)];
+        const int id = task.columnV[slots[i]];
+        scratch.liveBinV.clear();
+        scratch.scan.AppendLiveBins(id, *task.histogram, node, viewV[static_cast<size_t>(slots[i])],
+                                    Least(), scratch.liveBinV);
+        scratch.stretchVV.resize(static_cast<size_t>(stretches.Num()));
+        if (!scratch.liveBinV.empty()) FindLiveSteps(task, data.At(id), scratch);
+    });
+    For(numSlots * stretches.Num(), [&](int i, int) {
+        Scratch& scratch = scratchV[static_cast<size_t>(i / stretches.Num())];
+        const int stretch = i % stretches.Num();
+        if (scratch.liveBinV.empty()) return;
+        CollectKeys(task, stretches.Begin(stretch), stretches.End(stretch),
+                    task.columnV[slots[i / stretches.Num()]], scratch.live,
+                    scratch.stretchVV[static_cast<size_t>(stretch)]);
+    });
+    For(numSlots, [&](int i, int) {
+        Scratch& scratch = scratchV[static_cast<size_t>(i)];
+        if (!scratch.liveBinV.empty()) ScoreKeys(task, slots[i], scratch);
+    });
+}
+
+// Scores the cuts between the keys that were collected.
+void NodeSearch::ScoreKeys(const SearchTask& task, int slot, Scratch& scratch) {
+    scratch.keyV.swap(scratch.stretchVV[0]);
+    for (size_t s = 1; s < scratch.stretchVV.size(); ++s) {
+        const std::vector<uint64_t>& more = scratch.stretchVV[s];
+        scratch.keyV.insert(scratch.keyV.end(), more.begin(), more.end());
+    }
+    if (static_cast<int>(scratch.keyV.size()) > tuning.fewKeys) {
         ScorePieces(task, slot, scratch);
     } else {
         ScoreBins(task, slot, scratch);
@@ -204,55 +240,60 @@ void NodeSearch::ScorePieces(const SearchTask& task, int slot, Scratch& scratch)
         });
 }
 
-NodeSearch::LiveSteps NodeSearch::FindLiveSteps(const SearchTask& task, const Column& column,
-                                                Scratch& scratch) {
+void NodeSearch::FindLiveSteps(const SearchTask& task, const Column& column, Scratch& scratch) {
     const Histogram& histogram = *task.histogram;
     const uint32_t numRanks = column.binFirstRankV.back();
-    int step = 0;
-    while ((numRanks >> step) > 4096) ++step;
-    LiveSteps live = {};
-    std::vector<uint8_t>& liveV = scratch.liveV;
-    liveV.assign((numRanks >> step) + 1, 0);
+    LiveSteps& live = scratch.live;
+    live.step = 0;
+    while ((numRanks >> live.step) > 4096) ++live.step;
+    live.fLiveV.assign((numRanks >> live.step) + 1, 0);
+    std::fill_n(live.fLiveByteV, sizeof live.fLiveByteV, uint8_t{0});
     for (const int bin : scratch.liveBinV) {
-        const uint32_t first = histogram.FirstRank(column, bin) >> step;
-        const uint32_t last = (histogram.FirstRank(column, bin + 1) - 1) >> step;
-        std::fill(liveV.begin() + first, liveV.begin() + last + 1, uint8_t{1});
+        const uint32_t first = histogram.FirstRank(column, bin) >> live.step;
+        const uint32_t last = (histogram.FirstRank(column, bin + 1) - 1) >> live.step;
+        std::fill(live.fLiveV.begin() + first, live.fLiveV.begin() + last + 1, uint8_t{1});
         const int pastBin = std::min((bin + 1) << histogram.shift, column.numBins);
         std::fill(live.fLiveByteV + ((bin << histogram.shift) >> column.byteShift),
                   live.fLiveByteV + ((pastBin - 1) >> column.byteShift) + 1, uint8_t{1});
     }
-    live.fLiveV = liveV.data();
-    live.step = step;
-    return live;
 }
 
 // Keys of the rows in live bins, and of some near them: bytes tell most rows apart, ranks, looked
-// up in steps, most of the others.
-void NodeSearch::CollectKeys(const SearchTask& task, int id, Scratch& scratch) const {
-    const LiveSteps live = FindLiveSteps(task, data.At(id), scratch);
+// up in steps, most of the others. Ranks are read a block later than they are asked for.
+void NodeSearch::CollectKeys(const SearchTask& task, int begin, int end, int id,
+                             const LiveSteps& live, std::vector<uint64_t>& keyV) const {
     const uint8_t* const bytes = data.At(id).byteV.data();
     const uint32_t* const ranks = data.At(id).rankV.data();
-    std::vector<uint64_t>& keyV = scratch.keyV;
+    const uint8_t* const fLiveV = live.fLiveV.data();
     size_t numKeys = 0;
-    int liveRowV[kBlockRows];
+    struct {
+        int rowV[kBlockRows];
+        int num = 0;
+    } blockV[2];
     uint32_t rankV[kBlockRows];
-    for (int begin = 0; begin < task.rows.count; begin += kBlockRows) {
-        int numLive = 0;
+    const auto take = [&](const auto& block) {
+        Gather(ranks, block.rowV, block.num, rankV);
+        keyV.resize(std::max(keyV.size(), numKeys + size_t{kBlockRows}));
+        for (int i = 0; i < block.num; ++i) {
+            keyV[numKeys] = KeyOf(rankV[i], block.rowV[i]);
+            numKeys += fLiveV[rankV[i] >> live.step];
+        }
+    };
+    int current = 0;
+    for (; begin < end; begin += kBlockRows, current ^= 1) {
+        auto& block = blockV[current];
+        block.num = 0;
         ForSelected(
-            task.rows.rowV + begin, std::min(kBlockRows, task.rows.count - begin),
+            task.rows.rowV + begin, std::min(kBlockRows, end - begin),
             [&](int row) { return live.fLiveByteV[bytes[row]]; },
             [&](int row) {
                 __builtin_prefetch(ranks + row);
                 __builtin_prefetch(task.rows.gradV + row);  // for the count of the pieces
-                liveRowV[numLive++] = row;
+                block.rowV[block.num++] = row;
             });
-        Gather(ranks, liveRowV, numLive, rankV);
-        keyV.resize(std::max(keyV.size(), numKeys + size_t{kBlockRows}));
-        for (int i = 0; i < numLive; ++i) {
-            keyV[numKeys] = KeyOf(rankV[i], liveRowV[i]);
-            numKeys += live.fLiveV[rankV[i] >> live.step];
-        }
+        take(blockV[current ^ 1]);
     }
+    take(blockV[current ^ 1]);
     keyV.resize(numKeys);
 }
 

@@ -14,6 +14,7 @@
 #include "FineScan.h"
 #include "FixedPoint.h"
 #include "Histogram.h"
+#include "Tuning.h"
 #include "WorkerPool.h"
 
 namespace sylvora {
@@ -37,15 +38,21 @@ struct SearchResult {
 // Searches one node at a time. Buffers are reused from node to node.
 class NodeSearch {
   public:
-    // Sorts up to `fewKeysToSort` rows of a column straight away. With a pool, slots are shared
-    // out.
-    NodeSearch(const Columns& columns, const FixedPoint& fixedPoint, int fewKeysToSort,
+    // With a pool, slots and stretches of rows are shared out.
+    NodeSearch(const Columns& columns, const FixedPoint& fixedPoint, const Tuning& figures,
                WorkerPool* workers);
 
     SearchResult Search(const SearchTask& task);
 
   private:
-    // What one worker needs to look at one slot.
+    // Where live bins are: by byte of the column, and by rank in steps of 2^step.
+    struct LiveSteps {
+        uint8_t fLiveByteV[256];
+        std::vector<uint8_t> fLiveV;
+        int step;
+    };
+
+    // What it takes to look at one slot.
     struct Scratch {
         Scratch(const Columns& columns, const FixedPoint& fixedPoint)
             : scan(columns, fixedPoint), fine(fixedPoint) {}
@@ -56,27 +63,26 @@ class NodeSearch {
         std::vector<uint8_t> fLiveV;  // by piece of the fine scan
         std::vector<Candidate> candidateV;
         std::vector<int> liveBinV;
+        LiveSteps live = {};
         std::vector<uint64_t> keyV;       // rank and, in the low half, row (small nodes: place)
         std::vector<uint64_t> otherKeyV;  // for sorting
-        std::vector<uint8_t> liveV;       // of LiveSteps
+        std::vector<std::vector<uint64_t>> stretchVV;  // keys of the rows' further stretches
     };
 
-    // Where live bins are: by byte of the column, and by rank in steps of 2^step.
-    struct LiveSteps {
-        uint8_t fLiveByteV[256];
-        const uint8_t* fLiveV;
-        int step;
-    };
-
+    int NumWorkers() const { return pool != nullptr ? pool->NumWorkers() : 1; }
+    template <typename Task>
+    void For(int count, const Task& task);
     template <typename Visit>
     void ForSlots(const Visit& visit);
     void LookAtSlots(const SearchTask& task);
     void RefineSlots(const SearchTask& task);
-    void RefineSlot(const SearchTask& task, int slot, Scratch& scratch);
+    void RefineTogether(const SearchTask& task, const int* slots, int numSlots);
+    void ScoreKeys(const SearchTask& task, int slot, Scratch& scratch);
     void ScoreBins(const SearchTask& task, int slot, Scratch& scratch);
     void ScorePieces(const SearchTask& task, int slot, Scratch& scratch);
-    void CollectKeys(const SearchTask& task, int id, Scratch& scratch) const;
-    static LiveSteps FindLiveSteps(const SearchTask& task, const Column& column, Scratch& scratch);
+    static void FindLiveSteps(const SearchTask& task, const Column& column, Scratch& scratch);
+    void CollectKeys(const SearchTask& task, int begin, int end, int id, const LiveSteps& live,
+                     std::vector<uint64_t>& keyV) const;
     void SortSlot(const SearchTask& task, int slot, Scratch& scratch);
     void ScoreRows(const SearchTask& task, int slot, const uint64_t* begin, const uint64_t* end,
                    const Cell& prefix, Scratch& scratch);
@@ -91,7 +97,7 @@ class NodeSearch {
 
     const Columns& data;
     const FixedPoint& fixed;
-    const int fewKeys;
+    const Tuning tuning;
     WorkerPool* pool;  // null: the calling thread alone
     NodeTotals node = {};
     std::atomic<double> best{-1.0};  // best score so far, by fast sums
@@ -100,7 +106,7 @@ class NodeSearch {
     std::vector<int> slotV;          // the slots to look at: no column twice
     std::vector<ColumnView> viewV;   // by slot
     std::vector<Cell> cellV;         // of a small node's rows
-    std::vector<Scratch> scratchV;   // by worker
+    std::vector<Scratch> scratchV;   // by worker, or by slot of those that are refined together
 };
 
 }  // namespace engine

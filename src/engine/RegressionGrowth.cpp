@@ -3,14 +3,12 @@
 // A node's histogram comes by subtraction: the smaller of two sons is counted, the larger is what
 // their parent's leaves. Nodes whose rows are fewer than their histogram's cells count their drawn
 // columns afresh in a coarser histogram instead, and the smallest sort their columns.
-//
-// All workers together take the nodes that are more than a worker's share of a level, one after the
-// other; then each takes nodes by itself.
 #include "RegressionGrowth.h"
 
 #include <algorithm>
 #include <cmath>
 #include <numeric>
+#include <optional>
 #include <utility>
 
 #include "ColumnDraws.h"
@@ -19,20 +17,12 @@ namespace sylvora {
 namespace engine {
 namespace {
 
-constexpr int kTeamRows = 16384;  // fewer are not worth a team
-
 // How many bins, as a power of two, a node with `count` rows joins in a histogram of its own.
 int ShiftFor(int count, int mostBins) {
-    const double wanted = 2.0 * std::sqrt(static_cast<double>(count));
+    const double wanted = 3.0 * std::sqrt(static_cast<double>(count));
     int shift = 0;
     while ((mostBins >> (shift + 1)) >= wanted) ++shift;
     return shift;
-}
-
-double SumOf(const double* begin, int count) {
-    double sum = 0.0;
-    for (int i = 0; i < count; ++i) sum += begin[i];
-    return sum;
 }
 
 }  // namespace
@@ -46,14 +36,15 @@ struct RegressionGrowth::OpenNode {
     SplitPoint split = {};                           // found
     Cell left = {};                                  // sums over the left son's rows
     GrownNode sons[2] = {};
+    std::unique_ptr<Histogram> sonHistogramV[2] = {};
 };
 
 struct RegressionGrowth::Worker {
     Worker(const Columns& data, const FixedPoint& fixed, const Tuning& tuning,
            HistogramFiller& histogramFiller, WorkerPool* pool)
         : filler(histogramFiller),
-          search(data, fixed, tuning.fewKeys, pool),
-          partition(data, pool),
+          search(data, fixed, tuning, pool),
+          partition(data, pool, tuning.chunkRows),
           team(pool) {}
 
     HistogramFiller& filler;
@@ -72,7 +63,7 @@ RegressionGrowth::RegressionGrowth(const Columns& columns, WorkerPool& workers,
       tuning(figures),
       plain(plainSearch),
       rows(data.HasInexact()),
-      store(columns, fixed, workers) {
+      store(columns, fixed, workers, tuning.chunkRows / 2) {
     for (int w = 0; w < pool.NumWorkers(); ++w) {
         workerV.push_back(
             std::make_unique<Worker>(data, fixed, tuning, store.FillerOf(w), nullptr));
@@ -106,22 +97,26 @@ bool RegressionGrowth::Grow(const double* gradV, const int* weightV, const int* 
 RegressionGrowth::OpenNode RegressionGrowth::PlantRoot() {
     GrownNode root;
     root.countDoc = static_cast<int>(rows.gradV.size());
-    root.gradAll = SumOf(rows.gradV.data(), root.countDoc);
     root.wgtAll = rows.weightV.empty()
                       ? root.countDoc
                       : std::accumulate(rows.weightV.begin(), rows.weightV.end(), 0);
-    nodeV.push_back(root);
+    const auto addUp = [&] {
+        root.gradAll = std::accumulate(rows.gradV.begin(), rows.gradV.end(), 0.0);
+    };
     OpenNode open;
     if (root.countDoc <= tuning.smallNode) {
+        addUp();
         for (size_t i = 0; i < rows.gradV.size(); ++i) {
             open.total += fixed.ToCell(rows.gradV[i], rows.weightV.empty() ? 1 : rows.weightV[i]);
         }
-        return open;
+    } else {
+        const TaskAside sum(pool, addUp);
+        open.histogram = store.Count(QuickSliceOf(root), ShiftFor(root.countDoc, data.MostBins()));
+        const Column& any = data.At(0);
+        const int numBins = open.histogram->NumBins(any);
+        for (int bin = 0; bin < numBins; ++bin) open.total += open.histogram->Of(any)[bin];
     }
-    open.histogram = store.Count(QuickSliceOf(root), ShiftFor(root.countDoc, data.MostBins()));
-    const Column& any = data.At(0);
-    const int numBins = open.histogram->NumBins(any);
-    for (int bin = 0; bin < numBins; ++bin) open.total += open.histogram->Of(any)[bin];
+    nodeV.push_back(root);
     return open;
 }
 
@@ -137,7 +132,10 @@ void RegressionGrowth::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
         numDone += numBatch;
         DrawColumns(batch, numBatch, seed);
         if (fLastLevel && numDone == levelV.size()) lastDraw();
-        SplitBatch(batch, numBatch);
+        // Where this batch may reach the limit of leaves, its sons will hardly be searched.
+        const bool fShare =
+            limits.fForest || numLeaf + static_cast<int64_t>(numBatch) < limits.maxLeaf;
+        SplitBatch(batch, numBatch, fShare);
         for (size_t b = 0; b < numBatch; ++b) {
             if (batch[b].split.column < 0) continue;
             fSlicesTrue = fSlicesTrue && batch[b].split.fSlicesTrue;
@@ -150,7 +148,6 @@ void RegressionGrowth::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
         }
     }
     rows.EndLevel();
-    ShareHistograms(nextV);
 }
 
 void RegressionGrowth::DrawColumns(OpenNode* batch, size_t numBatch, long* seed) {
@@ -163,35 +160,40 @@ void RegressionGrowth::DrawColumns(OpenNode* batch, size_t numBatch, long* seed)
     }
 }
 
-void RegressionGrowth::SplitBatch(OpenNode* batch, size_t numBatch) {
-    std::vector<int> countV;
-    for (size_t b = 0; b < numBatch; ++b) {
-        countV.push_back(nodeV[static_cast<size_t>(batch[b].idxNode)].countDoc);
+// All workers together take what is more than a worker's fair share, one after the other; then each
+// takes jobs by itself, the largest first, so that they finish together.
+void RegressionGrowth::SplitBatch(OpenNode* batch, size_t numBatch, bool fShare) {
+    struct Job {
+        OpenNode* open;
+        int count;
+        bool fSplit;  // only to be shared out
+    };
+    std::vector<Job> jobV;
+    int64_t numRows = 0;
+    for (OpenNode* open = batch; open < batch + numBatch; ++open) {
+        jobV.push_back({open, nodeV[static_cast<size_t>(open->idxNode)].countDoc, false});
+        numRows += jobV.back().count;
     }
-    ForTeamsAndAlone(countV, [&](size_t b, int worker) {
-        SplitNode(batch[b], worker < 0 ? *team : *workerV[static_cast<size_t>(worker)]);
-    });
-}
-
-// Calls visit(i, worker) for jobs on countV[i] rows: with worker -1 for all workers together, one
-// after the other, where a job is more than a worker's fair share; then for each worker by itself,
-// the largest jobs first, so that they finish together.
-template <typename Visit>
-void RegressionGrowth::ForTeamsAndAlone(const std::vector<int>& countV, const Visit& visit) {
-    const int64_t numRows = std::accumulate(countV.begin(), countV.end(), int64_t{0});
-    const int64_t manyRows = std::max<int64_t>(kTeamRows, numRows / pool.NumWorkers());
-    std::vector<size_t> aloneV;
-    for (size_t i = 0; i < countV.size(); ++i) {
-        if (pool.NumWorkers() > 1 && countV[i] >= manyRows) {
-            visit(i, -1);
-        } else {
-            aloneV.push_back(i);
+    const int64_t manyRows = std::max<int64_t>(tuning.chunkRows, numRows / pool.NumWorkers());
+    const auto isForAll = [&](int count) { return pool.NumWorkers() > 1 && count >= manyRows; };
+    std::vector<Job> aloneV;
+    for (Job& job : jobV) {
+        if (isForAll(job.count)) {
+            SplitNode(*job.open, *team);
+            job.fSplit = true;
+            job.count = std::min(job.open->sons[0].countDoc, job.open->sons[1].countDoc);
+            if (fShare && isForAll(job.count)) ShareHistogram(*job.open, *team);
         }
+        if (!isForAll(job.count)) aloneV.push_back(job);
     }
     std::stable_sort(aloneV.begin(), aloneV.end(),
-                     [&countV](size_t a, size_t b) { return countV[a] > countV[b]; });
-    pool.For(static_cast<int>(aloneV.size()),
-             [&](int i, int worker) { visit(aloneV[static_cast<size_t>(i)], worker); });
+                     [&](const Job& a, const Job& b) { return a.count > b.count; });
+    pool.For(static_cast<int>(aloneV.size()), [&](int i, int worker) {
+        const Job& job = aloneV[static_cast<size_t>(i)];
+        Worker& alone = *workerV[static_cast<size_t>(worker)];
+        if (!job.fSplit) SplitNode(*job.open, alone);
+        if (fShare) ShareHistogram(*job.open, alone);
+    });
 }
 
 void RegressionGrowth::SplitNode(OpenNode& open, Worker& worker) {
@@ -199,15 +201,31 @@ void RegressionGrowth::SplitNode(OpenNode& open, Worker& worker) {
     open.split = FindSplit(open, worker);
     if (open.split.column < 0) return;
     CutSlice(node, open.split.countL, open.sons);
-    const bool fOpenSons = !IsTooDeep(node.depth + 1) &&
-                           std::max(open.sons[0].countDoc, open.sons[1].countDoc) > limits.numBound;
-    worker.partition.Move(rows, node.startDoc, node.countDoc, open.split, fOpenSons);
-    SumSons(open, worker.team);
+    for (GrownNode& son : open.sons) {
+        son.parent = open.idxNode;
+        son.depth = node.depth + 1;
+    }
+    MoveRows(open, worker);
     if (open.left.packed != 0) return;
     for (int i = open.sons[0].startDoc; i < open.sons[1].startDoc; ++i) {
         const size_t at = static_cast<size_t>(i);
         open.left += fixed.ToCell(rows.gradV[at], rows.weightV.empty() ? 1 : rows.weightV[at]);
     }
+}
+
+// Moves the rows to the sons, in both orders where a son is open to be searched, and sums them up.
+void RegressionGrowth::MoveRows(OpenNode& open, Worker& worker) {
+    const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
+    worker.partition.MoveInPlainOrder(rows, node.startDoc, node.countDoc, open.split.countL);
+    const bool fOpenSons = IsOpen(open.sons[0]) || IsOpen(open.sons[1]);
+    if (!fOpenSons || !rows.fKeepAscending) return SumSons(open);
+    std::optional<TaskAside> sums;
+    if (worker.team != nullptr) {
+        sums.emplace(*worker.team, [&] { SumSons(open); });
+    } else {
+        SumSons(open);
+    }
+    worker.partition.MoveInAscendingOrder(rows, node.startDoc, node.countDoc, open.split);
 }
 
 // The split point of a node, its rows marked; open.left is left zero where the rows of the left
@@ -245,28 +263,22 @@ SplitPoint RegressionGrowth::FindSplit(OpenNode& open, Worker& worker) {
 }
 
 // Each sum runs through its slice in order, as the plain form's does; two go side by side.
-void RegressionGrowth::SumSons(OpenNode& open, WorkerPool* workers) {
+void RegressionGrowth::SumSons(OpenNode& open) {
     GrownNode& left = open.sons[0];
     GrownNode& right = open.sons[1];
     const double* a = rows.gradV.data() + left.startDoc;
     const double* b = rows.gradV.data() + right.startDoc;
-    if (workers != nullptr) {
-        workers->For(2, [&](int son, int) {
-            open.sons[son].gradAll = SumOf(son == 0 ? a : b, open.sons[son].countDoc);
-        });
-    } else {
-        const int both = std::min(left.countDoc, right.countDoc);
-        double sumA = 0.0;
-        double sumB = 0.0;
-        for (int i = 0; i < both; ++i) {
-            sumA += a[i];
-            sumB += b[i];
-        }
-        for (int i = both; i < left.countDoc; ++i) sumA += a[i];
-        for (int i = both; i < right.countDoc; ++i) sumB += b[i];
-        left.gradAll = sumA;
-        right.gradAll = sumB;
+    const int both = std::min(left.countDoc, right.countDoc);
+    double sumA = 0.0;
+    double sumB = 0.0;
+    for (int i = 0; i < both; ++i) {
+        sumA += a[i];
+        sumB += b[i];
     }
+    for (int i = both; i < left.countDoc; ++i) sumA += a[i];
+    for (int i = both; i < right.countDoc; ++i) sumB += b[i];
+    left.gradAll = sumA;
+    right.gradAll = sumB;
     for (GrownNode& son : open.sons) {
         const auto begin = rows.weightV.begin() + (rows.weightV.empty() ? 0 : son.startDoc);
         son.wgtAll =
@@ -274,74 +286,46 @@ void RegressionGrowth::SumSons(OpenNode& open, WorkerPool* workers) {
     }
 }
 
+// The smaller son is counted, the larger one gets what is left, both as coarse as suits the larger.
+// Where they are better off without, the histogram stays where it is.
+void RegressionGrowth::ShareHistogram(OpenNode& open, Worker& worker) {
+    const size_t smaller = open.sons[0].countDoc <= open.sons[1].countDoc ? 0 : 1;
+    const size_t larger = 1 - smaller;
+    if (open.split.column < 0 || !open.histogram || !(IsOpen(open.sons[0]) || IsOpen(open.sons[1])))
+        return;
+    const int largerCount = open.sons[larger].countDoc;
+    const int shift = std::max(open.histogram->shift, ShiftFor(largerCount, data.MostBins()));
+    const double cells = static_cast<double>(store.NumCells(shift));
+    if (largerCount <= tuning.smallNode || largerCount <= cells * tuning.directPercent / 100) {
+        return;
+    }
+    store.Coarsen(*open.histogram, shift);
+    const RowSet counted =
+        rows.MovedSlice(open.sons[smaller].startDoc, open.sons[smaller].countDoc);
+    open.sonHistogramV[smaller] = worker.team != nullptr
+                                      ? store.Count(counted, shift)
+                                      : store.CountAlone(counted, shift, worker.filler);
+    open.sonHistogramV[larger] = std::move(open.histogram);
+    store.Subtract(*open.sonHistogramV[larger], *open.sonHistogramV[smaller]);
+}
+
 void RegressionGrowth::AppendSons(OpenNode& open, std::vector<OpenNode>& nextV) {
-    GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
-    RecordSplit(open.split, static_cast<int>(nodeV.size()), node);
-    const int depth = node.depth + 1;
+    RecordSplit(open.split, static_cast<int>(nodeV.size()),
+                nodeV[static_cast<size_t>(open.idxNode)]);
     Cell total = open.left;
-    for (GrownNode& son : open.sons) {
-        son.parent = open.idxNode;
-        son.depth = depth;
-        if (son.countDoc > limits.numBound && !IsTooDeep(depth)) {
+    for (size_t k = 0; k < 2; ++k) {
+        if (IsOpen(open.sons[k])) {
             OpenNode next;
             next.idxNode = static_cast<int>(nodeV.size());
             next.total = total;
-            // With the first open son, for ShareHistograms; the second finds none left.
-            next.histogram = std::move(open.histogram);
+            next.histogram = std::move(open.sonHistogramV[k]);
             nextV.push_back(std::move(next));
         }
-        nodeV.push_back(son);
+        store.GiveBack(std::move(open.sonHistogramV[k]));
+        nodeV.push_back(open.sons[k]);
         total = open.total;
         total -= open.left;
     }
-}
-
-// Each histogram that came down from a parent goes to its sons, as coarse as suits the larger one,
-// or back where they are better off without.
-void RegressionGrowth::ShareHistograms(std::vector<OpenNode>& nextV) {
-    std::vector<size_t> firstV;  // of the sons whose parent's histogram is to be shared
-    for (size_t i = 0; i < nextV.size(); ++i) {
-        if (!nextV[i].histogram) continue;
-        const GrownNode& father = FatherOf(nextV[i]);
-        const int larger = std::max(father.countL, father.countDoc - father.countL);
-        const int shift = std::max(nextV[i].histogram->shift, ShiftFor(larger, data.MostBins()));
-        const double cells = static_cast<double>(store.NumCells(shift));
-        if (larger > tuning.smallNode && larger > cells * tuning.directPercent / 100) {
-            firstV.push_back(i);
-        } else {
-            store.GiveBack(std::move(nextV[i].histogram));
-        }
-    }
-    std::vector<int> countV;  // of the smaller sons, which are counted
-    for (const size_t i : firstV) {
-        const GrownNode& father = FatherOf(nextV[i]);
-        countV.push_back(std::min(father.countL, father.countDoc - father.countL));
-    }
-    ForTeamsAndAlone(countV,
-                     [&](size_t i, int worker) { ShareHistogram(nextV, firstV[i], worker); });
-}
-
-// Shares the histogram at nextV[i] among that node and the one behind, where they are brothers.
-// `worker` counts alone; -1: all together.
-void RegressionGrowth::ShareHistogram(std::vector<OpenNode>& nextV, size_t i, int worker) {
-    std::unique_ptr<Histogram> larger = std::move(nextV[i].histogram);
-    const GrownNode& father = FatherOf(nextV[i]);
-    const bool fLeftSmaller = 2 * father.countL <= father.countDoc;
-    const int smallerSon = fLeftSmaller ? father.lson : father.rson;
-    const int largerSon = fLeftSmaller ? father.rson : father.lson;
-    const int largerCount = nodeV[static_cast<size_t>(largerSon)].countDoc;
-    const int shift = std::max(larger->shift, ShiftFor(largerCount, data.MostBins()));
-    store.Coarsen(*larger, shift);
-    const RowSet smallerRows = QuickSliceOf(nodeV[static_cast<size_t>(smallerSon)]);
-    std::unique_ptr<Histogram> smaller =
-        worker < 0 ? store.Count(smallerRows, shift) : store.CountAlone(smallerRows, shift, worker);
-    store.Subtract(*larger, *smaller);
-    for (size_t j = i; j < std::min(i + 2, nextV.size()); ++j) {
-        if (nextV[j].idxNode == smallerSon) nextV[j].histogram = std::move(smaller);
-        if (nextV[j].idxNode == largerSon) nextV[j].histogram = std::move(larger);
-    }
-    store.GiveBack(std::move(smaller));
-    store.GiveBack(std::move(larger));
 }
 
 RowSet RegressionGrowth::QuickSliceOf(const GrownNode& node) const {
@@ -353,9 +337,9 @@ bool RegressionGrowth::IsTooDeep(int depth) const {
     return depth >= limits.maxDepth && !limits.fForest;
 }
 
-const GrownNode& RegressionGrowth::FatherOf(const OpenNode& open) const {
-    const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
-    return nodeV[static_cast<size_t>(node.parent)];
+// Whether a node is to be searched.
+bool RegressionGrowth::IsOpen(const GrownNode& node) const {
+    return node.countDoc > limits.numBound && !IsTooDeep(node.depth);
 }
 
 }  // namespace engine

@@ -52,18 +52,16 @@ class RegressionGrowth {
     void GrowLevel(std::vector<OpenNode>& levelV, long* seed, const std::function<void()>& lastDraw,
                    std::vector<OpenNode>& nextV);
     void DrawColumns(OpenNode* batch, size_t numBatch, long* seed);
-    void SplitBatch(OpenNode* batch, size_t numBatch);
-    template <typename Visit>
-    void ForTeamsAndAlone(const std::vector<int>& countV, const Visit& visit);
+    void SplitBatch(OpenNode* batch, size_t numBatch, bool fShare);
     void SplitNode(OpenNode& open, Worker& worker);
     SplitPoint FindSplit(OpenNode& open, Worker& worker);
-    void SumSons(OpenNode& open, WorkerPool* workers);
+    void MoveRows(OpenNode& open, Worker& worker);
+    void SumSons(OpenNode& open);
     void AppendSons(OpenNode& open, std::vector<OpenNode>& nextV);
-    void ShareHistograms(std::vector<OpenNode>& nextV);
-    void ShareHistogram(std::vector<OpenNode>& nextV, size_t i, int worker);
-    const GrownNode& FatherOf(const OpenNode& open) const;
+    void ShareHistogram(OpenNode& open, Worker& worker);
     RowSet QuickSliceOf(const GrownNode& node) const;
     bool IsTooDeep(int depth) const;
+    bool IsOpen(const GrownNode& node) const;
 
     const Columns& data;
     WorkerPool& pool;

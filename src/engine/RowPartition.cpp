@@ -8,19 +8,13 @@
 #include <numeric>
 #include <utility>
 
-#include "Chunks.h"
 #include "Gather.h"
 
 namespace sylvora {
 namespace engine {
 namespace {
 
-constexpr int kChunkRows = 16384;
 constexpr int kBlockRows = 512;
-
-int NumChunks(int count) {
-    return Chunks{count, kChunkRows}.Num();
-}
 
 }  // namespace
 
@@ -80,17 +74,32 @@ struct RowPartition::ByteBlock {
             for (; bits != 0; bits &= bits - 1) visit(begin + __builtin_ctz(bits));
         }
     }
+
+    // Marks the rows with a byte for the left where isLeft(i) says so.
+    template <typename IsLeft>
+    void Decide(int count, int byte, const IsLeft& isLeft) {
+        if (byte < 0) return;
+        ForByte(count, byte, [&](int i) {
+            fLeftV[i] = isLeft(i);
+            countL += fLeftV[i];
+        });
+    }
 };
 
-// Calls task(chunk, begin, end) for stretches of [0, count).
+// The chunks of a slice; the whole of it where there is nobody to share it with.
+Chunks RowPartition::ChunksOf(int count) const {
+    return {count, pool != nullptr ? chunkRows : std::max(count, 1)};
+}
+
+// Calls task(chunk, begin, end) for the chunks of [0, count).
 template <typename Task>
 void RowPartition::ForChunks(int count, const Task& task) {
+    const Chunks chunks = ChunksOf(count);
     const auto run = [&](int chunk, int) {
-        const Chunks chunks = {count, kChunkRows};
         task(static_cast<size_t>(chunk), chunks.Begin(chunk), chunks.End(chunk));
     };
-    if (pool != nullptr) return pool->For(NumChunks(count), run);
-    for (int chunk = 0; chunk < NumChunks(count); ++chunk) run(chunk, 0);
+    if (pool != nullptr) return pool->For(chunks.Num(), run);
+    for (int chunk = 0; chunk < chunks.Num(); ++chunk) run(chunk, 0);
 }
 
 RowPartition::Sides RowPartition::SidesOf(const Column& column, uint32_t lastRank) {
@@ -105,7 +114,7 @@ RowPartition::Sides RowPartition::SidesOf(const Column& column, uint32_t lastRan
 SplitPoint RowPartition::MarkByRank(TreeRows& rows, int begin, int count, int id,
                                     uint32_t lastRank) {
     sides = SidesOf(data.At(id), lastRank);
-    markedV.assign(static_cast<size_t>(NumChunks(count)), Marked());
+    markedV.assign(static_cast<size_t>(ChunksOf(count).Num()), Marked());
     ForChunks(count, [&](size_t chunk, int from, int to) {
         markedV[chunk] = Mark(rows, begin + from, begin + to);
     });
@@ -148,30 +157,30 @@ RowPartition::Marked RowPartition::Mark(TreeRows& rows, int begin, int end) cons
 void RowPartition::SeeBytes(const ByteBlock& block, const int* rowV, int count,
                             Marked& marked) const {
     if (block.countL > 0 && block.low > marked.low.rank) {
-        marked.low = {block.low, rowV[block.PlaceOf(block.low, count)]};
+        marked.low = {block.low, rowV[block.PlaceOf(block.low, count)], block.low};
     }
     if (block.countL < count && block.high < marked.high.rank) {
-        marked.high = {block.high, rowV[block.PlaceOf(block.high, count)]};
+        marked.high = {block.high, rowV[block.PlaceOf(block.high, count)], block.high};
     }
 }
 
-// The neighbours in a wide column, and the sides of the rows whose byte does not tell: neighbours
-// have the byte that is unsure, or the next one on their side.
+// The neighbours in a wide column, and the sides of the rows whose byte does not tell: a neighbour
+// has that byte or, where no row on its side has, the next one.
 void RowPartition::SeeRanks(ByteBlock& block, const int* rowV, int count, Marked& marked) const {
-    const auto see = [&](int i) {
+    const auto see = [&](int i, int byte) {
         const int rank = static_cast<int>(sides.ranks[rowV[i]]);
         const bool fLeft = rank <= sides.lastRank;
-        if (fLeft && rank > marked.low.rank) marked.low = {rank, rowV[i]};
-        if (!fLeft && rank < marked.high.rank) marked.high = {rank, rowV[i]};
+        if (fLeft && rank > marked.low.rank) marked.low = {rank, rowV[i], byte};
+        if (!fLeft && rank < marked.high.rank) marked.high = {rank, rowV[i], byte};
         return fLeft;
     };
-    block.ForByte(count, block.low, see);
-    block.ForByte(count, block.high, see);
-    if (sides.unsure < 0) return;
-    block.ForByte(count, sides.unsure, [&](int i) {
-        block.fLeftV[i] = see(i);
-        block.countL += block.fLeftV[i];
-    });
+    block.Decide(count, sides.unsure, [&](int i) { return see(i, sides.unsure); });
+    if (block.low >= marked.low.byte) {
+        block.ForByte(count, block.low, [&](int i) { see(i, block.low); });
+    }
+    if (block.high <= marked.high.byte) {
+        block.ForByte(count, block.high, [&](int i) { see(i, block.high); });
+    }
 }
 
 void RowPartition::MarkByValue(TreeRows& rows, int begin, int count, SplitPoint& split) {
@@ -187,54 +196,65 @@ void RowPartition::MarkByValue(TreeRows& rows, int begin, int count, SplitPoint&
 }
 
 // Each chunk writes its left rows behind those of the chunks before, and its right rows likewise.
-template <typename IsLeft>
-void RowPartition::MoveInAscendingOrder(TreeRows& rows, int begin, int count, int countL,
-                                        const IsLeft& isLeft) {
+// markBlock(rows, number, block) marks the sides of up to kBlockRows rows.
+template <typename MarkBlock>
+void RowPartition::MoveAscending(TreeRows& rows, int begin, int count, int countL,
+                                 const MarkBlock& markBlock) {
     const int* const rowV = rows.ascendingV.data() + begin;
-    const Chunks chunks = {count, pool != nullptr ? kChunkRows : count};
-    countV.assign(static_cast<size_t>(chunks.Num()) + 1, 0);
+    const Chunks chunks = ChunksOf(count);
+    leftBeginV.assign(static_cast<size_t>(chunks.Num()) + 1, 0);
     if (chunks.Num() > 1) {
         ForChunks(count, [&](size_t chunk, int from, int to) {
+            ByteBlock block;
             int numLeft = 0;
-            for (int i = from; i < to; ++i) numLeft += isLeft(rowV[i]);
-            countV[chunk + 1] = numLeft;
+            for (int i = from; i < to; i += kBlockRows) {
+                markBlock(rowV + i, std::min(kBlockRows, to - i), block);
+                numLeft += block.countL;
+            }
+            leftBeginV[chunk + 1] = numLeft;
         });
-        std::partial_sum(countV.begin(), countV.end(), countV.begin());
+        std::partial_sum(leftBeginV.begin(), leftBeginV.end(), leftBeginV.begin());
     }
-    const auto move = [&](int chunk, int) {
-        const int from = chunks.Begin(chunk);
-        const int to = chunks.End(chunk);
-        const int numBefore = countV[static_cast<size_t>(chunk)];
+    ForChunks(count, [&](size_t chunk, int from, int to) {
+        const int numBefore = leftBeginV[chunk];
         int* left = rows.nextAscendingV.data() + begin + numBefore;
         int* right = rows.nextAscendingV.data() + begin + countL + (from - numBefore);
+        ByteBlock block;
         int sideVV[2][kBlockRows];
-        for (int block = from; block < to; block += kBlockRows) {
-            const int num = std::min(kBlockRows, to - block);
+        for (int i = from; i < to; i += kBlockRows) {
+            const int num = std::min(kBlockRows, to - i);
+            markBlock(rowV + i, num, block);
             int numLeft = 0;
-            for (int i = 0; i < num; ++i) {
-                const int row = rowV[block + i];
-                sideVV[0][numLeft] = sideVV[1][i - numLeft] = row;
-                numLeft += isLeft(row);
+            for (int k = 0; k < num; ++k) {
+                sideVV[0][numLeft] = sideVV[1][k - numLeft] = rowV[i + k];
+                numLeft += block.fLeftV[k];
             }
             left = std::copy_n(sideVV[0], numLeft, left);
             right = std::copy_n(sideVV[1], num - numLeft, right);
         }
-    };
-    if (pool != nullptr) return pool->For(chunks.Num(), move);
-    move(0, 0);
+    });
 }
 
-void RowPartition::Move(TreeRows& rows, int begin, int count, const SplitPoint& split,
-                        bool fOpenSons) {
-    MoveInPlainOrder(rows, begin, count, split.countL);
-    if (!fOpenSons || !rows.fKeepAscending) return;
+void RowPartition::MoveInAscendingOrder(TreeRows& rows, int begin, int count,
+                                        const SplitPoint& split) {
     if (sides.bytes != nullptr) {
-        MoveInAscendingOrder(rows, begin, count, split.countL,
-                             [this](int row) { return sides.IsLeft(row); });
+        MoveAscending(rows, begin, count, split.countL,
+                      [&](const int* rowV, int num, ByteBlock& block) {
+                          block.Load(sides.bytes, rowV, num);
+                          block.Mark(num, sides.pastSure, sides.unsure);
+                          block.Decide(num, sides.unsure, [&](int i) {
+                              return static_cast<int>(sides.ranks[rowV[i]]) <= sides.lastRank;
+                          });
+                      });
     } else if (split.fSlicesTrue) {
-        MoveInAscendingOrder(rows, begin, count, split.countL, [&](int row) {
-            return data.Value(row, split.column) <= split.threshold;
-        });
+        MoveAscending(
+            rows, begin, count, split.countL, [&](const int* rowV, int num, ByteBlock& block) {
+                block.countL = 0;
+                for (int i = 0; i < num; ++i) {
+                    block.fLeftV[i] = data.Value(rowV[i], split.column) <= split.threshold;
+                    block.countL += block.fLeftV[i];
+                }
+            });
     } else {  // only the slices themselves tell who is where
         const auto first = rows.nextAscendingV.begin() + begin;
         std::copy_n(rows.indexV.begin() + begin, count, first);
@@ -243,46 +263,99 @@ void RowPartition::Move(TreeRows& rows, int begin, int count, const SplitPoint& 
     }
 }
 
-void RowPartition::MoveInPlainOrder(TreeRows& rows, int begin, int count, int countL) {
-    const int numLeft = ListMisplaced(rows, begin, countL, 0, wrongLeftV);
-    const int numRight = ListMisplaced(rows, begin + countL, count - countL, 1, wrongRightV);
-    // The counts differ only for a threshold that is not between its neighbours.
-    ForChunks(std::min(numLeft, numRight), [&](size_t, int from, int to) {
-        for (int k = from; k < to; ++k) {
-            const size_t a = static_cast<size_t>(wrongLeftV[static_cast<size_t>(k)]);
-            const size_t b = static_cast<size_t>(wrongRightV[static_cast<size_t>(k)]);
-            std::swap(rows.indexV[a], rows.indexV[b]);
-            std::swap(rows.gradV[a], rows.gradV[b]);
-            if (!rows.weightV.empty()) std::swap(rows.weightV[a], rows.weightV[b]);
+// The places of a stretch of rows that are marked for the other side, in order.
+class RowPartition::Misplaced {
+  public:
+    Misplaced(const uint8_t* fLefts, uint8_t fWrongly, int begin, int pastLast)
+        : fLeftV(fLefts), fWrong(fWrongly), next(begin), end(pastLast) {}
+
+    // How many are at hand, at Places(); 0 when there are no more.
+    int Look() {
+        while (at == num && next < end) List();
+        return num - at;
+    }
+    const int* Places() const { return placeV + at; }
+    void Pass(int count) { at += count; }
+    void Skip(int count) {
+        for (int some; count > 0; count -= some) {
+            some = std::min(count, Look());
+            Pass(some);
         }
+    }
+
+  private:
+    void List() {
+        const int past = std::min(next + kBlockRows, end);
+        at = num = 0;
+        for (; next < past; ++next) {
+            placeV[num] = next;
+            num += fLeftV[next] == fWrong;
+        }
+    }
+
+    const uint8_t* fLeftV;
+    const uint8_t fWrong;
+    int next;
+    const int end;
+    int at = 0;
+    int num = 0;
+    int placeV[kBlockRows];
+};
+
+void RowPartition::MoveInPlainOrder(TreeRows& rows, int begin, int count, int countL) {
+    const auto exchange = [&](Misplaced& left, Misplaced& right, int mostPairs) {
+        while (mostPairs > 0) {
+            const int num = std::min({left.Look(), right.Look(), mostPairs});
+            if (num == 0) break;
+            for (int k = 0; k < num; ++k) {
+                const size_t a = static_cast<size_t>(left.Places()[k]);
+                const size_t b = static_cast<size_t>(right.Places()[k]);
+                std::swap(rows.indexV[a], rows.indexV[b]);
+                std::swap(rows.gradV[a], rows.gradV[b]);
+                if (!rows.weightV.empty()) std::swap(rows.weightV[a], rows.weightV[b]);
+            }
+            left.Pass(num);
+            right.Pass(num);
+            mostPairs -= num;
+        }
+    };
+    const int middle = begin + countL;
+    const int end = begin + count;
+    const uint8_t* fLeftV = rows.fLeftV.data();
+    if (pool == nullptr) {
+        Misplaced left(fLeftV, 0, begin, middle);
+        Misplaced right(fLeftV, 1, middle, end);
+        return exchange(left, right, count);
+    }
+    CountMisplaced(rows, begin, countL, 0, wrongLeftV);
+    CountMisplaced(rows, middle, count - countL, 1, wrongRightV);
+    // The numbers differ only for a threshold that is not between its neighbours.
+    ForChunks(std::min(wrongLeftV.back(), wrongRightV.back()), [&](size_t, int from, int to) {
+        const auto startAt = [from](const std::vector<int>& beginV) {
+            return static_cast<int>(std::upper_bound(beginV.begin(), beginV.end(), from) -
+                                    beginV.begin()) -
+                   1;
+        };
+        const int leftChunk = startAt(wrongLeftV);
+        const int rightChunk = startAt(wrongRightV);
+        Misplaced left(fLeftV, 0, begin + leftChunk * chunkRows, middle);
+        Misplaced right(fLeftV, 1, middle + rightChunk * chunkRows, end);
+        left.Skip(from - wrongLeftV[static_cast<size_t>(leftChunk)]);
+        right.Skip(from - wrongRightV[static_cast<size_t>(rightChunk)]);
+        exchange(left, right, to - from);
     });
 }
 
-// Writes the places in [begin, begin + count) that are marked `fLeft` to the front of placeV, in
-// order, and returns how many they are.
-int RowPartition::ListMisplaced(const TreeRows& rows, int begin, int count, uint8_t fLeft,
-                                std::vector<int>& placeV) {
-    if (placeV.size() < static_cast<size_t>(count)) placeV.resize(static_cast<size_t>(count));
-    countV.assign(static_cast<size_t>(NumChunks(count)), 0);
+// How many places of a stretch are marked `fWrong` before each of its chunks, and in all.
+void RowPartition::CountMisplaced(const TreeRows& rows, int begin, int count, uint8_t fWrong,
+                                  std::vector<int>& beginV) {
+    beginV.assign(static_cast<size_t>(ChunksOf(count).Num()) + 1, 0);
     ForChunks(count, [&](size_t chunk, int from, int to) {
-        const uint8_t* fLeftV = rows.fLeftV.data() + begin;
-        int* place = placeV.data() + from;
-        // One place past the stretch may be written, by the last step; it belongs to the next
-        // stretch, so the last step is taken by itself.
-        for (int i = from; i + 1 < to; ++i) {
-            *place = begin + i;
-            place += fLeftV[i] == fLeft;
-        }
-        if (to > from && fLeftV[to - 1] == fLeft) *place++ = begin + to - 1;
-        countV[chunk] = static_cast<int>(place - (placeV.data() + from));
+        const int numLeft = std::accumulate(rows.fLeftV.begin() + begin + from,
+                                            rows.fLeftV.begin() + begin + to, 0);
+        beginV[chunk + 1] = fWrong == 1 ? numLeft : to - from - numLeft;
     });
-    int num = 0;
-    for (size_t chunk = 0; chunk < countV.size(); ++chunk) {
-        const int* from = placeV.data() + chunk * kChunkRows;
-        std::memmove(placeV.data() + num, from, static_cast<size_t>(countV[chunk]) * sizeof(int));
-        num += countV[chunk];
-    }
-    return num;
+    std::partial_sum(beginV.begin(), beginV.end(), beginV.begin());
 }
 
 }  // namespace engine

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "Chunks.h"
 #include "Columns.h"
 #include "GrownTree.h"
 #include "TreeRows.h"
@@ -17,8 +18,9 @@ namespace engine {
 
 class RowPartition {
   public:
-    // With a pool, long slices are shared out among its workers.
-    RowPartition(const Columns& columns, WorkerPool* workers) : data(columns), pool(workers) {}
+    // With a pool, slices are shared out among its workers in chunks of `rowsOfChunk`.
+    RowPartition(const Columns& columns, WorkerPool* workers, int rowsOfChunk)
+        : data(columns), pool(workers), chunkRows(rowsOfChunk) {}
 
     // Turns "rank at most lastRank goes left" into a split point for the slice [begin, begin +
     // count) and notes in fLeftV what goes where.
@@ -27,22 +29,25 @@ class RowPartition {
     // The same for a split point that is known; fSlicesTrue is set.
     void MarkByValue(TreeRows& rows, int begin, int count, SplitPoint& split);
 
-    // Moves the rows as last marked: in the plain order, and, where a son is open to be searched
-    // and the rows are kept so, in the ascending one.
-    void Move(TreeRows& rows, int begin, int count, const SplitPoint& split, bool fOpenSons);
+    // Moves the rows as last marked, first in the plain order, then in the ascending one, which
+    // must be kept.
+    void MoveInPlainOrder(TreeRows& rows, int begin, int count, int countL);
+    void MoveInAscendingOrder(TreeRows& rows, int begin, int count, const SplitPoint& split);
 
   private:
     struct Neighbour {
         int rank;
         int row;
+        int byte;
     };
     // What a stretch of rows says of a cut: the highest rank left of it, the lowest right of it.
     struct Marked {
-        Neighbour low = {-1, 0};
-        Neighbour high = {INT_MAX, 0};
+        Neighbour low = {-1, 0, -1};
+        Neighbour high = {INT_MAX, 0, 256};
         int countL = 0;
     };
     struct ByteBlock;
+    class Misplaced;
     // The sides of a cut by rank: a row's byte decides, but for one.
     struct Sides {
         const uint8_t* bytes;  // null: the cut is not by rank
@@ -50,32 +55,27 @@ class RowPartition {
         int pastSure;  // bytes below go left
         int unsure;    // the byte that leaves it to the rank; -1: none does
         int lastRank;
-
-        bool IsLeft(int row) const {
-            const int byte = bytes[row];
-            return byte == unsure ? static_cast<int>(ranks[row]) <= lastRank : byte < pastSure;
-        }
     };
 
+    Chunks ChunksOf(int count) const;
     template <typename Task>
     void ForChunks(int count, const Task& task);
     static Sides SidesOf(const Column& column, uint32_t lastRank);
     Marked Mark(TreeRows& rows, int begin, int end) const;
     void SeeBytes(const ByteBlock& block, const int* rowV, int count, Marked& marked) const;
     void SeeRanks(ByteBlock& block, const int* rowV, int count, Marked& marked) const;
-    void MoveInPlainOrder(TreeRows& rows, int begin, int count, int countL);
-    int ListMisplaced(const TreeRows& rows, int begin, int count, uint8_t fLeft,
-                      std::vector<int>& placeV);
-    template <typename IsLeft>
-    void MoveInAscendingOrder(TreeRows& rows, int begin, int count, int countL,
-                              const IsLeft& isLeft);
+    void CountMisplaced(const TreeRows& rows, int begin, int count, uint8_t fLeft,
+                        std::vector<int>& beginV);
+    template <typename MarkBlock>
+    void MoveAscending(TreeRows& rows, int begin, int count, int countL,
+                       const MarkBlock& markBlock);
 
     const Columns& data;
     WorkerPool* pool;
+    const int chunkRows;
     Sides sides = {};
-    std::vector<int> wrongLeftV, wrongRightV;
-    std::vector<Marked> markedV;  // by chunk
-    std::vector<int> countV;      // by chunk
+    std::vector<Marked> markedV;                           // by chunk
+    std::vector<int> leftBeginV, wrongLeftV, wrongRightV;  // numbers before each chunk
 };
 
 }  // namespace engine

@@ -68,7 +68,16 @@ RowSlice TreeRows::PlainSlice(int begin, int count) const {
 }
 
 RowSet TreeRows::QuickSlice(int begin, int count) const {
-    if (fAscendingNow) return {ascendingV.data() + begin, count, rowGradV, rowWeightV};
+    return SliceOf(fAscendingNow, ascendingV, begin, count);
+}
+
+RowSet TreeRows::MovedSlice(int begin, int count) const {
+    return SliceOf(fKeepAscending, nextAscendingV, begin, count);
+}
+
+RowSet TreeRows::SliceOf(bool fAscending, const LargeArray<int>& ascending, int begin,
+                         int count) const {
+    if (fAscending) return {ascending.data() + begin, count, rowGradV, rowWeightV};
     return {indexV.data() + begin,
             count,
             rowGradV,

@@ -26,6 +26,8 @@ struct TreeRows {
     // The rows of a node in the plain order, and in the quickest order for the engine.
     RowSlice PlainSlice(int begin, int count) const;
     RowSet QuickSlice(int begin, int count) const;
+    // The same for a node of the next level, whose rows have been moved.
+    RowSet MovedSlice(int begin, int count) const;
     // The rows of all nodes of the next level have been moved.
     void EndLevel();
 
@@ -42,6 +44,7 @@ struct TreeRows {
 
   private:
     void Ascend(WorkerPool& pool);
+    RowSet SliceOf(bool fAscending, const LargeArray<int>& ascending, int begin, int count) const;
 
     bool fAscendingNow = true;  // at the level at hand
     const double* rowGradV = nullptr;

@@ -1,6 +1,7 @@
 // The engine's figures; see Tuning.h.
 #include "Tuning.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <sstream>
 #include <string>
@@ -23,6 +24,7 @@ Tuning CurrentTuning() {
         if (name == "mostBins") tuning.mostBins = value;
         if (name == "fewKeys") tuning.fewKeys = value;
         if (name == "directPercent") tuning.directPercent = value;
+        if (name == "chunkRows") tuning.chunkRows = std::max(value, 1);
         if (name == "teamRows") tuning.teamRows = value;
         if (name == "listPercent") tuning.listPercent = value;
     }

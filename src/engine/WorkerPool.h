@@ -9,6 +9,7 @@
 #include <exception>
 #include <functional>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 namespace sylvora {
@@ -79,6 +80,20 @@ class WorkerPool {
     std::function<void()> aside;
     std::exception_ptr asideFailure;
     unsigned firstGeneration = 0;  // loops that were over before the latest threads came
+};
+
+// A task aside, which must not throw, that is done when this ends.
+class TaskAside {
+  public:
+    TaskAside(WorkerPool& workers, std::function<void()> task) : pool(workers) {
+        pool.RunAside(std::move(task));
+    }
+    ~TaskAside() { pool.AwaitAside(); }
+    TaskAside(const TaskAside&) = delete;
+    TaskAside& operator=(const TaskAside&) = delete;
+
+  private:
+    WorkerPool& pool;
 };
 
 }  // namespace engine

@@ -122,10 +122,14 @@ struct Node {
 
     // With histograms of up to `mostBins` bins, or by sorting alone.
     Found Search(int mostBins, int fewKeys, bool fHistogram) const {
+        Tuning tuning;
+        tuning.mostBins = mostBins;
+        tuning.fewKeys = fewKeys;
         WorkerPool pool;
         const int count = static_cast<int>(gradV.size());
         const int* weights = weightV.empty() ? nullptr : weightV.data();
-        const Columns data(rowV.data(), count, static_cast<int>(columnV.size()), mostBins, pool);
+        const Columns data(rowV.data(), count, static_cast<int>(columnV.size()), tuning.mostBins,
+                           pool);
         const FixedPoint fixed = FixedPoint::Fit(gradV.data(), weights, count);
         EXPECT_TRUE(fixed.fUsable);
         const RowSet rows = {indexV.data(), count, gradV.data(), weights};
@@ -136,7 +140,7 @@ struct Node {
         for (size_t i = 0; i < gradV.size(); ++i) {
             total += fixed.ToCell(gradV[i], weights != nullptr ? weights[i] : 1);
         }
-        NodeSearch search(data, fixed, fewKeys, nullptr);
+        NodeSearch search(data, fixed, tuning, nullptr);
         const SearchResult result =
             search.Search({rows, fHistogram ? &histogram : nullptr, columnV.data(),
                            static_cast<int>(columnV.size()), total, gradAll});

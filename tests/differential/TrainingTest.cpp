@@ -34,7 +34,7 @@ void ExpectSame(const Set& set, const std::string& plain, const char* tuning, un
 TEST(TrainingDifferential, EngineEqualsPlainForm) {
     static const char* const kTunings[] = {"", "smallNode=0",
                                            "smallNode=0 mostBins=16 directPercent=0 fewKeys=0",
-                                           "smallNode=8 mostBins=4 directPercent=0",
+                                           "smallNode=8 mostBins=4 directPercent=0 chunkRows=4",
                                            "smallNode=0 mostBins=2 fewKeys=4 directPercent=40"};
     for (unsigned seed = 1; seed <= 600 * Times() && !HasFatalFailure(); ++seed) {
         const Set set = Maker(seed).Make();
@@ -48,7 +48,8 @@ TEST(TrainingDifferential, EngineEqualsPlainForm) {
 // Enough rows for bytes that stand for several bins, and for workers to share a node; 200,000 with
 // SYLVORA_DIFFERENTIAL=5 and more.
 TEST(TrainingDifferential, EngineEqualsPlainFormOnLargerSets) {
-    static const char* const kTunings[] = {"", "smallNode=0 fewKeys=0 directPercent=0"};
+    static const char* const kTunings[] = {"",
+                                           "smallNode=0 fewKeys=0 directPercent=0 chunkRows=500"};
     const int numRows = static_cast<int>(std::min(200000u, 40000 * Times()));
     const unsigned numLarge = 2 + Times();
     for (unsigned seed = 1; seed <= 3 * numLarge && !HasFatalFailure(); ++seed) {
