@@ -49,28 +49,45 @@ TEST(NumberParsing, Table) {
 }
 
 // std::regex would take as long to compile as all the rest.
-bool Matches(const std::string& text, const char* syntax) {
-    regex_t pattern;
-    if (regcomp(&pattern, syntax, REG_EXTENDED | REG_NOSUB) != 0) std::abort();
-    const bool fMatches = regexec(&pattern, text.c_str(), 0, nullptr, 0) == 0;
-    regfree(&pattern);
-    return fMatches;
-}
+class Grammar {
+  public:
+    explicit Grammar(const char* syntax) {
+        if (regcomp(&pattern, syntax, REG_EXTENDED | REG_NOSUB) != 0) std::abort();
+    }
+    ~Grammar() { regfree(&pattern); }
+    Grammar(const Grammar&) = delete;
+    Grammar& operator=(const Grammar&) = delete;
 
-// Every text of up to four characters over the alphabet of numbers and two strangers.
-TEST(NumberParsing, AgreesWithAGrammarOnAllShortTexts) {
-    const std::string alphabet = "09+-.eE x";
+    bool Matches(const std::string& text) const {
+        return regexec(&pattern, text.c_str(), 0, nullptr, 0) == 0;
+    }
+
+  private:
+    regex_t pattern;
+};
+
+// Calls check(text) for every text of up to `longest` characters over the alphabet.
+template <typename CheckText>
+void ForAllTexts(const std::string& alphabet, size_t longest, const CheckText& check) {
     size_t numTexts = 1;
-    for (size_t length = 0; length <= 4; ++length, numTexts *= alphabet.size()) {
+    for (size_t length = 0; length <= longest; ++length, numTexts *= alphabet.size()) {
         for (size_t number = 0; number < numTexts; ++number) {
             std::string text;
             for (size_t rest = number; text.size() < length; rest /= alphabet.size()) {
                 text += alphabet[rest % alphabet.size()];
             }
-            Check(text, Matches(text, "^([+-][0-9]*|[0-9]+)([.][0-9]*)?([eE][+-]?[0-9]*)?$"),
-                  Matches(text, "^([+-][0-9]*|[0-9]+)([eE][+-]?[0-9]*)?$|^$"));
+            check(text);
         }
     }
+}
+
+// With two strangers among the characters.
+TEST(NumberParsing, AgreesWithAGrammarOnAllShortTexts) {
+    const Grammar real("^([+-][0-9]*|[0-9]+)([.][0-9]*)?([eE][+-]?[0-9]*)?$");
+    const Grammar integer("^([+-][0-9]*|[0-9]+)([eE][+-]?[0-9]*)?$|^$");
+    ForAllTexts("09+-.eE x", 4, [&](const std::string& text) {
+        Check(text, real.Matches(text), integer.Matches(text));
+    });
 }
 
 // Makes texts that are numbers, for a comparison with strtod bit by bit.
@@ -185,27 +202,20 @@ size_t TakePair(const std::string& text, int& id, double& value) {
 }
 
 TEST(ShortPair, AgreesWithAGrammarOnAllShortTexts) {
-    const std::regex pair("([0-9]+):(-?[0-9]+([.][0-9]*)?)");
-    const std::string alphabet = "09-.:eE \t\x01\x7f\x80";
-    size_t numTexts = 1;
-    for (size_t length = 0; length <= 5; ++length, numTexts *= alphabet.size()) {
-        for (size_t number = 0; number < numTexts; ++number) {
-            std::string text;
-            for (size_t rest = number; text.size() < length; rest /= alphabet.size()) {
-                text += alphabet[rest % alphabet.size()];
-            }
-            const std::string token = text.substr(0, text.find_first_of(" \t"));
-            std::smatch match;
-            const bool fPair = std::regex_match(token, match, pair);
-            int id = -1;
-            double value = 0.0;
-            ASSERT_EQ(TakePair(text, id, value), fPair ? token.size() : 0) << text;
-            if (!fPair) continue;
-            const double expected = std::strtod(match[2].str().c_str(), nullptr);
-            ASSERT_EQ(id, std::stoi(match[1])) << text;
-            ASSERT_EQ(std::memcmp(&value, &expected, sizeof value), 0) << text << ": " << value;
+    const Grammar pair("^[0-9]+:-?[0-9]+([.][0-9]*)?$");
+    ForAllTexts("09-.:eE \t\x01\x7f\x80", 5, [&](const std::string& text) {
+        const std::string token = text.substr(0, text.find_first_of(" \t"));
+        int id = -1;
+        double value = 0.0;
+        if (!pair.Matches(token)) {
+            ASSERT_EQ(TakePair(text, id, value), 0u) << text;
+            return;
         }
-    }
+        ASSERT_EQ(TakePair(text, id, value), token.size()) << text;
+        const double expected = std::strtod(token.c_str() + token.find(':') + 1, nullptr);
+        ASSERT_EQ(id, std::stoi(token)) << text;
+        ASSERT_EQ(std::memcmp(&value, &expected, sizeof value), 0) << text << ": " << value;
+    });
 }
 
 TEST(ShortPair, RoundsAsStrtodDoes) {
