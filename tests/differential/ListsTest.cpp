@@ -1,7 +1,7 @@
 // The growth on sorted lists against the plain form: classification and forests, with any number of
 // threads, alone and in teams.
 //
-// SYLVORA_DIFFERENTIAL=N in the environment multiplies the number of data sets.
+// SYLVORA_DIFFERENTIAL in the environment multiplies the number of data sets.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -11,17 +11,6 @@
 #include "HostileSets.h"
 
 namespace {
-
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define SLOW_THREADS
-#endif
-#endif
-#if defined(__SANITIZE_THREAD__) || defined(SLOW_THREADS)
-constexpr unsigned kNumSets = 100;  // ThreadSanitizer takes a minute for 400 on two processors
-#else
-constexpr unsigned kNumSets = 400;
-#endif
 
 using hostile::Maker;
 using hostile::Outcome;
@@ -58,9 +47,7 @@ void ExpectEqualForms(unsigned numSets, int mostRows) {
 }
 
 TEST(ListsDifferential, EqualPlainForm) {
-    const char* factor = std::getenv("SYLVORA_DIFFERENTIAL");
-    const unsigned times = factor != nullptr ? static_cast<unsigned>(std::atoi(factor)) : 1;
-    ExpectEqualForms(kNumSets * times, 300);
+    ExpectEqualForms(hostile::Scaled(400), 300);
 }
 
 TEST(ListsDifferential, EqualPlainFormOnLargerSets) {

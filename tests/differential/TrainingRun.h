@@ -11,6 +11,12 @@
 
 namespace hostile {
 
+// So many of `count`: SYLVORA_DIFFERENTIAL in the environment multiplies it, also by less than 1.
+inline unsigned Scaled(unsigned count) {
+    const char* factor = std::getenv("SYLVORA_DIFFERENTIAL");
+    return factor != nullptr ? static_cast<unsigned>(count * std::atof(factor)) : count;
+}
+
 struct Set {
     VecDle labels;
     VecVecDle rows;

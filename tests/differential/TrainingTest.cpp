@@ -1,7 +1,7 @@
 // The engine against the plain form: small hostile data sets, every way through the engine, and
 // nothing may differ in a single bit: nodes, their rows' sums, predictions, the random stream.
 //
-// SYLVORA_DIFFERENTIAL=N in the environment multiplies the number of data sets, and the rows of the
+// SYLVORA_DIFFERENTIAL in the environment multiplies the number of data sets, and the rows of the
 // larger ones.
 #include <gtest/gtest.h>
 
@@ -19,11 +19,6 @@ using hostile::Maker;
 using hostile::Outcome;
 using hostile::Set;
 
-unsigned Times() {
-    const char* factor = std::getenv("SYLVORA_DIFFERENTIAL");
-    return factor != nullptr ? static_cast<unsigned>(std::atoi(factor)) : 1u;
-}
-
 void ExpectSame(const Set& set, const std::string& plain, const char* tuning, unsigned seed) {
     ASSERT_TRUE(Outcome(set, "0", tuning) == plain)
         << "data set " << seed << ", " << set.cfg.modelType << ", tuning \"" << tuning
@@ -36,7 +31,7 @@ TEST(TrainingDifferential, EngineEqualsPlainForm) {
                                            "smallNode=0 mostBins=16 directPercent=0 fewKeys=0",
                                            "smallNode=8 mostBins=4 directPercent=0 chunkRows=4",
                                            "smallNode=0 mostBins=2 fewKeys=4 directPercent=40"};
-    for (unsigned seed = 1; seed <= 600 * Times() && !HasFatalFailure(); ++seed) {
+    for (unsigned seed = 1; seed <= hostile::Scaled(600) && !HasFatalFailure(); ++seed) {
         const Set set = Maker(seed).Make();
         const std::string plain = Outcome(set, "1", "");
         for (const char* tuning : kTunings) ExpectSame(set, plain, tuning, seed);
@@ -50,8 +45,8 @@ TEST(TrainingDifferential, EngineEqualsPlainForm) {
 TEST(TrainingDifferential, EngineEqualsPlainFormOnLargerSets) {
     static const char* const kTunings[] = {"",
                                            "smallNode=0 fewKeys=0 directPercent=0 chunkRows=500"};
-    const int numRows = static_cast<int>(std::min(200000u, 40000 * Times()));
-    const unsigned numLarge = 2 + Times();
+    const int numRows = static_cast<int>(std::clamp(hostile::Scaled(40000), 20000u, 200000u));
+    const unsigned numLarge = 2 + hostile::Scaled(1);
     for (unsigned seed = 1; seed <= 3 * numLarge && !HasFatalFailure(); ++seed) {
         const bool fLarge = seed <= numLarge;
         Set set = Maker(seed).MakeLarger(fLarge ? numRows : 6000, seed % 3 == 0);
