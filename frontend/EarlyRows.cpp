@@ -1,6 +1,5 @@
 #include "EarlyRows.h"
 
-#include <iterator>
 #include <utility>
 
 #include "TextBlocks.h"

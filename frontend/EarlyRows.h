@@ -61,8 +61,10 @@ class EarlyRows : public BlockLook {
   public:
     // No row will have fewer than `dimLeast` values; `mustBeFinite` is RowRules::fFinite. Rows that
     // would take more than `memory` bytes are given up, most of them before they take any.
-    EarlyRows(int dimLeast, bool mustBeFinite, double memory = UsableMemory() / 4);
+    EarlyRows(int dimLeast, bool mustBeFinite, double memory = MostMemory());
     ~EarlyRows() override;
+    // For all files of a run together.
+    static double MostMemory() { return UsableMemory() / 4; }
 
     void Begin(size_t numBlocks) override;
     DataFile::Tally Look(BlockReader& reader, size_t block) override;

@@ -112,8 +112,9 @@ int ReadSets(std::vector<RunSet>& setV, const CheckCfgCLS& cfg) {
     std::deque<EarlyRows> earlyV;
     long numRows = 0;
     int dim = 0;
+    const double memory = EarlyRows::MostMemory() / static_cast<double>(setV.size());
     for (RunSet& set : setV) {
-        if (set.file.Scan(threads, earlyV.emplace_back(dim, true)) != 0) return -1;
+        if (set.file.Scan(threads, earlyV.emplace_back(dim, true, memory)) != 0) return -1;
         numRows += set.file.NumRows();
         fileV.push_back(&set.file);
         dim = WidestRow(fileV, 0);

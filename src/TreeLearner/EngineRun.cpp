@@ -114,6 +114,7 @@ bool EngineRun::Prepare(const TreeLearner& learner) {
 bool EngineRun::Grow(const TreeLearner& learner, TreeCR& tree, const int* indexV, int num,
                      long* seed) {
     grownTree = nullptr;
+    if (rowsAhead) rowsAhead->Forget();  // a callback may have changed how rows are drawn
     if (lists) {
         if (!lists->growth.Grow(learner.gradientV, indexV, num, seed)) return false;
         tree.Adopt(lists->growth.Nodes());

@@ -61,6 +61,11 @@ void RowsAhead::Start(const RowDraw& rowDraw, const long* seed) {
     });
 }
 
+void RowsAhead::Forget() {
+    pool.AwaitAside();
+    rowV.reset();
+}
+
 bool RowsAhead::Take(const RowDraw& wanted, long* seed, std::unique_ptr<int[]>& drawnV,
                      int& count) {
     pool.AwaitAside();

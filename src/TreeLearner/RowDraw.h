@@ -54,6 +54,9 @@ class RowsAhead {
     [[nodiscard]] bool Take(const RowDraw& wanted, long* seed, std::unique_ptr<int[]>& drawnV,
                             int& count);
 
+    // What was drawn, or is being drawn, is not wanted.
+    void Forget();
+
   private:
     engine::WorkerPool& pool;
     RowDraw draw = {};

@@ -18,7 +18,8 @@ constexpr int kFewestBins = 16;         // however many columns there are
 constexpr size_t kMostCells = 1 << 19;  // of a node's histogram, for wide data
 constexpr int kMostHeavy = 32;          // values that one row in so many shares have their own bin
 constexpr size_t kSlack = 16;           // codes behind the last row that may be read
-// Coarser histograms of nodes that do not sort have no fewer bins: 3 sqrt(512), see Tuning.h.
+// Coarser histograms of nodes that do not sort have no fewer bins: 3 sqrt(512), see ShiftFor in
+// RegressionGrowth.cpp and smallNode in Tuning.h.
 constexpr int kFewBins = 67;
 
 // The row number at which bin `bin` of `numBins` ideally begins.

@@ -48,6 +48,7 @@ SearchResult NodeSearch::Search(const SearchTask& task) {
 // A column with the same cuts and the same scores in a lower slot wins every tie.
 void NodeSearch::FindSlots(const SearchTask& task) {
     slotV.clear();
+    slotV.reserve(static_cast<size_t>(task.numSlots));  // nothing may fail between the marks
     for (int slot = 0; slot < task.numSlots; ++slot) {
         uint8_t& fTaken = fTakenV[static_cast<size_t>(data.At(task.columnV[slot]).twin)];
         if (fTaken == 0) slotV.push_back(slot);

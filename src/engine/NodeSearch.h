@@ -66,7 +66,7 @@ class NodeSearch {
         LiveSteps live = {};
         std::vector<uint64_t> keyV;       // rank and, in the low half, row (small nodes: place)
         std::vector<uint64_t> otherKeyV;  // for sorting
-        std::vector<std::vector<uint64_t>> stretchVV;  // keys of the rows' further stretches
+        std::vector<std::vector<uint64_t>> stretchVV;  // the keys of each stretch of rows
     };
 
     int NumWorkers() const { return pool != nullptr ? pool->NumWorkers() : 1; }

@@ -63,7 +63,7 @@ RegressionGrowth::RegressionGrowth(const Columns& columns, WorkerPool& workers,
       tuning(figures),
       plain(plainSearch),
       rows(data.HasInexact()),
-      store(columns, fixed, workers, tuning.chunkRows / 2) {
+      store(columns, fixed, workers, tuning.chunkRows / 2) {  // a block of a filler
     for (int w = 0; w < pool.NumWorkers(); ++w) {
         workerV.push_back(
             std::make_unique<Worker>(data, fixed, tuning, store.FillerOf(w), nullptr));
@@ -160,7 +160,7 @@ void RegressionGrowth::DrawColumns(OpenNode* batch, size_t numBatch, long* seed)
     }
 }
 
-// All workers together take what is more than a worker's fair share, one after the other; then each
+// All workers together take what is a worker's fair share or more, one after the other; then each
 // takes jobs by itself, the largest first, so that they finish together.
 void RegressionGrowth::SplitBatch(OpenNode* batch, size_t numBatch, bool fShare) {
     struct Job {
@@ -287,7 +287,7 @@ void RegressionGrowth::SumSons(OpenNode& open) {
 }
 
 // The smaller son is counted, the larger one gets what is left, both as coarse as suits the larger.
-// Where they are better off without, the histogram stays where it is.
+// Where they are better off without, the histogram is given back.
 void RegressionGrowth::ShareHistogram(OpenNode& open, Worker& worker) {
     const size_t smaller = open.sons[0].countDoc <= open.sons[1].countDoc ? 0 : 1;
     const size_t larger = 1 - smaller;
@@ -297,7 +297,7 @@ void RegressionGrowth::ShareHistogram(OpenNode& open, Worker& worker) {
     const int shift = std::max(open.histogram->shift, ShiftFor(largerCount, data.MostBins()));
     const double cells = static_cast<double>(store.NumCells(shift));
     if (largerCount <= tuning.smallNode || largerCount <= cells * tuning.directPercent / 100) {
-        return;
+        return store.GiveBack(std::move(open.histogram));
     }
     store.Coarsen(*open.histogram, shift);
     const RowSet counted =

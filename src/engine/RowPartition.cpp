@@ -4,7 +4,6 @@
 #include <emmintrin.h>
 
 #include <algorithm>
-#include <cstring>
 #include <numeric>
 #include <utility>
 

@@ -64,7 +64,7 @@ class RowPartition {
     Marked Mark(TreeRows& rows, int begin, int end) const;
     void SeeBytes(const ByteBlock& block, const int* rowV, int count, Marked& marked) const;
     void SeeRanks(ByteBlock& block, const int* rowV, int count, Marked& marked) const;
-    void CountMisplaced(const TreeRows& rows, int begin, int count, uint8_t fLeft,
+    void CountMisplaced(const TreeRows& rows, int begin, int count, uint8_t fWrong,
                         std::vector<int>& beginV);
     template <typename MarkBlock>
     void MoveAscending(TreeRows& rows, int begin, int count, int countL,

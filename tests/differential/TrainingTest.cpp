@@ -62,7 +62,9 @@ TEST(TrainingDifferential, EngineEqualsPlainFormOnLargerSets) {
 
 // Meddles with all that rows for the next tree may have been drawn ahead with.
 int Meddle(void* context, int done, int) {
-    static_cast<TreeLearner*>(context)->valSmpRt = done % 3 == 0 ? 0.5 : 0.9;
+    TreeLearner& learner = *static_cast<TreeLearner*>(context);
+    learner.valSmpRt = done % 3 == 0 ? 0.5 : 0.9;
+    if (done == 3 && learner.CfgInfo.modelType == "GBRank") learner.CfgInfo.randomMode = "QUERY";
     if (done % 2 == 0) static_cast<void>(ranz(&gseed));
     return 0;
 }
