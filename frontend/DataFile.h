@@ -33,8 +33,9 @@ class DataFile {
         long lineOfLargestId = 0;  // the first of them, from 1
         int error = 0;             // as in errno: why the last line of these could not be read
 
-        // The largest id of the latest line, and why there is no further one; 0: it is the last.
+        // Notes the largest id of the line counted last.
         void TakeId(int id);
+        // Notes how the reading ended, as in errno: what could not be read is a line too.
         void TakeError(int readingError);
     };
 

@@ -71,15 +71,16 @@ class EarlyRows : public BlockLook {
 
     // Whether all rows of the scanned file are here and can be had with `dim` values.
     bool CanBe(int dim) const;
-    // Forgets them.
+    // Frees them all; from now on Look only counts.
     void Drop();
-    // Moves them there, and their queries as ReadRows would report them.
+    // Moves them to `set`, each with `dim` values, and returns their queries as ReadRows would.
     std::vector<QueryRun> MoveTo(DataSet& set, int dim, ReadingThreads& threads);
 
   private:
     typedef std::unique_ptr<double[], Releaser> Row;
 
-    // The rows of a block. Lines of runs are counted from those of the block before its own.
+    // The rows of a block. The first line of a run is counted from the beginning of the block,
+    // until the lines of all blocks before it are known.
     struct BlockRows {
         DataFile::Tally tally;
         VecDle labelV;
@@ -109,15 +110,16 @@ class EarlyRows : public BlockLook {
     std::atomic<int> width;    // of the widest row so far
     std::atomic<bool> fDropped{false};
 
-    std::mutex mutex;  // of all that follows
-    std::map<size_t, BlockRows> waitingM;
-    size_t numTaken = 0;  // blocks, in order
-    long numLines = 0;    // of those
+    std::mutex mutex;                      // of all that follows
+    std::map<size_t, BlockRows> waitingM;  // for a block before them
+    size_t numTaken = 0;                   // blocks, in order
+    long numLines = 0;                     // of those
     GrowingArray<double> labels;
     GrowingArray<double*> rows;
     std::vector<QueryRun> runV;
     std::vector<Section> sectionV;
-    int cutWidth = std::numeric_limits<int>::max();  // no row may be wider
+    // Rows may be no wider than this: they would have more of a line's pairs.
+    int cutWidth = std::numeric_limits<int>::max();
 };
 
 }  // namespace sylvora::frontend
