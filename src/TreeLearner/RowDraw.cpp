@@ -43,18 +43,13 @@ int RowDraw::Run(Draws& draws, int* pool, int* drawnV) const {
     return count;
 }
 
-// The task throws nothing.
-RowsAhead::~RowsAhead() {
-    pool.AwaitAside();
-}
-
 void RowsAhead::Start(const RowDraw& rowDraw, const long* seed) {
     draw = rowDraw;
     before = Draws::StateNow(seed);
     rowV = RowArray(draw.target);
     if (!poolV) poolV = RowArray(draw.numRows);
     if (!rowV || !poolV) return rowV.reset();
-    pool.RunAside([this] {
+    drawing.emplace(pool, [this] {  // which throws nothing
         after = before;
         Draws draws(after);
         numDrawn = draw.Run(draws, poolV.get(), rowV.get());
@@ -62,13 +57,13 @@ void RowsAhead::Start(const RowDraw& rowDraw, const long* seed) {
 }
 
 void RowsAhead::Forget() {
-    pool.AwaitAside();
+    drawing.reset();
     rowV.reset();
 }
 
 bool RowsAhead::Take(const RowDraw& wanted, long* seed, std::unique_ptr<int[]>& drawnV,
                      int& count) {
-    pool.AwaitAside();
+    drawing.reset();
     std::unique_ptr<int[]> taken = std::move(rowV);
     if (!taken || !(wanted == draw) || !Draws::Skip(seed, before, after)) return false;
     drawnV = std::move(taken);

@@ -3,6 +3,7 @@
 #define SYLVORA_TREELEARNER_ROWDRAW_H
 
 #include <memory>
+#include <optional>
 
 #include "../TreeLearner.h"
 #include "../engine/WorkerPool.h"
@@ -41,11 +42,10 @@ struct RowDraw {
 class RowsAhead {
   public:
     explicit RowsAhead(engine::WorkerPool& workers) : pool(workers) {}
-    ~RowsAhead();
     RowsAhead(const RowsAhead&) = delete;
     RowsAhead& operator=(const RowsAhead&) = delete;
 
-    // Draws with a copy of the generator's state on a worker aside. Not while an earlier draw has
+    // Draws with a copy of the generator's state on an idle worker. Not while an earlier draw has
     // not been taken.
     void Start(const RowDraw& rowDraw, const long* seed);
 
@@ -63,6 +63,7 @@ class RowsAhead {
     GeneratorState before, after;
     std::unique_ptr<int[]> poolV, rowV;
     int numDrawn = 0;
+    std::optional<engine::TaskAside> drawing;
 };
 
 }  // namespace sylvora

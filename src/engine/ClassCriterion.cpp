@@ -98,7 +98,7 @@ ListCut ScanList(const Entry* list, int count, const uint16_t* classV, Classes c
 
 }  // namespace
 
-bool ClassCriterion::Take(const double* targetV, const int* indexV, int num) {
+bool ClassCriterion::Take(const double* targetV, const int* indexV, int num, WorkerPool&) {
     if (numClass > std::numeric_limits<uint16_t>::max()) return false;
     classV.resize(static_cast<size_t>(num));
     for (int i = 0; i < num; ++i) {

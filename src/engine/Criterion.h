@@ -71,7 +71,8 @@ class Criterion {
 
     // Takes the targets (gradients, or labels) of a tree's rows indexV[0..num); `targetV` is by row
     // of the data. False when they are out of the criterion's range.
-    [[nodiscard]] virtual bool Take(const double* targetV, const int* indexV, int num) = 0;
+    [[nodiscard]] virtual bool Take(const double* targetV, const int* indexV, int num,
+                                    WorkerPool& pool) = 0;
     // Lets the rows at two positions change places.
     virtual void Swap(int position, int other) = 0;
     // Sets what a node is known by. Returns whether it may be split.
@@ -91,7 +92,7 @@ class ClassCriterion : public Criterion {
   public:
     explicit ClassCriterion(int classes) : numClass(classes) {}
 
-    bool Take(const double* targetV, const int* indexV, int num) override;
+    bool Take(const double* targetV, const int* indexV, int num, WorkerPool& pool) override;
     void Swap(int position, int other) override;
     bool Describe(GrownNode& node, ScanScratch& scratch) const override;
     void Begin(const GrownNode& node, NodeFacts& facts) const override;
@@ -111,7 +112,7 @@ class ClassCriterion : public Criterion {
 
 class MeanCriterion : public Criterion {
   public:
-    bool Take(const double* targetV, const int* indexV, int num) override;
+    bool Take(const double* targetV, const int* indexV, int num, WorkerPool& pool) override;
     void Swap(int position, int other) override;
     bool Describe(GrownNode& node, ScanScratch& scratch) const override;
     void Begin(const GrownNode& node, NodeFacts& facts) const override;

@@ -5,7 +5,11 @@
 #include "FixedPoint.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
+#include <vector>
+
+#include "Chunks.h"
 
 namespace sylvora {
 namespace engine {
@@ -16,32 +20,71 @@ namespace {
 constexpr double kSmallest = 1e-100;
 constexpr double kLargest = 1e100;
 
-bool AllMultiples(const double* gradV, int num, double scale) {
-    for (int i = 0; i < num; ++i) {
-        const double scaled = gradV[i] * scale;
-        if (static_cast<double>(FixedPoint::RoundToInt(scaled)) != scaled) return false;
+constexpr int kChunkRows = 16384;
+
+// What rows [begin, end) ask of the integers.
+struct Extent {
+    bool fInRange = true;
+    double largestAbs = 0.0;
+    double largestRatio = 0.0;  // |gradient| / weight
+    double totalWeight = 0.0;
+
+    Extent() = default;
+    Extent(const double* gradV, const int* weightV, int begin, int end) {
+        for (int i = begin; i < end; ++i) {
+            const double size = std::fabs(gradV[i]);
+            const double weight = weightV != nullptr ? weightV[i] : 1;
+            fInRange = fInRange && size <= kLargest && weight >= 1;
+            largestAbs = std::max(largestAbs, size);
+            if (weightV != nullptr) largestRatio = std::max(largestRatio, size / weight);
+            totalWeight += weight;
+        }
+        if (weightV == nullptr) largestRatio = largestAbs;
     }
-    return true;
+
+    // Weights are integers, so their sum does not depend on the order.
+    void Join(const Extent& other) {
+        fInRange = fInRange && other.fInRange;
+        largestAbs = std::max(largestAbs, other.largestAbs);
+        largestRatio = std::max(largestRatio, other.largestRatio);
+        totalWeight += other.totalWeight;
+    }
+};
+
+Extent ExtentOf(const double* gradV, const int* weightV, int num, WorkerPool& pool) {
+    const Chunks chunks = {num, kChunkRows};
+    std::vector<Extent> extentV(static_cast<size_t>(chunks.Num()));
+    pool.For(chunks.Num(), [&](int chunk, int) {
+        extentV[static_cast<size_t>(chunk)] =
+            Extent(gradV, weightV, chunks.Begin(chunk), chunks.End(chunk));
+    });
+    Extent all;
+    for (const Extent& extent : extentV) all.Join(extent);
+    return all;
+}
+
+bool AllMultiples(const double* gradV, int num, double scale, WorkerPool& pool) {
+    const Chunks chunks = {num, kChunkRows};
+    std::atomic<bool> fAll{true};
+    pool.For(chunks.Num(), [&](int chunk, int) {
+        for (int i = chunks.Begin(chunk); i < chunks.End(chunk) && fAll; ++i) {
+            const double scaled = gradV[i] * scale;
+            if (static_cast<double>(FixedPoint::RoundToInt(scaled)) != scaled) fAll = false;
+        }
+    });
+    return fAll;
 }
 
 }  // namespace
 
-FixedPoint FixedPoint::Fit(const double* gradV, const int* weightV, int num) {
+FixedPoint FixedPoint::Fit(const double* gradV, const int* weightV, int num, WorkerPool& pool) {
     FixedPoint fit;
-    double largestAbs = 0.0;
-    double totalWeight = 0.0;
-    for (int i = 0; i < num; ++i) {
-        const double size = std::fabs(gradV[i]);
-        const double weight = weightV != nullptr ? weightV[i] : 1;
-        if (!(size <= kLargest) || !(weight >= 1)) return fit;
-        largestAbs = std::max(largestAbs, size);
-        fit.largest = std::max(fit.largest, size / weight);
-        totalWeight += weight;
-    }
-    if (num == 0 || (largestAbs != 0.0 && largestAbs < kSmallest)) return fit;
+    const Extent extent = ExtentOf(gradV, weightV, num, pool);
+    const double largestAbs = extent.largestAbs;
+    if (!extent.fInRange || num == 0 || (largestAbs != 0.0 && largestAbs < kSmallest)) return fit;
     fit.fUsable = true;
     // A margin for the rounding of size / weight.
-    fit.largest *= 1.0 + 1e-12;
+    fit.largest = extent.largestRatio * (1.0 + 1e-12);
     const auto exponentAbove = [](double value) {
         int exponent = 0;
         std::frexp(value, &exponent);
@@ -50,12 +93,12 @@ FixedPoint FixedPoint::Fit(const double* gradV, const int* weightV, int num) {
     const int e = largestAbs > 0.0 ? exponentAbove(largestAbs) : 0;
     const int f = exponentAbove(num);
     const int exactPower = std::min(52 - e - f, 49 - e);
-    fit.fExact = AllMultiples(gradV, num, std::ldexp(1.0, exactPower));
+    fit.fExact = AllMultiples(gradV, num, std::ldexp(1.0, exactPower), pool);
     const int k = fit.fExact ? exactPower : std::min(61 - e - f, 49 - e);
     fit.scale = std::ldexp(1.0, k);
     fit.unit = std::ldexp(1.0, -k);
     // The packed word: at most 2^weightBits of weight, and per row at most 2^absBits and one.
-    fit.weightBits = exponentAbove(totalWeight);
+    fit.weightBits = exponentAbove(extent.totalWeight);
     const int absBits = std::min(62 - fit.weightBits - f, 48);
     if (absBits < 4) {
         fit.fUsable = false;

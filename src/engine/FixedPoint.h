@@ -5,7 +5,9 @@
 
 #include <cmath>
 #include <cstdint>
+
 #include <cstring>
+#include "WorkerPool.h"
 
 namespace sylvora {
 namespace engine {
@@ -41,7 +43,7 @@ struct FixedPoint {
     int weightBits = 0;
 
     // Fits the `num` rows with gradients `gradV` and weights `weightV` (null: all 1).
-    static FixedPoint Fit(const double* gradV, const int* weightV, int num);
+    static FixedPoint Fit(const double* gradV, const int* weightV, int num, WorkerPool& pool);
 
     Cell ToCell(double gradient, int weight) const {
         const uint64_t size = static_cast<uint64_t>(RoundToInt(std::fabs(gradient) * absScale) + 1);

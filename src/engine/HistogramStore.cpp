@@ -82,8 +82,8 @@ void HistogramStore::GiveBack(std::unique_ptr<Histogram> histogram) {
     freeV.push_back(std::move(histogram));
 }
 
-std::unique_ptr<Histogram> HistogramStore::CountAlone(const RowSet& rows, int shift,
-                                                      HistogramFiller& filler) {
+std::unique_ptr<Histogram> HistogramStore::Count(const RowSet& rows, int shift,
+                                                 HistogramFiller& filler) {
     std::unique_ptr<Histogram> histogram = Take(shift);
     filler.Add(rows, fixed, allColumnV, *histogram);
     return histogram;
@@ -91,9 +91,7 @@ std::unique_ptr<Histogram> HistogramStore::CountAlone(const RowSet& rows, int sh
 
 // Each worker counts the stretches that it gets into a histogram of its own; the sums of all are
 // the same whoever counted what.
-std::unique_ptr<Histogram> HistogramStore::Count(const RowSet& rows, int shift) {
-    if (pool.NumWorkers() == 1 || rows.count < chunkRows)
-        return CountAlone(rows, shift, FillerOf(0));
+std::unique_ptr<Histogram> HistogramStore::CountShared(const RowSet& rows, int shift) {
     // As many stretches for each worker, of about the length that is counted at once.
     const int perWorker = (rows.count - 1) / (pool.NumWorkers() * chunkRows) + 1;
     const int numChunks = perWorker * pool.NumWorkers();

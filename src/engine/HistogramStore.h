@@ -23,11 +23,11 @@ class HistogramStore {
     // The filler of one worker.
     HistogramFiller& FillerOf(int worker) { return *fillerV[static_cast<size_t>(worker)]; }
 
-    // A histogram of all columns of the rows, with 2^shift bins joined to one. Long sets are
-    // shared out among the workers.
-    std::unique_ptr<Histogram> Count(const RowSet& rows, int shift);
-    // The same by one worker alone.
-    std::unique_ptr<Histogram> CountAlone(const RowSet& rows, int shift, HistogramFiller& filler);
+    // A histogram of all columns of the rows, with 2^shift bins joined to one, made with the
+    // worker's own filler.
+    std::unique_ptr<Histogram> Count(const RowSet& rows, int shift, HistogramFiller& filler);
+    // The same with the help of idle workers.
+    std::unique_ptr<Histogram> CountShared(const RowSet& rows, int shift);
     // Joins bins until they are as coarse as `shift` says.
     void Coarsen(Histogram& histogram, int shift) const;
     // Leaves in `whole` what is not in `part`, which is as coarse.

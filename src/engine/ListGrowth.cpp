@@ -73,7 +73,7 @@ ListGrowth::ListGrowth(RowLists& rowLists, WorkerPool& workers, const GrowthLimi
 ListGrowth::~ListGrowth() = default;
 
 bool ListGrowth::Grow(const double* targets, const int* indexV, int num, long* seed) {
-    if (num == 0 || !criterion.Take(targets, indexV, num)) return false;
+    if (num == 0 || !criterion.Take(targets, indexV, num, pool)) return false;
     targetV = targets;
     TakeRows(indexV, num);
     GrownNode root;

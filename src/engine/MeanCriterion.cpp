@@ -33,10 +33,10 @@ struct Sums {
 
 }  // namespace
 
-bool MeanCriterion::Take(const double* targetV, const int* indexV, int num) {
+bool MeanCriterion::Take(const double* targetV, const int* indexV, int num, WorkerPool& pool) {
     gradV.resize(static_cast<size_t>(num));
     for (int i = 0; i < num; ++i) gradV[static_cast<size_t>(i)] = targetV[indexV[i]];
-    fixed = FixedPoint::Fit(gradV.data(), nullptr, num);
+    fixed = FixedPoint::Fit(gradV.data(), nullptr, num, pool);
     return fixed.fUsable;
 }
 

@@ -19,13 +19,13 @@ constexpr int kBlockRows = 512;  // whose ranks are gathered at once
 }  // namespace
 
 NodeSearch::NodeSearch(const Columns& columns, const FixedPoint& fixedPoint, const Tuning& figures,
-                       WorkerPool* workers)
+                       WorkerPool& workers)
     : data(columns),
       fixed(fixedPoint),
       tuning(figures),
       pool(workers),
       fTakenV(static_cast<size_t>(columns.NumColumns())) {
-    for (int w = 0; w < NumWorkers(); ++w) scratchV.emplace_back(columns, fixedPoint);
+    for (int w = 0; w < pool.NumWorkers(); ++w) scratchV.emplace_back(columns, fixedPoint);
 }
 
 SearchResult NodeSearch::Search(const SearchTask& task) {
@@ -40,7 +40,7 @@ SearchResult NodeSearch::Search(const SearchTask& task) {
         SetError(task, fixed.AbsBound(task.total));
         cellV.resize(static_cast<size_t>(task.rows.count));
         task.rows.CellsOf(task.rows.rowV, task.rows.count, fixed, cellV.data());
-        ForSlots([&](int slot, Scratch& scratch) { SortSlot(task, slot, scratch); });
+        ForSlots(task, [&](int slot, Scratch& scratch) { SortSlot(task, slot, scratch); });
     }
     return Decide();
 }
@@ -59,17 +59,17 @@ void NodeSearch::FindSlots(const SearchTask& task) {
     }
 }
 
-// Calls task(i, worker) for i = 0 to count - 1 in order, or for several at once.
-template <typename Task>
-void NodeSearch::For(int count, const Task& task) {
-    if (pool != nullptr) return pool->For(count, task);
-    for (int i = 0; i < count; ++i) task(i, 0);
+// Calls step(i, worker) for i = 0 to count - 1 in order, or for several at once.
+template <typename Step>
+void NodeSearch::For(const SearchTask& task, int count, const Step& step) {
+    if (task.numTogether > 0) return pool.For(count, step);
+    for (int i = 0; i < count; ++i) step(i, 0);
 }
 
 // Calls visit(slot, scratch) for slotV.
 template <typename Visit>
-void NodeSearch::ForSlots(const Visit& visit) {
-    For(static_cast<int>(slotV.size()), [&](int i, int worker) {
+void NodeSearch::ForSlots(const SearchTask& task, const Visit& visit) {
+    For(task, static_cast<int>(slotV.size()), [&](int i, int worker) {
         visit(slotV[static_cast<size_t>(i)], scratchV[static_cast<size_t>(worker)]);
     });
 }
@@ -99,7 +99,7 @@ double NodeSearch::Least() const {
 
 void NodeSearch::LookAtSlots(const SearchTask& task) {
     viewV.resize(std::max(viewV.size(), static_cast<size_t>(task.numSlots)));
-    ForSlots([&](int slot, Scratch& scratch) {
+    ForSlots(task, [&](int slot, Scratch& scratch) {
         scratch.scan.Look(task.columnV[slot], *task.histogram, node,
                           viewV[static_cast<size_t>(slot)]);
     });
@@ -117,14 +117,15 @@ void NodeSearch::RefineSlots(const SearchTask& task) {
     const auto boundOf = [this](int slot) { return viewV[static_cast<size_t>(slot)].bound; };
     std::stable_sort(slotV.begin(), slotV.end(),
                      [&](int a, int b) { return boundOf(a) > boundOf(b); });
+    const size_t numTogether = static_cast<size_t>(std::max(task.numTogether, 1));
     for (size_t done = 0; done < slotV.size();) {
         const int* slots = slotV.data() + done;
-        const int most = static_cast<int>(std::min(scratchV.size(), slotV.size() - done));
-        int num = 0;
+        const size_t most = std::min(slotV.size() - done, numTogether);
+        size_t num = 0;
         while (num < most && boundOf(slots[num]) >= Least()) ++num;
         if (num == 0) break;
-        RefineTogether(task, slots, num);
-        done += static_cast<size_t>(num);
+        RefineTogether(task, slots, static_cast<int>(num));
+        done += num;
     }
     for (const int slot : slotV) {
         const ColumnView& view = viewV[static_cast<size_t>(slot)];
@@ -134,12 +135,12 @@ void NodeSearch::RefineSlots(const SearchTask& task) {
     }
 }
 
-// Refines slots in step, each with a scratch of its own, since a few of them would not keep all
+// Refines slots in step, each with a scratch of its own, since a few of them would not keep several
 // workers busy: rows are looked through in stretches.
 void NodeSearch::RefineTogether(const SearchTask& task, const int* slots, int numSlots) {
     const Chunks stretches = {task.rows.count,
-                              pool != nullptr ? tuning.chunkRows : task.rows.count};
-    For(numSlots, [&](int i, int) {
+                              task.numTogether > 0 ? tuning.chunkRows : task.rows.count};
+    For(task, numSlots, [&](int i, int) {
         Scratch& scratch = scratchV[static_cast<size_t>(i)];
         const int id = task.columnV[slots[i]];
         scratch.liveBinV.clear();
@@ -148,7 +149,7 @@ void NodeSearch::RefineTogether(const SearchTask& task, const int* slots, int nu
         scratch.stretchVV.resize(static_cast<size_t>(stretches.Num()));
         if (!scratch.liveBinV.empty()) FindLiveSteps(task, data.At(id), scratch);
     });
-    For(numSlots * stretches.Num(), [&](int i, int) {
+    For(task, numSlots * stretches.Num(), [&](int i, int) {
         Scratch& scratch = scratchV[static_cast<size_t>(i / stretches.Num())];
         const int stretch = i % stretches.Num();
         if (scratch.liveBinV.empty()) return;
@@ -156,7 +157,7 @@ void NodeSearch::RefineTogether(const SearchTask& task, const int* slots, int nu
                     task.columnV[slots[i / stretches.Num()]], scratch.live,
                     scratch.stretchVV[static_cast<size_t>(stretch)]);
     });
-    For(numSlots, [&](int i, int) {
+    For(task, numSlots, [&](int i, int) {
         Scratch& scratch = scratchV[static_cast<size_t>(i)];
         if (!scratch.liveBinV.empty()) ScoreKeys(task, slots[i], scratch);
     });

@@ -25,8 +25,9 @@ struct SearchTask {
     const Histogram* histogram;  // null for a small node: its columns are sorted
     const int* columnV;          // one column per slot
     int numSlots;
-    Cell total;      // the sums over the rows
-    double gradAll;  // the plain form's own sum of the gradients
+    Cell total;       // the sums over the rows
+    double gradAll;   // the plain form's own sum of the gradients
+    int numTogether;  // slots to refine in step with idle workers' help; 0: by this worker alone
 };
 
 struct SearchResult {
@@ -38,9 +39,8 @@ struct SearchResult {
 // Searches one node at a time. Buffers are reused from node to node.
 class NodeSearch {
   public:
-    // With a pool, slots and stretches of rows are shared out.
     NodeSearch(const Columns& columns, const FixedPoint& fixedPoint, const Tuning& figures,
-               WorkerPool* workers);
+               WorkerPool& workers);
 
     SearchResult Search(const SearchTask& task);
 
@@ -69,11 +69,10 @@ class NodeSearch {
         std::vector<std::vector<uint64_t>> stretchVV;  // the keys of each stretch of rows
     };
 
-    int NumWorkers() const { return pool != nullptr ? pool->NumWorkers() : 1; }
-    template <typename Task>
-    void For(int count, const Task& task);
+    template <typename Step>
+    void For(const SearchTask& task, int count, const Step& step);
     template <typename Visit>
-    void ForSlots(const Visit& visit);
+    void ForSlots(const SearchTask& task, const Visit& visit);
     void LookAtSlots(const SearchTask& task);
     void RefineSlots(const SearchTask& task);
     void RefineTogether(const SearchTask& task, const int* slots, int numSlots);
@@ -98,7 +97,7 @@ class NodeSearch {
     const Columns& data;
     const FixedPoint& fixed;
     const Tuning tuning;
-    WorkerPool* pool;  // null: the calling thread alone
+    WorkerPool& pool;
     NodeTotals node = {};
     std::atomic<double> best{-1.0};  // best score so far, by fast sums
     double rowError = 0.0;           // how far a plain left or right sum can be from ours

@@ -30,6 +30,7 @@ int ShiftFor(int count, int mostBins) {
 // A node that waits to be split, then what became of it.
 struct RegressionGrowth::OpenNode {
     int idxNode = 0;
+    int numTogether = 0;  // a fair number of workers for it; 0: too small to be shared
     Cell total = {};
     std::unique_ptr<Histogram> histogram = nullptr;  // null: its worker counts or sorts
     std::vector<int> columnV = {};                   // drawn
@@ -39,19 +40,18 @@ struct RegressionGrowth::OpenNode {
     std::unique_ptr<Histogram> sonHistogramV[2] = {};
 };
 
+// What a worker needs for the node that it grows.
 struct RegressionGrowth::Worker {
     Worker(const Columns& data, const FixedPoint& fixed, const Tuning& tuning,
-           HistogramFiller& histogramFiller, WorkerPool* pool)
+           HistogramFiller& histogramFiller, WorkerPool& pool)
         : filler(histogramFiller),
           search(data, fixed, tuning, pool),
-          partition(data, pool, tuning.chunkRows),
-          team(pool) {}
+          partition(data, pool, tuning.chunkRows) {}
 
     HistogramFiller& filler;
     NodeSearch search;
     RowPartition partition;
-    WorkerPool* team;  // null: it works alone
-    Histogram own;     // of the node at hand
+    Histogram own;  // of the node at hand
 };
 
 RegressionGrowth::RegressionGrowth(const Columns& columns, WorkerPool& workers,
@@ -65,10 +65,8 @@ RegressionGrowth::RegressionGrowth(const Columns& columns, WorkerPool& workers,
       rows(data.HasInexact()),
       store(columns, fixed, workers, tuning.chunkRows / 2) {  // a block of a filler
     for (int w = 0; w < pool.NumWorkers(); ++w) {
-        workerV.push_back(
-            std::make_unique<Worker>(data, fixed, tuning, store.FillerOf(w), nullptr));
+        workerV.push_back(std::make_unique<Worker>(data, fixed, tuning, store.FillerOf(w), pool));
     }
-    team = std::make_unique<Worker>(data, fixed, tuning, store.FillerOf(0), &pool);
 }
 
 RegressionGrowth::~RegressionGrowth() = default;
@@ -77,8 +75,8 @@ bool RegressionGrowth::Grow(const double* gradV, const int* weightV, const int* 
                             long* seed, const std::function<void()>& lastDraw) {
     if (num == 0) return false;
     rows.Take(gradV, weightV, indexV, num, data.NumRows(), pool);
-    fixed = FixedPoint::Fit(rows.gradV.data(), rows.weightV.empty() ? nullptr : rows.weightV.data(),
-                            num);
+    const int* ownWeightV = rows.weightV.empty() ? nullptr : rows.weightV.data();
+    fixed = FixedPoint::Fit(rows.gradV.data(), ownWeightV, num, pool);
     if (!fixed.fUsable) return false;
     nodeV.clear();
     numLeaf = 1;
@@ -111,7 +109,8 @@ RegressionGrowth::OpenNode RegressionGrowth::PlantRoot() {
         }
     } else {
         const TaskAside sum(pool, addUp);
-        open.histogram = store.Count(QuickSliceOf(root), ShiftFor(root.countDoc, data.MostBins()));
+        open.histogram =
+            store.CountShared(QuickSliceOf(root), ShiftFor(root.countDoc, data.MostBins()));
         const Column& any = data.At(0);
         const int numBins = open.histogram->NumBins(any);
         for (int bin = 0; bin < numBins; ++bin) open.total += open.histogram->Of(any)[bin];
@@ -133,9 +132,9 @@ void RegressionGrowth::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
         DrawColumns(batch, numBatch, seed);
         if (fLastLevel && numDone == levelV.size()) lastDraw();
         // Where this batch may reach the limit of leaves, its sons will hardly be searched.
-        const bool fShare =
+        const bool fShareHistograms =
             limits.fForest || numLeaf + static_cast<int64_t>(numBatch) < limits.maxLeaf;
-        SplitBatch(batch, numBatch, fShare);
+        SplitBatch(batch, numBatch, fShareHistograms);
         for (size_t b = 0; b < numBatch; ++b) {
             if (batch[b].split.column < 0) continue;
             fSlicesTrue = fSlicesTrue && batch[b].split.fSlicesTrue;
@@ -160,40 +159,33 @@ void RegressionGrowth::DrawColumns(OpenNode* batch, size_t numBatch, long* seed)
     }
 }
 
-// All workers together take what is a worker's fair share or more, one after the other; then each
-// takes jobs by itself, the largest first, so that they finish together.
-void RegressionGrowth::SplitBatch(OpenNode* batch, size_t numBatch, bool fShare) {
-    struct Job {
-        OpenNode* open;
-        int count;
-        bool fSplit;  // only to be shared out
-    };
-    std::vector<Job> jobV;
+// A worker takes a node, the largest first. Who finds none left joins in the work on others' large
+// nodes, so that all finish together.
+void RegressionGrowth::SplitBatch(OpenNode* batch, size_t numBatch, bool fShareHistograms) {
+    std::vector<OpenNode*> orderV;
     int64_t numRows = 0;
     for (OpenNode* open = batch; open < batch + numBatch; ++open) {
-        jobV.push_back({open, nodeV[static_cast<size_t>(open->idxNode)].countDoc, false});
-        numRows += jobV.back().count;
+        orderV.push_back(open);
+        numRows += CountOf(*open);
     }
-    const int64_t manyRows = std::max<int64_t>(tuning.chunkRows, numRows / pool.NumWorkers());
-    const auto isForAll = [&](int count) { return pool.NumWorkers() > 1 && count >= manyRows; };
-    std::vector<Job> aloneV;
-    for (Job& job : jobV) {
-        if (isForAll(job.count)) {
-            SplitNode(*job.open, *team);
-            job.fSplit = true;
-            job.count = std::min(job.open->sons[0].countDoc, job.open->sons[1].countDoc);
-            if (fShare && isForAll(job.count)) ShareHistogram(*job.open, *team);
-        }
-        if (!isForAll(job.count)) aloneV.push_back(job);
-    }
-    std::stable_sort(aloneV.begin(), aloneV.end(),
-                     [&](const Job& a, const Job& b) { return a.count > b.count; });
-    pool.For(static_cast<int>(aloneV.size()), [&](int i, int worker) {
-        const Job& job = aloneV[static_cast<size_t>(i)];
-        Worker& alone = *workerV[static_cast<size_t>(worker)];
-        if (!job.fSplit) SplitNode(*job.open, alone);
-        if (fShare) ShareHistogram(*job.open, alone);
+    std::stable_sort(orderV.begin(), orderV.end(), [this](const OpenNode* a, const OpenNode* b) {
+        return CountOf(*a) > CountOf(*b);
     });
+    pool.For(static_cast<int>(numBatch), [&](int i, int worker) {
+        OpenNode& open = *orderV[static_cast<size_t>(i)];
+        Worker& own = *workerV[static_cast<size_t>(worker)];
+        LetOthersJoin(open, numRows);
+        SplitNode(open, own);
+        if (fShareHistograms) ShareHistogram(open, own);
+    });
+}
+
+// Nodes with a quarter of a worker's fair share of the `numRows` at hand, or more, are shared.
+void RegressionGrowth::LetOthersJoin(OpenNode& open, int64_t numRows) const {
+    const int count = CountOf(open);
+    const double fair = 1.0 * pool.NumWorkers() * count / static_cast<double>(numRows);
+    const bool fShared = pool.NumWorkers() > 1 && count >= tuning.chunkRows && fair >= 0.25;
+    open.numTogether = fShared ? std::max(static_cast<int>(std::lround(fair)), 1) : 0;
 }
 
 void RegressionGrowth::SplitNode(OpenNode& open, Worker& worker) {
@@ -220,8 +212,8 @@ void RegressionGrowth::MoveRows(OpenNode& open, Worker& worker) {
     const bool fOpenSons = IsOpen(open.sons[0]) || IsOpen(open.sons[1]);
     if (!fOpenSons || !rows.fKeepAscending) return SumSons(open);
     std::optional<TaskAside> sums;
-    if (worker.team != nullptr) {
-        sums.emplace(*worker.team, [&] { SumSons(open); });
+    if (open.numTogether > 0) {
+        sums.emplace(pool, [&] { SumSons(open); });
     } else {
         SumSons(open);
     }
@@ -233,6 +225,7 @@ void RegressionGrowth::MoveRows(OpenNode& open, Worker& worker) {
 SplitPoint RegressionGrowth::FindSplit(OpenNode& open, Worker& worker) {
     const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
     const RowSet quick = QuickSliceOf(node);
+    worker.partition.SetShared(open.numTogether > 0);
     const Histogram* histogram = open.histogram.get();
     if (histogram == nullptr && node.countDoc > tuning.smallNode) {
         Histogram& own = worker.own;
@@ -246,8 +239,9 @@ SplitPoint RegressionGrowth::FindSplit(OpenNode& open, Worker& worker) {
         histogram = &own;
     }
     const int numSlots = static_cast<int>(open.columnV.size());
-    const SearchResult result = worker.search.Search(
-        {quick, histogram, open.columnV.data(), numSlots, open.total, node.gradAll});
+    const SearchResult result =
+        worker.search.Search({quick, histogram, open.columnV.data(), numSlots, open.total,
+                              node.gradAll, open.numTogether});
     open.left = Cell();
     if (result.fFound) {
         const SplitPoint split = worker.partition.MarkByRank(
@@ -302,9 +296,9 @@ void RegressionGrowth::ShareHistogram(OpenNode& open, Worker& worker) {
     store.Coarsen(*open.histogram, shift);
     const RowSet counted =
         rows.MovedSlice(open.sons[smaller].startDoc, open.sons[smaller].countDoc);
-    open.sonHistogramV[smaller] = worker.team != nullptr
-                                      ? store.Count(counted, shift)
-                                      : store.CountAlone(counted, shift, worker.filler);
+    const bool fShared = open.numTogether > 0 && counted.count >= tuning.chunkRows;
+    open.sonHistogramV[smaller] =
+        fShared ? store.CountShared(counted, shift) : store.Count(counted, shift, worker.filler);
     open.sonHistogramV[larger] = std::move(open.histogram);
     store.Subtract(*open.sonHistogramV[larger], *open.sonHistogramV[smaller]);
 }
@@ -326,6 +320,10 @@ void RegressionGrowth::AppendSons(OpenNode& open, std::vector<OpenNode>& nextV) 
         total = open.total;
         total -= open.left;
     }
+}
+
+int RegressionGrowth::CountOf(const OpenNode& open) const {
+    return nodeV[static_cast<size_t>(open.idxNode)].countDoc;
 }
 
 RowSet RegressionGrowth::QuickSliceOf(const GrownNode& node) const {

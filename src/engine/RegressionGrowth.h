@@ -3,6 +3,7 @@
 #ifndef SYLVORA_ENGINE_REGRESSIONGROWTH_H
 #define SYLVORA_ENGINE_REGRESSIONGROWTH_H
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -52,13 +53,15 @@ class RegressionGrowth {
     void GrowLevel(std::vector<OpenNode>& levelV, long* seed, const std::function<void()>& lastDraw,
                    std::vector<OpenNode>& nextV);
     void DrawColumns(OpenNode* batch, size_t numBatch, long* seed);
-    void SplitBatch(OpenNode* batch, size_t numBatch, bool fShare);
+    void SplitBatch(OpenNode* batch, size_t numBatch, bool fShareHistograms);
+    void LetOthersJoin(OpenNode& open, int64_t numRows) const;
     void SplitNode(OpenNode& open, Worker& worker);
     SplitPoint FindSplit(OpenNode& open, Worker& worker);
     void MoveRows(OpenNode& open, Worker& worker);
     void SumSons(OpenNode& open);
     void AppendSons(OpenNode& open, std::vector<OpenNode>& nextV);
     void ShareHistogram(OpenNode& open, Worker& worker);
+    int CountOf(const OpenNode& open) const;
     RowSet QuickSliceOf(const GrownNode& node) const;
     bool IsTooDeep(int depth) const;
     bool IsOpen(const GrownNode& node) const;
@@ -74,8 +77,7 @@ class RegressionGrowth {
     int numLeaf = 1;
     bool fSlicesTrue = true;
     HistogramStore store;
-    std::vector<std::unique_ptr<Worker>> workerV;  // each grows nodes by itself
-    std::unique_ptr<Worker> team;                  // all together on one node
+    std::vector<std::unique_ptr<Worker>> workerV;
 };
 
 }  // namespace engine

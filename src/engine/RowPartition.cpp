@@ -85,9 +85,9 @@ struct RowPartition::ByteBlock {
     }
 };
 
-// The chunks of a slice; the whole of it where there is nobody to share it with.
+// The chunks of a slice; the whole of it where it is not shared.
 Chunks RowPartition::ChunksOf(int count) const {
-    return {count, pool != nullptr ? chunkRows : std::max(count, 1)};
+    return {count, fShared ? chunkRows : std::max(count, 1)};
 }
 
 // Calls task(chunk, begin, end) for the chunks of [0, count).
@@ -97,8 +97,7 @@ void RowPartition::ForChunks(int count, const Task& task) {
     const auto run = [&](int chunk, int) {
         task(static_cast<size_t>(chunk), chunks.Begin(chunk), chunks.End(chunk));
     };
-    if (pool != nullptr) return pool->For(chunks.Num(), run);
-    for (int chunk = 0; chunk < chunks.Num(); ++chunk) run(chunk, 0);
+    pool.For(chunks.Num(), run);
 }
 
 RowPartition::Sides RowPartition::SidesOf(const Column& column, uint32_t lastRank) {
@@ -321,7 +320,7 @@ void RowPartition::MoveInPlainOrder(TreeRows& rows, int begin, int count, int co
     const int middle = begin + countL;
     const int end = begin + count;
     const uint8_t* fLeftV = rows.fLeftV.data();
-    if (pool == nullptr) {
+    if (!fShared) {
         Misplaced left(fLeftV, 0, begin, middle);
         Misplaced right(fLeftV, 1, middle, end);
         return exchange(left, right, count);

@@ -18,9 +18,11 @@ namespace engine {
 
 class RowPartition {
   public:
-    // With a pool, slices are shared out among its workers in chunks of `rowsOfChunk`.
-    RowPartition(const Columns& columns, WorkerPool* workers, int rowsOfChunk)
+    RowPartition(const Columns& columns, WorkerPool& workers, int rowsOfChunk)
         : data(columns), pool(workers), chunkRows(rowsOfChunk) {}
+
+    // Whether idle workers may join in what follows, in chunks of rows.
+    void SetShared(bool share) { fShared = share; }
 
     // Turns "rank at most lastRank goes left" into a split point for the slice [begin, begin +
     // count) and notes in fLeftV what goes where.
@@ -71,8 +73,9 @@ class RowPartition {
                        const MarkBlock& markBlock);
 
     const Columns& data;
-    WorkerPool* pool;
+    WorkerPool& pool;
     const int chunkRows;
+    bool fShared = false;
     Sides sides = {};
     std::vector<Marked> markedV;                           // by chunk
     std::vector<int> leftBeginV, wrongLeftV, wrongRightV;  // numbers before each chunk

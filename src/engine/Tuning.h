@@ -12,8 +12,8 @@ struct Tuning {
     int fewKeys = 256;       // rows in live bins up to which they are sorted without a finer look
     int directPercent = 80;  // rows, in percent of a histogram's cells, up to which a node counts
                              // its own histogram rather than subtract its sibling's
-    int chunkRows = 16384;   // of a stretch that workers share out; a node with fewer rows is grown
-                             // by one worker alone
+    int chunkRows = 16384;   // of a stretch that workers share; a node with fewer rows is grown by
+                             // one worker alone
     int teamRows = 4096;     // rows from which workers part the lists of a node together
     int listPercent = 10;    // columns drawn per node, in percent, from which sorted lists of all
                              // columns are kept rather than made of the drawn ones, and a

@@ -3,6 +3,7 @@
 
 #include <sched.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace sylvora {
@@ -14,7 +15,6 @@ namespace {
 // wants the processor.
 constexpr int kSpins = 2000;
 constexpr int kYields = 1000;
-constexpr int kAsideWorker = 1;
 
 template <typename Condition>
 bool SpinUntil(const Condition& condition) {
@@ -29,26 +29,31 @@ bool SpinUntil(const Condition& condition) {
     return false;
 }
 
+// Which worker a thread is, and of which pool.
+struct Identity {
+    const void* pool = nullptr;
+    int worker = 0;
+};
+thread_local Identity identity;
+
 }  // namespace
 
 WorkerPool::~WorkerPool() {
     {
-        // A task aside would take the end for one of the loops that it missed.
-        std::unique_lock<std::mutex> lock(mutex);
-        done.wait(lock, [this] { return !fAside.load(); });
-    }
-    {
         const std::lock_guard<std::mutex> lock(mutex);
         fEnd = true;
-        generation.fetch_add(1);
     }
     wake.notify_all();
     for (const pthread_t thread : threads) pthread_join(thread, nullptr);
 }
 
 int WorkerPool::Start(int numThread) {
-    if (numThread > 1) threads.reserve(static_cast<size_t>(numThread - 1));
-    firstGeneration = generation.load();
+    if (numThread > 1) {
+        // Nothing may fail later: a worker has at most a loop of nodes, one within a node, and a
+        // task aside, and a run has one more.
+        threads.reserve(static_cast<size_t>(numThread - 1));
+        openV.reserve(4 * static_cast<size_t>(numThread));
+    }
     while (NumWorkers() < numThread) {
         pthread_t thread;
         const int code = pthread_create(&thread, nullptr, ThreadMain, this);
@@ -60,98 +65,86 @@ int WorkerPool::Start(int numThread) {
 
 void* WorkerPool::ThreadMain(void* arg) {
     WorkerPool& pool = *static_cast<WorkerPool*>(arg);
-    pool.WaitAndWork(pool.numArrived.fetch_add(1) + 1);
+    identity = {&pool, pool.numArrived.fetch_add(1) + 1};
+    while (Loop* loop = pool.Join()) {
+        pool.Work(*loop, identity.worker);
+        if (loop->numHelpers.fetch_sub(1) > 1) continue;
+        // From here on the loop may be gone.
+        const std::lock_guard<std::mutex> lock(pool.mutex);
+        pool.done.notify_all();
+    }
     return nullptr;
 }
 
-void WorkerPool::WaitAndWork(int worker) {
-    unsigned seen = firstGeneration;
-    const auto isNew = [&] { return generation.load() != seen; };
-    const auto isAside = [&] { return worker == kAsideWorker && fAside.load(); };
-    const auto isWanted = [&] { return isNew() || isAside(); };
-    for (;;) {
-        if (!SpinUntil(isWanted)) {
-            std::unique_lock<std::mutex> lock(mutex);
-            wake.wait(lock, isWanted);
-        }
-        if (isAside()) {
-            WorkAside();
-            const std::lock_guard<std::mutex> lock(mutex);
-            seen = generation.load();  // the loops meanwhile went without this worker
-            fAside = false;
-            done.notify_one();
-            continue;
-        }
-        {
-            const std::lock_guard<std::mutex> lock(mutex);
-            if (fEnd) return;
-        }
-        ++seen;
-        Work(worker);
-        if (numBusy.fetch_sub(1) == 1) {
-            const std::lock_guard<std::mutex> lock(mutex);
-            done.notify_one();
-        }
-    }
+int WorkerPool::Self() const {
+    return identity.pool == this ? identity.worker : 0;
 }
 
-void WorkerPool::WorkAside() {
-    try {
-        aside();
-    } catch (...) {
-        asideFailure = std::current_exception();
-    }
+// Waits for a loop to help with; null at the end.
+WorkerPool::Loop* WorkerPool::Join() {
+    SpinUntil([this] { return numOpen.load() > 0 || fEnd.load(); });
+    std::unique_lock<std::mutex> lock(mutex);
+    wake.wait(lock, [this] { return !openV.empty() || fEnd.load(); });
+    if (openV.empty()) return nullptr;
+    openV.front()->numHelpers.fetch_add(1);
+    return openV.front();
 }
 
-void WorkerPool::RunAside(std::function<void()> task) {
-    aside = std::move(task);
-    asideFailure = nullptr;
-    if (threads.empty()) return WorkAside();
+void WorkerPool::Open(Loop& loop) {
     {
         const std::lock_guard<std::mutex> lock(mutex);
-        fAside = true;
+        openV.push_back(&loop);
+        numOpen = static_cast<int>(openV.size());
     }
     wake.notify_all();
 }
 
-void WorkerPool::AwaitAside() {
-    const auto isDone = [this] { return !fAside.load(); };
-    if (!SpinUntil(isDone)) {
-        std::unique_lock<std::mutex> lock(mutex);
-        done.wait(lock, isDone);
-    }
-    if (asideFailure) std::rethrow_exception(std::exchange(asideFailure, nullptr));
+void WorkerPool::Close(Loop& loop) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    openV.erase(std::remove(openV.begin(), openV.end(), &loop), openV.end());
+    numOpen = static_cast<int>(openV.size());
 }
 
-void WorkerPool::Work(int worker) {
-    for (int index = nextIndex.fetch_add(1); index < loop.count; index = nextIndex.fetch_add(1)) {
+void WorkerPool::Work(Loop& loop, int worker) {
+    for (int index = loop.nextIndex++; index < loop.count; index = loop.nextIndex++) {
         try {
             loop.call(loop.context, index, worker);
         } catch (...) {
             const std::lock_guard<std::mutex> lock(mutex);
-            if (!failure) failure = std::current_exception();
-            nextIndex.store(loop.count);
+            if (!loop.failure) loop.failure = std::current_exception();
+            loop.nextIndex = loop.count;
         }
     }
+    Close(loop);
 }
 
-void WorkerPool::RunLoop(Loop next) {
-    {
-        const std::lock_guard<std::mutex> lock(mutex);
-        loop = next;
-        failure = nullptr;
-        nextIndex.store(0);
-        numBusy.store(static_cast<int>(threads.size()) - (fAside ? 1 : 0));
-        generation.fetch_add(1);
-    }
-    wake.notify_all();
-    Work(0);
-    const auto isDone = [this] { return numBusy.load() == 0; };
+void WorkerPool::Finish(Loop& loop) {
+    Work(loop, Self());
+    const auto isDone = [&loop] { return loop.numHelpers.load() == 0; };
     if (!SpinUntil(isDone)) {
         std::unique_lock<std::mutex> lock(mutex);
         done.wait(lock, isDone);
     }
-    if (failure) std::rethrow_exception(failure);
+    if (loop.failure) std::rethrow_exception(loop.failure);
+}
+
+TaskAside::TaskAside(WorkerPool& workers, std::function<void()> task)
+    : pool(workers), run(std::move(task)) {
+    loop.call = [](const void* context, int, int) {
+        (*static_cast<const std::function<void()>*>(context))();
+    };
+    loop.context = &run;
+    loop.count = 1;
+    pool.Open(loop);
+}
+
+TaskAside::~TaskAside() {
+    if (!fAwaited) Await();
+}
+
+void TaskAside::Await() {
+    fAwaited = true;
+    pool.Finish(loop);
 }
 
 }  // namespace engine

@@ -17,8 +17,10 @@ namespace engine {
 
 // The calling thread is worker 0; Start adds the others. Idle workers block. A loop hands out its
 // indices one by one, so which worker gets which is left to chance: results must not depend on it.
-// Used by one thread at a time; loops do not nest. The destructor joins all threads, so nothing
-// runs on when a pool is gone.
+// Tasks may run loops themselves: a worker that has nothing to do joins the loop that was begun
+// first of those with indices left, and whoever runs a loop waits for those who joined. Used by one
+// thread besides the workers' own. The destructor joins all threads, so nothing runs on when a pool
+// is gone.
 class WorkerPool {
   public:
     WorkerPool() = default;
@@ -38,62 +40,66 @@ class WorkerPool {
     void For(int count, const Task& task) {
         if (count <= 0) return;
         if (threads.empty() || count == 1) {
-            for (int index = 0; index < count; ++index) task(index, 0);
+            for (int index = 0; index < count; ++index) task(index, Self());
             return;
         }
-        const auto call = [](const void* context, int index, int worker) {
+        Loop loop;
+        loop.call = [](const void* context, int index, int worker) {
             (*static_cast<const Task*>(context))(index, worker);
         };
-        RunLoop({call, &task, count});
+        loop.context = &task;
+        loop.count = count;
+        Open(loop);
+        Finish(loop);
     }
 
-    // Runs the task on one worker while the others go on with loops; where there is no other, at
-    // once. AwaitAside returns when it is done and comes before the next RunAside; an exception of
-    // the task is thrown again there.
-    void RunAside(std::function<void()> task);
-    void AwaitAside();
-
   private:
+    friend class TaskAside;
+
     struct Loop {
         void (*call)(const void* context, int index, int worker) = nullptr;
         const void* context = nullptr;
         int count = 0;
+        std::atomic<int> nextIndex{0};
+        std::atomic<int> numHelpers{0};  // workers that joined and have not left
+        std::exception_ptr failure;
     };
 
     static void* ThreadMain(void* arg);
-    void RunLoop(Loop next);
-    void Work(int worker);
-    void WaitAndWork(int worker);
-    void WorkAside();
+    int Self() const;
+    void Open(Loop& loop);
+    void Close(Loop& loop);
+    void Finish(Loop& loop);
+    void Work(Loop& loop, int worker);
+    Loop* Join();
 
     std::vector<pthread_t> threads;
-    std::mutex mutex;
-    std::condition_variable wake, done;
-    Loop loop;
-    std::atomic<int> nextIndex{0};
-    std::atomic<unsigned> generation{0};  // counts the loops; a change wakes the workers
-    std::atomic<int> numBusy{0};          // workers that have not finished the current loop
-    std::exception_ptr failure;
-    bool fEnd = false;
     std::atomic<int> numArrived{0};
-    std::atomic<bool> fAside{false};  // worker 1 has a task of its own, or is about to
-    std::function<void()> aside;
-    std::exception_ptr asideFailure;
-    unsigned firstGeneration = 0;  // loops that were over before the latest threads came
+    std::mutex mutex;  // guards openV, and the failures of loops
+    std::condition_variable wake, done;
+    std::vector<Loop*> openV;     // that may have indices left, in the order of their beginning
+    std::atomic<int> numOpen{0};  // of them, to look at without the mutex
+    std::atomic<bool> fEnd{false};
 };
 
-// A task aside, which must not throw, that is done when this ends.
+// A task that an idle worker runs while its owner goes on; if none has begun it by the time of
+// Await, it is run there.
 class TaskAside {
   public:
-    TaskAside(WorkerPool& workers, std::function<void()> task) : pool(workers) {
-        pool.RunAside(std::move(task));
-    }
-    ~TaskAside() { pool.AwaitAside(); }
+    TaskAside(WorkerPool& workers, std::function<void()> task);
+    ~TaskAside();
     TaskAside(const TaskAside&) = delete;
     TaskAside& operator=(const TaskAside&) = delete;
 
+    // Returns when the task is done; its exception is thrown again here. The destructor awaits a
+    // task that nobody has awaited, which then must not throw.
+    void Await();
+
   private:
     WorkerPool& pool;
+    const std::function<void()> run;
+    WorkerPool::Loop loop;
+    bool fAwaited = false;
 };
 
 }  // namespace engine

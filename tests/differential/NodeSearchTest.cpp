@@ -130,7 +130,7 @@ struct Node {
         const int* weights = weightV.empty() ? nullptr : weightV.data();
         const Columns data(rowV.data(), count, static_cast<int>(columnV.size()), tuning.mostBins,
                            pool);
-        const FixedPoint fixed = FixedPoint::Fit(gradV.data(), weights, count);
+        const FixedPoint fixed = FixedPoint::Fit(gradV.data(), weights, count, pool);
         EXPECT_TRUE(fixed.fUsable);
         const RowSet rows = {indexV.data(), count, gradV.data(), weights};
         Histogram histogram;
@@ -140,10 +140,10 @@ struct Node {
         for (size_t i = 0; i < gradV.size(); ++i) {
             total += fixed.ToCell(gradV[i], weights != nullptr ? weights[i] : 1);
         }
-        NodeSearch search(data, fixed, tuning, nullptr);
+        NodeSearch search(data, fixed, tuning, pool);
         const SearchResult result =
             search.Search({rows, fHistogram ? &histogram : nullptr, columnV.data(),
-                           static_cast<int>(columnV.size()), total, gradAll});
+                           static_cast<int>(columnV.size()), total, gradAll, 0});
         return {result, result.fFound ? HighestOf(data, result.winner) : 0.0};
     }
 
