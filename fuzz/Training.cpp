@@ -141,8 +141,9 @@ bool IsForAnyThreads(const hostile::Set& set) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static Counter counter;
-    static const char* const kTunings[] = {"", "smallNode=0 mostBins=16 directPercent=0 fewKeys=0",
-                                           "smallNode=0 mostBins=2 fewKeys=4 teamRows=4"};
+    static const char* const kTunings[] = {
+        "", "smallNode=0 mostBins=16 directPercent=0 fewKeys=0",
+        "smallNode=0 mostBins=2 fewKeys=4 teamRows=4 rankBits=1"};
     SetMaker maker(data, size);
     hostile::Set set = maker.Make();
     const char* const tuning = kTunings[maker.Between(0, 2)];

@@ -50,8 +50,7 @@ class EngineRun::NodePlainSearch : public engine::PlainSearch {
 // Boosted trees, and a regression's single tree: a few levels of many rows each.
 struct EngineRun::HistogramWay {
     HistogramWay(const TreeLearner& learner, const engine::GrowthLimits& limits, EngineRun& run)
-        : columns(learner.featureVV, learner.sampleSize, learner.dimFea, run.tuning.mostBins,
-                  run.pool),
+        : columns(learner.featureVV, learner.sampleSize, learner.dimFea, run.tuning, run.pool),
           growth(columns, run.pool, limits, run.tuning, *run.plain) {}
 
     engine::Columns columns;

@@ -98,14 +98,31 @@ void DescribeBins(const std::vector<Distinct>& distinctV, Column& c) {
     }
 }
 
-template <typename Rank>
-void AssignRanks(const ValueOrder& sorted, const std::vector<Distinct>& distinctV,
-                 LargeArray<Rank>& rankV) {
-    rankV.resize(sorted.Count());
+// The first rank of each byte of a wide column, then the number of ranks.
+std::vector<uint32_t> ByteFirsts(const Column& c) {
+    std::vector<uint32_t> firstV;
+    for (int bin = 0; bin < c.numBins; bin += 1 << c.byteShift) {
+        firstV.push_back(c.binFirstRankV[static_cast<size_t>(bin)]);
+    }
+    firstV.push_back(c.binFirstRankV.back());
+    return firstV;
+}
+
+void AssignRanks(const ValueOrder& sorted, const std::vector<Distinct>& distinctV, int rankBits,
+                 Column& c) {
+    const std::vector<uint32_t> firstV =
+        c.fNarrow ? c.binFirstRankV : ByteFirsts(c);  // of a narrow column, byte and rank are one
+    c.byteV.resize(sorted.Count());
+    if (!c.fNarrow) c.ranks = RowRanks(firstV, sorted.Count(), rankBits);
+    size_t byte = 0;
     for (size_t r = 0; r < distinctV.size(); ++r) {
+        const uint32_t rank = static_cast<uint32_t>(r);
+        while (firstV[byte + 1] <= rank) ++byte;
         const size_t end = r + 1 < distinctV.size() ? distinctV[r + 1].begin : sorted.Count();
         for (size_t i = distinctV[r].begin; i < end; ++i) {
-            rankV[sorted.Row(i)] = static_cast<Rank>(r);
+            const size_t row = sorted.Row(i);
+            c.byteV[row] = static_cast<uint8_t>(byte);
+            if (!c.fNarrow) c.ranks.Set(row, byte, rank);
         }
     }
 }
@@ -139,16 +156,19 @@ class BinFinder {
 
 }  // namespace
 
-Columns::Columns(const double* const* rows, int numRow, int numColumn, int mostBins,
+Columns::Columns(const double* const* rows, int numRow, int numColumn, const Tuning& tuning,
                  WorkerPool& pool)
     : rowV(rows),
       numRows(numRow),
-      maxBins(ChooseMostBins(numRow, numColumn, mostBins)),
+      maxBins(ChooseMostBins(numRow, numColumn, tuning.mostBins)),
       columnV(static_cast<size_t>(numColumn)) {
     std::atomic<bool> fFoundNan{false};
     std::vector<uint64_t> hashV(columnV.size());
     pool.For(numColumn, [&](int column, int) {
-        if (!CodeColumn(column)) fFoundNan = true;
+        if (!CodeColumn(column, tuning.rankBits)) {
+            fFoundNan = true;
+            return;
+        }
         hashV[static_cast<size_t>(column)] = HashRanks(column);
     });
     fNan = fFoundNan;
@@ -159,7 +179,7 @@ Columns::Columns(const double* const* rows, int numRow, int numColumn, int mostB
 }
 
 // False when the column holds a NaN.
-bool Columns::CodeColumn(int column) {
+bool Columns::CodeColumn(int column, int rankBits) {
     ValueOrder sorted;
     if (!sorted.Load(rowV, numRows, column)) return false;
     const std::vector<Distinct> distinctV = FindDistinct(sorted, rowV, column);
@@ -177,11 +197,7 @@ bool Columns::CodeColumn(int column) {
     c.numBins = static_cast<int>(c.binFirstRankV.size()) - 1;
     DescribeBins(distinctV, c);
     while (((c.numBins - 1) >> c.byteShift) >= kNarrowBins) ++c.byteShift;
-    if (c.fNarrow) {
-        AssignRanks(sorted, distinctV, c.byteV);
-    } else {
-        AssignRanks(sorted, distinctV, c.rankV);
-    }
+    AssignRanks(sorted, distinctV, rankBits, c);
     return true;
 }
 
@@ -202,10 +218,7 @@ void Columns::FillRowCodes(WorkerPool& pool) {
     narrowRows.codeV.resize(static_cast<size_t>(numRows) * narrowRows.stride + kSlack);
     wideRows.codeV.resize(static_cast<size_t>(numRows) * wideRows.stride + kSlack);
     std::vector<BinFinder> finderV;
-    for (const int column : wideV) {
-        finderV.emplace_back(At(column));
-        columnV[static_cast<size_t>(column)].byteV.resize(static_cast<size_t>(numRows));
-    }
+    for (const int column : wideV) finderV.emplace_back(At(column));
     const Chunks chunks = {numRows, 4096};
     pool.For(chunks.Num(), [&](int chunk, int) {
         const size_t end = static_cast<size_t>(chunks.End(chunk));
@@ -214,9 +227,8 @@ void Columns::FillRowCodes(WorkerPool& pool) {
             for (const int column : narrowV) *narrow++ = At(column).byteV[row];
             uint16_t* wide = wideRows.codeV.data() + row * wideRows.stride;
             for (size_t k = 0; k < wideV.size(); ++k) {
-                Column& column = columnV[static_cast<size_t>(wideV[k])];
-                wide[k] = finderV[k].Find(column.rankV[row]);
-                column.byteV[row] = static_cast<uint8_t>(wide[k] >> column.byteShift);
+                const Column& column = At(wideV[k]);
+                wide[k] = finderV[k].Find(column.ranks.At(row, column.byteV[row]));
             }
         }
     });
@@ -225,8 +237,7 @@ void Columns::FillRowCodes(WorkerPool& pool) {
 uint64_t Columns::HashRanks(int column) const {
     uint64_t hash = 1469598103934665603u;
     const auto mix = [&hash](uint64_t rank) { hash = (hash ^ rank) * 1099511628211u; };
-    for (const uint8_t rank : At(column).byteV) mix(rank);
-    for (const uint32_t rank : At(column).rankV) mix(rank);
+    for (int row = 0; row < numRows; ++row) mix(Rank(column, row));
     return hash;
 }
 
@@ -240,7 +251,7 @@ void Columns::FindTwins(const std::vector<uint64_t>& hashV) {
         if (!c.fClean) continue;
         std::vector<int>& sameV = byHash[hashV[static_cast<size_t>(column)]];
         for (const int other : sameV) {
-            if (At(other).byteV == c.byteV && At(other).rankV == c.rankV) {
+            if (At(other).byteV == c.byteV && At(other).ranks == c.ranks) {
                 c.twin = other;
                 break;
             }

@@ -20,6 +20,8 @@
 #include <vector>
 
 #include "LargeArray.h"
+#include "RowRanks.h"
+#include "Tuning.h"
 #include "WorkerPool.h"
 
 namespace sylvora {
@@ -43,7 +45,7 @@ struct Column {
     std::vector<double> binValueV;        // per bin: the lowest value; of an empty one, the next
     int byteShift = 0;                    // 2^byteShift bins share a byte
     LargeArray<uint8_t> byteV;            // the byte per row; of a narrow column, bin and rank too
-    LargeArray<uint32_t> rankV;           // wide columns: the rank per row
+    RowRanks ranks;                       // wide columns: the rank per row
 
     // The byte of the rows of a rank.
     int ByteOf(uint32_t rank) const {
@@ -64,9 +66,10 @@ struct RowCodes {
 
 class Columns {
   public:
-    // Codes the matrix `rowV` (numRow rows of numColumn values) with at most `mostBins` bins per
+    // Codes the matrix `rowV` (numRow rows of numColumn values) with at most mostBins bins per
     // column, besides those around values that many rows share. Throws std::bad_alloc.
-    Columns(const double* const* rowV, int numRow, int numColumn, int mostBins, WorkerPool& pool);
+    Columns(const double* const* rowV, int numRow, int numColumn, const Tuning& tuning,
+            WorkerPool& pool);
 
     int NumRows() const { return numRows; }
     int NumColumns() const { return static_cast<int>(columnV.size()); }
@@ -89,11 +92,12 @@ class Columns {
 
     uint32_t Rank(int column, int row) const {
         const Column& c = At(column);
-        return c.fNarrow ? c.byteV[static_cast<size_t>(row)] : c.rankV[static_cast<size_t>(row)];
+        const uint8_t byte = c.byteV[static_cast<size_t>(row)];
+        return c.fNarrow ? byte : c.ranks.At(static_cast<size_t>(row), byte);
     }
 
   private:
-    bool CodeColumn(int column);
+    bool CodeColumn(int column, int rankBits);
     void PlaceColumns();
     void FillRowCodes(WorkerPool& pool);
     uint64_t HashRanks(int column) const;

@@ -265,16 +265,17 @@ void NodeSearch::FindLiveSteps(const SearchTask& task, const Column& column, Scr
 void NodeSearch::CollectKeys(const SearchTask& task, int begin, int end, int id,
                              const LiveSteps& live, std::vector<uint64_t>& keyV) const {
     const uint8_t* const bytes = data.At(id).byteV.data();
-    const uint32_t* const ranks = data.At(id).rankV.data();
+    const RowRanks& ranks = data.At(id).ranks;
     const uint8_t* const fLiveV = live.fLiveV.data();
     size_t numKeys = 0;
     struct {
         int rowV[kBlockRows];
+        uint8_t byteV[kBlockRows];
         int num = 0;
     } blockV[2];
     uint32_t rankV[kBlockRows];
     const auto take = [&](const auto& block) {
-        Gather(ranks, block.rowV, block.num, rankV);
+        ranks.Gather(block.rowV, block.byteV, block.num, rankV);
         keyV.resize(std::max(keyV.size(), numKeys + size_t{kBlockRows}));
         for (int i = 0; i < block.num; ++i) {
             keyV[numKeys] = KeyOf(rankV[i], block.rowV[i]);
@@ -289,9 +290,10 @@ void NodeSearch::CollectKeys(const SearchTask& task, int begin, int end, int id,
             task.rows.rowV + begin, std::min(kBlockRows, end - begin),
             [&](int row) { return live.fLiveByteV[bytes[row]]; },
             [&](int row) {
-                __builtin_prefetch(ranks + row);
+                ranks.Prefetch(row);
                 __builtin_prefetch(task.rows.gradV + row);  // for the count of the pieces
-                block.rowV[block.num++] = row;
+                block.rowV[block.num] = row;
+                block.byteV[block.num++] = bytes[row];
             });
         take(blockV[current ^ 1]);
     }

@@ -105,7 +105,7 @@ RowPartition::Sides RowPartition::SidesOf(const Column& column, uint32_t lastRan
     if (column.fNarrow) return {column.byteV.data(), nullptr, last + 1, -1, last};
     const int byte = column.ByteOf(lastRank);
     const bool fLastOfByte = column.ByteOf(lastRank + 1) != byte;
-    return {column.byteV.data(), column.rankV.data(), fLastOfByte ? byte + 1 : byte,
+    return {column.byteV.data(), &column.ranks, fLastOfByte ? byte + 1 : byte,
             fLastOfByte ? -1 : byte, last};
 }
 
@@ -166,7 +166,7 @@ void RowPartition::SeeBytes(const ByteBlock& block, const int* rowV, int count,
 // has that byte or, where no row on its side has, the next one.
 void RowPartition::SeeRanks(ByteBlock& block, const int* rowV, int count, Marked& marked) const {
     const auto see = [&](int i, int byte) {
-        const int rank = static_cast<int>(sides.ranks[rowV[i]]);
+        const int rank = sides.RankOf(rowV[i], byte);
         const bool fLeft = rank <= sides.lastRank;
         if (fLeft && rank > marked.low.rank) marked.low = {rank, rowV[i], byte};
         if (!fLeft && rank < marked.high.rank) marked.high = {rank, rowV[i], byte};
@@ -241,7 +241,7 @@ void RowPartition::MoveInAscendingOrder(TreeRows& rows, int begin, int count,
                           block.Load(sides.bytes, rowV, num);
                           block.Mark(num, sides.pastSure, sides.unsure);
                           block.Decide(num, sides.unsure, [&](int i) {
-                              return static_cast<int>(sides.ranks[rowV[i]]) <= sides.lastRank;
+                              return sides.RankOf(rowV[i], sides.unsure) <= sides.lastRank;
                           });
                       });
     } else if (split.fSlicesTrue) {

@@ -52,11 +52,16 @@ class RowPartition {
     class Misplaced;
     // The sides of a cut by rank: a row's byte decides, but for one.
     struct Sides {
-        const uint8_t* bytes;  // null: the cut is not by rank
-        const uint32_t* ranks;
-        int pastSure;  // bytes below go left
-        int unsure;    // the byte that leaves it to the rank; -1: none does
+        const uint8_t* bytes;   // null: the cut is not by rank
+        const RowRanks* ranks;  // null: the byte is the rank
+        int pastSure;           // bytes below go left
+        int unsure;             // the byte that leaves it to the rank; -1: none does
         int lastRank;
+
+        // Of a row of a wide column that has this byte.
+        int RankOf(int row, int byte) const {
+            return static_cast<int>(ranks->At(static_cast<size_t>(row), static_cast<size_t>(byte)));
+        }
     };
 
     Chunks ChunksOf(int count) const;

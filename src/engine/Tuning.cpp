@@ -22,6 +22,7 @@ Tuning CurrentTuning() {
         if (equals == std::string::npos || !ParseNumber(word.substr(equals + 1), value)) continue;
         if (name == "smallNode") tuning.smallNode = value;
         if (name == "mostBins") tuning.mostBins = value;
+        if (name == "rankBits") tuning.rankBits = std::clamp(value, 1, 16);
         if (name == "fewKeys") tuning.fewKeys = value;
         if (name == "directPercent") tuning.directPercent = value;
         if (name == "chunkRows") tuning.chunkRows = std::max(value, 1);

@@ -128,8 +128,7 @@ struct Node {
         WorkerPool pool;
         const int count = static_cast<int>(gradV.size());
         const int* weights = weightV.empty() ? nullptr : weightV.data();
-        const Columns data(rowV.data(), count, static_cast<int>(columnV.size()), tuning.mostBins,
-                           pool);
+        const Columns data(rowV.data(), count, static_cast<int>(columnV.size()), tuning, pool);
         const FixedPoint fixed = FixedPoint::Fit(gradV.data(), weights, count, pool);
         EXPECT_TRUE(fixed.fUsable);
         const RowSet rows = {indexV.data(), count, gradV.data(), weights};

@@ -27,10 +27,10 @@ void ExpectSame(const Set& set, const std::string& plain, const char* tuning, un
 }
 
 TEST(TrainingDifferential, EngineEqualsPlainForm) {
-    static const char* const kTunings[] = {"", "smallNode=0",
-                                           "smallNode=0 mostBins=16 directPercent=0 fewKeys=0",
-                                           "smallNode=8 mostBins=4 directPercent=0 chunkRows=4",
-                                           "smallNode=0 mostBins=2 fewKeys=4 directPercent=40"};
+    static const char* const kTunings[] = {
+        "", "smallNode=0", "smallNode=0 mostBins=16 directPercent=0 fewKeys=0",
+        "smallNode=8 mostBins=4 directPercent=0 chunkRows=4",
+        "smallNode=0 mostBins=2 fewKeys=4 directPercent=40 rankBits=2"};
     for (unsigned seed = 1; seed <= hostile::Scaled(600) && !HasFatalFailure(); ++seed) {
         const Set set = Maker(seed).Make();
         const std::string plain = Outcome(set, "1", "");
@@ -44,7 +44,8 @@ TEST(TrainingDifferential, EngineEqualsPlainForm) {
 // SYLVORA_DIFFERENTIAL=5 and more.
 TEST(TrainingDifferential, EngineEqualsPlainFormOnLargerSets) {
     static const char* const kTunings[] = {"",
-                                           "smallNode=0 fewKeys=0 directPercent=0 chunkRows=500"};
+                                           "smallNode=0 fewKeys=0 directPercent=0 chunkRows=500 "
+                                           "rankBits=3"};
     const int numRows = static_cast<int>(std::clamp(hostile::Scaled(40000), 20000u, 200000u));
     const unsigned numLarge = 2 + hostile::Scaled(1);
     for (unsigned seed = 1; seed <= 3 * numLarge && !HasFatalFailure(); ++seed) {
