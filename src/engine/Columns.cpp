@@ -30,26 +30,39 @@ double IdealBegin(int bin, int numBins, double numRows) {
     return share <= 0.5 ? begin : numRows - begin;
 }
 
-// One distinct value of a column, with the place in sorted order where its rows begin.
-struct Distinct {
-    double value;
-    size_t begin;
-};
-
-std::vector<Distinct> FindDistinct(const ValueOrder& sorted, const double* const* rowV,
-                                   int column) {
-    std::vector<Distinct> distinctV;
-    for (size_t i = 0; i < sorted.Count(); ++i) {
-        if (i > 0 && sorted.IsEqualToPrevious(i)) continue;
-        distinctV.push_back({rowV[sorted.Row(i)][column], i});
+// The distinct values of a column, by rank.
+class DistinctValues {
+  public:
+    // Those of `order`, which must stay as it is.
+    void Find(const ValueOrder& order) {
+        sorted = &order;
+        beginV.clear();
+        beginV.reserve(order.Count());
+        for (size_t i = 0; i < order.Count(); ++i) {
+            if (i == 0 || !order.IsEqualToPrevious(i)) beginV.push_back(static_cast<uint32_t>(i));
+        }
     }
-    return distinctV;
-}
+
+    size_t Count() const { return beginV.size(); }
+    double Value(size_t rank) const { return sorted->Value(beginV[rank]); }
+    // The places in sorted order where the rows of a value begin and end.
+    size_t Begin(size_t rank) const { return beginV[rank]; }
+    size_t End(size_t rank) const {
+        return rank + 1 < beginV.size() ? beginV[rank + 1] : sorted->Count();
+    }
+    bool IsSeparableFromPrevious(size_t rank) const {
+        return IsSeparable(Value(rank - 1), Value(rank));
+    }
+
+  private:
+    const ValueOrder* sorted = nullptr;
+    LargeArray<uint32_t> beginV;
+};
 
 // The first rank of each bin, then the number of ranks. A value that many rows share, such as that
 // of an absent feature, has a bin of its own, and stays alone when bins are joined to coarser ones:
 // empty bins fill up its place.
-std::vector<uint32_t> CutBins(const std::vector<Distinct>& distinctV, size_t numRows, int numBins) {
+std::vector<uint32_t> CutBins(const DistinctValues& distinct, size_t numRows, int numBins) {
     std::vector<uint32_t> firstV = {0};
     const auto firstRank = [](size_t rank) { return static_cast<uint32_t>(rank); };
     const double rows = static_cast<double>(numRows);
@@ -58,21 +71,20 @@ std::vector<uint32_t> CutBins(const std::vector<Distinct>& distinctV, size_t num
     while (numBins >= 2 * kFewBins * static_cast<int>(numPlaces)) numPlaces *= 2;
     int bin = 1;
     bool fHeavyBefore = false;
-    for (size_t r = 0; r < distinctV.size(); ++r) {
-        const size_t begin = distinctV[r].begin;
-        const size_t end = r + 1 < distinctV.size() ? distinctV[r + 1].begin : numRows;
-        const bool fHeavy = (end - begin) * mostHeavy >= numRows;
+    for (size_t r = 0; r < distinct.Count(); ++r) {
+        const size_t begin = distinct.Begin(r);
+        const bool fHeavy = (distinct.End(r) - begin) * mostHeavy >= numRows;
         const bool fAlone = fHeavy || fHeavyBefore;
         const bool fDue =
             bin < numBins && IdealBegin(bin, numBins, rows) <= static_cast<double>(begin);
         fHeavyBefore = fHeavy;
         if (r == 0 || !(fDue || fAlone)) continue;
-        if (!IsSeparable(distinctV[r - 1].value, distinctV[r].value)) continue;
+        if (!distinct.IsSeparableFromPrevious(r)) continue;
         while (fAlone && firstV.size() % numPlaces != 0) firstV.push_back(firstRank(r));
         firstV.push_back(firstRank(r));
         while (bin < numBins && IdealBegin(bin, numBins, rows) <= static_cast<double>(begin)) ++bin;
     }
-    firstV.push_back(static_cast<uint32_t>(distinctV.size()));
+    firstV.push_back(static_cast<uint32_t>(distinct.Count()));
     return firstV;
 }
 
@@ -84,14 +96,14 @@ int ChooseMostBins(int numRows, int numColumns, int mostBins) {
     return std::min(static_cast<int>(bound), mostBins);
 }
 
-void DescribeBins(const std::vector<Distinct>& distinctV, Column& c) {
+void DescribeBins(const DistinctValues& distinct, Column& c) {
     c.fClean = true;
     c.fCleanBinV.assign(static_cast<size_t>(c.numBins), 1);
     for (size_t bin = 0; bin < c.fCleanBinV.size(); ++bin) {
         const size_t first = c.binFirstRankV[bin];
-        c.binValueV.push_back(distinctV[first].value);
+        c.binValueV.push_back(distinct.Value(first));
         for (size_t r = first; r < c.binFirstRankV[bin + 1]; ++r) {
-            if (r == 0 || IsSeparable(distinctV[r - 1].value, distinctV[r].value)) continue;
+            if (r == 0 || distinct.IsSeparableFromPrevious(r)) continue;
             c.fClean = false;
             if (r > first) c.fCleanBinV[bin] = 0;
         }
@@ -108,18 +120,17 @@ std::vector<uint32_t> ByteFirsts(const Column& c) {
     return firstV;
 }
 
-void AssignRanks(const ValueOrder& sorted, const std::vector<Distinct>& distinctV, int rankBits,
+void AssignRanks(const ValueOrder& sorted, const DistinctValues& distinct, int rankBits,
                  Column& c) {
     const std::vector<uint32_t> firstV =
         c.fNarrow ? c.binFirstRankV : ByteFirsts(c);  // of a narrow column, byte and rank are one
     c.byteV.resize(sorted.Count());
     if (!c.fNarrow) c.ranks = RowRanks(firstV, sorted.Count(), rankBits);
     size_t byte = 0;
-    for (size_t r = 0; r < distinctV.size(); ++r) {
+    for (size_t r = 0; r < distinct.Count(); ++r) {
         const uint32_t rank = static_cast<uint32_t>(r);
         while (firstV[byte + 1] <= rank) ++byte;
-        const size_t end = r + 1 < distinctV.size() ? distinctV[r + 1].begin : sorted.Count();
-        for (size_t i = distinctV[r].begin; i < end; ++i) {
+        for (size_t i = distinct.Begin(r); i < distinct.End(r); ++i) {
             const size_t row = sorted.Row(i);
             c.byteV[row] = static_cast<uint8_t>(byte);
             if (!c.fNarrow) c.ranks.Set(row, byte, rank);
@@ -156,48 +167,62 @@ class BinFinder {
 
 }  // namespace
 
+// What a worker needs to code a column.
+struct Columns::Room {
+    ValueOrder sorted;
+    DistinctValues distinct;
+};
+
 Columns::Columns(const double* const* rows, int numRow, int numColumn, const Tuning& tuning,
                  WorkerPool& pool)
     : rowV(rows),
       numRows(numRow),
       maxBins(ChooseMostBins(numRow, numColumn, tuning.mostBins)),
       columnV(static_cast<size_t>(numColumn)) {
-    std::atomic<bool> fFoundNan{false};
-    std::vector<uint64_t> hashV(columnV.size());
-    pool.For(numColumn, [&](int column, int) {
-        if (!CodeColumn(column, tuning.rankBits)) {
-            fFoundNan = true;
-            return;
-        }
-        hashV[static_cast<size_t>(column)] = HashRanks(column);
-    });
-    fNan = fFoundNan;
+    const std::vector<uint64_t> hashV = CodeColumns(tuning.rankBits, pool);
     if (fNan) return;
     PlaceColumns();
     FillRowCodes(pool);
     FindTwins(hashV);
 }
 
+// Returns a hash of each column's ranks. What it takes to sort is gone when the rows are coded.
+std::vector<uint64_t> Columns::CodeColumns(int rankBits, WorkerPool& pool) {
+    std::atomic<bool> fFoundNan{false};
+    std::vector<uint64_t> hashV(columnV.size());
+    std::vector<Room> roomV(static_cast<size_t>(pool.NumWorkers()));
+    pool.For(NumColumns(), [&](int column, int worker) {
+        if (CodeColumn(column, rankBits, roomV[static_cast<size_t>(worker)])) {
+            hashV[static_cast<size_t>(column)] = HashRanks(column);
+        } else {
+            fFoundNan = true;
+        }
+    });
+    fNan = fFoundNan;
+    return hashV;
+}
+
 // False when the column holds a NaN.
-bool Columns::CodeColumn(int column, int rankBits) {
-    ValueOrder sorted;
+bool Columns::CodeColumn(int column, int rankBits, Room& room) {
+    ValueOrder& sorted = room.sorted;
+    DistinctValues& distinct = room.distinct;
     if (!sorted.Load(rowV, numRows, column)) return false;
-    const std::vector<Distinct> distinctV = FindDistinct(sorted, rowV, column);
+    distinct.Find(sorted);
     Column& c = columnV[static_cast<size_t>(column)];
-    if (distinctV.size() > static_cast<size_t>(maxBins)) {
-        c.binFirstRankV = CutBins(distinctV, sorted.Count(), maxBins);
+    if (distinct.Count() > static_cast<size_t>(maxBins)) {
+        c.binFirstRankV = CutBins(distinct, sorted.Count(), maxBins);
     }
     // Heavy values may have led to more bins than there are values.
-    c.fExact = c.binFirstRankV.empty() || distinctV.size() < c.binFirstRankV.size();
-    c.fNarrow = c.fExact && distinctV.size() <= kNarrowBins;
+    c.fExact = c.binFirstRankV.empty() || distinct.Count() < c.binFirstRankV.size();
+    c.fNarrow = c.fExact && distinct.Count() <= kNarrowBins;
     if (c.fExact) {
-        c.binFirstRankV.resize(distinctV.size() + 1);
+        c.binFirstRankV.resize(distinct.Count() + 1);
         std::iota(c.binFirstRankV.begin(), c.binFirstRankV.end(), 0u);
     }
     c.numBins = static_cast<int>(c.binFirstRankV.size()) - 1;
-    DescribeBins(distinctV, c);
+    DescribeBins(distinct, c);
     while (((c.numBins - 1) >> c.byteShift) >= kNarrowBins) ++c.byteShift;
-    AssignRanks(sorted, distinctV, rankBits, c);
+    AssignRanks(sorted, distinct, rankBits, c);
     return true;
 }
 

@@ -97,7 +97,10 @@ class Columns {
     }
 
   private:
-    bool CodeColumn(int column, int rankBits);
+    struct Room;
+
+    std::vector<uint64_t> CodeColumns(int rankBits, WorkerPool& pool);
+    bool CodeColumn(int column, int rankBits, Room& room);
     void PlaceColumns();
     void FillRowCodes(WorkerPool& pool);
     uint64_t HashRanks(int column) const;

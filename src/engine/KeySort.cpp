@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "LargeArray.h"
+
 namespace sylvora {
 namespace engine {
 namespace {
@@ -12,7 +14,8 @@ constexpr size_t kSomeKeys = 768;
 constexpr int kDigitBits = 11;
 
 // Where items rise within the keys as they come, comparing whole keys keeps equal ranks in order.
-void InsertionSort(std::vector<uint64_t>& keyV) {
+template <typename Keys>
+void InsertionSort(Keys& keyV) {
     for (size_t i = 1; i < keyV.size(); ++i) {
         const uint64_t key = keyV[i];
         size_t k = i;
@@ -21,8 +24,8 @@ void InsertionSort(std::vector<uint64_t>& keyV) {
     }
 }
 
-void SortByDigit(const std::vector<uint64_t>& from, std::vector<uint64_t>& to, uint32_t lowest,
-                 int shift) {
+template <typename Keys>
+void SortByDigit(const Keys& from, Keys& to, uint32_t lowest, int shift) {
     constexpr uint32_t kMask = (1u << kDigitBits) - 1;
     size_t beginV[kMask + 1] = {};
     for (const uint64_t key : from) ++beginV[((RankOf(key) - lowest) >> shift) & kMask];
@@ -37,7 +40,8 @@ void SortByDigit(const std::vector<uint64_t>& from, std::vector<uint64_t>& to, u
 
 }  // namespace
 
-void SortKeys(std::vector<uint64_t>& keyV, std::vector<uint64_t>& other) {
+template <typename Keys>
+void SortKeys(Keys& keyV, Keys& other) {
     if (keyV.size() <= kFewKeys) return InsertionSort(keyV);
     if (keyV.size() <= kSomeKeys) return std::sort(keyV.begin(), keyV.end());
     const auto [low, high] = std::minmax_element(keyV.begin(), keyV.end());
@@ -49,6 +53,9 @@ void SortKeys(std::vector<uint64_t>& keyV, std::vector<uint64_t>& other) {
         keyV.swap(other);
     }
 }
+
+template void SortKeys(std::vector<uint64_t>& keyV, std::vector<uint64_t>& other);
+template void SortKeys(LargeArray<uint64_t>& keyV, LargeArray<uint64_t>& other);
 
 }  // namespace engine
 }  // namespace sylvora

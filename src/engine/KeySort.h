@@ -19,7 +19,9 @@ inline int ItemOf(uint64_t key) {
 }
 
 // Sorts by rank; keys of one rank keep their order if their items rise. `other` is room to work in.
-void SortKeys(std::vector<uint64_t>& keyV, std::vector<uint64_t>& other);
+// For vectors and large arrays of keys.
+template <typename Keys>
+void SortKeys(Keys& keyV, Keys& other);
 
 }  // namespace engine
 }  // namespace sylvora

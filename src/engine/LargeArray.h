@@ -1,11 +1,10 @@
-// Arrays that are read in random order. On large pages the processor finds its way to a row without
-// walking its page tables.
+// Arrays of a value per row. On large pages the processor finds its way to a row without walking
+// its page tables; and what is freed goes back to the system, where the C library would keep it for
+// the thread that had asked for it.
 #ifndef SYLVORA_ENGINE_LARGEARRAY_H
 #define SYLVORA_ENGINE_LARGEARRAY_H
 
-#include <sys/mman.h>
-
-#include <cstdint>
+#include <cstddef>
 #include <cstdlib>
 #include <new>
 #include <vector>
@@ -15,19 +14,17 @@ namespace engine {
 
 // Asks for large pages for memory that nothing was written to yet. Only a wish: without them
 // everything works the same.
-inline void WishLargePages(void* memory, size_t size) {
-    constexpr size_t kPage = 4096;
-    constexpr size_t kWorthwhile = size_t{1} << 22;
-    if (size < kWorthwhile) return;
-    const size_t skipped = (kPage - reinterpret_cast<uintptr_t>(memory) % kPage) % kPage;
-    madvise(static_cast<char*>(memory) + skipped, (size - skipped) / kPage * kPage, MADV_HUGEPAGE);
-}
+void WishLargePages(void* memory, size_t size);
 
-// Allocates on large pages, where the system offers them, what is larger than a few of them.
+// Memory of zeros straight from the system, on large pages where it has some that are worthwhile;
+// null when there is none.
+void* MapMemory(size_t size);
+void UnmapMemory(void* memory, size_t size);
+
 template <typename Element>
 struct LargePageAllocator {
     typedef Element value_type;
-    static constexpr size_t kPage = size_t{1} << 21;
+    static constexpr size_t kMapped = size_t{1} << 20;  // smaller ones are the C library's
 
     LargePageAllocator() = default;
     template <typename Other>
@@ -35,17 +32,15 @@ struct LargePageAllocator {
 
     Element* allocate(size_t count) {
         const size_t size = count * sizeof(Element);
-        void* memory = nullptr;
-        if (size < 2 * kPage) {
-            memory = std::malloc(size > 0 ? size : 1);
-        } else {
-            memory = std::aligned_alloc(kPage, (size + kPage - 1) / kPage * kPage);
-            if (memory != nullptr) WishLargePages(memory, size);
-        }
+        void* memory = size < kMapped ? std::malloc(size > 0 ? size : 1) : MapMemory(size);
         if (memory == nullptr) throw std::bad_alloc();
         return static_cast<Element*>(memory);
     }
-    void deallocate(Element* memory, size_t) { std::free(memory); }
+    void deallocate(Element* memory, size_t count) {
+        const size_t size = count * sizeof(Element);
+        if (size < kMapped) return std::free(memory);
+        UnmapMemory(memory, size);
+    }
 
     template <typename Other>
     bool operator==(const LargePageAllocator<Other>&) const {

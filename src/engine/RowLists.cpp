@@ -26,8 +26,9 @@ std::unique_ptr<RowLists> RowLists::Make(const Matrix& data, bool fKept, WorkerP
 template <typename Visit>
 void RowLists::SortColumns(WorkerPool& pool, const Visit& visit) {
     std::atomic<bool> fFoundNan{false};
-    pool.For(matrix.numColumns, [&](int column, int) {
-        ValueOrder sorted;
+    std::vector<ValueOrder> sortedV(static_cast<size_t>(pool.NumWorkers()));
+    pool.For(matrix.numColumns, [&](int column, int worker) {
+        ValueOrder& sorted = sortedV[static_cast<size_t>(worker)];
         if (!sorted.Load(matrix.rowV, matrix.numRows, column)) {
             fFoundNan = true;
             return;

@@ -12,6 +12,7 @@ namespace engine {
 namespace {
 
 constexpr uint64_t kSign = uint64_t{1} << 63;
+constexpr uint64_t kHighHalf = 0xffffffff00000000u;
 
 // Maps doubles to integers of the same order; -0.0 and 0.0 to the same one.
 uint64_t OrderedKey(double value) {
@@ -31,16 +32,18 @@ bool ValueOrder::Load(const double* const* rowV, int numRows, int column) {
         const double value = rowV[row][column];
         if (std::isnan(value)) return false;
         const uint64_t key = OrderedKey(value);
-        itemV[row] = (key & 0xffffffff00000000u) | row;
+        itemV[row] = (key & kHighHalf) | row;
         lowV[row] = static_cast<uint32_t>(key);
     }
-    SortKeys(itemV, otherV);
+    SortKeys(itemV, keyV);
     SortLowHalves();
+    keyV.resize(count);
+    for (size_t i = 0; i < count; ++i) keyV[i] = (itemV[i] & kHighHalf) | lowV[Row(i)];
     return true;
 }
 
 double ValueOrder::Value(size_t i) const {
-    const uint64_t key = (itemV[i] & 0xffffffff00000000u) | lowV[Row(i)];
+    const uint64_t key = keyV[i];
     const uint64_t bits = (key & kSign) != 0 ? key & ~kSign : ~key;
     double value;
     std::memcpy(&value, &bits, sizeof value);
