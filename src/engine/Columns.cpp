@@ -232,8 +232,14 @@ void Columns::PlaceColumns() {
         std::vector<int>& places = c.fNarrow ? narrowV : wideV;
         c.place = static_cast<int>(places.size());
         places.push_back(column);
-        c.firstCell = numCells;
-        numCells += static_cast<size_t>(c.numBins);
+    }
+    for (int shift = 0; shift == 0 || (maxBins >> shift) > 0; ++shift) {
+        size_t numCells = 0;
+        for (Column& c : columnV) {
+            c.firstCellV.push_back(numCells);
+            numCells += static_cast<size_t>(c.NumBins(shift));
+        }
+        numCellsV.push_back(numCells);
     }
     narrowRows.stride = (narrowV.size() + 15) / 16 * 16;
     wideRows.stride = (wideV.size() + 7) / 8 * 8;

@@ -39,13 +39,16 @@ struct Column {
     bool fNarrow = false;  // codes in one byte
     int place = 0;         // column of the narrow or the wide row matrix
     int twin = 0;          // the first column with the same ranks, this one where there is none
-    size_t firstCell = 0;  // of the column in a node's histogram
+    std::vector<size_t> firstCellV;       // by shift: of the column in a node's histogram
     std::vector<uint32_t> binFirstRankV;  // numBins + 1 entries
     std::vector<uint8_t> fCleanBinV;      // per bin: all neighbours inside are separable
     std::vector<double> binValueV;        // per bin: the lowest value; of an empty one, the next
     int byteShift = 0;                    // 2^byteShift bins share a byte
     LargeArray<uint8_t> byteV;            // the byte per row; of a narrow column, bin and rank too
     RowRanks ranks;                       // wide columns: the rank per row
+
+    // Bins when 2^shift neighbouring ones are joined to one, which exact columns have none of.
+    int NumBins(int shift) const { return fExact ? numBins : ((numBins - 1) >> shift) + 1; }
 
     // The byte of the rows of a rank.
     int ByteOf(uint32_t rank) const {
@@ -84,7 +87,8 @@ class Columns {
     }
     // About as many bins has a column with more values than that.
     int MostBins() const { return maxBins; }
-    size_t NumCells() const { return numCells; }
+    // Cells of a histogram whose bins are joined by 2^shift, at most MostBins.
+    size_t NumCells(int shift) const { return numCellsV[static_cast<size_t>(shift)]; }
     const std::vector<int>& NarrowColumns() const { return narrowV; }
     const std::vector<int>& WideColumns() const { return wideV; }
     const RowCodes<uint8_t>& NarrowRows() const { return narrowRows; }
@@ -110,7 +114,7 @@ class Columns {
     int numRows;
     int maxBins;
     bool fNan = false;
-    size_t numCells = 0;
+    std::vector<size_t> numCellsV;  // by shift
     std::vector<Column> columnV;
     std::vector<int> narrowV, wideV;  // columns by place
     RowCodes<uint8_t> narrowRows;

@@ -207,7 +207,7 @@ void HistogramFiller::AddColumns(int count, const std::vector<int>& columns, con
         TileColumn<Code> columnV[kTogether];
         for (size_t k = 0; k < num; ++k) {
             const Column& column = data.At(columns[j + k]);
-            Cell* cells = histogram.cellV.data() + column.firstCell;
+            Cell* cells = histogram.Of(column);
             const bool fOdd = histogram.NumBins(column) <= kMostOddCells;
             columnV[k] = {tile + static_cast<size_t>(column.place) * tileStride, cells,
                           fOdd ? oddV.data() + k * kMostOddCells : cells,

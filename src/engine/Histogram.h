@@ -14,17 +14,19 @@
 namespace sylvora {
 namespace engine {
 
-// One cell per bin of every column, at the columns' firstCell. Coarse histograms join 2^shift
-// neighbouring bins of the columns that are not exact; their cells begin at the same places.
+// One cell per bin of every column, one column after the other. Coarse histograms join 2^shift
+// neighbouring bins of the columns that are not exact.
 struct Histogram {
     std::vector<Cell> cellV;
     int shift = 0;
 
-    const Cell* Of(const Column& column) const { return cellV.data() + column.firstCell; }
-    // Bins that the column has at this resolution.
-    int NumBins(const Column& column) const {
-        return column.fExact ? column.numBins : ((column.numBins - 1) >> shift) + 1;
+    const Cell* Of(const Column& column) const { return cellV.data() + FirstCell(column); }
+    Cell* Of(const Column& column) { return cellV.data() + FirstCell(column); }
+    size_t FirstCell(const Column& column) const {
+        return column.firstCellV[static_cast<size_t>(shift)];
     }
+    // Bins that the column has at this resolution.
+    int NumBins(const Column& column) const { return column.NumBins(shift); }
     // Whether every change of rank inside a bin is a cut.
     bool IsClean(const Column& column, int bin) const {
         const int last = column.fExact ? bin + 1 : std::min((bin + 1) << shift, column.numBins);

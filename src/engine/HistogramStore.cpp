@@ -41,38 +41,29 @@ HistogramStore::HistogramStore(const Columns& columns, const FixedPoint& fixedPo
     }
 }
 
-// Calls visit(first cell, number of cells) for each column.
-template <typename Visit>
-void HistogramStore::ForColumns(const Histogram& histogram, const Visit& visit) const {
-    for (int id = 0; id < data.NumColumns(); ++id) {
-        const Column& column = data.At(id);
-        visit(column.firstCell, static_cast<size_t>(histogram.NumBins(column)));
+// The one with the least room that is enough, so that few are ever as large as the finest.
+std::unique_ptr<Histogram> HistogramStore::TakeFree(size_t numCells) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    const auto roomOf = [](const std::unique_ptr<Histogram>& free) {
+        return free->cellV.capacity();
+    };
+    auto best = freeV.end();
+    for (auto free = freeV.begin(); free != freeV.end(); ++free) {
+        if (roomOf(*free) < numCells) continue;
+        if (best == freeV.end() || roomOf(*free) <= roomOf(*best)) best = free;
     }
-}
-
-size_t HistogramStore::NumCells(int shift) const {
-    Histogram shape;
-    shape.shift = shift;
-    size_t numCells = 0;
-    ForColumns(shape, [&numCells](size_t, size_t count) { numCells += count; });
-    return numCells;
+    if (best == freeV.end()) return nullptr;
+    std::unique_ptr<Histogram> histogram = std::move(*best);
+    freeV.erase(best);
+    return histogram;
 }
 
 std::unique_ptr<Histogram> HistogramStore::Take(int shift) {
-    std::unique_ptr<Histogram> histogram;
-    {
-        const std::lock_guard<std::mutex> lock(mutex);
-        if (!freeV.empty()) {
-            histogram = std::move(freeV.back());
-            freeV.pop_back();
-        }
-    }
+    const size_t numCells = data.NumCells(shift);
+    std::unique_ptr<Histogram> histogram = TakeFree(numCells);
     if (!histogram) histogram = std::make_unique<Histogram>();
     histogram->shift = shift;
-    histogram->cellV.resize(data.NumCells());
-    Cell* cells = histogram->cellV.data();
-    ForColumns(*histogram,
-               [cells](size_t first, size_t count) { std::fill_n(cells + first, count, Cell()); });
+    histogram->cellV.assign(numCells, Cell());
     return histogram;
 }
 
@@ -109,34 +100,35 @@ std::unique_ptr<Histogram> HistogramStore::CountShared(const RowSet& rows, int s
         const Column& column = data.At(id);
         const size_t count = static_cast<size_t>(sum.NumBins(column));
         for (size_t p = 1; p < partV.size(); ++p) {
-            AddCells(sum.cellV.data() + column.firstCell, partV[p]->Of(column), count);
+            AddCells(sum.Of(column), partV[p]->Of(column), count);
         }
     });
     for (size_t p = 1; p < partV.size(); ++p) GiveBack(std::move(partV[p]));
     return std::move(partV[0]);
 }
 
+// Columns and bins move to the front, so a cell is read before another one gets its place.
 void HistogramStore::Coarsen(Histogram& histogram, int shift) const {
     if (shift == histogram.shift) return;
     for (int id = 0; id < data.NumColumns(); ++id) {
         const Column& column = data.At(id);
-        if (column.fExact) continue;
-        Cell* cells = histogram.cellV.data() + column.firstCell;
+        const int joinedBits = column.fExact ? 0 : shift - histogram.shift;
+        const Cell* from = histogram.Of(column);
+        Cell* to = histogram.cellV.data() + column.firstCellV[static_cast<size_t>(shift)];
         const int numBins = histogram.NumBins(column);
         for (int bin = 0; bin < numBins; ++bin) {
-            const int joined = bin >> (shift - histogram.shift);
-            const Cell cell = cells[bin];
-            if (joined << (shift - histogram.shift) == bin) cells[joined] = Cell();
-            cells[joined] += cell;
+            const int joined = bin >> joinedBits;
+            const Cell cell = from[bin];
+            if (joined << joinedBits == bin) to[joined] = Cell();
+            to[joined] += cell;
         }
     }
     histogram.shift = shift;
+    histogram.cellV.resize(data.NumCells(shift));
 }
 
 void HistogramStore::Subtract(Histogram& whole, const Histogram& part) const {
-    ForColumns(whole, [&](size_t first, size_t count) {
-        SubtractCells(whole.cellV.data() + first, part.cellV.data() + first, count);
-    });
+    SubtractCells(whole.cellV.data(), part.cellV.data(), data.NumCells(whole.shift));
 }
 
 }  // namespace engine

@@ -32,15 +32,12 @@ class HistogramStore {
     void Coarsen(Histogram& histogram, int shift) const;
     // Leaves in `whole` what is not in `part`, which is as coarse.
     void Subtract(Histogram& whole, const Histogram& part) const;
-    // How many cells a histogram has at a resolution.
-    size_t NumCells(int shift) const;
 
     void GiveBack(std::unique_ptr<Histogram> histogram);
 
   private:
     std::unique_ptr<Histogram> Take(int shift);
-    template <typename Visit>
-    void ForColumns(const Histogram& histogram, const Visit& visit) const;
+    std::unique_ptr<Histogram> TakeFree(size_t numCells);
 
     const Columns& data;
     const FixedPoint& fixed;

@@ -229,11 +229,10 @@ SplitPoint RegressionGrowth::FindSplit(OpenNode& open, Worker& worker) {
     const Histogram* histogram = open.histogram.get();
     if (histogram == nullptr && node.countDoc > tuning.smallNode) {
         Histogram& own = worker.own;
-        own.cellV.resize(data.NumCells());
         own.shift = ShiftFor(node.countDoc, data.MostBins());
+        own.cellV.resize(std::max(own.cellV.size(), data.NumCells(own.shift)));
         for (const int id : open.columnV) {
-            Cell* cells = own.cellV.data() + data.At(id).firstCell;
-            std::fill_n(cells, own.NumBins(data.At(id)), Cell());
+            std::fill_n(own.Of(data.At(id)), own.NumBins(data.At(id)), Cell());
         }
         worker.filler.Add(quick, fixed, open.columnV, own);
         histogram = &own;
@@ -289,7 +288,7 @@ void RegressionGrowth::ShareHistogram(OpenNode& open, Worker& worker) {
         return;
     const int largerCount = open.sons[larger].countDoc;
     const int shift = std::max(open.histogram->shift, ShiftFor(largerCount, data.MostBins()));
-    const double cells = static_cast<double>(store.NumCells(shift));
+    const double cells = static_cast<double>(data.NumCells(shift));
     if (largerCount <= tuning.smallNode || largerCount <= cells * tuning.directPercent / 100) {
         return store.GiveBack(std::move(open.histogram));
     }

@@ -133,7 +133,7 @@ struct Node {
         EXPECT_TRUE(fixed.fUsable);
         const RowSet rows = {indexV.data(), count, gradV.data(), weights};
         Histogram histogram;
-        histogram.cellV.resize(data.NumCells());
+        histogram.cellV.resize(data.NumCells(0));
         HistogramFiller(data).Add(rows, fixed, columnV, histogram);
         Cell total;
         for (size_t i = 0; i < gradV.size(); ++i) {
