@@ -84,6 +84,10 @@ class Walker {
             num += fInV[static_cast<size_t>(row)] == 0;
         }
         for (int i = 0; i < num; i += kTogether) {
+            for (int k = i + kAhead; k < std::min(i + kAhead + kTogether, num); ++k) {
+                __builtin_prefetch(data.NarrowRows().Row(rowV[k]));
+                __builtin_prefetch(data.WideRows().Row(rowV[k]));
+            }
             WalkTogether(rowV + i, std::min(kTogether, num - i));
         }
     }
