@@ -26,6 +26,14 @@ int ChooseBlockRows(const Columns& data) {
     return static_cast<int>(std::min(static_cast<size_t>(numRows), mostRows));
 }
 
+// Whether row numbers rise by one.
+bool IsRun(const int* rowV, int count) {
+    for (int i = 1; i < count; ++i) {
+        if (rowV[i] != rowV[0] + i) return false;
+    }
+    return true;
+}
+
 inline void AddCell(Cell* target, __m128i cell) {
     __m128i* at = reinterpret_cast<__m128i*>(target);
     _mm_store_si128(at, _mm_add_epi64(_mm_load_si128(at), cell));
@@ -185,22 +193,35 @@ void HistogramFiller::Add(const RowSet& rows, const FixedPoint& fixed,
     for (int begin = 0; begin < rows.count; begin += blockRows) {
         const int count = std::min(blockRows, rows.count - begin);
         LoadCells(rows, begin, count, fixed);
-        Transpose(data.NarrowRows(), rows.rowV + begin, count, narrowTile.data());
-        Transpose(data.WideRows(), rows.rowV + begin, count, wideTile.data());
-        AddBlock(count, columns, histogram);
+        AddBlock(rows.rowV + begin, count, columns, histogram);
     }
 }
 
-void HistogramFiller::AddBlock(int count, const std::vector<int>& columns, Histogram& histogram) {
+// Where all rows of a stretch are there, one after the other, bytes are columns already.
+void HistogramFiller::AddBlock(const int* rowV, int count, const std::vector<int>& columns,
+                               Histogram& histogram) {
     std::fill_n(cellV.begin() + count, kPadRows, Cell());
     std::vector<int> narrowV, wideV;
     for (const int id : columns) (data.At(id).fNarrow ? narrowV : wideV).push_back(id);
-    AddColumns(count, narrowV, narrowTile.data(), histogram);
-    AddColumns(count, wideV, wideTile.data(), histogram);
+    const auto fromTile = [this](const auto& tile) {
+        return [&](const Column& c) {
+            return tile.data() + static_cast<size_t>(c.place) * tileStride;
+        };
+    };
+    if (IsRun(rowV, count) && rowV[0] + count + kPadRows <= data.NumRows()) {
+        const auto fromBytes = [&](const Column& c) { return c.byteV.data() + rowV[0]; };
+        AddColumns<uint8_t>(count, narrowV, fromBytes, histogram);
+    } else {
+        Transpose(data.NarrowRows(), rowV, count, narrowTile.data());
+        AddColumns<uint8_t>(count, narrowV, fromTile(narrowTile), histogram);
+    }
+    Transpose(data.WideRows(), rowV, count, wideTile.data());
+    AddColumns<uint16_t>(count, wideV, fromTile(wideTile), histogram);
 }
 
-template <typename Code>
-void HistogramFiller::AddColumns(int count, const std::vector<int>& columns, const Code* tile,
+// Adds columns of codes, found by codesOf(column).
+template <typename Code, typename CodesOf>
+void HistogramFiller::AddColumns(int count, const std::vector<int>& columns, const CodesOf& codesOf,
                                  Histogram& histogram) {
     for (size_t j = 0; j < columns.size(); j += kTogether) {
         const size_t num = std::min(kTogether, columns.size() - j);
@@ -209,8 +230,7 @@ void HistogramFiller::AddColumns(int count, const std::vector<int>& columns, con
             const Column& column = data.At(columns[j + k]);
             Cell* cells = histogram.Of(column);
             const bool fOdd = histogram.NumBins(column) <= kMostOddCells;
-            columnV[k] = {tile + static_cast<size_t>(column.place) * tileStride, cells,
-                          fOdd ? oddV.data() + k * kMostOddCells : cells,
+            columnV[k] = {codesOf(column), cells, fOdd ? oddV.data() + k * kMostOddCells : cells,
                           column.fExact ? 0 : histogram.shift};
         }
         if (num == kTogether) {

@@ -58,10 +58,10 @@ class HistogramFiller {
     void LoadCells(const RowSet& rows, int begin, int count, const FixedPoint& fixed);
     template <typename Code>
     void Transpose(const RowCodes<Code>& codes, const int* rowV, int count, Code* tile);
-    void AddBlock(int count, const std::vector<int>& columns, Histogram& histogram);
-
-    template <typename Code>
-    void AddColumns(int count, const std::vector<int>& columns, const Code* tile,
+    void AddBlock(const int* rowV, int count, const std::vector<int>& columns,
+                  Histogram& histogram);
+    template <typename Code, typename CodesOf>
+    void AddColumns(int count, const std::vector<int>& columns, const CodesOf& codesOf,
                     Histogram& histogram);
 
     const Columns& data;
