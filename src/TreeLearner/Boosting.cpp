@@ -227,6 +227,7 @@ int TreeLearner::FinishRun() {
         }
         of_debug.close();
     }
+    engineRun.reset();  // its memory is better spent on the scoring form
     modelDim = dimFea;
     walkFault.clear();  // of an ensemble that was loaded before
     CompileEnsemble();

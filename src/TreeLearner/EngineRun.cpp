@@ -110,12 +110,12 @@ bool EngineRun::Prepare(const TreeLearner& learner) {
     return !histograms->columns.HasNan();
 }
 
-bool EngineRun::Grow(const TreeLearner& learner, TreeCR& tree, const int* indexV, int num,
-                     long* seed) {
+bool EngineRun::Grow(const TreeLearner& learner, TreeCR& tree, std::unique_ptr<int[]>& indexV,
+                     int num, long* seed) {
     grownTree = nullptr;
     if (rowsAhead) rowsAhead->Forget();  // a callback may have changed how rows are drawn
     if (lists) {
-        if (!lists->growth.Grow(learner.gradientV, indexV, num, seed)) return false;
+        if (!lists->growth.Grow(learner.gradientV, indexV.get(), num, seed)) return false;
         tree.Adopt(lists->growth.Nodes());
         return true;
     }
@@ -124,7 +124,9 @@ bool EngineRun::Grow(const TreeLearner& learner, TreeCR& tree, const int* indexV
     const auto drawAhead = [&] {
         if (rowsAhead) rowsAhead->Start(RowDraw::PerTree(learner), seed);
     };
-    if (!growth.Grow(learner.gradientV, weights, indexV, num, seed, drawAhead)) return false;
+    if (!growth.Take(learner.gradientV, weights, indexV.get(), num)) return false;
+    indexV.reset();
+    growth.Grow(seed, drawAhead);
     tree.Adopt(growth.Nodes());
     grownTree = &tree;
     return true;

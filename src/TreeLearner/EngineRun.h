@@ -22,10 +22,11 @@ class EngineRun {
     [[nodiscard]] static std::unique_ptr<EngineRun> Start(const TreeLearner& learner,
                                                           engine::WorkerPool& pool);
 
-    // Grows `tree` on `num` rows as TreeCR::GrowOne and GrowHalf do. False, with nothing changed,
-    // when the gradients are out of the engine's range.
-    [[nodiscard]] bool Grow(const TreeLearner& learner, TreeCR& tree, const int* indexV, int num,
-                            long* seed);
+    // Grows `tree` on `num` rows as TreeCR::GrowOne and GrowHalf do; the array of rows is freed as
+    // soon as it can be. False, with nothing changed, when the gradients are out of the engine's
+    // range.
+    [[nodiscard]] bool Grow(const TreeLearner& learner, TreeCR& tree,
+                            std::unique_ptr<int[]>& indexV, int num, long* seed);
 
     // Gives out rows that were drawn ahead for the next tree and moves the generator on; false,
     // with nothing changed, where there are none that fit.

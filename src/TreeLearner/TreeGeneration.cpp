@@ -33,13 +33,13 @@ int TreeLearner::GrowTree(int treeId, bool fThreaded) {
         int* indexV = nullptr;
         int num = 0;
         const int selected = SelectRows(indexV, num, seed);
-        const std::unique_ptr<int[]> rows(indexV);
+        std::unique_ptr<int[]> rows(indexV);
         if (selected != 0) return -1;
         if (tree->Init(dimFea, num, sampleSize) != 0) {
             return Fail("ERROR: Failed to init TreeCR!\n");
         }
         const auto grow = fThreaded ? &TreeCR::GrowHalf : &TreeCR::GrowOne;
-        const bool fGrown = engineRun && engineRun->Grow(*this, *tree, indexV, num, seed);
+        const bool fGrown = engineRun && engineRun->Grow(*this, *tree, rows, num, seed);
         if (!fGrown &&
             (tree.get()->*grow)(featureVV, gradientV, numPairDistinctQueV, indexV,
                                 CfgInfo.fPrintLeafDistribution, of_debug, fea_debug, seed) != 0) {

@@ -71,13 +71,15 @@ RegressionGrowth::RegressionGrowth(const Columns& columns, WorkerPool& workers,
 
 RegressionGrowth::~RegressionGrowth() = default;
 
-bool RegressionGrowth::Grow(const double* gradV, const int* weightV, const int* indexV, int num,
-                            long* seed, const std::function<void()>& lastDraw) {
+bool RegressionGrowth::Take(const double* gradV, const int* weightV, const int* indexV, int num) {
     if (num == 0) return false;
     rows.Take(gradV, weightV, indexV, num, data.NumRows(), pool);
     const int* ownWeightV = rows.weightV.empty() ? nullptr : rows.weightV.data();
     fixed = FixedPoint::Fit(rows.gradV.data(), ownWeightV, num, pool);
-    if (!fixed.fUsable) return false;
+    return fixed.fUsable;
+}
+
+void RegressionGrowth::Grow(long* seed, const std::function<void()>& lastDraw) {
     nodeV.clear();
     numLeaf = 1;
     fSlicesTrue = true;
@@ -89,7 +91,6 @@ bool RegressionGrowth::Grow(const double* gradV, const int* weightV, const int* 
         for (OpenNode& done : levelV) store.GiveBack(std::move(done.histogram));
         levelV.swap(nextV);
     }
-    return true;
 }
 
 RegressionGrowth::OpenNode RegressionGrowth::PlantRoot() {

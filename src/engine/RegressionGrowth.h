@@ -29,12 +29,13 @@ class RegressionGrowth {
                      const Tuning& figures, const PlainSearch& plainSearch);
     ~RegressionGrowth();
 
-    // Grows a tree on the `num` rows of `indexV` (no row twice), with gradients and weights (null:
-    // all 1) by row; columns are drawn with `seed`. Returns false, with nothing drawn, when the
-    // gradients are out of the engine's range. `lastDraw` is called, if it can be told in time,
-    // when the tree will draw no more.
-    [[nodiscard]] bool Grow(const double* gradV, const int* weightV, const int* indexV, int num,
-                            long* seed, const std::function<void()>& lastDraw);
+    // Takes over the `num` rows of `indexV` (no row twice) for a tree, with gradients and weights
+    // (null: all 1) by row, which must stay until the tree is grown. Returns false when there are
+    // no rows or the gradients are out of the engine's range.
+    [[nodiscard]] bool Take(const double* gradV, const int* weightV, const int* indexV, int num);
+    // Grows the tree on the rows that were taken; columns are drawn with `seed`. `lastDraw` is
+    // called, if it can be told in time, when the tree will draw no more.
+    void Grow(long* seed, const std::function<void()>& lastDraw);
 
     // The tree of the last Grow, in the plain form's order of nodes.
     const std::vector<GrownNode>& Nodes() const { return nodeV; }
