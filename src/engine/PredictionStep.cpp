@@ -17,39 +17,28 @@ constexpr int kAhead = 32;    // rows fetched in advance
 // A node as the walk needs it; a leaf leads to itself. Codes say where a row goes, except for those
 // of the bin that the threshold lies in.
 struct WalkNode {
-    const uint8_t* codes;  // of the column, in the first row
-    size_t rowBytes;       // from row to row
-    uint32_t codeMask;
+    uint32_t fWide;      // which matrix has the column
+    uint32_t codeAt;     // where in a row of it, in bytes
+    uint32_t codeMask;   // of two bytes
     uint32_t bin;        // codes below go left, those above right
     uint32_t unsureBin;  // the code that does not decide; beyond all codes where each does
-    int sonV[2];         // [0] to the right, [1] to the left
     int column;
-    double threshold;
-    double step;
+    int sonV[2];  // [0] to the right, [1] to the left
 };
-
-template <typename Code>
-void SetCodes(const RowCodes<Code>& rows, int place, WalkNode& walk) {
-    walk.codes = reinterpret_cast<const uint8_t*>(rows.codeV.data() + place);
-    walk.rowBytes = rows.stride * sizeof(Code);
-    walk.codeMask = static_cast<Code>(~Code{0});
-}
+static_assert(sizeof(WalkNode) == 32, "a node is found by a shift");
 
 WalkNode MakeWalkNode(const GrownNode& node, int self, const Columns& data) {
     const bool fLeaf = node.splitFea < 0;
     const Column& column = data.At(fLeaf ? 0 : node.splitFea);
     WalkNode walk = {};
     walk.column = fLeaf ? 0 : node.splitFea;
-    walk.threshold = node.splitElemFea;
     walk.sonV[0] = fLeaf ? self : node.rson;
     walk.sonV[1] = fLeaf ? self : node.lson;
-    if (column.fNarrow) {
-        SetCodes(data.NarrowRows(), column.place, walk);
-    } else {
-        SetCodes(data.WideRows(), column.place, walk);
-    }
+    walk.fWide = !column.fNarrow;
+    walk.codeAt = static_cast<uint32_t>(column.place) << walk.fWide;
+    walk.codeMask = column.fNarrow ? 0xff : 0xffff;
     const auto past =
-        std::upper_bound(column.binValueV.begin(), column.binValueV.end(), walk.threshold);
+        std::upper_bound(column.binValueV.begin(), column.binValueV.end(), node.splitElemFea);
     // A leaf's threshold may be below all values.
     walk.bin =
         static_cast<uint32_t>(std::max<std::ptrdiff_t>(past - column.binValueV.begin(), 1) - 1);
@@ -57,23 +46,20 @@ WalkNode MakeWalkNode(const GrownNode& node, int self, const Columns& data) {
     return walk;
 }
 
-std::vector<WalkNode> MakeWalk(const std::vector<GrownNode>& nodeV, const Columns& data,
-                               double dynShrink, double valShrink) {
-    std::vector<WalkNode> walkV;
-    for (size_t k = 0; k < nodeV.size(); ++k) {
-        walkV.push_back(MakeWalkNode(nodeV[k], static_cast<int>(k), data));
-        const double value = nodeV[k].gradAll / nodeV[k].wgtAll;
-        walkV.back().step = value * dynShrink * valShrink;
-    }
-    return walkV;
-}
-
 // Walks by codes, which needs thresholds with values on both sides; or by values.
 class Walker {
   public:
-    Walker(const std::vector<WalkNode>& nodes, int treeDepth, const Columns& columns,
+    Walker(const std::vector<GrownNode>& nodes, const double* steps, const Columns& columns,
            double* predictions)
-        : walkV(nodes), depth(treeDepth), data(columns), predictV(predictions) {}
+        : nodeV(nodes),
+          stepV(steps),
+          depth(nodes.back().depth),
+          data(columns),
+          predictV(predictions) {
+        for (size_t k = 0; k < nodeV.size(); ++k) {
+            walkV.push_back(MakeWalkNode(nodeV[k], static_cast<int>(k), data));
+        }
+    }
 
     // The rows [begin, end) that are not marked in fInV.
     void WalkUnmarked(int begin, int end, const LargeArray<uint8_t>& fInV) const {
@@ -97,35 +83,47 @@ class Walker {
             int at = 0;
             for (int level = 0; level < depth; ++level) {
                 const WalkNode& node = walkV[static_cast<size_t>(at)];
-                at = node.sonV[data.Value(row, node.column) <= node.threshold];
+                at = node.sonV[data.Value(row, node.column) <= ThresholdOf(at)];
             }
-            predictV[row] += walkV[static_cast<size_t>(at)].step;
+            predictV[row] += stepV[at];
         }
     }
 
   private:
-    bool GoesLeft(const WalkNode& node, int row) const {
+    double ThresholdOf(int node) const { return nodeV[static_cast<size_t>(node)].splitElemFea; }
+
+    // The codes of a row, narrow and wide.
+    struct CodedRow {
+        const uint8_t* codes[2];
+    };
+
+    int Next(int at, int row, const CodedRow& coded) const {
+        const WalkNode& node = walkV[static_cast<size_t>(at)];
         uint16_t two;
-        std::memcpy(&two, node.codes + static_cast<size_t>(row) * node.rowBytes, sizeof two);
+        std::memcpy(&two, coded.codes[node.fWide] + node.codeAt, sizeof two);
         const uint32_t code = two & node.codeMask;
-        if (code == node.unsureBin) return data.Value(row, node.column) <= node.threshold;
-        return code <= node.bin;
+        if (code == node.unsureBin) {
+            return node.sonV[data.Value(row, node.column) <= ThresholdOf(at)];
+        }
+        return node.sonV[code <= node.bin];
     }
 
     void WalkTogether(const int* rowV, int num) const {
+        CodedRow codedV[kTogether];
         int atV[kTogether] = {};
-        for (int level = 0; level < depth; ++level) {
-            for (int i = 0; i < num; ++i) {
-                const WalkNode& node = walkV[static_cast<size_t>(atV[i])];
-                atV[i] = node.sonV[GoesLeft(node, rowV[i])];
-            }
-        }
         for (int i = 0; i < num; ++i) {
-            predictV[rowV[i]] += walkV[static_cast<size_t>(atV[i])].step;
+            codedV[i] = {{data.NarrowRows().Row(rowV[i]),
+                          reinterpret_cast<const uint8_t*>(data.WideRows().Row(rowV[i]))}};
         }
+        for (int level = 0; level < depth; ++level) {
+            for (int i = 0; i < num; ++i) atV[i] = Next(atV[i], rowV[i], codedV[i]);
+        }
+        for (int i = 0; i < num; ++i) predictV[rowV[i]] += stepV[atV[i]];
     }
 
-    const std::vector<WalkNode>& walkV;
+    const std::vector<GrownNode>& nodeV;
+    const double* stepV;  // by node
+    std::vector<WalkNode> walkV;
     int depth;
     const Columns& data;
     double* predictV;
@@ -138,16 +136,14 @@ struct LeafPiece {
     double step;
 };
 
-std::vector<LeafPiece> CutLeaves(const std::vector<GrownNode>& nodeV,
-                                 const std::vector<WalkNode>& walkV) {
+std::vector<LeafPiece> CutLeaves(const std::vector<GrownNode>& nodeV, const double* stepV) {
     std::vector<LeafPiece> pieceV;
     for (size_t k = 0; k < nodeV.size(); ++k) {
         if (nodeV[k].splitFea >= 0) continue;
         const Chunks chunks = {nodeV[k].countDoc, kChunkRows};
         const int begin = nodeV[k].startDoc;
         for (int chunk = 0; chunk < chunks.Num(); ++chunk) {
-            pieceV.push_back(
-                {begin + chunks.Begin(chunk), begin + chunks.End(chunk), walkV[k].step});
+            pieceV.push_back({begin + chunks.Begin(chunk), begin + chunks.End(chunk), stepV[k]});
         }
     }
     return pieceV;
@@ -157,8 +153,12 @@ std::vector<LeafPiece> CutLeaves(const std::vector<GrownNode>& nodeV,
 
 void StepPredictions(const RegressionGrowth& growth, const Columns& data, WorkerPool& pool,
                      double dynShrink, double valShrink, double* predictV) {
-    const std::vector<WalkNode> walkV = MakeWalk(growth.Nodes(), data, dynShrink, valShrink);
-    const Walker walker(walkV, growth.Nodes().back().depth, data, predictV);
+    std::vector<double> stepV;
+    for (const GrownNode& node : growth.Nodes()) {
+        const double value = node.gradAll / node.wgtAll;
+        stepV.push_back(value * dynShrink * valShrink);
+    }
+    const Walker walker(growth.Nodes(), stepV.data(), data, predictV);
     const int numRows = data.NumRows();
     const Chunks chunks = {numRows, kChunkRows};
     if (!growth.SlicesTrue()) {
@@ -168,7 +168,7 @@ void StepPredictions(const RegressionGrowth& growth, const Columns& data, Worker
         return;
     }
     const LargeArray<int>& indexV = growth.Rows();
-    const std::vector<LeafPiece> pieceV = CutLeaves(growth.Nodes(), walkV);
+    const std::vector<LeafPiece> pieceV = CutLeaves(growth.Nodes(), stepV.data());
     pool.For(static_cast<int>(pieceV.size()), [&](int p, int) {
         const LeafPiece& piece = pieceV[static_cast<size_t>(p)];
         for (int i = piece.begin; i < piece.end; ++i) {
