@@ -84,19 +84,23 @@ int WorkerPool::Self() const {
 WorkerPool::Loop* WorkerPool::Join() {
     SpinUntil([this] { return numOpen.load() > 0 || fEnd.load(); });
     std::unique_lock<std::mutex> lock(mutex);
+    ++numAsleep;
     wake.wait(lock, [this] { return !openV.empty() || fEnd.load(); });
+    --numAsleep;
     if (openV.empty()) return nullptr;
     openV.front()->numHelpers.fetch_add(1);
     return openV.front();
 }
 
 void WorkerPool::Open(Loop& loop) {
+    int numToWake = loop.count;
     {
         const std::lock_guard<std::mutex> lock(mutex);
         openV.push_back(&loop);
         numOpen = static_cast<int>(openV.size());
+        numToWake = std::min(numToWake, numAsleep);
     }
-    wake.notify_all();
+    for (; numToWake > 0; --numToWake) wake.notify_one();
 }
 
 void WorkerPool::Close(Loop& loop) {

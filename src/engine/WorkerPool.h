@@ -75,10 +75,11 @@ class WorkerPool {
 
     std::vector<pthread_t> threads;
     std::atomic<int> numArrived{0};
-    std::mutex mutex;  // guards openV, and the failures of loops
+    std::mutex mutex;  // guards openV, numAsleep, and the failures of loops
     std::condition_variable wake, done;
     std::vector<Loop*> openV;     // that may have indices left, in the order of their beginning
     std::atomic<int> numOpen{0};  // of them, to look at without the mutex
+    int numAsleep = 0;
     std::atomic<bool> fEnd{false};
 };
 
