@@ -67,7 +67,7 @@ double ColumnScan::InsideBound(const NodeTotals& node, const Cell& before,
 }
 
 void ColumnScan::Look(int id, const Histogram& histogram, const NodeTotals& node,
-                      ColumnView& view) {
+                      ColumnView& view) const {
     const Column& column = data.At(id);
     const int numBins = histogram.NumBins(column);
     const Cell* cells = histogram.Of(column);
@@ -94,20 +94,18 @@ void ColumnScan::Look(int id, const Histogram& histogram, const NodeTotals& node
 }
 
 // Takes every boundary for a cut, which a column that is exact but not clean must not.
-double ColumnScan::BestInexact(int numBins, const NodeTotals& node, ColumnView& view) {
+double ColumnScan::BestInexact(int numBins, const NodeTotals& node, ColumnView& view) const {
     const size_t count = static_cast<size_t>(numBins);
-    sumV.resize(count + 2);
-    weightV.resize(count + 2);
+    std::vector<double> sumV(count + 2), weightV(count + 2);  // prefixes as reals
     for (size_t bin = 0; bin < count; ++bin) {
         sumV[bin] = fixed.Sum(view.prefixV[bin + 1]);
         weightV[bin] = fixed.Weight(view.prefixV[bin + 1]);
     }
-    sumV[count] = weightV[count] = 0.0;
     return BestOfPrefixes(sumV.data(), weightV.data(), numBins, node, view.largestSum);
 }
 
 void ColumnScan::LookAtRuns(const Column& column, const Histogram& histogram,
-                            const NodeTotals& node, ColumnView& view) {
+                            const NodeTotals& node, ColumnView& view) const {
     const int numBins = histogram.NumBins(column);
     for (int begin = 0; begin < numBins; begin += ColumnView::kRunBins) {
         const int end = std::min(begin + ColumnView::kRunBins, numBins);

@@ -47,13 +47,15 @@ struct ColumnView {
     std::vector<Cell> prefixV;  // sums before each bin, then the total
 };
 
+// For any number of threads.
 class ColumnScan {
   public:
     ColumnScan(const Columns& columns, const FixedPoint& fixedPoint)
         : data(columns), fixed(fixedPoint) {}
 
     // Looks at a column of a node with the given histogram and totals.
-    void Look(int column, const Histogram& histogram, const NodeTotals& node, ColumnView& view);
+    void Look(int column, const Histogram& histogram, const NodeTotals& node,
+              ColumnView& view) const;
 
     // Appends the cuts between bins that score at least `least`.
     void AppendCuts(int slot, int column, const Histogram& histogram, const NodeTotals& node,
@@ -71,15 +73,14 @@ class ColumnScan {
 
   private:
     void LookAtRuns(const Column& column, const Histogram& histogram, const NodeTotals& node,
-                    ColumnView& view);
-    double BestInexact(int numBins, const NodeTotals& node, ColumnView& view);
+                    ColumnView& view) const;
+    double BestInexact(int numBins, const NodeTotals& node, ColumnView& view) const;
     template <typename Visit>
     void VisitCuts(const Column& column, int numBins, const NodeTotals& node,
                    const ColumnView& view, const Visit& visit) const;
 
     const Columns& data;
     const FixedPoint& fixed;
-    std::vector<double> sumV, weightV;  // prefixes as reals
 };
 
 }  // namespace engine

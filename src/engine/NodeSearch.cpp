@@ -19,19 +19,37 @@ constexpr int kBlockRows = 512;  // whose ranks are gathered at once
 }  // namespace
 
 NodeSearch::NodeSearch(const Columns& columns, const FixedPoint& fixedPoint, const Tuning& figures,
-                       WorkerPool& workers)
+                       WorkerPool& workers, Buffers& sharedBuffers)
     : data(columns),
       fixed(fixedPoint),
       tuning(figures),
       pool(workers),
-      fTakenV(static_cast<size_t>(columns.NumColumns())) {
-    for (int w = 0; w < pool.NumWorkers(); ++w) scratchV.emplace_back(columns, fixedPoint);
+      buffers(sharedBuffers),
+      scan(columns, fixedPoint),
+      fTakenV(static_cast<size_t>(columns.NumColumns())) {}
+
+NodeSearch::~NodeSearch() = default;
+
+void NodeSearch::Buffers::Take(size_t num, std::vector<std::unique_ptr<Scratch>>& taken) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    while (taken.size() < num) {
+        if (freeV.empty()) freeV.push_back(std::make_unique<Scratch>(fixed));
+        taken.push_back(std::move(freeV.back()));
+        freeV.pop_back();
+    }
+}
+
+void NodeSearch::Buffers::GiveBack(std::vector<std::unique_ptr<Scratch>>& taken) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    for (std::unique_ptr<Scratch>& scratch : taken) freeV.push_back(std::move(scratch));
+    taken.clear();
 }
 
 SearchResult NodeSearch::Search(const SearchTask& task) {
     node = {task.total, fixed.Sum(task.total), fixed.Weight(task.total)};
     best = -1.0;
-    for (Scratch& scratch : scratchV) scratch.candidateV.clear();
+    buffers.Take(static_cast<size_t>(std::max(task.numTogether, 1)), scratchV);
+    for (const auto& scratch : scratchV) scratch->candidateV.clear();
     FindSlots(task);
     if (task.histogram != nullptr) {
         LookAtSlots(task);
@@ -40,9 +58,11 @@ SearchResult NodeSearch::Search(const SearchTask& task) {
         SetError(task, fixed.AbsBound(task.total));
         cellV.resize(static_cast<size_t>(task.rows.count));
         task.rows.CellsOf(task.rows.rowV, task.rows.count, fixed, cellV.data());
-        ForSlots(task, [&](int slot, Scratch& scratch) { SortSlot(task, slot, scratch); });
+        for (const int slot : slotV) SortSlot(task, slot, *scratchV[0]);
     }
-    return Decide();
+    SearchResult result = Decide();
+    buffers.GiveBack(scratchV);
+    return result;
 }
 
 // A column with the same cuts and the same scores in a lower slot wins every tie.
@@ -64,14 +84,6 @@ template <typename Step>
 void NodeSearch::For(const SearchTask& task, int count, const Step& step) {
     if (task.numTogether > 0) return pool.For(count, step);
     for (int i = 0; i < count; ++i) step(i, 0);
-}
-
-// Calls visit(slot, scratch) for slotV.
-template <typename Visit>
-void NodeSearch::ForSlots(const SearchTask& task, const Visit& visit) {
-    For(task, static_cast<int>(slotV.size()), [&](int i, int worker) {
-        visit(slotV[static_cast<size_t>(i)], scratchV[static_cast<size_t>(worker)]);
-    });
 }
 
 void NodeSearch::RaiseBest(double score) {
@@ -99,9 +111,9 @@ double NodeSearch::Least() const {
 
 void NodeSearch::LookAtSlots(const SearchTask& task) {
     viewV.resize(std::max(viewV.size(), static_cast<size_t>(task.numSlots)));
-    ForSlots(task, [&](int slot, Scratch& scratch) {
-        scratch.scan.Look(task.columnV[slot], *task.histogram, node,
-                          viewV[static_cast<size_t>(slot)]);
+    For(task, static_cast<int>(slotV.size()), [&](int i, int) {
+        const int slot = slotV[static_cast<size_t>(i)];
+        scan.Look(task.columnV[slot], *task.histogram, node, viewV[static_cast<size_t>(slot)]);
     });
     double largestSum = 0.0;
     for (const int slot : slotV) {
@@ -130,8 +142,8 @@ void NodeSearch::RefineSlots(const SearchTask& task) {
     for (const int slot : slotV) {
         const ColumnView& view = viewV[static_cast<size_t>(slot)];
         if (view.best < Least()) continue;
-        scratchV[0].scan.AppendCuts(slot, task.columnV[slot], *task.histogram, node, view, Least(),
-                                    scratchV[0].candidateV);
+        scan.AppendCuts(slot, task.columnV[slot], *task.histogram, node, view, Least(),
+                        scratchV[0]->candidateV);
     }
 }
 
@@ -141,16 +153,16 @@ void NodeSearch::RefineTogether(const SearchTask& task, const int* slots, int nu
     const Chunks stretches = {task.rows.count,
                               task.numTogether > 0 ? tuning.chunkRows : task.rows.count};
     For(task, numSlots, [&](int i, int) {
-        Scratch& scratch = scratchV[static_cast<size_t>(i)];
+        Scratch& scratch = *scratchV[static_cast<size_t>(i)];
         const int id = task.columnV[slots[i]];
         scratch.liveBinV.clear();
-        scratch.scan.AppendLiveBins(id, *task.histogram, node, viewV[static_cast<size_t>(slots[i])],
-                                    Least(), scratch.liveBinV);
+        scan.AppendLiveBins(id, *task.histogram, node, viewV[static_cast<size_t>(slots[i])],
+                            Least(), scratch.liveBinV);
         scratch.stretchVV.resize(static_cast<size_t>(stretches.Num()));
         if (!scratch.liveBinV.empty()) FindLiveSteps(task, data.At(id), scratch);
     });
     For(task, numSlots * stretches.Num(), [&](int i, int) {
-        Scratch& scratch = scratchV[static_cast<size_t>(i / stretches.Num())];
+        Scratch& scratch = *scratchV[static_cast<size_t>(i / stretches.Num())];
         const int stretch = i % stretches.Num();
         if (scratch.liveBinV.empty()) return;
         CollectKeys(task, stretches.Begin(stretch), stretches.End(stretch),
@@ -158,7 +170,7 @@ void NodeSearch::RefineTogether(const SearchTask& task, const int* slots, int nu
                     scratch.stretchVV[static_cast<size_t>(stretch)]);
     });
     For(task, numSlots, [&](int i, int) {
-        Scratch& scratch = scratchV[static_cast<size_t>(i)];
+        Scratch& scratch = *scratchV[static_cast<size_t>(i)];
         if (!scratch.liveBinV.empty()) ScoreKeys(task, slots[i], scratch);
     });
 }
@@ -224,8 +236,8 @@ void NodeSearch::ScorePieces(const SearchTask& task, int slot, Scratch& scratch)
     scratch.fLiveV.assign(scratch.fine.NumPieces(), 0);
     scratch.fine.ForPieces(
         bins, [&](const FineBin&, size_t piece, const Cell& before, const Cell& inside) {
-            scratch.fLiveV[piece] = scratch.scan.HasTwoRows(inside) &&
-                                    scratch.scan.InsideBound(node, before, inside) >= least;
+            scratch.fLiveV[piece] =
+                scan.HasTwoRows(inside) && scan.InsideBound(node, before, inside) >= least;
         });
     scratch.fine.Keep(scratch.fLiveV, scratch.keyV);
     SortKeys(scratch.keyV, scratch.otherKeyV);
@@ -348,8 +360,8 @@ SearchResult NodeSearch::Decide() {
     SearchResult result;
     const double least = Least();
     std::vector<Candidate> candidateV;
-    for (const Scratch& scratch : scratchV) {
-        std::copy_if(scratch.candidateV.begin(), scratch.candidateV.end(),
+    for (const auto& scratch : scratchV) {
+        std::copy_if(scratch->candidateV.begin(), scratch->candidateV.end(),
                      std::back_inserter(candidateV),
                      [least](const Candidate& c) { return c.score >= least; });
     }

@@ -7,6 +7,8 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
+#include <mutex>
 #include <vector>
 
 #include "ColumnScan.h"
@@ -36,11 +38,14 @@ struct SearchResult {
     std::vector<int> undecidedV;  // otherwise: the slots to decide between, ascending
 };
 
-// Searches one node at a time. Buffers are reused from node to node.
+// Searches one node at a time, with buffers that the searches of all workers share.
 class NodeSearch {
   public:
+    class Buffers;
+
     NodeSearch(const Columns& columns, const FixedPoint& fixedPoint, const Tuning& figures,
-               WorkerPool& workers);
+               WorkerPool& workers, Buffers& sharedBuffers);
+    ~NodeSearch();
 
     SearchResult Search(const SearchTask& task);
 
@@ -52,12 +57,10 @@ class NodeSearch {
         int step;
     };
 
-    // What it takes to look at one slot.
+    // What it takes to look inside the bins of one slot.
     struct Scratch {
-        Scratch(const Columns& columns, const FixedPoint& fixedPoint)
-            : scan(columns, fixedPoint), fine(fixedPoint) {}
+        explicit Scratch(const FixedPoint& fixed) : fine(fixed) {}
 
-        ColumnScan scan;
         FineScan fine;
         std::vector<FineBin> fineBinV;
         std::vector<uint8_t> fLiveV;  // by piece of the fine scan
@@ -71,8 +74,6 @@ class NodeSearch {
 
     template <typename Step>
     void For(const SearchTask& task, int count, const Step& step);
-    template <typename Visit>
-    void ForSlots(const SearchTask& task, const Visit& visit);
     void LookAtSlots(const SearchTask& task);
     void RefineSlots(const SearchTask& task);
     void RefineTogether(const SearchTask& task, const int* slots, int numSlots);
@@ -98,6 +99,8 @@ class NodeSearch {
     const FixedPoint& fixed;
     const Tuning tuning;
     WorkerPool& pool;
+    Buffers& buffers;
+    const ColumnScan scan;
     NodeTotals node = {};
     std::atomic<double> best{-1.0};  // best score so far, by fast sums
     double rowError = 0.0;           // how far a plain left or right sum can be from ours
@@ -105,7 +108,25 @@ class NodeSearch {
     std::vector<int> slotV;          // the slots to look at: no column twice
     std::vector<ColumnView> viewV;   // by slot
     std::vector<Cell> cellV;         // of a small node's rows
-    std::vector<Scratch> scratchV;   // by worker, or by slot of those that are refined together
+    std::vector<std::unique_ptr<Scratch>> scratchV;  // by slot of those that are refined together
+};
+
+// Taken for a node and given back, so that there are as many as slots were ever looked at together,
+// whoever did it. For any number of threads; outlives its searches.
+class NodeSearch::Buffers {
+  public:
+    explicit Buffers(const FixedPoint& fixedPoint) : fixed(fixedPoint) {}
+
+  private:
+    friend class NodeSearch;
+
+    // Brings `taken` to `num`.
+    void Take(size_t num, std::vector<std::unique_ptr<Scratch>>& taken);
+    void GiveBack(std::vector<std::unique_ptr<Scratch>>& taken);
+
+    const FixedPoint& fixed;
+    std::mutex mutex;  // guards freeV
+    std::vector<std::unique_ptr<Scratch>> freeV;
 };
 
 }  // namespace engine

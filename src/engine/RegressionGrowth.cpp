@@ -43,9 +43,9 @@ struct RegressionGrowth::OpenNode {
 // What a worker needs for the node that it grows.
 struct RegressionGrowth::Worker {
     Worker(const Columns& data, const FixedPoint& fixed, const Tuning& tuning,
-           HistogramFiller& histogramFiller, WorkerPool& pool)
+           HistogramFiller& histogramFiller, WorkerPool& pool, NodeSearch::Buffers& buffers)
         : filler(histogramFiller),
-          search(data, fixed, tuning, pool),
+          search(data, fixed, tuning, pool, buffers),
           partition(data, pool, tuning.chunkRows) {}
 
     HistogramFiller& filler;
@@ -63,9 +63,11 @@ RegressionGrowth::RegressionGrowth(const Columns& columns, WorkerPool& workers,
       tuning(figures),
       plain(plainSearch),
       rows(data.HasInexact()),
-      store(columns, fixed, workers, tuning.chunkRows / 2) {  // a block of a filler
+      store(columns, fixed, workers, tuning.chunkRows / 2),  // a block of a filler
+      buffers(fixed) {
     for (int w = 0; w < pool.NumWorkers(); ++w) {
-        workerV.push_back(std::make_unique<Worker>(data, fixed, tuning, store.FillerOf(w), pool));
+        workerV.push_back(
+            std::make_unique<Worker>(data, fixed, tuning, store.FillerOf(w), pool, buffers));
     }
 }
 

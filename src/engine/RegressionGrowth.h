@@ -78,6 +78,7 @@ class RegressionGrowth {
     int numLeaf = 1;
     bool fSlicesTrue = true;
     HistogramStore store;
+    NodeSearch::Buffers buffers;
     std::vector<std::unique_ptr<Worker>> workerV;
 };
 

@@ -139,7 +139,8 @@ struct Node {
         for (size_t i = 0; i < gradV.size(); ++i) {
             total += fixed.ToCell(gradV[i], weights != nullptr ? weights[i] : 1);
         }
-        NodeSearch search(data, fixed, tuning, pool);
+        NodeSearch::Buffers buffers(fixed);
+        NodeSearch search(data, fixed, tuning, pool, buffers);
         const SearchResult result =
             search.Search({rows, fHistogram ? &histogram : nullptr, columnV.data(),
                            static_cast<int>(columnV.size()), total, gradAll, 0});
