@@ -178,6 +178,9 @@ void NodeSearch::RefineTogether(const SearchTask& task, const int* slots, int nu
 // Scores the cuts between the keys that were collected.
 void NodeSearch::ScoreKeys(const SearchTask& task, int slot, Scratch& scratch) {
     scratch.keyV.swap(scratch.stretchVV[0]);
+    size_t numKeys = scratch.keyV.size();
+    for (size_t s = 1; s < scratch.stretchVV.size(); ++s) numKeys += scratch.stretchVV[s].size();
+    scratch.keyV.reserve(numKeys);
     for (size_t s = 1; s < scratch.stretchVV.size(); ++s) {
         const std::vector<uint64_t>& more = scratch.stretchVV[s];
         scratch.keyV.insert(scratch.keyV.end(), more.begin(), more.end());
