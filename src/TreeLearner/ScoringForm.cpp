@@ -49,6 +49,7 @@ std::shared_ptr<const TreeLearner::ScoringForm> TreeLearner::ScoringForm::Make(
         form->shrinkV = learner.StepLengthV;
         for (const auto& group : learner.TreeVV) {
             form->groupSizeV.push_back(group.size());
+            form->fSingles &= group.size() == 1;
             form->treeV.insert(form->treeV.end(), group.begin(), group.end());
         }
         return form;
@@ -57,7 +58,26 @@ std::shared_ptr<const TreeLearner::ScoringForm> TreeLearner::ScoringForm::Make(
     }
 }
 
-// Before every row, so in one go through the groups.
+// Before every row, and costly enough beside it that a boosted ensemble's groups have a loop of
+// their own.
+bool TreeLearner::ScoringForm::HasTreesOf(const TreeLearner& learner) const {
+    const TreeCR* const* tree = treeV.data();
+    if (fSingles) {
+        for (const std::vector<TreeCR*>& group : learner.TreeVV) {
+            if (group.size() != 1 || group.front() != *tree++) return false;
+        }
+        return true;
+    }
+    for (size_t g = 0; g < groupSizeV.size(); ++g) {
+        const std::vector<TreeCR*>& group = learner.TreeVV[g];
+        if (group.size() != groupSizeV[g]) return false;
+        for (const TreeCR* const here : group) {
+            if (here != *tree++) return false;
+        }
+    }
+    return true;
+}
+
 bool TreeLearner::ScoringForm::IsOf(const TreeLearner& learner) const {
     const bool fClassification = learner.CfgInfo.fRegCls == "CLS";
     if (fClassification != (ensemble->numClass > 0) || numClass != learner.numClass ||
@@ -67,15 +87,7 @@ bool TreeLearner::ScoringForm::IsOf(const TreeLearner& learner) const {
                     shrinkV.size() * sizeof shrinkV[0]) != 0) {
         return false;
     }
-    const TreeCR* const* tree = treeV.data();
-    for (size_t g = 0; g < groupSizeV.size(); ++g) {
-        const std::vector<TreeCR*>& group = learner.TreeVV[g];
-        if (group.size() != groupSizeV[g]) return false;
-        for (const TreeCR* const here : group) {
-            if (here != *tree++) return false;
-        }
-    }
-    return true;
+    return HasTreesOf(learner);
 }
 
 void TreeLearner::CompileEnsemble() {

@@ -20,10 +20,13 @@ struct TreeLearner::ScoringForm {
     std::unique_ptr<const sylvora::engine::CompiledEnsemble> ensemble;
 
   private:
+    bool HasTreesOf(const TreeLearner& learner) const;
+
     int numClass = 0;
     int dimFea = 0;
     VecFt shrinkV;
     std::vector<size_t> groupSizeV;
+    bool fSingles = true;  // every group has one tree
     std::vector<const TreeCR*> treeV;
 };
 
