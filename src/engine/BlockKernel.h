@@ -8,7 +8,7 @@
 // root, three levels (a chunk) at a time. No branch depends on data.
 //
 // For one row, trees stand in a heap (the root at 1, the sons of position i at 2 * i and 2 * i +
-// 1), with the words of a bundle's trees side by side at each position.
+// 1), with the tests of many trees side by side at each position.
 //
 // There is one source for all instruction sets (BlockKernel.inl, and RowKernel.inl for those that
 // can do it) and one object for each; see KernelChoice.h.
@@ -29,22 +29,31 @@ constexpr int kBandThresholds = 254;
 constexpr int kMinBlockDepth = 3;
 constexpr int kMaxBlockDepth = 8;
 constexpr int kBundleTrees = 16;
-// So many bands at most, for their number is a byte in a word. One row's bytes are looked up in
-// tables of kTableBands, the last of which must be there as a whole.
+// The trees that one row goes through at once: those of two bundles.
+constexpr int kRowTrees = 2 * kBundleTrees;
+// So many bands at most, for their number is a byte of a row's test. One row's bytes are looked up
+// in tables of kTableBands, the last of which must be there as a whole.
 constexpr int kMaxBands = 256;
 constexpr int kTableBands = 16;
 
+// A count of thresholds, as a byte of a row's codes or as a test of it. Bytes are signed, because
+// that is how processors compare them, and start at -128.
+constexpr int8_t CountByte(int count) {
+    return static_cast<int8_t>(count - 128);
+}
+constexpr int kAlwaysLeft = kBandThresholds + 1;
+
 // The tests of three levels, the upper ones first. A row goes left when its byte, which stands at
-// codeAtV (from the tile's beginning), is below the test. Bytes are signed, because that is how
-// processors compare them, and start at -128. A test fills all four bytes of its word: words can be
-// spread over a register as they are loaded.
+// codeAtV (from the tile's beginning), is below the test. A test fills all four bytes of its word:
+// words can be spread over a register as they are loaded.
 struct ChunkTests {
     uint32_t codeAtV[7];
     uint32_t testV[7];
 
-    static uint32_t Spread(int count) { return 0x01010101u * static_cast<uint8_t>(count - 128); }
+    static uint32_t Spread(int count) {
+        return 0x01010101u * static_cast<uint8_t>(CountByte(count));
+    }
 };
-constexpr int kAlwaysLeft = kBandThresholds + 1;
 
 // The lowest three levels: their ends are eight leaves with numbers in a row.
 struct LeafChunk {
@@ -68,12 +77,17 @@ struct BlockTree {
 };
 constexpr int kMaxChunks = 32 + 4 + 1;  // of a tree of depth 8
 
-// Two bundles (or twice the same) of trees of one depth. A word is a test, above its band; a row
-// goes right when its byte of the band, unsigned and starting at 0, is above the test. Words begin
-// with a cache line.
-struct RowBundles {
-    const uint16_t* wordV[2];
-    int depth;
+// The tests of kRowTrees trees at one position, a cache line. A row goes left when its byte of the
+// band is below the test.
+struct alignas(64) RowTests {
+    uint8_t bandV[kRowTrees];
+    int8_t testV[kRowTrees];
+};
+
+// A row's bytes, one for each band.
+struct RowCodes {
+    const int8_t* codeV;  // aligned as a table is
+    int numBands;
 };
 
 struct BlockKernel {
@@ -83,10 +97,8 @@ struct BlockKernel {
     void (*fillBand)(const int16_t* rankV, int firstRank, int8_t* codeV);
     // Leaf numbers: leafV[t * kTileRows + row].
     void (*findLeaves)(const BlockTree* treeV, int numTrees, const int8_t* tile, uint8_t* leafV);
-    // The leaf numbers that one row reaches in the trees of two bundles, one after the other. codeV
-    // begins with a table.
-    void (*findRowLeaves)(const RowBundles& bundles, const uint8_t* codeV, int numBands,
-                          uint16_t* leafV);
+    // The leaf numbers that one row reaches in kRowTrees trees of one depth; testsV is by position.
+    void (*findRowLeaves)(const RowTests* testsV, int depth, const RowCodes& codes, uint8_t* leafV);
 };
 
 }  // namespace engine

@@ -114,31 +114,3 @@ static void FillBand(const int16_t* rankV, int firstRank, int8_t* codeV) {
         codeV[row] = static_cast<int8_t>((above < kBandThresholds ? above : kBandThresholds) - 128);
     }
 }
-
-// One row walks several trees side by side, so that their loads overlap.
-template <int kTrees>
-static inline void WalkTrees(const uint16_t* wordV, int depth, const uint8_t* codeV,
-                             uint16_t* leafV) {
-    size_t atV[kTrees];  // kBundleTrees for each position
-    for (size_t& at : atV) at = kBundleTrees;
-    for (int level = 0; level < depth; ++level) {
-        for (int t = 0; t < kTrees; ++t) {
-            const unsigned word = wordV[atV[t] + static_cast<size_t>(t)];
-            const bool fRight = codeV[word & 0xffu] > word >> 8;
-            atV[t] = 2 * atV[t] + kBundleTrees * static_cast<size_t>(fRight);
-        }
-    }
-    for (int t = 0; t < kTrees; ++t) {
-        leafV[t] = static_cast<uint16_t>(atV[t] / kBundleTrees - (size_t{1} << depth));
-    }
-}
-
-static void WalkRow(const RowBundles& bundles, const uint8_t* codeV, int, uint16_t* leafV) {
-    constexpr int kWalks = 8;
-    for (const uint16_t* wordV : bundles.wordV) {
-        for (int t = 0; t < kBundleTrees; t += kWalks) {
-            WalkTrees<kWalks>(wordV + t, bundles.depth, codeV, leafV + t);
-        }
-        leafV += kBundleTrees;
-    }
-}

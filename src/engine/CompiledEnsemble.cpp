@@ -65,6 +65,7 @@ class Compiler {
     bool AddToSection(size_t tree);
     void CloseSection();
     void CutBundles();
+    void PairBundles();
     bool FillBundle(Bundle& bundle);
     void FillCoded(const Bundle& bundle, size_t tree);
     void LinkChunks();
@@ -89,6 +90,7 @@ std::unique_ptr<const CompiledEnsemble> Compiler::Run(const BlockKernel& kernel)
     compiled->numClass = source.numClass;
     PlanSections();
     CutBundles();
+    PairBundles();
     for (Bundle& bundle : compiled->bundleV) {
         if (!FillBundle(bundle)) return nullptr;
     }
@@ -173,21 +175,37 @@ void Compiler::CutBundles() {
     for (size_t tree = 0; tree < source.NumTrees(); ++tree) {
         const bool fFits = !bundleV.empty() && bundleV.back().numTrees < kBundleTrees &&
                            bundleV.back().section == sectionV[tree];
-        if (!fFits) bundleV.push_back({tree, 0, sectionV[tree], kMinBlockDepth, 0, 0, 0, 0});
+        if (!fFits) bundleV.push_back({tree, 0, sectionV[tree], kMinBlockDepth, 0, 0, 0, 0, 0});
         Bundle& bundle = bundleV.back();
         ++bundle.numTrees;
         bundle.depth = std::max(bundle.depth, depthV[tree]);
     }
-    if (bundleV.empty()) bundleV.push_back({0, 0, -1, 0, 0, 0, 0, 0});
+    if (bundleV.empty()) bundleV.push_back({0, 0, -1, 0, 0, 0, 0, 0, 0});
+}
+
+// What no tree takes up leads to the left.
+void Compiler::PairBundles() {
+    size_t numTests = 0;
+    const Bundle* first = nullptr;  // whose other lanes are free
+    for (Bundle& bundle : compiled->bundleV) {
+        if (first != nullptr && first->PairsWith(bundle)) {
+            bundle.firstTests = first->firstTests;
+            bundle.firstLane = kBundleTrees;
+            first = nullptr;
+            continue;
+        }
+        first = bundle.IsCoded() ? &bundle : nullptr;
+        bundle.firstTests = numTests;
+        numTests += bundle.IsCoded() ? size_t{1} << bundle.depth : 0;
+    }
+    RowTests none;
+    std::fill_n(none.bandV, kRowTrees, uint8_t{0});
+    std::fill_n(none.testV, kRowTrees, CountByte(kAlwaysLeft));
+    compiled->rowTestsV.assign(numTests, none);
 }
 
 bool Compiler::FillBundle(Bundle& bundle) {
-    if (bundle.IsCoded()) {
-        bundle.firstWord = compiled->wordV.size();
-        bundle.firstLeaf = compiled->leafValueV.size();
-        const size_t numWords = size_t{kBundleTrees} << bundle.depth;
-        compiled->wordV.resize(bundle.firstWord + numWords, ThresholdCodes::kAlwaysLeftWord);
-    }
+    bundle.firstLeaf = compiled->leafValueV.size();
     for (size_t tree = bundle.firstTree; tree < bundle.EndTree(); ++tree) {
         uint32_t root = 0;
         firstLeafChunkV.push_back(compiled->leafChunkV.size());
@@ -205,7 +223,8 @@ bool Compiler::FillBundle(Bundle& bundle) {
 void Compiler::FillCoded(const Bundle& bundle, size_t tree) {
     const ThresholdCodes& codes = compiled->sectionV[static_cast<size_t>(bundle.section)];
     const PaddedTree padded(source.Tree(tree), bundle.depth);
-    padded.FillWords(codes, compiled->wordV.data() + bundle.firstWord + tree - bundle.firstTree);
+    padded.FillRowTests(codes, bundle.firstLane + static_cast<int>(tree - bundle.firstTree),
+                        compiled->rowTestsV.data() + bundle.firstTests);
     padded.AppendValues(compiled->leafValueV);
     padded.AppendChunks(codes, compiled->leafChunkV, compiled->joinV);
 }

@@ -3,7 +3,7 @@
 //
 // Trees of up to eight levels are coded: a row is first turned into ranks among the thresholds of a
 // section (a run of trees), then all tests are comparisons of small integers. One row takes the
-// words, several trees side by side (RowLeaves.h); many rows take the chunks of the block kernel
+// tests of many trees side by side (RowLeaves.h); many rows take the chunks of the block kernel
 // (BatchScoring.h). Other trees, and those of a section with more features to look up than trees to
 // gain by it, are walked (NodeWalk.h).
 #ifndef SYLVORA_ENGINE_COMPILEDENSEMBLE_H
@@ -27,15 +27,16 @@ namespace engine {
 struct Bundle {
     size_t firstTree;
     int numTrees;
-    int section;       // -1: walked
-    int depth;         // coded: of all its trees, padded
-    size_t firstWord;  // coded: 2^depth times kBundleTrees of wordV
-    size_t firstLeaf;  // coded: 2^depth for each tree of leafValueV
+    int section;        // -1: walked
+    int depth;          // coded: of all its trees, padded
+    size_t firstTests;  // coded: 2^depth of rowTestsV
+    int firstLane;      // coded: in them; 0, or kBundleTrees: the bundle before has the others
+    size_t firstLeaf;   // coded: 2^depth for each tree of leafValueV
     size_t firstPiece;
     size_t endPiece;
 
     bool IsCoded() const { return section >= 0; }
-    // Whether both can be evaluated in one go.
+    // Whether one row can go through both at once.
     bool PairsWith(const Bundle& next) const {
         return numTrees == kBundleTrees && section == next.section && depth == next.depth;
     }
@@ -66,7 +67,7 @@ struct CompiledEnsemble {
     std::vector<GroupPiece> pieceV;
     // Coded trees.
     std::vector<ThresholdCodes> sectionV;
-    LineVector<uint16_t> wordV;
+    LineVector<RowTests> rowTestsV;
     LineVector<double> leafValueV;
     std::vector<LeafChunk> leafChunkV;
     std::vector<JoinChunk> joinV;

@@ -26,11 +26,12 @@ PaddedTree::PaddedTree(const SourceNode* nodes, int treeDepth)
     }
 }
 
-void PaddedTree::FillWords(const ThresholdCodes& codes, uint16_t* wordV) const {
+void PaddedTree::FillRowTests(const ThresholdCodes& codes, int lane, RowTests* testsV) const {
     for (size_t i = 1; i < End(); ++i) {
         if (!IsTest(i)) continue;
-        wordV[i * kBundleTrees] =
-            codes.Word(codes.Find(nodeV[i]->splitFea, nodeV[i]->splitElemFea));
+        const auto place = codes.Find(nodeV[i]->splitFea, nodeV[i]->splitElemFea);
+        testsV[i].bandV[lane] = static_cast<uint8_t>(codes.Band(place));
+        testsV[i].testV[lane] = CountByte(ThresholdCodes::Test(place));
     }
 }
 

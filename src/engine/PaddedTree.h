@@ -28,8 +28,8 @@ class PaddedTree {
             if (IsTest(i)) visit(nodeV[i]->splitFea, nodeV[i]->splitElemFea);
         }
     }
-    // Writes the words of the tree's tests, which stand kBundleTrees apart.
-    void FillWords(const ThresholdCodes& codes, uint16_t* wordV) const;
+    // Writes the tree's tests into a lane of those of many trees.
+    void FillRowTests(const ThresholdCodes& codes, int lane, RowTests* testsV) const;
     // The leaves' values from left to right, 2^depth of them; 0 where no row arrives.
     void AppendValues(LineVector<double>& valueV) const;
     // The chunks of the tree's program, which must be at least three levels deep.

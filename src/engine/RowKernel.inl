@@ -1,90 +1,81 @@
-// One row through bundles of sixteen trees, a tree in each lane; included, like BlockKernel.inl,
-// for each instruction set that can look bytes up in a register.
+// One row through many trees, a tree in each lane; included, like BlockKernel.inl, for each
+// instruction set that can look bytes up in a register.
 //
-// At each level, a lane's word is picked among those of all positions: 2^level words are loaded and
+// At each level, a lane's test is picked among those of all positions: 2^level lines are loaded and
 // halved `level` times, once for each decision on the way down. That is many instructions, but none
-// of them waits for a guessed branch, and two bundles at a time fill the gaps in each other. The
-// deepest trees are walked, which is less work.
+// of them waits for a guessed branch or for an address.
 
-struct Pair {
-    __m256i part[2];
-};
+typedef __m256i Lanes;  // a byte for each tree
+static_assert(sizeof(Lanes) == kRowTrees);
 
-// The words at the positions that the first kBits decisions lead to, among every kStride-th one;
+// The bytes at the positions that the first kBits decisions lead to, among every kStride-th one;
 // the last decision is the one between neighbours.
 template <int kBits, int kStride>
-__attribute__((always_inline)) static inline __m256i Pick(const uint16_t* wordV,
-                                                          const Pair* fRightV, int part) {
+__attribute__((always_inline)) static inline Lanes Pick(const RowTests* testsV, bool fBand,
+                                                        const Lanes* fLeftV) {
     if constexpr (kBits == 0) {
-        return _mm256_load_si256(reinterpret_cast<const __m256i*>(wordV));
+        const void* const from = fBand ? static_cast<const void*>(testsV->bandV) : testsV->testV;
+        return _mm256_load_si256(static_cast<const Lanes*>(from));
     } else {
-        const uint16_t* const next = wordV + kStride * kBundleTrees;
-        return _mm256_blendv_epi8(Pick<kBits - 1, 2 * kStride>(wordV, fRightV, part),
-                                  Pick<kBits - 1, 2 * kStride>(next, fRightV, part),
-                                  fRightV[kBits - 1].part[part]);
+        return _mm256_blendv_epi8(Pick<kBits - 1, 2 * kStride>(testsV + kStride, fBand, fLeftV),
+                                  Pick<kBits - 1, 2 * kStride>(testsV, fBand, fLeftV),
+                                  fLeftV[kBits - 1]);
     }
 }
 
-// The row's bytes for the bands in the low bytes of the words, in low bytes. Sixteen bands are one
-// table; an index outside it gets its high bit set, for which the look-up yields 0.
-__attribute__((always_inline)) static inline Pair LookUp(const Pair& words, const uint8_t* codeV,
-                                                         int numBands) {
-    const __m256i next = _mm256_set1_epi16(kTableBands);
-    const __m256i outside = _mm256_set1_epi8(0x80 - kTableBands);
-    const __m256i high = _mm256_set1_epi16(static_cast<int16_t>(0xff00));
-    Pair found = {{_mm256_setzero_si256(), _mm256_setzero_si256()}};
-    Pair index = {{_mm256_or_si256(words.part[0], high), _mm256_or_si256(words.part[1], high)}};
-    for (int band = 0; band < numBands; band += kTableBands) {
-        const __m128i* const from = reinterpret_cast<const __m128i*>(codeV + band);
-        const __m256i table = _mm256_broadcastsi128_si256(_mm_load_si128(from));
-        for (int p = 0; p < 2; ++p) {
-            const __m256i inside = _mm256_adds_epu8(index.part[p], outside);
-            found.part[p] = _mm256_or_si256(found.part[p], _mm256_shuffle_epi8(table, inside));
-            index.part[p] = _mm256_sub_epi8(index.part[p], next);
-        }
+// The row's bytes for the bands, among those of kTables tables from kFirst on: selected by the
+// highest bit of a band's number that tells the tables apart. That the upper half may not be there
+// is the same for all rows, so the branch is guessed right.
+template <int kFirst, int kTables>
+__attribute__((always_inline)) static inline Lanes LookUp(Lanes bands, Lanes places,
+                                                          const RowCodes& codes) {
+    if constexpr (kTables == 1) {
+        const int8_t* const from = codes.codeV + kFirst * kTableBands;
+        const __m128i table = _mm_load_si128(reinterpret_cast<const __m128i*>(from));
+        return _mm256_shuffle_epi8(_mm256_broadcastsi128_si256(table), places);
+    } else {
+        constexpr int kHalf = kTables / 2;
+        const Lanes lower = LookUp<kFirst, kHalf>(bands, places, codes);
+        if (codes.numBands <= (kFirst + kHalf) * kTableBands) return lower;
+        const Lanes upper = LookUp<kFirst + kHalf, kHalf>(bands, places, codes);
+        // A blend goes by the highest bit of each byte, where bit kHalf of the table's number goes.
+        constexpr int kShift = 128 / (kHalf * kTableBands);
+        const Lanes fUpper = _mm256_slli_epi16(bands, __builtin_ctz(kShift));
+        return _mm256_blendv_epi8(lower, upper, fUpper);
     }
-    return found;
 }
 
 template <int kDepth, int kLevel>
-__attribute__((always_inline)) static inline void Descend(const RowBundles& bundles,
-                                                          const uint8_t* codeV, int numBands,
-                                                          Pair* fRightV) {
+__attribute__((always_inline)) static inline void Descend(const RowTests* testsV,
+                                                          const RowCodes& codes, Lanes* fLeftV) {
     if constexpr (kLevel < kDepth) {
-        Pair words;
-        for (int p = 0; p < 2; ++p) {
-            words.part[p] =
-                Pick<kLevel, 1>(bundles.wordV[p] + (kBundleTrees << kLevel), fRightV, p);
-        }
-        const Pair codes = LookUp(words, codeV, numBands);
-        for (int p = 0; p < 2; ++p) {
-            fRightV[kLevel].part[p] =
-                _mm256_cmpgt_epi16(codes.part[p], _mm256_srli_epi16(words.part[p], 8));
-        }
-        Descend<kDepth, kLevel + 1>(bundles, codeV, numBands, fRightV);
+        const RowTests* const level = testsV + (1 << kLevel);
+        const Lanes bands = Pick<kLevel, 1>(level, true, fLeftV);
+        const Lanes places = _mm256_and_si256(bands, _mm256_set1_epi8(kTableBands - 1));
+        const Lanes found = LookUp<0, kMaxBands / kTableBands>(bands, places, codes);
+        fLeftV[kLevel] = _mm256_cmpgt_epi8(Pick<kLevel, 1>(level, false, fLeftV), found);
+        Descend<kDepth, kLevel + 1>(testsV, codes, fLeftV);
     }
 }
 
 template <int kDepth>
-static void FindRowLeavesAt(const RowBundles& bundles, const uint8_t* codeV, int numBands,
-                            uint16_t* leafV) {
-    Pair fRightV[kDepth];
-    Descend<kDepth, 0>(bundles, codeV, numBands, fRightV);
-    for (int p = 0; p < 2; ++p) {
-        __m256i leaves = _mm256_setzero_si256();
-        for (int level = 0; level < kDepth; ++level) {
-            // All bits are the number -1.
-            leaves = _mm256_sub_epi16(_mm256_add_epi16(leaves, leaves), fRightV[level].part[p]);
-        }
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(leafV + p * kBundleTrees), leaves);
+static void FindRowLeavesAt(const RowTests* testsV, const RowCodes& codes, uint8_t* leafV) {
+    Lanes fLeftV[kDepth];
+    Descend<kDepth, 0>(testsV, codes, fLeftV);
+    // All bits are the number -1: what the last leaf's number is lessened by.
+    Lanes leaves = _mm256_setzero_si256();
+    for (const Lanes& fLeft : fLeftV) {
+        leaves = _mm256_add_epi8(_mm256_add_epi8(leaves, leaves), fLeft);
     }
+    leaves = _mm256_add_epi8(leaves, _mm256_set1_epi8(static_cast<char>((1 << kDepth) - 1)));
+    _mm256_storeu_si256(reinterpret_cast<Lanes*>(leafV), leaves);
 }
 
-static void FindRowLeaves(const RowBundles& bundles, const uint8_t* codeV, int numBands,
-                          uint16_t* leafV) {
+static void FindRowLeaves(const RowTests* testsV, int depth, const RowCodes& codes,
+                          uint8_t* leafV) {
     static constexpr decltype(&FindRowLeavesAt<3>) kDepths[] = {
         FindRowLeavesAt<3>, FindRowLeavesAt<4>, FindRowLeavesAt<5>,
-        FindRowLeavesAt<6>, FindRowLeavesAt<7>, WalkRow};
+        FindRowLeavesAt<6>, FindRowLeavesAt<7>, FindRowLeavesAt<8>};
     static_assert(sizeof kDepths / sizeof kDepths[0] == kMaxBlockDepth - kMinBlockDepth + 1);
-    kDepths[bundles.depth - kMinBlockDepth](bundles, codeV, numBands, leafV);
+    kDepths[depth - kMinBlockDepth](testsV, codes, leafV);
 }

@@ -5,55 +5,50 @@
 
 namespace sylvora {
 namespace engine {
+
 bool RowLeaves::Next() {
-    const std::vector<Bundle>& bundleV = ensemble.bundleV;
-    if (endBundle == bundleV.size()) return false;
-    firstBundle = endBundle++;
-    const Bundle& bundle = bundleV[firstBundle];
-    const bool fPair =
-        bundle.IsCoded() && endBundle < bundleV.size() && bundle.PairsWith(bundleV[endBundle]);
-    if (fPair) ++endBundle;
-    endTree = bundleV[endBundle - 1].EndTree();
-    if (bundle.IsCoded()) {
-        EvaluateCoded();
-    } else {
-        EvaluateWalked();
-    }
+    now ^= 1;
+    if (Now().firstBundle == ensemble.bundleV.size()) return false;
+    LookAhead(Now().endBundle);
+    endTree = EndBundle()[-1].EndTree();
+    if (!FirstBundle()->IsCoded()) Walk(*FirstBundle());
     return true;
 }
 
 void RowLeaves::SkipTo(size_t tree) {
-    while (ensemble.bundleV[endBundle].EndTree() <= tree) ++endBundle;
+    const Stretch& next = stretchV[now ^ 1];
+    size_t bundle = next.firstBundle;
+    while (ensemble.bundleV[bundle].EndTree() <= tree) ++bundle;
+    if (bundle >= next.endBundle) LookAhead(bundle);
     Next();
 }
 
-void RowLeaves::EvaluateCoded() {
-    const Bundle& bundle = *FirstBundle();
+// The bundles after the last are none.
+void RowLeaves::LookAhead(size_t bundle) {
+    const std::vector<Bundle>& bundleV = ensemble.bundleV;
+    Stretch& next = stretchV[now ^ 1];
+    next.firstBundle = next.endBundle = bundle;
+    if (bundle == bundleV.size()) return;
+    if (bundleV[bundle].firstLane > 0) --next.firstBundle;
+    ++next.endBundle;
+    if (next.endBundle < bundleV.size() && bundleV[next.endBundle].firstLane > 0) ++next.endBundle;
+    const Bundle& first = bundleV[next.firstBundle];
+    if (first.IsCoded()) FindLeaves(first, next.leafV);
+}
+
+void RowLeaves::FindLeaves(const Bundle& bundle, uint8_t* leafV) {
     const ThresholdCodes& codes = ensemble.sectionV[static_cast<size_t>(bundle.section)];
     if (section != bundle.section) codes.CodeRow(row, codeV);
     section = bundle.section;
-    const uint16_t* const wordV = ensemble.wordV.data();
-    uint16_t leafV[2 * kBundleTrees];
-    ensemble.kernel->findRowLeaves(
-        {{wordV + bundle.firstWord, wordV + EndBundle()[-1].firstWord}, bundle.depth}, codeV,
-        codes.NumBands(), leafV);
-    // The first of a pair is full, so that the second one's leaves follow.
-    const double* leafValueV = ensemble.leafValueV.data() + bundle.firstLeaf;
-    const int numTrees = static_cast<int>(endTree - bundle.firstTree);
-    for (int t = 0; t < numTrees; ++t) {
-        valueV[t] = leafValueV[leafV[t]];
-        leafValueV += size_t{1} << bundle.depth;
-    }
+    ensemble.kernel->findRowLeaves(ensemble.rowTestsV.data() + bundle.firstTests, bundle.depth,
+                                   {codeV, codes.NumBands()}, leafV);
 }
 
-void RowLeaves::EvaluateWalked() {
-    const Bundle& bundle = *FirstBundle();
+void RowLeaves::Walk(const Bundle& bundle) {
     const double* rowV[kBundleTrees];
-    uint32_t atV[kBundleTrees];
     std::fill_n(rowV, kBundleTrees, row);
-    std::copy_n(ensemble.rootV.data() + bundle.firstTree, bundle.numTrees, atV);
-    ensemble.walked.Walk(rowV, atV, bundle.numTrees);
-    for (int t = 0; t < bundle.numTrees; ++t) valueV[t] = ensemble.walked.Values()[atV[t]];
+    std::copy_n(ensemble.rootV.data() + bundle.firstTree, bundle.numTrees, walkedV);
+    ensemble.walked.Walk(rowV, walkedV, bundle.numTrees);
 }
 
 }  // namespace engine

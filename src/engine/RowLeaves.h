@@ -10,44 +10,76 @@
 namespace sylvora {
 namespace engine {
 
+// Which leaves a row reaches in some trees, and all values of the leaves of those trees.
+template <typename Leaf>
+struct TreeLeaves {
+    const Leaf* leafV;     // by tree
+    const double* valueV;  // the leaves of the first tree
+    size_t numApart;       // from one tree's to the next one's; 0: numbers are counted through
+
+    double Value(size_t t) const { return valueV[t * numApart + leafV[t]]; }
+    TreeLeaves From(size_t t) const { return {leafV + t, valueV + t * numApart, numApart}; }
+};
+using CodedLeaves = TreeLeaves<uint8_t>;
+using WalkedLeaves = TreeLeaves<uint32_t>;
+
 // Bundles are evaluated one or two at a time, when it comes to them: a vote that ends early costs
-// no more than what is left of them. Lives on the stack and allocates nothing.
+// little more than what is left of them. Coded ones are one step ahead: while the values of some
+// leaves are fetched and added up, the processor is at work on the next leaves. Lives on the stack
+// and allocates nothing.
 class RowLeaves {
   public:
     // `row` has a value for every column of the ensemble; both must outlive this object.
     RowLeaves(const CompiledEnsemble& compiled, const double* values)
-        : ensemble(compiled), row(values) {}
-
-    // Evaluates the bundles that come next, [FirstBundle(), EndBundle()); false when there are
-    // none.
-    bool Next();
-    const Bundle* FirstBundle() const { return ensemble.bundleV.data() + firstBundle; }
-    const Bundle* EndBundle() const { return ensemble.bundleV.data() + endBundle; }
-    // The values of the leaves reached in the trees of one of these bundles.
-    const double* Values(const Bundle& bundle) const {
-        return valueV + (bundle.firstTree - FirstBundle()->firstTree);
+        : ensemble(compiled), row(values) {
+        LookAhead(0);
     }
+
+    // Goes on to the bundles that come next, [FirstBundle(), EndBundle()), which are all coded or
+    // all walked; false when there are none.
+    bool Next();
+    const Bundle* FirstBundle() const { return ensemble.bundleV.data() + Now().firstBundle; }
+    const Bundle* EndBundle() const { return ensemble.bundleV.data() + Now().endBundle; }
+    // The leaves reached in the trees of these bundles.
+    CodedLeaves Coded() const {
+        const Bundle& first = *FirstBundle();
+        // The first of two bundles is full, so that the second one's leaves follow.
+        return {Now().leafV, ensemble.leafValueV.data() + first.firstLeaf,
+                size_t{1} << first.depth};
+    }
+    WalkedLeaves Walked() const { return {walkedV, ensemble.walked.Values().data(), 0}; }
 
     // The value of the leaf reached in `tree`. Trees are asked for in rising order; some may be
     // left out.
     double Value(size_t tree) {
         while (tree >= endTree) SkipTo(tree);
-        return valueV[tree - FirstBundle()->firstTree];
+        const Bundle& first = *FirstBundle();
+        const size_t t = tree - first.firstTree;
+        return first.IsCoded() ? Coded().Value(t) : Walked().Value(t);
     }
 
   private:
+    // Bundles that are evaluated together.
+    struct Stretch {
+        size_t firstBundle;
+        size_t endBundle;
+        uint8_t leafV[kRowTrees];  // coded
+    };
+
+    const Stretch& Now() const { return stretchV[now]; }
     void SkipTo(size_t tree);
-    void EvaluateCoded();
-    void EvaluateWalked();
+    void LookAhead(size_t bundle);
+    void FindLeaves(const Bundle& bundle, uint8_t* leafV);
+    void Walk(const Bundle& bundle);
 
     const CompiledEnsemble& ensemble;
     const double* row;
-    size_t firstBundle = 0;
-    size_t endBundle = 0;
+    Stretch stretchV[2];
+    int now = 0;  // the other one is the next
     size_t endTree = 0;
     int section = -1;  // that codeV belongs to
-    double valueV[2 * kBundleTrees];
-    alignas(kTableBands) uint8_t codeV[kMaxBands];
+    uint32_t walkedV[kBundleTrees];
+    alignas(kTableBands) int8_t codeV[ThresholdCodes::kMostRowBytes];
 };
 
 }  // namespace engine

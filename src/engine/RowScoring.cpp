@@ -13,13 +13,16 @@ class RowTotals {
   public:
     explicit RowTotals(double* means) : meanV(means) {}
 
-    void Add(const GroupPiece& piece, const double* valueV, const double* shrinkV) {
+    // `leaves` and shrinkV are those of the piece's trees.
+    template <typename Leaf>
+    void Add(const GroupPiece& piece, const TreeLeaves<Leaf>& leaves, const double* shrinkV) {
+        const size_t numTrees = static_cast<size_t>(piece.numTrees);
         if (piece.fSingles) {
-            AddSingles(piece.numTrees, valueV, shrinkV);
+            AddSingles(numTrees, leaves, shrinkV);
             return;
         }
         double total = sum;
-        for (int t = 0; t < piece.numTrees; ++t) total += valueV[t];
+        for (size_t t = 0; t < numTrees; ++t) total += leaves.Value(t);
         sum = total;
         if (piece.fEnd) EndGroup(piece);
     }
@@ -27,12 +30,14 @@ class RowTotals {
     double Result() const { return result; }
 
   private:
-    void AddSingles(int numTrees, const double* valueV, const double* shrinkV) {
+    // The mean of one value is that value added to 0. It matters where the value is -0.0, to the
+    // mean; the result, which begins with 0, comes out the same.
+    template <typename Leaf>
+    void AddSingles(size_t numTrees, const TreeLeaves<Leaf>& leaves, const double* shrinkV) {
         double total = result;
-        // The mean of one value is that value added to 0, which matters to -0.0.
-        for (int t = 0; t < numTrees; ++t) total += shrinkV[t] * (0.0 + valueV[t]);
+        for (size_t t = 0; t < numTrees; ++t) total += shrinkV[t] * leaves.Value(t);
         result = total;
-        for (int t = 0; meanV != nullptr && t < numTrees; ++t) *meanV++ = 0.0 + valueV[t];
+        for (size_t t = 0; meanV != nullptr && t < numTrees; ++t) *meanV++ = 0.0 + leaves.Value(t);
     }
 
     void EndGroup(const GroupPiece& piece) {
@@ -47,19 +52,30 @@ class RowTotals {
     double* meanV;     // where the next mean goes; null: nowhere
 };
 
+// Adds the bundles at hand.
+template <typename Leaf>
+void AddBundles(const CompiledEnsemble& ensemble, const RowLeaves& at,
+                const TreeLeaves<Leaf>& leaves, RowTotals& totals) {
+    const size_t firstTree = at.FirstBundle()->firstTree;
+    for (const Bundle* bundle = at.FirstBundle(); bundle != at.EndBundle(); ++bundle) {
+        for (size_t k = bundle->firstPiece; k < bundle->endPiece; ++k) {
+            const GroupPiece& piece = ensemble.pieceV[k];
+            const size_t tree = bundle->firstTree + static_cast<size_t>(piece.firstTree);
+            totals.Add(piece, leaves.From(tree - firstTree), ensemble.shrinkV.data() + tree);
+        }
+    }
+}
+
 }  // namespace
 
 double ScoreRow(const CompiledEnsemble& ensemble, const double* row, double* meanV) {
     RowLeaves leaves(ensemble, row);
     RowTotals totals(meanV);
     while (leaves.Next()) {
-        for (const Bundle* bundle = leaves.FirstBundle(); bundle != leaves.EndBundle(); ++bundle) {
-            const double* const valueV = leaves.Values(*bundle);
-            const double* const shrinkV = ensemble.shrinkV.data() + bundle->firstTree;
-            for (size_t k = bundle->firstPiece; k < bundle->endPiece; ++k) {
-                const GroupPiece& piece = ensemble.pieceV[k];
-                totals.Add(piece, valueV + piece.firstTree, shrinkV + piece.firstTree);
-            }
+        if (leaves.FirstBundle()->IsCoded()) {
+            AddBundles(ensemble, leaves, leaves.Coded(), totals);
+        } else {
+            AddBundles(ensemble, leaves, leaves.Walked(), totals);
         }
     }
     return totals.Result();

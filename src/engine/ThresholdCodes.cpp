@@ -6,13 +6,14 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <numeric>
+#include <utility>
 
 namespace sylvora {
 namespace engine {
 namespace {
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
-constexpr int kLanes = 8;  // values looked up side by side, so that their loads overlap
 constexpr int kBucketsPerThreshold = 4;
 
 // All bits unless value <= threshold. Compilers turn the plain expression into a branch, and which
@@ -20,6 +21,35 @@ constexpr int kBucketsPerThreshold = 4;
 inline int FAbove(double value, double threshold) {
     const __m128d fAbove = _mm_cmpnle_sd(_mm_set_sd(value), _mm_set_sd(threshold));
     return _mm_cvtsi128_si32(_mm_castpd_si128(fAbove));
+}
+
+// Bisections side by side, so that their loads overlap: `rank[i]` of the thresholds, which rise,
+// are known to be below the value, and fewer than 2^numSteps of those behind them.
+template <int kLanes>
+inline void Bisect(const double* const* thresholdVV, const double* valueV, int numSteps,
+                   int* rank) {
+    for (int step = (1 << numSteps) / 2; step > 0; step /= 2) {
+        for (int i = 0; i < kLanes; ++i) {
+            rank[i] += step & FAbove(valueV[i], thresholdVV[i][rank[i] + step - 1]);
+        }
+    }
+}
+
+// The bytes of a feature's bands, eight at a time. Those too many are written over by the next
+// feature.
+inline void WriteBands(int rank, int numThresholds, int8_t* codeV) {
+    constexpr int kBands = ThresholdCodes::kTogether;
+    static_assert(kBands == 8);
+    const __m128i most = _mm_set1_epi16(kBandThresholds);
+    const __m128i zero = _mm_set1_epi8(CountByte(0));
+    const __m128i first = _mm_mullo_epi16(_mm_set_epi16(7, 6, 5, 4, 3, 2, 1, 0), most);
+    __m128i above = _mm_subs_epu16(_mm_set1_epi16(static_cast<int16_t>(rank)), first);
+    for (int k = 0; k < numThresholds; k += kBands * kBandThresholds, codeV += kBands) {
+        const __m128i counts = _mm_min_epi16(above, most);
+        const __m128i bytes = _mm_add_epi8(_mm_packus_epi16(counts, counts), zero);
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(codeV), bytes);
+        above = _mm_subs_epu16(above, _mm_set1_epi16(kBands * kBandThresholds));
+    }
 }
 
 }  // namespace
@@ -36,20 +66,62 @@ void ThresholdCodes::Finish() {
     int numUsed = 0;
     for (auto begin = collectedV.begin(); begin != collectedV.end();) {
         const int splitFea = begin->splitFea;
-        Feature feature = {splitFea, 0, numUsed, 0, thresholdV.size(), bucketV.size(), 0, 0, 0};
+        Feature feature = {splitFea,
+                           0,
+                           numUsed,
+                           0,
+                           static_cast<int>(thresholdV.size()),
+                           static_cast<int>(bucketV.size()),
+                           0,
+                           0,
+                           0};
         for (; begin != collectedV.end() && begin->splitFea == splitFea; ++begin) {
             if (feature.numThresholds > 0 && thresholdV.back() == begin->value) continue;
             thresholdV.push_back(begin->value);
             ++feature.numThresholds;
         }
         MakeBuckets(feature);
-        // A bisection may look that far behind the last threshold.
-        thresholdV.insert(thresholdV.end(), (size_t{1} << feature.numBisections) - 1, kInfinity);
         numUsed += (feature.numThresholds + kBandThresholds - 1) / kBandThresholds;
         featureV.push_back(feature);
     }
     numBands = std::max(numUsed, 1);
     collectedV = {};
+    PlanRows();
+    PadThresholds();
+}
+
+// Features with about as many steps are looked up together; a step too many does no harm.
+void ThresholdCodes::PlanRows() {
+    std::vector<int> orderV(featureV.size());
+    std::iota(orderV.begin(), orderV.end(), 0);
+    const auto numSteps = [this](int f) { return featureV[static_cast<size_t>(f)].numBisections; };
+    std::stable_sort(orderV.begin(), orderV.end(),
+                     [&](int a, int b) { return numSteps(a) < numSteps(b); });
+    for (size_t first = 0; first < orderV.size(); first += kTogether) {
+        RowStep step = {};
+        for (size_t i = 0; i < kTogether; ++i) {
+            step.featureV[i] = orderV[std::min(first + i, orderV.size() - 1)];
+        }
+        step.numBisections = numSteps(step.featureV[kTogether - 1]);
+        rowStepV.push_back(step);
+    }
+}
+
+// A bisection may look so far behind the last threshold.
+void ThresholdCodes::PadThresholds() {
+    std::vector<int> numStepsV(featureV.size());
+    for (const RowStep& step : rowStepV) {
+        for (const int f : step.featureV) numStepsV[static_cast<size_t>(f)] = step.numBisections;
+    }
+    std::vector<double> paddedV;
+    const int* numSteps = numStepsV.data();
+    for (Feature& feature : featureV) {
+        const double* const begin = thresholdV.data() + feature.firstThreshold;
+        feature.firstThreshold = static_cast<int>(paddedV.size());
+        paddedV.insert(paddedV.end(), begin, begin + feature.numThresholds);
+        paddedV.insert(paddedV.end(), (size_t{1} << *numSteps++) - 1, kInfinity);
+    }
+    thresholdV = std::move(paddedV);
 }
 
 // As a double, so that no value is out of range. A NaN belongs to the last bucket.
@@ -86,20 +158,17 @@ void ThresholdCodes::MakeBuckets(Feature& feature) {
     }
 }
 
-// Bisection with as many steps for every value of a feature: `rank` thresholds are known to be
-// below the value, and fewer than 2 * step of those behind them.
 template <int kLanes>
 inline void ThresholdCodes::RankLanes(const Feature& feature, const double* valueV,
                                       int16_t* rankV) const {
-    const double* threshold = thresholdV.data() + feature.firstThreshold;
+    const double* thresholdVV[kLanes];
     const uint16_t* bucket = bucketV.data() + feature.firstBucket;
     int rank[kLanes];
-    for (int i = 0; i < kLanes; ++i) rank[i] = bucket[static_cast<int>(Bucket(feature, valueV[i]))];
-    for (int step = (1 << feature.numBisections) / 2; step > 0; step /= 2) {
-        for (int i = 0; i < kLanes; ++i) {
-            rank[i] += step & FAbove(valueV[i], threshold[rank[i] + step - 1]);
-        }
+    for (int i = 0; i < kLanes; ++i) {
+        thresholdVV[i] = thresholdV.data() + feature.firstThreshold;
+        rank[i] = bucket[static_cast<int>(Bucket(feature, valueV[i]))];
     }
+    Bisect<kLanes>(thresholdVV, valueV, feature.numBisections, rank);
     // A NaN is above the infinities at the end too.
     for (int i = 0; i < kLanes; ++i) {
         rankV[i] = static_cast<int16_t>(std::min(rank[i], feature.numThresholds));
@@ -116,26 +185,44 @@ ThresholdCodes::Place ThresholdCodes::Find(int splitFea, double threshold) const
     return {static_cast<int>(feature - featureV.begin()), rank};
 }
 
-void ThresholdCodes::CodeRow(const double* row, uint8_t* codeV) const {
-    codeV[0] = 0;
-    for (const Feature& feature : featureV) {
-        int16_t rank;
-        RankLanes<1>(feature, row + feature.splitFea, &rank);
-        for (int first = 0; first < feature.numThresholds; first += kBandThresholds) {
-            *codeV++ = static_cast<uint8_t>(std::clamp(rank - first, 0, kBandThresholds));
+void ThresholdCodes::RankRow(const double* row, int* rankV) const {
+    for (const RowStep& step : rowStepV) {
+        const double* thresholdVV[kTogether];
+        double valueV[kTogether];
+        int rank[kTogether];
+        for (int i = 0; i < kTogether; ++i) {
+            const Feature& feature = featureV[static_cast<size_t>(step.featureV[i])];
+            thresholdVV[i] = thresholdV.data() + feature.firstThreshold;
+            valueV[i] = row[feature.splitFea];
+            rank[i] = bucketV[static_cast<size_t>(feature.firstBucket) +
+                              static_cast<size_t>(Bucket(feature, valueV[i]))];
         }
+        Bisect<kTogether>(thresholdVV, valueV, step.numBisections, rank);
+        for (int i = 0; i < kTogether; ++i) rankV[step.featureV[i]] = rank[i];
+    }
+}
+
+void ThresholdCodes::CodeRow(const double* row, int8_t* codeV) const {
+    int rankV[kMaxBands];  // a feature has a band at least
+    RankRow(row, rankV);
+    std::fill_n(codeV, kTogether, CountByte(0));
+    const int* rank = rankV;
+    for (const Feature& feature : featureV) {
+        // A NaN is above the infinities at the end too.
+        WriteBands(std::min(*rank++, feature.numThresholds), feature.numThresholds,
+                   codeV + feature.firstBand);
     }
 }
 
 void ThresholdCodes::CodeTile(const double* const* rowV, const BlockKernel& kernel,
                               int8_t* tile) const {
-    if (featureV.empty()) std::fill_n(tile, kTileRows, int8_t{-128});
+    if (featureV.empty()) std::fill_n(tile, kTileRows, CountByte(0));
     alignas(kTileRows) int16_t rankV[kTileRows];
     for (const Feature& feature : featureV) {
-        for (int first = 0; first < kTileRows; first += kLanes) {
-            double valueV[kLanes];
-            for (int i = 0; i < kLanes; ++i) valueV[i] = rowV[first + i][feature.splitFea];
-            RankLanes<kLanes>(feature, valueV, rankV + first);
+        for (int first = 0; first < kTileRows; first += kTogether) {
+            double valueV[kTogether];
+            for (int i = 0; i < kTogether; ++i) valueV[i] = rowV[first + i][feature.splitFea];
+            RankLanes<kTogether>(feature, valueV, rankV + first);
         }
         for (int rank = 0; rank < feature.numThresholds; rank += kBandThresholds) {
             kernel.fillBand(rankV, rank, tile);

@@ -37,16 +37,19 @@ class ThresholdCodes {
     };
     Place Find(int splitFea, double threshold) const;
 
-    // A test for the kernels: for one row, as a word; for a tile, as a place and a byte.
-    uint16_t Word(Place place) const {
-        return static_cast<uint16_t>(place.rank % kBandThresholds << 8 | Band(place));
+    // A test for the kernels: a band, where its bytes stand in a tile, and what they must be below.
+    int Band(Place place) const {
+        return featureV[static_cast<size_t>(place.feature)].firstBand +
+               place.rank / kBandThresholds;
     }
-    static constexpr uint16_t kAlwaysLeftWord = 0xff00u;
     uint32_t CodeAt(Place place) const { return static_cast<uint32_t>(Band(place) * kTileRows); }
     static int Test(Place place) { return place.rank % kBandThresholds + 1; }
 
-    // Codes a row: one byte for each band.
-    void CodeRow(const double* row, uint8_t* codeV) const;
+    // Codes a row: a byte for each band. Bands are written kTogether at a time, so that there must
+    // be room for some more.
+    static constexpr int kTogether = 8;
+    static constexpr int kMostRowBytes = kMaxBands + kTogether;
+    void CodeRow(const double* row, int8_t* codeV) const;
     // Codes kTileRows rows, given by pointer; `tile` has room for NumBands() * kTileRows bytes.
     void CodeTile(const double* const* rowV, const BlockKernel& kernel, int8_t* tile) const;
 
@@ -59,28 +62,34 @@ class ThresholdCodes {
         int numThresholds;
         int firstBand;
         int numBisections;
-        size_t firstThreshold;
-        size_t firstBucket;
+        int firstThreshold;
+        int firstBucket;
         double low;
         double scale;
         double lastBucket;
     };
 
-    int Band(Place place) const {
-        return featureV[static_cast<size_t>(place.feature)].firstBand +
-               place.rank / kBandThresholds;
-    }
     static double Bucket(const Feature& feature, double value);
     void MakeBuckets(Feature& feature);
+    void PlanRows();
+    void PadThresholds();
     template <int kLanes>
     void RankLanes(const Feature& feature, const double* valueV, int16_t* rankV) const;
+    void RankRow(const double* row, int* rankV) const;
 
     struct Threshold {
         int splitFea;
         double value;
     };
+    // Features that a row is looked up for side by side, with as many steps for all of them.
+    struct RowStep {
+        int featureV[kTogether];  // the last one repeated where there are no more
+        int numBisections;
+    };
+
     std::vector<Threshold> collectedV;
     std::vector<Feature> featureV;
+    std::vector<RowStep> rowStepV;
     std::vector<double> thresholdV;  // rising, feature by feature; each ends with infinities
     std::vector<uint16_t> bucketV;   // thresholds below a bucket
     int numBands = 1;
