@@ -124,7 +124,7 @@ void CheckChanges(const std::vector<size_t>& groupV) {
         {"another shrink", [](TreeLearner& m) { m.StepLengthV[3] *= 2.0f; }},
         {"one group less",
          [](TreeLearner& m) {
-             m.TreeVV.pop_back();  // another group still has its tree
+             m.TreeVV.pop_back();
              m.StepLengthV.pop_back();
          }},
         {"groups change places", [](TreeLearner& m) { std::swap(m.TreeVV[0], m.TreeVV[1]); }},
@@ -139,6 +139,8 @@ void CheckChanges(const std::vector<size_t>& groupV) {
              m.TreeVV[0].push_back(m.TreeVV[1][0]);
              m.TreeVV[1].erase(m.TreeVV[1].begin());
          }},
+        {"a tree stands in two groups",
+         [](TreeLearner& m) { m.TreeVV[0].push_back(m.TreeVV[1][0]); }},
         {"a group is emptied", [](TreeLearner& m) { m.TreeVV[5].clear(); }},
         {"as a classification",
          [](TreeLearner& m) {
@@ -155,18 +157,18 @@ void CheckChanges(const std::vector<size_t>& groupV) {
         SCOPED_TRACE(what);
         const auto plain = LoadPlain(model);
         const auto learner = Load(model);
-        // Trees that are taken out of the ensemble are still to be freed.
-        for (TreeLearner* m : {plain.get(), learner.get()}) {
-            for (const auto& group : m->TreeVV) {
-                m->TreeGroup.insert(m->TreeGroup.end(), group.begin(), group.end());
-            }
-            change(*m);
-        }
+        const auto plainTreeVV = plain->TreeVV;
+        const auto treeVV = learner->TreeVV;
+        change(*plain);
+        change(*learner);
         const VecDle expectedV = Singles(*plain, rowV, 5);
         EXPECT_EQ(Bytes(Singles(*learner, rowV, 5)), Bytes(expectedV));
         VecDle resultV(100);
         EXPECT_EQ(learner->OnlineTestingBatch(rowV.data(), 100, 5, resultV.data(), 2), 0);
         EXPECT_EQ(Bytes(resultV), Bytes(expectedV));
+        // Each tree is to be freed once.
+        plain->TreeVV = plainTreeVV;
+        learner->TreeVV = treeVV;
     }
 }
 

@@ -47,6 +47,7 @@ std::vector<Shape> Shapes() {
                    {"many features, several sections", 900, 5, 0.1, 90},
                    {"one feature with very many thresholds", 300, 8, 0.0, 1, 1000000},
                    {"nearly all in one bucket", 300, 8, 0.0, 1, 1000000, {1}, 0, false, true},
+                   {"some features in one bucket", 60, 6, 0.1, 40, 1000000, {1}, 0, false, true},
                    {"more features than a section holds", 1200, 1, 0.0, 400}});
     for (const auto& groupV : {std::vector<size_t>{1}, {7}, {100, 0, 1, 3}}) {
         for (const int numClass : {1, 2, 5, 300}) {
@@ -59,7 +60,7 @@ std::vector<Shape> Shapes() {
 
 void CheckRow(const EnsembleSource& source, const CompiledEnsemble& compiled, const double* row) {
     // Gaps within what is evaluated together, and beyond what comes next.
-    for (const size_t period : {size_t{4}, size_t{23}, size_t{83}}) {
+    for (const size_t period : {size_t{4}, size_t{23}, size_t{67}, size_t{83}}) {
         engine::RowLeaves leaves(compiled, row);
         for (size_t tree = 0; tree < source.NumTrees(); ++tree) {
             if (tree % period >= 4) continue;
