@@ -21,6 +21,12 @@ void RowLeaves::SkipTo(size_t tree) {
     while (ensemble.bundleV[bundle].EndTree() <= tree) ++bundle;
     if (bundle >= next.endBundle) LookAhead(bundle);
     Next();
+    // All in one go: a vote's branches are guessed wrong so often that nothing would overlap.
+    const bool fCoded = FirstBundle()->IsCoded();
+    const size_t numTrees = endTree - FirstBundle()->firstTree;
+    for (size_t t = 0; t < numTrees; ++t) {
+        valueV[t] = fCoded ? Coded().Value(t) : Walked().Value(t);
+    }
 }
 
 // The bundles after the last are none.

@@ -53,9 +53,7 @@ class RowLeaves {
     // left out.
     double Value(size_t tree) {
         while (tree >= endTree) SkipTo(tree);
-        const Bundle& first = *FirstBundle();
-        const size_t t = tree - first.firstTree;
-        return first.IsCoded() ? Coded().Value(t) : Walked().Value(t);
+        return valueV[tree - FirstBundle()->firstTree];
     }
 
   private:
@@ -79,6 +77,7 @@ class RowLeaves {
     size_t endTree = 0;
     int section = -1;  // that codeV belongs to
     uint32_t walkedV[kBundleTrees];
+    double valueV[kRowTrees];  // what Value() gives
     alignas(kTableBands) int8_t codeV[ThresholdCodes::kMostRowBytes];
 };
 
