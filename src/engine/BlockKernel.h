@@ -85,7 +85,7 @@ struct alignas(64) RowTests {
 };
 
 // A row's bytes, one for each band.
-struct RowCodes {
+struct RowBytes {
     const int8_t* codeV;  // aligned as a table is
     int numBands;
 };
@@ -98,7 +98,7 @@ struct BlockKernel {
     // Leaf numbers: leafV[t * kTileRows + row].
     void (*findLeaves)(const BlockTree* treeV, int numTrees, const int8_t* tile, uint8_t* leafV);
     // The leaf numbers that one row reaches in kRowTrees trees of one depth; testsV is by position.
-    void (*findRowLeaves)(const RowTests* testsV, int depth, const RowCodes& codes, uint8_t* leafV);
+    void (*findRowLeaves)(const RowTests* testsV, int depth, const RowBytes& codes, uint8_t* leafV);
 };
 
 }  // namespace engine

@@ -27,7 +27,7 @@ static inline void WalkTrees(const RowTests* testsV, int depth, const int8_t* co
     }
 }
 
-static void WalkRow(const RowTests* testsV, int depth, const RowCodes& codes, uint8_t* leafV) {
+static void WalkRow(const RowTests* testsV, int depth, const RowBytes& codes, uint8_t* leafV) {
     constexpr int kWalks = 8;
     for (int lane = 0; lane < kRowTrees; lane += kWalks) {
         WalkTrees<kWalks>(testsV, depth, codes.codeV, lane, leafV);

@@ -28,7 +28,7 @@ __attribute__((always_inline)) static inline Lanes Pick(const RowTests* testsV, 
 // is the same for all rows, so the branch is guessed right.
 template <int kFirst, int kTables>
 __attribute__((always_inline)) static inline Lanes LookUp(Lanes bands, Lanes places,
-                                                          const RowCodes& codes) {
+                                                          const RowBytes& codes) {
     if constexpr (kTables == 1) {
         const int8_t* const from = codes.codeV + kFirst * kTableBands;
         const __m128i table = _mm_load_si128(reinterpret_cast<const __m128i*>(from));
@@ -47,7 +47,7 @@ __attribute__((always_inline)) static inline Lanes LookUp(Lanes bands, Lanes pla
 
 template <int kDepth, int kLevel>
 __attribute__((always_inline)) static inline void Descend(const RowTests* testsV,
-                                                          const RowCodes& codes, Lanes* fLeftV) {
+                                                          const RowBytes& codes, Lanes* fLeftV) {
     if constexpr (kLevel < kDepth) {
         const RowTests* const level = testsV + (1 << kLevel);
         const Lanes bands = Pick<kLevel, 1>(level, true, fLeftV);
@@ -59,7 +59,7 @@ __attribute__((always_inline)) static inline void Descend(const RowTests* testsV
 }
 
 template <int kDepth>
-static void FindRowLeavesAt(const RowTests* testsV, const RowCodes& codes, uint8_t* leafV) {
+static void FindRowLeavesAt(const RowTests* testsV, const RowBytes& codes, uint8_t* leafV) {
     Lanes fLeftV[kDepth];
     Descend<kDepth, 0>(testsV, codes, fLeftV);
     // All bits are the number -1: what the last leaf's number is lessened by.
@@ -71,7 +71,7 @@ static void FindRowLeavesAt(const RowTests* testsV, const RowCodes& codes, uint8
     _mm256_storeu_si256(reinterpret_cast<Lanes*>(leafV), leaves);
 }
 
-static void FindRowLeaves(const RowTests* testsV, int depth, const RowCodes& codes,
+static void FindRowLeaves(const RowTests* testsV, int depth, const RowBytes& codes,
                           uint8_t* leafV) {
     static constexpr decltype(&FindRowLeavesAt<3>) kDepths[] = {
         FindRowLeavesAt<3>, FindRowLeavesAt<4>, FindRowLeavesAt<5>,
