@@ -25,7 +25,7 @@ uint32_t FineBin::LastRank(size_t piece) const {
     return low;
 }
 
-void FineScan::Count(std::vector<FineBin>& bins, const RowSet& rows, std::vector<uint64_t>& keyV) {
+void FineScan::Count(std::vector<FineBin>& bins, const RowSet& rows, LargeArray<uint64_t>& keyV) {
     CutBins(bins);
     pieceV.resize(keyV.size());
     size_t numKept = 0;
@@ -73,7 +73,7 @@ void FineScan::CutBins(std::vector<FineBin>& bins) {
 }
 
 // Adds the rows of the keys to their pieces.
-void FineScan::AddRows(const RowSet& rows, const std::vector<uint64_t>& keyV) {
+void FineScan::AddRows(const RowSet& rows, const LargeArray<uint64_t>& keyV) {
     int rowV[kBlockKeys];
     Cell blockV[kBlockKeys];
     for (size_t begin = 0; begin < keyV.size(); begin += kBlockKeys) {
@@ -86,7 +86,7 @@ void FineScan::AddRows(const RowSet& rows, const std::vector<uint64_t>& keyV) {
     }
 }
 
-void FineScan::Keep(const std::vector<uint8_t>& fKeepV, std::vector<uint64_t>& keyV) const {
+void FineScan::Keep(const std::vector<uint8_t>& fKeepV, LargeArray<uint64_t>& keyV) const {
     size_t numKept = 0;
     for (size_t i = 0; i < keyV.size(); ++i) {
         keyV[numKept] = keyV[i];

@@ -8,6 +8,7 @@
 
 #include "FixedPoint.h"
 #include "Histogram.h"
+#include "LargeArray.h"
 
 namespace sylvora {
 namespace engine {
@@ -37,7 +38,7 @@ class FineScan {
 
     // Cuts the bins (ascending, disjoint) into pieces and counts the rows of the keys into them;
     // keys of other ranks are dropped.
-    void Count(std::vector<FineBin>& bins, const RowSet& rows, std::vector<uint64_t>& keyV);
+    void Count(std::vector<FineBin>& bins, const RowSet& rows, LargeArray<uint64_t>& keyV);
 
     // Calls visit(bin, piece, before, inside) for each piece with rows, in order.
     template <typename Visit>
@@ -54,17 +55,17 @@ class FineScan {
     }
 
     // Keeps the keys of the pieces marked in fKeepV.
-    void Keep(const std::vector<uint8_t>& fKeepV, std::vector<uint64_t>& keyV) const;
+    void Keep(const std::vector<uint8_t>& fKeepV, LargeArray<uint64_t>& keyV) const;
 
     size_t NumPieces() const { return cellV.size(); }
 
   private:
     void CutBins(std::vector<FineBin>& bins);
-    void AddRows(const RowSet& rows, const std::vector<uint64_t>& keyV);
+    void AddRows(const RowSet& rows, const LargeArray<uint64_t>& keyV);
 
     const FixedPoint& fixed;
-    std::vector<Cell> cellV;       // by piece
-    std::vector<uint32_t> pieceV;  // by key
+    std::vector<Cell> cellV;      // by piece
+    LargeArray<uint32_t> pieceV;  // by key
     std::vector<uint16_t>
         binAtV;           // by rank from `lowest`, in steps: the first bin that ends beyond
     uint32_t lowest = 0;  // rank of all bins

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iterator>
+#include <utility>
 
 #include "Chunks.h"
 #include "Gather.h"
@@ -172,6 +173,8 @@ void NodeSearch::RefineTogether(const SearchTask& task, const int* slots, int nu
     For(task, numSlots, [&](int i, int) {
         Scratch& scratch = *scratchV[static_cast<size_t>(i)];
         if (!scratch.liveBinV.empty()) ScoreKeys(task, slots[i], scratch);
+        // The keys of large nodes would add up over all workers' scratches.
+        if (stretches.Num() > 1) scratch.FreeKeys();
     });
 }
 
@@ -182,7 +185,7 @@ void NodeSearch::ScoreKeys(const SearchTask& task, int slot, Scratch& scratch) {
     for (size_t s = 1; s < scratch.stretchVV.size(); ++s) numKeys += scratch.stretchVV[s].size();
     scratch.keyV.reserve(numKeys);
     for (size_t s = 1; s < scratch.stretchVV.size(); ++s) {
-        const std::vector<uint64_t>& more = scratch.stretchVV[s];
+        const LargeArray<uint64_t> more = std::move(scratch.stretchVV[s]);
         scratch.keyV.insert(scratch.keyV.end(), more.begin(), more.end());
     }
     if (static_cast<int>(scratch.keyV.size()) > tuning.fewKeys) {
@@ -278,7 +281,7 @@ void NodeSearch::FindLiveSteps(const SearchTask& task, const Column& column, Scr
 // Keys of the rows in live bins, and of some near them: bytes tell most rows apart, ranks, looked
 // up in steps, most of the others. Ranks are read a block later than they are asked for.
 void NodeSearch::CollectKeys(const SearchTask& task, int begin, int end, int id,
-                             const LiveSteps& live, std::vector<uint64_t>& keyV) const {
+                             const LiveSteps& live, LargeArray<uint64_t>& keyV) const {
     const uint8_t* const bytes = data.At(id).byteV.data();
     const RowRanks& ranks = data.At(id).ranks;
     const uint8_t* const fLiveV = live.fLiveV.data();
@@ -318,7 +321,7 @@ void NodeSearch::CollectKeys(const SearchTask& task, int begin, int end, int id,
 
 // The keys of a small node name rows by their places: its cells are at hand.
 void NodeSearch::SortSlot(const SearchTask& task, int slot, Scratch& scratch) {
-    std::vector<uint64_t>& keyV = scratch.keyV;
+    LargeArray<uint64_t>& keyV = scratch.keyV;
     keyV.clear();
     for (int place = 0; place < task.rows.count; ++place) {
         keyV.push_back(KeyOf(data.Rank(task.columnV[slot], task.rows.rowV[place]), place));

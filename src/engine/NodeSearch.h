@@ -16,6 +16,7 @@
 #include "FineScan.h"
 #include "FixedPoint.h"
 #include "Histogram.h"
+#include "LargeArray.h"
 #include "Tuning.h"
 #include "WorkerPool.h"
 
@@ -67,9 +68,15 @@ class NodeSearch {
         std::vector<Candidate> candidateV;
         std::vector<int> liveBinV;
         LiveSteps live = {};
-        std::vector<uint64_t> keyV;       // rank and, in the low half, row (small nodes: place)
-        std::vector<uint64_t> otherKeyV;  // for sorting
-        std::vector<std::vector<uint64_t>> stretchVV;  // the keys of each stretch of rows
+        LargeArray<uint64_t> keyV;       // rank and, in the low half, row (small nodes: place)
+        LargeArray<uint64_t> otherKeyV;  // for sorting
+        std::vector<LargeArray<uint64_t>> stretchVV;  // the keys of each stretch of rows
+
+        void FreeKeys() {
+            LargeArray<uint64_t>().swap(keyV);
+            LargeArray<uint64_t>().swap(otherKeyV);
+            std::vector<LargeArray<uint64_t>>().swap(stretchVV);
+        }
     };
 
     template <typename Step>
@@ -82,7 +89,7 @@ class NodeSearch {
     void ScorePieces(const SearchTask& task, int slot, Scratch& scratch);
     static void FindLiveSteps(const SearchTask& task, const Column& column, Scratch& scratch);
     void CollectKeys(const SearchTask& task, int begin, int end, int id, const LiveSteps& live,
-                     std::vector<uint64_t>& keyV) const;
+                     LargeArray<uint64_t>& keyV) const;
     void SortSlot(const SearchTask& task, int slot, Scratch& scratch);
     void ScoreRows(const SearchTask& task, int slot, const uint64_t* begin, const uint64_t* end,
                    const Cell& prefix, Scratch& scratch);
