@@ -29,9 +29,9 @@ constexpr size_t kFewRows = 20;
 
 // The trees' outputs for a row. They are counted through all groups and asked for in order; some
 // may be left out.
-class WalkedLeaves {
+class PlainLeaves {
   public:
-    WalkedLeaves(const std::vector<std::vector<TreeCR*>>& groups, double* line)
+    PlainLeaves(const std::vector<std::vector<TreeCR*>>& groups, double* line)
         : groupV(groups), row(line) {}
 
     double Value(size_t tree) {
@@ -123,7 +123,7 @@ int ScoreRow(const TreeLearner& learner, const CompiledEnsemble* compiled, doubl
              RowScore& score) {
     if (learner.CfgInfo.fRegCls == "CLS") {
         return compiled != nullptr ? Vote(learner, RowLeaves(*compiled, line), score)
-                                   : Vote(learner, WalkedLeaves(learner.TreeVV, line), score);
+                                   : Vote(learner, PlainLeaves(learner.TreeVV, line), score);
     }
     if (compiled == nullptr) {
         AddGroups(learner, line, score);

@@ -70,7 +70,8 @@ class Criterion {
     static std::unique_ptr<Criterion> Make(bool fClasses, int numClass);
 
     // Takes the targets (gradients, or labels) of a tree's rows indexV[0..num); `targetV` is by row
-    // of the data. False when they are out of the criterion's range.
+    // of the data; the workers of the pool may share the work. False when they are out of the
+    // criterion's range.
     [[nodiscard]] virtual bool Take(const double* targetV, const int* indexV, int num,
                                     WorkerPool& pool) = 0;
     // Lets the rows at two positions change places.

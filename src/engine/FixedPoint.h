@@ -5,8 +5,8 @@
 
 #include <cmath>
 #include <cstdint>
-
 #include <cstring>
+
 #include "WorkerPool.h"
 
 namespace sylvora {

@@ -66,8 +66,8 @@ inline Code NextCode(uint64_t& codes) {
     return code;
 }
 
-// Adds the cells of the rows to some columns side by side. Tiles and cells are padded to whole
-// words, with cells of zero.
+// Adds the cells of the rows to some columns side by side. Cells are padded to whole words with
+// zeros, for whatever codes are behind the last row.
 template <size_t kColumns, typename Code>
 void AddTogether(const Cell* cells, int count, const TileColumn<Code>* columns) {
     constexpr int kWordRows = sizeof(uint64_t) / sizeof(Code);
@@ -208,7 +208,7 @@ void HistogramFiller::AddBlock(const int* rowV, int count, const std::vector<int
             return tile.data() + static_cast<size_t>(c.place) * tileStride;
         };
     };
-    if (IsRun(rowV, count) && rowV[0] + count + kPadRows <= data.NumRows()) {
+    if (IsRun(rowV, count) && rowV[0] + count <= data.NumRows() - kPadRows) {
         const auto fromBytes = [&](const Column& c) { return c.byteV.data() + rowV[0]; };
         AddColumns<uint8_t>(count, narrowV, fromBytes, histogram);
     } else {

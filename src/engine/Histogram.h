@@ -44,8 +44,9 @@ struct Histogram {
     }
 };
 
-// Fills histograms block by block: the codes of a block are transposed into columns, then two
-// columns at a time run over the block with each row's cell in a register. One per worker.
+// Fills histograms block by block: the codes of a block are transposed into columns, unless they
+// lie so, then two columns at a time run over the block with each row's cell in a register. One per
+// worker.
 class HistogramFiller {
   public:
     explicit HistogramFiller(const Columns& data);

@@ -43,7 +43,7 @@ void* MapMemory(size_t size) {
     const size_t before = Missing(mapped, kLargePage);
     char* const memory = static_cast<char*>(mapped) + before;
     if (before > 0) munmap(mapped, before);
-    if (before < kLargePage) munmap(memory + whole, kLargePage - before);
+    munmap(memory + whole, kLargePage - before);
     WishLargePages(memory, whole);
     return memory;
 }

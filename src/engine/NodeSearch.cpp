@@ -34,7 +34,11 @@ NodeSearch::~NodeSearch() = default;
 void NodeSearch::Buffers::Take(size_t num, std::vector<std::unique_ptr<Scratch>>& taken) {
     const std::lock_guard<std::mutex> lock(mutex);
     while (taken.size() < num) {
-        if (freeV.empty()) freeV.push_back(std::make_unique<Scratch>(fixed));
+        if (freeV.empty()) {
+            freeV.reserve(numMade + 1);  // so that nothing can fail when they are given back
+            freeV.push_back(std::make_unique<Scratch>(fixed));
+            ++numMade;
+        }
         taken.push_back(std::move(freeV.back()));
         freeV.pop_back();
     }
@@ -80,11 +84,11 @@ void NodeSearch::FindSlots(const SearchTask& task) {
     }
 }
 
-// Calls step(i, worker) for i = 0 to count - 1 in order, or for several at once.
+// Calls step(i) for i = 0 to count - 1 in order, or for several at once.
 template <typename Step>
 void NodeSearch::For(const SearchTask& task, int count, const Step& step) {
-    if (task.numTogether > 0) return pool.For(count, step);
-    for (int i = 0; i < count; ++i) step(i, 0);
+    if (task.numTogether > 0) return pool.For(count, [&step](int i, int) { step(i); });
+    for (int i = 0; i < count; ++i) step(i);
 }
 
 void NodeSearch::RaiseBest(double score) {
@@ -112,7 +116,7 @@ double NodeSearch::Least() const {
 
 void NodeSearch::LookAtSlots(const SearchTask& task) {
     viewV.resize(std::max(viewV.size(), static_cast<size_t>(task.numSlots)));
-    For(task, static_cast<int>(slotV.size()), [&](int i, int) {
+    For(task, static_cast<int>(slotV.size()), [&](int i) {
         const int slot = slotV[static_cast<size_t>(i)];
         scan.Look(task.columnV[slot], *task.histogram, node, viewV[static_cast<size_t>(slot)]);
     });
@@ -153,7 +157,7 @@ void NodeSearch::RefineSlots(const SearchTask& task) {
 void NodeSearch::RefineTogether(const SearchTask& task, const int* slots, int numSlots) {
     const Chunks stretches = {task.rows.count,
                               task.numTogether > 0 ? tuning.chunkRows : task.rows.count};
-    For(task, numSlots, [&](int i, int) {
+    For(task, numSlots, [&](int i) {
         Scratch& scratch = *scratchV[static_cast<size_t>(i)];
         const int id = task.columnV[slots[i]];
         scratch.liveBinV.clear();
@@ -162,7 +166,7 @@ void NodeSearch::RefineTogether(const SearchTask& task, const int* slots, int nu
         scratch.stretchVV.resize(static_cast<size_t>(stretches.Num()));
         if (!scratch.liveBinV.empty()) FindLiveSteps(task, data.At(id), scratch);
     });
-    For(task, numSlots * stretches.Num(), [&](int i, int) {
+    For(task, numSlots * stretches.Num(), [&](int i) {
         Scratch& scratch = *scratchV[static_cast<size_t>(i / stretches.Num())];
         const int stretch = i % stretches.Num();
         if (scratch.liveBinV.empty()) return;
@@ -170,7 +174,7 @@ void NodeSearch::RefineTogether(const SearchTask& task, const int* slots, int nu
                     task.columnV[slots[i / stretches.Num()]], scratch.live,
                     scratch.stretchVV[static_cast<size_t>(stretch)]);
     });
-    For(task, numSlots, [&](int i, int) {
+    For(task, numSlots, [&](int i) {
         Scratch& scratch = *scratchV[static_cast<size_t>(i)];
         if (!scratch.liveBinV.empty()) ScoreKeys(task, slots[i], scratch);
         // The keys of large nodes would add up over all workers' scratches.

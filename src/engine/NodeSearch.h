@@ -132,8 +132,9 @@ class NodeSearch::Buffers {
     void GiveBack(std::vector<std::unique_ptr<Scratch>>& taken);
 
     const FixedPoint& fixed;
-    std::mutex mutex;  // guards freeV
+    std::mutex mutex;  // guards what follows
     std::vector<std::unique_ptr<Scratch>> freeV;
+    size_t numMade = 0;
 };
 
 }  // namespace engine

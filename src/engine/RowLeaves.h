@@ -23,8 +23,8 @@ struct TreeLeaves {
 using CodedLeaves = TreeLeaves<uint8_t>;
 using WalkedLeaves = TreeLeaves<uint32_t>;
 
-// Bundles are evaluated one or two at a time, when it comes to them: a vote that ends early costs
-// little more than what is left of them. Coded ones are one step ahead: while the values of some
+// Bundles are evaluated one or two at a time, when it comes to them, so that a vote that ends early
+// does not pay for all trees. Coded ones are one step ahead: while the values of some
 // leaves are fetched and added up, the processor is at work on the next leaves. Lives on the stack
 // and allocates nothing.
 class RowLeaves {

@@ -18,8 +18,8 @@ class RowRanks {
   public:
     RowRanks() = default;
     // For `numRows` rows, all still to be set. byteFirstV has the first rank of each byte, then the
-    // number of ranks. Distances of more than `numNearBits` bits, at most 16, are kept in two
-    // parts.
+    // number of ranks. Distances of more than `numNearBits` bits, at most 16, are kept in two parts
+    // of up to 16 bits.
     RowRanks(std::vector<uint32_t> byteFirstV, size_t numRows, int numNearBits)
         : firstV(std::move(byteFirstV)), nearBits(numNearBits), nearV(numRows) {
         uint32_t most = 0;  // ranks of a byte
@@ -27,6 +27,7 @@ class RowRanks {
             most = std::max(most, firstV[byte + 1] - firstV[byte]);
         }
         if (most > uint32_t{1} << nearBits) farV.resize(numRows);
+        while ((most >> nearBits) > 0xffff) ++nearBits;  // which few bits may leave to the far part
     }
 
     void Set(size_t row, size_t byte, uint32_t rank) {

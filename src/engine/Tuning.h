@@ -8,7 +8,7 @@ namespace engine {
 
 struct Tuning {
     int smallNode = 512;     // rows up to which a node sorts its columns
-    int mostBins = 2048;     // bins of a column with many values
+    int mostBins = 3000;     // bins of a column with many values
     int rankBits = 16;       // of a rank's distance from the first of its byte that are kept in one
                              // array, at most 16; the others have one of their own
     int fewKeys = 256;       // rows in live bins up to which they are sorted without a finer look

@@ -52,6 +52,7 @@ int WorkerPool::Start(int numThread) {
         // Nothing may fail later: a worker has at most a loop of nodes, one within a node, and a
         // task aside, and a run has one more.
         threads.reserve(static_cast<size_t>(numThread - 1));
+        const std::lock_guard<std::mutex> lock(mutex);
         openV.reserve(4 * static_cast<size_t>(numThread));
     }
     while (NumWorkers() < numThread) {

@@ -84,7 +84,7 @@ class WorkerPool {
 };
 
 // A task that an idle worker runs while its owner goes on; if none has begun it by the time of
-// Await, it is run there.
+// Await, it is run there. The pool must outlive it.
 class TaskAside {
   public:
     TaskAside(WorkerPool& workers, std::function<void()> task);

@@ -121,11 +121,11 @@ struct Node {
     };
 
     // With histograms of up to `mostBins` bins, or by sorting alone.
-    Found Search(int mostBins, int fewKeys, bool fHistogram) const {
+    Found Search(int mostBins, int fewKeys, bool fHistogram, WorkerPool& pool) const {
         Tuning tuning;
         tuning.mostBins = mostBins;
         tuning.fewKeys = fewKeys;
-        WorkerPool pool;
+        tuning.chunkRows = 4;
         const int count = static_cast<int>(gradV.size());
         const int* weights = weightV.empty() ? nullptr : weightV.data();
         const Columns data(rowV.data(), count, static_cast<int>(columnV.size()), tuning, pool);
@@ -141,9 +141,9 @@ struct Node {
         }
         NodeSearch::Buffers buffers(fixed);
         NodeSearch search(data, fixed, tuning, pool, buffers);
-        const SearchResult result =
-            search.Search({rows, fHistogram ? &histogram : nullptr, columnV.data(),
-                           static_cast<int>(columnV.size()), total, gradAll, 0});
+        const SearchResult result = search.Search({rows, fHistogram ? &histogram : nullptr,
+                                                   columnV.data(), static_cast<int>(columnV.size()),
+                                                   total, gradAll, pool.NumWorkers() - 1});
         return {result, result.fFound ? HighestOf(data, result.winner) : 0.0};
     }
 
@@ -172,12 +172,15 @@ struct Way {
 TEST(NodeSearchDifferential, NearTiesGoAsInThePlainScan) {
     const unsigned numNodes = hostile::Scaled(6000);
     int numFound = 0;
+    WorkerPool alone, shared;
+    ASSERT_EQ(shared.Start(3), 0);
     for (unsigned seed = 1; seed <= numNodes; ++seed) {
         const NearTies ties(seed);
         const Node node(ties);
         const Cut plain = node.PlainBest();
         for (const Way& way : {Way{2048, 0, false}, Way{2048, 256, true}, Way{8, 0, true}}) {
-            const auto [result, below] = node.Search(way.mostBins, way.fewKeys, way.fHistogram);
+            const auto [result, below] = node.Search(way.mostBins, way.fewKeys, way.fHistogram,
+                                                     seed % 4 == 0 ? shared : alone);
             numFound += result.fFound;
             const bool fAgree = result.fFound
                                     ? result.winner.column == plain.column &&

@@ -49,8 +49,10 @@ TEST_P(WorkerPools, RunEachIndexOnceByOneWorkerAtATime) {
 TEST_P(WorkerPools, ThrowOnceAllHaveEnded) {
     for (int repeat = 0; repeat < 20; ++repeat) {
         std::atomic<int> numAtWork{0};
+        std::atomic<int> numAside{0};
         const auto run = [&] {
             pool.For(5, [&](int outer, int) {
+                const TaskAside aside(pool, [&] { ++numAside; });
                 pool.For(30, [&](int inner, int) {
                     ++numAtWork;
                     const bool fThrow = outer == 3 && inner == 17;
@@ -61,9 +63,20 @@ TEST_P(WorkerPools, ThrowOnceAllHaveEnded) {
         };
         EXPECT_THROW(run(), std::runtime_error);
         EXPECT_EQ(numAtWork, 0);
+        EXPECT_GT(numAside, 0);
         TaskAside aside(pool, [] { throw std::out_of_range("aside"); });
         EXPECT_THROW(aside.Await(), std::out_of_range);
     }
+}
+
+TEST_P(WorkerPools, GrowBetweenLoops) {
+    std::atomic<int> sum{0};
+    for (int more = 0; more < 3; ++more) {
+        ASSERT_EQ(pool.Start(GetParam() + more), 0);
+        EXPECT_EQ(pool.NumWorkers(), GetParam() + more);
+        pool.For(100, [&](int index, int) { sum += index; });
+    }
+    EXPECT_EQ(sum, 3 * 4950);
 }
 
 // The owner ends its task without having waited for a helper to begin it.

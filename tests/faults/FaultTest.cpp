@@ -200,9 +200,12 @@ TEST(Faults, MemoryRunsOutInATraining) {
             sweep.Try(Training(cfg, folder));
         }
     }
-    for (const Kind& kind : {kKinds[0], kKinds[4]}) {
+    // Workers that help each other, and a forest on histograms.
+    setenv("SYLVORA_TUNING", "chunkRows=4 smallNode=2 listPercent=101", 1);
+    for (const Kind& kind : {kKinds[0], kKinds[3], kKinds[4]}) {
         sweep.Try(Training(SettingsOf(kind, folder, 3), folder));
     }
+    unsetenv("SYLVORA_TUNING");
     std::istringstream purposes(
         ", when allocating labelTestV, when allocating featureTestVV, when allocating labelV,"
         " when allocating featureTestVV[], when allocating queryIdTestV, for featureMean,"
