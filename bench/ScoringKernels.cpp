@@ -22,18 +22,26 @@ constexpr size_t kRows = 4096;
 EnsembleSource MakeEnsemble(size_t numGroups, int depth) {
     std::mt19937 random(1);
     std::normal_distribution<double> normal;
-    EnsembleSource source;
-    source.dimFea = kFeatures;
-    source.groupV.assign(numGroups, {1, 0.1});
+    const auto trees = std::make_shared<PackedTrees>();
     for (size_t tree = 0; tree < numGroups; ++tree) {
-        source.firstNodeV.push_back(source.nodeV.size());
         const int numTests = (1 << depth) - 1;
+        std::vector<PackedNode> nodeV(static_cast<size_t>(2 * numTests + 1));
         for (int k = 0; k < 2 * numTests + 1; ++k) {
-            const bool fLeaf = k >= numTests;
-            source.nodeV.push_back({fLeaf ? -1 : static_cast<int>(random() % kFeatures), 2 * k + 1,
-                                    2 * k + 2, normal(random), normal(random)});
+            PackedNode& node = nodeV[static_cast<size_t>(k)];
+            node.fLeaf = k >= numTests;
+            node.splitFea = node.fLeaf ? -1 : static_cast<int>(random() % kFeatures);
+            node.lson = 2 * k + 1;
+            node.rson = 2 * k + 2;
+            node.splitElemFea = normal(random);
+            node.avgPredict = normal(random);
         }
+        trees->treeV.emplace_back(nodeV.data(), nodeV.size(), depth);
+        trees->EndGroup();
     }
+    EnsembleSource source;
+    source.trees = trees;
+    source.shrinkV.assign(numGroups, 0.1f);
+    source.dimFea = kFeatures;
     return source;
 }
 

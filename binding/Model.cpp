@@ -15,9 +15,7 @@ Model::~Model() {
 }
 
 int Model::CalcTreeNum() {
-    std::size_t count = 0;
-    for (const std::vector<TreeCR*>& group : learner->TreeVV) count += group.size();
-    return static_cast<int>(count);
+    return learner->getTreeNum();
 }
 
 int Model::Init(const char* path) {
@@ -26,6 +24,7 @@ int Model::Init(const char* path) {
         return 0;
     };
     learner = new TreeLearner();
+    learner->setPackedTrees(true);
     if (learner->LoadModelFull(path) != 0) return fail("Load Model error");
     if (learner->dimFea <= 0) return fail("Feature Dim Error");
     treeNum = CalcTreeNum();
@@ -34,7 +33,7 @@ int Model::Init(const char* path) {
     featureBuf = new double[static_cast<std::size_t>(learner->dimFea)];
     // A regression gives one value per group, and groups without trees can outnumber the trees.
     const std::size_t numEntry =
-        std::max(static_cast<std::size_t>(treeNum), learner->TreeVV.size());
+        static_cast<std::size_t>(std::max(treeNum, learner->getGroupNum()));
     treeResultBuf = new double[numEntry];
     std::fill_n(treeResultBuf, numEntry, -1.0);
     return 1;

@@ -8,8 +8,8 @@
 #include <utility>
 
 #include "EarlyRows.h"
-#include "UsableMemory.h"
 #include "god/Report.h"
+#include "god/UsableMemory.h"
 
 namespace sylvora::frontend {
 namespace {

@@ -19,7 +19,7 @@
 #include "DataSet.h"
 #include "ReadingThreads.h"
 #include "RowReading.h"
-#include "UsableMemory.h"
+#include "god/UsableMemory.h"
 
 namespace sylvora::frontend {
 

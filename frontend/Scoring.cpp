@@ -17,6 +17,7 @@ constexpr size_t kMostValues = size_t{1} << 21;
 }  // namespace
 
 int LoadModel(const std::string& fileModel, TreeLearner& model) {
+    model.setPackedTrees(true);
     if (model.LoadModelFull(fileModel) == 0) return 0;
     return Fail("ERROR: fileModel ", fileModel, ": is no usable model\n");
 }

@@ -62,6 +62,7 @@ class SYLVORA_API CheckCfgCLS {
     bool fSetThread = false;  // numThread was given; only then does CheckCfg check it
     std::string mode;
     double tms_seed = 0.0;
+    int digits = 6;  // significant digits of reals in the model file: 6 or 17
 
     // Reads the file named by argv[1], then applies the option-value pairs from argv[2] on, which
     // override it. argv is the program's: argv[0] is ignored.

@@ -57,6 +57,9 @@ class SYLVORA_API NodeCR {
     int wgtAll = 0;              // (growth) sum of weights
     bool fPrint = false;
     bool fSpecifySplitValue = false;
+    // (growth) whether the threshold, written with six digits, may no longer lie between the two
+    // values that it separates
+    bool fNarrowSplit = false;
 
     // A node over `dimFeature` columns of which `ratio` is sampled: numSelFea becomes
     // trunc(dimFeature * ratio - 1e-10) + 1, so that an exact product is not rounded up.

@@ -39,9 +39,11 @@
 class TreeLearner;
 namespace sylvora {
 class EngineRun;
+class EnsembleView;
 namespace engine {
 class WorkerPool;
 struct CompiledEnsemble;
+struct PackedTrees;
 }  // namespace engine
 }  // namespace sylvora
 
@@ -69,6 +71,13 @@ SYLVORA_API void* PredictionThreadFunction(void* arg);
 // `total`. Returns 0 to go on; anything else ends the run there, also when all is grown (Boosting
 // returns -1 and writes no model).
 typedef int (*ProgressFuncType)(void* context, int done, int total);
+
+// What rounding the thresholds of an ensemble to six digits does to its training rows, as far as
+// the threshold and the two values that it separates are that close.
+struct rounding_effect_t {
+    int numRows = 0;             // that reach another leaf of some tree
+    double largestChange = 0.0;  // of a row's score
+};
 
 // Thread safety: a learner is trained by one thread, which starts workers of its own. Once trained
 // or loaded, any number of threads may call OnlineTesting and OnlineTestingBatch at the same time.
@@ -189,8 +198,12 @@ class SYLVORA_API TreeLearner {
     // Frees data and trees. Called by the destructor; returns 0.
     int Destroy();
 
-    // Writes the ensemble to `fileMout`, which appears whole or stays as it was.
+    // Writes the ensemble to `fileMout`, which appears whole or stays as it was. Nothing is written
+    // after a load that failed.
     [[nodiscard]] int SaveModelFull(std::string fileMout);
+    // The same with 6 or 17 significant digits; the form above has CfgInfo.digits. With 17, a model
+    // that is loaded again holds every number as it is in memory.
+    [[nodiscard]] int SaveModelFull(std::string fileMout, int digits);
 
     // Reads a model into this learner, which must be fresh. After a failure it is unusable.
     [[nodiscard]] int LoadModelFull(std::string fileM);
@@ -255,6 +268,25 @@ class SYLVORA_API TreeLearner {
     // empty: none.
     const std::string& getLostResult() const { return lostResult; }
 
+    // Whether Boosting checks what it makes; off by default. Then a run ends with -1 and a line
+    // that names the round, and writes no model, when a tree is missing or a number is not finite;
+    // and a model file takes its place, or is sent where it is no regular file, only after it was
+    // read back and found to be the ensemble in memory. Not during a run.
+    void setVerification(bool fWanted) { fVerify = fWanted; }
+    // Whether trees that are trained or loaded from now on are kept packed, at about a seventh of
+    // the memory; off by default. TreeVV then stays empty, and all else works as before. For a
+    // learner without trees.
+    void setPackedTrees(bool fWanted) { fPacked = fWanted; }
+    // Trees that the last run was to grow and did not.
+    int getMissingTreeNum() const { return numMissing; }
+    int getGroupNum() const;  // groups of the ensemble, in TreeVV or packed
+    // Compares, for the training rows of the last run, the ensemble in memory with the one that six
+    // digits make of it. `maxThreads` as for OnlineTestingBatch. Returns 0, or -1 when memory runs
+    // out.
+    [[nodiscard]] int MeasureRounding(rounding_effect_t& effect, int maxThreads) const;
+    // Frees the ensemble, and leaves the data.
+    void ReleaseTrees();
+
     // Column-wise tree generation is reserved; both report so and return -1.
     int Sampling();
     int GenerateColTree();
@@ -306,13 +338,23 @@ class SYLVORA_API TreeLearner {
     void WriteRoundResult(int idxTree);
     int FinishRun();
     bool IsStopped(int done, int total);
+    void KeepTree(std::unique_ptr<TreeCR> tree);
+    void EndGroup();
+    int CheckMeans() const;
+    int CheckRound(int idxTree) const;
+    int CheckSlot(int slot) const;
+    int CheckNewTree(const std::string& place) const;
+    int RefuseEmptyTree(const std::string& place) const;
+    int RefuseValue(const std::string& place) const;
+
+    int WriteModel(const std::string& fileMout, int digits, bool fCheck);
+    void MakeRecords(const sylvora::engine::PackedTrees& trees, int numUnfilled);
 
     struct ScoringForm;
 
-    void CompileEnsemble();
+    void CompileEnsemble(std::shared_ptr<const sylvora::engine::PackedTrees> trees = nullptr);
     int CheckScoring(int n) const;
     const sylvora::engine::CompiledEnsemble* Compiled() const;
-    std::string FindFault() const;
 
     ProgressFuncType progressFunction = nullptr;
     void* progressContext = nullptr;
@@ -323,6 +365,14 @@ class SYLVORA_API TreeLearner {
     std::unique_ptr<sylvora::EngineRun> engineRun;  // during a run: grows the trees; may be null
     std::string lostResult;
     bool fStopped = false;  // the progress function ended the run
+    bool fVerify = false;
+    bool fPacked = false;
+    bool fLoadFailed = false;  // the last load
+    int numMissing = 0;
+    int numGrown = 0;  // trees of the last run
+    int numDrawn = 0;  // rows of the tree grown last
+    friend class sylvora::EnsembleView;
+    std::shared_ptr<sylvora::engine::PackedTrees> packedTrees;  // null: the trees are in TreeVV
     int modelDim = 0;       // columns that the ensemble was trained on; 0: made by hand
     int testDim = 0;        // columns of the test rows
     std::string walkFault;  // why a loaded ensemble cannot be scored; empty: it can

@@ -96,6 +96,10 @@ std::vector<ParameterRow> BuildTable() {
         Switch("fDynamicStepLength", &C::fSetDynStep, "Kept, not used."),
         Switch("fSingleTreeLayer", &C::fSingleTreeLayer, "Kept, not used."),
         Switch("fDev", &C::fDev, "Kept, not used."),
+        Figure(
+            "digits", &C::digits, kOption, "6, 17",
+            "Significant digits of reals in the model file; with 17 every number is exact, and the "
+            "loaded model scores as in memory."),
     };
 }
 

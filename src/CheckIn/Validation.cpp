@@ -136,6 +136,11 @@ int CheckRandomMode(CheckCfgCLS& c) {
     return 0;
 }
 
+int CheckDigits(const CheckCfgCLS& c) {
+    if (c.digits == 6 || c.digits == 17) return 0;
+    return Fail("ERROR: Illegal digits: ", c.digits, ", it must be 6 or 17!\n");
+}
+
 }  // namespace
 
 int CheckCfgCLS::CheckCfg() {
@@ -144,7 +149,7 @@ int CheckCfgCLS::CheckCfg() {
         const bool fValid = CheckTreeCount(*this) == 0 && CheckTask(*this) == 0 &&
                             ChooseLoss(*this) == 0 && CheckBoostedLoss(*this) == 0 &&
                             CheckFigures(*this) == 0 && CheckThreads(*this) == 0 &&
-                            CheckRandomMode(*this) == 0;
+                            CheckRandomMode(*this) == 0 && CheckDigits(*this) == 0;
         return fValid ? 0 : -1;
     });
 }

@@ -48,7 +48,7 @@ void ScanColumn(const SortedColumn& column, const RegressionNode& node, Cut at, 
         at.score = gradL * gradL / wgtL + gradR * gradR / wgtR;
         if (at.score > best.score) {
             at.countL = i + 1;
-            at.threshold = column.Midpoint(i);
+            column.SetThreshold(i, at);
             best = at;
         }
     }
@@ -72,7 +72,7 @@ void ScanColumn(const SortedColumn& column, const ClassificationNode& node, Cut 
         if (at.score < best.score) continue;
         at.balance = std::fabs(static_cast<double>(at.countL) / numRows - 0.5);
         if (at.score > best.score || at.balance < best.balance) {
-            at.threshold = column.Midpoint(i);
+            column.SetThreshold(i, at);
             best = at;
         }
     }

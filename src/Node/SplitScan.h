@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <vector>
 
+#include "../engine/NarrowSplit.h"
+
 namespace sylvora {
 
 // The best cut so far, as a scan starts with it when there is none.
@@ -14,6 +16,7 @@ struct Cut {
     int slot = -1;  // place of the column in the node's sample
     int column = -1;
     double threshold = -1.0;  // midpoint between the neighbouring values
+    bool fNarrow = false;     // see engine/NarrowSplit.h
     int countL = 0;           // rows at or below the threshold
     double balance = 0.0;     // |left share - 0.5|; classification only
 };
@@ -33,7 +36,11 @@ class SortedColumn {
     // Whether the column is scanned. Always, for ordered values that are not huge: a constant
     // column merely offers no cut.
     bool IsScanned() const;
-    double Midpoint(int i) const { return (Value(i) + Value(i + 1)) * 0.5; }
+    // Puts the threshold of a cut between the i-th smallest value and the next.
+    void SetThreshold(int i, Cut& cut) const {
+        cut.threshold = (Value(i) + Value(i + 1)) * 0.5;
+        cut.fNarrow = engine::IsNarrow(Value(i), Value(i + 1));
+    }
 
   private:
     std::vector<double> valueV;

@@ -45,6 +45,7 @@ std::vector<Value> Gather(const NodeCR& node, const Value* valueV, const int* in
 void TakeCut(NodeCR& node, const Cut& cut) {
     node.splitFea = cut.column;
     node.splitElemFea = cut.threshold;
+    node.fNarrowSplit = cut.fNarrow;
     node.countL = cut.countL;
     node.imbr = cut.balance;
 }
@@ -84,6 +85,7 @@ int SearchThreaded(const split_info_t& all, void* (*entry)(void*), int numThread
 void NodeCR::ApplyUserValue(const double* const* featureVV, const int* indexV, int slot) {
     const double computed = splitElemFea;
     splitElemFea = selFeaValue[slot];
+    fNarrowSplit = true;  // its neighbours are not known
     if (fPrint && splitElemFea != computed) {
         sylvora::Print("Notice: Aritificial split point used, feature id: ", splitFea,
                        ", details:\n      split point of cart: ", computed,

@@ -60,6 +60,10 @@ class WholeFile {
     // Whether the file could be opened; errno says why not.
     [[nodiscard]] bool IsOpen() const { return stream.is_open(); }
     std::ofstream& Stream() { return stream; }
+    // Whether what is written is sent at once, because the path leads to no regular file.
+    bool IsDirect() const { return !temporary.IsThere(); }
+    // Where what is written stands until Commit; not for a file that is written directly.
+    const std::string& Name() const { return temporary.Name(); }
     // Puts the file in its place. False (with errno) when it could not be written in full.
     [[nodiscard]] bool Commit();
 

@@ -17,6 +17,7 @@ void TreeCR::Adopt(const std::vector<sylvora::engine::GrownNode>& grownV) {
         node->status = grown.splitFea < 0 ? "TERMINAL" : "INTERMEDIATE";
         node->splitFea = grown.splitFea;
         node->splitElemFea = grown.splitElemFea;
+        node->fNarrowSplit = grown.fNarrow;
         node->lson = grown.lson;
         node->rson = grown.rson;
         node->countL = grown.countL;

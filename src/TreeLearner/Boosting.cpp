@@ -9,6 +9,7 @@
 #include "../Output/ResultFile.h"
 #include "../TreeLearner.h"
 #include "../claim.h"
+#include "../engine/PackedTrees.h"
 #include "../engine/WorkerPool.h"
 #include "../god/Report.h"
 #include "../god/Truncation.h"
@@ -61,6 +62,8 @@ int TreeLearner::Boosting() {
         if (CfgInfo.fPrint) Print("Time for generating all trees: ", seconds, " seconds\n");
         return 0;
     });
+    const long numAsked = static_cast<long>(std::max(numTree, 0)) * std::max(sizeGroup, 1);
+    numMissing = static_cast<int>(std::min(numAsked - numGrown, long{INT_MAX}));
     engineRun.reset();
     workers.reset();  // joins the threads, also after a failure
     return status;
@@ -70,7 +73,9 @@ int TreeLearner::PrepareRun(Run& run) {
     fStopped = false;
     lostResult.clear();
     run.fSetDynStepGlobal = CfgInfo.fSetDynStep;
+    numGrown = 0;
     RetireTrees();
+    if (fPacked) packedTrees = std::make_shared<sylvora::engine::PackedTrees>();
     StepLengthV.clear();
     dynShrink = 1.0;
     if (fDebug && AllocateDebugCounters() != 0) {
@@ -81,7 +86,7 @@ int TreeLearner::PrepareRun(Run& run) {
     } catch (const std::bad_alloc&) {
         return Fail("ERROR: Failed to allocate memory for boosting!\n");
     }
-    if (PlaceSeeds() != 0) return -1;
+    if (PlaceSeeds() != 0 || (fVerify && CheckMeans() != 0)) return -1;
     workers = std::make_unique<sylvora::engine::WorkerPool>();
     const int code = workers->Start(numThread);
     if (code != 0) return sylvora::FailToStart(code);
@@ -181,11 +186,12 @@ int TreeLearner::BoostRound(Run& run, int idxTree) {
     } else if (GenerateTree() != 0) {
         return Fail("ERROR: Failed when generating tree!\n");
     }
+    if (fVerify && CheckRound(idxTree) != 0) return -1;
     fSetDynStep = run.fSetDynStepGlobal;
     const bool fStepped = run.fEachOnce && engineRun && engineRun->StepPredictions(*this);
     if (!fStepped) run.Fork(*workers, PredictionThreadFunction);
     StepLengthV.push_back(static_cast<float>(valShrink * dynShrink));
-    TreeVV.push_back(TreeGroup);
+    EndGroup();
     if (CfgInfo.fTestRealTime) WriteRoundResult(idxTree);
     return 0;
 }
@@ -197,6 +203,7 @@ int TreeLearner::GenerateForest() {
     for (int slot = 0; slot < sizeGroup && !fStopped; ++slot) {
         generate_tree_info_t share = {this, slot, slot};
         GenerateTreeThreadFunction(&share);
+        if (fVerify && !fStopped && CheckSlot(slot) != 0) return -1;
     }
     return fStopped ? -1 : 0;
 }
@@ -230,8 +237,11 @@ int TreeLearner::FinishRun() {
     engineRun.reset();  // its memory is better spent on the scoring form
     modelDim = dimFea;
     walkFault.clear();  // of an ensemble that was loaded before
+    fLoadFailed = false;
+    if (WriteModel(fileModel, CfgInfo.digits, fVerify) != 0) {
+        return Fail("ERROR: Failed to save the full model!\n");
+    }
     CompileEnsemble();
-    if (SaveModelFull(fileModel) != 0) return Fail("ERROR: Failed to save the full model!\n");
     return 0;
 }
 

@@ -39,6 +39,7 @@ class EngineRun::NodePlainSearch : public engine::PlainSearch {
         engine::SplitPoint split;
         split.column = best.column;
         split.threshold = best.threshold;
+        split.fNarrow = best.fNarrow;
         split.countL = best.countL;
         return split;
     }

@@ -12,6 +12,7 @@
 #include "../Output/WholeFile.h"
 #include "../TreeLearner.h"
 #include "../god/Report.h"
+#include "EnsembleView.h"
 
 using sylvora::Fail;
 
@@ -48,6 +49,7 @@ int TreeLearner::FeatureAnalysis(std::string file) {
         std::ofstream& out = report.Stream();
         VecFt feaWeightV(static_cast<size_t>(dimFea), 0.0f);
         VecInt feaFreqV(static_cast<size_t>(dimFea), 0);
+        const sylvora::EnsembleView trees(*this);
         double absDiff = 0.0;
         double sqrtDiff = 0.0;
         for (int r = 0; r < testSize; ++r) {
@@ -55,13 +57,14 @@ int TreeLearner::FeatureAnalysis(std::string file) {
             const float label =
                 static_cast<float>(mapped != tranMap.end() ? mapped->second : labelTestV[r]);
             double pred = 0.0;
-            for (size_t g = 0; g < TreeVV.size(); ++g) {
+            for (size_t g = 0; g < trees.NumGroups(); ++g) {
+                const size_t numTrees = trees.GroupSize(g);
                 double sum = 0.0;
-                for (TreeCR* tree : TreeVV[g]) {
-                    sum += tree->FeatureAnalPredict(featureTestVV[r], feaWeightV, feaFreqV,
-                                                    label - pred, StepLengthV[g]);
+                for (size_t t = 0; t < numTrees; ++t) {
+                    sum += trees.Tree(g, t).FeatureAnalPredict(
+                        featureTestVV[r], {feaWeightV, feaFreqV}, label - pred, StepLengthV[g]);
                 }
-                pred += StepLengthV[g] * sum / static_cast<double>(TreeVV[g].size());
+                pred += StepLengthV[g] * sum / static_cast<double>(numTrees);
             }
             const double diff = label - pred;
             absDiff += std::fabs(diff);

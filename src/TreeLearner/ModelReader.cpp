@@ -1,113 +1,151 @@
-// The model file, read; its grammar is in ModelWriter.cpp. Line breaks do not matter here, and
-// what follows the last node (the debug report) is never looked at.
-#include <algorithm>
+// Loading a model: it is read into packed trees, which are then looked through for what would keep
+// them from being walked and, where the learner keeps records, turned into those.
 #include <cmath>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "../TreeLearner.h"
-#include "../god/NumberParsing.h"
 #include "../god/Report.h"
 #include "../god/Truncation.h"
-#include "Arrays.h"
-#include "ModelSource.h"
+#include "../god/UsableMemory.h"
+#include "EnsembleView.h"
+#include "ModelParser.h"
 
 using sylvora::Fail;
 using sylvora::ModelSource;
+using sylvora::engine::PackedNode;
+using sylvora::engine::PackedTree;
+using sylvora::engine::PackedTrees;
 
 namespace {
 
-const char kWrongFormat[] = "ERROR: Wrong model format!\n";
+constexpr double kBlock = 2 * sizeof(void*);  // what the allocator keeps beside each block
+constexpr double kGigabyte = 1e9;
 
-// Counts in a file are not trusted with memory: room is made for so many things more than have been
-// read, then for twice as many.
-size_t Ahead(size_t numRead, int count) {
-    constexpr size_t kAhead = 1024;
-    return std::min(static_cast<size_t>(count), 2 * numRead + kAhead);
+// Memory of packed trees. Arrays that grow hold up to twice as much as they need, beside the copy
+// that they came from.
+double PackedBytes(size_t numTrees, size_t numNodes) {
+    return (3.0 * sizeof(PackedTree) + kBlock) * static_cast<double>(numTrees) +
+           sizeof(PackedNode) * static_cast<double>(numNodes);
 }
 
-int ReadHeader(ModelSource& source, TreeLearner& learner) {
-    int nTreeArray = 0;
-    source >> nTreeArray >> learner.numClass >> learner.dimFea;
-    learner.numTree = nTreeArray;
-    if (nTreeArray < 0 || learner.dimFea < 0) return Fail(kWrongFormat);
-    if (learner.numClass < 0) {
-        return Fail(
-            "ERROR: Wrong model format at line 1 of the model, numClass must be nonnegtive\n!\n");
-    }
-    CheckCfgCLS& c = learner.CfgInfo;
-    c.fRegCls = learner.numClass != 0 ? "CLS" : "REG";
-    source >> c.valSmpRt >> c.ratio >> c.maxLeaf >> c.maxDepth >> c.numBound >> c.valTau >>
-        c.lossFunc >> c.randomMode >> c.modelType;
-    return 0;
+// Memory of the same trees as records.
+double RecordBytes(size_t numTrees, size_t numNodes) {
+    return (sizeof(TreeCR) + kBlock + sizeof(TreeCR*)) * static_cast<double>(numTrees) +
+           (sizeof(NodeCR) + kBlock + sizeof(NodeCR*)) * static_cast<double>(numNodes);
 }
 
-// Where the file has too few means for all its columns, the others are 0 or, if they are many,
-// there are none at all.
-int ReadMeans(ModelSource& source, TreeLearner& learner) {
-    VecDle meanV;
-    const size_t dim = static_cast<size_t>(learner.dimFea);
-    while (meanV.size() < dim && source.IsGood()) source >> meanV.emplace_back();
-    sylvora::FreeArray(learner.featureMean);
-    if (Ahead(meanV.size(), learner.dimFea) < dim) return 0;
-    if (sylvora::AllocateArray(learner.featureMean, learner.dimFea, "allocating featureMean") !=
-        0) {
-        return -1;
+// What the process may use, against what a model takes.
+struct MemoryLimit {
+    const double present = sylvora::UsableMemory();
+
+    int Check(double wanted, size_t numTrees, size_t numNodes) const {
+        if (wanted <= present) return 0;
+        return Fail("ERROR: The model's ", numTrees, " trees with ", numNodes, " nodes take ",
+                    wanted / kGigabyte, " GB of memory, there are ", present / kGigabyte, "!\n");
     }
-    std::copy(meanV.begin(), meanV.end(), learner.featureMean);
-    return 0;
+};
+
+// Keeps the trees as they come.
+class PackingSink : public sylvora::ModelSink {
+  public:
+    explicit PackingSink(PackedTrees& target) : trees(target) {}
+
+    int BeginGroup() override {
+        if (fOpen) trees.EndGroup();
+        fOpen = true;
+        return 0;
+    }
+    int TakeTree(const std::vector<PackedNode>& nodeV, size_t numClaimed) override {
+        numNodes += nodeV.size();
+        numUnfilled = static_cast<int>(numClaimed - nodeV.size());
+        const size_t numTrees = trees.treeV.size() + 1;
+        if (limit.Check(PackedBytes(numTrees, numNodes), numTrees, numNodes) != 0) return -1;
+        trees.treeV.emplace_back(nodeV.data(), nodeV.size(), 0);
+        return 0;
+    }
+    void Finish() {
+        if (fOpen) trees.EndGroup();
+    }
+
+    // Whether the trees fit into memory as records too; 0, or -1 after a message.
+    int CheckRecords() const { return limit.Check(Bytes(), trees.treeV.size(), numNodes); }
+    bool HasRoomForRecords() const { return Bytes() <= limit.present; }
+    int NumUnfilled() const { return numUnfilled; }  // nodes of the last tree that were not read
+
+  private:
+    double Bytes() const {
+        const size_t numTrees = trees.treeV.size();
+        return PackedBytes(numTrees, numNodes) + RecordBytes(numTrees, numNodes);
+    }
+
+    const MemoryLimit limit;
+    PackedTrees& trees;
+    bool fOpen = false;  // a group has begun
+    size_t numNodes = 0;
+    int numUnfilled = 0;
+};
+
+// What keeps a tree from being walked, or nothing. Children come after their parent and have only
+// one, so a walk that passes this ends; no check is left for the walk itself.
+std::string FindNodeFault(const PackedTree& tree, size_t k, bool fClassification,
+                          std::vector<bool>& fHasParentV) {
+    const PackedNode& node = tree.nodeV[k];
+    if (node.IsLeaf()) {
+        const bool fNoClass = fClassification && sylvora::Truncate<int>(node.avgPredict) < 0;
+        return fNoClass ? "its class label is negative" : "";
+    }
+    if (node.splitFea < 0) return "it tests no feature";
+    for (const int child : {node.lson, node.rson}) {
+        if (child < 0 || static_cast<size_t>(child) >= tree.numNodes) {
+            return "it has a child outside its tree";
+        }
+        if (static_cast<size_t>(child) <= k) return "it has a child before itself";
+        if (fHasParentV[static_cast<size_t>(child)]) return "it has a child of another node";
+        fHasParentV[static_cast<size_t>(child)] = true;
+    }
+    return "";
 }
 
-int ReadNode(ModelSource& source, const TreeLearner& learner, NodeCR& node) {
-    int nodeId = -1, loadSplitFea = -1, loadLson = -1, loadRson = -1;
-    double loadSplitElemFea = -1.0;
-    std::string loadStatus, predictStr;
-    source >> nodeId >> loadStatus >> loadSplitFea >> loadSplitElemFea >> loadLson >> loadRson >>
-        predictStr;
-    if (loadStatus != "INTERMEDIATE" && loadStatus != "TERMINAL") {
-        return Fail(
-            "ERROR: Node status must be INTERMEDIATE or TERMINAL, unrecognized node status: ",
-            loadStatus, "\n");
+std::string FindTreeFault(const PackedTree& tree, bool fClassification) {
+    if (tree.numNodes == 0) return "it has no nodes";
+    std::vector<bool> fHasParentV(tree.numNodes, false);
+    for (size_t k = 0; k < tree.numNodes; ++k) {
+        const std::string fault = FindNodeFault(tree, k, fClassification, fHasParentV);
+        if (!fault.empty()) return sylvora::Text("node ", k, ": ", fault);
     }
-    if (loadSplitFea < -1 || loadSplitFea > learner.dimFea - 1) {
-        return Fail("ERROR: Wrong node split feature: ", loadSplitFea, "\n!");
-    }
-    double avgPredict = 0.0;
-    if (!sylvora::ParseNumber(predictStr, avgPredict)) {
-        return Fail("ERROR: Failed to read avgPredict: \"", predictStr, "\" when loading model!\n");
-    }
-    if (learner.CfgInfo.fRegCls == "CLS" &&
-        sylvora::Truncate<int>(avgPredict) >= learner.numClass) {
-        return Fail("ERROR: Class label is large than class number when loading model!\n");
-    }
-    node.status = loadStatus;
-    node.splitFea = loadSplitFea;
-    node.splitElemFea = loadSplitElemFea;
-    node.lson = loadLson;
-    node.rson = loadRson;
-    node.avgPredict = avgPredict;
-    return 0;
+    return "";
 }
 
-void AppendNodes(const TreeLearner& learner, TreeCR& tree, size_t numNodes) {
-    const CheckCfgCLS& c = learner.CfgInfo;
-    tree.NodeV.reserve(numNodes);
-    while (tree.NodeV.size() < numNodes) {
-        tree.NodeV.push_back(new NodeCR(learner.dimFea, c.ratio, c.numBound, c.maxDepth));
+// Whether the ensemble as loaded can be scored: empty, or what stands in the way.
+std::string FindFault(const TreeLearner& learner, const PackedTrees& trees) {
+    if (learner.featureMean == nullptr) {
+        return sylvora::Text("it has no means for its ", learner.dimFea, " columns");
     }
+    size_t t = 0;
+    for (size_t g = 0; g < trees.NumGroups(); ++g) {
+        if (!std::isfinite(learner.StepLengthV[g])) {
+            return sylvora::Text("group ", g, ": its shrink is not finite");
+        }
+        for (; t < trees.groupEndV[g]; ++t) {
+            const std::string fault =
+                FindTreeFault(trees.treeV[t], learner.CfgInfo.fRegCls == "CLS");
+            if (fault.empty()) continue;
+            return sylvora::Text("group ", g, ", tree ", t - trees.GroupBegin(g), ", ", fault);
+        }
+    }
+    return "";
 }
 
-int ReadTree(ModelSource& source, const TreeLearner& learner, TreeCR& tree) {
-    int loadDepth = 0;
-    int nNode = -1;
-    source >> loadDepth >> nNode;
-    if (nNode < 0) return Fail(kWrongFormat);
-    for (size_t j = 0; j < static_cast<size_t>(nNode); ++j) {
-        if (j == tree.NodeV.size()) AppendNodes(learner, tree, Ahead(j, nNode));
-        if (ReadNode(source, learner, *tree.NodeV[j]) != 0) return -1;
-    }
-    return 0;
+// What the file has last.
+std::string NameLast(const PackedTrees& trees) {
+    const size_t g = trees.NumGroups() - 1;
+    const std::string group = sylvora::Text("group ", g);
+    if (trees.GroupSize(g) == 0) return group;
+    return sylvora::Text(group, ", tree ", trees.GroupSize(g) - 1, ", node ",
+                         trees.treeV.back().numNodes - 1);
 }
 
 // What trees are made with: each has a copy, so names longer than any that exist are left out.
@@ -120,115 +158,74 @@ CheckCfgCLS SettingsOfTrees(const CheckCfgCLS& c) {
     return settings;
 }
 
-int ReadGroup(ModelSource& source, TreeLearner& learner, CheckCfgCLS& settings) {
-    std::string nameA = "-1", nameB = "-1", nameC = "-1";
-    int idxTreeArray = -1;
-    int num = -1;
-    double loadStep = 0.0;
-    source >> nameA >> idxTreeArray >> nameB >> num >> nameC >> loadStep;
-    if (nameA != "idxTreeArray:" || nameB != "size:" || nameC != "shrink:") {
-        return Fail("idxTreeArray: ", nameA, ", size: ", nameB, ", shrink: ", nameC,
-                    "!\nERROR: Model format is wrong!\n");
-    }
-    if (num < 0) return Fail(kWrongFormat);
-    const size_t g = learner.TreeVV.size();
-    learner.TreeVV.emplace_back();
-    learner.StepLengthV[g] = static_cast<float>(loadStep);
-    for (int i = 0; i < num; ++i) {
-        auto tree = std::make_unique<TreeCR>(settings, nullptr);
-        learner.TreeVV[g].push_back(tree.get());
-        TreeCR* const kept = tree.release();
-        if (ReadTree(source, learner, *kept) != 0) return -1;
-    }
-    return 0;
+void FillRecord(const PackedNode& packed, NodeCR& node) {
+    node.status = packed.IsLeaf() ? "TERMINAL" : "INTERMEDIATE";
+    node.splitFea = packed.splitFea;
+    node.splitElemFea = packed.splitElemFea;
+    node.lson = packed.lson;
+    node.rson = packed.rson;
+    node.avgPredict = packed.avgPredict;
 }
 
-int ReadGroups(ModelSource& source, TreeLearner& learner) {
-    CheckCfgCLS settings = SettingsOfTrees(learner.CfgInfo);
-    const size_t numGroups = static_cast<size_t>(learner.numTree);
-    learner.StepLengthV.clear();
-    for (size_t g = 0; g < numGroups; ++g) {
-        if (g == learner.StepLengthV.size()) learner.StepLengthV.resize(Ahead(g, learner.numTree));
-        if (ReadGroup(source, learner, settings) != 0) return -1;
+std::unique_ptr<TreeCR> MakeRecords(const TreeLearner& learner, CheckCfgCLS& settings,
+                                    const PackedTree& packed, size_t numUnfilled) {
+    const CheckCfgCLS& c = learner.CfgInfo;
+    auto tree = std::make_unique<TreeCR>(settings, nullptr);
+    const size_t numNodes = packed.numNodes + numUnfilled;
+    tree->NodeV.reserve(numNodes);
+    for (size_t k = 0; k < numNodes; ++k) {
+        tree->NodeV.push_back(new NodeCR(learner.dimFea, c.ratio, c.numBound, c.maxDepth));
+        if (k < packed.numNodes) FillRecord(packed.nodeV[k], *tree->NodeV.back());
     }
-    return 0;
-}
-
-// What keeps a tree from being walked, or nothing. Children come after their parent and have only
-// one, so a walk that passes this ends; no check is left for the walk itself.
-std::string FindNodeFault(const TreeCR& tree, size_t k, bool fClassification,
-                          std::vector<bool>& fHasParentV) {
-    const NodeCR& node = *tree.NodeV[k];
-    if (node.status == "TERMINAL") {
-        const bool fNoClass = fClassification && sylvora::Truncate<int>(node.avgPredict) < 0;
-        return fNoClass ? "its class label is negative" : "";
-    }
-    if (node.splitFea < 0) return "it tests no feature";
-    for (const int son : {node.lson, node.rson}) {
-        if (son < 0 || static_cast<size_t>(son) >= tree.NodeV.size()) {
-            return "it has a child outside its tree";
-        }
-        if (static_cast<size_t>(son) <= k) return "it has a child before itself";
-        if (fHasParentV[static_cast<size_t>(son)]) return "it has a child of another node";
-        fHasParentV[static_cast<size_t>(son)] = true;
-    }
-    return "";
-}
-
-std::string FindTreeFault(const TreeCR& tree, bool fClassification) {
-    if (tree.NodeV.empty()) return "it has no nodes";
-    std::vector<bool> fHasParentV(tree.NodeV.size(), false);
-    for (size_t k = 0; k < tree.NodeV.size(); ++k) {
-        const std::string fault = FindNodeFault(tree, k, fClassification, fHasParentV);
-        if (!fault.empty()) return sylvora::Text("node ", k, ": ", fault);
-    }
-    return "";
-}
-
-// What the file has last.
-std::string NameLast(const std::vector<std::vector<TreeCR*>>& groupV) {
-    const std::string group = sylvora::Text("group ", groupV.size() - 1);
-    if (groupV.back().empty()) return group;
-    const size_t numNodes = groupV.back().back()->NodeV.size();
-    return sylvora::Text(group, ", tree ", groupV.back().size() - 1, ", node ", numNodes - 1);
+    return tree;
 }
 
 }  // namespace
 
+// Fills TreeVV from the packed trees. A tree in the middle of which the file was found to be wrong
+// has nodes that were not filled.
+void TreeLearner::MakeRecords(const PackedTrees& trees, int numUnfilled) {
+    CheckCfgCLS settings = SettingsOfTrees(CfgInfo);
+    size_t t = 0;
+    for (const size_t end : trees.groupEndV) {
+        std::vector<TreeCR*>& group = TreeVV.emplace_back();
+        group.reserve(end - t);
+        for (; t < end; ++t) {
+            const bool fLast = t + 1 == trees.treeV.size();
+            group.push_back(::MakeRecords(*this, settings, trees.treeV[t],
+                                          static_cast<size_t>(fLast ? numUnfilled : 0))
+                                .release());
+        }
+    }
+}
+
 int TreeLearner::LoadModelFull(std::string fileM) {
     return sylvora::Guarded([&] {
         walkFault = "the model was not loaded in full";
+        fLoadFailed = true;
         ModelSource source(fileM);
         if (!source.IsOpen()) return Fail("ERROR: Cannot open model file!\n");
         if (source.IsEmpty()) return Fail("ERROR: empty model file!\n");
-        if (ReadHeader(source, *this) != 0) return -1;
-        if (ReadMeans(source, *this) != 0) return -1;
+        if (sylvora::ParseHead(source, *this) != 0) return -1;
         modelDim = dimFea;
         RetireTrees();
-        if (ReadGroups(source, *this) != 0) return -1;
-        walkFault = FindFault();
-        if (walkFault.empty() && source.IsCut() && !TreeVV.empty()) {
-            walkFault = NameLast(TreeVV) + ": the file ends in it";
+        auto trees = std::make_shared<PackedTrees>();
+        PackingSink sink(*trees);
+        int status = sylvora::ParseGroups(source, *this, sink);
+        sink.Finish();
+        if (!fPacked) {
+            if (status == 0) status = sink.CheckRecords();
+            if (sink.HasRoomForRecords()) MakeRecords(*trees, sink.NumUnfilled());
         }
-        CompileEnsemble();
+        if (status != 0) return -1;
+        fLoadFailed = false;
+        walkFault = FindFault(*this, *trees);
+        if (walkFault.empty() && source.IsCut() && trees->NumGroups() > 0) {
+            walkFault = NameLast(*trees) + ": the file ends in it";
+        }
+        if (fPacked) packedTrees = trees;
+        CompileEnsemble(trees);
         if (CfgInfo.fPrint) sylvora::Print("Load model complete.\n");
         return 0;
     });
-}
-
-// Whether the ensemble as loaded can be scored: empty, or what stands in the way.
-std::string TreeLearner::FindFault() const {
-    if (featureMean == nullptr) {
-        return sylvora::Text("it has no means for its ", dimFea, " columns");
-    }
-    for (size_t g = 0; g < TreeVV.size(); ++g) {
-        if (!std::isfinite(StepLengthV[g])) {
-            return sylvora::Text("group ", g, ": its shrink is not finite");
-        }
-        for (size_t t = 0; t < TreeVV[g].size(); ++t) {
-            const std::string fault = FindTreeFault(*TreeVV[g][t], CfgInfo.fRegCls == "CLS");
-            if (!fault.empty()) return sylvora::Text("group ", g, ", tree ", t, ", ", fault);
-        }
-    }
-    return "";
 }

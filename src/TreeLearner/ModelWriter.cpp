@@ -10,24 +10,39 @@
 //   node    = number " " status " " splitFea " " threshold " " lson " " rson " " output LF
 //
 // Fields are separated by one blank. Reals have six significant digits, so a model that is loaded
-// again scores with rounded thresholds and outputs.
+// again scores with rounded thresholds and outputs; or 17, which every double survives.
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <locale>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include "../Output/WholeFile.h"
 #include "../TreeLearner.h"
 #include "../god/Report.h"
 #include "../god/StreamReading.h"
+#include "EnsembleView.h"
+#include "ModelCheck.h"
+
+using sylvora::EnsembleView;
+using sylvora::Fail;
+using sylvora::TemporaryFile;
+using sylvora::TreeView;
+using sylvora::engine::PackedNode;
 
 namespace {
 
-void WriteTree(std::ostream& out, const TreeCR& tree) {
-    out << tree.depth << ' ' << tree.NodeV.size() << '\n';
-    for (size_t k = 0; k < tree.NodeV.size(); ++k) {
-        const NodeCR& node = *tree.NodeV[k];
-        out << k << ' ' << node.status << ' ' << node.splitFea << ' ' << node.splitElemFea << ' '
+constexpr int kFewDigits = 6;
+constexpr int kAllDigits = 17;
+
+void WriteTree(std::ostream& out, const TreeView& tree) {
+    out << tree.Depth() << ' ' << tree.NumNodes() << '\n';
+    for (size_t k = 0; k < tree.NumNodes(); ++k) {
+        const PackedNode node = tree.Node(k);
+        out << k << ' ' << tree.Status(k) << ' ' << node.splitFea << ' ' << node.splitElemFea << ' '
             << node.lson << ' ' << node.rson << ' ' << node.avgPredict << '\n';
     }
 }
@@ -52,29 +67,87 @@ void WriteParameters(std::ostream& out, const CheckCfgCLS& c) {
         << c.modelType << '\n';
 }
 
+void WriteText(std::ostream& out, const TreeLearner& learner, int digits) {
+    const EnsembleView trees(learner);
+    out.precision(digits);
+    out << trees.NumGroups() << ' ' << learner.numClass << ' ' << learner.dimFea << '\n';
+    WriteParameters(out, learner.CfgInfo);
+    for (int j = 0; learner.featureMean != nullptr && j < learner.dimFea; ++j) {
+        out << learner.featureMean[j] << ' ';
+    }
+    out << '\n';
+    for (size_t g = 0; g < trees.NumGroups(); ++g) {
+        const double shrink = g < learner.StepLengthV.size() ? learner.StepLengthV[g] : 0.0;
+        out << "idxTreeArray: " << g << " size: " << trees.GroupSize(g) << " shrink: " << shrink
+            << '\n';
+        for (size_t t = 0; t < trees.GroupSize(g); ++t) WriteTree(out, trees.Tree(g, t));
+    }
+    if (learner.fDebug) CopyDebugReport(out, learner.fileDebug);
+}
+
+// Where a model goes that is to be checked first and cannot be taken back once it is sent.
+class CheckedText {
+  public:
+    [[nodiscard]] bool Open() {
+        std::error_code none;
+        const std::filesystem::path folder = std::filesystem::temp_directory_path(none);
+        if (none || !file.CreateBeside(folder.string() + "/model")) return false;
+        stream.open(file.Name());
+        stream.imbue(std::locale::classic());
+        return stream.is_open();
+    }
+    std::ofstream& Stream() { return stream; }
+    const std::string& Name() const { return file.Name(); }
+    void SendTo(std::ostream& out) const { out << std::ifstream(file.Name()).rdbuf(); }
+
+  private:
+    TemporaryFile file;
+    std::ofstream stream;
+};
+
+int RefuseTemporary(const std::string& fileMout) {
+    return Fail("ERROR: The text for ", fileMout,
+                " cannot be written to a temporary file first: ", std::strerror(errno), "\n");
+}
+
 }  // namespace
 
 int TreeLearner::SaveModelFull(std::string fileMout) {
+    return SaveModelFull(std::move(fileMout), CfgInfo.digits);
+}
+
+int TreeLearner::SaveModelFull(std::string fileMout, int digits) {
     return sylvora::Guarded([&] {
-        sylvora::WholeFile file(fileMout);
-        if (!file.IsOpen()) return sylvora::Fail("ERROR: Can not open file!\n\n");
-        std::ofstream& out = file.Stream();
-        out << TreeVV.size() << ' ' << numClass << ' ' << dimFea << '\n';
-        WriteParameters(out, CfgInfo);
-        for (int j = 0; featureMean != nullptr && j < dimFea; ++j) out << featureMean[j] << ' ';
-        out << '\n';
-        for (size_t g = 0; g < TreeVV.size(); ++g) {
-            const double shrink = g < StepLengthV.size() ? StepLengthV[g] : 0.0;
-            out << "idxTreeArray: " << g << " size: " << TreeVV[g].size() << " shrink: " << shrink
-                << '\n';
-            for (const TreeCR* tree : TreeVV[g]) WriteTree(out, *tree);
+        if (fLoadFailed) {
+            return Fail("ERROR: The model was not loaded in full, nothing is saved!\n");
         }
-        if (fDebug) CopyDebugReport(out, fileDebug);
-        if (!file.Commit()) {
-            return sylvora::Fail("ERROR: Can not write file ", fileMout,
-                                 " in full, the older one is kept!\n");
-        }
-        if (fDebug && CfgInfo.fPrint) sylvora::Print("Save model complete.\n");
-        return 0;
+        constexpr bool kChecked = false;
+        return WriteModel(fileMout, digits, kChecked);
     });
+}
+
+int TreeLearner::WriteModel(const std::string& fileMout, int digits, bool fCheck) {
+    if (digits != kFewDigits && digits != kAllDigits) {
+        return Fail("ERROR: Illegal digits: ", digits, ", it must be 6 or 17!\n");
+    }
+    sylvora::WholeFile file(fileMout);
+    if (!file.IsOpen()) return Fail("ERROR: Can not open file!\n\n");
+    CheckedText checked;
+    const bool fSendLater = fCheck && file.IsDirect();
+    if (fSendLater && !checked.Open()) return RefuseTemporary(fileMout);
+    std::ofstream& out = fSendLater ? checked.Stream() : file.Stream();
+    WriteText(out, *this, digits);
+    out.flush();
+    if (fSendLater && !out.good()) return RefuseTemporary(fileMout);
+    const std::string& name = fSendLater ? checked.Name() : file.Name();
+    if (fCheck && out.good() && sylvora::CheckModelFile(name, *this, digits) != 0) {
+        return Fail("ERROR: ", fileMout, ": the model that was written is not the one in memory; ",
+                    "it was not put in its place\n");
+    }
+    if (fSendLater) checked.SendTo(file.Stream());
+    if (!file.Commit()) {
+        return Fail("ERROR: Can not write file ", fileMout, " in full, the older one is kept!\n");
+    }
+    if (fDebug && CfgInfo.fPrint) sylvora::Print("Save model complete.\n");
+    return 0;
 }

@@ -4,49 +4,47 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "../engine/KernelChoice.h"
 #include "../engine/Switch.h"
+#include "EnsembleView.h"
 
 using sylvora::engine::CompiledEnsemble;
 using sylvora::engine::EnsembleSource;
+using sylvora::engine::PackedTrees;
 
 namespace {
 
-EnsembleSource Describe(const TreeLearner& learner) {
-    EnsembleSource source;
-    source.numClass = learner.CfgInfo.fRegCls == "CLS" ? learner.numClass : 0;
-    source.dimFea = learner.dimFea;
-    for (size_t g = 0; g < learner.TreeVV.size(); ++g) {
-        source.groupV.push_back({learner.TreeVV[g].size(), learner.StepLengthV[g]});
-        for (const TreeCR* tree : learner.TreeVV[g]) {
-            source.firstNodeV.push_back(source.nodeV.size());
-            for (const NodeCR* node : tree->NodeV) {
-                const bool fLeaf = node->status == "TERMINAL";
-                source.nodeV.push_back({fLeaf ? -1 : node->splitFea, node->lson, node->rson,
-                                        node->splitElemFea, node->avgPredict});
-            }
-        }
+// The learner's trees packed: as they are kept, or a copy of its records.
+std::shared_ptr<const PackedTrees> PackAll(const TreeLearner& learner) {
+    auto trees = std::make_shared<PackedTrees>();
+    for (const auto& group : learner.TreeVV) {
+        for (const TreeCR* tree : group) trees->treeV.push_back(sylvora::Pack(*tree));
+        trees->EndGroup();
     }
-    return source;
+    return trees;
 }
 
 }  // namespace
 
 std::shared_ptr<const TreeLearner::ScoringForm> TreeLearner::ScoringForm::Make(
-    const TreeLearner& learner) {
+    const TreeLearner& learner, std::shared_ptr<const PackedTrees> trees) {
     const bool fClassification = learner.CfgInfo.fRegCls == "CLS";
     if (sylvora::engine::UsePlainForm() || !learner.walkFault.empty()) return nullptr;
-    if (learner.TreeVV.size() != learner.StepLengthV.size() || learner.dimFea <= 0) return nullptr;
+    if (learner.dimFea <= 0) return nullptr;
     if (fClassification && learner.numClass <= 0) return nullptr;
     try {
         auto form = std::make_shared<ScoringForm>();
-        form->ensemble =
-            CompiledEnsemble::Compile(Describe(learner), sylvora::engine::ChooseKernel());
+        if (!trees) trees = learner.packedTrees ? learner.packedTrees : PackAll(learner);
+        const EnsembleSource source = {std::move(trees), learner.StepLengthV,
+                                       fClassification ? learner.numClass : 0, learner.dimFea};
+        form->ensemble = CompiledEnsemble::Compile(source, sylvora::engine::ChooseKernel());
         if (form->ensemble == nullptr) return nullptr;
         form->numClass = learner.numClass;
         form->dimFea = learner.dimFea;
         form->shrinkV = learner.StepLengthV;
+        form->packedTrees = learner.packedTrees;
         for (const auto& group : learner.TreeVV) {
             form->groupSizeV.push_back(group.size());
             form->fSingles &= group.size() == 1;
@@ -82,7 +80,7 @@ bool TreeLearner::ScoringForm::IsOf(const TreeLearner& learner) const {
     const bool fClassification = learner.CfgInfo.fRegCls == "CLS";
     if (fClassification != (ensemble->numClass > 0) || numClass != learner.numClass ||
         dimFea != learner.dimFea || groupSizeV.size() != learner.TreeVV.size() ||
-        shrinkV.size() != learner.StepLengthV.size() ||
+        packedTrees != learner.packedTrees || shrinkV.size() != learner.StepLengthV.size() ||
         std::memcmp(shrinkV.data(), learner.StepLengthV.data(),
                     shrinkV.size() * sizeof shrinkV[0]) != 0) {
         return false;
@@ -90,9 +88,10 @@ bool TreeLearner::ScoringForm::IsOf(const TreeLearner& learner) const {
     return HasTreesOf(learner);
 }
 
-void TreeLearner::CompileEnsemble() {
+// `trees` are those of the ensemble, packed, where there is such a copy.
+void TreeLearner::CompileEnsemble(std::shared_ptr<const PackedTrees> trees) {
     // Groups that were filled one by one lie scattered; copied, they lie side by side.
-    std::vector<std::vector<TreeCR*>> packed(TreeVV);
-    TreeVV.swap(packed);
-    scoringForm = ScoringForm::Make(*this);
+    std::vector<std::vector<TreeCR*>> together(TreeVV);
+    TreeVV.swap(together);
+    scoringForm = ScoringForm::Make(*this, std::move(trees));
 }

@@ -12,8 +12,10 @@
 // TreeVV and StepLengthV are anybody's to change, so each use of the compiled form is preceded by a
 // look at whether they hold what was compiled. Nodes are not looked at.
 struct TreeLearner::ScoringForm {
-    // Null where the ensemble is to be scored in the plain form.
-    static std::shared_ptr<const ScoringForm> Make(const TreeLearner& learner);
+    // Null where the trees are to be walked one by one. `trees` is a packed copy of the learner's
+    // trees, or null.
+    static std::shared_ptr<const ScoringForm> Make(
+        const TreeLearner& learner, std::shared_ptr<const sylvora::engine::PackedTrees> trees);
 
     bool IsOf(const TreeLearner& learner) const;
 
@@ -28,6 +30,7 @@ struct TreeLearner::ScoringForm {
     std::vector<size_t> groupSizeV;
     bool fSingles = true;  // every group has one tree
     std::vector<const TreeCR*> treeV;
+    std::shared_ptr<const sylvora::engine::PackedTrees> packedTrees;  // the learner's
 };
 
 #endif  // SYLVORA_TREELEARNER_SCORINGFORM_H

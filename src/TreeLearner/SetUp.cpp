@@ -6,6 +6,7 @@
 #include "../god/Truncation.h"
 #include "Arrays.h"
 #include "EngineRun.h"
+#include "EnsembleView.h"
 
 using sylvora::AllocateArray;
 using sylvora::Fail;
@@ -176,6 +177,7 @@ void TreeLearner::FreeTrees() {
     TreeGroup.clear();
     TreeVV.clear();
     retiredV.clear();
+    packedTrees.reset();
     scoringForm.reset();
 }
 
@@ -187,7 +189,13 @@ void TreeLearner::RetireTrees() {
     retiredV.erase(std::unique(retiredV.begin(), retiredV.end()), retiredV.end());
     TreeVV.clear();
     TreeGroup.clear();
+    packedTrees.reset();
     scoringForm.reset();
+}
+
+void TreeLearner::ReleaseTrees() {
+    FreeTrees();
+    StepLengthV.clear();
 }
 
 void TreeLearner::setProgress(ProgressFuncType function, void* context) {
@@ -196,9 +204,11 @@ void TreeLearner::setProgress(ProgressFuncType function, void* context) {
 }
 
 int TreeLearner::getTreeNum() const {
-    size_t numTrees = 0;
-    for (const auto& group : TreeVV) numTrees += group.size();
-    return static_cast<int>(numTrees);
+    return static_cast<int>(sylvora::EnsembleView(*this).NumTrees());
+}
+
+int TreeLearner::getGroupNum() const {
+    return static_cast<int>(sylvora::EnsembleView(*this).NumGroups());
 }
 
 int TreeLearner::Sampling() {

@@ -1,11 +1,13 @@
 // The trees of a round, and the step of the predictions along them.
 #include <memory>
+#include <utility>
 
 #include "../TreeLearner.h"
 #include "../claim.h"
 #include "../god/Report.h"
 #include "../god/Workers.h"
 #include "EngineRun.h"
+#include "EnsembleView.h"
 
 using sylvora::Fail;
 
@@ -46,11 +48,33 @@ int TreeLearner::GrowTree(int treeId, bool fThreaded) {
             return Fail("ERROR: Failed when TreeCR grows!\n");
         }
         const sylvora::Locked lock(generateTree_mutex);
-        TreeGroup.push_back(tree.get());
-        tree.release();
-        ++GroupTreeCnt;
+        KeepTree(std::move(tree));
+        numDrawn = num;
         return 0;
     });
+}
+
+// Packed trees go where they stay, but for a copy of the first as a record: the predictions are
+// stepped along it.
+void TreeLearner::KeepTree(std::unique_ptr<TreeCR> tree) {
+    if (packedTrees) packedTrees->treeV.push_back(sylvora::Pack(*tree));
+    if (!packedTrees || TreeGroup.empty()) {
+        TreeGroup.push_back(tree.get());
+        tree.release();
+    }
+    ++GroupTreeCnt;
+    ++numGrown;
+}
+
+// The round's trees become a group of the ensemble.
+void TreeLearner::EndGroup() {
+    if (!packedTrees) {
+        TreeVV.push_back(TreeGroup);
+        return;
+    }
+    packedTrees->EndGroup();
+    for (TreeCR* tree : TreeGroup) delete tree;
+    TreeGroup.clear();
 }
 
 int TreeLearner::GenerateTree() {

@@ -22,15 +22,15 @@ bool IsPlainNumber(double value) {
     return value == value || std::memcmp(&value, &made, sizeof value) == 0;
 }
 
-bool CanScore(const SourceNode& leaf, int numClass) {
-    if (numClass == 0) return IsPlainNumber(leaf.value);
-    const int cls = Truncate<int>(leaf.value);
+bool CanScore(const PackedNode& leaf, int numClass) {
+    if (numClass == 0) return IsPlainNumber(leaf.avgPredict);
+    const int cls = Truncate<int>(leaf.avgPredict);
     return cls >= 0 && cls < numClass;
 }
 
 // The depth of a tree; -1 if it is none: sons come after their parent and have only one.
 int MeasureDepth(const EnsembleSource& source, size_t tree) {
-    const SourceNode* nodes = source.Tree(tree);
+    const PackedNode* nodes = source.Tree(tree);
     const int numNodes = static_cast<int>(source.NumNodes(tree));
     std::vector<int> depthV(source.NumNodes(tree), -1);  // -1: no way leads there
     if (depthV.empty()) return -1;
@@ -38,12 +38,12 @@ int MeasureDepth(const EnsembleSource& source, size_t tree) {
     int deepest = 0;
     for (int k = 0; k < numNodes; ++k) {
         const int depth = depthV[static_cast<size_t>(k)];
-        const SourceNode& node = nodes[k];
+        const PackedNode& node = nodes[k];
         if (depth < 0) continue;
         deepest = std::max(deepest, depth);
         if (node.IsLeaf() && !CanScore(node, source.numClass)) return -1;
         if (node.IsLeaf()) continue;
-        if (node.splitFea >= source.dimFea) return -1;
+        if (node.splitFea < 0 || node.splitFea >= source.dimFea) return -1;
         for (const int son : {node.lson, node.rson}) {
             if (son <= k || son >= numNodes || depthV[static_cast<size_t>(son)] >= 0) return -1;
             depthV[static_cast<size_t>(son)] = depth + 1;
@@ -100,12 +100,11 @@ std::unique_ptr<const CompiledEnsemble> Compiler::Run(const BlockKernel& kernel)
 }
 
 bool Compiler::CheckGroups() const {
-    size_t numTrees = 0;
-    for (const EnsembleSource::Group& group : source.groupV) {
-        if (!IsPlainNumber(group.shrink)) return false;
-        numTrees += group.numTrees;
+    for (const float shrink : source.shrinkV) {
+        if (!IsPlainNumber(shrink)) return false;
     }
-    return numTrees == source.NumTrees() && numTrees < std::numeric_limits<int>::max();
+    return source.shrinkV.size() == source.trees->NumGroups() &&
+           source.NumTrees() < std::numeric_limits<int>::max();
 }
 
 bool Compiler::MeasureTrees() {
@@ -247,9 +246,11 @@ void Compiler::CutGroups() {
     std::vector<GroupPiece>& pieceV = compiled->pieceV;
     Bundle* bundle = compiled->bundleV.data();
     size_t tree = 0;
-    for (const EnsembleSource::Group& group : source.groupV) {
-        compiled->shrinkV.insert(compiled->shrinkV.end(), group.numTrees, group.shrink);
-        const size_t endTree = tree + group.numTrees;
+    for (size_t g = 0; g < source.shrinkV.size(); ++g) {
+        const double shrink = source.shrinkV[g];
+        const size_t numGroupTrees = source.trees->GroupSize(g);
+        compiled->shrinkV.insert(compiled->shrinkV.end(), numGroupTrees, shrink);
+        const size_t endTree = tree + numGroupTrees;
         do {
             if (tree < endTree && tree == bundle->EndTree()) {
                 bundle->endPiece = pieceV.size();
@@ -258,13 +259,12 @@ void Compiler::CutGroups() {
             const size_t first = tree;
             tree = std::min(endTree, bundle->EndTree());
             const int numTrees = static_cast<int>(tree - first);
-            const bool fSingle = group.numTrees == 1;
+            const bool fSingle = numGroupTrees == 1;
             if (fSingle && pieceV.size() > bundle->firstPiece && pieceV.back().fSingles) {
                 ++pieceV.back().numTrees;
             } else {
                 pieceV.push_back({static_cast<int>(first - bundle->firstTree), numTrees, fSingle,
-                                  tree == endTree, group.shrink,
-                                  static_cast<double>(group.numTrees)});
+                                  tree == endTree, shrink, static_cast<double>(numGroupTrees)});
             }
         } while (tree < endTree);
     }

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "NarrowSplit.h"
+
 namespace sylvora {
 namespace engine {
 
@@ -37,7 +39,8 @@ struct GrownNode {
     int countL = 0;
     double gradAll = 0.0;
     int wgtAll = 0;
-    int majority = -1;  // classification: the class of the most rows
+    int majority = -1;     // classification: the class of the most rows
+    bool fNarrow = false;  // of the split; see NarrowSplit.h
 };
 
 // A cut with its threshold, as the plain form records it.
@@ -45,12 +48,14 @@ struct SplitPoint {
     int column = -1;
     double threshold = -1.0;
     int countL = 0;
+    bool fNarrow = false;     // see NarrowSplit.h
     bool fSlicesTrue = true;  // rows at or below the threshold are exactly those of the left part
 
     // Puts the threshold between the neighbouring values `low` and `high`; false where it is not:
     // the midpoint of neighbouring doubles can round up to the higher one, or overflow.
     bool SetThreshold(double low, double high) {
         threshold = (low + high) * 0.5;
+        fNarrow = IsNarrow(low, high);
         return low <= threshold && threshold < high;
     }
 
@@ -75,6 +80,7 @@ inline void CutSlice(const GrownNode& node, int countL, GrownNode (&sons)[2]) {
 inline void RecordSplit(const SplitPoint& split, int firstSon, GrownNode& node) {
     node.splitFea = split.column;
     node.splitElemFea = split.threshold;
+    node.fNarrow = split.fNarrow;
     node.countL = split.countL;
     node.lson = firstSon;
     node.rson = firstSon + 1;

@@ -17,11 +17,11 @@ constexpr int kStride = 4;
 
 // A pair of sons is placed right behind its parent's, or behind all that lies below its left
 // neighbour: going left mostly stays in the cache line.
-bool WalkedTrees::Append(const SourceNode* nodes, size_t numNodes, uint32_t& root) {
+bool WalkedTrees::Append(const PackedNode* nodes, size_t numNodes, uint32_t& root) {
     constexpr size_t kMostNodes = std::numeric_limits<uint32_t>::max();
     if (numNodes > kMostNodes || nodeV.size() > kMostNodes - numNodes - 1) return false;
-    std::vector<std::pair<const SourceNode*, uint32_t>> todoV;  // a node and its place
-    const auto append = [&](const SourceNode* source) {
+    std::vector<std::pair<const PackedNode*, uint32_t>> todoV;  // a node and its place
+    const auto append = [&](const PackedNode* source) {
         todoV.push_back({source, static_cast<uint32_t>(nodeV.size())});
         nodeV.push_back({});
         valueV.push_back(0.0);
@@ -33,7 +33,7 @@ bool WalkedTrees::Append(const SourceNode* nodes, size_t numNodes, uint32_t& roo
         todoV.pop_back();
         if (source->IsLeaf()) {
             nodeV[at] = {std::numeric_limits<double>::quiet_NaN(), 0, at};
-            valueV[at] = source->value;
+            valueV[at] = source->avgPredict;
             continue;
         }
         const uint32_t right = static_cast<uint32_t>(nodeV.size()) + 1;

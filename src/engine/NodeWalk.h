@@ -25,7 +25,7 @@ struct WalkNode {
 class WalkedTrees {
   public:
     // Appends a tree and returns its root. False where nodes can no longer be counted by 32 bits.
-    bool Append(const SourceNode* nodes, size_t numNodes, uint32_t& root);
+    bool Append(const PackedNode* nodes, size_t numNodes, uint32_t& root);
 
     // Walks `num` times, row rowV[i] from the root atV[i], and leaves the leaves in atV.
     void Walk(const double* const* rowV, uint32_t* atV, int num) const;

@@ -12,11 +12,11 @@ constexpr int kChunkLevels = 3;
 
 }  // namespace
 
-PaddedTree::PaddedTree(const SourceNode* nodes, int treeDepth)
+PaddedTree::PaddedTree(const PackedNode* nodes, int treeDepth)
     : depth(treeDepth), nodeV(size_t{2} << treeDepth, nullptr) {
     nodeV[1] = nodes;
     for (size_t i = 1; i < nodeV.size(); ++i) {
-        const SourceNode*& node = nodeV[i];
+        const PackedNode*& node = nodeV[i];
         if (node == nullptr) continue;
         // No value is at most NaN: such a test is none.
         while (!node->IsLeaf() && std::isnan(node->splitElemFea)) node = nodes + node->rson;
@@ -37,7 +37,7 @@ void PaddedTree::FillRowTests(const ThresholdCodes& codes, int lane, RowTests* t
 
 void PaddedTree::AppendValues(LineVector<double>& valueV) const {
     for (size_t i = End(); i < nodeV.size(); ++i) {
-        valueV.push_back(nodeV[i] != nullptr ? nodeV[i]->value : 0.0);
+        valueV.push_back(nodeV[i] != nullptr ? nodeV[i]->avgPredict : 0.0);
     }
 }
 

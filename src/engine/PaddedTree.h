@@ -18,7 +18,7 @@ namespace engine {
 class PaddedTree {
   public:
     // `depth` is at least that of the tree.
-    PaddedTree(const SourceNode* nodes, int depth);
+    PaddedTree(const PackedNode* nodes, int depth);
 
     int Depth() const { return depth; }
     // Calls visit(splitFea, threshold) for each test.
@@ -42,7 +42,7 @@ class PaddedTree {
     ChunkTests Tests(const ThresholdCodes& codes, size_t top, int numLevels) const;
 
     int depth;
-    std::vector<const SourceNode*> nodeV;  // by position; null where no row arrives
+    std::vector<const PackedNode*> nodeV;  // by position; null where no row arrives
 };
 
 }  // namespace engine

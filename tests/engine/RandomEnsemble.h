@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <limits>
+#include <memory>
 #include <random>
 #include <string>
 #include <utility>
@@ -37,9 +38,11 @@ class RandomEnsemble {
         source.numClass = shape.numClass;
         for (size_t g = 0; g < shape.numGroups; ++g) {
             const size_t numTrees = shape.groupV[g % shape.groupV.size()];
-            source.groupV.push_back({numTrees, static_cast<float>(Real() - 0.3)});
+            source.shrinkV.push_back(static_cast<float>(Real() - 0.3));
             for (size_t t = 0; t < numTrees; ++t) GrowTree();
+            trees->EndGroup();
         }
+        source.trees = trees;
     }
 
     engine::EnsembleSource source;
@@ -75,9 +78,8 @@ class RandomEnsemble {
         const int kind = Below(8);
         if (kind == 0) return std::nan("");
         if (kind == 1) return Hostile();
-        if (kind == 2 || source.nodeV.empty()) return (Real() - 0.5) * shape.numValues;
-        const size_t node = random() % source.nodeV.size();
-        const double threshold = source.nodeV[node].splitElemFea;
+        if (kind == 2 || thresholdV.empty()) return (Real() - 0.5) * shape.numValues;
+        const double threshold = thresholdV[random() % thresholdV.size()];
         if (kind == 3) return std::nextafter(threshold, kInfinity);
         return kind == 4 ? std::nextafter(threshold, -kInfinity) : threshold;
     }
@@ -89,36 +91,41 @@ class RandomEnsemble {
     }
 
     void GrowTree() {
-        const size_t first = source.nodeV.size();
-        source.firstNodeV.push_back(first);
-        std::vector<std::pair<size_t, int>> todoV = {{first, 0}};  // breadth first
-        source.nodeV.push_back({});
-        for (size_t k = 0; k < todoV.size(); ++k) {
-            const auto [at, depth] = todoV[k];
+        std::vector<engine::PackedNode> nodeV(1);
+        std::vector<int> depthV = {0};  // breadth first
+        for (size_t k = 0; k < nodeV.size(); ++k) {
+            const int depth = depthV[k];
             const bool fLeaf =
                 depth == shape.maxDepth || (shape.fChain ? (k % 2 == 1) : Real() < shape.leafShare);
-            const int lson = static_cast<int>(source.nodeV.size() - first);
-            source.nodeV[at] = {fLeaf ? -1 : Below(shape.dimFea), fLeaf ? -1 : lson,
-                                fLeaf ? -1 : lson + 1, Threshold(), LeafValue()};
+            const int lson = static_cast<int>(nodeV.size());
+            engine::PackedNode& node = nodeV[k];
+            node.fLeaf = fLeaf;
+            node.splitFea = fLeaf ? -1 : Below(shape.dimFea);
+            node.lson = fLeaf ? -1 : lson;
+            node.rson = fLeaf ? -1 : lson + 1;
+            node.splitElemFea = Threshold();
+            node.avgPredict = LeafValue();
+            thresholdV.push_back(node.splitElemFea);
             if (fLeaf) continue;
-            for (int son = 0; son < 2; ++son) {
-                todoV.push_back({source.nodeV.size(), depth + 1});
-                source.nodeV.push_back({});
-            }
+            nodeV.resize(nodeV.size() + 2);
+            depthV.resize(nodeV.size(), depth + 1);
         }
+        trees->treeV.emplace_back(nodeV.data(), nodeV.size(), 0);
     }
 
     Shape shape;
     std::mt19937_64 random;
+    std::shared_ptr<engine::PackedTrees> trees = std::make_shared<engine::PackedTrees>();
+    std::vector<double> thresholdV;  // of all nodes so far
 };
 
 inline double LeafValueOf(const engine::EnsembleSource& source, size_t tree, const double* row) {
-    const engine::SourceNode* nodes = source.Tree(tree);
-    const engine::SourceNode* node = nodes;
+    const engine::PackedNode* nodes = source.Tree(tree);
+    const engine::PackedNode* node = nodes;
     while (!node->IsLeaf()) {
         node = nodes + (row[node->splitFea] <= node->splitElemFea ? node->lson : node->rson);
     }
-    return node->value;
+    return node->avgPredict;
 }
 
 // With every tree of a classification voting.
@@ -127,10 +134,11 @@ inline double ScoreOf(const engine::EnsembleSource& source, const double* row) {
     std::vector<int> countV(static_cast<size_t>(source.numClass), 0);
     int highest = 0;
     size_t tree = 0;
-    for (const auto& group : source.groupV) {
+    for (size_t g = 0; g < source.shrinkV.size(); ++g) {
+        const size_t numTrees = source.trees->GroupSize(g);
         double sum = 0.0;
         double winner = 0.0;
-        for (size_t j = 0; j < group.numTrees; ++j) {
+        for (size_t j = 0; j < numTrees; ++j) {
             const double value = LeafValueOf(source, tree++, row);
             sum += value;
             if (source.numClass == 0) continue;
@@ -138,8 +146,8 @@ inline double ScoreOf(const engine::EnsembleSource& source, const double* row) {
             if (count > highest) winner = value;
             highest = std::max(highest, count);
         }
-        const double mean = sum / static_cast<double>(group.numTrees);
-        result += group.shrink * (source.numClass == 0 ? mean : winner);
+        const double mean = sum / static_cast<double>(numTrees);
+        result += source.shrinkV[g] * (source.numClass == 0 ? mean : winner);
     }
     return result;
 }
@@ -148,21 +156,21 @@ inline double ScoreOf(const engine::EnsembleSource& source, const double* row) {
 inline std::string ModelText(const engine::EnsembleSource& source) {
     std::ostringstream out;
     out.precision(17);
-    out << source.groupV.size() << ' ' << source.numClass << ' ' << source.dimFea
+    out << source.shrinkV.size() << ' ' << source.numClass << ' ' << source.dimFea
         << "\n1 1 64 6 5 0 Square DOC GBDT\n";
     for (int j = 0; j < source.dimFea; ++j) out << "0 ";
     size_t tree = 0;
-    for (size_t g = 0; g < source.groupV.size(); ++g) {
-        out << "\nidxTreeArray: " << g << " size: " << source.groupV[g].numTrees
-            << " shrink: " << source.groupV[g].shrink;
-        for (size_t j = 0; j < source.groupV[g].numTrees; ++j, ++tree) {
+    for (size_t g = 0; g < source.shrinkV.size(); ++g) {
+        out << "\nidxTreeArray: " << g << " size: " << source.trees->GroupSize(g)
+            << " shrink: " << source.shrinkV[g];
+        for (size_t j = 0; j < source.trees->GroupSize(g); ++j, ++tree) {
             out << "\n0 " << source.NumNodes(tree);
             for (size_t k = 0; k < source.NumNodes(tree); ++k) {
-                const engine::SourceNode& node = source.Tree(tree)[k];
+                const engine::PackedNode& node = source.Tree(tree)[k];
                 out << '\n'
                     << k << (node.IsLeaf() ? " TERMINAL " : " INTERMEDIATE ") << node.splitFea
                     << ' ' << node.splitElemFea << ' ' << node.lson << ' ' << node.rson << ' '
-                    << node.value;
+                    << node.avgPredict;
             }
         }
     }

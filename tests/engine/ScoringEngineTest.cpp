@@ -17,7 +17,7 @@ namespace {
 using engine::BlockKernel;
 using engine::CompiledEnsemble;
 using engine::EnsembleSource;
-using engine::SourceNode;
+using engine::PackedNode;
 
 std::vector<const BlockKernel*> Kernels() {
     std::vector<const BlockKernel*> kernelV;
@@ -69,16 +69,16 @@ void CheckRow(const EnsembleSource& source, const CompiledEnsemble& compiled, co
         }
     }
     if (source.numClass > 0) return;
-    std::vector<double> meanV(source.groupV.size() + 1, 12.5);
+    std::vector<double> meanV(source.shrinkV.size() + 1, 12.5);
     ASSERT_TRUE(SameBits(engine::ScoreRow(compiled, row, nullptr), ScoreOf(source, row)));
     ASSERT_TRUE(SameBits(engine::ScoreRow(compiled, row, meanV.data()), ScoreOf(source, row)));
     size_t tree = 0;
-    for (size_t g = 0; g < source.groupV.size(); ++g) {
+    for (size_t g = 0; g < source.shrinkV.size(); ++g) {
         double sum = 0.0;
-        for (size_t j = 0; j < source.groupV[g].numTrees; ++j) {
+        for (size_t j = 0; j < source.trees->GroupSize(g); ++j) {
             sum += LeafValueOf(source, tree++, row);
         }
-        const double mean = sum / static_cast<double>(source.groupV[g].numTrees);
+        const double mean = sum / static_cast<double>(source.trees->GroupSize(g));
         ASSERT_TRUE(SameBits(meanV[g], mean)) << "group " << g;
     }
     ASSERT_EQ(meanV.back(), 12.5);
@@ -146,35 +146,50 @@ TEST(ScoringEngine, CodesShallowTreesAndWalksTheOthers) {
 
 TEST(ScoringEngine, LeavesWhatIsNoTreeToThePlainForm) {
     const double kOtherNan = -std::nan("1");
-    const SourceNode leaf = {-1, -1, -1, 0.0, 1.0};
+    const auto leaf = [](double value) {
+        PackedNode node;
+        node.avgPredict = value;
+        return node;
+    };
+    const auto inner = [](int column, int lson, int rson) {
+        PackedNode node;
+        node.fLeaf = false;
+        node.splitFea = column;
+        node.lson = lson;
+        node.rson = rson;
+        return node;
+    };
     const struct {
         const char* fault;
         int numClass;
-        std::vector<SourceNode> nodeV;
+        std::vector<PackedNode> nodeV;
     } cases[] = {
         {"no nodes", 0, {}},
-        {"son outside", 0, {{0, 1, 3, 0.5, 0.0}, leaf, leaf}},
-        {"negative son", 0, {{0, -1, 2, 0.5, 0.0}, leaf, leaf}},
-        {"circle", 0, {{0, 1, 2, 0.5, 0.0}, {0, 0, 2, 0.5, 0.0}, leaf}},
-        {"shared son", 0, {{0, 1, 1, 0.5, 0.0}, leaf}},
-        {"feature outside", 0, {{2, 1, 2, 0.5, 0.0}, leaf, leaf}},
-        {"class too high", 2, {{-1, -1, -1, 0.0, 2.0}}},
-        {"class too low", 2, {{-1, -1, -1, 0.0, -1.0}}},
-        {"class is no number", 2, {{-1, -1, -1, 0.0, std::nan("")}}},
-        {"a NaN that tells operands apart", 0, {{-1, -1, -1, 0.0, kOtherNan}}},
+        {"child outside", 0, {inner(0, 1, 3), leaf(1), leaf(1)}},
+        {"negative child", 0, {inner(0, -1, 2), leaf(1), leaf(1)}},
+        {"circle", 0, {inner(0, 1, 2), inner(0, 0, 2), leaf(1)}},
+        {"shared child", 0, {inner(0, 1, 1), leaf(1)}},
+        {"feature outside", 0, {inner(2, 1, 2), leaf(1), leaf(1)}},
+        {"no feature", 0, {inner(-1, 1, 2), leaf(1), leaf(1)}},
+        {"class too high", 2, {leaf(2)}},
+        {"class too low", 2, {leaf(-1)}},
+        {"class is no number", 2, {leaf(std::nan(""))}},
+        {"a NaN that tells operands apart", 0, {leaf(kOtherNan)}},
     };
     for (const auto& c : cases) {
         EnsembleSource source;
         source.dimFea = 2;
         source.numClass = c.numClass;
-        source.groupV = {{1, 0.1}};
-        source.firstNodeV = {0};
-        source.nodeV = c.nodeV;
+        source.shrinkV = {0.1f};
+        auto trees = std::make_shared<engine::PackedTrees>();
+        trees->treeV.emplace_back(c.nodeV.data(), c.nodeV.size(), 0);
+        trees->EndGroup();
+        source.trees = trees;
         EXPECT_EQ(CompiledEnsemble::Compile(source, *engine::FindKernel("baseline")), nullptr)
             << c.fault;
     }
     EnsembleSource source = RandomEnsemble(Shape(), 1).source;
-    source.groupV[1].shrink = kOtherNan;
+    source.shrinkV[1] = std::nanf("1");
     EXPECT_EQ(CompiledEnsemble::Compile(source, *engine::FindKernel("baseline")), nullptr);
 }
 

@@ -6,7 +6,7 @@
 #include <fstream>
 #include <limits>
 
-namespace sylvora::frontend {
+namespace sylvora {
 namespace {
 
 constexpr double kNoLimit = std::numeric_limits<double>::infinity();
@@ -37,4 +37,4 @@ double UsableMemory() {
     return std::min(present, MemoryOfControlGroup({}));
 }
 
-}  // namespace sylvora::frontend
+}  // namespace sylvora

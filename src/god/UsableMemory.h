@@ -1,10 +1,10 @@
 // How much memory this process may use.
-#ifndef SYLVORA_FRONTEND_USABLEMEMORY_H
-#define SYLVORA_FRONTEND_USABLEMEMORY_H
+#ifndef SYLVORA_GOD_USABLEMEMORY_H
+#define SYLVORA_GOD_USABLEMEMORY_H
 
-#include "god/ControlGroups.h"
+#include "ControlGroups.h"
 
-namespace sylvora::frontend {
+namespace sylvora {
 
 // The machine's memory, or what its control group (a container's limit) allows if that is less; in
 // bytes.
@@ -13,6 +13,6 @@ double UsableMemory();
 // The limit of the control groups found there in bytes, the lowest of all; infinite: no limit.
 double MemoryOfControlGroup(const ControlGroupPlaces& places);
 
-}  // namespace sylvora::frontend
+}  // namespace sylvora
 
-#endif  // SYLVORA_FRONTEND_USABLEMEMORY_H
+#endif  // SYLVORA_GOD_USABLEMEMORY_H

@@ -1,0 +1,49 @@
+// A learner's trees; see EnsembleView.h.
+#include "EnsembleView.h"
+
+#include "../TreeLearner.h"
+
+namespace sylvora {
+namespace {
+
+engine::PackedNode PackNode(const NodeCR& node) {
+    engine::PackedNode packed;
+    packed.splitElemFea = node.splitElemFea;
+    packed.avgPredict = node.avgPredict;
+    packed.splitFea = node.splitFea;
+    packed.lson = node.lson;
+    packed.rson = node.rson;
+    packed.fLeaf = IsLeaf(node);
+    packed.fNarrow = node.fNarrowSplit;
+    return packed;
+}
+
+}  // namespace
+
+engine::PackedNode TreeView::Node(size_t k) const {
+    return packed ? packed->nodeV[k] : PackNode(*records->NodeV[k]);
+}
+
+const char* TreeView::Status(size_t k) const {
+    if (packed == nullptr) return records->NodeV[k]->status.c_str();
+    return packed->nodeV[k].fLeaf ? "TERMINAL" : "INTERMEDIATE";
+}
+
+EnsembleView::EnsembleView(const TreeLearner& learner)
+    : groupV(learner.TreeVV), packed(learner.packedTrees.get()) {}
+
+size_t EnsembleView::NumTrees() const {
+    if (packed != nullptr) return packed->treeV.size();
+    size_t numTrees = 0;
+    for (const auto& group : groupV) numTrees += group.size();
+    return numTrees;
+}
+
+engine::PackedTree Pack(const TreeCR& tree) {
+    std::vector<engine::PackedNode> nodeV;
+    nodeV.reserve(tree.NodeV.size());
+    for (const NodeCR* node : tree.NodeV) nodeV.push_back(PackNode(*node));
+    return {nodeV.data(), nodeV.size(), tree.depth};
+}
+
+}  // namespace sylvora

@@ -1,0 +1,74 @@
+// A learner's trees as they are read from, whichever way they are kept: as records in TreeVV, or
+// packed (TreeLearner::setPackedTrees). Views borrow: they last as long as the trees do.
+#ifndef SYLVORA_TREELEARNER_ENSEMBLEVIEW_H
+#define SYLVORA_TREELEARNER_ENSEMBLEVIEW_H
+
+#include <cstddef>
+#include <vector>
+
+#include "../Tree.h"
+#include "../Tree/Walk.h"
+#include "../engine/PackedTrees.h"
+
+class TreeLearner;
+
+namespace sylvora {
+
+class TreeView {
+  public:
+    explicit TreeView(const TreeCR& tree) : records(&tree) {}
+    explicit TreeView(const engine::PackedTree& tree) : packed(&tree) {}
+
+    size_t NumNodes() const { return packed ? packed->numNodes : records->NodeV.size(); }
+    int Depth() const { return packed ? packed->depth : records->depth; }
+    engine::PackedNode Node(size_t k) const;
+    // As in the model file; of a record whatever it holds.
+    const char* Status(size_t k) const;
+    // As of TreeCR.
+    double Predict(const double* feaV) const {
+        return Walk([feaV](const auto& at) { return PredictRow(at, feaV); });
+    }
+    double FeatureAnalPredict(const double* feaV, const ColumnCredit& credit, double label_exp,
+                              double stepsize) const {
+        return Walk(
+            [&](const auto& at) { return CreditRow(at, feaV, credit, label_exp, stepsize); });
+    }
+
+  private:
+    template <typename Walker>
+    double Walk(const Walker& walker) const {
+        if (packed != nullptr) {
+            const engine::PackedNode* nodes = packed->nodeV.get();
+            return walker([nodes](int k) -> const engine::PackedNode& { return nodes[k]; });
+        }
+        const std::vector<NodeCR*>& nodeV = records->NodeV;
+        return walker([&nodeV](int k) -> const NodeCR& { return *nodeV[static_cast<size_t>(k)]; });
+    }
+
+    const TreeCR* records = nullptr;  // one of the two is set
+    const engine::PackedTree* packed = nullptr;
+};
+
+class EnsembleView {
+  public:
+    explicit EnsembleView(const TreeLearner& learner);
+
+    size_t NumGroups() const { return packed ? packed->NumGroups() : groupV.size(); }
+    size_t GroupSize(size_t g) const { return packed ? packed->GroupSize(g) : groupV[g].size(); }
+    size_t NumTrees() const;
+    TreeView Tree(size_t g, size_t t) const {
+        return packed ? TreeView(packed->treeV[packed->GroupBegin(g) + t])
+                      : TreeView(*groupV[g][t]);
+    }
+
+  private:
+    const std::vector<std::vector<TreeCR*>>& groupV;
+    const engine::PackedTrees* packed;  // null: the trees are in groupV
+};
+
+// Throws std::bad_alloc.
+engine::PackedTree Pack(const TreeCR& tree);
+
+}  // namespace sylvora
+
+#endif  // SYLVORA_TREELEARNER_ENSEMBLEVIEW_H

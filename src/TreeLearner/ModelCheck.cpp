@@ -1,0 +1,108 @@
+// Comparing a model file with the ensemble in memory; see ModelCheck.h.
+#include "ModelCheck.h"
+
+#include <cstddef>
+#include <vector>
+
+#include "../god/Report.h"
+#include "EnsembleView.h"
+#include "ModelParser.h"
+#include "RoundedNumber.h"
+
+namespace sylvora {
+namespace {
+
+class ComparingSink : public ModelSink {
+  public:
+    ComparingSink(const TreeLearner& learner, const TreeLearner& read, int numDigits)
+        : trees(learner),
+          shrinkV(learner.StepLengthV),
+          readV(read.StepLengthV),
+          digits(numDigits) {}
+
+    int BeginGroup() override {
+        if (fOpen && tree != trees.GroupSize(group)) return Differ("has another number of trees");
+        if (fOpen) ++group;
+        fOpen = true;
+        tree = 0;
+        if (group >= trees.NumGroups()) return Differ("is one too many");
+        const float wanted = static_cast<float>(RoundToDigits(shrinkV[group], digits));
+        return readV[group] == wanted ? 0 : Differ("has another shrink");
+    }
+
+    int TakeTree(const std::vector<engine::PackedNode>& nodeV, size_t) override {
+        if (tree >= trees.GroupSize(group)) return Differ("has another number of trees");
+        const TreeView wanted = trees.Tree(group, tree);
+        if (nodeV.size() != wanted.NumNodes()) return Differ("has another number of nodes");
+        for (size_t k = 0; k < nodeV.size(); ++k) {
+            if (!IsSame(nodeV[k], wanted.Node(k))) return Differ(Text("node ", k, " is another"));
+        }
+        ++tree;
+        return 0;
+    }
+
+    // Whether everything has come.
+    int Finish() {
+        const size_t numGroups = fOpen ? group + 1 : 0;
+        const bool fAll = !fOpen || tree == trees.GroupSize(group);
+        return fAll && numGroups == trees.NumGroups() ? 0 : Differ("is the last");
+    }
+
+  private:
+    bool IsSame(const engine::PackedNode& read, const engine::PackedNode& wanted) const {
+        return read.fLeaf == wanted.fLeaf && read.splitFea == wanted.splitFea &&
+               read.lson == wanted.lson && read.rson == wanted.rson &&
+               read.splitElemFea == RoundToDigits(wanted.splitElemFea, digits) &&
+               read.avgPredict == RoundToDigits(wanted.avgPredict, digits);
+    }
+    int Differ(const std::string& how) const {
+        return Fail("ERROR: read back, group ", group, ", tree ", tree, " of the model: ", how,
+                    "\n");
+    }
+
+    const EnsembleView trees;
+    const VecFt& shrinkV;
+    const VecFt& readV;
+    const int digits;
+    bool fOpen = false;  // a group has begun
+    size_t group = 0;
+    size_t tree = 0;  // the next one of the group
+};
+
+// The first lines: counts, parameters, means.
+int CompareHead(const TreeLearner& learner, const TreeLearner& read, int digits) {
+    const auto differ = [](const char* what) {
+        return Fail("ERROR: read back, ", what, " of the model is another\n");
+    };
+    if (read.numClass != learner.numClass || read.dimFea != learner.dimFea) {
+        return differ("the number of classes or columns");
+    }
+    const CheckCfgCLS& a = learner.CfgInfo;
+    const CheckCfgCLS& b = read.CfgInfo;
+    const auto isSame = [digits](double wanted, double is) {
+        return RoundToDigits(wanted, digits) == is;
+    };
+    if (!isSame(a.valSmpRt, b.valSmpRt) || !isSame(a.ratio, b.ratio) ||
+        !isSame(a.valTau, b.valTau) || a.maxLeaf != b.maxLeaf || a.maxDepth != b.maxDepth ||
+        a.numBound != b.numBound || a.lossFunc != b.lossFunc || a.randomMode != b.randomMode ||
+        a.modelType != b.modelType) {
+        return differ("a parameter");
+    }
+    for (int j = 0; j < learner.dimFea; ++j) {
+        if (!isSame(learner.featureMean[j], read.featureMean[j])) return differ("a column mean");
+    }
+    return 0;
+}
+
+}  // namespace
+
+int CheckModelFile(const std::string& file, const TreeLearner& learner, int digits) {
+    ModelSource source(file);
+    if (!source.IsOpen() || source.IsEmpty()) return Fail("ERROR: Cannot open model file!\n");
+    TreeLearner read;
+    ComparingSink sink(learner, read, digits);
+    if (ParseHead(source, read) != 0 || CompareHead(learner, read, digits) != 0) return -1;
+    return ParseGroups(source, read, sink) == 0 ? sink.Finish() : -1;
+}
+
+}  // namespace sylvora

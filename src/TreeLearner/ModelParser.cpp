@@ -1,0 +1,168 @@
+// Parsing a model; see ModelParser.h.
+#include "ModelParser.h"
+
+#include <algorithm>
+#include <string>
+
+#include "../god/NumberParsing.h"
+#include "../god/Report.h"
+#include "../god/Truncation.h"
+#include "Arrays.h"
+
+namespace sylvora {
+namespace {
+
+const char kWrongFormat[] = "ERROR: Wrong model format!\n";
+
+// Counts in a file are not trusted with memory: room is made for so many things more than have been
+// read, then for twice as many.
+size_t Ahead(size_t numRead, int count) {
+    constexpr size_t kAhead = 1024;
+    return std::min(static_cast<size_t>(count), 2 * numRead + kAhead);
+}
+
+int ReadHeader(ModelSource& source, TreeLearner& learner) {
+    int nTreeArray = 0;
+    source >> nTreeArray >> learner.numClass >> learner.dimFea;
+    learner.numTree = nTreeArray;
+    if (nTreeArray < 0 || learner.dimFea < 0) return Fail(kWrongFormat);
+    if (learner.numClass < 0) {
+        return Fail(
+            "ERROR: Wrong model format at line 1 of the model, numClass must be nonnegtive\n!\n");
+    }
+    CheckCfgCLS& c = learner.CfgInfo;
+    c.fRegCls = learner.numClass != 0 ? "CLS" : "REG";
+    source >> c.valSmpRt >> c.ratio >> c.maxLeaf >> c.maxDepth >> c.numBound >> c.valTau >>
+        c.lossFunc >> c.randomMode >> c.modelType;
+    return 0;
+}
+
+// Where the file has too few means for all its columns, the others are 0 or, if they are many,
+// there are none at all.
+int ReadMeans(ModelSource& source, TreeLearner& learner) {
+    VecDle meanV;
+    const size_t dim = static_cast<size_t>(learner.dimFea);
+    while (meanV.size() < dim && source.IsGood()) source >> meanV.emplace_back();
+    FreeArray(learner.featureMean);
+    if (Ahead(meanV.size(), learner.dimFea) < dim) return 0;
+    if (AllocateArray(learner.featureMean, learner.dimFea, "allocating featureMean") != 0) {
+        return -1;
+    }
+    std::copy(meanV.begin(), meanV.end(), learner.featureMean);
+    return 0;
+}
+
+// One node as it stands in the file. The texts are kept from node to node.
+struct NodeLine {
+    std::string status, predict;
+    int nodeId, splitFea, lson, rson;
+    double splitElemFea;
+};
+
+int ReadNode(ModelSource& source, const TreeLearner& learner, NodeLine& line,
+             engine::PackedNode& node) {
+    line.status.clear();
+    line.predict.clear();
+    line.nodeId = line.splitFea = line.lson = line.rson = -1;
+    line.splitElemFea = -1.0;
+    source >> line.nodeId >> line.status >> line.splitFea >> line.splitElemFea >> line.lson >>
+        line.rson >> line.predict;
+    if (line.status != "INTERMEDIATE" && line.status != "TERMINAL") {
+        return Fail(
+            "ERROR: Node status must be INTERMEDIATE or TERMINAL, unrecognized node status: ",
+            line.status, "\n");
+    }
+    if (line.splitFea < -1 || line.splitFea > learner.dimFea - 1) {
+        return Fail("ERROR: Wrong node split feature: ", line.splitFea, "\n!");
+    }
+    if (!ParseNumber(line.predict, node.avgPredict)) {
+        return Fail("ERROR: Failed to read avgPredict: \"", line.predict,
+                    "\" when loading model!\n");
+    }
+    if (learner.CfgInfo.fRegCls == "CLS" && Truncate<int>(node.avgPredict) >= learner.numClass) {
+        return Fail("ERROR: Class label is large than class number when loading model!\n");
+    }
+    node.fLeaf = line.status == "TERMINAL";
+    node.splitFea = line.splitFea;
+    node.splitElemFea = line.splitElemFea;
+    node.lson = line.lson;
+    node.rson = line.rson;
+    return 0;
+}
+
+// The groups and their trees; the buffers are kept from tree to tree.
+class GroupReader {
+  public:
+    GroupReader(ModelSource& modelSource, TreeLearner& target, ModelSink& modelSink)
+        : source(modelSource), learner(target), sink(modelSink) {}
+
+    int Read() {
+        const size_t numGroups = static_cast<size_t>(learner.numTree);
+        VecFt& shrinkV = learner.StepLengthV;
+        shrinkV.clear();
+        for (size_t g = 0; g < numGroups; ++g) {
+            if (g == shrinkV.size()) shrinkV.resize(Ahead(g, learner.numTree));
+            if (ReadGroup(shrinkV[g]) != 0) return -1;
+        }
+        return 0;
+    }
+
+  private:
+    int ReadGroup(float& shrink) {
+        std::string nameA = "-1", nameB = "-1", nameC = "-1";
+        int idxTreeArray = -1;
+        int num = -1;
+        double loadStep = 0.0;
+        source >> nameA >> idxTreeArray >> nameB >> num >> nameC >> loadStep;
+        if (nameA != "idxTreeArray:" || nameB != "size:" || nameC != "shrink:") {
+            return Fail("idxTreeArray: ", nameA, ", size: ", nameB, ", shrink: ", nameC,
+                        "!\nERROR: Model format is wrong!\n");
+        }
+        if (num < 0) return Fail(kWrongFormat);
+        shrink = static_cast<float>(loadStep);
+        if (sink.BeginGroup() != 0) return -1;
+        for (int i = 0; i < num; ++i) {
+            if (ReadTree() != 0) return -1;
+        }
+        return 0;
+    }
+
+    int ReadTree() {
+        int loadDepth = 0;
+        int nNode = -1;
+        nodeV.clear();
+        source >> loadDepth >> nNode;
+        const int status = nNode < 0 ? Fail(kWrongFormat) : ReadNodes(static_cast<size_t>(nNode));
+        const size_t numClaimed =
+            nNode < 0 ? 0 : std::max(nodeV.size(), Ahead(nodeV.size(), nNode));
+        const int taken = sink.TakeTree(nodeV, status == 0 ? nodeV.size() : numClaimed);
+        return status != 0 ? status : taken;
+    }
+
+    int ReadNodes(size_t numNodes) {
+        while (nodeV.size() < numNodes) {
+            engine::PackedNode node;
+            if (ReadNode(source, learner, line, node) != 0) return -1;
+            nodeV.push_back(node);
+        }
+        return 0;
+    }
+
+    ModelSource& source;
+    TreeLearner& learner;
+    ModelSink& sink;
+    std::vector<engine::PackedNode> nodeV;  // of the tree that is being read
+    NodeLine line;
+};
+
+}  // namespace
+
+int ParseHead(ModelSource& source, TreeLearner& learner) {
+    return ReadHeader(source, learner) == 0 ? ReadMeans(source, learner) : -1;
+}
+
+int ParseGroups(ModelSource& source, TreeLearner& learner, ModelSink& sink) {
+    return GroupReader(source, learner, sink).Read();
+}
+
+}  // namespace sylvora

@@ -1,0 +1,237 @@
+// What thresholds with six digits do to the training rows.
+//
+// Only splits between values that are closer together than rounding moves a threshold are looked at
+// (engine/NarrowSplit.h), and of the rows only those that have a value between such a threshold and
+// the rounded one: the others pass all of them on the same side as before. Those few are walked
+// down the trees that have such splits, with the thresholds as they are and rounded.
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <utility>
+#include <vector>
+
+#include "../TreeLearner.h"
+#include "../engine/UsableCpus.h"
+#include "../engine/WorkerPool.h"
+#include "../god/Report.h"
+#include "EnsembleView.h"
+#include "RoundedNumber.h"
+#include "Voting.h"
+
+namespace sylvora {
+namespace {
+
+constexpr int kFewDigits = 6;
+
+// The values of a column that lie between some threshold and its rounded form: above the lower of
+// the two, and not above the higher one.
+class MovedValues {
+  public:
+    void Add(double a, double b) { spanV.push_back({std::min(a, b), std::max(a, b)}); }
+
+    // Once all are added.
+    void Finish() {
+        std::sort(spanV.begin(), spanV.end());
+        size_t last = 0;
+        for (size_t i = 1; i < spanV.size(); ++i) {
+            if (spanV[i].first > spanV[last].second) {
+                spanV[++last] = spanV[i];
+            } else {
+                spanV[last].second = std::max(spanV[last].second, spanV[i].second);
+            }
+        }
+        spanV.resize(std::min(spanV.size(), last + 1));
+        if (spanV.empty()) return;
+        filterV.assign((kFilterKeys + 63) / 64, 0);
+        for (const Span& span : spanV) Mark(span);
+    }
+
+    bool IsEmpty() const { return spanV.empty(); }
+    bool Has(double value) const {
+        const std::uint64_t key = Key(value) % kFilterKeys;
+        if ((filterV[key / 64] >> key % 64 & 1) == 0) return false;
+        // The first span that does not end below the value.
+        const auto span = std::partition_point(spanV.begin(), spanV.end(),
+                                               [value](const Span& s) { return s.second < value; });
+        return span != spanV.end() && span->first < value;
+    }
+
+  private:
+    typedef std::pair<double, double> Span;
+    static constexpr std::uint64_t kFilterKeys = 1 << 16;
+
+    // The leading bits of a double, 16 of them of its fraction: a span, which rounding keeps
+    // shorter than that, has few keys.
+    static std::uint64_t Key(double value) {
+        constexpr int kTrailing = 36;
+        std::uint64_t bits = 0;
+        std::memcpy(&bits, &value, sizeof bits);
+        return bits >> kTrailing;
+    }
+    void Mark(const Span& span) {
+        const std::uint64_t a = Key(span.first);
+        const std::uint64_t b = Key(span.second);
+        for (std::uint64_t key = std::min(a, b); key <= std::max(a, b); ++key) {
+            filterV[key % kFilterKeys / 64] |= std::uint64_t{1} << key % kFilterKeys % 64;
+        }
+    }
+
+    std::vector<Span> spanV;  // ascending, apart
+    std::vector<std::uint64_t> filterV;
+};
+
+// A tree with thresholds that rounding moves.
+class RoundedTree {
+  public:
+    RoundedTree(const TreeView& exact, size_t group) : tree(exact), groupOf(group) {
+        for (size_t k = 0; k < tree.NumNodes(); ++k) {
+            const engine::PackedNode node = tree.Node(k);
+            if (node.IsLeaf() || !node.fNarrow) continue;
+            const double rounded = RoundToDigits(node.splitElemFea, kFewDigits);
+            if (rounded != node.splitElemFea) movedV.push_back({static_cast<int>(k), rounded});
+        }
+    }
+
+    bool IsMoved() const { return !movedV.empty(); }
+    size_t Group() const { return groupOf; }
+    void AddSpans(std::vector<MovedValues>& columnV) const {
+        for (const auto& [k, rounded] : movedV) {
+            const engine::PackedNode node = tree.Node(static_cast<size_t>(k));
+            columnV[static_cast<size_t>(node.splitFea)].Add(node.splitElemFea, rounded);
+        }
+    }
+    // The leaf that a row reaches with rounded thresholds, or with those in memory.
+    int Leaf(const double* row, bool fRounded) const {
+        int k = 0;
+        for (;;) {
+            const engine::PackedNode node = tree.Node(static_cast<size_t>(k));
+            if (node.IsLeaf()) return k;
+            const double threshold =
+                fRounded && node.fNarrow ? Threshold(k, node.splitElemFea) : node.splitElemFea;
+            k = row[node.splitFea] <= threshold ? node.lson : node.rson;
+        }
+    }
+    double Value(int leaf) const { return tree.Node(static_cast<size_t>(leaf)).avgPredict; }
+
+  private:
+    double Threshold(int k, double exact) const {
+        const auto moved = std::partition_point(movedV.begin(), movedV.end(),
+                                                [k](const auto& m) { return m.first < k; });
+        return moved != movedV.end() && moved->first == k ? moved->second : exact;
+    }
+
+    const TreeView tree;
+    const size_t groupOf;
+    std::vector<std::pair<int, double>> movedV;  // node and rounded threshold, by node
+};
+
+// The trees' outputs for a row, with rounded thresholds.
+class RoundedLeaves {
+  public:
+    RoundedLeaves(const EnsembleView& ensemble, const std::vector<RoundedTree>& trees,
+                  const std::vector<int>& roundedOfTreeV, const double* line)
+        : exact(ensemble, line), roundedV(trees), atV(roundedOfTreeV), row(line) {}
+
+    double Value(size_t tree) {
+        if (atV[tree] < 0) return exact.Value(tree);
+        const RoundedTree& rounded = roundedV[static_cast<size_t>(atV[tree])];
+        return rounded.Value(rounded.Leaf(row, true));
+    }
+
+  private:
+    WalkedLeaves exact;
+    const std::vector<RoundedTree>& roundedV;
+    const std::vector<int>& atV;
+    const double* row;
+};
+
+class RoundingMeasurement {
+  public:
+    explicit RoundingMeasurement(const TreeLearner& trained)
+        : learner(trained), trees(trained), columnV(static_cast<size_t>(trained.dimFea)) {
+        for (size_t g = 0; g < trees.NumGroups(); ++g) {
+            for (size_t t = 0; t < trees.GroupSize(g); ++t) {
+                RoundedTree rounded(trees.Tree(g, t), g);
+                atV.push_back(rounded.IsMoved() ? static_cast<int>(roundedV.size()) : -1);
+                if (rounded.IsMoved()) roundedV.push_back(std::move(rounded));
+            }
+        }
+        for (const RoundedTree& tree : roundedV) tree.AddSpans(columnV);
+        for (size_t j = 0; j < columnV.size(); ++j) {
+            columnV[j].Finish();
+            if (!columnV[j].IsEmpty()) movedColumnV.push_back(j);
+        }
+    }
+
+    rounding_effect_t Run(engine::WorkerPool& pool) const {
+        constexpr int kChunk = 4096;
+        std::vector<rounding_effect_t> effectV(static_cast<size_t>(pool.NumWorkers()));
+        const int numRows = movedColumnV.empty() ? 0 : learner.sampleSize;
+        pool.For((numRows + kChunk - 1) / kChunk, [&](int chunk, int worker) {
+            const int end = std::min((chunk + 1) * kChunk, numRows);
+            for (int i = chunk * kChunk; i < end; ++i) {
+                LookAt(learner.featureVV[i], effectV[static_cast<size_t>(worker)]);
+            }
+        });
+        rounding_effect_t all;
+        for (const rounding_effect_t& effect : effectV) {
+            all.numRows += effect.numRows;
+            all.largestChange = std::max(all.largestChange, effect.largestChange);
+        }
+        return all;
+    }
+
+  private:
+    void LookAt(const double* row, rounding_effect_t& effect) const {
+        const bool fMoved =
+            std::any_of(movedColumnV.begin(), movedColumnV.end(),
+                        [&](size_t column) { return columnV[column].Has(row[column]); });
+        if (!fMoved) return;
+        double change = 0.0;
+        bool fOtherLeaf = false;
+        for (const RoundedTree& tree : roundedV) {
+            const int exact = tree.Leaf(row, false);
+            const int rounded = tree.Leaf(row, true);
+            if (exact == rounded) continue;
+            fOtherLeaf = true;
+            change += learner.StepLengthV[tree.Group()] *
+                      (tree.Value(rounded) - tree.Value(exact)) /
+                      static_cast<double>(trees.GroupSize(tree.Group()));
+        }
+        if (!fOtherLeaf) return;
+        ++effect.numRows;
+        if (learner.CfgInfo.fRegCls == "CLS") change = ChangeOfVote(row);
+        effect.largestChange = std::max(effect.largestChange, std::fabs(change));
+    }
+
+    double ChangeOfVote(const double* row) const {
+        RowScore exact = {0.0, nullptr, false};
+        RowScore rounded = exact;
+        const bool fVoted = Vote(learner, WalkedLeaves(trees, row), exact) == 0 &&
+                            Vote(learner, RoundedLeaves(trees, roundedV, atV, row), rounded) == 0;
+        return fVoted ? rounded.result - exact.result : 0.0;
+    }
+
+    const TreeLearner& learner;
+    const EnsembleView trees;
+    std::vector<RoundedTree> roundedV;
+    std::vector<int> atV;  // by tree: its place in roundedV, or -1
+    std::vector<MovedValues> columnV;
+    std::vector<size_t> movedColumnV;  // those with moved values
+};
+
+}  // namespace
+}  // namespace sylvora
+
+int TreeLearner::MeasureRounding(rounding_effect_t& effect, int maxThreads) const {
+    return sylvora::Guarded([&] {
+        effect = {};
+        const sylvora::RoundingMeasurement measurement(*this);
+        sylvora::engine::WorkerPool pool;
+        const int numAsked = maxThreads > 0 ? maxThreads : sylvora::engine::NumUsableCpus();
+        static_cast<void>(pool.Start(numAsked));  // with fewer it only takes longer
+        effect = measurement.Run(pool);
+        return 0;
+    });
+}

@@ -1,0 +1,81 @@
+// What Boosting checks of a run while it goes on, where this is wanted; see setVerification.
+#include <algorithm>
+#include <cmath>
+#include <string>
+
+#include "../TreeLearner.h"
+#include "../god/Report.h"
+#include "EnsembleView.h"
+
+using sylvora::Fail;
+using sylvora::TreeView;
+
+int TreeLearner::CheckMeans() const {
+    for (int j = 0; featureMean != nullptr && j < dimFea; ++j) {
+        if (std::isfinite(featureMean[j])) continue;
+        return Fail("ERROR: the values of feature ", j + 1,
+                    " are too large to be added up; scale them down\n");
+    }
+    return 0;
+}
+
+int TreeLearner::CheckRound(int idxTree) const {
+    if (modelType == "RandomForest") return 0;  // each tree was checked when it was grown
+    return CheckNewTree(modelType == "CART" ? "the tree" : sylvora::Text("round ", idxTree));
+}
+
+int TreeLearner::CheckSlot(int slot) const {
+    if (GroupTreeCnt == slot + 1) return CheckNewTree(sylvora::Text("tree ", slot + 1));
+    return Fail("ERROR: tree ", slot + 1, " of ", sizeGroup,
+                " was not grown, for the reason above, and no model is written; if memory ran out, "
+                "take fewer trees or rows\n");
+}
+
+// The tree grown last: is there something to say in it, and can a file hold it?
+int TreeLearner::CheckNewTree(const std::string& place) const {
+    if (numDrawn == 0) return RefuseEmptyTree(place);
+    const TreeView tree =
+        packedTrees ? TreeView(packedTrees->treeV.back()) : TreeView(*TreeGroup.back());
+    for (size_t k = 0; k < tree.NumNodes(); ++k) {
+        const sylvora::engine::PackedNode node = tree.Node(k);
+        if (!node.IsLeaf() && !std::isfinite(node.splitElemFea)) {
+            return Fail("ERROR: ", place, ": a threshold of feature ", node.splitFea + 1,
+                        " is not finite; scale the values down\n");
+        }
+        if (!std::isfinite(node.avgPredict)) return RefuseValue(place);
+    }
+    return 0;
+}
+
+int TreeLearner::RefuseEmptyTree(const std::string& place) const {
+    const bool fAnyWeight = std::any_of(numPairDistinctQueV, numPairDistinctQueV + sampleSize,
+                                        [](int weight) { return weight > 0; });
+    if (modelType != "GBRank") {
+        return Fail("ERROR: ", place, ": no row was drawn; raise valSmpRt\n");
+    }
+    if (!fAnyWeight) {
+        return Fail("ERROR: ", place,
+                    ": no query has two rows with different labels, so there is nothing to rank; "
+                    "check labels and query ids\n");
+    }
+    return Fail("ERROR: ", place,
+                ": none of the drawn rows has a partner with another label; raise valSmpRt\n");
+}
+
+// A node's value is not finite: because of the labels where nothing else has come in yet.
+int TreeLearner::RefuseValue(const std::string& place) const {
+    const bool fFirst = TreeVV.empty() && (!packedTrees || packedTrees->NumGroups() == 0);
+    if (CfgInfo.lossFunc == "USER") {
+        return Fail("ERROR: ", place,
+                    ": the gradients of the user's loss are not finite, or too "
+                    "large to be added up\n");
+    }
+    if (fFirst) {
+        return Fail("ERROR: ", place,
+                    ": the labels are too large to be added up; scale them "
+                    "down\n");
+    }
+    return Fail("ERROR: ", place,
+                ": the predictions have grown beyond what a number can hold; "
+                "lower valShrink\n");
+}
