@@ -85,6 +85,7 @@ void NodeCR::ApplyUserValue(const double* const* featureVV, const int* indexV, i
     const double computed = splitElemFea;
     splitElemFea = selFeaValue[slot];
     if (fPrint && splitElemFea != computed) {
+        // Misspelt deliberately: messages stay as they are.
         sylvora::Print("Notice: Aritificial split point used, feature id: ", splitFea,
                        ", details:\n      split point of cart: ", computed,
                        ", split point given by user: ", splitElemFea, ", current depth: ", depth,
