@@ -5,6 +5,7 @@ import platform
 import resource
 import subprocess
 import time
+from pathlib import Path
 
 # From here on others take so much of the machine that a run counts as disturbed, in cores.
 DISTURBED = 0.2
@@ -22,6 +23,20 @@ def cpu_field(name):
             if key.strip() == name:
                 return value.strip()
     return ""
+
+
+def cache_sizes(folder=Path("/sys/devices/system/cpu/cpu0/cache")):
+    """The first processor's caches behind the nearest, as in "L2 cache 1 MiB, L3 cache 32 MiB"; the
+    "cache size" of /proc/cpuinfo is that of the L2 or of the L3 cache, depending on the maker."""
+    sizes = []
+    for cache in sorted(folder.glob("index*")):
+        level, size = ((cache / name).read_text(encoding="ascii").strip()
+                       for name in ("level", "size"))
+        if level == "1":
+            continue
+        kib = int(size.removesuffix("K"))
+        sizes.append(f"L{level} cache " + (f"{kib} KiB" if kib % 1024 else f"{kib // 1024} MiB"))
+    return ", ".join(sizes) or "caches unknown"
 
 
 def missing_flags(kernel):
@@ -54,8 +69,7 @@ def description():
     switches = [f"{key}={value}" for key, value in sorted(os.environ.items())
                 if key.startswith("SYLVORA_")]
     lines = [
-        f"{cpu_field('model name')}, {os.cpu_count()} cores, {memory:.0f} GiB, "
-        f"L2 cache {cpu_field('cache size')}",
+        f"{cpu_field('model name')}, {os.cpu_count()} cores, {memory:.0f} GiB, {cache_sizes()}",
         "instruction sets: " + " ".join(flag for flag in FLAGS if flag in flags),
         f"Linux {platform.release()}, {output_of('g++', '--version').splitlines()[0]}",
     ]

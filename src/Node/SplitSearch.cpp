@@ -87,6 +87,7 @@ void NodeCR::ApplyUserValue(const double* const* featureVV, const int* indexV, i
     splitElemFea = selFeaValue[slot];
     fNarrowSplit = true;  // its neighbours are not known
     if (fPrint && splitElemFea != computed) {
+        // Misspelt deliberately: messages stay as they are.
         sylvora::Print("Notice: Aritificial split point used, feature id: ", splitFea,
                        ", details:\n      split point of cart: ", computed,
                        ", split point given by user: ", splitElemFea, ", current depth: ", depth,

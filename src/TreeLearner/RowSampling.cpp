@@ -56,6 +56,7 @@ int TreeLearner::RandomSelectQuery(int*& selected, int& count, long* seed) {
         if (maxQid == 0) return Fail("ERROR: qid not found in training data!\n");
         std::unique_ptr<int[]> drawnV = RowArray(sampleSize);
         if (!drawnV) {
+            // Misspelt deliberately: messages stay as they are.
             return Fail("ERROR: Faied to allocate memory, too large sample size!\n");
         }
         const int numQueries = std::clamp(maxQid, -1, INT_MAX - 1) + 1;

@@ -63,13 +63,17 @@ Extent ExtentOf(const double* gradV, const int* weightV, int num, WorkerPool& po
     return all;
 }
 
-bool AllMultiples(const double* gradV, int num, double scale, WorkerPool& pool) {
+// Whether all gradients are multiples of 2^-power. Compared at their own size: scaled, the smallest
+// could vanish.
+bool AllMultiples(const double* gradV, int num, int power, WorkerPool& pool) {
+    const double scale = std::ldexp(1.0, power);
+    const double unit = std::ldexp(1.0, -power);
     const Chunks chunks = {num, kChunkRows};
     std::atomic<bool> fAll{true};
     pool.For(chunks.Num(), [&](int chunk, int) {
         for (int i = chunks.Begin(chunk); i < chunks.End(chunk) && fAll; ++i) {
-            const double scaled = gradV[i] * scale;
-            if (static_cast<double>(FixedPoint::RoundToInt(scaled)) != scaled) fAll = false;
+            const int64_t q = FixedPoint::RoundToInt(gradV[i] * scale);
+            if (static_cast<double>(q) * unit != gradV[i]) fAll = false;
         }
     });
     return fAll;
@@ -93,7 +97,7 @@ FixedPoint FixedPoint::Fit(const double* gradV, const int* weightV, int num, Wor
     const int e = largestAbs > 0.0 ? exponentAbove(largestAbs) : 0;
     const int f = exponentAbove(num);
     const int exactPower = std::min(52 - e - f, 49 - e);
-    fit.fExact = AllMultiples(gradV, num, std::ldexp(1.0, exactPower), pool);
+    fit.fExact = AllMultiples(gradV, num, exactPower, pool);
     const int k = fit.fExact ? exactPower : std::min(61 - e - f, 49 - e);
     fit.scale = std::ldexp(1.0, k);
     fit.unit = std::ldexp(1.0, -k);

@@ -113,6 +113,34 @@ TEST(Boosting, SharesRowsOrWholeQueriesAmongThreads) {
     }
 }
 
+std::vector<std::thread::id> callerV;  // of each range of rangeLengthV
+
+// Takes so long for more than one row that another worker is there for the next range.
+int SlowSquare(double* labelV, double* predictV, double** gradientV, int count) {
+    if (count > 1) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    const int status = Square(labelV, predictV, gradientV, count);
+    callerV.push_back(std::this_thread::get_id());
+    return status;
+}
+
+// The last row belongs to two workers' ranges here; side by side they would change its prediction
+// at the same time. The second range waits for all others, and for nobody but the caller.
+TEST(Boosting, StepsARowOfTwoRangesOneAfterTheOther) {
+    CheckCfgCLS cfg = Settings("GBRank", "USER");
+    cfg.numThread = 3;
+    cfg.numTree = 5;
+    const auto learner = Prepare(cfg, {0, 1, 0, 1, 0, 1, 1}, {3, 3, 1});
+    learner->setLossFunction(SlowSquare);
+    rangeLengthV.clear();
+    callerV.clear();
+    ASSERT_EQ(learner->Boosting(), 0);
+    ASSERT_EQ(rangeLengthV.size(), 15U);
+    for (size_t last = 2; last < rangeLengthV.size(); last += 3) {
+        EXPECT_EQ(rangeLengthV[last], 1);
+        EXPECT_EQ(callerV[last], std::this_thread::get_id());
+    }
+}
+
 std::ptrdiff_t NumThreads() {
     const std::filesystem::directory_iterator threads("/proc/self/task");
     return std::distance(begin(threads), end(threads));
