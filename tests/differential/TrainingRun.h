@@ -54,6 +54,7 @@ inline std::string Outcome(const Set& set, const char* plain, const char* tuning
                 add(node->startDoc), add(node->countDoc), add(node->parent), add(node->depth);
                 add(node->splitFea), add(node->splitElemFea), add(node->lson), add(node->rson);
                 add(node->countL), add(node->avgPredict), add(node->gradAll), add(node->wgtAll);
+                add(node->fNarrowSplit);
             }
         }
     }
