@@ -80,7 +80,7 @@ TEST(Verification, ARunThatGoesWrongEndsInItsRound) {
         {Boosted("Square", 0.1, 5),
          {0, 0, 1, 1},
          {},
-         {{-huge}, {-huge}, {huge}, {-huge / 1.2}},
+         {{-1.3e308}, {-1.3e308}, {1.3e308}, {-1e308}},
          "ERROR: round 1: a threshold of feature 1 is not finite; scale the values down\n"},
         {oddName, {0, 1, 1, 0}, {}, {}, "ERROR: read back, a parameter of the model is another\n"},
     };
