@@ -109,7 +109,7 @@ class SYLVORA_API TreeLearner {
     double* gradientV = nullptr;         // the negative gradient per training sample
     long** randGenerators = nullptr;     // seed cell per slot; slots from 1 on share one
     VecInt numDocQueV;                   // per sample: number of samples in its query
-    int* numPairDistinctQueV = nullptr;  // per sample: its weight; read where fHomoWgt is 0
+    int* numPairDistinctQueV = nullptr;  // per sample: its weight; see ComputeDistinctPair
     double* devResV = nullptr;
     VecVecFt devResVV;
     double* testResV = nullptr;
@@ -131,7 +131,7 @@ class SYLVORA_API TreeLearner {
     int numClass = 0;  // 0 for regression
     int testSize = 0;
     int devSize = 0;
-    int fHomoWgt = 1;  // 1: every sample weighs 1; 0: weights are distinct-pair counts
+    int fHomoWgt = 1;  // ParamInit's weights: 1: all are 1; 0: distinct-pair counts
     int sizeGroup = 0;
     int numTree = 0;
     int numThread = 1;
@@ -222,6 +222,11 @@ class SYLVORA_API TreeLearner {
 
     // The steps of a run, public for workers and tests. Sample and slot ranges are inclusive at
     // both ends; an empty range does nothing.
+
+    // Sets the weights to 1, or where fHomoWgt is 0 to the number of rows of the same query with
+    // another label. They may be changed afterwards, also between two trees: no tree is grown on
+    // rows of weight 0 or less, and a regression weighs its rows. Refused where the weights of the
+    // rows that a tree can draw add up to more than an int holds.
     [[nodiscard]] int ComputeDistinctPair();
     int ComputeGradientSquare(int idBegin, int idEnd);
     int ComputeGradientLabel(int idBegin, int idEnd);
@@ -238,7 +243,7 @@ class SYLVORA_API TreeLearner {
     int UpdatePrediction(int idBegin, int idEnd);
     // Row samples: `selected` (new[]; the caller's to delete[]) receives `count` row numbers drawn
     // with the state word `seed`, by single rows in draw order, or by whole queries in row order.
-    // Rows of weight 0 are left out.
+    // Rows of weight 0 or less are left out.
     [[nodiscard]] int RandomSelectURL(int*& selected, int& count, long* seed);
     [[nodiscard]] int RandomSelectQuery(int*& selected, int& count, long* seed);
 
@@ -289,9 +294,10 @@ class SYLVORA_API TreeLearner {
     int ComputeGradient(int idBegin, int idEnd);
     friend void* CalLossThreadFunction(void* arg);
 
+    int DrawRows(const int* weightV, int*& selected, int& count, long* seed);
     void ReportRows(const char* notice, int count, int numQueries);
     long* SeedOf(int treeId);
-    int SelectRows(int*& selected, int& count, long* seed);
+    int SelectRows(const int* weightV, int*& selected, int& count, long* seed);
     int GrowTree(int treeId, bool fThreaded);
 
     int PrepareRun(Run& run);

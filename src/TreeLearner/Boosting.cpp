@@ -2,7 +2,6 @@
 #include <sys/time.h>
 
 #include <algorithm>
-#include <climits>
 #include <utility>
 #include <vector>
 
@@ -15,6 +14,7 @@
 #include "../god/Workers.h"
 #include "Arrays.h"
 #include "EngineRun.h"
+#include "RowDraw.h"
 
 using sylvora::AllocateArray;
 using sylvora::Fail;
@@ -139,7 +139,7 @@ std::vector<boosting_info_t> TreeLearner::ShareSamples() {
 // Whole queries for each worker. When the last query has a single sample, the worker before the
 // last ends on it too; the last one starts there as well.
 std::vector<boosting_info_t> TreeLearner::ShareQueries() {
-    const int numQueries = std::clamp(queryIdV[sampleSize - 1], -1, INT_MAX - 1) + 1;
+    const int numQueries = sylvora::NumQueries(queryIdV[sampleSize - 1]);
     numThread = std::max(std::min(numThread, numQueries), 1);
     const int last = sampleSize - 1;
     std::vector<boosting_info_t> shares;

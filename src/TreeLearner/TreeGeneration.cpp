@@ -6,6 +6,7 @@
 #include "../god/Report.h"
 #include "../god/Workers.h"
 #include "EngineRun.h"
+#include "RowDraw.h"
 
 using sylvora::Fail;
 
@@ -14,13 +15,13 @@ long* TreeLearner::SeedOf(int treeId) {
     return randGenerators != nullptr ? randGenerators[treeId] : &gseed;
 }
 
-int TreeLearner::SelectRows(int*& selected, int& count, long* seed) {
+int TreeLearner::SelectRows(const int* weightV, int*& selected, int& count, long* seed) {
     if (CfgInfo.randomMode == "QUERY") {
         if (RandomSelectQuery(selected, count, seed) == 0) return 0;
         return Fail("ERROR: Failed when selecting samples according to query randomly!\n");
     }
     if (CfgInfo.randomMode == "DOC") {
-        if (RandomSelectURL(selected, count, seed) == 0) return 0;
+        if (DrawRows(weightV, selected, count, seed) == 0) return 0;
         return Fail("ERROR: Failed when selecting samples according to url randomly!\n");
     }
     return Fail("ERROR: Random mode is wrong. mode: ", CfgInfo.randomMode, "!\n");
@@ -32,14 +33,15 @@ int TreeLearner::GrowTree(int treeId, bool fThreaded) {
         long* seed = SeedOf(treeId);
         int* indexV = nullptr;
         int num = 0;
-        const int selected = SelectRows(indexV, num, seed);
+        const int* const weightV = sylvora::WeightsOf(*this);
+        const int selected = SelectRows(weightV, indexV, num, seed);
         std::unique_ptr<int[]> rows(indexV);
         if (selected != 0) return -1;
         if (tree->Init(dimFea, num, sampleSize) != 0) {
             return Fail("ERROR: Failed to init TreeCR!\n");
         }
         const auto grow = fThreaded ? &TreeCR::GrowHalf : &TreeCR::GrowOne;
-        const bool fGrown = engineRun && engineRun->Grow(*this, *tree, rows, num, seed);
+        const bool fGrown = engineRun && engineRun->Grow(*this, *tree, weightV, rows, num, seed);
         if (!fGrown &&
             (tree.get()->*grow)(featureVV, gradientV, numPairDistinctQueV, indexV,
                                 CfgInfo.fPrintLeafDistribution, of_debug, fea_debug, seed) != 0) {
