@@ -313,6 +313,8 @@ class SYLVORA_API TreeLearner {
     int FinishRun();
     bool IsStopped(int done, int total);
 
+    long long LargestTreeWeight() const;
+
     struct ScoringForm;
 
     void CompileEnsemble();

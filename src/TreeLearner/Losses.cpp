@@ -3,14 +3,12 @@
 //
 // "Logistic" and "HingeSquare" are not the textbook derivatives; models have always been trained
 // with these.
-#include <climits>
 #include <cmath>
 #include <vector>
 
 #include "../TreeLearner.h"
 #include "../god/Report.h"
 #include "../god/Workers.h"
-#include "Arrays.h"
 
 using sylvora::Fail;
 
@@ -98,32 +96,6 @@ int TreeLearner::ComputeGradientUser(int idBegin, int idEnd) {
         return Fail(
             "ERROR: Failed to compute the negative gradient of loss function by user given "
             "loss!\n");
-    }
-    return 0;
-}
-
-int TreeLearner::ComputeDistinctPair() {
-    if (sylvora::AllocateArray(numPairDistinctQueV, sampleSize, "numPairDistinctQueV") != 0) {
-        return -1;
-    }
-    if (fHomoWgt == 1) {
-        std::fill_n(numPairDistinctQueV, sampleSize, 1);
-        return 0;
-    }
-    if (queryIdV == nullptr) return Fail("ERROR: Size of qid does not match the data!\n");
-    long long total = 0;
-    for (int i = 0; i < sampleSize; ++i) {
-        for (int j = i + 1; j < sampleSize && queryIdV[j] == queryIdV[i]; ++j) {
-            if (labelV[i] == labelV[j]) continue;
-            ++numPairDistinctQueV[i];
-            ++numPairDistinctQueV[j];
-        }
-        total += numPairDistinctQueV[i];
-    }
-    // Weights are added up as ints in every node.
-    if (total > INT_MAX) {
-        return Fail("ERROR: The queries have ", total / 2, " pairs of different labels, more than ",
-                    INT_MAX / 2, " cannot be trained on: split large queries!\n");
     }
     return 0;
 }
