@@ -160,9 +160,13 @@ class SYLVORA_API TreeLearner {
 
     // Takes one data set: labels `l`, rows `f` (all as long as the first), query ids `q` (one per
     // record, or empty; needed for "GBRank" training data, numbered 0, 1, 2, ... in order with
-    // the rows of a query together). `type`: 0 training, 1 test, 2 development; each once, and the
-    // training set last, because it fixes dimFea. `lvir` must be empty. Move the vectors in: each
-    // row is freed as soon as it is copied.
+    // the rows of a query together, which ParamInit checks). `type`: 0 training, 1 test, 2
+    // development; each once. `lvir` must be empty. Move the vectors in: each row is freed as soon
+    // as it is copied.
+    //
+    // Each call sets dimFea to the width of its rows. A set that does not fit is refused where it
+    // is first used: training where dimFea is not the width of the training rows, SaveModelFull
+    // where it is not that of the model, FeatureAnalysis where test rows are narrower than it.
     //
     // featureMean is divided by the number of records after every record, not once at the end, so
     // late records weigh most; models have always carried it so.
@@ -213,7 +217,7 @@ class SYLVORA_API TreeLearner {
     // results of `n` calls of OnlineTesting that pass a fullResult. `stride` is the number of
     // values from one row to the next, at least dimFea. Works with at most `numThread` threads, the
     // caller's included; 0 or less: as many as the process has processors. On failure `results` is
-    // left as it was.
+    // left as it was. More rows than an address space can hold are refused.
     [[nodiscard]] int OnlineTestingBatch(const double* rows, size_t n, size_t stride,
                                          double* results, int numThread);
 
@@ -313,6 +317,10 @@ class SYLVORA_API TreeLearner {
     int FinishRun();
     bool IsStopped(int done, int total);
 
+    std::string DescribeWidth() const;
+    int CheckTrainingWidth() const;
+    int CheckModelWidth() const;
+    int CheckQueriesTogether() const;
     long long LargestTreeWeight() const;
 
     struct ScoringForm;
@@ -335,6 +343,11 @@ class SYLVORA_API TreeLearner {
     int testDim = 0;        // columns of the test rows
     std::string walkFault;  // why a loaded ensemble cannot be scored; empty: it can
     std::shared_ptr<const ScoringForm> scoringForm;  // null: the trees are walked one by one
+
+    // Columns of the training and the development rows, and entries of featureMean; 0: set by hand.
+    int trainDim = 0;
+    int devDim = 0;
+    int meanDim = 0;
 };
 
 #endif  // SYLVORA_TREELEARNER_H

@@ -52,7 +52,10 @@ struct TreeLearner::Run {
 
 int TreeLearner::Boosting() {
     const int status = sylvora::Guarded([&] {
-        if (gradientV == nullptr) return Fail("ERROR: Boosting needs ParamInit first!\n");
+        if (gradientV == nullptr || predictV == nullptr || numPairDistinctQueV == nullptr) {
+            return Fail("ERROR: Boosting needs ParamInit first!\n");
+        }
+        if (CheckTrainingWidth() != 0) return -1;
         if (CfgInfo.fPrint) Print("Start Boosting ...\n");
         const long start = Now();
         Run run;
@@ -71,6 +74,7 @@ int TreeLearner::PrepareRun(Run& run) {
     lostResult.clear();
     run.fSetDynStepGlobal = CfgInfo.fSetDynStep;
     RetireTrees();
+    modelDim = dimFea;
     StepLengthV.clear();
     dynShrink = 1.0;
     if (fDebug && AllocateDebugCounters() != 0) {

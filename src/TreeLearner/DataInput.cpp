@@ -53,6 +53,7 @@ struct AdoptedArrays {
 struct TreeLearner::SetPlace {
     bool fTraining;
     int& numData;
+    int& numColumns;
     double*& labels;
     double**& rows;
     int*& queries;
@@ -97,11 +98,13 @@ int TreeLearner::DataAdopt(double* labels, double** rows, int numData, int numCo
 // Puts a set of rows of dimFea columns into its place, which `fill` fills with labels and rows.
 template <typename Fill>
 int TreeLearner::StoreSet(int type, int numData, const VecInt& q, Fill fill) {
-    if (dimFea == 0) return Fail("ERROR: None features for training data!\n");
+    if (dimFea <= 0) return Fail("ERROR: None features for training data!\n");
     if (IsSet(type)) {
         const SetPlace place = ClearPlace(type);
         place.numData = numData;
+        place.numColumns = dimFea;
         if (place.fTraining) {
+            meanDim = dimFea;
             const size_t numColumns = static_cast<size_t>(dimFea);
             featureMean = static_cast<double*>(std::calloc(numColumns, sizeof(double)));
             if (featureMean == nullptr) {
@@ -124,6 +127,7 @@ TreeLearner::SetPlace TreeLearner::ClearPlace(int type) {
         numClass = 0;
         return {true,
                 sampleSize,
+                trainDim,
                 labelV,
                 featureVV,
                 queryIdV,
@@ -134,9 +138,9 @@ TreeLearner::SetPlace TreeLearner::ClearPlace(int type) {
     }
     if (type == kTest) {
         FreeTestData();
-        testDim = dimFea;
         return {false,
                 testSize,
+                testDim,
                 labelTestV,
                 featureTestVV,
                 queryIdTestV,
@@ -148,6 +152,7 @@ TreeLearner::SetPlace TreeLearner::ClearPlace(int type) {
     FreeDevelopmentData();
     return {false,
             devSize,
+            devDim,
             labelDevV,
             featureDevVV,
             queryIdDevV,

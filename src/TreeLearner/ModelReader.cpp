@@ -203,7 +203,7 @@ int TreeLearner::LoadModelFull(std::string fileM) {
         if (source.IsEmpty()) return Fail("ERROR: empty model file!\n");
         if (ReadHeader(source, *this) != 0) return -1;
         if (ReadMeans(source, *this) != 0) return -1;
-        modelDim = dimFea;
+        modelDim = meanDim = dimFea;
         RetireTrees();
         if (ReadGroups(source, *this) != 0) return -1;
         walkFault = FindFault();

@@ -56,6 +56,7 @@ void WriteParameters(std::ostream& out, const CheckCfgCLS& c) {
 
 int TreeLearner::SaveModelFull(std::string fileMout) {
     return sylvora::Guarded([&] {
+        if (CheckModelWidth() != 0) return -1;
         sylvora::WholeFile file(fileMout);
         if (!file.IsOpen()) return sylvora::Fail("ERROR: Can not open file!\n\n");
         std::ofstream& out = file.Stream();

@@ -44,8 +44,10 @@ int TreeLearner::ParamInit() {
         if (sampleSize == 0) {
             return Fail("Error: no data exists in the tree models learning process!\n");
         }
-        if (CfgInfo.modelType == "GBRank" && queryIdV == nullptr) {
-            return Fail("ERROR: Size of qid does not match the data!\n");
+        if (CheckTrainingWidth() != 0) return -1;
+        if (CfgInfo.modelType == "GBRank") {
+            if (queryIdV == nullptr) return Fail("ERROR: Size of qid does not match the data!\n");
+            if (CheckQueriesTogether() != 0) return -1;
         }
         if (AllocateArray(gradientV, sampleSize, "allocating gradientV") != 0) return -1;
         if (AllocateArray(labelTrV, sampleSize, "allocating labelTrV") != 0) return -1;
@@ -133,7 +135,7 @@ void TreeLearner::FreeTrainingData() {
     FreeArray(featureMean);
     FreeArray(clsLabelEnum);
     FreeArray(IndexV);
-    sampleSize = 0;
+    sampleSize = trainDim = meanDim = 0;
 }
 
 void TreeLearner::FreeDevelopmentData() {
@@ -141,14 +143,14 @@ void TreeLearner::FreeDevelopmentData() {
     FreeArray(labelDevV);
     FreeArray(queryIdDevV);
     FreeArray(devResV);
-    devSize = 0;
+    devSize = devDim = 0;
 }
 
 void TreeLearner::FreeTestData() {
     sylvora::FreeRows(featureTestVV, testSize);
     FreeArray(labelTestV);
     FreeArray(queryIdTestV);
-    testSize = 0;
+    testSize = testDim = 0;
 }
 
 void TreeLearner::FreeDebugCounters() {
@@ -177,6 +179,7 @@ void TreeLearner::FreeTrees() {
     TreeVV.clear();
     retiredV.clear();
     scoringForm.reset();
+    modelDim = 0;
 }
 
 // Sets the ensemble aside until the learner goes: a caller may still hold its trees.

@@ -1,4 +1,5 @@
 // The trees of a round, and the step of the predictions along them.
+#include <algorithm>
 #include <memory>
 
 #include "../TreeLearner.h"
@@ -29,6 +30,11 @@ int TreeLearner::SelectRows(const int* weightV, int*& selected, int& count, long
 
 int TreeLearner::GrowTree(int treeId, bool fThreaded) {
     return sylvora::Guarded([&] {
+        const bool fWeighted = CfgInfo.fRegCls == "REG";
+        if (gradientV == nullptr || (fWeighted && numPairDistinctQueV == nullptr)) {
+            return Fail("ERROR: Growing a tree needs ParamInit first!\n");
+        }
+        if (CheckTrainingWidth() != 0) return -1;
         auto tree = std::make_unique<TreeCR>(CfgInfo, sampleFeaType);
         long* seed = SeedOf(treeId);
         int* indexV = nullptr;
@@ -51,6 +57,7 @@ int TreeLearner::GrowTree(int treeId, bool fThreaded) {
         TreeGroup.push_back(tree.get());
         tree.release();
         ++GroupTreeCnt;
+        modelDim = std::max(modelDim, dimFea);
         return 0;
     });
 }
@@ -71,7 +78,12 @@ int TreeLearner::GenerateRowTree(int treeIdBegin, int treeIdEnd) {
 // predictions but the round's result file.
 int TreeLearner::UpdatePrediction(int idBegin, int idEnd) {
     if (TreeGroup.empty()) return Fail("ERROR: No tree to update the predictions with!\n");
+    if (predictV == nullptr) return Fail("ERROR: UpdatePrediction needs ParamInit first!\n");
     TreeCR* tree = TreeGroup[0];
+    if (trainDim != 0 && tree->dimFeature > trainDim) {
+        return Fail("ERROR: The tree was grown on ", tree->dimFeature,
+                    " columns, the training data have ", trainDim, "!\n");
+    }
     for (int i = idBegin; i <= idEnd; ++i) {
         predictV[i] += tree->Predict(featureVV[i]) * dynShrink * valShrink;
     }
