@@ -12,6 +12,7 @@
 #include "Libdef.h"
 #include "Node.h"
 
+class TreeLearner;
 namespace sylvora {
 class EngineRun;
 namespace engine {
@@ -103,6 +104,7 @@ class SYLVORA_API TreeCR {
 
   private:
     friend class sylvora::EngineRun;
+    friend class TreeLearner;
     // Takes over a tree that the engine grew.
     void Adopt(const std::vector<sylvora::engine::GrownNode>& grownV);
 
@@ -114,6 +116,8 @@ class SYLVORA_API TreeCR {
     int SearchNode(Growth& growth, NodeCR& node, double& criteria);
     int AppendSons(NodeCR& node, int idxNode);
     int CheckWeights(const Growth& growth) const;
+
+    bool fSamplerThrew = false;  // the user's sampler threw an exception
 };
 
 #endif  // SYLVORA_TREE_H

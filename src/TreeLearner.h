@@ -23,6 +23,7 @@
 
 #include <pthread.h>
 
+#include <atomic>
 #include <cstddef>
 #include <fstream>
 #include <map>
@@ -67,11 +68,14 @@ SYLVORA_API void* PredictionThreadFunction(void* arg);
 
 // Told about progress after each round of boosting, or after each tree of a forest: `done` of
 // `total`. Returns 0 to go on; anything else ends the run there, also when all is grown (Boosting
-// returns -1 and writes no model).
+// returns -1 and writes no model), as does an exception.
 typedef int (*ProgressFuncType)(void* context, int done, int total);
 
 // Thread safety: a learner is trained by one thread, which starts workers of its own. Once trained
 // or loaded, any number of threads may call OnlineTesting and OnlineTestingBatch at the same time.
+// The user's functions (lossfunc, sampleFeaType, the progress function) are called during training.
+// From inside them DataInput, DataAdopt, ParamInit, Boosting, Destroy, LoadModelFull and the
+// functions that grow trees or compute weights are refused.
 // A call's own threads have ended when it returns, also after a failure, so a process may fork
 // between calls; the child may train and score with the learners that it has inherited.
 //
@@ -187,10 +191,11 @@ class SYLVORA_API TreeLearner {
     [[nodiscard]] int ParamInit();
 
     // Trains: numTree rounds on numThread threads, then the model file fileModel (and what was
-    // asked for along the way). The trees are in TreeVV afterwards.
+    // asked for along the way). The trees are in TreeVV afterwards. An exception of one of the
+    // user's functions ends the run with a line that says what it was.
     [[nodiscard]] int Boosting();
 
-    // Frees data and trees. Called by the destructor; returns 0.
+    // Frees data and trees. Called by the destructor. Returns 0, or -1 during training.
     int Destroy();
 
     // Writes the ensemble to `fileMout`, which appears whole or stays as it was.
@@ -271,6 +276,7 @@ class SYLVORA_API TreeLearner {
   private:
     typedef double (*PairForce)(double labelA, double labelB, double difference, double tau);
     struct Run;
+    class AtWork;
 
     int TransformLabels();
     int AllocateRunArrays();
@@ -303,6 +309,7 @@ class SYLVORA_API TreeLearner {
     long* SeedOf(int treeId);
     int SelectRows(const int* weightV, int*& selected, int& count, long* seed);
     int GrowTree(int treeId, bool fThreaded);
+    int GrowSlots(int treeIdBegin, int treeIdEnd);
 
     int PrepareRun(Run& run);
     void ShareOut(Run& run);
@@ -317,6 +324,7 @@ class SYLVORA_API TreeLearner {
     int FinishRun();
     bool IsStopped(int done, int total);
 
+    int RefuseAtWork(const char* operation) const;
     std::string DescribeWidth() const;
     int CheckTrainingWidth() const;
     int CheckModelWidth() const;
@@ -348,6 +356,9 @@ class SYLVORA_API TreeLearner {
     int trainDim = 0;
     int devDim = 0;
     int meanDim = 0;
+
+    std::atomic<int> numAtWork{0};        // calls under way that may call the user's functions
+    std::atomic<bool> fUserThrew{false};  // one of the user's functions threw an exception
 };
 
 #endif  // SYLVORA_TREELEARNER_H

@@ -150,6 +150,7 @@ int TreeCR::ComputeLeafValue(Growth& growth, NodeCR& node) {
 // Samples columns, searches the best cut and partitions the node's rows.
 int TreeCR::SplitNode(Growth& growth, NodeCR& node, double& criteria) {
     if (node.SamplingFeature(treeSFT, growth.selFeaV.data(), growth.seed) != 0) {
+        fSamplerThrew = node.fSamplerThrew;
         return Fail("ERROR: Failed to sampling feature!\n");
     }
     if (SearchNode(growth, node, criteria) != 0) {

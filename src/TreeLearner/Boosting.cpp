@@ -11,8 +11,10 @@
 #include "../engine/WorkerPool.h"
 #include "../god/Report.h"
 #include "../god/Truncation.h"
+#include "../god/UserCall.h"
 #include "../god/Workers.h"
 #include "Arrays.h"
+#include "AtWork.h"
 #include "EngineRun.h"
 #include "RowDraw.h"
 
@@ -51,6 +53,8 @@ struct TreeLearner::Run {
 };
 
 int TreeLearner::Boosting() {
+    if (RefuseAtWork("Boosting") != 0) return -1;
+    const AtWork work(*this);
     const int status = sylvora::Guarded([&] {
         if (gradientV == nullptr || predictV == nullptr || numPairDistinctQueV == nullptr) {
             return Fail("ERROR: Boosting needs ParamInit first!\n");
@@ -178,11 +182,12 @@ int TreeLearner::BoostRound(Run& run, int idxTree) {
     if (fDebug) of_debug << idxTree - 1 << '\n';
     if (CfgInfo.fPrint) Print("******* Tree ID: ", idxTree, "  *******\n");
     run.Fork(*workers, CalLossThreadFunction);
+    if (fUserThrew) return -1;
     TreeGroup.clear();
     GroupTreeCnt = 0;
     if (modelType == "RandomForest") {
         if (GenerateForest() != 0) return -1;
-    } else if (GenerateTree() != 0) {
+    } else if (GrowTree(0, true) != 0) {
         return Fail("ERROR: Failed when generating tree!\n");
     }
     fSetDynStep = run.fSetDynStepGlobal;
@@ -198,11 +203,10 @@ int TreeLearner::BoostRound(Run& run, int idxTree) {
 // depend on the number of threads: the slots are grown in order. One that fails is reported and
 // left out.
 int TreeLearner::GenerateForest() {
-    for (int slot = 0; slot < sizeGroup && !fStopped; ++slot) {
-        generate_tree_info_t share = {this, slot, slot};
-        GenerateTreeThreadFunction(&share);
+    for (int slot = 0; slot < sizeGroup && !fStopped && !fUserThrew; ++slot) {
+        static_cast<void>(GrowSlots(slot, slot));
     }
-    return fStopped ? -1 : 0;
+    return fStopped || fUserThrew ? -1 : 0;
 }
 
 // A file that is lost does not stop the run; the first one is reported.
@@ -240,10 +244,14 @@ int TreeLearner::FinishRun() {
 }
 
 bool TreeLearner::IsStopped(int done, int total) {
-    const bool fGoOn =
-        progressFunction == nullptr || progressFunction(progressContext, done, total) == 0;
-    if (fGoOn) return false;
+    if (progressFunction == nullptr) return false;
+    const AtWork work(*this);
+    const int status = sylvora::CallUser("progress function", fUserThrew, [&] {
+        return progressFunction(progressContext, done, total);
+    });
+    if (status == 0) return false;
     fStopped = true;
+    if (fUserThrew) return true;
     sylvora::Warn("Notice: Training was stopped after ", done, " of ", total,
                   ", no model is written!\n");
     return true;

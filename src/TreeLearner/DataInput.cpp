@@ -62,6 +62,7 @@ struct TreeLearner::SetPlace {
 
 int TreeLearner::DataInput(VecDle l, VecVecDle f, int type, VecInt q, VecDle lvir) {
     return sylvora::Guarded([&] {
+        if (RefuseAtWork("DataInput") != 0) return -1;
         if (CfgInfo.fPrint) Print("Transferring data to the model ...\n");
         if (l.size() != f.size() || !lvir.empty()) {
             return Fail("ERROR: Data transformed into Ranking Model is wrong!\n");
@@ -83,6 +84,7 @@ int TreeLearner::DataAdopt(double* labels, double** rows, int numData, int numCo
                            int type) {
     AdoptedArrays arrays = {labels, rows, numData};
     return sylvora::Guarded([&] {
+        if (RefuseAtWork("DataAdopt") != 0) return -1;
         if (CfgInfo.fPrint) Print("Transferring data to the model ...\n");
         if (numData <= 0) return Fail("ERROR: No training data for tree models!\n");
         dimFea = numColumn;

@@ -8,7 +8,9 @@
 
 #include "../TreeLearner.h"
 #include "../god/Report.h"
+#include "../god/UserCall.h"
 #include "../god/Workers.h"
+#include "AtWork.h"
 
 using sylvora::Fail;
 
@@ -91,13 +93,15 @@ int TreeLearner::AddPairForces(int idBegin, int idEnd, PairForce force) {
 // functions count on it. One call at a time, because the ranges of several workers then overlap.
 int TreeLearner::ComputeGradientUser(int idBegin, int idEnd) {
     if (idBegin > idEnd) return 0;
+    const AtWork work(*this);
     const std::lock_guard<std::mutex> lock(lossMutex);
-    if (lossfunc == nullptr || lossfunc(labelTrV, predictV, &gradientV, idEnd - idBegin + 1) != 0) {
-        return Fail(
-            "ERROR: Failed to compute the negative gradient of loss function by user given "
-            "loss!\n");
-    }
-    return 0;
+    if (fUserThrew) return -1;  // in a call for another range, and it was reported
+    const int status = lossfunc == nullptr ? -1 : sylvora::CallUser("loss", fUserThrew, [&] {
+        return lossfunc(labelTrV, predictV, &gradientV, idEnd - idBegin + 1);
+    });
+    if (status == 0 || fUserThrew) return status;
+    return Fail(
+        "ERROR: Failed to compute the negative gradient of loss function by user given loss!\n");
 }
 
 int TreeLearner::ComputeGradient(int idBegin, int idEnd) {
@@ -125,6 +129,7 @@ int TreeLearner::ComputeGradient(int idBegin, int idEnd) {
     const std::string& loss = CfgInfo.lossFunc;
     if (loss == "USER") {
         if (ComputeGradientUser(idBegin, idEnd) == 0) return 0;
+        if (fUserThrew) return -1;
         return Fail("ERROR: Failed when computing the regression gradient!\n");
     }
     if (CfgInfo.fRegCls == "REG") {

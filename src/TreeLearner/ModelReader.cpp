@@ -197,6 +197,7 @@ std::string NameLast(const std::vector<std::vector<TreeCR*>>& groupV) {
 
 int TreeLearner::LoadModelFull(std::string fileM) {
     return sylvora::Guarded([&] {
+        if (RefuseAtWork("LoadModelFull") != 0) return -1;
         walkFault = "the model was not loaded in full";
         ModelSource source(fileM);
         if (!source.IsOpen()) return Fail("ERROR: Cannot open model file!\n");

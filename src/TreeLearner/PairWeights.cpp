@@ -56,6 +56,7 @@ long long TreeLearner::LargestTreeWeight() const {
 }
 
 int TreeLearner::ComputeDistinctPair() {
+    if (RefuseAtWork("ComputeDistinctPair") != 0) return -1;
     return sylvora::Guarded([&] {
         if (sylvora::AllocateArray(numPairDistinctQueV, sampleSize, "numPairDistinctQueV") != 0) {
             return -1;

@@ -1,4 +1,5 @@
-// What a learner refuses: data and models that do not fit each other.
+// What a learner refuses: data and models that do not fit each other, and calls from inside the
+// user's functions.
 #include <algorithm>
 #include <string>
 #include <unordered_set>
@@ -8,6 +9,11 @@
 
 using sylvora::Fail;
 using sylvora::Text;
+
+int TreeLearner::RefuseAtWork(const char* operation) const {
+    if (numAtWork == 0) return 0;
+    return Fail("ERROR: ", operation, " cannot be called during training: wait for its end!\n");
+}
 
 // Where dimFea comes from, and what it is.
 std::string TreeLearner::DescribeWidth() const {

@@ -35,6 +35,7 @@ TreeLearner::~TreeLearner() {
 
 int TreeLearner::ParamInit() {
     return sylvora::Guarded([&] {
+        if (RefuseAtWork("ParamInit") != 0) return -1;
         if (CfgInfo.fPrint) Print("Init parameters in ranking model ...\n");
         sizeGroup = CfgInfo.sizeGroup;
         modelType = CfgInfo.modelType;
@@ -112,6 +113,7 @@ void TreeLearner::CountQueryRows() {
 }
 
 int TreeLearner::Destroy() {
+    if (RefuseAtWork("Destroy") != 0) return -1;
     FreeTrainingData();
     FreeDevelopmentData();
     FreeTestData();

@@ -6,6 +6,7 @@
 #include "../claim.h"
 #include "../god/Report.h"
 #include "../god/Workers.h"
+#include "AtWork.h"
 #include "EngineRun.h"
 #include "RowDraw.h"
 
@@ -29,6 +30,7 @@ int TreeLearner::SelectRows(const int* weightV, int*& selected, int& count, long
 }
 
 int TreeLearner::GrowTree(int treeId, bool fThreaded) {
+    const AtWork work(*this);
     return sylvora::Guarded([&] {
         const bool fWeighted = CfgInfo.fRegCls == "REG";
         if (gradientV == nullptr || (fWeighted && numPairDistinctQueV == nullptr)) {
@@ -51,6 +53,7 @@ int TreeLearner::GrowTree(int treeId, bool fThreaded) {
         if (!fGrown &&
             (tree.get()->*grow)(featureVV, gradientV, numPairDistinctQueV, indexV,
                                 CfgInfo.fPrintLeafDistribution, of_debug, fea_debug, seed) != 0) {
+            if (tree->fSamplerThrew) fUserThrew = true;
             return Fail("ERROR: Failed when TreeCR grows!\n");
         }
         const sylvora::Locked lock(generateTree_mutex);
@@ -62,11 +65,18 @@ int TreeLearner::GrowTree(int treeId, bool fThreaded) {
     });
 }
 
+// During a run, only its callbacks can get here, and the run would lose their trees.
 int TreeLearner::GenerateTree() {
+    if (workers != nullptr && RefuseAtWork("GenerateTree") != 0) return -1;
     return GrowTree(0, true);
 }
 
 int TreeLearner::GenerateRowTree(int treeIdBegin, int treeIdEnd) {
+    if (workers != nullptr && RefuseAtWork("GenerateRowTree") != 0) return -1;
+    return GrowSlots(treeIdBegin, treeIdEnd);
+}
+
+int TreeLearner::GrowSlots(int treeIdBegin, int treeIdEnd) {
     for (int treeId = treeIdBegin; treeId <= treeIdEnd; ++treeId) {
         if (GrowTree(treeId, false) != 0) return -1;
         if (IsStopped(treeId + 1, sizeGroup)) return -1;
