@@ -20,7 +20,8 @@ typedef std::vector<VecDle> VecVecDle;
 typedef std::vector<VecInt> VecVecInt;
 
 // A user loss ("USER"): reads `count` labels and `count` current predictions and writes `count`
-// negative gradients to *gradientV. Returns 0 on success.
+// negative gradients to *gradientV. Returns 0 on success. An exception ends the run; it must not
+// end the thread.
 //
 // The library calls it once per worker range and round, one call at a time, with the arrays from
 // their first sample and the length of the range as `count`; only a run with one thread therefore
@@ -34,7 +35,8 @@ typedef int (*LossFuncType)(double* labelV, double* predictV, double** gradientV
 //   countSel       entries of selF and of selFeaValue
 //   curdepth       depth of the node, 0 for the root
 //   fspecify       to set: whether the values in selFeaValue replace the computed split points
-// Returns 0 on success. Several trees of a forest may call it from several threads.
+// Returns 0 on success. An exception ends the run; it must not end the thread. Several trees of a
+// forest may call it from several threads.
 typedef int (*SamplingFeatureType)(int dimF, int*& selF, double*& selFeaValue, int countSel,
                                    int curdepth, bool& fspecify);
 

@@ -83,7 +83,8 @@ class SYLVORA_API NodeCR {
     [[nodiscard]] int GetGradSumCls(const double*& gradV, const int*& indexV, int numClass);
 
     // Samples numSelFea columns into selFeaV and copies them to selV; null samples without
-    // replacement with the generator of `seed`. Returns 0 or -1.
+    // replacement with the generator of `seed`. Returns 0 or -1; an exception of the user's sampler
+    // is reported and becomes -1.
     [[nodiscard]] int SamplingFeature(SamplingFeatureType nodeSampleFeaType, int* selV, long* seed);
 
     // The built-in sampler: a partial Fisher-Yates draw of countSel out of dimF columns.
@@ -123,6 +124,7 @@ class SYLVORA_API NodeCR {
 
   private:
     friend class TreeCR;
+    bool fSamplerThrew = false;  // (growth) the user's sampler threw an exception
     int FinishSearch(const double* const* featureVV, const int* indexV, int slot);
     void ApplyUserValue(const double* const* featureVV, const int* indexV, int slot);
     void ReleaseCandidates();

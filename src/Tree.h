@@ -12,6 +12,7 @@
 #include "Libdef.h"
 #include "Node.h"
 
+class TreeLearner;
 namespace sylvora {
 class EngineRun;
 namespace engine {
@@ -76,7 +77,8 @@ class SYLVORA_API TreeCR {
 
     // Grows the tree. `featureVV` is row-major (all training rows), `gradV` and `numDocPairQueV`
     // hold each row's gradient (class label for "CLS") and integer weight, `indexV` the sampled
-    // rows, which are reordered in place; all stay the caller's. Debug records are kept when
+    // rows, which are reordered in place; all stay the caller's. In a regression, weights whose
+    // absolute values add up to more than an int holds are refused. Debug records are kept when
     // `opt_debug` is open, with per-column totals in `fea_debug` where that is not null. `seed` is
     // the state word that column sampling draws from. Return 0, or -1 after a message; the tree is
     // then only good for destruction.
@@ -102,6 +104,7 @@ class SYLVORA_API TreeCR {
 
   private:
     friend class sylvora::EngineRun;
+    friend class TreeLearner;
     // Takes over a tree that the engine grew.
     void Adopt(const std::vector<sylvora::engine::GrownNode>& grownV);
 
@@ -112,6 +115,9 @@ class SYLVORA_API TreeCR {
     int SplitNode(Growth& growth, NodeCR& node, double& criteria);
     int SearchNode(Growth& growth, NodeCR& node, double& criteria);
     int AppendSons(NodeCR& node, int idxNode);
+    int CheckWeights(const Growth& growth) const;
+
+    bool fSamplerThrew = false;  // the user's sampler threw an exception
 };
 
 #endif  // SYLVORA_TREE_H

@@ -23,6 +23,7 @@
 
 #include <pthread.h>
 
+#include <atomic>
 #include <cstddef>
 #include <fstream>
 #include <map>
@@ -69,7 +70,7 @@ SYLVORA_API void* PredictionThreadFunction(void* arg);
 
 // Told about progress after each round of boosting, or after each tree of a forest: `done` of
 // `total`. Returns 0 to go on; anything else ends the run there, also when all is grown (Boosting
-// returns -1 and writes no model).
+// returns -1 and writes no model), as does an exception.
 typedef int (*ProgressFuncType)(void* context, int done, int total);
 
 // What rounding the thresholds of an ensemble to six digits does to its training rows, as far as
@@ -81,6 +82,9 @@ struct rounding_effect_t {
 
 // Thread safety: a learner is trained by one thread, which starts workers of its own. Once trained
 // or loaded, any number of threads may call OnlineTesting and OnlineTestingBatch at the same time.
+// The user's functions (lossfunc, sampleFeaType, the progress function) are called during training.
+// From inside them DataInput, DataAdopt, ParamInit, Boosting, Destroy, LoadModelFull and the
+// functions that grow trees or compute weights are refused.
 // A call's own threads have ended when it returns, also after a failure, so a process may fork
 // between calls; the child may train and score with the learners that it has inherited.
 //
@@ -118,7 +122,7 @@ class SYLVORA_API TreeLearner {
     double* gradientV = nullptr;         // the negative gradient per training sample
     long** randGenerators = nullptr;     // seed cell per slot; slots from 1 on share one
     VecInt numDocQueV;                   // per sample: number of samples in its query
-    int* numPairDistinctQueV = nullptr;  // per sample: its weight; read where fHomoWgt is 0
+    int* numPairDistinctQueV = nullptr;  // per sample: its weight; see ComputeDistinctPair
     double* devResV = nullptr;
     VecVecFt devResVV;
     double* testResV = nullptr;
@@ -140,7 +144,7 @@ class SYLVORA_API TreeLearner {
     int numClass = 0;  // 0 for regression
     int testSize = 0;
     int devSize = 0;
-    int fHomoWgt = 1;  // 1: every sample weighs 1; 0: weights are distinct-pair counts
+    int fHomoWgt = 1;  // ParamInit's weights: 1: all are 1; 0: distinct-pair counts
     int sizeGroup = 0;
     int numTree = 0;
     int numThread = 1;
@@ -169,9 +173,13 @@ class SYLVORA_API TreeLearner {
 
     // Takes one data set: labels `l`, rows `f` (all as long as the first), query ids `q` (one per
     // record, or empty; needed for "GBRank" training data, numbered 0, 1, 2, ... in order with
-    // the rows of a query together). `type`: 0 training, 1 test, 2 development; each once, and the
-    // training set last, because it fixes dimFea. `lvir` must be empty. Move the vectors in: each
-    // row is freed as soon as it is copied.
+    // the rows of a query together, which ParamInit checks). `type`: 0 training, 1 test, 2
+    // development; each once. `lvir` must be empty. Move the vectors in: each row is freed as soon
+    // as it is copied.
+    //
+    // Each call sets dimFea to the width of its rows. A set that does not fit is refused where it
+    // is first used: training where dimFea is not the width of the training rows, SaveModelFull
+    // where it is not that of the model, FeatureAnalysis where test rows are narrower than it.
     //
     // featureMean is divided by the number of records after every record, not once at the end, so
     // late records weigh most; models have always carried it so.
@@ -192,10 +200,11 @@ class SYLVORA_API TreeLearner {
     [[nodiscard]] int ParamInit();
 
     // Trains: numTree rounds on numThread threads, then the model file fileModel (and what was
-    // asked for along the way). The trees are in TreeVV afterwards.
+    // asked for along the way). The trees are in TreeVV afterwards. An exception of one of the
+    // user's functions ends the run with a line that says what it was.
     [[nodiscard]] int Boosting();
 
-    // Frees data and trees. Called by the destructor; returns 0.
+    // Frees data and trees. Called by the destructor. Returns 0, or -1 during training.
     int Destroy();
 
     // Writes the ensemble to `fileMout`, which appears whole or stays as it was. Nothing is written
@@ -226,7 +235,7 @@ class SYLVORA_API TreeLearner {
     // results of `n` calls of OnlineTesting that pass a fullResult. `stride` is the number of
     // values from one row to the next, at least dimFea. Works with at most `numThread` threads, the
     // caller's included; 0 or less: as many as the process has processors. On failure `results` is
-    // left as it was.
+    // left as it was. More rows than an address space can hold are refused.
     [[nodiscard]] int OnlineTestingBatch(const double* rows, size_t n, size_t stride,
                                          double* results, int numThread);
 
@@ -235,6 +244,11 @@ class SYLVORA_API TreeLearner {
 
     // The steps of a run, public for workers and tests. Sample and slot ranges are inclusive at
     // both ends; an empty range does nothing.
+
+    // Sets the weights to 1, or where fHomoWgt is 0 to the number of rows of the same query with
+    // another label. They may be changed afterwards, also between two trees: no tree is grown on
+    // rows of weight 0 or less, and a regression weighs its rows. Refused where the weights of the
+    // rows that a tree can draw add up to more than an int holds.
     [[nodiscard]] int ComputeDistinctPair();
     int ComputeGradientSquare(int idBegin, int idEnd);
     int ComputeGradientLabel(int idBegin, int idEnd);
@@ -251,7 +265,7 @@ class SYLVORA_API TreeLearner {
     int UpdatePrediction(int idBegin, int idEnd);
     // Row samples: `selected` (new[]; the caller's to delete[]) receives `count` row numbers drawn
     // with the state word `seed`, by single rows in draw order, or by whole queries in row order.
-    // Rows of weight 0 are left out.
+    // Rows of weight 0 or less are left out.
     [[nodiscard]] int RandomSelectURL(int*& selected, int& count, long* seed);
     [[nodiscard]] int RandomSelectQuery(int*& selected, int& count, long* seed);
 
@@ -281,8 +295,8 @@ class SYLVORA_API TreeLearner {
     int getMissingTreeNum() const { return numMissing; }
     int getGroupNum() const;  // groups of the ensemble, in TreeVV or packed
     // Compares, for the training rows of the last run, the ensemble in memory with the one that six
-    // digits make of it. `maxThreads` as for OnlineTestingBatch. Returns 0, or -1 when memory runs
-    // out.
+    // digits make of it. `maxThreads` as for OnlineTestingBatch. Returns 0, or -1 when there are no
+    // such rows or memory runs out.
     [[nodiscard]] int MeasureRounding(rounding_effect_t& effect, int maxThreads) const;
     // Frees the ensemble, and leaves the data.
     void ReleaseTrees();
@@ -294,6 +308,7 @@ class SYLVORA_API TreeLearner {
   private:
     typedef double (*PairForce)(double labelA, double labelB, double difference, double tau);
     struct Run;
+    class AtWork;
 
     int TransformLabels();
     int AllocateRunArrays();
@@ -321,10 +336,12 @@ class SYLVORA_API TreeLearner {
     int ComputeGradient(int idBegin, int idEnd);
     friend void* CalLossThreadFunction(void* arg);
 
+    int DrawRows(const int* weightV, int*& selected, int& count, long* seed);
     void ReportRows(const char* notice, int count, int numQueries);
     long* SeedOf(int treeId);
-    int SelectRows(int*& selected, int& count, long* seed);
+    int SelectRows(const int* weightV, int*& selected, int& count, long* seed);
     int GrowTree(int treeId, bool fThreaded);
+    int GrowSlots(int treeIdBegin, int treeIdEnd);
 
     int PrepareRun(Run& run);
     void ShareOut(Run& run);
@@ -349,6 +366,13 @@ class SYLVORA_API TreeLearner {
 
     int WriteModel(const std::string& fileMout, int digits, bool fCheck);
     void MakeRecords(const sylvora::engine::PackedTrees& trees, int numUnfilled);
+
+    int RefuseAtWork(const char* operation) const;
+    std::string DescribeWidth() const;
+    int CheckTrainingWidth() const;
+    int CheckModelWidth() const;
+    int CheckQueriesTogether() const;
+    long long LargestTreeWeight() const;
 
     struct ScoringForm;
 
@@ -377,6 +401,14 @@ class SYLVORA_API TreeLearner {
     int testDim = 0;        // columns of the test rows
     std::string walkFault;  // why a loaded ensemble cannot be scored; empty: it can
     std::shared_ptr<const ScoringForm> scoringForm;  // null: the trees are walked one by one
+
+    // Columns of the training and the development rows, and entries of featureMean; 0: set by hand.
+    int trainDim = 0;
+    int devDim = 0;
+    int meanDim = 0;
+
+    std::atomic<int> numAtWork{0};        // calls under way that may call the user's functions
+    std::atomic<bool> fUserThrew{false};  // one of the user's functions threw an exception
 };
 
 #endif  // SYLVORA_TREELEARNER_H

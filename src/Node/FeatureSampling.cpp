@@ -8,6 +8,7 @@
 #include "../Node.h"
 #include "../god/RandomGenerator.h"
 #include "../god/Report.h"
+#include "../god/UserCall.h"
 
 using sylvora::Fail;
 
@@ -20,12 +21,17 @@ int NodeCR::SamplingFeature(SamplingFeatureType nodeSampleFeaType, int* selV, lo
         return Fail("ERROR: Failed to allocate memory when allocating selFeaV!\n");
     }
     std::fill_n(selFeaV, numSlots, -1);
+    fSamplerThrew = false;
     const int sampled =
         nodeSampleFeaType != nullptr
-            ? nodeSampleFeaType(dimFeature, selFeaV, selFeaValue, numSelFea, depth,
-                                fSpecifySplitValue)
+            ? sylvora::CallUser("feature sampler", fSamplerThrew,
+                                [&] {
+                                    return nodeSampleFeaType(dimFeature, selFeaV, selFeaValue,
+                                                             numSelFea, depth, fSpecifySplitValue);
+                                })
             : SamplingFeatureWithoutReplacement(dimFeature, selFeaV, selFeaValue, numSelFea, depth,
                                                 fSpecifySplitValue, seed);
+    if (fSamplerThrew) return -1;
     if (sampled != 0) return Fail("ERROR: Failed when sampling feature!\n");
     int* const end = selFeaV + numSlots;
     const auto isOutside = [this](int id) { return id < -1 || id >= dimFeature; };

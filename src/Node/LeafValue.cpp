@@ -7,13 +7,13 @@
 
 int NodeCR::GetGradSum(const double*& gradV, const int*& indexV, const int*& numDocPairQueV) {
     double sum = 0.0;
-    int weight = 0;
+    long long weight = 0;  // by hand, a node can get weights that no int holds
     for (int i = startDoc; i < startDoc + countDoc; ++i) {
         sum += gradV[indexV[i]];
         weight += numDocPairQueV[indexV[i]];
     }
     gradAll = sum;
-    wgtAll = weight;
+    wgtAll = static_cast<int>(weight);
     avgPredict = gradAll / wgtAll;
     return 0;
 }

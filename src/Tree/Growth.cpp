@@ -2,7 +2,9 @@
 #include "Growth.h"
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
+#include <cstdlib>
 #include <memory>
 #include <string>
 
@@ -77,6 +79,7 @@ int TreeCR::GrowAndReport(Growth& growth, std::ofstream& opt_debug, fea_debuginf
     return sylvora::Guarded([&] {
         sylvora::DebugRecord record(singleTreeDebug, fea_debug);
         fDebug = opt_debug.is_open();
+        if (CheckWeights(growth) != 0) return -1;
         if (fDebug) {
             const int numRoom = MostSplitNodes(maxLeaf, maxDepth, NodeV[0]->countDoc);
             if (record.Allocate(numRoom, numFeaSel) != 0) return -1;
@@ -93,6 +96,19 @@ int TreeCR::GrowAndReport(Growth& growth, std::ofstream& opt_debug, fea_debuginf
         if (fDebug) record.Write(opt_debug, numSplit);
         return 0;
     });
+}
+
+// Nodes add weights up as ints.
+int TreeCR::CheckWeights(const Growth& growth) const {
+    if (fRegCls != "REG") return 0;
+    const int numRows = NodeV[0]->countDoc;
+    long long total = 0;
+    for (int i = 0; i < numRows; ++i) {
+        total += std::llabs(growth.numDocPairQueV[growth.indexV[i]]);
+    }
+    if (total <= INT_MAX) return 0;
+    return Fail("ERROR: The weights of the tree's ", numRows, " rows add up to ", total,
+                ", more than ", INT_MAX, ": use smaller weights!\n");
 }
 
 int TreeCR::Grow(Growth& growth, int& numSplit) {
@@ -134,6 +150,7 @@ int TreeCR::ComputeLeafValue(Growth& growth, NodeCR& node) {
 // Samples columns, searches the best cut and partitions the node's rows.
 int TreeCR::SplitNode(Growth& growth, NodeCR& node, double& criteria) {
     if (node.SamplingFeature(treeSFT, growth.selFeaV.data(), growth.seed) != 0) {
+        fSamplerThrew = node.fSamplerThrew;
         return Fail("ERROR: Failed to sampling feature!\n");
     }
     if (SearchNode(growth, node, criteria) != 0) {

@@ -13,9 +13,12 @@
 #include "../engine/WorkerPool.h"
 #include "../god/Report.h"
 #include "../god/Truncation.h"
+#include "../god/UserCall.h"
 #include "../god/Workers.h"
 #include "Arrays.h"
+#include "AtWork.h"
 #include "EngineRun.h"
+#include "RowDraw.h"
 
 using sylvora::AllocateArray;
 using sylvora::Fail;
@@ -52,8 +55,13 @@ struct TreeLearner::Run {
 };
 
 int TreeLearner::Boosting() {
+    if (RefuseAtWork("Boosting") != 0) return -1;
+    const AtWork work(*this);
     const int status = sylvora::Guarded([&] {
-        if (gradientV == nullptr) return Fail("ERROR: Boosting needs ParamInit first!\n");
+        if (gradientV == nullptr || predictV == nullptr || numPairDistinctQueV == nullptr) {
+            return Fail("ERROR: Boosting needs ParamInit first!\n");
+        }
+        if (CheckTrainingWidth() != 0) return -1;
         if (CfgInfo.fPrint) Print("Start Boosting ...\n");
         const long start = Now();
         Run run;
@@ -76,6 +84,7 @@ int TreeLearner::PrepareRun(Run& run) {
     numGrown = 0;
     RetireTrees();
     if (fPacked) packedTrees = std::make_shared<sylvora::engine::PackedTrees>();
+    modelDim = dimFea;
     StepLengthV.clear();
     dynShrink = 1.0;
     if (fDebug && AllocateDebugCounters() != 0) {
@@ -144,7 +153,7 @@ std::vector<boosting_info_t> TreeLearner::ShareSamples() {
 // Whole queries for each worker. When the last query has a single sample, the worker before the
 // last ends on it too; the last one starts there as well.
 std::vector<boosting_info_t> TreeLearner::ShareQueries() {
-    const int numQueries = std::clamp(queryIdV[sampleSize - 1], -1, INT_MAX - 1) + 1;
+    const int numQueries = sylvora::NumQueries(queryIdV[sampleSize - 1]);
     numThread = std::max(std::min(numThread, numQueries), 1);
     const int last = sampleSize - 1;
     std::vector<boosting_info_t> shares;
@@ -179,11 +188,12 @@ int TreeLearner::BoostRound(Run& run, int idxTree) {
     if (fDebug) of_debug << idxTree - 1 << '\n';
     if (CfgInfo.fPrint) Print("******* Tree ID: ", idxTree, "  *******\n");
     run.Fork(*workers, CalLossThreadFunction);
+    if (fUserThrew) return -1;
     TreeGroup.clear();
     GroupTreeCnt = 0;
     if (modelType == "RandomForest") {
         if (GenerateForest() != 0) return -1;
-    } else if (GenerateTree() != 0) {
+    } else if (GrowTree(0, true) != 0) {
         return Fail("ERROR: Failed when generating tree!\n");
     }
     if (fVerify && CheckRound(idxTree) != 0) return -1;
@@ -200,12 +210,11 @@ int TreeLearner::BoostRound(Run& run, int idxTree) {
 // depend on the number of threads: the slots are grown in order. One that fails is reported and
 // left out.
 int TreeLearner::GenerateForest() {
-    for (int slot = 0; slot < sizeGroup && !fStopped; ++slot) {
-        generate_tree_info_t share = {this, slot, slot};
-        GenerateTreeThreadFunction(&share);
-        if (fVerify && !fStopped && CheckSlot(slot) != 0) return -1;
+    for (int slot = 0; slot < sizeGroup && !fStopped && !fUserThrew; ++slot) {
+        static_cast<void>(GrowSlots(slot, slot));
+        if (fVerify && !fStopped && !fUserThrew && CheckSlot(slot) != 0) return -1;
     }
-    return fStopped ? -1 : 0;
+    return fStopped || fUserThrew ? -1 : 0;
 }
 
 // A file that is lost does not stop the run; the first one is reported.
@@ -246,10 +255,14 @@ int TreeLearner::FinishRun() {
 }
 
 bool TreeLearner::IsStopped(int done, int total) {
-    const bool fGoOn =
-        progressFunction == nullptr || progressFunction(progressContext, done, total) == 0;
-    if (fGoOn) return false;
+    if (progressFunction == nullptr) return false;
+    const AtWork work(*this);
+    const int status = sylvora::CallUser("progress function", fUserThrew, [&] {
+        return progressFunction(progressContext, done, total);
+    });
+    if (status == 0) return false;
     fStopped = true;
+    if (fUserThrew) return true;
     sylvora::Warn("Notice: Training was stopped after ", done, " of ", total,
                   ", no model is written!\n");
     return true;

@@ -53,6 +53,7 @@ struct AdoptedArrays {
 struct TreeLearner::SetPlace {
     bool fTraining;
     int& numData;
+    int& numColumns;
     double*& labels;
     double**& rows;
     int*& queries;
@@ -61,6 +62,7 @@ struct TreeLearner::SetPlace {
 
 int TreeLearner::DataInput(VecDle l, VecVecDle f, int type, VecInt q, VecDle lvir) {
     return sylvora::Guarded([&] {
+        if (RefuseAtWork("DataInput") != 0) return -1;
         if (CfgInfo.fPrint) Print("Transferring data to the model ...\n");
         if (l.size() != f.size() || !lvir.empty()) {
             return Fail("ERROR: Data transformed into Ranking Model is wrong!\n");
@@ -82,6 +84,7 @@ int TreeLearner::DataAdopt(double* labels, double** rows, int numData, int numCo
                            int type) {
     AdoptedArrays arrays = {labels, rows, numData};
     return sylvora::Guarded([&] {
+        if (RefuseAtWork("DataAdopt") != 0) return -1;
         if (CfgInfo.fPrint) Print("Transferring data to the model ...\n");
         if (numData <= 0) return Fail("ERROR: No training data for tree models!\n");
         dimFea = numColumn;
@@ -97,11 +100,13 @@ int TreeLearner::DataAdopt(double* labels, double** rows, int numData, int numCo
 // Puts a set of rows of dimFea columns into its place, which `fill` fills with labels and rows.
 template <typename Fill>
 int TreeLearner::StoreSet(int type, int numData, const VecInt& q, Fill fill) {
-    if (dimFea == 0) return Fail("ERROR: None features for training data!\n");
+    if (dimFea <= 0) return Fail("ERROR: None features for training data!\n");
     if (IsSet(type)) {
         const SetPlace place = ClearPlace(type);
         place.numData = numData;
+        place.numColumns = dimFea;
         if (place.fTraining) {
+            meanDim = dimFea;
             const size_t numColumns = static_cast<size_t>(dimFea);
             featureMean = static_cast<double*>(std::calloc(numColumns, sizeof(double)));
             if (featureMean == nullptr) {
@@ -124,6 +129,7 @@ TreeLearner::SetPlace TreeLearner::ClearPlace(int type) {
         numClass = 0;
         return {true,
                 sampleSize,
+                trainDim,
                 labelV,
                 featureVV,
                 queryIdV,
@@ -134,9 +140,9 @@ TreeLearner::SetPlace TreeLearner::ClearPlace(int type) {
     }
     if (type == kTest) {
         FreeTestData();
-        testDim = dimFea;
         return {false,
                 testSize,
+                testDim,
                 labelTestV,
                 featureTestVV,
                 queryIdTestV,
@@ -148,6 +154,7 @@ TreeLearner::SetPlace TreeLearner::ClearPlace(int type) {
     FreeDevelopmentData();
     return {false,
             devSize,
+            devDim,
             labelDevV,
             featureDevVV,
             queryIdDevV,

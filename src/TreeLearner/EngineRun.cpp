@@ -98,9 +98,9 @@ bool EngineRun::Prepare(const TreeLearner& learner) {
         std::clamp(Truncate<int>(learner.dimFea * c.ratio - 1e-10), -1, learner.dimFea - 1) + 1;
     const engine::GrowthLimits limits = {c.maxLeaf, c.maxDepth, c.numBound, numSelFea, fForest};
     // Where few columns are drawn, keeping the lists of all does not pay, and a regression is
-    // faster with histograms.
+    // faster with histograms. Lists know no weights.
     const bool fManyDrawn = 100.0 * numSelFea >= 1.0 * tuning.listPercent * learner.dimFea;
-    if (c.fRegCls != "REG" || (fForest && fManyDrawn && learner.fHomoWgt == 1)) {
+    if (c.fRegCls != "REG" || (fForest && fManyDrawn && WeightsOf(learner) == nullptr)) {
         lists = std::make_unique<ListWay>(learner, limits, fManyDrawn, *this);
         return !lists->lists->HasNan();
     }
@@ -111,21 +111,22 @@ bool EngineRun::Prepare(const TreeLearner& learner) {
     return !histograms->columns.HasNan();
 }
 
-bool EngineRun::Grow(const TreeLearner& learner, TreeCR& tree, std::unique_ptr<int[]>& indexV,
-                     int num, long* seed) {
+bool EngineRun::Grow(const TreeLearner& learner, TreeCR& tree, const int* weightV,
+                     std::unique_ptr<int[]>& indexV, int num, long* seed) {
     grownTree = nullptr;
     if (rowsAhead) rowsAhead->Forget();  // a callback may have changed how rows are drawn
     if (lists) {
+        // The user may have changed the weights since the run began.
+        if (learner.CfgInfo.fRegCls == "REG" && weightV != nullptr) return false;
         if (!lists->growth.Grow(learner.gradientV, indexV.get(), num, seed)) return false;
         tree.Adopt(lists->growth.Nodes());
         return true;
     }
-    const int* weights = learner.fHomoWgt == 1 ? nullptr : learner.numPairDistinctQueV;
     engine::RegressionGrowth& growth = histograms->growth;
     const auto drawAhead = [&] {
         if (rowsAhead) rowsAhead->Start(RowDraw::PerTree(learner), seed);
     };
-    if (!growth.Take(learner.gradientV, weights, indexV.get(), num)) return false;
+    if (!growth.Take(learner.gradientV, weightV, indexV.get(), num)) return false;
     indexV.reset();
     growth.Grow(seed, drawAhead);
     tree.Adopt(growth.Nodes());
@@ -133,9 +134,8 @@ bool EngineRun::Grow(const TreeLearner& learner, TreeCR& tree, std::unique_ptr<i
     return true;
 }
 
-bool EngineRun::TakeRowsAhead(const RowDraw& draw, long* seed, std::unique_ptr<int[]>& drawnV,
-                              int& count) {
-    return rowsAhead && rowsAhead->Take(draw, seed, drawnV, count);
+bool EngineRun::TakeRowsAhead(const RowDraw& draw, long* seed, std::unique_ptr<int[]>& drawnV) {
+    return rowsAhead && rowsAhead->Take(draw, seed, drawnV);
 }
 
 bool EngineRun::StepPredictions(const TreeLearner& learner) {

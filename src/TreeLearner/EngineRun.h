@@ -22,16 +22,16 @@ class EngineRun {
     [[nodiscard]] static std::unique_ptr<EngineRun> Start(const TreeLearner& learner,
                                                           engine::WorkerPool& pool);
 
-    // Grows `tree` on `num` rows as TreeCR::GrowOne and GrowHalf do; the array of rows is freed as
-    // soon as it can be. False, with nothing changed, when the gradients are out of the engine's
-    // range.
-    [[nodiscard]] bool Grow(const TreeLearner& learner, TreeCR& tree,
+    // Grows `tree` on `num` rows as TreeCR::GrowOne and GrowHalf do, with the learner's weights
+    // (null: all 1); the array of rows is freed as soon as it can be. False, with nothing changed,
+    // when the gradients or the weights are out of the engine's range.
+    [[nodiscard]] bool Grow(const TreeLearner& learner, TreeCR& tree, const int* weightV,
                             std::unique_ptr<int[]>& indexV, int num, long* seed);
 
-    // Gives out rows that were drawn ahead for the next tree and moves the generator on; false,
-    // with nothing changed, where there are none that fit.
+    // Gives out rows that were drawn ahead for the next tree, whatever their weights, and moves the
+    // generator on; false, with nothing changed, where there are none that fit.
     [[nodiscard]] bool TakeRowsAhead(const RowDraw& draw, long* seed,
-                                     std::unique_ptr<int[]>& drawnV, int& count);
+                                     std::unique_ptr<int[]>& drawnV);
 
     // Steps the learner's predictions along the tree grown last, as UpdatePrediction does over all
     // rows. False, with nothing changed, when that tree is not the engine's.

@@ -39,7 +39,7 @@ int TreeLearner::FeatureAnalysis(std::string file) {
     return sylvora::Guarded([&] {
         if (CfgInfo.fPrint) sylvora::Print("Feature analysis\n");
         if (!walkFault.empty()) return Fail("ERROR: Wrong model format!\n", walkFault, "\n");
-        if (modelDim > std::min(dimFea, testSize > 0 ? testDim : dimFea)) {
+        if (modelDim > std::min(dimFea, testDim > 0 ? testDim : dimFea)) {
             return Fail("ERROR: Input data dimension does not match the model!\n");
         }
         sylvora::WholeFile report(file);

@@ -3,14 +3,14 @@
 //
 // "Logistic" and "HingeSquare" are not the textbook derivatives; models have always been trained
 // with these.
-#include <climits>
 #include <cmath>
 #include <vector>
 
 #include "../TreeLearner.h"
 #include "../god/Report.h"
+#include "../god/UserCall.h"
 #include "../god/Workers.h"
-#include "Arrays.h"
+#include "AtWork.h"
 
 using sylvora::Fail;
 
@@ -93,39 +93,15 @@ int TreeLearner::AddPairForces(int idBegin, int idEnd, PairForce force) {
 // functions count on it. One call at a time, because the ranges of several workers then overlap.
 int TreeLearner::ComputeGradientUser(int idBegin, int idEnd) {
     if (idBegin > idEnd) return 0;
+    const AtWork work(*this);
     const std::lock_guard<std::mutex> lock(lossMutex);
-    if (lossfunc == nullptr || lossfunc(labelTrV, predictV, &gradientV, idEnd - idBegin + 1) != 0) {
-        return Fail(
-            "ERROR: Failed to compute the negative gradient of loss function by user given "
-            "loss!\n");
-    }
-    return 0;
-}
-
-int TreeLearner::ComputeDistinctPair() {
-    if (sylvora::AllocateArray(numPairDistinctQueV, sampleSize, "numPairDistinctQueV") != 0) {
-        return -1;
-    }
-    if (fHomoWgt == 1) {
-        std::fill_n(numPairDistinctQueV, sampleSize, 1);
-        return 0;
-    }
-    if (queryIdV == nullptr) return Fail("ERROR: Size of qid does not match the data!\n");
-    long long total = 0;
-    for (int i = 0; i < sampleSize; ++i) {
-        for (int j = i + 1; j < sampleSize && queryIdV[j] == queryIdV[i]; ++j) {
-            if (labelV[i] == labelV[j]) continue;
-            ++numPairDistinctQueV[i];
-            ++numPairDistinctQueV[j];
-        }
-        total += numPairDistinctQueV[i];
-    }
-    // Weights are added up as ints in every node.
-    if (total > INT_MAX) {
-        return Fail("ERROR: The queries have ", total / 2, " pairs of different labels, more than ",
-                    INT_MAX / 2, " cannot be trained on: split large queries!\n");
-    }
-    return 0;
+    if (fUserThrew) return -1;  // in a call for another range, and it was reported
+    const int status = lossfunc == nullptr ? -1 : sylvora::CallUser("loss", fUserThrew, [&] {
+        return lossfunc(labelTrV, predictV, &gradientV, idEnd - idBegin + 1);
+    });
+    if (status == 0 || fUserThrew) return status;
+    return Fail(
+        "ERROR: Failed to compute the negative gradient of loss function by user given loss!\n");
 }
 
 int TreeLearner::ComputeGradient(int idBegin, int idEnd) {
@@ -153,6 +129,7 @@ int TreeLearner::ComputeGradient(int idBegin, int idEnd) {
     const std::string& loss = CfgInfo.lossFunc;
     if (loss == "USER") {
         if (ComputeGradientUser(idBegin, idEnd) == 0) return 0;
+        if (fUserThrew) return -1;
         return Fail("ERROR: Failed when computing the regression gradient!\n");
     }
     if (CfgInfo.fRegCls == "REG") {

@@ -201,13 +201,14 @@ void TreeLearner::MakeRecords(const PackedTrees& trees, int numUnfilled) {
 
 int TreeLearner::LoadModelFull(std::string fileM) {
     return sylvora::Guarded([&] {
+        if (RefuseAtWork("LoadModelFull") != 0) return -1;
         walkFault = "the model was not loaded in full";
         fLoadFailed = true;
         ModelSource source(fileM);
         if (!source.IsOpen()) return Fail("ERROR: Cannot open model file!\n");
         if (source.IsEmpty()) return Fail("ERROR: empty model file!\n");
         if (sylvora::ParseHead(source, *this) != 0) return -1;
-        modelDim = dimFea;
+        modelDim = meanDim = dimFea;
         RetireTrees();
         auto trees = std::make_shared<PackedTrees>();
         PackingSink sink(*trees);

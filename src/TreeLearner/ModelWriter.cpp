@@ -130,6 +130,7 @@ int TreeLearner::WriteModel(const std::string& fileMout, int digits, bool fCheck
     if (digits != kFewDigits && digits != kAllDigits) {
         return Fail("ERROR: Illegal digits: ", digits, ", it must be 6 or 17!\n");
     }
+    if (CheckModelWidth() != 0) return -1;
     sylvora::WholeFile file(fileMout);
     if (!file.IsOpen()) return Fail("ERROR: Can not open file!\n\n");
     CheckedText checked;

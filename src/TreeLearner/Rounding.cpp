@@ -227,6 +227,10 @@ class RoundingMeasurement {
 int TreeLearner::MeasureRounding(rounding_effect_t& effect, int maxThreads) const {
     return sylvora::Guarded([&] {
         effect = {};
+        if (featureVV == nullptr || trainDim != dimFea || modelDim != dimFea) {
+            return sylvora::Fail(
+                "ERROR: There are no training rows of the ensemble to measure with!\n");
+        }
         const sylvora::RoundingMeasurement measurement(*this);
         sylvora::engine::WorkerPool pool;
         const int numAsked = maxThreads > 0 ? maxThreads : sylvora::engine::NumUsableCpus();

@@ -2,6 +2,7 @@
 #include "RowDraw.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstddef>
 #include <new>
 #include <numeric>
@@ -23,24 +24,50 @@ std::unique_ptr<int[]> RowArray(int count) {
     return rowV;
 }
 
+int NumQueries(int lastQuery) {
+    return std::clamp(lastQuery, -1, INT_MAX - 1) + 1;
+}
+
+const int* WeightsOf(const TreeLearner& learner) {
+    const int* const weightV = learner.numPairDistinctQueV;
+    if (weightV == nullptr) return nullptr;
+    constexpr int kBlock = 4096;
+    for (int begin = 0; begin < learner.sampleSize; begin += kBlock) {
+        const int end = begin + std::min(kBlock, learner.sampleSize - begin);
+        int different = 0;
+        for (int i = begin; i < end; ++i) different |= weightV[i] ^ 1;
+        if (different != 0) return weightV;
+    }
+    return nullptr;
+}
+
+int KeepWeighted(const int* weightV, int* rowV, int count) {
+    constexpr int kAhead = 24;
+    int numKept = 0;
+    for (int i = 0; i < count; ++i) {
+        __builtin_prefetch(weightV + rowV[std::min(i + kAhead, count - 1)]);
+        const int row = rowV[i];
+        rowV[numKept] = row;
+        if (weightV[row] > 0) ++numKept;
+    }
+    return numKept;
+}
+
 RowDraw RowDraw::PerTree(const TreeLearner& learner) {
-    return {learner.sampleSize, ShareOf(learner.sampleSize, learner.valSmpRt),
-            learner.fHomoWgt == 1 ? nullptr : learner.numPairDistinctQueV};
+    return {learner.sampleSize, ShareOf(learner.sampleSize, learner.valSmpRt)};
 }
 
 // drawnV first holds the draws themselves, so that the pool can be fetched ahead of them.
-int RowDraw::Run(Draws& draws, int* pool, int* drawnV) const {
+void RowDraw::Run(Draws& draws, int* pool, int* drawnV) const {
     std::iota(pool, pool + numRows, 0);
     draws.FisherYates(numRows, target, drawnV);
     constexpr int kAhead = 24;
-    int count = 0;
     for (int i = 0; i < target; ++i) {
         __builtin_prefetch(pool + drawnV[std::min(i + kAhead, target - 1)]);
         int& drawn = pool[drawnV[i]];
-        if (weightV == nullptr || weightV[drawn] > 0) drawnV[count++] = drawn;
+        drawnV[i] = drawn;
         std::swap(drawn, pool[numRows - i - 1]);
     }
-    return count;
 }
 
 void RowsAhead::Start(const RowDraw& rowDraw, const long* seed) {
@@ -52,7 +79,7 @@ void RowsAhead::Start(const RowDraw& rowDraw, const long* seed) {
     drawing.emplace(pool, [this] {  // which throws nothing
         after = before;
         Draws draws(after);
-        numDrawn = draw.Run(draws, poolV.get(), rowV.get());
+        draw.Run(draws, poolV.get(), rowV.get());
     });
 }
 
@@ -61,13 +88,11 @@ void RowsAhead::Forget() {
     rowV.reset();
 }
 
-bool RowsAhead::Take(const RowDraw& wanted, long* seed, std::unique_ptr<int[]>& drawnV,
-                     int& count) {
+bool RowsAhead::Take(const RowDraw& wanted, long* seed, std::unique_ptr<int[]>& drawnV) {
     drawing.reset();
     std::unique_ptr<int[]> taken = std::move(rowV);
     if (!taken || !(wanted == draw) || !Draws::Skip(seed, before, after)) return false;
     drawnV = std::move(taken);
-    count = numDrawn;
     return true;
 }
 

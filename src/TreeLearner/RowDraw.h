@@ -17,23 +17,30 @@ int ShareOf(int count, double share);
 // Room for `count` row numbers, or null.
 std::unique_ptr<int[]> RowArray(int count);
 
-// A partial Fisher-Yates draw of `target` of `numRows` rows. Rows of weight 0 are drawn like any
-// other and then left out, so that weights do not change which rows the draws hit.
+// How many queries there are, by the number of the last one.
+int NumQueries(int lastQuery);
+
+// The weights of a learner's rows; null where all are 1.
+const int* WeightsOf(const TreeLearner& learner);
+
+// Leaves out the rows of weight 0 or less and returns how many are left.
+int KeepWeighted(const int* weightV, int* rowV, int count);
+
+// A partial Fisher-Yates draw of `target` of `numRows` rows. Weights do not change which rows it
+// hits.
 struct RowDraw {
     int numRows;
     int target;
-    const int* weightV;  // null: all weights are 1
 
-    // That of a learner's trees. Its weights count only where they are not all 1 (fHomoWgt 0).
+    // That of a learner's trees.
     static RowDraw PerTree(const TreeLearner& learner);
 
     bool operator==(const RowDraw& other) const {
-        return numRows == other.numRows && target == other.target && weightV == other.weightV;
+        return numRows == other.numRows && target == other.target;
     }
 
-    // Writes the rows to drawnV (room for target) and returns their number; `pool` is room for
-    // numRows.
-    int Run(Draws& draws, int* pool, int* drawnV) const;
+    // Writes the rows to drawnV (room for target); `pool` is room for numRows.
+    void Run(Draws& draws, int* pool, int* drawnV) const;
 };
 
 // Draws the rows of the next tree while the last one is still being finished. Nothing depends on
@@ -51,8 +58,7 @@ class RowsAhead {
 
     // Gives out what was drawn and moves the generator on; false, with nothing changed, where
     // nothing fitting was drawn.
-    [[nodiscard]] bool Take(const RowDraw& wanted, long* seed, std::unique_ptr<int[]>& drawnV,
-                            int& count);
+    [[nodiscard]] bool Take(const RowDraw& wanted, long* seed, std::unique_ptr<int[]>& drawnV);
 
     // What was drawn, or is being drawn, is not wanted.
     void Forget();
@@ -62,7 +68,6 @@ class RowsAhead {
     RowDraw draw = {};
     GeneratorState before, after;
     std::unique_ptr<int[]> poolV, rowV;
-    int numDrawn = 0;
     std::optional<engine::TaskAside> drawing;
 };
 

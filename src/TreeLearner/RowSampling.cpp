@@ -1,6 +1,5 @@
 // The rows that a tree is grown on.
 #include <algorithm>
-#include <climits>
 #include <memory>
 #include <new>
 #include <numeric>
@@ -20,20 +19,27 @@ using sylvora::RowArray;
 using sylvora::ShareOf;
 
 int TreeLearner::RandomSelectURL(int*& selected, int& count, long* seed) {
+    return DrawRows(sylvora::WeightsOf(*this), selected, count, seed);
+}
+
+// RandomSelectURL with the learner's weights, null where all are 1.
+int TreeLearner::DrawRows(const int* weightV, int*& selected, int& count, long* seed) {
     return sylvora::Guarded([&] {
         selected = nullptr;
         count = 0;
         std::unique_ptr<int[]> drawnV;
         const sylvora::RowDraw draw = sylvora::RowDraw::PerTree(*this);
-        if (!engineRun || !engineRun->TakeRowsAhead(draw, seed, drawnV, count)) {
+        if (!engineRun || !engineRun->TakeRowsAhead(draw, seed, drawnV)) {
             drawnV = RowArray(draw.target);
             const std::unique_ptr<int[]> pool = RowArray(draw.numRows);
             if (!drawnV || !pool) {
                 return Fail("ERROR: Failed to allocate memory when random select url!\n");
             }
             sylvora::Draws draws(seed);
-            count = draw.Run(draws, pool.get(), drawnV.get());
+            draw.Run(draws, pool.get(), drawnV.get());
         }
+        count = draw.target;
+        if (weightV != nullptr) count = sylvora::KeepWeighted(weightV, drawnV.get(), count);
         int numQueries = 1;
         if (fDebug && CfgInfo.modelType == "GBRank") {
             std::set<int> queries;
@@ -59,8 +65,9 @@ int TreeLearner::RandomSelectQuery(int*& selected, int& count, long* seed) {
             // Misspelt deliberately: messages stay as they are.
             return Fail("ERROR: Faied to allocate memory, too large sample size!\n");
         }
-        const int numQueries = std::clamp(maxQid, -1, INT_MAX - 1) + 1;
+        const int numQueries = sylvora::NumQueries(maxQid);
         const int target = ShareOf(numQueries, valSmpRt);
+        const int* const weightV = sylvora::WeightsOf(*this);
         std::vector<bool> fChosenV(static_cast<size_t>(numQueries), false);
         {
             sylvora::Draws draws(seed);
@@ -73,7 +80,7 @@ int TreeLearner::RandomSelectQuery(int*& selected, int& count, long* seed) {
         for (int row = 0; row < sampleSize; ++row) {
             const size_t query = static_cast<size_t>(queryIdV[row]);
             const bool fChosen = query < fChosenV.size() && fChosenV[query];
-            if (!fChosen || numPairDistinctQueV[row] <= 0) continue;
+            if (!fChosen || (weightV != nullptr && weightV[row] <= 0)) continue;
             drawnV[static_cast<size_t>(count++)] = row;
         }
         ReportRows("Random query, #docs:", count, target);

@@ -1,6 +1,7 @@
 // Scoring rows with the ensemble: how the trees' outputs make a score. They come from the compiled
 // form or, where there is none, from walks of the trees one by one.
 #include <algorithm>
+#include <cstdint>
 #include <limits>
 #include <vector>
 
@@ -94,6 +95,11 @@ int TreeLearner::OnlineTestingBatch(const double* rows, size_t n, size_t stride,
                                     int maxThreads) {
     constexpr size_t kMostValues = std::numeric_limits<int>::max();
     if (CheckScoring(static_cast<int>(std::min(stride, kMostValues))) != 0) return -1;
+    // No array of doubles is larger than a pointer difference can tell.
+    constexpr size_t kMostDoubles = PTRDIFF_MAX / sizeof(double);
+    if (n > kMostDoubles / std::max(stride, size_t{1})) {
+        return Fail("ERROR: ", n, " rows of ", stride, " values cannot be in memory!\n");
+    }
     return sylvora::Guarded([&] {
         const CompiledEnsemble* compiled = Compiled();
         if (compiled != nullptr && n >= kFewRows && numClass <= sylvora::kFewClasses) {

@@ -36,6 +36,7 @@ TreeLearner::~TreeLearner() {
 
 int TreeLearner::ParamInit() {
     return sylvora::Guarded([&] {
+        if (RefuseAtWork("ParamInit") != 0) return -1;
         if (CfgInfo.fPrint) Print("Init parameters in ranking model ...\n");
         sizeGroup = CfgInfo.sizeGroup;
         modelType = CfgInfo.modelType;
@@ -45,8 +46,10 @@ int TreeLearner::ParamInit() {
         if (sampleSize == 0) {
             return Fail("Error: no data exists in the tree models learning process!\n");
         }
-        if (CfgInfo.modelType == "GBRank" && queryIdV == nullptr) {
-            return Fail("ERROR: Size of qid does not match the data!\n");
+        if (CheckTrainingWidth() != 0) return -1;
+        if (CfgInfo.modelType == "GBRank") {
+            if (queryIdV == nullptr) return Fail("ERROR: Size of qid does not match the data!\n");
+            if (CheckQueriesTogether() != 0) return -1;
         }
         if (AllocateArray(gradientV, sampleSize, "allocating gradientV") != 0) return -1;
         if (AllocateArray(labelTrV, sampleSize, "allocating labelTrV") != 0) return -1;
@@ -111,6 +114,7 @@ void TreeLearner::CountQueryRows() {
 }
 
 int TreeLearner::Destroy() {
+    if (RefuseAtWork("Destroy") != 0) return -1;
     FreeTrainingData();
     FreeDevelopmentData();
     FreeTestData();
@@ -134,7 +138,7 @@ void TreeLearner::FreeTrainingData() {
     FreeArray(featureMean);
     FreeArray(clsLabelEnum);
     FreeArray(IndexV);
-    sampleSize = 0;
+    sampleSize = trainDim = meanDim = 0;
 }
 
 void TreeLearner::FreeDevelopmentData() {
@@ -142,14 +146,14 @@ void TreeLearner::FreeDevelopmentData() {
     FreeArray(labelDevV);
     FreeArray(queryIdDevV);
     FreeArray(devResV);
-    devSize = 0;
+    devSize = devDim = 0;
 }
 
 void TreeLearner::FreeTestData() {
     sylvora::FreeRows(featureTestVV, testSize);
     FreeArray(labelTestV);
     FreeArray(queryIdTestV);
-    testSize = 0;
+    testSize = testDim = 0;
 }
 
 void TreeLearner::FreeDebugCounters() {
@@ -179,6 +183,7 @@ void TreeLearner::FreeTrees() {
     retiredV.clear();
     packedTrees.reset();
     scoringForm.reset();
+    modelDim = 0;
 }
 
 // Sets the ensemble aside until the learner goes: a caller may still hold its trees.

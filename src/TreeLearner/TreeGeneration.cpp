@@ -1,4 +1,5 @@
 // The trees of a round, and the step of the predictions along them.
+#include <algorithm>
 #include <memory>
 #include <utility>
 
@@ -6,8 +7,10 @@
 #include "../claim.h"
 #include "../god/Report.h"
 #include "../god/Workers.h"
+#include "AtWork.h"
 #include "EngineRun.h"
 #include "EnsembleView.h"
+#include "RowDraw.h"
 
 using sylvora::Fail;
 
@@ -16,40 +19,49 @@ long* TreeLearner::SeedOf(int treeId) {
     return randGenerators != nullptr ? randGenerators[treeId] : &gseed;
 }
 
-int TreeLearner::SelectRows(int*& selected, int& count, long* seed) {
+int TreeLearner::SelectRows(const int* weightV, int*& selected, int& count, long* seed) {
     if (CfgInfo.randomMode == "QUERY") {
         if (RandomSelectQuery(selected, count, seed) == 0) return 0;
         return Fail("ERROR: Failed when selecting samples according to query randomly!\n");
     }
     if (CfgInfo.randomMode == "DOC") {
-        if (RandomSelectURL(selected, count, seed) == 0) return 0;
+        if (DrawRows(weightV, selected, count, seed) == 0) return 0;
         return Fail("ERROR: Failed when selecting samples according to url randomly!\n");
     }
     return Fail("ERROR: Random mode is wrong. mode: ", CfgInfo.randomMode, "!\n");
 }
 
 int TreeLearner::GrowTree(int treeId, bool fThreaded) {
+    const AtWork work(*this);
     return sylvora::Guarded([&] {
+        const bool fWeighted = CfgInfo.fRegCls == "REG";
+        if (gradientV == nullptr || (fWeighted && numPairDistinctQueV == nullptr)) {
+            return Fail("ERROR: Growing a tree needs ParamInit first!\n");
+        }
+        if (CheckTrainingWidth() != 0) return -1;
         auto tree = std::make_unique<TreeCR>(CfgInfo, sampleFeaType);
         long* seed = SeedOf(treeId);
         int* indexV = nullptr;
         int num = 0;
-        const int selected = SelectRows(indexV, num, seed);
+        const int* const weightV = sylvora::WeightsOf(*this);
+        const int selected = SelectRows(weightV, indexV, num, seed);
         std::unique_ptr<int[]> rows(indexV);
         if (selected != 0) return -1;
         if (tree->Init(dimFea, num, sampleSize) != 0) {
             return Fail("ERROR: Failed to init TreeCR!\n");
         }
         const auto grow = fThreaded ? &TreeCR::GrowHalf : &TreeCR::GrowOne;
-        const bool fGrown = engineRun && engineRun->Grow(*this, *tree, rows, num, seed);
+        const bool fGrown = engineRun && engineRun->Grow(*this, *tree, weightV, rows, num, seed);
         if (!fGrown &&
             (tree.get()->*grow)(featureVV, gradientV, numPairDistinctQueV, indexV,
                                 CfgInfo.fPrintLeafDistribution, of_debug, fea_debug, seed) != 0) {
+            if (tree->fSamplerThrew) fUserThrew = true;
             return Fail("ERROR: Failed when TreeCR grows!\n");
         }
         const sylvora::Locked lock(generateTree_mutex);
         KeepTree(std::move(tree));
         numDrawn = num;
+        modelDim = std::max(modelDim, dimFea);
         return 0;
     });
 }
@@ -77,11 +89,18 @@ void TreeLearner::EndGroup() {
     TreeGroup.clear();
 }
 
+// During a run, only its callbacks can get here, and the run would lose their trees.
 int TreeLearner::GenerateTree() {
+    if (workers != nullptr && RefuseAtWork("GenerateTree") != 0) return -1;
     return GrowTree(0, true);
 }
 
 int TreeLearner::GenerateRowTree(int treeIdBegin, int treeIdEnd) {
+    if (workers != nullptr && RefuseAtWork("GenerateRowTree") != 0) return -1;
+    return GrowSlots(treeIdBegin, treeIdEnd);
+}
+
+int TreeLearner::GrowSlots(int treeIdBegin, int treeIdEnd) {
     for (int treeId = treeIdBegin; treeId <= treeIdEnd; ++treeId) {
         if (GrowTree(treeId, false) != 0) return -1;
         if (IsStopped(treeId + 1, sizeGroup)) return -1;
@@ -93,7 +112,12 @@ int TreeLearner::GenerateRowTree(int treeIdBegin, int treeIdEnd) {
 // predictions but the round's result file.
 int TreeLearner::UpdatePrediction(int idBegin, int idEnd) {
     if (TreeGroup.empty()) return Fail("ERROR: No tree to update the predictions with!\n");
+    if (predictV == nullptr) return Fail("ERROR: UpdatePrediction needs ParamInit first!\n");
     TreeCR* tree = TreeGroup[0];
+    if (trainDim != 0 && tree->dimFeature > trainDim) {
+        return Fail("ERROR: The tree was grown on ", tree->dimFeature,
+                    " columns, the training data have ", trainDim, "!\n");
+    }
     for (int i = idBegin; i <= idEnd; ++i) {
         predictV[i] += tree->Predict(featureVV[i]) * dynShrink * valShrink;
     }

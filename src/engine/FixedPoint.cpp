@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <climits>
 #include <cmath>
 #include <vector>
 
@@ -86,6 +87,7 @@ FixedPoint FixedPoint::Fit(const double* gradV, const int* weightV, int num, Wor
     const Extent extent = ExtentOf(gradV, weightV, num, pool);
     const double largestAbs = extent.largestAbs;
     if (!extent.fInRange || num == 0 || (largestAbs != 0.0 && largestAbs < kSmallest)) return fit;
+    if (extent.totalWeight > INT_MAX) return fit;  // nodes add weights up as ints
     fit.fUsable = true;
     // A margin for the rounding of size / weight.
     fit.largest = extent.largestRatio * (1.0 + 1e-12);

@@ -1,5 +1,7 @@
 // Gradients and weights where golden runs do not lead.
 #include <cmath>
+#include <numeric>
+#include <tuple>
 
 #include "../Support.h"
 #include "Prepared.h"
@@ -79,12 +81,35 @@ TEST(Losses, FailuresNameTheLoss) {
 }
 
 TEST(Losses, AWeightIsTheNumberOfPartnersWithAnotherLabel) {
-    const auto learner =
-        Prepare(Settings("GBRank", "CrossEntropy"), {1, 1, 0, 1, 3, NAN, NAN}, {3, 1, 3});
+    const auto learner = Prepare(Settings("GBRank", "CrossEntropy"),
+                                 {1, 1, 0, 1, 3, NAN, NAN, 0, -0.0}, {3, 1, 3, 2});
     const int* weightV = learner->numPairDistinctQueV;
-    EXPECT_EQ(VecInt(weightV, weightV + 7), (VecInt{1, 1, 2, 0, 2, 2, 2}));
+    EXPECT_EQ(VecInt(weightV, weightV + 9), (VecInt{1, 1, 2, 0, 2, 2, 2, 0, 0}));
     const auto equal = Prepare(Settings("GBDT", "Square"), {1, 2});
     EXPECT_EQ(VecInt(equal->numPairDistinctQueV, equal->numPairDistinctQueV + 2), VecInt(2, 1));
+}
+
+// Nodes add weights up as ints. Two queries have 2^31 pair weights in all, the larger one most of
+// them: without a row, a tree can have fewer, but not without the smaller query.
+TEST(Losses, PairWeightsOfOneTreesRowsMustFitAnInt) {
+    const char refused[] =
+        "ERROR: The pair weights of the rows of one tree can add up to 2147534622, more than "
+        "2147483647: split large queries or lower valSmpRt!\n";
+    for (const auto& [randomMode, valSmpRt, err] :
+         {std::tuple("DOC", 0.999, ""), {"QUERY", 0.5, refused}}) {
+        CheckCfgCLS cfg = Settings("GBRank", "CrossEntropy");
+        cfg.randomMode = randomMode;
+        cfg.valSmpRt = valSmpRt;
+        TreeLearner learner(cfg);
+        VecDle labels(46347);
+        std::iota(labels.begin(), labels.end(), 0.0);
+        VecInt queries(labels.size(), 0);
+        std::fill_n(queries.rbegin(), 5, 1);
+        ASSERT_EQ(learner.DataInput(labels, VecVecDle(labels.size(), {1}), 0, queries, {}), 0);
+        const auto seen = Observe([&] { return learner.ComputeDistinctPair(); });
+        EXPECT_EQ(seen.err, err) << randomMode;
+        EXPECT_EQ(seen.status, *err == '\0' ? 0 : -1);
+    }
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <numeric>
+#include <utility>
 
 #include "../Support.h"
 #include "Prepared.h"
@@ -21,6 +22,34 @@ TEST(RowSampling, AsksForMoreThanOneQuery) {
         EXPECT_EQ(seen.status, -1);
         EXPECT_EQ(seen.err, "ERROR: qid not found in training data!\n");
         EXPECT_EQ(selected, nullptr);
+    }
+}
+
+// Whatever the type of the model. Weights do not move the draw itself.
+TEST(RowSampling, LeavesOutRowsWithoutAWeight) {
+    for (const char* modelType : {"GBRank", "GBDT", "CART"}) {
+        const auto learner = Prepare(Settings(modelType, "Square"), {0, 1, 2, 3, 4, 5}, {2, 2, 2});
+        VecInt queryV = {0, 0, 1, 1, 2, 2};
+        int* const ownQueryV = std::exchange(learner->queryIdV, queryV.data());
+        const auto drawn = [&](int (TreeLearner::*select)(int*&, int&, long*)) {
+            int* selected = nullptr;
+            int count = 0;
+            long seed = -1;
+            EXPECT_EQ((learner.get()->*select)(selected, count, &seed), 0);
+            const VecInt rowV(selected, selected + count);
+            delete[] selected;
+            return rowV;
+        };
+        VecInt expected = drawn(&TreeLearner::RandomSelectURL);
+        EXPECT_EQ(expected.size(), 6U);
+        learner->numPairDistinctQueV[1] = 0;
+        learner->numPairDistinctQueV[4] = -2;
+        learner->numPairDistinctQueV[5] = 9;
+        const auto isOut = [](int row) { return row == 1 || row == 4; };
+        expected.erase(std::remove_if(expected.begin(), expected.end(), isOut), expected.end());
+        EXPECT_EQ(drawn(&TreeLearner::RandomSelectURL), expected) << modelType;
+        EXPECT_EQ(drawn(&TreeLearner::RandomSelectQuery), (VecInt{0, 2, 3, 5})) << modelType;
+        learner->queryIdV = ownQueryV;
     }
 }
 

@@ -22,8 +22,9 @@ struct Set {
     VecVecDle rows;
     VecInt queries;
     CheckCfgCLS cfg;
-    void (*unchecked)(CheckCfgCLS& cfg) = nullptr;  // changes settings behind CheckCfg's back
-    ProgressFuncType progress = nullptr;            // called with the learner
+    void (*unchecked)(CheckCfgCLS& cfg) = nullptr;     // changes settings behind CheckCfg's back
+    ProgressFuncType progress = nullptr;               // called with the learner
+    void (*prepared)(TreeLearner& learner) = nullptr;  // called after ParamInit
 };
 
 // In the plain form or with the engine so tuned: status, every node with its rows' sums,
@@ -44,6 +45,7 @@ inline std::string Outcome(const Set& set, const char* plain, const char* tuning
     learner.setProgress(set.progress, &learner);
     if (status == 0) status = learner.DataInput(set.labels, set.rows, 0, set.queries, {});
     if (status == 0) status = learner.ParamInit();
+    if (status == 0 && set.prepared != nullptr) set.prepared(learner);
     if (status == 0) status = learner.Boosting();
     add(status);
     for (const auto& group : learner.TreeVV) {

@@ -1,0 +1,81 @@
+// The weights that training rows start with: 1, or in ranking the number of a row's partners in
+// pairs of different labels.
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <cstddef>
+#include <functional>
+#include <numeric>
+#include <vector>
+
+#include "../TreeLearner.h"
+#include "../god/Report.h"
+#include "Arrays.h"
+#include "RowDraw.h"
+
+using sylvora::Fail;
+
+namespace {
+
+// Counts for each row of a query the rows with another label. A NaN is unlike any label.
+void CountPartners(const double* labelV, int numRows, int* countV) {
+    const auto isNan = [](double label) { return std::isnan(label); };
+    VecDle sortedV(labelV, labelV + numRows);
+    sortedV.erase(std::remove_if(sortedV.begin(), sortedV.end(), isNan), sortedV.end());
+    std::sort(sortedV.begin(), sortedV.end());
+    for (int i = 0; i < numRows; ++i) {
+        const auto equal = std::equal_range(sortedV.begin(), sortedV.end(), labelV[i]);
+        const auto numEqual = isNan(labelV[i]) ? 1 : equal.second - equal.first;
+        countV[i] = numRows - static_cast<int>(numEqual);
+    }
+}
+
+template <typename Value>
+long long SumOfLargest(std::vector<Value>& valueV, int count) {
+    const size_t numSummed = std::min(static_cast<size_t>(count), valueV.size());
+    const auto end = valueV.begin() + static_cast<std::ptrdiff_t>(numSummed);
+    std::partial_sort(valueV.begin(), end, valueV.end(), std::greater<Value>());
+    return std::accumulate(valueV.begin(), end, 0LL);
+}
+
+}  // namespace
+
+// The largest sum of weights over rows that one tree can draw.
+long long TreeLearner::LargestTreeWeight() const {
+    if (CfgInfo.randomMode != "QUERY") {
+        VecInt weightV(numPairDistinctQueV, numPairDistinctQueV + sampleSize);
+        return SumOfLargest(weightV, sylvora::ShareOf(sampleSize, valSmpRt));
+    }
+    std::vector<long long> queryWeightV;
+    for (int i = 0; i < sampleSize; ++i) {
+        if (i == 0 || queryIdV[i] != queryIdV[i - 1]) queryWeightV.push_back(0);
+        queryWeightV.back() += numPairDistinctQueV[i];
+    }
+    const int numQueries = sylvora::NumQueries(queryIdV[sampleSize - 1]);
+    return SumOfLargest(queryWeightV, sylvora::ShareOf(numQueries, valSmpRt));
+}
+
+int TreeLearner::ComputeDistinctPair() {
+    if (RefuseAtWork("ComputeDistinctPair") != 0) return -1;
+    return sylvora::Guarded([&] {
+        if (sylvora::AllocateArray(numPairDistinctQueV, sampleSize, "numPairDistinctQueV") != 0) {
+            return -1;
+        }
+        if (fHomoWgt == 1) {
+            std::fill_n(numPairDistinctQueV, sampleSize, 1);
+            return 0;
+        }
+        if (queryIdV == nullptr) return Fail("ERROR: Size of qid does not match the data!\n");
+        for (int begin = 0, end = 0; begin < sampleSize; begin = end) {
+            while (end < sampleSize && queryIdV[end] == queryIdV[begin]) ++end;
+            CountPartners(labelV + begin, end - begin, numPairDistinctQueV + begin);
+        }
+        const long long total =
+            std::accumulate(numPairDistinctQueV, numPairDistinctQueV + sampleSize, 0LL);
+        // Weights are added up as ints in every node.
+        const long long largest = total > INT_MAX ? LargestTreeWeight() : total;
+        if (largest <= INT_MAX) return 0;
+        return Fail("ERROR: The pair weights of the rows of one tree can add up to ", largest,
+                    ", more than ", INT_MAX, ": split large queries or lower valSmpRt!\n");
+    });
+}

@@ -1,0 +1,59 @@
+// What a learner refuses: data and models that do not fit each other, and calls from inside the
+// user's functions.
+#include <algorithm>
+#include <string>
+#include <unordered_set>
+
+#include "../TreeLearner.h"
+#include "../god/Report.h"
+
+using sylvora::Fail;
+using sylvora::Text;
+
+int TreeLearner::RefuseAtWork(const char* operation) const {
+    if (numAtWork == 0) return 0;
+    return Fail("ERROR: ", operation, " cannot be called during training: wait for its end!\n");
+}
+
+// Where dimFea comes from, and what it is.
+std::string TreeLearner::DescribeWidth() const {
+    const char* owner = testDim == dimFea    ? "the test data have"
+                        : devDim == dimFea   ? "the development data have"
+                        : trainDim == dimFea ? "the training data have"
+                        : modelDim == dimFea ? "the model has"
+                                             : "dimFea is";
+    return Text(owner, " ", dimFea);
+}
+
+int TreeLearner::CheckTrainingWidth() const {
+    if (trainDim == 0 || trainDim == dimFea) return 0;
+    return Fail("ERROR: The training data have ", trainDim, " columns, ", DescribeWidth(),
+                ": all sets must have the same columns!\n");
+}
+
+int TreeLearner::CheckModelWidth() const {
+    if (getGroupNum() > 0 && modelDim != 0 && modelDim != dimFea) {
+        return Fail("ERROR: The model has ", modelDim, " columns, ", DescribeWidth(),
+                    ": it cannot be saved with other columns!\n");
+    }
+    if (featureMean != nullptr && meanDim != 0 && meanDim != dimFea) {
+        return Fail("ERROR: The model has means for ", meanDim, " columns, ", DescribeWidth(),
+                    ": it cannot be saved with other columns!\n");
+    }
+    return 0;
+}
+
+// Refuses a query whose rows are apart. Which numbers queries have is not looked at.
+int TreeLearner::CheckQueriesTogether() const {
+    // Numbers that never fall, as they are meant to be, need no set.
+    if (std::is_sorted(queryIdV, queryIdV + sampleSize)) return 0;
+    std::unordered_set<int> seen;
+    for (int i = 0; i < sampleSize; ++i) {
+        if (i > 0 && queryIdV[i] == queryIdV[i - 1]) continue;
+        if (seen.insert(queryIdV[i]).second) continue;
+        return Fail("ERROR: Row ", i, " is of query ", queryIdV[i], ", the row before it of query ",
+                    queryIdV[i - 1], ", other rows of query ", queryIdV[i],
+                    " stand above: the rows of a query must be together!\n");
+    }
+    return 0;
+}

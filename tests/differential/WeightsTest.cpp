@@ -1,0 +1,118 @@
+// Weights that the user sets: the engine against the reference implementation, and a debug report
+// that must not change a tree.
+//
+// SYLVORA_DIFFERENTIAL in the environment multiplies the number of data sets.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <random>
+#include <string>
+
+#include "HostileSets.h"
+
+namespace {
+
+using hostile::Maker;
+using hostile::Outcome;
+using hostile::Set;
+
+// Of 0 to 5, with some below 0 and some large ones.
+void SetWeights(TreeLearner& learner, unsigned seed) {
+    std::mt19937 random(seed);
+    for (int i = 0; i < learner.sampleSize; ++i) {
+        int weight = static_cast<int>(random() % 6);
+        if (random() % 40 == 0) weight = -7;
+        if (seed % 3 == 0 && random() % 20 == 0) weight = 1000000;
+        learner.numPairDistinctQueV[i] = weight;
+    }
+}
+
+void StartWeighted(TreeLearner& learner) {
+    SetWeights(learner, static_cast<unsigned>(learner.sampleSize));
+}
+
+// The rows of the next tree may have been drawn already, with the weights of the last one.
+int ChangeWeights(void* context, int done, int) {
+    TreeLearner& learner = *static_cast<TreeLearner*>(context);
+    if (done % 3 == 0) {
+        std::fill_n(learner.numPairDistinctQueV, learner.sampleSize, 1);
+    } else {
+        SetWeights(learner, static_cast<unsigned>(done));
+    }
+    return 0;
+}
+
+void ExpectEqual(Set set, unsigned seed) {
+    set.cfg.fDebug = false;
+    const std::string reference = Outcome(set, "1", "");
+    const auto expectSame = [&](const char* tuning) {
+        ASSERT_TRUE(Outcome(set, "0", tuning) == reference)
+            << "data set " << seed << ", " << set.cfg.modelType << " " << set.cfg.fRegCls
+            << ", threads " << set.cfg.numThread << ", debug " << set.cfg.fDebug << ", tuning \""
+            << tuning << "\", rows " << set.rows.size();
+    };
+    for (const int numThread : {1, 4}) {
+        set.cfg.numThread = numThread;
+        for (const char* tuning : {"", "smallNode=4 chunkRows=8 listPercent=101"})
+            expectSame(tuning);
+    }
+    set.cfg.fDebug = true;  // not in a forest: CheckCfg takes it back
+    set.cfg.fileDebug = "/dev/null";
+    expectSame("");
+}
+
+TEST(WeightsDifferential, EngineAndDebugReportGrowTheSameTrees) {
+    for (unsigned seed = 1; seed <= hostile::Scaled(240) && !HasFatalFailure(); ++seed) {
+        Set set = seed % 2 == 0 ? Maker(seed).MakeListed(120) : Maker(seed).Make();
+        if (seed % 8 == 1) set = Maker(seed).MakeLarger(300);
+        set.cfg.numTree = std::max(set.cfg.numTree, 4);
+        if (seed % 5 != 0) set.prepared = StartWeighted;
+        if (seed % 5 < 2) set.progress = ChangeWeights;
+        ExpectEqual(set, seed);
+    }
+    unsetenv("SYLVORA_PLAIN");
+    unsetenv("SYLVORA_TUNING");
+}
+
+// A weight that a tree does not honour would give it another sum.
+TEST(WeightsDifferential, WeightsReachTheTrees) {
+    Set set = Maker(1).MakeLarger(300);
+    set.cfg.ratio = set.cfg.valSmpRt = 1.0;
+    const std::string unweighted = Outcome(set, "0", "");
+    set.prepared = StartWeighted;
+    EXPECT_NE(Outcome(set, "0", ""), unweighted);
+    set.prepared = [](TreeLearner& learner) {
+        std::fill_n(learner.numPairDistinctQueV, learner.sampleSize, 1);
+    };
+    EXPECT_EQ(Outcome(set, "0", ""), unweighted);
+    unsetenv("SYLVORA_PLAIN");
+    unsetenv("SYLVORA_TUNING");
+}
+
+// Nodes add weights up as ints.
+TEST(WeightsDifferential, SumsThatNoIntHoldsAreRefused) {
+    Set set = Maker(1).MakeLarger(300);
+    set.cfg.numThread = 2;
+    set.cfg.valSmpRt = 1.0;
+    set.prepared = [](TreeLearner& learner) {
+        std::fill_n(learner.numPairDistinctQueV, learner.sampleSize, 0);
+        std::fill_n(learner.numPairDistinctQueV, 2, 1 << 30);
+    };
+    for (const char* plain : {"0", "1"}) {
+        EXPECT_NE(Outcome(set, plain, "")
+                      .find("ERROR: The weights of the tree's 2 rows add up to 2147483648, more "
+                            "than 2147483647: use smaller weights!\n"),
+                  std::string::npos);
+    }
+    set.prepared = [](TreeLearner& learner) {
+        std::fill_n(learner.numPairDistinctQueV, learner.sampleSize, 0);
+        std::fill_n(learner.numPairDistinctQueV, 2, (1 << 30) - 1);
+    };
+    EXPECT_TRUE(Outcome(set, "0", "") == Outcome(set, "1", ""));
+    EXPECT_EQ(Outcome(set, "0", "").find("ERROR"), std::string::npos);
+    unsetenv("SYLVORA_PLAIN");
+    unsetenv("SYLVORA_TUNING");
+}
+
+}  // namespace
