@@ -65,6 +65,7 @@ class Compiler {
     bool AddToSection(size_t tree);
     void CloseSection();
     void CutBundles();
+    bool IsMostlyPadding(const Bundle& bundle) const;
     void PairBundles();
     bool FillBundle(Bundle& bundle);
     void FillCoded(const Bundle& bundle, size_t tree);
@@ -180,6 +181,23 @@ void Compiler::CutBundles() {
         bundle.depth = std::max(bundle.depth, depthV[tree]);
     }
     if (bundleV.empty()) bundleV.push_back({0, 0, -1, 0, 0, 0, 0, 0, 0});
+    for (Bundle& bundle : bundleV) {
+        if (bundle.IsCoded() && IsMostlyPadding(bundle)) bundle.section = -1;
+    }
+}
+
+// Whether a coded bundle would take far more memory than its trees have nodes: a single leaf,
+// padded to eight levels, has 256 of them.
+bool Compiler::IsMostlyPadding(const Bundle& bundle) const {
+    constexpr size_t kMostPadding = 24;
+    size_t numNodes = 0;
+    for (size_t tree = bundle.firstTree; tree < bundle.EndTree(); ++tree) {
+        numNodes += source.NumNodes(tree);
+    }
+    const size_t numLeaves = size_t{1} << bundle.depth;
+    const size_t numTrees = static_cast<size_t>(bundle.numTrees);
+    const size_t coded = numLeaves * (sizeof(RowTests) + numTrees * sizeof(double));
+    return coded > kMostPadding * sizeof(PackedNode) * numNodes;
 }
 
 // What no tree takes up leads to the left.

@@ -1,5 +1,6 @@
 #include "UsableMemory.h"
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -34,7 +35,11 @@ double MemoryOfControlGroup(const ControlGroupPlaces& places) {
 double UsableMemory() {
     const double present = static_cast<double>(::sysconf(_SC_PHYS_PAGES)) *
                            static_cast<double>(::sysconf(_SC_PAGE_SIZE));
-    return std::min(present, MemoryOfControlGroup({}));
+    rlimit allowed = {};
+    const bool fLimited =
+        ::getrlimit(RLIMIT_AS, &allowed) == 0 && allowed.rlim_cur != RLIM_INFINITY;
+    const double limit = fLimited ? static_cast<double>(allowed.rlim_cur) : kNoLimit;
+    return std::min({present, limit, MemoryOfControlGroup({})});
 }
 
 }  // namespace sylvora

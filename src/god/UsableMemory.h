@@ -6,8 +6,8 @@
 
 namespace sylvora {
 
-// The machine's memory, or what its control group (a container's limit) allows if that is less; in
-// bytes.
+// The machine's memory, or what its control group (a container's limit) or the process's limit on
+// address space (ulimit -v) allows if that is less; in bytes.
 double UsableMemory();
 
 // The limit of the control groups found there in bytes, the lowest of all; infinite: no limit.
