@@ -62,6 +62,8 @@ class SYLVORA_API CheckCfgCLS {
     bool fSetThread = false;  // numThread was given; only then does CheckCfg check it
     std::string mode;
     double tms_seed = 0.0;
+    std::string absent = "missing";  // an id that a data line leaves out: "missing", "zero"
+    bool fSetAbsent = false;         // absent was given
 
     // Reads the file named by argv[1], then applies the option-value pairs from argv[2] on, which
     // override it. argv is the program's: argv[0] is ignored.
