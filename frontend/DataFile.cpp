@@ -89,21 +89,9 @@ int DataFile::OpenText() {
 }
 
 int DataFile::Spool() {
-    File copy(std::tmpfile());
-    if (!copy) return Refuse(0, std::string("no temporary file: ") + std::strerror(errno));
-    char block[1 << 16];
-    numBytes = 0;
-    for (;;) {
-        const size_t count = std::fread(block, 1, sizeof block, text.get());
-        if (std::ferror(text.get())) return Refuse(0, Unreadable(errno));
-        const bool fWritten = std::fwrite(block, 1, count, copy.get()) == count;
-        if (!fWritten || (count == 0 && std::fflush(copy.get()) != 0)) {
-            return Refuse(
-                0, std::string("cannot be copied to a temporary file: ") + std::strerror(errno));
-        }
-        if (count == 0) break;
-        numBytes += count;
-    }
+    std::string complaint;
+    OpenFile copy = CopyToTemporary(text.get(), numBytes, complaint);
+    if (!copy) return Refuse(0, complaint);
     text = std::move(copy);
     return 0;
 }

@@ -7,12 +7,12 @@
 
 #include <cstddef>
 #include <cstdio>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "ReadingThreads.h"
+#include "TemporaryCopy.h"
 
 namespace sylvora::frontend {
 
@@ -65,17 +65,12 @@ class DataFile {
     long LineOfLargestId() const { return beforeV.back().lineOfLargestId; }
 
   private:
-    struct Closer {
-        void operator()(std::FILE* opened) const { std::fclose(opened); }
-    };
-    typedef std::unique_ptr<std::FILE, Closer> File;
-
     int OpenText();
     int Spool();
 
     std::string parameter;
     std::string path;
-    File text;
+    OpenFile text;
     size_t numBytes = 0;
     size_t blockBytes = 0;
     std::vector<Tally> beforeV = {{}};

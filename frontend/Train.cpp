@@ -169,7 +169,7 @@ int CheckClasses(const CheckCfgCLS& cfg, const TreeLearner& learner) {
 
 int Grow(const CheckCfgCLS& cfg, TreeLearner& learner) {
     // After the training data, whose classes bound the labels of the map.
-    if (!cfg.fileTran.empty() && learner.ReadLabelTran(cfg.fileTran) != 0) return -1;
+    if (ReadLabelMap(cfg.fileTran, learner) != 0) return -1;
     if (CheckClasses(cfg, learner) != 0 || CheckSample(learner) != 0 || learner.ParamInit() != 0)
         return -1;
     const StopLater later;  // between two rounds
