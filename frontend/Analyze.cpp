@@ -1,11 +1,13 @@
 // Mode analyze: what each column contributes to the scores of a data file.
 #include <string>
 
+#include "CheckIn/Validation.h"
 #include "DataFile.h"
 #include "DataSet.h"
 #include "EarlyRows.h"
 #include "Modes.h"
 #include "Paths.h"
+#include "ReadingNotices.h"
 #include "Scoring.h"
 #include "StopSignals.h"
 #include "god/Report.h"
@@ -22,17 +24,22 @@ int CheckPaths(const Command& command, const std::string& fileReport) {
     return CheckFiles(command, {{"filePred", fileReport}});
 }
 
+// Rows have the model's columns, whatever ids the file has.
 int LoadTest(const CheckCfgCLS& cfg, TreeLearner& model) {
     DataFile file("fileTest", cfg.fileTest);
     DataSet set;
     ReadingThreads threads(AskedThreads(cfg));
+    const int dim = model.getFeatureDim();
+    const double absent = AbsentValue(cfg);
     constexpr bool kFinite = false;
-    EarlyRows early(model.getFeatureDim(), kFinite);
+    EarlyRows early({FirstColumnsOf(dim, dim, absent), kFinite});
     if (file.Scan(threads, early) != 0) return -1;
-    const int dim = WidestRow({&file}, model.getFeatureDim());
     if (CheckMemory({&file}, file.NumRows(), dim) != 0) return -1;
-    const SetRules rules = {{dim, kFinite}, model.CfgInfo.modelType == "GBRank"};
+    const SetRules rules = {{FirstColumnsOf(dim, file.LargestId(), absent), kFinite},
+                            model.CfgInfo.modelType == "GBRank"};
     if (ReadSet(file, rules, early, threads, set) != 0) return -1;
+    NoticeLargerIds(file, dim, set.counts);
+    NoticeAbsent(cfg, file, dim, set.counts);
     constexpr int kTest = 1;
     return HandOver(set, file, kTest, model);
 }
@@ -56,7 +63,7 @@ int Analyze(const Command& command) {
     const CheckCfgCLS& cfg = command.cfg;
     const std::string fileReport =
         cfg.filePred.empty() ? cfg.fileModel + ".features" : cfg.filePred;
-    if (CheckPaths(command, fileReport) != 0) return -1;
+    if (CheckAbsent(cfg) != 0 || CheckPaths(command, fileReport) != 0) return -1;
     TreeLearner model;
     if (LoadModelOf(cfg, model) != 0 || CheckTrees(cfg, model) != 0 || LoadTest(cfg, model) != 0)
         return -1;

@@ -2,15 +2,13 @@
 
 #include <algorithm>
 #include <cctype>
-#include <filesystem>
 #include <fstream>
 #include <numeric>
 #include <set>
-#include <sstream>
-#include <system_error>
 #include <vector>
 
 #include "CheckIn/Parameters.h"
+#include "ConfigChecks.h"
 #include "god/Report.h"
 
 namespace sylvora::frontend {
@@ -45,26 +43,17 @@ std::string NearestKey(const std::string& key) {
     return std::min_element(table.begin(), table.end(), nearer)->name;
 }
 
-// The key of a line that the library accepts; empty where it skips the line.
-std::string KeyOf(const std::string& line) {
-    if (line.empty() || line[0] == '#') return "";
-    std::string key, separator;
-    std::istringstream(line) >> key >> separator;
-    return separator == "=" ? key : "";
-}
-
 }  // namespace
 
-void WarnOfUnknownKeys(const std::string& fileCfg) {
-    std::error_code unknown;
-    if (!std::filesystem::is_regular_file(fileCfg, unknown)) return;
-    std::ifstream in(fileCfg);
+void WarnOfUnknownKeys(const ReadTwice& fileCfg, const std::string& name) {
+    if (!fileCfg.CanBeRead()) return;
+    std::ifstream in(fileCfg.Path());
     std::set<std::string> warnedS;
     std::string line;
     for (int numLine = 1; std::getline(in, line); ++numLine) {
-        const std::string key = KeyOf(line);
+        const std::string key = SettingOf(line).key;
         if (key.empty() || FindParameter(key) != nullptr || !warnedS.insert(key).second) continue;
-        Warn("WARNING: ", fileCfg, ", line ", numLine, ": no parameter is named \"", key,
+        Warn("WARNING: ", name, ", line ", numLine, ": no parameter is named \"", key,
              "\", the line is ignored; the nearest name is \"", NearestKey(key), "\"\n");
     }
 }

@@ -5,12 +5,13 @@
 
 #include <string>
 
+#include "TemporaryCopy.h"
+
 namespace sylvora::frontend {
 
 // Warns once per unknown key of a configuration file that has been read without error, with the
-// line and the known key that is spelt most like it. Something that can be read only once (a pipe)
-// is left alone.
-void WarnOfUnknownKeys(const std::string& fileCfg);
+// line and the known key that is spelt most like it. Messages call the file `name`.
+void WarnOfUnknownKeys(const ReadTwice& fileCfg, const std::string& name);
 
 }  // namespace sylvora::frontend
 

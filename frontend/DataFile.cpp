@@ -30,6 +30,9 @@ DataFile::Tally Sum(const DataFile::Tally& before, const DataFile::Tally& next) 
         sum.largestId = next.largestId;
         sum.lineOfLargestId = before.numLines + next.lineOfLargestId;
     }
+    if (before.lineOfOddId == 0 && next.lineOfOddId > 0) {
+        sum.lineOfOddId = before.numLines + next.lineOfOddId;
+    }
     return sum;
 }
 
@@ -46,7 +49,10 @@ DataFile::Tally CountLines(BlockReader& reader) {
         ++tally.numLines;
         if (IsBlank(line)) continue;
         ++tally.numRows;
-        if (MayHaveLargerId(line, tally.largestId)) tally.TakeId(LargestFeatureId(line));
+        if (!MayHaveLargerId(line, tally.largestId)) continue;
+        const LineIds ids = IdsOfLine(line);
+        tally.TakeId(ids.largest);
+        if (!ids.odd.empty()) tally.TakeOddId();
     }
     tally.TakeError(reader.Error());
     return tally;
@@ -58,6 +64,10 @@ void DataFile::Tally::TakeId(int id) {
     lineOfLargestId = numLines;
 }
 
+void DataFile::Tally::TakeOddId() {
+    if (lineOfOddId == 0) lineOfOddId = numLines;
+}
+
 void DataFile::Tally::TakeError(int readingError) {
     error = readingError;
     if (error != 0) ++numLines;
@@ -67,8 +77,8 @@ DataFile::DataFile(std::string parameterName, std::string filePath)
     : parameter(std::move(parameterName)), path(std::move(filePath)) {}
 
 int DataFile::Refuse(long atLine, const std::string& complaint) const {
-    if (atLine == 0) return Fail("ERROR: ", parameter, " ", path, ": ", complaint, "\n");
-    return Fail("ERROR: ", parameter, " ", path, ", line ", atLine, ": ", complaint, "\n");
+    if (atLine == 0) return Fail("ERROR: ", Name(), ": ", complaint, "\n");
+    return Fail("ERROR: ", Name(), ", line ", atLine, ": ", complaint, "\n");
 }
 
 std::string DataFile::Unreadable(int error) {
@@ -89,21 +99,9 @@ int DataFile::OpenText() {
 }
 
 int DataFile::Spool() {
-    File copy(std::tmpfile());
-    if (!copy) return Refuse(0, std::string("no temporary file: ") + std::strerror(errno));
-    char block[1 << 16];
-    numBytes = 0;
-    for (;;) {
-        const size_t count = std::fread(block, 1, sizeof block, text.get());
-        if (std::ferror(text.get())) return Refuse(0, Unreadable(errno));
-        const bool fWritten = std::fwrite(block, 1, count, copy.get()) == count;
-        if (!fWritten || (count == 0 && std::fflush(copy.get()) != 0)) {
-            return Refuse(
-                0, std::string("cannot be copied to a temporary file: ") + std::strerror(errno));
-        }
-        if (count == 0) break;
-        numBytes += count;
-    }
+    std::string complaint;
+    OpenFile copy = CopyToTemporary(text.get(), numBytes, complaint);
+    if (!copy) return Refuse(0, complaint);
     text = std::move(copy);
     return 0;
 }

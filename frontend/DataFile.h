@@ -7,12 +7,12 @@
 
 #include <cstddef>
 #include <cstdio>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "ReadingThreads.h"
+#include "TemporaryCopy.h"
 
 namespace sylvora::frontend {
 
@@ -31,10 +31,12 @@ class DataFile {
         long numRows = 0;
         int largestId = 0;         // 0: no row has a feature
         long lineOfLargestId = 0;  // the first of them, from 1
+        long lineOfOddId = 0;      // the first with an id that is read as another (IdsOfLine)
         int error = 0;             // as in errno: why the last line of these could not be read
 
-        // Notes the largest id of the line counted last.
+        // Notes the largest id of the line counted last, and that it has an odd one.
         void TakeId(int id);
+        void TakeOddId();
         // Notes how the reading ended, as in errno: what could not be read is a line too.
         void TakeError(int readingError);
     };
@@ -53,6 +55,8 @@ class DataFile {
     // The complaint about a line that could not be read, for an error as in errno.
     static std::string Unreadable(int error);
 
+    // Parameter and path, for messages.
+    std::string Name() const { return parameter + " " + path; }
     const std::string& Path() const { return path; }
     int Descriptor() const { return ::fileno(text.get()); }
 
@@ -63,19 +67,15 @@ class DataFile {
     long NumRows() const { return beforeV.back().numRows; }
     int LargestId() const { return beforeV.back().largestId; }
     long LineOfLargestId() const { return beforeV.back().lineOfLargestId; }
+    long LineOfOddId() const { return beforeV.back().lineOfOddId; }
 
   private:
-    struct Closer {
-        void operator()(std::FILE* opened) const { std::fclose(opened); }
-    };
-    typedef std::unique_ptr<std::FILE, Closer> File;
-
     int OpenText();
     int Spool();
 
     std::string parameter;
     std::string path;
-    File text;
+    OpenFile text;
     size_t numBytes = 0;
     size_t blockBytes = 0;
     std::vector<Tally> beforeV = {{}};

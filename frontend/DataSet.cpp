@@ -93,27 +93,28 @@ int CheckMemory(const std::vector<DataFile*>& fileV, long numRows, int dim, long
         static_cast<double>(sizeof(double)) * static_cast<double>(numRows + numExtra) * dim;
     const double present = UsableMemory();
     if (wanted <= present) return 0;
-    return file.Refuse(file.LineOfLargestId(),
+    return file.Refuse(dim == file.LargestId() ? file.LineOfLargestId() : 0,
                        Text("with ids up to ", dim, " the ", numRows, " rows",
                             numExtra > 0 ? " and the work on them" : "", " take ",
                             wanted / kGigabyte, " GB, there are ", present / kGigabyte));
 }
 
 int ReadSet(const DataFile& file, const SetRules& rules, ReadingThreads& threads, DataSet& set) {
-    set = DataSet(static_cast<size_t>(file.NumRows()), rules.row.dim);
+    set = DataSet(static_cast<size_t>(file.NumRows()), rules.row.line.dim);
     SetPlaces places(set);
     const RowReport report = ReadRows(file, rules.row, places, threads);
+    set.counts = report.counts;
     if (NumberQueries(file, rules, report.runV, set) != 0) return -1;
     return report.fault.row < 0 ? 0 : Complain(file, rules.row, report.fault);
 }
 
 int ReadSet(const DataFile& file, const SetRules& rules, EarlyRows& early, ReadingThreads& threads,
             DataSet& set) {
-    if (!early.CanBe(rules.row.dim)) {
+    if (!early.CanBe(rules.row.line)) {
         early.Drop();
         return ReadSet(file, rules, threads, set);
     }
-    const std::vector<QueryRun> runV = early.MoveTo(set, rules.row.dim, threads);
+    const std::vector<QueryRun> runV = early.MoveTo(set, rules.row.line.dim, threads);
     return NumberQueries(file, rules, runV, set);
 }
 

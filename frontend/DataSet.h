@@ -42,6 +42,7 @@ struct DataSet {
     std::unique_ptr<double*[], RowsReleaser> rowVV;
     VecInt queryIdV;
     long lineWithoutQuery = 0;  // of the first row that has none; 0: all have one
+    RowCounts counts;
 };
 
 // Numbers the queries of one file 0, 1, 2, ... by their first appearance.
@@ -72,7 +73,7 @@ int WidestRow(const std::vector<DataFile*>& fileV, int dimLeast);
 
 // Whether `numRows` rows of `dim` values, and as many more values as `numExtra` rows have, can be
 // held at all: an id that is a slip of the pen would otherwise take all memory. Returns 0, or -1
-// after a message that names the widest line.
+// after a message that names the widest line, if it is what makes the rows so wide.
 [[nodiscard]] int CheckMemory(const std::vector<DataFile*>& fileV, long numRows, int dim,
                               long numExtra = 0);
 

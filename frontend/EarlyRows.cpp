@@ -1,5 +1,6 @@
 #include "EarlyRows.h"
 
+#include <limits>
 #include <utility>
 
 #include "TextBlocks.h"
@@ -15,10 +16,15 @@ double* Resize(double* row, int width) {
     return static_cast<double*>(resized);
 }
 
+RowRules WithAllPairs(RowRules rules) {
+    rules.line.mostPairs = std::numeric_limits<int>::max();
+    return rules;
+}
+
 }  // namespace
 
-EarlyRows::EarlyRows(int dimLeast, bool mustBeFinite, double memory)
-    : fFinite(mustBeFinite), mostMemory(memory), width(std::max(dimLeast, 0)) {}
+EarlyRows::EarlyRows(const RowRules& least, double memory)
+    : rules(WithAllPairs(least)), mostMemory(memory), width(std::max(least.line.dim, 0)) {}
 
 EarlyRows::~EarlyRows() {
     Clear();
@@ -38,8 +44,8 @@ DataFile::Tally EarlyRows::Look(BlockReader& reader, size_t block) {
         reader.Again();
         const DataFile::Tally counted = CountLines(reader);
         reader.Again();
-        if (counted.largestId <= known || !Widen(counted) ||
-            !Parse(reader, counted.largestId, parsed)) {
+        const bool fTooNarrow = !rules.line.fIgnoreLarger && counted.largestId > known;
+        if (!fTooNarrow || !Widen(counted) || !Parse(reader, counted.largestId, parsed)) {
             Drop();
             return counted;
         }
@@ -59,23 +65,22 @@ bool EarlyRows::Parse(BlockReader& reader, int asWide, BlockRows& parsed) const 
     return true;
 }
 
-// Ids that are too large are a fault here, as all others are.
+// Ids that are too large are a fault here, as all others are, unless they are ignored.
 bool EarlyRows::ParseLine(std::string_view line, std::string_view text, BlockRows& parsed) const {
     DataFile::Tally& tally = parsed.tally;
     if (!Fits(parsed.rowV.size() + 1, parsed.width)) return false;
     Row row(Resize(nullptr, parsed.width));
+    RowRules asWide = rules;
+    asWide.line.dim = parsed.width;
     double label = 0.0;
     LineHead head;
-    if (!ParseRow(line, text, parsed.width, row.get(), label, head)) return false;
-    if (!IsFiniteAsWanted({parsed.width, fFinite}, label, row.get())) return false;
-    if (!IsBlank(head.rest)) {
-        parsed.fCut = true;
-        head.largestId = LargestFeatureId(line);
-        if (head.largestId > parsed.width) return false;
-    }
+    if (!ParseRow(line, text, asWide.line, row.get(), label, head)) return false;
+    if (!IsFiniteAsWanted(asWide, label, row.get())) return false;
     ++tally.numRows;
     tally.TakeId(head.largestId);
     AddToRuns(head.queryId, tally.numLines, parsed.runV);
+    parsed.counts.Add(head, tally.numLines);
+    parsed.mostPairs = std::max({parsed.mostPairs, head.numPairs, head.numBeforeQuery + 1});
     parsed.labelV.push_back(label);
     parsed.rowV.push_back(std::move(row));
     return true;
@@ -117,9 +122,10 @@ void EarlyRows::Append(BlockRows& parsed) {
         run.lastLine += numLines;
         runV.push_back(std::move(run));
     }
+    counts.Add(parsed.counts, numLines);
+    mostPairs = std::max(mostPairs, parsed.mostPairs);
     numLines += parsed.tally.numLines;
     if (!parsed.rowV.empty()) sectionV.push_back({rows.Size(), parsed.width});
-    if (parsed.fCut) cutWidth = std::min(cutWidth, parsed.width);
 }
 
 void EarlyRows::Drop() {
@@ -137,9 +143,8 @@ void EarlyRows::Clear() {
     sectionV = {};
 }
 
-// A wider row takes more pairs of a line.
-bool EarlyRows::CanBe(int dim) const {
-    return !fDropped && dim <= cutWidth;
+bool EarlyRows::CanBe(const LineRules& wanted) const {
+    return !fDropped && mostPairs <= wanted.mostPairs;
 }
 
 std::vector<QueryRun> EarlyRows::MoveTo(DataSet& set, int dim, ReadingThreads& threads) {
@@ -150,7 +155,7 @@ std::vector<QueryRun> EarlyRows::MoveTo(DataSet& set, int dim, ReadingThreads& t
         for (size_t i = at > 0 ? sectionV[at - 1].end : 0; i < sectionV[at].end; ++i) {
             double*& row = rows.Get()[i];
             row = Resize(row, dim);
-            std::fill(row + narrow, row + dim, kMissing);
+            std::fill(row + narrow, row + dim, rules.line.absent);
         }
     };
     const auto isNarrow = [dim](const Section& section) { return section.width < dim; };
@@ -162,6 +167,7 @@ std::vector<QueryRun> EarlyRows::MoveTo(DataSet& set, int dim, ReadingThreads& t
     set.dimFea = dim;
     set.labelV = labels.Release();
     set.rowVV = {rows.Release().release(), {numRows}};
+    set.counts = counts;
     return std::move(runV);
 }
 

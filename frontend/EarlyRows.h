@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
-#include <limits>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -59,9 +58,10 @@ class GrowingArray {
 // What DataFile::Scan has look at the blocks of one file.
 class EarlyRows : public BlockLook {
   public:
-    // No row will have fewer than `dimLeast` values; `mustBeFinite` is RowRules::fFinite. Rows that
-    // would take more than `memory` bytes are given up, most of them before they take any.
-    EarlyRows(int dimLeast, bool mustBeFinite, double memory = MostMemory());
+    // No row will have fewer than least.line.dim values; where larger ids are ignored, none will
+    // have more. All pairs of a line are read. Rows that would take more than `memory` bytes are
+    // given up, most of them before they take any.
+    explicit EarlyRows(const RowRules& least, double memory = MostMemory());
     ~EarlyRows() override;
     // For all files of a run together.
     static double MostMemory() { return UsableMemory() / 4; }
@@ -69,8 +69,8 @@ class EarlyRows : public BlockLook {
     void Begin(size_t numBlocks) override;
     DataFile::Tally Look(BlockReader& reader, size_t block) override;
 
-    // Whether all rows of the scanned file are here and can be had with `dim` values.
-    bool CanBe(int dim) const;
+    // Whether all rows of the scanned file are here and can be had as `wanted`.
+    bool CanBe(const LineRules& wanted) const;
     // Frees them all; from now on Look only counts.
     void Drop();
     // Moves them to `set`, each with `dim` values, and returns their queries as ReadRows would.
@@ -86,7 +86,8 @@ class EarlyRows : public BlockLook {
         VecDle labelV;
         std::vector<Row> rowV;
         std::vector<QueryRun> runV;
-        bool fCut = false;  // a line goes on behind as many pairs as a row has values
+        RowCounts counts;
+        int mostPairs = 0;  // of a line; with fewer, LineRules would leave out some of it
         int width = 0;
     };
 
@@ -104,7 +105,7 @@ class EarlyRows : public BlockLook {
     void Append(BlockRows& rows);
     void Clear();
 
-    const bool fFinite;
+    const RowRules rules;  // but for the width
     const double mostMemory;
     double mostOfBlock = 0.0;  // its share of the memory
     std::atomic<int> width;    // of the widest row so far
@@ -118,8 +119,8 @@ class EarlyRows : public BlockLook {
     GrowingArray<double*> rows;
     std::vector<QueryRun> runV;
     std::vector<Section> sectionV;
-    // Rows may be no wider than this: they would have more of a line's pairs.
-    int cutWidth = std::numeric_limits<int>::max();
+    RowCounts counts;
+    int mostPairs = 0;  // of a line; with fewer, LineRules would leave out some of it
 };
 
 }  // namespace sylvora::frontend

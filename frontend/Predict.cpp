@@ -1,11 +1,13 @@
 // Mode predict: scores a data file with a model file.
 #include <algorithm>
 
+#include "CheckIn/Validation.h"
 #include "DataFile.h"
 #include "DataSet.h"
 #include "Metrics.h"
 #include "Modes.h"
 #include "Paths.h"
+#include "ReadingNotices.h"
 #include "Scoring.h"
 
 namespace sylvora::frontend {
@@ -21,19 +23,17 @@ int CheckPaths(const Command& command) {
     return CheckFiles(command, {{"filePred", cfg.filePred}});
 }
 
-// Few rows are held at a time, but all values of a row are set anew for each line of the file;
-// where not even so many rows would fit into memory, an id is a slip and scoring would take for
-// ever.
+// Few rows are held at a time. Where not even so many would fit into memory, the model is damaged.
 constexpr long kRowsToFit = 100;
 
 // Rows that lie one after the other, used for one batch after another.
 class Batch {
   public:
-    Batch(const DataFile& dataFile, int dim, size_t mostRows)
+    Batch(const DataFile& dataFile, const LineRules& lineRules, size_t mostRows)
         : file(dataFile),
-          rules{dim, false},
+          rules{lineRules, false},
           labelV(mostRows),
-          valueV(mostRows * static_cast<size_t>(dim)) {}
+          valueV(mostRows * static_cast<size_t>(lineRules.dim)) {}
 
     // Reads rows from number `first` on, as many as there is room for.
     RowReport Read(long first, ReadingThreads& threads) {
@@ -53,7 +53,9 @@ class Batch {
       public:
         Places(Batch& owner, long firstRow, long rowCount)
             : RowPlaces(firstRow, rowCount), batch(owner) {}
-        double* ValuesAt(long row) override { return batch.valueV.data() + row * batch.rules.dim; }
+        double* ValuesAt(long row) override {
+            return batch.valueV.data() + row * batch.rules.line.dim;
+        }
         double& LabelAt(long row) override { return batch.labelV[static_cast<size_t>(row)]; }
 
       private:
@@ -68,14 +70,12 @@ class Batch {
 };
 
 // A few rows at a time, so that a file of any length can be scored.
-int ScoreFile(DataFile& file, int numThread, TreeLearner& model, ScoredSet& set) {
-    ReadingThreads threads(numThread);
-    if (file.Scan(threads) != 0) return -1;
-    const int dim = WidestRow({&file}, model.getFeatureDim());
-    if (CheckMemory({&file}, std::min(file.NumRows(), kRowsToFit), dim) != 0) return -1;
+int ScoreRows(const DataFile& file, const LineRules& rules, const CheckCfgCLS& cfg,
+              ReadingThreads& threads, TreeLearner& model, ScoredSet& set) {
     QueryNumbers numbers(file, model.CfgInfo.modelType == "GBRank");
-    Scorer scorer(model, dim, numThread, set.scoreV);
-    Batch batch(file, dim, std::min(scorer.BatchRows(), static_cast<size_t>(file.NumRows())));
+    Scorer scorer(model, rules.dim, AskedThreads(cfg), set.scoreV);
+    Batch batch(file, rules, std::min(scorer.BatchRows(), static_cast<size_t>(file.NumRows())));
+    RowCounts counts;
     for (long row = 0; row < file.NumRows(); row += static_cast<long>(batch.NumRows())) {
         const RowReport report = batch.Read(row, threads);
         // What keeps all rows from being scored is told as soon as there is one.
@@ -88,20 +88,34 @@ int ScoreFile(DataFile& file, int numThread, TreeLearner& model, ScoredSet& set)
         for (size_t i = 0; i < batch.NumRows(); ++i) {
             set.labelV.push_back(MapLabel(model.tranMap, batch.Label(i)));
         }
+        counts.Add(report.counts);
     }
+    NoticeLargerIds(file, rules.dim, counts);
+    NoticeAbsent(cfg, file, rules.dim, counts);
     return 0;
+}
+
+// Rows have the model's columns, whatever ids the file has.
+int ScoreFile(DataFile& file, const CheckCfgCLS& cfg, TreeLearner& model, ScoredSet& set) {
+    ReadingThreads threads(AskedThreads(cfg));
+    if (file.Scan(threads) != 0) return -1;
+    if (file.NumRows() == 0) return file.Refuse(0, "holds no rows, there is nothing to score");
+    const int dim = model.getFeatureDim();
+    if (CheckMemory({&file}, std::min(file.NumRows(), kRowsToFit), dim) != 0) return -1;
+    const LineRules rules = FirstColumnsOf(dim, file.LargestId(), AbsentValue(cfg));
+    return ScoreRows(file, rules, cfg, threads, model, set);
 }
 
 }  // namespace
 
 int Predict(const Command& command) {
     const CheckCfgCLS& cfg = command.cfg;
-    if (CheckPaths(command) != 0) return -1;
+    if (CheckAbsent(cfg) != 0 || CheckPaths(command) != 0) return -1;
     TreeLearner model;
     if (LoadModelOf(cfg, model) != 0) return -1;
     DataFile file("fileTest", cfg.fileTest);
     ScoredSet set;
-    if (ScoreFile(file, AskedThreads(cfg), model, set) != 0) return -1;
+    if (ScoreFile(file, cfg, model, set) != 0) return -1;
     if (set.queryIdV.size() != set.scoreV.size()) set.queryIdV.clear();
     if (WriteScores(cfg.filePred, set.scoreV) != 0) return -1;
     PrintMetrics(model, set);

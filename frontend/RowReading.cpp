@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 #include <iterator>
+#include <limits>
 #include <utility>
 
 #include "Libdef.h"
@@ -17,6 +18,9 @@
 
 namespace sylvora::frontend {
 namespace {
+
+const char kHidesRow[] =
+    "has another row behind a carriage return: lines end with LF or CR LF, not with CR alone";
 
 // Parses the wanted rows of one block after another.
 class BlockParser {
@@ -34,7 +38,7 @@ class BlockParser {
         for (std::string_view line; row < end && reader.Next(line);) {
             ++numLine;
             if (IsBlank(line)) continue;
-            if (row >= places.first && !Take(line, row - places.first, numLine, report.runV)) {
+            if (row >= places.first && !Take(line, row - places.first, numLine, report)) {
                 report.fault = {row - places.first, numLine, std::string(line), ""};
                 return report;
             }
@@ -50,12 +54,15 @@ class BlockParser {
     }
 
   private:
-    bool Take(std::string_view line, long row, long numLine, std::vector<QueryRun>& runV) {
+    bool Take(std::string_view line, long row, long numLine, RowReport& report) {
         double* const values = places.ValuesAt(row);
         double& label = places.LabelAt(row);
         LineHead head;
-        if (!ParseRow(line, reader.Text(), rules.dim, values, label, head)) return false;
-        AddToRuns(head.queryId, numLine, runV);
+        if (!ParseRow(line, reader.Text(), rules.line, values, label, head)) return false;
+        // The odd id may stand behind all pairs that are read.
+        if (numLine == file.LineOfOddId()) return false;
+        AddToRuns(head.queryId, numLine, report.runV);
+        report.counts.Add(head, numLine);
         return IsFiniteAsWanted(rules, label, values);
     }
 
@@ -85,19 +92,40 @@ RowReport Join(std::vector<RowReport>& reportV) {
     for (RowReport& report : reportV) {
         all.runV.insert(all.runV.end(), std::make_move_iterator(report.runV.begin()),
                         std::make_move_iterator(report.runV.end()));
+        all.counts.Add(report.counts);
         all.fault = std::move(report.fault);
         if (all.fault.row >= 0) break;
     }
     return all;
 }
 
+// What is wrong with a line that the library reads, and without any complaint.
+std::string ComplaintOf(const RowFault& fault, const LineHead& head, const VecDle& valueV) {
+    double valLabel = 0.0;
+    if (!ParseNumber(head.label, valLabel)) {
+        return "the label \"" + std::string(head.label) + "\" is no number";
+    }
+    const std::string_view oddId = IdsOfLine(fault.text).odd;
+    if (!oddId.empty()) {
+        return Text("the id \"", oddId, "\" is wrong: ids are whole numbers from 1 to ",
+                    std::numeric_limits<int>::max(), ", written in digits");
+    }
+    if (head.fHidesRow) return kHidesRow;
+    const auto isInfinite = [](double value) { return !std::isfinite(value); };
+    const auto infinite = std::find_if(valueV.begin(), valueV.end(), isInfinite);
+    const std::string what = isInfinite(valLabel)
+                                 ? "the label"
+                                 : Text("the value of id ", infinite - valueV.begin() + 1);
+    return what + " is infinite; training wants numbers that a double holds";
+}
+
 }  // namespace
 
-bool ParseRow(std::string_view line, std::string_view text, int dim, double* values, double& label,
-              LineHead& head) {
+bool ParseRow(std::string_view line, std::string_view text, const LineRules& rules, double* values,
+              double& label, LineHead& head) {
     return line.find('\0') == std::string_view::npos &&
-           ParseSparseLine(line, text, dim, values, head) == 0 &&
-           ParseNumberIn(text, head.label, label);
+           ParseSparseLine(line, text, rules, values, head) == 0 &&
+           ParseNumberIn(text, head.label, label) && !head.fOddId && !head.fHidesRow;
 }
 
 // The exponent of what is not finite is all ones: one more carries into the sign. Compilers take
@@ -107,7 +135,7 @@ bool IsFiniteAsWanted(const RowRules& rules, double label, const double* values)
     constexpr std::uint64_t kExponent = 0x7FF0000000000000;
     constexpr std::uint64_t kOneMore = 0x0010000000000000;
     std::uint64_t carries = 0;
-    for (int i = 0; i < rules.dim; ++i) {
+    for (int i = 0; i < rules.line.dim; ++i) {
         std::uint64_t bits = 0;
         std::memcpy(&bits, values + i, sizeof bits);
         carries |= (bits & kExponent) + kOneMore;
@@ -147,33 +175,28 @@ RowReport ReadRows(const DataFile& file, const RowRules& rules, RowPlaces& place
     return Join(reportV);
 }
 
-// The plain reader says what it does not like; what it likes is not finite.
+// The library's complaints come first. Odd ids were not counted when the rows' width was settled:
+// the range of ids says nothing about them.
 int Complain(const DataFile& file, const RowRules& rules, const RowFault& fault) {
     if (!fault.complaint.empty()) return file.Refuse(fault.line, fault.complaint);
     if (fault.text.find('\0') != std::string::npos) {
         return file.Refuse(fault.line, "holds a zero byte, a line of text is wanted");
     }
-    VecDle valueV(static_cast<size_t>(rules.dim));
-    double* values = valueV.data();
-    int count = 0;
-    std::string label;
-    std::string queryId;
-    if (read_sparse_line(fault.text, rules.dim, values, count, label, queryId, true) != 0) {
+    LineRules asRead = rules.line;
+    asRead.fIgnoreLarger |= !IdsOfLine(fault.text).odd.empty();
+    VecDle valueV(static_cast<size_t>(asRead.dim));
+    LineHead head;
+    if (ReadSparseLine(fault.text, asRead, valueV.data(), head) != 0) {
+        const char* const endOfLabel = head.label.data() + head.label.size();
+        const size_t numBefore = static_cast<size_t>(endOfLabel - fault.text.data());
+        if (HidesRow(std::string_view(fault.text).substr(numBefore))) {
+            return file.Refuse(fault.line, kHidesRow);
+        }
         return file.Refuse(fault.line, Text("wanted: label [qid:query] id:value ..., with ids from "
                                             "1 to ",
-                                            rules.dim));
+                                            asRead.mostPairs));
     }
-    double valLabel = 0.0;
-    if (!TryStrToDouble(label.c_str(), valLabel)) {
-        return file.Refuse(fault.line, "the label \"" + label + "\" is no number");
-    }
-    const auto isInfinite = [](double value) { return !std::isfinite(value); };
-    const auto infinite = std::find_if(valueV.begin(), valueV.end(), isInfinite);
-    const std::string what = isInfinite(valLabel)
-                                 ? "the label"
-                                 : Text("the value of id ", infinite - valueV.begin() + 1);
-    return file.Refuse(fault.line,
-                       what + " is infinite; training wants numbers that a double holds");
+    return file.Refuse(fault.line, ComplaintOf(fault, head, valueV));
 }
 
 }  // namespace sylvora::frontend

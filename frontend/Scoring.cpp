@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "ConfigChecks.h"
 #include "Output/WholeFile.h"
 #include "StopSignals.h"
 #include "god/Report.h"
@@ -22,10 +23,18 @@ int LoadModel(const std::string& fileModel, TreeLearner& model) {
     return Fail("ERROR: fileModel ", fileModel, ": is no usable model\n");
 }
 
+int ReadLabelMap(const std::string& fileTran, TreeLearner& learner) {
+    if (fileTran.empty()) return 0;
+    const ReadTwice map(fileTran);
+    const std::string name = "labelTran " + fileTran;
+    if (!map.Complaint().empty()) return Fail("ERROR: ", name, ": ", map.Complaint(), "\n");
+    return learner.ReadLabelTran(map.Path()) == 0 ? CheckLineEnds(map, name) : -1;
+}
+
 int LoadModelOf(const CheckCfgCLS& cfg, TreeLearner& model) {
     model.CfgInfo.fPrint = cfg.fPrint;
     if (LoadModel(cfg.fileModel, model) != 0) return -1;
-    return cfg.fileTran.empty() ? 0 : model.ReadLabelTran(cfg.fileTran);
+    return ReadLabelMap(cfg.fileTran, model);
 }
 
 Scorer::Scorer(TreeLearner& loaded, int dimFea, int threads, VecDle& scores)

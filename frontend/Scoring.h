@@ -22,7 +22,11 @@ struct ScoredSet {
 // names the file.
 [[nodiscard]] int LoadModel(const std::string& fileModel, TreeLearner& model);
 
-// The same for the settings of a run that needs no training: the model prints what fPrint asks for
+// Reads the label map, if there is one, and checks that it was read to its end. Returns 0, or -1
+// after a message.
+[[nodiscard]] int ReadLabelMap(const std::string& fileTran, TreeLearner& learner);
+
+// LoadModel for the settings of a run that needs no training: the model prints what fPrint asks for
 // and has the label map, if there is one.
 [[nodiscard]] int LoadModelOf(const CheckCfgCLS& cfg, TreeLearner& model);
 

@@ -13,6 +13,7 @@
 #include "Modes.h"
 #include "Paths.h"
 #include "Progress.h"
+#include "ReadingNotices.h"
 #include "Scoring.h"
 #include "StopSignals.h"
 #include "TreeLearner.h"
@@ -112,9 +113,11 @@ int ReadSets(std::vector<RunSet>& setV, const CheckCfgCLS& cfg) {
     std::deque<EarlyRows> earlyV;
     long numRows = 0;
     int dim = 0;
+    const double absent = AbsentValue(cfg);
     const double memory = EarlyRows::MostMemory() / static_cast<double>(setV.size());
     for (RunSet& set : setV) {
-        if (set.file.Scan(threads, earlyV.emplace_back(dim, true, memory)) != 0) return -1;
+        EarlyRows& early = earlyV.emplace_back(RowRules{RowsOf(dim, absent), true}, memory);
+        if (set.file.Scan(threads, early) != 0) return -1;
         numRows += set.file.NumRows();
         fileV.push_back(&set.file);
         dim = WidestRow(fileV, 0);
@@ -122,10 +125,14 @@ int ReadSets(std::vector<RunSet>& setV, const CheckCfgCLS& cfg) {
     // The means of the columns, and what the growth keeps beside each value of the training rows.
     const long numExtra = 1 + setV.front().file.NumRows();
     if (CheckMemory(fileV, numRows, dim, numExtra) != 0) return -1;
-    const SetRules rules = {{dim, true}, cfg.modelType == "GBRank"};
+    const SetRules rules = {{RowsOf(dim, absent), true}, cfg.modelType == "GBRank"};
     for (RunSet& set : setV) {
         if (ReadSet(set.file, rules, earlyV.front(), threads, set.data) != 0) return -1;
         earlyV.pop_front();
+    }
+    // One is enough: the files of a run are alike.
+    for (const RunSet& set : setV) {
+        if (NoticeAbsent(cfg, set.file, dim, set.data.counts)) break;
     }
     return 0;
 }
@@ -169,7 +176,7 @@ int CheckClasses(const CheckCfgCLS& cfg, const TreeLearner& learner) {
 
 int Grow(const CheckCfgCLS& cfg, TreeLearner& learner) {
     // After the training data, whose classes bound the labels of the map.
-    if (!cfg.fileTran.empty() && learner.ReadLabelTran(cfg.fileTran) != 0) return -1;
+    if (ReadLabelMap(cfg.fileTran, learner) != 0) return -1;
     if (CheckClasses(cfg, learner) != 0 || CheckSample(learner) != 0 || learner.ParamInit() != 0)
         return -1;
     const StopLater later;  // between two rounds

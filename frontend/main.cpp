@@ -8,11 +8,14 @@
 #include <iostream>
 #include <new>
 #include <string>
+#include <vector>
 
+#include "ConfigChecks.h"
 #include "ConfigHints.h"
 #include "Help.h"
 #include "Modes.h"
 #include "StopSignals.h"
+#include "TemporaryCopy.h"
 #include "god/Report.h"
 
 namespace {
@@ -21,6 +24,7 @@ using sylvora::Fail;
 using sylvora::Print;
 using sylvora::Warn;
 using sylvora::frontend::Command;
+using sylvora::frontend::ReadTwice;
 
 enum ExitStatus { kDone = 0, kFailure = 1, kWrongUsage = 2 };
 
@@ -40,15 +44,29 @@ bool IsMode(const std::string& mode) {
     return mode.empty() || mode == "train" || mode == "predict" || mode == "analyze";
 }
 
+// Reads the configuration file and the options. What the library accepts, the command judges.
+int ReadSettings(const ReadTwice& file, int argc, char** argv, CheckCfgCLS& cfg) {
+    if (!file.Complaint().empty()) return Fail("ERROR: ", argv[1], ": ", file.Complaint(), "\n");
+    std::string path = file.Path();
+    std::vector<char*> argumentV(argv, argv + argc + 1);
+    argumentV[1] = path.data();
+    const int status = cfg.ReadCfg(argc, argumentV.data());
+    // Line ends explain many a complaint of the library's, too.
+    if (sylvora::frontend::CheckLineEnds(file, argv[1]) != 0 || status != 0) return -1;
+    if (sylvora::frontend::CheckIntegers(file, argv[1]) != 0) return -1;
+    return sylvora::frontend::CheckIntegerOptions(argc, argv);
+}
+
 int RunConfiguration(int argc, char** argv) {
     Command command;
     command.fileCfg = argv[1];
-    if (command.cfg.ReadCfg(argc, argv) != 0) return kFailure;
+    const ReadTwice file(command.fileCfg);
+    if (ReadSettings(file, argc, argv, command.cfg) != 0) return kFailure;
     if (!IsMode(command.cfg.mode)) {
         return RefuseUsage("unknown mode \"" + command.cfg.mode +
                            "\": it is train, predict or analyze");
     }
-    sylvora::frontend::WarnOfUnknownKeys(command.fileCfg);
+    sylvora::frontend::WarnOfUnknownKeys(file, command.fileCfg);
     return RunMode(command) == 0 ? kDone : kFailure;
 }
 

@@ -1,7 +1,9 @@
 // A configuration file, which must come to the same as its lines one by one; then validation, and
-// the command's hints.
+// what the command makes of it.
+#include <map>
 #include <sstream>
 
+#include "../frontend/ConfigChecks.h"
 #include "../frontend/ConfigHints.h"
 #include "Settings.h"
 
@@ -18,6 +20,56 @@ int ReadByLine(const std::string& text, CheckCfgCLS& cfg) {
         if (cfg.ReadCfgFile(file.Fill(line)) != 0) return -1;
     }
     return 0;
+}
+
+// Whether a line has a carriage return between other text.
+bool HasInnerReturn(const std::string& text) {
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        const std::string blanks = " \t\n\v\f\r";
+        const size_t first = line.find_first_not_of(blanks);
+        if (first == std::string::npos) continue;
+        const size_t end = line.find_last_not_of(blanks);
+        if (line.substr(first, end - first).find('\r') != std::string::npos) return true;
+    }
+    return false;
+}
+
+// The number that an integer says, as it is printed.
+std::string Printed(const std::string& value) {
+    const size_t sign = value.find_first_of("+-") == 0 ? 1 : 0;
+    const size_t digits = value.find_first_not_of('0', sign);
+    if (digits == std::string::npos) return "0";
+    return (value[0] == '-' ? "-" : "") + value.substr(digits);
+}
+
+// Whether the last setting of each integer parameter came to what it says.
+bool HasIntegersAsWritten(const std::string& text, const CheckCfgCLS& cfg) {
+    std::istringstream lines(text);
+    std::map<std::string, std::string> lastM;
+    for (std::string line; std::getline(lines, line);) {
+        const frontend::Setting setting = frontend::SettingOf(line);
+        lastM[setting.key] = setting.value;
+    }
+    for (const auto& [key, value] : lastM) {
+        const ParameterRow* const row = FindParameter(key);
+        if (row == nullptr || !std::holds_alternative<int CheckCfgCLS::*>(row->member)) continue;
+        if (Printed(value) != ParameterValue(*row, cfg)) return false;
+    }
+    return true;
+}
+
+// What the command makes of a file that the library accepts.
+void CheckCommand(const std::string& path, const std::string& text, const CheckCfgCLS& cfg,
+                  tests::Messages& messages) {
+    const frontend::ReadTwice file(path);
+    frontend::WarnOfUnknownKeys(file, "cfg");
+    messages.Take();
+    const bool fEnds = frontend::CheckLineEnds(file, "cfg") == 0;
+    Demand(fEnds == messages.Take().empty() && fEnds != HasInnerReturn(text), "line ends");
+    const bool fIntegers = frontend::CheckIntegers(file, "cfg") == 0;
+    Demand(fIntegers == messages.Take().empty(), "a refusal has a message");
+    Demand(!fIntegers || HasIntegersAsWritten(text, cfg), "an integer is read as another");
 }
 
 // A message less the number of the line that it names.
@@ -41,8 +93,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Demand(ReadByLine(text, byLine) == status, "line by line: another status, with " + said);
     Demand(WithoutLine(messages.Take()) == WithoutLine(said), "line by line: not " + said);
     Demand(ValuesOf(cfg) == ValuesOf(byLine), "line by line: other values");
+    if (status == 0) CheckCommand(path, text, cfg, messages);
     CheckValidation(cfg, messages);
-    frontend::WarnOfUnknownKeys(path);
-    messages.Take();
     return 0;
 }

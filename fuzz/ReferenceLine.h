@@ -2,11 +2,13 @@
 #ifndef SYLVORA_FUZZ_REFERENCELINE_H
 #define SYLVORA_FUZZ_REFERENCELINE_H
 
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "god.h"
+#include "god/DataLines.h"
 #include "god/Report.h"
 
 namespace sylvora::fuzz {
@@ -21,24 +23,54 @@ struct ReadLine {
     int count = 0;
     std::string label, query, message;
     std::vector<double> rowV;
+    // Of a stored sparse line only: what LineHead says, and whether all of the line was read.
+    int numLarger = 0;
+    std::set<int> idS;
+    bool fOddId = false, fHidesRow = false, fAll = true;
 };
+
+// Whether an id that is taken for 1 or more is not what it says.
+inline bool IsOdd(const std::string& idText) {
+    const std::string largest = "2147483647";
+    std::string digits = idText.substr(idText[0] == '+' ? 1 : 0);
+    if (digits.find_first_not_of("0123456789") != std::string::npos) return true;
+    digits.erase(0, digits.find_first_not_of('0'));
+    return digits.size() > largest.size() || (digits.size() == largest.size() && digits > largest);
+}
+
+// Whether a label stands behind a carriage return.
+inline bool HasHiddenRow(const std::string& text) {
+    for (size_t at = text.find('\r'); at != std::string::npos; at = text.find('\r', at + 1)) {
+        std::string word;
+        std::istringstream(text.substr(at)) >> word;
+        if (!word.empty() && word.find(':') == std::string::npos) return true;
+    }
+    return false;
+}
 
 template <typename Value>
 class ReferenceLine {
   public:
     ReferenceLine(const std::string& text, int columns, Form wanted)
-        : words(text), dim(columns), form(wanted) {
-        const double filling = form == Form::kDense ? kUntouched : -2147483648.0;
-        line.rowV.assign(static_cast<size_t>(dim), filling);
+        : ReferenceLine(text, LineRules{columns, columns}, wanted) {}
+    ReferenceLine(const std::string& text, const LineRules& lineRules, Form wanted)
+        : words(text), rules(lineRules), form(wanted) {
+        const double filling = form == Form::kDense ? kUntouched : rules.absent;
+        line.rowV.assign(static_cast<size_t>(rules.dim), filling);
         words >> line.label;
         std::string word;
-        while (line.count < dim && words >> word && word.size() >= 3 && line.message.empty()) {
+        size_t read = Position(text);
+        while (line.count < rules.mostPairs && words >> word && word.size() >= 3 &&
+               line.message.empty()) {
             Take(word);
+            read = Position(text);
         }
-        if (form == Form::kDense && line.message.empty() && line.count < dim) {
+        if (form == Form::kDense && line.message.empty() && line.count < rules.dim) {
             line.message = "ERROR: Imcomplete feature line for dense data!\n";
         }
         line.status = line.message.empty() ? 0 : -1;
+        line.fAll = text.find_first_not_of(" \t\n\v\f\r", read) == std::string::npos;
+        line.fHidesRow = HasHiddenRow(text.substr(read));
     }
 
     ReadLine line;
@@ -67,18 +99,36 @@ class ReferenceLine {
             line.message = "ERROR: feature value is not a digit: \"" + valueText + "\"!\n";
         } else if (idText.find('\0') != std::string::npos || !TryStrToInt(idText.c_str(), id)) {
             line.message = "ERROR: feature id is not an integer: \"" + idText + "\"!\n";
-        } else if (form == Form::kSparse && (id < 1 || id > dim)) {
+        } else if (form == Form::kSparse && (id < 1 || (id > rules.dim && !rules.fIgnoreLarger))) {
             line.message = Text("ERROR: Illegal feature id: \"", id,
-                                "\", which is supposed to be in [1, ", dim, "]\n");
+                                "\", which is supposed to be in [1, ", rules.mostPairs, "]\n");
         } else {
-            const int column = form == Form::kSparse ? id - 1 : line.count;
-            if (form != Form::kCheckOnly) line.rowV[static_cast<size_t>(column)] = value;
+            if (form == Form::kSparse) {
+                TakeId(idText, id, value);
+            } else if (form == Form::kDense) {
+                line.rowV[static_cast<size_t>(line.count)] = value;
+            }
             ++line.count;
         }
     }
 
+    void TakeId(const std::string& idText, int id, Value value) {
+        line.fOddId = line.fOddId || IsOdd(idText);
+        if (id > rules.dim) {
+            ++line.numLarger;
+        } else {
+            line.rowV[static_cast<size_t>(id) - 1] = value;
+            line.idS.insert(id);
+        }
+    }
+
+    // Of what has not been read.
+    size_t Position(const std::string& text) {
+        return words.eof() ? text.size() : static_cast<size_t>(words.tellg());
+    }
+
     std::istringstream words;
-    int dim;
+    LineRules rules;
     Form form;
 };
 

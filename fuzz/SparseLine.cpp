@@ -1,5 +1,7 @@
 // Sparse data lines, stored and only checked, against a reader that goes word by word; and as lines
 // of a longer text, as the command has them.
+#include <limits>
+
 #include "LineCheck.h"
 #include "god/DataLines.h"
 
@@ -8,9 +10,33 @@ using namespace sylvora::fuzz;
 
 namespace {
 
+constexpr int kMostId = std::numeric_limits<int>::max();
+
+// What the command learns from the head of a line.
+void CheckHead(const LineHead& head, const ReadLine& expected, std::string_view line) {
+    Demand(head.label == expected.label && head.queryId == expected.query &&
+               head.numPairs == expected.count,
+           "another head within a text");
+    // An absent value that a line gives twice is counted twice.
+    const int numCells = static_cast<int>(expected.idS.size());
+    Demand(head.numLarger == expected.numLarger && head.numCells >= numCells &&
+               head.numCells <= head.numPairs - head.numLarger,
+           "other counts within a text");
+    Demand(head.fOddId == expected.fOddId, "another judgement of ids");
+    Demand(head.fHidesRow == expected.fHidesRow, "another judgement of line ends");
+    const LineIds ids = IdsOfLine(line);
+    Demand(!expected.fOddId || !ids.odd.empty(), "an odd id is overlooked");
+    Demand(ids.odd.empty() || IsOdd(std::string(ids.odd)), "an id that is not odd");
+    Demand(ids.odd.empty() || MayHaveLargerId(line, kMostId), "an odd id is not looked for");
+    if (!ids.odd.empty()) return;
+    Demand(expected.fAll ? head.largestId == ids.largest : head.largestId <= ids.largest,
+           "another largest id");
+}
+
 // With `numBehind` bytes behind the line, where the memory ends too.
-void CheckInText(const LineInput& input, const ReadLine& expected, size_t numBehind) {
+void CheckInText(const LineInput& input, const LineRules& rules, size_t numBehind) {
     if (input.text.find('\n') != std::string::npos) return;
+    const ReadLine expected = ReferenceLine<double>(input.text, rules, Form::kSparse).line;
     const std::string before = "1 123:456 7890:1\n";
     const std::string around =
         before + input.text +
@@ -18,17 +44,13 @@ void CheckInText(const LineInput& input, const ReadLine& expected, size_t numBeh
     const std::vector<char> textV(around.begin(), around.end());
     const std::string_view text(textV.data(), textV.size());
     const std::string_view line = text.substr(before.size(), input.text.size());
-    std::vector<double> rowV(static_cast<size_t>(input.dim), kUntouched);
+    std::vector<double> rowV(static_cast<size_t>(rules.dim), kUntouched);
     LineHead head;
-    const int status = ParseSparseLine(line, text, input.dim, rowV.data(), head);
+    const int status = ParseSparseLine(line, text, rules, rowV.data(), head);
     Demand(status == expected.status, "another status within a text");
     if (status != 0) return;
-    Demand(head.label == expected.label && head.queryId == expected.query &&
-               head.numPairs == expected.count && rowV == expected.rowV,
-           "another row within a text");
-    const int largestId = LargestFeatureId(line);
-    const bool fAll = head.rest.find_first_not_of(" \t\v\f\r") == std::string_view::npos;
-    Demand(fAll ? head.largestId == largestId : head.largestId <= largestId, "another largest id");
+    Demand(rowV == expected.rowV, "another row within a text");
+    CheckHead(head, expected, line);
 }
 
 }  // namespace
@@ -46,7 +68,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         DemandSame(read, ReferenceLine<double>(input.text, input.dim, form).line);
         if (form == Form::kCheckOnly) continue;
         counter.Add(read.status, read.message);
-        CheckInText(input, read, data[0] / LineInput::kMostColumns);
+        const size_t numBehind = data[0] / LineInput::kMostColumns;
+        CheckInText(input, {input.dim, input.dim}, numBehind);
+        CheckInText(input, {input.dim, 2 * input.dim, true, 0.0}, numBehind);
     }
     return 0;
 }

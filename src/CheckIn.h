@@ -63,6 +63,8 @@ class SYLVORA_API CheckCfgCLS {
     std::string mode;
     double tms_seed = 0.0;
     int digits = 6;  // significant digits of reals in the model file: 6 or 17
+    std::string absent = "missing";  // an id that a data line leaves out: "missing", "zero"
+    bool fSetAbsent = false;         // absent was given
 
     // Reads the file named by argv[1], then applies the option-value pairs from argv[2] on, which
     // override it. argv is the program's: argv[0] is ignored.

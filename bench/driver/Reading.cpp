@@ -13,9 +13,10 @@ void ReadLines(const Job& job) {
     const StopWatch watch;
     frontend::ReadingThreads threads(job.Number("threads"));
     frontend::DataFile file("text", path);
-    frontend::EarlyRows early(0, true);
+    frontend::EarlyRows early({frontend::RowsOf(0), true});
     Require(file.Scan(threads, early), "Scan");
-    const frontend::SetRules rules = {{frontend::WidestRow({&file}, 0), true}, false};
+    const int dim = frontend::WidestRow({&file}, 0);
+    const frontend::SetRules rules = {{frontend::RowsOf(dim), true}, false};
     frontend::DataSet set;
     Require(frontend::ReadSet(file, rules, early, threads, set), "ReadSet");
     Say("read", watch.Read());

@@ -21,8 +21,8 @@ ParameterRow File(const char* name, std::string C::*member, bool fOption, const 
 }
 
 ParameterRow Text(const char* name, std::string C::*member, bool fOption, const char* range,
-                  const char* meaning) {
-    return {name, member, nullptr, fOption, false, "", "", range, meaning};
+                  const char* meaning, bool C::*given = nullptr) {
+    return {name, member, given, fOption, false, "", "", range, meaning};
 }
 
 ParameterRow Switch(const char* name, bool C::*member, const char* meaning) {
@@ -100,6 +100,10 @@ std::vector<ParameterRow> BuildTable() {
             "digits", &C::digits, kOption, "6, 17",
             "Significant digits of reals in the model file; with 17 every number is exact, and the "
             "loaded model scores as in memory."),
+        Text("absent", &C::absent, kOption, "missing, zero",
+             "What an id stands for that a data line leaves out: a missing value (-2147483648), or "
+             "0. Not given: missing, with a notice where most values of a file are left out.",
+             &C::fSetAbsent),
     };
 }
 

@@ -1,5 +1,7 @@
 // Validation of a parameter set and its normalisation for the model type. The rules run in a fixed
 // order; the first that is broken ends the check, and what earlier rules rewrote stays.
+#include "Validation.h"
+
 #include <algorithm>
 #include <iterator>
 #include <string>
@@ -143,13 +145,19 @@ int CheckDigits(const CheckCfgCLS& c) {
 
 }  // namespace
 
+int sylvora::CheckAbsent(const CheckCfgCLS& cfg) {
+    if (cfg.absent == "missing" || cfg.absent == "zero") return 0;
+    return Fail("ERROR: No such absent: \"", cfg.absent, "\", it is missing or zero!\n");
+}
+
 int CheckCfgCLS::CheckCfg() {
     return sylvora::Guarded([&] {
         fQID = modelType == "GBRank";
         const bool fValid = CheckTreeCount(*this) == 0 && CheckTask(*this) == 0 &&
                             ChooseLoss(*this) == 0 && CheckBoostedLoss(*this) == 0 &&
                             CheckFigures(*this) == 0 && CheckThreads(*this) == 0 &&
-                            CheckRandomMode(*this) == 0 && CheckDigits(*this) == 0;
+                            CheckRandomMode(*this) == 0 && CheckDigits(*this) == 0 &&
+                            sylvora::CheckAbsent(*this) == 0;
         return fValid ? 0 : -1;
     });
 }

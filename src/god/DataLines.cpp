@@ -5,11 +5,13 @@
 #include <emmintrin.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstddef>
 #include <string>
 #include <string_view>
 
 #include "../god.h"
+#include "LineTokens.h"
 #include "NumberParsing.h"
 #include "Report.h"
 #include "ShortPair.h"
@@ -20,94 +22,14 @@ using sylvora::Fail;
 using sylvora::IsDigit;
 using sylvora::IsSpace;
 using sylvora::kMissing;
+using sylvora::kMostIdDigits;
 using sylvora::LineHead;
+using sylvora::LineIds;
+using sylvora::LineRules;
 using sylvora::ParseNumber;
+using sylvora::Tokens;
 
 constexpr size_t kShortestToken = 3;  // anything shorter ends the line
-constexpr long kMostDigits = 9;       // of an id that cannot leave the range
-
-class Tokens {
-  public:
-    // `text` holds the line and may be read anywhere.
-    Tokens(std::string_view line, std::string_view text)
-        : at(line.data()), end(at + line.size()), endOfShort(EndOfShort(line, text)) {}
-    explicit Tokens(std::string_view line) : Tokens(line, line) {}
-
-    // The next token, empty at the end of the line.
-    std::string_view Next() {
-        SkipSpaces();
-        const char* const begin = at;
-        SkipToken();
-        return {begin, static_cast<size_t>(at - begin)};
-    }
-
-    // Takes the next token if it is a pair as nearly all are: an id of a few digits, and a value
-    // that the conversion reads without doubts about its syntax. False leaves the token to Next.
-    template <typename Value>
-    bool TakePlainPair(int& id, Value& value) {
-        SkipSpaces();
-        double number = 0.0;
-        if (at < endOfShort) {
-            if (const char* const behind = sylvora::ConvertShortPair(at, id, number)) {
-                value = static_cast<Value>(number);
-                at = behind;
-                return true;
-            }
-        }
-        const char* const colon = PlainId(id);
-        if (colon == nullptr) return false;
-        const char* const behind = sylvora::ConvertPlainReal(colon + 1, end, number);
-        if (behind == nullptr || (behind != end && !IsSpace(*behind))) return false;
-        value = static_cast<Value>(number);
-        at = behind;
-        return true;
-    }
-
-    // The same for the id alone; what is behind the colon may be anything but nothing at all.
-    bool TakePlainId(int& id) {
-        SkipSpaces();
-        const char* const colon = PlainId(id);
-        if (colon == nullptr || colon + 1 == end || IsSpace(colon[1])) return false;
-        at = colon + 1;
-        SkipToken();
-        return true;
-    }
-
-    // What is left of the line.
-    std::string_view Rest() const { return {at, static_cast<size_t>(end - at)}; }
-
-  private:
-    // Pairs that begin before this can be taken as short ones.
-    static const char* EndOfShort(std::string_view line, std::string_view text) {
-        const char* const last = text.data() + text.size();
-        const bool fRoom = line.data() - text.data() >= sylvora::kBeforePair &&
-                           last - line.data() >= sylvora::kPairWindow;
-        return fRoom ? last - sylvora::kPairWindow + 1 : line.data();
-    }
-
-    void SkipSpaces() {
-        while (at != end && IsSpace(*at)) ++at;
-    }
-
-    void SkipToken() {
-        while (at != end && !IsSpace(*at)) ++at;
-    }
-
-    // The colon behind an id of digits alone that cannot leave the range; null without one.
-    const char* PlainId(int& id) {
-        const char* const last = at + std::min<long>(end - at, kMostDigits);
-        const char* p = at;
-        int number = 0;
-        for (; p != last && IsDigit(*p); ++p) number = number * 10 + (*p - '0');
-        if (p == at || p == end || *p != ':') return nullptr;
-        id = number;
-        return p;
-    }
-
-    const char* at;
-    const char* end;
-    const char* endOfShort;
-};
 
 // Complains on standard error, or not at all.
 struct Loud {
@@ -127,6 +49,24 @@ bool IsQueryId(std::string_view idText) {
     return idText == "qid" || idText == "QID";
 }
 
+// Whether a text that ParseNumber reads as `id` is read as an id, but says something else: an
+// exponent is dropped, and what is beyond int keeps its low 32 bits.
+bool IsOddId(std::string_view idText, int id) {
+    if (id < 1) return false;
+    const std::string_view digits = idText.substr(idText.front() == '+' ? 1 : 0);
+    long value = 0;
+    const char* const end = digits.data() + digits.size();
+    const auto read = std::from_chars(digits.data(), end, value);
+    return read.ec != std::errc() || read.ptr != end || value != id;
+}
+
+// The text from the white space before the token to the end of the line.
+std::string_view From(std::string_view token, std::string_view line) {
+    const char* begin = token.data();
+    while (begin != line.data() && IsSpace(begin[-1])) --begin;
+    return line.substr(static_cast<size_t>(begin - line.data()));
+}
+
 // Reads a token that is no plain pair: 1 for a pair, 0 for a query id, -1 for a fault.
 template <typename Value, typename Complain>
 int ReadToken(std::string_view token, LineHead& head, int& id, Value& value, Complain complain) {
@@ -136,6 +76,7 @@ int ReadToken(std::string_view token, LineHead& head, int& id, Value& value, Com
     const std::string_view valueText = token.substr(colon + 1);
     if (IsQueryId(idText)) {
         head.queryId = valueText;
+        head.numBeforeQuery = head.numPairs;
         return 0;
     }
     if (!ParseNumber(valueText, value)) {
@@ -144,53 +85,78 @@ int ReadToken(std::string_view token, LineHead& head, int& id, Value& value, Com
     if (!ParseNumber(idText, id)) {
         return complain("ERROR: feature id is not an integer: \"", idText, "\"!\n");
     }
+    if (IsOddId(idText, id)) head.fOddId = true;
     return 1;
 }
 
-// Reads label, query id and at most `dim` pairs of a line in a text; store(id, count, value) places
-// a pair and returns a status.
+// Reads label, query id and at most `mostPairs` pairs of a line in a text; store(id, count, value)
+// places a pair and returns a status.
 template <typename Value, typename Complain, typename Store>
-int ReadPairs(std::string_view line, std::string_view text, int dim, LineHead& head,
+int ReadPairs(std::string_view line, std::string_view text, int mostPairs, LineHead& head,
               Complain complain, Store store) {
     Tokens tokens(line, text);
-    head = {tokens.Next(), {}, {}, 0, 0};
+    head = {};
+    head.label = tokens.Next();
     for (;;) {
         int id = 0;
         Value value{};
         if (!tokens.TakePlainPair(id, value)) {
             const std::string_view token = tokens.Next();
-            if (token.size() < kShortestToken) return 0;
+            if (token.size() < kShortestToken) {
+                head.fHidesRow = !token.empty() && sylvora::HidesRow(From(token, line));
+                return 0;
+            }
             const int read = ReadToken(token, head, id, value, complain);
             if (read < 0) return -1;
             if (read == 0) continue;
         }
         if (store(id, head.numPairs, value) != 0) return -1;
-        if (++head.numPairs == dim) {
-            head.rest = tokens.Rest();
+        if (++head.numPairs == mostPairs) {
+            head.fHidesRow = sylvora::HidesRow(tokens.Rest());
             return 0;
         }
     }
 }
 
-// Reads a line into a row by ids; without fStore, its pairs are only checked and counted.
+// Reads a line into a row by ids.
 template <typename Complain>
-int ReadSparse(std::string_view line, std::string_view text, int dim, double* row, bool fStore,
+int ReadSparse(std::string_view line, std::string_view text, const LineRules& rules, double* row,
                LineHead& head) {
-    std::fill(row, row + std::max(dim, 0), kMissing);
+    const int dim = rules.dim;
+    const double absent = rules.absent;
+    std::fill(row, row + std::max(dim, 0), absent);
     int largestId = 0;
-    const auto byId = [row, dim, fStore, &largestId](int id, int, double value) {
-        if (!fStore) return 0;
+    int numRepeated = 0;
+    int numLarger = 0;
+    const auto byId = [&, dim, absent, row](int id, int, double value) {
         if (static_cast<unsigned>(id) - 1 >= static_cast<unsigned>(dim)) {
+            if (rules.fIgnoreLarger && id > 0) {
+                largestId = std::max(largestId, id);
+                ++numLarger;
+                return 0;
+            }
             return Complain()("ERROR: Illegal feature id: \"", id,
-                              "\", which is supposed to be in [1, ", dim, "]\n");
+                              "\", which is supposed to be in [1, ", rules.mostPairs, "]\n");
+        }
+        if (id > largestId) {
+            largestId = id;
+        } else if (row[id - 1] != absent) {
+            ++numRepeated;
         }
         row[id - 1] = value;
-        largestId = std::max(largestId, id);
         return 0;
     };
-    const int status = ReadPairs<double>(line, text, dim, head, Complain(), byId);
+    const int status = ReadPairs<double>(line, text, rules.mostPairs, head, Complain(), byId);
     head.largestId = largestId;
+    head.numLarger = numLarger;
+    head.numCells = head.numPairs - numLarger - numRepeated;
     return status;
+}
+
+// Fills the row as for a line without pairs; these are only checked and counted.
+int CheckPairs(std::string_view line, int dim, double* row, LineHead& head) {
+    std::fill(row, row + std::max(dim, 0), kMissing);
+    return ReadPairs<double>(line, line, dim, head, Loud(), [](int, int, double) { return 0; });
 }
 
 template <typename Value>
@@ -215,7 +181,7 @@ bool MayBeLarger(std::string_view before, int largest) {
     const char* const colon = begin + before.size();
     const char* p = colon;
     int id = 0;
-    for (int unit = 1; p != begin && IsDigit(p[-1]) && colon - p < kMostDigits; unit *= 10) {
+    for (int unit = 1; p != begin && IsDigit(p[-1]) && colon - p < kMostIdDigits; unit *= 10) {
         id += unit * (*--p - '0');
     }
     if (p == begin) return true;
@@ -225,9 +191,14 @@ bool MayBeLarger(std::string_view before, int largest) {
 
 }  // namespace
 
-int sylvora::ParseSparseLine(std::string_view line, std::string_view text, int dim, double* row,
-                             LineHead& head) {
-    return ReadSparse<Silent>(line, text, dim, row, true, head);
+int sylvora::ParseSparseLine(std::string_view line, std::string_view text, const LineRules& rules,
+                             double* row, LineHead& head) {
+    return ReadSparse<Silent>(line, text, rules, row, head);
+}
+
+int sylvora::ReadSparseLine(std::string_view line, const LineRules& rules, double* row,
+                            LineHead& head) {
+    return ReadSparse<Loud>(line, line, rules, row, head);
 }
 
 bool sylvora::ParseNumberIn(std::string_view text, std::string_view token, double& result) {
@@ -258,28 +229,44 @@ bool sylvora::MayHaveLargerId(std::string_view line, int largest) {
     return false;
 }
 
-int sylvora::LargestFeatureId(std::string_view line) {
+LineIds sylvora::IdsOfLine(std::string_view line) {
     Tokens tokens(line);
     tokens.Next();  // the label
-    int largest = 0;
+    LineIds ids;
     for (;;) {
         int id = 0;
         if (!tokens.TakePlainId(id)) {
             const std::string_view token = tokens.Next();
             const std::string_view idText = token.substr(0, token.find(':'));
-            if (token.size() < kShortestToken || idText.size() == token.size()) return largest;
+            if (token.size() < kShortestToken || idText.size() == token.size()) return ids;
             if (IsQueryId(idText)) continue;
-            if (!ParseNumber(idText, id)) return largest;
+            if (!ParseNumber(idText, id)) return ids;
+            if (IsOddId(idText, id)) {
+                if (ids.odd.empty()) ids.odd = idText;
+                continue;
+            }
         }
-        largest = std::max(largest, id);
+        ids.largest = std::max(ids.largest, id);
     }
+}
+
+bool sylvora::HidesRow(std::string_view text) {
+    for (size_t at = text.find('\r'); at < text.size(); at = text.find('\r', at)) {
+        const std::string_view token = Tokens(text.substr(at)).Next();
+        if (token.empty()) return false;
+        if (token.find(':') == std::string_view::npos) return true;
+        at = static_cast<size_t>(token.data() + token.size() - text.data());
+    }
+    return false;
 }
 
 int read_sparse_line(const std::string& lineinfo, int dim, double*& dline, int& nCount,
                      std::string& labelstr, std::string& qidStr, bool fsparseData) {
     return sylvora::Guarded([&] {
         LineHead head;
-        const int status = ReadSparse<Loud>(lineinfo, lineinfo, dim, dline, fsparseData, head);
+        const int status = fsparseData
+                               ? ReadSparse<Loud>(lineinfo, lineinfo, {dim, dim}, dline, head)
+                               : CheckPairs(lineinfo, dim, dline, head);
         nCount = head.numPairs;
         labelstr = head.label;
         qidStr = head.queryId;

@@ -26,7 +26,7 @@ const std::vector<std::pair<std::string, ParameterMember>> kOptions = {
     {"fRegCls", &C::fRegCls},       {"valShrink", &C::valShrink}, {"maxLeaf", &C::maxLeaf},
     {"maxDepth", &C::maxDepth},     {"numBound", &C::numBound},   {"valTau", &C::valTau},
     {"randomMode", &C::randomMode}, {"lossFunc", &C::lossFunc},   {"modelType", &C::modelType},
-    {"digits", &C::digits}};
+    {"digits", &C::digits},         {"absent", &C::absent}};
 const std::vector<std::pair<std::string, ParameterMember>> kFileOnly = {
     {"fPrint", &C::fPrint},
     {"fileDev", &C::fileDev},
@@ -84,7 +84,7 @@ TEST(Parameters, EveryKeyFillsItsMember) {
                 << key;
         }
     }
-    EXPECT_TRUE(cfg.fDebug && cfg.fLabelTran && cfg.fSetSeed && cfg.fSetThread);
+    EXPECT_TRUE(cfg.fDebug && cfg.fLabelTran && cfg.fSetSeed && cfg.fSetThread && cfg.fSetAbsent);
     ASSERT_EQ(Read(cfg, "", arguments).status, 0);
     for (const auto& [key, member] : kOptions) EXPECT_EQ(ValueOf(member, cfg), "7") << key;
     for (const auto& [key, member] : kFileOnly) {
@@ -104,13 +104,13 @@ TEST(Parameters, Defaults) {
                 shown += key + " " + value + "; ";
         }
     }
-    EXPECT_EQ(
-        shown,
-        "numTree 500; numThread 1; valSmpRt 0.6; ratio 0.6; fRegCls -1; valShrink 0.09; "
-        "maxLeaf 20; maxDepth 4; numBound 5; valTau 0.5; randomMode DOC; lossFunc -1; digits 6; "
-        "fileResultBase Result; sizeGroup 1; temperature 1e-08; ");
+    EXPECT_EQ(shown,
+              "numTree 500; numThread 1; valSmpRt 0.6; ratio 0.6; fRegCls -1; valShrink 0.09; "
+              "maxLeaf 20; maxDepth 4; numBound 5; valTau 0.5; randomMode DOC; lossFunc -1; "
+              "digits 6; absent missing; fileResultBase Result; sizeGroup 1; temperature 1e-08; ");
     EXPECT_EQ(cfg.pathOut, "./");
-    EXPECT_FALSE(cfg.fDebug || cfg.fLabelTran || cfg.fSetSeed || cfg.fSetThread || cfg.fQID);
+    EXPECT_FALSE(cfg.fDebug || cfg.fLabelTran || cfg.fSetSeed || cfg.fSetThread || cfg.fSetAbsent ||
+                 cfg.fQID);
     EXPECT_EQ(cfg.getRandomSeed(), 1.0);
 }
 

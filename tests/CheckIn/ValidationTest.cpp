@@ -99,6 +99,9 @@ TEST(Validation, Table) {
         {"modelType=GBDT numThread=257", -1,
          "ERROR: No larger than 256 numThreads is allowed for tree models training!\n", ""},
         {"modelType=GBDT randomMode=doc", -1, "ERROR: No such random mode, randomMode: doc!\n", ""},
+        {"modelType=GBDT absent=zero", 0, "", "absent=zero"},
+        {"modelType=GBDT absent=0 randomMode=QUERY", -1,
+         "ERROR: No such absent: \"0\", it is missing or zero!\n", "randomMode=DOC"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.given);

@@ -1,5 +1,6 @@
 """Data files: what is read alike, what is refused and where the message points."""
 
+import re
 import unittest
 
 from workbench import OLD, Workbench, data_lines
@@ -58,6 +59,70 @@ class Reading(Workbench):
         run = self.succeed("-mode", "predict", "-fileTest", "wide.txt", "-filePred", "p.txt")
         self.assertEqual(2, len(self.read("p.txt").splitlines()), run.stderr)
 
+    def test_ids_above_the_model_are_ignored(self):
+        """Of a file with more columns, in any order, the model's count: scores and report stay."""
+        self.model()
+        wide = ["0", *data_lines(range(40), columns=5)]
+        wide[7] += " 2147483647:1"
+        wide[9] = " ".join([wide[9].split()[0], *reversed(wide[9].split()[1:])])
+        narrow = [re.sub(r" (4|5|2147483647):\S+", "", line) for line in wide]
+        self.write("wide.txt", wide)
+        self.write("narrow.txt", narrow)
+        for mode in "predict", "analyze":
+            for threads in "1", "3":
+                runs = [self.succeed("-mode", mode, "-fileTest", name + ".txt", "-filePred",
+                                     name + ".out", "-numThread", threads)
+                        for name in ("wide", "narrow")]
+                self.assertEqual(*(self.read(name) for name in ("wide.out", "narrow.out")))
+                self.assertEqual(*(run.stdout for run in runs))
+                self.assertEqual(["Notice: fileTest wide.txt: 81 values are ignored, the first on "
+                                  "line 2: the model has no ids above 3\n", ""],
+                                 [run.stderr for run in runs])
+
+    def test_absent_values(self):
+        """Left out, a value is missing or zero, as one who writes it out has it."""
+        rows = [[i % 10, i % 3, 0, i % 4] for i in range(60)]
+        def lines(absent):
+            return [" ".join([str(label)] + [f"{j + 1}:{v or absent}" for j, v in enumerate(values)
+                                             if v or absent]) for label, *values in rows]
+        outputs = ["model.txt", "p.txt", "f.txt"]
+        def results(text, *options):
+            self.write("data.txt", text)
+            run = self.succeed("-fileTrain", "data.txt", "-fileTest", "data.txt", *options)
+            for mode, out in ("predict", "p.txt"), ("analyze", "f.txt"):
+                self.succeed("-mode", mode, "-fileTest", "data.txt", "-filePred", out, *options)
+            return [run.stdout] + [self.read(name) for name in outputs]
+        zero = results(lines("0"))
+        missing = results(lines("-2147483648"))
+        self.assertNotEqual(zero, missing)
+        for threads in "1", "3":
+            self.assertEqual(zero, results(lines(""), "-absent", "zero", "-numThread", threads))
+            self.assertEqual(missing, results(lines(""), "-numThread", threads))
+        self.configure("absent = zero")
+        self.assertEqual(zero, results(lines("")))
+        for mode in "train", "predict", "analyze":
+            run = self.run_command("run.cfg", "-mode", mode, "-fileTest", "data.txt", "-filePred",
+                                   "p.txt", "-absent", "none")
+            self.assertEqual((1, 'ERROR: No such absent: "none", it is missing or zero!\n'),
+                             (run.returncode, run.stderr))
+
+    def test_notice_of_absent_values(self):
+        """Once a run, if more than half of a file's values are left out and nobody says why."""
+        half = ["1 1:1 2:2", "2 3:1 4:2"] * 10
+        cases = {"half": (half, None), "more": (half + ["1 1:1 1:1 1:1"], 51),
+                 "most": (["1 4:0", "2 1:1", "3"] * 10, 83)}
+        for name, (lines, percent) in cases.items():
+            self.write("data.txt", lines)
+            for mode in "train", "predict", "analyze":
+                options = ["-mode", mode, "-fileTrain", "data.txt", "-fileTest", "data.txt",
+                           "-filePred", "p.txt", "-numBound", "1"]
+                notices = re.findall(r"(?m)^Notice: (\w+) data.txt: (\d+) % of the values are left out "
+                                     ".*absent = zero.*absent = missing", self.succeed(*options).stderr)
+                parameter = "fileTrain" if mode == "train" else "fileTest"
+                self.assertEqual([(parameter, str(percent))] if percent else [], notices, name)
+                for absent in "zero", "missing":
+                    self.assertEqual("", self.succeed(*options, "-absent", absent).stderr)
+
     def test_queries_are_any_text(self):
         labels = [i % 3 for i in range(24)]
         options = ["-modelType", "GBRank"]
@@ -83,6 +148,50 @@ class Refusals(Workbench):
                                          "-" + parameter, "wrong.txt")
                     self.assertRegex(run.stderr, message)
                     self.assertEqual(OLD, self.read("model.txt"))
+
+    def test_ids_that_are_read_as_others(self):
+        """The library takes them, for another id; what it does not take keeps its message."""
+        good = data_lines(range(4))
+        self.write("train.txt", good)
+        self.succeed("-numBound", "1")
+        wrong = [("1 1e0:5", "1e0"), ("1 3:1 1e3:5", "1e3"), ("1 5e0:1", "5e0"), ("1 7E:1", "7E"),
+                 ("1 4294967297:5", "4294967297"), ("1 -4294967295:5", "-4294967295"),
+                 ("1 9999999999:5", "9999999999"), ("1 1:1 2:2 3:3 2e0:7", "2e0")]
+        older = [("1 3000000000:5", "Illegal feature id"), ("1 1e0:1 2:x", "value is not a digit"),
+                 ("1 0:1 1e0:1", 'Illegal feature id: "0"'), ("1 -1:5", "Illegal feature id")]
+        for parameter, *options in ["fileTrain"], ["fileTest", "-mode", "predict", "-filePred", "p"], \
+                                   ["fileTest", "-mode", "analyze"]:
+            for line, message in wrong + older:
+                with self.subTest(line=line, options=options):
+                    self.write("wrong.txt", good + ["", line] + good + ["1 1e2:1", "x"])
+                    run = self.fail_with(f"{parameter} wrong.txt, line 6: ", *options,
+                                         "-" + parameter, "wrong.txt")
+                    said = run.stderr.splitlines()[-2:]
+                    if (line, message) in older:
+                        self.assertRegex(said[0], "^ERROR: .*" + message)
+                    else:
+                        self.assertIn(f'the id "{message}" is wrong: ids are whole numbers', said[-1])
+
+    def test_carriage_returns_alone(self):
+        """A row that begins behind one would be lost, in whatever way the library ends its line."""
+        lines = data_lines([1, 2, 3])
+        self.model("-valSmpRt", "1")
+        long = [line.replace(" ", ".25 ", 1) for line in lines]
+        for text, line in (("\r".join(lines), 1), ("\r".join(lines) + "\r\n", 1), ("1\r2\r3\r", 1),
+                           ("\r".join(long), 1), ("\n".join(lines) + "\r" + lines[0] + "\n", 3),
+                           ("\r".join(["1 1:1", "2 1:2", "3 1:3"]), 1),
+                           ("\n".join(lines) + "\n1 1:1 9\r1 1:1", 4)):
+            for options in ["-fileTrain"], ["-mode", "predict", "-filePred", "p", "-fileTest"], \
+                           ["-mode", "analyze", "-fileTest"]:
+                with self.subTest(text=text, options=options):
+                    self.write("wrong.txt", text)
+                    self.fail_with(f"wrong.txt, line {line}: .*lines end with LF or CR LF, not with "
+                                   "CR alone", *options, "wrong.txt")
+        expected = self.model("-valSmpRt", "1", "-fileTrain", "train.txt")
+        text = self.read("train.txt")
+        for same in text.replace("\n", "\n\r"), text.replace(" ", "\r"), "\r\r" + text + "\r\r":
+            self.write("train.txt", same)
+            self.assertEqual(expected, self.model("-valSmpRt", "1"))
 
     def test_unusable_files(self):
         (self.folder / "folder").mkdir()

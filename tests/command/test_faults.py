@@ -123,11 +123,13 @@ class Writes(Faults):
         limit = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (4096, 4096))
         self.model()
         self.write("many.txt", data_lines(range(2000)))
-        self.write("wide.txt", ["1 2000:1"])
+        self.write("wide.txt", [f"{i} {i + 1990}:1" for i in range(10)])
+        self.succeed("-fileTrain", "wide.txt", "-fileModel", "wide.model.txt")
         self.write("old.txt", OLD)
         for options in (["-numTree", "100"],
                         ["-mode", "predict", "-fileTest", "many.txt", "-filePred", "old.txt"],
-                        ["-mode", "analyze", "-fileTest", "wide.txt", "-filePred", "old.txt"]):
+                        ["-mode", "analyze", "-fileTest", "wide.txt", "-filePred", "old.txt",
+                         "-fileModel", "wide.model.txt"]):
             self.refuse("ERROR: .*(File too large|in full)", *options, preexec_fn=limit)
 
     def test_a_full_device(self):

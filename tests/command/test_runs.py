@@ -97,9 +97,14 @@ class Modes(Workbench):
 
     def test_nothing_to_score(self):
         self.model()
-        self.write("empty.txt", "")
-        run = self.succeed("-mode", "predict", "-fileTest", "empty.txt", "-filePred", "p.txt")
-        self.assertEqual(("rows: 0\n", ""), (run.stdout, self.read("p.txt")))
+        self.write("p.txt", OLD)
+        for text in "", "\n \r\n\t":
+            self.write("empty.txt", text)
+            for mode, message in ("predict", "holds no rows"), ("analyze", ".* 0 rows"):
+                self.fail_with("fileTest empty.txt: " + message, "-mode", mode, "-fileTest",
+                               "empty.txt", "-filePred", "p.txt")
+            self.fail_with("fileTest empty.txt: .* 0 rows", "-fileTest", "empty.txt")
+        self.assertEqual(OLD, self.read("p.txt"))
 
     def test_a_loss_that_no_configuration_can_supply(self):
         self.fail_with("lossFunc USER", "-lossFunc", "USER")

@@ -46,6 +46,55 @@ class Usage(Workbench):
         self.assertEqual((1, b"ERROR: standard output"), (run.returncode, run.stderr[:22]))
 
 
+class Settings(Workbench):
+    def test_integers_are_what_is_written(self):
+        """The library drops an exponent and what is beyond 32 bits; the command refuses both."""
+        for value in "1e1", "7E", "+", "-", "4294967301", "-4294967291", "9" * 30:
+            with self.subTest(value):
+                self.write("cfg", self.read("run.cfg") + f"# 7\n  numTree = {value} 8\nnumTree = 5\n")
+                run = self.run_command("cfg")
+                self.assertEqual(1, run.returncode)
+                self.assertRegex(run.stderr, f'^ERROR: cfg, line 8: numTree "{re.escape(value)}" '
+                                             r"would be read as -?\d+: write an integer")
+                self.fail_with(f'-numTree "{re.escape(value)}" would be read as', "-numTree", value,
+                               "-numTree", "5", "-mode", "none")
+        self.fail_with('-numTree "" would be read as 0', "-numTree", "")
+        self.fail_with("-numTree is not a digit!", "-numBound", "1e1", "-numTree", "1.5")
+        expected = self.model("-numTree", "5")
+        for value in "+5", "005", "+0" + 99 * "0" + "5":
+            self.assertEqual(expected, self.model("-numTree", value))
+
+    def test_carriage_returns_alone(self):
+        """Settings and labels behind them would be lost without a word."""
+        text = self.read("run.cfg")
+        expected = self.model("-labelTran", "map")
+        for name, wrong, line in (("cfg", text.replace("\n", "\r"), 1),
+                                  ("cfg", "# a\r" + text.replace("\n", "\r"), 1),
+                                  ("cfg", text + "maxLeaf = 5\rmaxDepth = 1\n", 7),
+                                  ("map", "0 1\r2 3\r", 1)):
+            self.write("cfg", text)
+            self.write(name, wrong)
+            run = self.run_command("cfg", "-labelTran", "map")
+            self.assertEqual(1, run.returncode)
+            self.assertRegex(run.stderr, rf"(?m)^ERROR: (labelTran )?{name}, line {line}: goes on "
+                                         "behind a carriage return: lines end with LF or CR LF")
+        self.write("map", "")
+        for ends in "\r\n", "\n\r":
+            self.write("cfg", text.replace("\n", ends))
+            self.assertEqual(0, self.run_command("cfg", "-labelTran", "map").returncode)
+            self.assertEqual(expected, self.read("model.txt"))
+
+    def test_pipes_are_judged_like_files(self):
+        text = self.read("run.cfg")
+        for more, message in (("numTre = 1\n", "WARNING: /dev/stdin, line 7: no parameter"),
+                              ("numTree = 1e9\n", 'ERROR: /dev/stdin, line 7: numTree "1e9"'),
+                              ("maxLeaf = 5\rnumTree = 1\n", "ERROR: /dev/stdin, line 7: goes on")):
+            run = self.run_command("/dev/stdin", input=text + more)
+            self.assertRegex(run.stderr, "^" + message)
+        run = self.run_command("run.cfg", "-labelTran", "/dev/stdin", input="0 1\r2 3\r")
+        self.assertRegex(run.stderr, "^ERROR: labelTran /dev/stdin, line 1: goes on")
+
+
 class Progress(Workbench):
     def on_terminal(self, *options):
         try:
