@@ -74,12 +74,12 @@ int ScoreRows(const DataFile& file, const LineRules& rules, const CheckCfgCLS& c
               ReadingThreads& threads, TreeLearner& model, ScoredSet& set) {
     QueryNumbers numbers(file, model.CfgInfo.modelType == "GBRank");
     Scorer scorer(model, rules.dim, AskedThreads(cfg), set.scoreV);
+    // Before memory is taken for a row: a model that cannot be scored may claim any number of columns.
+    if (scorer.Score(nullptr, 0) != 0) return -1;
     Batch batch(file, rules, std::min(scorer.BatchRows(), static_cast<size_t>(file.NumRows())));
     RowCounts counts;
     for (long row = 0; row < file.NumRows(); row += static_cast<long>(batch.NumRows())) {
         const RowReport report = batch.Read(row, threads);
-        // What keeps all rows from being scored is told as soon as there is one.
-        if (row == 0 && report.fault.row != 0 && scorer.Score(nullptr, 0) != 0) return -1;
         for (const QueryRun& run : report.runV) {
             if (numbers.Append(run, set.queryIdV) != 0) return -1;
         }

@@ -190,7 +190,7 @@ TEST(FixedPoints, SumsFitAndAreOffByTheRoundingOfEachRow) {
         }
         ASSERT_FALSE(HasFailure());
     }
-    EXPECT_GT(numUsable, 450);
+    EXPECT_GT(numUsable, 400);
     EXPECT_GT(numExact, 100);
     EXPECT_GT(numUsable - numExact, 100);
 }
@@ -254,10 +254,11 @@ TEST(FixedPoints, AreUsableForGradientsAndWeightsInRange) {
                  {{std::nan(""), 1.0}, {}, false},
                  {many(kInf, 1.0), {}, false},
                  {many(1.0, 0.9e-100), {}, true},
-                 {{1.0, 2.0}, {1, INT_MAX}, true},
+                 {{1.0, 2.0}, {1, INT_MAX - 1}, true},
+                 {{1.0, 2.0}, {1, INT_MAX}, false},  // nodes add weights up as ints
                  {{1.0, 2.0}, {1, 0}, false},
                  {{1.0, 2.0}, {-1, 3}, false},
-                 {std::vector<double>(5000, 1.0), std::vector<int>(5000, INT_MAX), true},
+                 {std::vector<double>(5000, 1.0), std::vector<int>(5000, INT_MAX / 5000), true},
                  {std::vector<double>(40000, 1.0), std::vector<int>(40000, INT_MAX), false}};
     WorkerPool pool;
     for (const auto& c : cases) {
