@@ -67,7 +67,9 @@ SYLVORA_API void* PredictionThreadFunction(void* arg);
 
 // Told about progress after each round of boosting, or after each tree of a forest: `done` of
 // `total`. Returns 0 to go on; anything else ends the run there, also when all is grown (Boosting
-// returns -1 and writes no model).
+// returns -1 and writes no model). Also asked, several times a second and with all trees as `done`
+// and `total`, while an output file of a learner's method is a FIFO that nobody reads: then
+// anything but 0 ends the waiting, and the file is not written.
 typedef int (*ProgressFuncType)(void* context, int done, int total);
 
 // Thread safety: a learner is trained by one thread, which starts workers of its own. Once trained
@@ -254,6 +256,8 @@ class SYLVORA_API TreeLearner {
     // The first result file that the last run opened but could not write in full, and reported;
     // empty: none.
     const std::string& getLostResult() const { return lostResult; }
+    // Why the debug report of the last run could not be written in full, as in errno; 0: it could.
+    int getDebugError() const { return debugError; }
 
     // Column-wise tree generation is reserved; both report so and return -1.
     int Sampling();
@@ -306,6 +310,7 @@ class SYLVORA_API TreeLearner {
     void WriteRoundResult(int idxTree);
     int FinishRun();
     bool IsStopped(int done, int total);
+    bool IsGivenUp() const;
 
     struct ScoringForm;
 
@@ -327,6 +332,7 @@ class SYLVORA_API TreeLearner {
     int testDim = 0;        // columns of the test rows
     std::string walkFault;  // why a loaded ensemble cannot be scored; empty: it can
     std::shared_ptr<const ScoringForm> scoringForm;  // null: the trees are walked one by one
+    int debugError = 0;
 };
 
 #endif  // SYLVORA_TREELEARNER_H

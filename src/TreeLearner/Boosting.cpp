@@ -2,6 +2,7 @@
 #include <sys/time.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <utility>
 #include <vector>
@@ -204,18 +205,20 @@ int TreeLearner::GenerateForest() {
 // A file that is lost does not stop the run; the first one is reported.
 void TreeLearner::WriteRoundResult(int idxTree) {
     const std::string path = CfgInfo.pathOutput + CfgInfo.fileResultBase;
-    std::string lost;
+    const auto isStopped = [this] { return IsGivenUp(); };
+    sylvora::LostResult lost;
     if (CfgInfo.fRegCls == "REG") {
         // The training predictions, but as many as the test set has.
-        lost = sylvora::WriteResult({predictV, labelTrV, std::min(testSize, sampleSize),
-                                     path + ".train", idxTree, nullptr});
+        lost = sylvora::WriteResult(
+            {predictV, labelTrV, std::min(testSize, sampleSize), path + ".train", idxTree, nullptr},
+            isStopped);
     } else if (CfgInfo.fRegCls == "CLS") {
         lost = sylvora::WriteResult(
-            {testResV, labelTestV, testSize, path + ".test", idxTree, &distClsVV});
+            {testResV, labelTestV, testSize, path + ".test", idxTree, &distClsVV}, isStopped);
     }
-    if (lost.empty() || !lostResult.empty()) return;
-    sylvora::Warn("ERROR: Can not write file ", lost, " in full!\n");
-    lostResult = std::move(lost);
+    if (lost.path.empty() || !lostResult.empty()) return;
+    sylvora::Warn(lost.Message());
+    lostResult = std::move(lost.path);
 }
 
 int TreeLearner::FinishRun() {
@@ -225,7 +228,7 @@ int TreeLearner::FinishRun() {
                      << fea_debug->candidate_num_list[f] << ' ' << fea_debug->selected_num_list[f]
                      << '\n';
         }
-        of_debug.close();
+        if (!sylvora::CloseStream(of_debug) && debugError == 0) debugError = errno;
     }
     engineRun.reset();  // its memory is better spent on the scoring form
     modelDim = dimFea;
@@ -233,6 +236,11 @@ int TreeLearner::FinishRun() {
     CompileEnsemble();
     if (SaveModelFull(fileModel) != 0) return Fail("ERROR: Failed to save the full model!\n");
     return 0;
+}
+
+bool TreeLearner::IsGivenUp() const {
+    const int all = getTreeNum();
+    return progressFunction != nullptr && progressFunction(progressContext, all, all) != 0;
 }
 
 bool TreeLearner::IsStopped(int done, int total) {

@@ -1,5 +1,6 @@
 // Data sets on their way into the learner's arrays.
 #include <algorithm>
+#include <cerrno>
 #include <locale>
 #include <unordered_set>
 #include <utility>
@@ -199,6 +200,7 @@ void TreeLearner::OpenDebugFile(int numData) {
     if (of_debug.is_open()) of_debug.close();
     of_debug.clear();
     of_debug.open(fileDebug);
+    debugError = of_debug.is_open() ? 0 : errno;
     of_debug.imbue(std::locale::classic());
     const int numSampled = sylvora::Truncate<int>(dimFea * CfgInfo.ratio - 1e-10) + 1;
     of_debug << numTree << ' ' << CfgInfo.maxLeaf << ' ' << numData << ' ' << numSampled << '\n';

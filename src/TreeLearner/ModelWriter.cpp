@@ -56,8 +56,8 @@ void WriteParameters(std::ostream& out, const CheckCfgCLS& c) {
 
 int TreeLearner::SaveModelFull(std::string fileMout) {
     return sylvora::Guarded([&] {
-        sylvora::WholeFile file(fileMout);
-        if (!file.IsOpen()) return sylvora::Fail("ERROR: Can not open file!\n\n");
+        sylvora::WholeFile file(fileMout, [this] { return IsGivenUp(); });
+        if (!file.IsOpen()) return sylvora::Fail("ERROR: Can not open file!\n\n", file.Complaint());
         std::ofstream& out = file.Stream();
         out << TreeVV.size() << ' ' << numClass << ' ' << dimFea << '\n';
         WriteParameters(out, CfgInfo);
@@ -70,10 +70,7 @@ int TreeLearner::SaveModelFull(std::string fileMout) {
             for (const TreeCR* tree : TreeVV[g]) WriteTree(out, *tree);
         }
         if (fDebug) CopyDebugReport(out, fileDebug);
-        if (!file.Commit()) {
-            return sylvora::Fail("ERROR: Can not write file ", fileMout,
-                                 " in full, the older one is kept!\n");
-        }
+        if (!file.Commit()) return sylvora::Fail(file.Complaint());
         if (fDebug && CfgInfo.fPrint) sylvora::Print("Save model complete.\n");
         return 0;
     });
