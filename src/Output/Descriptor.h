@@ -21,15 +21,13 @@ class Descriptor {
     }
     Descriptor(const Descriptor&) = delete;
     Descriptor& operator=(const Descriptor&) = delete;
-    Descriptor(Descriptor&& other) noexcept : fd(other.Release()) {}
+    Descriptor(Descriptor&& other) noexcept : fd(std::exchange(other.fd, -1)) {}
     Descriptor& operator=(Descriptor&& other) noexcept {
         std::swap(fd, other.fd);
         return *this;
     }
 
     int Get() const { return fd; }
-    // Gives the file to the caller, who closes it.
-    int Release() { return std::exchange(fd, -1); }
 
   private:
     int fd;

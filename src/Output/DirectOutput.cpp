@@ -4,11 +4,9 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <ext/stdio_filebuf.h>
 
 #include <cerrno>
 #include <ctime>
-#include <utility>
 
 #include "Descriptor.h"
 
@@ -25,36 +23,32 @@ void SleepShortly() {
     ::nanosleep(&kBetweenTries, nullptr);
 }
 
-// An opening that blocks could not be ended: a signal that comes just before it would be missed. So
-// it does not block, and is tried again.
-Descriptor OpenFifo(const std::string& path, const StopQuestion& isStopped) {
+// Opens a FIFO once it has a reader. An opening that blocks could not be ended: a signal that comes
+// just before it would be missed. So it does not block, and is tried again.
+Descriptor OpenWhenRead(const std::string& path, const StopQuestion& isStopped) {
     for (;;) {
         Descriptor fifo(::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
-        const bool fUnread = fifo.Get() < 0 && errno == ENXIO && IsFifo(path);
-        if (fUnread && (!isStopped || !isStopped())) {
-            SleepShortly();
-            continue;
+        if (fifo.Get() >= 0 || errno != ENXIO || !IsFifo(path)) return fifo;
+        if (isStopped && isStopped()) {
+            errno = ECANCELED;
+            return Descriptor();
         }
-        if (fUnread) errno = ECANCELED;
-        if (fifo.Get() >= 0) ::fcntl(fifo.Get(), F_SETFL, 0);  // writes block
-        return fifo;
+        SleepShortly();
     }
-}
-
-// The stream takes the descriptor over. The standard streams open names only.
-bool Attach(Descriptor file, std::ofstream& stream) {
-    if (file.Get() < 0) return false;
-    __gnu_cxx::stdio_filebuf<char> buffer(file.Get(), std::ios::out);
-    if (!buffer.is_open()) return false;
-    file.Release();
-    *stream.rdbuf() = std::move(buffer);
-    return true;
 }
 
 }  // namespace
 
 bool OpenDirectly(const std::string& path, const StopQuestion& isStopped, std::ofstream& stream) {
-    if (IsFifo(path)) return Attach(OpenFifo(path, isStopped), stream);
+    if (!IsFifo(path)) {
+        stream.open(path);
+        return stream.is_open();
+    }
+    const Descriptor fifo = OpenWhenRead(path, isStopped);
+    if (fifo.Get() < 0) return false;
+    // The stream opens the FIFO once more, and blocks if the reader has left already. With a reader
+    // of our own for the moment it does not.
+    const Descriptor ownReader(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     stream.open(path);
     return stream.is_open();
 }
