@@ -67,9 +67,10 @@ SYLVORA_API void* PredictionThreadFunction(void* arg);
 
 // Told about progress after each round of boosting, or after each tree of a forest: `done` of
 // `total`. Returns 0 to go on; anything else ends the run there, also when all is grown (Boosting
-// returns -1 and writes no model). Also asked, several times a second and with all trees as `done`
-// and `total`, while an output file of a learner's method is a FIFO that nobody reads: then
-// anything but 0 ends the waiting, and the file is not written.
+// returns -1 and writes no model). Also asked several times a second, with the numbers of last time
+// (in a run before the first time: 0 of `total`; without a run: 0 of 1), while an output file of a
+// learner's method is a FIFO that nobody reads: then anything but 0 ends the waiting, and the file
+// is not written.
 typedef int (*ProgressFuncType)(void* context, int done, int total);
 
 // Thread safety: a learner is trained by one thread, which starts workers of its own. Once trained
@@ -333,6 +334,8 @@ class SYLVORA_API TreeLearner {
     std::string walkFault;  // why a loaded ensemble cannot be scored; empty: it can
     std::shared_ptr<const ScoringForm> scoringForm;  // null: the trees are walked one by one
     int debugError = 0;
+    int progressDone = 0;  // as told last to the progress function
+    int progressTotal = 1;
 };
 
 #endif  // SYLVORA_TREELEARNER_H

@@ -69,6 +69,8 @@ int TreeLearner::Boosting() {
 
 int TreeLearner::PrepareRun(Run& run) {
     fStopped = false;
+    progressDone = 0;
+    progressTotal = modelType == "RandomForest" ? sizeGroup : numTree;
     lostResult.clear();
     run.fSetDynStepGlobal = CfgInfo.fSetDynStep;
     RetireTrees();
@@ -239,11 +241,13 @@ int TreeLearner::FinishRun() {
 }
 
 bool TreeLearner::IsGivenUp() const {
-    const int all = getTreeNum();
-    return progressFunction != nullptr && progressFunction(progressContext, all, all) != 0;
+    return progressFunction != nullptr &&
+           progressFunction(progressContext, progressDone, progressTotal) != 0;
 }
 
 bool TreeLearner::IsStopped(int done, int total) {
+    progressDone = done;
+    progressTotal = total;
     const bool fGoOn =
         progressFunction == nullptr || progressFunction(progressContext, done, total) == 0;
     if (fGoOn) return false;

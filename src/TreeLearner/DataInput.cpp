@@ -5,6 +5,7 @@
 #include <unordered_set>
 #include <utility>
 
+#include "../Output/DirectOutput.h"
 #include "../TreeLearner.h"
 #include "../god/Report.h"
 #include "../god/Truncation.h"
@@ -199,8 +200,9 @@ void TreeLearner::CountClasses() {
 void TreeLearner::OpenDebugFile(int numData) {
     if (of_debug.is_open()) of_debug.close();
     of_debug.clear();
-    of_debug.open(fileDebug);
-    debugError = of_debug.is_open() ? 0 : errno;
+    const bool fOpened = sylvora::OpenDirectly(
+        fileDebug, [this] { return IsGivenUp(); }, of_debug);
+    debugError = fOpened ? 0 : errno;
     of_debug.imbue(std::locale::classic());
     const int numSampled = sylvora::Truncate<int>(dimFea * CfgInfo.ratio - 1e-10) + 1;
     of_debug << numTree << ' ' << CfgInfo.maxLeaf << ' ' << numData << ' ' << numSampled << '\n';
