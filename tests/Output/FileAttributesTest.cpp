@@ -74,7 +74,7 @@ std::string AccessList(int ownGroup, int namedGroup, int mask, int others) {
 TEST(FileAttributes, ModeAndLinks) {
     const TempFolder folder;
     const std::string path = folder.Write("file", "old");
-    for (const mode_t mode : {0600, 0640, 0666, 06755, 01777}) {
+    for (const mode_t mode : {0600u, 0640u, 0666u, 06755u, 01777u}) {
         ASSERT_EQ(::chmod(path.c_str(), mode), 0);
         EXPECT_EQ(Replace(path), "");
         EXPECT_EQ(ModeOf(path), mode);
@@ -159,7 +159,7 @@ class FileOfAnother : public testing::Test {
 };
 
 TEST_F(FileOfAnother, KeepsItsOwnerWhereThatIsAllowed) {
-    for (const mode_t mode : {0600, 06775}) {
+    for (const mode_t mode : {0600u, 06775u}) {
         const std::string path = Make(mode);
         EXPECT_EQ(Replace(path), "");
         EXPECT_EQ(StatusOf(path).st_uid, 1000u);
