@@ -1,6 +1,8 @@
-// The registry of live handles: a hash table from handle to model.
+// The registry of live handles: a hash table from handle to model, and the places of all models
+// that there ever were.
 #include "Handles.h"
 
+#include <deque>
 #include <unordered_map>
 #include <utility>
 
@@ -12,11 +14,19 @@ std::unordered_map<unsigned long, std::shared_ptr<Model>>& LiveHandles() {
     return *handles;
 }
 
+// Only grows, and what is in it never moves, so no two models have one address.
+std::deque<Model>& Places() {
+    static auto* places = new std::deque<Model>();
+    return *places;
+}
+
 }  // namespace
 
-unsigned long AddHandle(std::shared_ptr<Model> model) {
-    const auto handle = reinterpret_cast<unsigned long>(model.get());
-    LiveHandles().emplace(handle, std::move(model));
+unsigned long AddHandle(Model&& model) {
+    Model* const place = &Places().emplace_back(std::move(model));
+    const std::shared_ptr<Model> shared(place, [](Model* released) { released->Clear(); });
+    const auto handle = reinterpret_cast<unsigned long>(place);
+    LiveHandles().emplace(handle, shared);
     return handle;
 }
 

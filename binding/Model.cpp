@@ -9,9 +9,20 @@
 #include "TreeLearner.h"
 
 Model::~Model() {
-    delete learner;
-    delete[] featureBuf;
-    delete[] treeResultBuf;
+    Clear();
+}
+
+Model::Model(Model&& other) noexcept
+    : learner(std::exchange(other.learner, nullptr)),
+      featureBuf(std::exchange(other.featureBuf, nullptr)),
+      treeResultBuf(std::exchange(other.treeResultBuf, nullptr)),
+      treeNum(std::exchange(other.treeNum, 0)) {}
+
+void Model::Clear() {
+    delete std::exchange(learner, nullptr);
+    delete[] std::exchange(featureBuf, nullptr);
+    delete[] std::exchange(treeResultBuf, nullptr);
+    treeNum = 0;
 }
 
 int Model::CalcTreeNum() {

@@ -5,7 +5,8 @@
 
 class TreeLearner;
 
-// Owns everything it points to. Not copyable. Its users take turns: nothing here is locked.
+// Owns everything it points to. Moved, not copied: the other is then empty. Its users take turns:
+// nothing here is locked.
 class Model {
   public:
     TreeLearner* learner = nullptr;
@@ -17,12 +18,16 @@ class Model {
     ~Model();
     Model(const Model&) = delete;
     Model& operator=(const Model&) = delete;
+    Model(Model&& other) noexcept;
+
+    // Frees what it owns and is empty then.
+    void Clear();
 
     // Trees in all groups of the learner.
     int CalcTreeNum();
 
-    // Loads the model file; once, on a new handle. Returns 1, or 0 with the Python exception set;
-    // the handle is then only good for destruction. Throws std::bad_alloc.
+    // Loads the model file; once, on an empty model. Returns 1, or 0 with the Python exception set;
+    // the model is then only good for destruction. Throws std::bad_alloc.
     [[nodiscard]] int Init(const char* path);
 };
 

@@ -27,13 +27,39 @@ struct DropReference {
 };
 typedef std::unique_ptr<PyObject, DropReference> Reference_t;
 
+#if PY_MAJOR_VERSION >= 3
+
+// Argument converter ("O&") into a Reference_t: a str or an os.PathLike becomes the bytes of a file
+// name, as for open(). Bytes by themselves are refused, as they always were.
+int ConvertPath(PyObject* path, void* name) {
+    PyObject* bytes = nullptr;
+    if (PyBytes_Check(path) || !PyUnicode_FSConverter(path, &bytes)) return 0;
+    static_cast<Reference_t*>(name)->reset(bytes);
+    return 1;
+}
+
+// The path among the arguments of LoadModel; null when it is none. Valid as long as `name` is.
+const char* PathOf(PyObject* args, Reference_t& name) {
+    if (!PyArg_ParseTuple(args, "O&", ConvertPath, &name)) return nullptr;
+    return PyBytes_AsString(name.get());
+}
+
+#else
+
+const char* PathOf(PyObject* args, Reference_t& /*name*/) {
+    const char* path = nullptr;
+    return PyArg_ParseTuple(args, "s", &path) ? path : nullptr;
+}
+
+#endif
+
 PyObject* LoadModel(PyObject* /*module*/, PyObject* args) {
     try {
-        auto model = std::make_shared<Model>();
-        const char* path = nullptr;
-        if (!PyArg_ParseTuple(args, "s", &path)) return RaiseError("Can not get model path");
-        if (path == nullptr) return RaiseError("Model path is NULL");
-        if (!model->Init(path)) return nullptr;
+        Reference_t name;
+        const char* const path = PathOf(args, name);
+        if (path == nullptr) return RaiseError("Can not get model path");
+        Model model;
+        if (!model.Init(path)) return nullptr;
         const unsigned long handle = AddHandle(std::move(model));
         PyObject* number = PyLong_FromUnsignedLong(handle);
         if (number == nullptr) RemoveHandle(handle);

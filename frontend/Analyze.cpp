@@ -51,8 +51,13 @@ int CheckTrees(const CheckCfgCLS& cfg, const TreeLearner& model) {
     return Fail("ERROR: fileModel ", cfg.fileModel, ": holds no trees\n");
 }
 
+int AskForStop(void* /*context*/, int /*done*/, int /*total*/) {
+    return IsStopWanted() ? 1 : 0;
+}
+
 int WriteReport(TreeLearner& model, const std::string& fileReport) {
     const StopLater later;
+    model.setProgress(AskForStop, nullptr);
     if (model.FeatureAnalysis(fileReport) == 0) return 0;
     return Fail("ERROR: filePred ", fileReport, ": the report was not written\n");
 }

@@ -39,8 +39,9 @@ ProgressLine::~ProgressLine() {
 int ProgressLine::Report(void* context, int done, int total) {
     ProgressLine& line = *static_cast<ProgressLine*>(context);
     const Clock::time_point now = Clock::now();
-    const bool fDue =
-        done == total || line.widthDrawn == 0 || now - line.lastDrawn >= kBetweenDrawings;
+    const bool fDue = done != line.lastDone && (done == total || line.widthDrawn == 0 ||
+                                                now - line.lastDrawn >= kBetweenDrawings);
+    line.lastDone = done;
     if (line.fShown && fDue) {
         line.lastDrawn = now;
         line.Draw(done, total);

@@ -30,6 +30,7 @@ class ProgressLine {
     bool fShown;
     Clock::time_point start;
     Clock::time_point lastDrawn;
+    int lastDone = 0;       // of the last report, drawn or not
     size_t widthDrawn = 0;  // of the line on the screen; 0: none
 };
 

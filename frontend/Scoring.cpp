@@ -57,7 +57,7 @@ double MapLabel(const std::map<double, double>& tranMap, double label) {
 
 int WriteScores(const std::string& filePred, const VecDle& scoreV) {
     const StopLater later;
-    WholeFile file(filePred);
+    WholeFile file(filePred, IsStopWanted);
     if (file.IsOpen()) {
         for (const double score : scoreV) file.Stream() << score << '\n';
         if (file.Commit()) return 0;

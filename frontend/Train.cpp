@@ -1,6 +1,7 @@
 // Mode train: from data files to a model file, and to the model's test metrics.
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <deque>
 #include <limits>
 #include <utility>
@@ -31,14 +32,16 @@ struct RunSet {
     DataSet data;
 };
 
-// Of the files that the library writes after each round: the first, and those that end in the same
-// number as another file of the command, which they could overwrite.
+// Of the files that the library writes after each round: the first, the last, whose name is the
+// longest, and those that end in the same number as another file of the command, which they could
+// overwrite.
 std::vector<NamedPath> ResultFiles(const Command& command) {
     const CheckCfgCLS& cfg = command.cfg;
     if (!cfg.fTestRealTime) return {};
     const char* part = cfg.fRegCls == "CLS" ? ".test" : ".train";
     const std::string base = cfg.pathOutput + cfg.fileResultBase + part + ".txt.";
-    std::vector<NamedPath> resultV = {{"fileResultBase", base + "1"}};
+    std::vector<NamedPath> resultV = {{"fileResultBase", base + "1"},
+                                      {"fileResultBase", base + std::to_string(cfg.numTree)}};
     for (const std::string& other : {command.fileCfg, cfg.fileTrain, cfg.fileTest, cfg.fileDev,
                                      cfg.fileTran, cfg.fileModel, cfg.fileDebug, cfg.filePred}) {
         const std::string number = other.substr(other.find_last_not_of("0123456789") + 1);
@@ -187,7 +190,9 @@ int Grow(const CheckCfgCLS& cfg, TreeLearner& learner) {
 // What a run loses beside the model: the library goes on without its reports.
 int CheckReports(const CheckCfgCLS& cfg, const TreeLearner& trained) {
     if (cfg.fDebug && trained.of_debug.fail()) {
-        return Fail("ERROR: fileDebug ", cfg.fileDebug, ": could not be written in full\n");
+        return Fail("ERROR: fileDebug ", cfg.fileDebug,
+                    ": could not be written in full: ", std::strerror(trained.getDebugError()),
+                    "\n");
     }
     return trained.getLostResult().empty() ? 0 : -1;
 }

@@ -3,7 +3,9 @@
 // Exit status: 0; 1 for a failure, after one line on standard error that begins "ERROR: " (and
 // names file, line or parameter) or that the library wrote; 2 for wrong usage; 130 or 143 after
 // SIGINT or SIGTERM.
+#include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <exception>
 #include <iostream>
 #include <new>
@@ -89,9 +91,11 @@ int Dispatch(int argc, char** argv) {
 
 // What was printed counts as done only when it has arrived: a full disk must not pass unnoticed.
 int Finish(int status) {
+    errno = 0;
     std::cout.flush();
     if (std::cout.good() || status != kDone) return status;
-    Warn("ERROR: standard output: cannot be written\n");
+    const int error = errno != 0 ? errno : EIO;  // an earlier failure has left no reason
+    Warn("ERROR: standard output: cannot be written: ", std::strerror(error), "\n");
     return kFailure;
 }
 

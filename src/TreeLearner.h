@@ -70,7 +70,10 @@ SYLVORA_API void* PredictionThreadFunction(void* arg);
 
 // Told about progress after each round of boosting, or after each tree of a forest: `done` of
 // `total`. Returns 0 to go on; anything else ends the run there, also when all is grown (Boosting
-// returns -1 and writes no model), as does an exception.
+// returns -1 and writes no model), as does an exception. Also asked several times a second, with
+// the numbers of last time (in a run before the first time: 0 of `total`; without a run: 0 of 1),
+// while an output file of a learner's method is a FIFO that nobody reads: then anything but 0 ends
+// the waiting, and the file is not written.
 typedef int (*ProgressFuncType)(void* context, int done, int total);
 
 // What rounding the thresholds of an ensemble to six digits does to its training rows, as far as
@@ -281,6 +284,8 @@ class SYLVORA_API TreeLearner {
     // The first result file that the last run opened but could not write in full, and reported;
     // empty: none.
     const std::string& getLostResult() const { return lostResult; }
+    // Why the debug report of the last run could not be written in full, as in errno; 0: it could.
+    int getDebugError() const { return debugError; }
 
     // Whether Boosting checks what it makes; off by default. Then a run ends with -1 and a line
     // that names the round, and writes no model, when a tree is missing or a number is not finite;
@@ -373,6 +378,7 @@ class SYLVORA_API TreeLearner {
     int CheckModelWidth() const;
     int CheckQueriesTogether() const;
     long long LargestTreeWeight() const;
+    int AskUser();
 
     struct ScoringForm;
 
@@ -409,6 +415,9 @@ class SYLVORA_API TreeLearner {
 
     std::atomic<int> numAtWork{0};        // calls under way that may call the user's functions
     std::atomic<bool> fUserThrew{false};  // one of the user's functions threw an exception
+    int debugError = 0;
+    int progressDone = 0;  // as told last to the progress function
+    int progressTotal = 1;
 };
 
 #endif  // SYLVORA_TREELEARNER_H

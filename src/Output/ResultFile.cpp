@@ -1,8 +1,11 @@
 // Writers of the result files; see Output.h for the format.
 #include "ResultFile.h"
 
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <locale>
+#include <utility>
 
 #include "../god/Report.h"
 
@@ -21,18 +24,22 @@ void WriteCounts(std::ostream& out, const VecInt& counts) {
 // cannot be written in full is, and neither stops a run.
 int WriteAndReport(const ResultRows& rows) {
     static_cast<void>(Guarded([&] {
-        const std::string lost = WriteResult(rows);
-        return lost.empty() ? 0 : Fail("ERROR: Can not write file ", lost, " in full!\n");
+        const LostResult lost = WriteResult(rows);
+        return lost.path.empty() ? 0 : Fail(lost.Message());
     }));
     return 0;
 }
 
 }  // namespace
 
-std::string WriteResult(const ResultRows& rows) {
+std::string LostResult::Message() const {
+    return Text("ERROR: Can not write file ", path, " in full: ", std::strerror(error), "!\n");
+}
+
+LostResult WriteResult(const ResultRows& rows, const StopQuestion& isStopped) {
     std::string path = PathOf(rows);
-    std::ofstream out(path);
-    if (!out.is_open()) return "";
+    std::ofstream out;
+    if (!OpenDirectly(path, isStopped, out)) return {};
     out.imbue(std::locale::classic());
     for (int i = 0; i < rows.count; ++i) {
         out << rows.scoreV[i] << '\t' << rows.labelV[i];
@@ -43,8 +50,8 @@ std::string WriteResult(const ResultRows& rows) {
         }
         out << '\n';
     }
-    out.close();
-    return out.good() ? "" : path;
+    if (CloseStream(out)) return {};
+    return {std::move(path), errno};
 }
 
 }  // namespace sylvora

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "../Output.h"
+#include "DirectOutput.h"
 
 namespace sylvora {
 
@@ -18,9 +19,17 @@ struct ResultRows {
     const VecVecInt* classCountVV;  // null: a file without class counts
 };
 
-// Writes a result file. Returns the path of one that was opened but could not be written in full;
-// empty otherwise, also when it could not be opened. Throws std::bad_alloc.
-[[nodiscard]] std::string WriteResult(const ResultRows& rows);
+// A result file that was opened but could not be written in full; an empty path: there is none.
+struct LostResult {
+    std::string path;
+    int error = 0;  // why, as in errno
+
+    std::string Message() const;
+};
+
+// Writes a result file. One that could not be opened is not lost. `isStopped`: see OpenDirectly.
+// Throws std::bad_alloc.
+[[nodiscard]] LostResult WriteResult(const ResultRows& rows, const StopQuestion& isStopped = {});
 
 }  // namespace sylvora
 

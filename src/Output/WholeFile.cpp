@@ -18,6 +18,7 @@
 #include <utility>
 
 #include "../god/Report.h"
+#include "FileAttributes.h"
 
 namespace sylvora {
 namespace {
@@ -28,10 +29,17 @@ std::string FolderOf(const std::string& path) {
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-// The path behind symbolic links, the last of which may lead to a file that is not there yet.
+std::string NameOf(const std::string& path) {
+    return path.substr(path.rfind('/') + 1);
+}
+
+// The path behind symbolic links, the last of which may lead to a file that is not there yet. Links
+// to what is no regular file stay: those to a pipe, as /dev/stdout can be, lead to no path.
 std::string Resolve(std::string path) {
     constexpr int kMostLinks = 40;
     for (int numLinks = 0; numLinks < kMostLinks; ++numLinks) {
+        struct stat file = {};
+        if (::stat(path.c_str(), &file) == 0 && !S_ISREG(file.st_mode)) break;
         std::error_code none;
         const std::filesystem::path next = std::filesystem::read_symlink(path, none);
         if (none) break;
@@ -40,9 +48,9 @@ std::string Resolve(std::string path) {
     return path;
 }
 
-bool SyncPath(const std::string& path, int flags) {
-    const Descriptor file(::open(path.c_str(), flags | O_CLOEXEC));
-    return file.Get() >= 0 && ::fsync(file.Get()) == 0;
+void SyncFolder(const std::string& folder) {
+    const Descriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (opened.Get() >= 0) ::fsync(opened.Get());
 }
 
 constexpr std::string_view kPrefix = ".sylvora-";
@@ -92,19 +100,13 @@ void Sweep(const std::string& folder) {
 
 }  // namespace
 
-Descriptor::~Descriptor() {
-    if (fd < 0) return;
-    const int error = errno;
-    ::close(fd);
-    errno = error;
-}
-
 // Where the file system knows no locks, what is left is left for good.
-bool TemporaryFile::CreateBeside(const std::string& target) {
+bool TemporaryFile::CreateBeside(const std::string& target, bool fPrivate) {
+    const mode_t mode = fPrivate ? 0600 : 0666;
     for (int numTry = 0;; ++numTry) {
         // A name of its own: the target's may be as long as names can be.
         std::string trial = Text(FolderOf(target), "/", kPrefix, ::getpid(), "-", numTry, kSuffix);
-        lock = Descriptor(::open(trial.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666));
+        lock = Descriptor(::open(trial.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, mode));
         if (lock.Get() < 0 && errno == EEXIST) continue;
         if (lock.Get() < 0) return false;
         static_cast<void>(Lock(lock.Get(), LOCK_EX));
@@ -124,47 +126,68 @@ bool TemporaryFile::MoveTo(const std::string& target) {
     return true;
 }
 
-WholeFile::WholeFile(const std::string& path) : target(Resolve(path)) {
-    struct stat old = {};
-    const bool fExists = ::stat(target.c_str(), &old) == 0;
-    if (fExists && !S_ISREG(old.st_mode)) {
-        stream.open(target);
-    } else if (!fExists || ::access(target.c_str(), W_OK) == 0) {
-        Sweep(FolderOf(target));
-        if (!temporary.CreateBeside(target)) return;
-        if (fExists) ::chmod(temporary.Name().c_str(), old.st_mode & 07777);
-        stream.open(temporary.Name());
-    }
+WholeFile::WholeFile(const std::string& place, const StopQuestion& isStopped)
+    : path(place), target(Resolve(place)) {
+    Open(isStopped);
+    fOpened = IsOpen();
+    if (!fOpened) error = errno;
     stream.imbue(std::locale::classic());
 }
 
-bool WholeFile::Commit() {
-    if (!IsOpen()) return false;
-    errno = 0;
-    stream.flush();
-    const bool fWritten = stream.good();
-    stream.close();
-    if (!fWritten || stream.fail()) {
-        if (errno == 0) errno = EIO;  // an earlier write failed; its reason is gone
-        return false;
+void WholeFile::Open(const StopQuestion& isStopped) {
+    struct stat old = {};
+    const bool fExists = ::stat(target.c_str(), &old) == 0;
+    if (!fExists && errno != ENOENT) return;  // a circle of links, say
+    if (fExists && !S_ISREG(old.st_mode)) {
+        static_cast<void>(OpenDirectly(target, isStopped, stream));
+        return;
     }
-    if (!temporary.IsThere()) return true;
+    if (fExists && ::access(target.c_str(), W_OK) != 0) return;
+    Sweep(FolderOf(target));
+    if (temporary.CreateBeside(target, fExists)) stream.open(temporary.Name());
+}
+
+bool WholeFile::Commit() {
+    const bool fDone = IsOpen() && CloseStream(stream) && (!temporary.IsThere() || Replace());
+    if (!fDone) error = errno;
+    return fDone;
+}
+
+bool WholeFile::Replace() {
     const std::string folder = FolderOf(target);  // nothing may fail once the file is in its place
-    if (!SyncPath(temporary.Name(), O_WRONLY) || !temporary.MoveTo(target)) return false;
-    SyncPath(folder, O_RDONLY | O_DIRECTORY);
+    const std::string lost = CopyAttributes(target, temporary.Fd());
+    if (::fsync(temporary.Fd()) != 0 || !temporary.MoveTo(target)) return false;
+    SyncFolder(folder);
+    if (!lost.empty()) Warn("Notice: ", target, ": not kept of the older file: ", lost, "!\n");
     return true;
 }
 
+std::string WholeFile::Complaint() const {
+    const char* const inFull = fOpened ? " in full: " : ": ";
+    const char* const end = fOpened && temporary.IsThere() ? "; the older one is kept!\n" : "!\n";
+    return Text("ERROR: Can not write file ", path, inFull, std::strerror(error), end);
+}
+
+// The temporary file has a shorter name, so the target's is not tried by making that one.
 std::string WhyNotWritable(const std::string& path) {
     const std::string target = Resolve(path);
+    const std::string folder = FolderOf(target);
     struct stat old = {};
     if (::stat(target.c_str(), &old) == 0) {
         if (S_ISDIR(old.st_mode)) return std::strerror(EISDIR);
+        if (S_ISSOCK(old.st_mode)) return std::strerror(ENXIO);
         if (::access(target.c_str(), W_OK) != 0) return std::strerror(errno);
         if (!S_ISREG(old.st_mode)) return "";
+    } else if (errno != ENOENT) {
+        return std::strerror(errno);
+    }
+    const long longest = ::pathconf(folder.c_str(), _PC_NAME_MAX);
+    if (longest >= 0 && NameOf(target).size() > static_cast<size_t>(longest)) {
+        return std::strerror(ENAMETOOLONG);
     }
     TemporaryFile trial;
-    return trial.CreateBeside(target) ? "" : std::strerror(errno);
+    constexpr bool kPrivate = true;
+    return trial.CreateBeside(target, kPrivate) ? "" : std::strerror(errno);
 }
 
 }  // namespace sylvora

@@ -5,27 +5,11 @@
 
 #include <fstream>
 #include <string>
-#include <utility>
+
+#include "Descriptor.h"
+#include "DirectOutput.h"
 
 namespace sylvora {
-
-// An open file, closed at the end; -1 for none. Leaves errno as it is.
-class Descriptor {
-  public:
-    explicit Descriptor(int opened = -1) : fd(opened) {}
-    ~Descriptor();
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    Descriptor& operator=(Descriptor&& other) noexcept {
-        std::swap(fd, other.fd);
-        return *this;
-    }
-
-    int Get() const { return fd; }
-
-  private:
-    int fd;
-};
 
 // A file beside another one, with a name that nobody else uses; removed at the end.
 class TemporaryFile {
@@ -35,12 +19,14 @@ class TemporaryFile {
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
 
-    // Makes the file, empty, once. False (with errno) when it cannot be made.
-    [[nodiscard]] bool CreateBeside(const std::string& target);
+    // Makes the file, empty, once; for this process's user alone if `fPrivate`, else as the umask
+    // says. False (with errno) when it cannot be made.
+    [[nodiscard]] bool CreateBeside(const std::string& target, bool fPrivate);
     // Puts it in the place of `target`; then there is none to remove. False with errno.
     [[nodiscard]] bool MoveTo(const std::string& target);
     bool IsThere() const { return !name.empty(); }
     const std::string& Name() const { return name; }
+    int Fd() const { return lock.Get(); }
 
   private:
     std::string name;
@@ -51,9 +37,14 @@ class TemporaryFile {
 // was written and an older file stays as it was; what a killed process has left in the folder is
 // removed by the next file that is written there. A path that leads to something other than a
 // regular file (/dev/null, a FIFO) is written directly; symbolic links are followed.
+//
+// The new file has the owner, group, mode and extended attributes of the older one, as far as this
+// process may set them (see FileAttributes.h). Where something is lost, hard links too, Commit
+// writes a notice with what it is to standard error.
 class WholeFile {
   public:
-    explicit WholeFile(const std::string& path);
+    // `isStopped`: see OpenDirectly.
+    explicit WholeFile(const std::string& place, const StopQuestion& isStopped = {});
     WholeFile(const WholeFile&) = delete;
     WholeFile& operator=(const WholeFile&) = delete;
 
@@ -66,15 +57,23 @@ class WholeFile {
     const std::string& Name() const { return temporary.Name(); }
     // Puts the file in its place. False (with errno) when it could not be written in full.
     [[nodiscard]] bool Commit();
+    // The line about a file that could not be opened or committed, with the reason.
+    std::string Complaint() const;
 
   private:
+    void Open(const StopQuestion& isStopped);
+    bool Replace();
+
+    std::string path;
     std::string target;       // the place, links resolved
+    bool fOpened = false;     // was open once
+    int error = 0;            // as in errno: why it could not be opened or committed
     TemporaryFile temporary;  // not there when written directly
     std::ofstream stream;
 };
 
 // Whether `path` could be written, without changing anything: empty if so, otherwise the reason in
-// a few words ("No such file or directory").
+// a few words ("No such file or directory", "File name too long").
 [[nodiscard]] std::string WhyNotWritable(const std::string& path);
 
 }  // namespace sylvora

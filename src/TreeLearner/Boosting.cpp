@@ -2,6 +2,7 @@
 #include <sys/time.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <utility>
 #include <vector>
@@ -79,6 +80,8 @@ int TreeLearner::Boosting() {
 
 int TreeLearner::PrepareRun(Run& run) {
     fStopped = false;
+    progressDone = 0;
+    progressTotal = modelType == "RandomForest" ? sizeGroup : numTree;
     lostResult.clear();
     run.fSetDynStepGlobal = CfgInfo.fSetDynStep;
     numGrown = 0;
@@ -220,18 +223,20 @@ int TreeLearner::GenerateForest() {
 // A file that is lost does not stop the run; the first one is reported.
 void TreeLearner::WriteRoundResult(int idxTree) {
     const std::string path = CfgInfo.pathOutput + CfgInfo.fileResultBase;
-    std::string lost;
+    const auto isStopped = [this] { return AskUser() != 0; };
+    sylvora::LostResult lost;
     if (CfgInfo.fRegCls == "REG") {
         // The training predictions, but as many as the test set has.
-        lost = sylvora::WriteResult({predictV, labelTrV, std::min(testSize, sampleSize),
-                                     path + ".train", idxTree, nullptr});
+        lost = sylvora::WriteResult(
+            {predictV, labelTrV, std::min(testSize, sampleSize), path + ".train", idxTree, nullptr},
+            isStopped);
     } else if (CfgInfo.fRegCls == "CLS") {
         lost = sylvora::WriteResult(
-            {testResV, labelTestV, testSize, path + ".test", idxTree, &distClsVV});
+            {testResV, labelTestV, testSize, path + ".test", idxTree, &distClsVV}, isStopped);
     }
-    if (lost.empty() || !lostResult.empty()) return;
-    sylvora::Warn("ERROR: Can not write file ", lost, " in full!\n");
-    lostResult = std::move(lost);
+    if (lost.path.empty() || !lostResult.empty()) return;
+    sylvora::Warn(lost.Message());
+    lostResult = std::move(lost.path);
 }
 
 int TreeLearner::FinishRun() {
@@ -241,7 +246,7 @@ int TreeLearner::FinishRun() {
                      << fea_debug->candidate_num_list[f] << ' ' << fea_debug->selected_num_list[f]
                      << '\n';
         }
-        of_debug.close();
+        if (!sylvora::CloseStream(of_debug) && debugError == 0) debugError = errno;
     }
     engineRun.reset();  // its memory is better spent on the scoring form
     modelDim = dimFea;
@@ -254,12 +259,19 @@ int TreeLearner::FinishRun() {
     return 0;
 }
 
-bool TreeLearner::IsStopped(int done, int total) {
-    if (progressFunction == nullptr) return false;
+// What the progress function says to the numbers that it was told last; 0: go on.
+int TreeLearner::AskUser() {
+    if (progressFunction == nullptr) return 0;
     const AtWork work(*this);
-    const int status = sylvora::CallUser("progress function", fUserThrew, [&] {
-        return progressFunction(progressContext, done, total);
+    return sylvora::CallUser("progress function", fUserThrew, [&] {
+        return progressFunction(progressContext, progressDone, progressTotal);
     });
+}
+
+bool TreeLearner::IsStopped(int done, int total) {
+    progressDone = done;
+    progressTotal = total;
+    const int status = AskUser();
     if (status == 0) return false;
     fStopped = true;
     if (fUserThrew) return true;

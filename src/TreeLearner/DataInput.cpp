@@ -1,9 +1,11 @@
 // Data sets on their way into the learner's arrays.
 #include <algorithm>
+#include <cerrno>
 #include <locale>
 #include <unordered_set>
 #include <utility>
 
+#include "../Output/DirectOutput.h"
 #include "../TreeLearner.h"
 #include "../god/Report.h"
 #include "../god/Truncation.h"
@@ -205,7 +207,9 @@ void TreeLearner::CountClasses() {
 void TreeLearner::OpenDebugFile(int numData) {
     if (of_debug.is_open()) of_debug.close();
     of_debug.clear();
-    of_debug.open(fileDebug);
+    const bool fOpened = sylvora::OpenDirectly(
+        fileDebug, [this] { return AskUser() != 0; }, of_debug);
+    debugError = fOpened ? 0 : errno;
     of_debug.imbue(std::locale::classic());
     const int numSampled = sylvora::Truncate<int>(dimFea * CfgInfo.ratio - 1e-10) + 1;
     of_debug << numTree << ' ' << CfgInfo.maxLeaf << ' ' << numData << ' ' << numSampled << '\n';

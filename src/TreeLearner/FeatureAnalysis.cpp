@@ -42,9 +42,9 @@ int TreeLearner::FeatureAnalysis(std::string file) {
         if (modelDim > std::min(dimFea, testDim > 0 ? testDim : dimFea)) {
             return Fail("ERROR: Input data dimension does not match the model!\n");
         }
-        sylvora::WholeFile report(file);
+        sylvora::WholeFile report(file, [this] { return AskUser() != 0; });
         if (!report.IsOpen()) {
-            return Fail("ERROR: Can not open feature analysis output file!\n");
+            return Fail("ERROR: Can not open feature analysis output file!\n", report.Complaint());
         }
         std::ofstream& out = report.Stream();
         VecFt feaWeightV(static_cast<size_t>(dimFea), 0.0f);
@@ -78,6 +78,6 @@ int TreeLearner::FeatureAnalysis(std::string file) {
             out << f << '\t' << feaWeightV[at] / numRows << '\t' << feaFreqV[at] / numRows << '\n';
         }
         if (report.Commit()) return 0;
-        return Fail("ERROR: Can not write file ", file, " in full, the older one is kept!\n");
+        return Fail(report.Complaint());
     });
 }

@@ -89,9 +89,10 @@ void WriteText(std::ostream& out, const TreeLearner& learner, int digits) {
 class CheckedText {
   public:
     [[nodiscard]] bool Open() {
+        constexpr bool kPrivate = true;
         std::error_code none;
         const std::filesystem::path folder = std::filesystem::temp_directory_path(none);
-        if (none || !file.CreateBeside(folder.string() + "/model")) return false;
+        if (none || !file.CreateBeside(folder.string() + "/model", kPrivate)) return false;
         stream.open(file.Name());
         stream.imbue(std::locale::classic());
         return stream.is_open();
@@ -131,8 +132,8 @@ int TreeLearner::WriteModel(const std::string& fileMout, int digits, bool fCheck
         return Fail("ERROR: Illegal digits: ", digits, ", it must be 6 or 17!\n");
     }
     if (CheckModelWidth() != 0) return -1;
-    sylvora::WholeFile file(fileMout);
-    if (!file.IsOpen()) return Fail("ERROR: Can not open file!\n\n");
+    sylvora::WholeFile file(fileMout, [this] { return AskUser() != 0; });
+    if (!file.IsOpen()) return Fail("ERROR: Can not open file!\n\n", file.Complaint());
     CheckedText checked;
     const bool fSendLater = fCheck && file.IsDirect();
     if (fSendLater && !checked.Open()) return RefuseTemporary(fileMout);
@@ -146,9 +147,7 @@ int TreeLearner::WriteModel(const std::string& fileMout, int digits, bool fCheck
                     "it was not put in its place\n");
     }
     if (fSendLater) checked.SendTo(file.Stream());
-    if (!file.Commit()) {
-        return Fail("ERROR: Can not write file ", fileMout, " in full, the older one is kept!\n");
-    }
+    if (!file.Commit()) return Fail(file.Complaint());
     if (fDebug && CfgInfo.fPrint) sylvora::Print("Save model complete.\n");
     return 0;
 }

@@ -29,7 +29,8 @@ TEST(ResultFile, Rows) {
     std::filesystem::create_symlink("/dev/full", base + ".txt.13");
     const auto full = Observe([&] { return Output(scores.data(), base, 13, labels.data(), 2); });
     EXPECT_EQ(full.status, 0);
-    EXPECT_EQ(full.err, "ERROR: Can not write file " + base + ".txt.13 in full!\n");
+    EXPECT_EQ(full.err,
+              "ERROR: Can not write file " + base + ".txt.13 in full: No space left on device!\n");
 }
 
 }  // namespace

@@ -1,6 +1,12 @@
 // Places for a file that are not simply a regular file or nothing.
 #include "Output/WholeFile.h"
 
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <thread>
+
 #include "../Support.h"
 
 namespace {
@@ -27,6 +33,59 @@ TEST(WholeFile, TakesTheLongestNames) {
     EXPECT_EQ(sylvora::WhyNotWritable(path), "");
     EXPECT_TRUE(WriteNew(path));
     EXPECT_EQ(folder.Names().size(), 1U);
+}
+
+// The name of the temporary file is short; the one that it gets in the end is tried as well.
+TEST(WholeFile, RefusesWhatCanNotBeAName) {
+    const TempFolder folder;
+    std::filesystem::create_symlink("circle", folder.Path("other"));
+    std::filesystem::create_symlink("other", folder.Path("circle"));
+    std::filesystem::create_symlink(std::string(256, 'n'), folder.Path("long"));
+    std::string farAway = folder.Path("");
+    while (farAway.size() < 4096) farAway += "./";
+    const std::pair<std::string, int> cases[] = {{folder.Path("circle"), ELOOP},
+                                                 {folder.Path("long"), ENAMETOOLONG},
+                                                 {folder.Path(std::string(256, 'n')), ENAMETOOLONG},
+                                                 {farAway + "file", ENAMETOOLONG}};
+    for (const auto& [path, error] : cases) {
+        EXPECT_EQ(sylvora::WhyNotWritable(path), std::strerror(error));
+        sylvora::WholeFile file(path);
+        EXPECT_FALSE(file.IsOpen());
+        EXPECT_EQ(file.Complaint(),
+                  "ERROR: Can not write file " + path + ": " + std::strerror(error) + "!\n");
+    }
+    EXPECT_TRUE(std::filesystem::is_symlink(folder.Path("circle")));
+    EXPECT_EQ(folder.Names().size(), 3U);
+}
+
+// A FIFO that nobody reads.
+TEST(WholeFile, WaitsForAReaderUntilItIsToldToStop) {
+    const TempFolder folder;
+    const std::string path = folder.Path("fifo");
+    ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+    for (const int lastTime : {1, 3}) {
+        int numAsked = 0;
+        const sylvora::WholeFile file(path, [&] { return ++numAsked == lastTime; });
+        EXPECT_EQ(errno, ECANCELED);
+        EXPECT_FALSE(file.IsOpen());
+        EXPECT_EQ(numAsked, lastTime);
+    }
+    std::string seen;
+    std::thread reader;
+    bool fWritten = false;
+    {
+        // The reader begins when the writer waits already.
+        sylvora::WholeFile file(path, [&] {
+            if (!reader.joinable()) reader = std::thread([&] { seen = ReadFile(path); });
+            return false;
+        });
+        file.Stream() << std::string(100000, 'x') << 0.5;  // more than a pipe holds
+        fWritten = file.Commit();
+    }
+    reader.join();
+    EXPECT_TRUE(fWritten);
+    EXPECT_EQ(seen, std::string(100000, 'x') + "0.5");
+    EXPECT_TRUE(std::filesystem::is_fifo(path));
 }
 
 // A file that was left has no writer; one with a writer stays, as does what only looks like one.

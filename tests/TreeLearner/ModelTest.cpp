@@ -109,15 +109,20 @@ TEST(Model, AFailedSaveKeepsTheOlderFile) {
     });
     std::signal(SIGXFSZ, oldHandler);
     EXPECT_EQ(full.status, -1);
-    EXPECT_EQ(full.err, "ERROR: Can not write file " + path + " in full, the older one is kept!\n");
+    EXPECT_EQ(full.err, "ERROR: Can not write file " + path +
+                            " in full: File too large; the older one is kept!\n");
     EXPECT_EQ(ReadFile(path), "older");
     EXPECT_EQ(folder.Names().size(), 1u);
     const Outcome noFolder = Observe([&] { return learner.SaveModelFull(path + "/model"); });
     EXPECT_EQ(noFolder.status, -1);
-    EXPECT_EQ(noFolder.err, "ERROR: Can not open file!\n\n");
+    const auto notWritten = [&path](const char* name) {
+        return "ERROR: Can not write file " + path + name + ": Not a directory!\n";
+    };
+    EXPECT_EQ(noFolder.err, "ERROR: Can not open file!\n\n" + notWritten("/model"));
     const Outcome noReport = Observe([&] { return learner.FeatureAnalysis(path + "/report"); });
     EXPECT_EQ(noReport.status, -1);
-    EXPECT_EQ(noReport.err, "ERROR: Can not open feature analysis output file!\n");
+    EXPECT_EQ(noReport.err,
+              "ERROR: Can not open feature analysis output file!\n" + notWritten("/report"));
 }
 
 TEST(Model, DamagedTextIsRefused) {

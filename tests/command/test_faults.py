@@ -76,6 +76,29 @@ class Signals(Faults):
         self.addCleanup(returning.cancel)
         self.check_stopped(run, signal.SIGTERM, "Stopped by a signal!")
 
+    def test_a_file_that_nobody_reads_does_not_hold_a_run(self):
+        """Signals come before the FIFO is opened, and while a reader is awaited."""
+        self.model()
+        self.configure("fTestRealTime = true")
+        scores = ["-fileTest", "train.txt", "-filePred", "pipe"]
+        for name, options in (("pipe", ["-fileModel", "pipe"]), ("pipe", ["-fileDebug", "pipe"]),
+                              ("Result.train.txt.7", LONG), ("pipe", ["-mode", "predict", *scores]),
+                              ("pipe", ["-mode", "analyze", *scores])):
+            os.mkfifo(self.folder / name)
+            for number, delay in (signal.SIGINT, 0.3), (signal.SIGTERM, 0.3), (signal.SIGINT, 0.01):
+                with self.subTest(options, number=number, delay=delay):
+                    run = self.start(*options)
+                    time.sleep(delay)
+                    run.send_signal(number)
+                    try:
+                        error = run.communicate(timeout=30)[1]
+                    except subprocess.TimeoutExpired:
+                        run.kill()
+                        raise
+                    # Earlier than the command has asked for signals, they kill it.
+                    self.assertIn(run.returncode, (128 + number, -number), error)
+            os.unlink(self.folder / name)
+
     def test_an_ignored_signal_stays_ignored(self):
         run, data = self.start_reading(
             preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_IGN))
@@ -130,27 +153,73 @@ class Writes(Faults):
                         ["-mode", "predict", "-fileTest", "many.txt", "-filePred", "old.txt"],
                         ["-mode", "analyze", "-fileTest", "wide.txt", "-filePred", "old.txt",
                          "-fileModel", "wide.model.txt"]):
-            self.refuse("ERROR: .*(File too large|in full)", *options, preexec_fn=limit)
+            self.refuse("ERROR: .*File too large", *options, preexec_fn=limit)
 
     def test_a_full_device(self):
         self.model()
         scores = ["-fileTest", "train.txt", "-filePred", "/dev/full"]
         for options in (["-fileModel", "/dev/full"], ["-mode", "predict", *scores],
                         ["-mode", "analyze", *scores]):
-            self.refuse("(?m)^ERROR: .*/dev/full.*(No space|in full)", *options)
+            self.refuse("(?m)^ERROR: .*/dev/full.*: No space left on device", *options)
+
+    def test_names_that_no_file_can_have_are_refused_before_any_work(self):
+        for link, target in ("a", "b"), ("b", "a"):
+            (self.folder / link).symlink_to(target)
+        missing = ["-fileTrain", "none", "-fileTest", "none"]
+        self.configure("fTestRealTime = true", "numTree = 10", "fileResultBase = R")
+        long = "File name too long"
+        for option in "-fileModel", "-filePred", "-fileDebug":
+            for path, why in (("n" * 256, long), ("./" * 2048 + "n", long),
+                              ("a", "Too many levels of symbolic links")):
+                self.refuse(f"^ERROR: {option[1:]} {path}: cannot be written: {why}\n$", *missing,
+                            option, path)
+        self.refuse("^ERROR: filePred .*: cannot be written: File name too long\n$", *missing,
+                    "-mode", "analyze", "-fileModel", "n" * 250)
+        self.configure("fileResultBase = " + "R" * 243)
+        self.refuse(r"^ERROR: fileResultBase R*.train.txt.10: cannot be written: File name", *missing)
+        self.configure("numTree = 9")
+        self.refuse("^ERROR: fileTrain none: cannot be opened", *missing)
+
+    def test_a_new_file_has_the_attributes_of_the_older_one(self):
+        self.model()
+        predict = ["-mode", "predict", "-fileTest", "train.txt", "-filePred", "scores.txt"]
+        analyze = ["-mode", "analyze", "-fileTest", "train.txt", "-filePred", "report.txt"]
+        for name, options in ("model.txt", []), ("scores.txt", predict), ("report.txt", analyze):
+            self.write(name, self.read("model.txt"))
+            path = self.folder / name
+            os.chmod(path, 0o640)
+            group = 3000 if os.geteuid() == 0 else os.getegid()
+            os.chown(path, -1, group)
+            self.assertEqual("", self.succeed(*options).stderr)
+            self.assertEqual((0o640, group), (path.stat().st_mode & 0o7777, path.stat().st_gid))
+            os.link(path, self.folder / "second.txt")
+            self.assertEqual(f"Notice: {name}: not kept of the older file: hard links "
+                             "(1 other name of the older content)!\n", self.succeed(*options).stderr)
+            os.unlink(self.folder / "second.txt")
+
+    def test_a_pipe_gets_what_a_file_gets(self):
+        """Also when its reader comes late, and when standard output is one."""
+        expected = self.model()
+        os.mkfifo(self.folder / "pipe")
+        run = self.start("-fileModel", "pipe")
+        time.sleep(0.3)
+        self.assertEqual(expected, self.read("pipe"))
+        self.assertEqual((0, ""), (run.wait(), run.stderr.read()))
+        run.stderr.close()
+        self.assertEqual(expected, self.succeed("-fileModel", "/dev/stdout").stdout)
 
     def test_a_full_device_for_reports_costs_no_model(self):
         self.configure("fTestRealTime = true", "fileTest = train.txt")
         expected = self.model()
-        for extra, message in (("fileDebug = /dev/full", "fileDebug /dev/full: "),
-                               ("fileResultBase = full", "Can not write file full.train.txt.2 ")):
+        for extra, message in (("fileDebug = /dev/full", "fileDebug /dev/full: .* in full: "),
+                               ("fileResultBase = full", "Can not write file full.train.txt.2 .*: ")):
             self.write("model.txt", OLD)
             self.write("full.cfg", self.read("run.cfg") + extra)
             if not (self.folder / "full.train.txt.2").is_symlink():
                 (self.folder / "full.train.txt.2").symlink_to("/dev/full")
             run = self.run_command("full.cfg")
             self.assertEqual(1, run.returncode)
-            self.assertRegex(run.stderr, f"^ERROR: {message}.*\n$")
+            self.assertRegex(run.stderr, f"^ERROR: {message}No space left on device!?\n$")
             self.assertIn("RMSE: ", run.stdout)
             self.assertEqual(expected, self.read("model.txt").replace("[debug]", ""))
 
@@ -175,7 +244,8 @@ class Writes(Faults):
         data.close()
         error = run.communicate()[1]
         self.assertEqual((1, OLD), (run.returncode, self.read("model.txt")), error)
-        self.assertTrue(error.startswith("ERROR: Can not open file!\n"), error)
+        self.assertTrue(error.startswith("ERROR: Can not open file!\n\nERROR: Can not write file "
+                                         "model.txt: Permission denied!\n"), error)
 
 
 if __name__ == "__main__":
