@@ -23,20 +23,21 @@ void MapBlocks(Kernel kernel, Reference reference, const double* xV, double* res
     }
 }
 
-}  // namespace
-
-const ExpLogKernel& ChooseExpLogKernel() {
+// The fastest that this processor can run.
+const ExpLogKernel& ChooseKernel() {
     static const ExpLogKernel& best =
         __builtin_cpu_supports("avx2") ? kExpLogAvx2 : kExpLogBaseline;
     return best;
 }
 
+}  // namespace
+
 void ExpEach(const double* xV, double* resultV, size_t count) {
-    MapBlocks(ChooseExpLogKernel().exp, Exp, xV, resultV, count);
+    MapBlocks(ChooseKernel().exp, Exp, xV, resultV, count);
 }
 
 void LogEach(const double* xV, double* resultV, size_t count) {
-    MapBlocks(ChooseExpLogKernel().log, Log, xV, resultV, count);
+    MapBlocks(ChooseKernel().log, Log, xV, resultV, count);
 }
 
 }  // namespace sylvora

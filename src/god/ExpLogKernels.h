@@ -19,9 +19,6 @@ struct ExpLogKernel {
 extern const ExpLogKernel kExpLogBaseline;
 extern const ExpLogKernel kExpLogAvx2;
 
-// The fastest that this processor can run.
-const ExpLogKernel& ChooseExpLogKernel();
-
 }  // namespace sylvora
 
 #endif  // SYLVORA_GOD_EXPLOGKERNELS_H

@@ -57,7 +57,7 @@ static inline Rounded FastExp(Reals x) {
     constexpr double kToInteger = 0x1.8p52;  // added and subtracted, rounds to integers
     constexpr double kToHead = 0x1.8p18;     // to multiples of 2^-34
     constexpr double kLargest = 708.0;       // up to here the result is normal
-    constexpr double kError = 0x1p-67;       // of high + low, which is below 2.01
+    constexpr double kError = 0x1p-67;       // of high + low, which is below 2
     const Reals shifted = x * kExpStepsPerUnit + kToInteger;
     const Reals steps = shifted - kToInteger;
     const Bits j = BitsOf(shifted) & (kExpEntries - 1);

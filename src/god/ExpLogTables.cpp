@@ -1,4 +1,5 @@
 // Written by scripts/exp-log-tables; see docs/exact-math.md.
+// clang-format off
 #include "ExpLogTables.h"
 
 namespace sylvora {
