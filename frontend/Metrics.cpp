@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <iterator>
 #include <limits>
 #include <map>
 #include <numeric>
@@ -10,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "god/CorrectRounding.h"
 #include "god/Report.h"
 
 namespace sylvora::frontend {
@@ -91,6 +93,21 @@ PairCount CountPairs(Group group) {
     return pairs;
 }
 
+constexpr size_t kCuts[] = {1, 5, 10};
+constexpr size_t kLargestCut = 10;
+
+// The discount of a place, counted from 0, below the largest cut.
+double DiscountOf(size_t place) {
+    static const std::vector<double> discountV = [] {
+        std::vector<double> valueV;
+        for (size_t i = 0; i < kLargestCut; ++i) {
+            valueV.push_back(1.0 / Log2(static_cast<double>(i) + 2.0));
+        }
+        return valueV;
+    }();
+    return discountV[place];
+}
+
 // The gain of the first `cut` places when rows stand by descending key.
 struct RankedGain {
     double key;
@@ -103,7 +120,7 @@ double DiscountedGain(const std::vector<RankedGain>& rankedV, size_t cut) {
         double discount = 0.0;
         for (; end < rankedV.size() && !IsLower(rankedV[end].key, rankedV[begin].key); ++end) {
             gain += rankedV[end].gain;
-            if (end < cut) discount += 1.0 / std::log2(static_cast<double>(end) + 2.0);
+            if (end < cut) discount += DiscountOf(end);
         }
         sum += gain / static_cast<double>(end - begin) * discount;
     }
@@ -117,10 +134,10 @@ void SortByKey(std::vector<RankedGain>& rankedV) {
 }
 
 // One query's share of the best possible gain, for each cut; empty where there is none to get.
-VecDle NormalizedGain(const Group& group, const std::vector<size_t>& cutV) {
+VecDle NormalizedGain(const Group& group) {
     std::vector<RankedGain> byScoreV, idealV;
     for (const ScoredRow& row : group) {
-        const double gain = std::exp2(row.label) - 1.0;
+        const double gain = Exp2(row.label) - 1.0;
         byScoreV.push_back({row.score, gain});
         idealV.push_back({gain, gain});
     }
@@ -128,7 +145,7 @@ VecDle NormalizedGain(const Group& group, const std::vector<size_t>& cutV) {
     SortByKey(idealV);
     VecDle shareV;
     if (!(idealV.front().gain > 0.0)) return shareV;
-    for (const size_t cut : cutV) {
+    for (const size_t cut : kCuts) {
         shareV.push_back(DiscountedGain(byScoreV, cut) / DiscountedGain(idealV, cut));
     }
     return shareV;
@@ -147,8 +164,7 @@ void PrintRanking(const ScoredSet& set) {
         Warn("NOTICE: not every row has a query id (qid:...), so there are no ranking metrics\n");
         return;
     }
-    const std::vector<size_t> cutV = {1, 5, 10};
-    VecDle sumV(cutV.size(), 0.0);
+    VecDle sumV(std::size(kCuts), 0.0);
     int numQueries = 0;
     PairCount pairs;
     const std::map<int, Group> groupM = GroupByQuery(set);
@@ -156,15 +172,15 @@ void PrintRanking(const ScoredSet& set) {
         const PairCount ofQuery = CountPairs(group);
         pairs.ordered += ofQuery.ordered;
         pairs.all += ofQuery.all;
-        const VecDle shareV = NormalizedGain(group, cutV);
+        const VecDle shareV = NormalizedGain(group);
         if (shareV.empty()) continue;
         ++numQueries;
         std::transform(shareV.begin(), shareV.end(), sumV.begin(), sumV.begin(), std::plus<>());
     }
     Print("queries: ", groupM.size(), "\n");
     Print("queries without a relevant row: ", static_cast<int>(groupM.size()) - numQueries, "\n");
-    for (size_t i = 0; i < cutV.size(); ++i) {
-        PrintMetric(Text("NDCG@", cutV[i]), Share(sumV[i], numQueries));
+    for (size_t i = 0; i < std::size(kCuts); ++i) {
+        PrintMetric(Text("NDCG@", kCuts[i]), Share(sumV[i], numQueries));
     }
     PrintMetric("correctly ordered pairs", Share(pairs.ordered, pairs.all));
 }

@@ -311,7 +311,6 @@ class SYLVORA_API TreeLearner {
     int GenerateColTree();
 
   private:
-    typedef double (*PairForce)(double labelA, double labelB, double difference, double tau);
     struct Run;
     class AtWork;
 
@@ -337,7 +336,8 @@ class SYLVORA_API TreeLearner {
 
     template <typename Gradient>
     int FillGradient(int idBegin, int idEnd, Gradient gradient);
-    int AddPairForces(int idBegin, int idEnd, PairForce force);
+    template <typename Visit>
+    int ForPairs(int idBegin, int idEnd, const Visit& visit);
     int ComputeGradient(int idBegin, int idEnd);
     friend void* CalLossThreadFunction(void* arg);
 

@@ -18,7 +18,7 @@ namespace {
 // min(maxLeaf, 2^maxDepth) + 2, but never more than `numRows` rows can need: each split leaves at
 // least one row on both sides.
 int MostSplitNodes(int maxLeaf, int maxDepth, int numRows) {
-    const double full = std::pow(2.0f, static_cast<float>(maxDepth));
+    const double full = std::ldexp(1.0f, maxDepth);
     const double bound =
         std::min({static_cast<double>(maxLeaf), full, static_cast<double>(numRows)});
     return static_cast<int>(std::max(bound, 0.0)) + 2;

@@ -99,7 +99,13 @@ class CheckedText {
     }
     std::ofstream& Stream() { return stream; }
     const std::string& Name() const { return file.Name(); }
-    void SendTo(std::ostream& out) const { out << std::ifstream(file.Name()).rdbuf(); }
+    // In pieces so small that they go through the buffer of `out`: what it cannot write stays
+    // there, and tells the reason when the file is closed.
+    void SendTo(std::ostream& out) const {
+        std::ifstream in(file.Name());
+        char piece[512];
+        while (in.read(piece, sizeof piece) || in.gcount() > 0) out.write(piece, in.gcount());
+    }
 
   private:
     TemporaryFile file;

@@ -1,10 +1,13 @@
 // Gradients and weights where golden runs do not lead.
+#include <algorithm>
 #include <cmath>
 #include <numeric>
+#include <random>
 #include <tuple>
 
 #include "../Support.h"
 #include "Prepared.h"
+#include "god/CorrectRounding.h"
 
 namespace {
 
@@ -35,6 +38,45 @@ TEST(Losses, OfPairsStayInsideQueryAndRange) {
     EXPECT_EQ(Gradients(*learner, predictions, 0, 2),
               (VecDle{whole[0], whole[1], whole[2], 99, 99}));
     EXPECT_EQ(Gradients(*learner, predictions, 2, 3), (VecDle{99, 99, 0, 0, 99}));
+}
+
+// Rows and pairs are computed in blocks; the formulas know of none. The range begins and ends
+// inside blocks, and inside a query.
+TEST(Losses, OfManyRowsAreTheFormulas) {
+    const int numRows = 1100, begin = 7, end = 1050;
+    std::mt19937 random(4);
+    std::normal_distribution<double> normal(0, 3);
+    VecDle classes, grades, predictions;
+    for (int i = 0; i < numRows; ++i) {
+        classes.push_back(i % 3 == 0 ? 1 : -1);
+        grades.push_back(static_cast<double>(random() % 3));
+        predictions.push_back(normal(random));
+    }
+    const auto rows = [&](const char* loss) {
+        return Gradients(*Prepare(Settings("GBDT", loss), classes), predictions, begin, end);
+    };
+    const VecDle logistic = rows("Logistic"), exponential = rows("Exponential");
+    const VecInt lengths(static_cast<size_t>(numRows / 50), 50);
+    const auto ranking = Prepare(Settings("GBRank", "CrossEntropy"), grades, lengths);
+    VecDle pairs(static_cast<size_t>(numRows), 99);
+    std::fill(pairs.begin() + begin, pairs.begin() + end + 1, 0.0);
+    for (size_t i = begin; i <= end; ++i) {
+        const double y = classes[i], e = sylvora::Exp(-y * predictions[i]);
+        ASSERT_EQ(logistic[i], y * sylvora::Log(1 + e)) << i;
+        ASSERT_EQ(exponential[i], y * e) << i;
+        for (size_t j = i + 1; j <= end && j / 50 == i / 50; ++j) {
+            const double d = predictions[i] - predictions[j];
+            const double margin = ranking->valTau * std::fabs(grades[i] - grades[j]);
+            const double s = grades[i] > grades[j]   ? 1 / (1 + sylvora::Exp(d - margin))
+                             : grades[j] > grades[i] ? -1 / (1 + sylvora::Exp(-d - margin))
+                                                     : 0;
+            pairs[i] += s;
+            pairs[j] -= s;
+        }
+    }
+    EXPECT_EQ(Gradients(*ranking, predictions, begin, end), pairs);
+    EXPECT_EQ(logistic[end + 1], 99);
+    EXPECT_EQ(exponential[begin - 1], 99);
 }
 
 int TwiceTheLabel(double* labelV, double* predictV, double** gradientV, int count) {

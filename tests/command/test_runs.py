@@ -1,9 +1,10 @@
 """Runs as a whole: seeds, paths, modes, and what a failure leaves behind."""
 
 import os
+import subprocess
 import unittest
 
-from workbench import OLD, Workbench, data_lines
+from workbench import COMMAND, OLD, REPOSITORY, Workbench, data_lines
 
 
 class Seeds(Workbench):
@@ -22,6 +23,22 @@ class Seeds(Workbench):
         self.model("-randomSeed", "9e18")
         self.fail_with("randomSeed", "-randomSeed", "9e18", "-modelType", "RandomForest",
                        "-fRegCls", "REG")
+
+
+class Processors(Workbench):
+    def test_models_do_not_depend_on_the_processor(self):
+        """The C library rounds otherwise without FMA; models are not to know."""
+        without_fma = {**os.environ, "GLIBC_TUNABLES": "glibc.cpu.hwcaps=-FMA,-AVX2,-FMA4"}
+        for name in "wdbc", "rank":
+            models = []
+            for environment in os.environ, without_fma:
+                run = subprocess.run(
+                    [COMMAND, f"examples/{name}.cfg", "-filePred", self.folder / "p.txt",
+                     "-fileModel", self.folder / "model.txt"],
+                    cwd=REPOSITORY, env=environment, capture_output=True, text=True, timeout=120)
+                self.assertEqual(0, run.returncode, run.stderr)
+                models.append(self.read("model.txt"))
+            self.assertEqual(models[0], models[1], name)
 
 
 class Paths(Workbench):
