@@ -1,5 +1,5 @@
 // The types that every unit of the library shares: the vector shorthands, the two kinds of user
-// callbacks, and the plain records that collect debug statistics while trees grow.
+// callbacks, and plain records.
 #ifndef SYLVORA_LIBDEF_H
 #define SYLVORA_LIBDEF_H
 
@@ -39,6 +39,21 @@ typedef int (*LossFuncType)(double* labelV, double* predictV, double** gradientV
 // forest may call it from several threads.
 typedef int (*SamplingFeatureType)(int dimF, int*& selF, double*& selFeaValue, int countSel,
                                    int curdepth, bool& fspecify);
+
+// Told about progress after each round of boosting, or after each tree of a forest: `done` of
+// `total`. Returns 0 to go on; anything else ends the run there, also when all is grown (Boosting
+// returns -1 and writes no model), as does an exception. Also asked several times a second, with
+// the numbers of last time (in a run before the first time: 0 of `total`; without a run: 0 of 1),
+// while an output file of a learner's method is a FIFO that nobody reads: then anything but 0 ends
+// the waiting, and the file is not written.
+typedef int (*ProgressFuncType)(void* context, int done, int total);
+
+// What rounding the thresholds of an ensemble to six digits does to its training rows, as far as
+// the threshold and the two values that it separates are that close.
+struct rounding_effect_t {
+    int numRows = 0;             // that reach another leaf of some tree
+    double largestChange = 0.0;  // of a row's score
+};
 
 // What one tree remembers of its split nodes, in the order in which they were split. The arrays
 // are owned by the tree that grows (malloc/free) and live only while it does.

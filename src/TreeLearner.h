@@ -68,21 +68,6 @@ SYLVORA_API void* CalLossThreadFunction(void* arg);
 SYLVORA_API void* GenerateTreeThreadFunction(void* arg);
 SYLVORA_API void* PredictionThreadFunction(void* arg);
 
-// Told about progress after each round of boosting, or after each tree of a forest: `done` of
-// `total`. Returns 0 to go on; anything else ends the run there, also when all is grown (Boosting
-// returns -1 and writes no model), as does an exception. Also asked several times a second, with
-// the numbers of last time (in a run before the first time: 0 of `total`; without a run: 0 of 1),
-// while an output file of a learner's method is a FIFO that nobody reads: then anything but 0 ends
-// the waiting, and the file is not written.
-typedef int (*ProgressFuncType)(void* context, int done, int total);
-
-// What rounding the thresholds of an ensemble to six digits does to its training rows, as far as
-// the threshold and the two values that it separates are that close.
-struct rounding_effect_t {
-    int numRows = 0;             // that reach another leaf of some tree
-    double largestChange = 0.0;  // of a row's score
-};
-
 // Thread safety: a learner is trained by one thread, which starts workers of its own. Once trained
 // or loaded, any number of threads may call OnlineTesting and OnlineTestingBatch at the same time.
 // The user's functions (lossfunc, sampleFeaType, the progress function) are called during training.
@@ -362,13 +347,7 @@ class SYLVORA_API TreeLearner {
     bool IsStopped(int done, int total);
     void KeepTree(std::unique_ptr<TreeCR> tree);
     void EndGroup();
-    int CheckMeans() const;
-    int CheckRound(int idxTree) const;
-    int CheckSlot(int slot) const;
-    int CheckNewTree(const std::string& place) const;
-    int RefuseEmptyTree(const std::string& place) const;
-    int RefuseValue(const std::string& place) const;
-
+    struct Verification;
     int WriteModel(const std::string& fileMout, int digits, bool fCheck);
     void MakeRecords(const sylvora::engine::PackedTrees& trees, int numUnfilled);
 
@@ -409,9 +388,7 @@ class SYLVORA_API TreeLearner {
     std::shared_ptr<const ScoringForm> scoringForm;  // null: the trees are walked one by one
 
     // Columns of the training and the development rows, and entries of featureMean; 0: set by hand.
-    int trainDim = 0;
-    int devDim = 0;
-    int meanDim = 0;
+    int trainDim = 0, devDim = 0, meanDim = 0;
 
     std::atomic<int> numAtWork{0};        // calls under way that may call the user's functions
     std::atomic<bool> fUserThrew{false};  // one of the user's functions threw an exception

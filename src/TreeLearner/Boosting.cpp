@@ -20,6 +20,7 @@
 #include "AtWork.h"
 #include "EngineRun.h"
 #include "RowDraw.h"
+#include "Verification.h"
 
 using sylvora::AllocateArray;
 using sylvora::Fail;
@@ -98,7 +99,7 @@ int TreeLearner::PrepareRun(Run& run) {
     } catch (const std::bad_alloc&) {
         return Fail("ERROR: Failed to allocate memory for boosting!\n");
     }
-    if (PlaceSeeds() != 0 || (fVerify && CheckMeans() != 0)) return -1;
+    if (PlaceSeeds() != 0 || (fVerify && Verification{*this}.CheckMeans() != 0)) return -1;
     workers = std::make_unique<sylvora::engine::WorkerPool>();
     const int code = workers->Start(numThread);
     if (code != 0) return sylvora::FailToStart(code);
@@ -199,7 +200,7 @@ int TreeLearner::BoostRound(Run& run, int idxTree) {
     } else if (GrowTree(0, true) != 0) {
         return Fail("ERROR: Failed when generating tree!\n");
     }
-    if (fVerify && CheckRound(idxTree) != 0) return -1;
+    if (fVerify && Verification{*this}.CheckRound(idxTree) != 0) return -1;
     fSetDynStep = run.fSetDynStepGlobal;
     const bool fStepped = run.fEachOnce && engineRun && engineRun->StepPredictions(*this);
     if (!fStepped) run.Fork(*workers, PredictionThreadFunction);
@@ -215,7 +216,8 @@ int TreeLearner::BoostRound(Run& run, int idxTree) {
 int TreeLearner::GenerateForest() {
     for (int slot = 0; slot < sizeGroup && !fStopped && !fUserThrew; ++slot) {
         static_cast<void>(GrowSlots(slot, slot));
-        if (fVerify && !fStopped && !fUserThrew && CheckSlot(slot) != 0) return -1;
+        if (fVerify && !fStopped && !fUserThrew && Verification{*this}.CheckSlot(slot) != 0)
+            return -1;
     }
     return fStopped || fUserThrew ? -1 : 0;
 }

@@ -1,41 +1,43 @@
-// What Boosting checks of a run while it goes on, where this is wanted; see setVerification.
+// Checks of a run; see Verification.h.
+#include "Verification.h"
+
 #include <algorithm>
 #include <cmath>
 #include <string>
 
-#include "../TreeLearner.h"
 #include "../god/Report.h"
 #include "EnsembleView.h"
 
 using sylvora::Fail;
 using sylvora::TreeView;
 
-int TreeLearner::CheckMeans() const {
-    for (int j = 0; featureMean != nullptr && j < dimFea; ++j) {
-        if (std::isfinite(featureMean[j])) continue;
+int TreeLearner::Verification::CheckMeans() const {
+    for (int j = 0; learner.featureMean != nullptr && j < learner.dimFea; ++j) {
+        if (std::isfinite(learner.featureMean[j])) continue;
         return Fail("ERROR: the values of feature ", j + 1,
                     " are too large to be added up; scale them down\n");
     }
     return 0;
 }
 
-int TreeLearner::CheckRound(int idxTree) const {
-    if (modelType == "RandomForest") return 0;  // each tree was checked when it was grown
-    return CheckNewTree(modelType == "CART" ? "the tree" : sylvora::Text("round ", idxTree));
+int TreeLearner::Verification::CheckRound(int idxTree) const {
+    if (learner.modelType == "RandomForest") return 0;  // each tree was checked when it was grown
+    return CheckNewTree(learner.modelType == "CART" ? "the tree"
+                                                    : sylvora::Text("round ", idxTree));
 }
 
-int TreeLearner::CheckSlot(int slot) const {
-    if (GroupTreeCnt == slot + 1) return CheckNewTree(sylvora::Text("tree ", slot + 1));
-    return Fail("ERROR: tree ", slot + 1, " of ", sizeGroup,
+int TreeLearner::Verification::CheckSlot(int slot) const {
+    if (learner.GroupTreeCnt == slot + 1) return CheckNewTree(sylvora::Text("tree ", slot + 1));
+    return Fail("ERROR: tree ", slot + 1, " of ", learner.sizeGroup,
                 " was not grown, for the reason above, and no model is written; if memory ran out, "
                 "take fewer trees or rows\n");
 }
 
 // The tree grown last: is there something to say in it, and can a file hold it?
-int TreeLearner::CheckNewTree(const std::string& place) const {
-    if (numDrawn == 0) return RefuseEmptyTree(place);
-    const TreeView tree =
-        packedTrees ? TreeView(packedTrees->treeV.back()) : TreeView(*TreeGroup.back());
+int TreeLearner::Verification::CheckNewTree(const std::string& place) const {
+    if (learner.numDrawn == 0) return RefuseEmptyTree(place);
+    const TreeView tree = learner.packedTrees ? TreeView(learner.packedTrees->treeV.back())
+                                              : TreeView(*learner.TreeGroup.back());
     for (size_t k = 0; k < tree.NumNodes(); ++k) {
         const sylvora::engine::PackedNode node = tree.Node(k);
         if (!node.IsLeaf() && !std::isfinite(node.splitElemFea)) {
@@ -47,10 +49,11 @@ int TreeLearner::CheckNewTree(const std::string& place) const {
     return 0;
 }
 
-int TreeLearner::RefuseEmptyTree(const std::string& place) const {
-    const bool fAnyWeight = std::any_of(numPairDistinctQueV, numPairDistinctQueV + sampleSize,
-                                        [](int weight) { return weight > 0; });
-    if (modelType != "GBRank") {
+int TreeLearner::Verification::RefuseEmptyTree(const std::string& place) const {
+    const bool fAnyWeight =
+        std::any_of(learner.numPairDistinctQueV, learner.numPairDistinctQueV + learner.sampleSize,
+                    [](int weight) { return weight > 0; });
+    if (learner.modelType != "GBRank") {
         return Fail("ERROR: ", place, ": no row was drawn; raise valSmpRt\n");
     }
     if (!fAnyWeight) {
@@ -63,9 +66,10 @@ int TreeLearner::RefuseEmptyTree(const std::string& place) const {
 }
 
 // A node's value is not finite: because of the labels where nothing else has come in yet.
-int TreeLearner::RefuseValue(const std::string& place) const {
-    const bool fFirst = TreeVV.empty() && (!packedTrees || packedTrees->NumGroups() == 0);
-    if (CfgInfo.lossFunc == "USER") {
+int TreeLearner::Verification::RefuseValue(const std::string& place) const {
+    const bool fFirst =
+        learner.TreeVV.empty() && (!learner.packedTrees || learner.packedTrees->NumGroups() == 0);
+    if (learner.CfgInfo.lossFunc == "USER") {
         return Fail("ERROR: ", place,
                     ": the gradients of the user's loss are not finite, or too "
                     "large to be added up\n");
