@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "engine/BatchScoring.h"
-#include "engine/KernelChoice.h"
-#include "engine/RowScoring.h"
+#include "engine/score/BatchScoring.h"
+#include "engine/score/KernelChoice.h"
+#include "engine/score/RowScoring.h"
 
 namespace {
 

@@ -2,15 +2,15 @@
 #include <string>
 
 #include "CheckIn/Validation.h"
-#include "DataFile.h"
-#include "DataSet.h"
-#include "EarlyRows.h"
 #include "Modes.h"
 #include "Paths.h"
-#include "ReadingNotices.h"
 #include "Scoring.h"
 #include "StopSignals.h"
 #include "god/Report.h"
+#include "reading/DataFile.h"
+#include "reading/DataSet.h"
+#include "reading/EarlyRows.h"
+#include "reading/ReadingNotices.h"
 
 namespace sylvora::frontend {
 namespace {

@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "TemporaryCopy.h"
+#include "reading/TemporaryCopy.h"
 
 namespace sylvora::frontend {
 

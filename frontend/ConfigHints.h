@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "TemporaryCopy.h"
+#include "reading/TemporaryCopy.h"
 
 namespace sylvora::frontend {
 

@@ -2,13 +2,13 @@
 #include <algorithm>
 
 #include "CheckIn/Validation.h"
-#include "DataFile.h"
-#include "DataSet.h"
 #include "Metrics.h"
 #include "Modes.h"
 #include "Paths.h"
-#include "ReadingNotices.h"
 #include "Scoring.h"
+#include "reading/DataFile.h"
+#include "reading/DataSet.h"
+#include "reading/ReadingNotices.h"
 
 namespace sylvora::frontend {
 namespace {
@@ -74,7 +74,8 @@ int ScoreRows(const DataFile& file, const LineRules& rules, const CheckCfgCLS& c
               ReadingThreads& threads, TreeLearner& model, ScoredSet& set) {
     QueryNumbers numbers(file, model.CfgInfo.modelType == "GBRank");
     Scorer scorer(model, rules.dim, AskedThreads(cfg), set.scoreV);
-    // Before memory is taken for a row: a model that cannot be scored may claim any number of columns.
+    // Before memory is taken for a row: a model that cannot be scored may claim any number of
+    // columns.
     if (scorer.Score(nullptr, 0) != 0) return -1;
     Batch batch(file, rules, std::min(scorer.BatchRows(), static_cast<size_t>(file.NumRows())));
     RowCounts counts;

@@ -7,19 +7,19 @@
 #include <utility>
 #include <vector>
 
-#include "DataFile.h"
-#include "DataSet.h"
-#include "EarlyRows.h"
 #include "Metrics.h"
 #include "Modes.h"
 #include "Paths.h"
 #include "Progress.h"
-#include "ReadingNotices.h"
 #include "Scoring.h"
 #include "StopSignals.h"
 #include "TreeLearner.h"
 #include "claim.h"
 #include "god/Report.h"
+#include "reading/DataFile.h"
+#include "reading/DataSet.h"
+#include "reading/EarlyRows.h"
+#include "reading/ReadingNotices.h"
 
 namespace sylvora::frontend {
 namespace {

@@ -17,8 +17,8 @@
 #include "Help.h"
 #include "Modes.h"
 #include "StopSignals.h"
-#include "TemporaryCopy.h"
 #include "god/Report.h"
+#include "reading/TemporaryCopy.h"
 
 namespace {
 

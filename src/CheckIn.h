@@ -62,7 +62,7 @@ class SYLVORA_API CheckCfgCLS {
     bool fSetThread = false;  // numThread was given; only then does CheckCfg check it
     std::string mode;
     double tms_seed = 0.0;
-    int digits = 6;  // significant digits of reals in the model file: 6 or 17
+    int digits = 6;                  // significant digits of reals in the model file: 6 or 17
     std::string absent = "missing";  // an id that a data line leaves out: "missing", "zero"
     bool fSetAbsent = false;         // absent was given
 

@@ -41,8 +41,8 @@ class TreeLearner;
 namespace sylvora {
 class EngineRun;
 class EnsembleView;
-namespace engine {
 class WorkerPool;
+namespace engine {
 struct CompiledEnsemble;
 struct PackedTrees;
 }  // namespace engine
@@ -367,10 +367,10 @@ class SYLVORA_API TreeLearner {
 
     ProgressFuncType progressFunction = nullptr;
     void* progressContext = nullptr;
-    std::mutex lossMutex;           // a user loss is called by one worker at a time
-    std::vector<TreeCR*> retiredV;  // trees of earlier runs, freed by Destroy
-    long sharedSeed = 0;            // the seed cell of slots 1 and up
-    std::unique_ptr<sylvora::engine::WorkerPool> workers;  // during a run: all its threads
+    std::mutex lossMutex;                           // a user loss is called by one worker at a time
+    std::vector<TreeCR*> retiredV;                  // trees of earlier runs, freed by Destroy
+    long sharedSeed = 0;                            // the seed cell of slots 1 and up
+    std::unique_ptr<sylvora::WorkerPool> workers;   // during a run: all its threads
     std::unique_ptr<sylvora::EngineRun> engineRun;  // during a run: grows the trees; may be null
     std::string lostResult;
     bool fStopped = false;  // the progress function ended the run

@@ -2,9 +2,9 @@
 #include <sys/stat.h>
 
 #include "Jobs.h"
-#include "frontend/DataFile.h"
-#include "frontend/DataSet.h"
-#include "frontend/EarlyRows.h"
+#include "frontend/reading/DataFile.h"
+#include "frontend/reading/DataSet.h"
+#include "frontend/reading/EarlyRows.h"
 
 namespace sylvora::bench {
 

@@ -4,13 +4,13 @@
 #include <cstdlib>
 #include <string>
 
-#include "../god/Truncation.h"
+#include "SampledColumns.h"
 
 NodeCR::NodeCR(int dim, double r, int b, int d)
     : numBound(b),
       depBound(d),
       dimFeature(dim),
-      numSelFea(sylvora::Truncate<int>(dim * r - 1e-10) + 1),
+      numSelFea(sylvora::NumSampledColumns(dim, r)),
       ratio(r) {}
 
 NodeCR::~NodeCR() {

@@ -6,16 +6,9 @@
 #include <numeric>
 
 #include "../Sort.h"
+#include "engine/train/Separable.h"
 
 namespace sylvora {
-namespace {
-
-// Values closer than this are never separated by a regression cut. Classification separates any
-// two distinct values; the difference is deliberate.
-constexpr double kGap = 1e-10;
-
-}  // namespace
-
 SortedColumn::SortedColumn(int numRows)
     : valueV(static_cast<size_t>(numRows)), orderV(static_cast<size_t>(numRows)) {}
 
@@ -26,7 +19,7 @@ void SortedColumn::Load(const double* const* featureVV, const int* rowV, int col
 }
 
 bool SortedColumn::IsScanned() const {
-    return !valueV.empty() && valueV.front() < valueV.back() + kGap;
+    return !valueV.empty() && valueV.front() < valueV.back() + engine::kGap;
 }
 
 // The order of these sums is part of the model: gradR shrinks from the node's own sum rather than
@@ -43,7 +36,7 @@ void ScanColumn(const SortedColumn& column, const RegressionNode& node, Cut at, 
         gradR -= node.gradientV[id];
         wgtR -= node.weightV[id];
         const bool fCandidate =
-            wgtL > 0 && wgtR > 0 && column.Value(i + 1) > column.Value(i) + kGap;
+            wgtL > 0 && wgtR > 0 && engine::IsSeparable(column.Value(i), column.Value(i + 1));
         if (!fCandidate) continue;
         at.score = gradL * gradL / wgtL + gradR * gradR / wgtR;
         if (at.score > best.score) {

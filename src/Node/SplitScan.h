@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <vector>
 
-#include "../engine/NarrowSplit.h"
+#include "engine/train/NarrowSplit.h"
 
 namespace sylvora {
 

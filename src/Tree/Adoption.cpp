@@ -2,8 +2,8 @@
 #include <memory>
 
 #include "../Tree.h"
-#include "../engine/GrownTree.h"
 #include "../god/Report.h"
+#include "engine/train/GrownTree.h"
 
 void TreeCR::Adopt(const std::vector<sylvora::engine::GrownNode>& grownV) {
     for (NodeCR* node : NodeV) delete node;

@@ -8,8 +8,8 @@
 #include <memory>
 #include <string>
 
+#include "../Node/SampledColumns.h"
 #include "../god/Report.h"
-#include "../god/Truncation.h"
 
 using sylvora::Fail;
 
@@ -47,7 +47,7 @@ int TreeCR::Init(int dimfea, int selectnum, int num) {
     return sylvora::Guarded([&] {
         dimFeature = dimfea;
         numData = num;
-        numFeaSel = sylvora::Truncate<int>(dimfea * ratio - 1e-10) + 1;
+        numFeaSel = sylvora::NumSampledColumns(dimfea, ratio);
         numThreadNode = std::min(numThreadNode, numFeaSel);
         auto root = std::make_unique<NodeCR>(dimFeature, ratio, numBound, maxDepth);
         if (root->Init(0, selectnum, -1, 0, fPrint, modelType, fRegCls) != 0) {

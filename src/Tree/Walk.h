@@ -8,7 +8,7 @@
 
 #include "../Libdef.h"
 #include "../Node.h"
-#include "../engine/PackedTrees.h"
+#include "engine/score/PackedTrees.h"
 
 namespace sylvora {
 

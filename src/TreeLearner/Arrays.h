@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <new>
 
-#include "../engine/LargeArray.h"
 #include "../god/Report.h"
+#include "base/LargeArray.h"
 
 namespace sylvora {
 
@@ -19,7 +19,7 @@ template <typename Element>
     const size_t numElements = count > 0 ? static_cast<size_t>(count) : 1;
     array = static_cast<Element*>(std::calloc(numElements, sizeof(Element)));
     if (array != nullptr) {
-        engine::WishLargePages(array, numElements * sizeof(Element));
+        WishLargePages(array, numElements * sizeof(Element));
         return 0;
     }
     return Fail("ERROR: Failed to allocate memory when ", name, "!\n");

@@ -10,8 +10,6 @@
 #include "../Output/ResultFile.h"
 #include "../TreeLearner.h"
 #include "../claim.h"
-#include "../engine/PackedTrees.h"
-#include "../engine/WorkerPool.h"
 #include "../god/Report.h"
 #include "../god/Truncation.h"
 #include "../god/UserCall.h"
@@ -21,6 +19,8 @@
 #include "EngineRun.h"
 #include "RowDraw.h"
 #include "Verification.h"
+#include "base/WorkerPool.h"
+#include "engine/score/PackedTrees.h"
 
 using sylvora::AllocateArray;
 using sylvora::Fail;
@@ -49,7 +49,7 @@ struct TreeLearner::Run {
     bool fEachOnce = false;  // the shares step every sample exactly once
 
     // One phase of a round. A worker's own failure is reported by the worker; the run goes on.
-    void Fork(sylvora::engine::WorkerPool& pool, void* (*entry)(void*)) {
+    void Fork(sylvora::WorkerPool& pool, void* (*entry)(void*)) {
         pool.For(static_cast<int>(shares.size()),
                  [&](int share, int) { entry(&shares[static_cast<size_t>(share)]); });
         for (boosting_info_t& share : lateShares) entry(&share);
@@ -100,7 +100,7 @@ int TreeLearner::PrepareRun(Run& run) {
         return Fail("ERROR: Failed to allocate memory for boosting!\n");
     }
     if (PlaceSeeds() != 0 || (fVerify && Verification{*this}.CheckMeans() != 0)) return -1;
-    workers = std::make_unique<sylvora::engine::WorkerPool>();
+    workers = std::make_unique<sylvora::WorkerPool>();
     const int code = workers->Start(numThread);
     if (code != 0) return sylvora::FailToStart(code);
     engineRun = sylvora::EngineRun::Start(*this, *workers);

@@ -5,6 +5,7 @@
 #include <unordered_set>
 #include <utility>
 
+#include "../Node/SampledColumns.h"
 #include "../Output/DirectOutput.h"
 #include "../TreeLearner.h"
 #include "../god/Report.h"
@@ -211,6 +212,6 @@ void TreeLearner::OpenDebugFile(int numData) {
         fileDebug, [this] { return AskUser() != 0; }, of_debug);
     debugError = fOpened ? 0 : errno;
     of_debug.imbue(std::locale::classic());
-    const int numSampled = sylvora::Truncate<int>(dimFea * CfgInfo.ratio - 1e-10) + 1;
+    const int numSampled = sylvora::NumSampledColumns(dimFea, CfgInfo.ratio);
     of_debug << numTree << ' ' << CfgInfo.maxLeaf << ' ' << numData << ' ' << numSampled << '\n';
 }

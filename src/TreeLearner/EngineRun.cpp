@@ -4,19 +4,19 @@
 #include <algorithm>
 #include <vector>
 
+#include "../Node/SampledColumns.h"
 #include "../Node/SplitScan.h"
-#include "../engine/Columns.h"
-#include "../engine/Criterion.h"
-#include "../engine/ListGrowth.h"
-#include "../engine/PredictionStep.h"
-#include "../engine/RegressionGrowth.h"
-#include "../engine/Switch.h"
-#include "../god/Truncation.h"
+#include "base/Switch.h"
+#include "engine/train/histogram/BinnedColumns.h"
+#include "engine/train/histogram/HistogramGrower.h"
+#include "engine/train/histogram/PredictionUpdate.h"
+#include "engine/train/lists/Criterion.h"
+#include "engine/train/lists/SortedListGrower.h"
 
 namespace sylvora {
 
 // The plain search over some slots of a node.
-class EngineRun::NodePlainSearch : public engine::PlainSearch {
+class EngineRun::NodePlainSearch : public engine::ReferenceSearch {
   public:
     explicit NodePlainSearch(const double* const* rows) : featureVV(rows) {}
 
@@ -54,26 +54,26 @@ struct EngineRun::HistogramWay {
         : columns(learner.featureVV, learner.sampleSize, learner.dimFea, run.tuning, run.pool),
           growth(columns, run.pool, limits, run.tuning, *run.plain) {}
 
-    engine::Columns columns;
-    engine::RegressionGrowth growth;
+    engine::BinnedColumns columns;
+    engine::HistogramGrower growth;
 };
 
 // Classification, and forests: many levels, and most nodes are small.
 struct EngineRun::ListWay {
     ListWay(const TreeLearner& learner, const engine::GrowthLimits& limits, bool fKept,
             EngineRun& run)
-        : lists(engine::RowLists::Make({learner.featureVV, learner.sampleSize, learner.dimFea},
-                                       fKept, run.pool)),
+        : lists(engine::SortedColumns::Make({learner.featureVV, learner.sampleSize, learner.dimFea},
+                                            fKept, run.pool)),
           criterion(engine::Criterion::Make(learner.CfgInfo.fRegCls != "REG", learner.numClass)),
           growth(*lists, run.pool, limits, run.tuning, *criterion, *run.plain) {}
 
-    std::unique_ptr<engine::RowLists> lists;
+    std::unique_ptr<engine::SortedColumns> lists;
     std::unique_ptr<engine::Criterion> criterion;
-    engine::ListGrowth growth;
+    engine::SortedListGrower growth;
 };
 
-std::unique_ptr<EngineRun> EngineRun::Start(const TreeLearner& learner, engine::WorkerPool& pool) {
-    if (engine::UsePlainForm() || learner.fDebug || learner.sampleFeaType != nullptr ||
+std::unique_ptr<EngineRun> EngineRun::Start(const TreeLearner& learner, WorkerPool& pool) {
+    if (UsePlainForm() || learner.fDebug || learner.sampleFeaType != nullptr ||
         (learner.CfgInfo.maxDepth < 1 && learner.modelType != "RandomForest")) {
         return nullptr;
     }
@@ -82,7 +82,7 @@ std::unique_ptr<EngineRun> EngineRun::Start(const TreeLearner& learner, engine::
     return run;
 }
 
-EngineRun::EngineRun(const TreeLearner& learner, engine::WorkerPool& workers)
+EngineRun::EngineRun(const TreeLearner& learner, WorkerPool& workers)
     : tuning(engine::CurrentTuning()),
       pool(workers),
       plain(std::make_unique<NodePlainSearch>(learner.featureVV)) {}
@@ -94,8 +94,7 @@ bool EngineRun::Prepare(const TreeLearner& learner) {
     const CheckCfgCLS& c = learner.CfgInfo;
     const bool fForest = learner.modelType == "RandomForest";
     // Without CheckCfg the ratio may be anything; the plain form then draws all columns or none.
-    const int numSelFea =
-        std::clamp(Truncate<int>(learner.dimFea * c.ratio - 1e-10), -1, learner.dimFea - 1) + 1;
+    const int numSelFea = std::clamp(NumSampledColumns(learner.dimFea, c.ratio), 0, learner.dimFea);
     const engine::GrowthLimits limits = {c.maxLeaf, c.maxDepth, c.numBound, numSelFea, fForest};
     // Where few columns are drawn, keeping the lists of all does not pay, and a regression is
     // faster with histograms. Lists know no weights.
@@ -122,7 +121,7 @@ bool EngineRun::Grow(const TreeLearner& learner, TreeCR& tree, const int* weight
         tree.Adopt(lists->growth.Nodes());
         return true;
     }
-    engine::RegressionGrowth& growth = histograms->growth;
+    engine::HistogramGrower& growth = histograms->growth;
     const auto drawAhead = [&] {
         if (rowsAhead) rowsAhead->Start(RowDraw::PerTree(learner), seed);
     };

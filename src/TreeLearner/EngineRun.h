@@ -5,10 +5,10 @@
 #include <memory>
 
 #include "../TreeLearner.h"
-#include "../engine/PlainSearch.h"
-#include "../engine/Tuning.h"
-#include "../engine/WorkerPool.h"
 #include "RowDraw.h"
+#include "base/WorkerPool.h"
+#include "engine/train/ReferenceSearch.h"
+#include "engine/train/Tuning.h"
 
 namespace sylvora {
 
@@ -20,7 +20,7 @@ class EngineRun {
     // where the plain form is to be used: it was asked for, debug records or a user's sampler need
     // it, or a column holds a NaN.
     [[nodiscard]] static std::unique_ptr<EngineRun> Start(const TreeLearner& learner,
-                                                          engine::WorkerPool& pool);
+                                                          WorkerPool& pool);
 
     // Grows `tree` on `num` rows as TreeCR::GrowOne and GrowHalf do, with the learner's weights
     // (null: all 1); the array of rows is freed as soon as it can be. False, with nothing changed,
@@ -42,12 +42,12 @@ class EngineRun {
     struct HistogramWay;
     struct ListWay;
 
-    EngineRun(const TreeLearner& learner, engine::WorkerPool& workers);
+    EngineRun(const TreeLearner& learner, WorkerPool& workers);
     [[nodiscard]] bool Prepare(const TreeLearner& learner);
 
     const engine::Tuning tuning;
-    engine::WorkerPool& pool;
-    std::unique_ptr<engine::PlainSearch> plain;
+    WorkerPool& pool;
+    std::unique_ptr<engine::ReferenceSearch> plain;
     std::unique_ptr<HistogramWay> histograms;  // one of the two grows the trees
     std::unique_ptr<ListWay> lists;
     std::unique_ptr<RowsAhead> rowsAhead;  // null: a tree's rows are drawn when they are needed

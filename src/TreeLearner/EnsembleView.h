@@ -8,7 +8,7 @@
 
 #include "../Tree.h"
 #include "../Tree/Walk.h"
-#include "../engine/PackedTrees.h"
+#include "engine/score/PackedTrees.h"
 
 class TreeLearner;
 

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "../TreeLearner.h"
-#include "../engine/PackedTrees.h"
 #include "ModelSource.h"
+#include "engine/score/PackedTrees.h"
 
 namespace sylvora {
 

@@ -12,12 +12,12 @@
 #include <vector>
 
 #include "../TreeLearner.h"
-#include "../engine/UsableCpus.h"
-#include "../engine/WorkerPool.h"
 #include "../god/Report.h"
 #include "EnsembleView.h"
 #include "RoundedNumber.h"
 #include "Voting.h"
+#include "base/UsableCpus.h"
+#include "base/WorkerPool.h"
 
 namespace sylvora {
 namespace {
@@ -164,7 +164,7 @@ class RoundingMeasurement {
         }
     }
 
-    rounding_effect_t Run(engine::WorkerPool& pool) const {
+    rounding_effect_t Run(WorkerPool& pool) const {
         constexpr int kChunk = 4096;
         std::vector<rounding_effect_t> effectV(static_cast<size_t>(pool.NumWorkers()));
         const int numRows = movedColumnV.empty() ? 0 : learner.sampleSize;
@@ -232,8 +232,8 @@ int TreeLearner::MeasureRounding(rounding_effect_t& effect, int maxThreads) cons
                 "ERROR: There are no training rows of the ensemble to measure with!\n");
         }
         const sylvora::RoundingMeasurement measurement(*this);
-        sylvora::engine::WorkerPool pool;
-        const int numAsked = maxThreads > 0 ? maxThreads : sylvora::engine::NumUsableCpus();
+        sylvora::WorkerPool pool;
+        const int numAsked = maxThreads > 0 ? maxThreads : sylvora::NumUsableCpus();
         static_cast<void>(pool.Start(numAsked));  // with fewer it only takes longer
         effect = measurement.Run(pool);
         return 0;

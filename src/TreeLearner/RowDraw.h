@@ -6,8 +6,8 @@
 #include <optional>
 
 #include "../TreeLearner.h"
-#include "../engine/WorkerPool.h"
 #include "../god/RandomGenerator.h"
+#include "base/WorkerPool.h"
 
 namespace sylvora {
 
@@ -48,7 +48,7 @@ struct RowDraw {
 // anew.
 class RowsAhead {
   public:
-    explicit RowsAhead(engine::WorkerPool& workers) : pool(workers) {}
+    explicit RowsAhead(WorkerPool& workers) : pool(workers) {}
     RowsAhead(const RowsAhead&) = delete;
     RowsAhead& operator=(const RowsAhead&) = delete;
 
@@ -64,11 +64,11 @@ class RowsAhead {
     void Forget();
 
   private:
-    engine::WorkerPool& pool;
+    WorkerPool& pool;
     RowDraw draw = {};
     GeneratorState before, after;
     std::unique_ptr<int[]> poolV, rowV;
-    std::optional<engine::TaskAside> drawing;
+    std::optional<BackgroundTask> drawing;
 };
 
 }  // namespace sylvora

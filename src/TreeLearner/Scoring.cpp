@@ -6,13 +6,13 @@
 #include <vector>
 
 #include "../TreeLearner.h"
-#include "../engine/BatchScoring.h"
-#include "../engine/RowLeaves.h"
-#include "../engine/RowScoring.h"
 #include "../god/Report.h"
 #include "EnsembleView.h"
 #include "ScoringForm.h"
 #include "Voting.h"
+#include "engine/score/BatchScoring.h"
+#include "engine/score/RowLeaves.h"
+#include "engine/score/RowScoring.h"
 
 using sylvora::EnsembleView;
 using sylvora::Fail;

@@ -6,9 +6,9 @@
 #include <new>
 #include <utility>
 
-#include "../engine/KernelChoice.h"
-#include "../engine/Switch.h"
 #include "EnsembleView.h"
+#include "base/Switch.h"
+#include "engine/score/KernelChoice.h"
 
 using sylvora::engine::CompiledEnsemble;
 using sylvora::engine::EnsembleSource;
@@ -31,7 +31,7 @@ std::shared_ptr<const PackedTrees> PackAll(const TreeLearner& learner) {
 std::shared_ptr<const TreeLearner::ScoringForm> TreeLearner::ScoringForm::Make(
     const TreeLearner& learner, std::shared_ptr<const PackedTrees> trees) {
     const bool fClassification = learner.CfgInfo.fRegCls == "CLS";
-    if (sylvora::engine::UsePlainForm() || !learner.walkFault.empty()) return nullptr;
+    if (sylvora::UsePlainForm() || !learner.walkFault.empty()) return nullptr;
     if (learner.dimFea <= 0) return nullptr;
     if (fClassification && learner.numClass <= 0) return nullptr;
     try {

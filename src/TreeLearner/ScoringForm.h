@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "../TreeLearner.h"
-#include "../engine/CompiledEnsemble.h"
+#include "engine/score/CompiledEnsemble.h"
 
 // TreeVV and StepLengthV are anybody's to change, so each use of the compiled form is preceded by a
 // look at whether they hold what was compiled. Nodes are not looked at.

@@ -7,8 +7,8 @@
 
 namespace sylvora {
 
-// A value in two parts is high + low: high has few bits, so that products with it are exact, and low
-// is the double nearest to the rest.
+// A value in two parts is high + low: high has few bits, so that products with it are exact, and
+// low is the double nearest to the rest.
 
 // Entry j has the two parts of 2^(j/128), high a multiple of 2^-26.
 constexpr int kExpEntries = 128;
@@ -16,8 +16,8 @@ constexpr int kExpMembers = 2;
 extern const double kExpTable[kExpEntries * kExpMembers];
 
 // Entry i is for interval i of 256 neighbouring ones with the same number of doubles each, which
-// reach from kLogBegin to twice that: `inverse`, about 1/z and a multiple of 2^-9, and the two parts
-// of -log(inverse), high a multiple of 2^-42.
+// reach from kLogBegin to twice that: `inverse`, about 1/z and a multiple of 2^-9, and the two
+// parts of -log(inverse), high a multiple of 2^-42.
 constexpr double kLogBegin = 0.6875;
 constexpr int kLogEntries = 256;
 constexpr int kLogMembers = 3;

@@ -58,7 +58,9 @@ inline int PartBegin(int count, int numParts, int t) {
 }
 
 // The exit value of a thread whose work ended with `status`.
-inline void* ExitValue(int status) { return reinterpret_cast<void*>(intptr_t{status}); }
+inline void* ExitValue(int status) {
+    return reinterpret_cast<void*>(intptr_t{status});
+}
 
 // Holds a mutex while it lives.
 class Locked {

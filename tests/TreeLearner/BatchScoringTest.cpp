@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "../Support.h"
-#include "../engine/RandomEnsemble.h"
+#include "../engine/score/RandomEnsemble.h"
 #include "TreeLearner.h"
 
 namespace sylvora::tests {

@@ -236,8 +236,9 @@ TEST(Boosting, AFailedSaveFailsTheRun) {
     const auto learner = PrepareRandom(cfg);
     const auto seen = Observe([&] { return learner->Boosting(); });
     EXPECT_EQ(seen.status, -1);
-    EXPECT_EQ(seen.err, "ERROR: Can not open file!\n\nERROR: Can not write file " + cfg.fileModel +
-                            ": No such file or directory!\nERROR: Failed to save the full model!\n");
+    EXPECT_EQ(seen.err,
+              "ERROR: Can not open file!\n\nERROR: Can not write file " + cfg.fileModel +
+                  ": No such file or directory!\nERROR: Failed to save the full model!\n");
 }
 
 // A failed tree ends the run, except in a forest, which goes on with what trees it has.

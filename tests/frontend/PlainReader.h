@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "../Support.h"
-#include "frontend/RowReading.h"
+#include "frontend/reading/RowReading.h"
 #include "god.h"
 #include "god/Report.h"
 

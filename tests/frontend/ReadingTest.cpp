@@ -9,8 +9,8 @@
 
 #include "../Support.h"
 #include "PlainReader.h"
-#include "frontend/DataSet.h"
-#include "frontend/EarlyRows.h"
+#include "frontend/reading/DataSet.h"
+#include "frontend/reading/EarlyRows.h"
 
 namespace sylvora::frontend {
 namespace {

@@ -1,0 +1,135 @@
+#include "DataFile.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "TextBlocks.h"
+#include "god/DataLines.h"
+#include "god/Report.h"
+
+namespace sylvora::frontend {
+namespace {
+
+class Counting : public BlockLook {
+  public:
+    void Begin(size_t) override {}
+    DataFile::Tally Look(BlockReader& reader, size_t) override { return CountLines(reader); }
+};
+
+// `next` behind all that `before` has.
+DataFile::Tally Sum(const DataFile::Tally& before, const DataFile::Tally& next) {
+    DataFile::Tally sum = before;
+    sum.numLines += next.numLines;
+    sum.numRows += next.numRows;
+    sum.error = next.error;
+    if (next.largestId > before.largestId) {
+        sum.largestId = next.largestId;
+        sum.lineOfLargestId = before.numLines + next.lineOfLargestId;
+    }
+    if (before.lineOfOddId == 0 && next.lineOfOddId > 0) {
+        sum.lineOfOddId = before.numLines + next.lineOfOddId;
+    }
+    return sum;
+}
+
+}  // namespace
+
+bool IsBlank(std::string_view line) {
+    return line.find_first_not_of(" \t\n\v\f\r") == std::string_view::npos;
+}
+
+DataFile::Tally CountLines(BlockReader& reader) {
+    DataFile::Tally tally;
+    std::string_view line;
+    while (reader.Next(line)) {
+        ++tally.numLines;
+        if (IsBlank(line)) continue;
+        ++tally.numRows;
+        if (!MayHaveLargerId(line, tally.largestId)) continue;
+        const LineIds ids = IdsOfLine(line);
+        tally.TakeId(ids.largest);
+        if (!ids.odd.empty()) tally.TakeOddId();
+    }
+    tally.TakeError(reader.Error());
+    return tally;
+}
+
+void DataFile::Tally::TakeId(int id) {
+    if (id <= largestId) return;
+    largestId = id;
+    lineOfLargestId = numLines;
+}
+
+void DataFile::Tally::TakeOddId() {
+    if (lineOfOddId == 0) lineOfOddId = numLines;
+}
+
+void DataFile::Tally::TakeError(int readingError) {
+    error = readingError;
+    if (error != 0) ++numLines;
+}
+
+DataFile::DataFile(std::string parameterName, std::string filePath)
+    : parameter(std::move(parameterName)), path(std::move(filePath)) {}
+
+int DataFile::Refuse(long atLine, const std::string& complaint) const {
+    if (atLine == 0) return Fail("ERROR: ", Name(), ": ", complaint, "\n");
+    return Fail("ERROR: ", Name(), ", line ", atLine, ": ", complaint, "\n");
+}
+
+std::string DataFile::Unreadable(int error) {
+    return std::string("cannot be read: ") + std::strerror(error);
+}
+
+// Some files of the kernel's tell their size only to those who read them.
+int DataFile::OpenText() {
+    text.reset(std::fopen(path.c_str(), "re"));
+    if (!text) return Refuse(0, std::string("cannot be opened: ") + std::strerror(errno));
+    struct stat status = {};
+    if (::fstat(Descriptor(), &status) != 0) return Refuse(0, std::strerror(errno));
+    if (S_ISDIR(status.st_mode)) return Refuse(0, "is a directory, a data file is wanted");
+    numBytes = static_cast<size_t>(status.st_size);
+    char first = 0;
+    const bool fSized = numBytes > 0 || ::pread(Descriptor(), &first, 1, 0) == 0;
+    return S_ISREG(status.st_mode) && fSized ? 0 : Spool();
+}
+
+int DataFile::Spool() {
+    std::string complaint;
+    OpenFile copy = CopyToTemporary(text.get(), numBytes, complaint);
+    if (!copy) return Refuse(0, complaint);
+    text = std::move(copy);
+    return 0;
+}
+
+int DataFile::Scan(ReadingThreads& threads) {
+    Counting counting;
+    return Scan(threads, counting);
+}
+
+int DataFile::Scan(ReadingThreads& threads, BlockLook& look) {
+    if (OpenText() != 0) return -1;
+    blockBytes = threads.BlockBytes();
+    const size_t numBlocks = (numBytes + blockBytes - 1) / blockBytes;
+    WorkerPool& pool = threads.For(numBlocks);
+    std::vector<BlockReader> readerV(static_cast<size_t>(pool.NumWorkers()));
+    std::vector<Tally> tallyV(numBlocks);
+    look.Begin(numBlocks);
+    pool.For(static_cast<int>(numBlocks), [&](int block, int worker) {
+        BlockReader& reader = readerV[static_cast<size_t>(worker)];
+        reader.Begin(Descriptor(), blockBytes, static_cast<size_t>(block));
+        tallyV[static_cast<size_t>(block)] = look.Look(reader, static_cast<size_t>(block));
+    });
+    beforeV.assign(1, {});
+    for (const Tally& tally : tallyV) {
+        beforeV.push_back(Sum(beforeV.back(), tally));
+        if (tally.error != 0) return Refuse(beforeV.back().numLines, Unreadable(tally.error));
+    }
+    return 0;
+}
+
+}  // namespace sylvora::frontend

@@ -1,0 +1,19 @@
+#include "ReadingThreads.h"
+
+#include <algorithm>
+
+#include "base/UsableCpus.h"
+
+namespace sylvora::frontend {
+
+WorkerPool& ReadingThreads::For(size_t numBlocks) {
+    constexpr int kMost = 256;
+    if (numBlocks <= 1) return pool;
+    if (numThread <= 0) numThread = NumUsableCpus();
+    numThread = std::min(numThread, kMost);
+    const size_t numUseful = std::min(numBlocks, static_cast<size_t>(numThread));
+    static_cast<void>(pool.Start(static_cast<int>(numUseful)));
+    return pool;
+}
+
+}  // namespace sylvora::frontend

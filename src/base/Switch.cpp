@@ -1,0 +1,18 @@
+// The engine's switch; see Switch.h.
+#include "Switch.h"
+
+#include <cstdlib>
+#include <cstring>
+
+namespace sylvora {
+
+bool UsePlainForm() {
+    const char* value = std::getenv("SYLVORA_PLAIN");
+    return value != nullptr && std::strcmp(value, "1") == 0;
+}
+
+const char* ForcedKernel() {
+    return std::getenv("SYLVORA_KERNEL");
+}
+
+}  // namespace sylvora

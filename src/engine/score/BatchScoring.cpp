@@ -1,0 +1,163 @@
+// Batch scoring; see BatchScoring.h.
+#include "BatchScoring.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "GroupTotals.h"
+#include "base/UsableCpus.h"
+#include "base/WorkerPool.h"
+
+namespace sylvora {
+namespace engine {
+namespace {
+
+// A bundle's trees stay in the fastest cache while the tiles of a block go by, so blocks are as
+// large as keeps the tiles in the next one.
+constexpr int kMaxTiles = 8;
+// Votes are counted by row and class; blocks are smaller where that would take more room.
+constexpr int kMaxCounts = 1 << 16;
+// Visits of a tree by a row for which a thread more is worth its start.
+constexpr size_t kVisitsPerThread = 100000;
+
+// Scores one block at a time; one per worker.
+template <typename Totals>
+class BlockScorer {
+  public:
+    BlockScorer(const CompiledEnsemble& compiled, int maxTiles)
+        : ensemble(compiled),
+          rowV(static_cast<size_t>(maxTiles) * kTileRows),
+          totals(compiled.numClass, maxTiles) {
+        int mostBands = 0;
+        for (const ThresholdCodes& codes : ensemble.sectionV) {
+            mostBands = std::max(mostBands, codes.NumBands());
+        }
+        codeV.resize(static_cast<size_t>(mostBands) * static_cast<size_t>(maxTiles) * kTileRows);
+    }
+
+    void Score(const RowTable& rows, double* results) {
+        const int numRows = static_cast<int>(rows.numRows);
+        numTiles = (numRows + kTileRows - 1) / kTileRows;
+        // What is left of the last tile is filled with a row that is there.
+        for (int r = 0; r < numTiles * kTileRows; ++r) {
+            rowV[static_cast<size_t>(r)] = rows.Row(static_cast<size_t>(std::min(r, numRows - 1)));
+        }
+        totals.Begin();
+        int section = -1;
+        for (const Bundle& bundle : ensemble.bundleV) {
+            if (!bundle.IsCoded()) {
+                AddWalked(bundle);
+                continue;
+            }
+            if (section != bundle.section) CodeTiles(bundle.section);
+            section = bundle.section;
+            AddCoded(bundle);
+        }
+        totals.CopyResults(results, numRows);
+    }
+
+  private:
+    const double* const* TileRows(int tile) const { return rowV.data() + tile * kTileRows; }
+    int8_t* TileCodes(int tile) {
+        return codeV.data() + static_cast<size_t>(tile) * static_cast<size_t>(numBands) * kTileRows;
+    }
+
+    void CodeTiles(int section) {
+        const ThresholdCodes& codes = ensemble.sectionV[static_cast<size_t>(section)];
+        numBands = codes.NumBands();
+        for (int tile = 0; tile < numTiles; ++tile) {
+            codes.CodeTile(TileRows(tile), *ensemble.kernel, TileCodes(tile));
+        }
+    }
+
+    void AddCoded(const Bundle& bundle) {
+        alignas(kTileRows) uint8_t leafV[kBundleTrees * kTileRows];
+        const double* valueV[kBundleTrees];
+        for (int t = 0; t < bundle.numTrees; ++t) {
+            valueV[t] = ensemble.leafValueV.data() + bundle.firstLeaf +
+                        (static_cast<size_t>(t) << bundle.depth);
+        }
+        for (int tile = 0; tile < numTiles; ++tile) {
+            ensemble.kernel->findLeaves(ensemble.blockTreeV.data() + bundle.firstTree,
+                                        bundle.numTrees, TileCodes(tile), leafV);
+            AddTile(bundle, tile, leafV, valueV);
+        }
+    }
+
+    void AddWalked(const Bundle& bundle) {
+        uint32_t leafV[kBundleTrees * kTileRows];
+        const double* valueV[kBundleTrees];
+        std::fill_n(valueV, kBundleTrees, ensemble.walked.Values().data());
+        for (int tile = 0; tile < numTiles; ++tile) {
+            for (int t = 0; t < bundle.numTrees; ++t) {
+                uint32_t* const at = leafV + t * kTileRows;
+                std::fill_n(at, kTileRows,
+                            ensemble.rootV[bundle.firstTree + static_cast<size_t>(t)]);
+                ensemble.walked.Walk(TileRows(tile), at, kTileRows);
+            }
+            AddTile(bundle, tile, leafV, valueV);
+        }
+    }
+
+    template <typename Leaf>
+    void AddTile(const Bundle& bundle, int tile, const Leaf* leafV, const double* const* valueV) {
+        const double* const shrinkV = ensemble.shrinkV.data() + bundle.firstTree;
+        for (size_t k = bundle.firstPiece; k < bundle.endPiece; ++k) {
+            const GroupPiece& piece = ensemble.pieceV[k];
+            const int t = piece.firstTree;
+            totals.Add(piece, tile,
+                       PieceLeaves<Leaf>{leafV + t * kTileRows, valueV + t, shrinkV + t});
+        }
+    }
+
+    const CompiledEnsemble& ensemble;
+    std::vector<const double*> rowV;  // by row of the block
+    LineVector<int8_t> codeV;         // tile after tile
+    int numTiles = 0;
+    int numBands = 0;
+    Totals totals;
+};
+
+template <typename Totals>
+void ScoreBlocks(const CompiledEnsemble& ensemble, const RowTable& rows, double* results,
+                 int numThread, int maxTiles) {
+    const size_t blockRows = static_cast<size_t>(maxTiles) * kTileRows;
+    const size_t numBlocks = (rows.numRows + blockRows - 1) / blockRows;
+    WorkerPool pool;
+    // Where not all threads can be started, fewer do the same work.
+    static_cast<void>(
+        pool.Start(static_cast<int>(std::min(static_cast<size_t>(numThread), numBlocks))));
+    std::vector<BlockScorer<Totals>> scorerV;
+    for (int worker = 0; worker < pool.NumWorkers(); ++worker)
+        scorerV.emplace_back(ensemble, maxTiles);
+    pool.For(static_cast<int>(numBlocks), [&](int block, int worker) {
+        const size_t first = static_cast<size_t>(block) * blockRows;
+        const RowTable part = {rows.Row(first), std::min(blockRows, rows.numRows - first),
+                               rows.stride};
+        scorerV[static_cast<size_t>(worker)].Score(part, results + first);
+    });
+}
+
+}  // namespace
+
+void ScoreRows(const CompiledEnsemble& ensemble, const RowTable& rows, double* results,
+               int numThread) {
+    const size_t numVisits = rows.numRows * (ensemble.shrinkV.size() + 1);
+    const size_t mostThreads = 1 + numVisits / kVisitsPerThread;
+    // To ask for the processors takes as long as scoring some rows.
+    const int numAsked = numThread > 0 || mostThreads == 1 ? numThread : NumUsableCpus();
+    const int numWorkers =
+        static_cast<int>(std::min(static_cast<size_t>(std::max(numAsked, 1)), mostThreads));
+    // Enough blocks for all to end at about the same time.
+    const size_t tilesPerWorker = rows.numRows / kTileRows / static_cast<size_t>(numWorkers) / 4;
+    int maxTiles = static_cast<int>(std::clamp(tilesPerWorker, size_t{1}, size_t{kMaxTiles}));
+    if (ensemble.numClass == 0) {
+        ScoreBlocks<RegressionTotals>(ensemble, rows, results, numWorkers, maxTiles);
+        return;
+    }
+    maxTiles = std::min(maxTiles, std::max(kMaxCounts / kTileRows / ensemble.numClass, 1));
+    ScoreBlocks<VoteTotals>(ensemble, rows, results, numWorkers, maxTiles);
+}
+
+}  // namespace engine
+}  // namespace sylvora

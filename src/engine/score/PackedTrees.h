@@ -1,0 +1,58 @@
+// Trees in little memory: 32 bytes a node, one array per tree.
+#ifndef SYLVORA_ENGINE_SCORE_PACKEDTREES_H
+#define SYLVORA_ENGINE_SCORE_PACKEDTREES_H
+
+#include <algorithm>
+#include <cstddef>
+#include <memory>
+#include <vector>
+
+namespace sylvora {
+namespace engine {
+
+// What a model file says of a node; the words are those of NodeCR. A leaf may have a split and
+// children as well: they are kept, and mean nothing.
+struct PackedNode {
+    double splitElemFea = -1.0;
+    double avgPredict = -1000.0;
+    int splitFea = -1;
+    int lson = -1;  // counted from the tree's root, as is rson
+    int rson = -1;
+    bool fLeaf = true;
+    bool fNarrow = false;  // see NarrowSplit.h; false in a loaded tree
+
+    bool IsLeaf() const { return fLeaf; }
+};
+
+// One tree, the root first. Owns its nodes; not copyable.
+struct PackedTree {
+    PackedTree() = default;
+    // Copies `count` nodes. Throws std::bad_alloc.
+    PackedTree(const PackedNode* nodes, size_t count, int treeDepth)
+        : nodeV(count > 0 ? new PackedNode[count] : nullptr),
+          numNodes(static_cast<unsigned>(count)),
+          depth(treeDepth) {
+        std::copy(nodes, nodes + count, nodeV.get());
+    }
+
+    std::unique_ptr<PackedNode[]> nodeV;
+    unsigned numNodes = 0;
+    int depth = 0;  // as in TreeCR: 0 in a loaded tree
+};
+
+// The trees of an ensemble, group after group.
+struct PackedTrees {
+    std::vector<PackedTree> treeV;
+    std::vector<size_t> groupEndV;  // of each group: the number of trees up to its end
+
+    size_t NumGroups() const { return groupEndV.size(); }
+    size_t GroupBegin(size_t group) const { return group == 0 ? 0 : groupEndV[group - 1]; }
+    size_t GroupSize(size_t group) const { return groupEndV[group] - GroupBegin(group); }
+    // Makes a group of the trees behind the last one.
+    void EndGroup() { groupEndV.push_back(treeV.size()); }
+};
+
+}  // namespace engine
+}  // namespace sylvora
+
+#endif  // SYLVORA_ENGINE_SCORE_PACKEDTREES_H

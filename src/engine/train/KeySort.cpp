@@ -1,0 +1,61 @@
+// Sorting of (rank, item) keys; see KeySort.h.
+#include "KeySort.h"
+
+#include <algorithm>
+
+#include "base/LargeArray.h"
+
+namespace sylvora {
+namespace engine {
+namespace {
+
+constexpr size_t kFewKeys = 24;
+constexpr size_t kSomeKeys = 768;
+constexpr int kDigitBits = 11;
+
+// Where items rise within the keys as they come, comparing whole keys keeps equal ranks in order.
+template <typename Keys>
+void InsertionSort(Keys& keyV) {
+    for (size_t i = 1; i < keyV.size(); ++i) {
+        const uint64_t key = keyV[i];
+        size_t k = i;
+        for (; k > 0 && keyV[k - 1] > key; --k) keyV[k] = keyV[k - 1];
+        keyV[k] = key;
+    }
+}
+
+template <typename Keys>
+void SortByDigit(const Keys& from, Keys& to, uint32_t lowest, int shift) {
+    constexpr uint32_t kMask = (1u << kDigitBits) - 1;
+    size_t beginV[kMask + 1] = {};
+    for (const uint64_t key : from) ++beginV[((RankOf(key) - lowest) >> shift) & kMask];
+    size_t begin = 0;
+    for (size_t& entry : beginV) {
+        const size_t count = entry;
+        entry = begin;
+        begin += count;
+    }
+    for (const uint64_t key : from) to[beginV[((RankOf(key) - lowest) >> shift) & kMask]++] = key;
+}
+
+}  // namespace
+
+template <typename Keys>
+void SortKeys(Keys& keyV, Keys& other) {
+    if (keyV.size() <= kFewKeys) return InsertionSort(keyV);
+    if (keyV.size() <= kSomeKeys) return std::sort(keyV.begin(), keyV.end());
+    const auto [low, high] = std::minmax_element(keyV.begin(), keyV.end());
+    const uint32_t lowest = RankOf(*low);
+    const uint32_t range = RankOf(*high) - lowest;
+    other.resize(keyV.size());
+    for (int shift = 0; shift < 32 && (range >> shift) != 0; shift += kDigitBits) {
+        SortByDigit(keyV, other, lowest, shift);
+        keyV.swap(other);
+    }
+}
+
+template void SortKeys(std::vector<uint64_t>& keyV, std::vector<uint64_t>& other);
+template void SortKeys(LargeArray<uint64_t>& keyV, LargeArray<uint64_t>& other);
+
+}  // namespace engine
+}  // namespace sylvora

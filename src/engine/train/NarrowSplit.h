@@ -1,0 +1,22 @@
+// Splits whose threshold may not survive being written with six digits.
+#ifndef SYLVORA_ENGINE_TRAIN_NARROWSPLIT_H
+#define SYLVORA_ENGINE_TRAIN_NARROWSPLIT_H
+
+#include <algorithm>
+#include <cmath>
+
+namespace sylvora {
+namespace engine {
+
+// Whether the midpoint of two neighbouring values, rounded to six significant digits, may no longer
+// lie between them. Rounding moves a number by at most 5e-6 of its size; the bound leaves room for
+// the rounding of the midpoint and of this test.
+inline bool IsNarrow(double low, double high) {
+    constexpr double kMostRounding = 6e-6;
+    return !((high - low) * 0.5 > kMostRounding * std::max(std::fabs(low), std::fabs(high)));
+}
+
+}  // namespace engine
+}  // namespace sylvora
+
+#endif  // SYLVORA_ENGINE_TRAIN_NARROWSPLIT_H

@@ -1,0 +1,36 @@
+// The engine's figures; see Tuning.h.
+#include "Tuning.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <sstream>
+#include <string>
+
+#include "god/NumberParsing.h"
+
+namespace sylvora {
+namespace engine {
+
+Tuning CurrentTuning() {
+    Tuning tuning;
+    const char* text = std::getenv("SYLVORA_TUNING");
+    std::istringstream words(text != nullptr ? text : "");
+    for (std::string word; words >> word;) {
+        const size_t equals = word.find('=');
+        const std::string name = word.substr(0, equals);
+        int value = 0;
+        if (equals == std::string::npos || !ParseNumber(word.substr(equals + 1), value)) continue;
+        if (name == "smallNode") tuning.smallNode = value;
+        if (name == "mostBins") tuning.mostBins = value;
+        if (name == "rankBits") tuning.rankBits = std::clamp(value, 1, 16);
+        if (name == "fewKeys") tuning.fewKeys = value;
+        if (name == "directPercent") tuning.directPercent = value;
+        if (name == "chunkRows") tuning.chunkRows = std::max(value, 1);
+        if (name == "teamRows") tuning.teamRows = value;
+        if (name == "listPercent") tuning.listPercent = value;
+    }
+    return tuning;
+}
+
+}  // namespace engine
+}  // namespace sylvora

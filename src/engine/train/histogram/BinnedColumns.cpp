@@ -1,0 +1,295 @@
+// Coding of the training data; see Columns.h.
+#include "BinnedColumns.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+#include <unordered_map>
+
+#include "base/Chunks.h"
+#include "engine/train/ValueOrder.h"
+
+namespace sylvora {
+namespace engine {
+namespace {
+
+constexpr int kNarrowBins = 256;        // what a byte can tell apart
+constexpr int kFewestBins = 16;         // however many columns there are
+constexpr size_t kMostCells = 1 << 19;  // of a node's histogram, for wide data
+constexpr int kMostHeavy = 32;          // values that one row in so many shares have their own bin
+constexpr size_t kSlack = 16;           // codes behind the last row that may be read
+// Coarser histograms of nodes that do not sort have no fewer bins: 3 sqrt(512), see ShiftFor in
+// HistogramGrower.cpp and smallNode in Tuning.h.
+constexpr int kFewBins = 67;
+
+// The row number at which bin `bin` of `numBins` ideally begins.
+double IdealBegin(int bin, int numBins, double numRows) {
+    const double share = static_cast<double>(bin) / numBins;
+    const double tail = std::min(share, 1.0 - share);
+    const double begin = 2.0 * tail * tail * numRows;
+    return share <= 0.5 ? begin : numRows - begin;
+}
+
+// The distinct values of a column, by rank.
+class DistinctValues {
+  public:
+    // Those of `order`, which must stay as it is.
+    void Find(const ValueOrder& order) {
+        sorted = &order;
+        beginV.clear();
+        beginV.reserve(order.Count());
+        for (size_t i = 0; i < order.Count(); ++i) {
+            if (i == 0 || !order.IsEqualToPrevious(i)) beginV.push_back(static_cast<uint32_t>(i));
+        }
+    }
+
+    size_t Count() const { return beginV.size(); }
+    double Value(size_t rank) const { return sorted->Value(beginV[rank]); }
+    // The places in sorted order where the rows of a value begin and end.
+    size_t Begin(size_t rank) const { return beginV[rank]; }
+    size_t End(size_t rank) const {
+        return rank + 1 < beginV.size() ? beginV[rank + 1] : sorted->Count();
+    }
+    bool IsSeparableFromPrevious(size_t rank) const {
+        return IsSeparable(Value(rank - 1), Value(rank));
+    }
+
+  private:
+    const ValueOrder* sorted = nullptr;
+    LargeArray<uint32_t> beginV;
+};
+
+// The first rank of each bin, then the number of ranks. A value that many rows share, such as that
+// of an absent feature, has a bin of its own, and stays alone when bins are joined to coarser ones:
+// empty bins fill up its place.
+std::vector<uint32_t> CutBins(const DistinctValues& distinct, size_t numRows, int numBins) {
+    std::vector<uint32_t> firstV = {0};
+    const auto firstRank = [](size_t rank) { return static_cast<uint32_t>(rank); };
+    const double rows = static_cast<double>(numRows);
+    const size_t mostHeavy = static_cast<size_t>(std::min(numBins, kMostHeavy));
+    size_t numPlaces = 1;  // bins, own and empty, that such a value takes
+    while (numBins >= 2 * kFewBins * static_cast<int>(numPlaces)) numPlaces *= 2;
+    int bin = 1;
+    bool fHeavyBefore = false;
+    for (size_t r = 0; r < distinct.Count(); ++r) {
+        const size_t begin = distinct.Begin(r);
+        const bool fHeavy = (distinct.End(r) - begin) * mostHeavy >= numRows;
+        const bool fAlone = fHeavy || fHeavyBefore;
+        const bool fDue =
+            bin < numBins && IdealBegin(bin, numBins, rows) <= static_cast<double>(begin);
+        fHeavyBefore = fHeavy;
+        if (r == 0 || !(fDue || fAlone)) continue;
+        if (!distinct.IsSeparableFromPrevious(r)) continue;
+        while (fAlone && firstV.size() % numPlaces != 0) firstV.push_back(firstRank(r));
+        firstV.push_back(firstRank(r));
+        while (bin < numBins && IdealBegin(bin, numBins, rows) <= static_cast<double>(begin)) ++bin;
+    }
+    firstV.push_back(static_cast<uint32_t>(distinct.Count()));
+    return firstV;
+}
+
+int ChooseMostBins(int numRows, int numColumns, int mostBins) {
+    const double wanted = 4.0 * std::sqrt(static_cast<double>(numRows));
+    const size_t room = kMostCells / static_cast<size_t>(std::max(numColumns, 1));
+    const double bound = std::min(std::max(wanted, 1.0 * kNarrowBins),
+                                  std::max(static_cast<double>(room), 1.0 * kFewestBins));
+    return std::min(static_cast<int>(bound), mostBins);
+}
+
+void DescribeBins(const DistinctValues& distinct, Column& c) {
+    c.fClean = true;
+    c.fCleanBinV.assign(static_cast<size_t>(c.numBins), 1);
+    for (size_t bin = 0; bin < c.fCleanBinV.size(); ++bin) {
+        const size_t first = c.binFirstRankV[bin];
+        c.binValueV.push_back(distinct.Value(first));
+        for (size_t r = first; r < c.binFirstRankV[bin + 1]; ++r) {
+            if (r == 0 || distinct.IsSeparableFromPrevious(r)) continue;
+            c.fClean = false;
+            if (r > first) c.fCleanBinV[bin] = 0;
+        }
+    }
+}
+
+// The first rank of each byte of a wide column, then the number of ranks.
+std::vector<uint32_t> ByteFirsts(const Column& c) {
+    std::vector<uint32_t> firstV;
+    for (int bin = 0; bin < c.numBins; bin += 1 << c.byteShift) {
+        firstV.push_back(c.binFirstRankV[static_cast<size_t>(bin)]);
+    }
+    firstV.push_back(c.binFirstRankV.back());
+    return firstV;
+}
+
+void AssignRanks(const ValueOrder& sorted, const DistinctValues& distinct, int rankBits,
+                 Column& c) {
+    const std::vector<uint32_t> firstV =
+        c.fNarrow ? c.binFirstRankV : ByteFirsts(c);  // of a narrow column, byte and rank are one
+    c.byteV.resize(sorted.Count());
+    if (!c.fNarrow) c.ranks = RowRanks(firstV, sorted.Count(), rankBits);
+    size_t byte = 0;
+    for (size_t r = 0; r < distinct.Count(); ++r) {
+        const uint32_t rank = static_cast<uint32_t>(r);
+        while (firstV[byte + 1] <= rank) ++byte;
+        for (size_t i = distinct.Begin(r); i < distinct.End(r); ++i) {
+            const size_t row = sorted.Row(i);
+            c.byteV[row] = static_cast<uint8_t>(byte);
+            if (!c.fNarrow) c.ranks.Set(row, byte, rank);
+        }
+    }
+}
+
+// The bin of a rank. A first guess is looked up, by the rank in steps.
+class BinFinder {
+  public:
+    explicit BinFinder(const Column& column) : firstV(column.binFirstRankV.data()) {
+        while ((column.binFirstRankV.back() >> step) >= kSteps) ++step;
+        const uint32_t numSteps = (column.binFirstRankV.back() >> step) + 1;
+        uint16_t bin = 0;
+        for (uint32_t s = 0; s < numSteps; ++s) {
+            while (bin + 1 < column.numBins && firstV[bin + 1] <= s << step) ++bin;
+            guessV.push_back(bin);
+        }
+    }
+
+    uint16_t Find(uint32_t rank) const {
+        uint16_t bin = guessV[rank >> step];
+        while (firstV[bin + 1u] <= rank) ++bin;
+        return bin;
+    }
+
+  private:
+    static constexpr uint32_t kSteps = 4096;
+
+    const uint32_t* firstV;
+    int step = 0;
+    std::vector<uint16_t> guessV;
+};
+
+}  // namespace
+
+// What a worker needs to code a column.
+struct BinnedColumns::Room {
+    ValueOrder sorted;
+    DistinctValues distinct;
+};
+
+BinnedColumns::BinnedColumns(const double* const* rows, int numRow, int numColumn,
+                             const Tuning& tuning, WorkerPool& pool)
+    : rowV(rows),
+      numRows(numRow),
+      maxBins(ChooseMostBins(numRow, numColumn, tuning.mostBins)),
+      columnV(static_cast<size_t>(numColumn)) {
+    const std::vector<uint64_t> hashV = CodeColumns(tuning.rankBits, pool);
+    if (fNan) return;
+    PlaceColumns();
+    FillRowCodes(pool);
+    FindTwins(hashV);
+}
+
+// Returns a hash of each column's ranks. What it takes to sort is gone when the rows are coded.
+std::vector<uint64_t> BinnedColumns::CodeColumns(int rankBits, WorkerPool& pool) {
+    std::atomic<bool> fFoundNan{false};
+    std::vector<uint64_t> hashV(columnV.size());
+    std::vector<Room> roomV(static_cast<size_t>(pool.NumWorkers()));
+    pool.For(NumColumns(), [&](int column, int worker) {
+        if (CodeColumn(column, rankBits, roomV[static_cast<size_t>(worker)])) {
+            hashV[static_cast<size_t>(column)] = HashRanks(column);
+        } else {
+            fFoundNan = true;
+        }
+    });
+    fNan = fFoundNan;
+    return hashV;
+}
+
+// False when the column holds a NaN.
+bool BinnedColumns::CodeColumn(int column, int rankBits, Room& room) {
+    ValueOrder& sorted = room.sorted;
+    DistinctValues& distinct = room.distinct;
+    if (!sorted.Load(rowV, numRows, column)) return false;
+    distinct.Find(sorted);
+    Column& c = columnV[static_cast<size_t>(column)];
+    if (distinct.Count() > static_cast<size_t>(maxBins)) {
+        c.binFirstRankV = CutBins(distinct, sorted.Count(), maxBins);
+    }
+    // Heavy values may have led to more bins than there are values.
+    c.fExact = c.binFirstRankV.empty() || distinct.Count() < c.binFirstRankV.size();
+    c.fNarrow = c.fExact && distinct.Count() <= kNarrowBins;
+    if (c.fExact) {
+        c.binFirstRankV.resize(distinct.Count() + 1);
+        std::iota(c.binFirstRankV.begin(), c.binFirstRankV.end(), 0u);
+    }
+    c.numBins = static_cast<int>(c.binFirstRankV.size()) - 1;
+    DescribeBins(distinct, c);
+    while (((c.numBins - 1) >> c.byteShift) >= kNarrowBins) ++c.byteShift;
+    AssignRanks(sorted, distinct, rankBits, c);
+    return true;
+}
+
+void BinnedColumns::PlaceColumns() {
+    for (int column = 0; column < NumColumns(); ++column) {
+        Column& c = columnV[static_cast<size_t>(column)];
+        std::vector<int>& places = c.fNarrow ? narrowV : wideV;
+        c.place = static_cast<int>(places.size());
+        places.push_back(column);
+    }
+    for (int shift = 0; shift == 0 || (maxBins >> shift) > 0; ++shift) {
+        size_t numCells = 0;
+        for (Column& c : columnV) {
+            c.firstCellV.push_back(numCells);
+            numCells += static_cast<size_t>(c.NumBins(shift));
+        }
+        numCellsV.push_back(numCells);
+    }
+    narrowRows.stride = (narrowV.size() + 15) / 16 * 16;
+    wideRows.stride = (wideV.size() + 7) / 8 * 8;
+}
+
+void BinnedColumns::FillRowCodes(WorkerPool& pool) {
+    narrowRows.codeV.resize(static_cast<size_t>(numRows) * narrowRows.stride + kSlack);
+    wideRows.codeV.resize(static_cast<size_t>(numRows) * wideRows.stride + kSlack);
+    std::vector<BinFinder> finderV;
+    for (const int column : wideV) finderV.emplace_back(At(column));
+    const Chunks chunks = {numRows, 4096};
+    pool.For(chunks.Num(), [&](int chunk, int) {
+        const size_t end = static_cast<size_t>(chunks.End(chunk));
+        for (size_t row = static_cast<size_t>(chunks.Begin(chunk)); row < end; ++row) {
+            uint8_t* narrow = narrowRows.codeV.data() + row * narrowRows.stride;
+            for (const int column : narrowV) *narrow++ = At(column).byteV[row];
+            uint16_t* wide = wideRows.codeV.data() + row * wideRows.stride;
+            for (size_t k = 0; k < wideV.size(); ++k) {
+                const Column& column = At(wideV[k]);
+                wide[k] = finderV[k].Find(column.ranks.At(row, column.byteV[row]));
+            }
+        }
+    });
+}
+
+uint64_t BinnedColumns::HashRanks(int column) const {
+    uint64_t hash = 1469598103934665603u;
+    const auto mix = [&hash](uint64_t rank) { hash = (hash ^ rank) * 1099511628211u; };
+    for (int row = 0; row < numRows; ++row) mix(Rank(column, row));
+    return hash;
+}
+
+// Columns of equal ranks sort equally, so a node scores their cuts equally to the last bit; if both
+// are clean, the cuts are the same too.
+void BinnedColumns::FindTwins(const std::vector<uint64_t>& hashV) {
+    std::unordered_map<uint64_t, std::vector<int>> byHash;
+    for (int column = 0; column < NumColumns(); ++column) {
+        Column& c = columnV[static_cast<size_t>(column)];
+        c.twin = column;
+        if (!c.fClean) continue;
+        std::vector<int>& sameV = byHash[hashV[static_cast<size_t>(column)]];
+        for (const int other : sameV) {
+            if (At(other).byteV == c.byteV && At(other).ranks == c.ranks) {
+                c.twin = other;
+                break;
+            }
+        }
+        if (c.twin == column) sameV.push_back(column);
+    }
+}
+
+}  // namespace engine
+}  // namespace sylvora

@@ -1,0 +1,81 @@
+// Histograms of a node: for each bin of each column the sums over the node's rows.
+#ifndef SYLVORA_ENGINE_TRAIN_HISTOGRAM_HISTOGRAM_H
+#define SYLVORA_ENGINE_TRAIN_HISTOGRAM_HISTOGRAM_H
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "BinnedColumns.h"
+#include "engine/train/FixedPoint.h"
+#include "engine/train/RowSets.h"
+
+namespace sylvora {
+namespace engine {
+
+// One cell per bin of every column, one column after the other. Coarse histograms join 2^shift
+// neighbouring bins of the columns that are not exact.
+struct Histogram {
+    std::vector<Cell> cellV;
+    int shift = 0;
+
+    const Cell* Of(const Column& column) const { return cellV.data() + FirstCell(column); }
+    Cell* Of(const Column& column) { return cellV.data() + FirstCell(column); }
+    size_t FirstCell(const Column& column) const {
+        return column.firstCellV[static_cast<size_t>(shift)];
+    }
+    // Bins that the column has at this resolution.
+    int NumBins(const Column& column) const { return column.NumBins(shift); }
+    // Whether every change of rank inside a bin is a cut.
+    bool IsClean(const Column& column, int bin) const {
+        const int last = column.fExact ? bin + 1 : std::min((bin + 1) << shift, column.numBins);
+        for (int b = column.fExact ? bin : bin << shift; b < last; ++b) {
+            if (column.fCleanBinV[static_cast<size_t>(b)] == 0) return false;
+        }
+        return true;
+    }
+    // The first rank of a bin at this resolution; for NumBins, the number of ranks.
+    uint32_t FirstRank(const Column& column, int bin) const {
+        if (column.fExact) return static_cast<uint32_t>(bin);
+        const size_t fine = static_cast<size_t>(bin) << shift;
+        const size_t last = static_cast<size_t>(column.numBins);
+        return column.binFirstRankV[fine < last ? fine : last];
+    }
+};
+
+// Fills histograms block by block: the codes of a block are transposed into columns, unless they
+// lie so, then two columns at a time run over the block with each row's cell in a register. One per
+// worker.
+class HistogramFiller {
+  public:
+    explicit HistogramFiller(const BinnedColumns& data);
+
+    // Adds the rows to the cells of the chosen columns. Ascending rows are the quickest.
+    void Add(const RowSet& rows, const FixedPoint& fixed, const std::vector<int>& columns,
+             Histogram& histogram);
+
+  private:
+    void LoadCells(const RowSet& rows, int begin, int count, const FixedPoint& fixed);
+    template <typename Code>
+    void Transpose(const RowCodes<Code>& codes, const int* rowV, int count, Code* tile);
+    void AddBlock(const int* rowV, int count, const std::vector<int>& columns,
+                  Histogram& histogram);
+    template <typename Code, typename CodesOf>
+    void AddColumns(int count, const std::vector<int>& columns, const CodesOf& codesOf,
+                    Histogram& histogram);
+
+    const BinnedColumns& data;
+    const int blockRows;      // rows of a block
+    const size_t tileStride;  // from one column of a tile to the next: not a power of two, or they
+                              // would share cache sets
+    std::vector<Cell> cellV;  // of the block's rows
+    std::vector<Cell> oddV;   // zeros; the columns at hand count rows at odd places here
+    std::vector<uint8_t> narrowTile;
+    std::vector<uint16_t> wideTile;
+};
+
+}  // namespace engine
+}  // namespace sylvora
+
+#endif  // SYLVORA_ENGINE_TRAIN_HISTOGRAM_HISTOGRAM_H

@@ -1,0 +1,135 @@
+// The histograms of a growing tree; see HistogramPool.h.
+#include "HistogramPool.h"
+
+#include <algorithm>
+#include <numeric>
+#include <utility>
+
+#include "god/Workers.h"
+
+namespace sylvora {
+namespace engine {
+namespace {
+
+void AddCells(Cell* to, const Cell* from, size_t count) {
+    for (size_t c = 0; c < count; ++c) to[c] += from[c];
+}
+
+void SubtractCells(Cell* to, const Cell* from, size_t count) {
+    for (size_t c = 0; c < count; ++c) to[c] -= from[c];
+}
+
+RowSet Stretch(const RowSet& rows, int begin, int end) {
+    const bool fOwn = rows.ownGradV != nullptr;
+    return {rows.rowV + begin,
+            end - begin,
+            rows.gradV,
+            rows.weightV,
+            fOwn ? rows.ownGradV + begin : nullptr,
+            fOwn && rows.weightV != nullptr ? rows.ownWeightV + begin : nullptr};
+}
+
+}  // namespace
+
+HistogramPool::HistogramPool(const BinnedColumns& columns, const FixedPoint& fixedPoint,
+                             WorkerPool& workers, int rowsOfChunk)
+    : data(columns), fixed(fixedPoint), pool(workers), chunkRows(std::max(rowsOfChunk, 1)) {
+    allColumnV.resize(static_cast<size_t>(data.NumColumns()));
+    std::iota(allColumnV.begin(), allColumnV.end(), 0);
+    for (int w = 0; w < pool.NumWorkers(); ++w) {
+        fillerV.push_back(std::make_unique<HistogramFiller>(data));
+    }
+}
+
+// The one with the least room that is enough, so that few are ever as large as the finest.
+std::unique_ptr<Histogram> HistogramPool::TakeFree(size_t numCells) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    const auto roomOf = [](const std::unique_ptr<Histogram>& free) {
+        return free->cellV.capacity();
+    };
+    auto best = freeV.end();
+    for (auto free = freeV.begin(); free != freeV.end(); ++free) {
+        if (roomOf(*free) < numCells) continue;
+        if (best == freeV.end() || roomOf(*free) <= roomOf(*best)) best = free;
+    }
+    if (best == freeV.end()) return nullptr;
+    std::unique_ptr<Histogram> histogram = std::move(*best);
+    freeV.erase(best);
+    return histogram;
+}
+
+std::unique_ptr<Histogram> HistogramPool::Take(int shift) {
+    const size_t numCells = data.NumCells(shift);
+    std::unique_ptr<Histogram> histogram = TakeFree(numCells);
+    if (!histogram) histogram = std::make_unique<Histogram>();
+    histogram->shift = shift;
+    histogram->cellV.assign(numCells, Cell());
+    return histogram;
+}
+
+void HistogramPool::GiveBack(std::unique_ptr<Histogram> histogram) {
+    if (!histogram) return;
+    const std::lock_guard<std::mutex> lock(mutex);
+    freeV.push_back(std::move(histogram));
+}
+
+std::unique_ptr<Histogram> HistogramPool::Count(const RowSet& rows, int shift,
+                                                HistogramFiller& filler) {
+    std::unique_ptr<Histogram> histogram = Take(shift);
+    filler.Add(rows, fixed, allColumnV, *histogram);
+    return histogram;
+}
+
+// Each worker counts the stretches that it gets into a histogram of its own; the sums of all are
+// the same whoever counted what.
+std::unique_ptr<Histogram> HistogramPool::CountShared(const RowSet& rows, int shift) {
+    // As many stretches for each worker, of about the length that is counted at once.
+    const int perWorker = (rows.count - 1) / (pool.NumWorkers() * chunkRows) + 1;
+    const int numChunks = perWorker * pool.NumWorkers();
+    std::vector<std::unique_ptr<Histogram>> partV(static_cast<size_t>(pool.NumWorkers()));
+    pool.For(numChunks, [&](int chunk, int worker) {
+        std::unique_ptr<Histogram>& part = partV[static_cast<size_t>(worker)];
+        if (!part) part = Take(shift);
+        FillerOf(worker).Add(Stretch(rows, PartBegin(rows.count, numChunks, chunk),
+                                     PartBegin(rows.count, numChunks, chunk + 1)),
+                             fixed, allColumnV, *part);
+    });
+    partV.erase(std::remove(partV.begin(), partV.end(), nullptr), partV.end());
+    Histogram& sum = *partV[0];
+    pool.For(data.NumColumns(), [&](int id, int) {
+        const Column& column = data.At(id);
+        const size_t count = static_cast<size_t>(sum.NumBins(column));
+        for (size_t p = 1; p < partV.size(); ++p) {
+            AddCells(sum.Of(column), partV[p]->Of(column), count);
+        }
+    });
+    for (size_t p = 1; p < partV.size(); ++p) GiveBack(std::move(partV[p]));
+    return std::move(partV[0]);
+}
+
+// Columns and bins move to the front, so a cell is read before another one gets its place.
+void HistogramPool::Coarsen(Histogram& histogram, int shift) const {
+    if (shift == histogram.shift) return;
+    for (int id = 0; id < data.NumColumns(); ++id) {
+        const Column& column = data.At(id);
+        const int joinedBits = column.fExact ? 0 : shift - histogram.shift;
+        const Cell* from = histogram.Of(column);
+        Cell* to = histogram.cellV.data() + column.firstCellV[static_cast<size_t>(shift)];
+        const int numBins = histogram.NumBins(column);
+        for (int bin = 0; bin < numBins; ++bin) {
+            const int joined = bin >> joinedBits;
+            const Cell cell = from[bin];
+            if (joined << joinedBits == bin) to[joined] = Cell();
+            to[joined] += cell;
+        }
+    }
+    histogram.shift = shift;
+    histogram.cellV.resize(data.NumCells(shift));
+}
+
+void HistogramPool::Subtract(Histogram& whole, const Histogram& part) const {
+    SubtractCells(whole.cellV.data(), part.cellV.data(), data.NumCells(whole.shift));
+}
+
+}  // namespace engine
+}  // namespace sylvora

@@ -1,0 +1,163 @@
+// Lists of rows in the order of columns; see SortedColumns.h.
+#include "SortedColumns.h"
+
+#include <algorithm>
+#include <atomic>
+
+#include "engine/train/KeySort.h"
+#include "engine/train/Separable.h"
+
+namespace sylvora {
+namespace engine {
+namespace {
+
+constexpr uint32_t kAbsent = kRise - 1;
+constexpr int kLineEntries = 64 / sizeof(Entry);
+constexpr int kKeysAhead = 32;
+constexpr int kAhead = 6 * kLineEntries;
+
+}  // namespace
+
+std::unique_ptr<SortedColumns> SortedColumns::Make(const Matrix& data, bool fKept,
+                                                   WorkerPool& pool) {
+    if (fKept) return std::make_unique<KeptLists>(data, pool);
+    return std::make_unique<SortedLists>(data, pool);
+}
+
+template <typename Visit>
+void SortedColumns::SortColumns(WorkerPool& pool, const Visit& visit) {
+    std::atomic<bool> fFoundNan{false};
+    std::vector<ValueOrder> sortedV(static_cast<size_t>(pool.NumWorkers()));
+    pool.For(matrix.numColumns, [&](int column, int worker) {
+        ValueOrder& sorted = sortedV[static_cast<size_t>(worker)];
+        if (!sorted.Load(matrix.rowV, matrix.numRows, column)) {
+            fFoundNan = true;
+            return;
+        }
+        fCleanV[static_cast<size_t>(column)] = IsCleanOrder(sorted);
+        visit(static_cast<size_t>(column), sorted);
+    });
+    fNan = fFoundNan;
+}
+
+bool SortedColumns::IsCleanOrder(const ValueOrder& sorted) {
+    if (sorted.Count() == 0) return true;
+    double previous = sorted.Value(0);
+    for (size_t i = 1; i < sorted.Count(); ++i) {
+        const double value = sorted.Value(i);
+        if (!sorted.IsEqualToPrevious(i) && !IsSeparable(previous, value)) return false;
+        previous = value;
+    }
+    return true;
+}
+
+KeptLists::KeptLists(const Matrix& data, WorkerPool& pool)
+    : SortedColumns(data), orderVV(static_cast<size_t>(data.numColumns)) {
+    SortColumns(pool, [this](size_t column, const ValueOrder& sorted) {
+        LargeArray<Entry>& orderV = orderVV[column];
+        orderV.resize(sorted.Count());
+        for (size_t i = 0; i < orderV.size(); ++i) {
+            const bool fRise = i > 0 && !sorted.IsEqualToPrevious(i);
+            orderV[i] = static_cast<Entry>(sorted.Row(i)) | (fRise ? kRise : 0);
+        }
+    });
+}
+
+void KeptLists::Take(const int* indexV, int num, WorkerPool& pool) {
+    // An odd number of cache lines apart, so that the same stretch of all columns does not compete
+    // for one place in the cache; with room for what TakeColumn writes past the end.
+    const size_t numLines = static_cast<size_t>(num / kLineEntries) + 1;
+    stride = (numLines | 1) * kLineEntries;
+    entryV.resize(stride * static_cast<size_t>(Data().numColumns));
+    positionV.assign(static_cast<size_t>(Data().numRows), kAbsent);
+    for (int i = 0; i < num; ++i) {
+        positionV[static_cast<size_t>(indexV[i])] = static_cast<uint32_t>(i);
+    }
+    pool.For(Data().numColumns, [&](int column, int) { TakeColumn(column); });
+}
+
+// An entry that is left out hands its rise on to the next one that is not.
+void KeptLists::TakeColumn(int column) {
+    Entry* to = entryV.data() + static_cast<size_t>(column) * stride;
+    Entry rise = 0;
+    for (const Entry entry : orderVV[static_cast<size_t>(column)]) {
+        const uint32_t position = positionV[PositionOf(entry)];
+        rise |= entry & kRise;
+        *to = position | rise;
+        const bool fPresent = position != kAbsent;
+        to += fPresent;
+        rise = fPresent ? 0 : rise;
+    }
+}
+
+// Both parts are written at every step, one of them for good: there is nothing to predict. Writing
+// to the front is safe because no more entries have been written than read.
+void KeptLists::Part(int column, const NodeRows& rows, const uint32_t* toV, int middle,
+                     Entry* other) {
+    const int count = rows.count;
+    Entry* const list =
+        entryV.data() + static_cast<size_t>(column) * stride + static_cast<size_t>(rows.begin);
+    const uint32_t* const toOf = toV - rows.begin;
+    const uint32_t firstRight = static_cast<uint32_t>(middle);
+    // The next node's stretch follows in each column: too many runs for the processor to foresee.
+    const std::ptrdiff_t numBehind = entryV.data() + entryV.size() - (list + count);
+    const std::ptrdiff_t numAhead =
+        std::min<std::ptrdiff_t>(std::min(count, kAhead) + kLineEntries, numBehind);
+    for (std::ptrdiff_t i = kLineEntries; i < numAhead; i += kLineEntries) {
+        __builtin_prefetch(list + count + i);
+    }
+    Entry* left = list;
+    Entry* right = other;
+    Entry riseL = 0;
+    Entry riseR = 0;
+    for (int i = 0; i < count; ++i) {
+        const Entry entry = list[i];
+        const uint32_t to = toOf[PositionOf(entry)];
+        const bool fLeft = to < firstRight;
+        riseL |= entry & kRise;
+        riseR |= entry & kRise;
+        *left = to | riseL;
+        *right = to | riseR;
+        left += fLeft;
+        right += !fLeft;
+        riseL = fLeft ? 0 : riseL;
+        riseR = fLeft ? riseR : 0;
+    }
+    std::copy(other, right, left);
+}
+
+SortedLists::SortedLists(const Matrix& data, WorkerPool& pool)
+    : SortedColumns(data), rankVV(static_cast<size_t>(data.numColumns)) {
+    SortColumns(pool, [this](size_t column, const ValueOrder& sorted) {
+        LargeArray<uint32_t>& rankV = rankVV[column];
+        rankV.resize(sorted.Count());
+        uint32_t rank = 0;
+        for (size_t i = 0; i < rankV.size(); ++i) {
+            if (i > 0 && !sorted.IsEqualToPrevious(i)) ++rank;
+            rankV[sorted.Row(i)] = rank;
+        }
+    });
+}
+
+const Entry* SortedLists::List(int column, const NodeRows& rows, ListRoom& room,
+                               Entry* made) const {
+    const uint32_t* const rankV = rankVV[static_cast<size_t>(column)].data();
+    const int* const rowV = rows.rowV.data() + rows.begin;
+    std::vector<uint64_t>& keyV = room.keyV;
+    keyV.resize(static_cast<size_t>(rows.count));
+    for (int i = 0; i < rows.count; ++i) {
+        __builtin_prefetch(rankV + rowV[std::min(i + kKeysAhead, rows.count - 1)]);
+        keyV[static_cast<size_t>(i)] = KeyOf(rankV[rowV[i]], rows.begin + i);
+    }
+    SortKeys(keyV, room.otherV);
+    uint32_t previous = 0;
+    for (size_t i = 0; i < keyV.size(); ++i) {
+        const uint32_t rank = RankOf(keyV[i]);
+        made[i] = static_cast<Entry>(ItemOf(keyV[i])) | (rank != previous ? kRise : 0);
+        previous = rank;
+    }
+    return made;
+}
+
+}  // namespace engine
+}  // namespace sylvora

@@ -1,0 +1,91 @@
+// Loops of the worker pool within each other, tasks aside, and what becomes of exceptions.
+#include "base/WorkerPool.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <optional>
+#include <stdexcept>
+#include <vector>
+
+namespace sylvora::tests {
+namespace {
+
+class WorkerPools : public testing::TestWithParam<int> {
+  protected:
+    void SetUp() override { ASSERT_EQ(pool.Start(GetParam()), 0); }
+
+    WorkerPool pool;
+};
+
+INSTANTIATE_TEST_SUITE_P(Threads, WorkerPools, testing::Values(1, 2, 5));
+
+// Whoever joins a loop within a task keeps its own number, and no number is at two tasks at once.
+TEST_P(WorkerPools, RunEachIndexOnceByOneWorkerAtATime) {
+    constexpr int kOuter = 7;
+    constexpr int kInner = 40;
+    std::vector<std::atomic<int>> runV(kOuter * kInner);
+    std::vector<std::atomic<int>> atWorkV(static_cast<size_t>(pool.NumWorkers()));
+    std::atomic<int> numClashes{0};
+    for (int repeat = 0; repeat < 50; ++repeat) {
+        pool.For(kOuter, [&](int outer, int) {
+            std::atomic<int> numAside{0};
+            const BackgroundTask aside(pool, [&] { ++numAside; });
+            pool.For(kInner, [&](int inner, int worker) {
+                std::atomic<int>& atWork = atWorkV.at(static_cast<size_t>(worker));
+                if (atWork++ != 0) ++numClashes;
+                ++runV[static_cast<size_t>(outer * kInner + inner)];
+                --atWork;
+            });
+        });
+    }
+    EXPECT_EQ(numClashes, 0);
+    for (const std::atomic<int>& run : runV) EXPECT_EQ(run, 50);
+}
+
+TEST_P(WorkerPools, ThrowOnceAllHaveEnded) {
+    for (int repeat = 0; repeat < 20; ++repeat) {
+        std::atomic<int> numAtWork{0};
+        std::atomic<int> numAside{0};
+        const auto run = [&] {
+            pool.For(5, [&](int outer, int) {
+                const BackgroundTask aside(pool, [&] { ++numAside; });
+                pool.For(30, [&](int inner, int) {
+                    ++numAtWork;
+                    const bool fThrow = outer == 3 && inner == 17;
+                    --numAtWork;
+                    if (fThrow) throw std::runtime_error("seventeen");
+                });
+            });
+        };
+        EXPECT_THROW(run(), std::runtime_error);
+        EXPECT_EQ(numAtWork, 0);
+        EXPECT_GT(numAside, 0);
+        BackgroundTask aside(pool, [] { throw std::out_of_range("aside"); });
+        EXPECT_THROW(aside.Await(), std::out_of_range);
+    }
+}
+
+TEST_P(WorkerPools, GrowBetweenLoops) {
+    std::atomic<int> sum{0};
+    for (int more = 0; more < 3; ++more) {
+        ASSERT_EQ(pool.Start(GetParam() + more), 0);
+        EXPECT_EQ(pool.NumWorkers(), GetParam() + more);
+        pool.For(100, [&](int index, int) { sum += index; });
+    }
+    EXPECT_EQ(sum, 3 * 4950);
+}
+
+// The owner ends its task without having waited for a helper to begin it.
+TEST_P(WorkerPools, FinishTasksAsideThatNobodyAwaits) {
+    int numDone = 0;
+    for (int repeat = 0; repeat < 200; ++repeat) {
+        std::optional<BackgroundTask> aside;
+        aside.emplace(pool, [&] { ++numDone; });
+        aside.reset();
+        EXPECT_EQ(numDone, repeat + 1);
+    }
+}
+
+}  // namespace
+}  // namespace sylvora::tests
