@@ -52,6 +52,11 @@ int TryOutput(const NamedPath& output, const std::vector<NamedPath>& otherV) {
 
 }  // namespace
 
+int RefuseEndless(const NamedPath& input) {
+    if (!IsEndless(input.path)) return 0;
+    return Fail("ERROR: ", input.parameter, " ", input.path, ": is a device, a file is wanted\n");
+}
+
 int RequirePath(const NamedPath& wanted, const std::string& purpose) {
     if (!wanted.path.empty()) return 0;
     return Fail("ERROR: ", wanted.parameter, " is not set: name ", purpose, "\n");
@@ -64,9 +69,7 @@ int CheckFiles(const Command& command, const std::vector<NamedPath>& outputV) {
                                      {"fileDev", cfg.fileDev},
                                      {"labelTran", cfg.fileTran}};
     for (const NamedPath& input : otherV) {
-        if (!IsEndless(input.path)) continue;
-        return Fail("ERROR: ", input.parameter, " ", input.path,
-                    ": is a device, a file is wanted\n");
+        if (RefuseEndless(input) != 0) return -1;
     }
     otherV.push_back({"the configuration file", command.fileCfg});
     otherV.push_back({"fileModel", cfg.fileModel});

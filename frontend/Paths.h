@@ -17,6 +17,9 @@ struct NamedPath {
 // Checks that `wanted` was given. `purpose` says what it is for. Returns 0, or -1 after a message.
 [[nodiscard]] int RequirePath(const NamedPath& wanted, const std::string& purpose);
 
+// Refuses a device that might never end, such as /dev/zero. Returns 0, or -1 after a message.
+[[nodiscard]] int RefuseEndless(const NamedPath& input);
+
 // Checks, without changing anything, that no data file or label map is a device that might never
 // end, that every output can be written and that none of them would overwrite another file of the
 // command. Returns 0, or -1 after a message.

@@ -6,6 +6,7 @@
 #include "Modes.h"
 #include "Paths.h"
 #include "Scoring.h"
+#include "god/Report.h"
 #include "reading/DataFile.h"
 #include "reading/DataSet.h"
 #include "reading/ReadingNotices.h"
@@ -77,6 +78,8 @@ int ScoreRows(const DataFile& file, const LineRules& rules, const CheckCfgCLS& c
     // Before memory is taken for a row: a model that cannot be scored may claim any number of
     // columns.
     if (scorer.Score(nullptr, 0) != 0) return -1;
+    if (model.getTreeNum() == 0)
+        return Fail("ERROR: fileModel ", cfg.fileModel, ": holds no trees\n");
     Batch batch(file, rules, std::min(scorer.BatchRows(), static_cast<size_t>(file.NumRows())));
     RowCounts counts;
     for (long row = 0; row < file.NumRows(); row += static_cast<long>(batch.NumRows())) {

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 
 #include "StopSignals.h"
 #include "god/Report.h"
@@ -14,7 +15,7 @@ namespace {
 constexpr std::chrono::milliseconds kBetweenDrawings(125);
 
 std::string Duration(double seconds) {
-    const long whole = static_cast<long>(seconds + 0.5);
+    const long whole = std::lround(seconds);
     const long minutes = whole / 60;
     if (minutes == 0) return Text(whole, " s");
     if (minutes < 60) return Text(minutes, " min ", whole % 60, " s");

@@ -3,7 +3,9 @@
 #include <cmath>
 #include <cstring>
 #include <deque>
+#include <filesystem>
 #include <limits>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -57,6 +59,15 @@ int CheckPaths(const Command& command) {
         return -1;
     }
     const bool fScores = !cfg.fileTest.empty();
+    std::error_code unknown;
+    if (fScores && std::filesystem::exists(cfg.fileModel, unknown) &&
+        !std::filesystem::is_regular_file(cfg.fileModel, unknown) &&
+        !std::filesystem::is_directory(cfg.fileModel, unknown)) {
+        return Fail(
+            "ERROR: fileModel ", cfg.fileModel,
+            ": is no regular file, and the model is read again to score fileTest; leave out "
+            "fileTest\n");
+    }
     if (!fScores && !cfg.filePred.empty()) {
         Warn("WARNING: filePred ", cfg.filePred, ": stays as it is without fileTest\n");
     }
@@ -225,16 +236,16 @@ int ReportRounding(const CheckCfgCLS& cfg, const TreeLearner& trained) {
     rounding_effect_t effect;
     if (cfg.digits != kFewDigits) return 0;
     if (trained.MeasureRounding(effect, AskedThreads(cfg)) != 0) return -1;
-    if (effect.numRows == 0) return 0;
+    if (!effect.fCrossed) return 0;
     Warn("Notice: fileModel ", cfg.fileModel, ": thresholds are rounded to six digits, with which ",
-         100.0 * effect.numRows / trained.sampleSize,
+         effect.fAtLeast ? "at least " : "", 100.0 * effect.numRows / trained.sampleSize,
          " % of the training rows reach another leaf and a score changes by up to ",
          effect.largestChange, "; digits = 17 writes them in full\n");
     return 0;
 }
 
 int ReportTest(const CheckCfgCLS& cfg, TreeLearner& trained) {
-    trained.ReleaseTrees();  // makes room for the model as it was written
+    static_cast<void>(trained.ReleaseTrees());  // makes room for the model as it was written
     TreeLearner model;
     ScoredSet set;
     if (LoadModel(cfg.fileModel, model) != 0 || ScoreTest(trained, model, set) != 0) return -1;

@@ -16,6 +16,7 @@
 #include "ConfigHints.h"
 #include "Help.h"
 #include "Modes.h"
+#include "Paths.h"
 #include "StopSignals.h"
 #include "god/Report.h"
 #include "reading/TemporaryCopy.h"
@@ -62,6 +63,9 @@ int ReadSettings(const ReadTwice& file, int argc, char** argv, CheckCfgCLS& cfg)
 int RunConfiguration(int argc, char** argv) {
     Command command;
     command.fileCfg = argv[1];
+    if (sylvora::frontend::RefuseEndless({"configuration file", command.fileCfg}) != 0) {
+        return kFailure;
+    }
     const ReadTwice file(command.fileCfg);
     if (ReadSettings(file, argc, argv, command.cfg) != 0) return kFailure;
     if (!IsMode(command.cfg.mode)) {
@@ -112,6 +116,8 @@ int main(int argc, char** argv) {
     sylvora::frontend::CatchStopSignals();
     // A file that grows beyond the user's limit is then an error like a full disk.
     std::signal(SIGXFSZ, SIG_IGN);
+    // As is a reader that goes away.
+    std::signal(SIGPIPE, SIG_IGN);
     try {
         return StatusOf(Finish(Dispatch(argc, argv)));
     } catch (const std::bad_alloc&) {

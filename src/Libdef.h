@@ -48,11 +48,14 @@ typedef int (*SamplingFeatureType)(int dimF, int*& selF, double*& selFeaValue, i
 // the waiting, and the file is not written.
 typedef int (*ProgressFuncType)(void* context, int done, int total);
 
-// What rounding the thresholds of an ensemble to six digits does to its training rows, as far as
-// the threshold and the two values that it separates are that close.
+// How rounding the thresholds of an ensemble to six digits changes what its training rows score.
 struct rounding_effect_t {
-    int numRows = 0;             // that reach another leaf of some tree
-    double largestChange = 0.0;  // of a row's score
+    int numRows = 0;             // rows that reach another leaf of some tree
+    double largestChange = 0.0;  // of a row's score, in absolute value
+    // A rounded threshold no longer lies between the two values that the split separates. Otherwise
+    // only rows that a tree did not sample change their leaf.
+    bool fCrossed = false;
+    bool fAtLeast = false;  // both are lower bounds: a large forest of sampled rows
 };
 
 // What one tree remembers of its split nodes, in the order in which they were split. The arrays

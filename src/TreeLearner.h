@@ -278,18 +278,18 @@ class SYLVORA_API TreeLearner {
     // read back and found to be the ensemble in memory. Not during a run.
     void setVerification(bool fWanted) { fVerify = fWanted; }
     // Whether trees that are trained or loaded from now on are kept packed, at about a seventh of
-    // the memory; off by default. TreeVV then stays empty, and all else works as before. For a
-    // learner without trees.
+    // the memory; off by default. TreeVV then stays empty, and TreeGroup has the first tree of a
+    // round only; all else works as before. For a learner without trees.
     void setPackedTrees(bool fWanted) { fPacked = fWanted; }
     // Trees that the last run was to grow and did not.
     int getMissingTreeNum() const { return numMissing; }
     int getGroupNum() const;  // groups of the ensemble, in TreeVV or packed
-    // Compares, for the training rows of the last run, the ensemble in memory with the one that six
-    // digits make of it. `maxThreads` as for OnlineTestingBatch. Returns 0, or -1 when there are no
-    // such rows or memory runs out.
+    // Compares, for the training rows of the last run, the ensemble in memory with the one whose
+    // thresholds are rounded to six digits. `maxThreads` as for OnlineTestingBatch. Returns 0, or
+    // -1 when there are no such rows or memory runs out.
     [[nodiscard]] int MeasureRounding(rounding_effect_t& effect, int maxThreads) const;
-    // Frees the ensemble, and leaves the data.
-    void ReleaseTrees();
+    // Frees the ensemble, and leaves the data. Returns 0, or -1 during a run.
+    int ReleaseTrees();
 
     // Column-wise tree generation is reserved; both report so and return -1.
     int Sampling();
@@ -347,6 +347,7 @@ class SYLVORA_API TreeLearner {
     bool IsStopped(int done, int total);
     void KeepTree(std::unique_ptr<TreeCR> tree);
     void EndGroup();
+    void ClearGroup();
     struct Verification;
     int WriteModel(const std::string& fileMout, int digits, bool fCheck);
     void MakeRecords(const sylvora::engine::PackedTrees& trees, int numUnfilled);

@@ -120,6 +120,11 @@ TemporaryFile::~TemporaryFile() {
     if (IsThere()) ::unlink(name.c_str());
 }
 
+void TemporaryFile::Unlink() {
+    ::unlink(name.c_str());
+    name.clear();
+}
+
 bool TemporaryFile::MoveTo(const std::string& target) {
     if (std::rename(name.c_str(), target.c_str()) != 0) return false;
     name.clear();

@@ -24,6 +24,9 @@ class TemporaryFile {
     [[nodiscard]] bool CreateBeside(const std::string& target, bool fPrivate);
     // Puts it in the place of `target`; then there is none to remove. False with errno.
     [[nodiscard]] bool MoveTo(const std::string& target);
+    // Takes the name away: the file lives as long as this object, whatever ends the process, and is
+    // read and written through /proc/self/fd/<Fd()>.
+    void Unlink();
     bool IsThere() const { return !name.empty(); }
     const std::string& Name() const { return name; }
     int Fd() const { return lock.Get(); }

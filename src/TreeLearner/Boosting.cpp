@@ -17,6 +17,7 @@
 #include "Arrays.h"
 #include "AtWork.h"
 #include "EngineRun.h"
+#include "RoundedNumber.h"
 #include "RowDraw.h"
 #include "Verification.h"
 #include "base/WorkerPool.h"
@@ -59,11 +60,12 @@ struct TreeLearner::Run {
 int TreeLearner::Boosting() {
     if (RefuseAtWork("Boosting") != 0) return -1;
     const AtWork work(*this);
+    numGrown = 0;
     const int status = sylvora::Guarded([&] {
         if (gradientV == nullptr || predictV == nullptr || numPairDistinctQueV == nullptr) {
             return Fail("ERROR: Boosting needs ParamInit first!\n");
         }
-        if (CheckTrainingWidth() != 0) return -1;
+        if (CheckTrainingWidth() != 0 || sylvora::CheckDigits(CfgInfo.digits) != 0) return -1;
         if (CfgInfo.fPrint) Print("Start Boosting ...\n");
         const long start = Now();
         Run run;
@@ -72,8 +74,10 @@ int TreeLearner::Boosting() {
         if (CfgInfo.fPrint) Print("Time for generating all trees: ", seconds, " seconds\n");
         return 0;
     });
-    const long numAsked = static_cast<long>(std::max(numTree, 0)) * std::max(sizeGroup, 1);
+    const int numPerRound = modelType == "RandomForest" ? std::max(sizeGroup, 0) : 1;
+    const long numAsked = static_cast<long>(std::max(numTree, 0)) * numPerRound;
     numMissing = static_cast<int>(std::min(numAsked - numGrown, long{INT_MAX}));
+    if (packedTrees) packedTrees->DropOpenGroup();
     engineRun.reset();
     workers.reset();  // joins the threads, also after a failure
     return status;
@@ -85,7 +89,6 @@ int TreeLearner::PrepareRun(Run& run) {
     progressTotal = modelType == "RandomForest" ? sizeGroup : numTree;
     lostResult.clear();
     run.fSetDynStepGlobal = CfgInfo.fSetDynStep;
-    numGrown = 0;
     RetireTrees();
     if (fPacked) packedTrees = std::make_shared<sylvora::engine::PackedTrees>();
     modelDim = dimFea;
@@ -99,7 +102,7 @@ int TreeLearner::PrepareRun(Run& run) {
     } catch (const std::bad_alloc&) {
         return Fail("ERROR: Failed to allocate memory for boosting!\n");
     }
-    if (PlaceSeeds() != 0 || (fVerify && Verification{*this}.CheckMeans() != 0)) return -1;
+    if (PlaceSeeds() != 0 || (fVerify && Verification{*this}.CheckStart() != 0)) return -1;
     workers = std::make_unique<sylvora::WorkerPool>();
     const int code = workers->Start(numThread);
     if (code != 0) return sylvora::FailToStart(code);
@@ -193,7 +196,7 @@ int TreeLearner::BoostRound(Run& run, int idxTree) {
     if (CfgInfo.fPrint) Print("******* Tree ID: ", idxTree, "  *******\n");
     run.Fork(*workers, CalLossThreadFunction);
     if (fUserThrew) return -1;
-    TreeGroup.clear();
+    ClearGroup();
     GroupTreeCnt = 0;
     if (modelType == "RandomForest") {
         if (GenerateForest() != 0) return -1;
@@ -204,9 +207,11 @@ int TreeLearner::BoostRound(Run& run, int idxTree) {
     fSetDynStep = run.fSetDynStepGlobal;
     const bool fStepped = run.fEachOnce && engineRun && engineRun->StepPredictions(*this);
     if (!fStepped) run.Fork(*workers, PredictionThreadFunction);
+    if (fVerify && Verification{*this}.CheckPredictions(idxTree) != 0) return -1;
     StepLengthV.push_back(static_cast<float>(valShrink * dynShrink));
     EndGroup();
     if (CfgInfo.fTestRealTime) WriteRoundResult(idxTree);
+    if (fUserThrew) return -1;  // asked while a result file waited for its reader
     return 0;
 }
 

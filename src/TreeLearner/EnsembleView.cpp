@@ -33,7 +33,7 @@ EnsembleView::EnsembleView(const TreeLearner& learner)
     : groupV(learner.TreeVV), packed(learner.packedTrees.get()) {}
 
 size_t EnsembleView::NumTrees() const {
-    if (packed != nullptr) return packed->treeV.size();
+    if (packed != nullptr) return packed->groupEndV.empty() ? 0 : packed->groupEndV.back();
     size_t numTrees = 0;
     for (const auto& group : groupV) numTrees += group.size();
     return numTrees;

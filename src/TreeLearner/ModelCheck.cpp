@@ -1,7 +1,9 @@
 // Comparing a model file with the ensemble in memory; see ModelCheck.h.
 #include "ModelCheck.h"
 
+#include <cerrno>
 #include <cstddef>
+#include <cstring>
 #include <vector>
 
 #include "../god/Report.h"
@@ -30,6 +32,7 @@ class ComparingSink : public ModelSink {
         return readV[group] == wanted ? 0 : Differ("has another shrink");
     }
 
+    int TakeRoom(size_t) override { return 0; }
     int TakeTree(const std::vector<engine::PackedNode>& nodeV, size_t) override {
         if (tree >= trees.GroupSize(group)) return Differ("has another number of trees");
         const TreeView wanted = trees.Tree(group, tree);
@@ -88,6 +91,8 @@ int CompareHead(const TreeLearner& learner, const TreeLearner& read, int digits)
         a.modelType != b.modelType) {
         return differ("a parameter");
     }
+    const bool fMeans = learner.featureMean != nullptr && read.featureMean != nullptr;
+    if (!fMeans && learner.dimFea > 0) return differ("a column mean");
     for (int j = 0; j < learner.dimFea; ++j) {
         if (!isSame(learner.featureMean[j], read.featureMean[j])) return differ("a column mean");
     }
@@ -98,7 +103,9 @@ int CompareHead(const TreeLearner& learner, const TreeLearner& read, int digits)
 
 int CheckModelFile(const std::string& file, const TreeLearner& learner, int digits) {
     ModelSource source(file);
-    if (!source.IsOpen() || source.IsEmpty()) return Fail("ERROR: Cannot open model file!\n");
+    if (!source.IsOpen() || source.IsEmpty()) {
+        return Fail("ERROR: ", file, " cannot be read back: ", std::strerror(errno), "\n");
+    }
     TreeLearner read;
     ComparingSink sink(learner, read, digits);
     if (ParseHead(source, read) != 0 || CompareHead(learner, read, digits) != 0) return -1;

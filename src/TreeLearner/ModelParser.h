@@ -19,6 +19,8 @@ class ModelSink {
     virtual ~ModelSink() = default;
     // A group begins; its shrink is in the learner's StepLengthV.
     [[nodiscard]] virtual int BeginGroup() = 0;
+    // Before memory is taken for so many nodes of the next tree.
+    [[nodiscard]] virtual int TakeRoom(size_t numNodes) = 0;
     // The next tree of the group. Where reading ends inside a tree, `numClaimed` is more than
     // the nodes that were read: those for which room was made.
     [[nodiscard]] virtual int TakeTree(const std::vector<engine::PackedNode>& nodeV,

@@ -1,5 +1,6 @@
 // Loading a model: it is read into packed trees, which are then looked through for what would keep
 // them from being walked and, where the learner keeps records, turned into those.
+#include <algorithm>
 #include <cmath>
 #include <memory>
 #include <string>
@@ -33,7 +34,9 @@ double PackedBytes(size_t numTrees, size_t numNodes) {
 
 // Memory of the same trees as records.
 double RecordBytes(size_t numTrees, size_t numNodes) {
-    return (sizeof(TreeCR) + kBlock + sizeof(TreeCR*)) * static_cast<double>(numTrees) +
+    constexpr double kLongNames = 4 * 64;  // strings of the settings that each tree has a copy of
+    return (sizeof(TreeCR) + kLongNames + kBlock + sizeof(TreeCR*)) *
+               static_cast<double>(numTrees) +
            (sizeof(NodeCR) + kBlock + sizeof(NodeCR*)) * static_cast<double>(numNodes);
 }
 
@@ -58,11 +61,20 @@ class PackingSink : public sylvora::ModelSink {
         fOpen = true;
         return 0;
     }
+    int TakeRoom(size_t count) override {
+        numReading = std::max(numReading, count);
+        const size_t numTrees = trees.treeV.size() + 1;
+        const size_t numAll = numNodes + count;
+        return limit.Check(PackedBytes(numTrees, numAll) + ReadingBytes(), numTrees, numAll);
+    }
     int TakeTree(const std::vector<PackedNode>& nodeV, size_t numClaimed) override {
         numNodes += nodeV.size();
         numUnfilled = static_cast<int>(numClaimed - nodeV.size());
         const size_t numTrees = trees.treeV.size() + 1;
-        if (limit.Check(PackedBytes(numTrees, numNodes), numTrees, numNodes) != 0) return -1;
+        if (limit.Check(PackedBytes(numTrees, numNodes) + ReadingBytes(), numTrees, numNodes) !=
+            0) {
+            return -1;
+        }
         trees.treeV.emplace_back(nodeV.data(), nodeV.size(), 0);
         return 0;
     }
@@ -78,13 +90,18 @@ class PackingSink : public sylvora::ModelSink {
   private:
     double Bytes() const {
         const size_t numTrees = trees.treeV.size();
-        return PackedBytes(numTrees, numNodes) + RecordBytes(numTrees, numNodes);
+        return PackedBytes(numTrees, numNodes) + ReadingBytes() + RecordBytes(numTrees, numNodes);
+    }
+    // The array that a tree is read into, while it grows: half as much is copied from.
+    double ReadingBytes() const {
+        return 1.5 * sizeof(PackedNode) * static_cast<double>(numReading);
     }
 
     const MemoryLimit limit;
     PackedTrees& trees;
     bool fOpen = false;  // a group has begun
     size_t numNodes = 0;
+    size_t numReading = 0;  // nodes of the largest tree so far, for which there is room
     int numUnfilled = 0;
 };
 

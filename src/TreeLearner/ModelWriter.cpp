@@ -26,6 +26,7 @@
 #include "../god/StreamReading.h"
 #include "EnsembleView.h"
 #include "ModelCheck.h"
+#include "RoundedNumber.h"
 
 using sylvora::EnsembleView;
 using sylvora::Fail;
@@ -34,9 +35,6 @@ using sylvora::TreeView;
 using sylvora::engine::PackedNode;
 
 namespace {
-
-constexpr int kFewDigits = 6;
-constexpr int kAllDigits = 17;
 
 void WriteTree(std::ostream& out, const TreeView& tree) {
     out << tree.Depth() << ' ' << tree.NumNodes() << '\n';
@@ -93,22 +91,25 @@ class CheckedText {
         std::error_code none;
         const std::filesystem::path folder = std::filesystem::temp_directory_path(none);
         if (none || !file.CreateBeside(folder.string() + "/model", kPrivate)) return false;
-        stream.open(file.Name());
+        file.Unlink();
+        name = sylvora::Text("/proc/self/fd/", file.Fd());
+        stream.open(name);
         stream.imbue(std::locale::classic());
         return stream.is_open();
     }
     std::ofstream& Stream() { return stream; }
-    const std::string& Name() const { return file.Name(); }
+    const std::string& Name() const { return name; }
     // In pieces so small that they go through the buffer of `out`: what it cannot write stays
     // there, and tells the reason when the file is closed.
     void SendTo(std::ostream& out) const {
-        std::ifstream in(file.Name());
+        std::ifstream in(name);
         char piece[512];
         while (in.read(piece, sizeof piece) || in.gcount() > 0) out.write(piece, in.gcount());
     }
 
   private:
     TemporaryFile file;
+    std::string name;
     std::ofstream stream;
 };
 
@@ -134,10 +135,7 @@ int TreeLearner::SaveModelFull(std::string fileMout, int digits) {
 }
 
 int TreeLearner::WriteModel(const std::string& fileMout, int digits, bool fCheck) {
-    if (digits != kFewDigits && digits != kAllDigits) {
-        return Fail("ERROR: Illegal digits: ", digits, ", it must be 6 or 17!\n");
-    }
-    if (CheckModelWidth() != 0) return -1;
+    if (sylvora::CheckDigits(digits) != 0 || CheckModelWidth() != 0) return -1;
     sylvora::WholeFile file(fileMout, [this] { return AskUser() != 0; });
     if (!file.IsOpen()) return Fail("ERROR: Can not open file!\n\n", file.Complaint());
     CheckedText checked;
@@ -149,8 +147,13 @@ int TreeLearner::WriteModel(const std::string& fileMout, int digits, bool fCheck
     if (fSendLater && !out.good()) return RefuseTemporary(fileMout);
     const std::string& name = fSendLater ? checked.Name() : file.Name();
     if (fCheck && out.good() && sylvora::CheckModelFile(name, *this, digits) != 0) {
-        return Fail("ERROR: ", fileMout, ": the model that was written is not the one in memory; ",
-                    "it was not put in its place\n");
+        return Fail("ERROR: ", fileMout,
+                    ": the model could not be verified, nothing is replaced\n");
+    }
+    if (fCheck && AskUser() != 0) {
+        return Fail(
+            "Notice: Training was stopped before the model was in its place, nothing is "
+            "replaced!\n");
     }
     if (fSendLater) checked.SendTo(file.Stream());
     if (!file.Commit()) return Fail(file.Complaint());

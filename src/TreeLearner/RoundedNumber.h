@@ -5,7 +5,18 @@
 #include <charconv>
 #include <system_error>
 
+#include "../god/Report.h"
+
 namespace sylvora {
+
+constexpr int kFewDigits = 6;
+constexpr int kAllDigits = 17;
+
+// Whether a model file can have so many significant digits; 0, or -1 after a message.
+[[nodiscard]] inline int CheckDigits(int digits) {
+    if (digits == kFewDigits || digits == kAllDigits) return 0;
+    return Fail("ERROR: Illegal digits: ", digits, ", it must be 6 or 17!\n");
+}
 
 // The value that is read where `value` was written with so many significant digits; with 17, the
 // value itself. Infinities and NaN stay what they are.

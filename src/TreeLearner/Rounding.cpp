@@ -1,9 +1,12 @@
 // What thresholds with six digits do to the training rows.
 //
-// Only splits between values that are closer together than rounding moves a threshold are looked at
-// (engine/NarrowSplit.h), and of the rows only those that have a value between such a threshold and
-// the rounded one: the others pass all of them on the same side as before. Those few are walked
-// down the trees that have such splits, with the thresholds as they are and rounded.
+// Of the rows only those are looked at that have a value between some threshold and its rounded
+// form: the others pass all of them on the same side as before. Those few are walked down the trees
+// that have such thresholds, with the thresholds as they are and rounded.
+//
+// In a large forest most thresholds are deep in the trees, between values that are far apart
+// compared with what rounding moves them. There only narrow splits (engine/train/NarrowSplit.h) are
+// looked at, which is all of them where every row was drawn; other rows may lie inside a wider gap.
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -21,8 +24,6 @@
 
 namespace sylvora {
 namespace {
-
-constexpr int kFewDigits = 6;
 
 // The values of a column that lie between some threshold and its rounded form: above the lower of
 // the two, and not above the higher one.
@@ -84,10 +85,11 @@ class MovedValues {
 // A tree with thresholds that rounding moves.
 class RoundedTree {
   public:
-    RoundedTree(const TreeView& exact, size_t group) : tree(exact), groupOf(group) {
+    RoundedTree(const TreeView& exact, size_t group, bool fNarrowOnly)
+        : tree(exact), groupOf(group) {
         for (size_t k = 0; k < tree.NumNodes(); ++k) {
             const engine::PackedNode node = tree.Node(k);
-            if (node.IsLeaf() || !node.fNarrow) continue;
+            if (node.IsLeaf() || (fNarrowOnly && !node.fNarrow)) continue;
             const double rounded = RoundToDigits(node.splitElemFea, kFewDigits);
             if (rounded != node.splitElemFea) movedV.push_back({static_cast<int>(k), rounded});
         }
@@ -101,20 +103,31 @@ class RoundedTree {
             columnV[static_cast<size_t>(node.splitFea)].Add(node.splitElemFea, rounded);
         }
     }
-    // The leaf that a row reaches with rounded thresholds, or with those in memory.
-    int Leaf(const double* row, bool fRounded) const {
-        int k = 0;
+    // The leaf that a row reaches from node `k`, with rounded thresholds or with those in memory.
+    int Leaf(const double* row, bool fRounded, int k = 0) const {
         for (;;) {
             const engine::PackedNode node = tree.Node(static_cast<size_t>(k));
             if (node.IsLeaf()) return k;
-            const double threshold =
-                fRounded && node.fNarrow ? Threshold(k, node.splitElemFea) : node.splitElemFea;
-            k = row[node.splitFea] <= threshold ? node.lson : node.rson;
+            k = Child(node, row, fRounded ? Threshold(k, node.splitElemFea) : node.splitElemFea);
         }
     }
+    // Whether both ways lead to one leaf. If not, `node` is the one at which they part.
+    bool LeadsToOneLeaf(const double* row, int& node) const {
+        for (node = 0;;) {
+            const engine::PackedNode here = tree.Node(static_cast<size_t>(node));
+            if (here.IsLeaf()) return true;
+            const int exact = Child(here, row, here.splitElemFea);
+            if (exact != Child(here, row, Threshold(node, here.splitElemFea))) return false;
+            node = exact;
+        }
+    }
+    bool IsNarrow(int node) const { return tree.Node(static_cast<size_t>(node)).fNarrow; }
     double Value(int leaf) const { return tree.Node(static_cast<size_t>(leaf)).avgPredict; }
 
   private:
+    static int Child(const engine::PackedNode& node, const double* row, double threshold) {
+        return row[node.splitFea] <= threshold ? node.lson : node.rson;
+    }
     double Threshold(int k, double exact) const {
         const auto moved = std::partition_point(movedV.begin(), movedV.end(),
                                                 [k](const auto& m) { return m.first < k; });
@@ -150,9 +163,11 @@ class RoundingMeasurement {
   public:
     explicit RoundingMeasurement(const TreeLearner& trained)
         : learner(trained), trees(trained), columnV(static_cast<size_t>(trained.dimFea)) {
+        const bool fNarrowOnly = HasManyNodes();
+        fAtLeast = fNarrowOnly && !WereAllDrawn();
         for (size_t g = 0; g < trees.NumGroups(); ++g) {
             for (size_t t = 0; t < trees.GroupSize(g); ++t) {
-                RoundedTree rounded(trees.Tree(g, t), g);
+                RoundedTree rounded(trees.Tree(g, t), g, fNarrowOnly);
                 atV.push_back(rounded.IsMoved() ? static_cast<int>(roundedV.size()) : -1);
                 if (rounded.IsMoved()) roundedV.push_back(std::move(rounded));
             }
@@ -175,14 +190,31 @@ class RoundingMeasurement {
             }
         });
         rounding_effect_t all;
+        all.fAtLeast = fAtLeast;
         for (const rounding_effect_t& effect : effectV) {
             all.numRows += effect.numRows;
+            all.fCrossed |= effect.fCrossed;
             all.largestChange = std::max(all.largestChange, effect.largestChange);
         }
         return all;
     }
 
   private:
+    bool HasManyNodes() const {
+        constexpr size_t kMany = size_t{1} << 18;
+        size_t numNodes = 0;
+        for (size_t g = 0; g < trees.NumGroups(); ++g) {
+            for (size_t t = 0; t < trees.GroupSize(g); ++t) numNodes += trees.Tree(g, t).NumNodes();
+        }
+        return numNodes > kMany;
+    }
+    // Whether every tree had every row.
+    bool WereAllDrawn() const {
+        const int* const weights = learner.numPairDistinctQueV;
+        return learner.valSmpRt >= 1.0 &&
+               std::all_of(weights, weights + learner.sampleSize, [](int w) { return w > 0; });
+    }
+
     void LookAt(const double* row, rounding_effect_t& effect) const {
         const bool fMoved =
             std::any_of(movedColumnV.begin(), movedColumnV.end(),
@@ -191,9 +223,11 @@ class RoundingMeasurement {
         double change = 0.0;
         bool fOtherLeaf = false;
         for (const RoundedTree& tree : roundedV) {
-            const int exact = tree.Leaf(row, false);
-            const int rounded = tree.Leaf(row, true);
-            if (exact == rounded) continue;
+            int node = 0;
+            if (tree.LeadsToOneLeaf(row, node)) continue;
+            const int exact = tree.Leaf(row, false, node);
+            const int rounded = tree.Leaf(row, true, node);
+            effect.fCrossed |= tree.IsNarrow(node);
             fOtherLeaf = true;
             change += learner.StepLengthV[tree.Group()] *
                       (tree.Value(rounded) - tree.Value(exact)) /
@@ -219,6 +253,7 @@ class RoundingMeasurement {
     std::vector<int> atV;  // by tree: its place in roundedV, or -1
     std::vector<MovedValues> columnV;
     std::vector<size_t> movedColumnV;  // those with moved values
+    bool fAtLeast = false;
 };
 
 }  // namespace
@@ -227,7 +262,9 @@ class RoundingMeasurement {
 int TreeLearner::MeasureRounding(rounding_effect_t& effect, int maxThreads) const {
     return sylvora::Guarded([&] {
         effect = {};
-        if (featureVV == nullptr || trainDim != dimFea || modelDim != dimFea) {
+        const bool fWhole = sylvora::EnsembleView(*this).NumGroups() == StepLengthV.size() &&
+                            (packedTrees == nullptr || TreeVV.empty());
+        if (featureVV == nullptr || trainDim != dimFea || modelDim != dimFea || !fWhole) {
             return sylvora::Fail(
                 "ERROR: There are no training rows of the ensemble to measure with!\n");
         }

@@ -198,9 +198,11 @@ void TreeLearner::RetireTrees() {
     scoringForm.reset();
 }
 
-void TreeLearner::ReleaseTrees() {
+int TreeLearner::ReleaseTrees() {
+    if (RefuseAtWork("ReleaseTrees") != 0) return -1;
     FreeTrees();
     StepLengthV.clear();
+    return 0;
 }
 
 void TreeLearner::setProgress(ProgressFuncType function, void* context) {

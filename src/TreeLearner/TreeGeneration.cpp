@@ -66,11 +66,12 @@ int TreeLearner::GrowTree(int treeId, bool fThreaded) {
     });
 }
 
-// Packed trees go where they stay, but for a copy of the first as a record: the predictions are
-// stepped along it.
+// In a run, packed trees go where they stay, but for a copy of the first as a record: the
+// predictions are stepped along it.
 void TreeLearner::KeepTree(std::unique_ptr<TreeCR> tree) {
-    if (packedTrees) packedTrees->treeV.push_back(sylvora::Pack(*tree));
-    if (!packedTrees || TreeGroup.empty()) {
+    const bool fPack = packedTrees != nullptr && workers != nullptr;
+    if (fPack) packedTrees->treeV.push_back(sylvora::Pack(*tree));
+    if (!fPack || TreeGroup.empty()) {
         TreeGroup.push_back(tree.get());
         tree.release();
     }
@@ -85,7 +86,13 @@ void TreeLearner::EndGroup() {
         return;
     }
     packedTrees->EndGroup();
-    for (TreeCR* tree : TreeGroup) delete tree;
+}
+
+// Before the next round: of packed trees, TreeGroup has a record of its own.
+void TreeLearner::ClearGroup() {
+    for (TreeCR* tree : TreeGroup) {
+        if (packedTrees) delete tree;
+    }
     TreeGroup.clear();
 }
 

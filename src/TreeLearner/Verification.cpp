@@ -11,8 +11,14 @@
 using sylvora::Fail;
 using sylvora::TreeView;
 
-int TreeLearner::Verification::CheckMeans() const {
-    for (int j = 0; learner.featureMean != nullptr && j < learner.dimFea; ++j) {
+int TreeLearner::Verification::CheckStart() const {
+    if (!std::isfinite(static_cast<float>(learner.valShrink))) {
+        return Fail("ERROR: valShrink ", learner.valShrink, " is too large for a model file\n");
+    }
+    if (learner.featureMean == nullptr) {
+        return Fail("ERROR: There are no means of the columns: pass the rows with DataInput!\n");
+    }
+    for (int j = 0; j < learner.dimFea; ++j) {
         if (std::isfinite(learner.featureMean[j])) continue;
         return Fail("ERROR: the values of feature ", j + 1,
                     " are too large to be added up; scale them down\n");
@@ -24,6 +30,14 @@ int TreeLearner::Verification::CheckRound(int idxTree) const {
     if (learner.modelType == "RandomForest") return 0;  // each tree was checked when it was grown
     return CheckNewTree(learner.modelType == "CART" ? "the tree"
                                                     : sylvora::Text("round ", idxTree));
+}
+
+int TreeLearner::Verification::CheckPredictions(int idxTree) const {
+    const double* const predictV = learner.predictV;
+    const bool fFinite = std::all_of(predictV, predictV + learner.sampleSize,
+                                     [](double prediction) { return std::isfinite(prediction); });
+    if (fFinite || learner.modelType == "RandomForest") return 0;
+    return RefuseGrowth(sylvora::Text("round ", idxTree));
 }
 
 int TreeLearner::Verification::CheckSlot(int slot) const {
@@ -79,7 +93,10 @@ int TreeLearner::Verification::RefuseValue(const std::string& place) const {
                     ": the labels are too large to be added up; scale them "
                     "down\n");
     }
+    return RefuseGrowth(place);
+}
+
+int TreeLearner::Verification::RefuseGrowth(const std::string& place) {
     return Fail("ERROR: ", place,
-                ": the predictions have grown beyond what a number can hold; "
-                "lower valShrink\n");
+                ": the predictions have grown beyond what a number can hold; lower valShrink\n");
 }

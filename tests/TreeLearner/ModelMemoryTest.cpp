@@ -101,6 +101,8 @@ TEST(ModelMemory, IsInProportionToTheFile) {
         {"leaves beside chains", Model(Repeated(kLeaf, 7) + Chain(8), 8, 5000), true},
         {"a chain among leaves", Model(Repeated(kLeaf, 31) + Chain(8), 32, 2500), false},
         {"leaves and chains in turn", Model(kLeaf + Chain(8), 2, 8000), true},
+        {"chains and five leaves", Model(Repeated(kLeaf, 5) + Chain(8), 6, 6000), true},
+        {"chains and four leaves", Model(Repeated(kLeaf, 4) + Chain(8), 5, 11000), true},
         {"columns", Model(FullTree(1), 1, 3, 1000000), true},
     };
     for (const auto& c : cases) {

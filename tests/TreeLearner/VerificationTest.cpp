@@ -224,7 +224,9 @@ TEST(Digits, SixMoveRowsToOtherLeaves) {
     votes.fRegCls = "CLS";
     CheckCfgCLS drawn = Boosted("Square", 0.1, 10);
     drawn.ratio = 0.7;
-    for (const CheckCfgCLS& cfg : {Boosted("Square", 0.1, 10), drawn, forest, votes}) {
+    CheckCfgCLS sampled = Boosted("Square", 0.1, 30);  // other rows lie between those of a tree
+    sampled.valSmpRt = 0.05;
+    for (const CheckCfgCLS& cfg : {Boosted("Square", 0.1, 10), drawn, forest, votes, sampled}) {
         const TempFolder folder;
         const auto learner = PrepareTimes(cfg);
         ASSERT_EQ(learner->Boosting(), 0);
@@ -237,6 +239,8 @@ TEST(Digits, SixMoveRowsToOtherLeaves) {
             rounding_effect_t effect;
             ASSERT_EQ(learner->MeasureRounding(effect, numThread), 0);
             EXPECT_EQ(effect.numRows, wanted.numRows);
+            EXPECT_TRUE(effect.fCrossed);
+            EXPECT_FALSE(effect.fAtLeast);
             // The leaves' outputs are rounded, too, in the loaded model.
             EXPECT_NEAR(effect.largestChange, wanted.largestChange, 1e-4);
         }
@@ -246,6 +250,7 @@ TEST(Digits, SixMoveRowsToOtherLeaves) {
     rounding_effect_t effect;
     ASSERT_EQ(whole->MeasureRounding(effect, 1), 0);
     EXPECT_EQ(effect.numRows, 0);
+    EXPECT_FALSE(effect.fCrossed);
 }
 
 // The same run, and the same model loaded, with trees as records and packed.
@@ -321,8 +326,10 @@ TEST(PackedTrees, TreesOfTheCallersAreNotMixedIn) {
     EXPECT_EQ(Observe(score).err, "ERROR: Wrong tree size or shrink size!\n");
     learner->TreeVV.clear();
     EXPECT_EQ(score(), 0);
-    learner->ReleaseTrees();
+    EXPECT_EQ(learner->ReleaseTrees(), 0);
     EXPECT_EQ(Observe(score).status, -1);
+    rounding_effect_t effect;
+    EXPECT_EQ(Observe([&] { return learner->MeasureRounding(effect, 1); }).status, -1);
     EXPECT_EQ(learner->getTreeNum(), 0);
     EXPECT_EQ(learner->sampleSize, 4);
 }

@@ -40,6 +40,23 @@ class Verification(Workbench):
         self.refuse("tree 1: the labels are too large", "-modelType", "RandomForest", "-fRegCls",
                     "REG")
 
+    def test_growth_in_the_last_round(self):
+        """What the last round did to the predictions is not left for another round to find."""
+        signs = [1 if i % 3 else -1 for i in range(60)]
+        self.write("train.txt", data_lines(signs))
+        options = ["-valShrink", "1e38", "-valSmpRt", "1", "-ratio", "1", "-numBound", "1"]
+        first = next(rounds for rounds in range(1, 30) if self.run_command(
+            "run.cfg", *options, "-numTree", str(rounds)).returncode != 0)
+        self.refuse(f"round {first}: .*lower valShrink", *options, "-numTree", str(first))
+        self.refuse(f"round {first}: .*lower valShrink", *options, "-numTree", "60")
+
+    def test_a_model_that_cannot_be_read_again(self):
+        self.write("test.txt", data_lines([1, 2]))
+        os.mkfifo(self.folder / "pipe")
+        for place in "pipe", "/dev/null":
+            self.fail_with(f"fileModel {place}: is no regular file, and the model is read again",
+                           "-fileModel", place, "-fileTest", "test.txt")
+
     def test_a_pipe_gets_what_a_file_gets(self):
         wanted = self.model()
         os.mkfifo(self.folder / "pipe")
@@ -49,6 +66,25 @@ class Verification(Workbench):
         self.succeed("-fileModel", "pipe")
         reader.join()
         self.assertEqual([wanted], got)
+
+    def test_a_reader_that_goes_away_leaves_nothing_behind(self):
+        """Of a text that is longer than a pipe holds."""
+        os.mkfifo(self.folder / "pipe")
+        (self.folder / "tmp").mkdir()
+        self.write("train.txt", data_lines(range(400), columns=9))
+
+        def read_a_little():
+            with open(self.folder / "pipe", "rb") as pipe:
+                pipe.read(10)
+        reader = threading.Thread(target=read_a_little)
+        reader.start()
+        run = self.run_command(
+            "run.cfg", "-fileModel", "pipe", "-numTree", "400", "-maxLeaf", "60", "-maxDepth", "8",
+            env={**os.environ, "TMPDIR": str(self.folder / "tmp")})
+        reader.join()
+        self.assertEqual(1, run.returncode, run.stderr)
+        self.assertIn("Broken pipe", run.stderr)
+        self.assertEqual([], list((self.folder / "tmp").iterdir()))
 
     @unittest.skipIf(os.environ.get("SYLVORA_SANITIZE"), "sanitizers need all address space")
     def test_a_forest_that_does_not_fit_into_memory(self):

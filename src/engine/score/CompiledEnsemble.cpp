@@ -9,6 +9,7 @@
 
 #include "PaddedTree.h"
 #include "god/Truncation.h"
+#include "god/UsableMemory.h"
 
 namespace sylvora {
 namespace engine {
@@ -66,6 +67,10 @@ class Compiler {
     void CloseSection();
     void CutBundles();
     bool IsMostlyPadding(const Bundle& bundle) const;
+    size_t NumNodes(const Bundle& bundle) const;
+    size_t CodedBytes(const Bundle& bundle) const;
+    double PlannedBytes() const;
+    void ReserveValues();
     void PairBundles();
     bool FillBundle(Bundle& bundle);
     void FillCoded(const Bundle& bundle, size_t tree);
@@ -91,6 +96,8 @@ std::unique_ptr<const CompiledEnsemble> Compiler::Run(const BlockKernel& kernel)
     compiled->numClass = source.numClass;
     PlanSections();
     CutBundles();
+    if (PlannedBytes() > UsableMemory()) return nullptr;
+    ReserveValues();
     PairBundles();
     for (Bundle& bundle : compiled->bundleV) {
         if (!FillBundle(bundle)) return nullptr;
@@ -189,15 +196,58 @@ void Compiler::CutBundles() {
 // Whether a coded bundle would take far more memory than its trees have nodes: a single leaf,
 // padded to eight levels, has 256 of them.
 bool Compiler::IsMostlyPadding(const Bundle& bundle) const {
-    constexpr size_t kMostPadding = 24;
+    constexpr size_t kMostPadding = 12;
+    return CodedBytes(bundle) > kMostPadding * sizeof(PackedNode) * NumNodes(bundle);
+}
+
+size_t Compiler::NumNodes(const Bundle& bundle) const {
     size_t numNodes = 0;
     for (size_t tree = bundle.firstTree; tree < bundle.EndTree(); ++tree) {
         numNodes += source.NumNodes(tree);
     }
+    return numNodes;
+}
+
+// At most: the tests of a bundle that has no neighbour, leaf values, and the programs of its trees,
+// which have no more chunks than positions for them, nor than nodes and the leaves' continuations.
+size_t Compiler::CodedBytes(const Bundle& bundle) const {
     const size_t numLeaves = size_t{1} << bundle.depth;
+    size_t numChunks = 0;
+    for (size_t tree = bundle.firstTree; tree < bundle.EndTree(); ++tree) {
+        numChunks += std::min(numLeaves >> 2, 2 * source.NumNodes(tree));
+    }
     const size_t numTrees = static_cast<size_t>(bundle.numTrees);
-    const size_t coded = numLeaves * (sizeof(RowTests) + numTrees * sizeof(double));
-    return coded > kMostPadding * sizeof(PackedNode) * numNodes;
+    return numLeaves * (sizeof(RowTests) + numTrees * sizeof(double)) +
+           numChunks * sizeof(JoinChunk);
+}
+
+// Memory that the compiled form will take; arrays that grow hold up to twice what they need, beside
+// the copy that they came from.
+double Compiler::PlannedBytes() const {
+    double bytes = 0.0;
+    for (const Bundle& bundle : compiled->bundleV) {
+        constexpr double kGrowing = 3.0;
+        const double needed = bundle.IsCoded()
+                                  ? static_cast<double>(CodedBytes(bundle))
+                                  : static_cast<double>(NumNodes(bundle)) *
+                                        static_cast<double>(sizeof(WalkNode) + sizeof(double));
+        bytes += kGrowing * needed;
+    }
+    return bytes;
+}
+
+// The arrays that are long, in one piece.
+void Compiler::ReserveValues() {
+    size_t numLeaves = 0, numWalked = 0;
+    for (const Bundle& bundle : compiled->bundleV) {
+        if (bundle.IsCoded()) {
+            numLeaves += static_cast<size_t>(bundle.numTrees) << bundle.depth;
+        } else {
+            numWalked += NumNodes(bundle);
+        }
+    }
+    compiled->leafValueV.reserve(numLeaves);
+    compiled->walked.Reserve(numWalked);
 }
 
 // What no tree takes up leads to the left.

@@ -24,6 +24,11 @@ struct WalkNode {
 
 class WalkedTrees {
   public:
+    // Room for so many nodes, those of all trees that will be appended.
+    void Reserve(size_t numNodes) {
+        nodeV.reserve(numNodes);
+        valueV.reserve(numNodes);
+    }
     // Appends a tree and returns its root. False where nodes can no longer be counted by 32 bits.
     bool Append(const PackedNode* nodes, size_t numNodes, uint32_t& root);
 

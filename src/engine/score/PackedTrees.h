@@ -50,6 +50,8 @@ struct PackedTrees {
     size_t GroupSize(size_t group) const { return groupEndV[group] - GroupBegin(group); }
     // Makes a group of the trees behind the last one.
     void EndGroup() { groupEndV.push_back(treeV.size()); }
+    // Frees the trees that no group has.
+    void DropOpenGroup() { treeV.resize(groupEndV.empty() ? 0 : groupEndV.back()); }
 };
 
 }  // namespace engine
