@@ -71,10 +71,10 @@ SYLVORA_API void* PredictionThreadFunction(void* arg);
 // Thread safety: a learner is trained by one thread, which starts workers of its own. Once trained
 // or loaded, any number of threads may call OnlineTesting and OnlineTestingBatch at the same time.
 // The user's functions (lossfunc, sampleFeaType, the progress function) are called during training.
-// From inside them DataInput, DataAdopt, ParamInit, Boosting, Destroy, LoadModelFull and the
-// functions that grow trees or compute weights are refused.
-// A call's own threads have ended when it returns, also after a failure, so a process may fork
-// between calls; the child may train and score with the learners that it has inherited.
+// From inside them DataInput, DataAdopt, ParamInit, Boosting, Destroy, ReleaseTrees, LoadModelFull
+// and the functions that grow trees or compute weights are refused. A call's own threads have ended
+// when it returns, also after a failure, so a process may fork between calls; the child may train
+// and score with the learners that it has inherited.
 //
 // Ownership: arrays are allocated with malloc or calloc and owned by the learner, as are the trees
 // in TreeVV; TreeGroup borrows trees that TreeVV owns or is about to. Not copyable.
@@ -272,23 +272,25 @@ class SYLVORA_API TreeLearner {
     // Why the debug report of the last run could not be written in full, as in errno; 0: it could.
     int getDebugError() const { return debugError; }
 
-    // Whether Boosting checks what it makes; off by default. Then a run ends with -1 and a line
-    // that names the round, and writes no model, when a tree is missing or a number is not finite;
-    // and a model file takes its place, or is sent where it is no regular file, only after it was
-    // read back and found to be the ensemble in memory. Not during a run.
+    // Whether Boosting verifies what it makes; off by default. A run then ends with -1 and a line
+    // that names the round, and writes no model, when a tree is missing or a number is not finite.
+    // The model file is read back and compared with the ensemble before it replaces an older one
+    // or, for a FIFO or a device, before its first byte is sent. SaveModelFull never verifies.
     void setVerification(bool fWanted) { fVerify = fWanted; }
-    // Whether trees that are trained or loaded from now on are kept packed, at about a seventh of
-    // the memory; off by default. TreeVV then stays empty, and TreeGroup has the first tree of a
-    // round only; all else works as before. For a learner without trees.
+    // Whether trees that are trained or loaded from now on are kept packed, at 32 bytes a node
+    // instead of 240; off by default. TreeVV then stays empty, and TreeGroup has the first tree of
+    // a round only. Call it before Boosting or LoadModelFull; trees that are there stay as they
+    // are.
     void setPackedTrees(bool fWanted) { fPacked = fWanted; }
-    // Trees that the last run was to grow and did not.
+    // Trees that the last Boosting was asked for and did not grow; 0 before any.
     int getMissingTreeNum() const { return numMissing; }
     int getGroupNum() const;  // groups of the ensemble, in TreeVV or packed
-    // Compares, for the training rows of the last run, the ensemble in memory with the one whose
-    // thresholds are rounded to six digits. `maxThreads` as for OnlineTestingBatch. Returns 0, or
-    // -1 when there are no such rows or memory runs out.
+    // Scores the training rows of the last run with the ensemble in memory and with its thresholds
+    // rounded to six digits, whatever CfgInfo.digits is. `maxThreads` as for OnlineTestingBatch.
+    // Returns 0, or -1 when there are no such rows or trees or memory runs out.
     [[nodiscard]] int MeasureRounding(rounding_effect_t& effect, int maxThreads) const;
-    // Frees the ensemble, and leaves the data. Returns 0, or -1 during a run.
+    // Frees the ensemble and leaves the data; scoring fails until there are trees again. Returns 0,
+    // or -1 during a run.
     int ReleaseTrees();
 
     // Column-wise tree generation is reserved; both report so and return -1.
@@ -375,8 +377,7 @@ class SYLVORA_API TreeLearner {
     std::unique_ptr<sylvora::EngineRun> engineRun;  // during a run: grows the trees; may be null
     std::string lostResult;
     bool fStopped = false;  // the progress function ended the run
-    bool fVerify = false;
-    bool fPacked = false;
+    bool fVerify = false, fPacked = false;
     bool fLoadFailed = false;  // the last load
     int numMissing = 0;
     int numGrown = 0;  // trees of the last run
@@ -390,12 +391,10 @@ class SYLVORA_API TreeLearner {
 
     // Columns of the training and the development rows, and entries of featureMean; 0: set by hand.
     int trainDim = 0, devDim = 0, meanDim = 0;
-
     std::atomic<int> numAtWork{0};        // calls under way that may call the user's functions
     std::atomic<bool> fUserThrew{false};  // one of the user's functions threw an exception
     int debugError = 0;
-    int progressDone = 0;  // as told last to the progress function
-    int progressTotal = 1;
+    int progressDone = 0, progressTotal = 1;  // as told last to the progress function
 };
 
 #endif  // SYLVORA_TREELEARNER_H
