@@ -8,12 +8,14 @@
 #include <string>
 #include <vector>
 
+#include "base/CacheLines.h"
 #include "engine/score/BatchScoring.h"
 #include "engine/score/KernelChoice.h"
 #include "engine/score/RowScoring.h"
 
 namespace {
 
+using sylvora::LineVector;
 using namespace sylvora::engine;
 
 constexpr int kFeatures = 28;

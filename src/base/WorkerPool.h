@@ -32,7 +32,7 @@ class WorkerPool {
     WorkerPool& operator=(const WorkerPool&) = delete;
 
     // Adds threads until there are `numThread` workers in all. Returns 0, or the error code of
-    // pthread_create; the threads that did start stay. Call while no loop runs.
+    // pthread_create; the threads that did start stay.
     [[nodiscard]] int Start(int numThread);
 
     int NumWorkers() const { return static_cast<int>(threads.size()) + 1; }

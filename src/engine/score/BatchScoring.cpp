@@ -12,8 +12,8 @@ namespace sylvora {
 namespace engine {
 namespace {
 
-// A bundle's trees stay in the L1 cache while it scores all tiles of a block, so a block is as
-// large as its tiles fit into the L2 cache.
+// Tiles per block. A bundle's trees stay in the L1 cache while they score all tiles of a block, so
+// a block is as large as the L2 cache allows.
 constexpr int kMaxTiles = 8;
 // The most vote counters (rows times classes) of a block; with many classes, blocks are smaller.
 constexpr int kMaxCounts = 1 << 16;
@@ -106,6 +106,8 @@ class BlockScorer {
         }
     }
 
+    // Adds the leaves of one tile to the totals, piece by piece. leafV and valueV are by tree of
+    // the bundle, as PieceLeaves describes them.
     template <typename Leaf>
     void AddTile(const Bundle& bundle, int tile, const Leaf* leafV, const double* const* valueV) {
         const double* const shrinkV = ensemble.shrinkV.data() + bundle.firstTree;
@@ -125,7 +127,8 @@ class BlockScorer {
     Totals totals;
 };
 
-// Workers take blocks one by one. Blocks write to disjoint ranges of `results`.
+// Workers take blocks one by one. Blocks write to disjoint ranges of `results`. All memory is
+// allocated before the first block is scored.
 template <typename Totals>
 void ScoreBlocks(const CompiledEnsemble& ensemble, const RowTable& rows, double* results,
                  int numThread, int maxTiles) {

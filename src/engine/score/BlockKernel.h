@@ -75,7 +75,7 @@ struct InnerSubtree {
 };
 
 // A tree as the block kernel takes it: subtrees in the order in which they are evaluated. The last
-// one holds the root. CompiledEnsemble owns the arrays.
+// one yields the leaf numbers of the tree. CompiledEnsemble owns the arrays.
 struct BlockTree {
     const LeafSubtree* leafSubtreeV;
     const InnerSubtree* innerSubtreeV;

@@ -86,7 +86,7 @@ static inline void FindInInnerSubtree(const InnerSubtree& subtree, const int8_t*
     Store(Select(GoLeft(tests, 0, rows), left, right), numberV);
 }
 
-// Evaluates the subtrees of a tree in order. The last one, which holds the root, writes to leafV;
+// Evaluates the subtrees of a tree in order. The last one, at the root, writes to leafV;
 // the others write to numberV, kTileRows bytes each.
 static void FindLeavesOfTree(const BlockTree& tree, const int8_t* tile, uint8_t* leafV) {
     alignas(kTileRows) uint8_t numberV[kMaxSubtrees * kTileRows];

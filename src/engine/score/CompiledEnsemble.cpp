@@ -106,6 +106,7 @@ std::unique_ptr<const CompiledEnsemble> Compiler::Run(const BlockKernel& kernel)
     return std::move(compiled);
 }
 
+// There must be a shrink per group, and tree numbers must fit into an int.
 bool Compiler::CheckGroups() const {
     for (const float shrink : source.shrinkV) {
         if (!IsNumberOrDefaultNan(shrink)) return false;
@@ -233,7 +234,8 @@ void Compiler::PairBundles() {
     compiled->rowTestsV.assign(numTests, none);
 }
 
-// Returns false if there are too many walked nodes.
+// Fills the coded or walked form of the bundle's trees. Returns false if there are too many walked
+// nodes.
 bool Compiler::FillBundle(Bundle& bundle) {
     bundle.firstLeaf = compiled->leafValueV.size();
     for (size_t tree = bundle.firstTree; tree < bundle.EndTree(); ++tree) {
@@ -250,6 +252,8 @@ bool Compiler::FillBundle(Bundle& bundle) {
     return true;
 }
 
+// Appends a coded tree in both forms: lanes of row tests for the row kernel, subtrees for the block
+// kernel. They share the leaf values.
 void Compiler::FillCoded(const Bundle& bundle, size_t tree) {
     const RowQuantiser& quantiser = compiled->quantiserV[static_cast<size_t>(bundle.quantiser)];
     const PaddedTree padded(source.Tree(tree), bundle.depth);
@@ -272,8 +276,8 @@ void Compiler::LinkSubtrees() {
     }
 }
 
-// Cuts groups at the ends of bundles. Goes through both in parallel; a group without trees becomes
-// an empty piece of the current bundle.
+// Divides groups into pieces at the ends of bundles. A group without trees becomes an empty piece
+// of the current bundle.
 //
 // Invariant: trees [0, tree) are in pieces, and `bundle` contains `tree` or ends there.
 void Compiler::FormPieces() {

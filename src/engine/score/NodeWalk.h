@@ -27,8 +27,8 @@ struct CompactNode {
 // appended.
 class WalkedTrees {
   public:
-    // Appends a tree, which must be one (each node but the root is the child of one node before
-    // it), and sets `root` to the index of its root. Returns false if indices would exceed 32 bits.
+    // Appends a tree and sets `root` to the index of its root. The links between its nodes must be
+    // valid. Returns false if indices would exceed 32 bits.
     bool Append(const PackedNode* nodes, size_t numNodes, uint32_t& root);
 
     // Walks `num` rows: row rowV[i] starts at node atV[i], and atV[i] becomes the leaf it reaches.

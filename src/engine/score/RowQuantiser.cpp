@@ -25,9 +25,9 @@ inline int AboveMask(double value, double threshold) {
 
 // kLanes bisections in lockstep, so that their loads overlap.
 //
-// Invariant: value i is above the first rank[i] thresholds, which ascend, and above fewer than
-// 2 * step of those that follow. At the end, rank[i] is exact. Reads at most 2^numSteps - 1
-// thresholds from the initial rank[i] on.
+// Invariant: value i is above the first rank[i] thresholds, which ascend, and above fewer than 2 *
+// step of those that follow. At the end, rank[i] is exact. Reads at most 2^numSteps - 1 thresholds
+// from the initial rank[i] on. A NaN is above everything, padding included; callers clamp its rank.
 template <int kLanes>
 inline void Bisect(const double* const* thresholdVV, const double* valueV, int numSteps,
                    int* rank) {
@@ -62,6 +62,8 @@ void RowQuantiser::Add(int splitFea, double threshold) {
     collectedV.push_back({splitFea, threshold});
 }
 
+// Sorts the thresholds by feature and value and drops repeated ones, then lays out features, bands
+// and buckets in this order.
 void RowQuantiser::Finish() {
     const auto isBefore = [](const Threshold& a, const Threshold& b) {
         return a.splitFea != b.splitFea ? a.splitFea < b.splitFea : a.value < b.value;
@@ -225,6 +227,8 @@ void RowQuantiser::QuantiseRow(const double* row, int8_t* codeV) const {
     }
 }
 
+// One feature at a time for all rows, so that its thresholds stay in the cache. `tile` advances by
+// one band.
 void RowQuantiser::QuantiseTile(const double* const* rowV, const BlockKernel& kernel,
                                 int8_t* tile) const {
     if (featureV.empty()) std::fill_n(tile, kTileRows, CountByte(0));
