@@ -3,8 +3,8 @@
 //
 // Rows are quantised first (RowQuantiser.h). A band is up to 254 consecutive thresholds of one
 // feature. A row has one byte, a code, per band: the number of the band's thresholds that the row's
-// value is above. So each test of a tree is one comparison of a code with a constant, and a vector
-// register holds the codes of as many rows as it has bytes.
+// value is above; a NaN is above all. So each test of a tree is one comparison of a code with a
+// constant, and a vector register holds the codes of as many rows as it has bytes.
 //
 // The block kernel works on a tile: the codes of 64 rows, band after band. It does not walk trees.
 // It makes every test of a tree and selects leaf numbers bottom up, one subtree of three levels at

@@ -6,8 +6,8 @@
 // as in the reference implementation.
 //
 // A band is up to kBandThresholds consecutive thresholds of one feature; a feature's bands are
-// numbered consecutively, features ascending. A rank becomes one code per band: the number of the
-// band's thresholds that are below the rank (see BlockKernel.h).
+// numbered consecutively, features ascending. A rank becomes one code per band: how many of the
+// band's thresholds have an index below the rank (see BlockKernel.h).
 #ifndef SYLVORA_ENGINE_SCORE_ROWQUANTISER_H
 #define SYLVORA_ENGINE_SCORE_ROWQUANTISER_H
 
