@@ -1,6 +1,6 @@
-// Gradients of a million rows: ours, with correctly rounded exponentials and logarithms, and the
-// same formulas with those of the C library. Per item: one row. Then the kernels alone. Per item:
-// one function value.
+// Times the gradients of a million rows: ours, with correctly rounded exponentials and logarithms,
+// and the same formulas with those of the C library; an item is a row. Then times the functions
+// alone; an item is a function value.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -18,7 +18,8 @@ namespace {
 constexpr int kRows = 1000000;
 constexpr int kQueryRows = 50;
 
-// A learner with labels, predictions and queries, of which gradients take no more.
+// Makes a learner with labels, predictions and queries, which is all that gradients need. Returns
+// null if the library refuses the settings.
 std::unique_ptr<TreeLearner> MakeLearner(const char* modelType, const char* loss) {
     CheckCfgCLS settings;
     settings.modelType = modelType;
@@ -82,7 +83,7 @@ void CrossEntropy(TreeLearner& learner) {
     }
 }
 
-// Both sides work on the same arrays, so that neither has the better places in memory.
+// Both sides work on the same arrays, so that memory placement favours neither.
 void RunOurs(benchmark::State& state, TreeLearner* learner, Ours compute) {
     for (auto _ : state) benchmark::DoNotOptimize((learner->*compute)(0, kRows - 1));
     state.SetItemsProcessed(state.iterations() * kRows);

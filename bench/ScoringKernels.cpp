@@ -1,24 +1,27 @@
-// The scoring engine, piece by piece: coding rows, finding leaves with each kernel, adding them up,
-// and whole scores. Random trees, because training would take longer than all the rest; they are
-// walked more evenly than trained ones. Per item: one row, or one row and tree where said so.
+// Times the parts of the scoring engine with each kernel: quantising rows, finding leaves, and
+// whole scores of batches and single rows. The trees are random, because training would take longer
+// than all the rest; rows spread over their leaves more evenly than over those of trained ones. An
+// item is a row unless stated otherwise.
 #include <benchmark/benchmark.h>
 
 #include <random>
 #include <string>
 #include <vector>
 
+#include "base/CacheLines.h"
 #include "engine/score/BatchScoring.h"
 #include "engine/score/KernelChoice.h"
 #include "engine/score/RowScoring.h"
 
 namespace {
 
+using sylvora::LineVector;
 using namespace sylvora::engine;
 
 constexpr int kFeatures = 28;
 constexpr size_t kRows = 4096;
 
-// `numGroups` groups of one full tree each.
+// An ensemble of `numGroups` groups of one full tree each.
 EnsembleSource MakeEnsemble(size_t numGroups, int depth) {
     std::mt19937 random(1);
     std::normal_distribution<double> normal;
@@ -62,25 +65,25 @@ std::vector<const double*> TileRows() {
     return rowV;
 }
 
-void CodeTile(benchmark::State& state, const BlockKernel* kernel) {
+void QuantiseTile(benchmark::State& state, const BlockKernel* kernel) {
     const auto compiled = CompiledEnsemble::Compile(MakeEnsemble(500, 6), *kernel);
-    const ThresholdCodes& codes = compiled->sectionV[0];
+    const RowQuantiser& quantiser = compiled->quantiserV[0];
     const std::vector<const double*> rowV = TileRows();
-    LineVector<int8_t> tileV(static_cast<size_t>(codes.NumBands()) * kTileRows);
+    LineVector<int8_t> tileV(static_cast<size_t>(quantiser.NumBands()) * kTileRows);
     for (auto _ : state) {
-        codes.CodeTile(rowV.data(), *kernel, tileV.data());
+        quantiser.QuantiseTile(rowV.data(), *kernel, tileV.data());
         benchmark::DoNotOptimize(tileV.data());
     }
     state.SetItemsProcessed(state.iterations() * kTileRows);
 }
 
-// Per item: a row and a tree.
+// An item is a row in a tree.
 void FindLeaves(benchmark::State& state, const BlockKernel* kernel) {
     const int depth = static_cast<int>(state.range(0));
     const auto compiled = CompiledEnsemble::Compile(MakeEnsemble(64, depth), *kernel);
-    const ThresholdCodes& codes = compiled->sectionV[0];
-    LineVector<int8_t> tileV(static_cast<size_t>(codes.NumBands()) * kTileRows);
-    codes.CodeTile(TileRows().data(), *kernel, tileV.data());
+    const RowQuantiser& quantiser = compiled->quantiserV[0];
+    LineVector<int8_t> tileV(static_cast<size_t>(quantiser.NumBands()) * kTileRows);
+    quantiser.QuantiseTile(TileRows().data(), *kernel, tileV.data());
     LineVector<uint8_t> leafV(kBundleTrees * kTileRows);
     for (auto _ : state) {
         kernel->findLeaves(compiled->blockTreeV.data(), kBundleTrees, tileV.data(), leafV.data());
@@ -120,7 +123,7 @@ int main(int argc, char** argv) {
         const BlockKernel* kernel = FindKernel(name);
         if (kernel == nullptr) continue;
         const auto title = [&](const char* what) { return std::string(what) + "/" + name; };
-        benchmark::RegisterBenchmark(title("CodeTile").c_str(), CodeTile, kernel);
+        benchmark::RegisterBenchmark(title("QuantiseTile").c_str(), QuantiseTile, kernel);
         benchmark::RegisterBenchmark(title("FindLeaves").c_str(), FindLeaves, kernel)
             ->Arg(3)
             ->Arg(6)

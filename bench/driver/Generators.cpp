@@ -1,3 +1,4 @@
+// Generating the synthetic data sets; see Generators.h.
 #include "Generators.h"
 
 #include <algorithm>
@@ -8,16 +9,17 @@
 namespace sylvora::bench {
 namespace {
 
-constexpr double kMissing = -2147483648.0;  // what a column that a data line leaves out holds
+constexpr double kMissing = -2147483648.0;  // the value of a column that a data line omits
 
-// The standard's distributions may differ between libraries, its engines may not.
+// The standard fixes the random engines but not the distributions, which differ between libraries.
+// So the distributions are our own.
 class Random {
   public:
     explicit Random(unsigned seed) : engine(seed) {}
 
     double Uniform() { return (static_cast<double>(engine() >> 11) + 0.5) * 0x1p-53; }
     int Below(int bound) { return static_cast<int>(Uniform() * bound); }
-    // Box and Muller, 1958.
+    // A standard normal number (G. Box and M. Muller, 1958).
     double Normal() {
         constexpr double kTwoPi = 6.283185307179586;
         const double radius = std::sqrt(-2.0 * std::log(Uniform()));
@@ -28,7 +30,7 @@ class Random {
     std::mt19937_64 engine;
 };
 
-// The part of every label that the columns explain: steps, waves and products of the first ten.
+// The part of a label that the columns explain: steps, waves and products of the first ten columns.
 double Signal(const std::vector<double>& x) {
     double signal = 0.4 * std::sin(2.0 * x[0]) + 0.3 * x[1] * x[2];
     if (x[3] > 0.5) signal += 0.5;
@@ -36,7 +38,7 @@ double Signal(const std::vector<double>& x) {
     return signal + 0.2 * x[6] + 0.1 * x[7] * x[7] - 0.15 * std::fabs(x[8]) + 0.1 * x[9];
 }
 
-// `level` normals to as many steps between -4 and 4.
+// Maps a normal number to one of `numLevels` levels, equally wide between -4 and 4.
 double Rounded(double normal, int numLevels) {
     const double level = std::floor((normal + 4.0) / 8.0 * numLevels);
     return std::clamp(level, 0.0, static_cast<double>(numLevels - 1));
@@ -51,7 +53,8 @@ RawData Empty(int numRows, int numColumns) {
     return data;
 }
 
-// Rows of normals, each column passed through `shape`, with `label` made of the normals.
+// Rows of normal numbers, each passed through `shape`; `label` computes a row's label from the
+// normals before that.
 template <typename Shape, typename Label>
 RawData Shaped(int numRows, int numColumns, Shape shape, Label label) {
     RawData data = Empty(numRows, numColumns);
@@ -121,7 +124,8 @@ RawData ForestClassification(int numRows) {
     return data;
 }
 
-// A query shifts its rows, as if some queries met better documents than others.
+// Each query shifts its rows: some queries have better documents than others. Labels are corrected
+// for the shift.
 RawData Ranking(int numQueries) {
     constexpr int kColumns = 46;
     RawData data = Empty(0, kColumns);

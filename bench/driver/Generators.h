@@ -1,4 +1,4 @@
-// The synthetic data sets, each the same for the same number of rows.
+// The synthetic data sets. A set depends only on its name and size: the seed is fixed.
 //
 //   continuous            28 columns, two in three normal, the third log-normal; regression
 //   coarse                the same rows, each column rounded to 256, 128, 64 or 32 values
@@ -15,8 +15,8 @@
 
 namespace sylvora::bench {
 
-// `size` is the number of rows, for ranking the number of queries. Throws std::runtime_error for a
-// name that is not in the list above.
+// Generates the set `name`. `size` is the number of rows, for ranking the number of queries. Throws
+// std::runtime_error for a name that is not in the list above.
 RawData Generate(const std::string& name, int size);
 
 }  // namespace sylvora::bench

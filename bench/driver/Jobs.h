@@ -1,6 +1,6 @@
-// The jobs of the driver; each says its figures on standard output (see Measure.h) and throws
-// std::runtime_error when it cannot do its work. A figure that ends in _s has a twin in _cpu: the
-// time of processors that it took.
+// The jobs of the driver. Each prints its figures to standard output (see Measure.h) and throws
+// std::runtime_error if it fails. Every figure in seconds, KEY_s, comes with KEY_cpu: the processor
+// time, summed over all threads.
 #ifndef SYLVORA_BENCH_JOBS_H
 #define SYLVORA_BENCH_JOBS_H
 
@@ -8,30 +8,31 @@
 
 namespace sylvora::bench {
 
-// data=RAW set=NAME size=N: writes a synthetic set.
+// data=RAW set=NAME size=N: writes a synthetic set to the raw file.
 void GenerateData(const Job& job);
-// data=RAW text=FILE: writes the set as data lines.
+// data=RAW text=FILE: writes the set of the raw file as data lines.
 void WriteLines(const Job& job);
 
-// data=RAW config=CFG: trains as the configuration says and writes its model. Says
+// data=RAW config=CFG: trains as the configuration says and writes the model. Prints
 //   prepare_s  DataInput and ParamInit
 //   first_s    from the start of Boosting to the end of the first round (tree of a forest)
 //   rest_s     the other rounds together
-//   rounds     how many there were
-//   finish_s   from the last round to the end of Boosting: the model file
-//   peak_bytes the most memory, less what the process held before it had the data
-//   cells      of the data
+//   rounds     the number of rounds (trees of a forest)
+//   finish_s   from the end of the last round to the end of Boosting, which writes the model file
+//   peak_bytes the peak memory minus that before the data were read
+//   cells      rows times columns of the data
 //   misfit     on the training data: root mean square error, share of wrong classes, or share of
-//              pairs of a query in wrong order
+//              pairs of a query in the wrong order
 void Train(const Job& job);
 
-// data=RAW model=FILE threads=N: batch_s per row of the whole set.
+// data=RAW model=FILE threads=N: prints batch_s, per row, scoring the whole set in one call.
 void ScoreBatch(const Job& job);
-// data=RAW model=FILE: single_s per row, one call for each.
+// data=RAW model=FILE: prints single_s, per row, scoring each row in a call of its own.
 void ScoreSingle(const Job& job);
-// model=FILE: load_s.
+// model=FILE: prints load_s.
 void LoadModel(const Job& job);
-// text=FILE threads=N: read_s, until the rows are as the learner takes them.
+// text=FILE threads=N: prints read_s, until the rows are in the form that the learner takes, and
+// file_bytes.
 void ReadLines(const Job& job);
 
 }  // namespace sylvora::bench

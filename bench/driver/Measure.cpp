@@ -1,3 +1,4 @@
+// Settings, clocks, memory and output of the jobs; see Measure.h.
 #include "Measure.h"
 
 #include <time.h>
@@ -34,21 +35,21 @@ Job::Job(int argc, char** argv) {
     for (int i = 2; i < argc; ++i) {
         const std::string argument = argv[i];
         const size_t sign = argument.find('=');
-        if (sign == std::string::npos) throw std::runtime_error(argument + ": wanted key=value");
+        if (sign == std::string::npos) throw std::runtime_error(argument + ": expected key=value");
         settingM[argument.substr(0, sign)] = argument.substr(sign + 1);
     }
 }
 
 const std::string& Job::Text(const std::string& key) const {
     const auto setting = settingM.find(key);
-    if (setting == settingM.end()) throw std::runtime_error("wanted: " + key + "=...");
+    if (setting == settingM.end()) throw std::runtime_error("missing: " + key + "=...");
     return setting->second;
 }
 
 int Job::Number(const std::string& key) const {
     int number = 0;
     std::istringstream text(Text(key));
-    if (!(text >> number)) throw std::runtime_error(key + ": wanted a number");
+    if (!(text >> number)) throw std::runtime_error(key + ": expected a number");
     return number;
 }
 

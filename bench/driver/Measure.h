@@ -1,5 +1,4 @@
-// What the driver's jobs share: their settings, the clock, memory, and the lines that scripts/bench
-// reads.
+// What the driver's jobs share: settings, clocks, memory, and the output that scripts/bench reads.
 //
 //   line = "bench: " key " " number
 #ifndef SYLVORA_BENCH_MEASURE_H
@@ -15,7 +14,8 @@ class Job {
   public:
     Job(int argc, char** argv);
 
-    // Both throw std::runtime_error when the key was not given or is no number.
+    // The value of a key. Throws std::runtime_error if the key is missing or, for Number, if the
+    // value is not a number.
     const std::string& Text(const std::string& key) const;
     int Number(const std::string& key) const;
 
@@ -23,8 +23,8 @@ class Job {
     std::map<std::string, std::string> settingM;
 };
 
-// What passes on the wall, and the time of processors that all threads of this process take. On a
-// machine that others use too the second says more about one thread.
+// Elapsed time and the processor time of all threads of this process. On a machine that others use
+// as well, the latter is the better measure of a single thread.
 struct Seconds {
     double wall = 0.0;
     double cpu = 0.0;
@@ -33,6 +33,7 @@ struct Seconds {
 Seconds operator-(const Seconds& a, const Seconds& b);
 Seconds operator/(const Seconds& a, double count);
 
+// Runs from its construction on.
 class StopWatch {
   public:
     Seconds Read() const { return Now() - start; }
@@ -43,8 +44,8 @@ class StopWatch {
     Seconds start = Now();
 };
 
-// What one call takes, from as many calls as fill half a second, at least three, after one
-// that is not counted.
+// The mean time of a call. Makes one call that is not counted, then calls for half a second, at
+// least three times.
 template <typename Operation>
 Seconds TimePerCall(const Operation& operation) {
     constexpr double kLongEnough = 0.5;
@@ -59,14 +60,16 @@ Seconds TimePerCall(const Operation& operation) {
     return watch.Read() / numCalls;
 }
 
-// A line of /proc/self/status in bytes: "VmRSS" (resident now), "VmHWM" (the most so far).
+// A field of /proc/self/status in bytes: "VmRSS" (resident now) or "VmHWM" (its peak so far).
 double MemoryBytes(const std::string& field);
 
+// Prints one line.
 void Say(const std::string& key, double value);
-// As KEY_s and KEY_cpu.
+// Prints the lines KEY_s and KEY_cpu.
 void Say(const std::string& key, const Seconds& seconds);
 
-// Throws std::runtime_error when a call of the library failed; it has said why.
+// Throws std::runtime_error if a library call returned an error. The library has printed the
+// reason.
 void Require(int status, const std::string& call);
 
 }  // namespace sylvora::bench

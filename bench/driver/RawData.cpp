@@ -1,3 +1,4 @@
+// Reading and writing raw files; see RawData.h.
 #include "RawData.h"
 
 #include <cstdio>
@@ -11,7 +12,7 @@ struct Closer {
     void operator()(std::FILE* opened) const { std::fclose(opened); }
 };
 
-// A file that is whole or an exception.
+// A file. Every operation succeeds as a whole or throws std::runtime_error. Owns the handle.
 class Stream {
   public:
     Stream(const std::string& filePath, const char* mode)

@@ -1,12 +1,12 @@
-// The data that all contestants of a workload share: a raw file that C++, Python and R read fast.
+// The data that all sides of a workload share, in a raw file that C++, Python and R read fast.
 //
 //   file   = rows columns classes queries       int32 each; classes 0: regression; queries 0: none
 //            { label }                          float32, one per row
 //            { query }                          int32, one per row, ascending; only with queries
 //            { value }                          float32, row by row
 //
-// All in the machine's byte order (little-endian). Values are floats because some peers hold
-// floats: what is rounded in the file is the same number for everybody.
+// All in the machine's byte order (little-endian). Values are floats because some peers store
+// floats; so every side has the same numbers.
 #ifndef SYLVORA_BENCH_RAWDATA_H
 #define SYLVORA_BENCH_RAWDATA_H
 
@@ -32,7 +32,7 @@ struct RawData {
     std::vector<float> valueV;  // row-major
 };
 
-// The same as the learner takes it.
+// The same data in the form that the learner takes.
 struct LearnerData {
     RawHeader header;
     VecDle labelV;
@@ -40,12 +40,14 @@ struct LearnerData {
     VecVecDle rowVV;
 };
 
-// All throw std::runtime_error with the path when the file cannot be written or read.
+// All throw std::runtime_error, with the path in the message, if the file cannot be written or
+// read.
 void WriteRaw(const RawData& data, const std::string& path);
 RawData ReadRaw(const std::string& path);
-// Holds one row of floats at a time, so that the peak of memory is the learner's.
+// Buffers just one row of floats, so that the peak memory is the learner's.
 LearnerData ReadForLearner(const std::string& path);
-// As data lines: label [qid:query] id:value ..., with nine digits, which keep a float.
+// Writes data lines: label [qid:query] id:value ..., with nine digits, which are enough to restore
+// a float.
 void WriteText(const RawData& data, const std::string& path);
 
 }  // namespace sylvora::bench

@@ -1,4 +1,4 @@
-// The job "read": the command's way from a data file to rows.
+// The job "read": reads a data file into rows as the command does.
 #include <sys/stat.h>
 
 #include "Jobs.h"

@@ -13,7 +13,7 @@
 namespace sylvora::bench {
 namespace {
 
-// When each round, or each tree of a forest, was done.
+// Records when each round, or each tree of a forest, was done.
 struct Progress {
     StopWatch watch;
     std::vector<Seconds> doneV;
@@ -26,14 +26,15 @@ struct Progress {
 };
 
 void SayRounds(const std::vector<Seconds>& doneV, const Seconds& end) {
-    if (doneV.empty()) throw std::runtime_error("Boosting has told of no round");
+    if (doneV.empty()) throw std::runtime_error("Boosting reported no round");
     Say("first", doneV.front());
     Say("rest", doneV.back() - doneV.front());
     Say("rounds", static_cast<double>(doneV.size()));
     Say("finish", end - doneV.back());
 }
 
-// A forest keeps no training predictions; a sample of the rows is enough to see that it has learnt.
+// A forest keeps no training predictions, so score a sample of the rows: enough to see that it
+// learnt.
 double ForestMisfit(TreeLearner& learner) {
     const int numRows = std::min(learner.sampleSize, 2000);
     double sum = 0.0;
@@ -47,6 +48,8 @@ double ForestMisfit(TreeLearner& learner) {
     return learner.numClass > 0 ? sum / numRows : std::sqrt(sum / numRows);
 }
 
+// The share of pairs of a query with different labels that the predictions order wrongly; equal
+// predictions count as wrong.
 double RankMisfit(const TreeLearner& learner) {
     double numPairs = 0.0;
     double numWrong = 0.0;

@@ -1,6 +1,7 @@
 // Our side of the workloads of scripts/bench: sylvora_bench JOB key=value... (see Jobs.h).
 //
-// Exit status: 0; 1 after a line that begins "ERROR: "; 2 for a job that there is not.
+// Exit status: 0 on success, 1 if a job failed, 2 for an unknown job. A failure prints one line to
+// standard error that begins with "ERROR: ".
 #include <cstdio>
 #include <exception>
 #include <string>
@@ -28,7 +29,7 @@ int RunJob(int argc, char** argv) {
         job.run(Job(argc, argv));
         return 0;
     }
-    std::fprintf(stderr, "ERROR: there is no job \"%s\"; there are:", name.c_str());
+    std::fprintf(stderr, "ERROR: unknown job \"%s\"; jobs are:", name.c_str());
     for (const NamedJob& job : kJobs) std::fprintf(stderr, " %s", job.name);
     std::fputc('\n', stderr);
     return 2;

@@ -1,5 +1,5 @@
-"""The sides of a workload: each is run as a child process, which prints its figures in lines
-"bench: key number" (see bench/driver/Jobs.h)."""
+"""The sides of a workload, ours and the peers. Each runs as a child process and prints its figures
+as lines "bench: key number" (see bench/driver/Jobs.h)."""
 
 import os
 import subprocess
@@ -10,7 +10,7 @@ from machine import Others
 from workloads import BOUND, DEPTH, LEAVES, SHRINK
 
 OURS = "sylvora"
-PYTHON = "/usr/bin/python3"  # the one that Debian's packages are for
+PYTHON = "/usr/bin/python3"  # the one that Debian installs packages for
 PEERS = Path(__file__).resolve().parent.parent / "peers"
 PROGRAMS = {
     "xgboost": [PYTHON, str(PEERS / "xgboost_peer.py")],
@@ -21,23 +21,24 @@ TIMES = ("prepare", "first", "rest", "fit", "batch", "single", "load", "read")
 
 
 class Failure(Exception):
-    """A child process that gave no figures."""
+    """A child process failed, so there are no figures."""
 
 
 @dataclass
 class Measurement:
-    """One run of one side. `seconds` per round, tree, row or file, as the workload has it."""
+    """One run of one side. `seconds` and `cpu` are per unit of the workload: per round, tree, row
+    or file."""
     seconds: float
-    cpu: float                 # the time of processors that it took
-    others: float              # cores that others used meanwhile
-    prepare: float = None      # seconds, once
+    cpu: float                 # processor time, in seconds
+    others: float              # cores that other processes used meanwhile
+    prepare: float = None      # seconds of one-time work
     cell_bytes: float = None   # peak memory per cell of the data
-    megabytes: float = None    # read per second
+    megabytes: float = None    # read per second; MB are 10^6 bytes
     misfit: float = None
 
 
 def run_child(command, threads=1, kernel=""):
-    """The figures that a child process prints."""
+    """Runs a child process and returns the figures that it prints."""
     environment = dict(os.environ, OMP_NUM_THREADS=str(threads), PYTHONDONTWRITEBYTECODE="1")
     if kernel:
         environment["SYLVORA_KERNEL"] = kernel
@@ -54,10 +55,10 @@ def run_child(command, threads=1, kernel=""):
 
 
 def measurement(workload, figures, others):
-    """What the figures of a job, ours or a peer's, say about the workload."""
+    """Turns the figures of a job, ours or a peer's, into a measurement of the workload."""
     prepare = None
     if workload.job == "train" and not workload.is_forest():
-        # One-time work hides in the first round, so the others say how long a round takes.
+        # The first round includes one-time work, so the others give the time of a round.
         seconds, cpu = (figures["rest" + kind] / (figures["rounds"] - 1)
                         for kind in ("_s", "_cpu"))
         prepare = figures["prepare_s"] + max(0.0, figures["first_s"] - seconds)
@@ -70,8 +71,8 @@ def measurement(workload, figures, others):
 
 
 class Workshop:
-    """The folder with data, configurations and models, which are made when they are first asked
-    for; under a passing name, so that nothing broken off is taken for whole."""
+    """The folder with data, configurations and models. Each file is made on first use, under a
+    temporary name, so that an incomplete file is never taken for a whole one."""
 
     def __init__(self, folder, driver, quick):
         self.folder, self.driver, self.quick = folder, driver, quick
@@ -87,12 +88,12 @@ class Workshop:
         return peer.rounds.get(threads, workload.rounds) if peer else workload.rounds
 
     def make(self, name, command):
-        """The file `name`, made by the command that `command` gives for a path."""
+        """The path of file `name`, which is made, if missing, with the command `command(path)`."""
         path = self.folder / name
         if not path.exists():
-            passing = self.folder / ("new-" + name)
-            run_child(command(passing), os.cpu_count())
-            passing.rename(path)
+            temporary = self.folder / ("new-" + name)
+            run_child(command(temporary), os.cpu_count())
+            temporary.rename(path)
         return path
 
     def raw(self, workload):
@@ -154,7 +155,7 @@ class Workshop:
         return PROGRAMS["xgboost"] + self.task(workload, threads, self.peer_model)
 
     def task(self, workload, threads, model):
-        """The words of the jobs that both sides call alike."""
+        """The arguments of the jobs that have the same name and settings on both sides."""
         if workload.job == "read":
             return ["read", f"text={self.text(workload)}", f"threads={threads}"]
         return [workload.job, f"data={self.raw(workload)}", f"model={model(workload)}",

@@ -1,4 +1,4 @@
-"""The peers come from Debian 12; those that are missing are installed, or left out with a line."""
+"""Installs missing peers from Debian 12. Reports and skips those that cannot be installed."""
 
 import os
 import subprocess
@@ -6,7 +6,7 @@ import subprocess
 from contestants import PYTHON
 from machine import output_of
 
-# What a peer is asked for its version, and the package that brings it.
+# By peer: the command that prints its version, and its Debian package.
 VERSIONS = {
     "xgboost": ([PYTHON, "-c", "import xgboost; print(xgboost.__version__)"], "python3-xgboost"),
     "sklearn": ([PYTHON, "-c", "import sklearn; print(sklearn.__version__)"], "python3-sklearn"),
@@ -20,7 +20,7 @@ def version(peer):
 
 
 def install(packages):
-    """Whether apt-get could install them; its last words otherwise."""
+    """Installs packages with apt-get. Returns its last error line, or "" on success."""
     rights = [] if os.geteuid() == 0 else ["sudo", "-n"]
     apt = rights + ["env", "DEBIAN_FRONTEND=noninteractive", "apt-get", "-q", "-y",
                     "-o", "DPkg::Lock::Timeout=120"]
@@ -35,7 +35,7 @@ def install(packages):
 
 
 def present_peers(wanted):
-    """Name and version of each wanted peer that is there in the end."""
+    """Installs missing peers. Returns the versions of those that are present then, by name."""
     missing = [peer for peer in wanted if not version(peer)]
     complaint = ""
     if missing:
@@ -45,5 +45,5 @@ def present_peers(wanted):
     present = {peer: version(peer) for peer in wanted}
     for peer in wanted:
         if not present[peer]:
-            print(f"{peer}: left out, {VERSIONS[peer][1]} cannot be installed: {complaint}")
+            print(f"{peer}: skipped, {VERSIONS[peer][1]} cannot be installed: {complaint}")
     return {peer: text for peer, text in present.items() if text}

@@ -1,4 +1,4 @@
-"""The machine: what it is, how busy it is, and who else used it while something was measured."""
+"""The machine: its description, its load, and how much other processes use it during a run."""
 
 import os
 import platform
@@ -7,10 +7,10 @@ import subprocess
 import time
 from pathlib import Path
 
-# From here on others take so much of the machine that a run counts as disturbed, in cores.
+# A run counts as disturbed if other processes used more than this many cores meanwhile.
 DISTURBED = 0.2
 
-# Where a figure can change with the instruction sets, these are the ones that matter.
+# The instruction sets that can affect a figure.
 FLAGS = ("sse4_2", "avx", "avx2", "bmi2", "avx512f", "avx512bw", "avx512dq", "avx512vl")
 KERNEL_FLAGS = {"avx512": FLAGS[4:], "avx2": ("avx2",), "baseline": (), "": ()}
 
@@ -26,8 +26,8 @@ def cpu_field(name):
 
 
 def cache_sizes(folder=Path("/sys/devices/system/cpu/cpu0/cache")):
-    """The first processor's caches behind the nearest, as in "L2 cache 1 MiB, L3 cache 32 MiB"; the
-    "cache size" of /proc/cpuinfo is that of the L2 or of the L3 cache, depending on the maker."""
+    """The first processor's L2 and L3 caches, as in "L2 cache 1 MiB, L3 cache 32 MiB". The "cache
+    size" of /proc/cpuinfo is no help: it is that of L2 or of L3, depending on the vendor."""
     sizes = []
     for cache in sorted(folder.glob("index*")):
         level, size = ((cache / name).read_text(encoding="ascii").strip()
@@ -40,7 +40,7 @@ def cache_sizes(folder=Path("/sys/devices/system/cpu/cpu0/cache")):
 
 
 def missing_flags(kernel):
-    """What the processor lacks for one of our kernels."""
+    """The instruction sets that a kernel of ours needs and the processor lacks."""
     return [flag for flag in KERNEL_FLAGS[kernel] if flag not in cpu_field("flags").split()]
 
 
@@ -56,14 +56,14 @@ def output_of(*command):
 
 
 def commit(root):
-    """The commit that is measured, with a plus when the library's sources are changed."""
+    """The commit that is measured, with a plus if the library's sources differ from it."""
     name = output_of("git", "-C", root, "rev-parse", "--short", "HEAD")
     changed = output_of("git", "-C", root, "status", "--porcelain", "src")
     return name + ("+" if changed else "")
 
 
 def description():
-    """Lines that say what the figures were measured on."""
+    """Lines that describe the machine and the environment of the measurements."""
     memory = os.sysconf("SC_PHYS_PAGES") * os.sysconf("SC_PAGE_SIZE") / 2 ** 30
     flags = cpu_field("flags").split()
     switches = [f"{key}={value}" for key, value in sorted(os.environ.items())
@@ -77,7 +77,8 @@ def description():
 
 
 class Others:
-    """How many cores others used, on average, while the child processes of a `with` block ran."""
+    """Measures how many cores processes other than our children used, on average, during a `with`
+    block. The result is `cores`, set at the end of the block."""
 
     def __enter__(self):
         self.before = self.sample()
@@ -90,7 +91,7 @@ class Others:
 
     @staticmethod
     def sample():
-        """The clock, the machine's busy seconds, those of finished children."""
+        """The clock, the machine's busy seconds, and those of finished children."""
         with open("/proc/stat", encoding="ascii") as stat:
             ticks = [int(field) for field in stat.readline().split()[1:9]]
         user, nice, system, _idle, _iowait, irq, softirq, steal = ticks
@@ -100,7 +101,7 @@ class Others:
 
 
 def wait_until_quiet(patience):
-    """Waits for two seconds in which others leave the machine alone, at most `patience` seconds."""
+    """Waits, at most `patience` seconds, for two seconds without disturbance by other processes."""
     end = time.monotonic() + patience
     while time.monotonic() < end:
         with Others() as others:

@@ -1,11 +1,11 @@
-"""How rows are shown: as lines while they are measured, as Markdown in docs/performance.md."""
+"""Formats rows: as lines on the screen while measuring, and as Markdown in docs/performance.md."""
 
 BEGIN = "<!-- What follows is written by scripts/bench --write. -->"
 END = "<!-- What scripts/bench wrote ends here. -->"
 
 
 def number(value, digits=3):
-    """Three digits, but never an exponent."""
+    """Formats with `digits` significant digits, never with an exponent."""
     if value is None:
         return "-"
     text = f"{value:.{digits}g}"
@@ -68,7 +68,7 @@ def screen_row(row):
 
 
 def table(rows):
-    """Markdown, without the columns that are empty throughout."""
+    """A Markdown table, without columns that are empty in all rows."""
     columns = [(title, cell) for title, _, cell in COLUMNS if any(cell(row) for row in rows)]
     lines = [" | ".join(title for title, _ in columns), " | ".join("---" for _ in columns)]
     lines += [" | ".join(cell(row) for _, cell in columns) for row in rows]
@@ -84,7 +84,7 @@ SECTIONS = (
 
 
 def sources(rows):
-    """Which rows come from which commit and day, and how busy the machine was."""
+    """Which workloads were measured at which commit and date, and the load averages."""
     origins = {}
     for row in rows:
         origin = f"commit {row['commit']}, {row['date']}"
@@ -98,7 +98,7 @@ def sources(rows):
 
 
 def markdown(rows, order, machine):
-    """What goes between the marks: the machine, and a table per kind of workload."""
+    """The text between the markers: the machine, and a table per kind of workload."""
     ordered = sorted(rows, key=lambda row: order.index(row["workload"]))
     parts = ["".join(f"- {line}\n" for line in machine) + sources(ordered)]
     for title, jobs in SECTIONS:
@@ -109,10 +109,10 @@ def markdown(rows, order, machine):
 
 
 def write_into(path, text):
-    """Replaces what is between the marks of a document."""
+    """Replaces the text between the two markers of a document."""
     document = path.read_text()
     head, begin, rest = document.partition(BEGIN)
     _, end, tail = rest.partition(END)
     if not begin or not end:
-        raise SystemExit(f"ERROR: {path}: has not the two marks of scripts/bench")
+        raise SystemExit(f"ERROR: {path}: the two markers of scripts/bench are missing")
     path.write_text(f"{head}{BEGIN}\n\n{text}\n{END}{tail}")

@@ -1,4 +1,4 @@
-"""From the runs of a workload to its rows, one per peer; and the file that keeps them."""
+"""Turns the runs of a workload into rows, one per peer, and keeps them in a file."""
 
 import json
 import statistics
@@ -7,7 +7,7 @@ from machine import DISTURBED
 
 
 def summary(values):
-    """Median and spread (largest less smallest, as a share of the median) of a side's runs."""
+    """The median and the spread, (largest - smallest) / median, of a side's runs."""
     middle = statistics.median(values)
     return {"median": middle, "spread": (max(values) - min(values)) / middle}
 
@@ -18,9 +18,8 @@ def median_of(measurements, field):
 
 
 def row(workload, threads, peer, sides, note):
-    """The row of one peer; `sides` are the runs of both, in the order in which they were made.
-    The ratio is the median of the ratios of the turns, so that what slows down a turn as a whole
-    does not count."""
+    """The row of one peer. `sides` has the runs of both sides, turn by turn. The ratio is the
+    median of the turns' ratios, so whatever slows down a whole turn does not count."""
     ours, theirs = sides
     unit, factor = workload.unit()
     ratios = [one.seconds / other.seconds for one, other in zip(ours, theirs)]
@@ -43,7 +42,8 @@ def row(workload, threads, peer, sides, note):
 
 
 class Results:
-    """The rows so far, in a file; a row that is measured again replaces the older one."""
+    """All rows measured so far, kept in a file. A new row replaces the old one of the same
+    workload, number of threads and peer."""
 
     def __init__(self, path):
         self.path = path
@@ -52,6 +52,6 @@ class Results:
     def add(self, new):
         key = ("workload", "threads", "peer")
         self.rows = [old for old in self.rows if any(old[k] != new[k] for k in key)] + [new]
-        passing = self.path.with_suffix(".part")
-        passing.write_text(json.dumps(self.rows, indent=1))
-        passing.rename(self.path)
+        temporary = self.path.with_suffix(".part")
+        temporary.write_text(json.dumps(self.rows, indent=1))
+        temporary.rename(self.path)

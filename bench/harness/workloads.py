@@ -1,4 +1,4 @@
-"""The table of workloads: what is measured, on what data, against whom."""
+"""The table of workloads: what is measured, on which data, against which peers."""
 
 from dataclasses import dataclass, field
 from typing import Dict, Tuple
@@ -6,8 +6,8 @@ from typing import Dict, Tuple
 
 @dataclass(frozen=True)
 class Peer:
-    """A rival in a workload. `rounds` per number of threads where the full number would take too
-    long (its figures are per round); `aim` per number of threads is the ratio we are after."""
+    """A peer in a workload. Both dictionaries are by number of threads: `rounds`, where the full
+    number would take too long (figures are per round); `aim`, the highest acceptable ratio."""
     name: str
     rounds: Dict[int, int] = field(default_factory=dict)
     aim: Dict[int, float] = field(default_factory=dict)
@@ -16,9 +16,9 @@ class Peer:
 
 @dataclass(frozen=True)
 class Workload:
-    """`job` is the driver's, `data` the name of a synthetic set and `size` its size, or what
-    --quick makes of it. `rounds` are rounds of boosting or trees; `share` is that of the columns
-    per node and that of the rows per tree. `kernel` forces one of our kernels."""
+    """`job` is a job of the driver. `data` names a synthetic set and `size` is its size
+    (`quick_size` with --quick). `rounds` are boosting rounds or trees of a forest. `share` is both the share of
+    columns per node and of rows per tree. `kernel` forces one of our kernels."""
     name: str
     job: str
     data: str
@@ -36,7 +36,7 @@ class Workload:
         return self.model.startswith("RandomForest")
 
     def unit(self):
-        """Of the figures, and the factor that seconds take to become it."""
+        """The unit of the figures, and the factor that converts seconds to it."""
         if self.job == "train":
             return ("ms per tree" if self.is_forest() else "ms per round"), 1e3
         return {"batch": ("µs per row", 1e6), "single": ("µs per row", 1e6),
@@ -49,8 +49,9 @@ SCORING = {"data": "continuous", "size": 100_000, "quick_size": 2_000,
 
 
 def boosted(name, data, sizes, full, sampled, exact=None, model="GBDT"):
-    """A set with all rows and columns and with 60 % of them; `full`, `sampled` and `exact` are the
-    aims against the histogram and the exact method. The exact one is timed on full samples."""
+    """Two workloads on a data set: with all rows and columns, and with 60 % of both. `full` and
+    `sampled` are the aims against the histogram method, `exact` those against the exact method,
+    which is measured on all rows only."""
     few = {1: 4, 4: 8}
     peers = (Peer("xgboost-hist", aim=full),)
     if exact is not None:
@@ -63,7 +64,8 @@ def boosted(name, data, sizes, full, sampled, exact=None, model="GBDT"):
 
 
 def forest(name, model):
-    """A forest of trees of unlimited depth. The trees are alike, so the slow case has fewer."""
+    """A forest of trees of unlimited depth. All trees take about the same time, so slow peers with
+    one thread grow fewer."""
     few = {1: 20}
     aim = {1: 0.5, 4: 0.5}
     peers = (Peer("ranger", few, aim),
@@ -72,7 +74,7 @@ def forest(name, model):
 
 
 def batch(kernel, aim):
-    """Batch scoring with the kernel of one instruction set, or with the one that is chosen."""
+    """Batch scoring with the kernel `kernel`, or with the one that the library chooses if empty."""
     name = "score-batch" + ("-" + kernel if kernel else "")
     return Workload(name, "batch", peers=(Peer("xgboost", aim=aim),), kernel=kernel, **SCORING)
 

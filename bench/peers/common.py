@@ -1,4 +1,4 @@
-"""What the peers written in Python share: settings, the raw file, memory, the lines of figures.
+"""What the Python peers share: settings, the raw file, memory, and the output of figures.
 
 The raw file is described in bench/driver/RawData.h, the figures in bench/driver/Jobs.h.
 """
@@ -11,7 +11,7 @@ import numpy
 
 
 def settings():
-    """The job's name and its settings: arguments "key=value", numbers where they are numbers."""
+    """The job's name and its settings, from arguments "key=value". Numbers are converted."""
     values = {}
     for argument in sys.argv[2:]:
         key, text = argument.split("=", 1)
@@ -21,7 +21,8 @@ def settings():
 
 
 class Data:
-    """A raw file: x (rows by columns), y, query, the number of classes."""
+    """The contents of a raw file: x (rows by columns), y, query (or None), and the number of
+    classes (0 for a regression)."""
 
     def __init__(self, path):
         with open(path, "rb") as file:
@@ -32,7 +33,7 @@ class Data:
 
 
 def memory_bytes(field):
-    """VmRSS (resident now) or VmHWM (the most so far) of this process."""
+    """VmRSS (resident now) or VmHWM (its peak so far) of this process, in bytes."""
     with open("/proc/self/status", encoding="ascii") as status:
         for line in status:
             if line.startswith(field + ":"):
@@ -45,25 +46,25 @@ def say(key, value):
 
 
 def now():
-    """The clock on the wall, and the time of processors that this process took."""
+    """The elapsed time and the processor time of this process, in seconds, as an array."""
     return numpy.array([time.perf_counter(), time.process_time()])
 
 
 def say_time(key, seconds):
-    """A time, given as `now` gives it."""
+    """Prints a time, an array as `now` returns it."""
     say(key + "_s", seconds[0])
     say(key + "_cpu", seconds[1])
 
 
 def say_rounds(start, ends):
-    """The figures of a run that began at `start` and whose rounds were over at `ends`."""
+    """Prints the figures of a run that began at `start` and whose rounds ended at `ends`."""
     say_time("first", ends[0] - start)
     say_time("rest", ends[-1] - ends[0])
     say("rounds", len(ends))
 
 
 def misfit(data, predicted):
-    """How far predictions are off, as in bench/driver/Jobs.h."""
+    """The misfit of predictions, as bench/driver/Jobs.h defines it."""
     label = data.y[:len(predicted)].astype(float)
     if data.classes:
         return float(numpy.mean(predicted != label))
@@ -79,7 +80,7 @@ def misfit(data, predicted):
 
 
 def time_per_call(operation):
-    """As in bench/driver/Measure.h."""
+    """The mean time of a call, measured like TimePerCall in bench/driver/Measure.h."""
     operation()
     start = now()
     calls = 0

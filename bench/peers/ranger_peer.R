@@ -1,5 +1,5 @@
-# ranger's side of the forests: ranger_peer.R train data=RAW trees= leaf= columns= rows= threads=;
-# the raw file is described in bench/driver/RawData.h, the figures in bench/driver/Jobs.h.
+# ranger's side of the forests: ranger_peer.R train data=RAW trees= leaf= columns= rows= threads=
+# The raw file is described in bench/driver/RawData.h, the figures in bench/driver/Jobs.h.
 suppressMessages(library(ranger))
 
 settings <- function() {

@@ -1,7 +1,7 @@
 """scikit-learn's side of the forests: sklearn_peer.py train data=RAW trees= leaf= columns= rows=
 threads=; the figures are those of the driver (bench/driver/Jobs.h).
 
-Its forests draw rows with replacement, or all of them: the bootstrap sample is as large as our
+Its forests draw rows with replacement, or take all of them. The bootstrap sample is as large as our
 sample, but has fewer distinct rows.
 """
 

@@ -1,5 +1,5 @@
-"""XGBoost's side of the workloads: xgboost_peer.py JOB key=value...; jobs and figures are those of
-the driver (bench/driver/Jobs.h).
+"""XGBoost's side of the workloads: xgboost_peer.py JOB key=value... The jobs and figures are those
+of the driver (bench/driver/Jobs.h).
 
   train   data=RAW method=hist|exact rounds= depth= shrink= columns= rows= threads=
           [model=FILE]
@@ -19,7 +19,8 @@ from common import now, say, say_time
 
 
 def parameters(job, data):
-    """No regularisation and no prior, as on our side. A tree of depth 6 has at most 64 leaves."""
+    """No regularisation and no prior, as on our side. No limit on leaves is needed: a tree of
+    depth 6 has at most 64, which is our limit."""
     return {
         "objective": "reg:squarederror" if data.query is None else "rank:pairwise",
         "base_score": 0.0,
@@ -40,7 +41,7 @@ def parameters(job, data):
 
 
 def matrix(job, data):
-    """The form that the method is fastest with: hist is quantised while it is made."""
+    """The data in the form with which the method is fastest: hist quantises them here."""
     form = xgboost.QuantileDMatrix if job["method"] == "hist" else xgboost.DMatrix
     return form(data.x, data.y, nthread=job["threads"])
 
@@ -76,7 +77,7 @@ def load_booster(job):
 
 
 def score(job, rows_of):
-    """The time per row when each call scores what `rows_of` makes of the data."""
+    """The time per row. `rows_of` divides the data into the pieces that one call scores each."""
     booster = load_booster(job)
     parts = rows_of(common.Data(job["data"]).x)
 
@@ -92,7 +93,7 @@ def batch(job):
 
 
 def single(job):
-    """A few thousand rows are enough: a call takes longer than its row."""
+    """Two thousand rows are enough, because the time is mostly that of the call, not of the row."""
     say_time("single", score(job, lambda x: [row.reshape(1, -1) for row in x[:2000]]))
 
 

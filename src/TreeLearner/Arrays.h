@@ -19,7 +19,7 @@ template <typename Element>
     const size_t numElements = count > 0 ? static_cast<size_t>(count) : 1;
     array = static_cast<Element*>(std::calloc(numElements, sizeof(Element)));
     if (array != nullptr) {
-        WishLargePages(array, numElements * sizeof(Element));
+        RequestLargePages(array, numElements * sizeof(Element));
         return 0;
     }
     return Fail("ERROR: Failed to allocate memory when ", name, "!\n");

@@ -73,7 +73,7 @@ struct EngineRun::ListWay {
 };
 
 std::unique_ptr<EngineRun> EngineRun::Start(const TreeLearner& learner, WorkerPool& pool) {
-    if (UsePlainForm() || learner.fDebug || learner.sampleFeaType != nullptr ||
+    if (UseReferenceImplementation() || learner.fDebug || learner.sampleFeaType != nullptr ||
         (learner.CfgInfo.maxDepth < 1 && learner.modelType != "RandomForest")) {
         return nullptr;
     }

@@ -20,7 +20,7 @@ int ShareOf(int count, double share) {
 std::unique_ptr<int[]> RowArray(int count) {
     const size_t size = static_cast<size_t>(count);
     std::unique_ptr<int[]> rowV(new (std::nothrow) int[size]);
-    if (rowV) WishLargePages(rowV.get(), size * sizeof(int));
+    if (rowV) RequestLargePages(rowV.get(), size * sizeof(int));
     return rowV;
 }
 

@@ -31,7 +31,7 @@ std::shared_ptr<const PackedTrees> PackAll(const TreeLearner& learner) {
 std::shared_ptr<const TreeLearner::ScoringForm> TreeLearner::ScoringForm::Make(
     const TreeLearner& learner, std::shared_ptr<const PackedTrees> trees) {
     const bool fClassification = learner.CfgInfo.fRegCls == "CLS";
-    if (sylvora::UsePlainForm() || !learner.walkFault.empty()) return nullptr;
+    if (sylvora::UseReferenceImplementation() || !learner.walkFault.empty()) return nullptr;
     if (learner.dimFea <= 0) return nullptr;
     if (fClassification && learner.numClass <= 0) return nullptr;
     try {

@@ -1,4 +1,4 @@
-// Arrays that begin with a cache line, for what is laid out in lines.
+// Vectors that start at a cache line, for data that are laid out in whole lines of 64 bytes.
 #ifndef SYLVORA_BASE_CACHELINES_H
 #define SYLVORA_BASE_CACHELINES_H
 
@@ -8,6 +8,7 @@
 
 namespace sylvora {
 
+// Stateless, so any two are equal. Throws std::bad_alloc.
 template <typename Value>
 struct LineAllocator {
     using value_type = Value;
@@ -26,6 +27,7 @@ struct LineAllocator {
     friend bool operator!=(LineAllocator, LineAllocator) { return false; }
 };
 
+// A std::vector in every other respect.
 template <typename Value>
 using LineVector = std::vector<Value, LineAllocator<Value>>;
 

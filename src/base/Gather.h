@@ -1,17 +1,19 @@
-// Values of rows that lie here and there.
+// Gathers values from scattered rows.
 #ifndef SYLVORA_BASE_GATHER_H
 #define SYLVORA_BASE_GATHER_H
 
 namespace sylvora {
 
-// With nothing else to do in the loop, many values are on their way at once.
+// to[i] = valueV[rowV[i]] for i in [0, count). The loop does nothing else, so the processor has
+// many cache misses in flight at once.
 template <typename Value>
 void Gather(const Value* valueV, const int* rowV, int count, Value* to) {
     for (int i = 0; i < count; ++i) to[i] = valueV[rowV[i]];
 }
 
-// Calls visit(row) for those rows, few of them, that test(row) holds for. The test is 1 or 0
-// without a branch: there is one for eight of them.
+// Calls visit(row), in the order of rowV, for each row with test(row). For tests that few rows
+// pass: eight results are collected into a bit mask, so there is one branch for eight rows. The
+// test should be free of branches and side effects.
 template <typename Test, typename Visit>
 void ForSelected(const int* rowV, int count, const Test& test, const Visit& visit) {
     int i = 0;

@@ -1,6 +1,6 @@
-// Arrays of a value per row. On large pages the processor finds its way to a row without walking
-// its page tables; and what is freed goes back to the system, where the C library would keep it for
-// the thread that had asked for it.
+// Arrays with a value per row, on large pages. Large pages save page-table walks when rows are
+// accessed in random order. Freed arrays go straight back to the system; the C library might keep
+// them for the thread that allocated them. All functions are thread-safe.
 #ifndef SYLVORA_BASE_LARGEARRAY_H
 #define SYLVORA_BASE_LARGEARRAY_H
 
@@ -11,19 +11,21 @@
 
 namespace sylvora {
 
-// Asks for large pages for memory that nothing was written to yet. Only a wish: without them
-// everything works the same.
-void WishLargePages(void* memory, size_t size);
+// Asks the system to back `memory` with large pages. Call before the first write to it. A hint:
+// failure is ignored, and results do not depend on it.
+void RequestLargePages(void* memory, size_t size);
 
-// Memory of zeros straight from the system, on large pages where it has some that are worthwhile;
-// null when there is none.
+// Maps `size` zeroed bytes, on large pages if the array is large enough to gain by them and the
+// system has some. Returns null if there is no memory. Free with UnmapMemory and the same size.
 void* MapMemory(size_t size);
 void UnmapMemory(void* memory, size_t size);
 
+// Stateless, so any two are equal. Throws std::bad_alloc. Allocations below kMapped bytes come from
+// the C library.
 template <typename Element>
 struct LargePageAllocator {
     typedef Element value_type;
-    static constexpr size_t kMapped = size_t{1} << 20;  // smaller ones are the C library's
+    static constexpr size_t kMapped = size_t{1} << 20;  // bytes
 
     LargePageAllocator() = default;
     template <typename Other>

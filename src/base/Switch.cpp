@@ -1,4 +1,4 @@
-// The engine's switch; see Switch.h.
+// Environment variables of the engine; see Switch.h.
 #include "Switch.h"
 
 #include <cstdlib>
@@ -6,7 +6,7 @@
 
 namespace sylvora {
 
-bool UsePlainForm() {
+bool UseReferenceImplementation() {
     const char* value = std::getenv("SYLVORA_PLAIN");
     return value != nullptr && std::strcmp(value, "1") == 0;
 }

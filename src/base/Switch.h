@@ -1,16 +1,17 @@
-// Whether the engine is to be used at all.
+// What the environment decides about the engine: whether it is used, and with which kernel.
 #ifndef SYLVORA_BASE_SWITCH_H
 #define SYLVORA_BASE_SWITCH_H
 
 namespace sylvora {
 
-// True when the environment has SYLVORA_PLAIN=1: everything then runs in the plain form, for tests
-// or to check a result. Asked at the start of a run and when a model is loaded.
-bool UsePlainForm();
+// True if SYLVORA_PLAIN is "1". Then the reference implementation trains and scores, for tests or
+// to check a result. Read at the start of a training run and when an ensemble is compiled for
+// scoring.
+bool UseReferenceImplementation();
 
-// The kernel that the environment asks for, as in SYLVORA_KERNEL=baseline (or avx2, avx512); null
-// where it does not. Batches and single rows are both scored with it. For tests and comparisons;
-// asked when an ensemble is compiled for scoring.
+// The value of SYLVORA_KERNEL: "baseline", "avx2" or "avx512", not checked; null if it is not set.
+// It names the kernel for batches and for single rows. For tests and comparisons. Read when an
+// ensemble is compiled for scoring. The environment owns the string.
 const char* ForcedKernel();
 
 }  // namespace sylvora

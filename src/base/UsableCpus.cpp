@@ -1,4 +1,4 @@
-// Processors and control groups; see UsableCpus.h.
+// Counts usable processors; see UsableCpus.h.
 #include "UsableCpus.h"
 
 #include <sched.h>
@@ -9,8 +9,9 @@
 namespace sylvora {
 namespace {
 
+// The size of the process's affinity mask; 1 if it cannot be read.
 int NumAllowedCpus() {
-    // The kernel refuses sets that are too small for its processors.
+    // sched_getaffinity fails if the set is smaller than the kernel's own, whose size is unknown.
     for (int size = CPU_SETSIZE; size <= 1 << 20; size *= 2) {
         cpu_set_t* set = CPU_ALLOC(static_cast<size_t>(size));
         if (set == nullptr) break;
@@ -23,17 +24,19 @@ int NumAllowedCpus() {
     return 1;
 }
 
-// The lower of two limits, 0 being none.
+// The lower of two limits, where 0 means no limit.
 int Lower(int limit, int other) {
     return limit == 0 || other == 0 ? std::max(limit, other) : std::min(limit, other);
 }
 
+// quota / period (both in microseconds), rounded up; 0 if that is no sensible limit.
 int ToCpus(double quota, double period) {
     const double cpus = quota / period;
     return quota > 0.0 && period > 0.0 && cpus < 1e6 ? static_cast<int>(cpus + 0.999999) : 0;
 }
 
-// A file that is missing, or that says "max" or -1, sets no limit.
+// The limit that one control group sets: cpu.max in version 2, cpu.cfs_* in version 1. A file that
+// is missing, or that says "max" or -1, sets no limit.
 int LimitOfFolder(const std::string& folder) {
     double quota = 0.0;
     double period = 0.0;

@@ -1,4 +1,4 @@
-// How many processors this process may use.
+// The number of processors that this process may use.
 #ifndef SYLVORA_BASE_USABLECPUS_H
 #define SYLVORA_BASE_USABLECPUS_H
 
@@ -6,12 +6,12 @@
 
 namespace sylvora {
 
-// The processors that the process is allowed on, or as many as its control group (a container's CPU
-// limit) has time for, if that is fewer; at least 1.
+// The number of processors in the process's affinity mask, or the CPU limit of its control group
+// (as containers set it) if that is lower; at least 1. Reads files, so it takes some microseconds.
 int NumUsableCpus();
 
-// The limit of the control groups found there: quota / period, rounded up, the lowest of all; 0: no
-// limit.
+// The CPU limit of the process's control group and its ancestors: the lowest quota / period,
+// rounded up; 0 if there is no limit. `places` says where to look; tests pass their own.
 int CpusOfControlGroup(const ControlGroupPlaces& places);
 
 }  // namespace sylvora

@@ -9,12 +9,12 @@
 namespace sylvora {
 namespace {
 
-// Loops follow each other within microseconds, or after a short stretch of one worker alone, and to
-// be woken takes long: look around for a while before going to sleep, at last only when nobody else
-// wants the processor.
+// Loops mostly follow each other within microseconds, and waking a thread takes longer than that.
+// So an idle worker polls before it sleeps: first busily, then yielding the processor to others.
 constexpr int kSpins = 2000;
 constexpr int kYields = 1000;
 
+// Polls until the condition holds; false if it did not in time.
 template <typename Condition>
 bool SpinUntil(const Condition& condition) {
     for (int i = 0; i < kSpins; ++i) {
@@ -28,7 +28,7 @@ bool SpinUntil(const Condition& condition) {
     return false;
 }
 
-// Which worker a thread is, and of which pool.
+// The pool that started the current thread, if any, and the thread's number there.
 struct Identity {
     const void* pool = nullptr;
     int worker = 0;
@@ -48,8 +48,8 @@ WorkerPool::~WorkerPool() {
 
 int WorkerPool::Start(int numThread) {
     if (numThread > 1) {
-        // Nothing may fail later: a worker has at most a loop of nodes, one within a node, and a
-        // task aside, and a run has one more.
+        // Reserve now, because Open must not throw. At any time a worker has opened at most three
+        // loops (over nodes, within a node, and a background task), and a run one more.
         threads.reserve(static_cast<size_t>(numThread - 1));
         const std::lock_guard<std::mutex> lock(mutex);
         openV.reserve(4 * static_cast<size_t>(numThread));
@@ -69,18 +69,20 @@ void* WorkerPool::ThreadMain(void* arg) {
     while (Loop* loop = pool.Join()) {
         pool.Work(*loop, identity.worker);
         if (loop->numHelpers.fetch_sub(1) > 1) continue;
-        // From here on the loop may be gone.
+        // numHelpers is 0: the owner may already have destroyed the loop, so do not touch it.
         const std::lock_guard<std::mutex> lock(pool.mutex);
         pool.done.notify_all();
     }
     return nullptr;
 }
 
+// The number of the calling thread: 0 unless it is one of this pool's own.
 int WorkerPool::Self() const {
     return identity.pool == this ? identity.worker : 0;
 }
 
-// Waits for a loop to help with; null at the end.
+// Waits for an open loop and joins the oldest; null when the pool ends. The helper is counted under
+// the mutex, while the loop is still open, so the loop's owner waits for it.
 WorkerPool::Loop* WorkerPool::Join() {
     SpinUntil([this] { return numOpen.load() > 0 || fEnd.load(); });
     std::unique_lock<std::mutex> lock(mutex);
@@ -92,6 +94,7 @@ WorkerPool::Loop* WorkerPool::Join() {
     return openV.front();
 }
 
+// Offers a loop to the workers. Wakes no more of them than the loop has indices.
 void WorkerPool::Open(Loop& loop) {
     int numToWake = loop.count;
     {
@@ -103,12 +106,15 @@ void WorkerPool::Open(Loop& loop) {
     for (; numToWake > 0; --numToWake) wake.notify_one();
 }
 
+// Nobody can join the loop any more. Closing twice is harmless.
 void WorkerPool::Close(Loop& loop) {
     const std::lock_guard<std::mutex> lock(mutex);
     openV.erase(std::remove(openV.begin(), openV.end(), &loop), openV.end());
     numOpen = static_cast<int>(openV.size());
 }
 
+// Runs indices until none are left. Each is handed out once, by the atomic increment. After an
+// exception no more are handed out.
 void WorkerPool::Work(Loop& loop, int worker) {
     for (int index = loop.nextIndex++; index < loop.count; index = loop.nextIndex++) {
         try {
@@ -122,6 +128,8 @@ void WorkerPool::Work(Loop& loop, int worker) {
     Close(loop);
 }
 
+// Works on a loop of the calling thread's own and waits for its helpers. Afterwards no other thread
+// refers to the loop.
 void WorkerPool::Finish(Loop& loop) {
     Work(loop, Self());
     const auto isDone = [&loop] { return loop.numHelpers.load() == 0; };

@@ -1,4 +1,4 @@
-// A few threads that live as long as a run and share its loops.
+// A pool of threads that share the loops of a run.
 #ifndef SYLVORA_BASE_WORKERPOOL_H
 #define SYLVORA_BASE_WORKERPOOL_H
 
@@ -14,12 +14,16 @@
 
 namespace sylvora {
 
-// The calling thread is worker 0; Start adds the others. Idle workers block. A loop hands out its
-// indices one by one, so which worker gets which is left to chance: results must not depend on it.
-// Tasks may run loops themselves: a worker that has nothing to do joins the loop that was begun
-// first of those with indices left, and whoever runs a loop waits for those who joined. Used by one
-// thread besides the workers' own. The destructor joins all threads, so nothing runs on when a pool
-// is gone.
+// Workers are numbered from 0: the calling thread is worker 0, and Start adds the others. A loop
+// hands out its indices one by one to whichever worker is free, so results must not depend on which
+// worker runs which index.
+//
+// Tasks may run loops themselves. An idle worker joins the oldest loop that has indices left; the
+// thread that started a loop works on it too, then waits for those that joined. Idle workers poll
+// for a moment, then block.
+//
+// Thread safety: one thread may use the pool from outside, and tasks may use it from within, except
+// for Start. The destructor joins all threads; no loop or task may be running.
 class WorkerPool {
   public:
     WorkerPool() = default;
@@ -27,14 +31,16 @@ class WorkerPool {
     WorkerPool(const WorkerPool&) = delete;
     WorkerPool& operator=(const WorkerPool&) = delete;
 
-    // Brings the pool to `numThread` workers in all; 0, or the error code of the thread that could
-    // not be started (those that could stay).
+    // Adds threads until there are `numThread` workers in all. Returns 0, or the error code of
+    // pthread_create; the threads that did start stay.
     [[nodiscard]] int Start(int numThread);
 
     int NumWorkers() const { return static_cast<int>(threads.size()) + 1; }
 
-    // Runs task(index, worker) for each index in [0, count) and returns when all are done. The
-    // first exception of a task is thrown again here, after the others have ended.
+    // Runs task(index, worker) for each index in [0, count) and returns when all are done. No two
+    // concurrent calls have the same worker, unless one runs inside the other. The first exception
+    // of a task is rethrown here, after all running calls have ended; later indices are then
+    // skipped.
     template <typename Task>
     void For(int count, const Task& task) {
         if (count <= 0) return;
@@ -55,13 +61,14 @@ class WorkerPool {
   private:
     friend class BackgroundTask;
 
+    // Owned by the thread that runs it, on its stack or in a BackgroundTask.
     struct Loop {
         void (*call)(const void* context, int index, int worker) = nullptr;
         const void* context = nullptr;
         int count = 0;
         std::atomic<int> nextIndex{0};
         std::atomic<int> numHelpers{0};  // workers that joined and have not left
-        std::exception_ptr failure;
+        std::exception_ptr failure;      // the first one
     };
 
     static void* ThreadMain(void* arg);
@@ -76,14 +83,14 @@ class WorkerPool {
     std::atomic<int> numArrived{0};
     std::mutex mutex;  // guards openV, numAsleep, and the failures of loops
     std::condition_variable wake, done;
-    std::vector<Loop*> openV;     // that may have indices left, in the order of their beginning
-    std::atomic<int> numOpen{0};  // of them, to look at without the mutex
+    std::vector<Loop*> openV;     // loops that may have indices left, oldest first; not owned
+    std::atomic<int> numOpen{0};  // openV.size(), for polling without the mutex
     int numAsleep = 0;
     std::atomic<bool> fEnd{false};
 };
 
-// A task that an idle worker runs while its owner goes on; if none has begun it by the time of
-// Await, it is run there. The pool must outlive it.
+// A task that an idle worker runs while its owner goes on. If none has started it when Await is
+// called, the owner runs it there. Owns the task; the pool must outlive it.
 class BackgroundTask {
   public:
     BackgroundTask(WorkerPool& workers, std::function<void()> task);
@@ -91,8 +98,8 @@ class BackgroundTask {
     BackgroundTask(const BackgroundTask&) = delete;
     BackgroundTask& operator=(const BackgroundTask&) = delete;
 
-    // Returns when the task is done; its exception is thrown again here. The destructor awaits a
-    // task that nobody has awaited, which then must not throw.
+    // Returns when the task is done, and rethrows its exception. The destructor awaits a task that
+    // was not awaited; such a task must not throw.
     void Await();
 
   private:

@@ -1,4 +1,4 @@
-// Arrays of all sizes: zeroed, usable to the last byte, and gone when they are freed.
+// Arrays of all sizes: zeroed, usable to the last byte, and returned to the system when freed.
 #include "base/LargeArray.h"
 
 #include <gtest/gtest.h>
@@ -12,14 +12,14 @@ namespace {
 
 constexpr size_t kMebibyte = size_t{1} << 20;
 
-// Of the process, in pages.
+// The size of the process's address space, in pages.
 size_t AddressSpace() {
     size_t pages = 0;
     std::ifstream("/proc/self/statm") >> pages;
     return pages;
 }
 
-TEST(LargeArrays, HoldTheirSizeInZeros) {
+TEST(LargeArrays, AreZeroed) {
     for (const size_t size : {size_t{1}, kMebibyte - 1, kMebibyte, 4 * kMebibyte - 1, 4 * kMebibyte,
                               5 * kMebibyte + 1}) {
         LargeArray<uint8_t> array(size);
@@ -32,17 +32,17 @@ TEST(LargeArrays, HoldTheirSizeInZeros) {
     EXPECT_TRUE(LargeArray<double>().empty());
 }
 
-TEST(LargeArrays, GoBackToTheSystem) {
+TEST(LargeArrays, ReturnMemoryToTheSystem) {
     const size_t before = AddressSpace();
     for (int repeat = 0; repeat < 40; ++repeat) {
         LargeArray<uint8_t> whole(5 * kMebibyte + 1);
         whole.resize(9 * kMebibyte);
     }
-    // Those that stayed would be hundreds of mebibytes.
+    // If freed arrays were kept, it would have grown by hundreds of mebibytes.
     EXPECT_LT(AddressSpace(), before + 100 * kMebibyte / 4096);
 }
 
-TEST(LargeArrays, SayWhenThereIsNoMemory) {
+TEST(LargeArrays, ThrowWhenThereIsNoMemory) {
     EXPECT_THROW(LargeArray<uint8_t>(size_t{1} << 60), std::bad_alloc);
 }
 

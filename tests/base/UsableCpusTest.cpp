@@ -1,4 +1,4 @@
-// Control groups as both versions lay them out, and what they allow.
+// The CPU limits of control groups, in both versions of their file layout, and the affinity mask.
 #include "base/UsableCpus.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// Loops of the worker pool within each other, tasks aside, and what becomes of exceptions.
+// Nested loops of the worker pool, background tasks, and exceptions.
 #include "base/WorkerPool.h"
 
 #include <gtest/gtest.h>
@@ -20,7 +20,8 @@ class WorkerPools : public testing::TestWithParam<int> {
 
 INSTANTIATE_TEST_SUITE_P(Threads, WorkerPools, testing::Values(1, 2, 5));
 
-// Whoever joins a loop within a task keeps its own number, and no number is at two tasks at once.
+// A worker that joins a nested loop keeps its number, and no two running tasks have the same
+// number.
 TEST_P(WorkerPools, RunEachIndexOnceByOneWorkerAtATime) {
     constexpr int kOuter = 7;
     constexpr int kInner = 40;
@@ -29,8 +30,8 @@ TEST_P(WorkerPools, RunEachIndexOnceByOneWorkerAtATime) {
     std::atomic<int> numClashes{0};
     for (int repeat = 0; repeat < 50; ++repeat) {
         pool.For(kOuter, [&](int outer, int) {
-            std::atomic<int> numAside{0};
-            const BackgroundTask aside(pool, [&] { ++numAside; });
+            std::atomic<int> numBackground{0};
+            const BackgroundTask background(pool, [&] { ++numBackground; });
             pool.For(kInner, [&](int inner, int worker) {
                 std::atomic<int>& atWork = atWorkV.at(static_cast<size_t>(worker));
                 if (atWork++ != 0) ++numClashes;
@@ -43,13 +44,13 @@ TEST_P(WorkerPools, RunEachIndexOnceByOneWorkerAtATime) {
     for (const std::atomic<int>& run : runV) EXPECT_EQ(run, 50);
 }
 
-TEST_P(WorkerPools, ThrowOnceAllHaveEnded) {
+TEST_P(WorkerPools, RethrowAfterAllTasksHaveEnded) {
     for (int repeat = 0; repeat < 20; ++repeat) {
         std::atomic<int> numAtWork{0};
-        std::atomic<int> numAside{0};
+        std::atomic<int> numBackground{0};
         const auto run = [&] {
             pool.For(5, [&](int outer, int) {
-                const BackgroundTask aside(pool, [&] { ++numAside; });
+                const BackgroundTask background(pool, [&] { ++numBackground; });
                 pool.For(30, [&](int inner, int) {
                     ++numAtWork;
                     const bool fThrow = outer == 3 && inner == 17;
@@ -60,9 +61,9 @@ TEST_P(WorkerPools, ThrowOnceAllHaveEnded) {
         };
         EXPECT_THROW(run(), std::runtime_error);
         EXPECT_EQ(numAtWork, 0);
-        EXPECT_GT(numAside, 0);
-        BackgroundTask aside(pool, [] { throw std::out_of_range("aside"); });
-        EXPECT_THROW(aside.Await(), std::out_of_range);
+        EXPECT_GT(numBackground, 0);
+        BackgroundTask background(pool, [] { throw std::out_of_range("background"); });
+        EXPECT_THROW(background.Await(), std::out_of_range);
     }
 }
 
@@ -76,13 +77,13 @@ TEST_P(WorkerPools, GrowBetweenLoops) {
     EXPECT_EQ(sum, 3 * 4950);
 }
 
-// The owner ends its task without having waited for a helper to begin it.
-TEST_P(WorkerPools, FinishTasksAsideThatNobodyAwaits) {
+// The task is destroyed, often before any worker has started it.
+TEST_P(WorkerPools, FinishBackgroundTasksThatNobodyAwaits) {
     int numDone = 0;
     for (int repeat = 0; repeat < 200; ++repeat) {
-        std::optional<BackgroundTask> aside;
-        aside.emplace(pool, [&] { ++numDone; });
-        aside.reset();
+        std::optional<BackgroundTask> background;
+        background.emplace(pool, [&] { ++numDone; });
+        background.reset();
         EXPECT_EQ(numDone, repeat + 1);
     }
 }

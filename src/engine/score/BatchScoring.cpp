@@ -12,15 +12,15 @@ namespace sylvora {
 namespace engine {
 namespace {
 
-// A bundle's trees stay in the fastest cache while the tiles of a block go by, so blocks are as
-// large as keeps the tiles in the next one.
+// Tiles per block. A bundle's trees stay in the L1 cache while they score all tiles of a block, so
+// a block is as large as the L2 cache allows.
 constexpr int kMaxTiles = 8;
-// Votes are counted by row and class; blocks are smaller where that would take more room.
+// The most vote counters (rows times classes) of a block; with many classes, blocks are smaller.
 constexpr int kMaxCounts = 1 << 16;
-// Visits of a tree by a row for which a thread more is worth its start.
+// Work, in rows times trees, that is worth starting one more thread.
 constexpr size_t kVisitsPerThread = 100000;
 
-// Scores one block at a time; one per worker.
+// Scores one block at a time. Each worker has its own, since it owns the buffers of a block.
 template <typename Totals>
 class BlockScorer {
   public:
@@ -28,29 +28,31 @@ class BlockScorer {
         : ensemble(compiled),
           rowV(static_cast<size_t>(maxTiles) * kTileRows),
           totals(compiled.numClass, maxTiles) {
-        int mostBands = 0;
-        for (const ThresholdCodes& codes : ensemble.sectionV) {
-            mostBands = std::max(mostBands, codes.NumBands());
+        int maxBands = 0;
+        for (const RowQuantiser& quantiser : ensemble.quantiserV) {
+            maxBands = std::max(maxBands, quantiser.NumBands());
         }
-        codeV.resize(static_cast<size_t>(mostBands) * static_cast<size_t>(maxTiles) * kTileRows);
+        codeV.resize(static_cast<size_t>(maxBands) * static_cast<size_t>(maxTiles) * kTileRows);
     }
 
     void Score(const RowTable& rows, double* results) {
         const int numRows = static_cast<int>(rows.numRows);
         numTiles = (numRows + kTileRows - 1) / kTileRows;
-        // What is left of the last tile is filled with a row that is there.
+        // Kernels take whole tiles, so the last row fills up the last tile. Its extra scores are
+        // not copied out.
         for (int r = 0; r < numTiles * kTileRows; ++r) {
             rowV[static_cast<size_t>(r)] = rows.Row(static_cast<size_t>(std::min(r, numRows - 1)));
         }
         totals.Begin();
-        int section = -1;
+        int quantiser = -1;
         for (const Bundle& bundle : ensemble.bundleV) {
             if (!bundle.IsCoded()) {
                 AddWalked(bundle);
                 continue;
             }
-            if (section != bundle.section) CodeTiles(bundle.section);
-            section = bundle.section;
+            // Coded bundles come in the order of their quantisers, so each quantiser runs once.
+            if (quantiser != bundle.quantiser) QuantiseTiles(bundle.quantiser);
+            quantiser = bundle.quantiser;
             AddCoded(bundle);
         }
         totals.CopyResults(results, numRows);
@@ -62,14 +64,17 @@ class BlockScorer {
         return codeV.data() + static_cast<size_t>(tile) * static_cast<size_t>(numBands) * kTileRows;
     }
 
-    void CodeTiles(int section) {
-        const ThresholdCodes& codes = ensemble.sectionV[static_cast<size_t>(section)];
-        numBands = codes.NumBands();
+    // Fills codeV with the codes of the block's tiles. Sets numBands, which TileCodes depends on.
+    void QuantiseTiles(int index) {
+        const RowQuantiser& quantiser = ensemble.quantiserV[static_cast<size_t>(index)];
+        numBands = quantiser.NumBands();
         for (int tile = 0; tile < numTiles; ++tile) {
-            codes.CodeTile(TileRows(tile), *ensemble.kernel, TileCodes(tile));
+            quantiser.QuantiseTile(TileRows(tile), *ensemble.kernel, TileCodes(tile));
         }
     }
 
+    // Adds a bundle of coded trees to the totals of all tiles. A leaf number indexes the tree's
+    // 2^depth values.
     void AddCoded(const Bundle& bundle) {
         alignas(kTileRows) uint8_t leafV[kBundleTrees * kTileRows];
         const double* valueV[kBundleTrees];
@@ -84,6 +89,8 @@ class BlockScorer {
         }
     }
 
+    // The same for a bundle of walked trees. A leaf is a node index, and values are indexed by
+    // node.
     void AddWalked(const Bundle& bundle) {
         uint32_t leafV[kBundleTrees * kTileRows];
         const double* valueV[kBundleTrees];
@@ -99,6 +106,8 @@ class BlockScorer {
         }
     }
 
+    // Adds the leaves of one tile to the totals, piece by piece. leafV and valueV are by tree of
+    // the bundle, as PieceLeaves describes them.
     template <typename Leaf>
     void AddTile(const Bundle& bundle, int tile, const Leaf* leafV, const double* const* valueV) {
         const double* const shrinkV = ensemble.shrinkV.data() + bundle.firstTree;
@@ -112,19 +121,21 @@ class BlockScorer {
 
     const CompiledEnsemble& ensemble;
     std::vector<const double*> rowV;  // by row of the block
-    LineVector<int8_t> codeV;         // tile after tile
-    int numTiles = 0;
-    int numBands = 0;
+    LineVector<int8_t> codeV;         // tile after tile, each numBands * kTileRows
+    int numTiles = 0;                 // of the current block
+    int numBands = 0;                 // of the current quantiser
     Totals totals;
 };
 
+// Workers take blocks one by one. Blocks write to disjoint ranges of `results`. All memory is
+// allocated before the first block is scored.
 template <typename Totals>
 void ScoreBlocks(const CompiledEnsemble& ensemble, const RowTable& rows, double* results,
                  int numThread, int maxTiles) {
     const size_t blockRows = static_cast<size_t>(maxTiles) * kTileRows;
     const size_t numBlocks = (rows.numRows + blockRows - 1) / blockRows;
     WorkerPool pool;
-    // Where not all threads can be started, fewer do the same work.
+    // Deliberately ignored: if not all threads start, fewer do the same work.
     static_cast<void>(
         pool.Start(static_cast<int>(std::min(static_cast<size_t>(numThread), numBlocks))));
     std::vector<BlockScorer<Totals>> scorerV;
@@ -143,12 +154,13 @@ void ScoreBlocks(const CompiledEnsemble& ensemble, const RowTable& rows, double*
 void ScoreRows(const CompiledEnsemble& ensemble, const RowTable& rows, double* results,
                int numThread) {
     const size_t numVisits = rows.numRows * (ensemble.shrinkV.size() + 1);
-    const size_t mostThreads = 1 + numVisits / kVisitsPerThread;
-    // To ask for the processors takes as long as scoring some rows.
-    const int numAsked = numThread > 0 || mostThreads == 1 ? numThread : NumUsableCpus();
+    const size_t maxThreads = 1 + numVisits / kVisitsPerThread;
+    // Counting the processors takes as long as scoring some rows, so do so only if it matters.
+    const int numAsked = numThread > 0 || maxThreads == 1 ? numThread : NumUsableCpus();
     const int numWorkers =
-        static_cast<int>(std::min(static_cast<size_t>(std::max(numAsked, 1)), mostThreads));
-    // Enough blocks for all to end at about the same time.
+        static_cast<int>(std::min(static_cast<size_t>(std::max(numAsked, 1)), maxThreads));
+    // Four blocks per worker or more, where there are enough rows, so that all finish at about the
+    // same time.
     const size_t tilesPerWorker = rows.numRows / kTileRows / static_cast<size_t>(numWorkers) / 4;
     int maxTiles = static_cast<int>(std::clamp(tilesPerWorker, size_t{1}, size_t{kMaxTiles}));
     if (ensemble.numClass == 0) {

@@ -1,4 +1,4 @@
-// Many rows through the trees, block by block.
+// Scores many rows, block by block.
 #ifndef SYLVORA_ENGINE_SCORE_BATCHSCORING_H
 #define SYLVORA_ENGINE_SCORE_BATCHSCORING_H
 
@@ -9,7 +9,8 @@
 namespace sylvora {
 namespace engine {
 
-// Row i begins at values + i * stride and has a value for every column of the ensemble.
+// Row i begins at values + i * stride and has a value for every column of the ensemble. The caller
+// owns the values.
 struct RowTable {
     const double* values;
     size_t numRows;
@@ -18,9 +19,13 @@ struct RowTable {
     const double* Row(size_t row) const { return values + row * stride; }
 };
 
-// Scores all rows with at most `numThread` threads, this one included: in a regression the sum over
-// groups of shrink times mean, in a classification the vote of every tree of a group, with counts
-// carried from group to group. Throws std::bad_alloc before anything is written.
+// Scores all rows and writes results[0, numRows). In a regression a score is the sum over groups of
+// shrink times mean. In a classification every tree of a group votes, vote counts carry over from
+// group to group, and a score is the sum of shrink times the class that wins in each group.
+//
+// Uses at most `numThread` threads, the calling one included; 0 or less means all usable
+// processors. Results do not depend on the number. Any number of threads may score with the same
+// ensemble. Throws std::bad_alloc, with `results` untouched, when memory runs out.
 void ScoreRows(const CompiledEnsemble& ensemble, const RowTable& rows, double* results,
                int numThread);
 

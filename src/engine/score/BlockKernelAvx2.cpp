@@ -8,7 +8,7 @@ namespace engine {
 namespace {
 
 constexpr int kWidth = 32;
-constexpr int kTogether = 2;
+constexpr int kRegisters = 2;
 #include "BlockKernel.inl"
 #include "RowKernel.inl"
 

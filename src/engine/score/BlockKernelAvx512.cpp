@@ -8,7 +8,7 @@ namespace engine {
 namespace {
 
 constexpr int kWidth = 64;
-constexpr int kTogether = 1;
+constexpr int kRegisters = 1;
 #include "BlockKernel.inl"
 #include "RowKernel.inl"
 

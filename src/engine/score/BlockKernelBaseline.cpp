@@ -6,10 +6,11 @@ namespace engine {
 namespace {
 
 constexpr int kWidth = 16;
-constexpr int kTogether = 2;
+constexpr int kRegisters = 2;
 #include "BlockKernel.inl"
 
-// One row walks several trees side by side, so that their loads overlap.
+// Without byte shuffles, one row walks kTrees trees in lockstep, so that their loads overlap. atV
+// are heap positions.
 template <int kTrees>
 static inline void WalkTrees(const RowTests* testsV, int depth, const int8_t* codeV, int firstLane,
                              uint8_t* leafV) {
@@ -27,7 +28,7 @@ static inline void WalkTrees(const RowTests* testsV, int depth, const int8_t* co
     }
 }
 
-static void WalkRow(const RowTests* testsV, int depth, const RowBytes& codes, uint8_t* leafV) {
+static void WalkRow(const RowTests* testsV, int depth, const RowCodes& codes, uint8_t* leafV) {
     constexpr int kWalks = 8;
     for (int lane = 0; lane < kRowTrees; lane += kWalks) {
         WalkTrees<kWalks>(testsV, depth, codes.codeV, lane, leafV);

@@ -15,25 +15,28 @@ namespace sylvora {
 namespace engine {
 namespace {
 
-// Whether sums come out the same whatever the order of their operands: x86-64 makes one NaN, and
-// passes on those that it is given.
-bool IsPlainNumber(double value) {
+// Whether the value is a number or the NaN that x86-64 arithmetic makes. Sums of such values do not
+// depend on the order of the operands. Other NaNs do: the sum of two NaNs is the first operand.
+bool IsNumberOrDefaultNan(double value) {
     static const volatile double zero = 0.0;
     const double made = zero / zero;
     return value == value || std::memcmp(&value, &made, sizeof value) == 0;
 }
 
+// Whether a leaf has a usable value: a class in [0, numClass), or in a regression an output.
 bool CanScore(const PackedNode& leaf, int numClass) {
-    if (numClass == 0) return IsPlainNumber(leaf.avgPredict);
+    if (numClass == 0) return IsNumberOrDefaultNan(leaf.avgPredict);
     const int cls = Truncate<int>(leaf.avgPredict);
     return cls >= 0 && cls < numClass;
 }
 
-// The depth of a tree; -1 if it is none: sons come after their parent and have only one.
+// Returns the depth of a tree; -1 if its nodes are not a valid tree that can be scored. Children
+// must follow their parent, which excludes cycles, and have one parent only. Unreachable nodes are
+// ignored.
 int MeasureDepth(const EnsembleSource& source, size_t tree) {
     const PackedNode* nodes = source.Tree(tree);
     const int numNodes = static_cast<int>(source.NumNodes(tree));
-    std::vector<int> depthV(source.NumNodes(tree), -1);  // -1: no way leads there
+    std::vector<int> depthV(source.NumNodes(tree), -1);  // by node; -1: not reached
     if (depthV.empty()) return -1;
     depthV[0] = 0;
     int deepest = 0;
@@ -45,14 +48,17 @@ int MeasureDepth(const EnsembleSource& source, size_t tree) {
         if (node.IsLeaf() && !CanScore(node, source.numClass)) return -1;
         if (node.IsLeaf()) continue;
         if (node.splitFea < 0 || node.splitFea >= source.dimFea) return -1;
-        for (const int son : {node.lson, node.rson}) {
-            if (son <= k || son >= numNodes || depthV[static_cast<size_t>(son)] >= 0) return -1;
-            depthV[static_cast<size_t>(son)] = depth + 1;
+        for (const int child : {node.lson, node.rson}) {
+            if (child <= k || child >= numNodes || depthV[static_cast<size_t>(child)] >= 0)
+                return -1;
+            depthV[static_cast<size_t>(child)] = depth + 1;
         }
     }
     return deepest;
 }
 
+// Compiles one ensemble; used once. The steps of Run() fill the fields of `compiled` in their
+// order.
 class Compiler {
   public:
     explicit Compiler(const EnsembleSource& ensemble) : source(ensemble) {}
@@ -62,10 +68,10 @@ class Compiler {
   private:
     bool CheckGroups() const;
     bool MeasureTrees();
-    void PlanSections();
-    bool AddToSection(size_t tree);
-    void CloseSection();
-    void CutBundles();
+    void PlanQuantisers();
+    bool AddToQuantiser(size_t tree);
+    void FinishQuantiser();
+    void FormBundles();
     bool IsMostlyPadding(const Bundle& bundle) const;
     size_t NumNodes(const Bundle& bundle) const;
     size_t CodedBytes(const Bundle& bundle) const;
@@ -74,42 +80,43 @@ class Compiler {
     void PairBundles();
     bool FillBundle(Bundle& bundle);
     void FillCoded(const Bundle& bundle, size_t tree);
-    void LinkChunks();
-    void CutGroups();
+    void LinkSubtrees();
+    void FormPieces();
 
     const EnsembleSource& source;
     std::unique_ptr<CompiledEnsemble> compiled = std::make_unique<CompiledEnsemble>();
-    std::vector<int> depthV;    // by tree
-    std::vector<int> sectionV;  // by tree; -1: walked
-    // The section that is being planned: its trees, and thresholds by feature.
+    std::vector<int> depthV;      // by tree
+    std::vector<int> quantiserV;  // by tree; -1: walked
+    // The quantiser being planned: its trees, the number of thresholds by feature, and its bands.
     std::vector<size_t> openTreeV;
     std::unordered_map<int, int> openCountV;
     int numOpenBands = 0;
-    // Chunks of each tree, for whom addresses are known at the end only.
-    std::vector<size_t> firstLeafChunkV;
-    std::vector<size_t> firstJoinV;
+    // By tree: its first subtrees. Indices, because the arrays move while they grow.
+    std::vector<size_t> firstLeafSubtreeV;
+    std::vector<size_t> firstInnerSubtreeV;
 };
 
 std::unique_ptr<const CompiledEnsemble> Compiler::Run(const BlockKernel& kernel) {
     if (!CheckGroups() || !MeasureTrees()) return nullptr;
     compiled->kernel = &kernel;
     compiled->numClass = source.numClass;
-    PlanSections();
-    CutBundles();
+    PlanQuantisers();
+    FormBundles();
     if (PlannedBytes() > UsableMemory()) return nullptr;
     ReserveValues();
     PairBundles();
     for (Bundle& bundle : compiled->bundleV) {
         if (!FillBundle(bundle)) return nullptr;
     }
-    LinkChunks();
-    CutGroups();
+    LinkSubtrees();
+    FormPieces();
     return std::move(compiled);
 }
 
+// There must be a shrink per group, and tree numbers must fit into an int.
 bool Compiler::CheckGroups() const {
     for (const float shrink : source.shrinkV) {
-        if (!IsPlainNumber(shrink)) return false;
+        if (!IsNumberOrDefaultNan(shrink)) return false;
     }
     return source.shrinkV.size() == source.trees->NumGroups() &&
            source.NumTrees() < std::numeric_limits<int>::max();
@@ -123,23 +130,25 @@ bool Compiler::MeasureTrees() {
     return true;
 }
 
-// Trees of a section need not be neighbours: walked ones may lie between.
-void Compiler::PlanSections() {
-    sectionV.assign(source.NumTrees(), -1);
+// Assigns shallow trees to quantisers in order, a new one whenever the limits are reached. Deep
+// trees, which are walked, may lie between the trees of a quantiser.
+void Compiler::PlanQuantisers() {
+    quantiserV.assign(source.NumTrees(), -1);
     for (size_t tree = 0; tree < source.NumTrees(); ++tree) {
         if (depthV[tree] > kMaxBlockDepth) continue;
-        if (!AddToSection(tree)) {
-            CloseSection();
-            AddToSection(tree);
+        if (!AddToQuantiser(tree)) {
+            FinishQuantiser();
+            AddToQuantiser(tree);
         }
         openTreeV.push_back(tree);
     }
-    CloseSection();
+    FinishQuantiser();
 }
 
-// Counts the tree's thresholds, as if all were different; false, with nothing counted, when the
-// section would have too many. A single tree always fits.
-bool Compiler::AddToSection(size_t tree) {
+// Adds the tree's thresholds to the counts, as if all were distinct, which is an upper bound.
+// Returns false, with the counts unchanged, if the quantiser would exceed its limits. The first
+// tree always fits: a tree of depth 8 has at most 255 tests.
+bool Compiler::AddToQuantiser(size_t tree) {
     std::vector<int> featureV;
     PaddedTree(source.Tree(tree), depthV[tree]).ForEachTest([&](int splitFea, double) {
         featureV.push_back(splitFea);
@@ -148,7 +157,7 @@ bool Compiler::AddToSection(size_t tree) {
     for (const int splitFea : featureV) {
         const int count = openCountV[splitFea]++;
         numOpenBands += count % kBandThresholds == 0 ? 1 : 0;
-        fFits &= count < ThresholdCodes::kMaxThresholds;
+        fFits &= count < RowQuantiser::kMaxThresholds;
     }
     fFits &= numOpenBands <= kMaxBands;
     for (size_t k = 0; !fFits && k < featureV.size(); ++k) {
@@ -159,45 +168,48 @@ bool Compiler::AddToSection(size_t tree) {
     return fFits;
 }
 
-// Looking up a feature costs about what is gained on a tree.
-void Compiler::CloseSection() {
+// Makes the planned quantiser, unless it would have more features than trees: quantising a feature
+// costs about as much as coding saves on a tree. Its trees are then walked.
+void Compiler::FinishQuantiser() {
     if (openCountV.size() <= openTreeV.size() && !openTreeV.empty()) {
-        ThresholdCodes codes;
+        RowQuantiser quantiser;
         for (const size_t tree : openTreeV) {
-            sectionV[tree] = static_cast<int>(compiled->sectionV.size());
+            quantiserV[tree] = static_cast<int>(compiled->quantiserV.size());
             PaddedTree(source.Tree(tree), depthV[tree])
                 .ForEachTest(
-                    [&](int splitFea, double threshold) { codes.Add(splitFea, threshold); });
+                    [&](int splitFea, double threshold) { quantiser.Add(splitFea, threshold); });
         }
-        codes.Finish();
-        compiled->sectionV.push_back(std::move(codes));
+        quantiser.Finish();
+        compiled->quantiserV.push_back(std::move(quantiser));
     }
     openTreeV.clear();
     openCountV.clear();
     numOpenBands = 0;
 }
 
-void Compiler::CutBundles() {
+// Fills bundles in the order of the trees. An ensemble without trees has one empty bundle, to which
+// the pieces of its empty groups belong.
+void Compiler::FormBundles() {
     std::vector<Bundle>& bundleV = compiled->bundleV;
     for (size_t tree = 0; tree < source.NumTrees(); ++tree) {
         const bool fFits = !bundleV.empty() && bundleV.back().numTrees < kBundleTrees &&
-                           bundleV.back().section == sectionV[tree];
-        if (!fFits) bundleV.push_back({tree, 0, sectionV[tree], kMinBlockDepth, 0, 0, 0, 0, 0});
+                           bundleV.back().quantiser == quantiserV[tree];
+        if (!fFits) bundleV.push_back({tree, 0, quantiserV[tree], kMinBlockDepth, 0, 0, 0, 0, 0});
         Bundle& bundle = bundleV.back();
         ++bundle.numTrees;
         bundle.depth = std::max(bundle.depth, depthV[tree]);
     }
     if (bundleV.empty()) bundleV.push_back({0, 0, -1, 0, 0, 0, 0, 0, 0});
     for (Bundle& bundle : bundleV) {
-        if (bundle.IsCoded() && IsMostlyPadding(bundle)) bundle.section = -1;
+        if (bundle.IsCoded() && IsMostlyPadding(bundle)) bundle.quantiser = -1;
     }
 }
 
-// Whether a coded bundle would take far more memory than its trees have nodes: a single leaf,
-// padded to eight levels, has 256 of them.
+// Whether a coded bundle would take more than kMaxPaddingRatio times the memory of its trees'
+// nodes: a single leaf, padded to eight levels, becomes 256 leaves.
 bool Compiler::IsMostlyPadding(const Bundle& bundle) const {
-    constexpr size_t kMostPadding = 12;
-    return CodedBytes(bundle) > kMostPadding * sizeof(PackedNode) * NumNodes(bundle);
+    constexpr size_t kMaxPaddingRatio = 12;
+    return CodedBytes(bundle) > kMaxPaddingRatio * sizeof(PackedNode) * NumNodes(bundle);
 }
 
 size_t Compiler::NumNodes(const Bundle& bundle) const {
@@ -208,21 +220,22 @@ size_t Compiler::NumNodes(const Bundle& bundle) const {
     return numNodes;
 }
 
-// At most: the tests of a bundle that has no neighbour, leaf values, and the programs of its trees,
-// which have no more chunks than positions for them, nor than nodes and the leaves' continuations.
+// An upper bound on what a coded bundle takes: row tests that it shares with no other bundle, leaf
+// values, and the subtrees of its trees. A tree has at most as many of these as it has positions
+// for them, and at most two for each node.
 size_t Compiler::CodedBytes(const Bundle& bundle) const {
     const size_t numLeaves = size_t{1} << bundle.depth;
-    size_t numChunks = 0;
+    size_t numSubtrees = 0;
     for (size_t tree = bundle.firstTree; tree < bundle.EndTree(); ++tree) {
-        numChunks += std::min(numLeaves >> 2, 2 * source.NumNodes(tree));
+        numSubtrees += std::min(numLeaves >> 2, 2 * source.NumNodes(tree));
     }
     const size_t numTrees = static_cast<size_t>(bundle.numTrees);
     return numLeaves * (sizeof(RowTests) + numTrees * sizeof(double)) +
-           numChunks * sizeof(JoinChunk);
+           numSubtrees * sizeof(InnerSubtree);
 }
 
-// Memory that the compiled form will take; arrays that grow hold up to twice what they need, beside
-// the copy that they came from.
+// The peak memory of compilation, in bytes. While an array grows, the old copy and one of twice the
+// size exist together.
 double Compiler::PlannedBytes() const {
     double bytes = 0.0;
     for (const Bundle& bundle : compiled->bundleV) {
@@ -230,13 +243,13 @@ double Compiler::PlannedBytes() const {
         const double needed = bundle.IsCoded()
                                   ? static_cast<double>(CodedBytes(bundle))
                                   : static_cast<double>(NumNodes(bundle)) *
-                                        static_cast<double>(sizeof(WalkNode) + sizeof(double));
+                                        static_cast<double>(sizeof(CompactNode) + sizeof(double));
         bytes += kGrowing * needed;
     }
     return bytes;
 }
 
-// The arrays that are long, in one piece.
+// Allocates the longest arrays once, at their final size.
 void Compiler::ReserveValues() {
     size_t numLeaves = 0, numWalked = 0;
     for (const Bundle& bundle : compiled->bundleV) {
@@ -250,10 +263,11 @@ void Compiler::ReserveValues() {
     compiled->walked.Reserve(numWalked);
 }
 
-// What no tree takes up leads to the left.
+// Assigns row tests to the coded bundles, shared by the two bundles of a pair. Lanes and positions
+// that no tree fills keep the test that sends every row left.
 void Compiler::PairBundles() {
     size_t numTests = 0;
-    const Bundle* first = nullptr;  // whose other lanes are free
+    const Bundle* first = nullptr;  // a coded bundle whose upper lanes are free
     for (Bundle& bundle : compiled->bundleV) {
         if (first != nullptr && first->PairsWith(bundle)) {
             bundle.firstTests = first->firstTests;
@@ -271,12 +285,14 @@ void Compiler::PairBundles() {
     compiled->rowTestsV.assign(numTests, none);
 }
 
+// Fills the coded or walked form of the bundle's trees. Returns false if there are too many walked
+// nodes.
 bool Compiler::FillBundle(Bundle& bundle) {
     bundle.firstLeaf = compiled->leafValueV.size();
     for (size_t tree = bundle.firstTree; tree < bundle.EndTree(); ++tree) {
         uint32_t root = 0;
-        firstLeafChunkV.push_back(compiled->leafChunkV.size());
-        firstJoinV.push_back(compiled->joinV.size());
+        firstLeafSubtreeV.push_back(compiled->leafSubtreeV.size());
+        firstInnerSubtreeV.push_back(compiled->innerSubtreeV.size());
         if (bundle.IsCoded()) {
             FillCoded(bundle, tree);
         } else if (!compiled->walked.Append(source.Tree(tree), source.NumNodes(tree), root)) {
@@ -287,30 +303,35 @@ bool Compiler::FillBundle(Bundle& bundle) {
     return true;
 }
 
+// Appends a coded tree in both forms: lanes of row tests for the row kernel, subtrees for the block
+// kernel. They share the leaf values.
 void Compiler::FillCoded(const Bundle& bundle, size_t tree) {
-    const ThresholdCodes& codes = compiled->sectionV[static_cast<size_t>(bundle.section)];
+    const RowQuantiser& quantiser = compiled->quantiserV[static_cast<size_t>(bundle.quantiser)];
     const PaddedTree padded(source.Tree(tree), bundle.depth);
-    padded.FillRowTests(codes, bundle.firstLane + static_cast<int>(tree - bundle.firstTree),
+    padded.FillRowTests(quantiser, bundle.firstLane + static_cast<int>(tree - bundle.firstTree),
                         compiled->rowTestsV.data() + bundle.firstTests);
     padded.AppendValues(compiled->leafValueV);
-    padded.AppendChunks(codes, compiled->leafChunkV, compiled->joinV);
+    padded.AppendSubtrees(quantiser, compiled->leafSubtreeV, compiled->innerSubtreeV);
 }
 
-void Compiler::LinkChunks() {
-    firstLeafChunkV.push_back(compiled->leafChunkV.size());
-    firstJoinV.push_back(compiled->joinV.size());
+// Points each tree at its subtrees. The arrays must not grow any more.
+void Compiler::LinkSubtrees() {
+    firstLeafSubtreeV.push_back(compiled->leafSubtreeV.size());
+    firstInnerSubtreeV.push_back(compiled->innerSubtreeV.size());
     for (size_t tree = 0; tree < source.NumTrees(); ++tree) {
         compiled->blockTreeV.push_back(
-            {compiled->leafChunkV.data() + firstLeafChunkV[tree],
-             compiled->joinV.data() + firstJoinV[tree],
-             static_cast<int>(firstLeafChunkV[tree + 1] - firstLeafChunkV[tree]),
-             static_cast<int>(firstJoinV[tree + 1] - firstJoinV[tree])});
+            {compiled->leafSubtreeV.data() + firstLeafSubtreeV[tree],
+             compiled->innerSubtreeV.data() + firstInnerSubtreeV[tree],
+             static_cast<int>(firstLeafSubtreeV[tree + 1] - firstLeafSubtreeV[tree]),
+             static_cast<int>(firstInnerSubtreeV[tree + 1] - firstInnerSubtreeV[tree])});
     }
 }
 
-// Goes through groups and bundles side by side; a group without trees is a piece, without trees, of
-// the bundle that is at hand.
-void Compiler::CutGroups() {
+// Divides groups into pieces at the ends of bundles. A group without trees becomes an empty piece
+// of the current bundle.
+//
+// Invariant: trees [0, tree) are in pieces, and `bundle` contains `tree` or ends there.
+void Compiler::FormPieces() {
     std::vector<GroupPiece>& pieceV = compiled->pieceV;
     Bundle* bundle = compiled->bundleV.data();
     size_t tree = 0;

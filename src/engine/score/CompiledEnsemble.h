@@ -1,11 +1,13 @@
-// An ensemble in the forms that it is scored with. Made once, when a model is loaded or trained;
-// only read afterwards, by any number of threads.
+// An ensemble, compiled for scoring. Compiled once, when a model is loaded or trained; constant
+// afterwards, so any number of threads may score with it.
 //
-// Trees of up to eight levels are coded: a row is first turned into ranks among the thresholds of a
-// section (a run of trees), then all tests are comparisons of small integers. One row takes the
-// tests of many trees side by side (RowLeaves.h); many rows take the chunks of the block kernel
-// (BatchScoring.h). Other trees, and those of a section with more features to look up than trees to
-// gain by it, are walked (NodeWalk.h).
+// A tree of up to eight levels is coded: rows are quantised to threshold ranks (RowQuantiser.h),
+// and each test is a comparison of bytes (BlockKernel.h). Coded trees share quantisers: each serves
+// a run of coded trees, as many as its limits on thresholds and bands allow. One row goes through
+// many trees at once (RowLeaves.h); many rows go through one tree at once (BatchScoring.h).
+//
+// All other trees are walked, node by node (NodeWalk.h): deeper ones, those whose quantiser would
+// have more features than trees, and those whose padding would take too much memory.
 #ifndef SYLVORA_ENGINE_SCORE_COMPILEDENSEMBLE_H
 #define SYLVORA_ENGINE_SCORE_COMPILEDENSEMBLE_H
 
@@ -17,64 +19,68 @@
 #include "BlockKernel.h"
 #include "EnsembleSource.h"
 #include "NodeWalk.h"
-#include "ThresholdCodes.h"
+#include "RowQuantiser.h"
 #include "base/CacheLines.h"
 
 namespace sylvora {
 namespace engine {
 
-// Consecutive trees of one form that are evaluated together.
+// Up to kBundleTrees consecutive trees that are evaluated together: all walked, or all coded with
+// the same quantiser. Bundles come in the order of the trees and cover them all. Two coded bundles
+// can share the lanes of a row test (see PairsWith).
 struct Bundle {
     size_t firstTree;
     int numTrees;
-    int section;        // -1: walked
-    int depth;          // coded: of all its trees, padded
-    size_t firstTests;  // coded: 2^depth of rowTestsV
-    int firstLane;      // coded: in them; 0, or kBundleTrees: the bundle before has the others
-    size_t firstLeaf;   // coded: 2^depth for each tree of leafValueV
-    size_t firstPiece;
+    int quantiser;      // index into quantiserV; -1: walked
+    int depth;          // coded: of all its trees, after padding
+    size_t firstTests;  // coded: of 2^depth in rowTestsV
+    int firstLane;      // coded: 0, or kBundleTrees for the second bundle of a pair
+    size_t firstLeaf;   // coded: of 2^depth per tree in leafValueV
+    size_t firstPiece;  // of pieceV, up to endPiece
     size_t endPiece;
 
-    bool IsCoded() const { return section >= 0; }
-    // Whether one row can go through both at once.
+    bool IsCoded() const { return quantiser >= 0; }
+    // Whether the row kernel can evaluate this bundle and the next one in one call.
     bool PairsWith(const Bundle& next) const {
-        return numTrees == kBundleTrees && section == next.section && depth == next.depth;
+        return numTrees == kBundleTrees && quantiser == next.quantiser && depth == next.depth;
     }
     size_t EndTree() const { return firstTree + static_cast<size_t>(numTrees); }
 };
 
-// What a bundle has of a group, or several whole groups of one tree each.
+// The trees of one group that lie in one bundle; or several consecutive groups of one tree each,
+// which are scored without a sum. A group without trees has a piece without trees.
 struct GroupPiece {
-    int firstTree;  // counted from the bundle's first
+    int firstTree;  // index within the bundle
     int numTrees;
     bool fSingles;  // each tree is a group
     bool fEnd;      // the group ends here
-    double shrink;  // of a group that ends, as is numGroupTrees
+    double shrink;  // of the group; unused with fSingles, as is numGroupTrees
     double numGroupTrees;
 };
 
 struct CompiledEnsemble {
-    // Null where the ensemble has to be scored in the plain form: a tree that no walk gets through,
-    // a class that does not exist, or a NaN other than the one that arithmetic makes, for which
-    // the order of operands would show in the result.
+    // Compiles an ensemble; `source` is not needed afterwards, `kernel` is. Returns null if only
+    // the reference implementation may score it: a tree with invalid links, features or classes, or
+    // a NaN other than the default one of the processor (the sum of two different NaNs depends on
+    // the order of the operands).
     static std::unique_ptr<const CompiledEnsemble> Compile(const EnsembleSource& source,
                                                            const BlockKernel& kernel);
 
     const BlockKernel* kernel = nullptr;
     int numClass = 0;
     std::vector<double> shrinkV;  // by tree: its group's
-    std::vector<Bundle> bundleV;  // in the order of the trees
+    std::vector<Bundle> bundleV;  // in the order of the trees; at least one
     std::vector<GroupPiece> pieceV;
-    // Coded trees.
-    std::vector<ThresholdCodes> sectionV;
+    // Coded trees. The last three serve the block kernel, rowTestsV the row kernel.
+    std::vector<RowQuantiser> quantiserV;
     LineVector<RowTests> rowTestsV;
     LineVector<double> leafValueV;
-    std::vector<LeafChunk> leafChunkV;
-    std::vector<JoinChunk> joinV;
-    std::vector<BlockTree> blockTreeV;  // by tree
+    std::vector<LeafSubtree> leafSubtreeV;
+    std::vector<InnerSubtree> innerSubtreeV;
+    std::vector<BlockTree> blockTreeV;  // by tree; empty programs for walked ones
     // Walked trees.
     WalkedTrees walked;
-    std::vector<uint32_t> rootV;  // by tree
+    std::vector<uint32_t> rootV;  // by tree; 0 for coded ones
 };
 
 }  // namespace engine

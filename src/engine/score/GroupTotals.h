@@ -1,5 +1,9 @@
-// What becomes of the leaves that a block of rows reaches: the scores, built up piece by piece in
-// the order of the trees, as the plain form adds and counts.
+// Turns the leaves that a block of rows reaches into scores. Pieces are added in the order of the
+// trees, and each row's additions and counts happen in the order of the reference implementation,
+// so the scores agree bit for bit.
+//
+// Both classes have the same interface: Begin() a block, Add() each piece for each tile, then
+// CopyResults(). They own their buffers, which hold maxTiles tiles; one object per worker.
 #ifndef SYLVORA_ENGINE_SCORE_GROUPTOTALS_H
 #define SYLVORA_ENGINE_SCORE_GROUPTOTALS_H
 
@@ -20,11 +24,12 @@ template <typename Leaf>
 struct PieceLeaves {
     const Leaf* leafV;
     const double* const* valueV;
-    const double* shrinkV;  // by tree
+    const double* shrinkV;  // by tree of the piece
 
     double Value(int tree, int row) const { return valueV[tree][leafV[tree * kTileRows + row]]; }
 };
 
+// The sum over groups of shrink times the mean of the group's leaf values.
 class RegressionTotals {
   public:
     RegressionTotals(int, int maxTiles) : sumV(NumRows(maxTiles)), resultV(NumRows(maxTiles)) {}
@@ -39,7 +44,7 @@ class RegressionTotals {
         double* sums = sumV.data() + tile * kTileRows;
         double* results = resultV.data() + tile * kTileRows;
         if (piece.fSingles) {
-            // The mean of one value is that value, so only the product is left.
+            // Each tree is a group, whose mean is the tree's value: no sum, no division.
             AddLeaves(piece, leaves, results, [&](int t) { return leaves.shrinkV[t]; });
             return;
         }
@@ -57,28 +62,31 @@ class RegressionTotals {
   private:
     static size_t NumRows(int numTiles) { return static_cast<size_t>(numTiles) * kTileRows; }
 
-    // The totals of a few rows stay in registers while all trees go by.
+    // totals[r] += factor(t) * value, tree by tree for each row. The totals of kUnrolledRows rows
+    // stay in registers through all trees. Multiplying by 1.0 is exact.
     template <typename Leaf, typename Factor>
     static void AddLeaves(const GroupPiece& piece, const PieceLeaves<Leaf>& leaves, double* totals,
                           Factor factor) {
-        constexpr int kTogether = 8;
-        for (int first = 0; first < kTileRows; first += kTogether) {
-            double total[kTogether];
-            std::copy_n(totals + first, kTogether, total);
+        constexpr int kUnrolledRows = 8;
+        for (int first = 0; first < kTileRows; first += kUnrolledRows) {
+            double total[kUnrolledRows];
+            std::copy_n(totals + first, kUnrolledRows, total);
             for (int t = 0; t < piece.numTrees; ++t) {
-                for (int i = 0; i < kTogether; ++i) {
+                for (int i = 0; i < kUnrolledRows; ++i) {
                     total[i] += factor(t) * leaves.Value(t, first + i);
                 }
             }
-            std::copy_n(total, kTogether, totals + first);
+            std::copy_n(total, kUnrolledRows, totals + first);
         }
     }
 
-    std::vector<double> sumV;     // of the group's trees so far
-    std::vector<double> resultV;  // of the groups so far
+    std::vector<double> sumV;     // by row of the block: the current group's trees so far
+    std::vector<double> resultV;  // by row of the block: the groups so far
 };
 
-// Counts and the highest count are carried from group to group.
+// Each tree votes for the class that its leaf value truncates to. Deliberately, the counts and the
+// highest count carry over from group to group; only the winner is reset. A group whose votes never
+// exceed the highest count so far has the winner 0.
 class VoteTotals {
   public:
     VoteTotals(int classes, int maxTiles)
@@ -116,8 +124,8 @@ class VoteTotals {
   private:
     struct Row {
         double result = 0.0;
-        double winner = 0.0;
-        int highest = 0;
+        double winner = 0.0;  // the leaf value that reached the highest count, in this group
+        int highest = 0;      // count, in all groups so far
     };
 
     static void EndGroup(Row& row, double shrink) {
@@ -126,8 +134,8 @@ class VoteTotals {
     }
 
     size_t numClass;
-    std::vector<Row> rowV;
-    std::vector<int> countV;  // by row and class
+    std::vector<Row> rowV;    // by row of the block
+    std::vector<int> countV;  // by row of the block, then by class
 };
 
 }  // namespace engine

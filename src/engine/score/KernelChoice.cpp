@@ -10,7 +10,7 @@ namespace sylvora {
 namespace engine {
 namespace {
 
-// The slowest first.
+// From slowest to fastest; ChooseKernel takes the last that can run.
 const BlockKernel* const kKernels[] = {&kBaselineKernel, &kAvx2Kernel, &kAvx512Kernel};
 
 bool CanRun(const BlockKernel& kernel) {

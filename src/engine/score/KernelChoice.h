@@ -1,4 +1,4 @@
-// The block kernels, one per instruction set, and which of them to use.
+// The kernels, one pair per instruction set, and the choice among them.
 #ifndef SYLVORA_ENGINE_SCORE_KERNELCHOICE_H
 #define SYLVORA_ENGINE_SCORE_KERNELCHOICE_H
 
@@ -7,17 +7,19 @@
 namespace sylvora {
 namespace engine {
 
-// Each is the only name of an object that is compiled for its instruction set (CMakeLists.txt):
-// nothing else may be called from there, or code for the wrong processor could spread.
+// Each is the only external symbol of an object that is compiled for its instruction set
+// (CMakeLists.txt). Such an object must define nothing else that is shared: the linker could pick
+// its copy of an inline function for the whole program, which would then fail on older processors.
 extern const BlockKernel kBaselineKernel;
 extern const BlockKernel kAvx2Kernel;
 extern const BlockKernel kAvx512Kernel;
 
-// The kernel called `name`, or null where there is none or this processor cannot run it.
+// Returns the kernel called `name`; null if there is none or this processor cannot run it. Kernels
+// are static objects, never freed. Safe to call from any thread.
 const BlockKernel* FindKernel(const char* name);
 
-// The one that the environment names (SYLVORA_KERNEL), or else the fastest that this processor can
-// run. A name that cannot be followed is reported and ignored.
+// Returns the kernel that SYLVORA_KERNEL names, or else the fastest that this processor can run.
+// Warns about a name that is unknown or cannot run here, and ignores it.
 const BlockKernel& ChooseKernel();
 
 }  // namespace engine

@@ -1,7 +1,7 @@
-// Trees that are walked: compact nodes, several walks side by side.
+// Trees that are walked, node by node, for those that cannot be coded (see CompiledEnsemble.h).
 //
-// One walk waits at every node for a test that depends on the last one; side by side, the waiting
-// times overlap.
+// Each step of a walk waits for the previous one. So several walks are interleaved, and their
+// memory accesses overlap.
 #ifndef SYLVORA_ENGINE_SCORE_NODEWALK_H
 #define SYLVORA_ENGINE_SCORE_NODEWALK_H
 
@@ -14,34 +14,39 @@
 namespace sylvora {
 namespace engine {
 
-// Sons lie side by side. A leaf is its own right son and tests against NaN, which leads right
-// whatever the value, so a walk that has arrived stays. Leaves read column 0.
-struct WalkNode {
+// Children are neighbours. A leaf is its own right child, and its threshold is NaN, which sends
+// every value right: a walk that has reached a leaf stays there. A leaf reads column 0, which every
+// row has.
+struct CompactNode {
     double threshold;
     uint32_t splitFea;
-    uint32_t rson;  // the left son is the one before it
+    uint32_t rightChild;  // an index; the left child precedes it
 };
 
+// Owns the nodes of all walked trees of an ensemble. Walk() is thread-safe once all trees are
+// appended.
 class WalkedTrees {
   public:
-    // Room for so many nodes, those of all trees that will be appended.
+    // Allocates room for `numNodes` nodes in all, those of every tree that will be appended.
     void Reserve(size_t numNodes) {
         nodeV.reserve(numNodes);
         valueV.reserve(numNodes);
     }
-    // Appends a tree and returns its root. False where nodes can no longer be counted by 32 bits.
+    // Appends a tree and sets `root` to the index of its root. The links between its nodes must be
+    // valid. Returns false if indices would exceed 32 bits.
     bool Append(const PackedNode* nodes, size_t numNodes, uint32_t& root);
 
-    // Walks `num` times, row rowV[i] from the root atV[i], and leaves the leaves in atV.
+    // Walks `num` rows: row rowV[i] starts at node atV[i], and atV[i] becomes the leaf it reaches.
     void Walk(const double* const* rowV, uint32_t* atV, int num) const;
 
-    const std::vector<double>& Values() const { return valueV; }  // by node
+    // Leaf values by node index; 0 for other nodes.
+    const std::vector<double>& Values() const { return valueV; }
 
   private:
     template <int kWalks>
-    void WalkTogether(const double* const* rowV, uint32_t* atV) const;
+    void WalkInterleaved(const double* const* rowV, uint32_t* atV) const;
 
-    std::vector<WalkNode> nodeV;
+    std::vector<CompactNode> nodeV;
     std::vector<double> valueV;
 };
 

@@ -1,4 +1,5 @@
-// Trees in little memory: 32 bytes a node, one array per tree.
+// The compact form in which an ensemble's trees are kept: 32 bytes per node, one array per tree.
+// Plain data; not synchronised.
 #ifndef SYLVORA_ENGINE_SCORE_PACKEDTREES_H
 #define SYLVORA_ENGINE_SCORE_PACKEDTREES_H
 
@@ -10,13 +11,13 @@
 namespace sylvora {
 namespace engine {
 
-// What a model file says of a node; the words are those of NodeCR. A leaf may have a split and
-// children as well: they are kept, and mean nothing.
+// A node as a model file describes it. Members are named as in NodeCR. A leaf may also have a split
+// and children; they are kept but mean nothing.
 struct PackedNode {
     double splitElemFea = -1.0;
     double avgPredict = -1000.0;
     int splitFea = -1;
-    int lson = -1;  // counted from the tree's root, as is rson
+    int lson = -1;  // index into the tree's nodes, the root being 0; so is rson
     int rson = -1;
     bool fLeaf = true;
     bool fNarrow = false;  // see NarrowSplit.h; false in a loaded tree
@@ -24,7 +25,7 @@ struct PackedNode {
     bool IsLeaf() const { return fLeaf; }
 };
 
-// One tree, the root first. Owns its nodes; not copyable.
+// One tree, the root first. Owns its nodes; movable, not copyable.
 struct PackedTree {
     PackedTree() = default;
     // Copies `count` nodes. Throws std::bad_alloc.
@@ -40,15 +41,15 @@ struct PackedTree {
     int depth = 0;  // as in TreeCR: 0 in a loaded tree
 };
 
-// The trees of an ensemble, group after group.
+// The trees of an ensemble, group after group. Groups may be empty.
 struct PackedTrees {
     std::vector<PackedTree> treeV;
-    std::vector<size_t> groupEndV;  // of each group: the number of trees up to its end
+    std::vector<size_t> groupEndV;  // by group: the number of trees up to its end; never falls
 
     size_t NumGroups() const { return groupEndV.size(); }
     size_t GroupBegin(size_t group) const { return group == 0 ? 0 : groupEndV[group - 1]; }
     size_t GroupSize(size_t group) const { return groupEndV[group] - GroupBegin(group); }
-    // Makes a group of the trees behind the last one.
+    // Makes a group of the trees that follow the last group.
     void EndGroup() { groupEndV.push_back(treeV.size()); }
     // Frees the trees that no group has.
     void DropOpenGroup() { treeV.resize(groupEndV.empty() ? 0 : groupEndV.back()); }

@@ -1,7 +1,7 @@
-// A shallow tree, padded until all its leaves lie at one depth.
+// A shallow tree, padded so that all its leaves have the same depth.
 //
-// Positions are numbered as in a heap: the root is 1 and the sons of i are 2 * i and 2 * i + 1. A
-// leaf that lies higher is continued to the left, by tests that nothing passes to the right.
+// Positions are numbered as in a heap: the root is 1, and the children of i are 2 * i and 2 * i
+// + 1. A leaf above the lowest level is extended by tests that send every row left.
 #ifndef SYLVORA_ENGINE_SCORE_PADDEDTREE_H
 #define SYLVORA_ENGINE_SCORE_PADDEDTREE_H
 
@@ -9,40 +9,44 @@
 
 #include "BlockKernel.h"
 #include "EnsembleSource.h"
-#include "ThresholdCodes.h"
+#include "RowQuantiser.h"
 #include "base/CacheLines.h"
 
 namespace sylvora {
 namespace engine {
 
+// A view of `nodes`, which must outlive it. Used only while an ensemble is compiled.
 class PaddedTree {
   public:
-    // `depth` is at least that of the tree.
+    // `depth` is at least that of the tree. A test against NaN sends every row right; it is
+    // replaced by its right child.
     PaddedTree(const PackedNode* nodes, int depth);
 
     int Depth() const { return depth; }
-    // Calls visit(splitFea, threshold) for each test.
+    // Calls visit(splitFea, threshold) for each test, padding excluded.
     template <typename Visitor>
     void ForEachTest(const Visitor& visit) const {
         for (size_t i = 1; i < End(); ++i) {
             if (IsTest(i)) visit(nodeV[i]->splitFea, nodeV[i]->splitElemFea);
         }
     }
-    // Writes the tree's tests into a lane of those of many trees.
-    void FillRowTests(const ThresholdCodes& codes, int lane, RowTests* testsV) const;
-    // The leaves' values from left to right, 2^depth of them; 0 where no row arrives.
+    // Writes the tree's tests into one lane of testsV, which is indexed by position and filled with
+    // kAlwaysLeft tests before. `quantiser` has the thresholds of all tests.
+    void FillRowTests(const RowQuantiser& quantiser, int lane, RowTests* testsV) const;
+    // Appends the 2^depth leaf values from left to right; 0 where no row arrives.
     void AppendValues(LineVector<double>& valueV) const;
-    // The chunks of the tree's program, which must be at least three levels deep.
-    void AppendChunks(const ThresholdCodes& codes, std::vector<LeafChunk>& leafChunkV,
-                      std::vector<JoinChunk>& joinV) const;
+    // Appends the subtrees that the block kernel evaluates, in its order. The depth is at least
+    // three.
+    void AppendSubtrees(const RowQuantiser& quantiser, std::vector<LeafSubtree>& leafSubtreeV,
+                        std::vector<InnerSubtree>& innerSubtreeV) const;
 
   private:
     size_t End() const { return nodeV.size() / 2; }
     bool IsTest(size_t i) const { return nodeV[i] != nullptr && !nodeV[i]->IsLeaf(); }
-    ChunkTests Tests(const ThresholdCodes& codes, size_t top, int numLevels) const;
+    SubtreeTests Tests(const RowQuantiser& quantiser, size_t top, int numLevels) const;
 
     int depth;
-    std::vector<const PackedNode*> nodeV;  // by position; null where no row arrives
+    std::vector<const PackedNode*> nodeV;  // by position; null if no row arrives
 };
 
 }  // namespace engine

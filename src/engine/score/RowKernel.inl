@@ -1,68 +1,74 @@
-// One row through many trees, a tree in each lane; included, like BlockKernel.inl, for each
-// instruction set that can look bytes up in a register.
+// The row kernel: one row through 32 trees, one tree per SIMD lane. Included, like BlockKernel.inl
+// and under the same rule, once per instruction set that has byte shuffles.
 //
-// At each level, a lane's test is picked among those of all positions: 2^level lines are loaded and
-// halved `level` times, once for each decision on the way down. That is many instructions, but none
-// of them waits for a guessed branch or for an address.
+// At each level, every lane picks its test among those of all 2^level positions: the lines of the
+// level are loaded and halved `level` times, once for each decision made so far. That costs many
+// instructions, but none waits for a mispredicted branch or for a computed address.
 
 typedef __m256i Lanes;  // a byte for each tree
 static_assert(sizeof(Lanes) == kRowTrees);
 
-// The bytes at the positions that the first kBits decisions lead to, among every kStride-th one;
-// the last decision is the one between neighbours.
+// For each lane, the bands (fBands) or else the test constants at the position that its first kBits
+// decisions lead to. Candidates are testsV[0], testsV[kStride], ..., 2^kBits of them. The last
+// decision chooses between neighbours, so it is taken first and doubles the stride.
 template <int kBits, int kStride>
-__attribute__((always_inline)) static inline Lanes Pick(const RowTests* testsV, bool fBand,
+__attribute__((always_inline)) static inline Lanes Pick(const RowTests* testsV, bool fBands,
                                                         const Lanes* fLeftV) {
     if constexpr (kBits == 0) {
-        const void* const from = fBand ? static_cast<const void*>(testsV->bandV) : testsV->testV;
+        const void* const from = fBands ? static_cast<const void*>(testsV->bandV) : testsV->testV;
         return _mm256_load_si256(static_cast<const Lanes*>(from));
     } else {
-        return _mm256_blendv_epi8(Pick<kBits - 1, 2 * kStride>(testsV + kStride, fBand, fLeftV),
-                                  Pick<kBits - 1, 2 * kStride>(testsV, fBand, fLeftV),
+        return _mm256_blendv_epi8(Pick<kBits - 1, 2 * kStride>(testsV + kStride, fBands, fLeftV),
+                                  Pick<kBits - 1, 2 * kStride>(testsV, fBands, fLeftV),
                                   fLeftV[kBits - 1]);
     }
 }
 
-// The row's bytes for the bands, among those of kTables tables from kFirst on: selected by the
-// highest bit of a band's number that tells the tables apart. That the upper half may not be there
-// is the same for all rows, so the branch is guessed right.
+// For each lane, the row's code for its band, given that the band lies in one of the kTables tables
+// from table kFirst on. `offsets` are the bands' indices within their tables. The tables are halved
+// by the highest bit of the band number that tells them apart. Whether there is an upper half
+// depends on the quantiser and not on the row, so the branch is predicted.
 template <int kFirst, int kTables>
-__attribute__((always_inline)) static inline Lanes LookUp(Lanes bands, Lanes places,
-                                                          const RowBytes& codes) {
+__attribute__((always_inline)) static inline Lanes LookUp(Lanes bands, Lanes offsets,
+                                                          const RowCodes& codes) {
     if constexpr (kTables == 1) {
         const int8_t* const from = codes.codeV + kFirst * kTableBands;
         const __m128i table = _mm_load_si128(reinterpret_cast<const __m128i*>(from));
-        return _mm256_shuffle_epi8(_mm256_broadcastsi128_si256(table), places);
+        return _mm256_shuffle_epi8(_mm256_broadcastsi128_si256(table), offsets);
     } else {
         constexpr int kHalf = kTables / 2;
-        const Lanes lower = LookUp<kFirst, kHalf>(bands, places, codes);
+        const Lanes lower = LookUp<kFirst, kHalf>(bands, offsets, codes);
         if (codes.numBands <= (kFirst + kHalf) * kTableBands) return lower;
-        const Lanes upper = LookUp<kFirst + kHalf, kHalf>(bands, places, codes);
-        // A blend goes by the highest bit of each byte, where bit kHalf of the table's number goes.
+        const Lanes upper = LookUp<kFirst + kHalf, kHalf>(bands, offsets, codes);
+        // A blend goes by the highest bit of each byte. This shift moves the bit of value kHalf of
+        // the table number there; bits that cross into the next byte stay below its highest bit.
         constexpr int kShift = 128 / (kHalf * kTableBands);
         const Lanes fUpper = _mm256_slli_epi16(bands, __builtin_ctz(kShift));
         return _mm256_blendv_epi8(lower, upper, fUpper);
     }
 }
 
+// Makes the tests of levels kLevel to kDepth - 1. Invariant: fLeftV[0, kLevel) are the decisions so
+// far, 0xFF in the lanes that went left.
 template <int kDepth, int kLevel>
 __attribute__((always_inline)) static inline void Descend(const RowTests* testsV,
-                                                          const RowBytes& codes, Lanes* fLeftV) {
+                                                          const RowCodes& codes, Lanes* fLeftV) {
     if constexpr (kLevel < kDepth) {
         const RowTests* const level = testsV + (1 << kLevel);
         const Lanes bands = Pick<kLevel, 1>(level, true, fLeftV);
-        const Lanes places = _mm256_and_si256(bands, _mm256_set1_epi8(kTableBands - 1));
-        const Lanes found = LookUp<0, kMaxBands / kTableBands>(bands, places, codes);
+        const Lanes offsets = _mm256_and_si256(bands, _mm256_set1_epi8(kTableBands - 1));
+        const Lanes found = LookUp<0, kMaxBands / kTableBands>(bands, offsets, codes);
         fLeftV[kLevel] = _mm256_cmpgt_epi8(Pick<kLevel, 1>(level, false, fLeftV), found);
         Descend<kDepth, kLevel + 1>(testsV, codes, fLeftV);
     }
 }
 
 template <int kDepth>
-static void FindRowLeavesAt(const RowTests* testsV, const RowBytes& codes, uint8_t* leafV) {
+static void FindRowLeavesAt(const RowTests* testsV, const RowCodes& codes, uint8_t* leafV) {
     Lanes fLeftV[kDepth];
     Descend<kDepth, 0>(testsV, codes, fLeftV);
-    // All bits are the number -1: what the last leaf's number is lessened by.
+    // 0xFF is -1, so this sums -2^k over the decisions to the left (the last one has k = 0); the
+    // last leaf's number plus that sum is the leaf's number.
     Lanes leaves = _mm256_setzero_si256();
     for (const Lanes& fLeft : fLeftV) {
         leaves = _mm256_add_epi8(_mm256_add_epi8(leaves, leaves), fLeft);
@@ -71,7 +77,7 @@ static void FindRowLeavesAt(const RowTests* testsV, const RowBytes& codes, uint8
     _mm256_storeu_si256(reinterpret_cast<Lanes*>(leafV), leaves);
 }
 
-static void FindRowLeaves(const RowTests* testsV, int depth, const RowBytes& codes,
+static void FindRowLeaves(const RowTests* testsV, int depth, const RowCodes& codes,
                           uint8_t* leafV) {
     static constexpr decltype(&FindRowLeavesAt<3>) kDepths[] = {
         FindRowLeavesAt<3>, FindRowLeavesAt<4>, FindRowLeavesAt<5>,

@@ -1,4 +1,4 @@
-// The leaves that one row reaches, tree by tree.
+// Finds the leaves that one row reaches, a few trees at a time.
 #ifndef SYLVORA_ENGINE_SCORE_ROWLEAVES_H
 #define SYLVORA_ENGINE_SCORE_ROWLEAVES_H
 
@@ -10,12 +10,13 @@
 namespace sylvora {
 namespace engine {
 
-// Which leaves a row reaches in some trees, and all values of the leaves of those trees.
+// The leaves that a row reaches in consecutive trees, and the values of all leaves of those trees.
+// A view: RowLeaves and CompiledEnsemble own the arrays, and RowLeaves::Next() overwrites them.
 template <typename Leaf>
 struct TreeLeaves {
-    const Leaf* leafV;     // by tree
-    const double* valueV;  // the leaves of the first tree
-    size_t numApart;       // from one tree's to the next one's; 0: numbers are counted through
+    const Leaf* leafV;     // by tree; leaf numbers or, in walked trees, node indices
+    const double* valueV;  // of the first tree
+    size_t numApart;       // values per tree; 0 if all trees share one numbering
 
     double Value(size_t t) const { return valueV[t * numApart + leafV[t]]; }
     TreeLeaves From(size_t t) const { return {leafV + t, valueV + t * numApart, numApart}; }
@@ -23,10 +24,12 @@ struct TreeLeaves {
 using CodedLeaves = TreeLeaves<uint8_t>;
 using WalkedLeaves = TreeLeaves<uint32_t>;
 
-// Bundles are evaluated one or two at a time, when it comes to them, so that a vote that ends early
-// does not pay for all trees. Coded ones are one step ahead: while the values of some
-// leaves are fetched and added up, the processor is at work on the next leaves. Lives on the stack
-// and allocates nothing.
+// Evaluates one or two bundles at a time, on demand, so that a vote that ends early does not pay
+// for all trees. Coded bundles are evaluated one step ahead: while the caller fetches and adds up
+// the values of one step, the processor already works on the leaves of the next.
+//
+// Use either Next() with the accessors below it, or Value(); not both on one object. For one
+// thread; create one per row, on the stack. Allocates nothing.
 class RowLeaves {
   public:
     // `row` has a value for every column of the ensemble; both must outlive this object.
@@ -35,36 +38,37 @@ class RowLeaves {
         LookAhead(0);
     }
 
-    // Goes on to the bundles that come next, [FirstBundle(), EndBundle()), which are all coded or
-    // all walked; false when there are none.
+    // Moves on to the next bundles, [FirstBundle(), EndBundle()); they are one walked bundle, or
+    // one or two coded ones. Returns false at the end.
     bool Next();
-    const Bundle* FirstBundle() const { return ensemble.bundleV.data() + Now().firstBundle; }
-    const Bundle* EndBundle() const { return ensemble.bundleV.data() + Now().endBundle; }
+    const Bundle* FirstBundle() const { return ensemble.bundleV.data() + Current().firstBundle; }
+    const Bundle* EndBundle() const { return ensemble.bundleV.data() + Current().endBundle; }
     // The leaves reached in the trees of these bundles.
     CodedLeaves Coded() const {
         const Bundle& first = *FirstBundle();
-        // The first of two bundles is full, so that the second one's leaves follow.
-        return {Now().leafV, ensemble.leafValueV.data() + first.firstLeaf,
+        // The first of two bundles is full and has the same depth, so the leaf numbers and the
+        // values of the second one follow directly.
+        return {Current().leafV, ensemble.leafValueV.data() + first.firstLeaf,
                 size_t{1} << first.depth};
     }
     WalkedLeaves Walked() const { return {walkedV, ensemble.walked.Values().data(), 0}; }
 
-    // The value of the leaf reached in `tree`. Trees are asked for in rising order; some may be
-    // left out.
+    // The value of the leaf that the row reaches in `tree`. Call with ascending trees; bundles in
+    // between that are not needed are skipped.
     double Value(size_t tree) {
         while (tree >= endTree) SkipTo(tree);
         return valueV[tree - FirstBundle()->firstTree];
     }
 
   private:
-    // Bundles that are evaluated together.
-    struct Stretch {
+    // One or two bundles that are evaluated together.
+    struct BundlePair {
         size_t firstBundle;
         size_t endBundle;
-        uint8_t leafV[kRowTrees];  // coded
+        uint8_t leafV[kRowTrees];  // of coded bundles
     };
 
-    const Stretch& Now() const { return stretchV[now]; }
+    const BundlePair& Current() const { return pairV[current]; }
     void SkipTo(size_t tree);
     void LookAhead(size_t bundle);
     void FindLeaves(const Bundle& bundle, uint8_t* leafV);
@@ -72,13 +76,13 @@ class RowLeaves {
 
     const CompiledEnsemble& ensemble;
     const double* row;
-    Stretch stretchV[2];
-    int now = 0;  // the other one is the next
-    size_t endTree = 0;
-    int section = -1;  // that codeV belongs to
-    uint32_t walkedV[kBundleTrees];
-    double valueV[kRowTrees];  // what Value() gives
-    alignas(kTableBands) int8_t codeV[ThresholdCodes::kMostRowBytes];
+    BundlePair pairV[2];
+    int current = 0;                 // the pair at hand; the other is the one ahead
+    size_t endTree = 0;              // of the pair at hand
+    int quantiser = -1;              // of codeV
+    uint32_t walkedV[kBundleTrees];  // leaves of the walked bundle at hand
+    double valueV[kRowTrees];        // of the pair at hand; only for Value()
+    alignas(kTableBands) int8_t codeV[RowQuantiser::kMaxRowBytes];
 };
 
 }  // namespace engine

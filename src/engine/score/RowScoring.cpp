@@ -7,13 +7,14 @@ namespace sylvora {
 namespace engine {
 namespace {
 
-// Adds up the leaves of a row, piece by piece. Totals are kept in registers while a piece is added:
-// were they in memory, each addition would wait for the last one to be stored.
+// Adds up the leaf values of a row, piece by piece, in the order of the trees; the order fixes the
+// rounding. Each loop adds to a local variable, which stays in a register: a total in memory would
+// make each addition wait for the previous store.
 class RowTotals {
   public:
     explicit RowTotals(double* means) : meanV(means) {}
 
-    // `leaves` and shrinkV are those of the piece's trees.
+    // `leaves` and shrinkV begin with the piece's first tree.
     template <typename Leaf>
     void Add(const GroupPiece& piece, const TreeLeaves<Leaf>& leaves, const double* shrinkV) {
         const size_t numTrees = static_cast<size_t>(piece.numTrees);
@@ -30,8 +31,9 @@ class RowTotals {
     double Result() const { return result; }
 
   private:
-    // The mean of one value is that value added to 0. It matters where the value is -0.0, to the
-    // mean; the result, which begins with 0, comes out the same.
+    // The mean of one value is 0.0 + value, which turns -0.0 into 0.0, as in the reference
+    // implementation. The result does not need that addition: it starts at 0.0, and adding either
+    // zero to it gives the same.
     template <typename Leaf>
     void AddSingles(size_t numTrees, const TreeLeaves<Leaf>& leaves, const double* shrinkV) {
         double total = result;
@@ -48,11 +50,11 @@ class RowTotals {
     }
 
     double result = 0.0;
-    double sum = 0.0;  // of the group's trees so far
-    double* meanV;     // where the next mean goes; null: nowhere
+    double sum = 0.0;  // of the current group's trees so far
+    double* meanV;     // where the next mean is written; null if means are not wanted
 };
 
-// Adds the bundles at hand.
+// Adds the leaves of the bundles that `at` has evaluated; `leaves` begins with their first tree.
 template <typename Leaf>
 void AddBundles(const CompiledEnsemble& ensemble, const RowLeaves& at,
                 const TreeLeaves<Leaf>& leaves, RowTotals& totals) {

@@ -1,5 +1,5 @@
-// Random ensembles for scoring tests, rows that are hostile to them, and scores worked out tree by
-// tree, straight from the description.
+// Random ensembles for scoring tests, rows with difficult values, and a naive scorer that walks
+// tree by tree.
 #ifndef SYLVORA_TESTS_ENGINE_SCORE_RANDOMENSEMBLE_H
 #define SYLVORA_TESTS_ENGINE_SCORE_RANDOMENSEMBLE_H
 
@@ -23,12 +23,12 @@ struct Shape {
     int maxDepth = 6;
     double leafShare = 0.2;  // of the nodes above maxDepth
     int dimFea = 5;
-    int numValues = 1000;              // distinct thresholds of a feature; 0: hostile ones
+    int numValues = 1000;              // distinct thresholds of a feature; 0: extreme ones
     std::vector<size_t> groupV = {1};  // trees per group, repeated
     int numClass = 0;
-    bool fOddNumbers = false;  // NaN and infinity among thresholds and values
-    bool fOutliers = false;    // a few thresholds are far from all others
-    bool fChain = false;       // each left son is a leaf, the deepest pair is at maxDepth
+    bool fSpecialValues = false;  // NaN and infinity among thresholds and values
+    bool fOutliers = false;       // a few thresholds are far from all others
+    bool fChain = false;          // each left child is a leaf; the deepest pair is at maxDepth
 };
 
 class RandomEnsemble {
@@ -47,7 +47,7 @@ class RandomEnsemble {
 
     engine::EnsembleSource source;
 
-    // Values at thresholds, next to them, and those that comparisons stumble over.
+    // Values equal to thresholds, next to them, random ones, extreme ones, and NaN.
     std::vector<double> Rows(size_t numRows, size_t stride) {
         std::vector<double> valueV(numRows * stride);
         for (double& value : valueV) value = RowValue();
@@ -60,7 +60,7 @@ class RandomEnsemble {
   private:
     static constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
-    double Hostile() {
+    double Extreme() {
         static const double values[] = {0.0,        -0.0,     1.0,          -1.0,  kInfinity,
                                         -kInfinity, 5e-324,   1e-310,       1e300, -1e300,
                                         1.7e308,    -1.7e308, -2147483648.0};
@@ -68,8 +68,8 @@ class RandomEnsemble {
     }
 
     double Threshold() {
-        if (shape.fOddNumbers && Below(20) == 0) return Below(2) == 0 ? std::nan("") : Hostile();
-        if (shape.numValues == 0) return Below(2) == 0 ? Hostile() : Hostile() * Real();
+        if (shape.fSpecialValues && Below(20) == 0) return Below(2) == 0 ? std::nan("") : Extreme();
+        if (shape.numValues == 0) return Below(2) == 0 ? Extreme() : Extreme() * Real();
         if (shape.fOutliers && Below(1000) == 0) return 1e300;
         return (Below(shape.numValues) - shape.numValues / 2) * 0.37;
     }
@@ -77,7 +77,7 @@ class RandomEnsemble {
     double RowValue() {
         const int kind = Below(8);
         if (kind == 0) return std::nan("");
-        if (kind == 1) return Hostile();
+        if (kind == 1) return Extreme();
         if (kind == 2 || thresholdV.empty()) return (Real() - 0.5) * shape.numValues;
         const double threshold = thresholdV[random() % thresholdV.size()];
         if (kind == 3) return std::nextafter(threshold, kInfinity);
@@ -86,7 +86,7 @@ class RandomEnsemble {
 
     double LeafValue() {
         if (shape.numClass > 0) return Below(shape.numClass) + (Below(4) == 0 ? 0.5 : 0.0);
-        if (shape.fOddNumbers && Below(300) == 0) return Below(2) == 0 ? kInfinity : -0.0;
+        if (shape.fSpecialValues && Below(300) == 0) return Below(2) == 0 ? kInfinity : -0.0;
         return (Real() - 0.5) * std::pow(10.0, Below(7) - 3);
     }
 
@@ -128,7 +128,7 @@ inline double LeafValueOf(const engine::EnsembleSource& source, size_t tree, con
     return node->avgPredict;
 }
 
-// With every tree of a classification voting.
+// The reference that the engine is tested against. In a classification every tree votes.
 inline double ScoreOf(const engine::EnsembleSource& source, const double* row) {
     double result = 0.0;
     std::vector<int> countV(static_cast<size_t>(source.numClass), 0);
@@ -152,7 +152,7 @@ inline double ScoreOf(const engine::EnsembleSource& source, const double* row) {
     return result;
 }
 
-// As a model file, with numbers in full.
+// The ensemble as a model file, with all digits of each number.
 inline std::string ModelText(const engine::EnsembleSource& source) {
     std::ostringstream out;
     out.precision(17);

@@ -1,4 +1,4 @@
-// Compiled ensembles against their description, bit by bit: every leaf that single rows reach, and
+// Compiled ensembles against the naive scorer, bit for bit: every leaf that single rows reach, and
 // every score of a batch, with each kernel that this machine can run.
 #include <gtest/gtest.h>
 
@@ -38,17 +38,17 @@ std::vector<Shape> Shapes() {
     for (int depth : {2, 5, 7, 8, 10}) shapeV.push_back({"ragged", 50, depth, 0.3, 5, 40});
     const std::vector<size_t> allSizes = {0, 3, 1, 1, 0, 40, 1, 16, 17, 2, 0};
     shapeV.insert(shapeV.end(),
-                  {{"hostile numbers", 60, 6, 0.2, 5, 0, {1}, 0, true},
+                  {{"extreme numbers", 60, 6, 0.2, 5, 0, {1}, 0, true},
                    {"groups of all sizes", 33, 4, 0.2, 5, 1000, allSizes},
                    {"no trees", 20, 6, 0.2, 5, 1000, {0}},
                    {"chains", 19, 700, 0.2, 5, 1000, {1}, 0, false, false, true},
                    {"ragged around the limit of depth", 120, 12, 0.45},
                    {"more features than trees", 20, 6, 0.2, 300},
-                   {"many features, several sections", 900, 5, 0.1, 90},
+                   {"many features, several quantisers", 900, 5, 0.1, 90},
                    {"one feature with very many thresholds", 300, 8, 0.0, 1, 1000000},
                    {"nearly all in one bucket", 300, 8, 0.0, 1, 1000000, {1}, 0, false, true},
                    {"some features in one bucket", 60, 6, 0.1, 40, 1000000, {1}, 0, false, true},
-                   {"more features than a section holds", 1200, 1, 0.0, 400}});
+                   {"more features than a quantiser holds", 1200, 1, 0.0, 400}});
     for (const auto& groupV : {std::vector<size_t>{1}, {7}, {100, 0, 1, 3}}) {
         for (const int numClass : {1, 2, 5, 300}) {
             const int depth = numClass == 5 ? 10 : 4;
@@ -59,7 +59,7 @@ std::vector<Shape> Shapes() {
 }
 
 void CheckRow(const EnsembleSource& source, const CompiledEnsemble& compiled, const double* row) {
-    // Gaps within what is evaluated together, and beyond what comes next.
+    // Skip trees: some within a pair of bundles, some beyond the pair that comes next.
     for (const size_t period : {size_t{4}, size_t{23}, size_t{67}, size_t{83}}) {
         engine::RowLeaves leaves(compiled, row);
         for (size_t tree = 0; tree < source.NumTrees(); ++tree) {
@@ -105,7 +105,7 @@ void CheckBatch(const EnsembleSource& source, const CompiledEnsemble& compiled,
     }
 }
 
-TEST(ScoringEngine, EqualsTheDescriptionInEveryBit) {
+TEST(ScoringEngine, EqualsTheReferenceBitForBit) {
     unsigned seed = 1;
     for (const Shape& shape : Shapes()) {
         SCOPED_TRACE(shape.name);
@@ -126,7 +126,7 @@ TEST(ScoringEngine, EqualsTheDescriptionInEveryBit) {
     }
 }
 
-// Both forms must have been at work above.
+// The test above must have covered coded and walked trees.
 TEST(ScoringEngine, CodesShallowTreesAndWalksTheOthers) {
     Shape shape;
     shape.maxDepth = 8;
@@ -138,13 +138,13 @@ TEST(ScoringEngine, CodesShallowTreesAndWalksTheOthers) {
     };
     EXPECT_TRUE(isCoded(shape));
     shape.dimFea = 1000;
-    EXPECT_FALSE(isCoded(shape)) << "to look up 1000 features for 20 trees is dearer than to walk";
+    EXPECT_FALSE(isCoded(shape)) << "quantising 1000 features costs more than walking 20 trees";
     shape.dimFea = 5;
     shape.maxDepth = 9;
     EXPECT_FALSE(isCoded(shape));
 }
 
-TEST(ScoringEngine, LeavesWhatIsNoTreeToThePlainForm) {
+TEST(ScoringEngine, RefusesEnsemblesThatItCannotCompile) {
     const double kOtherNan = -std::nan("1");
     const auto leaf = [](double value) {
         PackedNode node;
@@ -167,14 +167,14 @@ TEST(ScoringEngine, LeavesWhatIsNoTreeToThePlainForm) {
         {"no nodes", 0, {}},
         {"child outside", 0, {inner(0, 1, 3), leaf(1), leaf(1)}},
         {"negative child", 0, {inner(0, -1, 2), leaf(1), leaf(1)}},
-        {"circle", 0, {inner(0, 1, 2), inner(0, 0, 2), leaf(1)}},
+        {"cycle", 0, {inner(0, 1, 2), inner(0, 0, 2), leaf(1)}},
         {"shared child", 0, {inner(0, 1, 1), leaf(1)}},
         {"feature outside", 0, {inner(2, 1, 2), leaf(1), leaf(1)}},
         {"no feature", 0, {inner(-1, 1, 2), leaf(1), leaf(1)}},
         {"class too high", 2, {leaf(2)}},
         {"class too low", 2, {leaf(-1)}},
-        {"class is no number", 2, {leaf(std::nan(""))}},
-        {"a NaN that tells operands apart", 0, {leaf(kOtherNan)}},
+        {"class is NaN", 2, {leaf(std::nan(""))}},
+        {"a NaN with which sums depend on the order of operands", 0, {leaf(kOtherNan)}},
     };
     for (const auto& c : cases) {
         EnsembleSource source;

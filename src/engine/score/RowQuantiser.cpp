@@ -1,5 +1,5 @@
-// Codes of rows; see ThresholdCodes.h.
-#include "ThresholdCodes.h"
+// Quantising rows; see RowQuantiser.h.
+#include "RowQuantiser.h"
 
 #include <emmintrin.h>
 
@@ -16,29 +16,33 @@ namespace {
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr int kBucketsPerThreshold = 4;
 
-// All bits unless value <= threshold. Compilers turn the plain expression into a branch, and which
-// way it goes is anybody's guess.
-inline int FAbove(double value, double threshold) {
+// Returns 0 if value <= threshold, else -1 (also for NaN). Compilers turn the plain expression into
+// an unpredictable branch.
+inline int AboveMask(double value, double threshold) {
     const __m128d fAbove = _mm_cmpnle_sd(_mm_set_sd(value), _mm_set_sd(threshold));
     return _mm_cvtsi128_si32(_mm_castpd_si128(fAbove));
 }
 
-// Bisections side by side, so that their loads overlap: `rank[i]` of the thresholds, which rise,
-// are known to be below the value, and fewer than 2^numSteps of those behind them.
+// kLanes bisections in lockstep, so that their loads overlap.
+//
+// Invariant: value i is above the first rank[i] thresholds, which ascend, and above fewer than 2 *
+// step of those that follow. At the end, rank[i] is exact. Reads at most 2^numSteps - 1 thresholds
+// from the initial rank[i] on. A NaN is above everything, padding included; callers clamp its rank.
 template <int kLanes>
 inline void Bisect(const double* const* thresholdVV, const double* valueV, int numSteps,
                    int* rank) {
     for (int step = (1 << numSteps) / 2; step > 0; step /= 2) {
         for (int i = 0; i < kLanes; ++i) {
-            rank[i] += step & FAbove(valueV[i], thresholdVV[i][rank[i] + step - 1]);
+            rank[i] += step & AboveMask(valueV[i], thresholdVV[i][rank[i] + step - 1]);
         }
     }
 }
 
-// The bytes of a feature's bands, eight at a time. Those too many are written over by the next
-// feature.
-inline void WriteBands(int rank, int numThresholds, int8_t* codeV) {
-    constexpr int kBands = ThresholdCodes::kTogether;
+// Stores the codes of a feature's bands, eight at a time: for band b, rank - b * kBandThresholds,
+// clamped to [0, kBandThresholds]. Excess bytes belong to the next feature, which is stored later,
+// or lie behind the last band.
+inline void StoreBands(int rank, int numThresholds, int8_t* codeV) {
+    constexpr int kBands = RowQuantiser::kLookupLanes;
     static_assert(kBands == 8);
     const __m128i most = _mm_set1_epi16(kBandThresholds);
     const __m128i zero = _mm_set1_epi8(CountByte(0));
@@ -54,11 +58,13 @@ inline void WriteBands(int rank, int numThresholds, int8_t* codeV) {
 
 }  // namespace
 
-void ThresholdCodes::Add(int splitFea, double threshold) {
+void RowQuantiser::Add(int splitFea, double threshold) {
     collectedV.push_back({splitFea, threshold});
 }
 
-void ThresholdCodes::Finish() {
+// Sorts the thresholds by feature and value and drops repeated ones, then lays out features, bands
+// and buckets in this order.
+void RowQuantiser::Finish() {
     const auto isBefore = [](const Threshold& a, const Threshold& b) {
         return a.splitFea != b.splitFea ? a.splitFea < b.splitFea : a.value < b.value;
     };
@@ -90,25 +96,26 @@ void ThresholdCodes::Finish() {
     PadThresholds();
 }
 
-// Features with about as many steps are looked up together; a step too many does no harm.
-void ThresholdCodes::PlanRows() {
+// Groups features with similar numbers of steps. Extra steps are harmless: they compare with higher
+// thresholds or with the padding.
+void RowQuantiser::PlanRows() {
     std::vector<int> orderV(featureV.size());
     std::iota(orderV.begin(), orderV.end(), 0);
     const auto numSteps = [this](int f) { return featureV[static_cast<size_t>(f)].numBisections; };
     std::stable_sort(orderV.begin(), orderV.end(),
                      [&](int a, int b) { return numSteps(a) < numSteps(b); });
-    for (size_t first = 0; first < orderV.size(); first += kTogether) {
+    for (size_t first = 0; first < orderV.size(); first += kLookupLanes) {
         RowStep step = {};
-        for (size_t i = 0; i < kTogether; ++i) {
+        for (size_t i = 0; i < kLookupLanes; ++i) {
             step.featureV[i] = orderV[std::min(first + i, orderV.size() - 1)];
         }
-        step.numBisections = numSteps(step.featureV[kTogether - 1]);
+        step.numBisections = numSteps(step.featureV[kLookupLanes - 1]);
         rowStepV.push_back(step);
     }
 }
 
-// A bisection may look so far behind the last threshold.
-void ThresholdCodes::PadThresholds() {
+// Pads each feature's thresholds with infinities, as many as a bisection may read past the end.
+void RowQuantiser::PadThresholds() {
     std::vector<int> numStepsV(featureV.size());
     for (const RowStep& step : rowStepV) {
         for (const int f : step.featureV) numStepsV[static_cast<size_t>(f)] = step.numBisections;
@@ -124,14 +131,17 @@ void ThresholdCodes::PadThresholds() {
     thresholdV = std::move(paddedV);
 }
 
-// As a double, so that no value is out of range. A NaN belongs to the last bucket.
-double ThresholdCodes::Bucket(const Feature& feature, double value) {
+// Clamps in double, where no value is out of range. A NaN gets the last bucket: it fails the first
+// comparison.
+double RowQuantiser::Bucket(const Feature& feature, double value) {
     const double bucket = (value - feature.low) * feature.scale;
     const double atMost = bucket < feature.lastBucket ? bucket : feature.lastBucket;
     return atMost > 0.0 ? atMost : 0.0;
 }
 
-void ThresholdCodes::MakeBuckets(Feature& feature) {
+// Appends the feature's buckets to bucketV. Must be called before PadThresholds: the feature's
+// thresholds are the last of thresholdV.
+void RowQuantiser::MakeBuckets(Feature& feature) {
     const double* begin = thresholdV.data() + feature.firstThreshold;
     const double* end = begin + feature.numThresholds;
     const double* low = std::find_if(begin, end, [](double t) { return std::isfinite(t); });
@@ -140,7 +150,7 @@ void ThresholdCodes::MakeBuckets(Feature& feature) {
     if (high - low > 1) {
         const double last = kBucketsPerThreshold * static_cast<double>(feature.numThresholds) - 1;
         const double scale = last / (high[-1] - *low);
-        // Thresholds that are too far apart or too close for this share one bucket.
+        // If the range is too wide or too narrow for a finite positive scale, there is one bucket.
         if (scale > 0.0 && std::isfinite(scale)) {
             feature.low = *low;
             feature.scale = scale;
@@ -158,9 +168,10 @@ void ThresholdCodes::MakeBuckets(Feature& feature) {
     }
 }
 
+// The ranks of kLanes values of one feature.
 template <int kLanes>
-inline void ThresholdCodes::RankLanes(const Feature& feature, const double* valueV,
-                                      int16_t* rankV) const {
+inline void RowQuantiser::RankLanes(const Feature& feature, const double* valueV,
+                                    int16_t* rankV) const {
     const double* thresholdVV[kLanes];
     const uint16_t* bucket = bucketV.data() + feature.firstBucket;
     int rank[kLanes];
@@ -169,14 +180,15 @@ inline void ThresholdCodes::RankLanes(const Feature& feature, const double* valu
         rank[i] = bucket[static_cast<int>(Bucket(feature, valueV[i]))];
     }
     Bisect<kLanes>(thresholdVV, valueV, feature.numBisections, rank);
-    // A NaN is above the infinities at the end too.
+    // A NaN is also above the infinite padding.
     for (int i = 0; i < kLanes; ++i) {
         rankV[i] = static_cast<int16_t>(std::min(rank[i], feature.numThresholds));
     }
 }
 
-// A threshold is above those before it and no other.
-ThresholdCodes::Place ThresholdCodes::Find(int splitFea, double threshold) const {
+// The rank of a threshold as a value is its index: it is above the thresholds before it and no
+// other.
+RowQuantiser::ThresholdRank RowQuantiser::Find(int splitFea, double threshold) const {
     const auto feature =
         std::lower_bound(featureV.begin(), featureV.end(), splitFea,
                          [](const Feature& f, int wanted) { return f.splitFea < wanted; });
@@ -185,44 +197,47 @@ ThresholdCodes::Place ThresholdCodes::Find(int splitFea, double threshold) const
     return {static_cast<int>(feature - featureV.begin()), rank};
 }
 
-void ThresholdCodes::RankRow(const double* row, int* rankV) const {
+// The ranks of one row, by feature index. That of a NaN may exceed the number of thresholds.
+void RowQuantiser::RankRow(const double* row, int* rankV) const {
     for (const RowStep& step : rowStepV) {
-        const double* thresholdVV[kTogether];
-        double valueV[kTogether];
-        int rank[kTogether];
-        for (int i = 0; i < kTogether; ++i) {
+        const double* thresholdVV[kLookupLanes];
+        double valueV[kLookupLanes];
+        int rank[kLookupLanes];
+        for (int i = 0; i < kLookupLanes; ++i) {
             const Feature& feature = featureV[static_cast<size_t>(step.featureV[i])];
             thresholdVV[i] = thresholdV.data() + feature.firstThreshold;
             valueV[i] = row[feature.splitFea];
             rank[i] = bucketV[static_cast<size_t>(feature.firstBucket) +
                               static_cast<size_t>(Bucket(feature, valueV[i]))];
         }
-        Bisect<kTogether>(thresholdVV, valueV, step.numBisections, rank);
-        for (int i = 0; i < kTogether; ++i) rankV[step.featureV[i]] = rank[i];
+        Bisect<kLookupLanes>(thresholdVV, valueV, step.numBisections, rank);
+        for (int i = 0; i < kLookupLanes; ++i) rankV[step.featureV[i]] = rank[i];
     }
 }
 
-void ThresholdCodes::CodeRow(const double* row, int8_t* codeV) const {
-    int rankV[kMaxBands];  // a feature has a band at least
+void RowQuantiser::QuantiseRow(const double* row, int8_t* codeV) const {
+    int rankV[kMaxBands];  // there are no more features than bands
     RankRow(row, rankV);
-    std::fill_n(codeV, kTogether, CountByte(0));
+    std::fill_n(codeV, kLookupLanes, CountByte(0));  // in case there are no features
     const int* rank = rankV;
     for (const Feature& feature : featureV) {
-        // A NaN is above the infinities at the end too.
-        WriteBands(std::min(*rank++, feature.numThresholds), feature.numThresholds,
+        // A NaN is also above the infinite padding.
+        StoreBands(std::min(*rank++, feature.numThresholds), feature.numThresholds,
                    codeV + feature.firstBand);
     }
 }
 
-void ThresholdCodes::CodeTile(const double* const* rowV, const BlockKernel& kernel,
-                              int8_t* tile) const {
+// One feature at a time for all rows, so that its thresholds stay in the cache. `tile` advances by
+// one band.
+void RowQuantiser::QuantiseTile(const double* const* rowV, const BlockKernel& kernel,
+                                int8_t* tile) const {
     if (featureV.empty()) std::fill_n(tile, kTileRows, CountByte(0));
     alignas(kTileRows) int16_t rankV[kTileRows];
     for (const Feature& feature : featureV) {
-        for (int first = 0; first < kTileRows; first += kTogether) {
-            double valueV[kTogether];
-            for (int i = 0; i < kTogether; ++i) valueV[i] = rowV[first + i][feature.splitFea];
-            RankLanes<kTogether>(feature, valueV, rankV + first);
+        for (int first = 0; first < kTileRows; first += kLookupLanes) {
+            double valueV[kLookupLanes];
+            for (int i = 0; i < kLookupLanes; ++i) valueV[i] = rowV[first + i][feature.splitFea];
+            RankLanes<kLookupLanes>(feature, valueV, rankV + first);
         }
         for (int rank = 0; rank < feature.numThresholds; rank += kBandThresholds) {
             kernel.fillBand(rankV, rank, tile);
