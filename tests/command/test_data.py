@@ -138,7 +138,7 @@ class Refusals(Workbench):
         good = data_lines(range(4))
         wrong = [("1 2:x", "feature value is not a digit"), ("1 y:2", "feature id is not an int"),
                  ("1 word", "wrong feature format"), ("1 0:5", r"Illegal feature id: .*\[1, 3\]"),
-                 ("x 1:5", 'the label "x" is no number'), ("1 2:1\0", "zero byte")]
+                 ("x 1:5", 'the label "x" is not a number'), ("1 2:1\0", "zero byte")]
         for parameter in "fileTrain", "fileTest":
             for line, message in wrong:
                 with self.subTest(line=line, parameter=parameter):
@@ -209,7 +209,7 @@ class Refusals(Workbench):
         labels = [2, 1, 0, 2, 1, 0]
         self.configure("modelType = GBRank")
         self.write("train.txt", data_lines(labels, "aabbab"))
-        run = self.fail_with('train.txt, line 5: query "a" stood on line 2')
+        run = self.fail_with('train.txt, line 5: query "a" already ended on line 2')
         self.assertNotIn("Size of qid", run.stderr)
         lines = data_lines(labels, "aaabbb")
         self.write("train.txt", lines[:3] + ["2 1:1"] + lines[3:])

@@ -66,7 +66,7 @@ class Verification(Workbench):
             if run.returncode == 0:
                 break
             self.assertEqual(OLD, self.read("model.txt"))
-            outcomes.update(re.findall("of 60 was not grown|of memory|GB, there are|allocate",
+            outcomes.update(re.findall("of 60 was not grown|of memory|GB, available are|allocate",
                                        run.stderr))
         self.assertIn("of 60 was not grown", outcomes)
 
@@ -81,7 +81,7 @@ class Digits(Workbench):
     def test_rounded_thresholds_are_told(self):
         run = self.succeed()
         self.assertRegex(run.stderr, r"(?m)^Notice: fileModel model.txt: thresholds are rounded to "
-                                     r"six digits, with which [\d.]+ % of the training rows reach "
+                                     r"six digits, so [\d.]+ % of the training rows reach "
                                      r"another leaf .*; digits = 17 writes them in full$")
         rounded = float(self.metrics(run)["RMSE"])
         run = self.succeed("-digits", "17")

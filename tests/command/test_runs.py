@@ -117,7 +117,7 @@ class Modes(Workbench):
         self.write("p.txt", OLD)
         for text in "", "\n \r\n\t":
             self.write("empty.txt", text)
-            for mode, message in ("predict", "holds no rows"), ("analyze", ".* 0 rows"):
+            for mode, message in ("predict", "has no rows to score"), ("analyze", ".* 0 rows"):
                 self.fail_with("fileTest empty.txt: " + message, "-mode", mode, "-fileTest",
                                "empty.txt", "-filePred", "p.txt")
             self.fail_with("fileTest empty.txt: .* 0 rows", "-fileTest", "empty.txt")

@@ -47,7 +47,7 @@ class Usage(Workbench):
 
 
 class Settings(Workbench):
-    def test_integers_are_what_is_written(self):
+    def test_integers_are_read_as_written(self):
         """The library drops an exponent and what is beyond 32 bits; the command refuses both."""
         for value in "1e1", "7E", "+", "-", "4294967301", "-4294967291", "9" * 30:
             with self.subTest(value):
@@ -76,8 +76,8 @@ class Settings(Workbench):
             self.write(name, wrong)
             run = self.run_command("cfg", "-labelTran", "map")
             self.assertEqual(1, run.returncode)
-            self.assertRegex(run.stderr, rf"(?m)^ERROR: (labelTran )?{name}, line {line}: goes on "
-                                         "behind a carriage return: lines end with LF or CR LF")
+            self.assertRegex(run.stderr, rf"(?m)^ERROR: (labelTran )?{name}, line {line}: has text "
+                                         "after a carriage return: lines end with LF or CR LF")
         self.write("map", "")
         for ends in "\r\n", "\n\r":
             self.write("cfg", text.replace("\n", ends))
@@ -88,11 +88,11 @@ class Settings(Workbench):
         text = self.read("run.cfg")
         for more, message in (("numTre = 1\n", "WARNING: /dev/stdin, line 7: no parameter"),
                               ("numTree = 1e9\n", 'ERROR: /dev/stdin, line 7: numTree "1e9"'),
-                              ("maxLeaf = 5\rnumTree = 1\n", "ERROR: /dev/stdin, line 7: goes on")):
+                              ("maxLeaf = 5\rnumTree = 1\n", "ERROR: /dev/stdin, line 7: has text")):
             run = self.run_command("/dev/stdin", input=text + more)
             self.assertRegex(run.stderr, "^" + message)
         run = self.run_command("run.cfg", "-labelTran", "/dev/stdin", input="0 1\r2 3\r")
-        self.assertRegex(run.stderr, "^ERROR: labelTran /dev/stdin, line 1: goes on")
+        self.assertRegex(run.stderr, "^ERROR: labelTran /dev/stdin, line 1: has text")
 
 
 class Progress(Workbench):
