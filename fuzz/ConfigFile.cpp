@@ -1,5 +1,5 @@
-// Configuration files: reading one must equal reading its lines one by one. Then validation, and the
-// command's own checks.
+// Configuration files: reading one must equal reading its lines one by one. Then validation, and
+// the command's own checks.
 #include <map>
 #include <sstream>
 
