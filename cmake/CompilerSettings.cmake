@@ -1,7 +1,8 @@
-# How Sylvora's own code is compiled. Third-party headers and a consumer's code are not touched.
+# Compiler settings for Sylvora's own code. They do not apply to third-party headers or to a user's
+# code.
 
-# Contracting a*b+c into one rounding would make the result depend on the compiler and the
-# processor, and models are to be the same file everywhere; -ffast-math is out for the same reason.
+# Contracting a*b+c into one rounding would make results depend on the compiler and the processor,
+# but models must be the same everywhere. -ffast-math is forbidden for the same reason.
 function(sylvora_own_code target)
     target_compile_features(${target} PRIVATE cxx_std_17)
     set_target_properties(${target} PROPERTIES
@@ -13,7 +14,7 @@ function(sylvora_own_code target)
         $<$<BOOL:${SYLVORA_WARNINGS_AS_ERRORS}>:-Werror>)
 endfunction()
 
-# A build without it tells which source lacks an include.
+# Precompiled headers hide missing includes; a build without SYLVORA_PRECOMPILE finds them.
 function(sylvora_precompile target)
     if(SYLVORA_PRECOMPILE)
         target_precompile_headers(${target} PRIVATE
@@ -21,7 +22,7 @@ function(sylvora_precompile target)
     endif()
 endfunction()
 
-# The whole build is instrumented or none of it.
+# Sanitizers apply to the whole build, including the tests.
 if(SYLVORA_SANITIZE)
     add_compile_options(-fsanitize=${SYLVORA_SANITIZE} -fno-sanitize-recover=all
                         -fno-omit-frame-pointer)

@@ -1,5 +1,5 @@
-# What an installation has: the public headers in include/sylvora, both libraries, the command, the
-# CMake package (sylvora::sylvora is shared, sylvora::static static) and the pkg-config file.
+# Installs the public headers in include/sylvora, both libraries, the command, the CMake package
+# (with the shared sylvora::sylvora and the static sylvora::static) and the pkg-config file.
 include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/sylvora)
@@ -18,7 +18,8 @@ install(FILES ${PROJECT_BINARY_DIR}/sylvoraConfig.cmake
               ${PROJECT_BINARY_DIR}/sylvoraConfigVersion.cmake
     DESTINATION ${package_dir})
 
-# Relative to the file itself, so that `cmake --install --prefix` and a moved tree work.
+# The prefix is relative to the .pc file, so that `cmake --install --prefix` and a moved
+# installation work.
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX
     BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX}/${pkgconfig_dir} OUTPUT_VARIABLE prefix_from_pkgconfig)
 configure_file(cmake/sylvora.pc.in sylvora.pc @ONLY)

@@ -1,14 +1,14 @@
-# The Python module, once for every interpreter: python/<major.minor>/sylvora<suffix>, with the
-# library inside.
+# Builds the Python module for each interpreter: python/<major.minor>/sylvora<suffix>, which
+# contains the library.
 #
-# An interpreter that SYLVORA_PYTHONS names must be usable, or configuring ends. The interpreters
-# of the default are used as far as they are there.
+# Configuring fails if an interpreter that SYLVORA_PYTHONS names is not usable. If the variable is
+# empty, the default interpreters are used if present.
 #
 # Sets SYLVORA_PYTHON_VERSIONS (3.11 2.7 ...) and for each version SYLVORA_PYTHON_<version>, the
-# interpreter, and SYLVORA_PYTHON_ANSWER_<version>, what it said.
+# interpreter, and SYLVORA_PYTHON_ANSWER_<version>, the list that sylvora_ask_python returned.
 
-# Asks `interpreter` for version, include directory and suffix of extension modules; `result` is
-# empty where that fails.
+# Sets `result` to the list of the interpreter's version, include directory and suffix of extension
+# modules, or to an empty string on failure.
 function(sylvora_ask_python interpreter result)
     set(${result} "" PARENT_SCOPE)
     execute_process(
@@ -23,7 +23,8 @@ print(';'.join(['%d.%d' % sys.version_info[:2], sysconfig.get_paths()['include']
     endif()
 endfunction()
 
-# What keeps the module from being built for an interpreter with this answer; empty: nothing does.
+# Sets `obstacle` to the reason why the module cannot be built for the interpreter with this answer,
+# or to an empty string.
 function(sylvora_python_obstacle answer obstacle)
     set(${obstacle} "" PARENT_SCOPE)
     if(NOT answer)
@@ -41,7 +42,7 @@ function(sylvora_python_obstacle answer obstacle)
     endif()
 endfunction()
 
-# Adds `module` for the interpreter with this answer, in the build tree's <folder>/<major.minor>.
+# Adds the target `module` for the interpreter with this answer, built in <folder>/<major.minor>.
 function(sylvora_define_module module answer folder)
     list(GET answer 0 version)
     list(GET answer 1 include)

@@ -1,4 +1,4 @@
-// Mode analyze: what each column contributes to the scores of a data file.
+// Mode analyze: reports what each column contributes to the scores of a data file.
 #include <string>
 
 #include "CheckIn/Validation.h"
@@ -24,7 +24,7 @@ int CheckPaths(const Command& command, const std::string& fileReport) {
     return CheckFiles(command, {{"filePred", fileReport}});
 }
 
-// Rows have the model's columns, whatever ids the file has.
+// Reads fileTest with the model's columns; larger ids in the file are ignored.
 int LoadTest(const CheckCfgCLS& cfg, TreeLearner& model) {
     DataFile file("fileTest", cfg.fileTest);
     DataSet set;
@@ -44,11 +44,11 @@ int LoadTest(const CheckCfgCLS& cfg, TreeLearner& model) {
     return HandOver(set, file, kTest, model);
 }
 
-// The report of an ensemble without trees would look like one; any text that begins with 0 loads as
-// such a model.
+// Refuses a model without trees: any text that begins with 0 loads as one, and its report would
+// look like a valid report.
 int CheckTrees(const CheckCfgCLS& cfg, const TreeLearner& model) {
     if (model.getTreeNum() > 0) return 0;
-    return Fail("ERROR: fileModel ", cfg.fileModel, ": holds no trees\n");
+    return Fail("ERROR: fileModel ", cfg.fileModel, ": has no trees\n");
 }
 
 int AskForStop(void* /*context*/, int /*done*/, int /*total*/) {

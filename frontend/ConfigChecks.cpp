@@ -1,3 +1,4 @@
+// Implementation of the configuration checks, which read each file a second time, line by line.
 #include "ConfigChecks.h"
 
 #include <algorithm>
@@ -17,9 +18,10 @@
 namespace sylvora::frontend {
 namespace {
 
-// Calls check(line, number) for the lines of the file, from 1, until one returns a failure.
+// Calls check(line, number) for each line, numbered from 1, until a call fails. Returns 0 for a
+// file that cannot be read a second time.
 template <typename Check>
-int ForEachLine(const ReadTwice& file, Check check) {
+int ForEachLine(const RereadableFile& file, Check check) {
     if (!file.CanBeRead()) return 0;
     std::ifstream in(file.Path());
     std::string line;
@@ -29,7 +31,7 @@ int ForEachLine(const ReadTwice& file, Check check) {
     return 0;
 }
 
-// Whether text that the library takes for an integer is one: a sign or none, and digits.
+// True if the text is an optional sign followed by digits, and fits into an int.
 bool IsInt(std::string_view text) {
     if (text.substr(0, 1) == "+") text.remove_prefix(1);
     int value = 0;
@@ -38,7 +40,7 @@ bool IsInt(std::string_view text) {
     return read.ec == std::errc() && read.ptr == end;
 }
 
-// `place` is where the value stands, and ends in the parameter's name.
+// `place` says in the message where the value is; it ends with the parameter's name.
 int CheckInteger(const std::string& key, const std::string& value, const std::string& place) {
     const ParameterRow* const row = FindParameter(key);
     if (row == nullptr || !std::holds_alternative<int CheckCfgCLS::*>(row->member)) return 0;
@@ -56,25 +58,26 @@ Setting SettingOf(const std::string& line) {
     if (line.empty() || line[0] == '#') return {};
     std::istringstream tokens(line);
     tokens.imbue(std::locale::classic());
-    tokens.exceptions(std::ios::badbit);  // or a value that finds no memory would be missing
+    tokens.exceptions(
+        std::ios::badbit);  // otherwise running out of memory would look like a missing value
     std::string separator;
     Setting setting;
     tokens >> setting.key >> separator >> setting.value;
     return separator == "=" ? setting : Setting{};
 }
 
-int CheckLineEnds(const ReadTwice& file, const std::string& name) {
+int CheckLineEnds(const RereadableFile& file, const std::string& name) {
     return ForEachLine(file, [&](const std::string& line, long number) {
         constexpr char kBlanks[] = " \t\n\v\f\r";
         const size_t end = line.find('\r', std::min(line.find_first_not_of(kBlanks), line.size()));
         if (line.find_first_not_of(kBlanks, end) == std::string::npos) return 0;
         return Fail("ERROR: ", name, ", line ", number,
-                    ": goes on behind a carriage return: lines end with LF or CR LF, not with CR "
+                    ": has text after a carriage return: lines end with LF or CR LF, not with CR "
                     "alone\n");
     });
 }
 
-int CheckIntegers(const ReadTwice& fileCfg, const std::string& name) {
+int CheckIntegers(const RereadableFile& fileCfg, const std::string& name) {
     return ForEachLine(fileCfg, [&](const std::string& line, long number) {
         const Setting setting = SettingOf(line);
         return CheckInteger(setting.key, setting.value,

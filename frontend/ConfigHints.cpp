@@ -1,3 +1,4 @@
+// Finds unknown keys in a configuration file, and for each the known key nearest in spelling.
 #include "ConfigHints.h"
 
 #include <algorithm>
@@ -19,7 +20,8 @@ bool SameLetter(char a, char b) {
            std::tolower(static_cast<unsigned char>(b));
 }
 
-// Levenshtein's edit distance (1965), by rows, upper and lower case being equal.
+// Levenshtein's edit distance (1965), ignoring case. Keeps one row of the table: before step i,
+// row[j] is the distance between the first i letters of a and the first j letters of b.
 size_t EditDistance(const std::string& a, const std::string& b) {
     std::vector<size_t> row(b.size() + 1);
     std::iota(row.begin(), row.end(), size_t{0});
@@ -45,7 +47,7 @@ std::string NearestKey(const std::string& key) {
 
 }  // namespace
 
-void WarnOfUnknownKeys(const ReadTwice& fileCfg, const std::string& name) {
+void WarnOfUnknownKeys(const RereadableFile& fileCfg, const std::string& name) {
     if (!fileCfg.CanBeRead()) return;
     std::ifstream in(fileCfg.Path());
     std::set<std::string> warnedS;

@@ -1,5 +1,5 @@
-// Hints at misspelt keys. The library ignores a key that no parameter has, so that one file can
-// serve several versions; a person who wrote "numTre" wants to hear of it.
+// Warnings about unknown keys. The library ignores a key that names no parameter, so that one file
+// can serve several versions. A user who wrote "numTre" by mistake should still be told.
 #ifndef SYLVORA_FRONTEND_CONFIGHINTS_H
 #define SYLVORA_FRONTEND_CONFIGHINTS_H
 
@@ -9,9 +9,9 @@
 
 namespace sylvora::frontend {
 
-// Warns once per unknown key of a configuration file that has been read without error, with the
-// line and the known key that is spelt most like it. Messages call the file `name`.
-void WarnOfUnknownKeys(const ReadTwice& fileCfg, const std::string& name);
+// Warns once per unknown key, with its line number and the known key whose spelling is nearest. The
+// file must have been read without error. `name` is the file's name in messages.
+void WarnOfUnknownKeys(const RereadableFile& fileCfg, const std::string& name);
 
 }  // namespace sylvora::frontend
 

@@ -1,3 +1,4 @@
+// Builds the help texts from the parameter table.
 #include "Help.h"
 
 #include "CheckIn/Parameters.h"
@@ -8,7 +9,7 @@ namespace {
 
 const char kModes[] =
     "  train     (also when empty) trains on fileTrain and writes fileModel; with fileTest the\n"
-    "            model's test metrics are printed, with filePred its test scores written too\n"
+    "            prints the model's test metrics, and with filePred also writes its test scores\n"
     "  predict   scores fileTest with fileModel into filePred and prints the metrics\n"
     "  analyze   writes what each column contributes to the scores of fileTest to filePred, or\n"
     "            to fileModel + \".features\"\n";
@@ -27,7 +28,7 @@ const char kDocumentHead[] =
     "| Key | Option | Default | Accepted | Meaning |\n"
     "| --- | --- | --- | --- | --- |\n";
 
-// The record holds 0 for a seed that was not given; the run then takes another one.
+// The settings hold 0 for a seed that is not set; the seed of such a run is getRandomSeed().
 std::string DefaultOf(const ParameterRow& row) {
     if (row.member == ParameterMember(&CheckCfgCLS::tms_seed)) {
         return Text(CheckCfgCLS().getRandomSeed());
@@ -62,13 +63,12 @@ std::string UsageText() {
 std::string HelpText() {
     std::string text = UsageText();
     text +=
-        "\nTrains tree ensembles, scores with them and analyses them. CFG is a file of lines\n"
-        "\"key = value\"; options override it. The mode says what is done:\n\n";
+        "\nTrains tree ensembles, scores data with them and analyses them. CFG is a file of\n"
+        "\"key = value\" lines; options override it. The parameter mode selects the task:\n\n";
     text += kModes;
     text +=
-        "\nParameters. Those shown with \"-\" are keys of the file and options; the others are "
-        "keys\n"
-        "only. The default -1 of a text means that no value was given.\n\n";
+        "\nParameters. Those shown with \"-\" are options as well as keys of the file; the others\n"
+        "are keys only. The default -1 of a text parameter means that it is not set.\n\n";
     for (const ParameterRow& row : ParameterTable()) text += HelpEntry(row);
     text +=
         "\nMetrics go to standard output, one \"name: value\" per line. Exit status: 0; 1 for a\n"

@@ -1,4 +1,4 @@
-// What the command says about itself. All parameter texts come from the one table of parameters.
+// The texts of --help and --help=markdown. Every parameter's text comes from the parameter table.
 #ifndef SYLVORA_FRONTEND_HELP_H
 #define SYLVORA_FRONTEND_HELP_H
 
@@ -6,13 +6,13 @@
 
 namespace sylvora::frontend {
 
-// A few lines for wrong usage.
+// The two usage lines, printed after a usage error.
 std::string UsageText();
 
-// The answer to --help: usage, modes, every parameter with default and range.
+// The text of --help: usage, modes, and every parameter with its default and range.
 std::string HelpText();
 
-// The answer to --help=markdown, which is the document docs/parameters.md.
+// The text of --help=markdown, which is the content of docs/parameters.md.
 std::string ParametersDocument();
 
 }  // namespace sylvora::frontend

@@ -1,3 +1,4 @@
+// Computes and prints the metrics. Pairs are counted in O(n log n).
 #include "Metrics.h"
 
 #include <algorithm>
@@ -29,7 +30,7 @@ double Share(double part, double whole) {
     return whole > 0.0 ? part / whole : std::numeric_limits<double>::quiet_NaN();
 }
 
-// An order in which all NaN are equal and below every number.
+// A strict weak order in which all NaNs are equal and come before every number.
 bool IsLower(double a, double b) {
     return std::isnan(a) ? !std::isnan(b) : a < b;
 }
@@ -40,7 +41,8 @@ struct ScoredRow {
 };
 typedef std::vector<ScoredRow> Group;
 
-// Counts of items by rank, with prefix sums in logarithmic time (P. Fenwick, 1994).
+// Counts per rank. Adding an item and the prefix sum take logarithmic time (P. Fenwick, 1994: the
+// binary indexed tree).
 class RankCounts {
   public:
     explicit RankCounts(size_t numRanks) : sumV(numRanks + 1, 0.0) {}
@@ -48,6 +50,7 @@ class RankCounts {
     void Add(size_t rank) {
         for (size_t i = rank + 1; i < sumV.size(); i += i & (~i + 1)) sumV[i] += 1.0;
     }
+    // The number of items with a rank below `rank`.
     double Below(size_t rank) const {
         double sum = 0.0;
         for (size_t i = rank; i > 0; i -= i & (~i + 1)) sum += sumV[i];
@@ -63,16 +66,16 @@ struct PairCount {
     double all = 0.0;
 };
 
-// Pairs of rows with different labels. Takes the rows by ascending label; `counts` always holds
-// the rows of all smaller labels.
+// Counts the pairs of rows with different labels. Loop invariant: at each run of equal labels,
+// `counts` holds the score ranks of exactly the rows with smaller labels.
 PairCount CountPairs(Group group) {
     const auto byScore = [](const ScoredRow& a, const ScoredRow& b) {
         return IsLower(a.score, b.score);
     };
     Group ranked = group;
     std::sort(ranked.begin(), ranked.end(), byScore);
-    const auto rankOf = [&ranked](Group::iterator place) {
-        return static_cast<size_t>(place - ranked.begin());
+    const auto rankOf = [&ranked](Group::iterator position) {
+        return static_cast<size_t>(position - ranked.begin());
     };
     std::sort(group.begin(), group.end(),
               [](const ScoredRow& a, const ScoredRow& b) { return a.label < b.label; });
@@ -93,34 +96,36 @@ PairCount CountPairs(Group group) {
     return pairs;
 }
 
-constexpr size_t kCuts[] = {1, 5, 10};
-constexpr size_t kLargestCut = 10;
+constexpr size_t kCutoffs[] = {1, 5, 10};
+constexpr size_t kLargestCutoff = 10;
 
-// The discount of a place, counted from 0, below the largest cut.
-double DiscountOf(size_t place) {
+// The discount of a position, counted from 0; it must be below kLargestCutoff.
+double DiscountOf(size_t position) {
     static const std::vector<double> discountV = [] {
         std::vector<double> valueV;
-        for (size_t i = 0; i < kLargestCut; ++i) {
+        for (size_t i = 0; i < kLargestCutoff; ++i) {
             valueV.push_back(1.0 / Log2(static_cast<double>(i) + 2.0));
         }
         return valueV;
     }();
-    return discountV[place];
+    return discountV[position];
 }
 
-// The gain of the first `cut` places when rows stand by descending key.
 struct RankedGain {
     double key;
     double gain;
 };
-double DiscountedGain(const std::vector<RankedGain>& rankedV, size_t cut) {
+
+// The discounted gain of the first `cutoff` positions; `rankedV` is sorted by descending key. Each
+// of several items with equal keys gets the mean of their gains.
+double DiscountedGain(const std::vector<RankedGain>& rankedV, size_t cutoff) {
     double sum = 0.0;
-    for (size_t begin = 0, end = 0; begin < std::min(cut, rankedV.size()); begin = end) {
+    for (size_t begin = 0, end = 0; begin < std::min(cutoff, rankedV.size()); begin = end) {
         double gain = 0.0;
         double discount = 0.0;
         for (; end < rankedV.size() && !IsLower(rankedV[end].key, rankedV[begin].key); ++end) {
             gain += rankedV[end].gain;
-            if (end < cut) discount += DiscountOf(end);
+            if (end < cutoff) discount += DiscountOf(end);
         }
         sum += gain / static_cast<double>(end - begin) * discount;
     }
@@ -133,7 +138,7 @@ void SortByKey(std::vector<RankedGain>& rankedV) {
     });
 }
 
-// One query's share of the best possible gain, for each cut; empty where there is none to get.
+// The NDCG of one query at each cutoff; empty if no row has a gain above 0.
 VecDle NormalizedGain(const Group& group) {
     std::vector<RankedGain> byScoreV, idealV;
     for (const ScoredRow& row : group) {
@@ -145,8 +150,8 @@ VecDle NormalizedGain(const Group& group) {
     SortByKey(idealV);
     VecDle shareV;
     if (!(idealV.front().gain > 0.0)) return shareV;
-    for (const size_t cut : kCuts) {
-        shareV.push_back(DiscountedGain(byScoreV, cut) / DiscountedGain(idealV, cut));
+    for (const size_t cutoff : kCutoffs) {
+        shareV.push_back(DiscountedGain(byScoreV, cutoff) / DiscountedGain(idealV, cutoff));
     }
     return shareV;
 }
@@ -164,7 +169,7 @@ void PrintRanking(const ScoredSet& set) {
         Warn("NOTICE: not every row has a query id (qid:...), so there are no ranking metrics\n");
         return;
     }
-    VecDle sumV(std::size(kCuts), 0.0);
+    VecDle sumV(std::size(kCutoffs), 0.0);
     int numQueries = 0;
     PairCount pairs;
     const std::map<int, Group> groupM = GroupByQuery(set);
@@ -179,8 +184,8 @@ void PrintRanking(const ScoredSet& set) {
     }
     Print("queries: ", groupM.size(), "\n");
     Print("queries without a relevant row: ", static_cast<int>(groupM.size()) - numQueries, "\n");
-    for (size_t i = 0; i < std::size(kCuts); ++i) {
-        PrintMetric(Text("NDCG@", kCuts[i]), Share(sumV[i], numQueries));
+    for (size_t i = 0; i < std::size(kCutoffs); ++i) {
+        PrintMetric(Text("NDCG@", kCutoffs[i]), Share(sumV[i], numQueries));
     }
     PrintMetric("correctly ordered pairs", Share(pairs.ordered, pairs.all));
 }
@@ -198,7 +203,7 @@ void PrintRegression(const ScoredSet& set) {
     PrintMetric("MAE", absolutes / numRows);
 }
 
-// A sum with 0.0 turns -0 into 0.
+// Adding 0.0 turns -0 into 0; this is deliberate, so that both are printed as one class.
 double ClassOf(double value) {
     return std::trunc(value) + 0.0;
 }

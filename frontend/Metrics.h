@@ -1,21 +1,23 @@
-// How good the scores of a model are.
+// Metrics of a model's scores, as the command prints them.
 //
 //   rows                          always
 //   RMSE, MAE                     regression
-//   accuracy, confusion[L][P]     classification: rows of class L that were predicted as class P,
-//                                 where there are any; a class is the integer part of its number
+//   accuracy, confusion[L][P]     classification. confusion[L][P] is the number of rows of class L
+//                                 that are predicted as class P; zero counts are not printed. A
+//                                 class is the integer part of a label or score.
 //   NDCG@1, @5, @10               "GBRank": mean over the queries. Gain 2^label - 1, discount
-//                                 1 / log2(place + 1) (Jarvelin and Kekalainen 2002, Burges et al.
-//                                 2005). Rows with equal scores share the mean of their gains. A
-//                                 query that has nothing to find (no gain above 0) has no part in
-//                                 the mean.
-//   correctly ordered pairs       "GBRank": of all pairs of one query with different labels, the
-//                                 share whose scores are ordered like the labels; equal ones count
-//                                 half
-//   AUC                           where the labels have exactly two values: the same share over all
-//                                 rows
+//                                 1 / log2(position + 1), positions from 1 (Jarvelin and Kekalainen
+//                                 2002, Burges et al. 2005). Each of several rows with equal scores
+//                                 gets the mean of their gains. Queries without a gain above 0 are
+//                                 left out of the mean.
+//   correctly ordered pairs       "GBRank": of all pairs of rows of one query with different
+//   labels,
+//                                 the share whose scores have the order of the labels. A pair with
+//                                 equal scores counts one half.
+//   AUC                           if the labels have exactly two values: the share of correctly
+//                                 ordered pairs among all rows
 //
-// A score that is not a number ranks below all others. A mean over nothing is "nan".
+// A NaN score ranks below all numbers. The mean of nothing is "nan".
 #ifndef SYLVORA_FRONTEND_METRICS_H
 #define SYLVORA_FRONTEND_METRICS_H
 
@@ -24,8 +26,8 @@
 
 namespace sylvora::frontend {
 
-// Prints the metrics of `model` (its type and classes decide which) on the scored rows to standard
-// output, one "name: value" per line.
+// Prints the metrics of the scored rows to standard output, one "name: value" per line. The type of
+// `model` and its number of classes decide which metrics.
 void PrintMetrics(const TreeLearner& model, const ScoredSet& set);
 
 }  // namespace sylvora::frontend

@@ -1,5 +1,5 @@
-// What the command can do, one file per mode. Each returns 0, or -1 after a message on standard
-// error.
+// The modes of the command; each is implemented in a file of its own. They return 0, or -1 after a
+// message on standard error.
 #ifndef SYLVORA_FRONTEND_MODES_H
 #define SYLVORA_FRONTEND_MODES_H
 
@@ -9,20 +9,20 @@
 
 namespace sylvora::frontend {
 
-// What the command line says: the settings, and the file that they were read from.
+// The settings of a run, and the configuration file that they were read from.
 struct Command {
     CheckCfgCLS cfg;
     std::string fileCfg;
 };
 
-// Checks and normalises the settings, trains on fileTrain and writes fileModel. With fileTest, the
-// written model is loaded, its test metrics are printed and, with filePred, its scores written.
+// Checks and normalises the settings, trains on fileTrain and writes fileModel. If fileTest is set,
+// loads the written model and prints its test metrics; if filePred is set too, writes the scores.
 [[nodiscard]] int Train(Command& command);
 
 // Scores fileTest with fileModel into filePred and prints the metrics.
 [[nodiscard]] int Predict(const Command& command);
 
-// Writes what each column contributes to the scores of fileTest.
+// Writes the feature-analysis report: what each column contributes to the scores of fileTest.
 [[nodiscard]] int Analyze(const Command& command);
 
 }  // namespace sylvora::frontend

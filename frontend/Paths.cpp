@@ -1,3 +1,4 @@
+// Path checks: required files, endless devices, outputs that collide or cannot be written.
 #include "Paths.h"
 
 #include <sys/stat.h>
@@ -14,20 +15,20 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Whether both name one file, which need not exist yet; what is no regular file (/dev/null) may be
-// written by many.
+// True if both paths name the same file, which need not exist yet. Several outputs may share a file
+// that is not regular, such as /dev/null; the answer for those is false.
 bool IsSameFile(const std::string& a, const std::string& b) {
     std::error_code failed;
     if (fs::exists(a, failed) && !fs::is_regular_file(a, failed)) return false;
     if (fs::equivalent(a, b, failed)) return true;
-    const fs::path placeA = fs::weakly_canonical(fs::absolute(a), failed);
+    const fs::path canonicalA = fs::weakly_canonical(fs::absolute(a), failed);
     if (failed) return false;
-    const fs::path placeB = fs::weakly_canonical(fs::absolute(b), failed);
-    return !failed && placeA == placeB;
+    const fs::path canonicalB = fs::weakly_canonical(fs::absolute(b), failed);
+    return !failed && canonicalA == canonicalB;
 }
 
-// Whether reading may never end, as that of /dev/zero; what was given as standard input may be any
-// device, a terminal say.
+// True for a character device that may never end, such as /dev/zero. /dev/null and the device
+// behind standard input (a terminal, for example) are allowed.
 bool IsEndless(const std::string& path) {
     struct stat file = {};
     struct stat other = {};
@@ -36,7 +37,7 @@ bool IsEndless(const std::string& path) {
     return ::fstat(STDIN_FILENO, &other) != 0 || file.st_rdev != other.st_rdev;
 }
 
-int TryOutput(const NamedPath& output, const std::vector<NamedPath>& otherV) {
+int CheckOutput(const NamedPath& output, const std::vector<NamedPath>& otherV) {
     for (const NamedPath& other : otherV) {
         if (other.path.empty() || other.parameter == output.parameter) continue;
         if (IsSameFile(output.path, other.path)) {
@@ -54,7 +55,7 @@ int TryOutput(const NamedPath& output, const std::vector<NamedPath>& otherV) {
 
 int RefuseEndless(const NamedPath& input) {
     if (!IsEndless(input.path)) return 0;
-    return Fail("ERROR: ", input.parameter, " ", input.path, ": is a device, a file is wanted\n");
+    return Fail("ERROR: ", input.parameter, " ", input.path, ": is a device, not a file\n");
 }
 
 int RequirePath(const NamedPath& wanted, const std::string& purpose) {
@@ -75,7 +76,7 @@ int CheckFiles(const Command& command, const std::vector<NamedPath>& outputV) {
     otherV.push_back({"fileModel", cfg.fileModel});
     for (const NamedPath& output : outputV) {
         if (output.path.empty()) continue;
-        if (TryOutput(output, otherV) != 0) return -1;
+        if (CheckOutput(output, otherV) != 0) return -1;
         otherV.push_back(output);
     }
     return 0;

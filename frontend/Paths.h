@@ -1,4 +1,4 @@
-// The files of the command, checked before any work is done.
+// Checks the command's input and output paths before any work is done.
 #ifndef SYLVORA_FRONTEND_PATHS_H
 #define SYLVORA_FRONTEND_PATHS_H
 
@@ -10,19 +10,20 @@
 namespace sylvora::frontend {
 
 struct NamedPath {
-    std::string parameter;  // that names the file; an empty path is one that was not given
-    std::string path;
+    std::string parameter;  // the parameter that names the file
+    std::string path;       // empty: not given
 };
 
-// Checks that `wanted` was given. `purpose` says what it is for. Returns 0, or -1 after a message.
+// Checks that the path was given. `purpose` completes "name ..." in the message. Returns 0, or -1
+// after a message.
 [[nodiscard]] int RequirePath(const NamedPath& wanted, const std::string& purpose);
 
 // Refuses a device that might never end, such as /dev/zero. Returns 0, or -1 after a message.
 [[nodiscard]] int RefuseEndless(const NamedPath& input);
 
-// Checks, without changing anything, that no data file or label map is a device that might never
-// end, that every output can be written and that none of them would overwrite another file of the
-// command. Returns 0, or -1 after a message.
+// Checks that no data file or label map is a device that might never end, that every output can be
+// written, and that no output would overwrite another file of the command. Changes no file. Returns
+// 0, or -1 after a message.
 [[nodiscard]] int CheckFiles(const Command& command, const std::vector<NamedPath>& outputV);
 
 }  // namespace sylvora::frontend

@@ -1,4 +1,4 @@
-// Mode predict: scores a data file with a model file.
+// Mode predict: scores a data file with a model file, batch by batch.
 #include <algorithm>
 
 #include "CheckIn/Validation.h"
@@ -24,10 +24,11 @@ int CheckPaths(const Command& command) {
     return CheckFiles(command, {{"filePred", cfg.filePred}});
 }
 
-// Few rows are held at a time. Where not even so many would fit into memory, the model is damaged.
+// Only one batch of rows is in memory at a time. If not even this many rows of the model's width
+// fit, the model's column count must be wrong.
 constexpr long kRowsToFit = 100;
 
-// Rows that lie one after the other, used for one batch after another.
+// A buffer of consecutive rows that is reused for every batch.
 class Batch {
   public:
     Batch(const DataFile& dataFile, const LineRules& lineRules, size_t mostRows)
@@ -36,12 +37,12 @@ class Batch {
           labelV(mostRows),
           valueV(mostRows * static_cast<size_t>(lineRules.dim)) {}
 
-    // Reads rows from number `first` on, as many as there is room for.
+    // Fills the buffer with the file's rows from row `first` on; the last batch may be shorter.
     RowReport Read(long first, ReadingThreads& threads) {
         const long numLeft = file.NumRows() - first;
-        Places places(*this, first, std::min(numLeft, static_cast<long>(labelV.size())));
-        numRows = static_cast<size_t>(places.count);
-        return ReadRows(file, rules, places, threads);
+        Buffers buffers(*this, first, std::min(numLeft, static_cast<long>(labelV.size())));
+        numRows = static_cast<size_t>(buffers.count);
+        return ReadRows(file, rules, buffers, threads);
     }
 
     int ComplainOf(const RowFault& fault) const { return Complain(file, rules, fault); }
@@ -50,10 +51,10 @@ class Batch {
     double Label(size_t row) const { return labelV[row]; }
 
   private:
-    class Places : public RowPlaces {
+    class Buffers : public RowBuffers {
       public:
-        Places(Batch& owner, long firstRow, long rowCount)
-            : RowPlaces(firstRow, rowCount), batch(owner) {}
+        Buffers(Batch& owner, long firstRow, long rowCount)
+            : RowBuffers(firstRow, rowCount), batch(owner) {}
         double* ValuesAt(long row) override {
             return batch.valueV.data() + row * batch.rules.line.dim;
         }
@@ -65,17 +66,17 @@ class Batch {
 
     const DataFile& file;
     const RowRules rules;
-    size_t numRows = 0;  // read last
+    size_t numRows = 0;  // in the current batch
     VecDle labelV;
     VecDle valueV;
 };
 
-// A few rows at a time, so that a file of any length can be scored.
+// Scores the file batch by batch, so that memory does not limit its length.
 int ScoreRows(const DataFile& file, const LineRules& rules, const CheckCfgCLS& cfg,
               ReadingThreads& threads, TreeLearner& model, ScoredSet& set) {
     QueryNumbers numbers(file, model.CfgInfo.modelType == "GBRank");
     Scorer scorer(model, rules.dim, AskedThreads(cfg), set.scoreV);
-    // Before memory is taken for a row: a model that cannot be scored may claim any number of
+    // Check the model before allocating rows: one that cannot score may claim any number of
     // columns.
     if (scorer.Score(nullptr, 0) != 0) return -1;
     if (model.getTreeNum() == 0)
@@ -99,11 +100,11 @@ int ScoreRows(const DataFile& file, const LineRules& rules, const CheckCfgCLS& c
     return 0;
 }
 
-// Rows have the model's columns, whatever ids the file has.
+// Scores the file with the model's columns; larger ids in the file are ignored.
 int ScoreFile(DataFile& file, const CheckCfgCLS& cfg, TreeLearner& model, ScoredSet& set) {
     ReadingThreads threads(AskedThreads(cfg));
     if (file.Scan(threads) != 0) return -1;
-    if (file.NumRows() == 0) return file.Refuse(0, "holds no rows, there is nothing to score");
+    if (file.NumRows() == 0) return file.Refuse(0, "has no rows to score");
     const int dim = model.getFeatureDim();
     if (CheckMemory({&file}, std::min(file.NumRows(), kRowsToFit), dim) != 0) return -1;
     const LineRules rules = FirstColumnsOf(dim, file.LargestId(), AbsentValue(cfg));

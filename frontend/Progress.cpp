@@ -1,3 +1,4 @@
+// Draws the progress line and estimates the time that is left.
 #include "Progress.h"
 
 #include <unistd.h>
@@ -11,8 +12,8 @@
 namespace sylvora::frontend {
 namespace {
 
-// Eight a second, so that with the last one there are never more than ten.
-constexpr std::chrono::milliseconds kBetweenDrawings(125);
+// At most eight drawings a second, plus the one for the last round.
+constexpr std::chrono::milliseconds kRedrawInterval(125);
 
 std::string Duration(double seconds) {
     const long whole = std::lround(seconds);
@@ -41,7 +42,7 @@ int ProgressLine::Report(void* context, int done, int total) {
     ProgressLine& line = *static_cast<ProgressLine*>(context);
     const Clock::time_point now = Clock::now();
     const bool fDue = done != line.lastDone && (done == total || line.widthDrawn == 0 ||
-                                                now - line.lastDrawn >= kBetweenDrawings);
+                                                now - line.lastDrawn >= kRedrawInterval);
     line.lastDone = done;
     if (line.fShown && fDue) {
         line.lastDrawn = now;
@@ -50,8 +51,8 @@ int ProgressLine::Report(void* context, int done, int total) {
     return IsStopWanted() ? 1 : 0;
 }
 
-// The cursor goes back to the start of the line, so that a message of the library that comes
-// between covers the line instead of following it.
+// Ends with a carriage return, so that a message of the library overwrites the progress line
+// instead of following it. Pads with blanks to cover a longer line drawn before.
 void ProgressLine::Draw(int done, int total) {
     const double elapsed = std::chrono::duration<double>(lastDrawn - start).count();
     const double left = elapsed / done * (total - done);

@@ -1,4 +1,4 @@
-// The progress of a training run, as one line that is redrawn on a terminal.
+// Shows the progress of a training run as one line that is redrawn on a terminal.
 #ifndef SYLVORA_FRONTEND_PROGRESS_H
 #define SYLVORA_FRONTEND_PROGRESS_H
 
@@ -9,9 +9,10 @@
 
 namespace sylvora::frontend {
 
-// Watches `learner` from construction on and ends the line when it is destroyed, which must be
-// before the learner is. Draws only when standard error is a terminal and the library itself does
-// not print its progress. Ends the training when the command is told to stop.
+// Registers itself as the learner's progress function; the destructor unregisters it and ends the
+// line. Must be destroyed before the learner. Draws only if standard error is a terminal and the
+// library does not print its own progress (fPrint). Also ends the training if a signal asks the
+// command to stop.
 class ProgressLine {
   public:
     explicit ProgressLine(TreeLearner& watched);
@@ -26,12 +27,12 @@ class ProgressLine {
     void Draw(int done, int total);
 
     TreeLearner& learner;
-    const char* unit;  // what is counted: rounds, or the trees of a forest
+    const char* unit;  // what is counted: "round ", or "tree " for a forest
     bool fShown;
     Clock::time_point start;
     Clock::time_point lastDrawn;
-    int lastDone = 0;       // of the last report, drawn or not
-    size_t widthDrawn = 0;  // of the line on the screen; 0: none
+    int lastDone = 0;       // `done` of the last report, whether it was drawn or not
+    size_t widthDrawn = 0;  // characters of the line on the screen; 0: nothing drawn yet
 };
 
 }  // namespace sylvora::frontend

@@ -1,3 +1,4 @@
+// Loads models and label maps, scores batches of rows and writes score files.
 #include "Scoring.h"
 
 #include <algorithm>
@@ -12,6 +13,7 @@
 namespace sylvora::frontend {
 namespace {
 
+// Limits of a batch; 2^21 values are 16 MB.
 constexpr size_t kMostRows = 16384;
 constexpr size_t kMostValues = size_t{1} << 21;
 
@@ -20,12 +22,12 @@ constexpr size_t kMostValues = size_t{1} << 21;
 int LoadModel(const std::string& fileModel, TreeLearner& model) {
     model.setPackedTrees(true);
     if (model.LoadModelFull(fileModel) == 0) return 0;
-    return Fail("ERROR: fileModel ", fileModel, ": is no usable model\n");
+    return Fail("ERROR: fileModel ", fileModel, ": is not a usable model\n");
 }
 
 int ReadLabelMap(const std::string& fileTran, TreeLearner& learner) {
     if (fileTran.empty()) return 0;
-    const ReadTwice map(fileTran);
+    const RereadableFile map(fileTran);
     const std::string name = "labelTran " + fileTran;
     if (!map.Complaint().empty()) return Fail("ERROR: ", name, ": ", map.Complaint(), "\n");
     return learner.ReadLabelTran(map.Path()) == 0 ? CheckLineEnds(map, name) : -1;

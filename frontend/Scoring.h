@@ -1,4 +1,4 @@
-// Scoring with a model file: loading it, scoring rows, keeping and writing the scores.
+// Scoring with a model file: loads the model, scores rows in batches, writes the scores.
 #ifndef SYLVORA_FRONTEND_SCORING_H
 #define SYLVORA_FRONTEND_SCORING_H
 
@@ -10,38 +10,38 @@
 
 namespace sylvora::frontend {
 
-// Scored rows, for metrics: one entry per row. Labels are those after the label map; `queryIdV` is
-// empty where a row has no query.
+// Scored rows, for the metrics; one entry per row. The label map has been applied to the labels.
+// `queryIdV` is empty if any row has no query.
 struct ScoredSet {
     VecDle scoreV;
     VecDle labelV;
     VecInt queryIdV;
 };
 
-// Loads `fileModel` into a fresh learner. Returns 0, or -1 after the learner's message and one that
-// names the file.
+// Loads `fileModel` into a new learner. Returns 0, or -1 after the learner's message and a second
+// one that names the file.
 [[nodiscard]] int LoadModel(const std::string& fileModel, TreeLearner& model);
 
-// Reads the label map, if there is one, and checks that it was read to its end. Returns 0, or -1
+// Reads the label map, if one is set, and checks that none of it was skipped. Returns 0, or -1
 // after a message.
 [[nodiscard]] int ReadLabelMap(const std::string& fileTran, TreeLearner& learner);
 
-// LoadModel for the settings of a run that needs no training: the model prints what fPrint asks for
-// and has the label map, if there is one.
+// Loads the model and the label map, if any, for a run without training, and sets the model's
+// fPrint. Returns 0, or -1 after a message.
 [[nodiscard]] int LoadModelOf(const CheckCfgCLS& cfg, TreeLearner& model);
 
-// Scores rows as a program that asks for the value of every tree would (with a result buffer), so
-// that each tree of a classification votes.
+// Scores rows with OnlineTestingBatch, with the scores of OnlineTesting with a result buffer: every
+// tree of a classification votes. Not thread-safe; each batch is scored by several threads.
 class Scorer {
   public:
-    // Rows have `dimFea` values; their scores are appended to `scores`, in order. With 0 threads,
-    // as many as there are usable processors.
+    // A row has `dimFea` values. Scores are appended to `scores` in row order. `threads` 0: one
+    // thread per usable processor. `loaded` and `scores` must outlive the scorer.
     Scorer(TreeLearner& loaded, int dimFea, int threads, VecDle& scores);
 
-    // How many rows to score together: enough for all threads, and little beside a model.
+    // Rows per batch: enough to keep all threads busy, but at most kMostValues doubles.
     size_t BatchRows() const { return batchRows; }
-    // Scores rows that lie one after the other; without any, says whether rows can be scored at
-    // all. Returns 0, or -1 after a message.
+    // Scores `numRows` consecutive rows. With 0 rows it only checks that the model can score.
+    // Returns 0, or -1 after a message.
     [[nodiscard]] int Score(const double* rows, size_t numRows);
 
   private:
@@ -52,10 +52,10 @@ class Scorer {
     VecDle& scoreV;
 };
 
-// The label that stands for `label`: itself where the map does not have it.
+// The label that the map gives for `label`, or `label` itself if the map does not contain it.
 double MapLabel(const std::map<double, double>& tranMap, double label);
 
-// Writes one score per line; the file appears whole or not at all. Returns 0, or -1 after a
+// Writes one score per line. The file appears whole or not at all. Returns 0, or -1 after a
 // message.
 [[nodiscard]] int WriteScores(const std::string& filePred, const VecDle& scoreV);
 

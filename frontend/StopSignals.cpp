@@ -1,3 +1,4 @@
+// The signal handler and its two global variables.
 #include "StopSignals.h"
 
 #include <unistd.h>
@@ -9,12 +10,12 @@
 namespace sylvora::frontend {
 namespace {
 
-constexpr int kStatusOfSignals = 128;  // a shell's convention: this plus the signal's number
+constexpr int kStatusOfSignals = 128;  // the shells' convention: 128 plus the signal's number
 
-// A handler can be given nothing, so what it works on is global; it may call little more than write
-// and _exit.
-std::atomic<int> gNumLater{0};
-std::atomic<int> gStopSignal{0};  // 0: none
+// A signal handler takes no context argument, so its state is global. It may call async-signal-safe
+// functions only, such as write and _exit.
+std::atomic<int> gNumLater{0};    // StopLater objects that exist
+std::atomic<int> gStopSignal{0};  // the recorded signal; 0: none
 static_assert(std::atomic<int>::is_always_lock_free);
 
 void Stop(int signal) {

@@ -1,17 +1,18 @@
-// How the command meets SIGINT and SIGTERM: it ends with a line on standard error and exit status
-// 130 or 143, and no file is left half-written. A second signal, of either kind, ends it at once.
+// SIGINT and SIGTERM: the command ends with a line on standard error and exit status 130 or 143,
+// and leaves no file half-written. A second signal, of either kind, ends it at once.
 #ifndef SYLVORA_FRONTEND_STOPSIGNALS_H
 #define SYLVORA_FRONTEND_STOPSIGNALS_H
 
 namespace sylvora::frontend {
 
-// To be called once, before anything is done. From then on a signal ends the process where it
-// stands, unless a StopLater is alive and it is the first. A signal that the process was told to
-// ignore (by nohup, say) stays ignored.
+// Installs the handlers; call it once, first thing in main(). From then on a signal ends the
+// process immediately, unless it is the first one and a StopLater object exists. A signal that the
+// process was started to ignore (by nohup, for example) stays ignored.
 void CatchStopSignals();
 
-// Puts the end off while it lives: for stretches that write files or come to a good end by
-// themselves. They ask IsStopWanted and return early, or finish; then the command ends.
+// While an object exists, the first signal is only recorded. Used around code that writes files or
+// that can end cleanly by itself: such code polls IsStopWanted() and returns early, or runs to its
+// end. The command then ends with StopStatus(). Objects may nest; the count is global.
 class StopLater {
   public:
     StopLater();
@@ -20,10 +21,10 @@ class StopLater {
     StopLater& operator=(const StopLater&) = delete;
 };
 
-// Whether a signal has come while a StopLater lived.
+// True if a signal has arrived while a StopLater object existed. May be called by any thread.
 bool IsStopWanted();
 
-// The exit status that it asks for.
+// The exit status for that signal.
 int StopStatus();
 
 }  // namespace sylvora::frontend

@@ -1,4 +1,4 @@
-// Mode train: from data files to a model file, and to the model's test metrics.
+// Mode train: reads the data files, trains, writes the model file and prints its test metrics.
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -34,9 +34,8 @@ struct RunSet {
     DataSet data;
 };
 
-// Of the files that the library writes after each round: the first, the last, whose name is the
-// longest, and those that end in the same number as another file of the command, which they could
-// overwrite.
+// The per-round result files to check: the first, the last (which has the longest name), and those
+// whose round number ends another file name of the command, so that they could overwrite that file.
 std::vector<NamedPath> ResultFiles(const Command& command) {
     const CheckCfgCLS& cfg = command.cfg;
     if (!cfg.fTestRealTime) return {};
@@ -69,7 +68,7 @@ int CheckPaths(const Command& command) {
             "fileTest\n");
     }
     if (!fScores && !cfg.filePred.empty()) {
-        Warn("WARNING: filePred ", cfg.filePred, ": stays as it is without fileTest\n");
+        Warn("WARNING: filePred ", cfg.filePred, ": is not written without fileTest\n");
     }
     std::vector<NamedPath> outputV = ResultFiles(command);
     outputV.insert(outputV.begin(), {{"fileModel", cfg.fileModel},
@@ -78,7 +77,8 @@ int CheckPaths(const Command& command) {
     return CheckFiles(command, outputV);
 }
 
-// What the library would take, but the command cannot do or the model file cannot hold.
+// Refuses settings that the library accepts, but that the command cannot carry out or the model
+// file cannot represent.
 int CheckSettings(const CheckCfgCLS& cfg) {
     if (cfg.lossFunc == "USER") {
         return Fail(
@@ -94,16 +94,17 @@ int CheckSettings(const CheckCfgCLS& cfg) {
     return 0;
 }
 
-// The seeds of the run: slot 0 draws with gseed, and the library multiplies tms_seed by the number
-// of the other slots; both must be a long.
+// Sets the seeds of the run. Slot 0 draws with gseed; slot k > 0 of a forest with tms_seed times k.
+// Both must fit into a long.
 int Seed(CheckCfgCLS& cfg) {
     cfg.tms_seed = cfg.getRandomSeed();
     constexpr double kBound = -static_cast<double>(std::numeric_limits<long>::min());
     const double largest = std::fabs(cfg.tms_seed) * std::max(cfg.sizeGroup - 1, 1);
     if (!(largest < kBound)) {
-        return Fail("ERROR: randomSeed ", cfg.tms_seed,
-                    ": is too large: in size, and times the trees of a forest, it must be below ",
-                    kBound, "\n");
+        return Fail(
+            "ERROR: randomSeed ", cfg.tms_seed,
+            ": is too large: its absolute value, times the trees of a forest, must be below ",
+            kBound, "\n");
     }
     gseed = -static_cast<long>(std::fabs(cfg.tms_seed));
     return 0;
@@ -120,7 +121,7 @@ std::vector<RunSet> NameSets(const CheckCfgCLS& cfg) {
     return setV;
 }
 
-// All rows of a run are as wide as the widest of any file.
+// Reads all files. Every row of a run has the width of the widest row in any file.
 int ReadSets(std::vector<RunSet>& setV, const CheckCfgCLS& cfg) {
     ReadingThreads threads(AskedThreads(cfg));
     std::vector<DataFile*> fileV;
@@ -136,7 +137,8 @@ int ReadSets(std::vector<RunSet>& setV, const CheckCfgCLS& cfg) {
         fileV.push_back(&set.file);
         dim = WidestRow(fileV, 0);
     }
-    // The means of the columns, and what the growth keeps beside each value of the training rows.
+    // In units of rows: the column means, and one more double per value of the training rows for
+    // tree growth.
     const long numExtra = 1 + setV.front().file.NumRows();
     if (CheckMemory(fileV, numRows, dim, numExtra) != 0) return -1;
     const SetRules rules = {{RowsOf(dim, absent), true}, cfg.modelType == "GBRank"};
@@ -144,7 +146,7 @@ int ReadSets(std::vector<RunSet>& setV, const CheckCfgCLS& cfg) {
         if (ReadSet(set.file, rules, earlyV.front(), threads, set.data) != 0) return -1;
         earlyV.pop_front();
     }
-    // One is enough: the files of a run are alike.
+    // One notice is enough, as the files of a run are usually written the same way.
     for (const RunSet& set : setV) {
         if (NoticeAbsent(cfg, set.file, dim, set.data.counts)) break;
     }
@@ -154,7 +156,7 @@ int ReadSets(std::vector<RunSet>& setV, const CheckCfgCLS& cfg) {
 int LoadData(const CheckCfgCLS& cfg, TreeLearner& learner) {
     std::vector<RunSet> setV = NameSets(cfg);
     if (ReadSets(setV, cfg) != 0) return -1;
-    // The training set comes last, because it settles the learner's dimension and classes.
+    // The training set goes last, because it determines the learner's dimension and classes.
     std::rotate(setV.begin(), setV.begin() + 1, setV.end());
     for (RunSet& set : setV) {
         if (HandOver(set.data, set.file, set.type, learner) != 0) return -1;
@@ -164,10 +166,11 @@ int LoadData(const CheckCfgCLS& cfg, TreeLearner& learner) {
 
 int RefuseSample(double valSmpRt, int count, const char* unit) {
     return Fail("ERROR: valSmpRt ", valSmpRt, " of ", count, " ", unit,
-                " is none: no tree could be grown; take more than ", 1.0 / count, "\n");
+                " is less than one, so no tree can be grown; set it above ", 1.0 / count, "\n");
 }
 
-// A single query is left to the library, which cannot sample by queries then and says so.
+// Refuses a sampling rate that draws no row or query. The case of a single query is left to the
+// library, which reports it.
 int CheckSample(const TreeLearner& learner) {
     const auto isNone = [&learner](int count) { return std::trunc(count * learner.valSmpRt) < 1; };
     const int numRows = learner.sampleSize;
@@ -182,23 +185,25 @@ int CheckClasses(const CheckCfgCLS& cfg, const TreeLearner& learner) {
     for (int i = 0; cfg.fRegCls == "CLS" && i < learner.sampleSize; ++i) {
         const double label = MapLabel(learner.tranMap, learner.labelV[i]);
         if (std::trunc(label) >= 0) continue;
-        return Fail("ERROR: fileTrain ", cfg.fileTrain, ": label ", label,
-                    " is no class: classes are 0, 1, 2, ...; labelTran can rename labels\n");
+        return Fail(
+            "ERROR: fileTrain ", cfg.fileTrain, ": label ", label,
+            " is not a class: classes are 0, 1, 2, ...; labelTran can map labels to them\n");
     }
     return 0;
 }
 
 int Grow(const CheckCfgCLS& cfg, TreeLearner& learner) {
-    // After the training data, whose classes bound the labels of the map.
+    // Needs the training data, whose number of classes bounds the labels of the map.
     if (ReadLabelMap(cfg.fileTran, learner) != 0) return -1;
     if (CheckClasses(cfg, learner) != 0 || CheckSample(learner) != 0 || learner.ParamInit() != 0)
         return -1;
-    const StopLater later;  // between two rounds
+    const StopLater later;  // a signal now ends the training between two rounds
     ProgressLine progress(learner);
     return learner.Boosting();
 }
 
-// What a run loses beside the model: the library goes on without its reports.
+// Checks that the debug report and the result files are complete. The library continues a training
+// when it cannot write them.
 int CheckReports(const CheckCfgCLS& cfg, const TreeLearner& trained) {
     if (cfg.fDebug && trained.of_debug.fail()) {
         return Fail("ERROR: fileDebug ", cfg.fileDebug,
@@ -208,7 +213,7 @@ int CheckReports(const CheckCfgCLS& cfg, const TreeLearner& trained) {
     return trained.getLostResult().empty() ? 0 : -1;
 }
 
-// Scores the test data of a trained learner with the model that it wrote.
+// Scores the test rows of `trained` with `model`, the model loaded from the written file.
 int ScoreTest(const TreeLearner& trained, TreeLearner& model, ScoredSet& set) {
     Scorer scorer(model, trained.dimFea, AskedThreads(trained.CfgInfo), set.scoreV);
     VecDle rowV;
@@ -230,14 +235,14 @@ int ScoreTest(const TreeLearner& trained, TreeLearner& model, ScoredSet& set) {
     return 0;
 }
 
-// Says so where the model file, with few digits, is not the ensemble that was trained.
+// Writes a notice if rounding thresholds to six digits sends training rows to other leaves.
 int ReportRounding(const CheckCfgCLS& cfg, const TreeLearner& trained) {
     constexpr int kFewDigits = 6;
     rounding_effect_t effect;
     if (cfg.digits != kFewDigits) return 0;
     if (trained.MeasureRounding(effect, AskedThreads(cfg)) != 0) return -1;
     if (!effect.fCrossed) return 0;
-    Warn("Notice: fileModel ", cfg.fileModel, ": thresholds are rounded to six digits, with which ",
+    Warn("Notice: fileModel ", cfg.fileModel, ": thresholds are rounded to six digits, so ",
          effect.fAtLeast ? "at least " : "", 100.0 * effect.numRows / trained.sampleSize,
          " % of the training rows reach another leaf and a score changes by up to ",
          effect.largestChange, "; digits = 17 writes them in full\n");
@@ -245,7 +250,8 @@ int ReportRounding(const CheckCfgCLS& cfg, const TreeLearner& trained) {
 }
 
 int ReportTest(const CheckCfgCLS& cfg, TreeLearner& trained) {
-    static_cast<void>(trained.ReleaseTrees());  // makes room for the model as it was written
+    // Frees memory for the model that is loaded next.
+    static_cast<void>(trained.ReleaseTrees());
     TreeLearner model;
     ScoredSet set;
     if (LoadModel(cfg.fileModel, model) != 0 || ScoreTest(trained, model, set) != 0) return -1;

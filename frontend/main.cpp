@@ -1,8 +1,8 @@
 // The command: sylvora CFG [-option value]...
 //
-// Exit status: 0; 1 for a failure, after one line on standard error that begins "ERROR: " (and
-// names file, line or parameter) or that the library wrote; 2 for wrong usage; 130 or 143 after
-// SIGINT or SIGTERM.
+// Exit status: 0 for success; 1 for a failure, after a line on standard error that begins "ERROR: "
+// and names the file, line or parameter, or a message of the library; 2 for wrong usage; 130 or 143
+// after SIGINT or SIGTERM.
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -27,7 +27,7 @@ using sylvora::Fail;
 using sylvora::Print;
 using sylvora::Warn;
 using sylvora::frontend::Command;
-using sylvora::frontend::ReadTwice;
+using sylvora::frontend::RereadableFile;
 
 enum ExitStatus { kDone = 0, kFailure = 1, kWrongUsage = 2 };
 
@@ -47,14 +47,15 @@ bool IsMode(const std::string& mode) {
     return mode.empty() || mode == "train" || mode == "predict" || mode == "analyze";
 }
 
-// Reads the configuration file and the options. What the library accepts, the command judges.
-int ReadSettings(const ReadTwice& file, int argc, char** argv, CheckCfgCLS& cfg) {
+// Reads the configuration file and the options with the library, then applies the command's own,
+// stricter checks. Returns 0, or -1 after a message.
+int ReadSettings(const RereadableFile& file, int argc, char** argv, CheckCfgCLS& cfg) {
     if (!file.Complaint().empty()) return Fail("ERROR: ", argv[1], ": ", file.Complaint(), "\n");
     std::string path = file.Path();
     std::vector<char*> argumentV(argv, argv + argc + 1);
     argumentV[1] = path.data();
     const int status = cfg.ReadCfg(argc, argumentV.data());
-    // Line ends explain many a complaint of the library's, too.
+    // Checked even if the library failed: wrong line ends are often the cause of its error.
     if (sylvora::frontend::CheckLineEnds(file, argv[1]) != 0 || status != 0) return -1;
     if (sylvora::frontend::CheckIntegers(file, argv[1]) != 0) return -1;
     return sylvora::frontend::CheckIntegerOptions(argc, argv);
@@ -66,18 +67,18 @@ int RunConfiguration(int argc, char** argv) {
     if (sylvora::frontend::RefuseEndless({"configuration file", command.fileCfg}) != 0) {
         return kFailure;
     }
-    const ReadTwice file(command.fileCfg);
+    const RereadableFile file(command.fileCfg);
     if (ReadSettings(file, argc, argv, command.cfg) != 0) return kFailure;
     if (!IsMode(command.cfg.mode)) {
         return RefuseUsage("unknown mode \"" + command.cfg.mode +
-                           "\": it is train, predict or analyze");
+                           "\": expected train, predict or analyze");
     }
     sylvora::frontend::WarnOfUnknownKeys(file, command.fileCfg);
     return RunMode(command) == 0 ? kDone : kFailure;
 }
 
 int Dispatch(int argc, char** argv) {
-    if (argc < 2) return RefuseUsage("no configuration file is named");
+    if (argc < 2) return RefuseUsage("no configuration file given");
     const std::string first = argv[1];
     if (first == "--help") {
         Print(sylvora::frontend::HelpText());
@@ -93,20 +94,22 @@ int Dispatch(int argc, char** argv) {
     return kDone;
 }
 
-// What was printed counts as done only when it has arrived: a full disk must not pass unnoticed.
+// Turns success into failure if standard output could not be written, so that a full disk does not
+// go unnoticed.
 int Finish(int status) {
     errno = 0;
     std::cout.flush();
     if (std::cout.good() || status != kDone) return status;
-    const int error = errno != 0 ? errno : EIO;  // an earlier failure has left no reason
+    const int error =
+        errno != 0 ? errno : EIO;  // the failed write was earlier, and its errno is lost
     Warn("ERROR: standard output: cannot be written: ", std::strerror(error), "\n");
     return kFailure;
 }
 
-// A signal that came too late to stop anything still shows.
+// The exit status after a recorded signal, even if it arrived too late to stop anything.
 int StatusOf(int status) {
     if (!sylvora::frontend::IsStopWanted()) return status;
-    if (status == kDone) Warn("Notice: Stopped by a signal, when all was done!\n");
+    if (status == kDone) Warn("Notice: Stopped by a signal, after all work was done!\n");
     return sylvora::frontend::StopStatus();
 }
 
@@ -114,9 +117,9 @@ int StatusOf(int status) {
 
 int main(int argc, char** argv) {
     sylvora::frontend::CatchStopSignals();
-    // A file that grows beyond the user's limit is then an error like a full disk.
+    // Makes exceeding the file size limit (ulimit -f) a write error, like a full disk.
     std::signal(SIGXFSZ, SIG_IGN);
-    // As is a reader that goes away.
+    // Makes a reader that closes its end (of a FIFO, a pipe) a write error too.
     std::signal(SIGPIPE, SIG_IGN);
     try {
         return StatusOf(Finish(Dispatch(argc, argv)));

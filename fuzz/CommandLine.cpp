@@ -1,5 +1,5 @@
-// A command line, which must come to the same as its options one by one, and each of those to the
-// same as a line of a configuration file. Arguments are separated by NUL.
+// Command lines: reading one must equal reading its options one by one, and each option must equal
+// the same line in a configuration file. Arguments are separated by NUL.
 #include <vector>
 
 #include "Settings.h"
@@ -29,7 +29,7 @@ int ReadArguments(std::vector<std::string> argumentV, const std::string& path, C
     return cfg.ReadCfg(static_cast<int>(argumentV.size()), pointerV.data());
 }
 
-// A configuration file could not say the value in these cases.
+// False for values that a configuration file cannot express.
 bool IsWord(const std::string& value) {
     return !value.empty() && value.size() < 4000 &&
            value.find_first_of(" \t\n\v\f\r") == std::string::npos;

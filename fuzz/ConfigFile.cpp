@@ -1,5 +1,5 @@
-// A configuration file, which must come to the same as its lines one by one; then validation, and
-// what the command makes of it.
+// Configuration files: reading one must equal reading its lines one by one. Then validation, and
+// the command's own checks.
 #include <map>
 #include <sstream>
 
@@ -12,7 +12,7 @@ using namespace sylvora::fuzz;
 
 namespace {
 
-// Reads the lines as files of their own, as far as they are taken.
+// Reads each line as a file of its own, up to the first one that is refused.
 int ReadByLine(const std::string& text, CheckCfgCLS& cfg) {
     static tests::MemoryFile file;
     std::istringstream lines(text);
@@ -22,7 +22,7 @@ int ReadByLine(const std::string& text, CheckCfgCLS& cfg) {
     return 0;
 }
 
-// Whether a line has a carriage return between other text.
+// True if a line has text on both sides of a carriage return.
 bool HasInnerReturn(const std::string& text) {
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
@@ -35,7 +35,7 @@ bool HasInnerReturn(const std::string& text) {
     return false;
 }
 
-// The number that an integer says, as it is printed.
+// An integer's text in the form in which the library prints it.
 std::string Printed(const std::string& value) {
     const size_t sign = value.find_first_of("+-") == 0 ? 1 : 0;
     const size_t digits = value.find_first_not_of('0', sign);
@@ -43,7 +43,7 @@ std::string Printed(const std::string& value) {
     return (value[0] == '-' ? "-" : "") + value.substr(digits);
 }
 
-// Whether the last setting of each integer parameter came to what it says.
+// True if each integer parameter has the value that its last setting says.
 bool HasIntegersAsWritten(const std::string& text, const CheckCfgCLS& cfg) {
     std::istringstream lines(text);
     std::map<std::string, std::string> lastM;
@@ -59,10 +59,10 @@ bool HasIntegersAsWritten(const std::string& text, const CheckCfgCLS& cfg) {
     return true;
 }
 
-// What the command makes of a file that the library accepts.
+// The command's checks of a file that the library accepts.
 void CheckCommand(const std::string& path, const std::string& text, const CheckCfgCLS& cfg,
                   tests::Messages& messages) {
-    const frontend::ReadTwice file(path);
+    const frontend::RereadableFile file(path);
     frontend::WarnOfUnknownKeys(file, "cfg");
     messages.Take();
     const bool fEnds = frontend::CheckLineEnds(file, "cfg") == 0;
@@ -72,7 +72,7 @@ void CheckCommand(const std::string& path, const std::string& text, const CheckC
     Demand(!fIntegers || HasIntegersAsWritten(text, cfg), "an integer is read as another");
 }
 
-// A message less the number of the line that it names.
+// A message without the line number in it.
 std::string WithoutLine(const std::string& said) {
     const std::string head = "ERROR: wrong config line format at ";
     return said.rfind(head, 0) == 0 ? head + said.substr(said.find(" : ", head.size())) : said;

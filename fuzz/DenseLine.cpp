@@ -1,4 +1,4 @@
-// Dense data lines, into doubles and floats, against a reader that goes word by word.
+// Dense data lines, read into doubles and floats, against the reference reader.
 #include "LineCheck.h"
 
 using namespace sylvora;
@@ -12,7 +12,7 @@ ReadLine Check(const LineInput& input, tests::Messages& messages) {
     ReadLine read = Read<Value>(input.dim, messages, [&](Value*& row, ReadLine& line) {
         return read_dense_line(input.text, input.dim, row, line.label, line.query);
     });
-    read.count = expected.count;  // which dense lines do not report
+    read.count = expected.count;  // not reported for dense lines
     DemandSame(read, expected);
     return read;
 }

@@ -1,5 +1,5 @@
-// What all fuzz targets share: a demand that ends the program when it is not met, and the figures
-// that a run ends with.
+// Shared by all fuzz targets: an assertion that aborts the program, and the counts that a run
+// reports at its end.
 #ifndef SYLVORA_FUZZ_FUZZ_H
 #define SYLVORA_FUZZ_FUZZ_H
 
@@ -11,8 +11,8 @@
 
 namespace sylvora::fuzz {
 
-// libFuzzer takes the abort for a crash and keeps the input. The streams may be taken over by
-// Messages, so this does not use them.
+// Aborts unless the condition holds. libFuzzer treats the abort as a crash and keeps the input.
+// Uses stdio, because Messages may have redirected the C++ streams.
 inline void Demand(bool fMet, const std::string& demand) {
     if (fMet) return;
     std::fprintf(stderr, "NOT MET: %s\n", demand.c_str());
@@ -31,7 +31,8 @@ class Counter {
                std::to_string(numTried - numRefused) + " taken");
     }
 
-    // Counts an input that ended with `status`, and demands a message if, and only if, that is -1.
+    // Counts an input that ended with `status`, and checks that there is a message exactly if it is
+    // -1.
     void Add(int status, const std::string& said) {
         ++numTried;
         numRefused += status == 0 ? 0 : 1;

@@ -1,5 +1,5 @@
-// A label map, which must come to the same as its lines one by one, the first for a label winning.
-// The first byte is the number of classes, 0 in a regression.
+// Label maps: reading one must equal reading its lines one by one, where the first line for a label
+// counts. The first byte is the number of classes, 0 for a regression.
 #include <sstream>
 
 #include "../tests/InMemory.h"

@@ -1,4 +1,4 @@
-// A data line read by the library, to be compared with the reference.
+// Compares how the library and the reference reader read a data line.
 #ifndef SYLVORA_FUZZ_LINECHECK_H
 #define SYLVORA_FUZZ_LINECHECK_H
 
@@ -12,7 +12,7 @@
 
 namespace sylvora::fuzz {
 
-// An input: the first byte chooses the number of columns, the rest is the line.
+// A fuzz input: the first byte gives the number of columns, the rest is the line.
 struct LineInput {
     static constexpr int kMostColumns = 12;
 
@@ -32,7 +32,8 @@ inline void DemandSame(const ReadLine& read, const ReadLine& expected) {
     Demand(std::memcmp(read.rowV.data(), expected.rowV.data(), numBytes) == 0, "another row");
 }
 
-// Calls reader(row, line) with a row that ends where its memory does.
+// Calls reader(row, line) with a row that ends at the end of its allocation, so that an overrun is
+// detected.
 template <typename Value, typename Reader>
 ReadLine Read(int dim, tests::Messages& messages, const Reader& reader) {
     std::vector<Value> rowV(static_cast<size_t>(dim), static_cast<Value>(kUntouched));

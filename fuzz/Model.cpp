@@ -1,4 +1,4 @@
-// A model file, loaded, scored and analysed, against a second reader.
+// Model files: loading, scoring and analysis against an independent reader.
 #include "../tests/damage/ModelCheck.h"
 #include "Fuzz.h"
 

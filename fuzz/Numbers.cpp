@@ -1,4 +1,4 @@
-// Numbers: the syntax against a grammar, the values against the C library.
+// Numbers: the accepted syntax against a grammar, the values against the C library.
 #include <cstring>
 #include <string_view>
 #include <vector>
@@ -11,8 +11,8 @@ using namespace sylvora;
 
 namespace {
 
-// number = [sign] {digit} ["." {digit}] [("e" | "E") [sign] {digit}], which begins with neither
-// point nor letter; an integer has no point, and a real is not empty.
+// number = [sign] {digit} ["." {digit}] [("e" | "E") [sign] {digit}], which does not begin with a
+// point or a letter. An integer has no point; a real is not empty.
 class Grammar {
   public:
     explicit Grammar(std::string_view text) : rest(text) {}
@@ -58,7 +58,7 @@ void Check(bool fExpected, bool fTaken, Number result, Convert convert, const st
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static fuzz::Counter counter;
-    // A view that ends where its memory does, and a text that ends at the first NUL.
+    // A view that ends at the end of its allocation, and a C string that ends at the first NUL.
     const std::vector<char> exact(data, data + size);
     const std::string text = fuzz::TextOf(data, size);
     const char* const terminated = text.c_str();

@@ -1,4 +1,4 @@
-// Data lines, read word by word straight from the grammar in god.h: slow, and obvious.
+// The reference reader of data lines: word by word, directly from the grammar in god.h.
 #ifndef SYLVORA_FUZZ_REFERENCELINE_H
 #define SYLVORA_FUZZ_REFERENCELINE_H
 
@@ -15,21 +15,21 @@ namespace sylvora::fuzz {
 
 enum class Form { kSparse, kCheckOnly, kDense };
 
-constexpr double kUntouched = 4711.0;  // what a row holds before it is read into
+constexpr double kUntouched = 4711.0;  // fills a row before a line is read into it
 
-// What reading a line comes to.
+// The result of reading a line.
 struct ReadLine {
     int status = 0;
     int count = 0;
     std::string label, query, message;
     std::vector<double> rowV;
-    // Of a stored sparse line only: what LineHead says, and whether all of the line was read.
+    // For stored sparse lines only: the fields of LineHead, and whether the whole line was read.
     int numLarger = 0;
     std::set<int> idS;
     bool fOddId = false, fHidesRow = false, fAll = true;
 };
 
-// Whether an id that is taken for 1 or more is not what it says.
+// True if an id that the library reads as 1 or more is misread.
 inline bool IsOdd(const std::string& idText) {
     const std::string largest = "2147483647";
     std::string digits = idText.substr(idText[0] == '+' ? 1 : 0);
@@ -38,7 +38,7 @@ inline bool IsOdd(const std::string& idText) {
     return digits.size() > largest.size() || (digits.size() == largest.size() && digits > largest);
 }
 
-// Whether a label stands behind a carriage return.
+// True if a carriage return is followed by a label.
 inline bool HasHiddenRow(const std::string& text) {
     for (size_t at = text.find('\r'); at != std::string::npos; at = text.find('\r', at + 1)) {
         std::string word;
@@ -122,7 +122,7 @@ class ReferenceLine {
         }
     }
 
-    // Of what has not been read.
+    // For the rest of the line, which has not been read.
     size_t Position(const std::string& text) {
         return words.eof() ? text.size() : static_cast<size_t>(words.tellg());
     }

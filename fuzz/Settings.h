@@ -1,4 +1,4 @@
-// Parameter sets as texts, so that two can be compared.
+// Parameter sets as strings, for comparison, and properties of validated sets.
 #ifndef SYLVORA_FUZZ_SETTINGS_H
 #define SYLVORA_FUZZ_SETTINGS_H
 
@@ -11,7 +11,7 @@
 
 namespace sylvora::fuzz {
 
-// All values and which were given.
+// All values, and which of them were given.
 inline std::string ValuesOf(const CheckCfgCLS& cfg) {
     std::string values;
     for (const ParameterRow& row : ParameterTable()) {
@@ -21,7 +21,7 @@ inline std::string ValuesOf(const CheckCfgCLS& cfg) {
     return values;
 }
 
-// What must hold of any set that validation passes.
+// Checks what must hold for every set that passes validation.
 inline void CheckValidation(CheckCfgCLS cfg, tests::Messages& messages) {
     const int status = cfg.CheckCfg();
     const std::string said = messages.Take();
@@ -32,7 +32,9 @@ inline void CheckValidation(CheckCfgCLS cfg, tests::Messages& messages) {
     Demand(!(cfg.ratio <= 0 || cfg.ratio > 1 || cfg.valSmpRt <= 0 || cfg.valSmpRt > 1), "shares");
     Demand(!cfg.fSetThread || (cfg.numThread >= 1 && cfg.numThread <= 256), "threads");
     Demand(cfg.fRegCls == "REG" || cfg.fRegCls == "CLS", "the task");
-    cfg.numTree = cfg.sizeGroup > 1 ? cfg.sizeGroup : cfg.numTree;  // a forest's go into the group
+    cfg.numTree = cfg.sizeGroup > 1
+                      ? cfg.sizeGroup
+                      : cfg.numTree;  // validation moves a forest's numTree to sizeGroup
     const std::string values = ValuesOf(cfg);
     Demand(cfg.CheckCfg() == 0, "what passed once passes again");
     cfg.numTree = cfg.sizeGroup > 1 ? cfg.sizeGroup : cfg.numTree;

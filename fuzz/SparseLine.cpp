@@ -1,5 +1,5 @@
-// Sparse data lines, stored and only checked, against a reader that goes word by word; and as lines
-// of a longer text, as the command has them.
+// Sparse data lines against the reference reader: stored, only checked, and as a line within a
+// longer text, as the command reads them.
 #include <limits>
 
 #include "LineCheck.h"
@@ -12,12 +12,12 @@ namespace {
 
 constexpr int kMostId = std::numeric_limits<int>::max();
 
-// What the command learns from the head of a line.
+// Compares the head of a line with the reference.
 void CheckHead(const LineHead& head, const ReadLine& expected, std::string_view line) {
     Demand(head.label == expected.label && head.queryId == expected.query &&
                head.numPairs == expected.count,
            "another head within a text");
-    // An absent value that a line gives twice is counted twice.
+    // A value equal to `absent` that a line repeats is counted twice.
     const int numCells = static_cast<int>(expected.idS.size());
     Demand(head.numLarger == expected.numLarger && head.numCells >= numCells &&
                head.numCells <= head.numPairs - head.numLarger,
@@ -33,7 +33,7 @@ void CheckHead(const LineHead& head, const ReadLine& expected, std::string_view 
            "another largest id");
 }
 
-// With `numBehind` bytes behind the line, where the memory ends too.
+// Reads the line with `numBehind` bytes after it; the allocation ends there.
 void CheckInText(const LineInput& input, const LineRules& rules, size_t numBehind) {
     if (input.text.find('\n') != std::string::npos) return;
     const ReadLine expected = ReferenceLine<double>(input.text, rules, Form::kSparse).line;

@@ -1,5 +1,5 @@
-// A tiny training set, drawn from bytes: the engine against the plain form, several threads against
-// one. All model types and losses.
+// Tiny trainings whose settings and data come from the input bytes: the engine against the
+// reference implementation, several threads against one. All model types and losses.
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <cmath>
@@ -84,7 +84,7 @@ class SetMaker {
         c.fileModel = "/dev/null";
     }
 
-    // One byte per value; what it means is the column's.
+    // One byte per value; the kind of column decides what it means.
     void FillColumn(size_t column) {
         const int kind = Between(0, 9);
         const double base = bytes.ConsumeFloatingPointInRange(-1000.0, 1000.0);
@@ -130,7 +130,8 @@ class SetMaker {
     int labelKind = 0;
 };
 
-// A last query of one row is updated by two workers, and models depend on it.
+// False if the number of threads may change the model: two workers update a last query of one row
+// (deliberately kept, because models depend on it).
 bool IsForAnyThreads(const hostile::Set& set) {
     const size_t numRows = set.queries.size();
     return set.cfg.modelType != "GBRank" || numRows == 1 ||
@@ -148,17 +149,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     hostile::Set set = maker.Make();
     const char* const tuning = kTunings[maker.Between(0, 2)];
     const int numThread = maker.Between(0, 1) == 0 ? 1 : 3;
-    std::string plain = hostile::Outcome(set, "1", "");
+    std::string reference = hostile::Outcome(set, "1", "");
     int status = 0;
-    std::memcpy(&status, plain.data(), sizeof status);
+    std::memcpy(&status, reference.data(), sizeof status);
     counter.Add(status, status == 0 ? "" : "\n");
     if (numThread > 1) {
-        const std::string alone = std::move(plain);
+        const std::string alone = std::move(reference);
         set.cfg.numThread = numThread;
-        plain = hostile::Outcome(set, "1", "");
-        Demand(plain == alone || !IsForAnyThreads(set), "several threads as one");
+        reference = hostile::Outcome(set, "1", "");
+        Demand(reference == alone || !IsForAnyThreads(set), "several threads as one");
     }
-    Demand(hostile::Outcome(set, "0", tuning) == plain,
-           Text("the engine with ", numThread, " threads and \"", tuning, "\" as the plain form"));
+    Demand(
+        hostile::Outcome(set, "0", tuning) == reference,
+        Text("the engine with ", numThread, " threads and \"", tuning, "\" equals the reference"));
     return 0;
 }

@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Runs one fuzz target: replays its corpus, the one in the repository and what earlier runs added in
-# the build folder, then looks for more.
+# Runs one fuzz target: replays the corpus of the repository and the inputs that earlier runs added
+# in the build folder, then fuzzes.
 #
 #   fuzz/run.sh BUILD TARGET SECONDS [LIBFUZZER-OPTION]...
 #
-# BUILD is the folder of the programs. An input that ends one (a crash, a leak, a demand that is not
-# met, more than 20 seconds, more memory than any input is worth) is kept there as TARGET-*.
+# BUILD is the folder of the programs. An input that makes the target fail (a crash, a leak, a
+# failed assertion, more than 20 seconds, too much memory) is kept there as TARGET-*.
 set -euo pipefail
 build=$1 target=$2 seconds=$3
 shift 3

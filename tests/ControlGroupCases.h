@@ -1,4 +1,4 @@
-// Control groups as both versions lay them out, in a folder of a test's own.
+// Table-driven tests of control groups (versions 1 and 2), laid out in a temporary folder.
 #ifndef SYLVORA_TESTS_CONTROLGROUPCASES_H
 #define SYLVORA_TESTS_CONTROLGROUPCASES_H
 
@@ -14,7 +14,7 @@
 
 namespace sylvora::tests {
 
-// The texts between the separators, without the blanks around them.
+// Splits the text at the separator and trims blanks.
 inline std::vector<std::string> Fields(const std::string& text, char separator) {
     std::vector<std::string> fieldV;
     std::istringstream in(text);
@@ -24,8 +24,9 @@ inline std::vector<std::string> Fields(const std::string& text, char separator) 
     return fieldV;
 }
 
-// Lines of a name, /proc/self/cgroup, files by their paths below the mount point and the limit that
-// is expected; a semicolon stands between lines and files.
+// Each line of the table has four fields: a name, the content of /proc/self/cgroup, files (path
+// below the mount point = content), and the expected limit. Semicolons separate the lines of the
+// second field and the files of the third.
 template <typename Limit>
 void TryControlGroups(Limit (*limitOf)(const ControlGroupPlaces& places), const char* table) {
     for (const std::string& line : Fields(table, '\n')) {

@@ -1,4 +1,4 @@
-// Files and messages that stay in memory, for tests that make very many of them.
+// Files and messages in memory, for tests that create very many of them.
 #ifndef SYLVORA_TESTS_INMEMORY_H
 #define SYLVORA_TESTS_INMEMORY_H
 
@@ -13,7 +13,7 @@
 
 namespace sylvora::tests {
 
-// A file that has a path but no place on a disk.
+// A file that exists only in memory, but has a path.
 class MemoryFile {
   public:
     MemoryFile() : descriptor(memfd_create("sylvora", MFD_CLOEXEC)) {
@@ -39,8 +39,8 @@ class MemoryFile {
     int descriptor;
 };
 
-// What the library writes to standard output and standard error while this object lives. Cheaper
-// than catching the descriptors, but blind to whoever does not use the streams.
+// Captures what is written to std::cout and std::cerr while this object exists. Cheaper than
+// capturing the descriptors (Captured), but misses output that does not use the streams.
 class Messages {
   public:
     Messages() : oldOut(std::cout.rdbuf(out.rdbuf())), oldErr(std::cerr.rdbuf(err.rdbuf())) {}
@@ -51,7 +51,7 @@ class Messages {
     Messages(const Messages&) = delete;
     Messages& operator=(const Messages&) = delete;
 
-    // What has been written to standard error since the last call.
+    // Returns what was written to standard error since the last call.
     std::string Take() {
         const std::string text = err.str();
         err.str("");

@@ -1,5 +1,5 @@
-// What tests of every room need: a folder that cleans up after itself, whole files in one call, and
-// what a piece of code writes to standard output and standard error.
+// Shared by all tests: temporary folders, reading and writing whole files, and capturing what code
+// writes to standard output and standard error.
 #ifndef SYLVORA_TESTS_SUPPORT_H
 #define SYLVORA_TESTS_SUPPORT_H
 
@@ -18,7 +18,7 @@
 
 namespace sylvora::tests {
 
-// An empty folder that lives as long as this object.
+// A temporary folder, empty at first; removed with its content when this object is destroyed.
 class TempFolder {
   public:
     TempFolder() {
@@ -41,7 +41,7 @@ class TempFolder {
         return Path(name);
     }
 
-    // The names in the folder.
+    // The file names in the folder, in no particular order.
     std::vector<std::string> Names() const {
         std::vector<std::string> names;
         for (const auto& entry : std::filesystem::directory_iterator(folder)) {
@@ -61,7 +61,7 @@ inline std::string ReadFile(const std::string& path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// What goes to a descriptor while this object lives, whoever writes it.
+// Captures everything that is written to a descriptor while this object exists.
 class Captured {
   public:
     explicit Captured(int descriptor)
@@ -90,7 +90,7 @@ class Captured {
         return text;
     }
 
-    // Forgets what has come so far.
+    // Discards what has been captured so far.
     void Clear() {
         Flush();
         if (ftruncate(fileno(sink), 0) != 0 || lseek(fileno(sink), 0, SEEK_SET) != 0) std::abort();
@@ -108,14 +108,14 @@ class Captured {
     std::FILE* sink;
 };
 
-// What a call returned and what it wrote.
+// The status that a call returned and what it wrote.
 struct Outcome {
     int status;
     std::string err;
     std::string out;
 };
 
-// Runs an operation that returns a status. Its messages are kept from the test's own output.
+// Runs an operation that returns a status. Its messages do not appear in the test's own output.
 template <typename Operation>
 Outcome Observe(Operation operation) {
     Captured err(STDERR_FILENO);

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Checks that includes go in one direction through the rooms of the source tree.
+"""Checks that includes between the modules of the source tree go in one direction.
 
-A file may include headers of its own room and of the rooms before it, nothing of the rooms after
-it; the binding and the command do not know each other. A room is src/<Room>.h together with the
-folder src/<Room>/. The rooms inside the engine and the command have an order of their own. A folder
-that is not in an order below is an error: put it in its place.
+A module is src/<Module>.h together with the folder src/<Module>/; folders of the engine, the
+command and the binding are modules too. A file may include headers of its own module and of the
+modules before it in ORDER + FRONT_ENDS. Modules of a pair in APART must not include each other. A
+folder that is missing from these lists is an error: add it.
 """
 
 import re
@@ -14,15 +14,15 @@ from pathlib import Path
 ORDER = ["Libdef", "claim", "god", "CheckIn", "Sort", "base", "engine/train",
          "engine/train/histogram", "engine/train/lists", "engine/score", "Node", "Tree", "Output",
          "TreeLearner"]
-FACES = ["binding", "frontend/reading", "frontend"]
-# Neighbours that know nothing of each other.
+FRONT_ENDS = ["binding", "frontend/reading", "frontend"]
+# Pairs of modules that must not include each other.
 APART = [("engine/train/histogram", "engine/train/lists"), ("engine/train", "engine/score"),
          ("binding", "frontend")]
 INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"')
 
 
-def room_of(path, root):
-    """The room that a file belongs to: src/<Room>.h, or its folder below src/ or beside it."""
+def module_of(path, root):
+    """The module of a file: its name for src/<Module>.h, else its folder."""
     parts = path.relative_to(root).parts
     if parts[0] == "src" and len(parts) == 2:
         return Path(parts[1]).stem
@@ -30,7 +30,7 @@ def room_of(path, root):
 
 
 def find_header(name, includer, root):
-    """The file that `#include "name"` means: beside the includer, or below src/ or frontend/."""
+    """The file that `#include "name"` finds: next to the includer, or below src/ or frontend/."""
     for folder in (includer.parent, root / "src", root / "frontend"):
         header = (folder / name).resolve()
         if header.is_file():
@@ -38,25 +38,25 @@ def find_header(name, includer, root):
     return None
 
 
-def complaint(includer_room, header_room):
-    """Why a file of one room must not include a header of the other; empty if it may."""
-    for room in (includer_room, header_room):
-        if room not in ORDER + FACES:
-            return f"the room {room} has no place in the order of tests/check_includes.py"
-    if header_room == includer_room:
+def complaint(includer_module, header_module):
+    """Why a file of one module must not include a header of the other; empty if it may."""
+    for module in (includer_module, header_module):
+        if module not in ORDER + FRONT_ENDS:
+            return f"the module {module} is missing from the order in tests/check_includes.py"
+    if header_module == includer_module:
         return ""
     for pair in APART:
-        if any(includer_room.startswith(one) and header_room.startswith(other)
+        if any(includer_module.startswith(one) and header_module.startswith(other)
                for one, other in (pair, pair[::-1])):
-            return f"{includer_room} and {header_room} must not know each other"
-    order = ORDER + FACES
-    if order.index(header_room) < order.index(includer_room):
+            return f"{includer_module} and {header_module} must not include each other"
+    order = ORDER + FRONT_ENDS
+    if order.index(header_module) < order.index(includer_module):
         return ""
-    return f"{includer_room} comes before {header_room} and must not use it"
+    return f"{includer_module} comes before {header_module} and must not include it"
 
 
 def check_file(path, root):
-    """Prints the bad includes of a file and returns how many there are."""
+    """Prints the wrong includes of a file and returns their number."""
     faults = 0
     for number, line in enumerate(path.read_text().splitlines(), 1):
         match = INCLUDE.match(line)
@@ -66,7 +66,7 @@ def check_file(path, root):
         if header is None:
             reason = f"{match.group(1)} does not exist"
         else:
-            reason = complaint(room_of(path, root), room_of(header, root))
+            reason = complaint(module_of(path, root), module_of(header, root))
         if reason:
             print(f"{path.relative_to(root)}:{number}: {reason}")
             faults += 1
@@ -75,7 +75,7 @@ def check_file(path, root):
 
 def main():
     root = Path(__file__).resolve().parent.parent
-    files = [path for top in ["src"] + FACES for path in sorted((root / top).rglob("*"))
+    files = [path for top in ["src"] + FRONT_ENDS for path in sorted((root / top).rglob("*"))
              if path.suffix in (".h", ".cpp", ".inl")]
     faults = sum(check_file(path, root) for path in files)
     print(f"{len(files)} files, {faults} bad includes")

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Compiles the C++ examples of README.md, without linking; warnings, too, are failures.
+"""Compiles the C++ examples of README.md without linking. Warnings are failures too.
 
     check_readme.py COMPILER INCLUDE-FOLDER
 
-An example is an indented block that begins with an #include. What follows the includes is the
-inside of a function, which has a row to score.
+An example is an indented block that begins with an #include. The code after the includes becomes
+the body of a function with a parameter `row`.
 """
 
 import re
@@ -17,7 +17,7 @@ BLOCK = re.compile(r"(?:^ {4}.*\n|^\n(?= {4}))+", re.MULTILINE)
 
 
 def examples(text):
-    """The line that each example begins on, and the example."""
+    """Yields the first line number of each example, and its code."""
     for block in BLOCK.finditer(text):
         code = re.sub("^ {4}", "", block.group(), flags=re.MULTILINE)
         if code.lstrip().startswith("#include"):
@@ -25,7 +25,7 @@ def examples(text):
 
 
 def program(line, code):
-    """A source whose lines the compiler reports as those of README.md."""
+    """A compilable source; #line makes the compiler report lines of README.md."""
     lines = code.splitlines()
     begin = next(i for i, text in enumerate(lines) if text and not text.startswith("#"))
     return "\n".join([f'#line {line} "{README}"', *lines[:begin],

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Checks that nothing rounds in a way that depends on the processor or the C library.
+"""Checks that no result depends on how the processor or the C library rounds.
 
     check_symbols.py --compiler CXX FILE...
 
-The files (programs, libraries, archives) may call only those functions of the C library's
-mathematics whose results IEEE 754 fixes, and hold no fused multiply-add.
+Of the functions of libm, the files (programs, libraries, archives) may call only those whose
+results IEEE 754 fixes. They must not contain fused multiply-add instructions.
 """
 
 import argparse
@@ -25,13 +25,13 @@ def output_of(*command):
 
 
 def symbols(listing):
-    """The names in an output of nm, without versions."""
+    """The names in the output of nm, without versions."""
     lines = (line.split() for line in listing.splitlines())
     return {words[-1].partition("@")[0] for words in lines if len(words) >= 2}
 
 
 def mathematics(compiler):
-    """All functions of the C library's mathematics."""
+    """All functions of libm."""
     library = output_of(compiler, "-print-file-name=libm.so.6").strip()
     names = symbols(output_of("nm", "-D", "--defined-only", library))
     assert {"exp", "log", "powf", "sqrt"} <= names, library
@@ -39,7 +39,7 @@ def mathematics(compiler):
 
 
 def fixed_by_standard(name):
-    """Whether a function, in any of the three precisions, has one right result."""
+    """Whether IEEE 754 fixes the function's result, in any of the three precisions."""
     return name in ALLOWED or name[:-1] in ALLOWED and name[-1] in "fl"
 
 
@@ -56,7 +56,7 @@ def main():
     faults = 0
     for file in options.files:
         used = undefined(file)
-        assert "memcpy" in used, file  # nm has read it
+        assert "memcpy" in used, file  # a check that nm could read the file
         for name in sorted(used & free):
             print(f"{file}: {name}: the C library may choose how to round it; see "
                   "src/god/CorrectRounding.h")

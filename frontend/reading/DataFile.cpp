@@ -1,3 +1,4 @@
+// The first pass over a data file: opens it, counts each block in parallel and sums the counts.
 #include "DataFile.h"
 
 #include <sys/stat.h>
@@ -14,13 +15,13 @@
 namespace sylvora::frontend {
 namespace {
 
-class Counting : public BlockLook {
+class LineCounter : public BlockScanner {
   public:
     void Begin(size_t) override {}
-    DataFile::Tally Look(BlockReader& reader, size_t) override { return CountLines(reader); }
+    DataFile::Tally ScanBlock(BlockReader& reader, size_t) override { return CountLines(reader); }
 };
 
-// `next` behind all that `before` has.
+// The counts of `before` followed by those of `next`, with line numbers of `next` moved behind.
 DataFile::Tally Sum(const DataFile::Tally& before, const DataFile::Tally& next) {
     DataFile::Tally sum = before;
     sum.numLines += next.numLines;
@@ -85,13 +86,14 @@ std::string DataFile::Unreadable(int error) {
     return std::string("cannot be read: ") + std::strerror(error);
 }
 
-// Some files of the kernel's tell their size only to those who read them.
+// Some files of the kernel, such as those in /proc, report size 0 and still have content; such a
+// file is copied like a pipe.
 int DataFile::OpenText() {
     text.reset(std::fopen(path.c_str(), "re"));
     if (!text) return Refuse(0, std::string("cannot be opened: ") + std::strerror(errno));
     struct stat status = {};
     if (::fstat(Descriptor(), &status) != 0) return Refuse(0, std::strerror(errno));
-    if (S_ISDIR(status.st_mode)) return Refuse(0, "is a directory, a data file is wanted");
+    if (S_ISDIR(status.st_mode)) return Refuse(0, "is a directory, not a data file");
     numBytes = static_cast<size_t>(status.st_size);
     char first = 0;
     const bool fSized = numBytes > 0 || ::pread(Descriptor(), &first, 1, 0) == 0;
@@ -107,22 +109,22 @@ int DataFile::Spool() {
 }
 
 int DataFile::Scan(ReadingThreads& threads) {
-    Counting counting;
-    return Scan(threads, counting);
+    LineCounter counter;
+    return Scan(threads, counter);
 }
 
-int DataFile::Scan(ReadingThreads& threads, BlockLook& look) {
+int DataFile::Scan(ReadingThreads& threads, BlockScanner& scanner) {
     if (OpenText() != 0) return -1;
     blockBytes = threads.BlockBytes();
     const size_t numBlocks = (numBytes + blockBytes - 1) / blockBytes;
     WorkerPool& pool = threads.For(numBlocks);
     std::vector<BlockReader> readerV(static_cast<size_t>(pool.NumWorkers()));
     std::vector<Tally> tallyV(numBlocks);
-    look.Begin(numBlocks);
+    scanner.Begin(numBlocks);
     pool.For(static_cast<int>(numBlocks), [&](int block, int worker) {
         BlockReader& reader = readerV[static_cast<size_t>(worker)];
         reader.Begin(Descriptor(), blockBytes, static_cast<size_t>(block));
-        tallyV[static_cast<size_t>(block)] = look.Look(reader, static_cast<size_t>(block));
+        tallyV[static_cast<size_t>(block)] = scanner.ScanBlock(reader, static_cast<size_t>(block));
     });
     beforeV.assign(1, {});
     for (const Tally& tally : tallyV) {

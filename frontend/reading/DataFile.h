@@ -1,7 +1,7 @@
-// A data file: lines of labelled rows (see god.h for the grammar of a line). It is read once or
-// twice. The first pass finds out how wide the rows are and where in the file they stand; whoever
-// wants all of them has them parsed on the way (EarlyRows.h). The second, in RowReading.h, parses
-// rows straight into their places. The text is never in memory beside the rows.
+// A data file: lines of labelled rows (see god.h for the grammar of a line). It is read in one pass
+// or two. The first pass finds the width of the rows and the number of rows in each block; it can
+// also parse the rows speculatively (EarlyRows.h). The second pass (RowReading.h) parses rows into
+// the caller's buffers. The text of the file is never held in memory as a whole.
 #ifndef SYLVORA_FRONTEND_READING_DATAFILE_H
 #define SYLVORA_FRONTEND_READING_DATAFILE_H
 
@@ -17,52 +17,54 @@
 namespace sylvora::frontend {
 
 class BlockReader;
-class BlockLook;
+class BlockScanner;
 
-// Whether a line is no row.
+// True for a line of white space only, which is not a row.
 bool IsBlank(std::string_view line);
 
-// Lines that hold nothing but white space are no rows; the last line needs no line feed.
+// The last line needs no line feed. Lines are counted from 1, blocks and rows from 0. Not
+// thread-safe during Scan; afterwards any number of threads may use the const members.
 class DataFile {
   public:
-    // What is found in a block of the file, or in all before one.
+    // Counts of one block of the file, or of all blocks before one.
     struct Tally {
         long numLines = 0;
         long numRows = 0;
         int largestId = 0;         // 0: no row has a feature
-        long lineOfLargestId = 0;  // the first of them, from 1
-        long lineOfOddId = 0;      // the first with an id that is read as another (IdsOfLine)
-        int error = 0;             // as in errno: why the last line of these could not be read
+        long lineOfLargestId = 0;  // the first line with it, from 1
+        long lineOfOddId = 0;  // the first line with an id that the library misreads (IdsOfLine)
+        int error = 0;         // the errno of a failed read, which counts as the last line
 
-        // Notes the largest id of the line counted last, and that it has an odd one.
+        // Record the largest id of the line counted last, and that it has an odd id.
         void TakeId(int id);
         void TakeOddId();
-        // Notes how the reading ended, as in errno: what could not be read is a line too.
+        // Records how reading ended: an errno or 0. An unreadable line is counted as a line.
         void TakeError(int readingError);
     };
 
-    // `parameterName` is the parameter that names the file, for messages.
+    // `parameterName` is the parameter that names the file; messages start with it.
     DataFile(std::string parameterName, std::string filePath);
 
-    // The first pass. What is no regular file (a pipe) is copied to a temporary one, since it can
-    // be read only once. Wrong lines are left to the second pass. Returns 0, or -1 after a message.
+    // The first pass. A pipe or other file that is not regular is first copied to a temporary file,
+    // because it can be read only once. Malformed lines are reported by the second pass. Returns 0,
+    // or -1 after a message.
     [[nodiscard]] int Scan(ReadingThreads& threads);
-    // The same with more than a count of what is in the blocks.
-    [[nodiscard]] int Scan(ReadingThreads& threads, BlockLook& look);
+    // The same, with `scanner` in place of CountLines.
+    [[nodiscard]] int Scan(ReadingThreads& threads, BlockScanner& scanner);
 
-    // Writes "ERROR: ", the place and the complaint, and returns -1; line 0 stands for the file.
+    // Writes "ERROR: ", the file, the line unless it is 0, and the complaint. Returns -1.
     int Refuse(long atLine, const std::string& complaint) const;
-    // The complaint about a line that could not be read, for an error as in errno.
+    // The complaint about a line that could not be read; `error` is an errno.
     static std::string Unreadable(int error);
 
-    // Parameter and path, for messages.
+    // Parameter name and path, for messages.
     std::string Name() const { return parameter + " " + path; }
     const std::string& Path() const { return path; }
     int Descriptor() const { return ::fileno(text.get()); }
 
-    // What the first pass found.
+    // Results of the first pass. Before(b) has the totals of blocks 0 to b - 1.
     size_t BlockBytes() const { return blockBytes; }
-    const Tally& Before(size_t block) const { return beforeV[block]; }  // the last: all blocks
+    const Tally& Before(size_t block) const { return beforeV[block]; }
     size_t NumBlocks() const { return beforeV.size() - 1; }
     long NumRows() const { return beforeV.back().numRows; }
     int LargestId() const { return beforeV.back().largestId; }
@@ -78,20 +80,20 @@ class DataFile {
     OpenFile text;
     size_t numBytes = 0;
     size_t blockBytes = 0;
-    std::vector<Tally> beforeV = {{}};
+    std::vector<Tally> beforeV = {{}};  // one entry more than blocks; the last has the totals
 };
 
-// What the first pass does with the blocks of a file.
-class BlockLook {
+// Processes the blocks of a file in the first pass.
+class BlockScanner {
   public:
-    virtual ~BlockLook() = default;
+    virtual ~BlockScanner() = default;
     virtual void Begin(size_t numBlocks) = 0;
-    // Tells what is in block number `block`, at which the reader stands. Each is asked for once, by
-    // any thread; those before it were asked for earlier.
-    virtual DataFile::Tally Look(BlockReader& reader, size_t block) = 0;
+    // Reads block number `block`, at whose start the reader is, and returns its counts. Called once
+    // per block, concurrently by several threads; blocks are started in ascending order.
+    virtual DataFile::Tally ScanBlock(BlockReader& reader, size_t block) = 0;
 };
 
-// Counts what is in the block that the reader stands at.
+// Counts lines, rows and ids of the block at whose start the reader is.
 DataFile::Tally CountLines(BlockReader& reader);
 
 }  // namespace sylvora::frontend

@@ -1,3 +1,4 @@
+// Turns scanned files into data sets: numbers queries, checks memory, hands sets to the learner.
 #include "DataSet.h"
 
 #include <algorithm>
@@ -28,11 +29,11 @@ const DataFile& WidestFile(const std::vector<DataFile*>& fileV) {
     return **std::max_element(fileV.begin(), fileV.end(), narrower);
 }
 
-// All rows of a file, each allocated by the thread that reads it.
-class SetPlaces : public RowPlaces {
+// Allocates each row of a set in the thread that reads it.
+class SetBuffers : public RowBuffers {
   public:
-    explicit SetPlaces(DataSet& dataSet)
-        : RowPlaces(0, static_cast<long>(dataSet.NumRows())), set(dataSet) {}
+    explicit SetBuffers(DataSet& dataSet)
+        : RowBuffers(0, static_cast<long>(dataSet.NumRows())), set(dataSet) {}
 
     double* ValuesAt(long row) override {
         return set.rowVV[static_cast<size_t>(row)] =
@@ -68,9 +69,8 @@ int QueryNumbers::Append(const QueryRun& run, VecInt& queryIdV) {
     const bool fNew = query.number == numQueries;
     if (fTogether && !fNew && query.number != current) {
         return file.Refuse(run.firstLine,
-                           Text("query \"", run.queryId, "\" stood on line ", query.line,
-                                " and comes again; GBRank wants the rows of a query "
-                                "together"));
+                           Text("query \"", run.queryId, "\" already ended on line ", query.line,
+                                "; GBRank needs the rows of a query together"));
     }
     query.line = run.lastLine;
     current = query.number;
@@ -95,14 +95,14 @@ int CheckMemory(const std::vector<DataFile*>& fileV, long numRows, int dim, long
     if (wanted <= present) return 0;
     return file.Refuse(dim == file.LargestId() ? file.LineOfLargestId() : 0,
                        Text("with ids up to ", dim, " the ", numRows, " rows",
-                            numExtra > 0 ? " and the work on them" : "", " take ",
-                            wanted / kGigabyte, " GB, there are ", present / kGigabyte));
+                            numExtra > 0 ? " and the work on them" : "", " need ",
+                            wanted / kGigabyte, " GB, available are ", present / kGigabyte));
 }
 
 int ReadSet(const DataFile& file, const SetRules& rules, ReadingThreads& threads, DataSet& set) {
     set = DataSet(static_cast<size_t>(file.NumRows()), rules.row.line.dim);
-    SetPlaces places(set);
-    const RowReport report = ReadRows(file, rules.row, places, threads);
+    SetBuffers buffers(set);
+    const RowReport report = ReadRows(file, rules.row, buffers, threads);
     set.counts = report.counts;
     if (NumberQueries(file, rules, report.runV, set) != 0) return -1;
     return report.fault.row < 0 ? 0 : Complain(file, rules.row, report.fault);
@@ -110,7 +110,7 @@ int ReadSet(const DataFile& file, const SetRules& rules, ReadingThreads& threads
 
 int ReadSet(const DataFile& file, const SetRules& rules, EarlyRows& early, ReadingThreads& threads,
             DataSet& set) {
-    if (!early.CanBe(rules.row.line)) {
+    if (!early.Satisfies(rules.row.line)) {
         early.Drop();
         return ReadSet(file, rules, threads, set);
     }
@@ -126,7 +126,7 @@ int HandOver(DataSet& set, const DataFile& file, int type, TreeLearner& learner)
     }
     if (learner.CfgInfo.modelType == "GBRank" && set.lineWithoutQuery > 0) {
         return file.Refuse(set.lineWithoutQuery,
-                           "has no query id (qid:...), GBRank wants one in every row");
+                           "has no query id (qid:...); GBRank needs one in every row");
     }
     return file.Refuse(0, Text("cannot be used: ", numRows, " rows of ",
                                numRows > 0 ? set.dimFea : 0, " columns"));

@@ -1,4 +1,4 @@
-// Data sets as the learner takes them, read from data files.
+// Data sets read from data files, in the form that the learner takes over.
 #ifndef SYLVORA_FRONTEND_READING_DATASET_H
 #define SYLVORA_FRONTEND_READING_DATASET_H
 
@@ -28,10 +28,10 @@ struct RowsReleaser {
     }
 };
 
-// Labels and rows, one entry per row, in arrays that a learner can take over; query ids only for
-// rows that have one, so that the learner notices when some are missing.
+// Labels and rows, one entry per row, allocated with malloc so that a learner can take ownership.
+// queryIdV has entries only for rows with a query, so that the learner notices missing ones.
 struct DataSet {
-    // An empty set, or `numRows` rows without values yet.
+    // An empty set, or a set of `numRows` rows whose values are not allocated yet.
     DataSet() = default;
     DataSet(size_t numRows, int dim);
 
@@ -41,59 +41,59 @@ struct DataSet {
     std::unique_ptr<double[], Releaser> labelV;
     std::unique_ptr<double*[], RowsReleaser> rowVV;
     VecInt queryIdV;
-    long lineWithoutQuery = 0;  // of the first row that has none; 0: all have one
+    long lineWithoutQuery = 0;  // the line of the first row without a query; 0: every row has one
     RowCounts counts;
 };
 
-// Numbers the queries of one file 0, 1, 2, ... by their first appearance.
+// Numbers the queries of one file 0, 1, 2, ... in order of first appearance.
 class QueryNumbers {
   public:
-    // `fMustStandTogether`: a query whose rows are apart is an error.
+    // With `fMustStandTogether` it is an error if rows of one query are not contiguous.
     QueryNumbers(const DataFile& dataFile, bool fMustStandTogether)
         : file(dataFile), fTogether(fMustStandTogether) {}
 
-    // Appends the number of the rows' query for each of them, if they have one. Returns 0, or -1
-    // after a message.
+    // Appends the query's number once for each row of the run; nothing for rows without a query.
+    // Returns 0, or -1 after a message.
     [[nodiscard]] int Append(const QueryRun& run, VecInt& queryIdV);
 
   private:
     struct Query {
         int number;
-        long line;  // of its latest row
+        long line;  // the line of its latest row
     };
 
     const DataFile& file;
     bool fTogether;
-    int current = -1;
+    int current = -1;  // the query of the last run; -1: none yet
     std::unordered_map<std::string, Query> queryM;
 };
 
-// The largest feature id of all `fileV`, but at least `dimLeast`.
+// The largest feature id in any of the files, but at least `dimLeast`.
 int WidestRow(const std::vector<DataFile*>& fileV, int dimLeast);
 
-// Whether `numRows` rows of `dim` values, and as many more values as `numExtra` rows have, can be
-// held at all: an id that is a slip of the pen would otherwise take all memory. Returns 0, or -1
-// after a message that names the widest line, if it is what makes the rows so wide.
+// Checks that `numRows` + `numExtra` rows of `dim` doubles fit into memory: a mistyped id would
+// otherwise use all of it. Returns 0, or -1 after a message, which names the line with the largest
+// id if that id determines `dim`.
 [[nodiscard]] int CheckMemory(const std::vector<DataFile*>& fileV, long numRows, int dim,
                               long numExtra = 0);
 
-// What the rows of a set must satisfy.
+// What every row of a set must satisfy.
 struct SetRules {
     RowRules row;
-    bool fTogether;  // the rows of a query stand together
+    bool fTogether;  // the rows of a query must be contiguous
 };
 
-// Reads all rows of a scanned file. Returns 0, or -1 after a message.
+// The second pass: reads all rows of a scanned file. Returns 0, or -1 after a message.
 [[nodiscard]] int ReadSet(const DataFile& file, const SetRules& rules, ReadingThreads& threads,
                           DataSet& set);
 
-// The same for a file whose rows were read while it was scanned; if they cannot be used, it is read
-// once more.
+// The same for a file that was scanned with `early`: uses its rows if they satisfy the rules, else
+// frees them and makes the second pass.
 [[nodiscard]] int ReadSet(const DataFile& file, const SetRules& rules, EarlyRows& early,
                           ReadingThreads& threads, DataSet& set);
 
-// Moves the set into the learner, as training (0), test (1) or development data (2). Returns 0, or
-// -1 after the learner's message and one that names the file.
+// Moves the set into the learner as training (0), test (1) or development data (2). Returns 0, or
+// -1 after the learner's message and a second one that names the file.
 [[nodiscard]] int HandOver(DataSet& set, const DataFile& file, int type, TreeLearner& learner);
 
 }  // namespace sylvora::frontend

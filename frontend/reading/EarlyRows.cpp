@@ -1,3 +1,4 @@
+// Parses the blocks of a file speculatively and joins their rows in file order.
 #include "EarlyRows.h"
 
 #include <limits>
@@ -34,16 +35,17 @@ void EarlyRows::Begin(size_t numBlocks) {
     mostOfBlock = mostMemory / static_cast<double>(std::max(numBlocks, size_t{1}));
 }
 
-// A block with a wider row than was known of is counted, so that it is begun anew only once.
-DataFile::Tally EarlyRows::Look(BlockReader& reader, size_t block) {
+// If a row is wider than `known`, the whole block is counted before it is parsed again, so that
+// each block is parsed at most twice.
+DataFile::Tally EarlyRows::ScanBlock(BlockReader& reader, size_t block) {
     if (fDropped) return CountLines(reader);
     BlockRows parsed;
     const int known = width;
     if (!Parse(reader, known, parsed)) {
         parsed = {};
-        reader.Again();
+        reader.Restart();
         const DataFile::Tally counted = CountLines(reader);
-        reader.Again();
+        reader.Restart();
         const bool fTooNarrow = !rules.line.fIgnoreLarger && counted.largestId > known;
         if (!fTooNarrow || !Widen(counted) || !Parse(reader, counted.largestId, parsed)) {
             Drop();
@@ -65,7 +67,7 @@ bool EarlyRows::Parse(BlockReader& reader, int asWide, BlockRows& parsed) const 
     return true;
 }
 
-// Ids that are too large are a fault here, as all others are, unless they are ignored.
+// False for a malformed line, including one with an id above the width unless such ids are ignored.
 bool EarlyRows::ParseLine(std::string_view line, std::string_view text, BlockRows& parsed) const {
     DataFile::Tally& tally = parsed.tally;
     if (!Fits(parsed.rowV.size() + 1, parsed.width)) return false;
@@ -75,7 +77,7 @@ bool EarlyRows::ParseLine(std::string_view line, std::string_view text, BlockRow
     double label = 0.0;
     LineHead head;
     if (!ParseRow(line, text, asWide.line, row.get(), label, head)) return false;
-    if (!IsFiniteAsWanted(asWide, label, row.get())) return false;
+    if (!PassesFiniteCheck(asWide, label, row.get())) return false;
     ++tally.numRows;
     tally.TakeId(head.largestId);
     AddToRuns(head.queryId, tally.numLines, parsed.runV);
@@ -91,7 +93,8 @@ bool EarlyRows::Fits(size_t numRows, int asWide) const {
            mostOfBlock;
 }
 
-// Lets later blocks know how wide that is which was counted. False where it does not fit.
+// Raises the width for later blocks to that of the counted block. False if its rows do not fit into
+// memory. The loop is an atomic maximum.
 bool EarlyRows::Widen(const DataFile::Tally& counted) {
     const int least = counted.largestId;
     if (!Fits(static_cast<size_t>(counted.numRows), least)) return false;
@@ -99,7 +102,7 @@ bool EarlyRows::Widen(const DataFile::Tally& counted) {
     return true;
 }
 
-// Blocks are finished in any order; those before them are already being read.
+// Blocks finish in any order. Every earlier block has been started, so waitingM always empties.
 void EarlyRows::Take(size_t block, BlockRows&& parsed) {
     const std::lock_guard<std::mutex> lock(mutex);
     if (fDropped) return;
@@ -125,7 +128,7 @@ void EarlyRows::Append(BlockRows& parsed) {
     counts.Add(parsed.counts, numLines);
     mostPairs = std::max(mostPairs, parsed.mostPairs);
     numLines += parsed.tally.numLines;
-    if (!parsed.rowV.empty()) sectionV.push_back({rows.Size(), parsed.width});
+    if (!parsed.rowV.empty()) rangeV.push_back({rows.Size(), parsed.width});
 }
 
 void EarlyRows::Drop() {
@@ -140,27 +143,27 @@ void EarlyRows::Clear() {
     labels = {};
     waitingM.clear();
     runV = {};
-    sectionV = {};
+    rangeV = {};
 }
 
-bool EarlyRows::CanBe(const LineRules& wanted) const {
+bool EarlyRows::Satisfies(const LineRules& wanted) const {
     return !fDropped && mostPairs <= wanted.mostPairs;
 }
 
 std::vector<QueryRun> EarlyRows::MoveTo(DataSet& set, int dim, ReadingThreads& threads) {
-    const auto widen = [this, dim](int section, int) {
-        const size_t at = static_cast<size_t>(section);
-        const int narrow = sectionV[at].width;
+    const auto widen = [this, dim](int range, int) {
+        const size_t at = static_cast<size_t>(range);
+        const int narrow = rangeV[at].width;
         if (narrow == dim) return;
-        for (size_t i = at > 0 ? sectionV[at - 1].end : 0; i < sectionV[at].end; ++i) {
+        for (size_t i = at > 0 ? rangeV[at - 1].end : 0; i < rangeV[at].end; ++i) {
             double*& row = rows.Get()[i];
             row = Resize(row, dim);
             std::fill(row + narrow, row + dim, rules.line.absent);
         }
     };
-    const auto isNarrow = [dim](const Section& section) { return section.width < dim; };
-    if (std::any_of(sectionV.begin(), sectionV.end(), isNarrow)) {
-        threads.For(sectionV.size()).For(static_cast<int>(sectionV.size()), widen);
+    const auto isNarrow = [dim](const RowRange& range) { return range.width < dim; };
+    if (std::any_of(rangeV.begin(), rangeV.end(), isNarrow)) {
+        threads.For(rangeV.size()).For(static_cast<int>(rangeV.size()), widen);
     }
     const size_t numRows = rows.Size();
     set = DataSet();

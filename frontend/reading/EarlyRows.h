@@ -1,6 +1,7 @@
-// Rows that are parsed while their file is looked through for its width: as wide as the widest row
-// that was known of by then, and made wider at the end. A file with a wrong line, or with rows that
-// may be too much for the memory, is left to the second pass, which knows the width.
+// Rows that are parsed speculatively during the first pass over a file, before its width is known.
+// Each block is parsed with the largest width found so far, and its rows are widened at the end. If
+// a line is malformed, or if the rows may not fit into memory, the parsed rows are dropped and the
+// second pass, which knows the width, reads the file.
 #ifndef SYLVORA_FRONTEND_READING_EARLYROWS_H
 #define SYLVORA_FRONTEND_READING_EARLYROWS_H
 
@@ -22,7 +23,8 @@
 
 namespace sylvora::frontend {
 
-// An array that grows. Large ones are moved by the kernel, page by page: never are there two.
+// A growing array. It uses realloc, so that the kernel moves the pages of a large array and there
+// are never two copies in memory.
 template <typename Element>
 class GrowingArray {
   public:
@@ -34,7 +36,7 @@ class GrowingArray {
         held[size++] = element;
     }
 
-    // Gives the array away, no larger than it must be.
+    // Shrinks the array to its size and transfers ownership.
     std::unique_ptr<Element[], Releaser> Release() {
         Resize(std::max(size, size_t{1}));
         size = capacity = 0;
@@ -55,45 +57,47 @@ class GrowingArray {
     size_t capacity = 0;
 };
 
-// What DataFile::Scan has look at the blocks of one file.
-class EarlyRows : public BlockLook {
+// The scanner to pass to DataFile::Scan, for one file.
+class EarlyRows : public BlockScanner {
   public:
-    // No row will have fewer than least.line.dim values; where larger ids are ignored, none will
-    // have more. All pairs of a line are read. Rows that would take more than `memory` bytes are
-    // given up, most of them before they take any.
+    // Rows have at least least.line.dim values, and no more where larger ids are ignored. All pairs
+    // of a line are read. If the rows may need more than `memory` bytes, they are dropped, usually
+    // before most of the memory is allocated.
     explicit EarlyRows(const RowRules& least, double memory = MostMemory());
     ~EarlyRows() override;
-    // For all files of a run together.
+    // The limit in bytes for all files of a run together.
     static double MostMemory() { return UsableMemory() / 4; }
 
     void Begin(size_t numBlocks) override;
-    DataFile::Tally Look(BlockReader& reader, size_t block) override;
+    DataFile::Tally ScanBlock(BlockReader& reader, size_t block) override;
 
-    // Whether all rows of the scanned file are here and can be had as `wanted`.
-    bool CanBe(const LineRules& wanted) const;
-    // Frees them all; from now on Look only counts.
+    // True if all rows of the scanned file are held, and are what `wanted` would give.
+    bool Satisfies(const LineRules& wanted) const;
+    // Frees all rows. From then on ScanBlock only counts.
     void Drop();
-    // Moves them to `set`, each with `dim` values, and returns their queries as ReadRows would.
+    // Moves the rows, widened to `dim` values, into `set` and returns the same query runs as
+    // ReadRows.
     std::vector<QueryRun> MoveTo(DataSet& set, int dim, ReadingThreads& threads);
 
   private:
     typedef std::unique_ptr<double[], Releaser> Row;
 
-    // The rows of a block. The first line of a run is counted from the beginning of the block,
-    // until the lines of all blocks before it are known.
+    // The rows of one block. Line numbers are relative to the block until Append adds the lines of
+    // all blocks before it.
     struct BlockRows {
         DataFile::Tally tally;
         VecDle labelV;
         std::vector<Row> rowV;
         std::vector<QueryRun> runV;
         RowCounts counts;
-        int mostPairs = 0;  // of a line; with fewer, LineRules would leave out some of it
-        int width = 0;
+        int mostPairs =
+            0;          // most pairs on a line: the least LineRules::mostPairs that reads it all
+        int width = 0;  // values per row
     };
 
-    // Rows of one block after those of all before it.
-    struct Section {
-        size_t end;  // the row behind the last
+    // The rows of one block, from the end of the previous range to `end`, exclusive.
+    struct RowRange {
+        size_t end;
         int width;
     };
 
@@ -105,22 +109,22 @@ class EarlyRows : public BlockLook {
     void Append(BlockRows& rows);
     void Clear();
 
-    const RowRules rules;  // but for the width
-    const double mostMemory;
-    double mostOfBlock = 0.0;  // its share of the memory
-    std::atomic<int> width;    // of the widest row so far
+    const RowRules rules;      // the width in them is only a lower bound
+    const double mostMemory;   // bytes
+    double mostOfBlock = 0.0;  // bytes that the rows of one block may take
+    std::atomic<int> width;    // of the widest row found so far; only grows
     std::atomic<bool> fDropped{false};
 
-    std::mutex mutex;                      // of all that follows
-    std::map<size_t, BlockRows> waitingM;  // for a block before them
-    size_t numTaken = 0;                   // blocks, in order
-    long numLines = 0;                     // of those
+    std::mutex mutex;                      // guards all members below
+    std::map<size_t, BlockRows> waitingM;  // finished blocks that wait for an earlier one
+    size_t numTaken = 0;                   // blocks 0 to numTaken - 1 have been appended
+    long numLines = 0;                     // in the appended blocks
     GrowingArray<double> labels;
     GrowingArray<double*> rows;
     std::vector<QueryRun> runV;
-    std::vector<Section> sectionV;
+    std::vector<RowRange> rangeV;  // one per appended block with rows
     RowCounts counts;
-    int mostPairs = 0;  // of a line; with fewer, LineRules would leave out some of it
+    int mostPairs = 0;  // as in BlockRows
 };
 
 }  // namespace sylvora::frontend

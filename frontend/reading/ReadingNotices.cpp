@@ -1,3 +1,4 @@
+// Decides from the row counts which notices to write.
 #include "ReadingNotices.h"
 
 #include "god/Report.h"

@@ -1,4 +1,4 @@
-// What a user should hear of data files that were read without an error.
+// Notices about data files that were read without an error.
 #ifndef SYLVORA_FRONTEND_READING_READINGNOTICES_H
 #define SYLVORA_FRONTEND_READING_READINGNOTICES_H
 
@@ -8,11 +8,11 @@
 
 namespace sylvora::frontend {
 
-// Writes a notice if lines leave out more than half of the values of the file's rows of `dim`
-// columns, and the parameter `absent` does not say what they are. True if it did.
+// Writes a notice if the file leaves out more than half of its values (rows times `dim`) and the
+// parameter `absent` is not set. Returns true if it wrote one.
 bool NoticeAbsent(const CheckCfgCLS& cfg, const DataFile& file, int dim, const RowCounts& counts);
 
-// Writes a notice if values were ignored because their ids are above the model's `dim`.
+// Writes a notice if values were ignored because their ids are larger than `dim`, the model's.
 void NoticeLargerIds(const DataFile& file, int dim, const RowCounts& counts);
 
 }  // namespace sylvora::frontend

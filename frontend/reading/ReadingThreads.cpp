@@ -1,3 +1,4 @@
+// Starts the reading threads when there are blocks for them.
 #include "ReadingThreads.h"
 
 #include <algorithm>
@@ -7,10 +8,10 @@
 namespace sylvora::frontend {
 
 WorkerPool& ReadingThreads::For(size_t numBlocks) {
-    constexpr int kMost = 256;
+    constexpr int kMaxThreads = 256;
     if (numBlocks <= 1) return pool;
     if (numThread <= 0) numThread = NumUsableCpus();
-    numThread = std::min(numThread, kMost);
+    numThread = std::min(numThread, kMaxThreads);
     const size_t numUseful = std::min(numBlocks, static_cast<size_t>(numThread));
     static_cast<void>(pool.Start(static_cast<int>(numUseful)));
     return pool;

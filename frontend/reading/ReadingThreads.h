@@ -1,4 +1,4 @@
-// The threads that read data files.
+// The worker pool that reads data files.
 #ifndef SYLVORA_FRONTEND_READING_READINGTHREADS_H
 #define SYLVORA_FRONTEND_READING_READINGTHREADS_H
 
@@ -9,24 +9,24 @@
 
 namespace sylvora::frontend {
 
-// The number of threads that the user asked for; 0: as many as there are usable processors, which
-// is what reading and scoring take where numThread is not given.
+// The number of threads for reading and scoring: numThread if it is set, else 0, which means one
+// per usable processor.
 inline int AskedThreads(const CheckCfgCLS& cfg) {
     return cfg.fSetThread ? cfg.numThread : 0;
 }
 
-// One pool for all files of a run. What is read does not depend on the number of threads, nor on
-// the size of the blocks that they take from a file.
+// One pool for all files of a run. The rows and messages do not depend on the number of threads or
+// on the block size. Not thread-safe.
 class ReadingThreads {
   public:
     static constexpr size_t kBlockBytes = size_t{1} << 16;
 
-    // At most `mostThreads`, the caller's included; 0 or less: one per usable processor.
+    // At most `mostThreads`, including the calling thread; 0 or less: one per usable processor.
     explicit ReadingThreads(int mostThreads, size_t bytesOfBlock = kBlockBytes)
         : numThread(mostThreads), blockBytes(bytesOfBlock) {}
 
-    // The pool, with the threads that so many blocks can employ. Where not all can be started,
-    // fewer do the same work.
+    // The pool, with no more threads than blocks. If some threads cannot be started, the others do
+    // their work.
     WorkerPool& For(size_t numBlocks);
 
     size_t BlockBytes() const { return blockBytes; }

@@ -1,3 +1,4 @@
+// Parses the blocks of a file in parallel and words the messages about malformed lines.
 #include "RowReading.h"
 
 #include <algorithm>
@@ -20,59 +21,60 @@ namespace sylvora::frontend {
 namespace {
 
 const char kHidesRow[] =
-    "has another row behind a carriage return: lines end with LF or CR LF, not with CR alone";
+    "has another row after a carriage return: lines end with LF or CR LF, not with CR alone";
 
-// Parses the wanted rows of one block after another.
+// Parses the requested rows of a block. One object per worker; it reuses its read buffer.
 class BlockParser {
   public:
-    BlockParser(const DataFile& dataFile, const RowRules& rowRules, RowPlaces& rowPlaces)
-        : file(dataFile), rules(rowRules), places(rowPlaces) {}
+    BlockParser(const DataFile& dataFile, const RowRules& rowRules, RowBuffers& rowBuffers)
+        : file(dataFile), rules(rowRules), buffers(rowBuffers) {}
 
     RowReport Parse(size_t block) {
         RowReport report;
         const DataFile::Tally& before = file.Before(block);
-        const long end = std::min(places.first + places.count, file.Before(block + 1).numRows);
+        const long end = std::min(buffers.first + buffers.count, file.Before(block + 1).numRows);
         long numLine = before.numLines;
         long row = before.numRows;
         reader.Begin(file.Descriptor(), file.BlockBytes(), block);
         for (std::string_view line; row < end && reader.Next(line);) {
             ++numLine;
             if (IsBlank(line)) continue;
-            if (row >= places.first && !Take(line, row - places.first, numLine, report)) {
-                report.fault = {row - places.first, numLine, std::string(line), ""};
+            if (row >= buffers.first && !Take(line, row - buffers.first, numLine, report)) {
+                report.fault = {row - buffers.first, numLine, std::string(line), ""};
                 return report;
             }
             ++row;
         }
         if (row < end) {
-            const long wanted = std::max(row, places.first) - places.first;
+            const long wanted = std::max(row, buffers.first) - buffers.first;
             report.fault = {wanted, numLine + 1, "",
-                            reader.Error() != 0 ? DataFile::Unreadable(reader.Error())
-                                                : "has gone since the file was first read"};
+                            reader.Error() != 0
+                                ? DataFile::Unreadable(reader.Error())
+                                : "is missing: the file has changed since it was first read"};
         }
         return report;
     }
 
   private:
     bool Take(std::string_view line, long row, long numLine, RowReport& report) {
-        double* const values = places.ValuesAt(row);
-        double& label = places.LabelAt(row);
+        double* const values = buffers.ValuesAt(row);
+        double& label = buffers.LabelAt(row);
         LineHead head;
         if (!ParseRow(line, reader.Text(), rules.line, values, label, head)) return false;
-        // The odd id may stand behind all pairs that are read.
+        // The odd id may come after the last pair that is read.
         if (numLine == file.LineOfOddId()) return false;
         AddToRuns(head.queryId, numLine, report.runV);
         report.counts.Add(head, numLine);
-        return IsFiniteAsWanted(rules, label, values);
+        return PassesFiniteCheck(rules, label, values);
     }
 
     const DataFile& file;
     const RowRules& rules;
-    RowPlaces& places;
+    RowBuffers& buffers;
     BlockReader reader;
 };
 
-// The first block that has rows from number `row` on.
+// The block that contains row number `row`: the first with a row at or after it (binary search).
 size_t BlockOf(const DataFile& file, long row) {
     size_t first = 0;
     for (size_t last = file.NumBlocks(); first < last;) {
@@ -86,7 +88,7 @@ size_t BlockOf(const DataFile& file, long row) {
     return first;
 }
 
-// The reports in the order of the blocks, up to the first fault.
+// Joins the reports in block order, up to the first fault.
 RowReport Join(std::vector<RowReport>& reportV) {
     RowReport all;
     for (RowReport& report : reportV) {
@@ -99,11 +101,11 @@ RowReport Join(std::vector<RowReport>& reportV) {
     return all;
 }
 
-// What is wrong with a line that the library reads, and without any complaint.
+// What is wrong with a line that the library reads without an error.
 std::string ComplaintOf(const RowFault& fault, const LineHead& head, const VecDle& valueV) {
     double valLabel = 0.0;
     if (!ParseNumber(head.label, valLabel)) {
-        return "the label \"" + std::string(head.label) + "\" is no number";
+        return "the label \"" + std::string(head.label) + "\" is not a number";
     }
     const std::string_view oddId = IdsOfLine(fault.text).odd;
     if (!oddId.empty()) {
@@ -116,7 +118,7 @@ std::string ComplaintOf(const RowFault& fault, const LineHead& head, const VecDl
     const std::string what = isInfinite(valLabel)
                                  ? "the label"
                                  : Text("the value of id ", infinite - valueV.begin() + 1);
-    return what + " is infinite; training wants numbers that a double holds";
+    return what + " is infinite; training needs finite numbers";
 }
 
 }  // namespace
@@ -128,9 +130,9 @@ bool ParseRow(std::string_view line, std::string_view text, const LineRules& rul
            ParseNumberIn(text, head.label, label) && !head.fOddId && !head.fHidesRow;
 }
 
-// The exponent of what is not finite is all ones: one more carries into the sign. Compilers take
-// several values at a time this way.
-bool IsFiniteAsWanted(const RowRules& rules, double label, const double* values) {
+// A value that is not finite has an exponent of all ones, so adding one carries into the sign bit.
+// This form without branches lets compilers vectorise the loop.
+bool PassesFiniteCheck(const RowRules& rules, double label, const double* values) {
     if (!rules.fFinite) return true;
     constexpr std::uint64_t kExponent = 0x7FF0000000000000;
     constexpr std::uint64_t kOneMore = 0x0010000000000000;
@@ -151,20 +153,20 @@ void AddToRuns(std::string_view queryId, long line, std::vector<QueryRun>& runV)
     runV.back().lastLine = line;
 }
 
-RowReport ReadRows(const DataFile& file, const RowRules& rules, RowPlaces& places,
+RowReport ReadRows(const DataFile& file, const RowRules& rules, RowBuffers& buffers,
                    ReadingThreads& threads) {
-    if (places.count == 0) return {};
-    const size_t first = BlockOf(file, places.first);
-    const size_t numBlocks = BlockOf(file, places.first + places.count - 1) + 1 - first;
+    if (buffers.count == 0) return {};
+    const size_t first = BlockOf(file, buffers.first);
+    const size_t numBlocks = BlockOf(file, buffers.first + buffers.count - 1) + 1 - first;
     WorkerPool& pool = threads.For(numBlocks);
     std::vector<BlockParser> parserV;
     for (int worker = 0; worker < pool.NumWorkers(); ++worker) {
-        parserV.emplace_back(file, rules, places);
+        parserV.emplace_back(file, rules, buffers);
     }
     std::vector<RowReport> reportV(numBlocks);
     std::atomic<int> firstBad{static_cast<int>(numBlocks)};
     pool.For(static_cast<int>(numBlocks), [&](int block, int worker) {
-        // Blocks are handed out in order, so all before a bad one are read whatever happens.
+        // Blocks are handed out in order, so every block before a bad one is read in any case.
         if (block > firstBad.load()) return;
         const size_t at = static_cast<size_t>(block);
         reportV[at] = parserV[static_cast<size_t>(worker)].Parse(first + at);
@@ -175,12 +177,12 @@ RowReport ReadRows(const DataFile& file, const RowRules& rules, RowPlaces& place
     return Join(reportV);
 }
 
-// The library's complaints come first. Odd ids were not counted when the rows' width was settled:
-// the range of ids says nothing about them.
+// Errors of the library come first. A line with an odd id is parsed with larger ids ignored,
+// because odd ids did not count when the width was determined: a range error would mislead.
 int Complain(const DataFile& file, const RowRules& rules, const RowFault& fault) {
     if (!fault.complaint.empty()) return file.Refuse(fault.line, fault.complaint);
     if (fault.text.find('\0') != std::string::npos) {
-        return file.Refuse(fault.line, "holds a zero byte, a line of text is wanted");
+        return file.Refuse(fault.line, "contains a zero byte; expected a line of text");
     }
     LineRules asRead = rules.line;
     asRead.fIgnoreLarger |= !IdsOfLine(fault.text).odd.empty();
@@ -192,8 +194,8 @@ int Complain(const DataFile& file, const RowRules& rules, const RowFault& fault)
         if (HidesRow(std::string_view(fault.text).substr(numBefore))) {
             return file.Refuse(fault.line, kHidesRow);
         }
-        return file.Refuse(fault.line, Text("wanted: label [qid:query] id:value ..., with ids from "
-                                            "1 to ",
+        return file.Refuse(fault.line, Text("expected: label [qid:query] id:value ..., with ids "
+                                            "from 1 to ",
                                             asRead.mostPairs));
     }
     return file.Refuse(fault.line, ComplaintOf(fault, head, valueV));

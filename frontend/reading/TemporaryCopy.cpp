@@ -1,3 +1,4 @@
+// Copies pipes to temporary files, which are opened again by way of /proc/self/fd.
 #include "TemporaryCopy.h"
 
 #include <unistd.h>
@@ -34,7 +35,7 @@ OpenFile CopyToTemporary(std::FILE* from, size_t& numBytes, std::string& complai
     }
 }
 
-ReadTwice::ReadTwice(const std::string& original) : path(original) {
+RereadableFile::RereadableFile(const std::string& original) : path(original) {
     const std::string openFiles = "/proc/self/fd/";
     std::error_code unknown;
     if (!std::filesystem::is_fifo(path, unknown) || ::access(openFiles.c_str(), X_OK) != 0) return;
@@ -44,7 +45,7 @@ ReadTwice::ReadTwice(const std::string& original) : path(original) {
     path = openFiles + std::to_string(::fileno(copy.get()));
 }
 
-bool ReadTwice::CanBeRead() const {
+bool RereadableFile::CanBeRead() const {
     std::error_code unknown;
     return std::filesystem::is_regular_file(path, unknown);
 }

@@ -1,4 +1,4 @@
-// Files that can be read only once, kept so that they can be read again.
+// Temporary copies of pipes and other files that can be read only once.
 #ifndef SYLVORA_FRONTEND_READING_TEMPORARYCOPY_H
 #define SYLVORA_FRONTEND_READING_TEMPORARYCOPY_H
 
@@ -14,22 +14,23 @@ struct FileCloser {
 };
 typedef std::unique_ptr<std::FILE, FileCloser> OpenFile;
 
-// Copies what is left of `from` to a temporary file without a name, and counts the bytes. Null with
-// a complaint where that fails.
+// Copies the rest of `from` to an unnamed temporary file and sets `numBytes`. Returns null and sets
+// `complaint` on failure.
 OpenFile CopyToTemporary(std::FILE* from, size_t& numBytes, std::string& complaint);
 
-// A small file that the library reads and the command then looks into. A pipe is copied first.
-class ReadTwice {
+// A small file that both the library and the command read. A pipe is copied to a temporary file,
+// which lives as long as this object.
+class RereadableFile {
   public:
-    // What cannot be opened is left to the library to complain of, or to do without.
-    explicit ReadTwice(const std::string& path);
+    // A file that cannot be opened is not an error here; the library reports or ignores it.
+    explicit RereadableFile(const std::string& path);
 
-    // Why a pipe could not be copied; empty: it could.
+    // Why a pipe could not be copied; empty if there was no error.
     const std::string& Complaint() const { return complaint; }
-    // Where the text can be read.
+    // The path to read from: the given one, or that of the copy.
     const std::string& Path() const { return path; }
-    // False where it can be read only once: a terminal, or a pipe without a /proc to find a copy
-    // in.
+    // False if the file cannot be read a second time: a terminal, or a pipe if /proc is missing, so
+    // that a copy would have no path.
     bool CanBeRead() const;
 
   private:

@@ -1,3 +1,4 @@
+// Buffered reading of the lines that begin in a block.
 #include "TextBlocks.h"
 
 #include <unistd.h>
@@ -10,7 +11,7 @@
 namespace sylvora::frontend {
 namespace {
 
-constexpr size_t kTail = 4096;  // most lines are shorter
+constexpr size_t kTail = 4096;  // bytes read beyond a block for its last line; most are shorter
 
 }  // namespace
 
@@ -22,11 +23,11 @@ void BlockReader::Begin(int file, size_t blockBytes, size_t block) {
     descriptor = file;
     beginOfBlock = block * blockBytes;
     endOfBlock = beginOfBlock + blockBytes;
-    Again();
+    Restart();
 }
 
-// A line begins behind a line feed: the byte before the block says whether its first one does.
-void BlockReader::Again() {
+// Reads from one byte before the block: if that byte is a line feed, a line begins with the block.
+void BlockReader::Restart() {
     offset = beginOfBlock - (beginOfBlock > 0 ? 1 : 0);
     position = numHeld = 0;
     fEnd = false;
@@ -48,12 +49,12 @@ bool BlockReader::Next(std::string_view& line) {
             position += line.size() + (found != nullptr ? 1 : 0);
             return true;
         }
-        searched = numHeld - position;  // Fill moves the line to the front
+        searched = numHeld - position;  // Fill moves the line to the front of the buffer
         if (!Fill()) return false;
     }
 }
 
-// Drops what is left of a line that began earlier. False when the block has no line of its own.
+// Skips the rest of a line that began in an earlier block. False if no line begins in this block.
 bool BlockReader::SkipToLine() {
     while (Fill()) {
         const void* const found = std::memchr(text.get(), '\n', numHeld);
@@ -67,14 +68,15 @@ bool BlockReader::SkipToLine() {
     return false;
 }
 
-// Moves what is left to the front and reads on behind it. False after an error.
+// Moves the unread bytes to the front of the buffer and reads more after them. False after an
+// error.
 bool BlockReader::Fill() {
     const size_t numLeft = numHeld - position;
     std::memmove(text.get(), text.get() + position, numLeft);
     offset += position;
     position = 0;
     numHeld = numLeft;
-    // First the block and what its last line may need, then always as much again.
+    // First reads the rest of the block and kTail; beyond the block, doubles what is held.
     const size_t next = offset + numHeld;
     const size_t wanted = kTail + (next < endOfBlock ? endOfBlock - next : numHeld);
     Reserve(numHeld + wanted);

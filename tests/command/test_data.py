@@ -1,4 +1,4 @@
-"""Data files: what is read alike, what is refused and where the message points."""
+"""Data files: equivalent forms, refused files, and the line that a message names."""
 
 import re
 import unittest
@@ -30,8 +30,8 @@ class Reading(Workbench):
         self.assertEqual(expected, self.model("-numBound", "1", "-fileTrain", "/dev/stdin",
                                               input=text))
 
-    def test_threads_do_not_show(self):
-        """A file of several blocks, right or with a fault far from its begin."""
+    def test_threads_make_no_difference(self):
+        """A file of several blocks, valid or with a fault far from its start."""
         lines = data_lines([i % 5 for i in range(9000)], [i // 9 for i in range(9000)], columns=8)
         options = ["-numTree", "2", "-fileTest", "train.txt", "-filePred", "pred.txt"]
         self.write("run.cfg", "modelType = GBRank\nfileTrain = train.txt\nfileModel = model.txt\n")
@@ -60,7 +60,7 @@ class Reading(Workbench):
         self.assertEqual(2, len(self.read("p.txt").splitlines()), run.stderr)
 
     def test_ids_above_the_model_are_ignored(self):
-        """Of a file with more columns, in any order, the model's count: scores and report stay."""
+        """Extra columns in a file, in any order, change neither scores nor report."""
         self.model()
         wide = ["0", *data_lines(range(40), columns=5)]
         wide[7] += " 2147483647:1"
@@ -80,7 +80,7 @@ class Reading(Workbench):
                                  [run.stderr for run in runs])
 
     def test_absent_values(self):
-        """Left out, a value is missing or zero, as one who writes it out has it."""
+        """Leaving a value out gives the same result as writing the missing value or zero."""
         rows = [[i % 10, i % 3, 0, i % 4] for i in range(60)]
         def lines(absent):
             return [" ".join([str(label)] + [f"{j + 1}:{v or absent}" for j, v in enumerate(values)
@@ -107,7 +107,7 @@ class Reading(Workbench):
                              (run.returncode, run.stderr))
 
     def test_notice_of_absent_values(self):
-        """Once a run, if more than half of a file's values are left out and nobody says why."""
+        """One notice per run if a file leaves out most of its values and absent is not set."""
         half = ["1 1:1 2:2", "2 3:1 4:2"] * 10
         cases = {"half": (half, None), "more": (half + ["1 1:1 1:1 1:1"], 51),
                  "most": (["1 4:0", "2 1:1", "3"] * 10, 83)}
@@ -138,7 +138,7 @@ class Refusals(Workbench):
         good = data_lines(range(4))
         wrong = [("1 2:x", "feature value is not a digit"), ("1 y:2", "feature id is not an int"),
                  ("1 word", "wrong feature format"), ("1 0:5", r"Illegal feature id: .*\[1, 3\]"),
-                 ("x 1:5", 'the label "x" is no number'), ("1 2:1\0", "zero byte")]
+                 ("x 1:5", 'the label "x" is not a number'), ("1 2:1\0", "zero byte")]
         for parameter in "fileTrain", "fileTest":
             for line, message in wrong:
                 with self.subTest(line=line, parameter=parameter):
@@ -149,8 +149,8 @@ class Refusals(Workbench):
                     self.assertRegex(run.stderr, message)
                     self.assertEqual(OLD, self.read("model.txt"))
 
-    def test_ids_that_are_read_as_others(self):
-        """The library takes them, for another id; what it does not take keeps its message."""
+    def test_ids_that_the_library_misreads(self):
+        """The library accepts them as another id; ids that it refuses keep its message."""
         good = data_lines(range(4))
         self.write("train.txt", good)
         self.succeed("-numBound", "1")
@@ -172,8 +172,8 @@ class Refusals(Workbench):
                     else:
                         self.assertIn(f'the id "{message}" is wrong: ids are whole numbers', said[-1])
 
-    def test_carriage_returns_alone(self):
-        """A row that begins behind one would be lost, in whatever way the library ends its line."""
+    def test_lines_that_end_with_cr_alone(self):
+        """A row after a CR would be lost, however the library ends its line."""
         lines = data_lines([1, 2, 3])
         self.model("-valSmpRt", "1")
         long = [line.replace(" ", ".25 ", 1) for line in lines]
@@ -209,7 +209,7 @@ class Refusals(Workbench):
         labels = [2, 1, 0, 2, 1, 0]
         self.configure("modelType = GBRank")
         self.write("train.txt", data_lines(labels, "aabbab"))
-        run = self.fail_with('train.txt, line 5: query "a" stood on line 2')
+        run = self.fail_with('train.txt, line 5: query "a" already ended on line 2')
         self.assertNotIn("Size of qid", run.stderr)
         lines = data_lines(labels, "aaabbb")
         self.write("train.txt", lines[:3] + ["2 1:1"] + lines[3:])

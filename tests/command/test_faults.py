@@ -1,5 +1,7 @@
-"""Failing machines: signals, kills, disks and folders that take no more. SYLVORA_KILLS says how many
-runs are killed."""
+"""Failing machines: signals, kills, full disks, read-only folders.
+
+SYLVORA_KILLS in the environment is the number of runs to kill.
+"""
 
 import ctypes
 import os
@@ -14,7 +16,7 @@ import unittest
 from workbench import COMMAND, OLD, Workbench, data_lines
 
 KILLS = int(os.environ.get("SYLVORA_KILLS", "12"))
-LONG = ["-numTree", "100000"]  # rounds that no test waits for
+LONG = ["-numTree", "100000"]  # more rounds than any test waits for
 
 
 class Faults(Workbench):
@@ -24,7 +26,7 @@ class Faults(Workbench):
                                 **settings)
 
     def start_reading(self, *options, **settings):
-        """A run that waits for its training data, and where they are awaited."""
+        """Starts a run that waits for training data; returns it and the pipe that it reads."""
         os.mkfifo(self.folder / "pipe")
         run = self.start("-fileTrain", "pipe", *options, **settings)
         data = open(self.folder / "pipe", "w")
@@ -64,20 +66,20 @@ class Signals(Faults):
         for number in signal.SIGSTOP, signal.SIGINT, signal.SIGTERM, signal.SIGCONT:
             run.send_signal(number)
         error = run.communicate()[1]
-        self.assertIn(run.returncode, (130, 143))  # the kernel chooses which comes first
+        self.assertIn(run.returncode, (130, 143))  # the kernel may deliver either one first
         self.assertEqual(("Notice: Stopped by a signal!\n", OLD), (error, self.read("model.txt")))
 
     def test_reading_ends_at_once(self):
         self.write("model.txt", OLD)
         run, data = self.start_reading()
-        # ThreadSanitizer delivers a signal only when the call that waits has returned.
+        # ThreadSanitizer delivers a signal only after the blocking call has returned.
         returning = threading.Timer(10, data.close)
         returning.start()
         self.addCleanup(returning.cancel)
         self.check_stopped(run, signal.SIGTERM, "Stopped by a signal!")
 
-    def test_a_file_that_nobody_reads_does_not_hold_a_run(self):
-        """Signals come before the FIFO is opened, and while a reader is awaited."""
+    def test_a_fifo_without_reader_does_not_block_a_stop(self):
+        """Signals arrive before the FIFO is opened, and while the run waits for a reader."""
         self.model()
         self.configure("fTestRealTime = true")
         scores = ["-fileTest", "train.txt", "-filePred", "pipe"]
@@ -95,7 +97,7 @@ class Signals(Faults):
                     except subprocess.TimeoutExpired:
                         run.kill()
                         raise
-                    # Earlier than the command has asked for signals, they kill it.
+                    # Before the command has installed its handlers, a signal kills it.
                     self.assertIn(run.returncode, (128 + number, -number), error)
             os.unlink(self.folder / name)
 
@@ -133,7 +135,7 @@ class Kills(Faults):
 
 class Writes(Faults):
     def refuse(self, message, *options, **settings):
-        """A run that fails leaves everything as it was."""
+        """The run fails with `message` and changes no file."""
         before = {name: self.read(name) for name in self.names() if name.endswith(".txt")}
         run = self.run_command("run.cfg", *options, **settings)
         self.assertEqual(1, run.returncode, run.stderr)
@@ -142,7 +144,7 @@ class Writes(Faults):
                          {name: self.read(name) for name in self.names() if name.endswith(".txt")})
 
     def test_a_full_disk_leaves_older_files(self):
-        """A limit on the size of files stands for the disk: both end a write half-way."""
+        """A file size limit simulates a full disk: both make a write fail half-way."""
         limit = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (4096, 4096))
         self.model()
         self.write("many.txt", data_lines(range(2000)))
@@ -162,7 +164,7 @@ class Writes(Faults):
                         ["-mode", "analyze", *scores]):
             self.refuse("(?m)^ERROR: .*/dev/full.*: No space left on device", *options)
 
-    def test_names_that_no_file_can_have_are_refused_before_any_work(self):
+    def test_impossible_file_names_are_refused_before_any_work(self):
         for link, target in ("a", "b"), ("b", "a"):
             (self.folder / link).symlink_to(target)
         missing = ["-fileTrain", "none", "-fileTest", "none"]
@@ -198,7 +200,7 @@ class Writes(Faults):
             os.unlink(self.folder / "second.txt")
 
     def test_a_pipe_gets_what_a_file_gets(self):
-        """Also when its reader comes late, and when standard output is one."""
+        """Also if the reader is late, and if the pipe is standard output."""
         expected = self.model()
         os.mkfifo(self.folder / "pipe")
         run = self.start("-fileModel", "pipe")
@@ -208,7 +210,7 @@ class Writes(Faults):
         run.stderr.close()
         self.assertEqual(expected, self.succeed("-fileModel", "/dev/stdout").stdout)
 
-    def test_a_full_device_for_reports_costs_no_model(self):
+    def test_a_full_device_for_reports_keeps_the_model(self):
         self.configure("fTestRealTime = true", "fileTest = train.txt")
         expected = self.model()
         for extra, message in (("fileDebug = /dev/full", "fileDebug /dev/full: .* in full: "),
@@ -231,8 +233,8 @@ class Writes(Faults):
                         "-fileTest", "train.txt", option, "folder")
 
     def test_a_read_only_folder(self):
-        """Also one that becomes so in the middle of a run. The superuser runs without its right to
-        write everywhere."""
+        """Also a folder that becomes read-only during a run. As root, the run drops the capability
+        to write everywhere."""
         bound = lambda: ctypes.CDLL(None).prctl(24, 1, 0, 0, 0)  # PR_CAPBSET_DROP, CAP_DAC_OVERRIDE
         self.write("model.txt", OLD)
         run, data = self.start_reading(preexec_fn=bound)

@@ -1,5 +1,7 @@
-"""Data files from strangers: very long lines, odd numbers, odd bytes, what is no file at all. Each is
-read or refused with file and line, in memory that keeps in proportion to it."""
+"""Untrusted data files: very long lines, odd numbers and bytes, folders, pipes and devices.
+
+Each is read, or refused with file and line, in memory proportional to its size.
+"""
 
 import os
 import subprocess
@@ -11,8 +13,8 @@ from workbench import COMMAND, OLD, Workbench
 
 class Measured(Workbench):
     def run_measured(self, *options):
-        """Exit status, standard error and peak memory in bytes of a run; what this process has when
-        it starts the run is counted as well."""
+        """Exit status, standard error and peak memory in bytes of a run. The memory of this process
+        at the start of the run is included."""
         with open(self.folder / "stderr", "w+b") as stderr:
             run = subprocess.Popen([COMMAND, "run.cfg", *options], cwd=self.folder,
                                    stdout=subprocess.DEVNULL, stderr=stderr)
@@ -22,7 +24,7 @@ class Measured(Workbench):
             return run.returncode, stderr.read().decode(), usage.ru_maxrss * 1024
 
     def assert_in_proportion(self, memory, name, values):
-        """A few times the text and the values, and what any run takes; sanitizers take their own."""
+        """Memory is at most a few times text and values, plus a constant; more under sanitizers."""
         slack = 8 if os.environ.get("SYLVORA_SANITIZE") else 1
         text = (self.folder / name).stat().st_size
         self.assertLess(memory, slack * (7 * text + 6 * 8 * values + (64 << 20)), f"{text} bytes")
@@ -30,8 +32,8 @@ class Measured(Workbench):
 
 class HugeIds(Measured):
     def test_largest_id(self):
-        """In training, rows as wide as ids can be are refused before they take memory, where they do
-        not fit. The other modes need no more columns than the model has."""
+        """Training refuses rows of the largest possible width before it allocates them, if they do
+        not fit. The other modes use only the model's columns."""
         self.succeed()
         for line in "1 2147483647:1", "1 2147483646:1 1:1":
             self.write("wide.txt", ["1 1:1"] * 200 + [line])
@@ -44,7 +46,7 @@ class HugeIds(Measured):
                 self.assert_in_proportion(memory, "wide.txt", 3 * 201)
 
 
-class LongLines(Measured):  # behind HugeIds, since these tests take much memory themselves
+class LongLines(Measured):  # after HugeIds, because these tests use much memory themselves
     def test_a_million_features_in_a_line_of_100_megabytes(self):
         self.succeed()
         columns, digits = 1_000_000, "3" * 98
@@ -77,7 +79,7 @@ class LongLines(Measured):  # behind HugeIds, since these tests take much memory
 
 class OddBytes(Workbench):
     def predict(self, line):
-        """The score of a line, behind one that scores, or the complaint about it."""
+        """The score of a line that follows a valid one, or the error message about it."""
         self.write("odd.txt", "1 1:1\n" + line)
         run = self.run_command("run.cfg", "-mode", "predict", "-fileTest", "odd.txt", "-filePred",
                                "p.txt")
@@ -91,7 +93,7 @@ class OddBytes(Workbench):
         self.succeed("-numTree", "20")
         zeros = "0" * 10000
         cases = [
-            # as read                       as if it were
+            # line                          equivalent line
             ("1 1:2 2:3", "1 1:2 2:3\n"),
             ("1 1:2 2:3\r\n", "1 1:2 2:3\n"),
             ("1 qid:f\u00fcr 1:2 2:3", "1 1:2 2:3\n"),
@@ -115,7 +117,7 @@ class OddBytes(Workbench):
 
 class NoFiles(Workbench):
     def test_folders_and_pipes(self):
-        """In every place of a file to read: a folder is refused, a pipe is read like the file."""
+        """For every input parameter: a folder is refused, a pipe is read like the file."""
         expected = self.model("-fileTest", "train.txt", "-labelTran", "map.txt")
         (self.folder / "folder").mkdir()
         self.write("map.txt", "")

@@ -1,4 +1,4 @@
-"""The printed metrics, against plain quadratic forms of their definitions."""
+"""The printed metrics against simple O(n^2) implementations of their definitions."""
 
 import math
 import random
@@ -10,15 +10,15 @@ from workbench import Workbench, data_lines
 
 
 def ordered_share(rows):
-    """Of the pairs of (score, label) with different labels, the share ordered like the labels."""
+    """The share of the pairs with different labels whose scores have the order of the labels."""
     pairs = [(a[0] - b[0]) * (a[1] - b[1]) for a, b in rows if a[1] != b[1]]
     return sum(1 if p > 0 else 0.5 if p == 0 else 0 for p in pairs) / len(pairs)
 
 
-def ndcg(rows, cut):
-    """None where no label is above 0. Rows with equal scores share the mean of their gains."""
+def ndcg(rows, cutoff):
+    """None if no label is above 0. Rows with equal scores each get the mean of their gains."""
     def gained(ranked):
-        return sum(gain / math.log2(place + 2) for place, gain in enumerate(ranked[:cut]))
+        return sum(gain / math.log2(k + 2) for k, gain in enumerate(ranked[:cutoff]))
     tied = {}
     for score, label in rows:
         tied.setdefault(score, []).append(2.0 ** label - 1)
@@ -29,8 +29,8 @@ def ndcg(rows, cut):
 
 class Metrics(Workbench):
     def evaluate(self, labels, *options, qids=None, mapped=lambda label: label):
-        """Trains and scores; returns the metrics and the (score, label) rows. The test metrics of
-        training, those of mode predict and the scores of both have to agree."""
+        """Trains and scores; returns the metrics and the (score, label) rows. The test metrics and
+        scores of training must equal those of mode predict."""
         self.write("train.txt", data_lines(labels[::-1], qids and qids[::-1]))
         self.write("test.txt", data_lines(labels, qids, seed=8))
         options += ("-fileTest", "test.txt", "-filePred")
@@ -77,9 +77,9 @@ class Metrics(Workbench):
         metrics, rows = self.evaluate(labels, "-modelType", "GBRank", "-maxLeaf", "2", qids=qids)
         queries = [[row for row, qid in zip(rows, qids) if qid == q] for q in sorted(set(qids))]
         expected = {"rows": 123, "queries": 11, "queries without a relevant row": 1}
-        for cut in 1, 5, 10:
-            shares = [ndcg(query, cut) for query in queries]
-            expected[f"NDCG@{cut}"] = sum(share for share in shares if share is not None) / 10
+        for cutoff in 1, 5, 10:
+            shares = [ndcg(query, cutoff) for query in queries]
+            expected[f"NDCG@{cutoff}"] = sum(share for share in shares if share is not None) / 10
         expected["correctly ordered pairs"] = ordered_share(
             pair for query in queries for pair in combinations(query, 2))
         self.check(metrics, expected)

@@ -1,4 +1,4 @@
-"""Models that the command writes, or refuses to write over an older one."""
+"""Verification of models before they replace an older one, and the digits of model files."""
 
 import os
 import re
@@ -10,7 +10,7 @@ from workbench import OLD, REPOSITORY, Workbench, data_lines
 
 class Verification(Workbench):
     def refuse(self, pattern, *options):
-        """A run that goes wrong says so in one line and leaves the older model."""
+        """The run fails with one line that matches `pattern`, and keeps the older model."""
         self.write("model.txt", OLD)
         run = self.fail_with(pattern, *options)
         self.assertEqual(1, run.stderr.count("ERROR:"), run.stderr)
@@ -102,7 +102,7 @@ class Verification(Workbench):
             if run.returncode == 0:
                 break
             self.assertEqual(OLD, self.read("model.txt"))
-            outcomes.update(re.findall("of 60 was not grown|of memory|GB, there are|allocate",
+            outcomes.update(re.findall("of 60 was not grown|of memory|GB, available are|allocate",
                                        run.stderr))
         self.assertIn("of 60 was not grown", outcomes)
 
@@ -110,14 +110,14 @@ class Verification(Workbench):
 class Digits(Workbench):
     def setUp(self):
         super().setUp()
-        # Minutes of Unix time; their midpoints have ten digits.
+        # Unix times a minute apart, whose midpoints have ten digits.
         self.write("train.txt", [f"{i // 40 % 2} 1:{1600000000 + 60 * i}" for i in range(2000)])
         self.configure("fileTest = train.txt")
 
-    def test_rounded_thresholds_are_told(self):
+    def test_rounded_thresholds_are_reported(self):
         run = self.succeed()
         self.assertRegex(run.stderr, r"(?m)^Notice: fileModel model.txt: thresholds are rounded to "
-                                     r"six digits, with which [\d.]+ % of the training rows reach "
+                                     r"six digits, so [\d.]+ % of the training rows reach "
                                      r"another leaf .*; digits = 17 writes them in full$")
         rounded = float(self.metrics(run)["RMSE"])
         run = self.succeed("-digits", "17")

@@ -1,4 +1,4 @@
-"""Runs as a whole: seeds, paths, modes, and what a failure leaves behind."""
+"""Whole runs: seeds, paths, modes, and the files after a failure."""
 
 import os
 import subprocess
@@ -27,7 +27,7 @@ class Seeds(Workbench):
 
 class Processors(Workbench):
     def test_models_do_not_depend_on_the_processor(self):
-        """The C library rounds otherwise without FMA; models are not to know."""
+        """Without FMA the C library rounds differently; models must not change."""
         without_fma = {**os.environ, "GLIBC_TUNABLES": "glibc.cpu.hwcaps=-FMA,-AVX2,-FMA4"}
         for name in "wdbc", "rank":
             models = []
@@ -53,7 +53,7 @@ class Paths(Workbench):
                 self.write("run.cfg", f"modelType = GBDT\nmode = {mode}\n" + "".join(given))
                 self.fail_with(f"{name} is not set")
 
-    def test_outputs_are_tried_before_the_data_is_read(self):
+    def test_outputs_are_checked_before_the_data_is_read(self):
         self.configure("fileTrain = none.txt", "fileTest = none.txt", "pathOutput = none/")
         for option in "-fileModel", "-fileDebug", "-filePred":
             self.fail_with(option[1:] + " none/x: cannot be written: No such", option, "none/x")
@@ -117,7 +117,7 @@ class Modes(Workbench):
         self.write("p.txt", OLD)
         for text in "", "\n \r\n\t":
             self.write("empty.txt", text)
-            for mode, message in ("predict", "holds no rows"), ("analyze", ".* 0 rows"):
+            for mode, message in ("predict", "has no rows to score"), ("analyze", ".* 0 rows"):
                 self.fail_with("fileTest empty.txt: " + message, "-mode", mode, "-fileTest",
                                "empty.txt", "-filePred", "p.txt")
             self.fail_with("fileTest empty.txt: .* 0 rows", "-fileTest", "empty.txt")

@@ -1,4 +1,4 @@
-"""Usage, help, hints, and how a run meets its terminal."""
+"""Usage errors, help, configuration checks, and the progress line."""
 
 import os
 import pty
@@ -33,7 +33,7 @@ class Usage(Workbench):
         for key in re.findall(r"^\| `(\w+)`", printed, re.M):
             self.assertRegex(shown, rf"(?m)^  -?{key}$")
 
-    def test_unknown_keys_are_hinted_at_once(self):
+    def test_each_unknown_key_gets_one_warning(self):
         self.configure("numTre = 3", "NUMTREE = 4", "numTre = 5", "# depth = 1")
         lines = self.succeed().stderr.splitlines()
         self.assertEqual(2, len(lines), lines)
@@ -47,8 +47,8 @@ class Usage(Workbench):
 
 
 class Settings(Workbench):
-    def test_integers_are_what_is_written(self):
-        """The library drops an exponent and what is beyond 32 bits; the command refuses both."""
+    def test_integers_are_read_as_written(self):
+        """The library drops exponents and wraps around beyond 32 bits; the command refuses both."""
         for value in "1e1", "7E", "+", "-", "4294967301", "-4294967291", "9" * 30:
             with self.subTest(value):
                 self.write("cfg", self.read("run.cfg") + f"# 7\n  numTree = {value} 8\nnumTree = 5\n")
@@ -64,8 +64,8 @@ class Settings(Workbench):
         for value in "+5", "005", "+0" + 99 * "0" + "5":
             self.assertEqual(expected, self.model("-numTree", value))
 
-    def test_carriage_returns_alone(self):
-        """Settings and labels behind them would be lost without a word."""
+    def test_lines_that_end_with_cr_alone(self):
+        """Settings and labels after a CR would be lost silently."""
         text = self.read("run.cfg")
         expected = self.model("-labelTran", "map")
         for name, wrong, line in (("cfg", text.replace("\n", "\r"), 1),
@@ -76,31 +76,31 @@ class Settings(Workbench):
             self.write(name, wrong)
             run = self.run_command("cfg", "-labelTran", "map")
             self.assertEqual(1, run.returncode)
-            self.assertRegex(run.stderr, rf"(?m)^ERROR: (labelTran )?{name}, line {line}: goes on "
-                                         "behind a carriage return: lines end with LF or CR LF")
+            self.assertRegex(run.stderr, rf"(?m)^ERROR: (labelTran )?{name}, line {line}: has text "
+                                         "after a carriage return: lines end with LF or CR LF")
         self.write("map", "")
         for ends in "\r\n", "\n\r":
             self.write("cfg", text.replace("\n", ends))
             self.assertEqual(0, self.run_command("cfg", "-labelTran", "map").returncode)
             self.assertEqual(expected, self.read("model.txt"))
 
-    def test_pipes_are_judged_like_files(self):
+    def test_pipes_are_checked_like_files(self):
         text = self.read("run.cfg")
         for more, message in (("numTre = 1\n", "WARNING: /dev/stdin, line 7: no parameter"),
                               ("numTree = 1e9\n", 'ERROR: /dev/stdin, line 7: numTree "1e9"'),
-                              ("maxLeaf = 5\rnumTree = 1\n", "ERROR: /dev/stdin, line 7: goes on")):
+                              ("maxLeaf = 5\rnumTree = 1\n", "ERROR: /dev/stdin, line 7: has ")):
             run = self.run_command("/dev/stdin", input=text + more)
             self.assertRegex(run.stderr, "^" + message)
         run = self.run_command("run.cfg", "-labelTran", "/dev/stdin", input="0 1\r2 3\r")
-        self.assertRegex(run.stderr, "^ERROR: labelTran /dev/stdin, line 1: goes on")
+        self.assertRegex(run.stderr, "^ERROR: labelTran /dev/stdin, line 1: has text")
 
 
 class Progress(Workbench):
     def on_terminal(self, *options):
         try:
             ours, theirs = pty.openpty()
-        except OSError as none:  # a bare change of the root folder has no /dev/pts
-            self.skipTest(f"no terminal to be had: {none}")
+        except OSError as none:  # a bare chroot has no /dev/pts
+            self.skipTest(f"no terminal available: {none}")
         run = subprocess.Popen([COMMAND, "run.cfg", *options], cwd=self.folder, stderr=theirs,
                                stdout=subprocess.DEVNULL)
         os.close(theirs)
@@ -108,7 +108,7 @@ class Progress(Workbench):
         try:
             while piece := os.read(ours, 4096):
                 shown += piece
-        except OSError:  # the way in which a terminal says that its other side is closed
+        except OSError:  # EIO: the other side of the terminal is closed
             pass
         os.close(ours)
         self.assertEqual(0, run.wait())

@@ -1,4 +1,4 @@
-"""What the tests of the command share: a folder per test, runs of the command, small data."""
+"""Shared by the tests of the command: a folder per test, runs of the command, small data."""
 
 import os
 import random
@@ -9,7 +9,7 @@ from pathlib import Path
 
 COMMAND = os.path.abspath(os.environ["SYLVORA_COMMAND"])
 REPOSITORY = Path(__file__).resolve().parents[2]
-OLD = "an older file\n"  # what must survive a run that fails
+OLD = "an older file\n"  # must still be there after a failed run
 
 
 def data_lines(labels, qids=None, columns=3, seed=7):
@@ -24,7 +24,7 @@ def data_lines(labels, qids=None, columns=3, seed=7):
 
 
 class Workbench(unittest.TestCase):
-    """Each test works in a folder of its own that holds a configuration for a small GBDT."""
+    """Each test has its own folder with data and a configuration for a small GBDT."""
 
     def setUp(self):
         folder = tempfile.TemporaryDirectory()
@@ -54,14 +54,14 @@ class Workbench(unittest.TestCase):
         return run
 
     def fail_with(self, pattern, *options, status=1):
-        """The run ends with `status` and a line "ERROR: " that matches `pattern`."""
+        """Checks that the run ends with `status` and an "ERROR: " line that matches `pattern`."""
         run = self.run_command("run.cfg", *options)
         self.assertEqual(status, run.returncode, run.stderr)
         self.assertRegex(run.stderr, f"(?m)^ERROR: .*{pattern}")
         return run
 
     def model(self, *options, **settings):
-        """The model file that a run writes."""
+        """Runs the command; returns the content of the model file."""
         self.succeed(*options, **settings)
         return self.read("model.txt")
 

@@ -1,5 +1,5 @@
-// What is demanded of a model file, damaged or not: the library takes what the oracle takes, scores
-// what the oracle scores, and says in a line why it does not.
+// Checks of a model file, damaged or not: the library must load what the oracle loads, give the
+// same scores, and explain every refusal in one line.
 #ifndef SYLVORA_TESTS_DAMAGE_MODELCHECK_H
 #define SYLVORA_TESTS_DAMAGE_MODELCHECK_H
 
@@ -19,7 +19,7 @@ namespace sylvora::tests {
 
 class ModelCheck {
   public:
-    // Loads and scores the text. Returns what is wrong with the outcome, empty if nothing is.
+    // Loads and scores the text. Returns a description of the first fault, or an empty string.
     std::string Run(const std::string& text) {
         ++numTried;
         const ModelOracle oracle(text);
@@ -30,7 +30,7 @@ class ModelCheck {
         if ((status == 0) != said.empty()) return Text("load: ", status, " with message ", said);
         ++(status == 0 ? numLoaded : numRefused);
         if (status != 0) return IsRefusal(said) ? "" : "load says: " + said;
-        // What rows of very many columns cost is not the question here.
+        // Skips models with very many columns, whose rows would take much memory.
         return oracle.DimFea() <= kMostColumns ? CheckRows(learner, oracle) : "";
     }
 
@@ -81,7 +81,7 @@ class ModelCheck {
         return status == 0 || IsScoreRefusal(said) ? "" : "analysis says: " + said;
     }
 
-    // Missing values, NaN, thresholds and their neighbours.
+    // Rows of missing values, NaN, thresholds and the doubles next to them.
     static VecDle Rows(const ModelOracle& oracle, size_t dim) {
         VecDle choiceV = {0.0, -2147483648.0, std::numeric_limits<double>::quiet_NaN(), 1e300};
         for (const double threshold : oracle.Thresholds()) {
@@ -98,7 +98,7 @@ class ModelCheck {
         return (std::isnan(a) && std::isnan(b)) || std::memcmp(&a, &b, sizeof a) == 0;
     }
 
-    // One line, or one of the two messages that have a second by definition.
+    // True for one line, or for one of the two messages that have a second line by definition.
     static bool IsRefusal(const std::string& said) {
         if (said.rfind("idxTreeArray: ", 0) == 0) {
             const std::string end = "!\nERROR: Model format is wrong!\n";

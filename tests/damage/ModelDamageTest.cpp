@@ -1,9 +1,9 @@
-// Model files of every type, damaged in every small way: cut at each byte, bytes changed and added
-// at each place, each count and index replaced. Whatever comes of it is compared with a reader that
-// shares no code (ModelCheck.h); no walk may take more steps than its tree has nodes.
+// Model files of every type with small damage: truncated at each byte, bytes changed and inserted
+// at each position, each token replaced. The result is compared with a reader that shares no code
+// with the library (ModelCheck.h). No walk may take more steps than its tree has nodes.
 //
-// SYLVORA_DAMAGE=all in the environment takes all bytes rather than a few; each test then tells how
-// many files it tried.
+// SYLVORA_DAMAGE=all in the environment tries all byte values instead of a few; each test then
+// prints the number of files that it tried.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -79,7 +79,7 @@ class ModelDamage : public testing::TestWithParam<Type> {
     ModelCheck check;
 };
 
-// Without its last line feed, too, a file may have lost digits.
+// This includes the file without its last line feed, which may have lost digits.
 TEST_P(ModelDamage, CutAnywhere) {
     for (size_t length = 0; length < model.size(); ++length) {
         const std::string cut = model.substr(0, length);
@@ -103,7 +103,7 @@ TEST_P(ModelDamage, AnyByte) {
     }
 }
 
-// Each token in turn is left out, doubled, and replaced by numbers around all that occur.
+// Each token in turn is removed, duplicated, and replaced by values near those that occur.
 TEST_P(ModelDamage, AnyToken) {
     std::vector<std::string> replacementV = {"",           "nan",     "-",      "1e999",
                                              "2147483647", "1000000", "-2.5e9", "99999999999"};

@@ -1,5 +1,5 @@
-// A second reader of model files, which shares nothing with the library's but the format: what a
-// damaged file has to come to, and what the ensemble in it scores.
+// An independent reader of model files, which shares only the format with the library. It says
+// whether a damaged file must load, and what its ensemble scores.
 #ifndef SYLVORA_TESTS_DAMAGE_MODELORACLE_H
 #define SYLVORA_TESTS_DAMAGE_MODELORACLE_H
 
@@ -29,14 +29,14 @@ class ModelOracle {
         }
     }
 
-    // Whether the loader takes the file, and whether rows can be scored with what it then has.
+    // Whether the file must load, and whether the loaded model must be able to score.
     bool Loads() const { return fLoads; }
     bool Scores() const { return fScores; }
     bool HasGroups() const { return !groupV.empty(); }
     int DimFea() const { return dimFea; }
     const std::vector<double>& Thresholds() const { return thresholdV; }
 
-    // `fMajority`: a group's vote ends at an absolute majority. Throws where a walk takes more
+    // With `fMajority` a group's vote ends at an absolute majority. Throws if a walk takes more
     // steps than its tree has nodes.
     double Score(const double* row, bool fMajority) const {
         double result = 0.0;
@@ -128,7 +128,8 @@ class ModelOracle {
 
     bool IsLeaf(const Node& node) const { return node.status == "TERMINAL"; }
 
-    // Every node has at most one parent, which comes before it, so no walk meets a node twice.
+    // Checks that every node has at most one parent, which comes before it, so that no walk visits
+    // a node twice.
     bool IsTree(const Tree& tree) const {
         std::vector<int> sonV;
         for (size_t k = 0; k < tree.size(); ++k) {

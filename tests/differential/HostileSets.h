@@ -1,4 +1,4 @@
-// Small hostile data sets for training.
+// Random small data sets that provoke ties, near-ties, extreme values and constant columns.
 #ifndef SYLVORA_TESTS_DIFFERENTIAL_HOSTILESETS_H
 #define SYLVORA_TESTS_DIFFERENTIAL_HOSTILESETS_H
 
@@ -40,7 +40,7 @@ class Maker {
         return set;
     }
 
-    // A forest, or a classification's single tree, of up to mostRows rows.
+    // Settings and data for a forest or a single classification tree; at most mostRows rows.
     Set MakeListed(int mostRows) {
         Set set;
         CheckCfgCLS& c = set.cfg;
@@ -57,7 +57,7 @@ class Maker {
         return set;
     }
 
-    // Boosted trees on columns of all kinds, `fWeights`: with weights.
+    // Settings and data for boosted trees on columns of all kinds; with `fWeights`, weighted rows.
     Set MakeLarger(int numRows, bool fWeights = false) {
         Set set;
         set.cfg.modelType = fWeights ? "GBRank" : "GBDT";
@@ -148,7 +148,7 @@ class Maker {
         }
     }
 
-    // Every class occurs, as far as there are rows.
+    // Every class occurs, if there are enough rows.
     void FillClasses(Set& set, int numClasses) {
         const int noise = Below(3) * 3;
         for (const VecDle& row : set.rows) {

@@ -1,5 +1,5 @@
-// The growth on sorted lists against the plain form: classification and forests, with any number of
-// threads, alone and in teams.
+// Tree growth on sorted lists against the reference implementation: classification and forests,
+// with any number of threads, with one worker per node and several.
 //
 // SYLVORA_DIFFERENTIAL in the environment multiplies the number of data sets.
 #include <gtest/gtest.h>
@@ -16,47 +16,48 @@ using hostile::Maker;
 using hostile::Outcome;
 using hostile::Set;
 
-struct Way {
+struct Variant {
     int numThread;
     const char* tuning;
 };
 
-void ExpectEqualForms(Set set, unsigned seed) {
-    static const Way kWays[] = {{1, ""},
-                                {3, "teamRows=0"},
-                                {8, "teamRows=30"},
-                                {1, "listPercent=1000"},
-                                {3, "listPercent=0 teamRows=10"}};
-    const std::string plain = Outcome(set, "1", "");
-    for (const Way& way : kWays) {
-        if (way.numThread == 8 && seed % 8 != 0) continue;  // more threads than processors: slow
-        set.cfg.numThread = way.numThread;
-        ASSERT_TRUE(Outcome(set, "0", way.tuning) == plain)
+void ExpectEqualReference(Set set, unsigned seed) {
+    static const Variant kVariants[] = {{1, ""},
+                                        {3, "teamRows=0"},
+                                        {8, "teamRows=30"},
+                                        {1, "listPercent=1000"},
+                                        {3, "listPercent=0 teamRows=10"}};
+    const std::string reference = Outcome(set, "1", "");
+    for (const Variant& variant : kVariants) {
+        if (variant.numThread == 8 && seed % 8 != 0)
+            continue;  // more threads than processors: slow
+        set.cfg.numThread = variant.numThread;
+        ASSERT_TRUE(Outcome(set, "0", variant.tuning) == reference)
             << "data set " << seed << ", " << set.cfg.modelType << " " << set.cfg.fRegCls << ", "
-            << way.numThread << " threads, tuning \"" << way.tuning << "\", rows "
+            << variant.numThread << " threads, tuning \"" << variant.tuning << "\", rows "
             << set.rows.size() << ", columns " << set.rows[0].size();
     }
 }
 
-void ExpectEqualForms(unsigned numSets, int mostRows) {
+void ExpectEqualReference(unsigned numSets, int mostRows) {
     for (unsigned seed = 1; seed <= numSets && !testing::Test::HasFatalFailure(); ++seed) {
-        ExpectEqualForms(Maker(seed).MakeListed(mostRows), seed);
+        ExpectEqualReference(Maker(seed).MakeListed(mostRows), seed);
     }
     unsetenv("SYLVORA_PLAIN");
     unsetenv("SYLVORA_TUNING");
 }
 
-TEST(ListsDifferential, EqualPlainForm) {
-    ExpectEqualForms(hostile::Scaled(400), 300);
+TEST(ListsDifferential, EqualReference) {
+    ExpectEqualReference(hostile::Scaled(400), 300);
 }
 
-TEST(ListsDifferential, EqualPlainFormOnLargerSets) {
-    ExpectEqualForms(3, 9000);
+TEST(ListsDifferential, EqualReferenceOnLargerSets) {
+    ExpectEqualReference(3, 9000);
 }
 
-// A column that is its own mirror image: every cut has a twin in the same list with the same score
-// but for rounding, and ties leave it to the plain form to say which rounds higher.
-TEST(ListsDifferential, EqualPlainFormOnMirroredColumns) {
+// In a column that is its own mirror image, each candidate has a mirrored one whose score differs
+// only by rounding. The reference implementation decides which of these near-ties rounds higher.
+TEST(ListsDifferential, EqualReferenceOnMirroredColumns) {
     for (unsigned seed = 1; seed <= 100 && !testing::Test::HasFatalFailure(); ++seed) {
         std::mt19937 random(seed);
         Set set;
@@ -74,7 +75,7 @@ TEST(ListsDifferential, EqualPlainFormOnMirroredColumns) {
         set.cfg.ratio = set.cfg.valSmpRt = 1.0;
         set.cfg.fSetThread = true;
         set.cfg.fileModel = "/dev/null";
-        ExpectEqualForms(set, seed);
+        ExpectEqualReference(set, seed);
     }
     unsetenv("SYLVORA_PLAIN");
     unsetenv("SYLVORA_TUNING");

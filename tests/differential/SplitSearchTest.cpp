@@ -1,6 +1,7 @@
-// The search of a single node against the plain scan, on nodes made so that cuts of different
-// columns differ by about as much as sums of doubles are off: what is left out of an error bound
-// shows here, and not where cuts are either far apart or equal.
+// The engine's split search of single nodes against the reference search. The nodes have near-ties:
+// candidates of different columns whose scores differ by about the rounding error of the sums. A
+// term missing from an error bound shows up here, but not on nodes whose candidates are far apart
+// or equal.
 //
 // SYLVORA_DIFFERENTIAL in the environment multiplies the number of nodes.
 #include <gtest/gtest.h>
@@ -42,7 +43,8 @@ struct NearTies {
     double Normal() { return std::normal_distribution<double>()(random); }
 
   private:
-    // Two clusters, or one, with noise of any size; fixed steps make sums exact, or nearly so.
+    // Gradients in one or two clusters with noise of any size; with a fixed step sums are (nearly)
+    // exact.
     void FillGradients(int numRows) {
         const double high = Below(3) == 0 ? 1e4 : 1.0;
         const double low = Below(3) == 0 ? 0.0 : -1.0;
@@ -54,14 +56,14 @@ struct NearTies {
             gradV.push_back(gradient);
         }
         const int kind = Below(3);
-        // Plain sums over long runs of one sign go far before they come back.
+        // Over long runs of one sign, partial sums grow large before they cancel.
         if (kind == 0) std::sort(gradV.begin(), gradV.end());
-        // The total is exact, so that only the sums of the columns are off.
+        // The total is exact, so that only the columns' partial sums have rounding errors.
         for (size_t i = 1; i < gradV.size() && kind == 1; i += 2) gradV[i] = -gradV[i - 1];
     }
 
-    // A column in the order of the gradients or against it, with neighbours exchanged here and
-    // there, ties, and at times nothing to do with them.
+    // A column in the order of the gradients or the reverse, with some neighbours swapped and some
+    // ties; sometimes unrelated to them.
     void AppendColumn() {
         std::vector<int> orderV(gradV.size());
         std::iota(orderV.begin(), orderV.end(), 0);
@@ -117,10 +119,10 @@ struct Node {
 
     struct Found {
         SearchResult result;
-        double below = 0.0;  // the highest value left of the winning cut
+        double below = 0.0;  // the highest value left of the best split
     };
 
-    // With histograms of up to `mostBins` bins, or by sorting alone.
+    // Searches with histograms of up to `mostBins` bins, or only by sorting.
     Found Search(int mostBins, int fewKeys, bool fHistogram, WorkerPool& pool) const {
         Tuning tuning;
         tuning.mostBins = mostBins;
@@ -148,7 +150,7 @@ struct Node {
         return {result, result.fFound ? HighestOf(data, result.winner) : 0.0};
     }
 
-    // The highest value at or below the winning cut.
+    // The highest value left of the best split.
     double HighestOf(const BinnedColumns& data, const Candidate& winner) const {
         double highest = -HUGE_VAL;
         for (size_t row = 0; row < rowV.size(); ++row) {
@@ -170,7 +172,7 @@ struct Way {
     bool fHistogram;
 };
 
-TEST(NodeSearchDifferential, NearTiesGoAsInThePlainScan) {
+TEST(NodeSearchDifferential, NearTiesAgreeWithTheReference) {
     const unsigned numNodes = hostile::Scaled(6000);
     int numFound = 0;
     WorkerPool alone, shared;
@@ -193,7 +195,7 @@ TEST(NodeSearchDifferential, NearTiesGoAsInThePlainScan) {
                                 << way.mostBins << ", histogram " << way.fHistogram;
         }
     }
-    // Deciding nothing would be right as well.
+    // A search that left every node to the reference would pass the above, so it must decide some.
     EXPECT_GT(numFound, static_cast<int>(numNodes / 2));
 }
 

@@ -1,4 +1,4 @@
-// A training run as bytes: whatever two runs do differently, differs there.
+// Runs a training and returns its complete outcome as bytes, so that two runs can be compared.
 #ifndef SYLVORA_TESTS_DIFFERENTIAL_TRAININGRUN_H
 #define SYLVORA_TESTS_DIFFERENTIAL_TRAININGRUN_H
 
@@ -11,7 +11,7 @@
 
 namespace hostile {
 
-// So many of `count`: SYLVORA_DIFFERENTIAL in the environment multiplies it, also by less than 1.
+// `count` times the environment variable SYLVORA_DIFFERENTIAL, which may be below 1.
 inline unsigned Scaled(unsigned count) {
     const char* factor = std::getenv("SYLVORA_DIFFERENTIAL");
     return factor != nullptr ? static_cast<unsigned>(count * std::atof(factor)) : count;
@@ -22,15 +22,16 @@ struct Set {
     VecVecDle rows;
     VecInt queries;
     CheckCfgCLS cfg;
-    void (*unchecked)(CheckCfgCLS& cfg) = nullptr;     // changes settings behind CheckCfg's back
+    void (*unchecked)(CheckCfgCLS& cfg) = nullptr;     // changes settings after CheckCfg
     ProgressFuncType progress = nullptr;               // called with the learner
     void (*prepared)(TreeLearner& learner) = nullptr;  // called after ParamInit
 };
 
-// In the plain form or with the engine so tuned: status, every node with its rows' sums,
-// predictions, the end of the random stream and all messages.
-inline std::string Outcome(const Set& set, const char* plain, const char* tuning) {
-    setenv("SYLVORA_PLAIN", plain, 1);
+// Trains with the reference implementation (`reference` "1") or with the engine ("0") and `tuning`.
+// Returns the status, every node with the sums of its rows, the predictions, the final state of the
+// random generator and all messages.
+inline std::string Outcome(const Set& set, const char* reference, const char* tuning) {
+    setenv("SYLVORA_PLAIN", reference, 1);
     setenv("SYLVORA_TUNING", tuning, 1);
     std::string bytes;
     const auto add = [&bytes](const auto& value) {

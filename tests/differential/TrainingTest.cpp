@@ -1,5 +1,6 @@
-// The engine against the plain form: small hostile data sets, every way through the engine, and
-// nothing may differ in a single bit: nodes, their rows' sums, predictions, the random stream.
+// The engine against the reference implementation, on small hostile data sets and through every
+// code path of the engine. Nodes, the sums of their rows, predictions and the random generator's
+// state must be equal bit for bit.
 //
 // SYLVORA_DIFFERENTIAL in the environment multiplies the number of data sets, and the rows of the
 // larger ones.
@@ -19,30 +20,30 @@ using hostile::Maker;
 using hostile::Outcome;
 using hostile::Set;
 
-void ExpectSame(const Set& set, const std::string& plain, const char* tuning, unsigned seed) {
-    ASSERT_TRUE(Outcome(set, "0", tuning) == plain)
+void ExpectSame(const Set& set, const std::string& reference, const char* tuning, unsigned seed) {
+    ASSERT_TRUE(Outcome(set, "0", tuning) == reference)
         << "data set " << seed << ", " << set.cfg.modelType << ", tuning \"" << tuning
         << "\", threads " << set.cfg.numThread << ", rows " << set.rows.size() << ", columns "
         << set.rows[0].size();
 }
 
-TEST(TrainingDifferential, EngineEqualsPlainForm) {
+TEST(TrainingDifferential, EngineEqualsReference) {
     static const char* const kTunings[] = {
         "", "smallNode=0", "smallNode=0 mostBins=16 directPercent=0 fewKeys=0",
         "smallNode=8 mostBins=4 directPercent=0 chunkRows=4",
         "smallNode=0 mostBins=2 fewKeys=4 directPercent=40 rankBits=2"};
     for (unsigned seed = 1; seed <= hostile::Scaled(600) && !HasFatalFailure(); ++seed) {
         const Set set = Maker(seed).Make();
-        const std::string plain = Outcome(set, "1", "");
-        for (const char* tuning : kTunings) ExpectSame(set, plain, tuning, seed);
+        const std::string reference = Outcome(set, "1", "");
+        for (const char* tuning : kTunings) ExpectSame(set, reference, tuning, seed);
     }
     unsetenv("SYLVORA_PLAIN");
     unsetenv("SYLVORA_TUNING");
 }
 
-// Enough rows for bytes that stand for several bins, and for workers to share a node; 200,000 with
-// SYLVORA_DIFFERENTIAL=5 and more.
-TEST(TrainingDifferential, EngineEqualsPlainFormOnLargerSets) {
+// Enough rows for bins of several ranks, and for several workers per node; 200,000 rows if
+// SYLVORA_DIFFERENTIAL is 5 or more.
+TEST(TrainingDifferential, EngineEqualsReferenceOnLargerSets) {
     static const char* const kTunings[] = {"",
                                            "smallNode=0 fewKeys=0 directPercent=0 chunkRows=500 "
                                            "rankBits=3"};
@@ -51,17 +52,17 @@ TEST(TrainingDifferential, EngineEqualsPlainFormOnLargerSets) {
     for (unsigned seed = 1; seed <= 3 * numLarge && !HasFatalFailure(); ++seed) {
         const bool fLarge = seed <= numLarge;
         Set set = Maker(seed).MakeLarger(fLarge ? numRows : 6000, seed % 3 == 0);
-        const std::string plain = Outcome(set, "1", "");
+        const std::string reference = Outcome(set, "1", "");
         for (const int numThread : {1, 3, 8}) {
             set.cfg.numThread = numThread;
-            for (const char* tuning : kTunings) ExpectSame(set, plain, tuning, seed);
+            for (const char* tuning : kTunings) ExpectSame(set, reference, tuning, seed);
         }
     }
     unsetenv("SYLVORA_PLAIN");
     unsetenv("SYLVORA_TUNING");
 }
 
-// Meddles with all that rows for the next tree may have been drawn ahead with.
+// Changes everything that the engine may already have used to sample the next tree's rows.
 int Meddle(void* context, int done, int) {
     TreeLearner& learner = *static_cast<TreeLearner*>(context);
     learner.valSmpRt = done % 3 == 0 ? 0.5 : 0.9;
@@ -87,10 +88,10 @@ TEST(TrainingDifferential, OddSettingsAndCallbacks) {
             SCOPED_TRACE(oddity.what);
             Set set = seed % 3 == 0 ? Maker(seed).MakeListed(80) : Maker(seed).MakeLarger(300);
             oddity.apply(set);
-            const std::string plain = Outcome(set, "1", "");
+            const std::string reference = Outcome(set, "1", "");
             for (const int numThread : {1, 3}) {
                 set.cfg.numThread = numThread;
-                ExpectSame(set, plain, "smallNode=8", seed);
+                ExpectSame(set, reference, "smallNode=8", seed);
             }
         }
     }

@@ -17,7 +17,7 @@ using hostile::Maker;
 using hostile::Outcome;
 using hostile::Set;
 
-// Of 0 to 5, with some below 0 and some large ones.
+// Weights from 0 to 5, with a few negative and a few large ones.
 void SetWeights(TreeLearner& learner, unsigned seed) {
     std::mt19937 random(seed);
     for (int i = 0; i < learner.sampleSize; ++i) {
@@ -32,7 +32,7 @@ void StartWeighted(TreeLearner& learner) {
     SetWeights(learner, static_cast<unsigned>(learner.sampleSize));
 }
 
-// The rows of the next tree may have been drawn already, with the weights of the last one.
+// The engine may already have sampled the next tree's rows, with the previous weights.
 int ChangeWeights(void* context, int done, int) {
     TreeLearner& learner = *static_cast<TreeLearner*>(context);
     if (done % 3 == 0) {
@@ -57,7 +57,7 @@ void ExpectEqual(Set set, unsigned seed) {
         for (const char* tuning : {"", "smallNode=4 chunkRows=8 listPercent=101"})
             expectSame(tuning);
     }
-    set.cfg.fDebug = true;  // not in a forest: CheckCfg takes it back
+    set.cfg.fDebug = true;  // CheckCfg resets it for a forest
     set.cfg.fileDebug = "/dev/null";
     expectSame("");
 }
@@ -75,7 +75,7 @@ TEST(WeightsDifferential, EngineAndDebugReportGrowTheSameTrees) {
     unsetenv("SYLVORA_TUNING");
 }
 
-// A weight that a tree does not honour would give it another sum.
+// A tree that ignored a weight would have other sums.
 TEST(WeightsDifferential, WeightsReachTheTrees) {
     Set set = Maker(1).MakeLarger(300);
     set.cfg.ratio = set.cfg.valSmpRt = 1.0;
@@ -90,7 +90,7 @@ TEST(WeightsDifferential, WeightsReachTheTrees) {
     unsetenv("SYLVORA_TUNING");
 }
 
-// Nodes add weights up as ints.
+// Nodes sum weights as ints.
 TEST(WeightsDifferential, SumsThatNoIntHoldsAreRefused) {
     Set set = Maker(1).MakeLarger(300);
     set.cfg.numThread = 2;
@@ -99,8 +99,8 @@ TEST(WeightsDifferential, SumsThatNoIntHoldsAreRefused) {
         std::fill_n(learner.numPairDistinctQueV, learner.sampleSize, 0);
         std::fill_n(learner.numPairDistinctQueV, 2, 1 << 30);
     };
-    for (const char* plain : {"0", "1"}) {
-        EXPECT_NE(Outcome(set, plain, "")
+    for (const char* reference : {"0", "1"}) {
+        EXPECT_NE(Outcome(set, reference, "")
                       .find("ERROR: The weights of the tree's 2 rows add up to 2147483648, more "
                             "than 2147483647: use smaller weights!\n"),
                   std::string::npos);

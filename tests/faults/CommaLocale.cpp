@@ -1,5 +1,5 @@
-// Preloaded, puts a program of any kind under the locale of its environment, in C and in C++, as a
-// program for people in that country would do it itself. Ends it where that locale has no comma.
+// A library for LD_PRELOAD that sets the C and the C++ locale of a program from its environment, as
+// a localised program would. Ends the program if the locale has no decimal comma.
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>

@@ -1,5 +1,5 @@
-// The calls that fail on order. The linker's --wrap leads calls of malloc and its kin to __wrap_...
-// here and __real_... to the true ones.
+// Failing calls on request. The linker's --wrap redirects calls of malloc and similar functions to
+// __wrap_... in this file; __real_... are the original functions.
 #include "FailingCalls.h"
 
 #include <pthread.h>

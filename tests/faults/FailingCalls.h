@@ -1,6 +1,5 @@
-// Calls that fail on order: memory that runs out and threads that cannot be started, at any place
-// of a run. Everything in the program that allocates or starts a thread goes through here; see
-// tests/CMakeLists.txt for how.
+// Makes allocations or thread starts fail on request, at any point of a run. All allocations and
+// thread starts of the program go through this unit; tests/CMakeLists.txt sets the linker options.
 #ifndef SYLVORA_TESTS_FAULTS_FAILINGCALLS_H
 #define SYLVORA_TESTS_FAULTS_FAILINGCALLS_H
 
@@ -10,8 +9,8 @@ namespace sylvora::tests {
 
 enum class Call { kAllocation, kThreadStart };
 
-// While it lives, call number `first` (from 0) of the kind fails, and all later ones if
-// `fForGood`. One at a time.
+// While an object exists, call number `first` (from 0) of this kind fails, and with `fForGood` all
+// later ones too. Only one object may exist at a time.
 class FailingCalls {
   public:
     FailingCalls(Call call, long first, bool fForGood);
@@ -19,17 +18,17 @@ class FailingCalls {
     FailingCalls(const FailingCalls&) = delete;
     FailingCalls& operator=(const FailingCalls&) = delete;
 
-    // Whether there were so many calls.
+    // True if a call has failed, so the run made more than `first` calls.
     static bool HasFailed();
 };
 
-// Threads that were started and not joined.
+// The number of threads that were started and not joined.
 int NumRunningThreads();
 
 }  // namespace sylvora::tests
 
-// For programs that load this code as a library: the same for allocations, without an object.
-// FailAllocations(-1, 0) ends it. Both return whether a call has failed.
+// The same for allocations, for programs that load this code as a library. FailAllocations(-1, 0)
+// switches it off. Returns whether a call has failed since the last call of this function.
 extern "C" SYLVORA_API int FailAllocations(long first, int fForGood);
 
 #endif  // SYLVORA_TESTS_FAULTS_FAILINGCALLS_H

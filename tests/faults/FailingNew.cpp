@@ -1,5 +1,4 @@
-// operator new by way of malloc, which fails on order (FailingCalls.cpp); replaced as the language
-// provides for.
+// Replaces operator new by one that calls malloc, which can fail on request (FailingCalls.cpp).
 #include <cstddef>
 #include <cstdlib>
 #include <new>

@@ -1,5 +1,6 @@
-// Memory that runs out and threads that cannot be started, at every place of a run: a line says so,
-// the status is -1, and nothing is lost or left over. The sanitizer builds look for leaks.
+// Makes every allocation and every thread start of a run fail in turn. The run must write a line
+// and return -1; older files stay and no temporary files remain. The sanitizer builds look for
+// leaks.
 #include <algorithm>
 #include <functional>
 #include <iostream>
@@ -24,7 +25,7 @@ using namespace sylvora::tests;
 constexpr int kColumns = 3;
 const char kOld[] = "an older file\n";
 
-// Labels and rows of a small set.
+// The labels and rows of a small data set.
 struct Rows {
     VecDle labelV;
     VecVecDle rowVV;
@@ -46,15 +47,15 @@ Rows MakeRows(const CheckCfgCLS& cfg, size_t numRows) {
     return rows;
 }
 
-// A piece of work and the file that it writes. `Run` returns a status; what it needs beyond the
-// work itself is made before, by `Make`.
+// A run and the file that it writes. `Make` prepares what the run needs, without failing calls, and
+// returns the function to test, which returns a status.
 struct Work {
     std::string name;
     std::function<std::function<int()>()> make;
     std::string output;
 };
 
-// All lines that were written about failures.
+// All distinct lines that failures have written.
 typedef std::set<std::string> Lines;
 
 void Collect(const std::string& text, Lines& lines) {
@@ -62,7 +63,7 @@ void Collect(const std::string& text, Lines& lines) {
     for (std::string line; std::getline(in, line);) lines.insert(line);
 }
 
-// Fails each call of a kind in turn, until the work gets by without.
+// Makes each call of a kind fail in turn, until the run makes no such call.
 class Sweep {
   public:
     Sweep(const TempFolder& f, Call failing, std::string cause)
@@ -92,7 +93,7 @@ class Sweep {
     const Lines& Seen() const { return lines; }
 
   private:
-    // Whether the call was made at all.
+    // Returns false if the run made fewer calls.
     bool TryOnce(const Work& work, long first, bool fForGood, Captured& err) {
         const std::function<int()> run = work.make();
         int status = 0;
@@ -153,7 +154,7 @@ CheckCfgCLS SettingsOf(const Kind& kind, const TempFolder& folder, int numThread
     return cfg;
 }
 
-// All steps of a training with a test and a development set.
+// All steps of a training, with a test and a development set.
 int Train(TreeLearner& learner, Rows& train, Rows& test, Rows& dev, std::string& fileTran) {
     gseed = -1;
     const auto take = [&learner](Rows& rows, int type) {
@@ -200,7 +201,7 @@ TEST(Faults, MemoryRunsOutInATraining) {
             sweep.Try(Training(cfg, folder));
         }
     }
-    // Workers that help each other, and a forest on histograms.
+    // Forces workers to share nodes, and a forest to use histograms.
     setenv("SYLVORA_TUNING", "chunkRows=4 smallNode=2 listPercent=101", 1);
     for (const Kind& kind : {kKinds[0], kKinds[3], kKinds[4]}) {
         sweep.Try(Training(SettingsOf(kind, folder, 3), folder));
@@ -262,7 +263,7 @@ TEST(Faults, MemoryRunsOutInScoring) {
     }
 }
 
-// As main() runs a mode.
+// Runs a mode as main() does.
 int RunCommand(const std::string& fileCfg, int (*mode)(sylvora::frontend::Command&)) {
     try {
         sylvora::frontend::Command command;

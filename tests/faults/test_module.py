@@ -1,6 +1,6 @@
-"""The module `sylvora` when memory runs out: at every allocation of its own, and at every one of the
-interpreter's where that lets itself be told so. Runs under Python 2.7 and 3.8 and later, with a
-module in PYTHONPATH that has faults/FailingCalls.cpp in it.
+"""Makes each allocation of the module `sylvora` fail in turn, and each of the interpreter's, if it
+supports that. Runs under Python 2.7 and 3.8 and later. The module in PYTHONPATH must be built with
+faults/FailingCalls.cpp.
 """
 import ctypes
 import os
@@ -31,8 +31,8 @@ class OwnMemory(object):
 
 
 class InterpreterMemory(object):
-    """Allocations of the interpreter. It does not say whether one failed: 40 are more than a call
-    has."""
+    """Allocations of the interpreter. It does not report whether one failed, so the first 40 are
+    tried: more than a call makes."""
 
     def start(self, first, for_good):
         self.first = first
@@ -53,7 +53,7 @@ class MemoryTest(unittest.TestCase):
         self.addCleanup(os.remove, self.path)
 
     def sweep(self, memory, function, errors):
-        """Fails each allocation in turn; returns what the function returned when none failed."""
+        """Makes each allocation fail in turn; returns the function's result when none failed."""
         for for_good in (False, True):
             first, failed, refused = 0, True, 0
             while failed:
@@ -84,7 +84,7 @@ class MemoryTest(unittest.TestCase):
     def check(self, memory):
         errors = (sylvora.error, MemoryError)
         handle = self.sweep(memory, lambda: sylvora.LoadModel(self.path), errors)
-        # A call within the conversion finds the handle's own buffer lent out and needs another.
+        # A nested call during the conversion finds the handle's buffer in use; it allocates one.
         nested = type('Item', (), {'__float__': lambda _: sylvora.OnlineTesting(handle, ROW)[0] * 0 + 3})
         row = [nested()] + ROW[1:]
         result = self.sweep(memory, lambda: sylvora.OnlineTesting(handle, row), errors)

@@ -1,5 +1,6 @@
-// Data files read in blocks by several threads, once or twice, against a plain reader: one line
-// after the other, token by token. Rows, queries, statuses and messages must be the same.
+// Compares data files read in blocks by several threads, in one pass or two, with the reference
+// reader, which goes line by line and token by token. Rows, queries, statuses and messages must be
+// equal.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -8,7 +9,7 @@
 #include <vector>
 
 #include "../Support.h"
-#include "PlainReader.h"
+#include "ReferenceReader.h"
 #include "frontend/reading/DataSet.h"
 #include "frontend/reading/EarlyRows.h"
 
@@ -16,30 +17,30 @@ namespace sylvora::frontend {
 namespace {
 
 using namespace sylvora::tests;
-using tests::PlainReader;
+using tests::ReferenceReader;
 using tests::Rows;
 using tests::Wanted;
 
-struct Way {
+struct Variant {
     int numThread;
     size_t blockBytes;
-    double memory = 0.0;  // for rows that are read at first sight; 0: none are
+    double memory = 0.0;  // bytes for rows parsed in the first pass; 0: no speculative parsing
 };
 
-int ReadBlocks(const std::string& path, const Wanted& wanted, const Way& way, Rows& rows) {
+int ReadBlocks(const std::string& path, const Wanted& wanted, const Variant& variant, Rows& rows) {
     const auto linesOf = [&wanted](int dim, int largestId) {
         return wanted.fIgnoreLarger ? FirstColumnsOf(dim, largestId, wanted.absent)
                                     : RowsOf(std::max(dim, largestId), wanted.absent);
     };
-    ReadingThreads threads(way.numThread, way.blockBytes);
+    ReadingThreads threads(variant.numThread, variant.blockBytes);
     DataFile file("data", path);
-    EarlyRows early({linesOf(wanted.dimLeast, 0), true}, way.memory);
-    const bool fOnce = way.memory > 0.0;
+    EarlyRows early({linesOf(wanted.dimLeast, 0), true}, variant.memory);
+    const bool fOnce = variant.memory > 0.0;
     if ((fOnce ? file.Scan(threads, early) : file.Scan(threads)) != 0) return -1;
     const SetRules rules = {{linesOf(wanted.dimLeast, file.LargestId()), true}, wanted.fTogether};
     rows.dim = rules.row.line.dim;
     rows.lineOfWidest = file.LineOfLargestId();
-    rows.fOnce = fOnce && early.CanBe(rules.row.line);
+    rows.fOnce = fOnce && early.Satisfies(rules.row.line);
     DataSet set;
     const int status =
         fOnce ? ReadSet(file, rules, early, threads, set) : ReadSet(file, rules, threads, set);
@@ -53,7 +54,7 @@ int ReadBlocks(const std::string& path, const Wanted& wanted, const Way& way, Ro
     return status;
 }
 
-// Lines that are mostly right; `faults` of a thousand are not.
+// A file of random lines, of which about `faultShare` in a thousand are malformed.
 class RandomFile {
   public:
     RandomFile(unsigned seed, unsigned faultShare) : random(seed), faults(faultShare) {}
@@ -63,7 +64,7 @@ class RandomFile {
         const char* const lineEnd = Below(4) == 0 ? "\r\n" : "\n";
         const bool fQueries = Below(2) == 0;
         fOddIds = faults > 0 && Below(4) == 0;
-        const bool fReturns = faults > 0 && Below(8) == 0;  // alone, at the end of some lines
+        const bool fReturns = faults > 0 && Below(8) == 0;  // CR alone at the end of some lines
         width = 1 + Below(Below(8) == 0 ? 300 : 9);
         std::string text;
         for (unsigned i = 0; i < numLines; ++i) {
@@ -116,33 +117,33 @@ bool SameBits(const VecDle& a, const VecDle& b) {
 }
 
 struct Compared {
-    bool fRead = false;  // the file is one that can be read
-    int numOnce = 0;     // of four ways with more memory than is needed
+    bool fRead = false;  // the reference reader accepts the file
+    int numOnce = 0;     // of the four variants with enough memory: those that needed one pass only
 };
 
 Compared Compare(const std::string& path, const Wanted& wanted) {
     constexpr double kEnough = 1e12;
     Compared compared;
     Rows expected;
-    const Outcome plain = Observe([&] { return PlainReader(path, wanted).Read(expected); });
-    for (const Way& way : {Way{1, 1 << 18},
-                           {1, 64},
-                           {3, 17},
-                           {8, 100},
-                           {1, 1 << 18, kEnough},
-                           {1, 12, kEnough},
-                           {3, 17, kEnough},
-                           {8, 100, kEnough},
-                           {1, 1 << 18, 3e3},
-                           {3, 100, 2e4}}) {
+    const Outcome reference = Observe([&] { return ReferenceReader(path, wanted).Read(expected); });
+    for (const Variant& variant : {Variant{1, 1 << 18},
+                                   {1, 64},
+                                   {3, 17},
+                                   {8, 100},
+                                   {1, 1 << 18, kEnough},
+                                   {1, 12, kEnough},
+                                   {3, 17, kEnough},
+                                   {8, 100, kEnough},
+                                   {1, 1 << 18, 3e3},
+                                   {3, 100, 2e4}}) {
         Rows rows;
-        const Outcome blocks = Observe([&] { return ReadBlocks(path, wanted, way, rows); });
-        compared.numOnce += rows.fOnce && way.memory == kEnough ? 1 : 0;
-        EXPECT_EQ(blocks.status, plain.status) << blocks.err;
-        EXPECT_EQ(blocks.err, plain.err);
+        const Outcome blocks = Observe([&] { return ReadBlocks(path, wanted, variant, rows); });
+        compared.numOnce += rows.fOnce && variant.memory == kEnough ? 1 : 0;
+        EXPECT_EQ(blocks.status, reference.status) << blocks.err;
+        EXPECT_EQ(blocks.err, reference.err);
         EXPECT_EQ(rows.dim, expected.dim);
         EXPECT_EQ(rows.lineOfWidest, expected.lineOfWidest);
-        if (plain.status != 0) continue;
+        if (reference.status != 0) continue;
         EXPECT_EQ(rows.queryIdV, expected.queryIdV);
         EXPECT_EQ(rows.lineWithoutQuery, expected.lineWithoutQuery);
         EXPECT_EQ(rows.counts.numCells, expected.counts.numCells);
@@ -154,11 +155,11 @@ Compared Compare(const std::string& path, const Wanted& wanted) {
             EXPECT_TRUE(SameBits(rows.rowVV[i], expected.rowVV[i])) << "row " << i;
         }
     }
-    compared.fRead = plain.status == 0;
+    compared.fRead = reference.status == 0;
     return compared;
 }
 
-TEST(Reading, BlocksAndThreadsDoNotShow) {
+TEST(Reading, BlocksAndThreadsMakeNoDifference) {
     const TempFolder folder;
     int numRead = 0;
     int numOnce = 0;
@@ -179,7 +180,7 @@ TEST(Reading, BlocksAndThreadsDoNotShow) {
     EXPECT_LT(numRead, kFiles * 3 / 4);
 }
 
-// Blocks of which most hold no start of a line, and a line that fills many buffers.
+// Most blocks contain no start of a line, and one line needs many reads.
 TEST(Reading, LongLines) {
     const TempFolder folder;
     std::string line = "1";
@@ -189,7 +190,7 @@ TEST(Reading, LongLines) {
     EXPECT_FALSE(Compare(folder.Write("data", line + more + "x\nx"), {}).fRead);
 }
 
-// Rows that are read at first sight are as wide as they turn out to have to be, or read once more.
+// Rows that are parsed in the first pass end up with the right width, or are read again.
 TEST(Reading, WidthsThatAreFoundLate) {
     struct Case {
         const char* text;
@@ -206,7 +207,8 @@ TEST(Reading, WidthsThatAreFoundLate) {
         {"1 1:1\n2 3:3\n", 7, true},
         {"\n\n", 3, true},
         {"", 0, true},
-        // Behind as many pairs as a row takes: more, a fault, a larger id, a short token.
+        // After as many pairs as a row has columns: another pair, a fault, a larger id, a short
+        // token.
         {"1 1:1 1:2 1:3\n2 3:1\n", 0, true},
         {"1 1:1 1:2 1:3\n2 2:1\n", 2, false},
         {"1 1:1 1:2 1:3\n2 2:1\n", 3, true},
@@ -226,7 +228,7 @@ TEST(Reading, WidthsThatAreFoundLate) {
     }
 }
 
-// Rows that are no longer there are missed, not imagined.
+// Rows that were cut off after the first pass are an error, not made up.
 TEST(Reading, AFileThatShrinksIsRefused) {
     const TempFolder folder;
     const std::string path = folder.Write("data", "1 1:1\n2 1:2\n3 1:3\n");
@@ -241,7 +243,8 @@ TEST(Reading, AFileThatShrinksIsRefused) {
         });
         EXPECT_EQ(outcome.status, -1);
         EXPECT_EQ(outcome.err,
-                  "ERROR: data " + path + ", line 2: has gone since the file was first read\n");
+                  "ERROR: data " + path +
+                      ", line 2: is missing: the file has changed since it was first read\n");
         folder.Write("data", "1 1:1\n2 1:2\n3 1:3\n");
     }
 }

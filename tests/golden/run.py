@@ -1,15 +1,14 @@
 #!/usr/bin/env python3
-"""Runs the command on every case folder beside this file and compares what comes out.
+"""Runs the command on every case folder beside this file and compares the results.
 
     run.py --command build/release/sylvora [--module build/release/python/3.11]
            [--case NAME]... [--threads N] [-j JOBS]
 
-A case is a training run (case.cfg, the options of args.txt) in a copy of its folder. Its exit
-status, its files and its lines on both streams are compared with expect/. Where there are
-expectations for them, a predict run, an analyze run and the scores that the Python module gives
-follow. With --threads the runs get `-numThread N` as their last option and only exit status and
-files are compared: they must not depend on the number of threads. Every case is run; the exit
-status is 1 when one differs.
+A case is a training run (case.cfg, with the options of args.txt) in a copy of its folder. Its exit
+status, its files and its lines on both streams are compared with expect/. If expect/ has files for
+them, a predict run, an analyze run and scoring with the Python module follow. With --threads, runs
+get `-numThread N` as their last option, and only exit status and files are compared: they must not
+depend on the number of threads. All cases are run; the exit status is 1 if any differs.
 """
 
 import argparse
@@ -33,11 +32,11 @@ ROWS_SCORED = 60
 SECONDS_ALLOWED = 120
 
 
-# ---- what the module returns: run in an interpreter of its own, so that a crash is one case's
+# ---- scores of the module: run in a separate interpreter, so that a crash fails only one case
 
 def feature_row(line, dim):
-    """The feature values of a data line by their ids, read as the library reads them: up to `dim`
-    pairs, and nothing behind a token of fewer than three characters."""
+    """The feature values of a data line, read as the library reads them: at most `dim` pairs, and
+    nothing after a token of fewer than three characters."""
     values = [MISSING] * dim
     tokens = itertools.takewhile(lambda token: len(token) >= 3, line.split()[1:])
     pairs = (token.split(":", 1) for token in tokens)
@@ -48,7 +47,7 @@ def feature_row(line, dim):
 
 
 def score(model, data):
-    """Prints, per row of `data`, the list that the module returns or the text of its error."""
+    """Prints for each row of `data` the list that the module returns, or its error message."""
     import sylvora
     dim = int(Path(model).read_text().split(maxsplit=3)[2])
     handle = sylvora.LoadModel(model)
@@ -61,7 +60,7 @@ def score(model, data):
     sylvora.ReleaseModel(handle)
 
 
-# ---- comparisons: each returns a text for people, empty where both agree
+# ---- comparisons: each returns a description of the difference, or an empty string
 
 def difference(name, expected, actual):
     """What a reader needs to see of two lists of lines that are not the same."""
@@ -85,7 +84,7 @@ def compare_file(name, expected, actual):
 
 
 def compare_stream(name, expected, actual):
-    """Every expected line appears, in this order; other lines may stand between them."""
+    """Every expected line must appear, in this order; other lines may come between them."""
     remaining = iter(actual.splitlines())
     for number, line in enumerate(expected.splitlines(), 1):
         if line not in remaining:
@@ -95,7 +94,7 @@ def compare_stream(name, expected, actual):
 
 
 def as_value(line):
-    """A list of numbers as comparable values; anything else as the text that it is."""
+    """A list of numbers as comparable values; any other line as its text."""
     try:
         numbers = [float(item) for item in line.strip("[]").split(",")]
     except ValueError:
@@ -113,7 +112,7 @@ def compare_scores(expected, actual):
 # ---- one case
 
 class Case:
-    """One case in its working copy, and what was found wrong with it."""
+    """One case in its working copy, and the differences found."""
 
     def __init__(self, folder, copy, options):
         self.expect = folder / "expect"
@@ -154,7 +153,7 @@ class Case:
                 self.check(compare_stream(name, expected, TIMING.sub(r"\1T\2", text)))
 
     def derive(self, mode, name):
-        """A run in another mode that writes `name`."""
+        """Runs another mode, which writes `name`, and compares the file."""
         if self.expects(name):
             self.check_status(self.command("-mode", mode, "-filePred", name), 0, mode)
             self.check(compare_file(name, self.expect / name, self.copy / name))
@@ -165,7 +164,7 @@ class Case:
         environment = dict(os.environ, PYTHONPATH=str(self.options.module))
         if self.options.preload:
             environment["LD_PRELOAD"] = self.options.preload
-            # What the interpreter itself never frees is not ours to report.
+            # The interpreter never frees some memory, which is no leak of ours.
             environment["ASAN_OPTIONS"] = os.environ.get("ASAN_OPTIONS", "") + ":detect_leaks=0"
         run = subprocess.run([sys.executable, __file__, "--score", "model.txt", data],
                              cwd=self.copy, env=environment, capture_output=True, text=True,
@@ -184,8 +183,8 @@ class Case:
 
 def run_case(folder, options):
     """Runs a case in a copy of its folder and returns its faults."""
-    with tempfile.TemporaryDirectory(prefix="sylvora-golden-") as scratch:
-        copy = Path(scratch) / folder.name
+    with tempfile.TemporaryDirectory(prefix="sylvora-golden-") as parent:
+        copy = Path(parent) / folder.name
         shutil.copytree(folder, copy, ignore=shutil.ignore_patterns("expect"))
         case = Case(folder, copy, options)
         try:
@@ -199,13 +198,13 @@ def parse_options():
     parser = argparse.ArgumentParser(description=__doc__.split("\n\n", maxsplit=1)[0])
     parser.add_argument("--command", type=os.path.abspath, help="the command to run")
     parser.add_argument("--module", type=os.path.abspath,
-                        help="folder of the Python module; without it predict.txt is left out")
-    parser.add_argument("--preload", help="libraries that the module needs loaded before it")
+                        help="folder of the Python module; without it predict.txt is not compared")
+    parser.add_argument("--preload", help="libraries to preload before the module")
     parser.add_argument("--case", action="append", help="only this case (repeatable)")
     parser.add_argument("--threads", type=int, default=0, help="add -numThread to every run")
     parser.add_argument("-j", "--jobs", type=int, default=os.cpu_count(), help="cases at a time")
     parser.add_argument("--score", nargs=2, metavar=("MODEL", "DATA"),
-                        help="only print what the module returns for the rows of DATA")
+                        help="only print the module's results for the rows of DATA")
     options = parser.parse_args()
     if not options.score and not options.command:
         parser.error("--command is needed")

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks that a shared library exports what the public headers mark with SYLVORA_API, no more.
+"""Checks that a shared library exports exactly what the public headers mark with SYLVORA_API.
 
     check_exports.py LIBRARY HEADER...
 """

@@ -1,5 +1,5 @@
-// A user's program: trains a small model through the installed headers and library, loads the file
-// that this leaves, and scores with it. Usage: consumer MODEL-FILE; exit status 0 when all is well.
+// A user's program: trains a small model with the installed headers and library, loads the model
+// file and scores with it. Usage: consumer MODEL-FILE. Exit status 0 on success.
 #include <sylvora/CheckIn.h>
 #include <sylvora/TreeLearner.h>
 #include <sylvora/claim.h>
@@ -10,7 +10,7 @@
 
 namespace {
 
-// y = 10 where the first column is above 0.5, else -10; the second column says nothing.
+// y = 10 where the first column is above 0.5, else -10; the second column is noise.
 int Train(const char* fileModel) {
     CheckCfgCLS cfg;
     cfg.fileModel = fileModel;

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Installs a build tree into a temporary prefix and uses it as a stranger would: through
-# find_package (shared and static) and through pkg-config. The prefix is then moved, which an
-# installation must survive. Also checks what the shared library exports.
+# Installs a build tree into a temporary prefix, moves the prefix, and uses it from a separate
+# project: through find_package (shared and static) and through pkg-config. Also checks which
+# symbols the shared library exports.
 #
 #   run.sh BUILD-DIR COMPILER PYTHON
 set -euo pipefail
@@ -27,7 +27,7 @@ for kind in shared static; do
 done
 
 echo "== pkg-config"
-# The flags are words of the command line.
+# The flags must be split into words.
 # shellcheck disable=SC2046
 PKG_CONFIG_PATH=$prefix/lib/pkgconfig "$compiler" -std=c++17 -o "$scratch/consumer_pkg" \
     "$here/main.cpp" $(PKG_CONFIG_PATH=$prefix/lib/pkgconfig pkg-config --cflags --libs sylvora)

@@ -1,4 +1,4 @@
-"""Small models for the tests: their text, and their scores by plain arithmetic.
+"""Small models for the tests: their text, and their scores computed independently.
 
 A tree is a number (a leaf) or a tuple (column, threshold, left tree, right tree); a group is a pair
 (shrink, list of trees); a model is a pair (number of classes, list of groups).
@@ -43,7 +43,7 @@ def walk(tree, row):
 
 
 def total(values):
-    """One rounding per addition; the built-in sum() of newer interpreters compensates."""
+    """The sum with one rounding per addition; sum() of newer interpreters is compensated."""
     result = 0.0
     for value in values:
         result += value
@@ -51,7 +51,7 @@ def total(values):
 
 
 def expected_scores(model, row):
-    """What OnlineTesting returns for the row."""
+    """The list that OnlineTesting must return for the row."""
     num_class, groups = model
     values = [-1.0] * sum(len(trees) for _, trees in groups)
     votes, most, result = [0] * num_class, 0, 0.0

@@ -1,9 +1,9 @@
-"""The module `sylvora`: scores against plain arithmetic, errors, hostile callers.
+"""The module `sylvora`: scores against independent arithmetic, errors, hostile callers.
 
 Runs unchanged under Python 2.7 and 3.8 and later, with the module's folder in PYTHONPATH:
 python -m unittest discover -s tests/python
 
-SYLVORA_CYCLES in the environment says how often a model is loaded and released.
+SYLVORA_CYCLES in the environment is the number of times that a model is loaded and released.
 """
 import os
 import random
@@ -41,7 +41,7 @@ class Item(Acting):
 
 
 class Index(Acting):
-    """The same by the way of integers."""
+    """The same with a conversion to an integer."""
 
     def __index__(self):
         self.action()
@@ -57,7 +57,7 @@ class Path(Acting):
 
 
 def each_on_a_thread(function, count):
-    """Calls function(0), ... at the same time, with a switch of threads whenever there can be one."""
+    """Calls function(0), ... in parallel threads, with the shortest possible switch interval."""
     if hasattr(sys, 'setswitchinterval'):
         sys.setswitchinterval(1e-6)
     threads = [threading.Thread(target=function, args=(thread,)) for thread in range(count)]
@@ -84,7 +84,7 @@ class ModuleTest(unittest.TestCase):
         return sylvora.LoadModel(self.write(model_text(model, num_column)))
 
     def assert_same(self, actual, expected, hint=None):
-        """Equal bit for bit, but for the sign of a NaN."""
+        """Equal bit for bit, except for the sign of a NaN."""
         self.assertEqual([repr(value) for value in actual], [repr(value) for value in expected],
                          hint)
 
@@ -120,7 +120,7 @@ class ScoringTest(ModuleTest):
                 self.check(model, [[draw.choice(cells) for _ in range(3)] for _ in range(20)])
 
     def test_second_item(self):
-        """The mean for a result of exactly 0 or 1, unset entries included; else the result."""
+        """The mean, including unset entries, for a result of exactly 0 or 1; else the result."""
         for model in ((0, [(1.0, [1, 2, 3, -6])]),         # 0.0, three entries stay at -1.0
                       (0, [(1.0, [0.5]), (1.0, [0.5])]),   # 1.0
                       (0, [(1.0, [-0.0])]),                # -0.0 is 0 as well
@@ -129,7 +129,7 @@ class ScoringTest(ModuleTest):
             self.check(model, [[0.0, 0.0, 0.0]])
 
     def test_groups_without_trees(self):
-        """They give NaN, and more values than the model has trees."""
+        """Such groups give NaN, and more values than the model has trees."""
         self.check((0, [(1.0, [])] * 40 + [(1.0, [2.5])]), [[0.0]], 1)
 
     def test_item_types(self):
@@ -168,7 +168,7 @@ class ErrorTest(ModuleTest):
 
     @unittest.skipIf(sys.version_info < (3,), 'Python 2 has no such paths')
     def test_paths(self):
-        """What open() takes, but for bytes by themselves: those were never taken."""
+        """Everything that open() accepts, except bytes objects, which were never accepted."""
         path = self.write(model_text(REGRESSION, 3))
         strange = os.path.join(os.fsencode(self.folder), b'\xff\xc3\xa4')
         shutil.copy(path, strange)
@@ -205,7 +205,7 @@ class ErrorTest(ModuleTest):
         for arguments in ((), (handle, handle)):
             self.assert_error('Parse argv error', sylvora.ReleaseModel, *arguments)
         if handle <= sys.maxsize:
-            sylvora.OnlineTesting(int(handle), row)  # Python 2's int, where the handle is a long
+            sylvora.OnlineTesting(int(handle), row)  # Python 2's int; the handle is a long
         sylvora.ReleaseModel(handle)
 
     def test_row(self):
@@ -222,7 +222,7 @@ class ErrorTest(ModuleTest):
 
 
 class HostileTest(ModuleTest):
-    """A conversion may run any Python code in the middle of a call, other threads too."""
+    """A conversion may run any Python code during a call, and so may other threads."""
 
     def test_list_changes(self):
         handle = self.load(REGRESSION)
@@ -255,11 +255,11 @@ class HostileTest(ModuleTest):
         self.assert_error('Parse argv error', sylvora.ReleaseModel, handle)
 
     def test_threads(self):
-        """16 of them score with a handle each, with a common one, and with one that any of them
-        releases and loads again."""
+        """16 threads score with a handle of their own, with a shared one, and with one that any of
+        them releases and loads again."""
         path = self.write(model_text(REGRESSION, 3))
         common, fleeting, wrong = sylvora.LoadModel(path), [sylvora.LoadModel(path)], []
-        lock = threading.Lock()  # who releases a handle that is gone already gets an error
+        lock = threading.Lock()  # releasing a handle twice is an error
 
         def score(handle, row, may_be_gone):
             try:
@@ -287,7 +287,7 @@ class HostileTest(ModuleTest):
         sylvora.ReleaseModel(fleeting[0])
 
     def test_any_arguments(self):
-        """Whatever is passed: a result or an exception."""
+        """Any arguments give a result or an exception."""
         path = self.write(model_text(REGRESSION, 3))
         handle, draw, refused = sylvora.LoadModel(path), random.Random(3), 0
 
@@ -322,7 +322,7 @@ class HostileTest(ModuleTest):
         sylvora.ReleaseModel(handle)
 
     def test_a_handle_is_never_given_out_again(self):
-        """Whatever fails or is released between; a stale one is refused for good."""
+        """Also after failures and releases; a stale handle stays refused."""
         path = self.write(model_text(REGRESSION, 3))
         stale = set()
         for count in range(500):
@@ -342,7 +342,7 @@ class HostileTest(ModuleTest):
             self.assert_error('Parse argv error', sylvora.OnlineTesting, handle, [0, 0, 0])
 
     def test_handles_of_another_process(self):
-        """A child has its parent's handles, to release as well; the parent has none of the child's."""
+        """A child can use and release its parent's handles; the parent has none of the child's."""
         handle, stump = self.load(REGRESSION), (0, [(1.0, [STUMP])])
         expected = expected_scores(REGRESSION, [3.0, 0.5, -1.0])
         ours, theirs = os.pipe()
@@ -404,7 +404,7 @@ class HostileTest(ModuleTest):
             sylvora.ReleaseModel(sylvora.LoadModel(small))
         if 'SYLVORA_CYCLES' in os.environ:
             print('%d cycles, peak of memory %d bytes higher' % (CYCLES, peak() - before))
-        # The number of a handle stays taken, at 32 bytes.
+        # Each released handle's number stays reserved, at 32 bytes.
         self.assertLess(peak() - before, 20 * size + 40 * CYCLES)
         self.assertEqual([sys.getrefcount(each) for each in (item, bad, sylvora.error)],
                          references)

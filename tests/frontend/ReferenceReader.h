@@ -1,7 +1,7 @@
-// The reference reader of data files, one line after the other and token by token: what the
-// command's reader in blocks must come to.
-#ifndef SYLVORA_TESTS_FRONTEND_PLAINREADER_H
-#define SYLVORA_TESTS_FRONTEND_PLAINREADER_H
+// The reference implementation of reading data files, line by line and token by token. The
+// command's reader must give the same rows and messages.
+#ifndef SYLVORA_TESTS_FRONTEND_REFERENCEREADER_H
+#define SYLVORA_TESTS_FRONTEND_REFERENCEREADER_H
 
 #include <algorithm>
 #include <cmath>
@@ -22,26 +22,26 @@ using frontend::RowCounts;
 
 struct Rows {
     int dim = 0;
-    long lineOfWidest = 0;  // the first of them; 0: no line has a feature
+    long lineOfWidest = 0;  // the first line with the largest id; 0: no line has a feature
     VecDle labelV;
     VecVecDle rowVV;
     VecInt queryIdV;
     long lineWithoutQuery = 0;
     RowCounts counts;
-    bool fOnce = false;  // none of them was parsed twice
+    bool fOnce = false;  // the rows were parsed in the first pass
 };
 
-// What is asked of the rows.
+// What the rows must satisfy.
 struct Wanted {
     bool fTogether = false;
     int dimLeast = 0;
-    bool fIgnoreLarger = false;  // no row is wider than dimLeast
+    bool fIgnoreLarger = false;  // ids above dimLeast are ignored
     double absent = kMissing;
 };
 
-class PlainReader {
+class ReferenceReader {
   public:
-    PlainReader(const std::string& file, const Wanted& rules) : path(file), wanted(rules) {
+    ReferenceReader(const std::string& file, const Wanted& rules) : path(file), wanted(rules) {
         std::istringstream text(ReadFile(path));
         for (std::string line; std::getline(text, line);) lineV.push_back(line);
     }
@@ -64,7 +64,7 @@ class PlainReader {
     }
 
   private:
-    // The ids up to a short or wrong token, as texts.
+    // The texts of the ids up to the first short or malformed token.
     static std::vector<std::string> Ids(const std::string& line) {
         std::istringstream tokens(line);
         std::vector<std::string> idV;
@@ -91,7 +91,8 @@ class PlainReader {
         return largest;
     }
 
-    // Whether a label stands behind a carriage return, and where nothing else does.
+    // True if a carriage return is followed by a token that looks like a label: one without a
+    // colon.
     static bool HasRowBehindReturn(const std::string& line) {
         const size_t label = line.find_first_not_of(" \t\r");
         for (size_t at = line.find('\r', label); at != std::string::npos;
@@ -108,7 +109,7 @@ class PlainReader {
         const auto odd = std::find_if(idV.begin(), idV.end(), IsOdd);
         const bool fHidden = HasRowBehindReturn(line);
         const std::string twoRows =
-            "has another row behind a carriage return: lines end with LF or CR LF, not with CR "
+            "has another row after a carriage return: lines end with LF or CR LF, not with CR "
             "alone";
         constexpr int kWiderThanAny = 1000;
         const int wide = odd != idV.end() ? kWiderThanAny : widest;
@@ -118,15 +119,15 @@ class PlainReader {
         int count = 0;
         std::string label;
         if (line.find('\0') != std::string::npos) {
-            return Refuse("holds a zero byte, a line of text is wanted");
+            return Refuse("contains a zero byte; expected a line of text");
         }
         if (read_sparse_line(line, wide, values, count, label, queryId, true) != 0) {
             if (fHidden) return Refuse(twoRows);
             return Refuse(
-                Text("wanted: label [qid:query] id:value ..., with ids from 1 to ", wide));
+                Text("expected: label [qid:query] id:value ..., with ids from 1 to ", wide));
         }
         if (!TryStrToDouble(label.c_str(), valLabel)) {
-            return Refuse("the label \"" + label + "\" is no number");
+            return Refuse("the label \"" + label + "\" is not a number");
         }
         if (odd != idV.end()) {
             return Refuse("the id \"" + *odd +
@@ -165,8 +166,9 @@ class PlainReader {
         if (number == queryV.size()) {
             queryV.push_back({queryId, numLine});
         } else if (wanted.fTogether && current != number) {
-            return Refuse(Text("query \"", queryId, "\" stood on line ", queryV[number].second,
-                               " and comes again; GBRank wants the rows of a query together"));
+            return Refuse(Text("query \"", queryId, "\" already ended on line ",
+                               queryV[number].second,
+                               "; GBRank needs the rows of a query together"));
         }
         queryV[number].second = numLine;
         current = number;
@@ -182,7 +184,7 @@ class PlainReader {
         const std::string what = isInfinite(rows.labelV.back())
                                      ? "the label"
                                      : Text("the value of id ", found - row.begin() + 1);
-        return Refuse(what + " is infinite; training wants numbers that a double holds");
+        return Refuse(what + " is infinite; training needs finite numbers");
     }
 
     int Refuse(const std::string& complaint) const {
@@ -196,9 +198,9 @@ class PlainReader {
     long numLine = 0;
     std::string queryId;
     size_t current = 0;
-    std::vector<std::pair<std::string, long>> queryV;  // with the latest line of each
+    std::vector<std::pair<std::string, long>> queryV;  // each with its latest line
 };
 
 }  // namespace sylvora::tests
 
-#endif  // SYLVORA_TESTS_FRONTEND_PLAINREADER_H
+#endif  // SYLVORA_TESTS_FRONTEND_REFERENCEREADER_H
