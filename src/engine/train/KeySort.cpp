@@ -13,7 +13,7 @@ constexpr size_t kFewKeys = 24;
 constexpr size_t kSomeKeys = 768;
 constexpr int kDigitBits = 11;
 
-// Where items rise within the keys as they come, comparing whole keys keeps equal ranks in order.
+// Comparing whole keys keeps the order within a rank, because items ascend on entry.
 template <typename Keys>
 void InsertionSort(Keys& keyV) {
     for (size_t i = 1; i < keyV.size(); ++i) {

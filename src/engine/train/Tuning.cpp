@@ -1,4 +1,4 @@
-// The engine's figures; see Tuning.h.
+// Reads the tuning from the environment; see Tuning.h.
 #include "Tuning.h"
 
 #include <algorithm>

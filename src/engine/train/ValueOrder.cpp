@@ -1,4 +1,4 @@
-// The rows of a column in order; see ValueOrder.h.
+// Sorts the rows of a column; see ValueOrder.h.
 #include "ValueOrder.h"
 
 #include <algorithm>
@@ -14,7 +14,7 @@ namespace {
 constexpr uint64_t kSign = uint64_t{1} << 63;
 constexpr uint64_t kHighHalf = 0xffffffff00000000u;
 
-// Maps doubles to integers of the same order; -0.0 and 0.0 to the same one.
+// Maps doubles to integers in the same order. Adding 0.0 turns -0.0 into 0.0.
 uint64_t OrderedKey(double value) {
     const double positiveZero = value + 0.0;
     uint64_t bits;

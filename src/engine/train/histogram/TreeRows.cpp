@@ -29,7 +29,7 @@ void TreeRows::Take(const double* gradients, const int* weights, const int* rowV
     fLeftV.resize(count);
     fAscendingNow = true;
     const bool fAll = num == numRows;
-    fInV.assign(static_cast<size_t>(numRows), fAll);
+    fInTreeV.assign(static_cast<size_t>(numRows), fAll);
     const Chunks chunks = {num, kChunkRows};
     pool.For(chunks.Num(), [&](int chunk, int) {
         const int begin = chunks.Begin(chunk);
@@ -37,18 +37,18 @@ void TreeRows::Take(const double* gradients, const int* weights, const int* rowV
         std::copy(rowV + begin, rowV + end, indexV.begin() + begin);
         Gather(gradients, rowV + begin, end - begin, gradV.data() + begin);
         if (weights != nullptr) Gather(weights, rowV + begin, end - begin, weightV.data() + begin);
-        for (int i = begin; i < end && !fAll; ++i) fInV[static_cast<size_t>(rowV[i])] = 1;
+        for (int i = begin; i < end && !fAll; ++i) fInTreeV[static_cast<size_t>(rowV[i])] = 1;
     });
-    Ascend(pool);
+    ListAscending(pool);
 }
 
-// Lists the rows that are marked.
-void TreeRows::Ascend(WorkerPool& pool) {
-    const Chunks chunks = {static_cast<int>(fInV.size()), kChunkRows};
+// Lists the rows marked in fInTreeV. Each chunk's start comes from the counts of those before it.
+void TreeRows::ListAscending(WorkerPool& pool) {
+    const Chunks chunks = {static_cast<int>(fInTreeV.size()), kChunkRows};
     std::vector<int> beginV(static_cast<size_t>(chunks.Num()) + 1, 0);
     pool.For(chunks.Num(), [&](int chunk, int) {
-        const auto from = fInV.begin() + chunks.Begin(chunk);
-        const auto to = fInV.begin() + chunks.End(chunk);
+        const auto from = fInTreeV.begin() + chunks.Begin(chunk);
+        const auto to = fInTreeV.begin() + chunks.End(chunk);
         beginV[static_cast<size_t>(chunk) + 1] = std::accumulate(from, to, 0);
     });
     std::partial_sum(beginV.begin(), beginV.end(), beginV.begin());
@@ -57,21 +57,21 @@ void TreeRows::Ascend(WorkerPool& pool) {
         const int* const end = ascendingV.data() + beginV[static_cast<size_t>(chunk) + 1];
         for (int i = chunks.Begin(chunk); row < end; ++i) {
             *row = i;
-            row += fInV[static_cast<size_t>(i)];
+            row += fInTreeV[static_cast<size_t>(i)];
         }
     });
 }
 
-RowSlice TreeRows::PlainSlice(int begin, int count) const {
+RowSlice TreeRows::ReferenceSlice(int begin, int count) const {
     return {indexV.data() + begin, gradV.data() + begin,
             weightV.empty() ? nullptr : weightV.data() + begin, count};
 }
 
-RowSet TreeRows::QuickSlice(int begin, int count) const {
+RowSet TreeRows::SearchSlice(int begin, int count) const {
     return SliceOf(fAscendingNow, ascendingV, begin, count);
 }
 
-RowSet TreeRows::MovedSlice(int begin, int count) const {
+RowSet TreeRows::NextLevelSlice(int begin, int count) const {
     return SliceOf(fKeepAscending, nextAscendingV, begin, count);
 }
 
