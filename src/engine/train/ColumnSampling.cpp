@@ -26,6 +26,7 @@ std::vector<int> DrawColumns(int numColumns, int numDrawn, size_t numNodes, long
         const auto swap = [&](int i) {
             std::swap(poolV[static_cast<size_t>(indexV[static_cast<size_t>(i)])], last[-i]);
         };
+        // Drawn columns gather at the end of the pool, the first one last.
         for (int i = 0; i < numDrawn; ++i) {
             swap(i);
             *drawn++ = last[-i];

@@ -33,6 +33,7 @@ struct Extent {
 
     Extent() = default;
     Extent(const double* gradV, const int* weightV, int begin, int end) {
+        // fInRange is false for NaN and infinity, too: the comparison is written so.
         for (int i = begin; i < end; ++i) {
             const double size = std::fabs(gradV[i]);
             const double weight = weightV != nullptr ? weightV[i] : 1;
@@ -53,6 +54,7 @@ struct Extent {
     }
 };
 
+// The chunks are merged in order, though any order gives the same result.
 Extent ExtentOf(const double* gradV, const int* weightV, int num, WorkerPool& pool) {
     const Chunks chunks = {num, kChunkRows};
     std::vector<Extent> extentV(static_cast<size_t>(chunks.Num()));
@@ -73,6 +75,7 @@ bool AllMultiples(const double* gradV, int num, int power, WorkerPool& pool) {
     const Chunks chunks = {num, kChunkRows};
     std::atomic<bool> fAll{true};
     pool.For(chunks.Num(), [&](int chunk, int) {
+        // fAll is shared: a worker stops early once another has found a counterexample.
         for (int i = chunks.Begin(chunk); i < chunks.End(chunk) && fAll; ++i) {
             const int64_t q = FixedPoint::RoundToInt(gradV[i] * scale);
             if (static_cast<double>(q) * unit != gradV[i]) fAll = false;
@@ -83,6 +86,8 @@ bool AllMultiples(const double* gradV, int num, int power, WorkerPool& pool) {
 
 }  // namespace
 
+// The steps: find the ranges, choose k, then lay out the packed word. Every early return leaves
+// fUsable false.
 FixedPoint FixedPoint::Fit(const double* gradV, const int* weightV, int num, WorkerPool& pool) {
     FixedPoint fit;
     const Extent extent = ExtentOf(gradV, weightV, num, pool);
@@ -117,6 +122,7 @@ FixedPoint FixedPoint::Fit(const double* gradV, const int* weightV, int num, Wor
     return fit;
 }
 
+// The common case, all weights 1, has a loop of its own.
 void FixedPoint::ToCells(const double* gradV, const int* weightV, int num, Cell* cells) const {
     if (weightV == nullptr) {
         for (int i = 0; i < num; ++i) cells[i] = ToCell(gradV[i], 1);

@@ -35,19 +35,29 @@ struct alignas(16) Cell {
 // How the gradients of one tree become integers. Immutable once fitted, so any number of threads
 // may use it.
 struct FixedPoint {
-    bool fUsable = false;  // false: gradients not finite or outside the range of the error bounds
-    bool fExact = false;   // all gradients are multiples of 2^-k, and every sum of them is a double
-    double scale = 1.0;    // 2^k, integer units per 1.0
-    double unit = 1.0;     // 2^-k, the size of one unit
-    double maxAbsGradPerWeight = 0.0;  // h: no |gradient| / weight is larger
-    double absScale = 1.0;             // integer units per 1.0, for the absolute values
+    // False if a gradient is not finite or out of the range of the error bounds, or if a weight is
+    // below 1, or if the weights are too large. Then nothing else may be used.
+    bool fUsable = false;
+    // All gradients are multiples of 2^-k, and every sum of them is a double.
+    bool fExact = false;
+    // 2^k, integer units per 1.0.
+    double scale = 1.0;
+    // 2^-k, the size of one unit.
+    double unit = 1.0;
+    // h: no |gradient| / weight is larger.
+    double maxAbsGradPerWeight = 0.0;
+    // Integer units per 1.0, for the absolute values.
+    double absScale = 1.0;
+    // 1 / absScale.
     double absUnit = 1.0;
+    // The width of the weights in Cell::packed.
     int weightBits = 0;
 
     // Fits the `num` rows with gradients `gradV` and weights `weightV` (null: all 1). The workers
     // of `pool` share the work. Check fUsable before using the result.
     static FixedPoint Fit(const double* gradV, const int* weightV, int num, WorkerPool& pool);
 
+    // The cell of one row.
     Cell ToCell(double gradient, int weight) const {
         const uint64_t size = static_cast<uint64_t>(RoundToInt(std::fabs(gradient) * absScale) + 1);
         return {RoundToInt(gradient * scale), (size << weightBits) + static_cast<uint64_t>(weight)};
@@ -55,6 +65,8 @@ struct FixedPoint {
     // Converts `num` consecutive rows. `weightV` may be null (all 1).
     void ToCells(const double* gradV, const int* weightV, int num, Cell* cells) const;
 
+    // The sums of a cell as doubles: of the gradients, of the weights, and an upper bound on that
+    // of the absolute gradients.
     double Sum(const Cell& cell) const { return static_cast<double>(cell.q) * unit; }
     double Weight(const Cell& cell) const {
         return static_cast<double>(cell.packed & ((uint64_t{1} << weightBits) - 1));

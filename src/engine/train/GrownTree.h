@@ -12,12 +12,17 @@ namespace engine {
 
 struct GrownNode;
 
+// The limits that the configuration sets. Immutable during a run.
 struct GrowthLimits {
+    // The most leaves of a tree, and its greatest depth; the root has depth 0.
     int maxLeaf;
     int maxDepth;
+    // Nodes with at most this many rows stay leaves.
     int numBound;
-    int numSelFea;  // columns drawn per node
-    bool fForest;   // a forest ignores maxLeaf and maxDepth
+    // Columns sampled per node.
+    int numSelFea;
+    // A forest ignores maxLeaf and maxDepth.
+    bool fForest;
 
     // How many of the `numOpen` nodes of a level to process at once in a tree of `numLeaf` leaves:
     // as many as the leaf limit may still allow to be split. A larger batch would draw columns for
@@ -38,19 +43,25 @@ struct GrowthLimits {
 
 // A node of a grown tree. The members are named as in NodeCR and have the same meaning.
 struct GrownNode {
+    // The node's slice of the tree's rows.
     int startDoc = 0;
     int countDoc = 0;
+    // The parent's number in the tree; -1 for the root.
     int parent = -1;
     int depth = 0;
+    // The split: column, threshold and children; -1 for a leaf.
     int splitFea = -1;
     double splitElemFea = -1.0;
     int lson = -1;
     int rson = -1;
+    // Rows in the left child, and sums over the node's own rows.
     int countL = 0;
     double gradAll = 0.0;
     int wgtAll = 0;
-    int majority = -1;     // classification: the class of the most rows
-    bool fNarrow = false;  // of the split; see NarrowSplit.h
+    // Classification: the class of the most rows.
+    int majority = -1;
+    // Whether the split is narrow; see NarrowSplit.h.
+    bool fNarrow = false;
 };
 
 inline bool GrowthLimits::MaySplit(const GrownNode& node) const {
@@ -59,8 +70,10 @@ inline bool GrowthLimits::MaySplit(const GrownNode& node) const {
 
 // A split and its threshold, as the reference implementation records them.
 struct SplitPoint {
+    // Column -1: there is no split.
     int column = -1;
     double threshold = -1.0;
+    // Rows of the left slice. A row goes left if its value is at or below the threshold.
     int countL = 0;
     bool fNarrow = false;  // see NarrowSplit.h
     // Whether the left slice holds exactly the rows at or below the threshold.

@@ -50,10 +50,13 @@ class MisplacedRows {
 
     const uint8_t* const fLeftV;
     const uint8_t fWrong;
-    int next;  // the first position that has not been examined
+    // The first position that has not been examined.
+    int next;
     const int pastLast;
-    int at = 0;  // positionV[at..num) are ready
+    // positionV[at..num) are ready.
+    int at = 0;
     int num = 0;
+    // The positions found in the last block.
     int positionV[kBlockRows];
 };
 

@@ -11,7 +11,8 @@ namespace engine {
 // `Candidate` is a candidate split. Its member `slot` is -1 if there is none.
 template <typename Candidate>
 struct SearchResult {
-    Candidate winner = {};  // the reference implementation's split; slot -1 if none or undecided
+    // The reference implementation's split; slot -1 if none or undecided.
+    Candidate winner = {};
     // The slots with a near-tie, ascending, among which the reference search must decide. Empty if
     // there is a winner or if the node has no split.
     std::vector<int> undecidedV;

@@ -11,6 +11,7 @@
 namespace sylvora {
 namespace engine {
 
+// Ignores words that it does not know: only tests set this variable.
 Tuning CurrentTuning() {
     Tuning tuning;
     const char* text = std::getenv("SYLVORA_TUNING");

@@ -6,19 +6,28 @@
 namespace sylvora {
 namespace engine {
 
+// All sizes in rows or bins, unless stated otherwise. Read once per run.
 struct Tuning {
-    int smallNode = 512;  // a node with at most so many rows sorts its columns
-    int mostBins = 3000;  // of a column with many distinct values
-    int rankBits = 16;    // low bits of a rank's offset (RowRanks.h) that are stored in the first
-                          // array, at most 16; any further bits go to a second one
-    int fewKeys = 256;    // sort directly if the candidate bins hold at most so many rows
-    int directPercent = 80;  // a node counts its own histogram, rather than subtract its sibling's,
-                             // if its rows are at most this percentage of the histogram's cells
-    int chunkRows = 16384;   // rows per chunk of shared work; smaller nodes are not shared
-    int teamRows = 4096;     // workers partition the lists of a node together from so many rows on
-    int listPercent = 10;    // keep the sorted lists of all columns if a node samples at least this
-                             // percentage of them; below it, make the sampled columns' lists per
-                             // node, and grow regression forests on histograms
+    // A node with at most so many rows sorts its columns.
+    int smallNode = 512;
+    // The most bins of a column with many distinct values.
+    int mostBins = 3000;
+    // Low bits of a rank's offset (RowRanks.h) that are stored in the first array, at most 16; any
+    // further bits go to a second one.
+    int rankBits = 16;
+    // Sort directly if the candidate bins hold at most so many rows.
+    int fewKeys = 256;
+    // A node counts its own histogram, rather than subtract its sibling's, if its rows are at most
+    // this percentage of the histogram's cells.
+    int directPercent = 80;
+    // Rows per chunk of shared work; smaller nodes are not shared.
+    int chunkRows = 16384;
+    // Workers partition the lists of a node together from so many rows on.
+    int teamRows = 4096;
+    // Keep the sorted lists of all columns if a node samples at least this percentage of them;
+    // below it, make the sampled columns' lists per node, and grow regression forests on
+    // histograms.
+    int listPercent = 10;
 };
 
 // The defaults above, overridden for tests by the environment, as in SYLVORA_TUNING="smallNode=0

@@ -24,6 +24,7 @@ uint64_t OrderedKey(double value) {
 
 }  // namespace
 
+// After the sort, keyV is rebuilt from both halves, in sorted order.
 bool ValueOrder::Load(const double* const* rowV, int numRows, int column) {
     const size_t count = static_cast<size_t>(numRows);
     itemV.resize(count);
@@ -42,6 +43,7 @@ bool ValueOrder::Load(const double* const* rowV, int numRows, int column) {
     return true;
 }
 
+// Undoes OrderedKey.
 double ValueOrder::Value(size_t i) const {
     const uint64_t key = keyV[i];
     const uint64_t bits = (key & kSign) != 0 ? key & ~kSign : ~key;
@@ -50,6 +52,8 @@ double ValueOrder::Value(size_t i) const {
     return value;
 }
 
+// Sorts the runs of equal high halves. The sort is stable, so rows of equal value stay ascending.
+// Runs are mostly of one value and in order already.
 void ValueOrder::SortLowHalves() {
     const auto isLower = [this](uint64_t a, uint64_t b) {
         return lowV[static_cast<uint32_t>(a)] < lowV[static_cast<uint32_t>(b)];

@@ -31,9 +31,12 @@ class ValueOrder {
   private:
     void SortLowHalves();
 
-    LargeArray<uint64_t> itemV;  // (high half of the key, row), sorted
-    LargeArray<uint64_t> keyV;   // whole keys, sorted; during the sort, a buffer
-    LargeArray<uint32_t> lowV;   // low half of the key, by row
+    // (high half of the key, row), sorted.
+    LargeArray<uint64_t> itemV;
+    // Whole keys, sorted; during the sort, a buffer.
+    LargeArray<uint64_t> keyV;
+    // Low half of the key, by row.
+    LargeArray<uint32_t> lowV;
 };
 
 }  // namespace engine

@@ -27,8 +27,8 @@ double BestOfPrefixes(const double* sums, const double* weights, int count, cons
     const __m128d signMask = _mm_set1_pd(-0.0);
     __m128d best = none;
     __m128d largest = zero;
-    for (int i = 0; i < count;
-         i += 2) {  // two prefixes at a time; the arrays are padded with empty ones
+    // Two prefixes at a time; the arrays are padded with empty ones.
+    for (int i = 0; i < count; i += 2) {
         const __m128d g = _mm_loadu_pd(sums + i);
         const __m128d w = _mm_loadu_pd(weights + i);
         const __m128d rest = _mm_sub_pd(total, g);
@@ -49,24 +49,27 @@ double BestOfPrefixes(const double* sums, const double* weights, int count, cons
 
 }  // namespace
 
+// The variables are named as in docs/engine-training.md: the rows before the run have the sums (g0,
+// w0), the run itself (s, c), and h bounds |gradient| / weight.
 double BinScan::InsideBound(const NodeTotals& node, const Cell& before, const Cell& inside) const {
     const double g0 = fixed.Sum(before);
     const double w0 = fixed.Weight(before);
-    const double count = fixed.Weight(inside);
+    const double c = fixed.Weight(inside);
+    const double h = fixed.maxAbsGradPerWeight;
     const double s = fixed.Sum(inside);
-    const double a = std::min(fixed.AbsBound(inside), fixed.maxAbsGradPerWeight * count);
-    const double perLargest =
-        fixed.maxAbsGradPerWeight > 0.0 ? 1.0 / fixed.maxAbsGradPerWeight : 0.0;
+    const double a = std::min(fixed.AbsBound(inside), h * c);
+    const double inverseH = h > 0.0 ? 1.0 / h : 0.0;
     const double p = 0.5 * (a + s);
     const double n = 0.5 * (a - s);
     const double r0 = node.sum - g0;
-    const double v0 = node.weight - w0 - count;
+    const double v0 = node.weight - w0 - c;
     const auto term = [](double sum, double weight) { return sum * sum / std::max(weight, kTiny); };
-    const double top = term(g0 + p, w0 + p * perLargest) + term(r0 - p, v0 + n * perLargest);
-    const double bottom = term(g0 - n, w0 + n * perLargest) + term(r0 + n, v0 + p * perLargest);
+    const double top = term(g0 + p, w0 + p * inverseH) + term(r0 - p, v0 + n * inverseH);
+    const double bottom = term(g0 - n, w0 + n * inverseH) + term(r0 + n, v0 + p * inverseH);
     return std::max(top, bottom) * kInflate;
 }
 
+// One pass computes the prefix sums and the largest bin; the scores then need only the prefixes.
 void BinScan::Scan(int id, const Histogram& histogram, const NodeTotals& node,
                    ColumnSummary& summary) const {
     const Column& column = data.At(id);
@@ -89,6 +92,7 @@ void BinScan::Scan(int id, const Histogram& histogram, const NodeTotals& node,
         BoundRuns(column, histogram, node, summary);
     } else if (!column.fAllSeparable) {
         summary.best = -1.0;
+        // An exact column with inseparable neighbours: only some boundaries are candidates.
         VisitBoundaries(column, numBins, node, summary, [&summary](double score, int) {
             summary.best = std::max(summary.best, score);
         });
@@ -107,6 +111,7 @@ double BinScan::BestBoundary(int numBins, const NodeTotals& node, ColumnSummary&
     return BestOfPrefixes(sumV.data(), weightV.data(), numBins, node, summary.maxAbsSum);
 }
 
+// A run gets a bound of -1 if it is empty or holds a single rank: nothing can be split there.
 void BinScan::BoundRuns(const Column& column, const Histogram& histogram, const NodeTotals& node,
                         ColumnSummary& summary) const {
     const int numBins = histogram.NumBins(column);
@@ -133,7 +138,9 @@ void BinScan::VisitBoundaries(const Column& column, int numBins, const NodeTotal
         const size_t b = static_cast<size_t>(bin);
         return summary.prefixV[b].packed != summary.prefixV[b + 1].packed;
     };
-    int last = -1;  // the last non-empty bin so far
+    // The last non-empty bin so far.
+    int last = -1;
+    // Empty bins are skipped, so a split lies between two bins that hold rows of this node.
     for (int bin = 0; bin < numBins; ++bin) {
         if (!holdsRows(bin)) continue;
         const bool fSeparable = !column.fExact || column.fAllSeparable || last < 0 ||
@@ -147,6 +154,7 @@ void BinScan::VisitBoundaries(const Column& column, int numBins, const NodeTotal
     }
 }
 
+// The last rank on the left is the last rank of the bin, even if no row of the node has it.
 void BinScan::AppendCandidates(int slot, int id, const Histogram& histogram, const NodeTotals& node,
                                const ColumnSummary& summary, double minScore,
                                std::vector<Candidate>& candidateV) const {
@@ -158,6 +166,7 @@ void BinScan::AppendCandidates(int slot, int id, const Histogram& histogram, con
     });
 }
 
+// Checks the run's bound first, which prunes most bins at an eighth of the cost.
 void BinScan::AppendCandidateBins(int id, const Histogram& histogram, const NodeTotals& node,
                                   const ColumnSummary& summary, double minScore,
                                   std::vector<int>& binV) const {

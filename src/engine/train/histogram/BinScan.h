@@ -26,7 +26,8 @@ struct Candidate {
     int slot = -1;
     int column;
     uint32_t lastRank;
-    Cell left;  // the sums over the rows on the left
+    // The sums over the rows on the left.
+    Cell left;
 };
 
 // The score of a split with the sums (sum, weight) on its left.
@@ -40,12 +41,16 @@ inline double SplitScore(const NodeTotals& node, double sum, double weight) {
 struct ColumnSummary {
     static constexpr int kRunBins = 8;
 
-    double best = -1.0;      // the best score of a split between bins; -1 if there is none
-    double maxAbsSum = 0.0;  // M: no sum of rows from either end is larger in size
-    double bound = -1.0;     // no split inside a bin scores more; -1 if there is none
+    // The best score of a split between bins; -1 if there is none.
+    double best = -1.0;
+    // M: no sum of rows from either end is larger in size.
+    double maxAbsSum = 0.0;
+    // No split inside a bin scores more; -1 if there is none.
+    double bound = -1.0;
     // By run: no split inside a bin of the run scores more.
     std::vector<double> runBoundV;
-    std::vector<Cell> prefixV;  // the sums before each bin, then the total
+    // The sums before each bin, then the total.
+    std::vector<Cell> prefixV;
 };
 
 // Stateless but for its references; thread-safe.
@@ -77,6 +82,7 @@ class BinScan {
     bool HasTwoRows(const Cell& inside) const { return fixed.Weight(inside) >= 2.0; }
 
   private:
+    // The parts of Scan.
     void BoundRuns(const Column& column, const Histogram& histogram, const NodeTotals& node,
                    ColumnSummary& summary) const;
     double BestBoundary(int numBins, const NodeTotals& node, ColumnSummary& summary) const;

@@ -15,8 +15,8 @@ namespace {
 
 constexpr int kNarrowBins = 256;  // distinct values of an 8-bit code
 constexpr int kFewestBins = 16;   // per column, however many columns there are
-constexpr size_t kMostCells =
-    1 << 19;                    // limits the bins of wide data: the cells of a node's histogram
+// Limits the bins of wide data: the cells of a node's histogram.
+constexpr size_t kMostCells = 1 << 19;
 constexpr int kMostHeavy = 32;  // a value that holds 1 / kMostHeavy of all rows gets its own bin
 constexpr size_t kSlack = 16;   // codes that may be read past the last row
 // The fewest bins of a coarse histogram of a node that does not sort its columns: 3 sqrt(512), see
@@ -68,10 +68,13 @@ std::vector<uint32_t> MakeBins(const DistinctValues& distinct, size_t numRows, i
     const auto firstRank = [](size_t rank) { return static_cast<uint32_t>(rank); };
     const double rows = static_cast<double>(numRows);
     const size_t mostHeavy = static_cast<size_t>(std::min(numBins, kMostHeavy));
-    size_t alignment = 1;  // bins that a heavy value takes, with its empty ones
+    // Bins that a heavy value takes, with its empty ones.
+    size_t alignment = 1;
     while (numBins >= 2 * kFewBins * static_cast<int>(alignment)) alignment *= 2;
     int bin = 1;
     bool fHeavyBefore = false;
+    // Invariant: firstV holds the first rank of each bin so far, and `bin` is the next ideal bin to
+    // begin.
     for (size_t r = 0; r < distinct.Count(); ++r) {
         const size_t begin = distinct.Begin(r);
         const bool fHeavy = (distinct.End(r) - begin) * mostHeavy >= numRows;
@@ -89,6 +92,8 @@ std::vector<uint32_t> MakeBins(const DistinctValues& distinct, size_t numRows, i
     return firstV;
 }
 
+// The number of bins wanted grows with the square root of the rows, like the bins' noise. Wide data
+// get fewer, so that a histogram keeps a bounded size.
 int ChooseMostBins(int numRows, int numColumns, int mostBins) {
     const double wanted = 4.0 * std::sqrt(static_cast<double>(numRows));
     const size_t binsPerColumn = kMostCells / static_cast<size_t>(std::max(numColumns, 1));
@@ -97,6 +102,7 @@ int ChooseMostBins(int numRows, int numColumns, int mostBins) {
     return std::min(static_cast<int>(bound), mostBins);
 }
 
+// Fills in the values of the bins, and which of them hold only separable neighbours.
 void DescribeBins(const DistinctValues& distinct, Column& c) {
     c.fAllSeparable = true;
     c.fSeparableBinV.assign(static_cast<size_t>(c.numBins), 1);
@@ -121,14 +127,15 @@ std::vector<uint32_t> CodeFirstRanks(const Column& c) {
     return firstV;
 }
 
+// Writes the 8-bit codes and ranks in sorted order. Each code covers the ranks [firstV[code],
+// firstV[code + 1]).
 void AssignRanks(const ValueOrder& sorted, const DistinctValues& distinct, int rankBits,
                  Column& c) {
-    const std::vector<uint32_t> firstV =
-        c.fNarrow ? c.binFirstRankV
-                  : CodeFirstRanks(c);  // of a narrow column, code and rank are the same
+    const std::vector<uint32_t> firstV = c.fNarrow ? c.binFirstRankV : CodeFirstRanks(c);
     c.code8V.resize(sorted.Count());
     if (!c.fNarrow) c.ranks = RowRanks(firstV, sorted.Count(), rankBits);
     size_t code = 0;
+    // Invariant: firstV[code] <= rank, so the code never decreases.
     for (size_t r = 0; r < distinct.Count(); ++r) {
         const uint32_t rank = static_cast<uint32_t>(r);
         while (firstV[code + 1] <= rank) ++code;
@@ -148,6 +155,7 @@ class BinFinder {
         while ((column.binFirstRankV.back() >> step) >= kSteps) ++step;
         const uint32_t numSteps = (column.binFirstRankV.back() >> step) + 1;
         uint16_t bin = 0;
+        // bin is the bin of the step's first rank: a lower bound for all ranks of the step.
         for (uint32_t s = 0; s < numSteps; ++s) {
             while (bin + 1 < column.numBins && firstV[bin + 1] <= s << step) ++bin;
             guessV.push_back(bin);
@@ -176,6 +184,7 @@ struct BinnedColumns::CodingBuffers {
     DistinctValues distinct;
 };
 
+// The order matters: duplicates compare codes, and row codes need the layout.
 BinnedColumns::BinnedColumns(const double* const* rows, int numRow, int numColumn,
                              const Tuning& tuning, WorkerPool& pool)
     : rowV(rows),
@@ -230,6 +239,7 @@ bool BinnedColumns::CodeColumn(int column, int rankBits, CodingBuffers& buffers)
     return true;
 }
 
+// Assigns each column its index in the row codes, and its cells in a histogram of each shift.
 void BinnedColumns::LayOutColumns() {
     for (int column = 0; column < NumColumns(); ++column) {
         Column& c = columnV[static_cast<size_t>(column)];
@@ -249,6 +259,8 @@ void BinnedColumns::LayOutColumns() {
     wideRows.stride = (wideV.size() + 7) / 8 * 8;
 }
 
+// Narrow codes are copied; wide codes are looked up from the ranks. Rows past the last are not
+// written: LargeArray zeroes them.
 void BinnedColumns::FillRowCodes(WorkerPool& pool) {
     narrowRows.codeV.resize(static_cast<size_t>(numRows) * narrowRows.stride + kSlack);
     wideRows.codeV.resize(static_cast<size_t>(numRows) * wideRows.stride + kSlack);
@@ -269,6 +281,7 @@ void BinnedColumns::FillRowCodes(WorkerPool& pool) {
     });
 }
 
+// FNV-1a over the ranks, row by row.
 uint64_t BinnedColumns::HashRanks(int column) const {
     uint64_t hash = 1469598103934665603u;
     const auto mix = [&hash](uint64_t rank) { hash = (hash ^ rank) * 1099511628211u; };
@@ -280,6 +293,7 @@ uint64_t BinnedColumns::HashRanks(int column) const {
 // last bit. If both are all separable, they have the same splits, too.
 void BinnedColumns::FindDuplicates(const std::vector<uint64_t>& hashV) {
     std::unordered_map<uint64_t, std::vector<int>> byHash;
+    // Equal hashes only nominate duplicates; the comparison decides.
     for (int column = 0; column < NumColumns(); ++column) {
         Column& c = columnV[static_cast<size_t>(column)];
         c.firstDuplicate = column;

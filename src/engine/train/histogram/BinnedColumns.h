@@ -33,19 +33,30 @@ namespace engine {
 // A coded column.
 struct Column {
     int numBins = 0;
-    bool fExact = false;  // one bin per distinct value
+    // One bin per distinct value.
+    bool fExact = false;
     // Whether all neighbouring values are separable.
     bool fAllSeparable = false;
-    bool fNarrow = false;                 // code8V holds whole bin numbers
-    int codeIndex = 0;                    // column of the narrow or the wide row codes
-    int firstDuplicate = 0;               // the first column with the same ranks, perhaps this one
-    std::vector<size_t> firstCellV;       // by shift: the column's first cell in a node's histogram
-    std::vector<uint32_t> binFirstRankV;  // numBins + 1 entries, the last the number of ranks
-    std::vector<uint8_t> fSeparableBinV;  // by bin: all neighbours inside are separable
-    std::vector<double> binValueV;  // by bin: the lowest value; of an empty bin, the next value
-    int code8Shift = 0;             // 2^code8Shift bins share an 8-bit code
-    LargeArray<uint8_t> code8V;     // by row: the 8-bit code; in a narrow column bin and rank, too
-    RowRanks ranks;                 // wide columns: the rank per row
+    // code8V holds whole bin numbers.
+    bool fNarrow = false;
+    // The column number in the narrow or the wide row codes.
+    int codeIndex = 0;
+    // The first column with the same ranks, perhaps this one.
+    int firstDuplicate = 0;
+    // By shift: the column's first cell in a node's histogram.
+    std::vector<size_t> firstCellV;
+    // numBins + 1 entries, the last the number of ranks.
+    std::vector<uint32_t> binFirstRankV;
+    // By bin: all neighbours inside are separable.
+    std::vector<uint8_t> fSeparableBinV;
+    // By bin: the lowest value; of an empty bin, the next value.
+    std::vector<double> binValueV;
+    // 2^code8Shift bins share an 8-bit code.
+    int code8Shift = 0;
+    // By row: the 8-bit code; in a narrow column bin and rank, too.
+    LargeArray<uint8_t> code8V;
+    // Wide columns: the rank per row.
+    RowRanks ranks;
 
     // The number of bins when 2^shift neighbours are joined. Bins of exact columns are never
     // joined.
@@ -68,6 +79,8 @@ struct RowCodes {
     const Code* Row(int row) const { return codeV.data() + static_cast<size_t>(row) * stride; }
 };
 
+// Immutable once made, so any number of threads may use it. Holds on to the caller's matrix, which
+// must outlive it.
 class BinnedColumns {
   public:
     // Codes the matrix `rowV` (numRow rows of numColumn values), which must stay valid and
@@ -91,11 +104,14 @@ class BinnedColumns {
     int MostBins() const { return maxBins; }
     // The number of cells of a histogram with 2^shift bins joined, 2^shift <= MostBins().
     size_t NumCells(int shift) const { return numCellsV[static_cast<size_t>(shift)]; }
+    // The columns of the row codes, by codeIndex.
     const std::vector<int>& NarrowColumns() const { return narrowV; }
     const std::vector<int>& WideColumns() const { return wideV; }
+    // The bin numbers of all rows.
     const RowCodes<uint8_t>& NarrowRows() const { return narrowRows; }
     const RowCodes<uint16_t>& WideRows() const { return wideRows; }
 
+    // The rank of a row in a column.
     uint32_t Rank(int column, int row) const {
         const Column& c = At(column);
         const uint8_t code = c.code8V[static_cast<size_t>(row)];
@@ -103,6 +119,7 @@ class BinnedColumns {
     }
 
   private:
+    // What a worker needs to code a column.
     struct CodingBuffers;
 
     std::vector<uint64_t> CodeColumns(int rankBits, WorkerPool& pool);

@@ -15,6 +15,7 @@ constexpr int kBlockKeys = 256;
 
 }  // namespace
 
+// A binary search: SubBinOf ascends with the rank.
 uint32_t FineBin::LastRank(size_t subBin) const {
     uint32_t low = first;
     uint32_t high = past;
@@ -26,6 +27,8 @@ uint32_t FineBin::LastRank(size_t subBin) const {
     return low;
 }
 
+// Compacts keyV in place: never more keys have been kept than read. Then keyV and subBinV run
+// parallel.
 void FineScan::Count(std::vector<FineBin>& bins, const RowSet& rows, LargeArray<uint64_t>& keyV) {
     DivideBins(bins);
     subBinV.resize(keyV.size());
@@ -46,6 +49,7 @@ void FineScan::Count(std::vector<FineBin>& bins, const RowSet& rows, LargeArray<
 // Divides the bins into sub-bins, and fills binAtV.
 void FineScan::DivideBins(std::vector<FineBin>& bins) {
     size_t numSubBins = 0;
+    // A sub-bin for each kRowsPerSubBin rows, weights counted as rows, but no more than ranks.
     for (FineBin& bin : bins) {
         Cell inside = bin.behind;
         inside -= bin.before;
@@ -64,6 +68,7 @@ void FineScan::DivideBins(std::vector<FineBin>& bins) {
     while ((range >> step) >= kSteps) ++step;
     binAtV.resize((range >> step) + 1);
     uint16_t bin = 0;
+    // Bins are ascending, so `bin` never decreases.
     for (size_t s = 0; s < binAtV.size(); ++s) {
         while (bins[bin].past <= lowest + (static_cast<uint32_t>(s) << step) &&
                bin + 1u < bins.size()) {
@@ -77,6 +82,7 @@ void FineScan::DivideBins(std::vector<FineBin>& bins) {
 void FineScan::AddRows(const RowSet& rows, const LargeArray<uint64_t>& keyV) {
     int rowV[kBlockKeys];
     Cell blockV[kBlockKeys];
+    // Converts a block of rows at a time, so that the gathers overlap.
     for (size_t begin = 0; begin < keyV.size(); begin += kBlockKeys) {
         const int count = static_cast<int>(std::min<size_t>(kBlockKeys, keyV.size() - begin));
         for (int i = 0; i < count; ++i) rowV[i] = ItemOf(keyV[begin + static_cast<size_t>(i)]);
@@ -87,6 +93,7 @@ void FineScan::AddRows(const RowSet& rows, const LargeArray<uint64_t>& keyV) {
     }
 }
 
+// Compacts in place, without a branch. subBinV then no longer matches keyV.
 void FineScan::Keep(const std::vector<uint8_t>& fKeepV, LargeArray<uint64_t>& keyV) const {
     size_t numKept = 0;
     for (size_t i = 0; i < keyV.size(); ++i) {

@@ -20,11 +20,14 @@ struct FineBin {
     uint32_t past;
     Cell before;
     Cell behind;
-    bool fAllSeparable;  // if not all neighbours are separable, the bin is one sub-bin
+    // If not all neighbours are separable, the bin is one sub-bin.
+    bool fAllSeparable;
+    // Set by FineScan::Count: the sub-bins are numbered through all bins.
     size_t firstSubBin = 0;
     size_t numSubBins = 1;
     double subBinsPerRank = 0.0;
 
+    // The sub-bin of a rank, which must be in [first, past).
     size_t SubBinOf(uint32_t rank) const {
         return firstSubBin + static_cast<size_t>((rank - first) * subBinsPerRank);
     }
@@ -71,7 +74,8 @@ class FineScan {
     LargeArray<uint32_t> subBinV;  // by key
     // By (rank - lowest) / 2^step: the first bin that ends beyond that rank.
     std::vector<uint16_t> binAtV;
-    uint32_t lowest = 0;  // the first rank of the first bin
+    // The first rank of the first bin.
+    uint32_t lowest = 0;
     int step = 0;
 };
 

@@ -11,12 +11,12 @@ namespace engine {
 namespace {
 
 constexpr int kBlockRows = 8192;
-constexpr size_t kMostTileCodes = size_t{1}
-                                  << 26;  // bounds the memory of a tile; see ChooseBlockRows
-constexpr int kPadRows = 8;               // zero cells after a block: 8-bit codes per word
-constexpr size_t kTogether = 2;           // columns added side by side
-constexpr int kMostOddCells = 1024;       // more would not fit the L1 cache
-constexpr int kAhead = 48;                // rows whose codes are prefetched
+// Bounds the memory of a tile; see ChooseBlockRows.
+constexpr size_t kMostTileCodes = size_t{1} << 26;
+constexpr int kPadRows = 8;          // zero cells after a block: 8-bit codes per word
+constexpr size_t kTogether = 2;      // columns added side by side
+constexpr int kMostOddCells = 1024;  // more would not fit the L1 cache
+constexpr int kAhead = 48;           // rows whose codes are prefetched
 
 // The rows per block, a multiple of eight: at most all rows, and fewer if rows are very wide.
 int ChooseBlockRows(const BinnedColumns& data) {
@@ -35,6 +35,7 @@ bool IsRun(const int* rowV, int count) {
     return true;
 }
 
+// Adds both words of a cell with one instruction. Cells are aligned to 16 bytes.
 inline void AddCell(Cell* target, __m128i cell) {
     __m128i* at = reinterpret_cast<__m128i*>(target);
     _mm_store_si128(at, _mm_add_epi64(_mm_load_si128(at), cell));
@@ -74,6 +75,7 @@ void AddTogether(const Cell* cells, int count, const TileColumn<Code>* columns) 
     constexpr int kWordRows = sizeof(uint64_t) / sizeof(Code);
     TileColumn<Code> columnV[kColumns];
     std::copy_n(columns, kColumns, columnV);
+    // Each pass of the outer loop takes one word of codes per column.
     for (int i = 0; i < count; i += kWordRows) {
         uint64_t codesV[kColumns];
         for (size_t j = 0; j < kColumns; ++j) codesV[j] = CodesAt(columnV[j], i);
@@ -93,6 +95,7 @@ void AddTogether(const Cell* cells, int count, const TileColumn<Code>* columns) 
 // Transposes eight rows of eight 16-bit codes.
 void Transpose8x8(const uint16_t* const* rows, size_t from, uint16_t* tile, size_t tileStride) {
     __m128i r[8], s[8];
+    // Three rounds of interleaving: of rows 4 apart, then 2, then 1.
     for (int i = 0; i < 8; ++i) {
         r[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[i] + from));
     }
@@ -147,6 +150,7 @@ void Transpose8x16(const uint8_t* const* rows, size_t from, uint8_t* tile, size_
     }
 }
 
+// Transposes eight whole rows, with their padding.
 void TransposeEight(const uint16_t* const* rows, size_t stride, uint16_t* tile, size_t tileStride) {
     for (size_t from = 0; from < stride; from += 8) Transpose8x8(rows, from, tile, tileStride);
 }
@@ -157,6 +161,7 @@ void TransposeEight(const uint8_t* const* rows, size_t stride, uint8_t* tile, si
 
 }  // namespace
 
+// Tiles hold a whole block of every column, with a gap between columns.
 HistogramFiller::HistogramFiller(const BinnedColumns& columns)
     : data(columns),
       blockRows(ChooseBlockRows(data)),
@@ -171,6 +176,7 @@ void HistogramFiller::Transpose(const RowCodes<Code>& codes, const int* rowV, in
                                 Code* tile) {
     if (codes.stride == 0) return;
     const Code* rows[8];
+    // The last group repeats the last row; its codes are read, but its cells are zero.
     for (int i = 0; i < count; i += 8) {
         for (int j = 0; j < 8; ++j) {
             const int ahead = i + j + kAhead;
@@ -181,6 +187,7 @@ void HistogramFiller::Transpose(const RowCodes<Code>& codes, const int* rowV, in
     }
 }
 
+// Converts the block's gradients to cells; reads them in order where the set has its own.
 void HistogramFiller::LoadCells(const RowSet& rows, int begin, int count, const FixedPoint& fixed) {
     if (rows.ownGradV == nullptr) {
         return rows.CellsOf(rows.rowV + begin, count, fixed, cellV.data());
@@ -189,6 +196,7 @@ void HistogramFiller::LoadCells(const RowSet& rows, int begin, int count, const 
                   rows.weightV != nullptr ? rows.ownWeightV + begin : nullptr, count, cellV.data());
 }
 
+// The filler's buffers hold one block, so memory does not grow with the node.
 void HistogramFiller::Add(const RowSet& rows, const FixedPoint& fixed,
                           const std::vector<int>& columns, Histogram& histogram) {
     for (int begin = 0; begin < rows.count; begin += blockRows) {
@@ -225,6 +233,7 @@ void HistogramFiller::AddBlock(const int* rowV, int count, const std::vector<int
 template <typename Code, typename CodesOf>
 void HistogramFiller::AddColumns(int count, const std::vector<int>& columns, const CodesOf& codesOf,
                                  Histogram& histogram) {
+    // An odd column at the end is added alone.
     for (size_t j = 0; j < columns.size(); j += kTogether) {
         const size_t num = std::min(kTogether, columns.size() - j);
         TileColumn<Code> columnV[kTogether];
@@ -240,6 +249,7 @@ void HistogramFiller::AddColumns(int count, const std::vector<int>& columns, con
         } else {
             AddTogether<1>(cellV.data(), count, columnV);
         }
+        // Merges the second cells into the histogram, and leaves them zero for the next columns.
         for (size_t k = 0; k < num; ++k) {
             if (columnV[k].oddCells == columnV[k].cells) continue;
             for (int bin = 0; bin < histogram.NumBins(data.At(columns[j + k])); ++bin) {

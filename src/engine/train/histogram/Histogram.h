@@ -18,8 +18,10 @@ namespace engine {
 // column that is not exact.
 struct Histogram {
     std::vector<Cell> cellV;
+    // The resolution: 0 is the finest.
     int shift = 0;
 
+    // A column's cells, NumBins(column) of them.
     const Cell* Of(const Column& column) const { return cellV.data() + FirstCell(column); }
     Cell* Of(const Column& column) { return cellV.data() + FirstCell(column); }
     size_t FirstCell(const Column& column) const {
@@ -66,11 +68,15 @@ class HistogramFiller {
                     Histogram& histogram);
 
     const BinnedColumns& data;
-    const int blockRows;      // rows per block
-    const size_t tileStride;  // codes from one column of a tile to the next; no power of two, which
-                              // would map all columns to the same cache sets
-    std::vector<Cell> cellV;  // of the block's rows, then kPadRows zeros
-    std::vector<Cell> oddV;   // second cells of the columns being added; zeros between uses
+    const int blockRows;  // rows per block
+    // Codes from one column of a tile to the next; no power of two, which would map all columns to
+    // the same cache sets.
+    const size_t tileStride;
+    // The cells of the block's rows, then kPadRows zeros.
+    std::vector<Cell> cellV;
+    // Second cells of the columns being added; zeros between uses.
+    std::vector<Cell> oddV;
+    // The transposed codes of a block.
     std::vector<uint8_t> narrowTile;
     std::vector<uint16_t> wideTile;
 };

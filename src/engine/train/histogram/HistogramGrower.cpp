@@ -31,12 +31,16 @@ int ShiftFor(int count, int mostBins) {
 // A node that waits to be split, and then the outcome.
 struct HistogramGrower::OpenNode {
     int idxNode = 0;
-    int numTogether = 0;  // the number of workers that it warrants; 0: too small to be shared
+    // The number of workers that it warrants; 0: too small to be shared.
+    int numTogether = 0;
     Cell total = {};
-    std::unique_ptr<Histogram> histogram = nullptr;  // null: counted by its worker, or not needed
-    std::vector<int> columnV = {};                   // sampled, by slot
-    SplitPoint split = {};                           // column -1: the node stays a leaf
-    Cell left = {};                                  // the sums over the left child's rows
+    // Null: the worker counts it, or none is needed.
+    std::unique_ptr<Histogram> histogram = nullptr;
+    std::vector<int> columnV = {};  // sampled, by slot
+    // Column -1: the node stays a leaf.
+    SplitPoint split = {};
+    // The sums over the left child's rows.
+    Cell left = {};
     GrownNode children[2] = {};
     std::unique_ptr<Histogram> childHistogramV[2] = {};
 };
@@ -52,9 +56,11 @@ struct HistogramGrower::Worker {
     HistogramFiller& filler;
     SplitSearch search;
     RowPartition partition;
-    Histogram own;  // of the node being split, if it has none of its own
+    // The histogram of the node being split, if the node has none from its parent.
+    Histogram own;
 };
 
+// The pools and the workers keep references to `fixed`, which Take fits again for each tree.
 HistogramGrower::HistogramGrower(const BinnedColumns& columns, WorkerPool& workers,
                                  const GrowthLimits& growthLimits, const Tuning& figures,
                                  const ReferenceSearch& referenceSearch)
@@ -64,8 +70,7 @@ HistogramGrower::HistogramGrower(const BinnedColumns& columns, WorkerPool& worke
       tuning(figures),
       reference(referenceSearch),
       rows(data.HasInexact()),
-      histogramPool(columns, fixed, workers,
-                    tuning.chunkRows / 2),  // half a chunk: one block of a filler
+      histogramPool(columns, fixed, workers, tuning.chunkRows / 2),  // one block of a filler
       bufferPool(fixed) {
     for (int w = 0; w < pool.NumWorkers(); ++w) {
         workerV.push_back(std::make_unique<Worker>(data, fixed, tuning, histogramPool.FillerOf(w),
@@ -75,6 +80,7 @@ HistogramGrower::HistogramGrower(const BinnedColumns& columns, WorkerPool& worke
 
 HistogramGrower::~HistogramGrower() = default;
 
+// Gradients are fitted to integers in the tree's own order; any order would give the same fit.
 bool HistogramGrower::Take(const double* gradV, const int* weightV, const int* indexV, int num) {
     if (num == 0) return false;
     rows.Take(gradV, weightV, indexV, num, data.NumRows(), pool);
@@ -83,6 +89,8 @@ bool HistogramGrower::Take(const double* gradV, const int* weightV, const int* i
     return fixed.fUsable;
 }
 
+// Levels are grown one after the other. Besides the root, only nodes that may be split are on a
+// level.
 void HistogramGrower::Grow(long* seed, const std::function<void()>& lastDraw) {
     nodeV.clear();
     numLeaf = 1;
@@ -97,6 +105,8 @@ void HistogramGrower::Grow(long* seed, const std::function<void()>& lastDraw) {
     }
 }
 
+// The root of a tree. Its gradients are summed in the reference order, which takes a single worker;
+// in a large tree the others count the histogram meanwhile.
 HistogramGrower::OpenNode HistogramGrower::MakeRoot() {
     GrownNode root;
     root.countDoc = static_cast<int>(rows.gradV.size());
@@ -124,6 +134,9 @@ HistogramGrower::OpenNode HistogramGrower::MakeRoot() {
     return open;
 }
 
+// Splits the nodes of a level, in batches that the leaf limit allows (GrowthLimits::BatchSize), and
+// appends the children that may be split to nextV. Columns are sampled in node order before a batch
+// is searched, so threads do not affect the draws.
 void HistogramGrower::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
                                 const std::function<void()>& lastDraw,
                                 std::vector<OpenNode>& nextV) {
@@ -140,6 +153,7 @@ void HistogramGrower::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
         const bool fShareHistograms =
             limits.fForest || numLeaf + static_cast<int64_t>(numBatch) < limits.maxLeaf;
         SplitBatch(batch, numBatch, fShareHistograms);
+        // Children are appended in node order, whichever worker finished first.
         for (size_t b = 0; b < numBatch; ++b) {
             if (batch[b].split.column < 0) continue;
             fSlicesMatchThreshold = fSlicesMatchThreshold && batch[b].split.fSlicesMatchThreshold;
@@ -151,6 +165,7 @@ void HistogramGrower::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
     rows.EndLevel();
 }
 
+// Samples the columns of a batch, numSelFea per node.
 void HistogramGrower::DrawColumns(OpenNode* batch, size_t numBatch, long* seed) {
     const std::vector<int> drawnV =
         engine::DrawColumns(data.NumColumns(), limits.numSelFea, numBatch, seed);
@@ -191,6 +206,8 @@ void HistogramGrower::ChooseParallelism(OpenNode& open, int64_t numRows) const {
     open.numTogether = fShared ? std::max(static_cast<int>(std::lround(fair)), 1) : 0;
 }
 
+// Finds a node's split, moves its rows to the children, and sums up the children. Touches only
+// the node's own slices, so nodes of a batch may be split at once.
 void HistogramGrower::SplitNode(OpenNode& open, Worker& worker) {
     const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
     open.split = FindSplit(open, worker);
@@ -202,6 +219,7 @@ void HistogramGrower::SplitNode(OpenNode& open, Worker& worker) {
     }
     MoveRows(open, worker);
     if (open.left.packed != 0) return;
+    // The search's sums of the left side do not apply: add up the slice.
     for (int i = open.children[0].startDoc; i < open.children[1].startDoc; ++i) {
         const size_t at = static_cast<size_t>(i);
         open.left += fixed.ToCell(rows.gradV[at], rows.weightV.empty() ? 1 : rows.weightV[at]);
@@ -236,6 +254,7 @@ SplitPoint HistogramGrower::FindSplit(OpenNode& open, Worker& worker) {
         Histogram& own = worker.own;
         own.shift = ShiftFor(node.countDoc, data.MostBins());
         own.cellV.resize(std::max(own.cellV.size(), data.NumCells(own.shift)));
+        // Only the sampled columns are cleared and counted; other cells are stale.
         for (const int id : open.columnV) {
             std::fill_n(own.Of(data.At(id)), own.NumBins(data.At(id)), Cell());
         }
@@ -270,6 +289,7 @@ void HistogramGrower::SumChildren(OpenNode& open) {
     const int both = std::min(left.countDoc, right.countDoc);
     double sumA = 0.0;
     double sumB = 0.0;
+    // `a` and `b` add in order, each in its own variable.
     for (int i = 0; i < both; ++i) {
         sumA += a[i];
         sumB += b[i];
@@ -309,6 +329,8 @@ void HistogramGrower::ShareHistogram(OpenNode& open, Worker& worker) {
     histogramPool.Subtract(*open.childHistogramV[larger], *open.childHistogramV[smaller]);
 }
 
+// Records the split and appends both children, the left one first. Children that may be split go to
+// nextV with their integer sums; the right child has what the left one leaves.
 void HistogramGrower::AppendChildren(OpenNode& open, std::vector<OpenNode>& nextV) {
     RecordSplit(open.split, static_cast<int>(nodeV.size()),
                 nodeV[static_cast<size_t>(open.idxNode)]);

@@ -76,9 +76,11 @@ class HistogramGrower {
     const GrowthLimits limits;
     const Tuning tuning;
     const ReferenceSearch& reference;
+    // Fitted by Take, once per tree.
     FixedPoint fixed;
     TreeRows rows;
     std::vector<GrownNode> nodeV;
+    // Leaves so far, counted as the leaf limit counts them.
     int numLeaf = 1;
     bool fSlicesMatchThreshold = true;
     HistogramPool histogramPool;

@@ -11,6 +11,7 @@ namespace sylvora {
 namespace engine {
 namespace {
 
+// Adds sums. Exact in any order.
 void AddCells(Cell* to, const Cell* from, size_t count) {
     for (size_t c = 0; c < count; ++c) to[c] += from[c];
 }
@@ -19,6 +20,7 @@ void SubtractCells(Cell* to, const Cell* from, size_t count) {
     for (size_t c = 0; c < count; ++c) to[c] -= from[c];
 }
 
+// The rows [begin, end) of a set.
 RowSet SubRange(const RowSet& rows, int begin, int end) {
     const bool fOwn = rows.ownGradV != nullptr;
     return {rows.rowV + begin,
@@ -31,6 +33,7 @@ RowSet SubRange(const RowSet& rows, int begin, int end) {
 
 }  // namespace
 
+// Makes a filler per worker up front; histograms are made as needed.
 HistogramPool::HistogramPool(const BinnedColumns& columns, const FixedPoint& fixedPoint,
                              WorkerPool& workers, int rowsOfChunk)
     : data(columns), fixed(fixedPoint), pool(workers), chunkRows(std::max(rowsOfChunk, 1)) {
@@ -58,6 +61,7 @@ std::unique_ptr<Histogram> HistogramPool::AcquireFree(size_t numCells) {
     return histogram;
 }
 
+// Returns a zeroed histogram of this shift.
 std::unique_ptr<Histogram> HistogramPool::Acquire(int shift) {
     const size_t numCells = data.NumCells(shift);
     std::unique_ptr<Histogram> histogram = AcquireFree(numCells);
@@ -67,6 +71,7 @@ std::unique_ptr<Histogram> HistogramPool::Acquire(int shift) {
     return histogram;
 }
 
+// The list of free histograms grows to as many as were ever used at once.
 void HistogramPool::Release(std::unique_ptr<Histogram> histogram) {
     if (!histogram) return;
     const std::lock_guard<std::mutex> lock(mutex);
@@ -110,6 +115,7 @@ std::unique_ptr<Histogram> HistogramPool::CountShared(const RowSet& rows, int sh
 // Works in place: cells only move towards the front, so each one is read before it is overwritten.
 void HistogramPool::Coarsen(Histogram& histogram, int shift) const {
     if (shift == histogram.shift) return;
+    // `from` and `to` may overlap, but `to` never passes `from`.
     for (int id = 0; id < data.NumColumns(); ++id) {
         const Column& column = data.At(id);
         const int joinedBits = column.fExact ? 0 : shift - histogram.shift;
@@ -127,6 +133,7 @@ void HistogramPool::Coarsen(Histogram& histogram, int shift) const {
     histogram.cellV.resize(data.NumCells(shift));
 }
 
+// Whole words may be subtracted: a part's fields are never larger than the whole's.
 void HistogramPool::Subtract(Histogram& whole, const Histogram& part) const {
     SubtractCells(whole.cellV.data(), part.cellV.data(), data.NumCells(whole.shift));
 }

@@ -42,7 +42,8 @@ class HistogramPool {
     const BinnedColumns& data;
     const FixedPoint& fixed;
     WorkerPool& pool;
-    const int chunkRows;  // rows that a worker counts at once
+    // Rows that a worker counts at once.
+    const int chunkRows;
     std::vector<int> allColumnV;
     std::vector<std::unique_ptr<HistogramFiller>> fillerV;
     std::vector<std::unique_ptr<Histogram>> freeV;

@@ -17,16 +17,23 @@ constexpr int kAhead = 32;    // rows prefetched
 // A node as the walk needs it. A leaf's children are the leaf itself. The row's bin decides its
 // side, unless it is the bin that holds the threshold.
 struct WalkNode {
-    uint32_t fWide;      // 1: the column is in the wide row codes
-    uint32_t codeAt;     // offset within a row's codes, in bytes
-    uint32_t codeMask;   // of the 16 bits read at codeAt
-    uint32_t bin;        // codes up to this one go left, others right
-    uint32_t unsureBin;  // the code for which only the value decides; none: ~0
+    // 1: the column is in the wide row codes.
+    uint32_t fWide;
+    // Offset within a row's codes, in bytes.
+    uint32_t codeAt;
+    // Mask of the 16 bits read at codeAt.
+    uint32_t codeMask;
+    // Codes up to this one go left, others right.
+    uint32_t bin;
+    // The code for which only the value decides; none: ~0.
+    uint32_t unsureBin;
     int column;
     int childV[2];  // [0] right, [1] left
 };
 static_assert(sizeof(WalkNode) == 32, "a node is found by a shift");
 
+// Finds the bin that holds the threshold. Bins below it go left, bins above it right. In an exact
+// column the bin's only value decides, and it is at or below the threshold.
 WalkNode MakeWalkNode(const GrownNode& node, int self, const BinnedColumns& data) {
     const bool fLeaf = node.splitFea < 0;
     const Column& column = data.At(fLeaf ? 0 : node.splitFea);
@@ -66,6 +73,7 @@ class Walker {
     void WalkUnmarked(int begin, int end, const LargeArray<uint8_t>& fInTreeV) const {
         int rowV[kChunkRows];
         int num = 0;
+        // Lists the rows without a branch.
         for (int row = begin; row < end; ++row) {
             rowV[num] = row;
             num += fInTreeV[static_cast<size_t>(row)] == 0;
@@ -79,6 +87,7 @@ class Walker {
         }
     }
 
+    // Walks all rows by value: slower, but right for any threshold, NaN included.
     void WalkByValue(int begin, int end) const {
         for (int row = begin; row < end; ++row) {
             int at = 0;
@@ -98,6 +107,7 @@ class Walker {
         const uint8_t* codes[2];
     };
 
+    // Returns the child that the row goes to, or the leaf itself.
     int Next(int at, int row, const CodedRow& coded) const {
         const WalkNode& node = walkV[static_cast<size_t>(at)];
         uint16_t two;
@@ -109,6 +119,8 @@ class Walker {
         return node.childV[code <= node.bin];
     }
 
+    // Takes all rows one level down before the next level. Rows that have reached a leaf stay
+    // there.
     void WalkTogether(const int* rowV, int num) const {
         CodedRow codedV[kTogether];
         int atV[kTogether] = {};
@@ -123,7 +135,8 @@ class Walker {
     }
 
     const std::vector<GrownNode>& nodeV;
-    const double* stepV;  // by node: what to add to a row's prediction
+    // By node: what to add to a row's prediction.
+    const double* stepV;
     std::vector<WalkNode> walkV;
     int depth;
     const BinnedColumns& data;
@@ -137,6 +150,7 @@ struct LeafChunk {
     double step;
 };
 
+// Cuts the leaves' slices into chunks, so that a large leaf is shared by several workers.
 std::vector<LeafChunk> ChunkLeaves(const std::vector<GrownNode>& nodeV, const double* stepV) {
     std::vector<LeafChunk> chunkV;
     for (size_t k = 0; k < nodeV.size(); ++k) {
@@ -152,6 +166,7 @@ std::vector<LeafChunk> ChunkLeaves(const std::vector<GrownNode>& nodeV, const do
 
 }  // namespace
 
+// Each row belongs to exactly one chunk, so workers never write the same prediction.
 void StepPredictions(const HistogramGrower& grower, const BinnedColumns& data, WorkerPool& pool,
                      double dynShrink, double valShrink, double* predictV) {
     std::vector<double> stepV;
@@ -172,6 +187,7 @@ void StepPredictions(const HistogramGrower& grower, const BinnedColumns& data, W
     const std::vector<LeafChunk> chunkV = ChunkLeaves(grower.Nodes(), stepV.data());
     pool.For(static_cast<int>(chunkV.size()), [&](int p, int) {
         const LeafChunk& leafChunk = chunkV[static_cast<size_t>(p)];
+        // The rows of a leaf are scattered over predictV, hence the prefetch.
         for (int i = leafChunk.begin; i < leafChunk.end; ++i) {
             __builtin_prefetch(
                 predictV + indexV[static_cast<size_t>(std::min(i + kAhead, leafChunk.end - 1))], 1);

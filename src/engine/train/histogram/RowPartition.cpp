@@ -23,9 +23,12 @@ struct RowPartition::CodeBlock {
     alignas(16) uint8_t codeV[kBlockRows];
     alignas(16) uint8_t fLeftV[kBlockRows];
     int countL = 0;
-    int low = 0;     // the highest code of a row that surely goes left; 0 if none
-    int high = 255;  // the lowest code of a row that surely goes right; 255 if none
+    // The highest code of a row that surely goes left; 0 if none.
+    int low = 0;
+    // The lowest code of a row that surely goes right; 255 if none.
+    int high = 255;
 
+    // Gathers the codes of the rows, and pads them to a multiple of 16.
     void Load(const uint8_t* codes, const int* rowV, int count) {
         Gather(codes, rowV, count, codeV);
         std::fill_n(codeV + count, (kBlockRows - count) % 16, uint8_t{255});  // never left
@@ -41,6 +44,7 @@ struct RowPartition::CodeBlock {
         __m128i lows = zero;
         __m128i highs = all;
         __m128i num = zero;
+        // Sixteen codes at a time; the loop has no branch. Padding has code 255 and is never left.
         for (int i = 0; i < count; i += 16) {
             const __m128i codes = _mm_load_si128(reinterpret_cast<const __m128i*>(codeV + i));
             const __m128i fNotLeft = _mm_cmpeq_epi8(_mm_max_epu8(codes, past), codes);
@@ -59,6 +63,7 @@ struct RowPartition::CodeBlock {
         countL = static_cast<int>(_mm_cvtsi128_si64(_mm_add_epi64(num, _mm_srli_si128(num, 8))));
     }
 
+    // The first row of the block with this code. There must be one.
     int IndexOf(int code, int count) const {
         return static_cast<int>(std::find(codeV, codeV + count, code) - codeV);
     }
@@ -101,6 +106,8 @@ void RowPartition::ForChunks(int count, const Task& task) {
     pool.For(chunks.Num(), run);
 }
 
+// In a narrow column the code is the rank, and no code is undecided. In a wide one, lastRank's code
+// is undecided unless lastRank is the last rank of it.
 RowPartition::Sides RowPartition::SidesOf(const Column& column, uint32_t lastRank) {
     const int last = static_cast<int>(lastRank);
     if (column.fNarrow) return {column.code8V.data(), nullptr, last + 1, -1, last};
@@ -110,6 +117,8 @@ RowPartition::Sides RowPartition::SidesOf(const Column& column, uint32_t lastRan
             fLastOfByte ? -1 : code, last};
 }
 
+// The neighbours of all chunks are merged in chunk order. Only their values matter, which all rows
+// of a rank share, so the choice of the row does not.
 SplitPoint RowPartition::MarkByRank(TreeRows& rows, int begin, int count, int id,
                                     uint32_t lastRank) {
     sides = SidesOf(data.At(id), lastRank);
@@ -136,6 +145,7 @@ SplitPoint RowPartition::MarkByRank(TreeRows& rows, int begin, int count, int id
 RowPartition::Marked RowPartition::Mark(TreeRows& rows, int begin, int end) const {
     Marked marked;
     CodeBlock block;
+    // Block by block, so that codes and sides stay in the L1 cache.
     for (int from = begin; from < end; from += kBlockRows) {
         const int* rowV = rows.indexV.data() + from;
         const int count = std::min(kBlockRows, end - from);
@@ -207,6 +217,7 @@ void RowPartition::MoveAscending(TreeRows& rows, int begin, int count, int count
     const Chunks chunks = ChunksOf(count);
     leftBeginV.assign(static_cast<size_t>(chunks.Num()) + 1, 0);
     if (chunks.Num() > 1) {
+        // The first pass only counts, so that each chunk knows where to write.
         ForChunks(count, [&](size_t chunk, int from, int to) {
             CodeBlock block;
             int numLeft = 0;
@@ -224,6 +235,8 @@ void RowPartition::MoveAscending(TreeRows& rows, int begin, int count, int count
         int* right = rows.nextAscendingV.data() + begin + countL + (from - numBefore);
         CodeBlock block;
         int sideVV[2][kBlockRows];
+        // Both sides are written at every step, and only one of them advances: no branch to
+        // mispredict.
         for (int i = from; i < to; i += kBlockRows) {
             const int num = std::min(kBlockRows, to - i);
             markBlock(rowV + i, num, block);
@@ -238,6 +251,8 @@ void RowPartition::MoveAscending(TreeRows& rows, int begin, int count, int count
     });
 }
 
+// Repeats the marking on the ascending order rather than look up fLeftV, which is parallel to the
+// other order.
 void RowPartition::MoveInAscendingOrder(TreeRows& rows, int begin, int count,
                                         const SplitPoint& split) {
     if (sides.codes != nullptr) {
@@ -266,6 +281,8 @@ void RowPartition::MoveInAscendingOrder(TreeRows& rows, int begin, int count,
     }
 }
 
+// When shared, workers exchange chunks of pairs in parallel. Pair k is the same whatever the chunks
+// are, so the result is the same.
 void RowPartition::MoveInReferenceOrder(TreeRows& rows, int begin, int count, int countL) {
     const auto exchange = [&rows](int left, int right) {
         const size_t a = static_cast<size_t>(left);

@@ -40,6 +40,7 @@ class RowPartition {
     void MoveInAscendingOrder(TreeRows& rows, int begin, int count, const SplitPoint& split);
 
   private:
+    // A row next to the split, with its rank and 8-bit code.
     struct Neighbour {
         int rank;
         int row;
@@ -52,14 +53,20 @@ class RowPartition {
         Neighbour high = {INT_MAX, 0, 256};
         int countL = 0;
     };
+    // The codes of up to kBlockRows rows; see RowPartition.cpp.
     struct CodeBlock;
     // How 8-bit codes decide the sides of a split by rank. At most one code is undecided: it holds
     // ranks of both sides.
     struct Sides {
-        const uint8_t* codes;   // null: the split is not by rank
-        const RowRanks* ranks;  // null: the code is the rank
-        int pastLeft;           // codes below this one go left
-        int undecidedCode;      // the code whose rows need their rank; -1 if none
+        // Null if the split is not by rank.
+        const uint8_t* codes;
+        // Null if the code is the rank.
+        const RowRanks* ranks;
+        // Codes below this one go left.
+        int pastLeft;
+        // The code whose rows need their rank; -1 if none.
+        int undecidedCode;
+        // The highest rank that goes left.
         int lastRank;
 
         // The rank of a row of a wide column, given its code.
@@ -68,6 +75,7 @@ class RowPartition {
         }
     };
 
+    // Work on a slice, by one worker or by chunks.
     Chunks ChunksOf(int count) const;
     template <typename Task>
     void ForChunks(int count, const Task& task);
@@ -85,6 +93,7 @@ class RowPartition {
     WorkerPool& pool;
     const int chunkRows;
     bool fShared = false;
+    // Of the last Mark call; MoveInAscendingOrder needs them.
     Sides sides = {};
     std::vector<Marked> markedV;  // by chunk
     // Counts of left and of misplaced rows: before each chunk, then the total.

@@ -14,6 +14,7 @@
 namespace sylvora {
 namespace engine {
 
+// Filled by one thread; after that, any number of threads may read.
 class RowRanks {
   public:
     RowRanks() = default;
@@ -30,6 +31,7 @@ class RowRanks {
         while ((most >> nearBits) > 0xffff) ++nearBits;  // leaves at most 16 bits to the far part
     }
 
+    // Stores a row's rank. `code` must be the row's 8-bit code.
     void Set(size_t row, size_t code, uint32_t rank) {
         const uint32_t distance = rank - firstRankV[code];
         nearV[row] = static_cast<uint16_t>(distance & ((1u << nearBits) - 1));
@@ -48,8 +50,10 @@ class RowRanks {
             rankV[i] += uint32_t{farV.data()[rowV[i]]} << nearBits;
         }
     }
+    // Prefetches the low bits, which suffice for most columns.
     void Prefetch(int row) const { __builtin_prefetch(nearV.data() + row); }
 
+    // Whether all rows have equal ranks, for columns of the same rows and rankBits.
     bool operator==(const RowRanks& other) const {
         return firstRankV == other.firstRankV && nearV == other.nearV && farV == other.farV;
     }
@@ -57,8 +61,10 @@ class RowRanks {
   private:
     std::vector<uint32_t> firstRankV;  // by code
     int nearBits = 0;
-    LargeArray<uint16_t> nearV;  // by row: the low bits of the offset
-    LargeArray<uint16_t> farV;   // by row: the high bits; empty if there are none
+    // By row: the low bits of the offset.
+    LargeArray<uint16_t> nearV;
+    // By row: the high bits; empty if there are none.
+    LargeArray<uint16_t> farV;
 };
 
 }  // namespace engine

@@ -24,6 +24,7 @@ void SplitSearch::ScoreKeys(const SearchTask& task, int slot, Buffers& buffers) 
     size_t numKeys = buffers.keyV.size();
     for (size_t s = 1; s < buffers.chunkKeyVV.size(); ++s) numKeys += buffers.chunkKeyVV[s].size();
     buffers.keyV.reserve(numKeys);
+    // The chunks are joined in order, so keys of a rank stay ascending by row.
     for (size_t s = 1; s < buffers.chunkKeyVV.size(); ++s) {
         const LargeArray<uint64_t> more = std::move(buffers.chunkKeyVV[s]);
         buffers.keyV.insert(buffers.keyV.end(), more.begin(), more.end());
@@ -42,6 +43,7 @@ void SplitSearch::ScoreBins(const SearchTask& task, int slot, Buffers& buffers) 
     SortKeys(buffers.keyV, buffers.otherKeyV);
     const uint64_t* begin = buffers.keyV.data();
     const uint64_t* last = begin + buffers.keyV.size();
+    // Invariant: keys before `begin` belong to earlier bins or to none.
     for (const int bin : buffers.candidateBinV) {
         const uint32_t first = task.histogram->FirstRank(column, bin);
         const uint32_t past = task.histogram->FirstRank(column, bin + 1);
@@ -110,6 +112,8 @@ void SplitSearch::MarkCandidateRanks(const SearchTask& task, const Column& colum
     while ((numRanks >> candidateRanks.step) > 4096) ++candidateRanks.step;
     candidateRanks.fCandidateV.assign((numRanks >> candidateRanks.step) + 1, 0);
     std::fill_n(candidateRanks.fCandidateCodeV, sizeof candidateRanks.fCandidateCodeV, uint8_t{0});
+    // A bin may share a step or a code with its neighbours, so a few rows too many are collected.
+    // ScoreBins and FineScan::Count drop them.
     for (const int bin : buffers.candidateBinV) {
         const uint32_t first = histogram.FirstRank(column, bin) >> candidateRanks.step;
         const uint32_t last = (histogram.FirstRank(column, bin + 1) - 1) >> candidateRanks.step;
@@ -147,6 +151,7 @@ void SplitSearch::CollectKeys(const SearchTask& task, int begin, int end, int id
         }
     };
     int current = 0;
+    // `take` handles the block before, whose ranks have arrived meanwhile.
     for (; begin < end; begin += kBlockRows, current ^= 1) {
         auto& block = blockV[current];
         block.num = 0;
@@ -179,6 +184,7 @@ void SplitSearch::ScoreBySorting(const SearchTask& task, int slot, Buffers& buff
         [&](int place) { return cellV[static_cast<size_t>(place)]; }, buffers);
 }
 
+// Keys that hold rows of the data.
 void SplitSearch::ScoreRows(const SearchTask& task, int slot, const uint64_t* begin,
                             const uint64_t* end, const Cell& prefix, Buffers& buffers) {
     ScoreKeyRange(
@@ -195,6 +201,8 @@ void SplitSearch::ScoreKeyRange(const SearchTask& task, int slot, const uint64_t
     const bool fAllSeparable = data.At(id).fAllSeparable;
     const auto valueOf = [&](uint64_t key) { return data.Value(rowOf(ItemOf(key)), id); };
     double minScore = PruningThreshold();
+    // Invariant: at the start of a pass, `prefix` holds the sums over the keys before `key`. A
+    // split lies after the last key of a rank.
     for (const uint64_t* key = begin; key + 1 < end; ++key) {
         prefix += cellOf(ItemOf(*key));
         const uint32_t rank = RankOf(*key);

@@ -16,6 +16,7 @@ constexpr double kUnitRoundoff = 0x1p-53;
 
 }  // namespace
 
+// fTakenV is allocated once; searches leave it zeroed.
 SplitSearch::SplitSearch(const BinnedColumns& columns, const FixedPoint& fixedPoint,
                          const Tuning& figures, WorkerPool& workers, BufferPool& sharedBufferPool)
     : data(columns),
@@ -28,11 +29,13 @@ SplitSearch::SplitSearch(const BinnedColumns& columns, const FixedPoint& fixedPo
 
 SplitSearch::~SplitSearch() = default;
 
-void SplitSearch::BufferPool::Take(size_t num, std::vector<std::unique_ptr<Buffers>>& taken) {
+// Makes new buffers only if none are free.
+void SplitSearch::BufferPool::Acquire(size_t num, std::vector<std::unique_ptr<Buffers>>& taken) {
     const std::lock_guard<std::mutex> lock(mutex);
     while (taken.size() < num) {
         if (freeV.empty()) {
-            freeV.reserve(numMade + 1);  // so that Release cannot fail
+            // So that Release cannot fail.
+            freeV.reserve(numMade + 1);
             freeV.push_back(std::make_unique<Buffers>(fixed));
             ++numMade;
         }
@@ -47,10 +50,12 @@ void SplitSearch::BufferPool::Release(std::vector<std::unique_ptr<Buffers>>& tak
     taken.clear();
 }
 
+// The steps: scan the columns' histograms for the best split between bins; refine the bins that may
+// hold a better one; decide. A small node sorts its columns instead.
 SearchResult<Candidate> SplitSearch::Search(const SearchTask& task) {
     node = {task.total, fixed.Sum(task.total), fixed.Weight(task.total)};
     best = -1.0;
-    bufferPool.Take(static_cast<size_t>(std::max(task.numTogether, 1)), buffersV);
+    bufferPool.Acquire(static_cast<size_t>(std::max(task.numTogether, 1)), buffersV);
     for (const auto& buffers : buffersV) buffers->candidateV.clear();
     ChooseSlots(task);
     if (task.histogram != nullptr) {
@@ -71,7 +76,8 @@ SearchResult<Candidate> SplitSearch::Search(const SearchTask& task) {
 // ties.
 void SplitSearch::ChooseSlots(const SearchTask& task) {
     slotV.clear();
-    slotV.reserve(static_cast<size_t>(task.numSlots));  // no exception may leave marks behind
+    // No exception may leave marks behind.
+    slotV.reserve(static_cast<size_t>(task.numSlots));
     for (int slot = 0; slot < task.numSlots; ++slot) {
         uint8_t& fTaken = fTakenV[static_cast<size_t>(data.At(task.columnV[slot]).firstDuplicate)];
         if (fTaken == 0) slotV.push_back(slot);
@@ -99,15 +105,18 @@ void SplitSearch::SetError(const SearchTask& task, double maxAbsSum) {
 }
 
 // A candidate that scores less cannot win. Its own score and the best may each be off by E of the
-// derivation, hence the margin 2 E.
+// derivation (scoreError), hence the margin 2 E.
 double SplitSearch::PruningThreshold() const {
     const double score = best.load(std::memory_order_relaxed);
     if (fixed.fExact) return score;
-    const double error = 4 * fixed.maxAbsGradPerWeight * sumError + 2 * sumError * sumError +
-                         16 * kUnitRoundoff * score;
-    return score - 2 * error;
+    const double h = fixed.maxAbsGradPerWeight;
+    const double e = sumError;
+    const double scoreError = 4 * h * e + 2 * e * e + 16 * kUnitRoundoff * score;
+    return score - 2 * scoreError;
 }
 
+// The first look at every slot. Raises `best` to the best split between bins, which prunes most
+// bins of the next step.
 void SplitSearch::ScanColumns(const SearchTask& task) {
     summaryV.resize(std::max(summaryV.size(), static_cast<size_t>(task.numSlots)));
     For(task, static_cast<int>(slotV.size()), [&](int i) {
@@ -129,6 +138,7 @@ void SplitSearch::RefineSlots(const SearchTask& task) {
     std::stable_sort(slotV.begin(), slotV.end(),
                      [&](int a, int b) { return boundOf(a) > boundOf(b); });
     const size_t numTogether = static_cast<size_t>(std::max(task.numTogether, 1));
+    // Stops at the first slot whose bound is too low: the others' bounds are lower still.
     for (size_t done = 0; done < slotV.size();) {
         const int* slots = slotV.data() + done;
         const size_t most = std::min(slotV.size() - done, numTogether);
@@ -138,6 +148,7 @@ void SplitSearch::RefineSlots(const SearchTask& task) {
         RefineTogether(task, slots, static_cast<int>(num));
         done += num;
     }
+    // Splits between bins come last, when the threshold is at its highest.
     for (const int slot : slotV) {
         const ColumnSummary& summary = summaryV[static_cast<size_t>(slot)];
         if (summary.best < PruningThreshold()) continue;
@@ -176,6 +187,8 @@ void SplitSearch::RefineTogether(const SearchTask& task, const int* slots, int n
     });
 }
 
+// Keeps the candidates that score at least the final threshold: one is the winner, more are a
+// near-tie.
 SearchResult<Candidate> SplitSearch::Decide() {
     SearchResult<Candidate> result;
     const double minScore = PruningThreshold();

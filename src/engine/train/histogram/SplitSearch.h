@@ -23,14 +23,19 @@
 namespace sylvora {
 namespace engine {
 
+// One node to search. Everything that it points to stays with the caller.
 struct SearchTask {
-    RowSet rows;                 // in any order; ascending is fastest
-    const Histogram* histogram;  // null for a small node, which sorts its columns
-    const int* columnV;          // by slot
+    // The node's rows in any order; ascending is fastest.
+    RowSet rows;
+    // Null for a small node, which sorts its columns.
+    const Histogram* histogram;
+    const int* columnV;  // by slot
     int numSlots;
-    Cell total;       // the sums over the rows
-    double gradAll;   // the reference implementation's sum of the gradients
-    int numTogether;  // slots to refine at once with the help of idle workers; 0: this worker alone
+    Cell total;  // the sums over the rows
+    // The reference implementation's sum of the gradients.
+    double gradAll;
+    // Slots to refine at once with the help of idle workers; 0: this worker alone.
+    int numTogether;
 };
 
 // Searches one node at a time; each worker has its own. Everything passed to the constructor must
@@ -43,6 +48,7 @@ class SplitSearch {
                 WorkerPool& workers, BufferPool& sharedBufferPool);
     ~SplitSearch();
 
+    // Returns the winner, or the slots of a near-tie, or neither if the node has no split.
     SearchResult<Candidate> Search(const SearchTask& task);
 
   private:
@@ -63,10 +69,13 @@ class SplitSearch {
         std::vector<Candidate> candidateV;
         std::vector<int> candidateBinV;
         CandidateRanks candidateRanks = {};
-        LargeArray<uint64_t> keyV;                     // rank and row (in a small node: position)
-        LargeArray<uint64_t> otherKeyV;                // for sorting
-        std::vector<LargeArray<uint64_t>> chunkKeyVV;  // the keys of each chunk of rows
+        // Keys of rank and row; in a small node, of rank and position in the node.
+        LargeArray<uint64_t> keyV;
+        LargeArray<uint64_t> otherKeyV;  // for sorting
+        // The keys of each chunk of rows.
+        std::vector<LargeArray<uint64_t>> chunkKeyVV;
 
+        // Returns the memory of the keys to the system.
         void FreeKeys() {
             LargeArray<uint64_t>().swap(keyV);
             LargeArray<uint64_t>().swap(otherKeyV);
@@ -76,9 +85,12 @@ class SplitSearch {
 
     template <typename Step>
     void For(const SearchTask& task, int count, const Step& step);
+    // The steps of a search, in this order.
     void ScanColumns(const SearchTask& task);
     void RefineSlots(const SearchTask& task);
     void RefineTogether(const SearchTask& task, const int* slots, int numSlots);
+    // Refining one slot (SlotScoring.cpp). Each call uses the buffers of its slot only, and raises
+    // `best`, which is atomic; so several slots may be refined at the same time.
     void ScoreKeys(const SearchTask& task, int slot, Buffers& buffers);
     void ScoreBins(const SearchTask& task, int slot, Buffers& buffers);
     void ScoreSubBins(const SearchTask& task, int slot, Buffers& buffers);
@@ -91,6 +103,7 @@ class SplitSearch {
     template <typename Row, typename CellOf>
     void ScoreKeyRange(const SearchTask& task, int slot, const uint64_t* begin, const uint64_t* end,
                        Cell prefix, const Row& rowOf, const CellOf& cellOf, Buffers& buffers);
+    // The error bound, and the choice of slots.
     void SetError(const SearchTask& task, double maxAbsSum);
     double PruningThreshold() const;
     void ChooseSlots(const SearchTask& task);
@@ -103,13 +116,20 @@ class SplitSearch {
     BufferPool& bufferPool;
     const BinScan scan;
     NodeTotals node = {};
-    std::atomic<double> best{-1.0};  // the best score so far, by integer sums
-    double sumError = 0.0;         // e: how far our sums may be from the reference implementation's
-    std::vector<uint8_t> fTakenV;  // by column; all 0 between searches
-    std::vector<int> slotV;        // the slots to search, without duplicate columns
-    std::vector<ColumnSummary> summaryV;             // by slot
-    std::vector<Cell> cellV;                         // by position in a small node
-    std::vector<std::unique_ptr<Buffers>> buffersV;  // of the slots being refined
+    // The best score so far, by integer sums.
+    std::atomic<double> best{-1.0};
+    // e: how far our sums may be from the reference implementation's.
+    double sumError = 0.0;
+    // Marks by column; all 0 between searches.
+    std::vector<uint8_t> fTakenV;
+    // The slots to search, without duplicate columns.
+    std::vector<int> slotV;
+    // The first scan of each column, by slot.
+    std::vector<ColumnSummary> summaryV;
+    // The cells of a small node, by position.
+    std::vector<Cell> cellV;
+    // The buffers of the slots being refined.
+    std::vector<std::unique_ptr<Buffers>> buffersV;
 };
 
 // A pool of buffers shared by the searches of all workers. It holds as many as were ever used at
@@ -121,13 +141,15 @@ class SplitSearch::BufferPool {
   private:
     friend class SplitSearch;
 
-    // Fills `taken` up to `num` buffers.
-    void Take(size_t num, std::vector<std::unique_ptr<Buffers>>& taken);
+    // Fills `taken` up to `num` buffers. Throws std::bad_alloc. Release takes them all back and
+    // never throws.
+    void Acquire(size_t num, std::vector<std::unique_ptr<Buffers>>& taken);
     void Release(std::vector<std::unique_ptr<Buffers>>& taken);
 
     const FixedPoint& fixed;
     std::mutex mutex;  // guards the members below
     std::vector<std::unique_ptr<Buffers>> freeV;
+    // All buffers made, free or taken; freeV has capacity for them.
     size_t numMade = 0;
 };
 

@@ -16,6 +16,8 @@ constexpr int kChunkRows = 16384;
 
 }  // namespace
 
+// Takes the rows in chunks. fInTreeV may be written by several workers, because no row occurs
+// twice.
 void TreeRows::Take(const double* gradients, const int* weights, const int* rowV, int num,
                     int numRows, WorkerPool& pool) {
     rowGradV = gradients;
@@ -55,6 +57,8 @@ void TreeRows::ListAscending(WorkerPool& pool) {
     pool.For(chunks.Num(), [&](int chunk, int) {
         int* row = ascendingV.data() + beginV[static_cast<size_t>(chunk)];
         const int* const end = ascendingV.data() + beginV[static_cast<size_t>(chunk) + 1];
+        // Writes every row number, but advances only past marked ones. The test on `row` ends the
+        // chunk at its last marked row.
         for (int i = chunks.Begin(chunk); row < end; ++i) {
             *row = i;
             row += fInTreeV[static_cast<size_t>(i)];
@@ -67,6 +71,7 @@ RowSlice TreeRows::ReferenceSlice(int begin, int count) const {
             weightV.empty() ? nullptr : weightV.data() + begin, count};
 }
 
+// The root's rows are ascending in any case.
 RowSet TreeRows::SearchSlice(int begin, int count) const {
     return SliceOf(fAscendingNow, ascendingV, begin, count);
 }
@@ -75,6 +80,7 @@ RowSet TreeRows::NextLevelSlice(int begin, int count) const {
     return SliceOf(fKeepAscending, nextAscendingV, begin, count);
 }
 
+// A set in reference order also offers its own gradients and weights, which need no gather.
 RowSet TreeRows::SliceOf(bool fAscending, const LargeArray<int>& ascending, int begin,
                          int count) const {
     if (fAscending) return {ascending.data() + begin, count, rowGradV, rowWeightV};
@@ -86,6 +92,7 @@ RowSet TreeRows::SliceOf(bool fAscending, const LargeArray<int>& ascending, int 
             weightV.empty() ? nullptr : weightV.data() + begin};
 }
 
+// Swaps the two arrays: the next level becomes the current one.
 void TreeRows::EndLevel() {
     fAscendingNow = fKeepAscending;
     if (fKeepAscending) ascendingV.swap(nextAscendingV);

@@ -43,14 +43,17 @@ struct TreeRows {
     LargeArray<int> weightV;
     // The ascending order of the current level and of the next.
     LargeArray<int> ascendingV, nextAscendingV;
-    LargeArray<uint8_t> fLeftV;    // parallel to indexV: 1 if the row goes left in its node's split
-    LargeArray<uint8_t> fInTreeV;  // by row of the data: 1 if it is in the tree
+    // Parallel to indexV: 1 if the row goes left in its node's split.
+    LargeArray<uint8_t> fLeftV;
+    // By row of the data: 1 if it is in the tree.
+    LargeArray<uint8_t> fInTreeV;
 
   private:
     void ListAscending(WorkerPool& pool);
     RowSet SliceOf(bool fAscending, const LargeArray<int>& ascending, int begin, int count) const;
 
-    bool fAscendingNow = true;  // whether ascendingV holds for the current level
+    // Whether ascendingV holds for the current level.
+    bool fAscendingNow = true;
     const double* rowGradV = nullptr;
     const int* rowWeightV = nullptr;
 };

@@ -28,6 +28,8 @@ class TwoClasses {
         squaresR = totals[0] * totals[0] + totals[1] * totals[1];
     }
 
+    // Moves one row of a class from right to left: a count of n becomes n + 1, and its square grows
+    // by 2 n + 1; the right side likewise shrinks.
     void Pass(size_t cls) {
         ++numPassed;
         left1 += static_cast<int64_t>(cls);
@@ -47,6 +49,7 @@ class TwoClasses {
     int64_t numPassed = 0;
 };
 
+// For any number of classes: keeps the left count of each.
 class ManyClasses {
   public:
     ManyClasses(const std::vector<int>& totals, ScanBuffers& scanBuffers)
@@ -81,6 +84,8 @@ ListCandidate ScanList(const Entry* list, int count, const uint16_t* classV, Cla
                        ScoreFilter filter) {
     ListCandidate best;
     ListCandidate at;
+    // Scores a split after each entry that the next one rises above. The filter is tried first,
+    // because most candidates fail it.
     for (int i = 0; i + 1 < count; ++i) {
         classes.Pass(classV[PositionOf(list[i])]);
         at.countL = i + 1;
@@ -100,6 +105,7 @@ ListCandidate ScanList(const Entry* list, int count, const uint16_t* classV, Cla
 
 }  // namespace
 
+// Returns false if a label is no class, or if classes do not fit 16 bits.
 bool ClassCriterion::Take(const double* targetV, const int* indexV, int num, WorkerPool&) {
     if (numClass > std::numeric_limits<uint16_t>::max()) return false;
     classV.resize(static_cast<size_t>(num));
@@ -115,6 +121,7 @@ void ClassCriterion::Swap(int position, int other) {
     std::swap(classV[static_cast<size_t>(position)], classV[static_cast<size_t>(other)]);
 }
 
+// countV must be zero; ClearClasses makes it so again.
 void ClassCriterion::CountClasses(const GrownNode& node, std::vector<int>& countV) const {
     countV.resize(static_cast<size_t>(numClass));
     const uint16_t* const classes = classV.data() + node.startDoc;
@@ -134,6 +141,7 @@ bool ClassCriterion::Describe(GrownNode& node, ScanBuffers& scanBuffers) const {
     CountClasses(node, countV);
     const uint16_t* const classes = classV.data() + node.startDoc;
     node.majority = classes[0];
+    // Looks at the rows' classes only: there may be many more classes than rows.
     for (int i = 1; i < node.countDoc; ++i) {
         const int cls = classes[i];
         const int count = countV[static_cast<size_t>(cls)];
@@ -145,6 +153,7 @@ bool ClassCriterion::Describe(GrownNode& node, ScanBuffers& scanBuffers) const {
     return !fPure;
 }
 
+// Counts the node's classes once for all slots.
 void ClassCriterion::Begin(const GrownNode& node, NodeFacts& facts) const {
     facts.best = -1.0;
     CountClasses(node, facts.classCountV);
@@ -154,6 +163,7 @@ void ClassCriterion::End(const GrownNode& node, NodeFacts& facts) const {
     ClearClasses(node, facts.classCountV);
 }
 
+// Two classes need no table of counts, and are the common case.
 ListCandidate ClassCriterion::Scan(const NodeLists& lists, int slot, NodeFacts& facts,
                                    ScanBuffers& scanBuffers) const {
     const ScoreFilter filter(facts.best.load(std::memory_order_relaxed));
@@ -172,6 +182,7 @@ ListCandidate ClassCriterion::Scan(const NodeLists& lists, int slot, NodeFacts& 
     return best;
 }
 
+// Never undecided: scores are exact, so this is the reference implementation's order.
 SearchResult<ListCandidate> ClassCriterion::Decide(const NodeLists&,
                                                    const std::vector<ListCandidate>& candidateV,
                                                    const NodeFacts&) const {

@@ -23,11 +23,13 @@ namespace engine {
 
 // The best candidate split of a list.
 struct ListCandidate {
-    double score = -1.0;   // -1: none
-    double balance = 0.0;  // |left share - 0.5|; classification only
+    double score = -1.0;  // -1: none
+    // Classification only: |left share - 0.5|.
+    double balance = 0.0;
     int slot = -1;
-    int countL = 0;               // entries on the left
-    bool fReferenceScore = true;  // the score equals the reference implementation's bit for bit
+    int countL = 0;  // entries on the left
+    // The score equals the reference implementation's bit for bit.
+    bool fReferenceScore = true;
 };
 
 // The lists of a node's sampled columns, by slot. Owns nothing.
@@ -38,7 +40,9 @@ struct NodeLists {
     const std::vector<const Entry*>& listV;
 
     int NumSlots() const { return static_cast<int>(listV.size()); }
+    // The node's list of a slot, rows.count entries.
     const Entry* Of(int slot) const { return listV[static_cast<size_t>(slot)]; }
+    // The value of an entry's row in the slot's column.
     double Value(Entry entry, int slot) const {
         return lists.Data().rowV[rows.rowV[PositionOf(entry)]][columnV[slot]];
     }
@@ -47,10 +51,12 @@ struct NodeLists {
 // Facts about a node that its scans share.
 struct NodeFacts {
     double gradAll = 0.0;
-    double sumError =
-        0.0;  // e: how far our left and right sums may be from the reference implementation's
-    std::vector<int> classCountV;    // by class; all zero between nodes
-    std::atomic<double> best{-1.0};  // the best score in any slot so far; raised by several workers
+    // e: how far our left and right sums may be from the reference implementation's.
+    double sumError = 0.0;
+    // By class; all zero between nodes.
+    std::vector<int> classCountV;
+    // The best score in any slot so far; raised by several workers.
+    std::atomic<double> best{-1.0};
 };
 
 // A worker's class counts of a scan. All zero between scans.
@@ -58,6 +64,8 @@ struct ScanBuffers {
     std::vector<int> classCountV;
 };
 
+// A split criterion. SortedListGrower calls Take once per tree; then, per node, Describe when it is
+// made, and Begin, Scan for each slot, Decide and End when it is searched.
 class Criterion {
   public:
     virtual ~Criterion() = default;
@@ -88,6 +96,7 @@ class Criterion {
                                                const NodeFacts& facts) const = 0;
 };
 
+// Gini impurity over class counts, in integers. Weights are not supported.
 class ClassCriterion : public Criterion {
   public:
     explicit ClassCriterion(int classes) : numClass(classes) {}
@@ -104,6 +113,7 @@ class ClassCriterion : public Criterion {
                                        const NodeFacts& facts) const override;
 
   private:
+    // Adds the node's classes to countV, and sets the same counts back to zero.
     void CountClasses(const GrownNode& node, std::vector<int>& countV) const;
     void ClearClasses(const GrownNode& node, std::vector<int>& countV) const;
 
@@ -111,6 +121,7 @@ class ClassCriterion : public Criterion {
     std::vector<uint16_t> classV;  // by position
 };
 
+// Squared error over gradients of rows of weight 1.
 class MeanCriterion : public Criterion {
   public:
     bool Take(const double* targetV, const int* indexV, int num, WorkerPool& pool) override;
@@ -125,6 +136,7 @@ class MeanCriterion : public Criterion {
                                        const NodeFacts& facts) const override;
 
   private:
+    // The search margin, as in docs/engine-training.md.
     double PruningThreshold(double score, const NodeFacts& facts) const;
     int CountCandidates(double minScore, const NodeLists& lists, int slot,
                         const NodeFacts& facts) const;

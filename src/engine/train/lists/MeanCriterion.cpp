@@ -24,6 +24,7 @@ struct Sums {
     double gradL;
     double gradR;
 
+    // Moves one row from right to left.
     void Pass(double gradient) {
         gradL += gradient;
         gradR -= gradient;
@@ -35,6 +36,7 @@ struct Sums {
 
 }  // namespace
 
+// Copies the gradients into row-index order, so that scans read a small part of memory.
 bool MeanCriterion::Take(const double* targetV, const int* indexV, int num, WorkerPool& pool) {
     gradV.resize(static_cast<size_t>(num));
     for (int i = 0; i < num; ++i) gradV[static_cast<size_t>(i)] = targetV[indexV[i]];
@@ -46,6 +48,7 @@ void MeanCriterion::Swap(int position, int other) {
     std::swap(gradV[static_cast<size_t>(position)], gradV[static_cast<size_t>(other)]);
 }
 
+// Adds in row-index order, as the reference implementation does.
 bool MeanCriterion::Describe(GrownNode& node, ScanBuffers&) const {
     const double* const gradients = gradV.data() + node.startDoc;
     double sum = 0.0;
@@ -71,10 +74,14 @@ void MeanCriterion::Begin(const GrownNode& node, NodeFacts& facts) const {
 // E of docs/engine-training.md, so the margin is 2 E.
 double MeanCriterion::PruningThreshold(double score, const NodeFacts& facts) const {
     if (fixed.fExact) return score;
+    const double h = fixed.maxAbsGradPerWeight;
     const double e = facts.sumError;
-    return score - 2 * (4 * fixed.maxAbsGradPerWeight * e + 6 * e * e + 16 * kUnitRoundoff * score);
+    const double scoreError = 4 * h * e + 6 * e * e + 16 * kUnitRoundoff * score;
+    return score - 2 * scoreError;
 }
 
+// Scans a list for its best candidate. Also counts the rises: a list that rises at every entry has
+// no ties.
 ListCandidate MeanCriterion::Scan(const NodeLists& lists, int slot, NodeFacts& facts,
                                   ScanBuffers&) const {
     const Entry* list = lists.Of(slot);
@@ -85,6 +92,8 @@ ListCandidate MeanCriterion::Scan(const NodeLists& lists, int slot, NodeFacts& f
     ListCandidate best;
     best.slot = slot;
     int numRises = 0;
+    // Invariant: `sums` covers list[0..i] on the left. The filter comes first, because most
+    // candidates fail it; then the tests from the cheapest to the dearest.
     for (int i = 0; i + 1 < count; ++i) {
         sums.Pass(gradV[PositionOf(list[i])]);
         const Entry next = list[i + 1];
@@ -122,6 +131,9 @@ int MeanCriterion::CountCandidates(double minScore, const NodeLists& lists, int 
     return num;
 }
 
+// The first slot with the highest score is `best`. It wins if all slots within the margin have
+// reference scores, or if it is the only candidate left; otherwise the reference search must
+// decide.
 SearchResult<ListCandidate> MeanCriterion::Decide(const NodeLists& lists,
                                                   const std::vector<ListCandidate>& candidateV,
                                                   const NodeFacts& facts) const {

@@ -18,6 +18,7 @@ constexpr int kAhead = 6 * kLineEntries;
 
 }  // namespace
 
+// fKept chooses KeptLists.
 std::unique_ptr<SortedColumns> SortedColumns::Make(const Matrix& data, bool fKept,
                                                    WorkerPool& pool) {
     if (fKept) return std::make_unique<KeptLists>(data, pool);
@@ -40,6 +41,7 @@ void SortedColumns::SortColumns(WorkerPool& pool, const Visit& visit) {
     fNan = fFoundNan;
 }
 
+// Whether all neighbouring distinct values of a column are separable.
 bool SortedColumns::IsAllSeparable(const ValueOrder& sorted) {
     if (sorted.Count() == 0) return true;
     double previous = sorted.Value(0);
@@ -51,6 +53,7 @@ bool SortedColumns::IsAllSeparable(const ValueOrder& sorted) {
     return true;
 }
 
+// Sorts all rows of each column once. An entry here holds a row of the data, not a position.
 KeptLists::KeptLists(const Matrix& data, WorkerPool& pool)
     : SortedColumns(data), orderVV(static_cast<size_t>(data.numColumns)) {
     SortColumns(pool, [this](size_t column, const ValueOrder& sorted) {
@@ -70,6 +73,7 @@ void KeptLists::Take(const int* indexV, int num, WorkerPool& pool) {
     stride = (numLines | 1) * kLineEntries;
     entryV.resize(stride * static_cast<size_t>(Data().numColumns));
     positionV.assign(static_cast<size_t>(Data().numRows), kAbsent);
+    // Maps rows of the data to positions in the tree's row index.
     for (int i = 0; i < num; ++i) {
         positionV[static_cast<size_t>(indexV[i])] = static_cast<uint32_t>(i);
     }
@@ -112,6 +116,8 @@ void KeptLists::Partition(int column, const NodeRows& rows, const uint32_t* toV,
     Entry* right = other;
     Entry riseL = 0;
     Entry riseR = 0;
+    // Invariant: `left` <= list + i, so no entry is overwritten before it is read. A side's rise
+    // accumulates the rises of the entries that went to the other side.
     for (int i = 0; i < count; ++i) {
         const Entry entry = list[i];
         const uint32_t to = toOf[PositionOf(entry)];
@@ -128,6 +134,7 @@ void KeptLists::Partition(int column, const NodeRows& rows, const uint32_t* toV,
     std::copy(other, right, left);
 }
 
+// Stores ranks instead of orders: a node sorts its own rows by them.
 SortedLists::SortedLists(const Matrix& data, WorkerPool& pool)
     : SortedColumns(data), rankVV(static_cast<size_t>(data.numColumns)) {
     SortColumns(pool, [this](size_t column, const ValueOrder& sorted) {
@@ -141,6 +148,8 @@ SortedLists::SortedLists(const Matrix& data, WorkerPool& pool)
     });
 }
 
+// Sorts the node's rows by rank, and marks the rises. Rows are scattered over rankV, hence the
+// prefetch.
 const Entry* SortedLists::List(int column, const NodeRows& rows, ListBuffers& buffers,
                                Entry* made) const {
     const uint32_t* const rankV = rankVV[static_cast<size_t>(column)].data();

@@ -1,11 +1,9 @@
-// Sorted lists: the rows of a node in the order of a column's values. There are two
-// implementations:
+// Sorted lists: the rows of a node in the order of a column's values. There are two kinds:
 //
-//   KeptLists    sorts once per run, and keeps lists sorted while a tree grows: splitting a node
-//                               stably partitions its lists (Mehta, Agrawal and Rissanen 1996,
-//                SLIQ). No node
-//                               sorts, but every column is partitioned.
-//   SortedLists  sorts the sampled columns at each node. Pays where few columns are sampled.
+//   KeptLists    Sorted once per run, and kept sorted while a tree grows: splitting a node stably
+//                partitions its lists (Mehta, Agrawal and Rissanen 1996, SLIQ). No node sorts, but
+//                every column is partitioned.
+//   SortedLists  Made at each node, for the sampled columns. Pays where few columns are sampled.
 //
 // An entry of a list is a row's position in the tree's row index. Its highest bit is set if the
 // row's value is above the previous entry's (the list "rises" there, so a split may lie between the
@@ -45,7 +43,8 @@ struct Matrix {
 
 // A node's rows: positions [begin, begin + count) of the tree's row index.
 struct NodeRows {
-    const std::vector<int>& rowV;  // by position: the row of the data
+    // By position: the row of the data.
+    const std::vector<int>& rowV;
     int begin;
     int count;
 };
@@ -117,10 +116,14 @@ class KeptLists : public SortedColumns {
   private:
     void TakeColumn(int column);
 
-    std::vector<LargeArray<Entry>> orderVV;  // by column: all rows of the data, by row number
-    size_t stride = 0;                       // entries from one column's list to the next
-    LargeArray<Entry> entryV;                // by column: the nodes' lists, at their positions
-    LargeArray<uint32_t> positionV;          // by row of the data; kAbsent if not in the tree
+    // By column: all rows of the data, by row number.
+    std::vector<LargeArray<Entry>> orderVV;
+    // Entries from one column's list to the next.
+    size_t stride = 0;
+    // By column: the nodes' lists, at their positions.
+    LargeArray<Entry> entryV;
+    // By row of the data; kAbsent if not in the tree.
+    LargeArray<uint32_t> positionV;
 };
 
 // Takes 4 bytes per value of the data.

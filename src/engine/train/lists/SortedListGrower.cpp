@@ -24,7 +24,8 @@ constexpr int kLeastRunRows = 512;
 // A node that waits to be split, and then the outcome.
 struct SortedListGrower::OpenNode {
     int idxNode = 0;
-    SplitPoint split = {};  // column -1: the node stays a leaf
+    // Column -1: the node stays a leaf.
+    SplitPoint split = {};
     GrownNode children[2] = {};
     bool fOpenV[2] = {};
 };
@@ -46,13 +47,16 @@ struct SortedListGrower::Worker {
     NodeFacts facts;
     ScanBuffers scanBuffers;
     std::vector<const Entry*> listV;  // by slot
-    std::vector<Entry> madeV;         // lists that are made per node
+    // Lists that are made per node.
+    std::vector<Entry> madeV;
     ListBuffers buffers;
     std::vector<ListCandidate> candidateV;  // by slot
     std::vector<Entry> otherV;              // for partitioning a list
-    std::vector<uint8_t> fLeftV;  // by position within the node: 1 if the row belongs left
+    // By position within the node: 1 if the row belongs left.
+    std::vector<uint8_t> fLeftV;
 };
 
+// The team consists of all workers and has buffers of its own for what they share.
 SortedListGrower::SortedListGrower(SortedColumns& rowLists, WorkerPool& workers,
                                    const GrowthLimits& growthLimits, const Tuning& figures,
                                    Criterion& splitCriterion,
@@ -73,6 +77,7 @@ SortedListGrower::SortedListGrower(SortedColumns& rowLists, WorkerPool& workers,
 
 SortedListGrower::~SortedListGrower() = default;
 
+// A root that may not be split, by its classes, stays the only node.
 bool SortedListGrower::Grow(const double* targets, const int* indexV, int num, long* seed) {
     if (num == 0 || !criterion.Take(targets, indexV, num, pool)) return false;
     targetV = targets;
@@ -91,6 +96,7 @@ bool SortedListGrower::Grow(const double* targets, const int* indexV, int num, l
     return true;
 }
 
+// Copies the tree's row index, and thins the lists out to its rows.
 void SortedListGrower::TakeRows(const int* indexV, int num) {
     rowV.assign(indexV, indexV + num);
     toV.resize(rowV.size());
@@ -101,6 +107,8 @@ void SortedListGrower::TakeRows(const int* indexV, int num) {
     team->facts.classCountV.clear();
 }
 
+// Splits the nodes of a level, in batches that the leaf limit allows (GrowthLimits::BatchSize).
+// Columns are sampled in node order before a batch is searched, so threads do not affect the draws.
 void SortedListGrower::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
                                  std::vector<OpenNode>& nextV) {
     for (size_t numDone = 0; numDone < levelV.size();) {
@@ -118,6 +126,8 @@ void SortedListGrower::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
     }
 }
 
+// Large nodes go to the team, one after the other. All others are collected into runs of at least
+// runRows rows, which the workers then share.
 void SortedListGrower::SplitBatch(OpenNode* batch, size_t numBatch) {
     const size_t numDrawn = drawnV.size() / numBatch;
     const auto countOf = [&](size_t b) {
@@ -131,8 +141,10 @@ void SortedListGrower::SplitBatch(OpenNode* batch, size_t numBatch) {
     for (size_t b = 0; b < numBatch; ++b) numRows += countOf(b);
     const int64_t runRows =
         std::max<int64_t>(numRows / (kRunsPerWorker * pool.NumWorkers()), kLeastRunRows);
-    std::vector<std::pair<size_t, size_t>> runV;  // [first, past) nodes for one worker
-    int64_t inRun = runRows;  // rows in the last run; full, so the first node begins a new one
+    // [first, past) nodes for one worker.
+    std::vector<std::pair<size_t, size_t>> runV;
+    // Rows in the last run; full, so the first node begins a new one.
+    int64_t inRun = runRows;
     for (size_t b = 0; b < numBatch; ++b) {
         if (fTeams && countOf(b) >= tuning.teamRows) {
             split(b, *team);
@@ -152,6 +164,8 @@ void SortedListGrower::SplitBatch(OpenNode* batch, size_t numBatch) {
     });
 }
 
+// Splits one node: search, move the rows, make the children, partition the lists. Touches only the
+// node's own positions, so nodes of a batch may be split at once.
 void SortedListGrower::SplitNode(OpenNode& open, const int* columnV, Worker& worker) {
     const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
     worker.listV.resize(static_cast<size_t>(std::min(limits.numSelFea, lists.Data().numColumns)));
@@ -170,6 +184,8 @@ void SortedListGrower::SplitNode(OpenNode& open, const int* columnV, Worker& wor
     }
 }
 
+// Scans the node's lists, one slot per task. madeV has a slice per slot, for lists that are not
+// kept.
 SearchResult<ListCandidate> SortedListGrower::FindSplit(const GrownNode& node,
                                                         const NodeLists& nodeLists,
                                                         Worker& worker) {
@@ -212,6 +228,7 @@ void SortedListGrower::ApplySplit(OpenNode& open, const NodeLists& nodeLists,
     MoveRows(node, split.countL, worker);
 }
 
+// Resolves a near-tie. Only regression gets here, and its weights are all 1.
 void SortedListGrower::AskReference(OpenNode& open, const NodeLists& nodeLists,
                                     const std::vector<int>& slotV, Worker& worker) {
     const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
@@ -223,6 +240,7 @@ void SortedListGrower::AskReference(OpenNode& open, const NodeLists& nodeLists,
     if (open.split.column >= 0) MoveByValue(node, open.split, worker);
 }
 
+// Marks the sides by value, as the reference cursors do, and moves the rows.
 void SortedListGrower::MoveByValue(const GrownNode& node, const SplitPoint& split, Worker& worker) {
     worker.fLeftV.resize(static_cast<size_t>(node.countDoc));
     const int* const rows = rowV.data() + node.startDoc;
@@ -249,6 +267,8 @@ void SortedListGrower::MoveRows(const GrownNode& node, int countL, Worker& worke
     });
 }
 
+// Makes both children. Which of them may be split is known here, before any of
+// the next level's columns are sampled.
 void SortedListGrower::MakeChildren(OpenNode& open, Worker& worker) {
     const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
     SplitSlice(node, open.split.countL, open.children);
@@ -261,6 +281,7 @@ void SortedListGrower::MakeChildren(OpenNode& open, Worker& worker) {
     });
 }
 
+// Partitions the lists of all columns, sampled or not: descendants may sample them.
 void SortedListGrower::PartitionLists(const NodeRows& nodeRows, int middle, Worker& worker) {
     worker.For(lists.Data().numColumns, [&](int column, Worker& member) {
         member.otherV.resize(
@@ -270,6 +291,7 @@ void SortedListGrower::PartitionLists(const NodeRows& nodeRows, int middle, Work
     });
 }
 
+// Records the split and appends the children in the order of the reference implementation.
 void SortedListGrower::AppendChildren(const OpenNode& open, std::vector<OpenNode>& nextV) {
     GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
     RecordSplit(open.split, static_cast<int>(nodeV.size()), node);

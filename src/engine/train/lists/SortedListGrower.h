@@ -63,13 +63,18 @@ class SortedListGrower {
     Criterion& criterion;
     const ReferenceSearch& reference;
     const double* targetV = nullptr;
-    std::vector<int> rowV;      // the tree's row index: the row of the data at each position
-    std::vector<uint32_t> toV;  // by position: where the split of its node moves the row
-    std::vector<int> drawnV;    // the batch's sampled columns, numSelFea per node
+    // The tree's row index: the row of the data at each position.
+    std::vector<int> rowV;
+    // By position: where the split of its node moves the row.
+    std::vector<uint32_t> toV;
+    // The batch's sampled columns, numSelFea per node.
+    std::vector<int> drawnV;
     std::vector<GrownNode> nodeV;
     int numLeaf = 1;
-    std::vector<std::unique_ptr<Worker>> workerV;  // each splits nodes by itself
-    std::unique_ptr<Worker> team;                  // all workers together on one node
+    // Each splits nodes by itself.
+    std::vector<std::unique_ptr<Worker>> workerV;
+    // All workers together on one node.
+    std::unique_ptr<Worker> team;
 };
 
 }  // namespace engine
