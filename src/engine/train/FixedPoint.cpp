@@ -1,5 +1,6 @@
-// Gradients as integers; see FixedPoint.h. The bounds used below, for n rows with |g| < 2^e and n <
-// 2^f:
+// Gradients as integers; see FixedPoint.h.
+//
+// The bounds used below, for n rows with |g| < 2^e and n < 2^f:
 //   n 2^e 2^k <= 2^61   sums of q fit an int64
 //   2^e 2^k <= 2^49     RoundToInt is exact (it needs |x| < 2^51)
 //   n 2^e 2^k <= 2^52   (exact) each partial sum is a multiple of 2^-k and a double

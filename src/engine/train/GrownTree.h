@@ -25,8 +25,8 @@ struct GrowthLimits {
     bool fForest;
 
     // How many of the `numOpen` nodes of a level to process at once in a tree of `numLeaf` leaves:
-    // as many as the leaf limit may still allow to be split. A larger batch would draw columns for
-    // nodes that the limit closes, and the random stream would differ from the reference
+    // as many as the leaf limit may still allow to be split. A larger batch would sample columns
+    // for nodes that the limit closes, and the random stream would differ from the reference
     // implementation's.
     size_t BatchSize(size_t numOpen, int numLeaf) const {
         if (fForest) return numOpen;
@@ -105,8 +105,7 @@ inline void SplitSlice(const GrownNode& node, int countL, GrownNode (&children)[
     children[1].countDoc = node.countDoc - countL;
 }
 
-// Turns a leaf into an inner node. Its children are to be the nodes `firstChild` and firstChild +
-// 1.
+// Turns a leaf into an inner node. Its children get the numbers `firstChild` and `firstChild` + 1.
 inline void RecordSplit(const SplitPoint& split, int firstChild, GrownNode& node) {
     node.splitFea = split.column;
     node.splitElemFea = split.threshold;

@@ -77,8 +77,7 @@ class BinScan {
     // run and over it.
     double InsideBound(const NodeTotals& node, const Cell& before, const Cell& inside) const;
 
-    // Whether the rows of a cell may be split. Weights are at least 1, so two rows weigh at least
-    // 2.
+    // Whether the rows of a cell may be split: weights are at least 1, so two rows weigh 2 or more.
     bool HasTwoRows(const Cell& inside) const { return fixed.Weight(inside) >= 2.0; }
 
   private:

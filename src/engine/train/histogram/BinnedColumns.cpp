@@ -243,9 +243,9 @@ bool BinnedColumns::CodeColumn(int column, int rankBits, CodingBuffers& buffers)
 void BinnedColumns::LayOutColumns() {
     for (int column = 0; column < NumColumns(); ++column) {
         Column& c = columnV[static_cast<size_t>(column)];
-        std::vector<int>& places = c.fNarrow ? narrowV : wideV;
-        c.codeIndex = static_cast<int>(places.size());
-        places.push_back(column);
+        std::vector<int>& sameWidthV = c.fNarrow ? narrowV : wideV;
+        c.codeIndex = static_cast<int>(sameWidthV.size());
+        sameWidthV.push_back(column);
     }
     for (int shift = 0; shift == 0 || (maxBins >> shift) > 0; ++shift) {
         size_t numCells = 0;

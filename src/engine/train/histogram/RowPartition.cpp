@@ -177,19 +177,19 @@ void RowPartition::UpdateNeighbours(const CodeBlock& block, const int* rowV, int
 // has the undecided code or, if no row on its side has it, the next code with rows.
 void RowPartition::DecideByRank(CodeBlock& block, const int* rowV, int count,
                                 Marked& marked) const {
-    const auto see = [&](int i, int code) {
+    const auto decide = [&](int i, int code) {
         const int rank = sides.RankOf(rowV[i], code);
         const bool fLeft = rank <= sides.lastRank;
         if (fLeft && rank > marked.low.rank) marked.low = {rank, rowV[i], code};
         if (!fLeft && rank < marked.high.rank) marked.high = {rank, rowV[i], code};
         return fLeft;
     };
-    block.Decide(count, sides.undecidedCode, [&](int i) { return see(i, sides.undecidedCode); });
+    block.Decide(count, sides.undecidedCode, [&](int i) { return decide(i, sides.undecidedCode); });
     if (block.low >= marked.low.code) {
-        block.ForCode(count, block.low, [&](int i) { see(i, block.low); });
+        block.ForCode(count, block.low, [&](int i) { decide(i, block.low); });
     }
     if (block.high <= marked.high.code) {
-        block.ForCode(count, block.high, [&](int i) { see(i, block.high); });
+        block.ForCode(count, block.high, [&](int i) { decide(i, block.high); });
     }
 }
 

@@ -174,14 +174,14 @@ void SplitSearch::CollectKeys(const SearchTask& task, int begin, int end, int id
 void SplitSearch::ScoreBySorting(const SearchTask& task, int slot, Buffers& buffers) {
     LargeArray<uint64_t>& keyV = buffers.keyV;
     keyV.clear();
-    for (int place = 0; place < task.rows.count; ++place) {
-        keyV.push_back(KeyOf(data.Rank(task.columnV[slot], task.rows.rowV[place]), place));
+    for (int position = 0; position < task.rows.count; ++position) {
+        keyV.push_back(KeyOf(data.Rank(task.columnV[slot], task.rows.rowV[position]), position));
     }
     SortKeys(keyV, buffers.otherKeyV);
     ScoreKeyRange(
         task, slot, keyV.data(), keyV.data() + keyV.size(), Cell(),
-        [&](int place) { return task.rows.rowV[place]; },
-        [&](int place) { return cellV[static_cast<size_t>(place)]; }, buffers);
+        [&](int position) { return task.rows.rowV[position]; },
+        [&](int position) { return cellV[static_cast<size_t>(position)]; }, buffers);
 }
 
 // Keys that hold rows of the data.
