@@ -118,7 +118,7 @@ struct Node {
     }
 
     struct Found {
-        SearchResult result;
+        SearchResult<Candidate> result;
         double below = 0.0;  // the highest value left of the best split
     };
 
@@ -142,12 +142,12 @@ struct Node {
         for (size_t i = 0; i < gradV.size(); ++i) {
             total += fixed.ToCell(gradV[i], weights != nullptr ? weights[i] : 1);
         }
-        SplitSearch::Buffers buffers(fixed);
+        SplitSearch::BufferPool buffers(fixed);
         SplitSearch search(data, fixed, tuning, pool, buffers);
-        const SearchResult result = search.Search({rows, fHistogram ? &histogram : nullptr,
-                                                   columnV.data(), static_cast<int>(columnV.size()),
-                                                   total, gradAll, pool.NumWorkers() - 1});
-        return {result, result.fFound ? HighestOf(data, result.winner) : 0.0};
+        const SearchResult<Candidate> result = search.Search(
+            {rows, fHistogram ? &histogram : nullptr, columnV.data(),
+             static_cast<int>(columnV.size()), total, gradAll, pool.NumWorkers() - 1});
+        return {result, result.Found() ? HighestOf(data, result.winner) : 0.0};
     }
 
     // The highest value left of the best split.
@@ -184,8 +184,8 @@ TEST(NodeSearchDifferential, NearTiesAgreeWithTheReference) {
         for (const Way& way : {Way{2048, 0, false}, Way{2048, 256, true}, Way{8, 0, true}}) {
             const auto [result, below] = node.Search(way.mostBins, way.fewKeys, way.fHistogram,
                                                      seed % 4 == 0 ? shared : alone);
-            numFound += result.fFound;
-            const bool fAgree = result.fFound
+            numFound += result.Found();
+            const bool fAgree = result.Found()
                                     ? result.winner.column == plain.column &&
                                           below < plain.threshold && plain.threshold <= below + 1.0
                                     : (plain.column < 0 && result.undecidedV.empty()) ||

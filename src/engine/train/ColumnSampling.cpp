@@ -1,4 +1,4 @@
-// The columns that nodes try; see ColumnSampling.h.
+// Sampling of columns; see ColumnSampling.h.
 #include "ColumnSampling.h"
 
 #include <algorithm>
@@ -10,22 +10,23 @@
 namespace sylvora {
 namespace engine {
 
-// A partial Fisher-Yates draw for each node. Its swaps are taken back afterwards, which leaves the
-// pool in order for the next node without touching all of it.
+// A partial Fisher-Yates shuffle for each node. Undoing its swaps in reverse order restores the
+// sorted pool for the next node in time proportional to numDrawn, not numColumns.
 std::vector<int> DrawColumns(int numColumns, int numDrawn, size_t numNodes, long* seed) {
     numDrawn = std::min(numDrawn, numColumns);
     std::vector<int> drawnV(numNodes * static_cast<size_t>(numDrawn));
     std::vector<int> poolV(static_cast<size_t>(numColumns));
-    std::vector<int> placeV(static_cast<size_t>(numDrawn));
+    std::vector<int> indexV(static_cast<size_t>(numDrawn));
     std::iota(poolV.begin(), poolV.end(), 0);
     int* const last = poolV.data() + numColumns - 1;
     int* drawn = drawnV.data();
     Draws draws(seed);
     for (size_t node = 0; node < numNodes; ++node) {
-        draws.FisherYates(numColumns, numDrawn, placeV.data());
+        draws.FisherYates(numColumns, numDrawn, indexV.data());
         const auto swap = [&](int i) {
-            std::swap(poolV[static_cast<size_t>(placeV[static_cast<size_t>(i)])], last[-i]);
+            std::swap(poolV[static_cast<size_t>(indexV[static_cast<size_t>(i)])], last[-i]);
         };
+        // Drawn columns gather at the end of the pool, the first one last.
         for (int i = 0; i < numDrawn; ++i) {
             swap(i);
             *drawn++ = last[-i];

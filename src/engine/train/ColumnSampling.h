@@ -1,4 +1,5 @@
-// The columns that nodes try, drawn as the plain form's built-in sampler draws them.
+// Sampling of the columns that a node tries, with the draws of the reference implementation's
+// built-in sampler.
 #ifndef SYLVORA_ENGINE_TRAIN_COLUMNSAMPLING_H
 #define SYLVORA_ENGINE_TRAIN_COLUMNSAMPLING_H
 
@@ -8,8 +9,9 @@
 namespace sylvora {
 namespace engine {
 
-// The draws of `numNodes` nodes, one node after the other: numDrawn columns each, or all numColumns
-// where that is fewer. `seed` is the state word of the draws.
+// Draws numDrawn distinct columns for each of `numNodes` nodes, one node after the other; all
+// numColumns where that is fewer. Returns the columns, node by node. `seed` is the state of the
+// random generator; it moves on.
 std::vector<int> DrawColumns(int numColumns, int numDrawn, size_t numNodes, long* seed);
 
 }  // namespace engine

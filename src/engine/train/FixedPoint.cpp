@@ -1,7 +1,9 @@
-// Gradients as integers; see FixedPoint.h. Bounds used below, for n rows with |g| < 2^e, n < 2^f:
+// Gradients as integers; see FixedPoint.h.
+//
+// The bounds used below, for n rows with |g| < 2^e and n < 2^f:
 //   n 2^e 2^k <= 2^61   sums of q fit an int64
-//   2^e 2^k <= 2^49     the rounding trick works (it needs |x| < 2^51)
-//   n 2^e 2^k <= 2^52   (exact) every partial sum is a multiple of 2^-k below 2^53 of them
+//   2^e 2^k <= 2^49     RoundToInt is exact (it needs |x| < 2^51)
+//   n 2^e 2^k <= 2^52   (exact) each partial sum is a multiple of 2^-k and a double
 #include "FixedPoint.h"
 
 #include <algorithm>
@@ -16,14 +18,14 @@ namespace sylvora {
 namespace engine {
 namespace {
 
-// Error bounds are relative to the gradients and blind to denormals; beyond this the plain form
-// decides.
+// The error bounds are relative to the gradients and ignore underflow. Outside this range the
+// reference implementation takes over.
 constexpr double kSmallest = 1e-100;
 constexpr double kLargest = 1e100;
 
 constexpr int kChunkRows = 16384;
 
-// What rows [begin, end) ask of the integers.
+// The ranges of gradients and weights over rows [begin, end).
 struct Extent {
     bool fInRange = true;
     double largestAbs = 0.0;
@@ -32,6 +34,7 @@ struct Extent {
 
     Extent() = default;
     Extent(const double* gradV, const int* weightV, int begin, int end) {
+        // fInRange is false for NaN and infinity, too: the comparison is written so.
         for (int i = begin; i < end; ++i) {
             const double size = std::fabs(gradV[i]);
             const double weight = weightV != nullptr ? weightV[i] : 1;
@@ -43,7 +46,7 @@ struct Extent {
         if (weightV == nullptr) largestRatio = largestAbs;
     }
 
-    // Weights are integers, so their sum does not depend on the order.
+    // Merges two ranges. Weights are integers, so their sum does not depend on the order.
     void Join(const Extent& other) {
         fInRange = fInRange && other.fInRange;
         largestAbs = std::max(largestAbs, other.largestAbs);
@@ -52,6 +55,7 @@ struct Extent {
     }
 };
 
+// The chunks are merged in order, though any order gives the same result.
 Extent ExtentOf(const double* gradV, const int* weightV, int num, WorkerPool& pool) {
     const Chunks chunks = {num, kChunkRows};
     std::vector<Extent> extentV(static_cast<size_t>(chunks.Num()));
@@ -64,14 +68,15 @@ Extent ExtentOf(const double* gradV, const int* weightV, int num, WorkerPool& po
     return all;
 }
 
-// Whether all gradients are multiples of 2^-power. Compared at their own size: scaled, the smallest
-// could vanish.
+// Whether all gradients are multiples of 2^-power. Compares after scaling back, because a tiny
+// gradient would vanish when scaled up and rounded.
 bool AllMultiples(const double* gradV, int num, int power, WorkerPool& pool) {
     const double scale = std::ldexp(1.0, power);
     const double unit = std::ldexp(1.0, -power);
     const Chunks chunks = {num, kChunkRows};
     std::atomic<bool> fAll{true};
     pool.For(chunks.Num(), [&](int chunk, int) {
+        // fAll is shared: a worker stops early once another has found a counterexample.
         for (int i = chunks.Begin(chunk); i < chunks.End(chunk) && fAll; ++i) {
             const int64_t q = FixedPoint::RoundToInt(gradV[i] * scale);
             if (static_cast<double>(q) * unit != gradV[i]) fAll = false;
@@ -82,15 +87,17 @@ bool AllMultiples(const double* gradV, int num, int power, WorkerPool& pool) {
 
 }  // namespace
 
+// The steps: find the ranges, choose k, then lay out the packed word. Every early return leaves
+// fUsable false.
 FixedPoint FixedPoint::Fit(const double* gradV, const int* weightV, int num, WorkerPool& pool) {
     FixedPoint fit;
     const Extent extent = ExtentOf(gradV, weightV, num, pool);
     const double largestAbs = extent.largestAbs;
     if (!extent.fInRange || num == 0 || (largestAbs != 0.0 && largestAbs < kSmallest)) return fit;
-    if (extent.totalWeight > INT_MAX) return fit;  // nodes add weights up as ints
+    if (extent.totalWeight > INT_MAX) return fit;  // a node's weights are summed as int
     fit.fUsable = true;
     // A margin for the rounding of size / weight.
-    fit.largest = extent.largestRatio * (1.0 + 1e-12);
+    fit.maxAbsGradPerWeight = extent.largestRatio * (1.0 + 1e-12);
     const auto exponentAbove = [](double value) {
         int exponent = 0;
         std::frexp(value, &exponent);
@@ -103,7 +110,8 @@ FixedPoint FixedPoint::Fit(const double* gradV, const int* weightV, int num, Wor
     const int k = fit.fExact ? exactPower : std::min(61 - e - f, 49 - e);
     fit.scale = std::ldexp(1.0, k);
     fit.unit = std::ldexp(1.0, -k);
-    // The packed word: at most 2^weightBits of weight, and per row at most 2^absBits and one.
+    // Layout of the packed word: the weights need weightBits; the absolute values need absBits + 1
+    // per row (ToCell rounds up by one), times num rows.
     fit.weightBits = exponentAbove(extent.totalWeight);
     const int absBits = std::min(62 - fit.weightBits - f, 48);
     if (absBits < 4) {
@@ -115,6 +123,7 @@ FixedPoint FixedPoint::Fit(const double* gradV, const int* weightV, int num, Wor
     return fit;
 }
 
+// The common case, all weights 1, has a loop of its own.
 void FixedPoint::ToCells(const double* gradV, const int* weightV, int num, Cell* cells) const {
     if (weightV == nullptr) {
         for (int i = 0; i < num; ++i) cells[i] = ToCell(gradV[i], 1);

@@ -1,5 +1,5 @@
-// Gradients as integers. Sums of integers do not depend on their order, so histograms can be filled
-// in any order, by any number of threads, and subtracted from each other, and stay exact.
+// Gradients as integers. A sum of integers does not depend on the order of its terms, so threads
+// can fill histograms in any order and subtract them from each other, and every sum stays exact.
 #ifndef SYLVORA_ENGINE_TRAIN_FIXEDPOINT_H
 #define SYLVORA_ENGINE_TRAIN_FIXEDPOINT_H
 
@@ -12,9 +12,10 @@
 namespace sylvora {
 namespace engine {
 
-// A histogram cell, or the sums over any set of rows: the gradients in units of 2^-k, and, packed
-// into one word, the weights (low bits) and an upper bound of the gradients' absolute values (high
-// bits). All sums over a tree's rows fit, so adding and subtracting whole words is exact.
+// One histogram cell: the sums over a set of rows. `q` is the sum of the gradients in units of
+// 2^-k. `packed` holds the sum of the weights in its low bits and, above them, an upper bound on
+// the sum of the gradients' absolute values. The sums over all rows of a tree fit, so adding and
+// subtracting whole words never overflows or borrows between the two fields.
 struct alignas(16) Cell {
     int64_t q = 0;
     uint64_t packed = 0;
@@ -31,27 +32,41 @@ struct alignas(16) Cell {
     }
 };
 
-// How the gradients of one tree become integers.
+// How the gradients of one tree become integers. Immutable once fitted, so any number of threads
+// may use it.
 struct FixedPoint {
-    bool fUsable = false;   // gradients are finite and of a size that the error bounds cover
-    bool fExact = false;    // every gradient is a multiple of 2^-k and every sum of them a double
-    double scale = 1.0;     // 2^k
-    double unit = 1.0;      // 2^-k
-    double largest = 0.0;   // the largest |gradient| / weight
-    double absScale = 1.0;  // of the packed absolute values
+    // False if a gradient is not finite or out of the range of the error bounds, or if a weight is
+    // below 1, or if the weights are too large. Then nothing else may be used.
+    bool fUsable = false;
+    // All gradients are multiples of 2^-k, and every sum of them is a double.
+    bool fExact = false;
+    // 2^k, integer units per 1.0.
+    double scale = 1.0;
+    // 2^-k, the size of one unit.
+    double unit = 1.0;
+    // h: no |gradient| / weight is larger.
+    double maxAbsGradPerWeight = 0.0;
+    // Integer units per 1.0, for the absolute values.
+    double absScale = 1.0;
+    // 1 / absScale.
     double absUnit = 1.0;
+    // The width of the weights in Cell::packed.
     int weightBits = 0;
 
-    // Fits the `num` rows with gradients `gradV` and weights `weightV` (null: all 1).
+    // Fits the `num` rows with gradients `gradV` and weights `weightV` (null: all 1). The workers
+    // of `pool` share the work. Check fUsable before using the result.
     static FixedPoint Fit(const double* gradV, const int* weightV, int num, WorkerPool& pool);
 
+    // The cell of one row.
     Cell ToCell(double gradient, int weight) const {
         const uint64_t size = static_cast<uint64_t>(RoundToInt(std::fabs(gradient) * absScale) + 1);
         return {RoundToInt(gradient * scale), (size << weightBits) + static_cast<uint64_t>(weight)};
     }
-    // The cells of `num` consecutive rows.
+    // Converts `num` consecutive rows. `weightV` may be null (all 1).
     void ToCells(const double* gradV, const int* weightV, int num, Cell* cells) const;
 
+    // The sums of a cell as doubles: of the gradients, of the weights, and an upper bound on that
+    // of the absolute gradients.
     double Sum(const Cell& cell) const { return static_cast<double>(cell.q) * unit; }
     double Weight(const Cell& cell) const {
         return static_cast<double>(cell.packed & ((uint64_t{1} << weightBits) - 1));
@@ -60,7 +75,8 @@ struct FixedPoint {
         return static_cast<double>(cell.packed >> weightBits) * absUnit;
     }
 
-    // The nearest integer, for |value| below 2^51: added to 1.5 * 2^52 it is the low bits.
+    // The nearest integer (ties to even), for |value| < 2^51: after adding 1.5 * 2^52, the low bits
+    // of the double are the integer.
     static int64_t RoundToInt(double value) {
         constexpr double kRound = 6755399441055744.0;
         const double shifted = value + kRound;

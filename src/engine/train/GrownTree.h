@@ -1,4 +1,4 @@
-// A tree as the engine grows it, and the limits that it grows within.
+// A tree as the engine grows it, and the limits on its growth.
 #ifndef SYLVORA_ENGINE_TRAIN_GROWNTREE_H
 #define SYLVORA_ENGINE_TRAIN_GROWNTREE_H
 
@@ -10,80 +10,109 @@
 namespace sylvora {
 namespace engine {
 
+struct GrownNode;
+
+// The limits that the configuration sets. Immutable during a run.
 struct GrowthLimits {
+    // The most leaves of a tree, and its greatest depth; the root has depth 0.
     int maxLeaf;
     int maxDepth;
+    // Nodes with at most this many rows stay leaves.
     int numBound;
-    int numSelFea;  // columns drawn per node
-    bool fForest;   // neither maxLeaf nor maxDepth counts
+    // Columns sampled per node.
+    int numSelFea;
+    // A forest ignores maxLeaf and maxDepth.
+    bool fForest;
 
-    // How many of `numOpen` nodes of a level are taken at once by a tree of `numLeaf` leaves: as
-    // many as the leaf limit may still allow to be split, so that no column is drawn for a node
-    // that the limit closes.
+    // How many of the `numOpen` nodes of a level to process at once in a tree of `numLeaf` leaves:
+    // as many as the leaf limit may still allow to be split. A larger batch would sample columns
+    // for nodes that the limit closes, and the random stream would differ from the reference
+    // implementation's.
     size_t BatchSize(size_t numOpen, int numLeaf) const {
         if (fForest) return numOpen;
         return std::min(numOpen, static_cast<size_t>(std::max(maxLeaf - numLeaf, 1)));
     }
+    // Whether a tree of `numLeaf` leaves is complete. All nodes that still wait, on this level and
+    // the next, then stay leaves.
+    bool IsFull(int numLeaf) const { return !fForest && numLeaf >= maxLeaf; }
+    // Whether nodes at this depth are leaves.
+    bool IsTooDeep(int depth) const { return !fForest && depth >= maxDepth; }
+    // Whether a node has enough rows to be searched, and is not too deep.
+    bool MaySplit(const GrownNode& node) const;
 };
 
-// One node as grown; the words are those of NodeCR.
+// A node of a grown tree. The members are named as in NodeCR and have the same meaning.
 struct GrownNode {
+    // The node's slice of the tree's rows.
     int startDoc = 0;
     int countDoc = 0;
+    // The parent's number in the tree; -1 for the root.
     int parent = -1;
     int depth = 0;
+    // The split: column, threshold and children; -1 for a leaf.
     int splitFea = -1;
     double splitElemFea = -1.0;
     int lson = -1;
     int rson = -1;
+    // Rows in the left child, and sums over the node's own rows.
     int countL = 0;
     double gradAll = 0.0;
     int wgtAll = 0;
-    int majority = -1;     // classification: the class of the most rows
-    bool fNarrow = false;  // of the split; see NarrowSplit.h
+    // Classification: the class of the most rows.
+    int majority = -1;
+    // Whether the split is narrow; see NarrowSplit.h.
+    bool fNarrow = false;
 };
 
-// A cut with its threshold, as the plain form records it.
+inline bool GrowthLimits::MaySplit(const GrownNode& node) const {
+    return node.countDoc > numBound && !IsTooDeep(node.depth);
+}
+
+// A split and its threshold, as the reference implementation records them.
 struct SplitPoint {
+    // Column -1: there is no split.
     int column = -1;
     double threshold = -1.0;
+    // Rows of the left slice. A row goes left if its value is at or below the threshold.
     int countL = 0;
-    bool fNarrow = false;     // see NarrowSplit.h
-    bool fSlicesTrue = true;  // rows at or below the threshold are exactly those of the left part
+    bool fNarrow = false;  // see NarrowSplit.h
+    // Whether the left slice holds exactly the rows at or below the threshold.
+    bool fSlicesMatchThreshold = true;
 
-    // Puts the threshold between the neighbouring values `low` and `high`; false where it is not:
-    // the midpoint of neighbouring doubles can round up to the higher one, or overflow.
+    // Sets the threshold to the midpoint of the neighbouring values `low` and `high`. Returns false
+    // if it does not separate them: the midpoint of adjacent doubles may round up to the higher
+    // one, the sum of huge ones may overflow, and opposite infinities give NaN.
     bool SetThreshold(double low, double high) {
         threshold = (low + high) * 0.5;
         fNarrow = IsNarrow(low, high);
         return low <= threshold && threshold < high;
     }
 
-    // Whether a row that now stands in the left part, or in the right one, belongs left. The plain
-    // form's cursors ask two questions: is a row of the left part not at or below the threshold,
-    // and is one of the right part not above it? For a threshold of NaN (between infinities) both
-    // are so.
+    // Whether a row belongs left, given the part it now lies in. The two comparisons differ
+    // deliberately: the reference implementation's left cursor stops at !(value <= threshold), its
+    // right cursor at !(value > threshold). They disagree only for a threshold of NaN, for which
+    // both cursors stop at every row.
     bool BelongsLeft(double value, bool fInLeftPart) const {
         return fInLeftPart ? value <= threshold : !(value > threshold);
     }
 };
 
-// The slices of a node's sons.
-inline void CutSlice(const GrownNode& node, int countL, GrownNode (&sons)[2]) {
-    sons[0].startDoc = node.startDoc;
-    sons[0].countDoc = countL;
-    sons[1].startDoc = node.startDoc + countL;
-    sons[1].countDoc = node.countDoc - countL;
+// Sets the slices of a node's children. The left child's rows come first.
+inline void SplitSlice(const GrownNode& node, int countL, GrownNode (&children)[2]) {
+    children[0].startDoc = node.startDoc;
+    children[0].countDoc = countL;
+    children[1].startDoc = node.startDoc + countL;
+    children[1].countDoc = node.countDoc - countL;
 }
 
-// Makes a leaf an inner node, whose sons come next as numbers `firstSon` and firstSon + 1.
-inline void RecordSplit(const SplitPoint& split, int firstSon, GrownNode& node) {
+// Turns a leaf into an inner node. Its children get the numbers `firstChild` and `firstChild` + 1.
+inline void RecordSplit(const SplitPoint& split, int firstChild, GrownNode& node) {
     node.splitFea = split.column;
     node.splitElemFea = split.threshold;
     node.fNarrow = split.fNarrow;
     node.countL = split.countL;
-    node.lson = firstSon;
-    node.rson = firstSon + 1;
+    node.lson = firstChild;
+    node.rson = firstChild + 1;
 }
 
 }  // namespace engine

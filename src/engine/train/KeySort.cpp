@@ -13,9 +13,10 @@ constexpr size_t kFewKeys = 24;
 constexpr size_t kSomeKeys = 768;
 constexpr int kDigitBits = 11;
 
-// Where items rise within the keys as they come, comparing whole keys keeps equal ranks in order.
+// Comparing whole keys keeps the order within a rank, because items ascend on entry.
 template <typename Keys>
 void InsertionSort(Keys& keyV) {
+    // Invariant: keyV[0..i) is sorted.
     for (size_t i = 1; i < keyV.size(); ++i) {
         const uint64_t key = keyV[i];
         size_t k = i;
@@ -30,6 +31,7 @@ void SortByDigit(const Keys& from, Keys& to, uint32_t lowest, int shift) {
     size_t beginV[kMask + 1] = {};
     for (const uint64_t key : from) ++beginV[((RankOf(key) - lowest) >> shift) & kMask];
     size_t begin = 0;
+    // Turns counts into the first target position of each digit.
     for (size_t& entry : beginV) {
         const size_t count = entry;
         entry = begin;
@@ -48,6 +50,8 @@ void SortKeys(Keys& keyV, Keys& other) {
     const uint32_t lowest = RankOf(*low);
     const uint32_t range = RankOf(*high) - lowest;
     other.resize(keyV.size());
+    // Radix sort, lowest digit first. Each pass is stable, and passes above the highest digit of
+    // the range are skipped. The result always ends in keyV.
     for (int shift = 0; shift < 32 && (range >> shift) != 0; shift += kDigitBits) {
         SortByDigit(keyV, other, lowest, shift);
         keyV.swap(other);

@@ -1,4 +1,4 @@
-// Sorting of (rank, item) keys; an item is a row or a place.
+// Sorting by (rank, item) keys. An item is a row, or a row's position in its node.
 #ifndef SYLVORA_ENGINE_TRAIN_KEYSORT_H
 #define SYLVORA_ENGINE_TRAIN_KEYSORT_H
 
@@ -18,8 +18,8 @@ inline int ItemOf(uint64_t key) {
     return static_cast<int>(static_cast<uint32_t>(key));
 }
 
-// Sorts by rank; keys of one rank keep their order if their items rise. `other` is room to work in.
-// For vectors and large arrays of keys.
+// Sorts by rank. The sort is stable if the items ascend. `other` is a buffer; its contents are
+// lost. For std::vector and LargeArray.
 template <typename Keys>
 void SortKeys(Keys& keyV, Keys& other);
 

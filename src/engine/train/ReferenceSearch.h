@@ -1,4 +1,4 @@
-// The plain form as the engine sees it: a judge for what fast sums cannot decide.
+// The reference split search, as the engine calls it to resolve near-ties.
 #ifndef SYLVORA_ENGINE_TRAIN_REFERENCESEARCH_H
 #define SYLVORA_ENGINE_TRAIN_REFERENCESEARCH_H
 
@@ -10,8 +10,9 @@
 namespace sylvora {
 namespace engine {
 
-// The plain search of a regression node over some of its slots. The arrays hold the node's rows,
-// weights null where all are 1. May be called by several workers at once.
+// Searches some slots of a regression node as the reference implementation does. `rows` are in its
+// row order. `columnV` is indexed by slot; `slotV` lists the slots to search, ascending. Returns
+// column -1 if there is no split. Thread-safe.
 class ReferenceSearch {
   public:
     virtual ~ReferenceSearch() = default;

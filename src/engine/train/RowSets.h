@@ -1,4 +1,4 @@
-// The rows of a node, as those see them who look at them.
+// Views of a node's rows. They own nothing.
 #ifndef SYLVORA_ENGINE_TRAIN_ROWSETS_H
 #define SYLVORA_ENGINE_TRAIN_ROWSETS_H
 
@@ -10,7 +10,8 @@
 namespace sylvora {
 namespace engine {
 
-// For the plain form: its own order, gradients and weights (null: all 1) alongside.
+// A node's rows in the reference implementation's order. Gradients and weights (null: all 1) run
+// parallel to rowV.
 struct RowSlice {
     const int* rowV;
     const double* gradV;
@@ -18,8 +19,9 @@ struct RowSlice {
     int count;
 };
 
-// For histograms and searches: any order, gradients and weights (null: all 1) by row of the data;
-// perhaps also the rows' own alongside (null: without).
+// A node's rows in any order, for histograms and searches. gradV and weightV (null: all 1) are
+// indexed by row of the data. ownGradV and ownWeightV, where not null, hold the same values
+// parallel to rowV, so that no gather is needed.
 struct RowSet {
     const int* rowV;
     int count;
@@ -32,7 +34,7 @@ struct RowSet {
         const size_t at = static_cast<size_t>(row);
         return fixed.ToCell(gradV[at], weightV != nullptr ? weightV[at] : 1);
     }
-    // Those of `num` rows that need not be the set's.
+    // Converts `num` rows of the data, which need not belong to this set.
     void CellsOf(const int* someRowV, int num, const FixedPoint& fixed, Cell* cells) const {
         constexpr int kBlock = 256;
         double blockGradV[kBlock];

@@ -1,16 +1,16 @@
-// Which neighbouring values a regression can tell apart.
+// Which neighbouring values a regression split can separate.
 #ifndef SYLVORA_ENGINE_TRAIN_SEPARABLE_H
 #define SYLVORA_ENGINE_TRAIN_SEPARABLE_H
 
 namespace sylvora {
 namespace engine {
 
-// Values closer than this are never separated by a regression split. Classification separates any
-// two distinct values; the difference is deliberate.
+// Regression never splits between values closer than this. Classification splits between any two
+// distinct values; the difference is deliberate.
 constexpr double kGap = 1e-10;
 
-// Whether a regression split may lie between two neighbouring values. In double arithmetic: the gap
-// vanishes beside values from about 1e6 on.
+// Whether a regression split may lie between two neighbouring values. Evaluated in doubles as the
+// reference implementation does: beyond about 1e6 the gap is lost in rounding.
 inline bool IsSeparable(double low, double high) {
     return high > low + kGap;
 }

@@ -1,4 +1,4 @@
-// The engine's figures; see Tuning.h.
+// Reads the tuning from the environment; see Tuning.h.
 #include "Tuning.h"
 
 #include <algorithm>
@@ -11,6 +11,7 @@
 namespace sylvora {
 namespace engine {
 
+// Ignores words that it does not know: only tests set this variable.
 Tuning CurrentTuning() {
     Tuning tuning;
     const char* text = std::getenv("SYLVORA_TUNING");

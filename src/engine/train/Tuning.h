@@ -1,29 +1,37 @@
-// The figures that decide which of the engine's ways a node takes. They change how long a run
-// takes, never what comes out; tests set them to send small data down every way.
+// Sizes at which the engine switches between algorithms. They affect speed, never results. Tests
+// change them so that small data reach every code path.
 #ifndef SYLVORA_ENGINE_TRAIN_TUNING_H
 #define SYLVORA_ENGINE_TRAIN_TUNING_H
 
 namespace sylvora {
 namespace engine {
 
+// All sizes in rows or bins, unless stated otherwise. Read once per run.
 struct Tuning {
-    int smallNode = 512;     // rows up to which a node sorts its columns
-    int mostBins = 3000;     // bins of a column with many values
-    int rankBits = 16;       // of a rank's distance from the first of its byte that are kept in one
-                             // array, at most 16; the others have one of their own
-    int fewKeys = 256;       // rows in live bins up to which they are sorted without a finer look
-    int directPercent = 80;  // rows, in percent of a histogram's cells, up to which a node counts
-                             // its own histogram rather than subtract its sibling's
-    int chunkRows = 16384;   // of a stretch that workers share; a node with fewer rows is grown by
-                             // one worker alone
-    int teamRows = 4096;     // rows from which workers part the lists of a node together
-    int listPercent = 10;    // columns drawn per node, in percent, from which sorted lists of all
-                             // columns are kept rather than made of the drawn ones, and a
-                             // regression forest grows on lists rather than on histograms
+    // A node with at most so many rows sorts its columns.
+    int smallNode = 512;
+    // The most bins of a column with many distinct values.
+    int mostBins = 3000;
+    // Low bits of a rank's offset (RowRanks.h) that are stored in the first array, at most 16; any
+    // further bits go to a second one.
+    int rankBits = 16;
+    // Sort directly if the candidate bins hold at most so many rows.
+    int fewKeys = 256;
+    // A node counts its own histogram, rather than subtract its sibling's, if its rows are at most
+    // this percentage of the histogram's cells.
+    int directPercent = 80;
+    // Rows per chunk of shared work; smaller nodes are not shared.
+    int chunkRows = 16384;
+    // Workers partition the lists of a node together from so many rows on.
+    int teamRows = 4096;
+    // Keep the sorted lists of all columns if a node samples at least this percentage of them;
+    // below it, make the sampled columns' lists per node, and grow regression forests on
+    // histograms.
+    int listPercent = 10;
 };
 
-// The figures above, or those that the environment sets for tests, as in
-// SYLVORA_TUNING="smallNode=0 mostBins=16".
+// The defaults above, overridden for tests by the environment, as in SYLVORA_TUNING="smallNode=0
+// mostBins=16".
 Tuning CurrentTuning();
 
 }  // namespace engine

@@ -1,4 +1,4 @@
-// The rows of a column in order; see ValueOrder.h.
+// Sorts the rows of a column; see ValueOrder.h.
 #include "ValueOrder.h"
 
 #include <algorithm>
@@ -14,7 +14,7 @@ namespace {
 constexpr uint64_t kSign = uint64_t{1} << 63;
 constexpr uint64_t kHighHalf = 0xffffffff00000000u;
 
-// Maps doubles to integers of the same order; -0.0 and 0.0 to the same one.
+// Maps doubles to integers in the same order. Adding 0.0 turns -0.0 into 0.0.
 uint64_t OrderedKey(double value) {
     const double positiveZero = value + 0.0;
     uint64_t bits;
@@ -24,6 +24,7 @@ uint64_t OrderedKey(double value) {
 
 }  // namespace
 
+// After the sort, keyV is rebuilt from both halves, in sorted order.
 bool ValueOrder::Load(const double* const* rowV, int numRows, int column) {
     const size_t count = static_cast<size_t>(numRows);
     itemV.resize(count);
@@ -42,6 +43,7 @@ bool ValueOrder::Load(const double* const* rowV, int numRows, int column) {
     return true;
 }
 
+// Undoes OrderedKey.
 double ValueOrder::Value(size_t i) const {
     const uint64_t key = keyV[i];
     const uint64_t bits = (key & kSign) != 0 ? key & ~kSign : ~key;
@@ -50,6 +52,8 @@ double ValueOrder::Value(size_t i) const {
     return value;
 }
 
+// Sorts the runs of equal high halves. The sort is stable, so rows of equal value stay ascending.
+// Runs are mostly of one value and in order already.
 void ValueOrder::SortLowHalves() {
     const auto isLower = [this](uint64_t a, uint64_t b) {
         return lowV[static_cast<uint32_t>(a)] < lowV[static_cast<uint32_t>(b)];

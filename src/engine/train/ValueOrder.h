@@ -1,4 +1,4 @@
-// The rows of a column in the order of its values.
+// Sorts the rows of a column by value.
 #ifndef SYLVORA_ENGINE_TRAIN_VALUEORDER_H
 #define SYLVORA_ENGINE_TRAIN_VALUEORDER_H
 
@@ -10,27 +10,33 @@
 namespace sylvora {
 namespace engine {
 
-// Sorts one column at a time; -0.0 and 0.0 are one value. Sorting is by the high halves of the
-// values' keys first, which mostly settle it; only where they agree are the low halves looked at.
-// Takes 20 bytes per row, which are used again for the next column.
+// Sorts one column at a time. -0.0 and 0.0 count as one value. Sorts by the high 32 bits of each
+// value's key first, which nearly always decides, and by the low 32 bits only within equal high
+// bits. Takes 20 bytes per row and reuses them for the next column. Not thread-safe: each worker
+// has its own.
 class ValueOrder {
   public:
-    // Sorts column `column` of the matrix `rowV`; false when it holds a NaN, which has no place.
+    // Sorts column `column` of the row-major matrix `rowV`. Returns false if it holds a NaN, which
+    // has no order.
     bool Load(const double* const* rowV, int numRows, int column);
 
     size_t Count() const { return itemV.size(); }
-    // The row with the i-th smallest value; equal values are in the order of their rows.
+    // The row with the i-th smallest value. Rows of equal value ascend.
     size_t Row(size_t i) const { return static_cast<uint32_t>(itemV[i]); }
-    // That value; 0.0 for -0.0. Cheaper than to look it up in the matrix.
+    // The i-th smallest value; 0.0 for -0.0. Decoded from its key, which is cheaper than reading
+    // the matrix.
     double Value(size_t i) const;
     bool IsEqualToPrevious(size_t i) const { return keyV[i] == keyV[i - 1]; }
 
   private:
     void SortLowHalves();
 
-    LargeArray<uint64_t> itemV;  // high half of the key, row
-    LargeArray<uint64_t> keyV;   // in order; room to work in until then
-    LargeArray<uint32_t> lowV;   // low half, by row
+    // (high half of the key, row), sorted.
+    LargeArray<uint64_t> itemV;
+    // Whole keys, sorted; during the sort, a buffer.
+    LargeArray<uint64_t> keyV;
+    // Low half of the key, by row.
+    LargeArray<uint32_t> lowV;
 };
 
 }  // namespace engine

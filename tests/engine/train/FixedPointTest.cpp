@@ -136,7 +136,7 @@ void CheckCells(const Rows& rows, const FixedPoint& fixed, const std::vector<Cel
         const Wide q = cellV[row].q;
         EXPECT_TRUE(Size(q) <= Wide{1} << 49);
         EXPECT_TRUE(!fixed.fExact || q * rows.Exact(fixed.unit) == gradient);
-        EXPECT_TRUE(Size(gradient) <= rows.Exact(fixed.largest) * rows.Weight(row));
+        EXPECT_TRUE(Size(gradient) <= rows.Exact(fixed.maxAbsGradPerWeight) * rows.Weight(row));
         sizeOfQ += Size(q);
         packed += cellV[row].packed;
         weight += rows.Weight(row);
@@ -145,7 +145,7 @@ void CheckCells(const Rows& rows, const FixedPoint& fixed, const std::vector<Cel
     EXPECT_TRUE(sizeOfQ <= Wide{1} << (fixed.fExact ? 52 : 61));
     EXPECT_TRUE(packed < Wide{1} << 64);
     EXPECT_TRUE(weight < Wide{1} << fixed.weightBits);
-    EXPECT_LE(fixed.largest, largest * (1 + 1e-11));
+    EXPECT_LE(fixed.maxAbsGradPerWeight, largest * (1 + 1e-11));
 }
 
 // The units are no coarser than the room in the words asks for.

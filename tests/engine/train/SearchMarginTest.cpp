@@ -52,7 +52,7 @@ struct Node {
         }
     }
 
-    SearchResult Search(const FixedPoint& fixed, double gradAll, bool fHistogram) const {
+    SearchResult<Candidate> Search(const FixedPoint& fixed, double gradAll, bool fHistogram) const {
         WorkerPool pool;
         const BinnedColumns data(rowV.data(), Num(), 2, Tuning(), pool);
         const RowSet rows = {indexV.data(), Num(), gradV.data(), nullptr};
@@ -61,7 +61,7 @@ struct Node {
         HistogramFiller(data).Add(rows, fixed, columnV, histogram);
         Cell total;
         for (const double gradient : gradV) total += fixed.ToCell(gradient, 1);
-        SplitSearch::Buffers buffers(fixed);
+        SplitSearch::BufferPool buffers(fixed);
         SplitSearch search(data, fixed, Tuning(), pool, buffers);
         return search.Search(
             {rows, fHistogram ? &histogram : nullptr, columnV.data(), 2, total, gradAll, 0});
@@ -101,9 +101,9 @@ const Source kSources[] = {{4, 0x1p-49, 0},
 // E, with gradients of at most 1.
 double Error(const Source& source, bool fHistogram) {
     const double n = source.numRows;
-    const double largestSum = fHistogram ? std::max(n / 2, 2.0) + n / 2 + 2 : n;
+    const double maxAbsSum = fHistogram ? std::max(n / 2, 2.0) + n / 2 + 2 : n;
     const double e =
-        1.02 * (n + 8) * kRoundoff * largestSum + n * source.unit / 2 + std::fabs(source.gradAway);
+        1.02 * (n + 8) * kRoundoff * maxAbsSum + n * source.unit / 2 + std::fabs(source.gradAway);
     return 4 * e + 2 * e * e + 16 * kRoundoff * n;
 }
 
@@ -127,11 +127,11 @@ TEST(SearchMargins, AreTwiceTheErrorOfAScore) {
                                  << source.numRows << " rows, unit " << source.unit
                                  << ", histogram " << fHistogram << ", " << share << " margins");
                     const Node node = NodeWith(share * margin, source, better);
-                    const SearchResult result = node.Search(InUnitsOf(source.unit, node.gradV),
-                                                            node.sum + source.gradAway, fHistogram);
-                    EXPECT_EQ(result.fFound, share > 1);
+                    const SearchResult<Candidate> result = node.Search(
+                        InUnitsOf(source.unit, node.gradV), node.sum + source.gradAway, fHistogram);
+                    EXPECT_EQ(result.Found(), share > 1);
                     EXPECT_EQ(result.undecidedV, share > 1 ? std::vector<int>{} : node.columnV);
-                    if (result.fFound) EXPECT_EQ(result.winner.slot, better);
+                    if (result.Found()) EXPECT_EQ(result.winner.slot, better);
                 }
             }
         }
@@ -145,8 +145,8 @@ TEST(SearchMargins, AreNoneForExactSums) {
                 const Node node(4, gap, better);
                 FixedPoint fixed = InUnitsOf(0x1p-48, node.gradV);
                 fixed.fExact = true;
-                const SearchResult result = node.Search(fixed, node.sum, fHistogram);
-                ASSERT_TRUE(result.fFound);
+                const SearchResult<Candidate> result = node.Search(fixed, node.sum, fHistogram);
+                ASSERT_TRUE(result.Found());
                 EXPECT_EQ(result.winner.slot, gap > 0 ? better : 0);
             }
         }
@@ -191,21 +191,21 @@ std::vector<int> UndecidedOnLists(const Node& node) {
     const auto lists = SortedColumns::Make({node.rowV.data(), node.Num(), 2}, true, pool);
     lists->Take(node.indexV.data(), node.Num(), pool);
     const NodeRows rows = {node.indexV, 0, node.Num()};
-    ListRoom room;
+    ListBuffers buffers;
     std::vector<const Entry*> listV;
-    for (const int id : node.columnV) listV.push_back(lists->List(id, rows, room, nullptr));
+    for (const int id : node.columnV) listV.push_back(lists->List(id, rows, buffers, nullptr));
     const NodeLists nodeLists = {*lists, rows, node.columnV.data(), listV};
     GrownNode grown;
     grown.countDoc = node.Num();
-    ScanScratch scratch;
+    ScanBuffers scratch;
     EXPECT_TRUE(criterion.Describe(grown, scratch));
     NodeFacts facts;
     criterion.Begin(grown, facts);
-    std::vector<ListCut> cutV;
+    std::vector<ListCandidate> cutV;
     for (const int slot : node.columnV) {
         cutV.push_back(criterion.Scan(nodeLists, slot, facts, scratch));
     }
-    const Decision decision = criterion.Decide(nodeLists, cutV, facts);
+    const SearchResult<ListCandidate> decision = criterion.Decide(nodeLists, cutV, facts);
     EXPECT_EQ(decision.winner.slot, decision.undecidedV.empty() ? node.better : -1);
     return decision.undecidedV;
 }

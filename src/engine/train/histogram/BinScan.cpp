@@ -1,5 +1,4 @@
-// Scores and bounds from histograms; see BinScan.h. The derivation of the bound is in
-// docs/engine-training.md.
+// Scores and bounds from histograms; see BinScan.h. docs/engine-training.md derives the bound.
 #include "BinScan.h"
 
 #include <emmintrin.h>
@@ -11,14 +10,15 @@ namespace sylvora {
 namespace engine {
 namespace {
 
-// Bounds are computed in doubles; this covers their rounding many times over.
+// Covers the rounding of a bound many times over.
 constexpr double kInflate = 1.0 + 1e-9;
-constexpr double kTiny = 1e-300;  // keeps 0 / 0 out of a term whose numerator is 0
+constexpr double kTiny = 1e-300;  // avoids 0 / 0 in a term whose numerator is 0
 
-// The largest score of the cuts behind each bin, and the largest |sum|. Cuts with nothing on one
-// side are left out.
+// Returns the best score of a split after any bin, and sets maxAbsSum to the largest |prefix sum|.
+// `sums` and `weights` are the sums up to and including each bin. Splits with an empty side are
+// skipped: their score is taken as -1.
 double BestOfPrefixes(const double* sums, const double* weights, int count, const NodeTotals& node,
-                      double& largestSum) {
+                      double& maxAbsSum) {
     const __m128d total = _mm_set1_pd(node.sum);
     const __m128d weight = _mm_set1_pd(node.weight);
     const __m128d zero = _mm_setzero_pd();
@@ -27,7 +27,8 @@ double BestOfPrefixes(const double* sums, const double* weights, int count, cons
     const __m128d signMask = _mm_set1_pd(-0.0);
     __m128d best = none;
     __m128d largest = zero;
-    for (int i = 0; i < count; i += 2) {  // the arrays are padded with empty prefixes
+    // Two prefixes at a time; the arrays are padded with empty ones.
+    for (int i = 0; i < count; i += 2) {
         const __m128d g = _mm_loadu_pd(sums + i);
         const __m128d w = _mm_loadu_pd(weights + i);
         const __m128d rest = _mm_sub_pd(total, g);
@@ -42,135 +43,149 @@ double BestOfPrefixes(const double* sums, const double* weights, int count, cons
     double bestV[2], largestV[2];
     _mm_storeu_pd(bestV, best);
     _mm_storeu_pd(largestV, largest);
-    largestSum = std::max(largestV[0], largestV[1]);
+    maxAbsSum = std::max(largestV[0], largestV[1]);
     return std::max(bestV[0], bestV[1]);
 }
 
 }  // namespace
 
+// The variables are named as in docs/engine-training.md: the rows before the run have the sums (g0,
+// w0), the run itself (s, c), and h bounds |gradient| / weight.
 double BinScan::InsideBound(const NodeTotals& node, const Cell& before, const Cell& inside) const {
     const double g0 = fixed.Sum(before);
     const double w0 = fixed.Weight(before);
-    const double count = fixed.Weight(inside);
+    const double c = fixed.Weight(inside);
+    const double h = fixed.maxAbsGradPerWeight;
     const double s = fixed.Sum(inside);
-    const double a = std::min(fixed.AbsBound(inside), fixed.largest * count);
-    const double perLargest = fixed.largest > 0.0 ? 1.0 / fixed.largest : 0.0;
+    const double a = std::min(fixed.AbsBound(inside), h * c);
+    const double inverseH = h > 0.0 ? 1.0 / h : 0.0;
     const double p = 0.5 * (a + s);
     const double n = 0.5 * (a - s);
     const double r0 = node.sum - g0;
-    const double v0 = node.weight - w0 - count;
+    const double v0 = node.weight - w0 - c;
     const auto term = [](double sum, double weight) { return sum * sum / std::max(weight, kTiny); };
-    const double top = term(g0 + p, w0 + p * perLargest) + term(r0 - p, v0 + n * perLargest);
-    const double bottom = term(g0 - n, w0 + n * perLargest) + term(r0 + n, v0 + p * perLargest);
+    const double top = term(g0 + p, w0 + p * inverseH) + term(r0 - p, v0 + n * inverseH);
+    const double bottom = term(g0 - n, w0 + n * inverseH) + term(r0 + n, v0 + p * inverseH);
     return std::max(top, bottom) * kInflate;
 }
 
-void BinScan::Look(int id, const Histogram& histogram, const NodeTotals& node,
-                   ColumnView& view) const {
+// One pass computes the prefix sums and the largest bin; the scores then need only the prefixes.
+void BinScan::Scan(int id, const Histogram& histogram, const NodeTotals& node,
+                   ColumnSummary& summary) const {
     const Column& column = data.At(id);
     const int numBins = histogram.NumBins(column);
     const Cell* cells = histogram.Of(column);
-    view.prefixV.resize(static_cast<size_t>(numBins) + 1);
+    summary.prefixV.resize(static_cast<size_t>(numBins) + 1);
     Cell prefix;
     uint64_t largestAbs = 0;
     for (int bin = 0; bin < numBins; ++bin) {
-        view.prefixV[static_cast<size_t>(bin)] = prefix;
+        summary.prefixV[static_cast<size_t>(bin)] = prefix;
         prefix += cells[bin];
         largestAbs = std::max(largestAbs, cells[bin].packed >> fixed.weightBits);
     }
-    view.prefixV[static_cast<size_t>(numBins)] = prefix;
-    view.best = BestInexact(numBins, node, view);
-    view.largestSum += static_cast<double>(largestAbs) * fixed.absUnit + std::fabs(node.sum);
-    view.bound = -1.0;
-    view.runBoundV.clear();
+    summary.prefixV[static_cast<size_t>(numBins)] = prefix;
+    summary.best = BestBoundary(numBins, node, summary);
+    summary.maxAbsSum += static_cast<double>(largestAbs) * fixed.absUnit + std::fabs(node.sum);
+    summary.bound = -1.0;
+    summary.runBoundV.clear();
     if (!column.fExact) {
-        LookAtRuns(column, histogram, node, view);
-    } else if (!column.fClean) {
-        view.best = -1.0;
-        VisitCuts(column, numBins, node, view,
-                  [&view](double score, int) { view.best = std::max(view.best, score); });
+        BoundRuns(column, histogram, node, summary);
+    } else if (!column.fAllSeparable) {
+        summary.best = -1.0;
+        // An exact column with inseparable neighbours: only some boundaries are candidates.
+        VisitBoundaries(column, numBins, node, summary, [&summary](double score, int) {
+            summary.best = std::max(summary.best, score);
+        });
     }
 }
 
-// Takes every boundary for a cut, which a column that is exact but not clean must not.
-double BinScan::BestInexact(int numBins, const NodeTotals& node, ColumnView& view) const {
+// Treats every bin boundary as a candidate split, which is wrong for an exact column with
+// inseparable neighbours; Scan then recomputes the result.
+double BinScan::BestBoundary(int numBins, const NodeTotals& node, ColumnSummary& summary) const {
     const size_t count = static_cast<size_t>(numBins);
-    std::vector<double> sumV(count + 2), weightV(count + 2);  // prefixes as reals
+    std::vector<double> sumV(count + 2), weightV(count + 2);  // prefix sums as doubles
     for (size_t bin = 0; bin < count; ++bin) {
-        sumV[bin] = fixed.Sum(view.prefixV[bin + 1]);
-        weightV[bin] = fixed.Weight(view.prefixV[bin + 1]);
+        sumV[bin] = fixed.Sum(summary.prefixV[bin + 1]);
+        weightV[bin] = fixed.Weight(summary.prefixV[bin + 1]);
     }
-    return BestOfPrefixes(sumV.data(), weightV.data(), numBins, node, view.largestSum);
+    return BestOfPrefixes(sumV.data(), weightV.data(), numBins, node, summary.maxAbsSum);
 }
 
-void BinScan::LookAtRuns(const Column& column, const Histogram& histogram, const NodeTotals& node,
-                         ColumnView& view) const {
+// A run gets a bound of -1 if it is empty or holds a single rank: nothing can be split there.
+void BinScan::BoundRuns(const Column& column, const Histogram& histogram, const NodeTotals& node,
+                        ColumnSummary& summary) const {
     const int numBins = histogram.NumBins(column);
-    for (int begin = 0; begin < numBins; begin += ColumnView::kRunBins) {
-        const int end = std::min(begin + ColumnView::kRunBins, numBins);
-        const Cell& before = view.prefixV[static_cast<size_t>(begin)];
-        Cell inside = view.prefixV[static_cast<size_t>(end)];
+    for (int begin = 0; begin < numBins; begin += ColumnSummary::kRunBins) {
+        const int end = std::min(begin + ColumnSummary::kRunBins, numBins);
+        const Cell& before = summary.prefixV[static_cast<size_t>(begin)];
+        Cell inside = summary.prefixV[static_cast<size_t>(end)];
         inside -= before;
-        const bool fCuts =
+        const bool fMayHoldSplit =
             inside.packed != 0 &&
             histogram.FirstRank(column, end) - histogram.FirstRank(column, begin) > 1;
-        const double bound = fCuts ? InsideBound(node, before, inside) : -1.0;
-        view.runBoundV.push_back(bound);
-        view.bound = std::max(view.bound, bound);
+        const double bound = fMayHoldSplit ? InsideBound(node, before, inside) : -1.0;
+        summary.runBoundV.push_back(bound);
+        summary.bound = std::max(summary.bound, bound);
     }
 }
 
-// Calls visit(score, bin) for the cut behind each bin that has rows, where there is one.
+// Calls visit(score, bin) for each non-empty bin but the last, if a split may lie between it and
+// the next non-empty bin.
 template <typename Visit>
-void BinScan::VisitCuts(const Column& column, int numBins, const NodeTotals& node,
-                        const ColumnView& view, const Visit& visit) const {
-    const auto holdsRows = [&view](int bin) {
+void BinScan::VisitBoundaries(const Column& column, int numBins, const NodeTotals& node,
+                              const ColumnSummary& summary, const Visit& visit) const {
+    const auto holdsRows = [&summary](int bin) {
         const size_t b = static_cast<size_t>(bin);
-        return view.prefixV[b].packed != view.prefixV[b + 1].packed;
+        return summary.prefixV[b].packed != summary.prefixV[b + 1].packed;
     };
-    int last = -1;  // the last bin with rows so far
+    // The last non-empty bin so far.
+    int last = -1;
+    // Empty bins are skipped, so a split lies between two bins that hold rows of this node.
     for (int bin = 0; bin < numBins; ++bin) {
         if (!holdsRows(bin)) continue;
-        const bool fSeparable = !column.fExact || column.fClean || last < 0 ||
+        const bool fSeparable = !column.fExact || column.fAllSeparable || last < 0 ||
                                 IsSeparable(column.binValueV[static_cast<size_t>(last)],
                                             column.binValueV[static_cast<size_t>(bin)]);
         if (last >= 0 && fSeparable) {
-            const Cell& left = view.prefixV[static_cast<size_t>(last) + 1];
-            visit(CutScore(node, fixed.Sum(left), fixed.Weight(left)), last);
+            const Cell& left = summary.prefixV[static_cast<size_t>(last) + 1];
+            visit(SplitScore(node, fixed.Sum(left), fixed.Weight(left)), last);
         }
         last = bin;
     }
 }
 
-void BinScan::AppendCuts(int slot, int id, const Histogram& histogram, const NodeTotals& node,
-                         const ColumnView& view, double least,
-                         std::vector<Candidate>& candidateV) const {
+// The last rank on the left is the last rank of the bin, even if no row of the node has it.
+void BinScan::AppendCandidates(int slot, int id, const Histogram& histogram, const NodeTotals& node,
+                               const ColumnSummary& summary, double minScore,
+                               std::vector<Candidate>& candidateV) const {
     const Column& column = data.At(id);
-    VisitCuts(column, histogram.NumBins(column), node, view, [&](double score, int bin) {
-        if (!(score >= least)) return;
+    VisitBoundaries(column, histogram.NumBins(column), node, summary, [&](double score, int bin) {
+        if (!(score >= minScore)) return;
         candidateV.push_back({score, slot, id, histogram.FirstRank(column, bin + 1) - 1,
-                              view.prefixV[static_cast<size_t>(bin) + 1]});
+                              summary.prefixV[static_cast<size_t>(bin) + 1]});
     });
 }
 
-void BinScan::AppendLiveBins(int id, const Histogram& histogram, const NodeTotals& node,
-                             const ColumnView& view, double least, std::vector<int>& binV) const {
+// Checks the run's bound first, which prunes most bins at an eighth of the cost.
+void BinScan::AppendCandidateBins(int id, const Histogram& histogram, const NodeTotals& node,
+                                  const ColumnSummary& summary, double minScore,
+                                  std::vector<int>& binV) const {
     const Column& column = data.At(id);
     const int numBins = histogram.NumBins(column);
-    for (size_t run = 0; run < view.runBoundV.size(); ++run) {
-        if (view.runBoundV[run] < least) continue;
-        const int begin = static_cast<int>(run) * ColumnView::kRunBins;
-        const int end = std::min(begin + ColumnView::kRunBins, numBins);
+    for (size_t run = 0; run < summary.runBoundV.size(); ++run) {
+        if (summary.runBoundV[run] < minScore) continue;
+        const int begin = static_cast<int>(run) * ColumnSummary::kRunBins;
+        const int end = std::min(begin + ColumnSummary::kRunBins, numBins);
         for (int bin = begin; bin < end; ++bin) {
-            const Cell& before = view.prefixV[static_cast<size_t>(bin)];
-            Cell inside = view.prefixV[static_cast<size_t>(bin) + 1];
+            const Cell& before = summary.prefixV[static_cast<size_t>(bin)];
+            Cell inside = summary.prefixV[static_cast<size_t>(bin) + 1];
             inside -= before;
             if (!HasTwoRows(inside)) continue;
-            // One value that many rows share, such as an absent feature, has no cut inside.
+            // A single value, such as that of an absent feature, cannot be split.
             const uint32_t numRanks =
                 histogram.FirstRank(column, bin + 1) - histogram.FirstRank(column, bin);
             if (numRanks < 2) continue;
-            if (InsideBound(node, before, inside) >= least) binV.push_back(bin);
+            if (InsideBound(node, before, inside) >= minScore) binV.push_back(bin);
         }
     }
 }

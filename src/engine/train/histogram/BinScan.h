@@ -1,5 +1,5 @@
-// What a node's histogram says about the cuts of one column: the exact scores of the cuts between
-// bins, and upper bounds for those inside them.
+// Scores the candidate splits of one column from a node's histogram: exact scores for splits
+// between bins, upper bounds for splits inside bins.
 #ifndef SYLVORA_ENGINE_TRAIN_HISTOGRAM_BINSCAN_H
 #define SYLVORA_ENGINE_TRAIN_HISTOGRAM_BINSCAN_H
 
@@ -13,71 +13,81 @@
 namespace sylvora {
 namespace engine {
 
-// The sums over a node.
+// The sums over a node's rows, as integers and as doubles.
 struct NodeTotals {
     Cell cell;
     double sum;  // of the gradients
     double weight;
 };
 
-// A cut: the rows of rank `lastRank` and below go left.
+// A candidate split: rows of rank `lastRank` and below go left.
 struct Candidate {
     double score;
-    int slot;
+    int slot = -1;
     int column;
     uint32_t lastRank;
-    Cell left;  // the sums over these rows
+    // The sums over the rows on the left.
+    Cell left;
 };
 
-// Score of a cut with the sums (sum, weight) on the left.
-inline double CutScore(const NodeTotals& node, double sum, double weight) {
+// The score of a split with the sums (sum, weight) on its left.
+inline double SplitScore(const NodeTotals& node, double sum, double weight) {
     const double rest = node.sum - sum;
     return sum * sum / weight + rest * rest / (node.weight - weight);
 }
 
-// The first look at a column: its best cut between bins, and for columns with several values to a
-// bin an upper bound for the cuts inside each run of kRunBins bins.
-struct ColumnView {
+// The result of a first scan of a column. Columns with several values per bin also get an upper
+// bound for the splits inside each run of kRunBins bins.
+struct ColumnSummary {
     static constexpr int kRunBins = 8;
 
-    double best = -1.0;       // best score of a cut between bins; -1 if there is none
-    double largestSum = 0.0;  // no sum from either end is larger in size
-    double bound = -1.0;      // no cut inside a bin scores more
+    // The best score of a split between bins; -1 if there is none.
+    double best = -1.0;
+    // M: no sum of rows from either end is larger in size.
+    double maxAbsSum = 0.0;
+    // No split inside a bin scores more; -1 if there is none.
+    double bound = -1.0;
+    // By run: no split inside a bin of the run scores more.
     std::vector<double> runBoundV;
-    std::vector<Cell> prefixV;  // sums before each bin, then the total
+    // The sums before each bin, then the total.
+    std::vector<Cell> prefixV;
 };
 
-// For any number of threads.
+// Stateless but for its references; thread-safe.
 class BinScan {
   public:
     BinScan(const BinnedColumns& columns, const FixedPoint& fixedPoint)
         : data(columns), fixed(fixedPoint) {}
 
-    // Looks at a column of a node with the given histogram and totals.
-    void Look(int column, const Histogram& histogram, const NodeTotals& node,
-              ColumnView& view) const;
+    // Scans a column of a node with the given histogram and totals.
+    void Scan(int column, const Histogram& histogram, const NodeTotals& node,
+              ColumnSummary& summary) const;
 
-    // Appends the cuts between bins that score at least `least`.
-    void AppendCuts(int slot, int column, const Histogram& histogram, const NodeTotals& node,
-                    const ColumnView& view, double least, std::vector<Candidate>& candidateV) const;
+    // Appends the splits between bins that score at least `minScore`.
+    void AppendCandidates(int slot, int column, const Histogram& histogram, const NodeTotals& node,
+                          const ColumnSummary& summary, double minScore,
+                          std::vector<Candidate>& candidateV) const;
 
-    // Appends the bins that may hold a cut that scores at least `least`.
-    void AppendLiveBins(int column, const Histogram& histogram, const NodeTotals& node,
-                        const ColumnView& view, double least, std::vector<int>& binV) const;
+    // Appends the bins that may hold a split that scores at least `minScore`.
+    void AppendCandidateBins(int column, const Histogram& histogram, const NodeTotals& node,
+                             const ColumnSummary& summary, double minScore,
+                             std::vector<int>& binV) const;
 
-    // No cut inside a run of values scores more, given the sums before and over it.
+    // An upper bound for the score of any split inside a run of ranks, given the sums before the
+    // run and over it.
     double InsideBound(const NodeTotals& node, const Cell& before, const Cell& inside) const;
 
-    // Whether the rows of a cell can be cut at all: weights are at least 1, so two rows weigh 2.
+    // Whether the rows of a cell may be split: weights are at least 1, so two rows weigh 2 or more.
     bool HasTwoRows(const Cell& inside) const { return fixed.Weight(inside) >= 2.0; }
 
   private:
-    void LookAtRuns(const Column& column, const Histogram& histogram, const NodeTotals& node,
-                    ColumnView& view) const;
-    double BestInexact(int numBins, const NodeTotals& node, ColumnView& view) const;
+    // The parts of Scan.
+    void BoundRuns(const Column& column, const Histogram& histogram, const NodeTotals& node,
+                   ColumnSummary& summary) const;
+    double BestBoundary(int numBins, const NodeTotals& node, ColumnSummary& summary) const;
     template <typename Visit>
-    void VisitCuts(const Column& column, int numBins, const NodeTotals& node,
-                   const ColumnView& view, const Visit& visit) const;
+    void VisitBoundaries(const Column& column, int numBins, const NodeTotals& node,
+                         const ColumnSummary& summary, const Visit& visit) const;
 
     const BinnedColumns& data;
     const FixedPoint& fixed;

@@ -1,4 +1,4 @@
-// Coding of the training data; see Columns.h.
+// Coding of the training data; see BinnedColumns.h.
 #include "BinnedColumns.h"
 
 #include <algorithm>
@@ -13,16 +13,17 @@ namespace sylvora {
 namespace engine {
 namespace {
 
-constexpr int kNarrowBins = 256;        // what a byte can tell apart
-constexpr int kFewestBins = 16;         // however many columns there are
-constexpr size_t kMostCells = 1 << 19;  // of a node's histogram, for wide data
-constexpr int kMostHeavy = 32;          // values that one row in so many shares have their own bin
-constexpr size_t kSlack = 16;           // codes behind the last row that may be read
-// Coarser histograms of nodes that do not sort have no fewer bins: 3 sqrt(512), see ShiftFor in
-// HistogramGrower.cpp and smallNode in Tuning.h.
+constexpr int kNarrowBins = 256;  // distinct values of an 8-bit code
+constexpr int kFewestBins = 16;   // per column, however many columns there are
+// Limits the bins of wide data: the cells of a node's histogram.
+constexpr size_t kMostCells = 1 << 19;
+constexpr int kMostHeavy = 32;  // a value that holds 1 / kMostHeavy of all rows gets its own bin
+constexpr size_t kSlack = 16;   // codes that may be read past the last row
+// The fewest bins of a coarse histogram of a node that does not sort its columns: 3 sqrt(512), see
+// ShiftFor in HistogramGrower.cpp and smallNode in Tuning.h.
 constexpr int kFewBins = 67;
 
-// The row number at which bin `bin` of `numBins` ideally begins.
+// The position in sorted order at which bin `bin` of `numBins` ideally begins.
 double IdealBegin(int bin, int numBins, double numRows) {
     const double share = static_cast<double>(bin) / numBins;
     const double tail = std::min(share, 1.0 - share);
@@ -33,7 +34,7 @@ double IdealBegin(int bin, int numBins, double numRows) {
 // The distinct values of a column, by rank.
 class DistinctValues {
   public:
-    // Those of `order`, which must stay as it is.
+    // Finds those of `order`, which must not change while they are used.
     void Find(const ValueOrder& order) {
         sorted = &order;
         beginV.clear();
@@ -45,7 +46,7 @@ class DistinctValues {
 
     size_t Count() const { return beginV.size(); }
     double Value(size_t rank) const { return sorted->Value(beginV[rank]); }
-    // The places in sorted order where the rows of a value begin and end.
+    // The positions [Begin, End) in sorted order that hold the value.
     size_t Begin(size_t rank) const { return beginV[rank]; }
     size_t End(size_t rank) const {
         return rank + 1 < beginV.size() ? beginV[rank + 1] : sorted->Count();
@@ -59,18 +60,21 @@ class DistinctValues {
     LargeArray<uint32_t> beginV;
 };
 
-// The first rank of each bin, then the number of ranks. A value that many rows share, such as that
-// of an absent feature, has a bin of its own, and stays alone when bins are joined to coarser ones:
-// empty bins fill up its place.
-std::vector<uint32_t> CutBins(const DistinctValues& distinct, size_t numRows, int numBins) {
+// Returns the first rank of each bin, then the number of ranks. A value that many rows share
+// (heavy), such as that of an absent feature, gets its own bin. It starts at a multiple of
+// `alignment` and is padded with empty bins, so it stays alone when bins are joined.
+std::vector<uint32_t> MakeBins(const DistinctValues& distinct, size_t numRows, int numBins) {
     std::vector<uint32_t> firstV = {0};
     const auto firstRank = [](size_t rank) { return static_cast<uint32_t>(rank); };
     const double rows = static_cast<double>(numRows);
     const size_t mostHeavy = static_cast<size_t>(std::min(numBins, kMostHeavy));
-    size_t numPlaces = 1;  // bins, own and empty, that such a value takes
-    while (numBins >= 2 * kFewBins * static_cast<int>(numPlaces)) numPlaces *= 2;
+    // Bins that a heavy value takes, with its empty ones.
+    size_t alignment = 1;
+    while (numBins >= 2 * kFewBins * static_cast<int>(alignment)) alignment *= 2;
     int bin = 1;
     bool fHeavyBefore = false;
+    // Invariant: firstV holds the first rank of each bin so far, and `bin` is the next ideal bin to
+    // begin.
     for (size_t r = 0; r < distinct.Count(); ++r) {
         const size_t begin = distinct.Begin(r);
         const bool fHeavy = (distinct.End(r) - begin) * mostHeavy >= numRows;
@@ -80,7 +84,7 @@ std::vector<uint32_t> CutBins(const DistinctValues& distinct, size_t numRows, in
         fHeavyBefore = fHeavy;
         if (r == 0 || !(fDue || fAlone)) continue;
         if (!distinct.IsSeparableFromPrevious(r)) continue;
-        while (fAlone && firstV.size() % numPlaces != 0) firstV.push_back(firstRank(r));
+        while (fAlone && firstV.size() % alignment != 0) firstV.push_back(firstRank(r));
         firstV.push_back(firstRank(r));
         while (bin < numBins && IdealBegin(bin, numBins, rows) <= static_cast<double>(begin)) ++bin;
     }
@@ -88,63 +92,70 @@ std::vector<uint32_t> CutBins(const DistinctValues& distinct, size_t numRows, in
     return firstV;
 }
 
+// The number of bins wanted grows with the square root of the rows, like the bins' noise. Wide data
+// get fewer, so that a histogram keeps a bounded size.
 int ChooseMostBins(int numRows, int numColumns, int mostBins) {
     const double wanted = 4.0 * std::sqrt(static_cast<double>(numRows));
-    const size_t room = kMostCells / static_cast<size_t>(std::max(numColumns, 1));
+    const size_t binsPerColumn = kMostCells / static_cast<size_t>(std::max(numColumns, 1));
     const double bound = std::min(std::max(wanted, 1.0 * kNarrowBins),
-                                  std::max(static_cast<double>(room), 1.0 * kFewestBins));
+                                  std::max(static_cast<double>(binsPerColumn), 1.0 * kFewestBins));
     return std::min(static_cast<int>(bound), mostBins);
 }
 
+// Fills in the values of the bins, and which of them hold only separable neighbours.
 void DescribeBins(const DistinctValues& distinct, Column& c) {
-    c.fClean = true;
-    c.fCleanBinV.assign(static_cast<size_t>(c.numBins), 1);
-    for (size_t bin = 0; bin < c.fCleanBinV.size(); ++bin) {
+    c.fAllSeparable = true;
+    c.fSeparableBinV.assign(static_cast<size_t>(c.numBins), 1);
+    for (size_t bin = 0; bin < c.fSeparableBinV.size(); ++bin) {
         const size_t first = c.binFirstRankV[bin];
         c.binValueV.push_back(distinct.Value(first));
         for (size_t r = first; r < c.binFirstRankV[bin + 1]; ++r) {
             if (r == 0 || distinct.IsSeparableFromPrevious(r)) continue;
-            c.fClean = false;
-            if (r > first) c.fCleanBinV[bin] = 0;
+            c.fAllSeparable = false;
+            if (r > first) c.fSeparableBinV[bin] = 0;
         }
     }
 }
 
-// The first rank of each byte of a wide column, then the number of ranks.
-std::vector<uint32_t> ByteFirsts(const Column& c) {
+// Returns the first rank of each 8-bit code of a wide column, then the number of ranks.
+std::vector<uint32_t> CodeFirstRanks(const Column& c) {
     std::vector<uint32_t> firstV;
-    for (int bin = 0; bin < c.numBins; bin += 1 << c.byteShift) {
+    for (int bin = 0; bin < c.numBins; bin += 1 << c.code8Shift) {
         firstV.push_back(c.binFirstRankV[static_cast<size_t>(bin)]);
     }
     firstV.push_back(c.binFirstRankV.back());
     return firstV;
 }
 
+// Writes the 8-bit codes and ranks in sorted order. Each code covers the ranks [firstV[code],
+// firstV[code + 1]).
 void AssignRanks(const ValueOrder& sorted, const DistinctValues& distinct, int rankBits,
                  Column& c) {
-    const std::vector<uint32_t> firstV =
-        c.fNarrow ? c.binFirstRankV : ByteFirsts(c);  // of a narrow column, byte and rank are one
-    c.byteV.resize(sorted.Count());
+    const std::vector<uint32_t> firstV = c.fNarrow ? c.binFirstRankV : CodeFirstRanks(c);
+    c.code8V.resize(sorted.Count());
     if (!c.fNarrow) c.ranks = RowRanks(firstV, sorted.Count(), rankBits);
-    size_t byte = 0;
+    size_t code = 0;
+    // Invariant: firstV[code] <= rank, so the code never decreases.
     for (size_t r = 0; r < distinct.Count(); ++r) {
         const uint32_t rank = static_cast<uint32_t>(r);
-        while (firstV[byte + 1] <= rank) ++byte;
+        while (firstV[code + 1] <= rank) ++code;
         for (size_t i = distinct.Begin(r); i < distinct.End(r); ++i) {
             const size_t row = sorted.Row(i);
-            c.byteV[row] = static_cast<uint8_t>(byte);
-            if (!c.fNarrow) c.ranks.Set(row, byte, rank);
+            c.code8V[row] = static_cast<uint8_t>(code);
+            if (!c.fNarrow) c.ranks.Set(row, code, rank);
         }
     }
 }
 
-// The bin of a rank. A first guess is looked up, by the rank in steps.
+// Finds the bin of a rank: a table gives a lower bound, by rank / 2^step, and a short search the
+// rest.
 class BinFinder {
   public:
     explicit BinFinder(const Column& column) : firstV(column.binFirstRankV.data()) {
         while ((column.binFirstRankV.back() >> step) >= kSteps) ++step;
         const uint32_t numSteps = (column.binFirstRankV.back() >> step) + 1;
         uint16_t bin = 0;
+        // bin is the bin of the step's first rank: a lower bound for all ranks of the step.
         for (uint32_t s = 0; s < numSteps; ++s) {
             while (bin + 1 < column.numBins && firstV[bin + 1] <= s << step) ++bin;
             guessV.push_back(bin);
@@ -167,12 +178,13 @@ class BinFinder {
 
 }  // namespace
 
-// What a worker needs to code a column.
-struct BinnedColumns::Room {
+// A worker's buffers for coding a column.
+struct BinnedColumns::CodingBuffers {
     ValueOrder sorted;
     DistinctValues distinct;
 };
 
+// The order matters: duplicates compare codes, and row codes need the layout.
 BinnedColumns::BinnedColumns(const double* const* rows, int numRow, int numColumn,
                              const Tuning& tuning, WorkerPool& pool)
     : rowV(rows),
@@ -181,18 +193,19 @@ BinnedColumns::BinnedColumns(const double* const* rows, int numRow, int numColum
       columnV(static_cast<size_t>(numColumn)) {
     const std::vector<uint64_t> hashV = CodeColumns(tuning.rankBits, pool);
     if (fNan) return;
-    PlaceColumns();
+    LayOutColumns();
     FillRowCodes(pool);
-    FindTwins(hashV);
+    FindDuplicates(hashV);
 }
 
-// Returns a hash of each column's ranks. What it takes to sort is gone when the rows are coded.
+// Returns a hash of each column's ranks. The sort buffers are freed on return, before the row codes
+// are allocated.
 std::vector<uint64_t> BinnedColumns::CodeColumns(int rankBits, WorkerPool& pool) {
     std::atomic<bool> fFoundNan{false};
     std::vector<uint64_t> hashV(columnV.size());
-    std::vector<Room> roomV(static_cast<size_t>(pool.NumWorkers()));
+    std::vector<CodingBuffers> buffersV(static_cast<size_t>(pool.NumWorkers()));
     pool.For(NumColumns(), [&](int column, int worker) {
-        if (CodeColumn(column, rankBits, roomV[static_cast<size_t>(worker)])) {
+        if (CodeColumn(column, rankBits, buffersV[static_cast<size_t>(worker)])) {
             hashV[static_cast<size_t>(column)] = HashRanks(column);
         } else {
             fFoundNan = true;
@@ -202,15 +215,15 @@ std::vector<uint64_t> BinnedColumns::CodeColumns(int rankBits, WorkerPool& pool)
     return hashV;
 }
 
-// False when the column holds a NaN.
-bool BinnedColumns::CodeColumn(int column, int rankBits, Room& room) {
-    ValueOrder& sorted = room.sorted;
-    DistinctValues& distinct = room.distinct;
+// Returns false if the column holds a NaN.
+bool BinnedColumns::CodeColumn(int column, int rankBits, CodingBuffers& buffers) {
+    ValueOrder& sorted = buffers.sorted;
+    DistinctValues& distinct = buffers.distinct;
     if (!sorted.Load(rowV, numRows, column)) return false;
     distinct.Find(sorted);
     Column& c = columnV[static_cast<size_t>(column)];
     if (distinct.Count() > static_cast<size_t>(maxBins)) {
-        c.binFirstRankV = CutBins(distinct, sorted.Count(), maxBins);
+        c.binFirstRankV = MakeBins(distinct, sorted.Count(), maxBins);
     }
     // Heavy values may have led to more bins than there are values.
     c.fExact = c.binFirstRankV.empty() || distinct.Count() < c.binFirstRankV.size();
@@ -221,17 +234,18 @@ bool BinnedColumns::CodeColumn(int column, int rankBits, Room& room) {
     }
     c.numBins = static_cast<int>(c.binFirstRankV.size()) - 1;
     DescribeBins(distinct, c);
-    while (((c.numBins - 1) >> c.byteShift) >= kNarrowBins) ++c.byteShift;
+    while (((c.numBins - 1) >> c.code8Shift) >= kNarrowBins) ++c.code8Shift;
     AssignRanks(sorted, distinct, rankBits, c);
     return true;
 }
 
-void BinnedColumns::PlaceColumns() {
+// Assigns each column its index in the row codes, and its cells in a histogram of each shift.
+void BinnedColumns::LayOutColumns() {
     for (int column = 0; column < NumColumns(); ++column) {
         Column& c = columnV[static_cast<size_t>(column)];
-        std::vector<int>& places = c.fNarrow ? narrowV : wideV;
-        c.place = static_cast<int>(places.size());
-        places.push_back(column);
+        std::vector<int>& sameWidthV = c.fNarrow ? narrowV : wideV;
+        c.codeIndex = static_cast<int>(sameWidthV.size());
+        sameWidthV.push_back(column);
     }
     for (int shift = 0; shift == 0 || (maxBins >> shift) > 0; ++shift) {
         size_t numCells = 0;
@@ -245,6 +259,8 @@ void BinnedColumns::PlaceColumns() {
     wideRows.stride = (wideV.size() + 7) / 8 * 8;
 }
 
+// Narrow codes are copied; wide codes are looked up from the ranks. Rows past the last are not
+// written: LargeArray zeroes them.
 void BinnedColumns::FillRowCodes(WorkerPool& pool) {
     narrowRows.codeV.resize(static_cast<size_t>(numRows) * narrowRows.stride + kSlack);
     wideRows.codeV.resize(static_cast<size_t>(numRows) * wideRows.stride + kSlack);
@@ -255,16 +271,17 @@ void BinnedColumns::FillRowCodes(WorkerPool& pool) {
         const size_t end = static_cast<size_t>(chunks.End(chunk));
         for (size_t row = static_cast<size_t>(chunks.Begin(chunk)); row < end; ++row) {
             uint8_t* narrow = narrowRows.codeV.data() + row * narrowRows.stride;
-            for (const int column : narrowV) *narrow++ = At(column).byteV[row];
+            for (const int column : narrowV) *narrow++ = At(column).code8V[row];
             uint16_t* wide = wideRows.codeV.data() + row * wideRows.stride;
             for (size_t k = 0; k < wideV.size(); ++k) {
                 const Column& column = At(wideV[k]);
-                wide[k] = finderV[k].Find(column.ranks.At(row, column.byteV[row]));
+                wide[k] = finderV[k].Find(column.ranks.At(row, column.code8V[row]));
             }
         }
     });
 }
 
+// FNV-1a over the ranks, row by row.
 uint64_t BinnedColumns::HashRanks(int column) const {
     uint64_t hash = 1469598103934665603u;
     const auto mix = [&hash](uint64_t rank) { hash = (hash ^ rank) * 1099511628211u; };
@@ -272,22 +289,23 @@ uint64_t BinnedColumns::HashRanks(int column) const {
     return hash;
 }
 
-// Columns of equal ranks sort equally, so a node scores their cuts equally to the last bit; if both
-// are clean, the cuts are the same too.
-void BinnedColumns::FindTwins(const std::vector<uint64_t>& hashV) {
+// Columns with equal ranks sort their rows alike, so in any node their splits score the same to the
+// last bit. If both are all separable, they have the same splits, too.
+void BinnedColumns::FindDuplicates(const std::vector<uint64_t>& hashV) {
     std::unordered_map<uint64_t, std::vector<int>> byHash;
+    // Equal hashes only nominate duplicates; the comparison decides.
     for (int column = 0; column < NumColumns(); ++column) {
         Column& c = columnV[static_cast<size_t>(column)];
-        c.twin = column;
-        if (!c.fClean) continue;
+        c.firstDuplicate = column;
+        if (!c.fAllSeparable) continue;
         std::vector<int>& sameV = byHash[hashV[static_cast<size_t>(column)]];
         for (const int other : sameV) {
-            if (At(other).byteV == c.byteV && At(other).ranks == c.ranks) {
-                c.twin = other;
+            if (At(other).code8V == c.code8V && At(other).ranks == c.ranks) {
+                c.firstDuplicate = other;
                 break;
             }
         }
-        if (c.twin == column) sameV.push_back(column);
+        if (c.firstDuplicate == column) sameV.push_back(column);
     }
 }
 

@@ -1,17 +1,19 @@
-// The training data, coded once per run: every comparison of two values of a column becomes one of
-// two small integers, and every histogram a look-up by such an integer.
+// The training data as small integers, coded once per run. Comparing two values of a column becomes
+// comparing two integers, and filling a histogram a table look-up.
 //
-// Words. The rank of a value is its place among the column's distinct values (-0.0 and 0.0 are one
-// value). A bin is a run of ranks. A column with few distinct values has one bin per value
-// ("exact"); otherwise bins hold several values and cover more rows in the middle than at the ends:
-// the share of a bin grows like the square root of the rows on its shorter side, as does the noise
-// of a sum over them.
-// The byte of a row in a column is its bin, or the bin's highest eight bits: what most look-ups by
-// column read, as it takes the least memory.
+// The rank of a value is its index among the column's distinct values in ascending order (-0.0 and
+// 0.0 are one value). A bin is a run of ranks. A column with few distinct values has one bin per
+// value ("exact"). Otherwise a bin holds several values, and more rows in the middle of the column
+// than at its ends: its share of the rows grows with the square root of the rows on the shorter
+// side, as does the noise of their sum.
 //
-// Two neighbouring values a < b are separable when b > a + 1e-10, the condition of a regression
-// cut. No bin ends between two values that are not, so every bin boundary is a cut in every node. A
-// column whose neighbouring values are all separable is "clean".
+// The 8-bit code of a row in a column is its bin, or the highest eight bits of its bin number. Most
+// look-ups by column read only this code, because it takes the least memory. A column is narrow if
+// its bins fit 8 bits without loss, otherwise wide.
+//
+// Two neighbouring values are separable if a regression split may lie between them (Separable.h).
+// Invariant: no bin ends between inseparable values, so every bin boundary is a candidate split in
+// every node.
 #ifndef SYLVORA_ENGINE_TRAIN_HISTOGRAM_BINNEDCOLUMNS_H
 #define SYLVORA_ENGINE_TRAIN_HISTOGRAM_BINNEDCOLUMNS_H
 
@@ -28,33 +30,47 @@
 namespace sylvora {
 namespace engine {
 
+// A coded column.
 struct Column {
     int numBins = 0;
-    bool fExact = false;  // one bin per distinct value
-    bool fClean = false;
-    bool fNarrow = false;  // codes in one byte
-    int place = 0;         // column of the narrow or the wide row matrix
-    int twin = 0;          // the first column with the same ranks, this one where there is none
-    std::vector<size_t> firstCellV;       // by shift: of the column in a node's histogram
-    std::vector<uint32_t> binFirstRankV;  // numBins + 1 entries
-    std::vector<uint8_t> fCleanBinV;      // per bin: all neighbours inside are separable
-    std::vector<double> binValueV;        // per bin: the lowest value; of an empty one, the next
-    int byteShift = 0;                    // 2^byteShift bins share a byte
-    LargeArray<uint8_t> byteV;            // the byte per row; of a narrow column, bin and rank too
-    RowRanks ranks;                       // wide columns: the rank per row
+    // One bin per distinct value.
+    bool fExact = false;
+    // Whether all neighbouring values are separable.
+    bool fAllSeparable = false;
+    // code8V holds whole bin numbers.
+    bool fNarrow = false;
+    // The column number in the narrow or the wide row codes.
+    int codeIndex = 0;
+    // The first column with the same ranks, perhaps this one.
+    int firstDuplicate = 0;
+    // By shift: the column's first cell in a node's histogram.
+    std::vector<size_t> firstCellV;
+    // numBins + 1 entries, the last the number of ranks.
+    std::vector<uint32_t> binFirstRankV;
+    // By bin: all neighbours inside are separable.
+    std::vector<uint8_t> fSeparableBinV;
+    // By bin: the lowest value; of an empty bin, the next value.
+    std::vector<double> binValueV;
+    // 2^code8Shift bins share an 8-bit code.
+    int code8Shift = 0;
+    // By row: the 8-bit code; in a narrow column bin and rank, too.
+    LargeArray<uint8_t> code8V;
+    // Wide columns: the rank per row.
+    RowRanks ranks;
 
-    // Bins when 2^shift neighbouring ones are joined to one, which exact columns have none of.
+    // The number of bins when 2^shift neighbours are joined. Bins of exact columns are never
+    // joined.
     int NumBins(int shift) const { return fExact ? numBins : ((numBins - 1) >> shift) + 1; }
 
-    // The byte of the rows of a rank.
-    int ByteOf(uint32_t rank) const {
+    // The 8-bit code of a rank.
+    int Code8Of(uint32_t rank) const {
         const auto past = std::upper_bound(binFirstRankV.begin(), binFirstRankV.end(), rank);
-        return static_cast<int>(past - binFirstRankV.begin() - 1) >> byteShift;
+        return static_cast<int>(past - binFirstRankV.begin() - 1) >> code8Shift;
     }
 };
 
-// Row-major codes, padded with zeros so that rows can be read in pieces of 16 bytes; so can what
-// begins at the last code.
+// Bin numbers, row by row. Rows are padded with zeros to whole 16 bytes. 16 bytes may be read from
+// any code on, past the end too.
 template <typename Code>
 struct RowCodes {
     size_t stride = 0;  // codes per row
@@ -63,10 +79,13 @@ struct RowCodes {
     const Code* Row(int row) const { return codeV.data() + static_cast<size_t>(row) * stride; }
 };
 
+// Immutable once made, so any number of threads may use it. Holds on to the caller's matrix, which
+// must outlive it.
 class BinnedColumns {
   public:
-    // Codes the matrix `rowV` (numRow rows of numColumn values) with at most mostBins bins per
-    // column, besides those around values that many rows share. Throws std::bad_alloc.
+    // Codes the matrix `rowV` (numRow rows of numColumn values), which must stay valid and
+    // unchanged. Columns get at most tuning.mostBins bins, and a few more around heavy values. The
+    // workers of `pool` share the work. Throws std::bad_alloc. Thread-safe once made.
     BinnedColumns(const double* const* rowV, int numRow, int numColumn, const Tuning& tuning,
                   WorkerPool& pool);
 
@@ -74,37 +93,41 @@ class BinnedColumns {
     int NumColumns() const { return static_cast<int>(columnV.size()); }
     const Column& At(int column) const { return columnV[static_cast<size_t>(column)]; }
     double Value(int row, int column) const { return rowV[row][column]; }
-    // A column holds a NaN, which has no rank: the codes must not be used.
+    // Whether a column holds a NaN, which has no rank. Then the codes must not be used.
     bool HasNan() const { return fNan; }
-    // Whether a column has several values in a bin.
+    // Whether any column has several values in a bin.
     bool HasInexact() const {
         return std::any_of(columnV.begin(), columnV.end(),
                            [](const Column& c) { return !c.fExact; });
     }
-    // About as many bins has a column with more values than that.
+    // The approximate number of bins of a column with more distinct values than that.
     int MostBins() const { return maxBins; }
-    // Cells of a histogram whose bins are joined by 2^shift, at most MostBins.
+    // The number of cells of a histogram with 2^shift bins joined, 2^shift <= MostBins().
     size_t NumCells(int shift) const { return numCellsV[static_cast<size_t>(shift)]; }
+    // The columns of the row codes, by codeIndex.
     const std::vector<int>& NarrowColumns() const { return narrowV; }
     const std::vector<int>& WideColumns() const { return wideV; }
+    // The bin numbers of all rows.
     const RowCodes<uint8_t>& NarrowRows() const { return narrowRows; }
     const RowCodes<uint16_t>& WideRows() const { return wideRows; }
 
+    // The rank of a row in a column.
     uint32_t Rank(int column, int row) const {
         const Column& c = At(column);
-        const uint8_t byte = c.byteV[static_cast<size_t>(row)];
-        return c.fNarrow ? byte : c.ranks.At(static_cast<size_t>(row), byte);
+        const uint8_t code = c.code8V[static_cast<size_t>(row)];
+        return c.fNarrow ? code : c.ranks.At(static_cast<size_t>(row), code);
     }
 
   private:
-    struct Room;
+    // What a worker needs to code a column.
+    struct CodingBuffers;
 
     std::vector<uint64_t> CodeColumns(int rankBits, WorkerPool& pool);
-    bool CodeColumn(int column, int rankBits, Room& room);
-    void PlaceColumns();
+    bool CodeColumn(int column, int rankBits, CodingBuffers& buffers);
+    void LayOutColumns();
     void FillRowCodes(WorkerPool& pool);
     uint64_t HashRanks(int column) const;
-    void FindTwins(const std::vector<uint64_t>& hashV);
+    void FindDuplicates(const std::vector<uint64_t>& hashV);
 
     const double* const* rowV;
     int numRows;
@@ -112,7 +135,7 @@ class BinnedColumns {
     bool fNan = false;
     std::vector<size_t> numCellsV;  // by shift
     std::vector<Column> columnV;
-    std::vector<int> narrowV, wideV;  // columns by place
+    std::vector<int> narrowV, wideV;  // columns by codeIndex
     RowCodes<uint8_t> narrowRows;
     RowCodes<uint16_t> wideRows;
 };

@@ -1,5 +1,5 @@
-// A closer look inside the bins that may hold the winner: a second, finer histogram over them
-// alone, so that few rows are left to be sorted.
+// Refines the bins that may hold the best split: a second, finer histogram of these bins alone, so
+// that few rows are left to sort.
 #ifndef SYLVORA_ENGINE_TRAIN_HISTOGRAM_FINESCAN_H
 #define SYLVORA_ENGINE_TRAIN_HISTOGRAM_FINESCAN_H
 
@@ -13,62 +13,69 @@
 namespace sylvora {
 namespace engine {
 
-// A bin under the glass: the ranks [first, past) with the sums before and behind them, cut into
-// equally wide pieces.
+// A bin being refined: the ranks [first, past), with the sums before it and up to its end, divided
+// into sub-bins of equal numbers of ranks.
 struct FineBin {
     uint32_t first;
     uint32_t past;
     Cell before;
     Cell behind;
-    bool fClean;  // every change of rank is a cut; otherwise the bin stays in one piece
-    size_t firstPiece = 0;
-    size_t numPieces = 1;
-    double piecesPerRank = 0.0;
+    // If not all neighbours are separable, the bin is one sub-bin.
+    bool fAllSeparable;
+    // Set by FineScan::Count: the sub-bins are numbered through all bins.
+    size_t firstSubBin = 0;
+    size_t numSubBins = 1;
+    double subBinsPerRank = 0.0;
 
-    size_t PieceOf(uint32_t rank) const {
-        return firstPiece + static_cast<size_t>((rank - first) * piecesPerRank);
+    // The sub-bin of a rank, which must be in [first, past).
+    size_t SubBinOf(uint32_t rank) const {
+        return firstSubBin + static_cast<size_t>((rank - first) * subBinsPerRank);
     }
-    // The highest rank of a piece.
-    uint32_t LastRank(size_t piece) const;
+    // The highest rank of a sub-bin.
+    uint32_t LastRank(size_t subBin) const;
 };
 
+// One column of one node at a time; not thread-safe.
 class FineScan {
   public:
     explicit FineScan(const FixedPoint& fixedPoint) : fixed(fixedPoint) {}
 
-    // Cuts the bins (ascending, disjoint) into pieces and counts the rows of the keys into them;
-    // keys of other ranks are dropped.
+    // Divides the bins (ascending, disjoint, not empty) into sub-bins and counts the rows of the
+    // keys into them. Drops keys of ranks outside of the bins. Items of keys are rows of the data.
     void Count(std::vector<FineBin>& bins, const RowSet& rows, LargeArray<uint64_t>& keyV);
 
-    // Calls visit(bin, piece, before, inside) for each piece with rows, in order.
+    // Calls visit(bin, subBin, before, inside) for each non-empty sub-bin, in order, with the sums
+    // before it and over it.
     template <typename Visit>
-    void ForPieces(const std::vector<FineBin>& bins, const Visit& visit) const {
+    void ForSubBins(const std::vector<FineBin>& bins, const Visit& visit) const {
         for (const FineBin& bin : bins) {
             Cell before = bin.before;
-            for (size_t piece = bin.firstPiece; piece < bin.firstPiece + bin.numPieces; ++piece) {
-                const Cell& inside = cellV[piece];
+            for (size_t subBin = bin.firstSubBin; subBin < bin.firstSubBin + bin.numSubBins;
+                 ++subBin) {
+                const Cell& inside = cellV[subBin];
                 if (inside.packed == 0) continue;
-                visit(bin, piece, before, inside);
+                visit(bin, subBin, before, inside);
                 before += inside;
             }
         }
     }
 
-    // Keeps the keys of the pieces marked in fKeepV.
+    // Drops the keys of sub-bins that are 0 in fKeepV.
     void Keep(const std::vector<uint8_t>& fKeepV, LargeArray<uint64_t>& keyV) const;
 
-    size_t NumPieces() const { return cellV.size(); }
+    size_t NumSubBins() const { return cellV.size(); }
 
   private:
-    void CutBins(std::vector<FineBin>& bins);
+    void DivideBins(std::vector<FineBin>& bins);
     void AddRows(const RowSet& rows, const LargeArray<uint64_t>& keyV);
 
     const FixedPoint& fixed;
-    std::vector<Cell> cellV;      // by piece
-    LargeArray<uint32_t> pieceV;  // by key
-    std::vector<uint16_t>
-        binAtV;           // by rank from `lowest`, in steps: the first bin that ends beyond
-    uint32_t lowest = 0;  // rank of all bins
+    std::vector<Cell> cellV;       // by sub-bin
+    LargeArray<uint32_t> subBinV;  // by key
+    // By (rank - lowest) / 2^step: the first bin that ends beyond that rank.
+    std::vector<uint16_t> binAtV;
+    // The first rank of the first bin.
+    uint32_t lowest = 0;
     int step = 0;
 };
 

@@ -11,13 +11,14 @@ namespace engine {
 namespace {
 
 constexpr int kBlockRows = 8192;
-constexpr size_t kMostTileCodes = size_t{1} << 26;  // of a block, where that leaves it a few rows
-constexpr int kPadRows = 8;                         // up to a word of the narrowest codes
-constexpr size_t kTogether = 2;                     // columns to which a row is added at once
-constexpr int kMostOddCells = 1024;                 // more would not stay in the nearest cache
-constexpr int kAhead = 48;                          // rows whose codes are fetched in advance
+// Bounds the memory of a tile; see ChooseBlockRows.
+constexpr size_t kMostTileCodes = size_t{1} << 26;
+constexpr int kPadRows = 8;          // zero cells after a block: 8-bit codes per word
+constexpr size_t kTogether = 2;      // columns added side by side
+constexpr int kMostOddCells = 1024;  // more would not fit the L1 cache
+constexpr int kAhead = 48;           // rows whose codes are prefetched
 
-// The rows of a block, a multiple of eight: no more than there are, and few if they are very wide.
+// The rows per block, a multiple of eight: at most all rows, and fewer if rows are very wide.
 int ChooseBlockRows(const BinnedColumns& data) {
     constexpr size_t kFewRows = 64;
     const size_t width = std::max(data.NarrowRows().stride + data.WideRows().stride, size_t{1});
@@ -26,7 +27,7 @@ int ChooseBlockRows(const BinnedColumns& data) {
     return static_cast<int>(std::min(static_cast<size_t>(numRows), mostRows));
 }
 
-// Whether row numbers rise by one.
+// Whether the row numbers ascend by one.
 bool IsRun(const int* rowV, int count) {
     for (int i = 1; i < count; ++i) {
         if (rowV[i] != rowV[0] + i) return false;
@@ -34,13 +35,14 @@ bool IsRun(const int* rowV, int count) {
     return true;
 }
 
+// Adds both words of a cell with one instruction. Cells are aligned to 16 bytes.
 inline void AddCell(Cell* target, __m128i cell) {
     __m128i* at = reinterpret_cast<__m128i*>(target);
     _mm_store_si128(at, _mm_add_epi64(_mm_load_si128(at), cell));
 }
 
-// One column of a tile, and where its cells are. Rows at odd places may go to cells of their own:
-// where one value is frequent, adding to its cell would wait for the addition before.
+// One column of a tile, and its cells. Rows at odd positions of the block may go to a second set of
+// cells: for a frequent value, successive additions to one cell would wait for each other.
 template <typename Code>
 struct TileColumn {
     const Code* codes;
@@ -49,7 +51,7 @@ struct TileColumn {
     int shift;
 };
 
-// The codes of as many rows as fit a word, joined to coarser ones.
+// Loads as many codes as fit a word, and shifts each to the coarse bin.
 template <typename Code>
 inline uint64_t CodesAt(const TileColumn<Code>& column, int row) {
     constexpr uint64_t kEachOne = ~uint64_t{0} / static_cast<Code>(~Code{0});
@@ -66,13 +68,14 @@ inline Code NextCode(uint64_t& codes) {
     return code;
 }
 
-// Adds the cells of the rows to some columns side by side. Cells are padded to whole words with
-// zeros, for whatever codes are behind the last row.
+// Adds the cells of the block's rows to kColumns columns side by side. Reads codes past the last
+// row up to a whole word; the cells there are zero.
 template <size_t kColumns, typename Code>
 void AddTogether(const Cell* cells, int count, const TileColumn<Code>* columns) {
     constexpr int kWordRows = sizeof(uint64_t) / sizeof(Code);
     TileColumn<Code> columnV[kColumns];
     std::copy_n(columns, kColumns, columnV);
+    // Each pass of the outer loop takes one word of codes per column.
     for (int i = 0; i < count; i += kWordRows) {
         uint64_t codesV[kColumns];
         for (size_t j = 0; j < kColumns; ++j) codesV[j] = CodesAt(columnV[j], i);
@@ -89,9 +92,10 @@ void AddTogether(const Cell* cells, int count, const TileColumn<Code>* columns) 
     }
 }
 
-// Turns eight rows of eight 16-bit codes into eight columns of eight.
+// Transposes eight rows of eight 16-bit codes.
 void Transpose8x8(const uint16_t* const* rows, size_t from, uint16_t* tile, size_t tileStride) {
     __m128i r[8], s[8];
+    // Three rounds of interleaving: of rows 4 apart, then 2, then 1.
     for (int i = 0; i < 8; ++i) {
         r[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[i] + from));
     }
@@ -119,7 +123,7 @@ void Transpose8x8(const uint16_t* const* rows, size_t from, uint16_t* tile, size
     }
 }
 
-// Eight rows of sixteen 8-bit codes into sixteen columns of eight.
+// Transposes eight rows of sixteen 8-bit codes.
 void Transpose8x16(const uint8_t* const* rows, size_t from, uint8_t* tile, size_t tileStride) {
     __m128i r[8], s[8];
     for (int i = 0; i < 8; ++i) {
@@ -129,7 +133,7 @@ void Transpose8x16(const uint8_t* const* rows, size_t from, uint8_t* tile, size_
         s[2 * i] = _mm_unpacklo_epi8(r[i], r[i + 4]);
         s[2 * i + 1] = _mm_unpackhi_epi8(r[i], r[i + 4]);
     }
-    // s[2i], s[2i+1]: rows i and i + 4, columns 0..7 and 8..15.
+    // s[2i] and s[2i+1] hold columns 0..7 and 8..15 of rows i and i + 4, interleaved.
     for (int half = 0; half < 2; ++half) {
         const __m128i lo0 = _mm_unpacklo_epi8(s[half], s[half + 4]);
         const __m128i hi0 = _mm_unpackhi_epi8(s[half], s[half + 4]);
@@ -146,6 +150,7 @@ void Transpose8x16(const uint8_t* const* rows, size_t from, uint8_t* tile, size_
     }
 }
 
+// Transposes eight whole rows, with their padding.
 void TransposeEight(const uint16_t* const* rows, size_t stride, uint16_t* tile, size_t tileStride) {
     for (size_t from = 0; from < stride; from += 8) Transpose8x8(rows, from, tile, tileStride);
 }
@@ -156,6 +161,7 @@ void TransposeEight(const uint8_t* const* rows, size_t stride, uint8_t* tile, si
 
 }  // namespace
 
+// Tiles hold a whole block of every column, with a gap between columns.
 HistogramFiller::HistogramFiller(const BinnedColumns& columns)
     : data(columns),
       blockRows(ChooseBlockRows(data)),
@@ -170,6 +176,7 @@ void HistogramFiller::Transpose(const RowCodes<Code>& codes, const int* rowV, in
                                 Code* tile) {
     if (codes.stride == 0) return;
     const Code* rows[8];
+    // The last group repeats the last row; its codes are read, but its cells are zero.
     for (int i = 0; i < count; i += 8) {
         for (int j = 0; j < 8; ++j) {
             const int ahead = i + j + kAhead;
@@ -180,6 +187,7 @@ void HistogramFiller::Transpose(const RowCodes<Code>& codes, const int* rowV, in
     }
 }
 
+// Converts the block's gradients to cells; reads them in order where the set has its own.
 void HistogramFiller::LoadCells(const RowSet& rows, int begin, int count, const FixedPoint& fixed) {
     if (rows.ownGradV == nullptr) {
         return rows.CellsOf(rows.rowV + begin, count, fixed, cellV.data());
@@ -188,6 +196,7 @@ void HistogramFiller::LoadCells(const RowSet& rows, int begin, int count, const 
                   rows.weightV != nullptr ? rows.ownWeightV + begin : nullptr, count, cellV.data());
 }
 
+// The filler's buffers hold one block, so memory does not grow with the node.
 void HistogramFiller::Add(const RowSet& rows, const FixedPoint& fixed,
                           const std::vector<int>& columns, Histogram& histogram) {
     for (int begin = 0; begin < rows.count; begin += blockRows) {
@@ -197,7 +206,8 @@ void HistogramFiller::Add(const RowSet& rows, const FixedPoint& fixed,
     }
 }
 
-// Where all rows of a stretch are there, one after the other, bytes are columns already.
+// If the rows are consecutive, the columns' 8-bit codes are already contiguous and need no
+// transposing.
 void HistogramFiller::AddBlock(const int* rowV, int count, const std::vector<int>& columns,
                                Histogram& histogram) {
     std::fill_n(cellV.begin() + count, kPadRows, Cell());
@@ -205,12 +215,12 @@ void HistogramFiller::AddBlock(const int* rowV, int count, const std::vector<int
     for (const int id : columns) (data.At(id).fNarrow ? narrowV : wideV).push_back(id);
     const auto fromTile = [this](const auto& tile) {
         return [&](const Column& c) {
-            return tile.data() + static_cast<size_t>(c.place) * tileStride;
+            return tile.data() + static_cast<size_t>(c.codeIndex) * tileStride;
         };
     };
     if (IsRun(rowV, count) && rowV[0] + count <= data.NumRows() - kPadRows) {
-        const auto fromBytes = [&](const Column& c) { return c.byteV.data() + rowV[0]; };
-        AddColumns<uint8_t>(count, narrowV, fromBytes, histogram);
+        const auto fromCode8 = [&](const Column& c) { return c.code8V.data() + rowV[0]; };
+        AddColumns<uint8_t>(count, narrowV, fromCode8, histogram);
     } else {
         Transpose(data.NarrowRows(), rowV, count, narrowTile.data());
         AddColumns<uint8_t>(count, narrowV, fromTile(narrowTile), histogram);
@@ -219,10 +229,11 @@ void HistogramFiller::AddBlock(const int* rowV, int count, const std::vector<int
     AddColumns<uint16_t>(count, wideV, fromTile(wideTile), histogram);
 }
 
-// Adds columns of codes, found by codesOf(column).
+// Adds the block to columns whose codes codesOf(column) returns.
 template <typename Code, typename CodesOf>
 void HistogramFiller::AddColumns(int count, const std::vector<int>& columns, const CodesOf& codesOf,
                                  Histogram& histogram) {
+    // An odd column at the end is added alone.
     for (size_t j = 0; j < columns.size(); j += kTogether) {
         const size_t num = std::min(kTogether, columns.size() - j);
         TileColumn<Code> columnV[kTogether];
@@ -238,6 +249,7 @@ void HistogramFiller::AddColumns(int count, const std::vector<int>& columns, con
         } else {
             AddTogether<1>(cellV.data(), count, columnV);
         }
+        // Merges the second cells into the histogram, and leaves them zero for the next columns.
         for (size_t k = 0; k < num; ++k) {
             if (columnV[k].oddCells == columnV[k].cells) continue;
             for (int bin = 0; bin < histogram.NumBins(data.At(columns[j + k])); ++bin) {

@@ -1,4 +1,4 @@
-// Histograms of a node: for each bin of each column the sums over the node's rows.
+// Histograms of a node: per bin of each column, the sums over the node's rows.
 #ifndef SYLVORA_ENGINE_TRAIN_HISTOGRAM_HISTOGRAM_H
 #define SYLVORA_ENGINE_TRAIN_HISTOGRAM_HISTOGRAM_H
 
@@ -14,28 +14,30 @@
 namespace sylvora {
 namespace engine {
 
-// One cell per bin of every column, one column after the other. Coarse histograms join 2^shift
-// neighbouring bins of the columns that are not exact.
+// One cell per bin, column after column. A coarse histogram joins 2^shift neighbouring bins of each
+// column that is not exact.
 struct Histogram {
     std::vector<Cell> cellV;
+    // The resolution: 0 is the finest.
     int shift = 0;
 
+    // A column's cells, NumBins(column) of them.
     const Cell* Of(const Column& column) const { return cellV.data() + FirstCell(column); }
     Cell* Of(const Column& column) { return cellV.data() + FirstCell(column); }
     size_t FirstCell(const Column& column) const {
         return column.firstCellV[static_cast<size_t>(shift)];
     }
-    // Bins that the column has at this resolution.
+    // The number of bins that the column has at this resolution.
     int NumBins(const Column& column) const { return column.NumBins(shift); }
-    // Whether every change of rank inside a bin is a cut.
-    bool IsClean(const Column& column, int bin) const {
+    // Whether all neighbouring values inside a bin are separable.
+    bool AllSeparable(const Column& column, int bin) const {
         const int last = column.fExact ? bin + 1 : std::min((bin + 1) << shift, column.numBins);
         for (int b = column.fExact ? bin : bin << shift; b < last; ++b) {
-            if (column.fCleanBinV[static_cast<size_t>(b)] == 0) return false;
+            if (column.fSeparableBinV[static_cast<size_t>(b)] == 0) return false;
         }
         return true;
     }
-    // The first rank of a bin at this resolution; for NumBins, the number of ranks.
+    // The first rank of a bin at this resolution. For bin NumBins(column), the number of ranks.
     uint32_t FirstRank(const Column& column, int bin) const {
         if (column.fExact) return static_cast<uint32_t>(bin);
         const size_t fine = static_cast<size_t>(bin) << shift;
@@ -44,14 +46,14 @@ struct Histogram {
     }
 };
 
-// Fills histograms block by block: the codes of a block are transposed into columns, unless they
-// lie so, then two columns at a time run over the block with each row's cell in a register. One per
-// worker.
+// Fills histograms block by block. The row-major codes of a block are transposed to columns, unless
+// the rows are consecutive. Two columns at a time are then added, with each row's cell in a
+// register. Not thread-safe: each worker has its own.
 class HistogramFiller {
   public:
     explicit HistogramFiller(const BinnedColumns& data);
 
-    // Adds the rows to the cells of the chosen columns. Ascending rows are the quickest.
+    // Adds the rows to the cells of the given columns. Fastest for ascending rows.
     void Add(const RowSet& rows, const FixedPoint& fixed, const std::vector<int>& columns,
              Histogram& histogram);
 
@@ -66,11 +68,15 @@ class HistogramFiller {
                     Histogram& histogram);
 
     const BinnedColumns& data;
-    const int blockRows;      // rows of a block
-    const size_t tileStride;  // from one column of a tile to the next: not a power of two, or they
-                              // would share cache sets
-    std::vector<Cell> cellV;  // of the block's rows
-    std::vector<Cell> oddV;   // zeros; the columns at hand count rows at odd places here
+    const int blockRows;  // rows per block
+    // Codes from one column of a tile to the next; no power of two, which would map all columns to
+    // the same cache sets.
+    const size_t tileStride;
+    // The cells of the block's rows, then kPadRows zeros.
+    std::vector<Cell> cellV;
+    // Second cells of the columns being added; zeros between uses.
+    std::vector<Cell> oddV;
+    // The transposed codes of a block.
     std::vector<uint8_t> narrowTile;
     std::vector<uint16_t> wideTile;
 };

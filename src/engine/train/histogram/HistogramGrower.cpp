@@ -1,8 +1,9 @@
-// Growing a regression tree; see HistogramGrower.h.
+// Growth of a regression tree; see HistogramGrower.h.
 //
-// A node's histogram comes by subtraction: the smaller of two sons is counted, the larger is what
-// their parent's leaves. Nodes whose rows are fewer than their histogram's cells count their drawn
-// columns afresh in a coarser histogram instead, and the smallest sort their columns.
+// Histograms come by subtraction where that pays: the smaller child is counted, and the larger
+// child's histogram is the parent's less the smaller's. A node with fewer rows than its histogram
+// has cells instead counts its sampled columns in a coarser histogram. The smallest nodes sort
+// their columns.
 #include "HistogramGrower.h"
 
 #include <algorithm>
@@ -17,7 +18,7 @@ namespace sylvora {
 namespace engine {
 namespace {
 
-// How many bins, as a power of two, a node with `count` rows joins in a histogram of its own.
+// The shift at which `mostBins` bins suit a node of `count` rows: about 3 sqrt(count) bins.
 int ShiftFor(int count, int mostBins) {
     const double wanted = 3.0 * std::sqrt(static_cast<double>(count));
     int shift = 0;
@@ -27,52 +28,59 @@ int ShiftFor(int count, int mostBins) {
 
 }  // namespace
 
-// A node that waits to be split, then what became of it.
+// A node that waits to be split, and then the outcome.
 struct HistogramGrower::OpenNode {
     int idxNode = 0;
-    int numTogether = 0;  // a fair number of workers for it; 0: too small to be shared
+    // The number of workers that it warrants; 0: too small to be shared.
+    int numTogether = 0;
     Cell total = {};
-    std::unique_ptr<Histogram> histogram = nullptr;  // null: its worker counts or sorts
-    std::vector<int> columnV = {};                   // drawn
-    SplitPoint split = {};                           // found
-    Cell left = {};                                  // sums over the left son's rows
-    GrownNode sons[2] = {};
-    std::unique_ptr<Histogram> sonHistogramV[2] = {};
+    // Null: the worker counts it, or none is needed.
+    std::unique_ptr<Histogram> histogram = nullptr;
+    std::vector<int> columnV = {};  // sampled, by slot
+    // Column -1: the node stays a leaf.
+    SplitPoint split = {};
+    // The sums over the left child's rows.
+    Cell left = {};
+    GrownNode children[2] = {};
+    std::unique_ptr<Histogram> childHistogramV[2] = {};
 };
 
-// What a worker needs for the node that it grows.
+// What one worker needs for the node that it splits. Other workers may help through the pool.
 struct HistogramGrower::Worker {
     Worker(const BinnedColumns& data, const FixedPoint& fixed, const Tuning& tuning,
-           HistogramFiller& histogramFiller, WorkerPool& pool, SplitSearch::Buffers& buffers)
+           HistogramFiller& histogramFiller, WorkerPool& pool, SplitSearch::BufferPool& bufferPool)
         : filler(histogramFiller),
-          search(data, fixed, tuning, pool, buffers),
+          search(data, fixed, tuning, pool, bufferPool),
           partition(data, pool, tuning.chunkRows) {}
 
     HistogramFiller& filler;
     SplitSearch search;
     RowPartition partition;
-    Histogram own;  // of the node at hand
+    // The histogram of the node being split, if the node has none from its parent.
+    Histogram own;
 };
 
+// The pools and the workers keep references to `fixed`, which Take fits again for each tree.
 HistogramGrower::HistogramGrower(const BinnedColumns& columns, WorkerPool& workers,
                                  const GrowthLimits& growthLimits, const Tuning& figures,
-                                 const ReferenceSearch& plainSearch)
+                                 const ReferenceSearch& referenceSearch)
     : data(columns),
       pool(workers),
       limits(growthLimits),
       tuning(figures),
-      plain(plainSearch),
+      reference(referenceSearch),
       rows(data.HasInexact()),
-      store(columns, fixed, workers, tuning.chunkRows / 2),  // a block of a filler
-      buffers(fixed) {
+      histogramPool(columns, fixed, workers, tuning.chunkRows / 2),  // one block of a filler
+      bufferPool(fixed) {
     for (int w = 0; w < pool.NumWorkers(); ++w) {
-        workerV.push_back(
-            std::make_unique<Worker>(data, fixed, tuning, store.FillerOf(w), pool, buffers));
+        workerV.push_back(std::make_unique<Worker>(data, fixed, tuning, histogramPool.FillerOf(w),
+                                                   pool, bufferPool));
     }
 }
 
 HistogramGrower::~HistogramGrower() = default;
 
+// Gradients are fitted to integers in the tree's own order; any order would give the same fit.
 bool HistogramGrower::Take(const double* gradV, const int* weightV, const int* indexV, int num) {
     if (num == 0) return false;
     rows.Take(gradV, weightV, indexV, num, data.NumRows(), pool);
@@ -81,21 +89,25 @@ bool HistogramGrower::Take(const double* gradV, const int* weightV, const int* i
     return fixed.fUsable;
 }
 
+// Levels are grown one after the other. Besides the root, only nodes that may be split are on a
+// level.
 void HistogramGrower::Grow(long* seed, const std::function<void()>& lastDraw) {
     nodeV.clear();
     numLeaf = 1;
-    fSlicesTrue = true;
+    fSlicesMatchThreshold = true;
     std::vector<OpenNode> levelV, nextV;
-    levelV.push_back(PlantRoot());
+    levelV.push_back(MakeRoot());
     while (!levelV.empty()) {
         nextV.clear();
         GrowLevel(levelV, seed, lastDraw, nextV);
-        for (OpenNode& done : levelV) store.GiveBack(std::move(done.histogram));
+        for (OpenNode& done : levelV) histogramPool.Release(std::move(done.histogram));
         levelV.swap(nextV);
     }
 }
 
-HistogramGrower::OpenNode HistogramGrower::PlantRoot() {
+// The root of a tree. Its gradients are summed in the reference order, which takes a single worker;
+// in a large tree the others count the histogram meanwhile.
+HistogramGrower::OpenNode HistogramGrower::MakeRoot() {
     GrownNode root;
     root.countDoc = static_cast<int>(rows.gradV.size());
     root.wgtAll = rows.weightV.empty()
@@ -112,8 +124,8 @@ HistogramGrower::OpenNode HistogramGrower::PlantRoot() {
         }
     } else {
         const BackgroundTask sum(pool, addUp);
-        open.histogram =
-            store.CountShared(QuickSliceOf(root), ShiftFor(root.countDoc, data.MostBins()));
+        open.histogram = histogramPool.CountShared(SearchSliceOf(root),
+                                                   ShiftFor(root.countDoc, data.MostBins()));
         const Column& any = data.At(0);
         const int numBins = open.histogram->NumBins(any);
         for (int bin = 0; bin < numBins; ++bin) open.total += open.histogram->Of(any)[bin];
@@ -122,11 +134,14 @@ HistogramGrower::OpenNode HistogramGrower::PlantRoot() {
     return open;
 }
 
+// Splits the nodes of a level, in batches that the leaf limit allows (GrowthLimits::BatchSize), and
+// appends the children that may be split to nextV. Columns are sampled in node order before a batch
+// is searched, so threads do not affect the draws.
 void HistogramGrower::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
                                 const std::function<void()>& lastDraw,
                                 std::vector<OpenNode>& nextV) {
     const int depth = nodeV[static_cast<size_t>(levelV.front().idxNode)].depth;
-    const bool fLastLevel = IsTooDeep(depth + 1);
+    const bool fLastLevel = limits.IsTooDeep(depth + 1);
     size_t numDone = 0;
     while (numDone < levelV.size()) {
         const size_t numBatch = limits.BatchSize(levelV.size() - numDone, numLeaf);
@@ -134,24 +149,23 @@ void HistogramGrower::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
         numDone += numBatch;
         DrawColumns(batch, numBatch, seed);
         if (fLastLevel && numDone == levelV.size()) lastDraw();
-        // Where this batch may reach the limit of leaves, its sons will hardly be searched.
+        // If this batch may reach the leaf limit, its children will hardly be searched.
         const bool fShareHistograms =
             limits.fForest || numLeaf + static_cast<int64_t>(numBatch) < limits.maxLeaf;
         SplitBatch(batch, numBatch, fShareHistograms);
+        // Children are appended in node order, whichever worker finished first.
         for (size_t b = 0; b < numBatch; ++b) {
             if (batch[b].split.column < 0) continue;
-            fSlicesTrue = fSlicesTrue && batch[b].split.fSlicesTrue;
-            AppendSons(batch[b], nextV);
+            fSlicesMatchThreshold = fSlicesMatchThreshold && batch[b].split.fSlicesMatchThreshold;
+            AppendChildren(batch[b], nextV);
             ++numLeaf;
-            if (limits.fForest || numLeaf < limits.maxLeaf) continue;
-            // The limit is reached: what waits, here and in the next level, stays a leaf.
-            nextV.clear();
-            return;
+            if (limits.IsFull(numLeaf)) return nextV.clear();
         }
     }
     rows.EndLevel();
 }
 
+// Samples the columns of a batch, numSelFea per node.
 void HistogramGrower::DrawColumns(OpenNode* batch, size_t numBatch, long* seed) {
     const std::vector<int> drawnV =
         engine::DrawColumns(data.NumColumns(), limits.numSelFea, numBatch, seed);
@@ -162,8 +176,8 @@ void HistogramGrower::DrawColumns(OpenNode* batch, size_t numBatch, long* seed) 
     }
 }
 
-// A worker takes a node, the largest first. Who finds none left joins in the work on others' large
-// nodes, so that all finish together.
+// Each worker takes the largest node left. A worker that finds none joins the work on large nodes,
+// so that all finish at about the same time.
 void HistogramGrower::SplitBatch(OpenNode* batch, size_t numBatch, bool fShareHistograms) {
     std::vector<OpenNode*> orderV;
     int64_t numRows = 0;
@@ -177,63 +191,70 @@ void HistogramGrower::SplitBatch(OpenNode* batch, size_t numBatch, bool fShareHi
     pool.For(static_cast<int>(numBatch), [&](int i, int worker) {
         OpenNode& open = *orderV[static_cast<size_t>(i)];
         Worker& own = *workerV[static_cast<size_t>(worker)];
-        LetOthersJoin(open, numRows);
+        ChooseParallelism(open, numRows);
         SplitNode(open, own);
         if (fShareHistograms) ShareHistogram(open, own);
     });
 }
 
-// Nodes with a quarter of a worker's fair share of the `numRows` at hand, or more, are shared.
-void HistogramGrower::LetOthersJoin(OpenNode& open, int64_t numRows) const {
+// A node is shared if it has at least a quarter of one worker's fair share of the batch's
+// `numRows`.
+void HistogramGrower::ChooseParallelism(OpenNode& open, int64_t numRows) const {
     const int count = CountOf(open);
     const double fair = 1.0 * pool.NumWorkers() * count / static_cast<double>(numRows);
     const bool fShared = pool.NumWorkers() > 1 && count >= tuning.chunkRows && fair >= 0.25;
     open.numTogether = fShared ? std::max(static_cast<int>(std::lround(fair)), 1) : 0;
 }
 
+// Finds a node's split, moves its rows to the children, and sums up the children. Touches only
+// the node's own slices, so nodes of a batch may be split at once.
 void HistogramGrower::SplitNode(OpenNode& open, Worker& worker) {
     const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
     open.split = FindSplit(open, worker);
     if (open.split.column < 0) return;
-    CutSlice(node, open.split.countL, open.sons);
-    for (GrownNode& son : open.sons) {
-        son.parent = open.idxNode;
-        son.depth = node.depth + 1;
+    SplitSlice(node, open.split.countL, open.children);
+    for (GrownNode& child : open.children) {
+        child.parent = open.idxNode;
+        child.depth = node.depth + 1;
     }
     MoveRows(open, worker);
     if (open.left.packed != 0) return;
-    for (int i = open.sons[0].startDoc; i < open.sons[1].startDoc; ++i) {
+    // The search's sums of the left side do not apply: add up the slice.
+    for (int i = open.children[0].startDoc; i < open.children[1].startDoc; ++i) {
         const size_t at = static_cast<size_t>(i);
         open.left += fixed.ToCell(rows.gradV[at], rows.weightV.empty() ? 1 : rows.weightV[at]);
     }
 }
 
-// Moves the rows to the sons, in both orders where a son is open to be searched, and sums them up.
+// Moves the rows to the children, and sums up the children. The ascending order is moved only if a
+// child will be searched.
 void HistogramGrower::MoveRows(OpenNode& open, Worker& worker) {
     const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
-    worker.partition.MoveInPlainOrder(rows, node.startDoc, node.countDoc, open.split.countL);
-    const bool fOpenSons = IsOpen(open.sons[0]) || IsOpen(open.sons[1]);
-    if (!fOpenSons || !rows.fKeepAscending) return SumSons(open);
+    worker.partition.MoveInReferenceOrder(rows, node.startDoc, node.countDoc, open.split.countL);
+    const bool fOpenChildren =
+        limits.MaySplit(open.children[0]) || limits.MaySplit(open.children[1]);
+    if (!fOpenChildren || !rows.fKeepAscending) return SumChildren(open);
     std::optional<BackgroundTask> sums;
     if (open.numTogether > 0) {
-        sums.emplace(pool, [&] { SumSons(open); });
+        sums.emplace(pool, [&] { SumChildren(open); });
     } else {
-        SumSons(open);
+        SumChildren(open);
     }
     worker.partition.MoveInAscendingOrder(rows, node.startDoc, node.countDoc, open.split);
 }
 
-// The split point of a node, its rows marked; open.left is left zero where the rows of the left
-// part are not those of the winning cut as the search counted them.
+// Finds the split of a node and marks the sides of its rows. Sets open.left to zero if the left
+// slice may not hold exactly the rows that the search counted; SplitNode then recomputes it.
 SplitPoint HistogramGrower::FindSplit(OpenNode& open, Worker& worker) {
     const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
-    const RowSet quick = QuickSliceOf(node);
+    const RowSet quick = SearchSliceOf(node);
     worker.partition.SetShared(open.numTogether > 0);
     const Histogram* histogram = open.histogram.get();
     if (histogram == nullptr && node.countDoc > tuning.smallNode) {
         Histogram& own = worker.own;
         own.shift = ShiftFor(node.countDoc, data.MostBins());
         own.cellV.resize(std::max(own.cellV.size(), data.NumCells(own.shift)));
+        // Only the sampled columns are cleared and counted; other cells are stale.
         for (const int id : open.columnV) {
             std::fill_n(own.Of(data.At(id)), own.NumBins(data.At(id)), Cell());
         }
@@ -241,32 +262,34 @@ SplitPoint HistogramGrower::FindSplit(OpenNode& open, Worker& worker) {
         histogram = &own;
     }
     const int numSlots = static_cast<int>(open.columnV.size());
-    const SearchResult result =
+    const SearchResult<Candidate> result =
         worker.search.Search({quick, histogram, open.columnV.data(), numSlots, open.total,
                               node.gradAll, open.numTogether});
     open.left = Cell();
-    if (result.fFound) {
+    if (result.Found()) {
         const SplitPoint split = worker.partition.MarkByRank(
             rows, node.startDoc, node.countDoc, result.winner.column, result.winner.lastRank);
-        if (split.fSlicesTrue) open.left = result.winner.left;
+        if (split.fSlicesMatchThreshold) open.left = result.winner.left;
         return split;
     }
     if (result.undecidedV.empty()) return SplitPoint();
-    SplitPoint split = plain.Search(node, rows.PlainSlice(node.startDoc, node.countDoc),
-                                    open.columnV.data(), result.undecidedV);
+    SplitPoint split = reference.Search(node, rows.ReferenceSlice(node.startDoc, node.countDoc),
+                                        open.columnV.data(), result.undecidedV);
     if (split.column >= 0) worker.partition.MarkByValue(rows, node.startDoc, node.countDoc, split);
     return split;
 }
 
-// Each sum runs through its slice in order, as the plain form's does; two go side by side.
-void HistogramGrower::SumSons(OpenNode& open) {
-    GrownNode& left = open.sons[0];
-    GrownNode& right = open.sons[1];
+// Each sum adds in slice order, as the reference implementation does. The two loops are interleaved
+// to overlap their latencies.
+void HistogramGrower::SumChildren(OpenNode& open) {
+    GrownNode& left = open.children[0];
+    GrownNode& right = open.children[1];
     const double* a = rows.gradV.data() + left.startDoc;
     const double* b = rows.gradV.data() + right.startDoc;
     const int both = std::min(left.countDoc, right.countDoc);
     double sumA = 0.0;
     double sumB = 0.0;
+    // `a` and `b` add in order, each in its own variable.
     for (int i = 0; i < both; ++i) {
         sumA += a[i];
         sumB += b[i];
@@ -275,50 +298,53 @@ void HistogramGrower::SumSons(OpenNode& open) {
     for (int i = both; i < right.countDoc; ++i) sumB += b[i];
     left.gradAll = sumA;
     right.gradAll = sumB;
-    for (GrownNode& son : open.sons) {
-        const auto begin = rows.weightV.begin() + (rows.weightV.empty() ? 0 : son.startDoc);
-        son.wgtAll =
-            rows.weightV.empty() ? son.countDoc : std::accumulate(begin, begin + son.countDoc, 0);
+    for (GrownNode& child : open.children) {
+        const auto begin = rows.weightV.begin() + (rows.weightV.empty() ? 0 : child.startDoc);
+        child.wgtAll = rows.weightV.empty() ? child.countDoc
+                                            : std::accumulate(begin, begin + child.countDoc, 0);
     }
 }
 
-// The smaller son is counted, the larger one gets what is left, both as coarse as suits the larger.
-// Where they are better off without, the histogram is given back.
+// Counts the smaller child and subtracts it from the parent's histogram, after coarsening to what
+// suits the larger child. Releases the histogram if both children do better without.
 void HistogramGrower::ShareHistogram(OpenNode& open, Worker& worker) {
-    const size_t smaller = open.sons[0].countDoc <= open.sons[1].countDoc ? 0 : 1;
+    const size_t smaller = open.children[0].countDoc <= open.children[1].countDoc ? 0 : 1;
     const size_t larger = 1 - smaller;
-    if (open.split.column < 0 || !open.histogram || !(IsOpen(open.sons[0]) || IsOpen(open.sons[1])))
+    if (open.split.column < 0 || !open.histogram ||
+        !(limits.MaySplit(open.children[0]) || limits.MaySplit(open.children[1])))
         return;
-    const int largerCount = open.sons[larger].countDoc;
+    const int largerCount = open.children[larger].countDoc;
     const int shift = std::max(open.histogram->shift, ShiftFor(largerCount, data.MostBins()));
     const double cells = static_cast<double>(data.NumCells(shift));
     if (largerCount <= tuning.smallNode || largerCount <= cells * tuning.directPercent / 100) {
-        return store.GiveBack(std::move(open.histogram));
+        return histogramPool.Release(std::move(open.histogram));
     }
-    store.Coarsen(*open.histogram, shift);
+    histogramPool.Coarsen(*open.histogram, shift);
     const RowSet counted =
-        rows.MovedSlice(open.sons[smaller].startDoc, open.sons[smaller].countDoc);
+        rows.NextLevelSlice(open.children[smaller].startDoc, open.children[smaller].countDoc);
     const bool fShared = open.numTogether > 0 && counted.count >= tuning.chunkRows;
-    open.sonHistogramV[smaller] =
-        fShared ? store.CountShared(counted, shift) : store.Count(counted, shift, worker.filler);
-    open.sonHistogramV[larger] = std::move(open.histogram);
-    store.Subtract(*open.sonHistogramV[larger], *open.sonHistogramV[smaller]);
+    open.childHistogramV[smaller] = fShared ? histogramPool.CountShared(counted, shift)
+                                            : histogramPool.Count(counted, shift, worker.filler);
+    open.childHistogramV[larger] = std::move(open.histogram);
+    histogramPool.Subtract(*open.childHistogramV[larger], *open.childHistogramV[smaller]);
 }
 
-void HistogramGrower::AppendSons(OpenNode& open, std::vector<OpenNode>& nextV) {
+// Records the split and appends both children, the left one first. Children that may be split go to
+// nextV with their integer sums; the right child has what the left one leaves.
+void HistogramGrower::AppendChildren(OpenNode& open, std::vector<OpenNode>& nextV) {
     RecordSplit(open.split, static_cast<int>(nodeV.size()),
                 nodeV[static_cast<size_t>(open.idxNode)]);
     Cell total = open.left;
     for (size_t k = 0; k < 2; ++k) {
-        if (IsOpen(open.sons[k])) {
+        if (limits.MaySplit(open.children[k])) {
             OpenNode next;
             next.idxNode = static_cast<int>(nodeV.size());
             next.total = total;
-            next.histogram = std::move(open.sonHistogramV[k]);
+            next.histogram = std::move(open.childHistogramV[k]);
             nextV.push_back(std::move(next));
         }
-        store.GiveBack(std::move(open.sonHistogramV[k]));
-        nodeV.push_back(open.sons[k]);
+        histogramPool.Release(std::move(open.childHistogramV[k]));
+        nodeV.push_back(open.children[k]);
         total = open.total;
         total -= open.left;
     }
@@ -328,18 +354,8 @@ int HistogramGrower::CountOf(const OpenNode& open) const {
     return nodeV[static_cast<size_t>(open.idxNode)].countDoc;
 }
 
-RowSet HistogramGrower::QuickSliceOf(const GrownNode& node) const {
-    return rows.QuickSlice(node.startDoc, node.countDoc);
-}
-
-// Whether nodes at a depth are leaves.
-bool HistogramGrower::IsTooDeep(int depth) const {
-    return depth >= limits.maxDepth && !limits.fForest;
-}
-
-// Whether a node is to be searched.
-bool HistogramGrower::IsOpen(const GrownNode& node) const {
-    return node.countDoc > limits.numBound && !IsTooDeep(node.depth);
+RowSet HistogramGrower::SearchSliceOf(const GrownNode& node) const {
+    return rows.SearchSlice(node.startDoc, node.countDoc);
 }
 
 }  // namespace engine

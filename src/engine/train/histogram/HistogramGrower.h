@@ -1,5 +1,6 @@
-// Growing a regression tree level by level, with the outcome of the plain form in every bit: nodes,
-// their order, thresholds, values, and the order of the rows within them.
+// Grows a regression tree on histograms, level by level. The result equals the reference
+// implementation's bit for bit: nodes and their order, thresholds, values, and the order of rows
+// within nodes.
 #ifndef SYLVORA_ENGINE_TRAIN_HISTOGRAM_HISTOGRAMGROWER_H
 #define SYLVORA_ENGINE_TRAIN_HISTOGRAM_HISTOGRAMGROWER_H
 
@@ -23,63 +24,67 @@
 namespace sylvora {
 namespace engine {
 
+// One tree at a time; not thread-safe. The columns, pool and reference search belong to the caller
+// and must outlive the grower.
 class HistogramGrower {
   public:
     HistogramGrower(const BinnedColumns& columns, WorkerPool& workers,
                     const GrowthLimits& growthLimits, const Tuning& figures,
-                    const ReferenceSearch& plainSearch);
+                    const ReferenceSearch& referenceSearch);
     ~HistogramGrower();
 
-    // Takes over the `num` rows of `indexV` (no row twice) for a tree, with gradients and weights
-    // (null: all 1) by row, which must stay until the tree is grown. Returns false when there are
-    // no rows or the gradients are out of the engine's range.
+    // Prepares a tree on the rows indexV[0..num), all distinct. Gradients and weights (null: all 1)
+    // are indexed by row of the data and must stay valid until the tree is grown; indexV need not.
+    // Returns false if there are no rows or the gradients are out of the engine's range.
     [[nodiscard]] bool Take(const double* gradV, const int* weightV, const int* indexV, int num);
-    // Grows the tree on the rows that were taken; columns are drawn with `seed`. `lastDraw` is
-    // called, if it can be told in time, when the tree will draw no more.
+    // Grows the tree on the prepared rows. `seed` is the state from which columns are sampled; it
+    // moves on. `lastDraw` is called once, after the tree's last column sample, if that is known
+    // early: when maxDepth ends the tree.
     void Grow(long* seed, const std::function<void()>& lastDraw);
 
-    // The tree of the last Grow, in the plain form's order of nodes.
+    // The tree of the last Grow, its nodes in the reference implementation's order.
     const std::vector<GrownNode>& Nodes() const { return nodeV; }
-    // Its rows, in the order that growth left them in: those of a node are its slice.
+    // The tree's rows, as growth ordered them. A node's slice holds its rows.
     const LargeArray<int>& Rows() const { return rows.indexV; }
-    // By row of the data: 1 for the rows of the tree.
-    const LargeArray<uint8_t>& RowMarks() const { return rows.fInV; }
-    // Whether every row reached the leaf in whose slice it lies.
-    bool SlicesTrue() const { return fSlicesTrue; }
+    // By row of the data: 1 for the tree's rows.
+    const LargeArray<uint8_t>& RowMarks() const { return rows.fInTreeV; }
+    // Whether every row would reach the leaf in whose slice it lies. If not, predictions must walk
+    // the tree.
+    bool SlicesMatchThresholds() const { return fSlicesMatchThreshold; }
 
   private:
     struct OpenNode;
     struct Worker;
 
-    OpenNode PlantRoot();
+    OpenNode MakeRoot();
     void GrowLevel(std::vector<OpenNode>& levelV, long* seed, const std::function<void()>& lastDraw,
                    std::vector<OpenNode>& nextV);
     void DrawColumns(OpenNode* batch, size_t numBatch, long* seed);
     void SplitBatch(OpenNode* batch, size_t numBatch, bool fShareHistograms);
-    void LetOthersJoin(OpenNode& open, int64_t numRows) const;
+    void ChooseParallelism(OpenNode& open, int64_t numRows) const;
     void SplitNode(OpenNode& open, Worker& worker);
     SplitPoint FindSplit(OpenNode& open, Worker& worker);
     void MoveRows(OpenNode& open, Worker& worker);
-    void SumSons(OpenNode& open);
-    void AppendSons(OpenNode& open, std::vector<OpenNode>& nextV);
+    void SumChildren(OpenNode& open);
+    void AppendChildren(OpenNode& open, std::vector<OpenNode>& nextV);
     void ShareHistogram(OpenNode& open, Worker& worker);
     int CountOf(const OpenNode& open) const;
-    RowSet QuickSliceOf(const GrownNode& node) const;
-    bool IsTooDeep(int depth) const;
-    bool IsOpen(const GrownNode& node) const;
+    RowSet SearchSliceOf(const GrownNode& node) const;
 
     const BinnedColumns& data;
     WorkerPool& pool;
     const GrowthLimits limits;
     const Tuning tuning;
-    const ReferenceSearch& plain;
+    const ReferenceSearch& reference;
+    // Fitted by Take, once per tree.
     FixedPoint fixed;
     TreeRows rows;
     std::vector<GrownNode> nodeV;
+    // Leaves so far, counted as the leaf limit counts them.
     int numLeaf = 1;
-    bool fSlicesTrue = true;
-    HistogramPool store;
-    SplitSearch::Buffers buffers;
+    bool fSlicesMatchThreshold = true;
+    HistogramPool histogramPool;
+    SplitSearch::BufferPool bufferPool;
     std::vector<std::unique_ptr<Worker>> workerV;
 };
 

@@ -11,6 +11,7 @@ namespace sylvora {
 namespace engine {
 namespace {
 
+// Adds sums. Exact in any order.
 void AddCells(Cell* to, const Cell* from, size_t count) {
     for (size_t c = 0; c < count; ++c) to[c] += from[c];
 }
@@ -19,7 +20,8 @@ void SubtractCells(Cell* to, const Cell* from, size_t count) {
     for (size_t c = 0; c < count; ++c) to[c] -= from[c];
 }
 
-RowSet Stretch(const RowSet& rows, int begin, int end) {
+// The rows [begin, end) of a set.
+RowSet SubRange(const RowSet& rows, int begin, int end) {
     const bool fOwn = rows.ownGradV != nullptr;
     return {rows.rowV + begin,
             end - begin,
@@ -31,6 +33,7 @@ RowSet Stretch(const RowSet& rows, int begin, int end) {
 
 }  // namespace
 
+// Makes a filler per worker up front; histograms are made as needed.
 HistogramPool::HistogramPool(const BinnedColumns& columns, const FixedPoint& fixedPoint,
                              WorkerPool& workers, int rowsOfChunk)
     : data(columns), fixed(fixedPoint), pool(workers), chunkRows(std::max(rowsOfChunk, 1)) {
@@ -41,8 +44,8 @@ HistogramPool::HistogramPool(const BinnedColumns& columns, const FixedPoint& fix
     }
 }
 
-// The one with the least room that is enough, so that few are ever as large as the finest.
-std::unique_ptr<Histogram> HistogramPool::TakeFree(size_t numCells) {
+// Takes the free histogram with the least sufficient capacity, so that few ever grow to full size.
+std::unique_ptr<Histogram> HistogramPool::AcquireFree(size_t numCells) {
     const std::lock_guard<std::mutex> lock(mutex);
     const auto roomOf = [](const std::unique_ptr<Histogram>& free) {
         return free->cellV.capacity();
@@ -58,16 +61,18 @@ std::unique_ptr<Histogram> HistogramPool::TakeFree(size_t numCells) {
     return histogram;
 }
 
-std::unique_ptr<Histogram> HistogramPool::Take(int shift) {
+// Returns a zeroed histogram of this shift.
+std::unique_ptr<Histogram> HistogramPool::Acquire(int shift) {
     const size_t numCells = data.NumCells(shift);
-    std::unique_ptr<Histogram> histogram = TakeFree(numCells);
+    std::unique_ptr<Histogram> histogram = AcquireFree(numCells);
     if (!histogram) histogram = std::make_unique<Histogram>();
     histogram->shift = shift;
     histogram->cellV.assign(numCells, Cell());
     return histogram;
 }
 
-void HistogramPool::GiveBack(std::unique_ptr<Histogram> histogram) {
+// The list of free histograms grows to as many as were ever used at once.
+void HistogramPool::Release(std::unique_ptr<Histogram> histogram) {
     if (!histogram) return;
     const std::lock_guard<std::mutex> lock(mutex);
     freeV.push_back(std::move(histogram));
@@ -75,23 +80,23 @@ void HistogramPool::GiveBack(std::unique_ptr<Histogram> histogram) {
 
 std::unique_ptr<Histogram> HistogramPool::Count(const RowSet& rows, int shift,
                                                 HistogramFiller& filler) {
-    std::unique_ptr<Histogram> histogram = Take(shift);
+    std::unique_ptr<Histogram> histogram = Acquire(shift);
     filler.Add(rows, fixed, allColumnV, *histogram);
     return histogram;
 }
 
-// Each worker counts the stretches that it gets into a histogram of its own; the sums of all are
-// the same whoever counted what.
+// Each worker counts its chunks into a histogram of its own. Sums of integers are the same whoever
+// counted what.
 std::unique_ptr<Histogram> HistogramPool::CountShared(const RowSet& rows, int shift) {
-    // As many stretches for each worker, of about the length that is counted at once.
+    // The same number of chunks per worker, of about chunkRows rows.
     const int perWorker = (rows.count - 1) / (pool.NumWorkers() * chunkRows) + 1;
     const int numChunks = perWorker * pool.NumWorkers();
     std::vector<std::unique_ptr<Histogram>> partV(static_cast<size_t>(pool.NumWorkers()));
     pool.For(numChunks, [&](int chunk, int worker) {
         std::unique_ptr<Histogram>& part = partV[static_cast<size_t>(worker)];
-        if (!part) part = Take(shift);
-        FillerOf(worker).Add(Stretch(rows, PartBegin(rows.count, numChunks, chunk),
-                                     PartBegin(rows.count, numChunks, chunk + 1)),
+        if (!part) part = Acquire(shift);
+        FillerOf(worker).Add(SubRange(rows, PartBegin(rows.count, numChunks, chunk),
+                                      PartBegin(rows.count, numChunks, chunk + 1)),
                              fixed, allColumnV, *part);
     });
     partV.erase(std::remove(partV.begin(), partV.end(), nullptr), partV.end());
@@ -103,13 +108,14 @@ std::unique_ptr<Histogram> HistogramPool::CountShared(const RowSet& rows, int sh
             AddCells(sum.Of(column), partV[p]->Of(column), count);
         }
     });
-    for (size_t p = 1; p < partV.size(); ++p) GiveBack(std::move(partV[p]));
+    for (size_t p = 1; p < partV.size(); ++p) Release(std::move(partV[p]));
     return std::move(partV[0]);
 }
 
-// Columns and bins move to the front, so a cell is read before another one gets its place.
+// Works in place: cells only move towards the front, so each one is read before it is overwritten.
 void HistogramPool::Coarsen(Histogram& histogram, int shift) const {
     if (shift == histogram.shift) return;
+    // `from` and `to` may overlap, but `to` never passes `from`.
     for (int id = 0; id < data.NumColumns(); ++id) {
         const Column& column = data.At(id);
         const int joinedBits = column.fExact ? 0 : shift - histogram.shift;
@@ -127,6 +133,7 @@ void HistogramPool::Coarsen(Histogram& histogram, int shift) const {
     histogram.cellV.resize(data.NumCells(shift));
 }
 
+// Whole words may be subtracted: a part's fields are never larger than the whole's.
 void HistogramPool::Subtract(Histogram& whole, const Histogram& part) const {
     SubtractCells(whole.cellV.data(), part.cellV.data(), data.NumCells(whole.shift));
 }

@@ -1,5 +1,4 @@
-// The histograms of a growing tree: filled by all workers together, shared out between sons, and
-// kept for use again.
+// Makes the histograms of a growing tree, and recycles their memory.
 #ifndef SYLVORA_ENGINE_TRAIN_HISTOGRAM_HISTOGRAMPOOL_H
 #define SYLVORA_ENGINE_TRAIN_HISTOGRAM_HISTOGRAMPOOL_H
 
@@ -15,6 +14,8 @@
 namespace sylvora {
 namespace engine {
 
+// Thread-safe, but a filler serves one worker at a time, and CountShared uses the fillers of all
+// workers that join. The columns, fixed point and workers must outlive the pool.
 class HistogramPool {
   public:
     HistogramPool(const BinnedColumns& columns, const FixedPoint& fixedPoint, WorkerPool& workers,
@@ -23,26 +24,26 @@ class HistogramPool {
     // The filler of one worker.
     HistogramFiller& FillerOf(int worker) { return *fillerV[static_cast<size_t>(worker)]; }
 
-    // A histogram of all columns of the rows, with 2^shift bins joined to one, made with the
-    // worker's own filler.
+    // Counts the rows in all columns, with 2^shift bins joined, using the worker's own filler.
     std::unique_ptr<Histogram> Count(const RowSet& rows, int shift, HistogramFiller& filler);
-    // The same with the help of idle workers.
+    // The same, with the help of idle workers.
     std::unique_ptr<Histogram> CountShared(const RowSet& rows, int shift);
-    // Joins bins until they are as coarse as `shift` says.
+    // Joins bins in place until the histogram has this shift, which is at least its own.
     void Coarsen(Histogram& histogram, int shift) const;
-    // Leaves in `whole` what is not in `part`, which is as coarse.
+    // Subtracts `part` from `whole`. Both have the same shift.
     void Subtract(Histogram& whole, const Histogram& part) const;
-
-    void GiveBack(std::unique_ptr<Histogram> histogram);
+    // Takes a histogram back for reuse; null is ignored.
+    void Release(std::unique_ptr<Histogram> histogram);
 
   private:
-    std::unique_ptr<Histogram> Take(int shift);
-    std::unique_ptr<Histogram> TakeFree(size_t numCells);
+    std::unique_ptr<Histogram> Acquire(int shift);
+    std::unique_ptr<Histogram> AcquireFree(size_t numCells);
 
     const BinnedColumns& data;
     const FixedPoint& fixed;
     WorkerPool& pool;
-    const int chunkRows;  // that one worker counts at once
+    // Rows that a worker counts at once.
+    const int chunkRows;
     std::vector<int> allColumnV;
     std::vector<std::unique_ptr<HistogramFiller>> fillerV;
     std::vector<std::unique_ptr<Histogram>> freeV;

@@ -1,4 +1,4 @@
-// The step of the training predictions; see PredictionUpdate.h.
+// Updates the training predictions; see PredictionUpdate.h.
 #include "PredictionUpdate.h"
 
 #include <algorithm>
@@ -11,42 +11,50 @@ namespace engine {
 namespace {
 
 constexpr int kChunkRows = 8192;
-constexpr int kTogether = 8;  // rows that walk side by side, so that their loads overlap
-constexpr int kAhead = 32;    // rows fetched in advance
+constexpr int kTogether = 8;  // rows that walk side by side, to overlap their loads
+constexpr int kAhead = 32;    // rows prefetched
 
-// A node as the walk needs it; a leaf leads to itself. Codes say where a row goes, except for those
-// of the bin that the threshold lies in.
+// A node as the walk needs it. A leaf's children are the leaf itself. The row's bin decides its
+// side, unless it is the bin that holds the threshold.
 struct WalkNode {
-    uint32_t fWide;      // which matrix has the column
-    uint32_t codeAt;     // where in a row of it, in bytes
-    uint32_t codeMask;   // of two bytes
-    uint32_t bin;        // codes below go left, those above right
-    uint32_t unsureBin;  // the code that does not decide; beyond all codes where each does
+    // 1: the column is in the wide row codes.
+    uint32_t fWide;
+    // Offset within a row's codes, in bytes.
+    uint32_t codeAt;
+    // Mask of the 16 bits read at codeAt.
+    uint32_t codeMask;
+    // Codes up to this one go left, others right.
+    uint32_t bin;
+    // The code for which only the value decides; none: ~0.
+    uint32_t unsureBin;
     int column;
-    int sonV[2];  // [0] to the right, [1] to the left
+    int childV[2];  // [0] right, [1] left
 };
 static_assert(sizeof(WalkNode) == 32, "a node is found by a shift");
 
+// Finds the bin that holds the threshold. Bins below it go left, bins above it right. In an exact
+// column the bin's only value decides, and it is at or below the threshold.
 WalkNode MakeWalkNode(const GrownNode& node, int self, const BinnedColumns& data) {
     const bool fLeaf = node.splitFea < 0;
     const Column& column = data.At(fLeaf ? 0 : node.splitFea);
     WalkNode walk = {};
     walk.column = fLeaf ? 0 : node.splitFea;
-    walk.sonV[0] = fLeaf ? self : node.rson;
-    walk.sonV[1] = fLeaf ? self : node.lson;
+    walk.childV[0] = fLeaf ? self : node.rson;
+    walk.childV[1] = fLeaf ? self : node.lson;
     walk.fWide = !column.fNarrow;
-    walk.codeAt = static_cast<uint32_t>(column.place) << walk.fWide;
+    walk.codeAt = static_cast<uint32_t>(column.codeIndex) << walk.fWide;
     walk.codeMask = column.fNarrow ? 0xff : 0xffff;
     const auto past =
         std::upper_bound(column.binValueV.begin(), column.binValueV.end(), node.splitElemFea);
-    // A leaf's threshold may be below all values.
+    // A leaf has no threshold; its -1 may be below all values.
     walk.bin =
         static_cast<uint32_t>(std::max<std::ptrdiff_t>(past - column.binValueV.begin(), 1) - 1);
     walk.unsureBin = column.fExact || fLeaf ? ~uint32_t{0} : walk.bin;
     return walk;
 }
 
-// Walks by codes, which needs thresholds with values on both sides; or by values.
+// Adds the steps of rows that walk the tree, by codes or by values. Walking by codes needs
+// thresholds that separate the values next to them.
 class Walker {
   public:
     Walker(const std::vector<GrownNode>& nodes, const double* steps, const BinnedColumns& columns,
@@ -61,13 +69,14 @@ class Walker {
         }
     }
 
-    // The rows [begin, end) that are not marked in fInV.
-    void WalkUnmarked(int begin, int end, const LargeArray<uint8_t>& fInV) const {
+    // Walks the rows of [begin, end) that are 0 in fInTreeV.
+    void WalkUnmarked(int begin, int end, const LargeArray<uint8_t>& fInTreeV) const {
         int rowV[kChunkRows];
         int num = 0;
+        // Lists the rows without a branch.
         for (int row = begin; row < end; ++row) {
             rowV[num] = row;
-            num += fInV[static_cast<size_t>(row)] == 0;
+            num += fInTreeV[static_cast<size_t>(row)] == 0;
         }
         for (int i = 0; i < num; i += kTogether) {
             for (int k = i + kAhead; k < std::min(i + kAhead + kTogether, num); ++k) {
@@ -78,12 +87,13 @@ class Walker {
         }
     }
 
+    // Walks all rows by value: slower, but right for any threshold, NaN included.
     void WalkByValue(int begin, int end) const {
         for (int row = begin; row < end; ++row) {
             int at = 0;
             for (int level = 0; level < depth; ++level) {
                 const WalkNode& node = walkV[static_cast<size_t>(at)];
-                at = node.sonV[data.Value(row, node.column) <= ThresholdOf(at)];
+                at = node.childV[data.Value(row, node.column) <= ThresholdOf(at)];
             }
             predictV[row] += stepV[at];
         }
@@ -92,22 +102,25 @@ class Walker {
   private:
     double ThresholdOf(int node) const { return nodeV[static_cast<size_t>(node)].splitElemFea; }
 
-    // The codes of a row, narrow and wide.
+    // The codes of a row: [0] narrow, [1] wide.
     struct CodedRow {
         const uint8_t* codes[2];
     };
 
+    // Returns the child that the row goes to, or the leaf itself.
     int Next(int at, int row, const CodedRow& coded) const {
         const WalkNode& node = walkV[static_cast<size_t>(at)];
         uint16_t two;
         std::memcpy(&two, coded.codes[node.fWide] + node.codeAt, sizeof two);
         const uint32_t code = two & node.codeMask;
         if (code == node.unsureBin) {
-            return node.sonV[data.Value(row, node.column) <= ThresholdOf(at)];
+            return node.childV[data.Value(row, node.column) <= ThresholdOf(at)];
         }
-        return node.sonV[code <= node.bin];
+        return node.childV[code <= node.bin];
     }
 
+    // Takes all rows one level down before the next level. Rows that have reached a leaf stay
+    // there.
     void WalkTogether(const int* rowV, int num) const {
         CodedRow codedV[kTogether];
         int atV[kTogether] = {};
@@ -122,64 +135,68 @@ class Walker {
     }
 
     const std::vector<GrownNode>& nodeV;
-    const double* stepV;  // by node
+    // By node: what to add to a row's prediction.
+    const double* stepV;
     std::vector<WalkNode> walkV;
     int depth;
     const BinnedColumns& data;
     double* predictV;
 };
 
-// A piece of a leaf's slice.
-struct LeafPiece {
+// A chunk of a leaf's slice.
+struct LeafChunk {
     int begin;
     int end;
     double step;
 };
 
-std::vector<LeafPiece> CutLeaves(const std::vector<GrownNode>& nodeV, const double* stepV) {
-    std::vector<LeafPiece> pieceV;
+// Cuts the leaves' slices into chunks, so that a large leaf is shared by several workers.
+std::vector<LeafChunk> ChunkLeaves(const std::vector<GrownNode>& nodeV, const double* stepV) {
+    std::vector<LeafChunk> chunkV;
     for (size_t k = 0; k < nodeV.size(); ++k) {
         if (nodeV[k].splitFea >= 0) continue;
         const Chunks chunks = {nodeV[k].countDoc, kChunkRows};
         const int begin = nodeV[k].startDoc;
         for (int chunk = 0; chunk < chunks.Num(); ++chunk) {
-            pieceV.push_back({begin + chunks.Begin(chunk), begin + chunks.End(chunk), stepV[k]});
+            chunkV.push_back({begin + chunks.Begin(chunk), begin + chunks.End(chunk), stepV[k]});
         }
     }
-    return pieceV;
+    return chunkV;
 }
 
 }  // namespace
 
-void StepPredictions(const HistogramGrower& growth, const BinnedColumns& data, WorkerPool& pool,
+// Each row belongs to exactly one chunk, so workers never write the same prediction.
+void StepPredictions(const HistogramGrower& grower, const BinnedColumns& data, WorkerPool& pool,
                      double dynShrink, double valShrink, double* predictV) {
     std::vector<double> stepV;
-    for (const GrownNode& node : growth.Nodes()) {
+    for (const GrownNode& node : grower.Nodes()) {
         const double value = node.gradAll / node.wgtAll;
         stepV.push_back(value * dynShrink * valShrink);
     }
-    const Walker walker(growth.Nodes(), stepV.data(), data, predictV);
+    const Walker walker(grower.Nodes(), stepV.data(), data, predictV);
     const int numRows = data.NumRows();
     const Chunks chunks = {numRows, kChunkRows};
-    if (!growth.SlicesTrue()) {
+    if (!grower.SlicesMatchThresholds()) {
         pool.For(chunks.Num(), [&](int chunk, int) {
             walker.WalkByValue(chunks.Begin(chunk), chunks.End(chunk));
         });
         return;
     }
-    const LargeArray<int>& indexV = growth.Rows();
-    const std::vector<LeafPiece> pieceV = CutLeaves(growth.Nodes(), stepV.data());
-    pool.For(static_cast<int>(pieceV.size()), [&](int p, int) {
-        const LeafPiece& piece = pieceV[static_cast<size_t>(p)];
-        for (int i = piece.begin; i < piece.end; ++i) {
+    const LargeArray<int>& indexV = grower.Rows();
+    const std::vector<LeafChunk> chunkV = ChunkLeaves(grower.Nodes(), stepV.data());
+    pool.For(static_cast<int>(chunkV.size()), [&](int p, int) {
+        const LeafChunk& leafChunk = chunkV[static_cast<size_t>(p)];
+        // The rows of a leaf are scattered over predictV, hence the prefetch.
+        for (int i = leafChunk.begin; i < leafChunk.end; ++i) {
             __builtin_prefetch(
-                predictV + indexV[static_cast<size_t>(std::min(i + kAhead, piece.end - 1))], 1);
-            predictV[indexV[static_cast<size_t>(i)]] += piece.step;
+                predictV + indexV[static_cast<size_t>(std::min(i + kAhead, leafChunk.end - 1))], 1);
+            predictV[indexV[static_cast<size_t>(i)]] += leafChunk.step;
         }
     });
     if (indexV.size() == static_cast<size_t>(numRows)) return;
     pool.For(chunks.Num(), [&](int chunk, int) {
-        walker.WalkUnmarked(chunks.Begin(chunk), chunks.End(chunk), growth.RowMarks());
+        walker.WalkUnmarked(chunks.Begin(chunk), chunks.End(chunk), grower.RowMarks());
     });
 }
 

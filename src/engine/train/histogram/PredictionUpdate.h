@@ -1,5 +1,5 @@
-// The step of the training predictions along a grown tree. Rows that the tree was grown on lie in
-// the slice of their leaf; only the others walk.
+// Adds a grown tree to the training predictions. A row that the tree was grown on lies in the slice
+// of its leaf; only the other rows walk the tree.
 #ifndef SYLVORA_ENGINE_TRAIN_HISTOGRAM_PREDICTIONUPDATE_H
 #define SYLVORA_ENGINE_TRAIN_HISTOGRAM_PREDICTIONUPDATE_H
 
@@ -13,8 +13,9 @@
 namespace sylvora {
 namespace engine {
 
-// Adds value * dynShrink * valShrink (in this order) of each row's leaf to predictV.
-void StepPredictions(const HistogramGrower& growth, const BinnedColumns& data, WorkerPool& pool,
+// Adds value * dynShrink * valShrink of each row's leaf to predictV, which is indexed by row of the
+// data. The order of the products is deliberate: it fixes their rounding.
+void StepPredictions(const HistogramGrower& grower, const BinnedColumns& data, WorkerPool& pool,
                      double dynShrink, double valShrink, double* predictV);
 
 }  // namespace engine

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "base/Gather.h"
+#include "engine/train/RowExchange.h"
 
 namespace sylvora {
 namespace engine {
@@ -17,37 +18,41 @@ constexpr int kBlockRows = 512;
 
 }  // namespace
 
-// The bytes of a block of rows in the column of a cut.
-struct RowPartition::ByteBlock {
-    alignas(16) uint8_t byteV[kBlockRows];
+// The 8-bit codes of a block of rows in the split's column, and their sides.
+struct RowPartition::CodeBlock {
+    alignas(16) uint8_t codeV[kBlockRows];
     alignas(16) uint8_t fLeftV[kBlockRows];
     int countL = 0;
-    int low = 0;     // the highest byte that is surely left: 0 if there is none,
-    int high = 255;  // the lowest that is surely right: 255 if there is none
+    // The highest code of a row that surely goes left; 0 if none.
+    int low = 0;
+    // The lowest code of a row that surely goes right; 255 if none.
+    int high = 255;
 
-    void Load(const uint8_t* bytes, const int* rowV, int count) {
-        Gather(bytes, rowV, count, byteV);
-        std::fill_n(byteV + count, (kBlockRows - count) % 16, uint8_t{255});  // never left
+    // Gathers the codes of the rows, and pads them to a multiple of 16.
+    void Load(const uint8_t* codes, const int* rowV, int count) {
+        Gather(codes, rowV, count, codeV);
+        std::fill_n(codeV + count, (kBlockRows - count) % 16, uint8_t{255});  // never left
     }
 
-    // Marks those below `pastSure`, at most 255, for the left; `unsure` is as in Sides.
-    void Mark(int count, int pastSure, int unsure) {
-        const int firstRight = unsure >= 0 ? unsure + 1 : pastSure;
-        const __m128i past = _mm_set1_epi8(static_cast<char>(pastSure));
+    // Marks rows with codes below `pastLeft` (at most 255) as left. `undecidedCode` is as in Sides.
+    void Mark(int count, int pastLeft, int undecidedCode) {
+        const int firstRight = undecidedCode >= 0 ? undecidedCode + 1 : pastLeft;
+        const __m128i past = _mm_set1_epi8(static_cast<char>(pastLeft));
         const __m128i right = _mm_set1_epi8(static_cast<char>(std::min(firstRight, 255)));
         const __m128i zero = _mm_setzero_si128();
         const __m128i all = _mm_set1_epi8(-1);
         __m128i lows = zero;
         __m128i highs = all;
         __m128i num = zero;
+        // Sixteen codes at a time; the loop has no branch. Padding has code 255 and is never left.
         for (int i = 0; i < count; i += 16) {
-            const __m128i bytes = _mm_load_si128(reinterpret_cast<const __m128i*>(byteV + i));
-            const __m128i fNotLeft = _mm_cmpeq_epi8(_mm_max_epu8(bytes, past), bytes);
-            const __m128i fRight = _mm_cmpeq_epi8(_mm_max_epu8(bytes, right), bytes);
+            const __m128i codes = _mm_load_si128(reinterpret_cast<const __m128i*>(codeV + i));
+            const __m128i fNotLeft = _mm_cmpeq_epi8(_mm_max_epu8(codes, past), codes);
+            const __m128i fRight = _mm_cmpeq_epi8(_mm_max_epu8(codes, right), codes);
             const __m128i fLeft = _mm_andnot_si128(fNotLeft, _mm_set1_epi8(1));
             _mm_store_si128(reinterpret_cast<__m128i*>(fLeftV + i), fLeft);
-            lows = _mm_max_epu8(lows, _mm_andnot_si128(fNotLeft, bytes));
-            highs = _mm_min_epu8(highs, _mm_or_si128(bytes, _mm_andnot_si128(fRight, all)));
+            lows = _mm_max_epu8(lows, _mm_andnot_si128(fNotLeft, codes));
+            highs = _mm_min_epu8(highs, _mm_or_si128(codes, _mm_andnot_si128(fRight, all)));
             num = _mm_add_epi64(num, _mm_sad_epu8(fLeft, zero));
         }
         uint8_t lowV[16], highV[16];
@@ -58,34 +63,35 @@ struct RowPartition::ByteBlock {
         countL = static_cast<int>(_mm_cvtsi128_si64(_mm_add_epi64(num, _mm_srli_si128(num, 8))));
     }
 
-    int PlaceOf(int byte, int count) const {
-        return static_cast<int>(std::find(byteV, byteV + count, byte) - byteV);
+    // The first row of the block with this code. There must be one.
+    int IndexOf(int code, int count) const {
+        return static_cast<int>(std::find(codeV, codeV + count, code) - codeV);
     }
 
-    // Calls visit(i) for the rows with a byte, few of them.
+    // Calls visit(i) for the rows with this code. Fast if they are few.
     template <typename Visit>
-    void ForByte(int count, int byte, const Visit& visit) const {
-        const __m128i wanted = _mm_set1_epi8(static_cast<char>(byte));
+    void ForCode(int count, int code, const Visit& visit) const {
+        const __m128i wanted = _mm_set1_epi8(static_cast<char>(code));
         for (int begin = 0; begin < count; begin += 16) {
-            const __m128i bytes = _mm_load_si128(reinterpret_cast<const __m128i*>(byteV + begin));
-            unsigned bits = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, wanted)));
+            const __m128i codes = _mm_load_si128(reinterpret_cast<const __m128i*>(codeV + begin));
+            unsigned bits = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(codes, wanted)));
             if (count - begin < 16) bits &= (1u << (count - begin)) - 1;
             for (; bits != 0; bits &= bits - 1) visit(begin + __builtin_ctz(bits));
         }
     }
 
-    // Marks the rows with a byte for the left where isLeft(i) says so.
+    // Marks the rows with this code as left where isLeft(i). Does nothing if the code is -1.
     template <typename IsLeft>
-    void Decide(int count, int byte, const IsLeft& isLeft) {
-        if (byte < 0) return;
-        ForByte(count, byte, [&](int i) {
+    void Decide(int count, int code, const IsLeft& isLeft) {
+        if (code < 0) return;
+        ForCode(count, code, [&](int i) {
             fLeftV[i] = isLeft(i);
             countL += fLeftV[i];
         });
     }
 };
 
-// The chunks of a slice; the whole of it where it is not shared.
+// The chunks of a slice: one chunk if the node is not shared.
 Chunks RowPartition::ChunksOf(int count) const {
     return {count, fShared ? chunkRows : std::max(count, 1)};
 }
@@ -100,15 +106,19 @@ void RowPartition::ForChunks(int count, const Task& task) {
     pool.For(chunks.Num(), run);
 }
 
+// In a narrow column the code is the rank, and no code is undecided. In a wide one, lastRank's code
+// is undecided unless lastRank is the last rank of it.
 RowPartition::Sides RowPartition::SidesOf(const Column& column, uint32_t lastRank) {
     const int last = static_cast<int>(lastRank);
-    if (column.fNarrow) return {column.byteV.data(), nullptr, last + 1, -1, last};
-    const int byte = column.ByteOf(lastRank);
-    const bool fLastOfByte = column.ByteOf(lastRank + 1) != byte;
-    return {column.byteV.data(), &column.ranks, fLastOfByte ? byte + 1 : byte,
-            fLastOfByte ? -1 : byte, last};
+    if (column.fNarrow) return {column.code8V.data(), nullptr, last + 1, -1, last};
+    const int code = column.Code8Of(lastRank);
+    const bool fLastOfByte = column.Code8Of(lastRank + 1) != code;
+    return {column.code8V.data(), &column.ranks, fLastOfByte ? code + 1 : code,
+            fLastOfByte ? -1 : code, last};
 }
 
+// The neighbours of all chunks are merged in chunk order. Only their values matter, which all rows
+// of a rank share, so the choice of the row does not.
 SplitPoint RowPartition::MarkByRank(TreeRows& rows, int begin, int count, int id,
                                     uint32_t lastRank) {
     sides = SidesOf(data.At(id), lastRank);
@@ -131,19 +141,20 @@ SplitPoint RowPartition::MarkByRank(TreeRows& rows, int begin, int count, int id
     return split;
 }
 
-// A block of bytes is gathered first: with nothing else to do, many rows are on their way at once.
+// Gathers a block of codes before using them: in a loop with nothing else, many loads overlap.
 RowPartition::Marked RowPartition::Mark(TreeRows& rows, int begin, int end) const {
     Marked marked;
-    ByteBlock block;
+    CodeBlock block;
+    // Block by block, so that codes and sides stay in the L1 cache.
     for (int from = begin; from < end; from += kBlockRows) {
         const int* rowV = rows.indexV.data() + from;
         const int count = std::min(kBlockRows, end - from);
-        block.Load(sides.bytes, rowV, count);
-        block.Mark(count, sides.pastSure, sides.unsure);
+        block.Load(sides.codes, rowV, count);
+        block.Mark(count, sides.pastLeft, sides.undecidedCode);
         if (sides.ranks == nullptr) {
-            SeeBytes(block, rowV, count, marked);
+            UpdateNeighbours(block, rowV, count, marked);
         } else {
-            SeeRanks(block, rowV, count, marked);
+            DecideByRank(block, rowV, count, marked);
         }
         std::copy_n(block.fLeftV, count, rows.fLeftV.begin() + from);
         marked.countL += block.countL;
@@ -151,36 +162,39 @@ RowPartition::Marked RowPartition::Mark(TreeRows& rows, int begin, int end) cons
     return marked;
 }
 
-// The neighbours in a narrow column, where the byte is the rank and many rows may share it.
-void RowPartition::SeeBytes(const ByteBlock& block, const int* rowV, int count,
-                            Marked& marked) const {
+// Updates the split's neighbours from a block of a narrow column, whose codes are ranks.
+void RowPartition::UpdateNeighbours(const CodeBlock& block, const int* rowV, int count,
+                                    Marked& marked) const {
     if (block.countL > 0 && block.low > marked.low.rank) {
-        marked.low = {block.low, rowV[block.PlaceOf(block.low, count)], block.low};
+        marked.low = {block.low, rowV[block.IndexOf(block.low, count)], block.low};
     }
     if (block.countL < count && block.high < marked.high.rank) {
-        marked.high = {block.high, rowV[block.PlaceOf(block.high, count)], block.high};
+        marked.high = {block.high, rowV[block.IndexOf(block.high, count)], block.high};
     }
 }
 
-// The neighbours in a wide column, and the sides of the rows whose byte does not tell: a neighbour
-// has that byte or, where no row on its side has, the next one.
-void RowPartition::SeeRanks(ByteBlock& block, const int* rowV, int count, Marked& marked) const {
-    const auto see = [&](int i, int byte) {
-        const int rank = sides.RankOf(rowV[i], byte);
+// Decides the rows of a wide column whose code does not, and updates the neighbours. A neighbour
+// has the undecided code or, if no row on its side has it, the next code with rows.
+void RowPartition::DecideByRank(CodeBlock& block, const int* rowV, int count,
+                                Marked& marked) const {
+    const auto decide = [&](int i, int code) {
+        const int rank = sides.RankOf(rowV[i], code);
         const bool fLeft = rank <= sides.lastRank;
-        if (fLeft && rank > marked.low.rank) marked.low = {rank, rowV[i], byte};
-        if (!fLeft && rank < marked.high.rank) marked.high = {rank, rowV[i], byte};
+        if (fLeft && rank > marked.low.rank) marked.low = {rank, rowV[i], code};
+        if (!fLeft && rank < marked.high.rank) marked.high = {rank, rowV[i], code};
         return fLeft;
     };
-    block.Decide(count, sides.unsure, [&](int i) { return see(i, sides.unsure); });
-    if (block.low >= marked.low.byte) {
-        block.ForByte(count, block.low, [&](int i) { see(i, block.low); });
+    block.Decide(count, sides.undecidedCode, [&](int i) { return decide(i, sides.undecidedCode); });
+    if (block.low >= marked.low.code) {
+        block.ForCode(count, block.low, [&](int i) { decide(i, block.low); });
     }
-    if (block.high <= marked.high.byte) {
-        block.ForByte(count, block.high, [&](int i) { see(i, block.high); });
+    if (block.high <= marked.high.code) {
+        block.ForCode(count, block.high, [&](int i) { decide(i, block.high); });
     }
 }
 
+// Compares as the reference cursors do, which treat a NaN threshold differently on either side
+// (SplitPoint::BelongsLeft). Runs alone: it is rare.
 void RowPartition::MarkByValue(TreeRows& rows, int begin, int count, SplitPoint& split) {
     int numLeft = 0;
     for (int i = begin; i < begin + count; ++i) {
@@ -189,12 +203,13 @@ void RowPartition::MarkByValue(TreeRows& rows, int begin, int count, SplitPoint&
         rows.fLeftV[at] = split.BelongsLeft(value, i < begin + split.countL);
         numLeft += value <= split.threshold;
     }
-    split.fSlicesTrue = numLeft == split.countL;
+    split.fSlicesMatchThreshold = numLeft == split.countL;
     sides = {};
 }
 
-// Each chunk writes its left rows behind those of the chunks before, and its right rows likewise.
-// markBlock(rows, number, block) marks the sides of up to kBlockRows rows.
+// Partitions the ascending order. Each chunk writes its left rows after those of the chunks before
+// it, and its right rows likewise, so both stay ascending. markBlock(rows, number, block) marks the
+// sides of up to kBlockRows rows.
 template <typename MarkBlock>
 void RowPartition::MoveAscending(TreeRows& rows, int begin, int count, int countL,
                                  const MarkBlock& markBlock) {
@@ -202,8 +217,9 @@ void RowPartition::MoveAscending(TreeRows& rows, int begin, int count, int count
     const Chunks chunks = ChunksOf(count);
     leftBeginV.assign(static_cast<size_t>(chunks.Num()) + 1, 0);
     if (chunks.Num() > 1) {
+        // The first pass only counts, so that each chunk knows where to write.
         ForChunks(count, [&](size_t chunk, int from, int to) {
-            ByteBlock block;
+            CodeBlock block;
             int numLeft = 0;
             for (int i = from; i < to; i += kBlockRows) {
                 markBlock(rowV + i, std::min(kBlockRows, to - i), block);
@@ -217,8 +233,10 @@ void RowPartition::MoveAscending(TreeRows& rows, int begin, int count, int count
         const int numBefore = leftBeginV[chunk];
         int* left = rows.nextAscendingV.data() + begin + numBefore;
         int* right = rows.nextAscendingV.data() + begin + countL + (from - numBefore);
-        ByteBlock block;
+        CodeBlock block;
         int sideVV[2][kBlockRows];
+        // Both sides are written at every step, and only one of them advances: no branch to
+        // mispredict.
         for (int i = from; i < to; i += kBlockRows) {
             const int num = std::min(kBlockRows, to - i);
             markBlock(rowV + i, num, block);
@@ -233,27 +251,29 @@ void RowPartition::MoveAscending(TreeRows& rows, int begin, int count, int count
     });
 }
 
+// Repeats the marking on the ascending order rather than look up fLeftV, which is parallel to the
+// other order.
 void RowPartition::MoveInAscendingOrder(TreeRows& rows, int begin, int count,
                                         const SplitPoint& split) {
-    if (sides.bytes != nullptr) {
+    if (sides.codes != nullptr) {
         MoveAscending(rows, begin, count, split.countL,
-                      [&](const int* rowV, int num, ByteBlock& block) {
-                          block.Load(sides.bytes, rowV, num);
-                          block.Mark(num, sides.pastSure, sides.unsure);
-                          block.Decide(num, sides.unsure, [&](int i) {
-                              return sides.RankOf(rowV[i], sides.unsure) <= sides.lastRank;
+                      [&](const int* rowV, int num, CodeBlock& block) {
+                          block.Load(sides.codes, rowV, num);
+                          block.Mark(num, sides.pastLeft, sides.undecidedCode);
+                          block.Decide(num, sides.undecidedCode, [&](int i) {
+                              return sides.RankOf(rowV[i], sides.undecidedCode) <= sides.lastRank;
                           });
                       });
-    } else if (split.fSlicesTrue) {
+    } else if (split.fSlicesMatchThreshold) {
         MoveAscending(
-            rows, begin, count, split.countL, [&](const int* rowV, int num, ByteBlock& block) {
+            rows, begin, count, split.countL, [&](const int* rowV, int num, CodeBlock& block) {
                 block.countL = 0;
                 for (int i = 0; i < num; ++i) {
                     block.fLeftV[i] = data.Value(rowV[i], split.column) <= split.threshold;
                     block.countL += block.fLeftV[i];
                 }
             });
-    } else {  // only the slices themselves tell who is where
+    } else {  // only the slices tell which side a row is on
         const auto first = rows.nextAscendingV.begin() + begin;
         std::copy_n(rows.indexV.begin() + begin, count, first);
         std::sort(first, first + split.countL);
@@ -261,73 +281,27 @@ void RowPartition::MoveInAscendingOrder(TreeRows& rows, int begin, int count,
     }
 }
 
-// The places of a stretch of rows that are marked for the other side, in order.
-class RowPartition::Misplaced {
-  public:
-    Misplaced(const uint8_t* fLefts, uint8_t fWrongly, int begin, int pastLast)
-        : fLeftV(fLefts), fWrong(fWrongly), next(begin), end(pastLast) {}
-
-    // How many are at hand, at Places(); 0 when there are no more.
-    int Look() {
-        while (at == num && next < end) List();
-        return num - at;
-    }
-    const int* Places() const { return placeV + at; }
-    void Pass(int count) { at += count; }
-    void Skip(int count) {
-        for (int some; count > 0; count -= some) {
-            some = std::min(count, Look());
-            Pass(some);
-        }
-    }
-
-  private:
-    void List() {
-        const int past = std::min(next + kBlockRows, end);
-        at = num = 0;
-        for (; next < past; ++next) {
-            placeV[num] = next;
-            num += fLeftV[next] == fWrong;
-        }
-    }
-
-    const uint8_t* fLeftV;
-    const uint8_t fWrong;
-    int next;
-    const int end;
-    int at = 0;
-    int num = 0;
-    int placeV[kBlockRows];
-};
-
-void RowPartition::MoveInPlainOrder(TreeRows& rows, int begin, int count, int countL) {
-    const auto exchange = [&](Misplaced& left, Misplaced& right, int mostPairs) {
-        while (mostPairs > 0) {
-            const int num = std::min({left.Look(), right.Look(), mostPairs});
-            if (num == 0) break;
-            for (int k = 0; k < num; ++k) {
-                const size_t a = static_cast<size_t>(left.Places()[k]);
-                const size_t b = static_cast<size_t>(right.Places()[k]);
-                std::swap(rows.indexV[a], rows.indexV[b]);
-                std::swap(rows.gradV[a], rows.gradV[b]);
-                if (!rows.weightV.empty()) std::swap(rows.weightV[a], rows.weightV[b]);
-            }
-            left.Pass(num);
-            right.Pass(num);
-            mostPairs -= num;
-        }
+// When shared, workers exchange chunks of pairs in parallel. Pair k is the same whatever the chunks
+// are, so the result is the same.
+void RowPartition::MoveInReferenceOrder(TreeRows& rows, int begin, int count, int countL) {
+    const auto exchange = [&rows](int left, int right) {
+        const size_t a = static_cast<size_t>(left);
+        const size_t b = static_cast<size_t>(right);
+        std::swap(rows.indexV[a], rows.indexV[b]);
+        std::swap(rows.gradV[a], rows.gradV[b]);
+        if (!rows.weightV.empty()) std::swap(rows.weightV[a], rows.weightV[b]);
     };
     const int middle = begin + countL;
     const int end = begin + count;
     const uint8_t* fLeftV = rows.fLeftV.data();
     if (!fShared) {
-        Misplaced left(fLeftV, 0, begin, middle);
-        Misplaced right(fLeftV, 1, middle, end);
-        return exchange(left, right, count);
+        MisplacedRows left(fLeftV, 0, begin, middle);
+        MisplacedRows right(fLeftV, 1, middle, end);
+        return ExchangeMisplaced(left, right, count, exchange);
     }
     CountMisplaced(rows, begin, countL, 0, wrongLeftV);
     CountMisplaced(rows, middle, count - countL, 1, wrongRightV);
-    // The numbers differ only for a threshold that is not between its neighbours.
+    // The counts differ only if the threshold does not separate the values next to it.
     ForChunks(std::min(wrongLeftV.back(), wrongRightV.back()), [&](size_t, int from, int to) {
         const auto startAt = [from](const std::vector<int>& beginV) {
             return static_cast<int>(std::upper_bound(beginV.begin(), beginV.end(), from) -
@@ -336,15 +310,15 @@ void RowPartition::MoveInPlainOrder(TreeRows& rows, int begin, int count, int co
         };
         const int leftChunk = startAt(wrongLeftV);
         const int rightChunk = startAt(wrongRightV);
-        Misplaced left(fLeftV, 0, begin + leftChunk * chunkRows, middle);
-        Misplaced right(fLeftV, 1, middle + rightChunk * chunkRows, end);
+        MisplacedRows left(fLeftV, 0, begin + leftChunk * chunkRows, middle);
+        MisplacedRows right(fLeftV, 1, middle + rightChunk * chunkRows, end);
         left.Skip(from - wrongLeftV[static_cast<size_t>(leftChunk)]);
         right.Skip(from - wrongRightV[static_cast<size_t>(rightChunk)]);
-        exchange(left, right, to - from);
+        ExchangeMisplaced(left, right, to - from, exchange);
     });
 }
 
-// How many places of a stretch are marked `fWrong` before each of its chunks, and in all.
+// Counts the rows marked `fWrong` before each chunk of a slice, and in all.
 void RowPartition::CountMisplaced(const TreeRows& rows, int begin, int count, uint8_t fWrong,
                                   std::vector<int>& beginV) {
     beginV.assign(static_cast<size_t>(ChunksOf(count).Num()) + 1, 0);

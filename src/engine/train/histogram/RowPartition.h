@@ -1,5 +1,5 @@
-// The partition of a node's rows, with the outcome of the plain form's two cursors: the k-th row
-// out of place in the left part changes places with the k-th row out of place in the right part.
+// Partitions a node's rows between its children, in the order in which the two cursors of the
+// reference implementation leave them (RowExchange.h).
 #ifndef SYLVORA_ENGINE_TRAIN_HISTOGRAM_ROWPARTITION_H
 #define SYLVORA_ENGINE_TRAIN_HISTOGRAM_ROWPARTITION_H
 
@@ -16,61 +16,73 @@
 namespace sylvora {
 namespace engine {
 
+// Each worker has its own. With SetShared(true), idle workers join in chunks of rows. Call a Mark
+// method, then MoveInReferenceOrder, then, if needed, MoveInAscendingOrder, for one node at a
+// time. A slice is [begin, begin + count).
 class RowPartition {
   public:
     RowPartition(const BinnedColumns& columns, WorkerPool& workers, int rowsOfChunk)
         : data(columns), pool(workers), chunkRows(rowsOfChunk) {}
 
-    // Whether idle workers may join in what follows, in chunks of rows.
+    // Whether idle workers may join in the following calls.
     void SetShared(bool share) { fShared = share; }
 
-    // Turns "rank at most lastRank goes left" into a split point for the slice [begin, begin +
-    // count) and notes in fLeftV what goes where.
+    // Marks the rows of rank lastRank or below as left in rows.fLeftV, and returns the split with
+    // its threshold. Both sides must have rows.
     SplitPoint MarkByRank(TreeRows& rows, int begin, int count, int column, uint32_t lastRank);
 
-    // The same for a split point that is known; fSlicesTrue is set.
+    // Marks by value for a split that is known, and sets its fSlicesMatchThreshold.
     void MarkByValue(TreeRows& rows, int begin, int count, SplitPoint& split);
 
-    // Moves the rows as last marked, first in the plain order, then in the ascending one, which
-    // must be kept.
-    void MoveInPlainOrder(TreeRows& rows, int begin, int count, int countL);
+    // Moves the rows as last marked. The ascending order must be moved second, and only if it is
+    // kept.
+    void MoveInReferenceOrder(TreeRows& rows, int begin, int count, int countL);
     void MoveInAscendingOrder(TreeRows& rows, int begin, int count, const SplitPoint& split);
 
   private:
+    // A row next to the split, with its rank and 8-bit code.
     struct Neighbour {
         int rank;
         int row;
-        int byte;
+        int code;
     };
-    // What a stretch of rows says of a cut: the highest rank left of it, the lowest right of it.
+    // For a chunk of rows, the neighbours of the split: the highest rank on its left and the lowest
+    // on its right.
     struct Marked {
         Neighbour low = {-1, 0, -1};
         Neighbour high = {INT_MAX, 0, 256};
         int countL = 0;
     };
-    struct ByteBlock;
-    class Misplaced;
-    // The sides of a cut by rank: a row's byte decides, but for one.
+    // The codes of up to kBlockRows rows; see RowPartition.cpp.
+    struct CodeBlock;
+    // How 8-bit codes decide the sides of a split by rank. At most one code is undecided: it holds
+    // ranks of both sides.
     struct Sides {
-        const uint8_t* bytes;   // null: the cut is not by rank
-        const RowRanks* ranks;  // null: the byte is the rank
-        int pastSure;           // bytes below go left
-        int unsure;             // the byte that leaves it to the rank; -1: none does
+        // Null if the split is not by rank.
+        const uint8_t* codes;
+        // Null if the code is the rank.
+        const RowRanks* ranks;
+        // Codes below this one go left.
+        int pastLeft;
+        // The code whose rows need their rank; -1 if none.
+        int undecidedCode;
+        // The highest rank that goes left.
         int lastRank;
 
-        // Of a row of a wide column that has this byte.
-        int RankOf(int row, int byte) const {
-            return static_cast<int>(ranks->At(static_cast<size_t>(row), static_cast<size_t>(byte)));
+        // The rank of a row of a wide column, given its code.
+        int RankOf(int row, int code) const {
+            return static_cast<int>(ranks->At(static_cast<size_t>(row), static_cast<size_t>(code)));
         }
     };
 
+    // Work on a slice, by one worker or by chunks.
     Chunks ChunksOf(int count) const;
     template <typename Task>
     void ForChunks(int count, const Task& task);
     static Sides SidesOf(const Column& column, uint32_t lastRank);
     Marked Mark(TreeRows& rows, int begin, int end) const;
-    void SeeBytes(const ByteBlock& block, const int* rowV, int count, Marked& marked) const;
-    void SeeRanks(ByteBlock& block, const int* rowV, int count, Marked& marked) const;
+    void UpdateNeighbours(const CodeBlock& block, const int* rowV, int count, Marked& marked) const;
+    void DecideByRank(CodeBlock& block, const int* rowV, int count, Marked& marked) const;
     void CountMisplaced(const TreeRows& rows, int begin, int count, uint8_t fWrong,
                         std::vector<int>& beginV);
     template <typename MarkBlock>
@@ -81,9 +93,11 @@ class RowPartition {
     WorkerPool& pool;
     const int chunkRows;
     bool fShared = false;
+    // Of the last Mark call; MoveInAscendingOrder needs them.
     Sides sides = {};
-    std::vector<Marked> markedV;                           // by chunk
-    std::vector<int> leftBeginV, wrongLeftV, wrongRightV;  // numbers before each chunk
+    std::vector<Marked> markedV;  // by chunk
+    // Counts of left and of misplaced rows: before each chunk, then the total.
+    std::vector<int> leftBeginV, wrongLeftV, wrongRightV;
 };
 
 }  // namespace engine

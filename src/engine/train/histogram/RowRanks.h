@@ -1,5 +1,5 @@
-// The ranks of a wide column's rows, for readers that have a row's byte at hand: then the distance
-// from the first rank of the byte says all, and mostly fits two bytes.
+// The ranks of a wide column's rows, stored as offsets from the first rank of the row's 8-bit code.
+// Offsets mostly fit 16 bits; callers have the code anyway.
 #ifndef SYLVORA_ENGINE_TRAIN_HISTOGRAM_ROWRANKS_H
 #define SYLVORA_ENGINE_TRAIN_HISTOGRAM_ROWRANKS_H
 
@@ -14,52 +14,57 @@
 namespace sylvora {
 namespace engine {
 
+// Filled by one thread; after that, any number of threads may read.
 class RowRanks {
   public:
     RowRanks() = default;
-    // For `numRows` rows, all still to be set. byteFirstV has the first rank of each byte, then the
-    // number of ranks. Distances of more than `numNearBits` bits, at most 16, are kept in two parts
-    // of up to 16 bits.
-    RowRanks(std::vector<uint32_t> byteFirstV, size_t numRows, int numNearBits)
-        : firstV(std::move(byteFirstV)), nearBits(numNearBits), nearV(numRows) {
-        uint32_t most = 0;  // ranks of a byte
-        for (size_t byte = 0; byte + 1 < firstV.size(); ++byte) {
-            most = std::max(most, firstV[byte + 1] - firstV[byte]);
+    // For `numRows` rows, to be filled by Set. codeFirstRankV holds the first rank of each code,
+    // then the number of ranks. If offsets take more than `numNearBits` bits (at most 16), they are
+    // stored in two parts of up to 16 bits.
+    RowRanks(std::vector<uint32_t> codeFirstRankV, size_t numRows, int numNearBits)
+        : firstRankV(std::move(codeFirstRankV)), nearBits(numNearBits), nearV(numRows) {
+        uint32_t most = 0;  // the most ranks of a code
+        for (size_t code = 0; code + 1 < firstRankV.size(); ++code) {
+            most = std::max(most, firstRankV[code + 1] - firstRankV[code]);
         }
         if (most > uint32_t{1} << nearBits) farV.resize(numRows);
-        while ((most >> nearBits) > 0xffff) ++nearBits;  // which few bits may leave to the far part
+        while ((most >> nearBits) > 0xffff) ++nearBits;  // leaves at most 16 bits to the far part
     }
 
-    void Set(size_t row, size_t byte, uint32_t rank) {
-        const uint32_t distance = rank - firstV[byte];
+    // Stores a row's rank. `code` must be the row's 8-bit code.
+    void Set(size_t row, size_t code, uint32_t rank) {
+        const uint32_t distance = rank - firstRankV[code];
         nearV[row] = static_cast<uint16_t>(distance & ((1u << nearBits) - 1));
         if (!farV.empty()) farV[row] = static_cast<uint16_t>(distance >> nearBits);
     }
 
-    // The rank of a row that has this byte.
-    uint32_t At(size_t row, size_t byte) const {
-        const uint32_t rank = firstV[byte] + nearV[row];
+    // The rank of a row, given its code.
+    uint32_t At(size_t row, size_t code) const {
+        const uint32_t rank = firstRankV[code] + nearV[row];
         return farV.empty() ? rank : rank + (uint32_t{farV[row]} << nearBits);
     }
-    // The same for rows that lie here and there. With nothing else to do in the loop, many of them
-    // are on their way at once.
-    void Gather(const int* rowV, const uint8_t* byteV, int count, uint32_t* rankV) const {
-        for (int i = 0; i < count; ++i) rankV[i] = firstV[byteV[i]] + nearV.data()[rowV[i]];
+    // The same for many rows. The loops do nothing else, so many loads overlap.
+    void Gather(const int* rowV, const uint8_t* codeV, int count, uint32_t* rankV) const {
+        for (int i = 0; i < count; ++i) rankV[i] = firstRankV[codeV[i]] + nearV.data()[rowV[i]];
         for (int i = 0; i < count && !farV.empty(); ++i) {
             rankV[i] += uint32_t{farV.data()[rowV[i]]} << nearBits;
         }
     }
+    // Prefetches the low bits, which suffice for most columns.
     void Prefetch(int row) const { __builtin_prefetch(nearV.data() + row); }
 
+    // Whether all rows have equal ranks, for columns of the same rows and rankBits.
     bool operator==(const RowRanks& other) const {
-        return firstV == other.firstV && nearV == other.nearV && farV == other.farV;
+        return firstRankV == other.firstRankV && nearV == other.nearV && farV == other.farV;
     }
 
   private:
-    std::vector<uint32_t> firstV;  // by byte
+    std::vector<uint32_t> firstRankV;  // by code
     int nearBits = 0;
-    LargeArray<uint16_t> nearV;  // by row: the lowest bits of the distance
-    LargeArray<uint16_t> farV;   // the others; empty where there are none
+    // By row: the low bits of the offset.
+    LargeArray<uint16_t> nearV;
+    // By row: the high bits; empty if there are none.
+    LargeArray<uint16_t> farV;
 };
 
 }  // namespace engine

@@ -1,7 +1,6 @@
-// The best cut of one regression node: filtered by fast exact sums, decided only as far as they can
-// decide. The plain form adds up gradients in sorted order, in doubles; a bound on how far its
-// scores can be from ours leaves a short list of cuts, mostly of one. What cannot be told apart is
-// handed back, to be decided by the plain form itself.
+// The best split of a regression node, pruned with exact integer sums; near-ties go to the
+// reference search. The reference implementation adds up gradients in sorted order, in doubles. A
+// bound on the distance between its scores and ours leaves few candidates, usually one.
 #ifndef SYLVORA_ENGINE_TRAIN_HISTOGRAM_SPLITSEARCH_H
 #define SYLVORA_ENGINE_TRAIN_HISTOGRAM_SPLITSEARCH_H
 
@@ -18,122 +17,139 @@
 #include "base/LargeArray.h"
 #include "base/WorkerPool.h"
 #include "engine/train/FixedPoint.h"
+#include "engine/train/SearchResult.h"
 #include "engine/train/Tuning.h"
 
 namespace sylvora {
 namespace engine {
 
+// One node to search. Everything that it points to stays with the caller.
 struct SearchTask {
-    RowSet rows;                 // the node's, in any order; ascending is quickest
-    const Histogram* histogram;  // null for a small node: its columns are sorted
-    const int* columnV;          // one column per slot
+    // The node's rows in any order; ascending is fastest.
+    RowSet rows;
+    // Null for a small node, which sorts its columns.
+    const Histogram* histogram;
+    const int* columnV;  // by slot
     int numSlots;
-    Cell total;       // the sums over the rows
-    double gradAll;   // the plain form's own sum of the gradients
-    int numTogether;  // slots to refine in step with idle workers' help; 0: by this worker alone
+    Cell total;  // the sums over the rows
+    // The reference implementation's sum of the gradients.
+    double gradAll;
+    // Slots to refine at once with the help of idle workers; 0: this worker alone.
+    int numTogether;
 };
 
-struct SearchResult {
-    bool fFound = false;  // a cut, and it is the plain form's
-    Candidate winner = {};
-    std::vector<int> undecidedV;  // otherwise: the slots to decide between, ascending
-};
-
-// Searches one node at a time, with buffers that the searches of all workers share.
+// Searches one node at a time; each worker has its own. Everything passed to the constructor must
+// outlive it.
 class SplitSearch {
   public:
-    class Buffers;
+    class BufferPool;
 
     SplitSearch(const BinnedColumns& columns, const FixedPoint& fixedPoint, const Tuning& figures,
-                WorkerPool& workers, Buffers& sharedBuffers);
+                WorkerPool& workers, BufferPool& sharedBufferPool);
     ~SplitSearch();
 
-    SearchResult Search(const SearchTask& task);
+    // Returns the winner, or the slots of a near-tie, or neither if the node has no split.
+    SearchResult<Candidate> Search(const SearchTask& task);
 
   private:
-    // Where live bins are: by byte of the column, and by rank in steps of 2^step.
-    struct LiveSteps {
-        uint8_t fLiveByteV[256];
-        std::vector<uint8_t> fLiveV;
+    // Marks of the candidate bins: by 8-bit code of the column, and by rank / 2^step.
+    struct CandidateRanks {
+        uint8_t fCandidateCodeV[256];
+        std::vector<uint8_t> fCandidateV;
         int step;
     };
 
-    // What it takes to look inside the bins of one slot.
-    struct Scratch {
-        explicit Scratch(const FixedPoint& fixed) : fine(fixed) {}
+    // The buffers for refining one slot.
+    struct Buffers {
+        explicit Buffers(const FixedPoint& fixed) : fine(fixed) {}
 
         FineScan fine;
         std::vector<FineBin> fineBinV;
-        std::vector<uint8_t> fLiveV;  // by piece of the fine scan
+        std::vector<uint8_t> fCandidateV;  // by sub-bin: to be sorted
         std::vector<Candidate> candidateV;
-        std::vector<int> liveBinV;
-        LiveSteps live = {};
-        LargeArray<uint64_t> keyV;       // rank and, in the low half, row (small nodes: place)
+        std::vector<int> candidateBinV;
+        CandidateRanks candidateRanks = {};
+        // Keys of rank and row; in a small node, of rank and position in the node.
+        LargeArray<uint64_t> keyV;
         LargeArray<uint64_t> otherKeyV;  // for sorting
-        std::vector<LargeArray<uint64_t>> stretchVV;  // the keys of each stretch of rows
+        // The keys of each chunk of rows.
+        std::vector<LargeArray<uint64_t>> chunkKeyVV;
 
+        // Returns the memory of the keys to the system.
         void FreeKeys() {
             LargeArray<uint64_t>().swap(keyV);
             LargeArray<uint64_t>().swap(otherKeyV);
-            std::vector<LargeArray<uint64_t>>().swap(stretchVV);
+            std::vector<LargeArray<uint64_t>>().swap(chunkKeyVV);
         }
     };
 
     template <typename Step>
     void For(const SearchTask& task, int count, const Step& step);
-    void LookAtSlots(const SearchTask& task);
+    // The steps of a search, in this order.
+    void ScanColumns(const SearchTask& task);
     void RefineSlots(const SearchTask& task);
     void RefineTogether(const SearchTask& task, const int* slots, int numSlots);
-    void ScoreKeys(const SearchTask& task, int slot, Scratch& scratch);
-    void ScoreBins(const SearchTask& task, int slot, Scratch& scratch);
-    void ScorePieces(const SearchTask& task, int slot, Scratch& scratch);
-    static void FindLiveSteps(const SearchTask& task, const Column& column, Scratch& scratch);
-    void CollectKeys(const SearchTask& task, int begin, int end, int id, const LiveSteps& live,
-                     LargeArray<uint64_t>& keyV) const;
-    void SortSlot(const SearchTask& task, int slot, Scratch& scratch);
+    // Refining one slot (SlotScoring.cpp). Each call uses the buffers of its slot only, and raises
+    // `best`, which is atomic; so several slots may be refined at the same time.
+    void ScoreKeys(const SearchTask& task, int slot, Buffers& buffers);
+    void ScoreBins(const SearchTask& task, int slot, Buffers& buffers);
+    void ScoreSubBins(const SearchTask& task, int slot, Buffers& buffers);
+    static void MarkCandidateRanks(const SearchTask& task, const Column& column, Buffers& buffers);
+    void CollectKeys(const SearchTask& task, int begin, int end, int id,
+                     const CandidateRanks& candidateRanks, LargeArray<uint64_t>& keyV) const;
+    void ScoreBySorting(const SearchTask& task, int slot, Buffers& buffers);
     void ScoreRows(const SearchTask& task, int slot, const uint64_t* begin, const uint64_t* end,
-                   const Cell& prefix, Scratch& scratch);
+                   const Cell& prefix, Buffers& buffers);
     template <typename Row, typename CellOf>
-    void ScoreRun(const SearchTask& task, int slot, const uint64_t* begin, const uint64_t* end,
-                  Cell prefix, const Row& rowOf, const CellOf& cellOf, Scratch& scratch);
-    void SetError(const SearchTask& task, double largestSum);
-    void RaiseBest(double score);
-    double Least() const;
-    void FindSlots(const SearchTask& task);
-    SearchResult Decide();
+    void ScoreKeyRange(const SearchTask& task, int slot, const uint64_t* begin, const uint64_t* end,
+                       Cell prefix, const Row& rowOf, const CellOf& cellOf, Buffers& buffers);
+    // The error bound, and the choice of slots.
+    void SetError(const SearchTask& task, double maxAbsSum);
+    double PruningThreshold() const;
+    void ChooseSlots(const SearchTask& task);
+    SearchResult<Candidate> Decide();
 
     const BinnedColumns& data;
     const FixedPoint& fixed;
     const Tuning tuning;
     WorkerPool& pool;
-    Buffers& buffers;
+    BufferPool& bufferPool;
     const BinScan scan;
     NodeTotals node = {};
-    std::atomic<double> best{-1.0};  // best score so far, by fast sums
-    double rowError = 0.0;           // how far a plain left or right sum can be from ours
-    std::vector<uint8_t> fTakenV;    // by column, all 0 between searches
-    std::vector<int> slotV;          // the slots to look at: no column twice
-    std::vector<ColumnView> viewV;   // by slot
-    std::vector<Cell> cellV;         // of a small node's rows
-    std::vector<std::unique_ptr<Scratch>> scratchV;  // by slot of those that are refined together
+    // The best score so far, by integer sums.
+    std::atomic<double> best{-1.0};
+    // e: how far our sums may be from the reference implementation's.
+    double sumError = 0.0;
+    // Marks by column; all 0 between searches.
+    std::vector<uint8_t> fTakenV;
+    // The slots to search, without duplicate columns.
+    std::vector<int> slotV;
+    // The first scan of each column, by slot.
+    std::vector<ColumnSummary> summaryV;
+    // The cells of a small node, by position.
+    std::vector<Cell> cellV;
+    // The buffers of the slots being refined.
+    std::vector<std::unique_ptr<Buffers>> buffersV;
 };
 
-// Taken for a node and given back, so that there are as many as slots were ever looked at together,
-// whoever did it. For any number of threads; outlives its searches.
-class SplitSearch::Buffers {
+// A pool of buffers shared by the searches of all workers. It holds as many as were ever used at
+// once. Thread-safe; must outlive the searches.
+class SplitSearch::BufferPool {
   public:
-    explicit Buffers(const FixedPoint& fixedPoint) : fixed(fixedPoint) {}
+    explicit BufferPool(const FixedPoint& fixedPoint) : fixed(fixedPoint) {}
 
   private:
     friend class SplitSearch;
 
-    // Brings `taken` to `num`.
-    void Take(size_t num, std::vector<std::unique_ptr<Scratch>>& taken);
-    void GiveBack(std::vector<std::unique_ptr<Scratch>>& taken);
+    // Fills `taken` up to `num` buffers. Throws std::bad_alloc. Release takes them all back and
+    // never throws.
+    void Acquire(size_t num, std::vector<std::unique_ptr<Buffers>>& taken);
+    void Release(std::vector<std::unique_ptr<Buffers>>& taken);
 
     const FixedPoint& fixed;
-    std::mutex mutex;  // guards what follows
-    std::vector<std::unique_ptr<Scratch>> freeV;
+    std::mutex mutex;  // guards the members below
+    std::vector<std::unique_ptr<Buffers>> freeV;
+    // All buffers made, free or taken; freeV has capacity for them.
     size_t numMade = 0;
 };
 

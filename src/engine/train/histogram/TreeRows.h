@@ -11,42 +11,49 @@
 namespace sylvora {
 namespace engine {
 
-// A node has the same slice in both orders: the plain form's, in which its sums of doubles are
-// added up, and the ascending one, in which neighbouring rows are near each other in memory.
+// A node has the same slice in both orders. The reference order decides the rounding of its sums of
+// doubles. The ascending order makes look-ups by row go through memory in one direction.
+//
+// Invariant: in both orders, the slices of a level's nodes are disjoint, so workers may move the
+// rows of different nodes at once. Take and EndLevel exclude all other calls.
 struct TreeRows {
-    // With fKeepAscending, nodes below the root have their rows in ascending order too. That pays
-    // where searches look at rows, not only at histograms.
+    // With fKeepAscending, nodes below the root keep the ascending order, too. That pays if
+    // searches read rows, not only histograms.
     explicit TreeRows(bool keepAscending) : fKeepAscending(keepAscending) {}
 
-    // Takes the `num` rows of `rowV` (no row twice) of `numRows`, with gradients and weights (null:
-    // all 1) by row.
+    // Takes the rows rowV[0..num), all distinct, of `numRows`. Gradients and weights (null: all 1)
+    // are indexed by row of the data and must outlive the tree.
     void Take(const double* gradients, const int* weights, const int* rowV, int num, int numRows,
               WorkerPool& pool);
 
-    // The rows of a node in the plain order, and in the quickest order for the engine.
-    RowSlice PlainSlice(int begin, int count) const;
-    RowSet QuickSlice(int begin, int count) const;
-    // The same for a node of the next level, whose rows have been moved.
-    RowSet MovedSlice(int begin, int count) const;
-    // The rows of all nodes of the next level have been moved.
+    // A node's rows on the current level: in the reference order, or in the fastest order for a
+    // search.
+    RowSlice ReferenceSlice(int begin, int count) const;
+    RowSet SearchSlice(int begin, int count) const;
+    // The same for a node of the next level, after its rows have been moved.
+    RowSet NextLevelSlice(int begin, int count) const;
+    // Ends the level: the rows of all nodes have been moved.
     void EndLevel();
 
     const bool fKeepAscending;
 
-    // The plain order, alongside gradients and weights; weights are empty when all are 1.
+    // The reference order, and gradients and weights parallel to it. weightV is empty if all are 1.
     LargeArray<int> indexV;
     LargeArray<double> gradV;
     LargeArray<int> weightV;
-    // The ascending order, and that of the level in the making.
+    // The ascending order of the current level and of the next.
     LargeArray<int> ascendingV, nextAscendingV;
-    LargeArray<uint8_t> fLeftV;  // alongside the plain order: which side of a split a row is on
-    LargeArray<uint8_t> fInV;    // by row of the data: whether the tree has it
+    // Parallel to indexV: 1 if the row goes left in its node's split.
+    LargeArray<uint8_t> fLeftV;
+    // By row of the data: 1 if it is in the tree.
+    LargeArray<uint8_t> fInTreeV;
 
   private:
-    void Ascend(WorkerPool& pool);
+    void ListAscending(WorkerPool& pool);
     RowSet SliceOf(bool fAscending, const LargeArray<int>& ascending, int begin, int count) const;
 
-    bool fAscendingNow = true;  // at the level at hand
+    // Whether ascendingV holds for the current level.
+    bool fAscendingNow = true;
     const double* rowGradV = nullptr;
     const int* rowWeightV = nullptr;
 };

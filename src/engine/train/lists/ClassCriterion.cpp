@@ -1,5 +1,5 @@
-// The best cut by classes; see Criterion.h. All sums are of integers and every score is computed
-// with the plain form's formula, so scores and ties are the plain form's own.
+// The best classification split; see Criterion.h. All sums are integers, and scores follow the
+// reference implementation's formula, so scores and ties are bit for bit its own.
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -13,19 +13,23 @@ namespace sylvora {
 namespace engine {
 namespace {
 
-bool IsBetter(const ListCut& a, const ListCut& b) {
+// Higher score first, then the better balance. Candidates equal in both keep their order.
+bool IsBetter(const ListCandidate& a, const ListCandidate& b) {
     return a.score > b.score || (a.score == b.score && a.balance < b.balance);
 }
 
-// The sums of squared class counts on both sides of a cut that moves from left to right. The rows
-// of the first class and of both together tell those of the second.
+// Sums of squared class counts on both sides of a split that moves right, one entry at a time. For
+// two classes, the count of class 1 and the number of entries passed determine the count of class
+// 0.
 class TwoClasses {
   public:
-    TwoClasses(const std::vector<int>& totalV, ScanScratch&)
+    TwoClasses(const std::vector<int>& totalV, ScanBuffers&)
         : totals{totalV[0], totalV.size() > 1 ? totalV[1] : 0} {
         squaresR = totals[0] * totals[0] + totals[1] * totals[1];
     }
 
+    // Moves one row of a class from right to left: a count of n becomes n + 1, and its square grows
+    // by 2 n + 1; the right side likewise shrinks.
     void Pass(size_t cls) {
         ++numPassed;
         left1 += static_cast<int64_t>(cls);
@@ -45,10 +49,11 @@ class TwoClasses {
     int64_t numPassed = 0;
 };
 
+// For any number of classes: keeps the left count of each.
 class ManyClasses {
   public:
-    ManyClasses(const std::vector<int>& totals, ScanScratch& scratch)
-        : totalV(totals), leftV(scratch.classCountV) {
+    ManyClasses(const std::vector<int>& totals, ScanBuffers& scanBuffers)
+        : totalV(totals), leftV(scanBuffers.classCountV) {
         for (const int64_t total : totalV) squaresR += total * total;
     }
 
@@ -57,7 +62,7 @@ class ManyClasses {
         squaresL += 2 * left - 1;
         squaresR -= 2 * (totalV[cls] - left) + 1;
     }
-    // Leaves the counts of the entries that have passed zero again.
+    // Resets the class counts to zero, by class or by the entries passed, whichever is fewer.
     void Clear(const Entry* list, int count, const uint16_t* classV) {
         if (static_cast<size_t>(count) >= leftV.size()) {
             std::fill(leftV.begin(), leftV.end(), 0);
@@ -75,10 +80,12 @@ class ManyClasses {
 };
 
 template <typename Classes>
-ListCut ScanList(const Entry* list, int count, const uint16_t* classV, Classes classes,
-                 ScoreFilter filter) {
-    ListCut best;
-    ListCut at;
+ListCandidate ScanList(const Entry* list, int count, const uint16_t* classV, Classes classes,
+                       ScoreFilter filter) {
+    ListCandidate best;
+    ListCandidate at;
+    // Scores a split after each entry that the next one rises above. The filter is tried first,
+    // because most candidates fail it.
     for (int i = 0; i + 1 < count; ++i) {
         classes.Pass(classV[PositionOf(list[i])]);
         at.countL = i + 1;
@@ -98,6 +105,7 @@ ListCut ScanList(const Entry* list, int count, const uint16_t* classV, Classes c
 
 }  // namespace
 
+// Returns false if a label is no class, or if classes do not fit 16 bits.
 bool ClassCriterion::Take(const double* targetV, const int* indexV, int num, WorkerPool&) {
     if (numClass > std::numeric_limits<uint16_t>::max()) return false;
     classV.resize(static_cast<size_t>(num));
@@ -113,24 +121,27 @@ void ClassCriterion::Swap(int position, int other) {
     std::swap(classV[static_cast<size_t>(position)], classV[static_cast<size_t>(other)]);
 }
 
+// countV must be zero; ClearClasses makes it so again.
 void ClassCriterion::CountClasses(const GrownNode& node, std::vector<int>& countV) const {
     countV.resize(static_cast<size_t>(numClass));
     const uint16_t* const classes = classV.data() + node.startDoc;
     for (int i = 0; i < node.countDoc; ++i) ++countV[classes[i]];
 }
 
-// Not by all classes: a node may have fewer rows than there are.
+// Resets only the classes that occur: a node may have fewer rows than there are classes.
 void ClassCriterion::ClearClasses(const GrownNode& node, std::vector<int>& countV) const {
     const uint16_t* const classes = classV.data() + node.startDoc;
     for (int i = 0; i < node.countDoc; ++i) countV[classes[i]] = 0;
 }
 
-// Of the classes with the most rows the lowest, as the plain form has it.
-bool ClassCriterion::Describe(GrownNode& node, ScanScratch& scratch) const {
-    std::vector<int>& countV = scratch.classCountV;
+// The majority is the class with the most rows; the lowest of equals, as in the reference
+// implementation.
+bool ClassCriterion::Describe(GrownNode& node, ScanBuffers& scanBuffers) const {
+    std::vector<int>& countV = scanBuffers.classCountV;
     CountClasses(node, countV);
     const uint16_t* const classes = classV.data() + node.startDoc;
     node.majority = classes[0];
+    // Looks at the rows' classes only: there may be many more classes than rows.
     for (int i = 1; i < node.countDoc; ++i) {
         const int cls = classes[i];
         const int count = countV[static_cast<size_t>(cls)];
@@ -142,6 +153,7 @@ bool ClassCriterion::Describe(GrownNode& node, ScanScratch& scratch) const {
     return !fPure;
 }
 
+// Counts the node's classes once for all slots.
 void ClassCriterion::Begin(const GrownNode& node, NodeFacts& facts) const {
     facts.best = -1.0;
     CountClasses(node, facts.classCountV);
@@ -151,31 +163,34 @@ void ClassCriterion::End(const GrownNode& node, NodeFacts& facts) const {
     ClearClasses(node, facts.classCountV);
 }
 
-ListCut ClassCriterion::Scan(const NodeLists& lists, int slot, NodeFacts& facts,
-                             ScanScratch& scratch) const {
+// Two classes need no table of counts, and are the common case.
+ListCandidate ClassCriterion::Scan(const NodeLists& lists, int slot, NodeFacts& facts,
+                                   ScanBuffers& scanBuffers) const {
     const ScoreFilter filter(facts.best.load(std::memory_order_relaxed));
     const Entry* list = lists.Of(slot);
-    ListCut best;
+    ListCandidate best;
     if (numClass <= 2) {
         best = ScanList(list, lists.rows.count, classV.data(),
-                        TwoClasses(facts.classCountV, scratch), filter);
+                        TwoClasses(facts.classCountV, scanBuffers), filter);
     } else {
-        scratch.classCountV.resize(static_cast<size_t>(numClass));
+        scanBuffers.classCountV.resize(static_cast<size_t>(numClass));
         best = ScanList(list, lists.rows.count, classV.data(),
-                        ManyClasses(facts.classCountV, scratch), filter);
+                        ManyClasses(facts.classCountV, scanBuffers), filter);
     }
     best.slot = slot;
-    facts.Raise(best.score);
+    RaiseBest(facts.best, best.score);
     return best;
 }
 
-Decision ClassCriterion::Decide(const NodeLists&, const std::vector<ListCut>& cutV,
-                                const NodeFacts&) const {
-    Decision decision;
-    for (const ListCut& cut : cutV) {
-        if (IsBetter(cut, decision.winner)) decision.winner = cut;
+// Never undecided: scores are exact, so this is the reference implementation's order.
+SearchResult<ListCandidate> ClassCriterion::Decide(const NodeLists&,
+                                                   const std::vector<ListCandidate>& candidateV,
+                                                   const NodeFacts&) const {
+    SearchResult<ListCandidate> result;
+    for (const ListCandidate& candidate : candidateV) {
+        if (IsBetter(candidate, result.winner)) result.winner = candidate;
     }
-    return decision;
+    return result;
 }
 
 }  // namespace engine

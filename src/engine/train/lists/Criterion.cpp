@@ -9,11 +9,5 @@ std::unique_ptr<Criterion> Criterion::Make(bool fClasses, int numClass) {
     return std::make_unique<MeanCriterion>();
 }
 
-void NodeFacts::Raise(double score) {
-    double current = best.load(std::memory_order_relaxed);
-    while (score > current && !best.compare_exchange_weak(current, score)) {
-    }
-}
-
 }  // namespace engine
 }  // namespace sylvora

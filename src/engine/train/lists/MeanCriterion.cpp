@@ -1,8 +1,9 @@
-// The best cut by means, for rows of weight 1; see Criterion.h.
+// The best split by means, for rows of weight 1; see Criterion.h.
 //
-// A list without ties has one order only, that of the plain form, so adding up along it gives the
-// plain form's sums in every bit. With ties the plain form adds up in an order of its own; unless
-// sums are exact in any order, scores are then a little off (docs/engine-training.md bounds it).
+// A list without ties has only one order. Adding up along it gives the reference implementation's
+// sums bit for bit. Among tied values the reference implementation adds in its own order. Unless
+// sums are exact in any order, scores then differ slightly; docs/engine-training.md derives the
+// bound.
 #include <algorithm>
 #include <cmath>
 #include <utility>
@@ -17,11 +18,13 @@ namespace {
 
 constexpr double kUnitRoundoff = 0x1p-53;
 
-// The sums on both sides of a cut that moves from left to right, as the plain form adds them up.
+// The sums on both sides of a split that moves right. The right sum is decremented, not recomputed,
+// as in the reference implementation: the rounding must be the same.
 struct Sums {
     double gradL;
     double gradR;
 
+    // Moves one row from right to left.
     void Pass(double gradient) {
         gradL += gradient;
         gradR -= gradient;
@@ -33,6 +36,7 @@ struct Sums {
 
 }  // namespace
 
+// Copies the gradients into row-index order, so that scans read a small part of memory.
 bool MeanCriterion::Take(const double* targetV, const int* indexV, int num, WorkerPool& pool) {
     gradV.resize(static_cast<size_t>(num));
     for (int i = 0; i < num; ++i) gradV[static_cast<size_t>(i)] = targetV[indexV[i]];
@@ -44,7 +48,8 @@ void MeanCriterion::Swap(int position, int other) {
     std::swap(gradV[static_cast<size_t>(position)], gradV[static_cast<size_t>(other)]);
 }
 
-bool MeanCriterion::Describe(GrownNode& node, ScanScratch&) const {
+// Adds in row-index order, as the reference implementation does.
+bool MeanCriterion::Describe(GrownNode& node, ScanBuffers&) const {
     const double* const gradients = gradV.data() + node.startDoc;
     double sum = 0.0;
     for (int i = 0; i < node.countDoc; ++i) sum += gradients[i];
@@ -53,35 +58,42 @@ bool MeanCriterion::Describe(GrownNode& node, ScanScratch&) const {
     return true;
 }
 
-// The derivation of the error is in docs/engine-training.md.
+// Computes sumError, e of docs/engine-training.md. `sumAbs` is A there.
 void MeanCriterion::Begin(const GrownNode& node, NodeFacts& facts) const {
     facts.best = -1.0;
     facts.gradAll = node.gradAll;
-    facts.rowError = 0.0;
+    facts.sumError = 0.0;
     if (fixed.fExact) return;
-    double sizes = 0.0;
+    double sumAbs = 0.0;
     const double* const gradients = gradV.data() + node.startDoc;
-    for (int i = 0; i < node.countDoc; ++i) sizes += std::fabs(gradients[i]);
-    facts.rowError = 4.1 * (node.countDoc + 8.0) * kUnitRoundoff * sizes;
+    for (int i = 0; i < node.countDoc; ++i) sumAbs += std::fabs(gradients[i]);
+    facts.sumError = 4.1 * (node.countDoc + 8.0) * kUnitRoundoff * sumAbs;
 }
 
-// The score below which a cut cannot win against one of `score`: both may be off.
-double MeanCriterion::Least(double score, const NodeFacts& facts) const {
+// A candidate that scores less cannot win against one that scores `score`: each score may be off by
+// E of docs/engine-training.md, so the margin is 2 E.
+double MeanCriterion::PruningThreshold(double score, const NodeFacts& facts) const {
     if (fixed.fExact) return score;
-    const double e = facts.rowError;
-    return score - 2 * (4 * fixed.largest * e + 6 * e * e + 16 * kUnitRoundoff * score);
+    const double h = fixed.maxAbsGradPerWeight;
+    const double e = facts.sumError;
+    const double scoreError = 4 * h * e + 6 * e * e + 16 * kUnitRoundoff * score;
+    return score - 2 * scoreError;
 }
 
-ListCut MeanCriterion::Scan(const NodeLists& lists, int slot, NodeFacts& facts,
-                            ScanScratch&) const {
+// Scans a list for its best candidate. Also counts the rises: a list that rises at every entry has
+// no ties.
+ListCandidate MeanCriterion::Scan(const NodeLists& lists, int slot, NodeFacts& facts,
+                                  ScanBuffers&) const {
     const Entry* list = lists.Of(slot);
     const int count = lists.rows.count;
-    const bool fClean = lists.lists.IsClean(lists.columnV[slot]);
-    ScoreFilter filter(Least(facts.best.load(std::memory_order_relaxed), facts));
+    const bool fAllSeparable = lists.lists.AllSeparable(lists.columnV[slot]);
+    ScoreFilter filter(PruningThreshold(facts.best.load(std::memory_order_relaxed), facts));
     Sums sums = {0.0, facts.gradAll};
-    ListCut best;
+    ListCandidate best;
     best.slot = slot;
     int numRises = 0;
+    // Invariant: `sums` covers list[0..i] on the left. The filter comes first, because most
+    // candidates fail it; then the tests from the cheapest to the dearest.
     for (int i = 0; i + 1 < count; ++i) {
         sums.Pass(gradV[PositionOf(list[i])]);
         const Entry next = list[i + 1];
@@ -93,52 +105,57 @@ ListCut MeanCriterion::Scan(const NodeLists& lists, int slot, NodeFacts& facts,
             continue;
         const double score = sums.Score(countL, countR);
         if (!(score > best.score)) continue;
-        if (!fClean && !IsSeparable(lists.Value(list[i], slot), lists.Value(next, slot))) continue;
+        if (!fAllSeparable && !IsSeparable(lists.Value(list[i], slot), lists.Value(next, slot)))
+            continue;
         best.score = score;
         best.countL = countL;
         filter.Raise(score);
     }
-    best.fLiteral = fixed.fExact || numRises == count - 1;
-    facts.Raise(best.score);
+    best.fReferenceScore = fixed.fExact || numRises == count - 1;
+    RaiseBest(facts.best, best.score);
     return best;
 }
 
-// How many cuts of a slot score at least `least`; more than one is not counted on.
-int MeanCriterion::CountFrom(double least, const NodeLists& lists, int slot,
-                             const NodeFacts& facts) const {
+// Counts the candidates of a slot that score at least `minScore`. Stops at two.
+int MeanCriterion::CountCandidates(double minScore, const NodeLists& lists, int slot,
+                                   const NodeFacts& facts) const {
     const Entry* list = lists.Of(slot);
     Sums sums = {0.0, facts.gradAll};
     int num = 0;
     for (int i = 0; i + 1 < lists.rows.count && num < 2; ++i) {
         sums.Pass(gradV[PositionOf(list[i])]);
-        if (!Rises(list[i + 1]) || !(sums.Score(i + 1, lists.rows.count - i - 1) >= least))
+        if (!Rises(list[i + 1]) || !(sums.Score(i + 1, lists.rows.count - i - 1) >= minScore))
             continue;
         num += IsSeparable(lists.Value(list[i], slot), lists.Value(list[i + 1], slot));
     }
     return num;
 }
 
-Decision MeanCriterion::Decide(const NodeLists& lists, const std::vector<ListCut>& cutV,
-                               const NodeFacts& facts) const {
-    Decision decision;
-    ListCut best;
-    for (const ListCut& cut : cutV) {
-        if (cut.score > best.score) best = cut;
+// The first slot with the highest score is `best`. It wins if all slots within the margin have
+// reference scores, or if it is the only candidate left; otherwise the reference search must
+// decide.
+SearchResult<ListCandidate> MeanCriterion::Decide(const NodeLists& lists,
+                                                  const std::vector<ListCandidate>& candidateV,
+                                                  const NodeFacts& facts) const {
+    SearchResult<ListCandidate> result;
+    ListCandidate best;
+    for (const ListCandidate& candidate : candidateV) {
+        if (candidate.score > best.score) best = candidate;
     }
-    if (best.score < 0.0) return decision;
-    const double least = Least(best.score, facts);
-    bool fLiteral = true;
-    for (const ListCut& cut : cutV) {
-        if (cut.score < 0.0 || cut.score < least) continue;
-        fLiteral = fLiteral && cut.fLiteral;
-        decision.undecidedV.push_back(cut.slot);
+    if (best.score < 0.0) return result;
+    const double minScore = PruningThreshold(best.score, facts);
+    bool fReferenceScore = true;
+    for (const ListCandidate& candidate : candidateV) {
+        if (candidate.score < 0.0 || candidate.score < minScore) continue;
+        fReferenceScore = fReferenceScore && candidate.fReferenceScore;
+        result.undecidedV.push_back(candidate.slot);
     }
-    const bool fOne = decision.undecidedV.size() == 1;
-    if (fLiteral || (fOne && CountFrom(least, lists, best.slot, facts) == 1)) {
-        decision.winner = best;
-        decision.undecidedV.clear();
+    const bool fOne = result.undecidedV.size() == 1;
+    if (fReferenceScore || (fOne && CountCandidates(minScore, lists, best.slot, facts) == 1)) {
+        result.winner = best;
+        result.undecidedV.clear();
     }
-    return decision;
+    return result;
 }
 
 }  // namespace engine

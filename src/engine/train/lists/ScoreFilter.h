@@ -1,4 +1,4 @@
-// Tells, without a division, which cuts need not be scored.
+// Rejects candidate splits without a division.
 #ifndef SYLVORA_ENGINE_TRAIN_LISTS_SCOREFILTER_H
 #define SYLVORA_ENGINE_TRAIN_LISTS_SCOREFILTER_H
 
@@ -7,15 +7,16 @@
 namespace sylvora {
 namespace engine {
 
-// A score is squareL / weightL + squareR / weightR. Multiplied out it is off by a few roundings,
-// each by at most 2^-53 of its size; the margin is a thousand times that, so a cut whose score is
-// `least` or more always passes. Some that are a little worse pass as well.
+// A score is squareL / weightL + squareR / weightR. Passes() compares after multiplying out, which
+// takes a few roundings of at most 2^-53 each. The margin of 1e-13 is about a thousand of them, so
+// a candidate that scores at least `minScore` always passes. Some slightly below pass as well and
+// must be scored.
 class ScoreFilter {
   public:
-    explicit ScoreFilter(double least) { Raise(least); }
+    explicit ScoreFilter(double minScore) { Raise(minScore); }
 
-    // From now on only cuts of at least this score matter.
-    void Raise(double least) { target = std::max(target, least * (1.0 - 1e-13)); }
+    // Raises the least score of interest; never lowers it.
+    void Raise(double minScore) { target = std::max(target, minScore * (1.0 - 1e-13)); }
 
     bool Passes(double squareL, double weightL, double squareR, double weightR) const {
         return squareL * weightR + squareR * weightL >= target * (weightL * weightR);

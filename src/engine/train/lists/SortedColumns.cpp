@@ -1,4 +1,4 @@
-// Lists of rows in the order of columns; see SortedColumns.h.
+// Lists of rows sorted by column; see SortedColumns.h.
 #include "SortedColumns.h"
 
 #include <algorithm>
@@ -18,6 +18,7 @@ constexpr int kAhead = 6 * kLineEntries;
 
 }  // namespace
 
+// fKept chooses KeptLists.
 std::unique_ptr<SortedColumns> SortedColumns::Make(const Matrix& data, bool fKept,
                                                    WorkerPool& pool) {
     if (fKept) return std::make_unique<KeptLists>(data, pool);
@@ -34,13 +35,14 @@ void SortedColumns::SortColumns(WorkerPool& pool, const Visit& visit) {
             fFoundNan = true;
             return;
         }
-        fCleanV[static_cast<size_t>(column)] = IsCleanOrder(sorted);
+        fAllSeparableV[static_cast<size_t>(column)] = IsAllSeparable(sorted);
         visit(static_cast<size_t>(column), sorted);
     });
     fNan = fFoundNan;
 }
 
-bool SortedColumns::IsCleanOrder(const ValueOrder& sorted) {
+// Whether all neighbouring distinct values of a column are separable.
+bool SortedColumns::IsAllSeparable(const ValueOrder& sorted) {
     if (sorted.Count() == 0) return true;
     double previous = sorted.Value(0);
     for (size_t i = 1; i < sorted.Count(); ++i) {
@@ -51,6 +53,7 @@ bool SortedColumns::IsCleanOrder(const ValueOrder& sorted) {
     return true;
 }
 
+// Sorts all rows of each column once. An entry here holds a row of the data, not a position.
 KeptLists::KeptLists(const Matrix& data, WorkerPool& pool)
     : SortedColumns(data), orderVV(static_cast<size_t>(data.numColumns)) {
     SortColumns(pool, [this](size_t column, const ValueOrder& sorted) {
@@ -64,19 +67,20 @@ KeptLists::KeptLists(const Matrix& data, WorkerPool& pool)
 }
 
 void KeptLists::Take(const int* indexV, int num, WorkerPool& pool) {
-    // An odd number of cache lines apart, so that the same stretch of all columns does not compete
-    // for one place in the cache; with room for what TakeColumn writes past the end.
+    // The stride is an odd number of cache lines, so that equal slices of different columns map to
+    // different cache sets. It leaves space for the one entry that TakeColumn writes past the end.
     const size_t numLines = static_cast<size_t>(num / kLineEntries) + 1;
     stride = (numLines | 1) * kLineEntries;
     entryV.resize(stride * static_cast<size_t>(Data().numColumns));
     positionV.assign(static_cast<size_t>(Data().numRows), kAbsent);
+    // Maps rows of the data to positions in the tree's row index.
     for (int i = 0; i < num; ++i) {
         positionV[static_cast<size_t>(indexV[i])] = static_cast<uint32_t>(i);
     }
     pool.For(Data().numColumns, [&](int column, int) { TakeColumn(column); });
 }
 
-// An entry that is left out hands its rise on to the next one that is not.
+// Copies the entries of the tree's rows. A skipped entry passes its rise on to the next entry kept.
 void KeptLists::TakeColumn(int column) {
     Entry* to = entryV.data() + static_cast<size_t>(column) * stride;
     Entry rise = 0;
@@ -90,16 +94,18 @@ void KeptLists::TakeColumn(int column) {
     }
 }
 
-// Both parts are written at every step, one of them for good: there is nothing to predict. Writing
-// to the front is safe because no more entries have been written than read.
-void KeptLists::Part(int column, const NodeRows& rows, const uint32_t* toV, int middle,
-                     Entry* other) {
+// Each entry is written to both sides, and only one of them advances, so there is no branch to
+// mispredict. Writing in place is safe: never more entries have been written to the front than
+// read. A side's pending rise carries over until that side keeps an entry.
+void KeptLists::Partition(int column, const NodeRows& rows, const uint32_t* toV, int middle,
+                          Entry* other) {
     const int count = rows.count;
     Entry* const list =
         entryV.data() + static_cast<size_t>(column) * stride + static_cast<size_t>(rows.begin);
     const uint32_t* const toOf = toV - rows.begin;
     const uint32_t firstRight = static_cast<uint32_t>(middle);
-    // The next node's stretch follows in each column: too many runs for the processor to foresee.
+    // The next node's slices follow these, one per column: too many streams for the hardware
+    // prefetcher.
     const std::ptrdiff_t numBehind = entryV.data() + entryV.size() - (list + count);
     const std::ptrdiff_t numAhead =
         std::min<std::ptrdiff_t>(std::min(count, kAhead) + kLineEntries, numBehind);
@@ -110,6 +116,8 @@ void KeptLists::Part(int column, const NodeRows& rows, const uint32_t* toV, int 
     Entry* right = other;
     Entry riseL = 0;
     Entry riseR = 0;
+    // Invariant: `left` <= list + i, so no entry is overwritten before it is read. A side's rise
+    // accumulates the rises of the entries that went to the other side.
     for (int i = 0; i < count; ++i) {
         const Entry entry = list[i];
         const uint32_t to = toOf[PositionOf(entry)];
@@ -126,6 +134,7 @@ void KeptLists::Part(int column, const NodeRows& rows, const uint32_t* toV, int 
     std::copy(other, right, left);
 }
 
+// Stores ranks instead of orders: a node sorts its own rows by them.
 SortedLists::SortedLists(const Matrix& data, WorkerPool& pool)
     : SortedColumns(data), rankVV(static_cast<size_t>(data.numColumns)) {
     SortColumns(pool, [this](size_t column, const ValueOrder& sorted) {
@@ -139,17 +148,19 @@ SortedLists::SortedLists(const Matrix& data, WorkerPool& pool)
     });
 }
 
-const Entry* SortedLists::List(int column, const NodeRows& rows, ListRoom& room,
+// Sorts the node's rows by rank, and marks the rises. Rows are scattered over rankV, hence the
+// prefetch.
+const Entry* SortedLists::List(int column, const NodeRows& rows, ListBuffers& buffers,
                                Entry* made) const {
     const uint32_t* const rankV = rankVV[static_cast<size_t>(column)].data();
     const int* const rowV = rows.rowV.data() + rows.begin;
-    std::vector<uint64_t>& keyV = room.keyV;
+    std::vector<uint64_t>& keyV = buffers.keyV;
     keyV.resize(static_cast<size_t>(rows.count));
     for (int i = 0; i < rows.count; ++i) {
         __builtin_prefetch(rankV + rowV[std::min(i + kKeysAhead, rows.count - 1)]);
         keyV[static_cast<size_t>(i)] = KeyOf(rankV[rowV[i]], rows.begin + i);
     }
-    SortKeys(keyV, room.otherV);
+    SortKeys(keyV, buffers.otherV);
     uint32_t previous = 0;
     for (size_t i = 0; i < keyV.size(); ++i) {
         const uint32_t rank = RankOf(keyV[i]);

@@ -1,8 +1,8 @@
-// Growing a tree on sorted lists; see SortedListGrower.h.
+// Grows a tree on sorted lists; see SortedListGrower.h.
 //
-// While a level has fewer nodes than there are workers, all work together on one node after the
-// other, a column each; then each takes runs of neighbouring nodes, whose stretches of the lists
-// are neighbours in memory.
+// While a level has few nodes, all workers form a team that splits one large node after the other,
+// a column each. Otherwise each worker takes runs of neighbouring nodes, whose slices of the lists
+// are contiguous.
 #include "SortedListGrower.h"
 
 #include <algorithm>
@@ -10,68 +10,74 @@
 #include <utility>
 
 #include "engine/train/ColumnSampling.h"
+#include "engine/train/RowExchange.h"
 
 namespace sylvora {
 namespace engine {
 namespace {
 
-constexpr int kRunsPerWorker = 8;  // of a level, so that workers finish together
+constexpr int kRunsPerWorker = 8;  // per level, so that workers finish at about the same time
 constexpr int kLeastRunRows = 512;
 
 }  // namespace
 
-// A node that waits to be split, then what became of it.
+// A node that waits to be split, and then the outcome.
 struct SortedListGrower::OpenNode {
     int idxNode = 0;
-    SplitPoint split = {};  // column -1: stays a leaf
-    GrownNode sons[2] = {};
+    // Column -1: the node stays a leaf.
+    SplitPoint split = {};
+    GrownNode children[2] = {};
     bool fOpenV[2] = {};
 };
 
-// The room that one worker, or the team, needs for a node.
+// The buffers of one worker, or of the team, for the node being split.
 struct SortedListGrower::Worker {
-    // Calls task(index, scratch) for the indices below count.
+    // Calls task(index, worker) for each index below count: alone, or with the whole team.
     template <typename Task>
     void For(int count, const Task& task) {
         if (pool != nullptr) {
-            pool->For(count, [&](int i, int w) { task(i, *partV[static_cast<size_t>(w)]); });
+            pool->For(count, [&](int i, int w) { task(i, *memberV[static_cast<size_t>(w)]); });
             return;
         }
         for (int i = 0; i < count; ++i) task(i, *this);
     }
 
-    WorkerPool* pool = nullptr;  // null: it works alone
-    std::vector<Worker*> partV;  // the members of a team
+    WorkerPool* pool = nullptr;    // null: a single worker
+    std::vector<Worker*> memberV;  // the members of a team
     NodeFacts facts;
-    ScanScratch scratch;
+    ScanBuffers scanBuffers;
     std::vector<const Entry*> listV;  // by slot
-    std::vector<Entry> madeV;         // lists that are not kept
-    ListRoom room;
-    std::vector<ListCut> cutV;    // by slot
-    std::vector<Entry> otherV;    // for parting a list
-    std::vector<uint8_t> fLeftV;  // by place in the node: belongs left
-    std::vector<int> wrongV;      // positions of misplaced rows
+    // Lists that are made per node.
+    std::vector<Entry> madeV;
+    ListBuffers buffers;
+    std::vector<ListCandidate> candidateV;  // by slot
+    std::vector<Entry> otherV;              // for partitioning a list
+    // By position within the node: 1 if the row belongs left.
+    std::vector<uint8_t> fLeftV;
 };
 
+// The team consists of all workers and has buffers of its own for what they share.
 SortedListGrower::SortedListGrower(SortedColumns& rowLists, WorkerPool& workers,
                                    const GrowthLimits& growthLimits, const Tuning& figures,
-                                   Criterion& cutCriterion, const ReferenceSearch& plainSearch)
+                                   Criterion& splitCriterion,
+                                   const ReferenceSearch& referenceSearch)
     : lists(rowLists),
       pool(workers),
       limits(growthLimits),
       tuning(figures),
-      criterion(cutCriterion),
-      plain(plainSearch),
+      criterion(splitCriterion),
+      reference(referenceSearch),
       team(std::make_unique<Worker>()) {
     team->pool = &pool;
     for (int w = 0; w < pool.NumWorkers(); ++w) {
         workerV.push_back(std::make_unique<Worker>());
-        team->partV.push_back(workerV.back().get());
+        team->memberV.push_back(workerV.back().get());
     }
 }
 
 SortedListGrower::~SortedListGrower() = default;
 
+// A root that may not be split, by its classes, stays the only node.
 bool SortedListGrower::Grow(const double* targets, const int* indexV, int num, long* seed) {
     if (num == 0 || !criterion.Take(targets, indexV, num, pool)) return false;
     targetV = targets;
@@ -79,7 +85,7 @@ bool SortedListGrower::Grow(const double* targets, const int* indexV, int num, l
     GrownNode root;
     root.countDoc = num;
     std::vector<OpenNode> levelV, nextV;
-    if (criterion.Describe(root, workerV[0]->scratch)) levelV.emplace_back();
+    if (criterion.Describe(root, workerV[0]->scanBuffers)) levelV.emplace_back();
     nodeV.assign(1, root);
     numLeaf = 1;
     while (!levelV.empty()) {
@@ -90,16 +96,19 @@ bool SortedListGrower::Grow(const double* targets, const int* indexV, int num, l
     return true;
 }
 
+// Copies the tree's row index, and thins the lists out to its rows.
 void SortedListGrower::TakeRows(const int* indexV, int num) {
     rowV.assign(indexV, indexV + num);
     toV.resize(rowV.size());
     lists.Take(indexV, num, pool);
-    // Where the last tree was given up halfway, counts were left in them.
+    // An exception may have ended the last tree halfway and left counts behind.
     for (const auto& worker : workerV) worker->facts.classCountV.clear();
-    for (const auto& worker : workerV) worker->scratch.classCountV.clear();
+    for (const auto& worker : workerV) worker->scanBuffers.classCountV.clear();
     team->facts.classCountV.clear();
 }
 
+// Splits the nodes of a level, in batches that the leaf limit allows (GrowthLimits::BatchSize).
+// Columns are sampled in node order before a batch is searched, so threads do not affect the draws.
 void SortedListGrower::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
                                  std::vector<OpenNode>& nextV) {
     for (size_t numDone = 0; numDone < levelV.size();) {
@@ -110,16 +119,15 @@ void SortedListGrower::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
         SplitBatch(batch, numBatch);
         for (size_t b = 0; b < numBatch; ++b) {
             if (batch[b].split.column < 0) continue;
-            AppendSons(batch[b], nextV);
+            AppendChildren(batch[b], nextV);
             ++numLeaf;
-            if (limits.fForest || numLeaf < limits.maxLeaf) continue;
-            // The limit is reached: what waits, here and in the next level, stays a leaf.
-            nextV.clear();
-            return;
+            if (limits.IsFull(numLeaf)) return nextV.clear();
         }
     }
 }
 
+// Large nodes go to the team, one after the other. All others are collected into runs of at least
+// runRows rows, which the workers then share.
 void SortedListGrower::SplitBatch(OpenNode* batch, size_t numBatch) {
     const size_t numDrawn = drawnV.size() / numBatch;
     const auto countOf = [&](size_t b) {
@@ -133,8 +141,10 @@ void SortedListGrower::SplitBatch(OpenNode* batch, size_t numBatch) {
     for (size_t b = 0; b < numBatch; ++b) numRows += countOf(b);
     const int64_t runRows =
         std::max<int64_t>(numRows / (kRunsPerWorker * pool.NumWorkers()), kLeastRunRows);
-    std::vector<std::pair<size_t, size_t>> runV;  // of nodes for one worker
-    int64_t inRun = runRows;                      // rows in the last run: none yet, so begin one
+    // [first, past) nodes for one worker.
+    std::vector<std::pair<size_t, size_t>> runV;
+    // Rows in the last run; full, so the first node begins a new one.
+    int64_t inRun = runRows;
     for (size_t b = 0; b < numBatch; ++b) {
         if (fTeams && countOf(b) >= tuning.teamRows) {
             split(b, *team);
@@ -154,52 +164,58 @@ void SortedListGrower::SplitBatch(OpenNode* batch, size_t numBatch) {
     });
 }
 
+// Splits one node: search, move the rows, make the children, partition the lists. Touches only the
+// node's own positions, so nodes of a batch may be split at once.
 void SortedListGrower::SplitNode(OpenNode& open, const int* columnV, Worker& worker) {
     const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
     worker.listV.resize(static_cast<size_t>(std::min(limits.numSelFea, lists.Data().numColumns)));
     const NodeLists nodeLists = {
         lists, {rowV, node.startDoc, node.countDoc}, columnV, worker.listV};
-    const Decision decision = FindCut(node, nodeLists, worker);
-    if (decision.winner.slot >= 0) {
-        TakeCut(open, nodeLists, decision.winner, worker);
-    } else if (!decision.undecidedV.empty()) {
-        AskPlainForm(open, nodeLists, decision.undecidedV, worker);
+    const SearchResult<ListCandidate> result = FindSplit(node, nodeLists, worker);
+    if (result.Found()) {
+        ApplySplit(open, nodeLists, result.winner, worker);
+    } else if (!result.undecidedV.empty()) {
+        AskReference(open, nodeLists, result.undecidedV, worker);
     }
     if (open.split.column < 0) return;
-    MakeSons(open, worker);
+    MakeChildren(open, worker);
     if (lists.AreKept() && (open.fOpenV[0] || open.fOpenV[1])) {
-        PartLists(nodeLists.rows, node.startDoc + open.split.countL, worker);
+        PartitionLists(nodeLists.rows, node.startDoc + open.split.countL, worker);
     }
 }
 
-Decision SortedListGrower::FindCut(const GrownNode& node, const NodeLists& nodeLists,
-                                   Worker& worker) {
+// Scans the node's lists, one slot per task. madeV has a slice per slot, for lists that are not
+// kept.
+SearchResult<ListCandidate> SortedListGrower::FindSplit(const GrownNode& node,
+                                                        const NodeLists& nodeLists,
+                                                        Worker& worker) {
     const size_t count = static_cast<size_t>(node.countDoc);
     const size_t numSlots = worker.listV.size();
     if (!lists.AreKept()) worker.madeV.resize(std::max(worker.madeV.size(), numSlots * count));
-    worker.cutV.resize(numSlots);
+    worker.candidateV.resize(numSlots);
     criterion.Begin(node, worker.facts);
-    worker.For(nodeLists.NumSlots(), [&](int slot, Worker& part) {
+    worker.For(nodeLists.NumSlots(), [&](int slot, Worker& member) {
         const size_t s = static_cast<size_t>(slot);
         Entry* const made = lists.AreKept() ? nullptr : worker.madeV.data() + s * count;
-        worker.listV[s] = lists.List(nodeLists.columnV[s], nodeLists.rows, part.room, made);
-        worker.cutV[s] = criterion.Scan(nodeLists, slot, worker.facts, part.scratch);
+        worker.listV[s] = lists.List(nodeLists.columnV[s], nodeLists.rows, member.buffers, made);
+        worker.candidateV[s] = criterion.Scan(nodeLists, slot, worker.facts, member.scanBuffers);
     });
-    Decision decision = criterion.Decide(nodeLists, worker.cutV, worker.facts);
+    SearchResult<ListCandidate> result =
+        criterion.Decide(nodeLists, worker.candidateV, worker.facts);
     criterion.End(node, worker.facts);
-    return decision;
+    return result;
 }
 
-// The split point of a cut that is the plain form's; the rows are moved to its sides.
-void SortedListGrower::TakeCut(OpenNode& open, const NodeLists& nodeLists, const ListCut& cut,
-                               Worker& worker) {
+// Sets the split to the winning candidate and moves the node's rows to their sides.
+void SortedListGrower::ApplySplit(OpenNode& open, const NodeLists& nodeLists,
+                                  const ListCandidate& candidate, Worker& worker) {
     const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
-    const Entry* list = nodeLists.Of(cut.slot);
-    const double low = nodeLists.Value(list[cut.countL - 1], cut.slot);
-    const double high = nodeLists.Value(list[cut.countL], cut.slot);
+    const Entry* list = nodeLists.Of(candidate.slot);
+    const double low = nodeLists.Value(list[candidate.countL - 1], candidate.slot);
+    const double high = nodeLists.Value(list[candidate.countL], candidate.slot);
     SplitPoint& split = open.split;
-    split.column = nodeLists.columnV[cut.slot];
-    split.countL = cut.countL;
+    split.column = nodeLists.columnV[candidate.slot];
+    split.countL = candidate.countL;
     if (!split.SetThreshold(low, high)) {
         MoveByValue(node, split, worker);
         return;
@@ -207,22 +223,24 @@ void SortedListGrower::TakeCut(OpenNode& open, const NodeLists& nodeLists, const
     worker.fLeftV.resize(static_cast<size_t>(node.countDoc));
     const uint32_t first = static_cast<uint32_t>(node.startDoc);
     for (int i = 0; i < node.countDoc; ++i) {
-        worker.fLeftV[PositionOf(list[i]) - first] = i < cut.countL;
+        worker.fLeftV[PositionOf(list[i]) - first] = i < candidate.countL;
     }
     MoveRows(node, split.countL, worker);
 }
 
-void SortedListGrower::AskPlainForm(OpenNode& open, const NodeLists& nodeLists,
+// Resolves a near-tie. Only regression gets here, and its weights are all 1.
+void SortedListGrower::AskReference(OpenNode& open, const NodeLists& nodeLists,
                                     const std::vector<int>& slotV, Worker& worker) {
     const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
     const int* const rows = rowV.data() + node.startDoc;
     std::vector<double> gradV(static_cast<size_t>(node.countDoc));
     for (size_t i = 0; i < gradV.size(); ++i) gradV[i] = targetV[rows[i]];
-    open.split =
-        plain.Search(node, {rows, gradV.data(), nullptr, node.countDoc}, nodeLists.columnV, slotV);
+    open.split = reference.Search(node, {rows, gradV.data(), nullptr, node.countDoc},
+                                  nodeLists.columnV, slotV);
     if (open.split.column >= 0) MoveByValue(node, open.split, worker);
 }
 
+// Marks the sides by value, as the reference cursors do, and moves the rows.
 void SortedListGrower::MoveByValue(const GrownNode& node, const SplitPoint& split, Worker& worker) {
     worker.fLeftV.resize(static_cast<size_t>(node.countDoc));
     const int* const rows = rowV.data() + node.startDoc;
@@ -233,65 +251,56 @@ void SortedListGrower::MoveByValue(const GrownNode& node, const SplitPoint& spli
     MoveRows(node, split.countL, worker);
 }
 
-// The k-th row out of place in the left part changes places with the k-th row out of place in the
-// right part, as the plain form's two cursors meet them.
+// Moves the node's rows as marked in worker.fLeftV, and records in toV where each one goes.
 void SortedListGrower::MoveRows(const GrownNode& node, int countL, Worker& worker) {
-    const std::vector<uint8_t>& fLeftV = worker.fLeftV;
-    std::vector<int>& wrongV = worker.wrongV;
-    wrongV.resize(static_cast<size_t>(node.countDoc) + 1);
-    const auto list = [&](int from, int to, uint8_t fWrong, int* wrong) {
-        int* const first = wrong;
-        for (int i = from; i < to; ++i) {
-            *wrong = node.startDoc + i;
-            wrong += fLeftV[static_cast<size_t>(i)] == fWrong;
-        }
-        return static_cast<int>(wrong - first);
-    };
-    const int* left = wrongV.data();
-    const int numLeft = list(0, countL, 0, wrongV.data());
-    const int* right = left + numLeft;
-    const int numRight = list(countL, node.countDoc, 1, wrongV.data() + numLeft);
-    uint32_t* const to = toV.data() + node.startDoc;
-    std::iota(to, to + node.countDoc, static_cast<uint32_t>(node.startDoc));
-    // The counts differ only for a threshold that is not between its neighbours.
-    for (int k = 0; k < std::min(numLeft, numRight); ++k) {
-        const size_t a = static_cast<size_t>(left[k]);
-        const size_t b = static_cast<size_t>(right[k]);
+    const int first = node.startDoc;
+    const auto begin = toV.begin() + first;
+    std::iota(begin, begin + node.countDoc, static_cast<uint32_t>(first));
+    MisplacedRows left(worker.fLeftV.data(), 0, 0, countL);
+    MisplacedRows right(worker.fLeftV.data(), 1, countL, node.countDoc);
+    ExchangeMisplaced(left, right, node.countDoc, [&](int leftRow, int rightRow) {
+        const size_t a = static_cast<size_t>(first + leftRow);
+        const size_t b = static_cast<size_t>(first + rightRow);
         std::swap(rowV[a], rowV[b]);
         std::swap(toV[a], toV[b]);
-        criterion.Swap(left[k], right[k]);
-    }
+        criterion.Swap(first + leftRow, first + rightRow);
+    });
 }
 
-void SortedListGrower::MakeSons(OpenNode& open, Worker& worker) {
+// Makes both children. Which of them may be split is known here, before any of
+// the next level's columns are sampled.
+void SortedListGrower::MakeChildren(OpenNode& open, Worker& worker) {
     const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
-    CutSlice(node, open.split.countL, open.sons);
-    worker.For(2, [&](int son, Worker& part) {
-        GrownNode& made = open.sons[son];
+    SplitSlice(node, open.split.countL, open.children);
+    worker.For(2, [&](int child, Worker& member) {
+        GrownNode& made = open.children[child];
         made.parent = open.idxNode;
         made.depth = node.depth + 1;
-        const bool fTooDeep = made.depth >= limits.maxDepth && !limits.fForest;
-        const bool fMixed = criterion.Describe(made, part.scratch);
-        open.fOpenV[son] = fMixed && made.countDoc > limits.numBound && !fTooDeep;
+        const bool fMixed = criterion.Describe(made, member.scanBuffers);
+        open.fOpenV[child] = fMixed && limits.MaySplit(made);
     });
 }
 
-void SortedListGrower::PartLists(const NodeRows& nodeRows, int middle, Worker& worker) {
-    worker.For(lists.Data().numColumns, [&](int column, Worker& part) {
-        part.otherV.resize(std::max(part.otherV.size(), static_cast<size_t>(nodeRows.count) + 1));
-        lists.Part(column, nodeRows, toV.data() + nodeRows.begin, middle, part.otherV.data());
+// Partitions the lists of all columns, sampled or not: descendants may sample them.
+void SortedListGrower::PartitionLists(const NodeRows& nodeRows, int middle, Worker& worker) {
+    worker.For(lists.Data().numColumns, [&](int column, Worker& member) {
+        member.otherV.resize(
+            std::max(member.otherV.size(), static_cast<size_t>(nodeRows.count) + 1));
+        lists.Partition(column, nodeRows, toV.data() + nodeRows.begin, middle,
+                        member.otherV.data());
     });
 }
 
-void SortedListGrower::AppendSons(const OpenNode& open, std::vector<OpenNode>& nextV) {
+// Records the split and appends the children in the order of the reference implementation.
+void SortedListGrower::AppendChildren(const OpenNode& open, std::vector<OpenNode>& nextV) {
     GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
     RecordSplit(open.split, static_cast<int>(nodeV.size()), node);
-    for (int son = 0; son < 2; ++son) {
-        if (open.fOpenV[son]) {
+    for (int child = 0; child < 2; ++child) {
+        if (open.fOpenV[child]) {
             nextV.emplace_back();
             nextV.back().idxNode = static_cast<int>(nodeV.size());
         }
-        nodeV.push_back(open.sons[son]);
+        nodeV.push_back(open.children[child]);
     }
 }
 

@@ -1,6 +1,6 @@
-// Growing a tree on sorted lists, with the outcome of the plain form in every bit: nodes, their
-// order, thresholds, values, and the order of the rows within them. For classification, and for
-// trees of unlimited depth, most of whose work is in small nodes.
+// Grows a tree on sorted lists. The result equals the reference implementation's bit for bit: nodes
+// and their order, thresholds, values, and the order of rows within nodes. For classification, and
+// for forests, which spend most of their time in small nodes.
 #ifndef SYLVORA_ENGINE_TRAIN_LISTS_SORTEDLISTGROWER_H
 #define SYLVORA_ENGINE_TRAIN_LISTS_SORTEDLISTGROWER_H
 
@@ -17,20 +17,23 @@
 namespace sylvora {
 namespace engine {
 
+// One tree at a time; not thread-safe. The lists, pool, criterion and reference search belong to
+// the caller and must outlive the grower.
 class SortedListGrower {
   public:
-    // `plainSearch` is asked only where the criterion leaves a node undecided.
+    // `referenceSearch` is called only for near-ties.
     SortedListGrower(SortedColumns& rowLists, WorkerPool& workers, const GrowthLimits& growthLimits,
-                     const Tuning& figures, Criterion& cutCriterion,
-                     const ReferenceSearch& plainSearch);
+                     const Tuning& figures, Criterion& splitCriterion,
+                     const ReferenceSearch& referenceSearch);
     ~SortedListGrower();
 
-    // Grows a tree on the `num` rows of `indexV` (no row twice), with targets (gradients or labels)
-    // by row of the data; columns are drawn with `seed`. Returns false, with nothing drawn, when
-    // there are no rows or the targets are out of the engine's range.
+    // Grows a tree on the rows indexV[0..num), all distinct. `targetV` (gradients or labels) is
+    // indexed by row of the data. `seed` is the state from which columns are sampled; it moves on.
+    // Returns false, with nothing drawn, if there are no rows or the targets are out of the
+    // engine's range.
     [[nodiscard]] bool Grow(const double* targetV, const int* indexV, int num, long* seed);
 
-    // The tree of the last Grow, in the plain form's order of nodes.
+    // The tree of the last Grow, its nodes in the reference implementation's order.
     const std::vector<GrownNode>& Nodes() const { return nodeV; }
 
   private:
@@ -41,30 +44,37 @@ class SortedListGrower {
     void GrowLevel(std::vector<OpenNode>& levelV, long* seed, std::vector<OpenNode>& nextV);
     void SplitBatch(OpenNode* batch, size_t numBatch);
     void SplitNode(OpenNode& open, const int* columnV, Worker& worker);
-    Decision FindCut(const GrownNode& node, const NodeLists& nodeLists, Worker& worker);
-    void TakeCut(OpenNode& open, const NodeLists& lists, const ListCut& cut, Worker& worker);
-    void AskPlainForm(OpenNode& open, const NodeLists& lists, const std::vector<int>& slotV,
+    SearchResult<ListCandidate> FindSplit(const GrownNode& node, const NodeLists& nodeLists,
+                                          Worker& worker);
+    void ApplySplit(OpenNode& open, const NodeLists& lists, const ListCandidate& candidate,
+                    Worker& worker);
+    void AskReference(OpenNode& open, const NodeLists& lists, const std::vector<int>& slotV,
                       Worker& worker);
     void MoveByValue(const GrownNode& node, const SplitPoint& split, Worker& worker);
     void MoveRows(const GrownNode& node, int countL, Worker& worker);
-    void MakeSons(OpenNode& open, Worker& worker);
-    void PartLists(const NodeRows& nodeRows, int middle, Worker& worker);
-    void AppendSons(const OpenNode& open, std::vector<OpenNode>& nextV);
+    void MakeChildren(OpenNode& open, Worker& worker);
+    void PartitionLists(const NodeRows& nodeRows, int middle, Worker& worker);
+    void AppendChildren(const OpenNode& open, std::vector<OpenNode>& nextV);
 
     SortedColumns& lists;
     WorkerPool& pool;
     const GrowthLimits limits;
     const Tuning tuning;
     Criterion& criterion;
-    const ReferenceSearch& plain;
+    const ReferenceSearch& reference;
     const double* targetV = nullptr;
-    std::vector<int> rowV;      // the tree's row index: the data's row at each position
-    std::vector<uint32_t> toV;  // by position: where the split of the row's node takes it
-    std::vector<int> drawnV;    // a batch's columns, numSelFea per node
+    // The tree's row index: the row of the data at each position.
+    std::vector<int> rowV;
+    // By position: where the split of its node moves the row.
+    std::vector<uint32_t> toV;
+    // The batch's sampled columns, numSelFea per node.
+    std::vector<int> drawnV;
     std::vector<GrownNode> nodeV;
     int numLeaf = 1;
-    std::vector<std::unique_ptr<Worker>> workerV;  // each grows nodes by itself
-    std::unique_ptr<Worker> team;                  // all together on one node
+    // Each splits nodes by itself.
+    std::vector<std::unique_ptr<Worker>> workerV;
+    // All workers together on one node.
+    std::unique_ptr<Worker> team;
 };
 
 }  // namespace engine
