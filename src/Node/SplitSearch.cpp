@@ -13,7 +13,7 @@ namespace {
 using sylvora::Cut;
 using sylvora::Fail;
 using sylvora::Guarded;
-using sylvora::Locked;
+using sylvora::MutexLock;
 
 // The best cut of the slots begin..end of a node; an empty slot ends the search.
 template <typename NodeFacts>
@@ -109,7 +109,7 @@ int NodeCR::SplitPointSearchReg(double** featureVV, int* indexV, double* gradien
     return Guarded([&] {
         const sylvora::RegressionNode facts = {gradients, weights, gradAll, wgtAll};
         const Cut best = SearchSlots(*this, featureVV, indexV, facts, beginId, endId);
-        const Locked lock(split_node_mutex);
+        const MutexLock lock(split_node_mutex);
         MergeCut(*this, best, idBest > best.slot);
         return 0;
     });
@@ -120,7 +120,7 @@ int NodeCR::SplitPointSearchCls(double** featureVV, int* indexV, double* labels,
     return Guarded([&] {
         const sylvora::ClassificationNode facts = {labels, statClassAll, numClass};
         const Cut best = SearchSlots(*this, featureVV, indexV, facts, beginId, endId);
-        const Locked lock(split_node_mutex);
+        const MutexLock lock(split_node_mutex);
         const bool fLowerSlot = best.slot != -1 && imbr == best.balance && idBest > best.slot;
         MergeCut(*this, best, imbr > best.balance || fLowerSlot);
         return 0;

@@ -12,7 +12,7 @@ int NumUsableCpus();
 
 // The limit of the control groups found there: quota / period, rounded up, the lowest of all; 0: no
 // limit.
-int CpusOfControlGroup(const ControlGroupPlaces& places);
+int CpusOfControlGroup(const ControlGroupPaths& places);
 
 }  // namespace sylvora
 
