@@ -1,4 +1,4 @@
-// The parameter set: every setting of a training run, its readers and its validation.
+// The parameter set: all settings of a training run, how they are read and how they are validated.
 #ifndef SYLVORA_CHECKIN_H
 #define SYLVORA_CHECKIN_H
 
@@ -6,10 +6,13 @@
 
 #include "Libdef.h"
 
-// One record of all training parameters: a plain value, copied freely. Its life: construct it with
-// the defaults below, ReadCfg (configuration file, then options), CheckCfg, hand it to a learner,
-// which copies it. The readers and CheckCfg write their messages to standard error, return 0 or -1
-// and never throw; a failed call keeps what was applied before the failure.
+// All parameters of a training run, as a plain value that may be copied. To use it: construct it
+// with the defaults below, call ReadCfg (configuration file, then options) and CheckCfg, and pass
+// it to a learner, which copies it.
+//
+// ReadCfg, ReadCfgFile and CheckCfg return 0, or -1 after a message on standard error; they never
+// throw. What a failed call changed before the error stays changed. Different sets may be used from
+// different threads.
 //
 // docs/parameters.md describes each parameter, its range and where it can be set.
 class SYLVORA_API CheckCfgCLS {
@@ -59,26 +62,26 @@ class SYLVORA_API CheckCfgCLS {
     int numClass = 0;
     int featureDim = 0;
     int numThread = 1;
-    bool fSetThread = false;  // numThread was given; only then does CheckCfg check it
+    bool fSetThread = false;  // numThread was given; CheckCfg checks numThread only then
     std::string mode;
     double tms_seed = 0.0;
     int digits = 6;                  // significant digits of reals in the model file: 6 or 17
-    std::string absent = "missing";  // an id that a data line leaves out: "missing", "zero"
+    std::string absent = "missing";  // value of an id that a data line omits: "missing", "zero"
     bool fSetAbsent = false;         // absent was given
 
-    // Reads the file named by argv[1], then applies the option-value pairs from argv[2] on, which
-    // override it. argv is the program's: argv[0] is ignored.
+    // Reads the configuration file argv[1], then applies the option-value pairs from argv[2] on,
+    // which override the file. argv[0], the program's name, is ignored.
     [[nodiscard]] int ReadCfg(int argc, char** argv);
 
     // Reads "key = value" lines. Unknown keys are ignored (the command warns of them).
     [[nodiscard]] int ReadCfgFile(std::string file);
 
-    // Checks the set and normalises it for its model type (a forest's trees become one round, a
-    // missing task or loss gets its default, and so on). Calling it again changes nothing more,
-    // except that a forest then has one tree.
+    // Validates the set and normalises it for its model type: for example, the trees of a forest
+    // become one round, and a missing task or loss gets its default. A second call changes nothing
+    // more, except that it reduces a forest to one tree.
     [[nodiscard]] int CheckCfg();
 
-    // The seed of the run: tms_seed where one was given, otherwise 1.
+    // The seed of the run: tms_seed if it was given, otherwise 1.
     double getRandomSeed() const;
 };
 

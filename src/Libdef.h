@@ -1,5 +1,4 @@
-// The types that every unit of the library shares: the vector shorthands, the two kinds of user
-// callbacks, and plain records.
+// Types shared by the whole library: vector shorthands, user callbacks and plain records.
 #ifndef SYLVORA_LIBDEF_H
 #define SYLVORA_LIBDEF_H
 
@@ -20,60 +19,62 @@ typedef std::vector<VecDle> VecVecDle;
 typedef std::vector<VecInt> VecVecInt;
 
 // A user loss ("USER"): reads `count` labels and `count` current predictions and writes `count`
-// negative gradients to *gradientV. Returns 0 on success. An exception ends the run; it must not
-// end the thread.
+// negative gradients to *gradientV. Returns 0 on success. An exception ends the run. The function
+// must not end its thread.
 //
-// The library calls it once per worker range and round, one call at a time, with the arrays from
-// their first sample and the length of the range as `count`; only a run with one thread therefore
-// passes every sample. It owns nothing that it is given.
+// In each round the library calls it once per worker, one call at a time. Every call passes the
+// arrays from their first sample and, as `count`, the number of samples in that worker's range. So
+// only a run with one thread passes all samples. The arrays belong to the library.
 typedef int (*LossFuncType)(double* labelV, double* predictV, double** gradientV, int count);
 
-// A user sampler of split candidates, called once per node that is to be split.
-//   dimF           number of feature columns
-//   selF           to fill: countSel column ids in [0, dimF), no id twice; -1 ends the list early
-//   selFeaValue    to fill when fspecify is set: one split value per entry of selF
-//   countSel       entries of selF and of selFeaValue
-//   curdepth       depth of the node, 0 for the root
-//   fspecify       to set: whether the values in selFeaValue replace the computed split points
-// Returns 0 on success. An exception ends the run; it must not end the thread. Several trees of a
-// forest may call it from several threads.
+// A user sampler: chooses the columns that a node may split on. Called once per node to be split.
+//   dimF           in: number of columns
+//   selF           out: countSel distinct columns in [0, dimF); -1 ends the list early
+//   selFeaValue    out, if fspecify is set: one threshold per entry of selF
+//   countSel       in: number of entries of selF and of selFeaValue
+//   curdepth       in: depth of the node, 0 for the root
+//   fspecify       out: whether the values in selFeaValue replace the computed thresholds
+// Returns 0 on success. An exception ends the run. The function must not end its thread. The trees
+// of a forest may call it from several threads at the same time.
 typedef int (*SamplingFeatureType)(int dimF, int*& selF, double*& selFeaValue, int countSel,
                                    int curdepth, bool& fspecify);
 
-// Told about progress after each round of boosting, or after each tree of a forest: `done` of
-// `total`. Returns 0 to go on; anything else ends the run there, also when all is grown (Boosting
-// returns -1 and writes no model), as does an exception. Also asked several times a second, with
-// the numbers of last time (in a run before the first time: 0 of `total`; without a run: 0 of 1),
-// while an output file of a learner's method is a FIFO that nobody reads: then anything but 0 ends
-// the waiting, and the file is not written.
+// A progress callback: `done` of `total` rounds of boosting, or trees of a forest, are complete.
+// Called after each of them. Returns 0 to go on. Any other value, or an exception, ends the run,
+// even after the last round: Boosting then returns -1 and writes no model.
+//
+// It is also called several times a second while a learner waits for a reader of an output file
+// that is a FIFO. It then receives the numbers of the previous call, or 0 of `total` before the
+// first round, or 0 of 1 outside a run. A value other than 0 ends the wait, and the file is not
+// written.
 typedef int (*ProgressFuncType)(void* context, int done, int total);
 
-// How rounding the thresholds of an ensemble to six digits changes what its training rows score.
+// The effect on the training rows of rounding an ensemble's thresholds to six digits.
 struct rounding_effect_t {
-    int numRows = 0;             // rows that reach another leaf of some tree
-    double largestChange = 0.0;  // of a row's score, in absolute value
-    // A rounded threshold no longer lies between the two values that the split separates. Otherwise
-    // only rows that a tree did not sample change their leaf.
+    int numRows = 0;             // rows that reach another leaf in at least one tree
+    double largestChange = 0.0;  // the largest absolute change of a row's score
+    // Whether a rounded threshold no longer lies between the two values that its split separates.
+    // Otherwise only rows that a tree did not sample reach another leaf of it.
     bool fCrossed = false;
-    bool fAtLeast = false;  // both are lower bounds: a large forest of sampled rows
+    bool fAtLeast = false;  // both figures are lower bounds: a large forest of sampled rows
 };
 
-// What one tree remembers of its split nodes, in the order in which they were split. The arrays
-// are owned by the tree that grows (malloc/free) and live only while it does.
+// Debug data of one tree: one entry per split node, in the order of the splits. The arrays belong
+// to the growing tree (malloc/free), which frees them when it has grown.
 struct single_tree_debuginfo_t {
-    int* selected_fea_list;          // chosen column of each split node
-    double* selected_feaValue_list;  // its threshold
-    double* avg_predict;             // the node's own output
-    int* count_doc;                  // rows of the node
+    int* selected_fea_list;          // column of the split
+    double* selected_feaValue_list;  // threshold of the split
+    double* avg_predict;             // output of the node itself
+    int* count_doc;                  // rows in the node
     int* candidate_fea_list;         // sampled columns, numFeaSel per split node
-    double* sqr_crit_list;           // score of the chosen cut
+    double* sqr_crit_list;           // score of the split
 };
 
-// Per-column totals over a training run, indexed by column; owned by the learner.
+// Totals over a training run, indexed by column. The arrays belong to the learner.
 struct fea_debuginfo_t {
-    int* candidate_num_list;  // times the column was sampled at a split node
-    int* selected_num_list;   // times it was chosen
-    double* crit_sum_list;    // sum of the scores of the cuts it won
+    int* candidate_num_list;  // split nodes that sampled the column
+    int* selected_num_list;   // split nodes that split on it
+    double* crit_sum_list;    // sum of the scores of those splits
 };
 
 #endif  // SYLVORA_LIBDEF_H

@@ -1,4 +1,4 @@
-// Result files of a boosting round.
+// Result files: the scores and labels of all rows after a boosting round.
 //
 //   file  = base name ".txt." round          (created, or truncated)
 //   row   = score TAB label LF                            (Output)
@@ -12,13 +12,14 @@
 
 #include "Libdef.h"
 
-// Writes `n` rows of scores `ResV` and labels `labV`; `idx` is the round. Always returns 0, for
-// result files never stop a run: a file that cannot be opened is silently left out, one that cannot
-// be written in full is reported.
+// Writes one row for each of the `n` scores `ResV` and labels `labV`. `file` is the base name and
+// `idx` the round. Always returns 0, because a result file never stops a run: a file that cannot be
+// opened is skipped silently, and one that cannot be written in full is reported. The arrays stay
+// the caller's. Safe to call from any thread on distinct files.
 SYLVORA_API int Output(double* ResV, std::string file, int idx, double* labV, int n);
 
-// The same with each row's class distribution, one count per class. A row that `distClsVV` does
-// not have is written without counts.
+// The same with the class counts of each row: distClsVV[i] has one count per class. Rows beyond the
+// end of `distClsVV` are written without counts.
 SYLVORA_API int OutputCls(double* ResV, VecVecInt distClsVV, std::string file, int idx,
                           double* labV, int n);
 

@@ -5,8 +5,9 @@
 #include "Libdef.h"
 
 // State word of the generator that the first tree of every round draws from (see ranz in god.h).
-// Zero at load time. Set it to a negative number before training to choose the run's random
-// stream: the library never assigns it other than by drawing. Not to be touched during a run.
+// It is 0 at load time. Set it to a negative number before training to choose the run's random
+// stream; the library changes it only by drawing. Do not read or write it during a run: access is
+// not synchronised.
 extern SYLVORA_API long gseed;
 
 #endif  // SYLVORA_CLAIM_H

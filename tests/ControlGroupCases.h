@@ -28,7 +28,7 @@ inline std::vector<std::string> Fields(const std::string& text, char separator) 
 // below the mount point = content), and the expected limit. Semicolons separate the lines of the
 // second field and the files of the third.
 template <typename Limit>
-void TryControlGroups(Limit (*limitOf)(const ControlGroupPlaces& places), const char* table) {
+void TryControlGroups(Limit (*limitOf)(const ControlGroupPaths& places), const char* table) {
     for (const std::string& line : Fields(table, '\n')) {
         const std::vector<std::string> fieldV = Fields(line, '|');
         ASSERT_EQ(fieldV.size(), 4U) << line;
@@ -41,7 +41,7 @@ void TryControlGroups(Limit (*limitOf)(const ControlGroupPlaces& places), const 
         }
         std::string groups;
         for (const std::string& group : Fields(fieldV[1], ';')) groups += group + '\n';
-        ControlGroupPlaces places = {folder.Write("cgroup", groups), folder.Path("")};
+        ControlGroupPaths places = {folder.Write("cgroup", groups), folder.Path("")};
         places.mount.pop_back();  // the slash
         EXPECT_EQ(limitOf(places), static_cast<Limit>(std::stod(fieldV[3]))) << line;
     }

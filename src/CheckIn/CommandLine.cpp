@@ -23,7 +23,7 @@ int ApplyOption(const std::string& option, const std::string& value, CheckCfgCLS
         return Fail("ERROR: Unrecognized command line argument: ", option, "!\n");
     }
     if (!sylvora::AssignParameter(*row, value, cfg)) {
-        return Fail("ERROR: ", option, row->optionComplaint);
+        return Fail("ERROR: ", option, row->optionError);
     }
     if (cfg.fPrint) Print("read: ", option, "\t", value, "\n");
     return 0;

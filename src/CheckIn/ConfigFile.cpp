@@ -1,11 +1,11 @@
 // The configuration file.
 //
 //   file    = { line LF }
-//   line    = ""  |  any one character                 skipped
-//           | "#" ...                                  comment: only in the very first column
-//           | blanks key white "=" white value [...]   setting; what follows the value is ignored
+//   line    = ""  |  any one character                 ignored
+//           | "#" ...                                  comment; "#" must be in the first column
+//           | blanks key white "=" white value [...]   setting; text after the value is ignored
 //
-// Lines have at most 4095 characters.
+// A line has at most 4095 characters.
 #include <fstream>
 #include <locale>
 #include <sstream>
@@ -24,7 +24,7 @@ using sylvora::Print;
 
 constexpr size_t kLongestLine = 4095;
 
-// The line without leading blanks; empty if it is to be skipped.
+// The line without leading blanks, or "" if it is to be ignored.
 std::string Setting(const std::string& line) {
     if (line.size() <= 1 || line[0] == '#') return "";
     const size_t begin = line.find_first_not_of(" \t");
@@ -36,7 +36,7 @@ int RefuseValue(const ParameterRow& row) {
     if (std::holds_alternative<bool CheckCfgCLS::*>(row.member)) {
         return Fail("Error: value is illegal: ", row.name, "!\n");
     }
-    return Fail("ERROR: ", row.name, row.fileComplaint);
+    return Fail("ERROR: ", row.name, row.fileError);
 }
 
 int ApplySetting(const std::string& key, const std::string& value, CheckCfgCLS& cfg) {
@@ -60,7 +60,7 @@ int ReadLines(std::istream& in, CheckCfgCLS& cfg) {
         }
         std::istringstream tokens(setting);
         tokens.imbue(std::locale::classic());
-        tokens.exceptions(std::ios::badbit);  // or a value that finds no memory would be missing
+        tokens.exceptions(std::ios::badbit);  // otherwise lack of memory would look like no value
         std::string key, separator, value;
         tokens >> key >> separator >> value;
         if (value.empty() || separator != "=") {
@@ -76,7 +76,7 @@ int ReadLines(std::istream& in, CheckCfgCLS& cfg) {
 int CheckCfgCLS::ReadCfgFile(std::string file) {
     return sylvora::Guarded([&] {
         std::ifstream in(file);
-        // A directory opens but cannot be read.
+        // A directory can be opened but not read.
         if (!in || (in.peek(), in.bad())) return Fail("Error: can not open ", file, "\n");
         in.clear();
         if (ReadLines(in, *this) != 0) return -1;

@@ -1,4 +1,4 @@
-// The table of parameters.
+// The table of parameters; see Parameters.h.
 #include "Parameters.h"
 
 #include "../god/NumberParsing.h"
@@ -8,7 +8,7 @@ namespace sylvora {
 namespace {
 
 typedef CheckCfgCLS C;
-constexpr bool kOption = true;  // has a command-line option too
+constexpr bool kOption = true;  // may also be set on the command line
 constexpr bool kFileOnly = false;
 
 const char kDigit[] = " is not a digit!\n";
@@ -30,8 +30,8 @@ ParameterRow Switch(const char* name, bool C::*member, const char* meaning) {
 }
 
 template <typename Number>
-ParameterRow Figure(const char* name, Number C::*member, bool fOption, const char* range,
-                    const char* meaning) {
+ParameterRow Numeric(const char* name, Number C::*member, bool fOption, const char* range,
+                     const char* meaning) {
     return {name, member, nullptr, fOption, false, kDigit, kDigit, range, meaning};
 }
 
@@ -40,69 +40,74 @@ std::vector<ParameterRow> BuildTable() {
         Text("mode", &C::mode, kOption, "train (or empty), predict, analyze",
              "What the command does."),
         Text("modelType", &C::modelType, kOption, "GBDT, GBRank, RandomForest, CART",
-             "Kind of ensemble."),
+             "Type of the model."),
         Text("fRegCls", &C::fRegCls, kOption, "REG, CLS",
-             "Task; always REG for GBDT and GBRank, must be given for RandomForest and CART."),
+             "Regression or classification. GBDT and GBRank always use REG; RandomForest and CART "
+             "need a value."),
         Text("lossFunc", &C::lossFunc, kOption,
              "GBDT: Square, Logistic, HingeSquare, Exponential, USER (programs only); GBRank: "
              "CrossEntropy, "
              "HingeSquareRank; RandomForest, CART: Label",
-             "Loss to minimise; not given (-1): the first of its model type."),
+             "Loss to minimise. If not given (-1), the first one listed for the model type."),
         File("fileTrain", &C::fileTrain, kOption, "Training data."),
         File("fileTest", &C::fileTest, kOption, "Test data."),
         File("fileDev", &C::fileDev, kFileOnly, "Development data."),
         File("labelTran", &C::fileTran, kOption,
-             "Label map: lines of two numbers, the label in the data and the label to use.",
+             "Label map: each line has two numbers, the label in the data and the label to use "
+             "instead.",
              &C::fLabelTran),
-        File("fileModel", &C::fileModel, kOption, "Model file to write or to load."),
+        File("fileModel", &C::fileModel, kOption, "Model file to write (train) or to load."),
         File("filePred", &C::filePred, kOption,
-             "Scores of the test data; in mode analyze the report."),
+             "Output file: scores of the test data, or the report of mode analyze."),
         File("fileDebug", &C::fileDebug, kOption,
-             "Debug report, also copied into the model file (not for RandomForest).", &C::fDebug),
-        File("fileResult", &C::fileOut, kFileOnly, "Result file; kept, not used."),
-        File("virScore", &C::fileVirScore, kFileOnly, "Virtual scores; kept, not used."),
+             "Debug report, also copied into the model file. Not for RandomForest.", &C::fDebug),
+        File("fileResult", &C::fileOut, kFileOnly, "Accepted but not used."),
+        File("virScore", &C::fileVirScore, kFileOnly, "Accepted but not used."),
         Text("pathOutput", &C::pathOutput, kFileOnly, "a prefix such as out/",
-             "Put directly before fileResultBase."),
+             "Prefix of fileResultBase; no slash is added between them."),
         Text("fileResultBase", &C::fileResultBase, kFileOnly, "a file name",
-             "Base name of the result files that fTestRealTime writes."),
-        Figure("numTree", &C::numTree, kOption, "1 or more",
-               "Rounds of boosting, or trees of a forest."),
-        Figure("valShrink", &C::valShrink, kOption, "a real",
-               "Shrinkage (learning rate); 1 for RandomForest and CART."),
-        Figure("maxDepth", &C::maxDepth, kOption, "1 or more",
-               "Greatest depth of a tree; not for RandomForest."),
-        Figure("maxLeaf", &C::maxLeaf, kOption, "1 or more",
-               "Greatest number of leaves of a tree; not for RandomForest."),
-        Figure("numBound", &C::numBound, kOption, "1 or more",
-               "A node below the root with at most so many rows is a leaf."),
-        Figure("valSmpRt", &C::valSmpRt, kOption, "(0, 1]", "Share of the rows drawn per tree."),
-        Figure("ratio", &C::ratio, kOption, "(0, 1]", "Share of the columns drawn per node."),
+             "Base name of the result files; see fTestRealTime."),
+        Numeric("numTree", &C::numTree, kOption, "1 or more",
+                "Number of boosting rounds, or of trees in a RandomForest."),
+        Numeric("valShrink", &C::valShrink, kOption, "a real",
+                "Shrinkage (learning rate). RandomForest and CART always use 1."),
+        Numeric("maxDepth", &C::maxDepth, kOption, "1 or more",
+                "Maximum depth of a tree. Ignored for RandomForest."),
+        Numeric("maxLeaf", &C::maxLeaf, kOption, "1 or more",
+                "Maximum number of leaves of a tree. Ignored for RandomForest."),
+        Numeric("numBound", &C::numBound, kOption, "1 or more",
+                "A node other than the root is not split if it has at most this many rows."),
+        Numeric("valSmpRt", &C::valSmpRt, kOption, "(0, 1]",
+                "Fraction of the rows sampled for each tree."),
+        Numeric("ratio", &C::ratio, kOption, "(0, 1]",
+                "Fraction of the features sampled at each node."),
         Text("randomMode", &C::randomMode, kOption, "DOC, QUERY",
-             "Unit of row sampling; QUERY draws whole queries (GBRank only)."),
-        Figure("valTau", &C::valTau, kOption, "a real", "Margin of the ranking losses."),
+             "What row sampling draws: single rows (DOC) or whole queries (QUERY, GBRank only)."),
+        Numeric("valTau", &C::valTau, kOption, "a real", "Margin of the ranking losses."),
         {"randomSeed", &C::tms_seed, &C::fSetSeed, kOption, false, kNumber, kDigit, "a real",
-         "Seed of the random generator; not given: 1."},
+         "Seed of the random generator."},
         {"numThread", &C::numThread, &C::fSetThread, kOption, false, kDigit, kInteger, "1 to 256",
-         "Worker threads. Not given: one trains, all usable processors read data and score."},
-        Switch("fPrint", &C::fPrint, "Print progress and every parameter as it is read."),
+         "Number of threads. If not given, training uses one thread, and reading and scoring use "
+         "all usable processors."},
+        Switch("fPrint", &C::fPrint, "Print progress, and each parameter when it is read."),
         Switch("fTestRealTime", &C::fTestRealTime, "Write a result file after every round."),
-        Figure("sizeGroup", &C::sizeGroup, kFileOnly, "an integer",
-               "Trees per round; always set from the model type."),
-        Figure("temperature", &C::temperature, kFileOnly, "a real", "Kept, not used."),
-        Figure("scanShrinkCutoff", &C::scanShrinkCutoff, kFileOnly, "an integer",
-               "Kept, not used."),
-        Figure("testCutoff", &C::testCutoff, kFileOnly, "an integer", "Kept, not used."),
-        Switch("fPrintLeafDistribution", &C::fPrintLeafDistribution, "Kept, not used."),
-        Switch("fDynamicStepLength", &C::fSetDynStep, "Kept, not used."),
-        Switch("fSingleTreeLayer", &C::fSingleTreeLayer, "Kept, not used."),
-        Switch("fDev", &C::fDev, "Kept, not used."),
-        Figure(
+        Numeric("sizeGroup", &C::sizeGroup, kFileOnly, "an integer",
+                "Trees per round. Always computed from the model type."),
+        Numeric("temperature", &C::temperature, kFileOnly, "a real", "Accepted but not used."),
+        Numeric("scanShrinkCutoff", &C::scanShrinkCutoff, kFileOnly, "an integer",
+                "Accepted but not used."),
+        Numeric("testCutoff", &C::testCutoff, kFileOnly, "an integer", "Accepted but not used."),
+        Switch("fPrintLeafDistribution", &C::fPrintLeafDistribution, "Accepted but not used."),
+        Switch("fDynamicStepLength", &C::fSetDynStep, "Accepted but not used."),
+        Switch("fSingleTreeLayer", &C::fSingleTreeLayer, "Accepted but not used."),
+        Switch("fDev", &C::fDev, "Accepted but not used."),
+        Numeric(
             "digits", &C::digits, kOption, "6, 17",
-            "Significant digits of reals in the model file; with 17 every number is exact, and the "
-            "loaded model scores as in memory."),
+            "Significant digits of reals in the model file. With 17 all numbers are exact, so the "
+            "loaded model gives the same scores as the trained one."),
         Text("absent", &C::absent, kOption, "missing, zero",
-             "What an id stands for that a data line leaves out: a missing value (-2147483648), or "
-             "0. Not given: missing, with a notice where most values of a file are left out.",
+             "Value of a feature id that a data line omits: the missing value (-2147483648), or 0. "
+             "If not given, a notice warns when a file omits most of its values.",
              &C::fSetAbsent),
     };
 }

@@ -1,5 +1,5 @@
-// The one table of parameters: the configuration file, the command line, the help text and
-// docs/parameters.md all come from it.
+// The table of parameters. The readers of the configuration file and the command line, the help
+// text and docs/parameters.md all use it, so a parameter is described only once.
 #ifndef SYLVORA_CHECKIN_PARAMETERS_H
 #define SYLVORA_CHECKIN_PARAMETERS_H
 
@@ -16,29 +16,30 @@ typedef std::variant<std::string CheckCfgCLS::*, bool CheckCfgCLS::*, int CheckC
     ParameterMember;
 
 struct ParameterRow {
-    const char* name;             // key in the configuration file; the option is "-" and the name
-    ParameterMember member;       // where the value goes; its type decides how it is parsed
-    bool CheckCfgCLS::*given;     // a flag that records that a value was given, or null
-    bool fOption;                 // settable on the command line too
-    bool fFileName;               // names a file
-    const char* fileComplaint;    // end of the message about a bad number in the file
-    const char* optionComplaint;  // and on the command line
-    const char* range;            // accepted values, in words
-    const char* meaning;          // one sentence
+    const char* name;          // key in the configuration file; the option is "-" + name
+    ParameterMember member;    // where the value is stored; its type selects the parser
+    bool CheckCfgCLS::*given;  // flag to set when a value is given, or null
+    bool fOption;              // may also be set on the command line
+    bool fFileName;            // the value is a file name
+    const char* fileError;     // end of the message about an invalid number in the file
+    const char* optionError;   // the same, on the command line
+    const char* range;         // accepted values, in words
+    const char* meaning;       // what it does, in one sentence
 };
 
-// All parameters, in the order in which help and documentation show them.
+// All parameters, in the order of the help text. The table is built once and never changes; safe to
+// call from any thread.
 const std::vector<ParameterRow>& ParameterTable();
 
-// The row of a key, or null.
+// The row of the parameter `name`, or null.
 const ParameterRow* FindParameter(const std::string& name);
 
-// Parses `text` into the row's member and sets its flag. False, with nothing changed, when the
-// text is not a value of the member's type.
+// Parses `text` into the row's member and sets its `given` flag. Returns false, and changes
+// nothing, if `text` is not a value of the member's type.
 [[nodiscard]] bool AssignParameter(const ParameterRow& row, const std::string& text,
                                    CheckCfgCLS& cfg);
 
-// The value that the row's member has in `cfg`, as text ("true", "0.09", ...).
+// The value of the row's member in `cfg`, as text ("true", "0.09", ...).
 std::string ParameterValue(const ParameterRow& row, const CheckCfgCLS& cfg);
 
 }  // namespace sylvora

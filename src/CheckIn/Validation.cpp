@@ -1,5 +1,5 @@
-// Validation of a parameter set and its normalisation for the model type. The rules run in a fixed
-// order; the first that is broken ends the check, and what earlier rules rewrote stays.
+// Validates a parameter set and normalises it for the model type. The rules run in a fixed order.
+// The first one that fails ends the check; changes made by earlier rules stay.
 #include "Validation.h"
 
 #include <algorithm>
@@ -14,7 +14,7 @@ namespace {
 using sylvora::Fail;
 using sylvora::Warn;
 
-constexpr int kMostThreads = 256;
+constexpr int kMaxThreads = 256;
 
 bool IsForest(const CheckCfgCLS& c) {
     return c.modelType == "RandomForest";
@@ -72,7 +72,7 @@ int ChooseLoss(CheckCfgCLS& c) {
         if (!IsBoosted(c)) return Fail("ERROR: No such model type \"", c.modelType, "\"!\n");
         c.lossFunc = c.modelType == "GBRank" ? "CrossEntropy" : "Square";
     }
-    // Deliberately, an unknown model type with a loss of its own passes.
+    // Deliberate: an unknown model type is accepted if a loss is given.
     static const char* const kLosses[] = {"CrossEntropy", "Square",          "Hinge",
                                           "Label",        "Logistic",        "HingeSquare",
                                           "Exponential",  "HingeSquareRank", "USER"};
@@ -100,16 +100,16 @@ int CheckBoostedLoss(CheckCfgCLS& c) {
     return 0;
 }
 
-// Written so that NaN passes, as it always has.
-bool IsOutsideShare(double share) {
-    return share <= 0 || share > 1;
+// Deliberately written so that NaN is accepted.
+bool IsInvalidRatio(double ratio) {
+    return ratio <= 0 || ratio > 1;
 }
 
-int CheckFigures(const CheckCfgCLS& c) {
-    if (IsOutsideShare(c.valSmpRt)) {
+int CheckRanges(const CheckCfgCLS& c) {
+    if (IsInvalidRatio(c.valSmpRt)) {
         return Fail("ERROR: Illegal data sampling ratio, valSmpRt: ", c.valSmpRt, "!\n");
     }
-    if (IsOutsideShare(c.ratio)) {
+    if (IsInvalidRatio(c.ratio)) {
         return Fail("ERROR: Illegal feature sampling ratio: ", c.ratio, "!\n");
     }
     if (c.maxLeaf <= 0) return Fail("ERROR: Illegal max leaf, maxLeaf: ", c.maxLeaf, "!\n");
@@ -124,7 +124,7 @@ int CheckThreads(const CheckCfgCLS& c) {
         return 0;
     }
     if (c.numThread < 1) return Fail("ERROR: Illegal numThread: ", c.numThread, "!\n");
-    if (c.numThread > kMostThreads) {
+    if (c.numThread > kMaxThreads) {
         return Fail("ERROR: No larger than 256 numThreads is allowed for tree models training!\n");
     }
     return 0;
@@ -155,14 +155,14 @@ int CheckCfgCLS::CheckCfg() {
         fQID = modelType == "GBRank";
         const bool fValid = CheckTreeCount(*this) == 0 && CheckTask(*this) == 0 &&
                             ChooseLoss(*this) == 0 && CheckBoostedLoss(*this) == 0 &&
-                            CheckFigures(*this) == 0 && CheckThreads(*this) == 0 &&
+                            CheckRanges(*this) == 0 && CheckThreads(*this) == 0 &&
                             CheckRandomMode(*this) == 0 && CheckDigits(*this) == 0 &&
                             sylvora::CheckAbsent(*this) == 0;
         return fValid ? 0 : -1;
     });
 }
 
-// Without a seed every run has the same one, so that a run can always be repeated.
+// A fixed default keeps every run repeatable.
 double CheckCfgCLS::getRandomSeed() const {
     return fSetSeed ? tms_seed : 1.0;
 }

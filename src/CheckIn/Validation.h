@@ -1,4 +1,4 @@
-// Rules of validation that also hold where a set is not checked as a whole, as in scoring.
+// Validation rules that are also checked on their own, where CheckCfg does not run (scoring).
 #ifndef SYLVORA_CHECKIN_VALIDATION_H
 #define SYLVORA_CHECKIN_VALIDATION_H
 
@@ -6,7 +6,7 @@
 
 namespace sylvora {
 
-// Whether `absent` is a value that it can have. Returns 0, or -1 after a message.
+// Checks that `absent` has one of its allowed values. Returns 0, or -1 after a message.
 [[nodiscard]] int CheckAbsent(const CheckCfgCLS& cfg);
 
 }  // namespace sylvora

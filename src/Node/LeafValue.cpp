@@ -1,4 +1,4 @@
-// The output of a node: a weighted mean of its rows, or their majority class.
+// The output of a node: the weighted mean of its rows' gradients, or their majority class.
 #include <cstdlib>
 
 #include "../Node.h"
@@ -7,7 +7,9 @@
 
 int NodeCR::GetGradSum(const double*& gradV, const int*& indexV, const int*& numDocPairQueV) {
     double sum = 0.0;
-    long long weight = 0;  // by hand, a node can get weights that no int holds
+    // TreeCR refuses weights whose sum exceeds an int, but direct callers may pass such weights.
+    long long weight = 0;
+    // Sums in the order of the slice; the bits of the leaf value depend on it.
     for (int i = startDoc; i < startDoc + countDoc; ++i) {
         sum += gradV[indexV[i]];
         weight += numDocPairQueV[indexV[i]];
@@ -18,8 +20,10 @@ int NodeCR::GetGradSum(const double*& gradV, const int*& indexV, const int*& num
     return 0;
 }
 
+// On failure the counts stay allocated; the node owns and later frees them.
 int NodeCR::GetGradSumCls(const double*& gradV, const int*& indexV, int numClass) {
     ReleaseClassCounts();
+    // At least one entry, because calloc(0) may return null.
     const size_t numCounts = numClass > 0 ? static_cast<size_t>(numClass) : 1;
     statClassAll = static_cast<int*>(std::calloc(numCounts, sizeof(int)));
     if (statClassAll == nullptr) {
@@ -34,12 +38,15 @@ int NodeCR::GetGradSumCls(const double*& gradV, const int*& indexV, int numClass
         }
         ++statClassAll[cls];
     }
+    // The first class with the largest count. A class with more than half of the rows ends the
+    // search early.
     int best = -1;
     for (int cls = 0; cls < numClass; ++cls) {
         if (best < 0 || statClassAll[cls] > statClassAll[best]) best = cls;
         if (statClassAll[cls] > countDoc * 0.5) break;
     }
     avgPredict = best;
+    // A pure node is not searched, so it needs no class counts any more.
     if (best >= 0 && countDoc > 0 && statClassAll[best] == countDoc) {
         status = "TERMINAL";
         ReleaseClassCounts();

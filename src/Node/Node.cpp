@@ -1,4 +1,5 @@
-// A node's life outside the search: construction, the start of growth, and what it frees.
+// Construction of a node, the start of its growth, and its memory. The search is in
+// SplitSearch.cpp.
 #include "../Node.h"
 
 #include <cstdlib>
@@ -20,6 +21,7 @@ NodeCR::~NodeCR() {
 }
 
 int NodeCR::Init(int s, int n, int p, int d, bool f, std::string mt, std::string fRC) {
+    // A node may be initialised again: what an earlier growth left is freed below.
     status = "TOSPLIT";
     startDoc = s;
     countDoc = n;
@@ -34,12 +36,14 @@ int NodeCR::Init(int s, int n, int p, int d, bool f, std::string mt, std::string
     ReleaseCandidates();
     ReleaseClassCounts();
     fRegCls = fRC != "REG";
+    // The root may be split whatever its size. A RandomForest has no limit on depth.
     const bool fTooSmall = n <= numBound && d >= 1;
     const bool fTooDeep = d >= depBound && mt != "RandomForest";
     if (fTooSmall || fTooDeep) status = "TERMINAL";
     return 0;
 }
 
+// The lists live from SamplingFeature to the end of the search.
 void NodeCR::ReleaseCandidates() {
     std::free(selFeaV);
     std::free(selFeaValue);

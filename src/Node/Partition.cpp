@@ -1,4 +1,4 @@
-// The partition of a node's rows by its cut.
+// Partitions a node's rows by its split.
 #include <utility>
 
 #include "../Node.h"
@@ -11,9 +11,11 @@ int NodeCR::DataSplit(double** featureVV, int*& indexV) {
     const auto value = [this, featureVV, indexV](int position) {
         return featureVV[indexV[position]][splitFea];
     };
-    // Invariant: before pl all rows belong left, in [middle, pr) all belong right. Each swap moves
-    // one misplaced row of either side. A threshold that overflowed to infinity may leave too few
-    // misplaced rows on the right, hence the second bound.
+    // Invariant: all rows in [startDoc, pl) belong left and all in [middle, pr) belong right. Each
+    // swap corrects one misplaced row of either side. countL normally is the number of rows that
+    // belong left, so both sides have equally many misplaced rows. A threshold that overflowed to
+    // infinity breaks that; hence the check of both bounds. NaN compares false, so a NaN left of
+    // `middle` is misplaced, while one right of it stops the cursor and is swapped to the left.
     const int middle = startDoc + countL;
     const int end = startDoc + countDoc;
     int pl = startDoc;

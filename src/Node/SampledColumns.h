@@ -1,4 +1,4 @@
-// How many columns a node samples.
+// The number of columns that a node samples.
 #ifndef SYLVORA_NODE_SAMPLEDCOLUMNS_H
 #define SYLVORA_NODE_SAMPLEDCOLUMNS_H
 
@@ -8,8 +8,9 @@
 
 namespace sylvora {
 
-// The share `ratio` of `dimFeature` columns, rounded up; the subtraction keeps an exact product
-// from being rounded up as well. Any ratio is taken, also one that no validation has seen.
+// dimFeature * ratio, rounded up. The small subtraction keeps a product that is an integer, up to
+// rounding errors, from becoming one larger. Defined for every ratio, also for one that has not
+// been validated, and NaN.
 inline int NumSampledColumns(int dimFeature, double ratio) {
     const int whole = Truncate<int>(dimFeature * ratio - 1e-10);
     return whole == std::numeric_limits<int>::max() ? whole : whole + 1;

@@ -1,5 +1,5 @@
-// The search for a node's best cut, over all sampled columns by the calling thread or over ranges
-// of them by workers.
+// The search for a node's best split. Either the calling thread scans all sampled columns, or each
+// worker scans a range of slots and merges its best split into the node. Both find the same split.
 #include <algorithm>
 #include <vector>
 
@@ -10,20 +10,21 @@
 
 namespace {
 
-using sylvora::Cut;
+using sylvora::CandidateSplit;
 using sylvora::Fail;
 using sylvora::Guarded;
-using sylvora::Locked;
+using sylvora::MutexLock;
 
-// The best cut of the slots begin..end of a node; an empty slot ends the search.
+// The best split of the slots begin..end (inclusive) of a node. An empty slot ends the search.
+// Slots are scanned in ascending order, so that the lowest of equals wins.
 template <typename NodeFacts>
-Cut SearchSlots(const NodeCR& node, const double* const* featureVV, const int* indexV,
-                const NodeFacts& facts, int begin, int end) {
-    Cut best;
+CandidateSplit SearchSlots(const NodeCR& node, const double* const* featureVV, const int* indexV,
+                           const NodeFacts& facts, int begin, int end) {
+    CandidateSplit best;
     if (begin > end) return best;
     sylvora::SortedColumn column(node.countDoc);
     for (int slot = begin; slot <= end && node.selFeaV[slot] != -1; ++slot) {
-        Cut at;
+        CandidateSplit at;
         at.slot = slot;
         at.column = node.selFeaV[slot];
         column.Load(featureVV, indexV + node.startDoc, at.column);
@@ -32,7 +33,8 @@ Cut SearchSlots(const NodeCR& node, const double* const* featureVV, const int* i
     return best;
 }
 
-// The arrays of a node's rows, by place in the node.
+// Copies the values of a node's rows, so that they are indexed by position in its slice: the scan
+// of each column then reads a small array instead of one over all rows.
 template <typename Value>
 std::vector<Value> Gather(const NodeCR& node, const Value* valueV, const int* indexV) {
     std::vector<Value> localV(static_cast<size_t>(node.countDoc));
@@ -42,25 +44,28 @@ std::vector<Value> Gather(const NodeCR& node, const Value* valueV, const int* in
     return localV;
 }
 
-void TakeCut(NodeCR& node, const Cut& cut) {
-    node.splitFea = cut.column;
-    node.splitElemFea = cut.threshold;
-    node.fNarrowSplit = cut.fNarrow;
-    node.countL = cut.countL;
-    node.imbr = cut.balance;
+// Makes `split` the split of the node.
+void TakeSplit(NodeCR& node, const CandidateSplit& split) {
+    node.splitFea = split.column;
+    node.splitElemFea = split.threshold;
+    node.fNarrowSplit = split.fNarrow;
+    node.countL = split.countL;
+    node.imbr = split.balance;
 }
 
-// Merges a worker's best. The rule is a total order (score, balance, slot), so the workers' order
-// of arrival decides nothing.
-void MergeCut(NodeCR& node, const Cut& cut, bool fBetterOfEquals) {
-    if (cut.score > node.bestCriteria || (cut.score == node.bestCriteria && fBetterOfEquals)) {
-        TakeCut(node, cut);
-        node.bestCriteria = cut.score;
-        node.idBest = cut.slot;
+// Merges a worker's best split into the node. The caller holds split_node_mutex and decides with
+// fBetterOfEquals who wins at equal scores. The rule is a total order of (score, balance, slot), so
+// the result does not depend on the order in which the workers finish.
+void MergeSplit(NodeCR& node, const CandidateSplit& split, bool fBetterOfEquals) {
+    if (split.score > node.bestCriteria || (split.score == node.bestCriteria && fBetterOfEquals)) {
+        TakeSplit(node, split);
+        node.bestCriteria = split.score;
+        node.idBest = split.slot;
     }
 }
 
-// Cuts the node's slots into ranges, one per thread, and runs `entry` on each.
+// Divides the node's slots into contiguous ranges, one per worker, and runs `entry` on each. Resets
+// the best split first; the workers update it. Every worker runs, also with an empty range.
 int SearchThreaded(const split_info_t& all, void* (*entry)(void*), int numThread,
                    pthread_t* splitNodeTids) {
     NodeCR& node = *all.nodeCR;
@@ -72,22 +77,25 @@ int SearchThreaded(const split_info_t& all, void* (*entry)(void*), int numThread
     std::vector<split_info_t> shares(static_cast<size_t>(numWorkers), all);
     for (int t = 0; t < numWorkers; ++t) {
         split_info_t& share = shares[static_cast<size_t>(t)];
+        // The range is inclusive, hence the - 1. It is empty if there are fewer slots than workers.
         share.feaIdBegin = sylvora::PartBegin(node.numSelFea, numWorkers, t);
         share.feaIdEnd = sylvora::PartBegin(node.numSelFea, numWorkers, t + 1) - 1;
     }
+    // The join makes the workers' changes of the node visible to this thread.
     const sylvora::Joined joined = sylvora::ForkJoin(entry, shares, splitNodeTids);
     return joined.status == 0 && joined.fAllWorked ? 0 : -1;
 }
 
 }  // namespace
 
-// Replaces the threshold by the one that a user sampler gave for the winning slot.
+// Replaces the threshold by the one that the user's sampler gave for `slot`. The column stays, and
+// the rows on the left are counted again.
 void NodeCR::ApplyUserValue(const double* const* featureVV, const int* indexV, int slot) {
     const double computed = splitElemFea;
     splitElemFea = selFeaValue[slot];
-    fNarrowSplit = true;  // its neighbours are not known
+    fNarrowSplit = true;  // the values next to it are not known, so assume the worst
     if (fPrint && splitElemFea != computed) {
-        // Misspelt deliberately: messages stay as they are.
+        // "Aritificial" is deliberate: messages are fixed.
         sylvora::Print("Notice: Aritificial split point used, feature id: ", splitFea,
                        ", details:\n      split point of cart: ", computed,
                        ", split point given by user: ", splitElemFea, ", current depth: ", depth,
@@ -104,29 +112,34 @@ int NodeCR::FinishSearch(const double* const* featureVV, const int* indexV, int 
     return 0;
 }
 
+// Of equal scores the lower slot wins. A worker without a candidate has score -1.0, less than every
+// real score, and column -1; so splitFea is -1 if no worker finds a split.
 int NodeCR::SplitPointSearchReg(double** featureVV, int* indexV, double* gradients, int* weights,
                                 int beginId, int endId) {
     return Guarded([&] {
         const sylvora::RegressionNode facts = {gradients, weights, gradAll, wgtAll};
-        const Cut best = SearchSlots(*this, featureVV, indexV, facts, beginId, endId);
-        const Locked lock(split_node_mutex);
-        MergeCut(*this, best, idBest > best.slot);
+        const CandidateSplit best = SearchSlots(*this, featureVV, indexV, facts, beginId, endId);
+        const MutexLock lock(split_node_mutex);
+        MergeSplit(*this, best, idBest > best.slot);
         return 0;
     });
 }
 
+// Of equal scores the smaller balance wins, then the lower slot.
 int NodeCR::SplitPointSearchCls(double** featureVV, int* indexV, double* labels, int numClass,
                                 int beginId, int endId) {
     return Guarded([&] {
         const sylvora::ClassificationNode facts = {labels, statClassAll, numClass};
-        const Cut best = SearchSlots(*this, featureVV, indexV, facts, beginId, endId);
-        const Locked lock(split_node_mutex);
+        const CandidateSplit best = SearchSlots(*this, featureVV, indexV, facts, beginId, endId);
+        const MutexLock lock(split_node_mutex);
         const bool fLowerSlot = best.slot != -1 && imbr == best.balance && idBest > best.slot;
-        MergeCut(*this, best, imbr > best.balance || fLowerSlot);
+        MergeSplit(*this, best, imbr > best.balance || fLowerSlot);
         return 0;
     });
 }
 
+// No exception leaves these entry points: SplitPointSearchReg and -Cls turn lack of memory into a
+// status.
 void* NodeSplitThreadFunctionReg(void* arg) {
     split_info_t& share = *static_cast<split_info_t*>(arg);
     return sylvora::ExitValue(share.nodeCR->SplitPointSearchReg(share.featureVV, share.indexV,
@@ -141,7 +154,8 @@ void* NodeSplitThreadFunctionCls(void* arg) {
                                                                 share.feaIdBegin, share.feaIdEnd));
 }
 
-// The records of workers have no const; nothing is written through them.
+// The const_casts are safe: split_info_t has no const members, but the workers write nothing
+// through them.
 int NodeCR::GetSplitPoint(const double**& featureVV, const int*& indexV, const int*& numDocPairQueV,
                           const double*& gradV, double& bestCri, int numThread,
                           pthread_t* splitNodeTids) {
@@ -185,16 +199,16 @@ int NodeCR::GetSplitPointCls(const double**& featureVV, const int*& indexV, int 
     });
 }
 
-// The single-threaded forms leave bestCriteria and idBest alone and note their best score in
-// boundElemFea.
+// The single-threaded searches store their best score in boundElemFea. They do not change
+// bestCriteria and idBest.
 int NodeCR::GetSplitPointOne(const double**& featureVV, const int*& indexV,
                              const int*& numDocPairQueV, const double*& gradV, double& bestCri) {
     return Guarded([&] {
         const std::vector<double> gradients = Gather(*this, gradV, indexV);
         const std::vector<int> weights = Gather(*this, numDocPairQueV, indexV);
         const sylvora::RegressionNode facts = {gradients.data(), weights.data(), gradAll, wgtAll};
-        const Cut best = SearchSlots(*this, featureVV, indexV, facts, 0, numSelFea - 1);
-        TakeCut(*this, best);
+        const CandidateSplit best = SearchSlots(*this, featureVV, indexV, facts, 0, numSelFea - 1);
+        TakeSplit(*this, best);
         bestCri = boundElemFea = best.score;
         return FinishSearch(featureVV, indexV, best.slot);
     });
@@ -205,8 +219,8 @@ int NodeCR::GetSplitPointClsOne(const double**& featureVV, const int*& indexV, i
     return Guarded([&] {
         const std::vector<double> labels = Gather(*this, gradV, indexV);
         const sylvora::ClassificationNode facts = {labels.data(), statClassAll, numClass};
-        const Cut best = SearchSlots(*this, featureVV, indexV, facts, 0, numSelFea - 1);
-        TakeCut(*this, best);
+        const CandidateSplit best = SearchSlots(*this, featureVV, indexV, facts, 0, numSelFea - 1);
+        TakeSplit(*this, best);
         bestCri = boundElemFea = best.score;
         return FinishSearch(featureVV, indexV, best.slot);
     });

@@ -1,4 +1,4 @@
-// A file descriptor with an owner.
+// RAII for file descriptors.
 #ifndef SYLVORA_OUTPUT_DESCRIPTOR_H
 #define SYLVORA_OUTPUT_DESCRIPTOR_H
 
@@ -9,7 +9,7 @@
 
 namespace sylvora {
 
-// An open file, closed at the end; -1 for none. Leaves errno as it is.
+// Owns an open file descriptor, or -1 for none. The destructor closes it and preserves errno.
 class Descriptor {
   public:
     explicit Descriptor(int opened = -1) : fd(opened) {}

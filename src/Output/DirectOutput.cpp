@@ -1,4 +1,4 @@
-// Output files that are written where they are; see DirectOutput.h.
+// Output files that are written in place; see DirectOutput.h.
 #include "DirectOutput.h"
 
 #include <fcntl.h>
@@ -23,9 +23,9 @@ void SleepShortly() {
     ::nanosleep(&kBetweenTries, nullptr);
 }
 
-// Opens a FIFO once it has a reader. An opening that blocks could not be ended: a signal that comes
-// just before it would be missed. So it does not block, and is tried again.
-Descriptor OpenWhenRead(const std::string& path, const StopQuestion& isStopped) {
+// Opens a FIFO once it has a reader. Polls instead of a blocking open, which could not be ended
+// reliably: a signal that arrives just before the call would not interrupt it.
+Descriptor OpenWhenRead(const std::string& path, const StopCondition& isStopped) {
     for (;;) {
         Descriptor fifo(::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
         if (fifo.Get() >= 0 || errno != ENXIO || !IsFifo(path)) return fifo;
@@ -39,28 +39,29 @@ Descriptor OpenWhenRead(const std::string& path, const StopQuestion& isStopped) 
 
 }  // namespace
 
-bool OpenDirectly(const std::string& path, const StopQuestion& isStopped, std::ofstream& stream) {
+bool OpenDirectly(const std::string& path, const StopCondition& isStopped, std::ofstream& stream) {
     if (!IsFifo(path)) {
         stream.open(path);
         return stream.is_open();
     }
     const Descriptor fifo = OpenWhenRead(path, isStopped);
     if (fifo.Get() < 0) return false;
-    // The stream opens the FIFO once more, and blocks if the reader has left already. With a reader
-    // of our own for the moment it does not.
+    // The stream opens the FIFO again, which would block if the reader has left meanwhile. A
+    // temporary reader of our own prevents that.
     const Descriptor ownReader(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     stream.open(path);
     return stream.is_open();
 }
 
-// What an earlier write left in the buffer is tried again here, which tells the reason once more.
+// If an earlier write failed, its data is still in the buffer. Flushing tries again and so sets
+// errno to the reason once more.
 bool CloseStream(std::ofstream& stream) {
     errno = 0;
     stream.flush();
     const bool fWritten = stream.good();
     stream.close();
     if (fWritten && !stream.fail()) return true;
-    if (errno == 0) errno = EIO;  // the reason is gone
+    if (errno == 0) errno = EIO;  // the reason is no longer known
     return false;
 }
 

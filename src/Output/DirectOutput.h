@@ -1,4 +1,4 @@
-// Output files that are written where they are: devices, FIFOs, and files that may be cut short.
+// Output files that are written in place: devices, FIFOs, and files that may be left incomplete.
 #ifndef SYLVORA_OUTPUT_DIRECTOUTPUT_H
 #define SYLVORA_OUTPUT_DIRECTOUTPUT_H
 
@@ -8,16 +8,17 @@
 
 namespace sylvora {
 
-// Asked several times a second while something is waited for; true ends the waiting.
-typedef std::function<bool()> StopQuestion;
+// Called several times a second during a wait, on the waiting thread; true ends the wait.
+typedef std::function<bool()> StopCondition;
 
-// Opens `path` for writing and truncates it, or makes it, as std::ofstream::open does; but where it
-// leads to a FIFO that nobody reads, waits for a reader only until `isStopped` says so (without the
-// question, for ever). False with errno; ECANCELED: the waiting was ended. Throws std::bad_alloc.
-[[nodiscard]] bool OpenDirectly(const std::string& path, const StopQuestion& isStopped,
+// Opens `path` for writing like std::ofstream::open: creates or truncates the file. If the path is
+// a FIFO without a reader, waits for one until isStopped() returns true; an empty `isStopped` waits
+// forever. Returns false with errno set if the file could not be opened; ECANCELED means that
+// `isStopped` ended the wait. Throws std::bad_alloc.
+[[nodiscard]] bool OpenDirectly(const std::string& path, const StopCondition& isStopped,
                                 std::ofstream& stream);
 
-// Flushes and closes a stream. False (with errno) when not all that was written to it has arrived.
+// Flushes and closes a stream. Returns false with errno set if not all of its output was written.
 [[nodiscard]] bool CloseStream(std::ofstream& stream);
 
 }  // namespace sylvora

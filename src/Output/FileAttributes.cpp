@@ -1,4 +1,4 @@
-// Attributes of a file that is replaced; see FileAttributes.h.
+// Copies the attributes of a file that is replaced; see FileAttributes.h.
 #include "FileAttributes.h"
 
 #include <linux/posix_acl.h>
@@ -20,7 +20,8 @@ namespace {
 constexpr mode_t kModeBits = 07777;
 constexpr char kAccessList[] = "system.posix_acl_access";
 
-// Reads what the kernel gives a size of first; it may have grown when it is read.
+// Reads a value whose size the kernel reports in a first call. Tries again if it has grown in
+// between (ERANGE).
 template <typename Read>
 bool ReadSized(Read read, std::string& bytes) {
     for (;;) {
@@ -39,17 +40,19 @@ bool StartsWith(std::string_view name, std::string_view prefix) {
     return name.substr(0, prefix.size()) == prefix;
 }
 
-// Access control lists: POSIX's and those of network file systems.
+// Access control lists: those of POSIX and those of network file systems.
 bool IsAccessList(std::string_view name) {
     return StartsWith(name, "system.");
 }
 
-bool IsOfContent(std::string_view name) {
+// Whether an attribute describes the old content, such as a signature, and must not be copied.
+bool BelongsToContent(std::string_view name) {
     return StartsWith(name, "security.") && name != "security.selinux" &&
            name != "security.SMACK64";
 }
 
-// Runs `visit` on each entry of a list in the kernel's form: a header, then the entries.
+// Calls visit(entry) for each entry of an access control list in the kernel's format: a header,
+// then the entries. `visit` may change the entry.
 template <typename Visit>
 void ForEachEntry(std::string& list, Visit visit) {
     posix_acl_xattr_entry entry = {};
@@ -61,8 +64,9 @@ void ForEachEntry(std::string& list, Visit visit) {
     }
 }
 
-// Leaves to the file's group and to the others what all entries for groups and others allow.
-void Narrow(std::string& list) {
+// Restricts the file's group and others to the rights that all entries of groups and others have in
+// common.
+void Restrict(std::string& list) {
     constexpr unsigned kOwn = ACL_GROUP_OBJ | ACL_OTHER;
     unsigned rights = S_IRWXO;
     ForEachEntry(list, [&rights](const posix_acl_xattr_entry& entry) {
@@ -73,20 +77,21 @@ void Narrow(std::string& list) {
     });
 }
 
-// One copying of attributes.
-class Copying {
+// One copy of the attributes of `from` to the descriptor `to`; both are borrowed.
+class AttributeCopy {
   public:
-    Copying(const std::string& path, int fd) : from(path), to(fd) {}
+    AttributeCopy(const std::string& path, int fd) : from(path), to(fd) {}
 
     std::string Run() {
         struct stat old = {};
-        // Without the older file there is nothing to keep.
+        // No old file: nothing to keep.
         if (::lstat(from.c_str(), &old) != 0 || ::fstat(to, &now) != 0) return "";
         const auto list = [this](char* at, size_t size) {
             return ::llistxattr(from.c_str(), at, size);
         };
-        if (!ReadSized(list, names)) names.clear();  // of a file system that has none
-        // Before the owner, who alone may set them; setting the owner clears bits of the mode.
+        if (!ReadSized(list, names)) names.clear();  // the file system has no extended attributes
+        // The order matters. Only the owner may set extended attributes, so they come before the
+        // owner. Changing the owner clears mode bits, so the mode comes last.
         const bool fOthers = CopyWhere([](std::string_view n) { return !IsAccessList(n); });
         CopyOwner(old);
         const bool fOtherLists = CopyOtherLists();
@@ -112,7 +117,7 @@ class Copying {
                          " of the older content)"));
     }
 
-    // An attribute that is there already is not set, which might be forbidden.
+    // An attribute that already has the value is not set again: setting it might be forbidden.
     bool CopyOne(const char* name) const {
         std::string value, present;
         const auto read = [&](char* at, size_t size) {
@@ -135,12 +140,12 @@ class Copying {
         bool fAll = true;
         for (size_t at = 0; at < names.size(); at += std::string_view(&names[at]).size() + 1) {
             const std::string_view name(&names[at]);
-            if (isWanted(name) && !IsOfContent(name)) fAll = CopyOne(name.data()) && fAll;
+            if (isWanted(name) && !BelongsToContent(name)) fAll = CopyOne(name.data()) && fAll;
         }
         return fAll;
     }
 
-    // The group first: who gives a file away has no say in its group any more.
+    // The group comes first: after giving the file away, this process could not change its group.
     void CopyOwner(const struct stat& old) {
         const uid_t noUser = static_cast<uid_t>(-1);
         const gid_t noGroup = static_cast<gid_t>(-1);
@@ -150,7 +155,7 @@ class Copying {
         Note(fGroup, "group");
     }
 
-    // Where the older file has no list, the new one may have that of its folder.
+    // If the old file has no list, a list that the new file inherited from its folder is removed.
     void CopyAccessList() {
         const auto read = [this](char* at, size_t size) {
             return ::lgetxattr(from.c_str(), kAccessList, at, size);
@@ -159,22 +164,22 @@ class Copying {
         fList = ReadSized(read, list) && !list.empty();
         if (fList) {
             const std::string old = list;
-            if (!fGroup) Narrow(list);
-            fRuled = Set(kAccessList, list);
-            fSameList = fRuled && list == old;
+            if (!fGroup) Restrict(list);
+            fListCorrect = Set(kAccessList, list);
+            fSameList = fListCorrect && list == old;
         } else {
-            fRuled = fSameList = ::fgetxattr(to, kAccessList, nullptr, 0) <= 0 ||
-                                 ::fremovexattr(to, kAccessList) == 0;
+            fListCorrect = fSameList = ::fgetxattr(to, kAccessList, nullptr, 0) <= 0 ||
+                                       ::fremovexattr(to, kAccessList) == 0;
         }
     }
 
-    // Of these, the mode rules the entries of the owner, the group and the others in the end.
+    // In these lists, the mode that is set last determines the entries of owner, group and others.
     bool CopyOtherLists() const {
         return CopyWhere(
             [](std::string_view name) { return IsAccessList(name) && name != kAccessList; });
     }
 
-    // With an access control list, the group's bits of a mode are the mask of the list.
+    // If the file has an access control list, the group bits of its mode are the mask of the list.
     void CopyMode(const struct stat& old) {
         const bool fKnown = ::fstat(to, &now) == 0;
         mode_t mode = old.st_mode & kModeBits;
@@ -184,27 +189,28 @@ class Copying {
             const mode_t narrow = fList ? now.st_mode & (S_IRWXG | S_IRWXO) : both << 3 | both;
             mode = (mode & (S_ISUID | S_ISVTX | S_IRWXU)) | narrow;
         }
-        if (!fRuled) mode &= ~mode_t{S_IRWXG | S_IRWXO};
+        if (!fListCorrect) mode &= ~mode_t{S_IRWXG | S_IRWXO};
         const bool fSet = (fKnown && (now.st_mode & kModeBits) == mode) || ::fchmod(to, mode) == 0;
         Note(fSet && mode == (old.st_mode & kModeBits), "mode");
     }
 
     const std::string& from;
     const int to;
-    struct stat now = {};  // of the new file
-    std::string names;     // of the older file's attributes, each with a NUL at its end
-    bool fOwner = false;   // was kept, as was
-    bool fGroup = false;
-    bool fList = false;      // the older file has an access control list
-    bool fRuled = false;     // the new one has no other than that, or a narrower one
-    bool fSameList = false;  // it has the same, or none like the older one
-    std::string lost;
+    struct stat now = {};       // status of the new file
+    std::string names;          // the old file's attribute names, each followed by a NUL
+    bool fOwner = false;        // the owner was kept
+    bool fGroup = false;        // the group was kept
+    bool fList = false;         // the old file has an access control list
+    bool fListCorrect = false;  // the new file has the same list, a stricter one, or like the old
+                                // one none
+    bool fSameList = false;     // the new file has the same list, or like the old one none
+    std::string lost;           // what was not kept, separated by ", "
 };
 
 }  // namespace
 
 std::string CopyAttributes(const std::string& path, int fd) {
-    return Copying(path, fd).Run();
+    return AttributeCopy(path, fd).Run();
 }
 
 }  // namespace sylvora

@@ -1,5 +1,4 @@
-// What a file has beside its content: owner, group, mode, access control list and other extended
-// attributes.
+// File attributes: owner, group, mode, access control list and other extended attributes.
 #ifndef SYLVORA_OUTPUT_FILEATTRIBUTES_H
 #define SYLVORA_OUTPUT_FILEATTRIBUTES_H
 
@@ -7,23 +6,23 @@
 
 namespace sylvora {
 
-// Gives the new file that is open as `fd` the attributes of the older file `path`, which it is
-// about to replace. `fd` must be a file of this process's user that nobody else may use yet (mode
-// 0600). Returns what could not be kept, in words ("owner, group, mode"); empty: all was kept.
-// Other names (hard links) of the older file are never kept, because they still lead to it.
+// Copies the attributes of the old file `path` to the new file `fd`, which is about to replace it.
+// `fd` must belong to this process's user and have mode 0600, so that nobody else can use it yet.
+// Returns a list of what could not be kept ("owner, group, mode"), or "" if all was kept. Hard
+// links to the old file are never kept: they still refer to the old content.
 //
-// Nobody gets a right that the older file did not give:
-// - without its owner, the file is not setuid;
-// - without its group, it is not setgid, and its group and the others may do what both might do
-//   before, as the members of either may have been in the other; so in an access control list,
-//   where the entries of named groups count too;
-// - where the access control list cannot be set, it is for its owner alone.
+// The new file never gives anybody a right that the old one did not:
+// - If the owner cannot be kept, the file is not setuid.
+// - If the group cannot be kept, the file is not setgid. Group and others then have only the rights
+//   that both had before, because a user may have moved from one class to the other. In an access
+//   control list this includes the entries of named groups.
+// - If the access control list cannot be set, only the owner has any rights.
 //
-// All extended attributes that this process sees are copied, but for those of the kernel's
-// "security." namespace other than labels: signatures and capabilities belong to the older content.
-// A folder's default access control list does not replace that of the older file.
+// All visible extended attributes are copied, except those in the kernel's "security." namespace
+// that are not labels: signatures and capabilities belong to the old content. The default access
+// control list of the folder does not replace that of the old file.
 //
-// Throws std::bad_alloc.
+// Safe to call from any thread on distinct files. Throws std::bad_alloc.
 [[nodiscard]] std::string CopyAttributes(const std::string& path, int fd);
 
 }  // namespace sylvora

@@ -1,4 +1,4 @@
-// Writers of the result files; see Output.h for the format.
+// Writes result files; see Output.h for the format.
 #include "ResultFile.h"
 
 #include <cerrno>
@@ -20,11 +20,11 @@ void WriteCounts(std::ostream& out, const VecInt& counts) {
     for (size_t j = 0; j < counts.size(); ++j) out << j << ':' << counts[j] << '\t';
 }
 
-// What the exported writers do: a file that cannot be opened is nothing to speak of, one that
-// cannot be written in full is, and neither stops a run.
+// The common part of the exported functions: reports a file that could not be written in full, but
+// always returns 0.
 int WriteAndReport(const ResultRows& rows) {
     static_cast<void>(Guarded([&] {
-        const LostResult lost = WriteResult(rows);
+        const WriteFailure lost = WriteResult(rows);
         return lost.path.empty() ? 0 : Fail(lost.Message());
     }));
     return 0;
@@ -32,11 +32,11 @@ int WriteAndReport(const ResultRows& rows) {
 
 }  // namespace
 
-std::string LostResult::Message() const {
+std::string WriteFailure::Message() const {
     return Text("ERROR: Can not write file ", path, " in full: ", std::strerror(error), "!\n");
 }
 
-LostResult WriteResult(const ResultRows& rows, const StopQuestion& isStopped) {
+WriteFailure WriteResult(const ResultRows& rows, const StopCondition& isStopped) {
     std::string path = PathOf(rows);
     std::ofstream out;
     if (!OpenDirectly(path, isStopped, out)) return {};

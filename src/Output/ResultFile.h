@@ -1,4 +1,5 @@
-// What the exported writers of result files and the learner share; see Output.h for the format.
+// The writer of result files, used by the exported functions and by the learner. Output.h has the
+// format.
 #ifndef SYLVORA_OUTPUT_RESULTFILE_H
 #define SYLVORA_OUTPUT_RESULTFILE_H
 
@@ -9,27 +10,27 @@
 
 namespace sylvora {
 
-// The rows of one result file; borrowed.
+// The content of one result file. All arrays and the name are borrowed.
 struct ResultRows {
     const double* scoreV;
     const double* labelV;
     int count;
-    const std::string& base;  // of the file's name
+    const std::string& base;  // base name of the file
     int round;
     const VecVecInt* classCountVV;  // null: a file without class counts
 };
 
-// A result file that was opened but could not be written in full; an empty path: there is none.
-struct LostResult {
+// A result file that was opened but could not be written in full. An empty path means no failure.
+struct WriteFailure {
     std::string path;
-    int error = 0;  // why, as in errno
+    int error = 0;  // the reason, an errno value
 
     std::string Message() const;
 };
 
-// Writes a result file. One that could not be opened is not lost. `isStopped`: see OpenDirectly.
-// Throws std::bad_alloc.
-[[nodiscard]] LostResult WriteResult(const ResultRows& rows, const StopQuestion& isStopped = {});
+// Writes a result file. A file that cannot be opened does not count as a failure. `isStopped` is
+// that of OpenDirectly. Throws std::bad_alloc.
+[[nodiscard]] WriteFailure WriteResult(const ResultRows& rows, const StopCondition& isStopped = {});
 
 }  // namespace sylvora
 

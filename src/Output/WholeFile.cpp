@@ -1,4 +1,4 @@
-// Output files that appear whole or not at all; see WholeFile.h.
+// Output files that are replaced atomically; see WholeFile.h.
 #include "WholeFile.h"
 
 #include <dirent.h>
@@ -33,11 +33,11 @@ std::string NameOf(const std::string& path) {
     return path.substr(path.rfind('/') + 1);
 }
 
-// The path behind symbolic links, the last of which may lead to a file that is not there yet. Links
-// to what is no regular file stay: those to a pipe, as /dev/stdout can be, lead to no path.
+// Follows symbolic links; the file at the end need not exist yet. A link to something other than a
+// regular file is not followed: /dev/stdout can be a link to a pipe, which has no path.
 std::string Resolve(std::string path) {
-    constexpr int kMostLinks = 40;
-    for (int numLinks = 0; numLinks < kMostLinks; ++numLinks) {
+    constexpr int kMaxLinks = 40;
+    for (int numLinks = 0; numLinks < kMaxLinks; ++numLinks) {
         struct stat file = {};
         if (::stat(path.c_str(), &file) == 0 && !S_ISREG(file.st_mode)) break;
         std::error_code none;
@@ -66,8 +66,8 @@ bool IsTemporaryName(std::string_view name) {
                        [](char c) { return c == '-' || (c >= '0' && c <= '9'); });
 }
 
-// Whether `name` still leads to the file that is open as `fd`.
-bool IsAt(const std::string& name, int fd) {
+// Whether `name` still names the file that is open as `fd`.
+bool IsSameFile(const std::string& name, int fd) {
     struct stat opened = {};
     struct stat named = {};
     return ::fstat(fd, &opened) == 0 && ::lstat(name.c_str(), &named) == 0 &&
@@ -81,43 +81,45 @@ bool Lock(int fd, int operation) {
     return status == 0;
 }
 
-// A file is locked for as long as its writer lives, so what can be locked was left by one that was
-// killed. A writer that has made its file but not locked it yet makes another one. Network file
-// systems lock only what is open for writing.
-void RemoveIfLeft(const std::string& name) {
+// Removes a temporary file whose writer was killed. A living writer holds a lock on its file, so a
+// file that can be locked is abandoned. A writer may lose its file between creating and locking it;
+// CreateBeside notices that and creates another one. The file is opened for writing because network
+// file systems do not lock others exclusively.
+void RemoveIfAbandoned(const std::string& name) {
     const Descriptor left(::open(name.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (left.Get() < 0 || !Lock(left.Get(), LOCK_EX | LOCK_NB)) return;
-    if (IsAt(name, left.Get())) ::unlink(name.c_str());
+    if (IsSameFile(name, left.Get())) ::unlink(name.c_str());
 }
 
-// Removes what killed writers have left in a folder.
-void Sweep(const std::string& folder) {
+// Removes the temporary files of killed writers from a folder.
+void RemoveAbandonedFiles(const std::string& folder) {
     const std::unique_ptr<DIR, int (*)(DIR*)> entries(::opendir(folder.c_str()), ::closedir);
     while (const dirent* entry = entries ? ::readdir(entries.get()) : nullptr) {
-        if (IsTemporaryName(entry->d_name)) RemoveIfLeft(folder + "/" + entry->d_name);
+        if (IsTemporaryName(entry->d_name)) RemoveIfAbandoned(folder + "/" + entry->d_name);
     }
 }
 
 }  // namespace
 
-// Where the file system knows no locks, what is left is left for good.
+// A file system without locks still works, but abandoned files are then never removed.
 bool TemporaryFile::CreateBeside(const std::string& target, bool fPrivate) {
     const mode_t mode = fPrivate ? 0600 : 0666;
     for (int numTry = 0;; ++numTry) {
-        // A name of its own: the target's may be as long as names can be.
-        std::string trial = Text(FolderOf(target), "/", kPrefix, ::getpid(), "-", numTry, kSuffix);
-        lock = Descriptor(::open(trial.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, mode));
+        // Not derived from the target's name, which may already have the maximum length.
+        std::string newName =
+            Text(FolderOf(target), "/", kPrefix, ::getpid(), "-", numTry, kSuffix);
+        lock = Descriptor(::open(newName.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, mode));
         if (lock.Get() < 0 && errno == EEXIST) continue;
         if (lock.Get() < 0) return false;
         static_cast<void>(Lock(lock.Get(), LOCK_EX));
-        if (!IsAt(trial, lock.Get())) continue;
-        name = std::move(trial);
+        if (!IsSameFile(newName, lock.Get())) continue;
+        name = std::move(newName);
         return true;
     }
 }
 
 TemporaryFile::~TemporaryFile() {
-    if (IsThere()) ::unlink(name.c_str());
+    if (Exists()) ::unlink(name.c_str());
 }
 
 void TemporaryFile::Unlink() {
@@ -131,35 +133,35 @@ bool TemporaryFile::MoveTo(const std::string& target) {
     return true;
 }
 
-WholeFile::WholeFile(const std::string& place, const StopQuestion& isStopped)
-    : path(place), target(Resolve(place)) {
+WholeFile::WholeFile(const std::string& given, const StopCondition& isStopped)
+    : path(given), target(Resolve(given)) {
     Open(isStopped);
     fOpened = IsOpen();
     if (!fOpened) error = errno;
     stream.imbue(std::locale::classic());
 }
 
-void WholeFile::Open(const StopQuestion& isStopped) {
+void WholeFile::Open(const StopCondition& isStopped) {
     struct stat old = {};
     const bool fExists = ::stat(target.c_str(), &old) == 0;
-    if (!fExists && errno != ENOENT) return;  // a circle of links, say
+    if (!fExists && errno != ENOENT) return;  // for example a cycle of links
     if (fExists && !S_ISREG(old.st_mode)) {
         static_cast<void>(OpenDirectly(target, isStopped, stream));
         return;
     }
     if (fExists && ::access(target.c_str(), W_OK) != 0) return;
-    Sweep(FolderOf(target));
+    RemoveAbandonedFiles(FolderOf(target));
     if (temporary.CreateBeside(target, fExists)) stream.open(temporary.Name());
 }
 
 bool WholeFile::Commit() {
-    const bool fDone = IsOpen() && CloseStream(stream) && (!temporary.IsThere() || Replace());
+    const bool fDone = IsOpen() && CloseStream(stream) && (!temporary.Exists() || Replace());
     if (!fDone) error = errno;
     return fDone;
 }
 
 bool WholeFile::Replace() {
-    const std::string folder = FolderOf(target);  // nothing may fail once the file is in its place
+    const std::string folder = FolderOf(target);  // allocated now: after MoveTo nothing may fail
     const std::string lost = CopyAttributes(target, temporary.Fd());
     if (::fsync(temporary.Fd()) != 0 || !temporary.MoveTo(target)) return false;
     SyncFolder(folder);
@@ -167,13 +169,14 @@ bool WholeFile::Replace() {
     return true;
 }
 
-std::string WholeFile::Complaint() const {
+std::string WholeFile::ErrorMessage() const {
     const char* const inFull = fOpened ? " in full: " : ": ";
-    const char* const end = fOpened && temporary.IsThere() ? "; the older one is kept!\n" : "!\n";
+    const char* const end = fOpened && temporary.Exists() ? "; the older one is kept!\n" : "!\n";
     return Text("ERROR: Can not write file ", path, inFull, std::strerror(error), end);
 }
 
-// The temporary file has a shorter name, so the target's is not tried by making that one.
+// Creating the temporary file does not test the length of the target's name, which may be longer.
+// So that is checked separately.
 std::string WhyNotWritable(const std::string& path) {
     const std::string target = Resolve(path);
     const std::string folder = FolderOf(target);
@@ -190,9 +193,9 @@ std::string WhyNotWritable(const std::string& path) {
     if (longest >= 0 && NameOf(target).size() > static_cast<size_t>(longest)) {
         return std::strerror(ENAMETOOLONG);
     }
-    TemporaryFile trial;
+    TemporaryFile temporary;
     constexpr bool kPrivate = true;
-    return trial.CreateBeside(target, kPrivate) ? "" : std::strerror(errno);
+    return temporary.CreateBeside(target, kPrivate) ? "" : std::strerror(errno);
 }
 
 }  // namespace sylvora

@@ -1,5 +1,6 @@
-// An output file that appears whole or not at all: it is written beside its place, synced, and
-// renamed over an older file only when everything is on disk.
+// Output files that are replaced atomically. The content goes to a temporary file in the same
+// folder, which is synced to disk and then renamed over the target. So the target has either its
+// old content or all of the new.
 #ifndef SYLVORA_OUTPUT_WHOLEFILE_H
 #define SYLVORA_OUTPUT_WHOLEFILE_H
 
@@ -11,7 +12,7 @@
 
 namespace sylvora {
 
-// A file beside another one, with a name that nobody else uses; removed at the end.
+// A temporary file in the folder of its target, with a unique name. The destructor removes it.
 class TemporaryFile {
   public:
     TemporaryFile() = default;
@@ -19,64 +20,68 @@ class TemporaryFile {
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
 
-    // Makes the file, empty, once; for this process's user alone if `fPrivate`, else as the umask
-    // says. False (with errno) when it cannot be made.
+    // Creates the empty file; call at most once. Its mode is 0600 if `fPrivate`, otherwise 0666
+    // less the umask. Returns false with errno set if it cannot be created.
     [[nodiscard]] bool CreateBeside(const std::string& target, bool fPrivate);
-    // Puts it in the place of `target`; then there is none to remove. False with errno.
+    // Renames the file to `target`; it is then no longer temporary. Returns false with errno set.
     [[nodiscard]] bool MoveTo(const std::string& target);
-    // Takes the name away: the file lives as long as this object, whatever ends the process, and is
-    // read and written through /proc/self/fd/<Fd()>.
+    // Removes the name. The file lives as long as this object, however the process ends, and is
+    // accessible as /proc/self/fd/<Fd()>.
     void Unlink();
-    bool IsThere() const { return !name.empty(); }
+    bool Exists() const { return !name.empty(); }
     const std::string& Name() const { return name; }
     int Fd() const { return lock.Get(); }
 
   private:
     std::string name;
-    Descriptor lock;  // held as long as the file is in use
+    Descriptor lock;  // holds a lock that marks the file as in use
 };
 
-// Write through Stream(), then Commit(). Without a successful Commit the destructor removes what
-// was written and an older file stays as it was; what a killed process has left in the folder is
-// removed by the next file that is written there. A path that leads to something other than a
-// regular file (/dev/null, a FIFO) is written directly; symbolic links are followed.
+// Usage: write to Stream(), then Commit(). Without a successful Commit the destructor removes what
+// was written, and an existing target keeps its content. Temporary files that a killed process left
+// in the folder are removed when the next file is opened there. A target that is not a regular file
+// (/dev/null, a FIFO) is written directly. Symbolic links are followed.
 //
-// The new file has the owner, group, mode and extended attributes of the older one, as far as this
-// process may set them (see FileAttributes.h). Where something is lost, hard links too, Commit
-// writes a notice with what it is to standard error.
+// The new file gets the owner, group, mode and extended attributes of the old one, as far as this
+// process may set them (see FileAttributes.h). If any of them, or hard links, are lost, Commit
+// writes a notice to standard error.
+//
+// Not safe for concurrent use of one object; several threads and processes may write to the same
+// folder.
 class WholeFile {
   public:
-    // `isStopped`: see OpenDirectly.
-    explicit WholeFile(const std::string& place, const StopQuestion& isStopped = {});
+    // Opens the file; check with IsOpen(). `isStopped` is that of OpenDirectly.
+    explicit WholeFile(const std::string& path, const StopCondition& isStopped = {});
     WholeFile(const WholeFile&) = delete;
     WholeFile& operator=(const WholeFile&) = delete;
 
-    // Whether the file could be opened; errno says why not.
+    // Whether the file is open. Right after a failed construction, errno has the reason.
     [[nodiscard]] bool IsOpen() const { return stream.is_open(); }
     std::ofstream& Stream() { return stream; }
-    // Whether what is written is sent at once, because the path leads to no regular file.
-    bool IsDirect() const { return !temporary.IsThere(); }
-    // Where what is written stands until Commit; not for a file that is written directly.
+    // Whether output goes directly to the target, because that is not a regular file.
+    bool IsDirect() const { return !temporary.Exists(); }
+    // The path of the temporary file that holds the output until Commit; "" if IsDirect().
     const std::string& Name() const { return temporary.Name(); }
-    // Puts the file in its place. False (with errno) when it could not be written in full.
+    // Completes the file and replaces the target. Returns false with errno set if it could not be
+    // written in full; the target then keeps its old content.
     [[nodiscard]] bool Commit();
-    // The line about a file that could not be opened or committed, with the reason.
-    std::string Complaint() const;
+    // The error message, one line, after a failed construction or Commit.
+    std::string ErrorMessage() const;
 
   private:
-    void Open(const StopQuestion& isStopped);
+    void Open(const StopCondition& isStopped);
     bool Replace();
 
-    std::string path;
-    std::string target;       // the place, links resolved
-    bool fOpened = false;     // was open once
-    int error = 0;            // as in errno: why it could not be opened or committed
-    TemporaryFile temporary;  // not there when written directly
+    std::string path;         // as given; for messages
+    std::string target;       // `path` with symbolic links resolved
+    bool fOpened = false;     // was opened successfully
+    int error = 0;            // errno of the failed open or commit
+    TemporaryFile temporary;  // does not exist if IsDirect()
     std::ofstream stream;
 };
 
-// Whether `path` could be written, without changing anything: empty if so, otherwise the reason in
-// a few words ("No such file or directory", "File name too long").
+// Checks, without changing the file, whether `path` can be written. Returns "" if so, otherwise the
+// reason in a few words ("No such file or directory", "File name too long").
 [[nodiscard]] std::string WhyNotWritable(const std::string& path);
 
 }  // namespace sylvora

@@ -1,8 +1,8 @@
 // Singleton's quicksort with an index array carried along; see Sort.h.
 //
-// Elements are numbered from 1, as in the published algorithm. Every detail below (where the pivot
-// is taken, which part is pushed, when a segment is short) shapes the permutation of equal values
-// and is therefore fixed.
+// Elements are numbered from 1, as in the published algorithm. Do not change any detail: the choice
+// of the pivot, which segment is pushed and when a segment counts as short all affect the
+// permutation of equal values, and so the models.
 #include <utility>
 
 #include "../Sort.h"
@@ -13,14 +13,14 @@ constexpr double kFirstFraction = 0.375;
 constexpr double kFractionStep = 0.0390625;
 constexpr double kFractionLimit = 0.5898437;
 constexpr double kFractionDrop = 0.21875;
-constexpr int kShortSegment = 10;  // j - i up to which insertion finishes a segment
-constexpr int kStackSize = 31;     // the larger part is pushed, so 2^31 elements need no more
+constexpr int kShortSegment = 10;  // insertion sort finishes segments with j - i at most this
+constexpr int kStackSize = 31;     // enough for 2^31 elements, as the larger segment is pushed
 
 struct Segment {
     int i, j;
 };
 
-// The pair of arrays, addressed from 1.
+// Both arrays, with elements numbered from 1. Borrowed.
 struct Items {
     double* v;
     int* I;
@@ -32,8 +32,9 @@ struct Items {
     }
 };
 
-// Splits the segment around the pivot at `fraction` of its length: afterwards everything in
-// [i, left.j] is at most, everything in [right.i, j] at least the pivot.
+// Partitions the segment around a pivot, the median of its first and last elements and the one at
+// `fraction` of its length. Afterwards all elements of [i, left.j] are at most the pivot and all of
+// [right.i, j] at least the pivot.
 std::pair<Segment, Segment> Partition(const Items& items, Segment s, double fraction) {
     const int middle = s.i + static_cast<int>((s.j - s.i) * fraction);
     if (items.Value(s.i) > items.Value(middle)) items.Swap(s.i, middle);
@@ -55,8 +56,9 @@ std::pair<Segment, Segment> Partition(const Items& items, Segment s, double frac
     return {{s.i, l}, {k, s.j}};
 }
 
-// Needs no bound on its left for ordered values: a segment that does not start at `first` has a
-// smaller or equal one before it. The bound is for NaN, which orders with nothing.
+// Insertion sort of a segment. For ordered values the inner loop needs no lower bound: R_tsort_I
+// calls this only for segments that do not start at `first`, so an element that is not larger than
+// any of the segment stands before it. The bound `first` is for NaN, which compares false.
 void InsertionSort(const Items& items, Segment s, int first) {
     for (int next = s.i + 1; next <= s.j; ++next) {
         const double value = items.v[next - 1];
@@ -82,7 +84,9 @@ void R_tsort_I(double* v, int* I, int i, int j) {
     int numStacked = 0;
     double fraction = kFirstFraction;
     Segment s = {i, j};
-    bool fTop = true;  // at the top of the main loop, where the fraction moves on
+    // Invariant: only s and the segments on the stack are still unsorted. They do not overlap, and
+    // ordered values never have to move from one to another.
+    bool fTop = true;  // at the top of the published main loop, where the fraction changes
     for (;;) {
         if (!fTop && s.j - s.i <= kShortSegment && s.i == first) fTop = true;
         const bool fDone = fTop ? s.i >= s.j : s.j - s.i <= kShortSegment;

@@ -1,4 +1,4 @@
-// Taking over a tree that the engine grew.
+// Converts a tree that the engine grew into nodes of the public form.
 #include <memory>
 
 #include "../Tree.h"
@@ -6,6 +6,7 @@
 #include "engine/train/GrownTree.h"
 
 void TreeCR::Adopt(const std::vector<sylvora::engine::GrownNode>& grownV) {
+    // Both forms have the nodes in the same order, so all indices stay valid.
     for (NodeCR* node : NodeV) delete node;
     NodeV.clear();
     NodeV.reserve(grownV.size());
@@ -23,9 +24,10 @@ void TreeCR::Adopt(const std::vector<sylvora::engine::GrownNode>& grownV) {
         node->countL = grown.countL;
         node->gradAll = grown.gradAll;
         node->wgtAll = grown.wgtAll;
+        // majority is the class in classification and negative in regression.
         node->avgPredict = grown.majority >= 0 ? grown.majority : grown.gradAll / grown.wgtAll;
-        if (grown.splitFea >= 0) ++numLeaf;
-        NodeV.push_back(node.release());  // within the reserved room
+        if (grown.splitFea >= 0) ++numLeaf;  // a split replaces one leaf by two
+        NodeV.push_back(node.release());     // cannot throw: the capacity is reserved
     }
     depth = NodeV.back()->depth;
     if (fPrint) {

@@ -9,6 +9,7 @@
 namespace sylvora {
 namespace {
 
+// Zero-filled, with malloc's allocator: single_tree_debuginfo_t owns plain arrays.
 template <typename Value>
 int AllocateList(Value*& list, size_t numEntries, const char* name) {
     list = static_cast<Value*>(std::calloc(numEntries, sizeof(Value)));
@@ -22,6 +23,7 @@ DebugRecord::DebugRecord(single_tree_debuginfo_t*& treeRecord, fea_debuginfo_t* 
     : record(treeRecord), totals(total) {}
 
 DebugRecord::~DebugRecord() {
+    // After a failed Allocate some lists are null; free ignores those.
     if (record == nullptr) return;
     std::free(record->selected_fea_list);
     std::free(record->selected_feaValue_list);
@@ -33,10 +35,11 @@ DebugRecord::~DebugRecord() {
     record = nullptr;
 }
 
+// On failure the destructor frees what has been allocated.
 int DebugRecord::Allocate(int numSplit, int numSampled) {
     record = static_cast<single_tree_debuginfo_t*>(std::calloc(1, sizeof *record));
     if (record == nullptr) return Fail("ERROR: Failed to allocate memory!\n");
-    numRoom = numSplit;
+    numAllocated = numSplit;
     numColumns = numSampled;
     const size_t numNodes = static_cast<size_t>(numSplit);
     const size_t numCandidates = numNodes * static_cast<size_t>(numSampled);
@@ -58,7 +61,9 @@ void DebugRecord::Add(const NodeCR& node, const std::vector<int>& selFeaV, doubl
         ++totals->selected_num_list[node.splitFea];
         totals->crit_sum_list[node.splitFea] += criteria;
     }
-    if (numRecorded == numRoom) return;
+    // Totals are kept even without a record (numAllocated is then 0) and beyond its capacity.
+    if (numRecorded == numAllocated) return;
+    // The sampled columns of split node k are the entries [k * numColumns, (k + 1) * numColumns).
     int* candidates = record->candidate_fea_list +
                       static_cast<size_t>(numRecorded) * static_cast<size_t>(numColumns);
     for (const int column : selFeaV) *candidates++ = column;
@@ -70,6 +75,7 @@ void DebugRecord::Add(const NodeCR& node, const std::vector<int>& selFeaV, doubl
     ++numRecorded;
 }
 
+// The number of split nodes comes first, even if the record has fewer.
 void DebugRecord::Write(std::ostream& out, int countInter) const {
     out << countInter << '\n';
     const int* candidate = record->candidate_fea_list;

@@ -1,8 +1,10 @@
-// What a growing tree writes to the debug report.
+// The part of the debug report that describes one tree.
 //
 //   block   = number of split nodes LF
 //             { sampled column " " ... LF }                                    per split node
 //             { column " " threshold " " score " " value " " rows LF }         per split node
+//
+// Columns are 0-based; -1 stands for an empty slot of the sample.
 #ifndef SYLVORA_TREE_DEBUGRECORD_H
 #define SYLVORA_TREE_DEBUGRECORD_H
 
@@ -14,20 +16,22 @@
 
 namespace sylvora {
 
-// Records the split nodes of one tree, in split order, and adds to the totals per column. The
-// record itself belongs to the tree; this frees it.
+// Records the split nodes of one tree, in the order of the splits, and adds to the totals per
+// column. The tree has the pointer to the record; this class allocates and frees what it points to.
+// Not safe for concurrent use. Several trees may share the totals only if they grow one by one.
 class DebugRecord {
   public:
-    // `total` may be null: then no totals are kept.
+    // Both arguments are borrowed. `total` may be null: no totals are then kept.
     DebugRecord(single_tree_debuginfo_t*& treeRecord, fea_debuginfo_t* total);
     ~DebugRecord();
     DebugRecord(const DebugRecord&) = delete;
     DebugRecord& operator=(const DebugRecord&) = delete;
 
-    // Allocates room for `numSplit` split nodes of `numSampled` columns; 0, or -1 with a message.
+    // Allocates the record for `numSplit` split nodes with `numSampled` sampled columns each.
+    // Without this call only totals are kept. Returns 0, or -1 after a message.
     [[nodiscard]] int Allocate(int numSplit, int numSampled);
-    // Adds a split node with its sampled columns and the score of its cut. Nodes beyond the room
-    // are not recorded.
+    // Adds a split node with its sampled columns and the score of its split. Nodes beyond the
+    // allocated number only count in the totals.
     void Add(const NodeCR& node, const std::vector<int>& selFeaV, double criteria);
     // Writes the block of a tree with `countInter` split nodes.
     void Write(std::ostream& out, int countInter) const;
@@ -35,9 +39,9 @@ class DebugRecord {
   private:
     single_tree_debuginfo_t*& record;
     fea_debuginfo_t* totals;
-    int numRoom = 0;
-    int numRecorded = 0;
-    int numColumns = 0;
+    int numAllocated = 0;  // split nodes that the record can hold
+    int numRecorded = 0;   // split nodes in the record
+    int numColumns = 0;    // sampled columns per split node
 };
 
 }  // namespace sylvora

@@ -1,4 +1,5 @@
-// Walking a tree.
+// Prediction and feature analysis with one tree. Walk.h has the algorithms, which also serve other
+// forms of the nodes.
 #include "../Tree.h"
 #include "Walk.h"
 

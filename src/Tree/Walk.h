@@ -1,5 +1,8 @@
-// Walks down a tree, in whatever records its nodes are kept: `at(k)` gives node k, the root being
-// 0.
+// The reference implementation of walking down a tree, for any representation of the nodes: at(k)
+// returns a reference to node k, which stays valid during the walk. Node 0 is the root.
+//
+// The walks only read the tree and are safe to call from any thread. Nothing is checked: children
+// must have larger indices than their parents, so that a walk ends, and columns must exist in feaV.
 #ifndef SYLVORA_TREE_WALK_H
 #define SYLVORA_TREE_WALK_H
 
@@ -19,7 +22,7 @@ inline bool IsLeaf(const engine::PackedNode& node) {
     return node.IsLeaf();
 }
 
-// See TreeCR::Predict.
+// See TreeCR::Predict. The comparison is false for NaN, which therefore goes right.
 template <typename NodeAt>
 double PredictRow(const NodeAt& at, const double* feaV) {
     const auto* node = &at(0);
@@ -29,7 +32,8 @@ double PredictRow(const NodeAt& at, const double* feaV) {
     return node->avgPredict;
 }
 
-// What each column contributed, and how often it was tested.
+// The results of feature analysis, indexed by column: the sum of the decreases of the error, and
+// the number of splits passed. The vectors belong to the caller.
 struct ColumnCredit {
     VecFt& weightV;
     VecInt& countV;
@@ -45,6 +49,8 @@ double CreditRow(const NodeAt& at, const double* feaV, const ColumnCredit& credi
         // Deliberately, a value equal to the threshold goes right.
         const auto* child = &at(node->splitElemFea > feaV[f] ? node->lson : node->rson);
         ++credit.countV[f];
+        // Computed in double and rounded to float once per step, in this order of operations: the
+        // digits of the report depend on it.
         float& weight = credit.weightV[f];
         weight = static_cast<float>(weight - std::fabs(child->avgPredict - label_exp) * stepsize +
                                     std::fabs(node->avgPredict - label_exp) * stepsize);

@@ -231,7 +231,7 @@ int TreeLearner::GenerateForest() {
 void TreeLearner::WriteRoundResult(int idxTree) {
     const std::string path = CfgInfo.pathOutput + CfgInfo.fileResultBase;
     const auto isStopped = [this] { return AskUser() != 0; };
-    sylvora::LostResult lost;
+    sylvora::WriteFailure lost;
     if (CfgInfo.fRegCls == "REG") {
         // The training predictions, but as many as the test set has.
         lost = sylvora::WriteResult(

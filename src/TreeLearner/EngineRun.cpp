@@ -28,9 +28,9 @@ class EngineRun::NodePlainSearch : public engine::ReferenceSearch {
                                       rows.weightV != nullptr ? rows.weightV : onesV.data(),
                                       node.gradAll, node.wgtAll};
         SortedColumn column(rows.count);
-        Cut best;
+        CandidateSplit best;
         for (const int slot : slotV) {
-            Cut at;
+            CandidateSplit at;
             at.slot = slot;
             at.column = columnV[slot];
             column.Load(featureVV, rows.rowV, at.column);

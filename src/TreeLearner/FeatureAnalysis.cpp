@@ -44,7 +44,8 @@ int TreeLearner::FeatureAnalysis(std::string file) {
         }
         sylvora::WholeFile report(file, [this] { return AskUser() != 0; });
         if (!report.IsOpen()) {
-            return Fail("ERROR: Can not open feature analysis output file!\n", report.Complaint());
+            return Fail("ERROR: Can not open feature analysis output file!\n",
+                        report.ErrorMessage());
         }
         std::ofstream& out = report.Stream();
         VecFt feaWeightV(static_cast<size_t>(dimFea), 0.0f);
@@ -78,6 +79,6 @@ int TreeLearner::FeatureAnalysis(std::string file) {
             out << f << '\t' << feaWeightV[at] / numRows << '\t' << feaFreqV[at] / numRows << '\n';
         }
         if (report.Commit()) return 0;
-        return Fail(report.Complaint());
+        return Fail(report.ErrorMessage());
     });
 }

@@ -137,7 +137,7 @@ int TreeLearner::SaveModelFull(std::string fileMout, int digits) {
 int TreeLearner::WriteModel(const std::string& fileMout, int digits, bool fCheck) {
     if (sylvora::CheckDigits(digits) != 0 || CheckModelWidth() != 0) return -1;
     sylvora::WholeFile file(fileMout, [this] { return AskUser() != 0; });
-    if (!file.IsOpen()) return Fail("ERROR: Can not open file!\n\n", file.Complaint());
+    if (!file.IsOpen()) return Fail("ERROR: Can not open file!\n\n", file.ErrorMessage());
     CheckedText checked;
     const bool fSendLater = fCheck && file.IsDirect();
     if (fSendLater && !checked.Open()) return RefuseTemporary(fileMout);
@@ -156,7 +156,7 @@ int TreeLearner::WriteModel(const std::string& fileMout, int digits, bool fCheck
             "replaced!\n");
     }
     if (fSendLater) checked.SendTo(file.Stream());
-    if (!file.Commit()) return Fail(file.Complaint());
+    if (!file.Commit()) return Fail(file.ErrorMessage());
     if (fDebug && CfgInfo.fPrint) sylvora::Print("Save model complete.\n");
     return 0;
 }

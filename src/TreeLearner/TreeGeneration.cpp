@@ -58,7 +58,7 @@ int TreeLearner::GrowTree(int treeId, bool fThreaded) {
             if (tree->fSamplerThrew) fUserThrew = true;
             return Fail("ERROR: Failed when TreeCR grows!\n");
         }
-        const sylvora::Locked lock(generateTree_mutex);
+        const sylvora::MutexLock lock(generateTree_mutex);
         KeepTree(std::move(tree));
         numDrawn = num;
         modelDim = std::max(modelDim, dimFea);

@@ -50,7 +50,7 @@ int LimitOfFolder(const std::string& folder) {
 
 }  // namespace
 
-int CpusOfControlGroup(const ControlGroupPlaces& places) {
+int CpusOfControlGroup(const ControlGroupPaths& places) {
     int limit = 0;
     for (const std::string& folder : ControlGroupFolders("cpu", places)) {
         limit = Lower(limit, LimitOfFolder(folder));

@@ -12,7 +12,7 @@ int NumUsableCpus();
 
 // The CPU limit of the process's control group and its ancestors: the lowest quota / period,
 // rounded up; 0 if there is no limit. `places` says where to look; tests pass their own.
-int CpusOfControlGroup(const ControlGroupPlaces& places);
+int CpusOfControlGroup(const ControlGroupPaths& places);
 
 }  // namespace sylvora
 

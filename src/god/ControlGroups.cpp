@@ -7,8 +7,9 @@
 namespace sylvora {
 namespace {
 
-// Version 2 has one hierarchy, with no names; version 1 one for some controllers each, which is
-// found by all their names or by one alone.
+// The hierarchies to search for `controller`, given the controller names of one line of
+// /proc/self/cgroup. Version 2 has a single hierarchy and no names. In version 1 a hierarchy serves
+// one or more controllers, and is mounted under the list of their names or under each name.
 std::vector<std::string> HierarchiesOf(const std::string& names, const std::string& controller) {
     if (names.empty()) return {""};
     if (("," + names + ",").find("," + controller + ",") == std::string::npos) return {};
@@ -19,16 +20,17 @@ std::vector<std::string> HierarchiesOf(const std::string& names, const std::stri
 }  // namespace
 
 std::vector<std::string> ControlGroupFolders(const std::string& controller,
-                                             const ControlGroupPlaces& places) {
+                                             const ControlGroupPaths& paths) {
     std::vector<std::string> folderV;
-    std::ifstream file(places.cgroupFile);
-    // number:names:/path
+    std::ifstream file(paths.cgroupFile);
+    // Each line is number:names:/path.
     for (std::string number, names, path; std::getline(file, number, ':');) {
         if (!std::getline(file, names, ':') || !std::getline(file, path)) break;
         for (const std::string& hierarchy : HierarchiesOf(names, controller)) {
-            // From the group upwards; in a container, the root is the container's own.
+            // From the group up to the root. Inside a container the path may be the host's, and
+            // the mounted root is then the container's group.
             for (std::filesystem::path group = path;; group = group.parent_path()) {
-                folderV.push_back(places.mount + hierarchy + group.string());
+                folderV.push_back(paths.mount + hierarchy + group.string());
                 if (group == group.parent_path()) break;
             }
         }

@@ -1,4 +1,4 @@
-// The control groups that this process is in: a container's limits are set there.
+// The control groups (cgroups) of this process, which hold the limits of a container.
 #ifndef SYLVORA_GOD_CONTROLGROUPS_H
 #define SYLVORA_GOD_CONTROLGROUPS_H
 
@@ -7,17 +7,16 @@
 
 namespace sylvora {
 
-// Where /proc/self/cgroup and the hierarchies are; tests have others.
-struct ControlGroupPlaces {
+// The paths that are read. Tests pass their own.
+struct ControlGroupPaths {
     std::string cgroupFile = "/proc/self/cgroup";
     std::string mount = "/sys/fs/cgroup";
 };
 
-// The folders, existing or not, whose files may limit what `controller` ("cpu", "memory") controls:
-// those of the process's group and of the groups that it is part of, in the hierarchies of versions
-// 1 and 2.
+// The folders whose files may limit `controller` ("cpu", "memory"): those of the process's group
+// and of all its parents, in the hierarchies of cgroup versions 1 and 2. They need not exist.
 std::vector<std::string> ControlGroupFolders(const std::string& controller,
-                                             const ControlGroupPlaces& places);
+                                             const ControlGroupPaths& paths);
 
 }  // namespace sylvora
 

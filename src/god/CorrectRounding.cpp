@@ -1,4 +1,4 @@
-// The reference implementation, with 256 bits behind the point; see docs/exact-math.md.
+// The reference implementation, in fixed point with 256 fraction bits; see docs/exact-math.md.
 #include "CorrectRounding.h"
 
 #include <cmath>
@@ -13,12 +13,12 @@ namespace {
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-// Beyond these a result is infinite or 0, in either base.
+// Beyond this |x|, both e^x and 2^x are infinite or 0.
 constexpr double kLargestExponent = 1100.0;
-// Up to here e^x and 2^x round to 1.
+// Below this |x|, both e^x and 2^x round to 1.
 constexpr double kTinyExponent = 0x1p-60;
 
-// A finite x > 0 as z * 2^exponent, sqrt(1/2) <= z < sqrt(2) (nearly).
+// Splits a finite x > 0 into z * 2^exponent, with z in about [sqrt(1/2), sqrt(2)). Returns z.
 double Normalised(double x, int& exponent) {
     const double z = std::frexp(x, &exponent);
     if (z >= 0.70710678) return z;
@@ -31,14 +31,14 @@ double NearestSigned(const Wide& value) {
     return value.IsNegative() ? -magnitude : magnitude;
 }
 
-// Whether e^x or 2^x needs no computation; `result` is then set. NaN stays NaN.
+// Sets `result` to e^x or 2^x and returns true if no computation is needed. 1.0 + x covers NaN.
 bool IsSpecialPower(double x, double& result) {
     if (std::fabs(x) >= kTinyExponent && std::fabs(x) <= kLargestExponent) return false;
     result = x > kLargestExponent ? kInfinity : x < -kLargestExponent ? 0.0 : 1.0 + x;
     return true;
 }
 
-// The same for a logarithm.
+// The same for log(x) and log2(x).
 bool IsSpecialLog(double x, double& result) {
     if (x > 0 && x < kInfinity && x != 1.0) return false;
     if (x == 0) {
@@ -56,8 +56,8 @@ bool IsSpecialLog(double x, double& result) {
 double Exp(double x) {
     double result;
     if (IsSpecialPower(x, result)) return result;
-    const int wholes = static_cast<int>(std::floor(x * kExpStepsPerUnit / kExpEntries));
-    const Power power = WideExp(WideNumber(x), wholes);
+    const int exponent = static_cast<int>(std::floor(x * kExpStepsPerUnit / kExpEntries));
+    const Power power = WideExp(WideNumber(x), exponent);
     return NearestDouble(power.value, power.exponent);
 }
 

@@ -1,13 +1,12 @@
-// Exponentials and logarithms, correctly rounded: each result is the double nearest to the true
-// value. That is a definition and not an implementation, so the bits depend on nothing else, while
-// the C library's functions differ between versions and processors in the last bit.
+// Correctly rounded exponentials and logarithms: each result is the double nearest to the exact
+// value, hence the same on every processor. The C library's functions are not: their last bit
+// differs between versions and processors.
 //
-// The functions of one number work with integers of 320 bits and take a microsecond or two; they
-// are the reference implementation. Those of arrays give the same results at the speed of the C
-// library. docs/exact-math.md proves the error bounds that both rest on.
+// The scalar functions are the reference implementation. They use 320-bit integers and take one or
+// two microseconds. The array functions return the same results, bit for bit, at about the speed of
+// the C library. docs/exact-math.md proves the error bounds of both.
 //
-// The floating-point environment must have the default rounding, to nearest. Safe to call from any
-// thread.
+// The rounding mode must be round-to-nearest, the default. Safe to call from any thread.
 #ifndef SYLVORA_GOD_CORRECTROUNDING_H
 #define SYLVORA_GOD_CORRECTROUNDING_H
 
@@ -15,11 +14,11 @@
 
 namespace sylvora {
 
-// NaN stays NaN. Results too large are infinite, results too small subnormal or 0.
+// NaN gives NaN. Overflow gives infinity; underflow gives a subnormal number or 0.
 double Exp(double x);
 double Exp2(double x);
 
-// The logarithm of 0 is -infinity, that of a negative number NaN, that of 1 is 0.
+// The logarithm of 0 is -infinity, of 1 exactly 0, of a negative number NaN.
 double Log(double x);
 double Log2(double x);
 

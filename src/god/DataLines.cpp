@@ -1,5 +1,5 @@
-// The readers of data lines (see god.h for the grammar). One loop over tokens serves all of them;
-// they differ in where a value goes, in what ends the line and in whether a fault is reported.
+// Parsing of data lines (grammar in god.h). All readers share one loop over the tokens, ReadPairs.
+// They differ in where they store a value, in what ends the line and in whether they report errors.
 #include "DataLines.h"
 
 #include <emmintrin.h>
@@ -21,8 +21,8 @@ namespace {
 using sylvora::Fail;
 using sylvora::IsDigit;
 using sylvora::IsSpace;
+using sylvora::kMaxIdDigits;
 using sylvora::kMissing;
-using sylvora::kMostIdDigits;
 using sylvora::LineHead;
 using sylvora::LineIds;
 using sylvora::LineRules;
@@ -31,7 +31,7 @@ using sylvora::Tokens;
 
 constexpr size_t kShortestToken = 3;  // anything shorter ends the line
 
-// Complains on standard error, or not at all.
+// The two ways to handle an error: report it on standard error, or only return the status.
 struct Loud {
     template <typename... Piece>
     int operator()(const Piece&... pieces) const {
@@ -49,8 +49,8 @@ bool IsQueryId(std::string_view idText) {
     return idText == "qid" || idText == "QID";
 }
 
-// Whether a text that ParseNumber reads as `id` is read as an id, but says something else: an
-// exponent is dropped, and what is beyond int keeps its low 32 bits.
+// Whether `idText`, which ParseNumber converted to `id`, is an odd id (see LineIds): ParseNumber
+// ignores an exponent and keeps only the low 32 bits of a value beyond int.
 bool IsOddId(std::string_view idText, int id) {
     if (id < 1) return false;
     const std::string_view digits = idText.substr(idText.front() == '+' ? 1 : 0);
@@ -60,14 +60,15 @@ bool IsOddId(std::string_view idText, int id) {
     return read.ec != std::errc() || read.ptr != end || value != id;
 }
 
-// The text from the white space before the token to the end of the line.
+// The rest of the line from the token on, with the white space before it.
 std::string_view From(std::string_view token, std::string_view line) {
     const char* begin = token.data();
     while (begin != line.data() && IsSpace(begin[-1])) --begin;
     return line.substr(static_cast<size_t>(begin - line.data()));
 }
 
-// Reads a token that is no plain pair: 1 for a pair, 0 for a query id, -1 for a fault.
+// The slow path, for a token that TryTakePair refused. Returns 1 for a pair, 0 for a query id and
+// -1 for an error.
 template <typename Value, typename Complain>
 int ReadToken(std::string_view token, LineHead& head, int& id, Value& value, Complain complain) {
     const size_t colon = token.find(':');
@@ -89,8 +90,8 @@ int ReadToken(std::string_view token, LineHead& head, int& id, Value& value, Com
     return 1;
 }
 
-// Reads label, query id and at most `mostPairs` pairs of a line in a text; store(id, count, value)
-// places a pair and returns a status.
+// Reads the label, the query id and at most `mostPairs` pairs of `line`, which is part of `text`.
+// store(id, k, value) stores the k-th pair, k from 0, and returns a status other than 0 to stop.
 template <typename Value, typename Complain, typename Store>
 int ReadPairs(std::string_view line, std::string_view text, int mostPairs, LineHead& head,
               Complain complain, Store store) {
@@ -100,7 +101,7 @@ int ReadPairs(std::string_view line, std::string_view text, int mostPairs, LineH
     for (;;) {
         int id = 0;
         Value value{};
-        if (!tokens.TakePlainPair(id, value)) {
+        if (!tokens.TryTakePair(id, value)) {
             const std::string_view token = tokens.Next();
             if (token.size() < kShortestToken) {
                 head.fHidesRow = !token.empty() && sylvora::HidesRow(From(token, line));
@@ -118,7 +119,7 @@ int ReadPairs(std::string_view line, std::string_view text, int mostPairs, LineH
     }
 }
 
-// Reads a line into a row by ids.
+// Reads a line into a row; the id of a pair selects the column.
 template <typename Complain>
 int ReadSparse(std::string_view line, std::string_view text, const LineRules& rules, double* row,
                LineHead& head) {
@@ -153,7 +154,7 @@ int ReadSparse(std::string_view line, std::string_view text, const LineRules& ru
     return status;
 }
 
-// Fills the row as for a line without pairs; these are only checked and counted.
+// Sets the whole row to the missing value; pairs are only checked and counted.
 int CheckPairs(std::string_view line, int dim, double* row, LineHead& head) {
     std::fill(row, row + std::max(dim, 0), kMissing);
     return ReadPairs<double>(line, line, dim, head, Loud(), [](int, int, double) { return 0; });
@@ -174,14 +175,14 @@ int ReadDense(std::string_view line, int dim, Value* row, std::string& label, st
     return 0;
 }
 
-// Whether a colon behind `before` may end an id above `largest`; false for the digits of a smaller
-// one and for the mark of a query id.
+// Whether the colon that follows `before` may end an id above `largest`. False only after an id of
+// digits that is not larger, and after "qid" or "QID".
 bool MayBeLarger(std::string_view before, int largest) {
     const char* const begin = before.data();
     const char* const colon = begin + before.size();
     const char* p = colon;
     int id = 0;
-    for (int unit = 1; p != begin && IsDigit(p[-1]) && colon - p < kMostIdDigits; unit *= 10) {
+    for (int unit = 1; p != begin && IsDigit(p[-1]) && colon - p < kMaxIdDigits; unit *= 10) {
         id += unit * (*--p - '0');
     }
     if (p == begin) return true;
@@ -210,7 +211,7 @@ bool sylvora::ParseNumberIn(std::string_view text, std::string_view token, doubl
            ParseNumber(token, result);
 }
 
-// Nearly all lines are told by the digits before their colons.
+// Looks only at the digits before each colon, which settle nearly every line.
 bool sylvora::MayHaveLargerId(std::string_view line, int largest) {
     constexpr size_t kBlock = sizeof(__m128i);
     const __m128i colons = _mm_set1_epi8(':');
@@ -235,7 +236,7 @@ LineIds sylvora::IdsOfLine(std::string_view line) {
     LineIds ids;
     for (;;) {
         int id = 0;
-        if (!tokens.TakePlainId(id)) {
+        if (!tokens.TryTakeId(id)) {
             const std::string_view token = tokens.Next();
             const std::string_view idText = token.substr(0, token.find(':'));
             if (token.size() < kShortestToken || idText.size() == token.size()) return ids;

@@ -1,5 +1,7 @@
-// Data lines (see god.h for the grammar) for readers that go through large texts: views into the
-// line instead of strings, and faults that are not reported where they are met.
+// Parsing of data lines (grammar in god.h) for readers of large files. Results are views into the
+// line instead of strings, and errors can be detected without being reported.
+//
+// All functions are safe to call from any thread on distinct outputs.
 #ifndef SYLVORA_GOD_DATALINES_H
 #define SYLVORA_GOD_DATALINES_H
 
@@ -7,59 +9,62 @@
 
 namespace sylvora {
 
-// The value of an id that a line leaves out.
+// The missing value: stands for an id that a line leaves out.
 constexpr double kMissing = -2147483648.0;
 
 // How a line becomes a row.
 struct LineRules {
-    int dim = 0;        // values of a row
-    int mostPairs = 0;  // of a line; what follows them is not read. read_sparse_line takes `dim`
-    bool fIgnoreLarger = false;  // ids above `dim` are counted only; otherwise they are a fault
+    int dim = 0;        // columns of a row
+    int mostPairs = 0;  // pairs read per line, the rest is ignored; read_sparse_line: `dim`
+    bool fIgnoreLarger = false;  // ids above `dim` are only counted; otherwise they are an error
     double absent = kMissing;    // the value of an id that the line leaves out
 };
 
-// What a line says beside its values; the views point into the line.
+// What a line contains besides its values. The views point into the line.
 struct LineHead {
-    std::string_view label;  // unchecked
-    std::string_view queryId;
+    std::string_view label;    // not validated
+    std::string_view queryId;  // empty: none
     int numPairs = 0;
-    int numBeforeQuery = -1;  // pairs before the last query id; -1: there is none
-    int numCells = 0;         // values of the row that the line gives
-    int numLarger = 0;        // pairs whose ids are above `dim`
-    int largestId = 0;        // of the pairs; 0: there are none
-    bool fOddId = false;      // a pair has an odd id, see LineIds
-    bool fHidesRow = false;   // behind what is read, a carriage return begins another row
+    int numBeforeQuery = -1;  // pairs before the last query id; -1: no query id
+    int numCells = 0;         // columns of the row that the line sets
+    int numLarger = 0;        // pairs with an id above `dim`
+    int largestId = 0;        // largest id of a pair; 0: no pairs
+    bool fOddId = false;      // some pair has an odd id, see LineIds
+    bool fHidesRow = false;   // the unread rest of the line hides a row, see HidesRow
 };
 
-// As read_sparse_line that stores its pairs, but silent: -1 says that it would have complained.
-// `text` holds the line, which a line feed or the end of the text ends; it may be read anywhere,
-// which is faster than to look for the end of the line all the time.
+// Reads a line like read_sparse_line with fsparseData true, but reports nothing: -1 means that
+// ReadSparseLine would report an error. `line` is part of `text` and ends at a line feed or at the
+// end of `text`. All of `text` must be readable: fast paths read a little beyond the line, which
+// saves a check for its end at every character.
 [[nodiscard]] int ParseSparseLine(std::string_view line, std::string_view text,
                                   const LineRules& rules, double* row, LineHead& head);
 
-// The same with the messages of read_sparse_line, in which ids run from 1 to rules.mostPairs.
+// The same, but reports an error as read_sparse_line does. The message about an invalid id gives
+// rules.mostPairs as the largest one.
 [[nodiscard]] int ReadSparseLine(std::string_view line, const LineRules& rules, double* row,
                                  LineHead& head);
 
-// As ParseNumber on a token of a text.
+// ParseNumber for a token of `text`, all of which must be readable.
 [[nodiscard]] bool ParseNumberIn(std::string_view text, std::string_view token, double& result);
 
-// False where a line surely has no feature id above `largest`, and no odd one: a quick look.
+// A fast filter: false only if the line has no feature id above `largest` and no odd one. May be
+// true for other lines too.
 [[nodiscard]] bool MayHaveLargerId(std::string_view line, int largest);
 
 // The feature ids of a line.
 struct LineIds {
-    int largest = 0;  // 0: none
-    // The first that is not what it is read as ("1e3" is read as 1, as is "4294967297"), though
-    // that is 1 or more; empty: none. Such ids are not counted in `largest`.
+    int largest = 0;  // the largest id that is not odd; 0: none
+    // The first odd id, or empty. An odd id parses to a number of 1 or more that is not the number
+    // written: "1e3" and "4294967297" both parse to 1.
     std::string_view odd;
 };
 
-// Looks at all tokens up to a short one, which ends the line, or a wrong one.
+// Collects the ids of a line up to the token that ends it or to the first invalid token.
 [[nodiscard]] LineIds IdsOfLine(std::string_view line);
 
-// Whether a carriage return in the text is followed by a token that is no pair, as the label of a
-// row is: a file whose lines end with carriage returns only has its rows there.
+// Whether some carriage return in the text is followed by a token without a colon. Such a token
+// looks like the label of another row: the lines of the file may end with carriage returns alone.
 [[nodiscard]] bool HidesRow(std::string_view text);
 
 }  // namespace sylvora

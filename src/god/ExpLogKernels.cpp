@@ -1,4 +1,4 @@
-// Exponentials and logarithms of arrays: a kernel first, the reference for what it leaves open.
+// ExpEach and LogEach: a kernel first, then the reference implementation for undecided results.
 #include "ExpLogKernels.h"
 
 #include <algorithm>
@@ -8,7 +8,7 @@
 namespace sylvora {
 namespace {
 
-// Few enough to be in the nearest cache when they are looked at again.
+// Elements per kernel call: few enough to be still in the L1 cache when the results are checked.
 constexpr size_t kBlock = 512;
 
 template <typename Kernel, typename Reference>
@@ -18,12 +18,12 @@ void MapBlocks(Kernel kernel, Reference reference, const double* xV, double* res
         const size_t end = std::min(at + kBlock, count);
         if (!kernel(xV + at, resultV + at, end - at)) continue;
         for (size_t i = at; i < end; ++i) {
-            if (resultV[i] != resultV[i]) resultV[i] = reference(xV[i]);
+            if (resultV[i] != resultV[i]) resultV[i] = reference(xV[i]);  // NaN: undecided
         }
     }
 }
 
-// The fastest that this processor can run.
+// The fastest kernel that this processor can run.
 const ExpLogKernel& ChooseKernel() {
     static const ExpLogKernel& best =
         __builtin_cpu_supports("avx2") ? kExpLogAvx2 : kExpLogBaseline;

@@ -1,4 +1,4 @@
-// The inner loops of ExpEach and LogEach, one per instruction set, all with the same results.
+// The kernels of ExpEach and LogEach, one per instruction set. All give the same bits.
 #ifndef SYLVORA_GOD_EXPLOGKERNELS_H
 #define SYLVORA_GOD_EXPLOGKERNELS_H
 
@@ -6,16 +6,17 @@
 
 namespace sylvora {
 
-// The functions set resultV[i] to the correctly rounded result, or to NaN where they cannot decide
-// it or the argument is special. They return whether there may be such an i.
+// The functions set resultV[i] to the correctly rounded result, or to NaN if they cannot decide it
+// or the argument is special. They return true if some result may be undecided.
 struct ExpLogKernel {
     const char* name;
     bool (*exp)(const double* xV, double* resultV, size_t count);
     bool (*log)(const double* xV, double* resultV, size_t count);
 };
 
-// Each is the only name of an object that is compiled for its instruction set (CMakeLists.txt):
-// nothing else may be called from there, or code for the wrong processor could spread.
+// Each kernel is the only external symbol of an object file that is compiled for its instruction
+// set (CMakeLists.txt). Another shared function there, an inline one for example, could be linked
+// into code that runs on older processors.
 extern const ExpLogKernel kExpLogBaseline;
 extern const ExpLogKernel kExpLogAvx2;
 

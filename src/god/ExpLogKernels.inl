@@ -1,25 +1,25 @@
-// The fast path of exp and log, included once per instruction set into a namespace of its own,
-// which says how many doubles a register has (kLanes).
+// The fast path of exp and log. It is included once per instruction set, into an unnamed namespace
+// that defines kLanes, the number of doubles in a register.
 //
-// A result is computed as high + low with an error bound; where both ends of the error round to the
-// same double, that is the result. docs/exact-math.md derives the bounds. They count on every
-// operation as it stands: nothing here may be contracted or reordered, and the same operations make
-// the bits the same in all kernels.
+// A result is computed as high + low with an error bound. If both ends of the error interval round
+// to the same double, that double is the result. docs/exact-math.md derives the bounds. They hold
+// only for these operations in this order: nothing may be contracted or reordered. All kernels
+// perform the same operations, so their bits agree.
 //
-// Only functions with internal linkage may be used here: the linker would take any other's code
-// from just one object, and that might be the one for the newest processors.
+// Only functions with internal linkage may be used here. Of any other function the linker keeps
+// one copy, which might be the one compiled for the newest processors.
 
 #if defined(__FAST_MATH__) || defined(__ASSOCIATIVE_MATH__) || defined(__RECIPROCAL_MATH__)
 #error "exact results need the arithmetic of IEEE 754: compile without -ffast-math"
 #endif
-#if __FLT_EVAL_METHOD__ != 0 && __FLT_EVAL_METHOD__ != 16  // 16 is about shorter types
+#if __FLT_EVAL_METHOD__ != 0 && __FLT_EVAL_METHOD__ != 16  // 16 concerns only shorter types
 #error "exact results need doubles that are rounded as doubles"
 #endif
 
 typedef double Reals __attribute__((vector_size(8 * kLanes)));
 typedef uint64_t Bits __attribute__((vector_size(8 * kLanes)));  // also masks: all ones is true
 
-// What a function found for each lane: the result where `decided`.
+// For each lane, whether the result is decided (a mask), and the result if so.
 struct Rounded {
     Reals result;
     Bits decided;
@@ -33,7 +33,7 @@ static inline Reals RealsOf(Bits bits) {
     return (Reals)bits;
 }
 
-// A member of each lane's table entry.
+// For each lane, member `member` of the table entry `index`.
 template <int kMembers>
 static inline Reals LookUp(const double* table, Bits index, uint64_t member) {
     Reals value;
@@ -50,20 +50,21 @@ static inline Rounded Round(Reals high, Reals low, Reals error, Bits inRange) {
     return {below, (Bits)(below == above) & inRange};
 }
 
-// e^x = 2^m * 2^(j/128) * e^r, |r| < 2^-8.5, with r = head + rest, where head has so few bits that
-// the products with it are exact. (P. Tang, "Table-driven implementation of the exponential
-// function in IEEE floating-point arithmetic", 1989.)
+// e^x = 2^m * 2^(j/128) * e^r with k = 128 * m + j and |r| < 2^-8.5. r = head + rest, where head
+// has so few bits that products with it are exact. tableHigh and tableLow are T1 and T2 of
+// docs/exact-math.md. (P. Tang, "Table-driven implementation of the exponential function in IEEE
+// floating-point arithmetic", 1989.)
 static inline Rounded FastExp(Reals x) {
-    constexpr double kToInteger = 0x1.8p52;  // added and subtracted, rounds to integers
-    constexpr double kToHead = 0x1.8p18;     // to multiples of 2^-34
-    constexpr double kLargest = 708.0;       // up to here the result is normal
-    constexpr double kError = 0x1p-67;       // of high + low, which is below 2
+    constexpr double kToInteger = 0x1.8p52;  // adding and subtracting it rounds to an integer
+    constexpr double kToHead = 0x1.8p18;     // the same, to a multiple of 2^-34
+    constexpr double kLargest = 708.0;       // up to this |x| the result is a normal number
+    constexpr double kError = 0x1p-67;       // bound on the error of high + low, which is below 2
     const Reals shifted = x * kExpStepsPerUnit + kToInteger;
-    const Reals steps = shifted - kToInteger;
+    const Reals k = shifted - kToInteger;
     const Bits j = BitsOf(shifted) & (kExpEntries - 1);
-    const Bits m = (BitsOf(shifted) ^ j) << 45;  // where a double has its exponent
-    const Reals first = x - steps * kExpStepHigh;
-    const Reals second = steps * kExpStepLow;
+    const Bits m = (BitsOf(shifted) ^ j) << 45;  // moved to the exponent bits of a double
+    const Reals first = x - k * kExpStepHigh;
+    const Reals second = k * kExpStepLow;
     const Reals head = (first + kToHead) - kToHead;
     const Reals rest = (first - head) - second;
     const Reals r = head + rest;
@@ -80,19 +81,19 @@ static inline Rounded FastExp(Reals x) {
     return {RealsOf(BitsOf(rounded.result) + m), rounded.decided};
 }
 
-// log(x) = m * log(2) - log(c) + log(1 + r) with x = 2^m * z, r = z * c - 1, |r| <= 2^-8. r is
-// exact, and so is the square of its leading half. (P. Tang, "Table-driven implementation of the
-// logarithm function in IEEE floating-point arithmetic", 1990.)
+// log(x) = m * log(2) - log(c) + log(1 + r) with x = 2^m * z, r = z * c - 1, |r| <= 2^-8. c is
+// `inverse` from the table. r is exact, and so is the square of its leading half. (P. Tang,
+// "Table-driven implementation of the logarithm function in IEEE floating-point arithmetic", 1990.)
 static inline Rounded FastLog(Reals x) {
     constexpr uint64_t kExponentField = uint64_t{0xFFF} << 52;
     constexpr uint64_t kLow21 = (uint64_t{1} << 21) - 1;
     constexpr uint64_t kLow27 = (uint64_t{1} << 27) - 1;
     constexpr uint64_t kBias = 1023;
-    constexpr double kError = 0x1p-67;  // of high + low, relative to high
+    constexpr double kError = 0x1p-67;  // bound on the error of high + low, relative to high
     const Bits offset = BitsOf(x) - BitsOf(Reals{} + kLogBegin);
     const Bits z = BitsOf(x) - (offset & kExponentField);
     const Bits index = offset >> 44 & (kLogEntries - 1);
-    // The low bits of a double from 2^52 on are its integer.
+    // Converts to double: the low bits of a double in [2^52, 2^53) are its integer part.
     const Bits biased = (offset + (kBias << 52)) >> 52;
     const Reals m = RealsOf(biased | BitsOf(Reals{} + 0x1p52)) - (0x1p52 + double{kBias});
     const Reals inverse = LookUp<kLogMembers>(kLogTable, index, 0);
@@ -116,12 +117,14 @@ static inline Rounded FastLog(Reals x) {
     return Round(high, low + tail, high * kError, inRange);
 }
 
+// Applies kFunction to `numBytes` bytes of doubles, at most a register; unused lanes compute
+// f(1.0). Undecided results become NaN. Returns the mask of undecided lanes.
 template <Rounded (*kFunction)(Reals)>
 static inline Bits Step(const double* x, double* result, size_t numBytes) {
     Reals argument = Reals{} + 1.0;
     __builtin_memcpy(&argument, x, numBytes);
     const Rounded rounded = kFunction(argument);
-    const Bits bits = BitsOf(rounded.result) | ~rounded.decided;  // all ones are a NaN
+    const Bits bits = BitsOf(rounded.result) | ~rounded.decided;  // all bits set is a NaN
     __builtin_memcpy(result, &bits, numBytes);
     return ~rounded.decided;
 }

@@ -1,5 +1,5 @@
-// Constants of the exponential and the logarithm. docs/exact-math.md says what each is chosen for;
-// scripts/exp-log-tables computes them.
+// Constants of the exponential and the logarithm. docs/exact-math.md explains each choice;
+// scripts/exp-log-tables computes the values.
 #ifndef SYLVORA_GOD_EXPLOGTABLES_H
 #define SYLVORA_GOD_EXPLOGTABLES_H
 
@@ -7,17 +7,17 @@
 
 namespace sylvora {
 
-// A value in two parts is high + low: high has few bits, so that products with it are exact, and
-// low is the double nearest to the rest.
+// A value in two parts is high + low. high has few bits, so that products with it are exact; low is
+// the double nearest to the remainder.
 
-// Entry j has the two parts of 2^(j/128), high a multiple of 2^-26.
+// Entry j holds the two parts of 2^(j/128); high is a multiple of 2^-26.
 constexpr int kExpEntries = 128;
 constexpr int kExpMembers = 2;
 extern const double kExpTable[kExpEntries * kExpMembers];
 
-// Entry i is for interval i of 256 neighbouring ones with the same number of doubles each, which
-// reach from kLogBegin to twice that: `inverse`, about 1/z and a multiple of 2^-9, and the two
-// parts of -log(inverse), high a multiple of 2^-42.
+// [kLogBegin, 2 * kLogBegin) is divided into 256 intervals with the same number of doubles each.
+// Entry i, for z in interval i, holds `inverse`, about 1/z and a multiple of 2^-9, and the two
+// parts of -log(inverse); high is a multiple of 2^-42.
 constexpr double kLogBegin = 0.6875;
 constexpr int kLogEntries = 256;
 constexpr int kLogMembers = 3;

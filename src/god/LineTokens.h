@@ -1,4 +1,4 @@
-// The tokens of a data line, and the quick ways to take those that nearly all of them are.
+// Splits a data line into tokens, with fast paths for the common forms of a pair.
 #ifndef SYLVORA_GOD_LINETOKENS_H
 #define SYLVORA_GOD_LINETOKENS_H
 
@@ -11,11 +11,15 @@
 
 namespace sylvora {
 
-constexpr long kMostIdDigits = 9;  // of an id that cannot leave the range
+constexpr long kMaxIdDigits = 9;  // an id of so many digits cannot overflow an int
 
+// A cursor over the tokens of one line. The text is borrowed. Not safe for concurrent use.
+//
+// Invariant: between calls, `at` is at the end of the last token taken, or at the start of the
+// line.
 class Tokens {
   public:
-    // `text` holds the line and may be read anywhere.
+    // `line` is part of `text`, all of which must be readable.
     Tokens(std::string_view line, std::string_view text)
         : at(line.data()), end(at + line.size()), endOfShort(EndOfShort(line, text)) {}
     explicit Tokens(std::string_view line) : Tokens(line, line) {}
@@ -28,10 +32,11 @@ class Tokens {
         return {begin, static_cast<size_t>(at - begin)};
     }
 
-    // Takes the next token if it is a pair as nearly all are: an id of a few digits, and a value
-    // that the conversion reads without doubts about its syntax. False leaves the token to Next.
+    // Takes the next token if it is a pair in a common form: an id of at most kMaxIdDigits digits,
+    // and a value that ConvertPlainReal accepts. Otherwise returns false; Next then returns the
+    // token.
     template <typename Value>
-    bool TakePlainPair(int& id, Value& value) {
+    bool TryTakePair(int& id, Value& value) {
         SkipSpaces();
         double number = 0.0;
         if (at < endOfShort) {
@@ -41,7 +46,7 @@ class Tokens {
                 return true;
             }
         }
-        const char* const colon = PlainId(id);
+        const char* const colon = ScanId(id);
         if (colon == nullptr) return false;
         const char* const behind = ConvertPlainReal(colon + 1, end, number);
         if (behind == nullptr || (behind != end && !IsSpace(*behind))) return false;
@@ -50,21 +55,22 @@ class Tokens {
         return true;
     }
 
-    // The same for the id alone; what is behind the colon may be anything but nothing at all.
-    bool TakePlainId(int& id) {
+    // The same, but converts only the id. The value may be any text except the empty one.
+    bool TryTakeId(int& id) {
         SkipSpaces();
-        const char* const colon = PlainId(id);
+        const char* const colon = ScanId(id);
         if (colon == nullptr || colon + 1 == end || IsSpace(colon[1])) return false;
         at = colon + 1;
         SkipToken();
         return true;
     }
 
-    // What is left of the line.
+    // The part of the line that has not been read.
     std::string_view Rest() const { return {at, static_cast<size_t>(end - at)}; }
 
   private:
-    // Pairs that begin before this can be taken as short ones.
+    // ConvertShortPair may be called for pairs that begin before this: both its windows are then
+    // inside the text.
     static const char* EndOfShort(std::string_view line, std::string_view text) {
         const char* const last = text.data() + text.size();
         const bool fRoom =
@@ -80,9 +86,10 @@ class Tokens {
         while (at != end && !IsSpace(*at)) ++at;
     }
 
-    // The colon behind an id of digits alone that cannot leave the range; null without one.
-    const char* PlainId(int& id) {
-        const char* const last = at + std::min<long>(end - at, kMostIdDigits);
+    // Converts an id of 1 to kMaxIdDigits digits. Returns the colon after it, or null if the token
+    // does not begin so. Does not move `at`.
+    const char* ScanId(int& id) {
+        const char* const last = at + std::min<long>(end - at, kMaxIdDigits);
         const char* p = at;
         int number = 0;
         for (; p != last && IsDigit(*p); ++p) number = number * 10 + (*p - '0');

@@ -1,4 +1,4 @@
-// The strict number syntax (see god.h) and the conversion of what passes it.
+// The number syntax of god.h, and the conversion of texts that have it.
 #include "NumberParsing.h"
 
 #include <locale.h>
@@ -17,25 +17,25 @@
 namespace sylvora {
 namespace {
 
-// As LoadDigits; after the end, zero bytes.
+// Like LoadDigits, but reads nothing from `last` on: zero bytes take the place of the rest.
 std::uint64_t LoadCharacters(const char* p, const char* last) {
-    if (last - p >= kWord) return LoadDigits(p);
-    char characters[kWord] = {};
+    if (last - p >= kWordSize) return LoadDigits(p);
+    char characters[kWordSize] = {};
     std::memcpy(characters, p, static_cast<size_t>(last - p));
     return LoadDigits(characters);
 }
 
 constexpr std::uint64_t kPowers[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000};
-constexpr long kMostDigits = 19;  // no 64 bits are too few for them
+constexpr long kMaxDigits = 19;  // any number of so many digits fits in 64 bits
 
-// Converts a number without an exponent whose digits are few enough for a double to hold them as
-// an integer. Returns its end; null for other numbers. The text begins with a digit, or with a
-// minus and a digit.
+// Converts a number without an exponent whose digits form an integer that is exact as a double.
+// Returns its end, or null for other numbers. The text must begin with a digit, or a minus and a
+// digit.
 const char* ConvertFewDigits(const char* first, const char* last, double& result) {
     const int fMinus = *first == '-' ? 1 : 0;
     const char* p = first + fMinus;
     std::uint64_t digits = 0;
-    const char* const lastWhole = p + std::min(last - p, kMostDigits);
+    const char* const lastWhole = p + std::min(last - p, kMaxDigits);
     for (; p != lastWhole && IsDigit(*p); ++p) {
         digits = digits * 10 + static_cast<std::uint64_t>(*p - '0');
     }
@@ -44,25 +44,25 @@ const char* ConvertFewDigits(const char* first, const char* last, double& result
     if (p != last && *p == '.') {
         ++p;
         std::uint64_t word = LoadCharacters(p, last);
-        int count = LeadingDigits(word);
-        if (count == kWord) {
-            digits = digits * kPowers[kWord] + Join(word, kWord);
-            p += kWord;
-            numFraction = kWord;
+        int count = CountLeadingDigits(word);
+        if (count == kWordSize) {
+            digits = digits * kPowers[kWordSize] + ParseDigits(word, kWordSize);
+            p += kWordSize;
+            numFraction = kWordSize;
             word = LoadCharacters(p, last);
-            count = LeadingDigits(word);
+            count = CountLeadingDigits(word);
         }
-        digits = digits * kPowers[count] + Join(word, count);
+        digits = digits * kPowers[count] + ParseDigits(word, count);
         p += count;
         numFraction += count;
     }
     const bool fMore = p != last && (IsDigit(*p) || *p == '.' || *p == 'e' || *p == 'E');
-    if (fMore || numWhole + numFraction > kMostDigits || digits > kExact) return nullptr;
-    result = Scaled(digits, numFraction, fMinus);
+    if (fMore || numWhole + numFraction > kMaxDigits || digits > kMaxExact) return nullptr;
+    result = ScaleDigits(digits, numFraction, fMinus);
     return p;
 }
 
-// One scan for all forms; `maxPoints` is 0 for integers, 1 for reals.
+// Whether `text` has the syntax of god.h. `maxPoints` is 0 for integers, 1 for reals.
 bool HasNumberSyntax(std::string_view text, int maxPoints) {
     int numExponents = 0;
     int numPoints = 0;
@@ -85,7 +85,8 @@ bool HasNumberSyntax(std::string_view text, int maxPoints) {
     return numExponents <= 1 && numPoints <= maxPoints;
 }
 
-// strtod, but always with a decimal point; from_chars leaves out-of-range values to it.
+// strtod in the classic locale. Used where from_chars reports an overflow or underflow, because
+// from_chars then gives no value.
 double ConvertOutOfRange(std::string_view text) {
     static const locale_t classic = newlocale(LC_ALL_MASK, "C", nullptr);
     const std::string terminated(text);
@@ -102,8 +103,8 @@ double ConvertReal(std::string_view text) {
 
 }  // namespace
 
-// A digit in front keeps from_chars from all that the strict syntax forbids: names, a leading
-// point, hexadecimal.
+// from_chars accepts more than the syntax of god.h: "inf", "nan", a leading point. None of that
+// begins with a digit, so the check of the first character excludes it.
 const char* ConvertPlainReal(const char* first, const char* last, double& result) {
     const char* digit = first != last && *first == '-' ? first + 1 : first;
     if (digit == last || !IsDigit(*digit)) return nullptr;
@@ -133,7 +134,7 @@ bool ParseNumber(std::string_view text, float& result) {
 
 bool ParseNumber(std::string_view text, int& result) {
     if (!HasNumberSyntax(text, 0)) return false;
-    constexpr size_t kShort = 9;  // digits that cannot leave the range
+    constexpr size_t kShort = 9;  // characters: no overflow of an int
     long value = 0;
     if (text.size() <= kShort) {
         const bool fSigned = !text.empty() && !IsDigit(text.front());

@@ -1,4 +1,5 @@
-// Number parsing on pieces of a longer text, for readers that do not own a terminated string.
+// Number parsing on parts of a longer text that need not end with a zero byte. Safe to call from
+// any thread.
 #ifndef SYLVORA_GOD_NUMBERPARSING_H
 #define SYLVORA_GOD_NUMBERPARSING_H
 
@@ -13,15 +14,15 @@ inline bool IsSpace(char c) {
     return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
-// As TryStrToDouble, TryStrToFloat and TryStrToInt, on the whole of `text`; an embedded zero byte
-// is no digit and rejects it.
+// Like TryStrToDouble, TryStrToFloat and TryStrToInt (god.h), on the whole of `text`. A text with
+// an embedded zero byte is refused.
 [[nodiscard]] bool ParseNumber(std::string_view text, double& result);
 [[nodiscard]] bool ParseNumber(std::string_view text, float& result);
 [[nodiscard]] bool ParseNumber(std::string_view text, int& result);
 
-// Converts the number at the start of the text from `first` to `last` and returns its end, or null
-// if it is none of the usual: one that begins with a digit, or with a minus and a digit, and is in
-// the range of a double. What it takes has the strict syntax, whatever follows.
+// The fast path of ParseNumber. Converts the number at the start of [first, last) and returns its
+// end. Returns null for a number that does not begin with a digit, or a minus and a digit, and for
+// one that is out of range. What it accepts has the syntax of god.h; any text may follow it.
 [[nodiscard]] const char* ConvertPlainReal(const char* first, const char* last, double& result);
 
 }  // namespace sylvora

@@ -1,4 +1,4 @@
-// The generator of every random choice (see ranz in god.h) and the global seed word.
+// The one random generator (see ranz in god.h) and the global seed word.
 #include "RandomGenerator.h"
 
 #include <algorithm>
@@ -12,17 +12,17 @@ long gseed = 0;
 namespace sylvora {
 namespace {
 
-// Multiplicative generator: word -> factor * word mod modulus, by Schrage's method, which needs no
-// wider products. quotient = modulus / factor, remainder = modulus % factor.
+// A multiplicative congruential generator: word -> factor * word mod modulus.
+// quotient = modulus / factor and remainder = modulus % factor, as Schrage's method needs them.
 struct Multiplier {
     long modulus, factor, quotient, remainder;
 
     bool IsInRange(long word) const { return word > 0 && word < modulus; }
 
-    // What Next makes of a word in range, the other way round.
-    long Product(long word, long by) const { return word * by % modulus; }
+    // For `a` and `b` in range. Product(word, factor) equals Next(word).
+    long Product(long a, long b) const { return a * b % modulus; }
 
-    // `count` times Next, for a word in range.
+    // The result of `count` calls of Next on a word in range, by repeated squaring.
     long Jump(long word, long count) const {
         long power = factor;
         for (; count > 0; count /= 2) {
@@ -32,6 +32,7 @@ struct Multiplier {
         return word;
     }
 
+    // By Schrage's method. Also defined for words out of range, which Product must not be given.
     long Next(long word) const {
         const long k = word / quotient;
         const long next = factor * (word - k * quotient) - k * remainder;
@@ -47,11 +48,12 @@ constexpr long kPerSlot = 1 + kLargest / kTableSize;
 constexpr double kScale = 1.0 / static_cast<double>(kFirst.modulus);
 constexpr double kBelowOne = 0.99999988;
 constexpr int kWarmUps = 8;
-// A start beyond this could leave the range of the table; every smaller one is used as it is.
+// A start word above this could make the table index leave the table. Smaller ones are used as they
+// are, even above the modulus: streams of existing models depend on it.
 constexpr long kLargestStart = 1L << 34;
 
-std::mutex generatorMutex;  // guards the state
-GeneratorState generator;   // but for the word, which each caller has
+std::mutex generatorMutex;  // guards `generator`
+GeneratorState generator;   // its `word` is unused: each caller passes its own
 
 long StartWord(long seed) {
     const unsigned long magnitude = 0UL - static_cast<unsigned long>(seed);
@@ -110,8 +112,8 @@ int Draws::Index(int n) {
     return std::min(index, n - 1);
 }
 
-// Draws one by one until both words are in range, where a plain product replaces Schrage's method
-// and the first word, on which nothing drawn depends, can make all its steps at once.
+// Draws one by one until both words are in range. From there on a plain product replaces Schrage's
+// method, and the first word jumps to its final value at once: no draw depends on it.
 void Draws::FisherYates(int n, int count, int* indexV) {
     int i = 0;
     for (; i < count && !(kFirst.IsInRange(*word) && kSecond.IsInRange(state.secondWord)); ++i) {

@@ -1,5 +1,5 @@
-// Draws in bulk: holds the generator's lock once for many draws, so that a sampler takes its draws
-// from one stream without anybody else's between them.
+// Bulk access to the generator of ranz: one lock for many draws, so that no other thread draws in
+// between.
 #ifndef SYLVORA_GOD_RANDOMGENERATOR_H
 #define SYLVORA_GOD_RANDOMGENERATOR_H
 
@@ -7,11 +7,11 @@
 
 namespace sylvora {
 
-// All that the draws to come depend on.
+// The complete state of the generator: it determines all further draws.
 struct GeneratorState {
     static constexpr int kTableSize = 32;
 
-    long word = 0;  // the caller's
+    long word = 0;  // the caller's state word
     long secondWord = 123456789;
     long lastOutput = 0;
     long table[kTableSize] = {};
@@ -21,23 +21,24 @@ struct GeneratorState {
 
 class Draws {
   public:
-    // `seed` is the caller's state word, as for ranz. Only one such Draws lives at a time; others
-    // wait.
+    // Draws from the shared generator. `seed` is the caller's state word, as for ranz. Holds the
+    // generator's lock while it lives: other threads that draw wait.
     explicit Draws(long* seed);
-    // Draws from a state of the caller's own; the generator itself stays where it is.
+    // Draws from the caller's own state, without a lock. The shared generator does not change.
     explicit Draws(GeneratorState& own) : state(own), word(&own.word) {}
 
-    // The state of the generator with the caller's word.
+    // A copy of the shared generator's state, combined with the caller's state word.
     static GeneratorState StateNow(const long* seed);
-    // Takes the generator from `before` to `after`; false, with nothing changed, where it is not
-    // at `before`.
+    // Moves the shared generator and the caller's word from `before` to `after`. If they are not
+    // at `before`, returns false and changes nothing that a draw depends on.
     [[nodiscard]] static bool Skip(long* seed, const GeneratorState& before,
                                    const GeneratorState& after);
 
-    // A uniform index into a pool of `n` items.
+    // A uniform index in [0, n).
     int Index(int n);
 
-    // `count` indices, the i-th into a pool of n - i items: those of a partial Fisher-Yates draw.
+    // The indices of a partial Fisher-Yates shuffle: writes `count` of them, the i-th uniform in
+    // [0, n - i). Equal to `count` calls of Index, but faster.
     void FisherYates(int n, int count, int* indexV);
 
   private:

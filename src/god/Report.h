@@ -1,6 +1,6 @@
-// The one way in which the library speaks: a message is put together first and then written in one
-// piece, so that messages of several threads do not mix. Numbers in messages, as in every file,
-// have the stream's default format in the classic locale: six significant digits, a decimal point.
+// All messages of the library. A message is composed first and then written at once, so messages of
+// different threads do not mix. Numbers have six significant digits and a decimal point, whatever
+// the locale is.
 #ifndef SYLVORA_GOD_REPORT_H
 #define SYLVORA_GOD_REPORT_H
 
@@ -13,16 +13,18 @@
 
 namespace sylvora {
 
+// Concatenates the pieces. Throws std::bad_alloc.
 template <typename... Piece>
 std::string Text(const Piece&... pieces) {
     std::ostringstream text;
-    text.exceptions(std::ios::badbit);  // or a text that finds no memory would just end
+    text.exceptions(std::ios::badbit);  // otherwise lack of memory would silently truncate the text
     text.imbue(std::locale::classic());
     (text << ... << pieces);
     return text.str();
 }
 
-// Writes to standard error; where no memory is left to put the message together, in pieces.
+// Writes to standard error. If there is no memory to compose the message, writes the pieces one by
+// one.
 template <typename... Piece>
 void Warn(const Piece&... pieces) {
     try {
@@ -32,7 +34,7 @@ void Warn(const Piece&... pieces) {
     }
 }
 
-// Writes to standard error and returns the status of a failure.
+// Writes to standard error and returns -1, the status of a failure.
 template <typename... Piece>
 [[nodiscard]] int Fail(const Piece&... pieces) {
     Warn(pieces...);
@@ -45,8 +47,7 @@ void Print(const Piece&... pieces) {
     std::cout << Text(pieces...);
 }
 
-// Runs an operation that reports through its status; memory that runs out inside it, where no
-// message of its own is due, becomes a failure like any other.
+// Runs `operation` and returns its status. If it runs out of memory, reports that and returns -1.
 template <typename Operation>
 [[nodiscard]] int Guarded(Operation operation) noexcept {
     try {

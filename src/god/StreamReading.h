@@ -1,4 +1,4 @@
-// Reading from streams when memory is short.
+// Reading from streams that reports lack of memory.
 #ifndef SYLVORA_GOD_STREAMREADING_H
 #define SYLVORA_GOD_STREAMREADING_H
 
@@ -8,9 +8,8 @@
 
 namespace sylvora {
 
-// Runs `read` on a stream, which by itself would take memory that runs out for a text that ends:
-// here it is std::bad_alloc, as everywhere else. A file that cannot be read any further still ends,
-// with bad() set.
+// Runs `read`, which reads from `in`. A stream by itself treats lack of memory as the end of the
+// text; this lets std::bad_alloc through. An input error still ends the text, with bad() set.
 template <typename Read>
 void ReadFrom(std::istream& in, Read read) {
     try {
@@ -20,7 +19,7 @@ void ReadFrom(std::istream& in, Read read) {
     }
 }
 
-// Whether there was a line.
+// Reads the next line without its line feed. Returns false at the end of the text.
 inline bool ReadLine(std::istream& in, std::string& line) {
     ReadFrom(in, [&] { std::getline(in, line); });
     return !in.fail();

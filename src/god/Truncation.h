@@ -1,4 +1,4 @@
-// Truncation of reals toward zero that is defined for every value.
+// Truncation toward zero, defined for every double.
 #ifndef SYLVORA_GOD_TRUNCATION_H
 #define SYLVORA_GOD_TRUNCATION_H
 
@@ -6,8 +6,8 @@
 
 namespace sylvora {
 
-// The integer part of `value`; the smallest Int where `value` is NaN or out of range, as the
-// processor's own conversion has it.
+// The integer part of `value`, or the smallest Int if `value` is NaN or out of range. That is what
+// the conversion instruction of x86-64 returns, while C++ leaves it undefined.
 template <typename Int>
 [[nodiscard]] Int Truncate(double value) {
     constexpr double kBound = -static_cast<double>(std::numeric_limits<Int>::min());  // 2^(bits-1)

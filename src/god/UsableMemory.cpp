@@ -1,3 +1,4 @@
+// The limits on memory; see UsableMemory.h.
 #include "UsableMemory.h"
 
 #include <sys/resource.h>
@@ -12,7 +13,7 @@ namespace {
 
 constexpr double kNoLimit = std::numeric_limits<double>::infinity();
 
-// A file that is missing, or that says "max", sets no limit.
+// A missing file, or one that contains "max", sets no limit.
 double LimitOfFolder(const std::string& folder) {
     double limit = kNoLimit;
     for (const char* name : {"/memory.max", "/memory.limit_in_bytes"}) {
@@ -24,9 +25,9 @@ double LimitOfFolder(const std::string& folder) {
 
 }  // namespace
 
-double MemoryOfControlGroup(const ControlGroupPlaces& places) {
+double MemoryOfControlGroup(const ControlGroupPaths& paths) {
     double limit = kNoLimit;
-    for (const std::string& folder : ControlGroupFolders("memory", places)) {
+    for (const std::string& folder : ControlGroupFolders("memory", paths)) {
         limit = std::min(limit, LimitOfFolder(folder));
     }
     return limit;

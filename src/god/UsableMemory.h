@@ -6,12 +6,12 @@
 
 namespace sylvora {
 
-// The machine's memory, or what its control group (a container's limit) or the process's limit on
-// address space (ulimit -v) allows if that is less; in bytes.
+// In bytes: the least of the machine's memory, the limit of the process's control groups (a
+// container's limit) and the process's limit on address space (ulimit -v).
 double UsableMemory();
 
-// The limit of the control groups found there in bytes, the lowest of all; infinite: no limit.
-double MemoryOfControlGroup(const ControlGroupPlaces& places);
+// The lowest limit, in bytes, of the control groups found under `paths`; infinity if there is none.
+double MemoryOfControlGroup(const ControlGroupPaths& paths);
 
 }  // namespace sylvora
 

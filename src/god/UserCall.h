@@ -1,4 +1,4 @@
-// Calls of functions that the user supplies.
+// Calls of functions that the user supplied.
 #ifndef SYLVORA_GOD_USERCALL_H
 #define SYLVORA_GOD_USERCALL_H
 
@@ -10,9 +10,9 @@
 
 namespace sylvora {
 
-// Returns the status of `call`, a call of the user's function `name`. An exception is written to
-// standard error and becomes -1, with fThrew set. Only the unwinding of a cancelled thread goes on,
-// as it must.
+// Runs `call`, which calls the user's function `name`, and returns its status. An exception is
+// reported on standard error; fThrew is then set and the result is -1. The unwinding of a cancelled
+// thread is not stopped: glibc requires that it goes on.
 template <typename Flag, typename Call>
 [[nodiscard]] int CallUser(const char* name, Flag& fThrew, const Call& call) {
     try {

@@ -1,3 +1,4 @@
+// Power series in wide fixed point; see WideExpLog.h.
 #include "WideExpLog.h"
 
 #include <cstdlib>
@@ -7,8 +8,8 @@
 namespace sylvora {
 namespace {
 
-// e^t for 0 <= t < log(2), at most 2^12 units too small: the power series at t / 256, whose first
-// term left out is below 2^-270, and eight squarings.
+// e^t for 0 <= t < log(2), at most 2^12 units too small. Sums the power series at t / 256, whose
+// first omitted term is below 2^-270, and squares the sum eight times.
 Wide PowerSeries(const Wide& t) {
     constexpr int kSquarings = 8;
     constexpr int kTerms = 22;
@@ -20,7 +21,7 @@ Wide PowerSeries(const Wide& t) {
     return sum;
 }
 
-// log(1 + d) for |d| < 2^-45, by its power series, whose first term left out is below 2^-272.
+// log(1 + d) for |d| < 2^-45, by its power series. The first omitted term is below 2^-272.
 Wide LogNearOne(const Wide& d) {
     const bool fNegative = d.IsNegative();
     const Wide size = Magnitude(d);
@@ -33,8 +34,8 @@ Wide LogNearOne(const Wide& d) {
     return fNegative ? -sum : sum;
 }
 
-// log(z) for 0.7 <= z <= 1.42, to about 2^-50: the series of the inverse hyperbolic tangent.
-double RoughLog(double z) {
+// log(z) for 0.7 <= z <= 1.42 to about 2^-50, by the series of the inverse hyperbolic tangent.
+double ApproximateLog(double z) {
     const double s = (z - 1.0) / (z + 1.0);
     double sum = 0.0;
     for (int n = 23; n > 0; n -= 2) sum = sum * s * s + 1.0 / n;
@@ -43,26 +44,26 @@ double RoughLog(double z) {
 
 }  // namespace
 
-Wide TimesLn2(int wholes) {
-    const Wide product = WholeNumber(std::abs(wholes)) * kLn2;
-    return wholes < 0 ? -product : product;
+Wide TimesLn2(int factor) {
+    const Wide product = WholeNumber(std::abs(factor)) * kLn2;
+    return factor < 0 ? -product : product;
 }
 
-Power WideExp(const Wide& x, int wholes) {
-    Wide rest = x - TimesLn2(wholes);
-    for (; rest.IsNegative(); --wholes) rest = rest + kLn2;
-    for (; !(rest - kLn2).IsNegative(); ++wholes) rest = rest - kLn2;
-    return {PowerSeries(rest), wholes};
+Power WideExp(const Wide& x, int exponent) {
+    Wide rest = x - TimesLn2(exponent);
+    for (; rest.IsNegative(); --exponent) rest = rest + kLn2;
+    for (; !(rest - kLn2).IsNegative(); ++exponent) rest = rest - kLn2;
+    return {PowerSeries(rest), exponent};
 }
 
-// With y near log(z), log(z) = y + log(z / e^y), where z / e^y is so near to 1 that a few terms of
-// the series are enough.
+// One correction of an approximation y: log(z) = y + log(z / e^y). z / e^y is so near to 1 that a
+// few terms of the series suffice.
 Wide WideLog(double z) {
-    const double rough = RoughLog(z);
-    const Power inverse = WideExp(WideNumber(-rough), rough > 0 ? -1 : 0);
+    const double approximate = ApproximateLog(z);
+    const Power inverse = WideExp(WideNumber(-approximate), approximate > 0 ? -1 : 0);
     const Wide product = WideNumber(z) * inverse.value;
     const Wide ratio = inverse.exponent < 0 ? product / 2 : product;
-    return WideNumber(rough) + LogNearOne(ratio - WholeNumber(1));
+    return WideNumber(approximate) + LogNearOne(ratio - WholeNumber(1));
 }
 
 }  // namespace sylvora

@@ -1,4 +1,5 @@
-// Exponentials and logarithms of wide numbers, with the error bounds of docs/exact-math.md.
+// Exponentials and logarithms in wide fixed point. docs/exact-math.md derives the error bounds. A
+// unit is 2^-256, see WideNumber.h.
 #ifndef SYLVORA_GOD_WIDEEXPLOG_H
 #define SYLVORA_GOD_WIDEEXPLOG_H
 
@@ -12,15 +13,15 @@ struct Power {
     int exponent;
 };
 
-// e^x for |x| <= 1100, where `wholes` is x / log(2) rounded to either side (any other value only
-// takes time). The value is within 2^13 units.
-Power WideExp(const Wide& x, int wholes);
+// e^x for |x| <= 1100, with an error of at most 2^13 units in `value`. `exponent` is an estimate of
+// x / log(2), rounded up or down; a worse estimate only costs time.
+Power WideExp(const Wide& x, int exponent);
 
-// log(z) for 0.7 <= z <= 1.42, within 2^13 units.
+// log(z) for 0.7 <= z <= 1.42, with an error of at most 2^13 units.
 Wide WideLog(double z);
 
-// `wholes` * log(2), within |wholes| units.
-Wide TimesLn2(int wholes);
+// factor * log(2), with an error of at most |factor| units.
+Wide TimesLn2(int factor);
 
 }  // namespace sylvora
 

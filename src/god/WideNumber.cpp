@@ -1,3 +1,4 @@
+// Arithmetic on 320-bit fixed-point numbers; see WideNumber.h.
 #include "WideNumber.h"
 
 #include <cmath>
@@ -19,7 +20,7 @@ std::uint64_t HighLimb(TwoLimbs value) {
     return static_cast<std::uint64_t>(value >> kLimbBits);
 }
 
-// 64 bits of the value from bit `at` on; zeros beyond either end.
+// The 64 bits of the value from bit `at` on; bits beyond either end are 0.
 std::uint64_t BitsFrom(const Wide& value, int at) {
     const auto limb = [&value](int k) { return k < 0 || k >= Wide::kLimbs ? 0 : value.limbV[k]; };
     const int k = (at + kLimbBits) / kLimbBits - 1;
@@ -50,11 +51,11 @@ Wide WideNumber(double value) {
     const double fraction = std::frexp(std::fabs(value), &exponent);
     const TwoLimbs significand = static_cast<std::uint64_t>(std::ldexp(fraction, 53));
     Wide wide = {};
-    int at = exponent - 53 + Wide::kFractionBits;  // the place of the significand's lowest bit
+    int at = exponent - 53 + Wide::kFractionBits;  // bit position of the significand's lowest bit
     if (at <= -53) return wide;
-    const TwoLimbs cut = at < 0 ? significand >> -at : significand;
+    const TwoLimbs truncated = at < 0 ? significand >> -at : significand;
     if (at < 0) at = 0;
-    const TwoLimbs placed = cut << at % kLimbBits;
+    const TwoLimbs placed = truncated << at % kLimbBits;
     const int k = at / kLimbBits;
     wide.limbV[k] = LowLimb(placed);
     if (k + 1 < Wide::kLimbs) wide.limbV[k + 1] = HighLimb(placed);
@@ -120,19 +121,20 @@ Wide operator/(const Wide& a, int divisor) {
 }
 
 double NearestDouble(const Wide& value, int exponent) {
-    constexpr int kLeast = -1074;  // the exponent of the smallest double
+    constexpr int kMinExponent = -1074;  // 2^-1074 is the smallest positive double
     const int highest = HighestBit(value);
     const int binade = highest - Wide::kFractionBits + exponent;  // 2^binade <= the result
     if (binade > 1023) return std::numeric_limits<double>::infinity();
-    const bool fNormal = binade >= kLeast + 52;
-    const int numBits = fNormal ? 53 : binade - kLeast + 1;
+    const bool fNormal = binade >= kMinExponent + 52;
+    const int numBits = fNormal ? 53 : binade - kMinExponent + 1;
     if (numBits < 0) return 0.0;
-    // One bit more, which is added to itself: its carry rounds. A significand of 54 bits carries on
-    // into the exponent, as it has to.
-    const int numCut = highest + 1 - numBits;
+    // Keep one extra bit, add 1 to it and drop it: that rounds to nearest. If the significand grows
+    // to 54 bits, its carry moves into the exponent, which gives the right result.
+    const int numDropped = highest + 1 - numBits;
     const std::uint64_t mask = (std::uint64_t{1} << (numBits + 1)) - 1;
-    const std::uint64_t significand = ((BitsFrom(value, numCut - 1) & mask) + 1) >> 1;
-    const std::uint64_t leading = fNormal ? static_cast<std::uint64_t>(binade - kLeast - 52) : 0;
+    const std::uint64_t significand = ((BitsFrom(value, numDropped - 1) & mask) + 1) >> 1;
+    const std::uint64_t leading =
+        fNormal ? static_cast<std::uint64_t>(binade - kMinExponent - 52) : 0;
     return FromBits((leading << 52) + significand);
 }
 

@@ -1,5 +1,5 @@
-// Fixed-point numbers of 320 bits, 256 of them behind the point, for the few results that doubles
-// cannot decide.
+// Fixed-point numbers of 320 bits, 256 of them fraction bits. The reference implementation of exp
+// and log computes with them.
 #ifndef SYLVORA_GOD_WIDENUMBER_H
 #define SYLVORA_GOD_WIDENUMBER_H
 
@@ -7,20 +7,20 @@
 
 namespace sylvora {
 
-// The integer of all limbs, in two's complement, times 2^-256. Sums wrap; what is called a unit
-// below is 2^-256.
+// The limbs form one integer in two's complement; the value is that integer times 2^-256. A unit,
+// below, is 2^-256. Sums wrap around.
 struct Wide {
     static constexpr int kLimbs = 5;
     static constexpr int kFractionBits = 256;
 
-    std::uint64_t limbV[kLimbs];  // the lowest first
+    std::uint64_t limbV[kLimbs];  // least significant first
 
     bool IsNegative() const { return limbV[kLimbs - 1] >> 63 != 0; }
 };
 
 Wide WholeNumber(int whole);
 
-// `value`, |value| < 2^62, rounded towards 0 to a unit.
+// `value`, rounded toward 0 to a unit. |value| must be below 2^62.
 Wide WideNumber(double value);
 
 Wide operator+(const Wide& a, const Wide& b);
@@ -28,13 +28,13 @@ Wide operator-(const Wide& a, const Wide& b);
 Wide operator-(const Wide& a);
 Wide Magnitude(const Wide& a);
 
-// The operands of these are at least 0, the true results below 2^63, and results are rounded down
-// to a unit.
+// The operands must not be negative and the exact result must be below 2^63. The result is rounded
+// down to a unit.
 Wide operator*(const Wide& a, const Wide& b);
 Wide operator/(const Wide& a, int divisor);
 
-// The double nearest to value * 2^exponent; infinite where that is 2^1024. `value` is at least
-// 2^-128, |exponent| at most 10000. A tie goes upwards; callers have none.
+// The double nearest to value * 2^exponent; infinity if that rounds to 2^1024 or more. `value` must
+// be at least 2^-128, and |exponent| at most 10000. Ties round up, not to even: callers have none.
 double NearestDouble(const Wide& value, int exponent);
 
 }  // namespace sylvora

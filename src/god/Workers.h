@@ -1,4 +1,4 @@
-// Fork and join: runs one entry point per record, each on a POSIX thread of its own.
+// Fork and join: runs an entry point once per record, each call on its own POSIX thread.
 #ifndef SYLVORA_GOD_WORKERS_H
 #define SYLVORA_GOD_WORKERS_H
 
@@ -13,20 +13,21 @@
 
 namespace sylvora {
 
-// Reports that a thread could not be started.
+// Reports that a thread could not be started and returns -1. `code` is what pthread_create
+// returned.
 [[nodiscard]] inline int FailToStart(int code) {
     return Fail("ERROR: pthread_create for multi-split nodes  error: error_code=", code, "\n");
 }
 
-// What became of a ForkJoin.
+// The outcome of a ForkJoin.
 struct Joined {
     int status;       // -1 when a thread could not be started or joined
-    bool fAllWorked;  // every worker ran and returned null
+    bool fAllWorked;  // every started worker returned null
 };
 
-// Starts a thread per record with ids stored in `ids` (as many entries), then joins all in order.
-// A single record runs on the calling thread. When a thread cannot be started, those that run
-// already are joined first, for they use the records.
+// Starts one thread per record, then joins them in order. `ids` has one entry per record; all
+// arrays belong to the caller. A single record runs on the calling thread. If a thread cannot be
+// started, those already running are joined before this returns, because they use the records.
 template <typename Record>
 [[nodiscard]] Joined ForkJoin(void* (*entry)(void*), std::vector<Record>& records, pthread_t* ids) {
     if (records.size() == 1) return {0, entry(&records[0]) == nullptr};
@@ -51,24 +52,24 @@ template <typename Record>
     return joined;
 }
 
-// The first index of part `t` when `count` items are cut into `numParts` runs that differ by at
-// most one, the longer ones first; part `t` ends before the first index of part t + 1.
+// The first index of part `t` when `count` items are divided into `numParts` contiguous parts whose
+// sizes differ by at most one, the larger parts first. Part `t` ends where part t + 1 begins.
 inline int PartBegin(int count, int numParts, int t) {
     return count / numParts * t + std::min(t, count % numParts);
 }
 
-// The exit value of a thread whose work ended with `status`.
+// `status` as the exit value of a thread; null for 0.
 inline void* ExitValue(int status) {
     return reinterpret_cast<void*>(intptr_t{status});
 }
 
-// Holds a mutex while it lives.
-class Locked {
+// Locks a mutex for its own lifetime.
+class MutexLock {
   public:
-    explicit Locked(pthread_mutex_t& m) : mutex(m) { pthread_mutex_lock(&mutex); }
-    ~Locked() { pthread_mutex_unlock(&mutex); }
-    Locked(const Locked&) = delete;
-    Locked& operator=(const Locked&) = delete;
+    explicit MutexLock(pthread_mutex_t& m) : mutex(m) { pthread_mutex_lock(&mutex); }
+    ~MutexLock() { pthread_mutex_unlock(&mutex); }
+    MutexLock(const MutexLock&) = delete;
+    MutexLock& operator=(const MutexLock&) = delete;
 
   private:
     pthread_mutex_t& mutex;

@@ -1,4 +1,4 @@
-// The table of parameters, and the two readers that fill a set through it.
+// The table of parameters, and the readers of the configuration file and the command line.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -17,7 +17,7 @@ using namespace sylvora::tests;
 
 typedef CheckCfgCLS C;
 
-// Every key with its member: what users' files rely on, written down a second time.
+// Every key and its member, stated independently of the table, because users' files rely on them.
 const std::vector<std::pair<std::string, ParameterMember>> kOptions = {
     {"fileModel", &C::fileModel},   {"fileTrain", &C::fileTrain}, {"fileDebug", &C::fileDebug},
     {"labelTran", &C::fileTran},    {"fileTest", &C::fileTest},   {"mode", &C::mode},
@@ -116,10 +116,10 @@ TEST(Parameters, Defaults) {
 
 TEST(Readers, Table) {
     struct Case {
-        std::string text;  // of the file, behind a line that sets numTree to 30
+        std::string text;  // of the file, after a line that sets numTree to 30
         std::vector<std::string> arguments;
         std::string err, out;
-        int numTree;  // afterwards
+        int numTree;  // the value after reading
     };
     const std::string longValue(4096, 'x');
     const std::string failed = "ERROR: Failed to read config file!\n";

@@ -1,4 +1,4 @@
-// Validation: for a set as given, its outcome, what it says and what it rewrites.
+// Validation: for given settings, the status, the messages and the settings afterwards.
 #include <gtest/gtest.h>
 
 #include <limits>
@@ -41,7 +41,7 @@ void Expect(const std::string& settings, const CheckCfgCLS& cfg) {
 
 TEST(Validation, Table) {
     struct Case {
-        const char* given;  // numThread = 1 unless said otherwise
+        const char* given;  // after numThread=1
         int status;
         const char* err;
         const char* after;
@@ -111,7 +111,7 @@ TEST(Validation, Table) {
         EXPECT_EQ(outcome.err, c.err);
         Expect(c.after, cfg);
         EXPECT_EQ(cfg.fQID, cfg.modelType == "GBRank");
-        EXPECT_FALSE(cfg.fDebug);  // only the forest was given a debug file
+        EXPECT_FALSE(cfg.fDebug);  // only the case of a forest sets fileDebug, which it ignores
     }
 }
 

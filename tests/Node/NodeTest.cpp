@@ -1,9 +1,9 @@
-// A node apart from its search: its output, its columns and its partition.
+// A node without its search: output, sampling of columns and partition.
 #include <cmath>
 #include <limits>
 
 #include "../Support.h"
-#include "Bench.h"
+#include "Fixture.h"
 
 namespace {
 
@@ -52,7 +52,7 @@ TEST(Node, RefusesWhatAUserSamplerMustNotReturn) {
 
 TEST(Node, PartitionsWithTwoCursors) {
     const double inf = std::numeric_limits<double>::infinity();
-    const double up = std::nextafter(1.0, 2.0);  // midpoints of 1 and this round to either
+    const double up = std::nextafter(1.0, 2.0);  // its midpoint with 1 rounds to one of the two
     const std::tuple<VecDle, double, int, VecInt> cases[] = {
         {{5, 1, 4, 2, 3, 9}, 3, 3, {3, 1, 4, 0, 2, 5}},
         {{up, up, 1}, up, 1, {0, 1, 2}},

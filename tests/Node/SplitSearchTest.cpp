@@ -1,14 +1,14 @@
-// Rules of the searches that data rarely meets; tests/differential/ has the rest.
+// Rules of the split search that random data rarely reaches; tests/differential/ covers the rest.
 #include <tuple>
 
 #include "../Support.h"
-#include "Bench.h"
+#include "Fixture.h"
 
 namespace {
 
 using namespace sylvora::tests;
 
-const int kThreads[] = {kOne, 1, 2, 3, 8};
+const int kThreads[] = {kCallingThread, 1, 2, 3, 8};
 
 typedef std::tuple<double, int, double, int> Found;  // score, column, threshold, rows on the left
 
@@ -18,7 +18,7 @@ Found Search(Table& table, bool fClasses, SamplingFeatureType sampler, int numTh
     if (root.ComputeOutput() != 0 || root.Sample(sampler, -9) != 0) ADD_FAILURE();
     EXPECT_EQ(root.Search(numThread, score), 0);
     EXPECT_EQ(root.selFeaV, nullptr);
-    EXPECT_EQ(numThread == kOne ? root.boundElemFea : root.bestCriteria, score);
+    EXPECT_EQ(numThread == kCallingThread ? root.boundElemFea : root.bestCriteria, score);
     return {score, root.splitFea, root.splitElemFea, root.countL};
 }
 
@@ -27,7 +27,7 @@ int Descending(int dimF, int*& selF, double*&, int countSel, int, bool&) {
     return 0;
 }
 
-// The first row is not part of the node.
+// The first row does not belong to the node.
 TEST(SplitSearch, EqualScoresGoToTheLowerSlotAndThenToTheLeft) {
     const VecVecDle rows = {{9, 9, 9}, {0, 0, 3}, {1, 1, 3}, {2, 2, 3}, {3, 3, 3}};
     Table gradients(rows, {0, 1, 0, 0, 1}, VecInt(5, 1));
@@ -42,17 +42,17 @@ TEST(SplitSearch, OnlyRegressionAsksForAGapAndForWeightOnBothSides) {
     const struct {
         double high;
         VecInt weightV;
-        int regression, classification;  // rows on the left; 0: no cut
+        int regression, classification;  // rows on the left; 0: no split
     } cases[] = {{2e-10, {1, 1, 1}, 1, 1}, {5e-11, {1, 1, 1}, 0, 1}, {5e-324, {1, 1, 1}, 0, 1},
                  {0.0, {1, 1, 1}, 0, 0},   {1.0, {1, 0, 1}, 0, 1},   {1.0, {1, 1, 0}, 0, 1}};
     for (const auto& c : cases) {
         Table table({{0}, {0}, {c.high}}, {0, 0, 1}, c.weightV);
         for (const int numThread : kThreads) {
-            const Found cut = Search(table, false, nullptr, numThread);
+            const Found found = Search(table, false, nullptr, numThread);
             if (c.regression == 0) {
-                EXPECT_EQ(cut, Found(-1.0, -1, -1.0, 0)) << c.high;
+                EXPECT_EQ(found, Found(-1.0, -1, -1.0, 0)) << c.high;
             }
-            EXPECT_EQ(std::get<3>(cut), c.regression) << c.high;
+            EXPECT_EQ(std::get<3>(found), c.regression) << c.high;
             EXPECT_EQ(std::get<3>(Search(table, true, nullptr, numThread)), c.classification);
         }
     }
@@ -60,7 +60,7 @@ TEST(SplitSearch, OnlyRegressionAsksForAGapAndForWeightOnBothSides) {
 
 double userValue = 0;
 
-// All columns, each with the same split value.
+// Samples all columns and gives each the threshold userValue.
 int WithValues(int, int*& selF, double*& selFeaValue, int countSel, int, bool& fspecify) {
     fspecify = true;
     std::iota(selF, selF + countSel, 0);

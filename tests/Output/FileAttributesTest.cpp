@@ -1,4 +1,4 @@
-// What a new file takes over from the one that it replaces, and what nobody may gain by it.
+// Which attributes a new file keeps from the one it replaces, and that nobody gains rights.
 #include "Output/FileAttributes.h"
 
 #include <grp.h>
@@ -20,7 +20,7 @@ using namespace sylvora::tests;
 
 constexpr char kAccess[] = "system.posix_acl_access";
 constexpr char kDefault[] = "system.posix_acl_default";
-constexpr unsigned kOther = 2000;  // a user and a group that are not this process's
+constexpr unsigned kOther = 2000;  // user id and group id of another, ordinary user
 
 std::string Replace(const std::string& path) {
     return Observe([&] {
@@ -45,7 +45,7 @@ mode_t ModeOf(const std::string& path) {
     return StatusOf(path).st_mode & 07777;
 }
 
-// The empty text: there is none.
+// The value of an extended attribute, or "" if there is none.
 std::string Attribute(const std::string& path, const char* name) {
     std::string value(1000, ' ');
     const ssize_t size = ::getxattr(path.c_str(), name, value.data(), value.size());
@@ -102,7 +102,7 @@ TEST(FileAttributes, ExtendedAttributes) {
     EXPECT_EQ(Attribute(path, "trusted.note"), trusted);
 }
 
-// A folder may give new files a list of its own.
+// Includes a folder with a default list, which new files inherit.
 TEST(FileAttributes, AccessControlLists) {
     const TempFolder folder;
     const std::string path = folder.Write("file", "old");
@@ -137,7 +137,7 @@ class FileOfAnother : public testing::Test {
         return path;
     }
 
-    // As an ordinary user; in a process of its own, whose notice comes back.
+    // Replaces the file as an ordinary user, in a child process, and returns its notice.
     std::string ReplaceAsOther(const std::string& path) {
         const std::string said = folder.Write("said", "");
         const pid_t child = ::fork();

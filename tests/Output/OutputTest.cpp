@@ -1,4 +1,4 @@
-// Result files.
+// Result files: format and failures.
 #include "Output.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
-// Places for a file that are not simply a regular file or nothing.
+// Targets other than an existing regular file: links, FIFOs, devices, names that are too long; and
+// abandoned temporary files.
 #include "Output/WholeFile.h"
 
 #include <sys/stat.h>
@@ -35,7 +36,7 @@ TEST(WholeFile, TakesTheLongestNames) {
     EXPECT_EQ(folder.Names().size(), 1U);
 }
 
-// The name of the temporary file is short; the one that it gets in the end is tried as well.
+// The temporary file has a short name; the target's own name must be checked too.
 TEST(WholeFile, RefusesWhatCanNotBeAName) {
     const TempFolder folder;
     std::filesystem::create_symlink("circle", folder.Path("other"));
@@ -51,7 +52,7 @@ TEST(WholeFile, RefusesWhatCanNotBeAName) {
         EXPECT_EQ(sylvora::WhyNotWritable(path), std::strerror(error));
         sylvora::WholeFile file(path);
         EXPECT_FALSE(file.IsOpen());
-        EXPECT_EQ(file.Complaint(),
+        EXPECT_EQ(file.ErrorMessage(),
                   "ERROR: Can not write file " + path + ": " + std::strerror(error) + "!\n");
     }
     EXPECT_TRUE(std::filesystem::is_symlink(folder.Path("circle")));
@@ -74,7 +75,7 @@ TEST(WholeFile, WaitsForAReaderUntilItIsToldToStop) {
     std::thread reader;
     bool fWritten = false;
     {
-        // The reader begins when the writer waits already.
+        // The reader starts only when the writer is already waiting.
         sylvora::WholeFile file(path, [&] {
             if (!reader.joinable()) reader = std::thread([&] { seen = ReadFile(path); });
             return false;
@@ -88,7 +89,8 @@ TEST(WholeFile, WaitsForAReaderUntilItIsToldToStop) {
     EXPECT_TRUE(std::filesystem::is_fifo(path));
 }
 
-// A file that was left has no writer; one with a writer stays, as does what only looks like one.
+// Removes temporary files without a living writer. Keeps those with one, and files whose names are
+// only similar.
 TEST(WholeFile, ClearsWhatAKilledWriterLeft) {
     const TempFolder folder;
     for (const char* name : {".sylvora-1-0.tmp", ".sylvora-77-12.tmp", ".sylvora-.tmp",

@@ -1,5 +1,5 @@
-// The index sort: it sorts, it permutes, it stays inside its range, and equal values end up in the
-// very places that models depend on.
+// The index sort: it sorts, only permutes, stays inside its range, and puts equal values in exactly
+// the order that models depend on.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -18,7 +18,7 @@ std::vector<int> Ascending(int n) {
     return I;
 }
 
-// k * 7919 mod m: every value about n / m times, in an unordered order.
+// k * 7919 mod m for k < n: each value occurs about n / m times, unsorted.
 std::vector<double> Pattern(int n, int m) {
     std::vector<double> v;
     for (int k = 0; k < n; ++k) v.push_back(k * 7919 % m);
@@ -31,7 +31,7 @@ std::vector<int> OrderOf(std::vector<double> v) {
     return I;
 }
 
-// Computed by a transcription of Algorithm 347 with its labels and jumps into Python.
+// Expected values were computed by a literal transcription of Algorithm 347 into Python.
 TEST(IndexSort, KnownOrdersOfEqualValues) {
     EXPECT_EQ(OrderOf(Pattern(14, 1)),
               (std::vector<int>{0, 8, 9, 10, 11, 12, 7, 6, 5, 4, 3, 2, 1, 13}));
@@ -48,7 +48,7 @@ TEST(IndexSort, KnownOrdersOfEqualValues) {
     EXPECT_EQ(sum, 690034764);
 }
 
-// Sorts a range in the middle of random arrays, with and without NaN in it.
+// Sorts a range inside random arrays, with and without NaN.
 TEST(IndexSort, SortsARangeAndTouchesNothingElse) {
     const double nan = std::numeric_limits<double>::quiet_NaN();
     std::mt19937 random(1);
@@ -57,7 +57,7 @@ TEST(IndexSort, SortsARangeAndTouchesNothingElse) {
         const int begin = static_cast<int>(random() % 3);  // entries before the range
         const bool fWithNan = round % 2 != 0;
         const auto numValues = 1 + random() % 50;
-        // The guards would take part in the order if they were looked at.
+        // Guards outside the range, with values that would move if they were compared.
         std::vector<double> v(static_cast<size_t>(begin + n + 2), round % 3 == 0 ? -1e9 : 25.0);
         for (int k = begin; k < begin + n; ++k) {
             v[static_cast<size_t>(k)] =
@@ -67,7 +67,7 @@ TEST(IndexSort, SortsARangeAndTouchesNothingElse) {
         std::vector<int> I = Ascending(begin + n + 2);
         R_tsort_I(v.data(), I.data(), begin + 1, begin + n);
 
-        for (size_t k = 0; k < v.size(); ++k) {  // the same move for value and index
+        for (size_t k = 0; k < v.size(); ++k) {  // values and indices were permuted alike
             const double value = before[static_cast<size_t>(I[k])];
             ASSERT_TRUE(v[k] == value || (v[k] != v[k] && value != value));
         }

@@ -1,8 +1,8 @@
-// Whole trees: what they write down, how they fail, and the walk.
+// Whole trees: debug records, failures and prediction.
 #include <cmath>
 #include <memory>
 
-#include "../Node/Bench.h"
+#include "../Node/Fixture.h"
 #include "../Support.h"
 #include "Tree.h"
 
@@ -22,9 +22,9 @@ CheckCfgCLS Settings(const char* modelType, const char* fRegCls, int maxLeaf = 1
     return cfg;
 }
 
-// A tree grown on all rows of the table, which are reordered.
+// A tree grown on all rows of the table. Permutes the table's row index.
 struct Grown {
-    Grown(Table& table, CheckCfgCLS cfg, int numThread = kOne,
+    Grown(Table& table, CheckCfgCLS cfg, int numThread = kCallingThread,
           SamplingFeatureType sampler = nullptr, const std::string& fileDebug = "",
           fea_debuginfo_t* totals = nullptr) {
         cfg.numThread = numThread;
@@ -35,7 +35,7 @@ struct Grown {
         EXPECT_EQ(tree->Init(static_cast<int>(table.valueVV[0].size()), numRows, numRows), 0);
         long seed = -5;
         int* indexV = table.indexV.data();
-        const auto grow = numThread == kOne ? &TreeCR::GrowOne : &TreeCR::GrowHalf;
+        const auto grow = numThread == kCallingThread ? &TreeCR::GrowOne : &TreeCR::GrowHalf;
         status = (tree.get()->*grow)(table.rowV.data(), table.gradV.data(), table.weightV.data(),
                                      indexV, false, debug, totals, &seed);
     }
@@ -68,8 +68,9 @@ int FailBelowTheRoot(int, int*& selF, double*&, int, int depth, bool&) {
 
 TEST(Growth, EndsWithTheMessagesOfAFailure) {
     Table table({0, 1, 2, 3}, {0, 1, 2, 7});
-    const auto sampler = Observe(
-        [&] { return Grown(table, Settings("GBDT", "REG"), kOne, FailBelowTheRoot).status; });
+    const auto sampler = Observe([&] {
+        return Grown(table, Settings("GBDT", "REG"), kCallingThread, FailBelowTheRoot).status;
+    });
     EXPECT_EQ(sampler.status, -1);
     EXPECT_EQ(sampler.err,
               "ERROR: Failed when sampling feature!\nERROR: Failed to sampling feature!\n");

@@ -101,15 +101,15 @@ struct Node {
         for (const double gradient : gradV) gradAll += gradient;
     }
 
-    Cut PlainBest() const {
+    CandidateSplit PlainBest() const {
         std::vector<int> weights = weightV;
         if (weights.empty()) weights.assign(gradV.size(), 1);
         const RegressionNode node = {gradV.data(), weights.data(), gradAll,
                                      std::accumulate(weights.begin(), weights.end(), 0)};
         SortedColumn column(static_cast<int>(gradV.size()));
-        Cut best;
+        CandidateSplit best;
         for (const int id : columnV) {
-            Cut at;
+            CandidateSplit at;
             at.slot = at.column = id;
             column.Load(rowV.data(), indexV.data(), id);
             ScanColumn(column, node, at, best);
@@ -180,7 +180,7 @@ TEST(NodeSearchDifferential, NearTiesAgreeWithTheReference) {
     for (unsigned seed = 1; seed <= numNodes; ++seed) {
         const NearTies ties(seed);
         const Node node(ties);
-        const Cut plain = node.PlainBest();
+        const CandidateSplit plain = node.PlainBest();
         for (const Way& way : {Way{2048, 0, false}, Way{2048, 256, true}, Way{8, 0, true}}) {
             const auto [result, below] = node.Search(way.mostBins, way.fewKeys, way.fHistogram,
                                                      seed % 4 == 0 ? shared : alone);

@@ -1,6 +1,6 @@
-// Exponentials and logarithms against GNU MPFR, kernels and builds against each other.
+// Compares exponentials and logarithms with GNU MPFR, and kernels and builds with each other.
 //
-// SYLVORA_ROUNDING in the environment multiplies the number of random arguments.
+// The environment variable SYLVORA_ROUNDING multiplies the number of random arguments.
 #include "god/CorrectRounding.h"
 
 #include <gtest/gtest.h>
@@ -20,7 +20,7 @@
 #include "Mpfr.h"
 #include "god/ExpLogKernels.h"
 
-// The same sources compiled in another way (CMakeLists.txt).
+// The same sources, compiled with other options (CMakeLists.txt).
 namespace sylvora_unoptimised {
 void ExpEach(const double* xV, double* resultV, size_t count);
 void LogEach(const double* xV, double* resultV, size_t count);
@@ -48,13 +48,13 @@ struct Function {
     double (*one)(double x);
     EachFunction each;  // null: there is none
     MpfrFunction mpfr;
-    long double (*rough)(long double x);  // good to much more than kRoughError
+    long double (*approximate)(long double x);  // good to much more than kApproximateError
 };
 const Function kExp = {"exp", Exp, ExpEach, mpfr_exp, expl};
 const Function kLog = {"log", Log, LogEach, mpfr_log, logl};
 const Function kExp2 = {"exp2", Exp2, nullptr, mpfr_exp2, exp2l};
 const Function kLog2 = {"log2", Log2, nullptr, mpfr_log2, log2l};
-constexpr long double kRoughError = 0x1p-60L;
+constexpr long double kApproximateError = 0x1p-60L;
 
 uint64_t BitsOf(double value) {
     uint64_t bits;
@@ -72,8 +72,8 @@ bool Same(double a, double b) {
     return BitsOf(a) == BitsOf(b) || (std::isnan(a) && std::isnan(b));
 }
 
-// Counts the results that are wrong, and shows the first.
-class Verdict {
+// Counts the wrong results and reports the first.
+class Checker {
   public:
     void Check(const char* name, double x, double result, double expected) {
         if (Same(result, expected) || ++numWrong > 1) return;
@@ -81,7 +81,7 @@ class Verdict {
         std::snprintf(text, sizeof text, "%s(%a) is %a, not %a", name, x, result, expected);
         first = text;
     }
-    ~Verdict() { EXPECT_EQ(numWrong, 0) << "wrong results, the first: " << first; }
+    ~Checker() { EXPECT_EQ(numWrong, 0) << "wrong results, the first: " << first; }
 
   private:
     long numWrong = 0;
@@ -94,30 +94,32 @@ Reals Results(EachFunction each, const Reals& xV) {
     return resultV;
 }
 
-// Whether a long double shows that `result` is the nearest double. It does for most: only where it
-// lies near a midpoint, MPFR is needed, which takes ten times as long.
-bool IsPlainlyNearest(const Function& function, double x, double result) {
+// Whether a long double suffices to show that `result` is the nearest double. It does unless the
+// exact value is near the midpoint of two doubles. That saves most calls of MPFR, which take ten
+// times as long.
+bool IsClearlyNearest(const Function& function, double x, double result) {
     if (!(std::fabs(result) > 1e-300 && std::fabs(result) < 1e300)) return false;
-    const long double y = function.rough(x);
-    const long double margin = std::fabs(y) * kRoughError;
+    const long double y = function.approximate(x);
+    const long double margin = std::fabs(y) * kApproximateError;
     const long double below = std::nextafter(result, -kInfinity);
     const long double above = std::nextafter(result, kInfinity);
     return y - margin > (below + result) / 2 && y + margin < (above + result) / 2;
 }
 
-// The form for arrays on all arguments, the reference implementation on one in `kShare`.
+// Checks the array function on all arguments and the reference implementation on every
+// kReferenceStride-th.
 void CheckAll(const Function& function, const Reals& xV) {
-    constexpr size_t kShare = 16;
-    Verdict verdict;
+    constexpr size_t kReferenceStride = 16;
+    Checker checker;
     const Reals resultV = function.each != nullptr ? Results(function.each, xV) : Reals();
     for (size_t i = 0; i < xV.size(); ++i) {
         const double x = xV[i];
-        if (function.each == nullptr && i % kShare != 0) continue;
+        if (function.each == nullptr && i % kReferenceStride != 0) continue;
         const double result = function.each != nullptr ? resultV[i] : function.one(x);
-        const bool fPlain = IsPlainlyNearest(function, x, result);
-        const double expected = fPlain ? result : NearestResult(function.mpfr, x);
-        verdict.Check(function.name, x, result, expected);
-        if (i % kShare == 0) verdict.Check(function.name, x, function.one(x), expected);
+        const bool fClear = IsClearlyNearest(function, x, result);
+        const double expected = fClear ? result : NearestResult(function.mpfr, x);
+        checker.Check(function.name, x, result, expected);
+        if (i % kReferenceStride == 0) checker.Check(function.name, x, function.one(x), expected);
     }
 }
 
@@ -140,7 +142,7 @@ struct Arguments {
     std::function<double(Random&)> draw;
 };
 
-// The counts take account of what the reference implementation has to do alone.
+// The counts are lower where the slow reference implementation must compute most results.
 const Arguments kArguments[] = {
     {kExp, "any", 40000, AnyBits},
     {kExp, "all results", 60000, [](Random& r) { return Uniform(r, -746, 710); }},
@@ -212,17 +214,18 @@ TEST(CorrectRounding, OfSpecialArgumentsAndExactResults) {
                  {kLog2, -1.0, nan},
                  {kLog2, 1.0, 0.0},
                  {kLog2, kInfinity, kInfinity}};
-    Verdict verdict;
+    Checker checker;
     for (const auto& c : cases) {
-        verdict.Check(c.function.name, c.x, c.function.one(c.x), c.expected);
+        checker.Check(c.function.name, c.x, c.function.one(c.x), c.expected);
         if (c.function.each == nullptr) continue;
-        verdict.Check(c.function.name, c.x, Results(c.function.each, {c.x})[0], c.expected);
+        checker.Check(c.function.name, c.x, Results(c.function.each, {c.x})[0], c.expected);
     }
-    for (int i = -1100; i <= 1100; ++i) verdict.Check("exp2", i, Exp2(i), std::ldexp(1.0, i));
-    for (int i = -1074; i < 1024; ++i) verdict.Check("log2", i, Log2(std::ldexp(1.0, i)), i);
+    for (int i = -1100; i <= 1100; ++i) checker.Check("exp2", i, Exp2(i), std::ldexp(1.0, i));
+    for (int i = -1074; i < 1024; ++i) checker.Check("log2", i, Log2(std::ldexp(1.0, i)), i);
 }
 
-// Where results overflow, become subnormal or 0, or leave 1, double by double.
+// The doubles around each argument where results overflow, become subnormal or 0, or differ from 1
+// for the first time.
 TEST(CorrectRounding, AtTheEndsOfTheRange) {
     const struct {
         Function function;
@@ -279,8 +282,8 @@ size_t CountUndecided(const Reals& resultV) {
         std::count_if(resultV.begin(), resultV.end(), [](double r) { return std::isnan(r); }));
 }
 
-// Results that doubles cannot decide: e^x near 1 with x small, log(x) with x large. The kernels
-// must leave many of them to the reference implementation.
+// Results too near to a midpoint for the kernels: e^x near 1 for small x, and log(x) for large x.
+// The kernels must leave many of them undecided.
 TEST(CorrectRounding, NearMidpoints) {
     Random random(5);
     Reals expV, logV;
@@ -298,8 +301,9 @@ TEST(CorrectRounding, NearMidpoints) {
     EXPECT_GT(CountUndecided(resultV), 1000u);
 }
 
-// Random arguments whose results are, to the precision of a long double, midpoints of two doubles:
-// there a bound that is too small shows. The errors are largest at these ends of table intervals.
+// Random arguments whose results are midpoints of two doubles to the precision of a long double.
+// They reveal an error bound that is too small. The arguments are at the ends of table intervals,
+// where the errors of the kernels are largest.
 TEST(CorrectRounding, NearMidpointsOfTheLargestErrors) {
     Random random(7);
     for (const bool fLog : {false, true}) {
@@ -341,7 +345,7 @@ TwoSets MixedArguments() {
     return sets;
 }
 
-// The same bits from every kernel, also where it is undecided, which must be rare.
+// All kernels return the same bits, including which results are undecided. Those must be rare.
 TEST(CorrectRounding, KernelsAgree) {
     const TwoSets sets = MixedArguments();
     Reals resultV(sets.expV.size());
@@ -366,7 +370,8 @@ TEST(CorrectRounding, BuildsAgree) {
     EXPECT_EQ(ResultBits(sylvora_with_fma::LogEach, sets.logV), logBits);
 }
 
-// Whatever the length and the place of an array, its neighbours stay as they are.
+// Arrays of all lengths, with a special argument in every seventh place. Nothing outside the array
+// may be written.
 TEST(CorrectRounding, OfArraysOfEveryLength) {
     const double marker = -77.0;
     for (const Function& function : {kExp, kLog}) {

@@ -1,4 +1,4 @@
-// Data lines: what each becomes, or the message that it earns.
+// Data lines: the row that each gives, or the error message.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -12,7 +12,7 @@ namespace {
 using namespace sylvora::tests;
 
 const double m = -2147483648.0;  // a missing value
-const double g = 4711.0;         // a guard: an entry that must not be touched
+const double g = 4711.0;         // a guard: an entry that must not be written
 
 enum Form { kSparse, kCheckOnly, kDense };
 
@@ -22,7 +22,7 @@ struct Case {
     std::string err;  // empty: the line is read
     std::vector<double> row;
     std::string label, qid;
-    int count;  // -1 in dense lines, which report none
+    int count;  // -1 for dense lines, whose readers have no count
 };
 
 int Read(const Case& c, int dim, double*& row, int& count, std::string& label, std::string& qid) {
@@ -33,7 +33,7 @@ int Read(const Case& c, int dim, float*& row, int&, std::string& label, std::str
     return read_dense_line(c.line, dim, row, label, qid);
 }
 
-// Reads the line into a row with a guard behind it and compares all that comes out.
+// Reads the line into a row followed by a guard, and compares all outputs.
 template <typename Value>
 void Check(const Case& c) {
     SCOPED_TRACE(c.line);

@@ -1,4 +1,4 @@
-// Correctly rounded results by GNU MPFR, and numbers of more bits.
+// Correctly rounded results and high-precision numbers, by GNU MPFR. Not thread-safe.
 #ifndef SYLVORA_TESTS_GOD_MPFR_H
 #define SYLVORA_TESTS_GOD_MPFR_H
 
@@ -10,7 +10,7 @@ namespace sylvora::tests {
 
 typedef int (*MpfrFunction)(mpfr_ptr result, mpfr_srcptr x, mpfr_rnd_t rounding);
 
-// A number of MPFR with a life of its own.
+// Owns an MPFR number of a given precision in bits.
 class Number {
   public:
     explicit Number(mpfr_prec_t numBits, double value = 0.0) {
@@ -42,14 +42,14 @@ class Number {
     mpfr_t number;
 };
 
-// a - b, which MPFR rounds to a double.
+// a - b, rounded to a double.
 inline double Difference(mpfr_srcptr a, mpfr_srcptr b) {
     Number difference(mpfr_get_prec(a));
     mpfr_sub(difference, a, b, MPFR_RNDN);
     return difference.Nearest();
 }
 
-// The double nearest to function(x), also where it is subnormal.
+// The double nearest to function(x), including subnormal results.
 inline double NearestResult(MpfrFunction function, double x) {
     static Number argument(53), result(53);
     mpfr_set_emin(-1073);

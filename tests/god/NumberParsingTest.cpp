@@ -1,5 +1,4 @@
-// The number syntax against a second statement of it, and the conversions against strtod and
-// strtol.
+// Compares the number syntax with regular expressions, and the conversions with strtod and strtol.
 #include <gtest/gtest.h>
 #include <regex.h>
 
@@ -18,7 +17,7 @@
 
 namespace {
 
-// Compares the three parsers with whether they should take the text and what it then is.
+// Checks whether the three parsers accept the text, and the values that they give.
 void Check(const std::string& text, bool fReal, bool fInteger) {
     SCOPED_TRACE("\"" + text + "\"");
     const double untouched = 77.0;
@@ -48,7 +47,7 @@ TEST(NumberParsing, Table) {
     }
 }
 
-// std::regex would take as long to compile as all the rest.
+// A POSIX regular expression. std::regex would double the compile time of this file.
 class Grammar {
   public:
     explicit Grammar(const char* syntax) {
@@ -81,7 +80,7 @@ void ForAllTexts(const std::string& alphabet, size_t longest, const CheckText& c
     }
 }
 
-// With two strangers among the characters.
+// The alphabet includes two characters that no number contains.
 TEST(NumberParsing, AgreesWithAGrammarOnAllShortTexts) {
     const Grammar real("^([+-][0-9]*|[0-9]+)([.][0-9]*)?([eE][+-]?[0-9]*)?$");
     const Grammar integer("^([+-][0-9]*|[0-9]+)([eE][+-]?[0-9]*)?$|^$");
@@ -90,10 +89,10 @@ TEST(NumberParsing, AgreesWithAGrammarOnAllShortTexts) {
     });
 }
 
-// Makes texts that are numbers, for a comparison with strtod bit by bit.
+// Generates texts of numbers for a bit-for-bit comparison with strtod.
 class RandomNumbers {
   public:
-    // Any number of digits on both sides of a point, few more often; sometimes an exponent.
+    // Any number of digits on both sides of a point, mostly few; sometimes an exponent.
     std::string Digits() {
         std::string text = Below(2) != 0 ? "-" : "";
         text += Run(1 + Length());
@@ -102,7 +101,7 @@ class RandomNumbers {
         return text;
     }
 
-    // What data files hold: a double of any size, written with 1 to 17 digits.
+    // As in data files: a double of any size, printed with 1 to 17 digits.
     std::string Written() {
         char text[64];
         const char* const forms[] = {"%.*g", "%.*e", "%.*f"};
@@ -113,7 +112,7 @@ class RandomNumbers {
         return text;
     }
 
-    // The middle between two neighbours, to its last digit, or a hair from it.
+    // The exact midpoint of two neighbouring doubles, or a number very close to one.
     std::string Halfway() {
         const double low = std::fabs(AnyDouble());
         const long double step = std::nextafter(low, HUGE_VAL) - static_cast<long double>(low);
@@ -125,7 +124,7 @@ class RandomNumbers {
         return Below(3) == 0 ? middle.substr(0, Below(30) + 3) + middle.substr(exponent) : middle;
     }
 
-    // Integers around those that doubles no longer hold, with the point anywhere.
+    // Integers around the largest that are exact as doubles, with a point anywhere.
     std::string Large() {
         const std::uint64_t near = (std::uint64_t{1} << (50 + Below(14))) + Below(9) - 4;
         std::string text = std::to_string(near);
@@ -156,7 +155,7 @@ class RandomNumbers {
     std::mt19937 random{1};
 };
 
-// Whatever the way that a text takes: few digits, many, subnormals, overflow, halfway.
+// On all paths of the conversion: few digits, many digits, subnormals, overflow, midpoints.
 TEST(NumberParsing, RoundsAsStrtodDoes) {
     RandomNumbers numbers;
     for (int i = 0; i < 300000; ++i) {
@@ -172,7 +171,7 @@ TEST(NumberParsing, RoundsAsStrtodDoes) {
     }
 }
 
-// As a reader of lines has it: the number ends where something else begins, or with the text.
+// In a longer line: the number ends where another character begins, or at the end of the text.
 TEST(NumberParsing, ConvertsTheNumberInFront) {
     RandomNumbers numbers;
     for (int i = 0; i < 50000; ++i) {
@@ -193,7 +192,8 @@ TEST(NumberParsing, ConvertsTheNumberInFront) {
     }
 }
 
-// Takes the pair at the start of the text as one within a longer line; its length, or 0.
+// Puts the text into a longer line and converts the pair at its start. Returns the pair's length,
+// or 0 if it is refused.
 size_t TakePair(const std::string& text, int& id, double& value) {
     const std::string line = "1.25 123:4567.89 " + text + "\n-8:9 .12345678:90123456789.0123456789";
     const char* const first = line.data() + line.find(text + "\n");

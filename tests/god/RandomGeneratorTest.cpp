@@ -1,4 +1,4 @@
-// The generator: its stream for known seeds, and that no seed leads out of its range.
+// The random generator: its streams for known seeds, its range for any seed, and bulk draws.
 #include "god/RandomGenerator.h"
 
 #include <gtest/gtest.h>
@@ -43,7 +43,8 @@ TEST(RandomGenerator, KnownStreams) {
     EXPECT_EQ(Draw(0, 100), Draw(-1, 100));
 }
 
-// A positive word that was never initialised meets an empty table. Runs in a fresh process.
+// A positive state word before any initialisation draws from a table of zeros. Runs in a new
+// process, where the shared table is still empty.
 TEST(RandomGeneratorDeathTest, StartsWithoutInitialisation) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     const std::vector<double> expected = {0.6554163483485531, 0.20099518545185716,
@@ -61,7 +62,7 @@ TEST(RandomGenerator, AnySeedStaysInRange) {
     }
 }
 
-// In bulk the words jump and multiply; the draws and the state must be those of ranz.
+// FisherYates advances the state differently from ranz; draws and final state must be the same.
 TEST(RandomGenerator, DrawsInBulkAsOneByOne) {
     for (const long seed : {0L, -1L, -12345L, -2147483563L, -2147483564L, -9999999999L}) {
         for (const int n : {1, 5, 1000}) {

@@ -1,4 +1,4 @@
-// Control groups as both versions lay them out, and the memory that they allow.
+// The memory limit of control groups, in the layouts of cgroup versions 1 and 2.
 #include "god/UsableMemory.h"
 
 #include <gtest/gtest.h>

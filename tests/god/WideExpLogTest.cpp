@@ -1,5 +1,5 @@
-// The arithmetic behind the reference implementation, and the tables of the fast path: the bounds
-// that docs/exact-math.md promises, against GNU MPFR.
+// Checks the arithmetic of the reference implementation and the tables of the fast path against GNU
+// MPFR, with the error bounds of docs/exact-math.md.
 #include "god/WideExpLog.h"
 
 #include <gtest/gtest.h>
@@ -26,7 +26,7 @@ double Units(double count) {
 TEST(WideNumber, Arithmetic) {
     std::mt19937_64 random(1);
     for (int i = 0; i < 2000; ++i) {
-        // Of all sizes, with whole parts small enough for a product.
+        // Numbers of all sizes, with integer parts small enough for a product.
         const auto draw = [&random] {
             Wide wide = {
                 {random(), random(), random(), random(), random() >> (34 + random() % 30)}};
@@ -67,8 +67,8 @@ TEST(WideNumber, FromAndToDoubles) {
     EXPECT_EQ(NearestDouble(belowOne, -1075), 0.0);
     EXPECT_EQ(NearestDouble(one, -1080), 0.0);
     EXPECT_EQ(NearestDouble(WideNumber(0x1.8p-100), -900), 0x1.8p-1000);
-    // A significand with a round bit of 1 and little behind it, the other way round, and rounded
-    // once only where the result is subnormal.
+    // Slightly above a midpoint; slightly below it; and a subnormal result, which must be rounded
+    // only once.
     EXPECT_EQ(NearestDouble(one + WideNumber(0x1p-53) + WideNumber(0x1p-200), 0), 1 + 0x1p-52);
     EXPECT_EQ(NearestDouble(one + WideNumber(0x1p-53) - WideNumber(0x1p-200), 0), 1.0);
     EXPECT_EQ(NearestDouble(one + WideNumber(0x1p-2) - WideNumber(0x1p-60), -1073), 0x1p-1073);
@@ -96,7 +96,8 @@ TEST(WideExpLog, KeepsItsBounds) {
     EXPECT_GE(worst, Units(1)) << "too good to be measured";
 }
 
-// high is a multiple of 2^exponent; high + low is `exact` but for half a unit of low's last place.
+// Checks that high is a multiple of 2^exponent, and that high + low differs from `exact` by at most
+// half a unit in the last place of low.
 void ExpectParts(double high, double low, int exponent, Number& exact) {
     EXPECT_EQ(std::ldexp(high, -exponent), std::rint(std::ldexp(high, -exponent)));
     Number sum(kBits, high);

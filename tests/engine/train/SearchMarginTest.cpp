@@ -166,11 +166,11 @@ TEST(SearchMargins, AreNeeded) {
             const std::vector<int> weightV(node.gradV.size(), 1);
             const RegressionNode facts = {node.gradV.data(), weightV.data(),
                                           node.sum + source.gradAway, source.numRows};
-            Cut best;
+            CandidateSplit best;
             for (const int id : node.columnV) {
                 SortedColumn column(source.numRows);
                 column.Load(node.rowV.data(), node.indexV.data(), id);
-                Cut at;
+                CandidateSplit at;
                 at.slot = at.column = id;
                 ScanColumn(column, facts, at, best);
             }

@@ -1,7 +1,7 @@
-// A training set in the form that nodes and trees take it, and a root over it. Small whole numbers
-// throughout, so that sums are exact in any order.
-#ifndef SYLVORA_TESTS_NODE_BENCH_H
-#define SYLVORA_TESTS_NODE_BENCH_H
+// A small training set in the form that NodeCR and TreeCR expect, and a root node over it. Tests
+// use small integers, so that sums are exact in any order.
+#ifndef SYLVORA_TESTS_NODE_FIXTURE_H
+#define SYLVORA_TESTS_NODE_FIXTURE_H
 
 #include <numeric>
 #include <utility>
@@ -11,14 +11,14 @@
 
 namespace sylvora::tests {
 
-constexpr int kOne = 0;  // in place of a thread count: the search in the calling thread
+constexpr int kCallingThread = 0;  // as a thread count: search in the calling thread
 constexpr int kNumClass = 3;
 
 struct Table {
     VecVecDle valueVV;
-    VecDle gradV;  // gradients or classes
+    VecDle gradV;  // gradients or classes, by row
     VecInt weightV;
-    VecInt indexV;  // the row index of a tree
+    VecInt indexV;  // the tree's row index: all rows in order
     std::vector<double*> rowV;
 
     Table(VecVecDle rows, VecDle gradients, VecInt weights)
@@ -28,7 +28,7 @@ struct Table {
         std::iota(indexV.begin(), indexV.end(), 0);
     }
 
-    // One column; every row weighs 1.
+    // One column; all weights are 1.
     Table(const VecDle& column, VecDle gradients)
         : Table(VecVecDle(column.size(), VecDle(1)), std::move(gradients),
                 VecInt(column.size(), 1)) {
@@ -36,7 +36,7 @@ struct Table {
     }
 };
 
-// A root over the table's rows from place `begin` on.
+// A root node over indexV[begin, end) of the table, which must outlive it.
 struct Root : NodeCR {
     explicit Root(Table& t, bool fClasses = false, double r = 1.0, int begin = 0)
         : NodeCR(static_cast<int>(t.valueVV[0].size()), r, 1, 9),
@@ -56,7 +56,7 @@ struct Root : NodeCR {
     int Search(int numThread, double& score) {
         const double** features = const_cast<const double**>(table.rowV.data());
         pthread_t tids[8];
-        if (numThread == kOne) {
+        if (numThread == kCallingThread) {
             return fRegCls ? GetSplitPointClsOne(features, rows, kNumClass, gradients, score)
                            : GetSplitPointOne(features, rows, weights, gradients, score);
         }
@@ -74,4 +74,4 @@ struct Root : NodeCR {
 
 }  // namespace sylvora::tests
 
-#endif  // SYLVORA_TESTS_NODE_BENCH_H
+#endif  // SYLVORA_TESTS_NODE_FIXTURE_H
