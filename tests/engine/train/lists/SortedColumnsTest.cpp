@@ -52,16 +52,19 @@ class SortedColumnsTest : public testing::TestWithParam<std::tuple<int, bool>> {
     // row goes anywhere. Returns the rows of the left part.
     int Part(RandomColumns& columns, SortedColumns& lists, int begin, int count) {
         const int countL = static_cast<int>(columns.Below(static_cast<unsigned>(count) + 1));
-        const std::vector<int> drawnV = columns.Shuffled(count);  // new places in the node
-        std::vector<uint32_t> toV;
-        for (const int place : drawnV) toV.push_back(static_cast<uint32_t>(begin + place));
-        const NodeRows node = {rowV, begin, count};
+        const std::vector<int> placeV = columns.Shuffled(count);  // new ones in the node
+        std::vector<uint32_t> toV(rowV.size());                   // by position
+        const std::vector<int> oldV = rowV;
+        for (int i = 0; i < count; ++i) {
+            const int to = begin + placeV[static_cast<size_t>(i)];
+            toV[static_cast<size_t>(begin + i)] = static_cast<uint32_t>(to);
+            rowV[static_cast<size_t>(to)] = oldV[static_cast<size_t>(begin + i)];
+        }
         pool.For(kColumns, [&](int column, int) {
             std::vector<Entry> other(static_cast<size_t>(count) + 1);
-            lists.Part(column, node, toV.data(), begin + countL, other.data());
+            const uint32_t* const nodeToV = toV.data() + begin;
+            lists.Part(column, {rowV, begin, count}, nodeToV, begin + countL, other.data());
         });
-        const std::vector<int> oldV(rowV.begin() + begin, rowV.begin() + begin + count);
-        for (size_t i = 0; i < oldV.size(); ++i) rowV[toV[i]] = oldV[i];
         return countL;
     }
 
@@ -99,8 +102,8 @@ TEST_P(SortedColumnsTest, ListsAreSortedAndStaySo) {
         const auto lists =
             SortedColumns::Make({columns.Rows(), numRows, kColumns}, AreKept(), pool);
         EXPECT_FALSE(lists->HasNan());
-        // Several trees, one of whole cache lines.
-        for (const int num : {numRows, 1, (numRows + 1) / 2, std::min(numRows, 48)}) {
+        // Several trees. The first needs room behind entries that fill whole cache lines.
+        for (const int num : {std::min(numRows, 48), numRows, 1, (numRows + 1) / 2}) {
             Grow(columns, *lists, num);
         }
     }
