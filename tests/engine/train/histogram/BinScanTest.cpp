@@ -18,7 +18,7 @@ namespace {
 using namespace sylvora::engine;
 
 // Score, slot, column, last rank, sums on the left.
-typedef std::tuple<double, int, int, uint32_t, int64_t, uint64_t> Cut;
+typedef std::tuple<double, int, int, uint32_t, int64_t, uint64_t> Split;
 
 // Random rows of a matrix. Gradients are reals, small integers, or of one size per weight; the
 // signs of the last are random or change here and there along a column, which makes bounds tight.
@@ -65,8 +65,8 @@ class RandomNode {
             if (cell.q > 0) group.positive += cell;
             histogram.Of(coded)[group.bin] += cell;
         }
-        scan.Look(column, histogram, total, view);
-        std::vector<Cut> cutV;             // between bins
+        scan.Scan(column, histogram, total, summary);
+        std::vector<Split> splitV;         // between bins
         std::map<int, double> bestInside;  // by bin
         double best = -1;
         Cell left;
@@ -74,47 +74,49 @@ class RandomNode {
             const int bin = at->second.bin;
             for (Cell sum : {at->second.positive, at->second.all}) {
                 sum += left;
-                EXPECT_GE(view.largestSum, std::fabs(fixed.Sum(sum)));
-                EXPECT_GE(view.largestSum, std::fabs(total.sum - fixed.Sum(sum)));
+                EXPECT_GE(summary.maxAbsSum, std::fabs(fixed.Sum(sum)));
+                EXPECT_GE(summary.maxAbsSum, std::fabs(total.sum - fixed.Sum(sum)));
             }
             left += at->second.all;
             if (next == groups.end()) break;
-            const double score = CutScore(total, fixed.Sum(left), fixed.Weight(left));
-            const size_t run = static_cast<size_t>(bin) / ColumnView::kRunBins;
-            const size_t nextRun = static_cast<size_t>(next->second.bin) / ColumnView::kRunBins;
-            if (!coded.fExact && run == nextRun) EXPECT_GE(view.runBoundV.at(run), score);
+            const double score = SplitScore(total, fixed.Sum(left), fixed.Weight(left));
+            const size_t run = static_cast<size_t>(bin) / ColumnSummary::kRunBins;
+            const size_t nextRun = static_cast<size_t>(next->second.bin) / ColumnSummary::kRunBins;
+            if (!coded.fExact && run == nextRun) EXPECT_GE(summary.runBoundV.at(run), score);
             if (next->second.bin == bin) {
                 bestInside[bin] = std::max(bestInside[bin], score);
-                EXPECT_GE(view.bound, score);
+                EXPECT_GE(summary.bound, score);
             } else if (IsSeparable(at->first, next->first)) {
-                cutV.emplace_back(score, 3, column, histogram.FirstRank(coded, bin + 1) - 1, left.q,
-                                  left.packed);
+                splitV.emplace_back(score, 3, column, histogram.FirstRank(coded, bin + 1) - 1,
+                                    left.q, left.packed);
                 best = std::max(best, score);
             }
         }
-        EXPECT_EQ(view.best, best);
-        for (const double least : {-1.0, best, best * 0.99}) CheckCuts(column, cutV, least);
-        for (const auto& inside : bestInside) CheckLiveBins(column, bestInside, inside.second);
+        EXPECT_EQ(summary.best, best);
+        for (const double minScore : {-1.0, best, best * 0.99})
+            CheckCandidates(column, splitV, minScore);
+        for (const auto& inside : bestInside) CheckCandidateBins(column, bestInside, inside.second);
     }
 
   private:
-    void CheckCuts(int column, std::vector<Cut> cutV, double least) const {
+    void CheckCandidates(int column, std::vector<Split> splitV, double minScore) const {
         std::vector<Candidate> candidateV;
-        scan.AppendCuts(3, column, histogram, total, view, least, candidateV);
-        std::vector<Cut> foundV;
+        scan.AppendCandidates(3, column, histogram, total, summary, minScore, candidateV);
+        std::vector<Split> foundV;
         for (const auto& [score, slot, id, lastRank, left] : candidateV) {
             foundV.emplace_back(score, slot, id, lastRank, left.q, left.packed);
         }
-        const auto isLow = [least](const Cut& cut) { return std::get<0>(cut) < least; };
-        cutV.erase(std::remove_if(cutV.begin(), cutV.end(), isLow), cutV.end());
-        EXPECT_EQ(foundV, cutV);
+        const auto isLow = [minScore](const Split& split) { return std::get<0>(split) < minScore; };
+        splitV.erase(std::remove_if(splitV.begin(), splitV.end(), isLow), splitV.end());
+        EXPECT_EQ(foundV, splitV);
     }
 
-    void CheckLiveBins(int column, const std::map<int, double>& bestInside, double least) const {
+    void CheckCandidateBins(int column, const std::map<int, double>& bestInside,
+                            double minScore) const {
         std::vector<int> binV;
-        scan.AppendLiveBins(column, histogram, total, view, least, binV);
+        scan.AppendCandidateBins(column, histogram, total, summary, minScore, binV);
         for (const auto& [bin, best] : bestInside) {
-            EXPECT_TRUE(best < least || std::count(binV.begin(), binV.end(), bin) == 1) << bin;
+            EXPECT_TRUE(best < minScore || std::count(binV.begin(), binV.end(), bin) == 1) << bin;
         }
     }
 
@@ -125,10 +127,10 @@ class RandomNode {
     NodeTotals total = {};
     const BinScan scan{data, fixed};
     Histogram histogram;
-    ColumnView view;
+    ColumnSummary summary;
 };
 
-TEST(BinScan, KnowsAllCuts) {
+TEST(BinScan, FindsAllCandidates) {
     WorkerPool pool;
     for (unsigned seed = 1; seed <= 200 && !testing::Test::HasFailure(); ++seed) {
         RandomColumns columns(1 + static_cast<int>(seed * seed % 700), seed);

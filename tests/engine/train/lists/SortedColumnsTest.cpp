@@ -28,7 +28,7 @@ class SortedColumnsTest : public testing::TestWithParam<std::tuple<int, bool>> {
     // A node's list: its rows by value; equal ones by row where lists are kept, else by position.
     void Check(const RandomColumns& columns, const SortedColumns& lists, int begin, int count) {
         const NodeRows node = {rowV, begin, count};
-        ListRoom room;
+        ListBuffers buffers;
         std::vector<Entry> made(static_cast<size_t>(count));
         std::vector<int> expectedV(static_cast<size_t>(count));  // positions
         for (int column = 0; column < kColumns && !HasFailure(); ++column) {
@@ -38,7 +38,7 @@ class SortedColumnsTest : public testing::TestWithParam<std::tuple<int, bool>> {
                 if (value(a) != value(b)) return value(a) < value(b);
                 return AreKept() ? RowAt(a) < RowAt(b) : a < b;
             });
-            const Entry* list = lists.List(column, node, room, made.data());
+            const Entry* list = lists.List(column, node, buffers, made.data());
             for (size_t i = 0; i < expectedV.size() && !HasFailure(); ++i) {
                 EXPECT_EQ(PositionOf(list[i]), expectedV[i]) << column << ' ' << i;
                 if (i == 0) continue;
@@ -63,7 +63,7 @@ class SortedColumnsTest : public testing::TestWithParam<std::tuple<int, bool>> {
         pool.For(kColumns, [&](int column, int) {
             std::vector<Entry> other(static_cast<size_t>(count) + 1);
             const uint32_t* const nodeToV = toV.data() + begin;
-            lists.Part(column, {rowV, begin, count}, nodeToV, begin + countL, other.data());
+            lists.Partition(column, {rowV, begin, count}, nodeToV, begin + countL, other.data());
         });
         return countL;
     }
@@ -102,7 +102,7 @@ TEST_P(SortedColumnsTest, ListsAreSortedAndStaySo) {
         const auto lists =
             SortedColumns::Make({columns.Rows(), numRows, kColumns}, AreKept(), pool);
         EXPECT_FALSE(lists->HasNan());
-        // Several trees. The first needs room behind entries that fill whole cache lines.
+        // Several trees. The first needs buffers behind entries that fill whole cache lines.
         for (const int num : {std::min(numRows, 48), numRows, 1, (numRows + 1) / 2}) {
             Grow(columns, *lists, num);
         }
@@ -120,7 +120,7 @@ TEST_P(SortedColumnsTest, TellCleanColumnsAndNan) {
             for (size_t i = 1; i < valueV.size(); ++i) {
                 fClean = fClean && IsSeparable(valueV[i - 1], valueV[i]);
             }
-            EXPECT_EQ(lists->IsClean(column), fClean) << seed << ' ' << column;
+            EXPECT_EQ(lists->AllSeparable(column), fClean) << seed << ' ' << column;
         }
         columns.Set(columns.NumRows() / 2, static_cast<int>(seed % kColumns), std::nan(""));
         EXPECT_TRUE(SortedColumns::Make(matrix, AreKept(), pool)->HasNan()) << seed;
