@@ -65,8 +65,10 @@ class SYLVORA_API CheckCfgCLS {
     bool fSetThread = false;  // numThread was given; CheckCfg checks numThread only then
     std::string mode;
     double tms_seed = 0.0;
-    int digits = 6;                  // significant digits of reals in the model file: 6 or 17
-    std::string absent = "missing";  // value of an id that a data line omits: "missing", "zero"
+    int digits = 6;  // significant digits of reals in the model file: 6 or 17
+    // Value of an id that a data line omits: "missing", "zero". Only the command reads it; the
+    // readers in god.h always fill in -2147483648.
+    std::string absent = "missing";
     bool fSetAbsent = false;         // absent was given
 
     // Reads the configuration file argv[1], then applies the option-value pairs from argv[2] on,

@@ -87,6 +87,7 @@ void Train(const Job& job) {
     LearnerData data = ReadForLearner(job.Text("data"));
     const RawHeader header = data.header;
     TreeLearner learner(cfg);
+    learner.setPackedTrees(true);  // as the command does
 
     const StopWatch preparation;
     Require(learner.DataInput(std::move(data.labelV), std::move(data.rowVV), 0,
