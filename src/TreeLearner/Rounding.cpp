@@ -68,7 +68,7 @@ class MovedValues {
     static constexpr std::uint64_t kFilterKeys = 1 << 16;
 
     // The leading bits of a double: sign, exponent and 16 bits of the fraction. Rounding to six
-    // digits moves a value by little more than the last of these bits, so a span has few keys.
+    // digits moves a value by less than the last of these bits, so a span has few keys.
     static std::uint64_t Key(double value) {
         constexpr int kTrailing = 36;
         std::uint64_t bits = 0;
