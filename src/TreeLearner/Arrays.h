@@ -1,5 +1,5 @@
-// The learner's flat arrays: its public members are C arrays, so that they can be handed around as
-// they are; allocation and release go through here.
+// Allocation and release of the learner's arrays. Its public members are plain C arrays, from
+// malloc or calloc, so that programs can pass them on.
 #ifndef SYLVORA_TREELEARNER_ARRAYS_H
 #define SYLVORA_TREELEARNER_ARRAYS_H
 
@@ -12,7 +12,8 @@
 
 namespace sylvora {
 
-// Replaces `array` by `count` zeroed elements; 0, or -1 with a message that names the array.
+// Frees `array` and replaces it by `count` elements of 0, at least one. The caller owns it. Returns
+// 0, or -1 after a message that ends in `name`; `array` is then null.
 template <typename Element>
 [[nodiscard]] int AllocateArray(Element*& array, int count, const char* name) {
     std::free(array);
@@ -25,13 +26,14 @@ template <typename Element>
     return Fail("ERROR: Failed to allocate memory when ", name, "!\n");
 }
 
+// Frees `array`, which may be null, and makes it null.
 template <typename Element>
 void FreeArray(Element*& array) {
     std::free(array);
     array = nullptr;
 }
 
-// Frees a table of `count` rows.
+// Frees a table of `count` rows and the rows, of which any may be null; the table may be, too.
 inline void FreeRows(double**& rows, int count) {
     for (int i = 0; rows != nullptr && i < count; ++i) std::free(rows[i]);
     FreeArray(rows);

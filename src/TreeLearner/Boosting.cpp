@@ -1,4 +1,8 @@
 // The training run: rounds of gradients, trees and predictions, then the model file.
+//
+// Gradients and predictions are computed in parallel, one share of the samples per worker, in
+// phases that are joined before the next one begins. Results do not depend on which thread runs a
+// share, only on the shares, and these follow from numThread and the data.
 #include <sys/time.h>
 
 #include <algorithm>
@@ -32,6 +36,7 @@ namespace {
 
 constexpr long kMicroseconds = 1000000;
 
+// Wall-clock time in microseconds since the epoch.
 long Now() {
     timeval now = {};
     gettimeofday(&now, nullptr);
@@ -40,16 +45,18 @@ long Now() {
 
 }  // namespace
 
-// What a run keeps from round to round.
+// State of one run of Boosting, kept from round to round.
 struct TreeLearner::Run {
-    std::vector<boosting_info_t> shares;  // one per worker, disjoint
-    // Shares whose first sample another worker has too: they wait until the others are done, so
-    // that the sample is stepped twice, as its ranges say, and in a fixed order.
+    std::vector<boosting_info_t> shares;  // pairwise disjoint; run in parallel
+    // Shares whose first sample is in an earlier share as well. They run after all others, on the
+    // calling thread: that sample is updated twice, as the ranges demand, but in a fixed order and
+    // without a data race.
     std::vector<boosting_info_t> lateShares;
-    bool fSetDynStepGlobal = false;
-    bool fEachOnce = false;  // the shares step every sample exactly once
+    bool fSetDynStepGlobal = false;  // CfgInfo.fSetDynStep as the run began
+    bool fEachOnce = false;          // every sample is in exactly one share
 
-    // One phase of a round. A worker's own failure is reported by the worker; the run goes on.
+    // Runs one phase of a round and returns when all shares are done. A share that fails reports it
+    // and the run goes on, so the exit values are deliberately ignored.
     void Fork(sylvora::WorkerPool& pool, void* (*entry)(void*)) {
         pool.For(static_cast<int>(shares.size()),
                  [&](int share, int) { entry(&shares[static_cast<size_t>(share)]); });
@@ -74,6 +81,7 @@ int TreeLearner::Boosting() {
         if (CfgInfo.fPrint) Print("Time for generating all trees: ", seconds, " seconds\n");
         return 0;
     });
+    // Runs after a failure, too: counts the missing trees and drops a group that is not complete.
     const int numPerRound = modelType == "RandomForest" ? std::max(sizeGroup, 0) : 1;
     const long numAsked = static_cast<long>(std::max(numTree, 0)) * numPerRound;
     numMissing = static_cast<int>(std::min(numAsked - numGrown, long{INT_MAX}));
@@ -83,6 +91,8 @@ int TreeLearner::Boosting() {
     return status;
 }
 
+// Brings the learner into the state in which every run begins, so that a second run of the same
+// learner equals the first. The engine comes last: it reads the arrays and needs the threads.
 int TreeLearner::PrepareRun(Run& run) {
     fStopped = false;
     progressDone = 0;
@@ -110,7 +120,9 @@ int TreeLearner::PrepareRun(Run& run) {
     return 0;
 }
 
+// Sorts the workers' ranges into disjoint and late ones.
 void TreeLearner::ShareOut(Run& run) {
+    // Invariant: lastSample is the largest sample of all ranges so far, which ascend.
     int lastSample = -1;
     run.fEachOnce = true;
     for (const boosting_info_t& share : ShareSamples()) {
@@ -122,6 +134,8 @@ void TreeLearner::ShareOut(Run& run) {
     run.fEachOnce = run.fEachOnce && lastSample == sampleSize - 1;
 }
 
+// Replaces fea_debug by counters of 0, one per column. What is allocated before a failure stays
+// with fea_debug, and FreeDebugCounters frees it.
 int TreeLearner::AllocateDebugCounters() {
     FreeDebugCounters();
     fea_debug = static_cast<fea_debuginfo_t*>(std::calloc(1, sizeof *fea_debug));
@@ -136,7 +150,8 @@ int TreeLearner::AllocateDebugCounters() {
     return fAllocated ? 0 : -1;
 }
 
-// Slot 0 draws from the global seed; all others deliberately share one cell and its one start.
+// Points each slot at its seed cell. Slot 0 draws from the global seed; all other slots
+// deliberately share one cell, which is set once per run. Existing models depend on both.
 int TreeLearner::PlaceSeeds() {
     const int numSlots = std::max(sizeGroup, 1);
     if (AllocateArray(randGenerators, numSlots, "allocating randGenerators") != 0) return -1;
@@ -146,6 +161,8 @@ int TreeLearner::PlaceSeeds() {
     return 0;
 }
 
+// One contiguous range of samples per worker, in order; some are empty if there are more workers
+// than samples.
 std::vector<boosting_info_t> TreeLearner::ShareSamples() {
     numThread = std::max(numThread, 1);
     if (CfgInfo.modelType == "GBRank") return ShareQueries();
@@ -157,14 +174,15 @@ std::vector<boosting_info_t> TreeLearner::ShareSamples() {
     return shares;
 }
 
-// Whole queries for each worker. When the last query has a single sample, the worker before the
-// last ends on it too; the last one starts there as well.
+// Ranges of whole queries, so that each worker sees all pairs of its queries. Deliberate: if the
+// last query has a single sample, it is in the ranges of the last two workers, and its prediction
+// is updated twice. Existing models depend on it.
 std::vector<boosting_info_t> TreeLearner::ShareQueries() {
     const int numQueries = sylvora::NumQueries(queryIdV[sampleSize - 1]);
     numThread = std::max(std::min(numThread, numQueries), 1);
     const int last = sampleSize - 1;
     std::vector<boosting_info_t> shares;
-    int cursor = 0;
+    int cursor = 0;  // the first sample that no earlier range was meant to have
     for (int t = 0; t < numThread; ++t) {
         const int lastQuery = PartBegin(numQueries, numThread, t + 1) - 1;
         const int begin = cursor;
@@ -191,6 +209,8 @@ int TreeLearner::RunRounds(Run& run) {
     return 0;
 }
 
+// One round; `idxTree` counts from 1. The order of the phases is fixed: gradients read predictV,
+// trees read the gradients, and the update of predictV reads the trees.
 int TreeLearner::BoostRound(Run& run, int idxTree) {
     if (fDebug) of_debug << idxTree - 1 << '\n';
     if (CfgInfo.fPrint) Print("******* Tree ID: ", idxTree, "  *******\n");
@@ -215,9 +235,9 @@ int TreeLearner::BoostRound(Run& run, int idxTree) {
     return 0;
 }
 
-// The slots draw from one stream, each where the one before it ended, so that a forest does not
-// depend on the number of threads: the slots are grown in order. One that fails is reported and
-// left out.
+// Grows the slots one after the other. Each continues the random stream where the one before it
+// ended, so only this order makes a forest independent of the number of threads; the parallelism is
+// inside a tree. A slot that fails is reported and left out.
 int TreeLearner::GenerateForest() {
     for (int slot = 0; slot < sizeGroup && !fStopped && !fUserThrew; ++slot) {
         static_cast<void>(GrowSlots(slot, slot));
@@ -227,13 +247,14 @@ int TreeLearner::GenerateForest() {
     return fStopped || fUserThrew ? -1 : 0;
 }
 
-// A file that is lost does not stop the run; the first one is reported.
+// Writes the result file of a round. A failure to write does not end the run: only the first one is
+// reported, and its path is kept in lostResult.
 void TreeLearner::WriteRoundResult(int idxTree) {
     const std::string path = CfgInfo.pathOutput + CfgInfo.fileResultBase;
     const auto isStopped = [this] { return AskUser() != 0; };
     sylvora::WriteFailure lost;
     if (CfgInfo.fRegCls == "REG") {
-        // The training predictions, but as many as the test set has.
+        // Deliberate: the training predictions, but only as many as there are test rows.
         lost = sylvora::WriteResult(
             {predictV, labelTrV, std::min(testSize, sampleSize), path + ".train", idxTree, nullptr},
             isStopped);
@@ -255,7 +276,7 @@ int TreeLearner::FinishRun() {
         }
         if (!sylvora::CloseStream(of_debug) && debugError == 0) debugError = errno;
     }
-    engineRun.reset();  // its memory is better spent on the scoring form
+    engineRun.reset();  // frees its memory for the scoring form
     modelDim = dimFea;
     walkFault.clear();  // of an ensemble that was loaded before
     fLoadFailed = false;
@@ -266,7 +287,8 @@ int TreeLearner::FinishRun() {
     return 0;
 }
 
-// What the progress function says to the numbers that it was told last; 0: go on.
+// Calls the progress function again with the numbers of its last call. Returns 0 to go on, anything
+// else to stop.
 int TreeLearner::AskUser() {
     if (progressFunction == nullptr) return 0;
     const AtWork work(*this);
@@ -275,6 +297,8 @@ int TreeLearner::AskUser() {
     });
 }
 
+// Reports progress, in rounds or, in a forest, in trees. Returns whether the run must end, because
+// the progress function asked for it or threw an exception.
 bool TreeLearner::IsStopped(int done, int total) {
     progressDone = done;
     progressTotal = total;

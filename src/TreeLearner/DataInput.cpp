@@ -1,4 +1,7 @@
-// Data sets on their way into the learner's arrays.
+// Taking data sets into the learner's arrays, by copying vectors or by adopting arrays.
+//
+// A set may be given again; the new one replaces the old one. After a failure the set is
+// incomplete, but everything allocated is in the learner's members, so Destroy frees it.
 #include <algorithm>
 #include <cerrno>
 #include <locale>
@@ -18,9 +21,11 @@ using sylvora::Print;
 
 namespace {
 
+// The values of the parameter `type`. Any other is accepted and ignored.
 enum SetType { kTraining = 0, kTest = 1, kDevelopment = 2 };
 
-// Copies one row into an array of its own and frees the vector.
+// Copies one row into a new array, which the caller owns, and frees the vector: at no time are all
+// rows in memory twice.
 int MoveRow(VecDle& row, double*& stored, const char* name) {
     if (AllocateArray(stored, static_cast<int>(row.size()), name) != 0) return -1;
     std::copy(row.begin(), row.end(), stored);
@@ -38,7 +43,7 @@ bool IsSet(int type) {
     return type == kTraining || type == kTest || type == kDevelopment;
 }
 
-// Arrays on their way to a learner.
+// The arrays that DataAdopt was given. Frees what was not handed over to the learner.
 struct AdoptedArrays {
     double* labels;
     double** rows;
@@ -52,7 +57,7 @@ struct AdoptedArrays {
 
 }  // namespace
 
-// A set's members, and what their allocation is called in messages.
+// References to the learner's members for one set, and the names of their allocations in messages.
 struct TreeLearner::SetPlace {
     bool fTraining;
     int& numData;
@@ -77,7 +82,7 @@ int TreeLearner::DataInput(VecDle l, VecVecDle f, int type, VecInt q, VecDle lvi
             return Fail("ERROR: Row ", i, " has ", f[i].size(), " features, row 0 has ", width,
                         ": all rows must be of one length!\n");
         }
-        dimFea = static_cast<int>(width);
+        dimFea = static_cast<int>(width);  // of the set given last; see DescribeWidth
         return StoreSet(type, static_cast<int>(l.size()), q,
                         [&](const SetPlace& place) { return CopyRows(place, l, f); });
     });
@@ -92,6 +97,7 @@ int TreeLearner::DataAdopt(double* labels, double** rows, int numData, int numCo
         if (numData <= 0) return Fail("ERROR: No training data for tree models!\n");
         dimFea = numColumn;
         return StoreSet(type, numData, q, [&](const SetPlace& place) {
+            // The members are null here, so `arrays` has nothing left to free.
             std::swap(place.labels, arrays.labels);
             std::swap(place.rows, arrays.rows);
             for (int i = 0; place.fTraining && i < numData; ++i) AddToMean(place.rows[i]);
@@ -100,7 +106,8 @@ int TreeLearner::DataAdopt(double* labels, double** rows, int numData, int numCo
     });
 }
 
-// Puts a set of rows of dimFea columns into its place, which `fill` fills with labels and rows.
+// Stores a set of `numData` rows with dimFea columns. `fill` stores the labels and the rows in the
+// given members and returns 0, or -1 after a message.
 template <typename Fill>
 int TreeLearner::StoreSet(int type, int numData, const VecInt& q, Fill fill) {
     if (dimFea <= 0) return Fail("ERROR: None features for training data!\n");
@@ -125,7 +132,7 @@ int TreeLearner::StoreSet(int type, int numData, const VecInt& q, Fill fill) {
     return 0;
 }
 
-// Frees what an earlier call left there.
+// The members of a set, after the set of an earlier call was freed.
 TreeLearner::SetPlace TreeLearner::ClearPlace(int type) {
     if (type == kTraining) {
         FreeTrainingData();
@@ -180,6 +187,8 @@ int TreeLearner::CopyRows(const SetPlace& place, const VecDle& l, VecVecDle& f) 
     return 0;
 }
 
+// Counts the classes of training data and stores the query ids. Only ranking needs them for
+// training. Test and development sets keep them if there is one per row.
 int TreeLearner::FinishSet(const SetPlace& place, const VecInt& q) {
     const bool fComplete = q.size() == static_cast<size_t>(place.numData);
     if (place.fTraining) {
@@ -190,11 +199,13 @@ int TreeLearner::FinishSet(const SetPlace& place, const VecInt& q) {
     return fComplete ? CopyQueries(q, place.queries, place.queriesName) : 0;
 }
 
-// Deliberately divided after every record; see the header.
+// Deliberately divides after every row, not once at the end; see DataInput in the header. The order
+// of rows is part of the result.
 void TreeLearner::AddToMean(const double* row) {
     for (int j = 0; j < dimFea; ++j) featureMean[j] = (featureMean[j] + row[j]) / sampleSize;
 }
 
+// Sets numClass to the number of distinct labels, truncated to integers; 0 for a regression.
 void TreeLearner::CountClasses() {
     std::unordered_set<int> classes;
     for (int i = 0; CfgInfo.fRegCls == "CLS" && i < sampleSize; ++i) {
@@ -203,8 +214,8 @@ void TreeLearner::CountClasses() {
     CfgInfo.numClass = numClass = static_cast<int>(classes.size());
 }
 
-// Every set opens the report anew; its header tells of the last one. A report that cannot be
-// opened is left out.
+// Opens the debug report and writes its first line. Every set truncates the report, so the line
+// describes the set given last. A failure is recorded in debugError and does not end the run.
 void TreeLearner::OpenDebugFile(int numData) {
     if (of_debug.is_open()) of_debug.close();
     of_debug.clear();

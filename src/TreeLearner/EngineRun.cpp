@@ -1,4 +1,4 @@
-// The engine at work for a learner; see EngineRun.h.
+// Choosing and driving the engine of a run; see EngineRun.h.
 #include "EngineRun.h"
 
 #include <algorithm>
@@ -15,10 +15,11 @@
 
 namespace sylvora {
 
-// The plain search over some slots of a node.
-class EngineRun::NodePlainSearch : public engine::ReferenceSearch {
+// The reference search over some column slots of a node. Immutable, so thread-safe; borrows the
+// rows of the learner.
+class EngineRun::NodeReferenceSearch : public engine::ReferenceSearch {
   public:
-    explicit NodePlainSearch(const double* const* rows) : featureVV(rows) {}
+    explicit NodeReferenceSearch(const double* const* rows) : featureVV(rows) {}
 
     engine::SplitPoint Search(const engine::GrownNode& node, const engine::RowSlice& rows,
                               const int* columnV, const std::vector<int>& slotV) const override {
@@ -27,6 +28,8 @@ class EngineRun::NodePlainSearch : public engine::ReferenceSearch {
         const RegressionNode facts = {rows.gradV,
                                       rows.weightV != nullptr ? rows.weightV : onesV.data(),
                                       node.gradAll, node.wgtAll};
+        // One buffer for all slots. Slots are scanned in ascending order, as the reference
+        // implementation does, so the first of equal candidates wins here as there.
         SortedColumn column(rows.count);
         CandidateSplit best;
         for (const int slot : slotV) {
@@ -48,24 +51,27 @@ class EngineRun::NodePlainSearch : public engine::ReferenceSearch {
     const double* const* featureVV;
 };
 
-// Boosted trees, and a regression's single tree: a few levels of many rows each.
-struct EngineRun::HistogramWay {
-    HistogramWay(const TreeLearner& learner, const engine::GrowthLimits& limits, EngineRun& run)
+// Splits found with histograms: for boosted trees and a regression's single tree, which have few
+// levels and many rows on each. The grower borrows the columns, so these are declared first.
+struct EngineRun::HistogramEngine {
+    HistogramEngine(const TreeLearner& learner, const engine::GrowthLimits& limits, EngineRun& run)
         : columns(learner.featureVV, learner.sampleSize, learner.dimFea, run.tuning, run.pool),
-          growth(columns, run.pool, limits, run.tuning, *run.plain) {}
+          growth(columns, run.pool, limits, run.tuning, *run.reference) {}
 
     engine::BinnedColumns columns;
     engine::HistogramGrower growth;
 };
 
-// Classification, and forests: many levels, and most nodes are small.
-struct EngineRun::ListWay {
-    ListWay(const TreeLearner& learner, const engine::GrowthLimits& limits, bool fKept,
-            EngineRun& run)
+// Splits found with sorted lists of rows: for classification and forests, which have many levels
+// and mostly small nodes. `fKept` says whether the lists of all columns are kept in memory. The
+// grower borrows the other two members, so these are declared first.
+struct EngineRun::ListEngine {
+    ListEngine(const TreeLearner& learner, const engine::GrowthLimits& limits, bool fKept,
+               EngineRun& run)
         : lists(engine::SortedColumns::Make({learner.featureVV, learner.sampleSize, learner.dimFea},
                                             fKept, run.pool)),
           criterion(engine::Criterion::Make(learner.CfgInfo.fRegCls != "REG", learner.numClass)),
-          growth(*lists, run.pool, limits, run.tuning, *criterion, *run.plain) {}
+          growth(*lists, run.pool, limits, run.tuning, *criterion, *run.reference) {}
 
     std::unique_ptr<engine::SortedColumns> lists;
     std::unique_ptr<engine::Criterion> criterion;
@@ -85,25 +91,26 @@ std::unique_ptr<EngineRun> EngineRun::Start(const TreeLearner& learner, WorkerPo
 EngineRun::EngineRun(const TreeLearner& learner, WorkerPool& workers)
     : tuning(engine::CurrentTuning()),
       pool(workers),
-      plain(std::make_unique<NodePlainSearch>(learner.featureVV)) {}
+      reference(std::make_unique<NodeReferenceSearch>(learner.featureVV)) {}
 
 EngineRun::~EngineRun() = default;
 
-// False when a column holds a NaN.
 bool EngineRun::Prepare(const TreeLearner& learner) {
     const CheckCfgCLS& c = learner.CfgInfo;
     const bool fForest = learner.modelType == "RandomForest";
-    // Without CheckCfg the ratio may be anything; the plain form then draws all columns or none.
+    // Without CheckCfg the ratio may be anything; clamped, it samples all columns or none,
+    // as the reference implementation does.
     const int numSelFea = std::clamp(NumSampledColumns(learner.dimFea, c.ratio), 0, learner.dimFea);
     const engine::GrowthLimits limits = {c.maxLeaf, c.maxDepth, c.numBound, numSelFea, fForest};
-    // Where few columns are drawn, keeping the lists of all does not pay, and a regression is
-    // faster with histograms. Lists know no weights.
+    // Keeping the lists of all columns pays only if a node samples many of them; otherwise a
+    // regression is faster with histograms. Lists do not support weights.
     const bool fManyDrawn = 100.0 * numSelFea >= 1.0 * tuning.listPercent * learner.dimFea;
     if (c.fRegCls != "REG" || (fForest && fManyDrawn && WeightsOf(learner) == nullptr)) {
-        lists = std::make_unique<ListWay>(learner, limits, fManyDrawn, *this);
+        lists = std::make_unique<ListEngine>(learner, limits, fManyDrawn, *this);
         return !lists->lists->HasNan();
     }
-    histograms = std::make_unique<HistogramWay>(learner, limits, *this);
+    histograms = std::make_unique<HistogramEngine>(learner, limits, *this);
+    // Only draws of single rows can be made ahead, not of queries. A CART has a single tree.
     if (pool.NumWorkers() > 1 && learner.modelType != "CART" && c.randomMode == "DOC") {
         rowsAhead = std::make_unique<RowsAhead>(pool);
     }
@@ -113,20 +120,24 @@ bool EngineRun::Prepare(const TreeLearner& learner) {
 bool EngineRun::Grow(const TreeLearner& learner, TreeCR& tree, const int* weightV,
                      std::unique_ptr<int[]>& indexV, int num, long* seed) {
     grownTree = nullptr;
-    if (rowsAhead) rowsAhead->Forget();  // a callback may have changed how rows are drawn
+    // Rows drawn ahead that this tree did not take are stale: a callback may have changed how rows
+    // are drawn.
+    if (rowsAhead) rowsAhead->Forget();
     if (lists) {
-        // The user may have changed the weights since the run began.
+        // All weights were 1 when the run began, but the user may have changed them since.
         if (learner.CfgInfo.fRegCls == "REG" && weightV != nullptr) return false;
         if (!lists->growth.Grow(learner.gradientV, indexV.get(), num, seed)) return false;
         tree.Adopt(lists->growth.Nodes());
         return true;
     }
     engine::HistogramGrower& growth = histograms->growth;
+    // Called once the tree needs no more random numbers: the generator then stands where the next
+    // tree's draw begins.
     const auto drawAhead = [&] {
         if (rowsAhead) rowsAhead->Start(RowDraw::PerTree(learner), seed);
     };
     if (!growth.Take(learner.gradientV, weightV, indexV.get(), num)) return false;
-    indexV.reset();
+    indexV.reset();  // the grower has its own copy now
     growth.Grow(seed, drawAhead);
     tree.Adopt(growth.Nodes());
     grownTree = &tree;
@@ -138,7 +149,8 @@ bool EngineRun::TakeRowsAhead(const RowDraw& draw, long* seed, std::unique_ptr<i
 }
 
 bool EngineRun::StepPredictions(const TreeLearner& learner) {
-    // A forest steps along the first of its trees, this is the last.
+    // UpdatePrediction uses the first tree of the group. In a forest that is not the last one
+    // grown, whose row partition the engine still holds.
     if (grownTree == nullptr || learner.TreeGroup.empty() || learner.TreeGroup[0] != grownTree) {
         return false;
     }

@@ -1,4 +1,5 @@
-// The engine at work for a learner: the coded data of one training run.
+// Connects a learner to the training engine for one run of Boosting: owns the engine's copy of the
+// training data and the grower that works on it.
 #ifndef SYLVORA_TREELEARNER_ENGINERUN_H
 #define SYLVORA_TREELEARNER_ENGINERUN_H
 
@@ -12,46 +13,57 @@
 
 namespace sylvora {
 
+// The trees equal those of the reference implementation bit for bit. The learner's rows must not
+// change while this object lives; its gradients and weights may change between two trees.
+//
+// Thread safety: one thread calls, the one that trains. The calls share their work through `pool`.
 class EngineRun {
   public:
     ~EngineRun();
 
-    // An engine for the learner's training data that works with `pool`, which outlives it; null
-    // where the plain form is to be used: it was asked for, debug records or a user's sampler need
-    // it, or a column holds a NaN.
+    // Prepares an engine for the learner's training data. Borrows `pool`, which must outlive it.
+    // Returns null where the reference implementation must grow the trees: it was asked for, debug
+    // records or a user's sampler need it, a column holds a NaN, or maxDepth is below 1 and the
+    // model is not a forest. Throws std::bad_alloc.
     [[nodiscard]] static std::unique_ptr<EngineRun> Start(const TreeLearner& learner,
                                                           WorkerPool& pool);
 
-    // Grows `tree` on `num` rows as TreeCR::GrowOne and GrowHalf do, with the learner's weights
-    // (null: all 1); the array of rows is freed as soon as it can be. False, with nothing changed,
-    // when the gradients or the weights are out of the engine's range.
+    // Grows `tree` on the rows indexV[0..num), as TreeCR::GrowOne and GrowHalf do. `weightV` has
+    // the learner's weights, by row of the data; null: all are 1. May free indexV early, to save
+    // memory. Moves the state word `seed` on. Returns false, and leaves `tree`, indexV and `seed`
+    // as they were, when the gradients or the weights are out of the engine's range.
     [[nodiscard]] bool Grow(const TreeLearner& learner, TreeCR& tree, const int* weightV,
                             std::unique_ptr<int[]>& indexV, int num, long* seed);
 
-    // Gives out rows that were drawn ahead for the next tree, whatever their weights, and moves the
-    // generator on; false, with nothing changed, where there are none that fit.
+    // Hands over the rows that were drawn ahead for the next tree, and moves the generator on. Rows
+    // of weight 0 or less are among them. Returns false, with nothing changed, if nothing was drawn
+    // ahead or the draw does not match.
     [[nodiscard]] bool TakeRowsAhead(const RowDraw& draw, long* seed,
                                      std::unique_ptr<int[]>& drawnV);
 
-    // Steps the learner's predictions along the tree grown last, as UpdatePrediction does over all
-    // rows. False, with nothing changed, when that tree is not the engine's.
+    // Adds the outputs of the tree grown last to the predictions of all rows, as UpdatePrediction
+    // does. Returns false, with nothing changed, if the engine did not grow that tree.
     [[nodiscard]] bool StepPredictions(const TreeLearner& learner);
 
   private:
-    class NodePlainSearch;
-    struct HistogramWay;
-    struct ListWay;
+    class NodeReferenceSearch;
+    struct HistogramEngine;
+    struct ListEngine;
 
     EngineRun(const TreeLearner& learner, WorkerPool& workers);
+    // Returns false when a column holds a NaN.
     [[nodiscard]] bool Prepare(const TreeLearner& learner);
 
     const engine::Tuning tuning;
     WorkerPool& pool;
-    std::unique_ptr<engine::ReferenceSearch> plain;
-    std::unique_ptr<HistogramWay> histograms;  // one of the two grows the trees
-    std::unique_ptr<ListWay> lists;
+    std::unique_ptr<engine::ReferenceSearch> reference;
+    // Exactly one of the two is set once Prepare has returned; both borrow `reference`.
+    std::unique_ptr<HistogramEngine> histograms;
+    std::unique_ptr<ListEngine> lists;
     std::unique_ptr<RowsAhead> rowsAhead;  // null: a tree's rows are drawn when they are needed
-    const TreeCR* grownTree = nullptr;     // the tree that the histograms hold; never followed
+    // The tree that `histograms` grew last, or null. Only compared, never dereferenced: the learner
+    // may have freed it.
+    const TreeCR* grownTree = nullptr;
 };
 
 }  // namespace sylvora

@@ -1,4 +1,4 @@
-// A learner's trees; see EnsembleView.h.
+// Read access to a learner's trees; see EnsembleView.h.
 #include "EnsembleView.h"
 
 #include "../TreeLearner.h"
@@ -6,6 +6,7 @@
 namespace sylvora {
 namespace {
 
+// Keeps what scoring and a model file need of a node.
 engine::PackedNode PackNode(const NodeCR& node) {
     engine::PackedNode packed;
     packed.splitElemFea = node.splitElemFea;

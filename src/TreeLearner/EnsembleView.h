@@ -1,5 +1,6 @@
-// A learner's trees as they are read from, whichever way they are kept: as records in TreeVV, or
-// packed (TreeLearner::setPackedTrees). Views borrow: they last as long as the trees do.
+// Read access to a learner's trees, whether they are kept as records in TreeVV or packed
+// (TreeLearner::setPackedTrees). Views borrow: they are valid until the trees change. Thread-safe
+// as long as nobody changes the trees.
 #ifndef SYLVORA_TREELEARNER_ENSEMBLEVIEW_H
 #define SYLVORA_TREELEARNER_ENSEMBLEVIEW_H
 
@@ -14,6 +15,7 @@ class TreeLearner;
 
 namespace sylvora {
 
+// One tree. Nodes are numbered from 0, the root.
 class TreeView {
   public:
     explicit TreeView(const TreeCR& tree) : records(&tree) {}
@@ -22,9 +24,9 @@ class TreeView {
     size_t NumNodes() const { return packed ? packed->numNodes : records->NodeV.size(); }
     int Depth() const { return packed ? packed->depth : records->depth; }
     engine::PackedNode Node(size_t k) const;
-    // As in the model file; of a record whatever it holds.
+    // The status of a node as in the model file. For a record, whatever text it has.
     const char* Status(size_t k) const;
-    // As of TreeCR.
+    // As the functions of TreeCR with these names.
     double Predict(const double* feaV) const {
         return Walk([feaV](const auto& at) { return PredictRow(at, feaV); });
     }
@@ -35,6 +37,7 @@ class TreeView {
     }
 
   private:
+    // Calls walker(at), where at(k) is node k, without copying nodes.
     template <typename Walker>
     double Walk(const Walker& walker) const {
         if (packed != nullptr) {
@@ -49,6 +52,7 @@ class TreeView {
     const engine::PackedTree* packed = nullptr;
 };
 
+// The groups of an ensemble, in order, and the trees of each. Groups may be empty.
 class EnsembleView {
   public:
     explicit EnsembleView(const TreeLearner& learner);
@@ -66,7 +70,7 @@ class EnsembleView {
     const engine::PackedTrees* packed;  // null: the trees are in groupV
 };
 
-// Throws std::bad_alloc.
+// A packed copy of a tree, owned by the caller. Throws std::bad_alloc.
 engine::PackedTree Pack(const TreeCR& tree);
 
 }  // namespace sylvora

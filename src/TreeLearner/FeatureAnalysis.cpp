@@ -18,13 +18,14 @@ using sylvora::Fail;
 
 namespace {
 
-// Columns by falling weight, equal ones in their order. A NaN compares with nothing, so it stays
-// where it is and each stretch between NaNs is sorted by itself.
+// Columns by descending weight; columns of equal weight stay in order. NaNs have no order, so each
+// stays where it is, and the ranges between NaNs are sorted separately.
 VecInt OrderByWeight(const VecFt& feaWeightV) {
     const auto weight = [&feaWeightV](int f) { return feaWeightV[static_cast<size_t>(f)]; };
     VecInt order(feaWeightV.size());
     std::iota(order.begin(), order.end(), 0);
     const auto isNan = [&](int f) { return std::isnan(weight(f)); };
+    // Invariant: order[0..begin) is done.
     for (auto begin = order.begin(); begin != order.end();) {
         const auto end = std::find_if(begin, order.end(), isNan);
         std::stable_sort(begin, end, [&](int a, int b) { return weight(a) > weight(b); });

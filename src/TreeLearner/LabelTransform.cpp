@@ -13,11 +13,12 @@
 #include "../god/Report.h"
 #include "../god/StreamReading.h"
 
+// Replaces tranMap. Classes are checked against numClass, so the training set must come first.
 int TreeLearner::ReadLabelTran(std::string file) {
     return sylvora::Guarded([&] {
         tranMap.clear();
         std::ifstream in(file);
-        // A directory opens but cannot be read.
+        // A directory opens, but cannot be read; it counts as missing.
         if (!in || (in.peek(), in.bad())) {
             sylvora::Warn("Notice: No label tran file found, using the original label!\n");
             return 0;

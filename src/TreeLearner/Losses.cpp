@@ -1,8 +1,11 @@
-// Gradients: what each round's trees are fitted to. Pairwise losses look at pairs of samples of one
-// query that lie within the worker's range.
+// Negative gradients of the losses: what the trees of a round are fitted to. A pairwise loss uses
+// the pairs of samples of one query, both within the worker's range.
 //
-// "Logistic" and "HingeSquare" are not the textbook derivatives; models have always been trained
-// with these.
+// "Logistic" and "HingeSquare" are deliberately not the textbook derivatives: existing models were
+// trained with these.
+//
+// Thread safety: a call reads labelTrV and predictV and writes gradientV, only within its range, so
+// disjoint ranges may be computed in parallel. The user's loss is the exception.
 #include <algorithm>
 #include <cmath>
 #include <vector>
@@ -18,13 +21,16 @@ using sylvora::Fail;
 
 namespace {
 
-// Forces on the first of two samples with labels a and b, predictions that differ by `difference`
-// and the margin tau; the second sample gets the opposite.
+// The margin by which the predictions of two samples with labels a and b should differ.
+//
+// Here and below, a force is what one pair adds to the gradient of its first sample; the second one
+// gets the opposite. `difference` is the prediction of the first minus that of the second.
 double MarginOf(double a, double b, double tau) {
     return tau * std::fabs(a - b);
 }
 
-// Squared hinge, halved; samples of equal label are pulled to within tau of each other.
+// The force of a halved squared hinge loss. Samples with equal labels are pulled together until
+// they are within tau of each other.
 double HingeSquareForce(double a, double b, double difference, double tau) {
     const double margin = MarginOf(a, b, tau);
     if (a > b) return margin > difference ? 0.5 * (margin - difference) : 0;
@@ -33,11 +39,12 @@ double HingeSquareForce(double a, double b, double difference, double tau) {
     return -tau > difference ? 0.5 * (-tau - difference) : 0;
 }
 
-// Exponentials are computed for so many rows or pairs at a time: arrays of them stay in the nearest
-// cache.
+// Exponentials are computed for this many rows or pairs at a time, so that their arrays stay in the
+// L1 cache. Block boundaries do not change results.
 constexpr int kBlock = 256;
 
-// Calls visit(at, count, exponentialV) for each block of rows at, at + 1, ... with exp(-y * f).
+// Calls visit(at, count, exponentialV) for each block of rows [at, at + count), in order, where
+// exponentialV[i] = exp(-y * f) of row at + i. The array is the visitor's to overwrite.
 template <typename Visit>
 void ForBlocks(int idBegin, int idEnd, const double* yV, const double* fV, const Visit& visit) {
     double argumentV[kBlock], exponentialV[kBlock];
@@ -49,17 +56,21 @@ void ForBlocks(int idBegin, int idEnd, const double* yV, const double* fV, const
     }
 }
 
-// Adds the forces of pairs to both samples' gradients, in the order in which the pairs come: 1 / (1
-// + exp(d - margin)) where the first has the larger label, -1 / (1 + exp(-d - margin)) where the
-// second has it, 0 where neither has. d is the difference of their predictions.
+// Adds the forces of pairs to the gradients of both samples, in the order of the pairs: the order
+// of these sums is part of the result. With d the difference of their predictions, the force is
+//
+//    1 / (1 + exp(d - margin))    if the first has the larger label,
+//   -1 / (1 + exp(-d - margin))   if the second has it,
+//    0                            if the labels are equal.
 //
 // Burges et al., "Learning to rank using gradient descent" (2005), with a margin.
 class CrossEntropyPairs {
   public:
     explicit CrossEntropyPairs(double* gradients) : gradientV(gradients) {}
 
-    // `order` is 1, -1 or 0 for the three cases, `argument` that of the exponential. A pair with
-    // order 0 is overwritten by the next: a branch on labels would often be predicted wrongly.
+    // `order` is 1, -1 or 0 for the three cases; `argument` is the argument of the exponential. A
+    // pair of order 0 is stored, too, and overwritten by the next one, because a branch on labels
+    // would often be mispredicted. Invariant: count < kBlock between calls.
     void Add(int first, int second, int order, double argument) {
         pairV[count] = {first, second, static_cast<double>(order)};
         argumentV[count] = argument;
@@ -67,6 +78,7 @@ class CrossEntropyPairs {
         if (count == kBlock) Flush();
     }
 
+    // Adds the forces of the pairs in the block. Call it after the last pair.
     void Flush() {
         double exponentialV[kBlock];
         sylvora::ExpEach(argumentV, exponentialV, static_cast<size_t>(count));
@@ -84,7 +96,7 @@ class CrossEntropyPairs {
         double order;
     };
 
-    double* gradientV;
+    double* gradientV;  // borrowed
     Pair pairV[kBlock];
     double argumentV[kBlock];
     int count = 0;
@@ -92,6 +104,7 @@ class CrossEntropyPairs {
 
 }  // namespace
 
+// Sets the gradient of each sample in the range to gradient(label, prediction).
 template <typename Gradient>
 int TreeLearner::FillGradient(int idBegin, int idEnd, Gradient gradient) {
     for (int i = idBegin; i <= idEnd; ++i) gradientV[i] = gradient(labelTrV[i], predictV[i]);
@@ -127,8 +140,9 @@ int TreeLearner::ComputeGradientExponential(int idBegin, int idEnd) {
     return 0;
 }
 
-// Sets the gradients to 0 and calls visit(i, j, labelI, labelJ, difference of predictions) for each
-// pair of one query.
+// Sets the gradients of the range to 0, then calls visit(i, j, labelI, labelJ, difference) for each
+// pair i < j of a query, i ascending and then j. `difference` is predictV[i] - predictV[j]. Returns
+// -1 without query ids.
 template <typename Visit>
 int TreeLearner::ForPairs(int idBegin, int idEnd, const Visit& visit) {
     if (queryIdV == nullptr) return -1;
@@ -160,13 +174,14 @@ int TreeLearner::ComputeGradientHingeSquareRank(int idBegin, int idEnd) {
     });
 }
 
-// The user's function always gets the arrays from their first sample, whatever the range: existing
-// functions count on it. One call at a time, because the ranges of several workers then overlap.
+// Deliberate: whatever the range, the user's function gets the arrays from sample 0 on, with the
+// length of the range; existing functions rely on it. The ranges of several workers then overlap,
+// so only one worker calls it at a time.
 int TreeLearner::ComputeGradientUser(int idBegin, int idEnd) {
     if (idBegin > idEnd) return 0;
     const AtWork work(*this);
     const std::lock_guard<std::mutex> lock(lossMutex);
-    if (fUserThrew) return -1;  // in a call for another range, and it was reported
+    if (fUserThrew) return -1;  // for another range, which reported it
     const int status = lossfunc == nullptr ? -1 : sylvora::CallUser("loss", fUserThrew, [&] {
         return lossfunc(labelTrV, predictV, &gradientV, idEnd - idBegin + 1);
     });
@@ -175,6 +190,8 @@ int TreeLearner::ComputeGradientUser(int idBegin, int idEnd) {
         "ERROR: Failed to compute the negative gradient of loss function by user given loss!\n");
 }
 
+// Computes the gradients of a range with the loss that is configured. Returns 0, or -1 after a
+// message. The texts are fixed, spelling included.
 int TreeLearner::ComputeGradient(int idBegin, int idEnd) {
     struct Routine {
         const char* loss;

@@ -14,6 +14,8 @@
 namespace sylvora {
 namespace {
 
+// Compares trees as they are parsed. Borrows the learner's ensemble, and the shrinks of `read`,
+// which the parser fills.
 class ComparingSink : public ModelSink {
   public:
     ComparingSink(const TreeLearner& learner, const TreeLearner& read, int numDigits)
@@ -44,7 +46,7 @@ class ComparingSink : public ModelSink {
         return 0;
     }
 
-    // Whether everything has come.
+    // Call it after the last tree: whether the file has all trees and groups.
     int Finish() {
         const size_t numGroups = fOpen ? group + 1 : 0;
         const bool fAll = !fOpen || tree == trees.GroupSize(group);
@@ -52,6 +54,7 @@ class ComparingSink : public ModelSink {
     }
 
   private:
+    // Equality is exact: the value read must be the one that the rounded text stands for.
     bool IsSame(const engine::PackedNode& read, const engine::PackedNode& wanted) const {
         return read.fLeaf == wanted.fLeaf && read.splitFea == wanted.splitFea &&
                read.lson == wanted.lson && read.rson == wanted.rson &&
@@ -72,7 +75,8 @@ class ComparingSink : public ModelSink {
     size_t tree = 0;  // the next one of the group
 };
 
-// The first lines: counts, parameters, means.
+// Compares what comes before the trees: counts, parameters, means. Returns 0, or -1 after a
+// message.
 int CompareHead(const TreeLearner& learner, const TreeLearner& read, int digits) {
     const auto differ = [](const char* what) {
         return Fail("ERROR: read back, ", what, " of the model is another\n");

@@ -1,4 +1,4 @@
-// Whether a model file holds the ensemble in memory.
+// Verifies a model file against the ensemble in memory.
 #ifndef SYLVORA_TREELEARNER_MODELCHECK_H
 #define SYLVORA_TREELEARNER_MODELCHECK_H
 
@@ -8,9 +8,9 @@
 
 namespace sylvora {
 
-// Reads `file` and compares all that a model holds with the learner's, as far as `digits`
-// significant digits tell. Returns 0, or -1 after a message that names the first difference. Holds
-// one tree at a time. Throws std::bad_alloc.
+// Reads `file` and compares everything that a model stores with the learner's values, rounded to
+// `digits` significant digits (6 or 17). Returns 0, or -1 after a message that names the first
+// difference. Keeps only one tree in memory at a time. Throws std::bad_alloc.
 [[nodiscard]] int CheckModelFile(const std::string& file, const TreeLearner& learner, int digits);
 
 }  // namespace sylvora

@@ -1,4 +1,7 @@
 // Parsing a model; see ModelParser.h.
+//
+// Every value is preset to something that no model has before it is read: after a damaged token the
+// presets fail the checks (see ModelSource).
 #include "ModelParser.h"
 
 #include <algorithm>
@@ -14,13 +17,14 @@ namespace {
 
 const char kWrongFormat[] = "ERROR: Wrong model format!\n";
 
-// Counts in a file are not trusted with memory: room is made for so many things more than have been
-// read, then for twice as many.
+// How many elements to reserve when `numRead` of the `count` that the file claims have been read. A
+// damaged or hostile file can claim any count, so memory grows with what has really been read.
 size_t Ahead(size_t numRead, int count) {
     constexpr size_t kAhead = 1024;
     return std::min(static_cast<size_t>(count), 2 * numRead + kAhead);
 }
 
+// The first two lines. A model with classes is a classification.
 int ReadHeader(ModelSource& source, TreeLearner& learner) {
     int nTreeArray = 0;
     source >> nTreeArray >> learner.numClass >> learner.dimFea;
@@ -37,8 +41,8 @@ int ReadHeader(ModelSource& source, TreeLearner& learner) {
     return 0;
 }
 
-// Where the file has too few means for all its columns, the others are 0 or, if they are many,
-// there are none at all.
+// The column means. If the file has fewer than it has columns, the missing ones are 0; if far fewer
+// (see Ahead), featureMean stays null, so that a damaged count takes no memory.
 int ReadMeans(ModelSource& source, TreeLearner& learner) {
     VecDle meanV;
     const size_t dim = static_cast<size_t>(learner.dimFea);
@@ -52,13 +56,16 @@ int ReadMeans(ModelSource& source, TreeLearner& learner) {
     return 0;
 }
 
-// One node as it stands in the file. The texts are kept from node to node.
+// The fields of one node as in the file. Reused for all nodes, so that the strings keep their
+// memory.
 struct NodeLine {
     std::string status, predict;
     int nodeId, splitFea, lson, rson;
     double splitElemFea;
 };
 
+// Reads one node and checks each field by itself. Whether nodes form a tree is checked later, in
+// ModelReader.cpp.
 int ReadNode(ModelSource& source, const TreeLearner& learner, NodeLine& line,
              engine::PackedNode& node) {
     line.status.clear();
@@ -90,12 +97,13 @@ int ReadNode(ModelSource& source, const TreeLearner& learner, NodeLine& line,
     return 0;
 }
 
-// The groups and their trees; the buffers are kept from tree to tree.
+// Reads the groups and hands their trees to the sink. Its buffers are reused from tree to tree.
 class GroupReader {
   public:
     GroupReader(ModelSource& modelSource, TreeLearner& target, ModelSink& modelSink)
         : source(modelSource), learner(target), sink(modelSink) {}
 
+    // Invariant: shrinkV[0..g) is read; the entries reserved ahead are 0 until then.
     int Read() {
         const size_t numGroups = static_cast<size_t>(learner.numTree);
         VecFt& shrinkV = learner.StepLengthV;
@@ -127,6 +135,7 @@ class GroupReader {
         return 0;
     }
 
+    // A tree that fails half way is handed on, too, with the number of nodes that were reserved.
     int ReadTree() {
         int loadDepth = 0;
         int nNode = -1;
@@ -139,6 +148,7 @@ class GroupReader {
         return status != 0 ? status : taken;
     }
 
+    // The sink is asked before memory is reserved, so that it can refuse.
     int ReadNodes(size_t numNodes) {
         while (nodeV.size() < numNodes) {
             engine::PackedNode node;

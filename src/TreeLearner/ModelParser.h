@@ -1,5 +1,5 @@
-// The model file, read: its grammar is in ModelWriter.cpp. Line breaks do not matter here, and what
-// follows the last node (the debug report) is never looked at.
+// Parsing the model file; its grammar is in ModelWriter.cpp. Line breaks count as any other white
+// space, and what follows the last node (the debug report) is never read.
 #ifndef SYLVORA_TREELEARNER_MODELPARSER_H
 #define SYLVORA_TREELEARNER_MODELPARSER_H
 
@@ -12,24 +12,25 @@
 
 namespace sylvora {
 
-// Where the trees of a model go, in the order of the file. The functions return 0, or -1 after a
-// message, which ends the reading.
+// Receives the trees of a model, in the order of the file. The functions return 0, or -1 after a
+// message, which ends the parsing.
 class ModelSink {
   public:
     virtual ~ModelSink() = default;
     // A group begins; its shrink is in the learner's StepLengthV.
     [[nodiscard]] virtual int BeginGroup() = 0;
-    // Before memory is taken for so many nodes of the next tree.
+    // Called before memory for `numNodes` nodes of the next tree is allocated.
     [[nodiscard]] virtual int TakeRoom(size_t numNodes) = 0;
-    // The next tree of the group. Where reading ends inside a tree, `numClaimed` is more than
-    // the nodes that were read: those for which room was made.
+    // The next tree of the group; `nodeV` is only lent. If the file ends or fails inside the tree,
+    // `numClaimed` is the number of nodes that memory was reserved for, which may be more than were
+    // read.
     [[nodiscard]] virtual int TakeTree(const std::vector<engine::PackedNode>& nodeV,
                                        size_t numClaimed) = 0;
 };
 
-// Read the first lines of a model into `learner`; then its shrinks, and the trees into `sink`.
-// Return 0, or -1 after a message; what was read until then has been handed on. Throw
-// std::bad_alloc.
+// ParseHead reads the first three lines of a model into `learner`. ParseGroups, called next, reads
+// the shrinks into `learner` and hands the trees to `sink`. Both return 0, or -1 after a message;
+// what was read before the failure stays where it went. Both throw std::bad_alloc.
 [[nodiscard]] int ParseHead(ModelSource& source, TreeLearner& learner);
 [[nodiscard]] int ParseGroups(ModelSource& source, TreeLearner& learner, ModelSink& sink);
 

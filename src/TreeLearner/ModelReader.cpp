@@ -1,5 +1,5 @@
-// Loading a model: it is read into packed trees, which are then looked through for what would keep
-// them from being walked and, where the learner keeps records, turned into those.
+// Loading a model. The file is read into packed trees. These are checked for faults that would make
+// a walk fail and, unless the learner keeps its trees packed, converted to records.
 #include <algorithm>
 #include <cmath>
 #include <memory>
@@ -25,25 +25,26 @@ namespace {
 constexpr double kBlock = 2 * sizeof(void*);  // what the allocator keeps beside each block
 constexpr double kGigabyte = 1e9;
 
-// Memory of packed trees. Arrays that grow hold up to twice as much as they need, beside the copy
-// that they came from.
+// Bytes that packed trees may take. A growing array of trees can hold twice its size, next to the
+// array that it is copied from, hence the factor of 3.
 double PackedBytes(size_t numTrees, size_t numNodes) {
     return (3.0 * sizeof(PackedTree) + kBlock) * static_cast<double>(numTrees) +
            sizeof(PackedNode) * static_cast<double>(numNodes);
 }
 
-// Memory of the same trees as records.
+// Bytes that the same trees take as records.
 double RecordBytes(size_t numTrees, size_t numNodes) {
-    constexpr double kLongNames = 4 * 64;  // strings of the settings that each tree has a copy of
+    constexpr double kLongNames = 4 * 64;  // strings of the settings, copied into each tree
     return (sizeof(TreeCR) + kLongNames + kBlock + sizeof(TreeCR*)) *
                static_cast<double>(numTrees) +
            (sizeof(NodeCR) + kBlock + sizeof(NodeCR*)) * static_cast<double>(numNodes);
 }
 
-// What the process may use, against what a model takes.
+// Compares what a model needs with what the process may use. All amounts in bytes.
 struct MemoryLimit {
     const double present = sylvora::UsableMemory();
 
+    // Returns 0, or -1 after a message.
     int Check(double wanted, size_t numTrees, size_t numNodes) const {
         if (wanted <= present) return 0;
         return Fail("ERROR: The model's ", numTrees, " trees with ", numNodes, " nodes take ",
@@ -51,7 +52,8 @@ struct MemoryLimit {
     }
 };
 
-// Keeps the trees as they come.
+// Appends the trees to `trees`, which it borrows. Checks before each allocation that the memory is
+// there, so that a model that is too large ends with a message and not with a killed process.
 class PackingSink : public sylvora::ModelSink {
   public:
     explicit PackingSink(PackedTrees& target) : trees(target) {}
@@ -82,9 +84,10 @@ class PackingSink : public sylvora::ModelSink {
         if (fOpen) trees.EndGroup();
     }
 
-    // Whether the trees fit into memory as records too; 0, or -1 after a message.
+    // Whether there is memory for the trees as records as well. Returns 0, or -1 after a message.
     int CheckRecords() const { return limit.Check(Bytes(), trees.treeV.size(), numNodes); }
-    bool HasRoomForRecords() const { return Bytes() <= limit.present; }
+    // The same without a message.
+    bool CanHoldRecords() const { return Bytes() <= limit.present; }
     int NumUnfilled() const { return numUnfilled; }  // nodes of the last tree that were not read
 
   private:
@@ -92,7 +95,8 @@ class PackingSink : public sylvora::ModelSink {
         const size_t numTrees = trees.treeV.size();
         return PackedBytes(numTrees, numNodes) + ReadingBytes() + RecordBytes(numTrees, numNodes);
     }
-    // The array that a tree is read into, while it grows: half as much is copied from.
+    // Bytes of the array that a tree is read into. While it grows, the old one, half as large, is
+    // there as well.
     double ReadingBytes() const {
         return 1.5 * sizeof(PackedNode) * static_cast<double>(numReading);
     }
@@ -101,12 +105,13 @@ class PackingSink : public sylvora::ModelSink {
     PackedTrees& trees;
     bool fOpen = false;  // a group has begun
     size_t numNodes = 0;
-    size_t numReading = 0;  // nodes of the largest tree so far, for which there is room
+    size_t numReading = 0;  // the most nodes that were reserved for one tree
     int numUnfilled = 0;
 };
 
-// What keeps a tree from being walked, or nothing. Children come after their parent and have only
-// one, so a walk that passes this ends; no check is left for the walk itself.
+// The fault of node `k` that would make a walk of the tree fail; empty if there is none. Children
+// come after their parent, and no node has two parents. So every walk ends at a leaf, and walks
+// need no checks of their own. Marks the children of `k` in fHasParentV.
 std::string FindNodeFault(const PackedTree& tree, size_t k, bool fClassification,
                           std::vector<bool>& fHasParentV) {
     const PackedNode& node = tree.nodeV[k];
@@ -126,6 +131,7 @@ std::string FindNodeFault(const PackedTree& tree, size_t k, bool fClassification
     return "";
 }
 
+// The first fault of a tree; empty if there is none.
 std::string FindTreeFault(const PackedTree& tree, bool fClassification) {
     if (tree.numNodes == 0) return "it has no nodes";
     std::vector<bool> fHasParentV(tree.numNodes, false);
@@ -136,7 +142,7 @@ std::string FindTreeFault(const PackedTree& tree, bool fClassification) {
     return "";
 }
 
-// Whether the ensemble as loaded can be scored: empty, or what stands in the way.
+// Why the loaded ensemble cannot be scored; empty if it can.
 std::string FindFault(const TreeLearner& learner, const PackedTrees& trees) {
     if (learner.featureMean == nullptr) {
         return sylvora::Text("it has no means for its ", learner.dimFea, " columns");
@@ -156,7 +162,7 @@ std::string FindFault(const TreeLearner& learner, const PackedTrees& trees) {
     return "";
 }
 
-// What the file has last.
+// Names the last thing that the file has, for messages. There must be a group.
 std::string NameLast(const PackedTrees& trees) {
     const size_t g = trees.NumGroups() - 1;
     const std::string group = sylvora::Text("group ", g);
@@ -165,7 +171,8 @@ std::string NameLast(const PackedTrees& trees) {
                          trees.treeV.back().numNodes - 1);
 }
 
-// What trees are made with: each has a copy, so names longer than any that exist are left out.
+// The settings to make trees with. Each tree has a copy, so names that are too long to be valid are
+// dropped: a damaged file could make them as long as it likes.
 CheckCfgCLS SettingsOfTrees(const CheckCfgCLS& c) {
     constexpr size_t kLongestName = 64;
     CheckCfgCLS settings = c;
@@ -175,6 +182,7 @@ CheckCfgCLS SettingsOfTrees(const CheckCfgCLS& c) {
     return settings;
 }
 
+// Copies a packed node into a record. Its remaining members keep their defaults.
 void FillRecord(const PackedNode& packed, NodeCR& node) {
     node.status = packed.IsLeaf() ? "TERMINAL" : "INTERMEDIATE";
     node.splitFea = packed.splitFea;
@@ -184,6 +192,7 @@ void FillRecord(const PackedNode& packed, NodeCR& node) {
     node.avgPredict = packed.avgPredict;
 }
 
+// A tree of records with the nodes of `packed`, then `numUnfilled` nodes with default values.
 std::unique_ptr<TreeCR> MakeRecords(const TreeLearner& learner, CheckCfgCLS& settings,
                                     const PackedTree& packed, size_t numUnfilled) {
     const CheckCfgCLS& c = learner.CfgInfo;
@@ -199,8 +208,8 @@ std::unique_ptr<TreeCR> MakeRecords(const TreeLearner& learner, CheckCfgCLS& set
 
 }  // namespace
 
-// Fills TreeVV from the packed trees. A tree in the middle of which the file was found to be wrong
-// has nodes that were not filled.
+// Fills TreeVV from the packed trees. If the file turned out to be damaged inside the last tree,
+// that tree gets `numUnfilled` nodes with default values as well.
 void TreeLearner::MakeRecords(const PackedTrees& trees, int numUnfilled) {
     CheckCfgCLS settings = SettingsOfTrees(CfgInfo);
     size_t t = 0;
@@ -233,7 +242,7 @@ int TreeLearner::LoadModelFull(std::string fileM) {
         sink.Finish();
         if (!fPacked) {
             if (status == 0) status = sink.CheckRecords();
-            if (sink.HasRoomForRecords()) MakeRecords(*trees, sink.NumUnfilled());
+            if (sink.CanHoldRecords()) MakeRecords(*trees, sink.NumUnfilled());
         }
         if (status != 0) return -1;
         fLoadFailed = false;

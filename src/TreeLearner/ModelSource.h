@@ -1,4 +1,4 @@
-// Where a model is read from: white-space separated tokens of a file.
+// Reads the white-space separated tokens of a model file.
 #ifndef SYLVORA_TREELEARNER_MODELSOURCE_H
 #define SYLVORA_TREELEARNER_MODELSOURCE_H
 
@@ -15,29 +15,32 @@
 
 namespace sylvora {
 
-// A file's buffer whose characters can be looked at before they are taken.
+// A file buffer that shows the characters read ahead, so that a token can be converted in place.
 class OpenBuffer : public std::filebuf {
   public:
+    // The buffered characters, possibly none. Valid until the next read.
     std::string_view Ahead() const { return {gptr(), static_cast<size_t>(egptr() - gptr())}; }
+    // Skips `count` characters, at most as many as Ahead has.
     void Take(size_t count) { gbump(static_cast<int>(count)); }
 };
 
-// Once a token is missing or malformed, everything read afterwards keeps its preset, so presets
-// that no model has make a damaged file show. Throws std::bad_alloc.
+// After a token that is missing or malformed, nothing more is read and every value keeps what it
+// was preset to. Callers preset values that no valid model has, so the damage shows. Numbers are
+// read in the classic locale. Throws std::bad_alloc. Not thread-safe; not copyable.
 class ModelSource {
   public:
-    explicit ModelSource(const std::string& file) : in(&buffer), roomV(kRoom) {
+    explicit ModelSource(const std::string& file) : in(&buffer), bufferV(kBufferSize) {
         in.imbue(std::locale::classic());
-        buffer.pubsetbuf(roomV.data(), kRoom);
+        buffer.pubsetbuf(bufferV.data(), kBufferSize);
         if (buffer.open(file, std::ios::in) == nullptr) in.setstate(std::ios::failbit);
     }
 
-    // Not for a directory, which opens but cannot be read.
+    // False for a directory, too: it opens, but cannot be read.
     bool IsOpen() { return buffer.is_open() && (in.peek(), !in.bad()); }
     bool IsEmpty() { return in.peek() == std::istream::traits_type::eof(); }
     bool IsGood() const { return in.good(); }
-    // Whether the token that was read last runs to the end of the file, which can then have been
-    // cut inside it: what is written ends with a line feed.
+    // Whether the last token runs to the end of the file. A complete model ends with a line feed,
+    // so the file may have been truncated inside that token.
     bool IsCut() const { return in.eof(); }
 
     template <typename Value>
@@ -47,10 +50,11 @@ class ModelSource {
     }
 
   private:
-    static constexpr std::streamsize kRoom = 1 << 16;
+    static constexpr std::streamsize kBufferSize = 1 << 16;  // bytes
 
-    // Reads a token that the stream would read alike, but faster: it lies in the buffer whole, with
-    // the white space behind it, and is a plain number where one is wanted.
+    // Fast path for tokens that are entirely in the buffer, white space after them included, and,
+    // for numbers, of a simple form. Gives what the stream would give. Otherwise returns false and
+    // takes nothing, and the stream reads the token.
     template <typename Value>
     bool TakeUsual(Value& value) {
         const std::string_view ahead = buffer.Ahead();
@@ -75,7 +79,7 @@ class ModelSource {
         return true;
     }
     static bool Convert(std::string_view token, int& value) {
-        constexpr size_t kShort = 9;  // characters that cannot leave the range
+        constexpr size_t kShort = 9;  // so few characters cannot overflow an int
         const std::string_view digits = token.substr(token.front() == '-' ? 1 : 0);
         const bool fPlain = !digits.empty() && token.size() <= kShort &&
                             std::all_of(digits.begin(), digits.end(), IsDigit);
@@ -84,7 +88,7 @@ class ModelSource {
 
     OpenBuffer buffer;
     std::istream in;
-    std::vector<char> roomV;
+    std::vector<char> bufferV;
 };
 
 }  // namespace sylvora

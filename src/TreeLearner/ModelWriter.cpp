@@ -1,4 +1,4 @@
-// The model file, written.
+// Writing the model file. Its grammar:
 //
 //   model   = groups " " classes " " columns LF
 //             valSmpRt ratio maxLeaf maxDepth numBound valTau lossFunc randomMode modelType LF
@@ -9,8 +9,9 @@
 //   tree    = depth " " nodes LF { node }
 //   node    = number " " status " " splitFea " " threshold " " lson " " rson " " output LF
 //
-// Fields are separated by one blank. Reals have six significant digits, so a model that is loaded
-// again scores with rounded thresholds and outputs; or 17, which every double survives.
+// Fields are separated by one blank. Reals have 6 or 17 significant digits. With 6, a model that is
+// loaded again scores with rounded thresholds and outputs; with 17, every double is read back bit
+// for bit. Numbers are written in the classic locale, whatever the program has set.
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -45,8 +46,8 @@ void WriteTree(std::ostream& out, const TreeView& tree) {
     }
 }
 
-// Reads until the end, so the empty line behind the last line feed is copied too. A device or a
-// pipe that the report went to may have no end.
+// Copies the debug report line by line, including the empty line after its last line feed. Skips a
+// report that went to a device or a pipe: reading it back may never end.
 void CopyDebugReport(std::ostream& out, const std::string& file) {
     out << "[debug]";
     std::error_code unknown;
@@ -65,6 +66,8 @@ void WriteParameters(std::ostream& out, const CheckCfgCLS& c) {
         << c.modelType << '\n';
 }
 
+// Writes the whole model; errors stay in the state of `out`. A group without a step length gets a
+// shrink of 0.
 void WriteText(std::ostream& out, const TreeLearner& learner, int digits) {
     const EnsembleView trees(learner);
     out.precision(digits);
@@ -83,9 +86,12 @@ void WriteText(std::ostream& out, const TreeLearner& learner, int digits) {
     if (learner.fDebug) CopyDebugReport(out, learner.fileDebug);
 }
 
-// Where a model goes that is to be checked first and cannot be taken back once it is sent.
+// A private temporary file for a model that must be verified before it is sent to a FIFO or a
+// device, from which nothing can be taken back. The file is unlinked as soon as it is open, so no
+// failure leaves it behind; it is reached through its descriptor.
 class CheckedText {
   public:
+    // Returns false, with errno set, if the file cannot be created.
     [[nodiscard]] bool Open() {
         constexpr bool kPrivate = true;
         std::error_code none;
@@ -99,8 +105,8 @@ class CheckedText {
     }
     std::ofstream& Stream() { return stream; }
     const std::string& Name() const { return name; }
-    // In pieces so small that they go through the buffer of `out`: what it cannot write stays
-    // there, and tells the reason when the file is closed.
+    // Copies the text to `out`. The pieces are deliberately smaller than the buffer of `out`: what
+    // cannot be written stays in the buffer, so that closing the file fails with the reason.
     void SendTo(std::ostream& out) const {
         std::ifstream in(name);
         char piece[512];
@@ -134,11 +140,15 @@ int TreeLearner::SaveModelFull(std::string fileMout, int digits) {
     });
 }
 
+// Writes the model to `fileMout`, which is replaced only after everything was written and, with
+// `fCheck`, read back and compared. Returns 0, or -1 after a message.
 int TreeLearner::WriteModel(const std::string& fileMout, int digits, bool fCheck) {
     if (sylvora::CheckDigits(digits) != 0 || CheckModelWidth() != 0) return -1;
     sylvora::WholeFile file(fileMout, [this] { return AskUser() != 0; });
     if (!file.IsOpen()) return Fail("ERROR: Can not open file!\n\n", file.ErrorMessage());
     CheckedText checked;
+    // A regular file can be verified in its temporary place. A FIFO or a device is written to
+    // directly, so its text is verified in a file of its own and sent afterwards.
     const bool fSendLater = fCheck && file.IsDirect();
     if (fSendLater && !checked.Open()) return RefuseTemporary(fileMout);
     std::ofstream& out = fSendLater ? checked.Stream() : file.Stream();

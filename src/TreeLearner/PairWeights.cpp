@@ -1,5 +1,5 @@
-// The weights that training rows start with: 1, or in ranking the number of a row's partners in
-// pairs of different labels.
+// The initial weights of training rows: 1, or, for ranking, the number of rows of the same query
+// with another label.
 #include <algorithm>
 #include <climits>
 #include <cmath>
@@ -17,7 +17,8 @@ using sylvora::Fail;
 
 namespace {
 
-// Counts for each row of a query the rows with another label. A NaN is unlike any label.
+// Sets countV[i], for each of the `numRows` rows of one query, to the number of rows with another
+// label. A NaN differs from every label, NaN included. Takes O(n log n) time.
 void CountPartners(const double* labelV, int numRows, int* countV) {
     const auto isNan = [](double label) { return std::isnan(label); };
     VecDle sortedV(labelV, labelV + numRows);
@@ -30,6 +31,7 @@ void CountPartners(const double* labelV, int numRows, int* countV) {
     }
 }
 
+// The sum of the `count` largest values. Reorders valueV.
 template <typename Value>
 long long SumOfLargest(std::vector<Value>& valueV, int count) {
     const size_t numSummed = std::min(static_cast<size_t>(count), valueV.size());
@@ -40,7 +42,7 @@ long long SumOfLargest(std::vector<Value>& valueV, int count) {
 
 }  // namespace
 
-// The largest sum of weights over rows that one tree can draw.
+// The largest possible sum of the weights of the rows, or whole queries, drawn for one tree.
 long long TreeLearner::LargestTreeWeight() const {
     if (CfgInfo.randomMode != "QUERY") {
         VecInt weightV(numPairDistinctQueV, numPairDistinctQueV + sampleSize);
@@ -72,7 +74,7 @@ int TreeLearner::ComputeDistinctPair() {
         }
         const long long total =
             std::accumulate(numPairDistinctQueV, numPairDistinctQueV + sampleSize, 0LL);
-        // Weights are added up as ints in every node.
+        // Nodes add up weights in an int. The exact bound is only computed if the simple one fails.
         const long long largest = total > INT_MAX ? LargestTreeWeight() : total;
         if (largest <= INT_MAX) return 0;
         return Fail("ERROR: The pair weights of the rows of one tree can add up to ", largest,

@@ -15,7 +15,7 @@ int TreeLearner::RefuseAtWork(const char* operation) const {
     return Fail("ERROR: ", operation, " cannot be called during training: wait for its end!\n");
 }
 
-// Where dimFea comes from, and what it is.
+// Names the data set or model that dimFea comes from, and its value, for messages.
 std::string TreeLearner::DescribeWidth() const {
     const char* owner = testDim == dimFea    ? "the test data have"
                         : devDim == dimFea   ? "the development data have"
@@ -25,12 +25,15 @@ std::string TreeLearner::DescribeWidth() const {
     return Text(owner, " ", dimFea);
 }
 
+// Refuses to train if a later set or a model has changed dimFea. A trainDim of 0 means that the
+// rows were set by hand; their width is not known then.
 int TreeLearner::CheckTrainingWidth() const {
     if (trainDim == 0 || trainDim == dimFea) return 0;
     return Fail("ERROR: The training data have ", trainDim, " columns, ", DescribeWidth(),
                 ": all sets must have the same columns!\n");
 }
 
+// Refuses to save a model whose trees or means have another number of columns than dimFea.
 int TreeLearner::CheckModelWidth() const {
     if (getGroupNum() > 0 && modelDim != 0 && modelDim != dimFea) {
         return Fail("ERROR: The model has ", modelDim, " columns, ", DescribeWidth(),
@@ -43,9 +46,9 @@ int TreeLearner::CheckModelWidth() const {
     return 0;
 }
 
-// Refuses a query whose rows are apart. Which numbers queries have is not looked at.
+// Refuses a query whose rows are not together. Does not check that ids are 0, 1, 2, ...
 int TreeLearner::CheckQueriesTogether() const {
-    // Numbers that never fall, as they are meant to be, need no set.
+    // The usual case, ascending ids, needs no set.
     if (std::is_sorted(queryIdV, queryIdV + sampleSize)) return 0;
     std::unordered_set<int> seen;
     for (int i = 0; i < sampleSize; ++i) {

@@ -1,4 +1,4 @@
-// Numbers as a text with few digits gives them back.
+// Numbers rounded to the significant digits of a model file.
 #ifndef SYLVORA_TREELEARNER_ROUNDEDNUMBER_H
 #define SYLVORA_TREELEARNER_ROUNDEDNUMBER_H
 
@@ -12,14 +12,15 @@ namespace sylvora {
 constexpr int kFewDigits = 6;
 constexpr int kAllDigits = 17;
 
-// Whether a model file can have so many significant digits; 0, or -1 after a message.
+// Refuses a number of significant digits that model files do not have. Returns 0, or -1 after a
+// message.
 [[nodiscard]] inline int CheckDigits(int digits) {
     if (digits == kFewDigits || digits == kAllDigits) return 0;
     return Fail("ERROR: Illegal digits: ", digits, ", it must be 6 or 17!\n");
 }
 
-// The value that is read where `value` was written with so many significant digits; with 17, the
-// value itself. Infinities and NaN stay what they are.
+// The value that is read back after `value` was written with `digits` significant digits. With 17
+// that is `value` itself, bit for bit. Infinities and NaN do not change.
 inline double RoundToDigits(double value, int digits) {
     char text[64];
     const auto written =

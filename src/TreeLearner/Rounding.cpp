@@ -1,12 +1,14 @@
-// What thresholds with six digits do to the training rows.
+// Measures what rounding the thresholds to six digits does to the training rows.
 //
-// Of the rows only those are looked at that have a value between some threshold and its rounded
-// form: the others pass all of them on the same side as before. Those few are walked down the trees
-// that have such thresholds, with the thresholds as they are and rounded.
+// Only a row with a value between some threshold and its rounded form can reach another leaf; any
+// other row is on the same side of every threshold as before. The few rows that may move are walked
+// down the trees that have such thresholds, once with exact and once with rounded thresholds.
 //
 // In a large forest most thresholds are deep in the trees, between values that are far apart
-// compared with what rounding moves them. There only narrow splits (engine/train/NarrowSplit.h) are
-// looked at, which is all of them where every row was drawn; other rows may lie inside a wider gap.
+// compared with the rounding error. There only narrow splits (engine/train/NarrowSplit.h) are
+// examined. If every tree was grown on all rows, no other split can move a row. Otherwise a row
+// that was not sampled may lie inside a wider gap, so the numbers found are lower bounds
+// (fAtLeast).
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -25,15 +27,17 @@
 namespace sylvora {
 namespace {
 
-// The values of a column that lie between some threshold and its rounded form: above the lower of
-// the two, and not above the higher one.
+// The set of values of a column that lie between some threshold and its rounded form: greater than
+// the lower of the two, at most the higher one. Those are the values that change sides. Add all
+// pairs, call Finish once, then query; queries are thread-safe.
 class MovedValues {
   public:
     void Add(double a, double b) { spanV.push_back({std::min(a, b), std::max(a, b)}); }
 
-    // Once all are added.
+    // Sorts the spans and merges those that overlap or touch.
     void Finish() {
         std::sort(spanV.begin(), spanV.end());
+        // Invariant: spanV[0..last] are merged, ascending and disjoint.
         size_t last = 0;
         for (size_t i = 1; i < spanV.size(); ++i) {
             if (spanV[i].first > spanV[last].second) {
@@ -49,6 +53,7 @@ class MovedValues {
     }
 
     bool IsEmpty() const { return spanV.empty(); }
+    // The filter rejects most values with one look-up; it has false positives, no false negatives.
     bool Has(double value) const {
         const std::uint64_t key = Key(value) % kFilterKeys;
         if ((filterV[key / 64] >> key % 64 & 1) == 0) return false;
@@ -62,14 +67,15 @@ class MovedValues {
     typedef std::pair<double, double> Span;
     static constexpr std::uint64_t kFilterKeys = 1 << 16;
 
-    // The leading bits of a double, 16 of them of its fraction: a span, which rounding keeps
-    // shorter than that, has few keys.
+    // The leading bits of a double: sign, exponent and 16 bits of the fraction. Rounding to six
+    // digits moves a value by less than the last of these bits, so a span has few keys.
     static std::uint64_t Key(double value) {
         constexpr int kTrailing = 36;
         std::uint64_t bits = 0;
         std::memcpy(&bits, &value, sizeof bits);
         return bits >> kTrailing;
     }
+    // Keys ascend with the magnitude of a double, so those of a span are contiguous.
     void Mark(const Span& span) {
         const std::uint64_t a = Key(span.first);
         const std::uint64_t b = Key(span.second);
@@ -78,11 +84,11 @@ class MovedValues {
         }
     }
 
-    std::vector<Span> spanV;  // ascending, apart
-    std::vector<std::uint64_t> filterV;
+    std::vector<Span> spanV;             // after Finish: ascending, disjoint
+    std::vector<std::uint64_t> filterV;  // one bit per key modulo kFilterKeys
 };
 
-// A tree with thresholds that rounding moves.
+// A tree and those of its thresholds that rounding moves. Borrows the nodes; immutable.
 class RoundedTree {
   public:
     RoundedTree(const TreeView& exact, size_t group, bool fNarrowOnly)
@@ -111,7 +117,8 @@ class RoundedTree {
             k = Child(node, row, fRounded ? Threshold(k, node.splitElemFea) : node.splitElemFea);
         }
     }
-    // Whether both ways lead to one leaf. If not, `node` is the one at which they part.
+    // Whether exact and rounded thresholds lead to the same leaf. If not, `node` becomes the node
+    // at which the two paths diverge.
     bool LeadsToOneLeaf(const double* row, int& node) const {
         for (node = 0;;) {
             const engine::PackedNode here = tree.Node(static_cast<size_t>(node));
@@ -136,10 +143,10 @@ class RoundedTree {
 
     const TreeView tree;
     const size_t groupOf;
-    std::vector<std::pair<int, double>> movedV;  // node and rounded threshold, by node
+    std::vector<std::pair<int, double>> movedV;  // node and rounded threshold, nodes ascending
 };
 
-// The trees' outputs for a row, with rounded thresholds.
+// The outputs of the trees for a row, with rounded thresholds; a `Leaves` of Voting.h. Borrows all.
 class RoundedLeaves {
   public:
     RoundedLeaves(const EnsembleView& ensemble, const std::vector<RoundedTree>& trees,
@@ -159,6 +166,7 @@ class RoundedLeaves {
     const double* row;
 };
 
+// The measurement of one learner, which it borrows and only reads.
 class RoundingMeasurement {
   public:
     explicit RoundingMeasurement(const TreeLearner& trained)
@@ -179,14 +187,16 @@ class RoundingMeasurement {
         }
     }
 
+    // Each worker adds up its own effect. Sums and maxima of these do not depend on which worker
+    // had which rows.
     rounding_effect_t Run(WorkerPool& pool) const {
-        constexpr int kChunk = 4096;
+        constexpr int kChunk = 4096;  // rows
         std::vector<rounding_effect_t> effectV(static_cast<size_t>(pool.NumWorkers()));
         const int numRows = movedColumnV.empty() ? 0 : learner.sampleSize;
         pool.For((numRows + kChunk - 1) / kChunk, [&](int chunk, int worker) {
             const int end = std::min((chunk + 1) * kChunk, numRows);
             for (int i = chunk * kChunk; i < end; ++i) {
-                LookAt(learner.featureVV[i], effectV[static_cast<size_t>(worker)]);
+                MeasureRow(learner.featureVV[i], effectV[static_cast<size_t>(worker)]);
             }
         });
         rounding_effect_t all;
@@ -200,6 +210,7 @@ class RoundingMeasurement {
     }
 
   private:
+    // Whether examining every threshold would take too long.
     bool HasManyNodes() const {
         constexpr size_t kMany = size_t{1} << 18;
         size_t numNodes = 0;
@@ -208,14 +219,15 @@ class RoundingMeasurement {
         }
         return numNodes > kMany;
     }
-    // Whether every tree had every row.
+    // Whether every tree was grown on all rows.
     bool WereAllDrawn() const {
         const int* const weights = learner.numPairDistinctQueV;
         return learner.valSmpRt >= 1.0 &&
                std::all_of(weights, weights + learner.sampleSize, [](int w) { return w > 0; });
     }
 
-    void LookAt(const double* row, rounding_effect_t& effect) const {
+    // Adds the effect on one row to `effect`.
+    void MeasureRow(const double* row, rounding_effect_t& effect) const {
         const bool fMoved =
             std::any_of(movedColumnV.begin(), movedColumnV.end(),
                         [&](size_t column) { return columnV[column].Has(row[column]); });
@@ -239,6 +251,7 @@ class RoundingMeasurement {
         effect.largestChange = std::max(effect.largestChange, std::fabs(change));
     }
 
+    // The change of a classification's score, or 0 if a vote fails.
     double ChangeOfVote(const double* row) const {
         RowScore exact = {0.0, nullptr, false};
         RowScore rounded = exact;
@@ -250,8 +263,8 @@ class RoundingMeasurement {
     const TreeLearner& learner;
     const EnsembleView trees;
     std::vector<RoundedTree> roundedV;
-    std::vector<int> atV;  // by tree: its place in roundedV, or -1
-    std::vector<MovedValues> columnV;
+    std::vector<int> atV;              // by tree: its index in roundedV, or -1
+    std::vector<MovedValues> columnV;  // by column
     std::vector<size_t> movedColumnV;  // those with moved values
     bool fAtLeast = false;
 };

@@ -1,4 +1,5 @@
-// The draw of a tree's rows; see RowDraw.h.
+// Drawing the rows of a tree; see RowDraw.h. Random accesses are prefetched: the arrays can be much
+// larger than the caches.
 #include "RowDraw.h"
 
 #include <algorithm>
@@ -31,6 +32,8 @@ int NumQueries(int lastQuery) {
 const int* WeightsOf(const TreeLearner& learner) {
     const int* const weightV = learner.numPairDistinctQueV;
     if (weightV == nullptr) return nullptr;
+    // Without a branch per row, so that the inner loop is vectorised; by blocks, so that it ends
+    // soon after the first other weight.
     constexpr int kBlock = 4096;
     for (int begin = 0; begin < learner.sampleSize; begin += kBlock) {
         const int end = begin + std::min(kBlock, learner.sampleSize - begin);
@@ -43,6 +46,8 @@ const int* WeightsOf(const TreeLearner& learner) {
 
 int KeepWeighted(const int* weightV, int* rowV, int count) {
     constexpr int kAhead = 24;
+    // Each row is written before it is known whether it stays: a branch on its weight would be
+    // unpredictable. Invariant: numKept <= i, so no row is overwritten before it is read.
     int numKept = 0;
     for (int i = 0; i < count; ++i) {
         __builtin_prefetch(weightV + rowV[std::min(i + kAhead, count - 1)]);
@@ -57,7 +62,8 @@ RowDraw RowDraw::PerTree(const TreeLearner& learner) {
     return {learner.sampleSize, ShareOf(learner.sampleSize, learner.valSmpRt)};
 }
 
-// drawnV first holds the draws themselves, so that the pool can be fetched ahead of them.
+// Draws all indices into drawnV first, so that the pool can be prefetched at them. Invariant of the
+// loop: drawnV[0..i) has rows, drawnV[i..target) indices; pool[0..numRows - i) has the rows left.
 void RowDraw::Run(Draws& draws, int* pool, int* drawnV) const {
     std::iota(pool, pool + numRows, 0);
     draws.FisherYates(numRows, target, drawnV);

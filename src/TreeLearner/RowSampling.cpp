@@ -1,4 +1,4 @@
-// The rows that a tree is grown on.
+// Drawing the rows that a tree is grown on: single rows or whole queries, without replacement.
 #include <algorithm>
 #include <memory>
 #include <new>
@@ -22,7 +22,8 @@ int TreeLearner::RandomSelectURL(int*& selected, int& count, long* seed) {
     return DrawRows(sylvora::WeightsOf(*this), selected, count, seed);
 }
 
-// RandomSelectURL with the learner's weights, null where all are 1.
+// RandomSelectURL with the given weights, by row; null if all are 1. The caller owns `selected`
+// (new[]); it is null after a failure.
 int TreeLearner::DrawRows(const int* weightV, int*& selected, int& count, long* seed) {
     return sylvora::Guarded([&] {
         selected = nullptr;
@@ -62,7 +63,7 @@ int TreeLearner::RandomSelectQuery(int*& selected, int& count, long* seed) {
         if (maxQid == 0) return Fail("ERROR: qid not found in training data!\n");
         std::unique_ptr<int[]> drawnV = RowArray(sampleSize);
         if (!drawnV) {
-            // Misspelt deliberately: messages stay as they are.
+            // The misspelling is deliberate: the text of messages is fixed.
             return Fail("ERROR: Faied to allocate memory, too large sample size!\n");
         }
         const int numQueries = sylvora::NumQueries(maxQid);
@@ -70,6 +71,8 @@ int TreeLearner::RandomSelectQuery(int*& selected, int& count, long* seed) {
         const int* const weightV = sylvora::WeightsOf(*this);
         std::vector<bool> fChosenV(static_cast<size_t>(numQueries), false);
         {
+            // Holds the generator's lock, so it is kept to this block. Ends because target is at
+            // most numQueries.
             sylvora::Draws draws(seed);
             for (int numChosen = 0; numChosen < target;) {
                 const size_t query = static_cast<size_t>(draws.Index(numQueries));
@@ -89,6 +92,8 @@ int TreeLearner::RandomSelectQuery(int*& selected, int& count, long* seed) {
     });
 }
 
+// Writes the numbers of rows and queries drawn to the debug report, and `notice` with the number of
+// rows to the output.
 void TreeLearner::ReportRows(const char* notice, int count, int numQueries) {
     if (fDebug) {
         of_debug << count << ' ' << numQueries << ' ' << static_cast<double>(count) / numQueries

@@ -1,5 +1,6 @@
-// Scoring rows with the ensemble: how the trees' outputs make a score. They come from the compiled
-// form or, where there is none, from walks of the trees one by one.
+// Scoring rows with the ensemble: how the outputs of the trees make a score. The outputs come from
+// the compiled ensemble or, if there is none, from walking the trees one by one. Both give the same
+// scores bit for bit.
 #include <algorithm>
 #include <cstdint>
 #include <limits>
@@ -24,9 +25,11 @@ using sylvora::engine::RowLeaves;
 
 namespace {
 
-// Rows from which blocks are faster than one row after the other.
+// From this many rows on, scoring in blocks is faster than row by row.
 constexpr size_t kFewRows = 20;
 
+// The reference implementation for a regression. The order of the sums, over the trees of a group
+// and then over the groups, is part of the result.
 void AddGroups(const TreeLearner& learner, const double* line, RowScore& score) {
     const EnsembleView trees(learner);
     for (size_t g = 0; g < trees.NumGroups(); ++g) {
@@ -39,7 +42,7 @@ void AddGroups(const TreeLearner& learner, const double* line, RowScore& score) 
     }
 }
 
-// `compiled` is null where the trees are to be walked.
+// Scores one row. `compiled` is null if the trees must be walked. Returns 0, or -1 after a message.
 int ScoreRow(const TreeLearner& learner, const CompiledEnsemble* compiled, double* line,
              RowScore& score) {
     if (learner.CfgInfo.fRegCls == "CLS") {
@@ -57,10 +60,11 @@ int ScoreRow(const TreeLearner& learner, const CompiledEnsemble* compiled, doubl
 
 }  // namespace
 
-// Whether rows of `n` values can be scored.
+// Whether rows of `n` values can be scored. Returns 0, or -1 after a message. Allocates nothing on
+// success: OnlineTesting calls it for every row.
 int TreeLearner::CheckScoring(int n) const {
     const size_t numGroups = EnsembleView(*this).NumGroups();
-    // Trees in TreeVV beside packed ones are not ours.
+    // With packed trees, TreeVV must be empty: somebody else has put trees there.
     const bool fMixed = packedTrees != nullptr && !TreeVV.empty();
     if (numGroups == 0 || numGroups != StepLengthV.size() || fMixed) {
         return Fail("ERROR: Wrong tree size or shrink size!\n");
@@ -76,7 +80,8 @@ int TreeLearner::CheckScoring(int n) const {
     return 0;
 }
 
-// The compiled form, as long as it is that of the ensemble.
+// The compiled ensemble, or null if there is none or the trees have changed since it was made. The
+// learner owns it.
 const CompiledEnsemble* TreeLearner::Compiled() const {
     const bool fValid = scoringForm != nullptr && scoringForm->IsOf(*this);
     return fValid ? scoringForm->ensemble.get() : nullptr;
@@ -95,7 +100,7 @@ int TreeLearner::OnlineTestingBatch(const double* rows, size_t n, size_t stride,
                                     int maxThreads) {
     constexpr size_t kMostValues = std::numeric_limits<int>::max();
     if (CheckScoring(static_cast<int>(std::min(stride, kMostValues))) != 0) return -1;
-    // No array of doubles is larger than a pointer difference can tell.
+    // No array can be larger than PTRDIFF_MAX bytes. Divides, because the product could overflow.
     constexpr size_t kMostDoubles = PTRDIFF_MAX / sizeof(double);
     if (n > kMostDoubles / std::max(stride, size_t{1})) {
         return Fail("ERROR: ", n, " rows of ", stride, " values cannot be in memory!\n");
@@ -106,10 +111,10 @@ int TreeLearner::OnlineTestingBatch(const double* rows, size_t n, size_t stride,
             sylvora::engine::ScoreRows(*compiled, {rows, n, stride}, results, maxThreads);
             return 0;
         }
-        std::vector<double> scoreV(n);
+        std::vector<double> scoreV(n);  // a failure half way must leave `results` as it was
         for (size_t i = 0; i < n; ++i) {
             RowScore score = {0.0, nullptr, false};
-            // Walks only read.
+            // Safe: scoring only reads the row.
             double* row = const_cast<double*>(rows) + i * stride;
             if (ScoreRow(*this, compiled, row, score) != 0) return -1;
             scoreV[i] = score.result;

@@ -1,4 +1,4 @@
-// The scoring form; see ScoringForm.h.
+// Compiling the ensemble for scoring; see ScoringForm.h.
 #include "ScoringForm.h"
 
 #include <algorithm>
@@ -16,7 +16,7 @@ using sylvora::engine::PackedTrees;
 
 namespace {
 
-// The learner's trees packed: as they are kept, or a copy of its records.
+// A packed copy of the learner's records.
 std::shared_ptr<const PackedTrees> PackAll(const TreeLearner& learner) {
     auto trees = std::make_shared<PackedTrees>();
     for (const auto& group : learner.TreeVV) {
@@ -56,8 +56,8 @@ std::shared_ptr<const TreeLearner::ScoringForm> TreeLearner::ScoringForm::Make(
     }
 }
 
-// Before every row, and costly enough beside it that a boosted ensemble's groups have a loop of
-// their own.
+// Called before every row. Its cost shows next to that of scoring the row, so ensembles with one
+// tree per group, as boosting makes them, have a loop of their own.
 bool TreeLearner::ScoringForm::HasTreesOf(const TreeLearner& learner) const {
     const TreeCR* const* tree = treeV.data();
     if (fSingles) {
@@ -88,9 +88,10 @@ bool TreeLearner::ScoringForm::IsOf(const TreeLearner& learner) const {
     return HasTreesOf(learner);
 }
 
-// `trees` are those of the ensemble, packed, where there is such a copy.
+// Replaces the scoring form. `trees` is a packed copy of the ensemble, or null.
 void TreeLearner::CompileEnsemble(std::shared_ptr<const PackedTrees> trees) {
-    // Groups that were filled one by one lie scattered; copied, they lie side by side.
+    // Copying the groups places them next to each other in memory, which makes HasTreesOf faster:
+    // groups that were filled one by one are scattered.
     std::vector<std::vector<TreeCR*>> together(TreeVV);
     TreeVV.swap(together);
     scoringForm = ScoringForm::Make(*this, std::move(trees));

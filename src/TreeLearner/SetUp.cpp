@@ -1,4 +1,6 @@
-// A learner's life: construction, the arrays of a run, and what is freed when.
+// A learner's life cycle: construction, allocation of a run's arrays, and release.
+//
+// Destroy may be called more than once: every release leaves a null pointer and a size of 0 behind.
 #include <algorithm>
 
 #include "../TreeLearner.h"
@@ -63,6 +65,8 @@ int TreeLearner::ParamInit() {
     });
 }
 
+// Fills labelTrV with the labels that every loss uses, and checks them against the loss and the
+// number of classes. labelV keeps the labels as read.
 int TreeLearner::TransformLabels() {
     if (CfgInfo.fPrint) Print("Tranform the label...\n");
     const std::string& loss = CfgInfo.lossFunc;
@@ -71,7 +75,7 @@ int TreeLearner::TransformLabels() {
     for (int i = 0; i < sampleSize; ++i) {
         const auto mapped = tranMap.find(labelV[i]);
         labelTrV[i] = mapped != tranMap.end() ? mapped->second : labelV[i];
-        // Deliberately, neither mapped labels nor negative ones are checked here.
+        // Deliberately checks neither mapped labels (ReadLabelTran did) nor negative ones.
         if (mapped == tranMap.end() && fClasses && labelV[i] >= numClass - 0.5) {
             return Fail("ERROR: Class id must be consecutive integers, ", numClass,
                         " classes but label: ", labelV[i], " found!\n");
@@ -85,6 +89,7 @@ int TreeLearner::TransformLabels() {
     return 0;
 }
 
+// Predictions start at 0. Without test rows testResV has one element, so it is never null.
 int TreeLearner::AllocateRunArrays() {
     if (AllocateArray(predictV, sampleSize, "allocating predictV") != 0) return -1;
     if (devSize >= 1) {
@@ -97,17 +102,19 @@ int TreeLearner::AllocateRunArrays() {
     return 0;
 }
 
-// Without queries the whole training set counts as one.
+// Fills numDocQueV. Without queries the whole training set counts as one. Expects the rows of a
+// query to be together, which CheckQueriesTogether has made sure of.
 void TreeLearner::CountQueryRows() {
     numDocQueV.assign(static_cast<size_t>(sampleSize), sampleSize);
     if (CfgInfo.modelType != "GBRank") return;
-    VecInt runLengthV;
+    VecInt runLengthV;  // by run of rows with equal query ids: its number of rows
     for (int i = 0; i < sampleSize; ++i) {
         if (i == 0 || queryIdV[i] != queryIdV[i - 1]) runLengthV.push_back(0);
         ++runLengthV.back();
     }
     for (int i = 0; i < sampleSize; ++i) {
-        // Query ids number the queries; an id that numbers none has no rows.
+        // Deliberately indexed by query id, not by run: ids are meant to be 0, 1, 2, ... in order.
+        // An id outside that range gets 0 rows.
         const size_t query = static_cast<size_t>(queryIdV[i]);
         numDocQueV[static_cast<size_t>(i)] = query < runLengthV.size() ? runLengthV[query] : 0;
     }
@@ -124,6 +131,7 @@ int TreeLearner::Destroy() {
     return 0;
 }
 
+// Frees the training set and the arrays of a run that go with it.
 void TreeLearner::FreeTrainingData() {
     sylvora::FreeRows(featureVV, sampleSize);
     FreeArray(gradientV);
@@ -134,7 +142,7 @@ void TreeLearner::FreeTrainingData() {
     FreeArray(numPairDistinctQueV);
     FreeArray(predictV);
     FreeArray(testResV);
-    FreeArray(randGenerators);
+    FreeArray(randGenerators);  // the array only: the seed cells are members or global
     FreeArray(featureMean);
     FreeArray(clsLabelEnum);
     FreeArray(IndexV);
@@ -164,7 +172,8 @@ void TreeLearner::FreeDebugCounters() {
     FreeArray(fea_debug);
 }
 
-// TreeGroup usually holds the trees of the last round, but may hold some that no round took over.
+// Frees every tree exactly once. TreeGroup usually borrows the trees of the last round from TreeVV,
+// but owns those that no round has taken over, such as trees grown by hand or by a failed round.
 void TreeLearner::FreeTrees() {
     const auto isEnsembles = [this](const TreeCR* tree) {
         return std::any_of(TreeVV.begin(), TreeVV.end(), [tree](const auto& group) {
@@ -186,7 +195,9 @@ void TreeLearner::FreeTrees() {
     modelDim = 0;
 }
 
-// Sets the ensemble aside until the learner goes: a caller may still hold its trees.
+// Keeps the trees of the ensemble until Destroy, outside of it: a caller may still hold pointers to
+// them. A tree may be both in TreeVV and in TreeGroup; removing duplicates keeps FreeTrees from
+// freeing it twice.
 void TreeLearner::RetireTrees() {
     for (const auto& group : TreeVV) retiredV.insert(retiredV.end(), group.begin(), group.end());
     retiredV.insert(retiredV.end(), TreeGroup.begin(), TreeGroup.end());

@@ -1,4 +1,7 @@
-// The trees of a round, and the step of the predictions along them.
+// Growing the trees of a round, and adding their outputs to the predictions.
+//
+// A new tree is owned by a unique_ptr until KeepTree hands it to TreeGroup or packs it, so a
+// failure leaks nothing and leaves the ensemble as it was.
 #include <algorithm>
 #include <memory>
 #include <utility>
@@ -14,11 +17,12 @@
 
 using sylvora::Fail;
 
-// The seed cell of a slot; before a run has placed them, the global one.
+// The seed cell of a slot; the global one before a run has assigned cells to slots. Not owned.
 long* TreeLearner::SeedOf(int treeId) {
     return randGenerators != nullptr ? randGenerators[treeId] : &gseed;
 }
 
+// Samples the rows of one tree, as randomMode says. The caller owns `selected` (new[]).
 int TreeLearner::SelectRows(const int* weightV, int*& selected, int& count, long* seed) {
     if (CfgInfo.randomMode == "QUERY") {
         if (RandomSelectQuery(selected, count, seed) == 0) return 0;
@@ -31,6 +35,8 @@ int TreeLearner::SelectRows(const int* weightV, int*& selected, int& count, long
     return Fail("ERROR: Random mode is wrong. mode: ", CfgInfo.randomMode, "!\n");
 }
 
+// Grows the tree of slot `treeId` and adds it to TreeGroup. With `fThreaded` the reference
+// implementation searches the columns of a node in several threads. The result is the same.
 int TreeLearner::GrowTree(int treeId, bool fThreaded) {
     const AtWork work(*this);
     return sylvora::Guarded([&] {
@@ -50,6 +56,8 @@ int TreeLearner::GrowTree(int treeId, bool fThreaded) {
         if (tree->Init(dimFea, num, sampleSize) != 0) {
             return Fail("ERROR: Failed to init TreeCR!\n");
         }
+        // `rows` may be empty after a successful EngineRun::Grow. After a refusal it still owns
+        // indexV, which the reference implementation then reads.
         const auto grow = fThreaded ? &TreeCR::GrowHalf : &TreeCR::GrowOne;
         const bool fGrown = engineRun && engineRun->Grow(*this, *tree, weightV, rows, num, seed);
         if (!fGrown &&
@@ -58,6 +66,7 @@ int TreeLearner::GrowTree(int treeId, bool fThreaded) {
             if (tree->fSamplerThrew) fUserThrew = true;
             return Fail("ERROR: Failed when TreeCR grows!\n");
         }
+        // A program may grow several slots at the same time, each in a thread of its own.
         const sylvora::MutexLock lock(generateTree_mutex);
         KeepTree(std::move(tree));
         numDrawn = num;
@@ -66,8 +75,9 @@ int TreeLearner::GrowTree(int treeId, bool fThreaded) {
     });
 }
 
-// In a run, packed trees go where they stay, but for a copy of the first as a record: the
-// predictions are stepped along it.
+// Takes over a new tree. In a run with packed trees, the packed copy is kept and the record is
+// freed, except for the first of the group: UpdatePrediction needs it in TreeGroup. The caller
+// holds generateTree_mutex.
 void TreeLearner::KeepTree(std::unique_ptr<TreeCR> tree) {
     const bool fPack = packedTrees != nullptr && workers != nullptr;
     if (fPack) packedTrees->treeV.push_back(sylvora::Pack(*tree));
@@ -79,7 +89,8 @@ void TreeLearner::KeepTree(std::unique_ptr<TreeCR> tree) {
     ++numGrown;
 }
 
-// The round's trees become a group of the ensemble.
+// Makes the round's trees a group of the ensemble. From here on TreeVV owns them, unless trees are
+// packed.
 void TreeLearner::EndGroup() {
     if (!packedTrees) {
         TreeVV.push_back(TreeGroup);
@@ -88,7 +99,8 @@ void TreeLearner::EndGroup() {
     packedTrees->EndGroup();
 }
 
-// Before the next round: of packed trees, TreeGroup has a record of its own.
+// Empties TreeGroup for the next round. Its trees are borrowed from TreeVV, unless trees are
+// packed: then TreeGroup owns its one record.
 void TreeLearner::ClearGroup() {
     for (TreeCR* tree : TreeGroup) {
         if (packedTrees) delete tree;
@@ -96,7 +108,8 @@ void TreeLearner::ClearGroup() {
     TreeGroup.clear();
 }
 
-// During a run, only its callbacks can get here, and the run would lose their trees.
+// Refused during a run: only a callback can call it then, and the tree would get lost among those
+// of the round.
 int TreeLearner::GenerateTree() {
     if (workers != nullptr && RefuseAtWork("GenerateTree") != 0) return -1;
     return GrowTree(0, true);
@@ -115,8 +128,9 @@ int TreeLearner::GrowSlots(int treeIdBegin, int treeIdEnd) {
     return 0;
 }
 
-// Deliberately only the first tree of the group: a forest runs a single round, so nothing reads its
-// predictions but the round's result file.
+// Deliberately uses only the first tree of the group: a forest has a single round, so only the
+// round's result file reads its predictions. Disjoint ranges may be updated in parallel. The order
+// of the two products is part of the result.
 int TreeLearner::UpdatePrediction(int idBegin, int idEnd) {
     if (TreeGroup.empty()) return Fail("ERROR: No tree to update the predictions with!\n");
     if (predictV == nullptr) return Fail("ERROR: UpdatePrediction needs ParamInit first!\n");

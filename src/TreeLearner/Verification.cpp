@@ -1,4 +1,5 @@
-// Checks of a run; see Verification.h.
+// The checks of a run; see Verification.h. A value that is not finite cannot be stored in a model
+// file. The messages name the cause that is most likely at that point of a run, and its remedy.
 #include "Verification.h"
 
 #include <algorithm>
@@ -40,6 +41,7 @@ int TreeLearner::Verification::CheckPredictions(int idxTree) const {
     return RefuseGrowth(sylvora::Text("round ", idxTree));
 }
 
+// A slot that failed has left GroupTreeCnt behind, and reported its reason.
 int TreeLearner::Verification::CheckSlot(int slot) const {
     if (learner.GroupTreeCnt == slot + 1) return CheckNewTree(sylvora::Text("tree ", slot + 1));
     return Fail("ERROR: tree ", slot + 1, " of ", learner.sizeGroup,
@@ -47,7 +49,7 @@ int TreeLearner::Verification::CheckSlot(int slot) const {
                 "take fewer trees or rows\n");
 }
 
-// The tree grown last: is there something to say in it, and can a file hold it?
+// Checks the tree grown last: it must have rows, and all its numbers must be finite.
 int TreeLearner::Verification::CheckNewTree(const std::string& place) const {
     if (learner.numDrawn == 0) return RefuseEmptyTree(place);
     const TreeView tree = learner.packedTrees ? TreeView(learner.packedTrees->treeV.back())
@@ -63,6 +65,7 @@ int TreeLearner::Verification::CheckNewTree(const std::string& place) const {
     return 0;
 }
 
+// Explains why a tree was grown on no rows. Only ranking starts with weights of 0.
 int TreeLearner::Verification::RefuseEmptyTree(const std::string& place) const {
     const bool fAnyWeight =
         std::any_of(learner.numPairDistinctQueV, learner.numPairDistinctQueV + learner.sampleSize,
@@ -79,7 +82,8 @@ int TreeLearner::Verification::RefuseEmptyTree(const std::string& place) const {
                 ": none of the drawn rows has a partner with another label; raise valSmpRt\n");
 }
 
-// A node's value is not finite: because of the labels where nothing else has come in yet.
+// Explains why a node's output is not finite. In the first tree the labels must be the cause: there
+// are no predictions yet.
 int TreeLearner::Verification::RefuseValue(const std::string& place) const {
     const bool fFirst =
         learner.TreeVV.empty() && (!learner.packedTrees || learner.packedTrees->NumGroups() == 0);
@@ -96,6 +100,7 @@ int TreeLearner::Verification::RefuseValue(const std::string& place) const {
     return RefuseGrowth(place);
 }
 
+// Predictions or gradients have diverged from round to round.
 int TreeLearner::Verification::RefuseGrowth(const std::string& place) {
     return Fail("ERROR: ", place,
                 ": the predictions have grown beyond what a number can hold; lower valShrink\n");

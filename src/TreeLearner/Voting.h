@@ -1,4 +1,10 @@
 // How the trees of a classification vote on a row.
+//
+// `Leaves` stands for any class with a method `double Value(size_t tree)`, the output of a tree for
+// the row. Trees are numbered across groups. Value is called with ascending numbers; trees after a
+// decided vote are skipped.
+//
+// Thread safety: the functions only read the learner, so rows may be scored in parallel.
 #ifndef SYLVORA_TREELEARNER_VOTING_H
 #define SYLVORA_TREELEARNER_VOTING_H
 
@@ -14,23 +20,24 @@
 
 namespace sylvora {
 
-// Votes of this many classes are counted on the stack. A model can promise more than memory holds,
-// so beyond that only classes that get a vote take room, which each thread keeps from its first
-// call on.
+// Up to this many classes, votes are counted in an array on the stack. A model can claim more
+// classes than memory holds, so above it only classes that get a vote use memory. Each thread keeps
+// that memory for its next calls.
 constexpr int kFewClasses = 4096;
-// What a row is scored into. Without a majority rule, every tree votes.
+
+// The score of one row.
 struct RowScore {
     double result = 0.0;
-    double* fullResult;
-    bool fMajority;
+    double* fullResult;  // one value per group (regression) or slot; borrowed, may be null
+    bool fMajority;      // a group's vote ends at an absolute majority; otherwise every tree votes
 };
 
-// The trees' outputs for a row. They are counted through all groups and asked for in order; some
-// may be left out.
+// The outputs of the trees for a row, each from a walk of the tree. Borrows the row.
 class WalkedLeaves {
   public:
     WalkedLeaves(const EnsembleView& ensemble, const double* line) : trees(ensemble), row(line) {}
 
+    // Invariant: firstTree <= tree, because numbers ascend. Groups may be empty.
     double Value(size_t tree) {
         for (; tree - firstTree >= trees.GroupSize(group); ++group) {
             firstTree += trees.GroupSize(group);
@@ -42,12 +49,13 @@ class WalkedLeaves {
     const EnsembleView trees;
     const double* row;
     size_t group = 0;
-    size_t firstTree = 0;  // of the group
+    size_t firstTree = 0;  // number of the first tree of `group`
 };
 
-// Counts and the highest count are deliberately carried from group to group. With fullResult every
-// tree votes; without it a group ends at an absolute majority, and the highest count then stays.
-// `counts` has the count of each class, 0 at first.
+// Sums shrink times winner over the groups into `score`. Counts and the highest count deliberately
+// carry over from group to group, and an absolute majority deliberately leaves the highest count as
+// it was: existing models score this way. `counts` is indexed by class and starts at 0. Returns -1
+// after a message if an output is not a class.
 template <typename Leaves, typename Counts>
 int VoteGroups(const TreeLearner& learner, Leaves& leaves, RowScore& score, Counts& counts) {
     long long highest = 0;
@@ -83,6 +91,7 @@ int VoteGroups(const TreeLearner& learner, Leaves& leaves, RowScore& score, Coun
     return 0;
 }
 
+// VoteGroups with counters that suit the number of classes. Allocates only above kFewClasses.
 template <typename Leaves>
 int Vote(const TreeLearner& learner, Leaves leaves, RowScore& score) {
     if (learner.numClass <= kFewClasses) {
