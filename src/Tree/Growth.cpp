@@ -210,7 +210,7 @@ int TreeCR::AppendChildren(NodeCR& node, int idxNode) {
             child->Init(startDoc, countDoc, idxNode, node.depth + 1, fPrint, modelType, fRegCls);
         if (initialised == 0) {
             NodeV.push_back(child.get());
-            child.release();
+            static_cast<void>(child.release());
         }
         return initialised;
     };

@@ -23,6 +23,7 @@ using sylvora::engine::PackedTrees;
 namespace {
 
 constexpr double kBlock = 2 * sizeof(void*);  // what the allocator keeps beside each block
+constexpr double kPointer = sizeof(void*);    // of a tree or a node, in its vector
 constexpr double kGigabyte = 1e9;
 
 // Bytes that packed trees may take. A growing array of trees can hold twice its size, next to the
@@ -35,9 +36,8 @@ double PackedBytes(size_t numTrees, size_t numNodes) {
 // Bytes that the same trees take as records.
 double RecordBytes(size_t numTrees, size_t numNodes) {
     constexpr double kLongNames = 4 * 64;  // strings of the settings, copied into each tree
-    return (sizeof(TreeCR) + kLongNames + kBlock + sizeof(TreeCR*)) *
-               static_cast<double>(numTrees) +
-           (sizeof(NodeCR) + kBlock + sizeof(NodeCR*)) * static_cast<double>(numNodes);
+    return (sizeof(TreeCR) + kLongNames + kBlock + kPointer) * static_cast<double>(numTrees) +
+           (sizeof(NodeCR) + kBlock + kPointer) * static_cast<double>(numNodes);
 }
 
 // Compares what a model needs with what the process may use. All amounts in bytes.
@@ -165,7 +165,7 @@ std::string FindFault(const TreeLearner& learner, const PackedTrees& trees) {
 // Names the last thing that the file has, for messages. There must be a group.
 std::string NameLast(const PackedTrees& trees) {
     const size_t g = trees.NumGroups() - 1;
-    const std::string group = sylvora::Text("group ", g);
+    std::string group = sylvora::Text("group ", g);
     if (trees.GroupSize(g) == 0) return group;
     return sylvora::Text(group, ", tree ", trees.GroupSize(g) - 1, ", node ",
                          trees.treeV.back().numNodes - 1);

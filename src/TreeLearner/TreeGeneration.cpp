@@ -83,7 +83,7 @@ void TreeLearner::KeepTree(std::unique_ptr<TreeCR> tree) {
     if (fPack) packedTrees->treeV.push_back(sylvora::Pack(*tree));
     if (!fPack || TreeGroup.empty()) {
         TreeGroup.push_back(tree.get());
-        tree.release();
+        static_cast<void>(tree.release());
     }
     ++GroupTreeCnt;
     ++numGrown;

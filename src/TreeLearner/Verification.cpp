@@ -34,8 +34,8 @@ int TreeLearner::Verification::CheckRound(int idxTree) const {
 }
 
 int TreeLearner::Verification::CheckPredictions(int idxTree) const {
-    const double* const predictV = learner.predictV;
-    const bool fFinite = std::all_of(predictV, predictV + learner.sampleSize,
+    const double* const first = learner.predictV;
+    const bool fFinite = std::all_of(first, first + learner.sampleSize,
                                      [](double prediction) { return std::isfinite(prediction); });
     if (fFinite || learner.modelType == "RandomForest") return 0;
     return RefuseGrowth(sylvora::Text("round ", idxTree));

@@ -20,7 +20,10 @@ namespace {
 bool IsNumberOrDefaultNan(double value) {
     static const volatile double zero = 0.0;
     const double made = zero / zero;
-    return value == value || std::memcmp(&value, &made, sizeof value) == 0;
+    uint64_t bits = 0, madeBits = 0;
+    std::memcpy(&bits, &value, sizeof bits);
+    std::memcpy(&madeBits, &made, sizeof madeBits);
+    return value == value || bits == madeBits;
 }
 
 // Whether a leaf has a usable value: a class in [0, numClass), or in a regression an output.
