@@ -69,7 +69,7 @@ class SYLVORA_API CheckCfgCLS {
     // Value of an id that a data line omits: "missing", "zero". Only the command reads it; the
     // readers in god.h always fill in -2147483648.
     std::string absent = "missing";
-    bool fSetAbsent = false;         // absent was given
+    bool fSetAbsent = false;  // absent was given
 
     // Reads the configuration file argv[1], then applies the option-value pairs from argv[2] on,
     // which override the file. argv[0], the program's name, is ignored.
