@@ -1,5 +1,5 @@
-// The registry of live handles: a hash table from handle to model, and the places of all models
-// that there ever were.
+// The registry of live handles: a hash table from handle to model, and the Model objects of all
+// handles ever given out. See Handles.h for locking.
 #include "Handles.h"
 
 #include <deque>
@@ -14,7 +14,7 @@ std::unordered_map<unsigned long, std::shared_ptr<Model>>& LiveHandles() {
     return *handles;
 }
 
-// Only grows, and what is in it never moves, so no two models have one address.
+// Only grows, and a deque never moves its elements, so no two models ever have the same address.
 std::deque<Model>& Places() {
     static auto* places = new std::deque<Model>();
     return *places;

@@ -9,17 +9,18 @@
 
 #include "Model.h"
 
-// Takes over a model and returns its handle: the address of the model that took its content. No
-// other model of this process ever gets the same one, so a stale handle stays wrong for good. For
-// this the Model itself (32 bytes) is never freed; what it owns is. Throws std::bad_alloc.
+// Takes ownership of a model's content and returns its handle: the address of the Model that now
+// has it. No other model of this process ever gets the same handle, so a stale one never becomes
+// valid again. To ensure this the Model itself (32 bytes) is never freed, only what it owns. Throws
+// std::bad_alloc.
 unsigned long AddHandle(Model&& model);
 
 // The model of a handle, null when the handle is not live. The model outlives the removal of its
 // handle for as long as the caller keeps the pointer.
 std::shared_ptr<Model> FindHandle(unsigned long handle);
 
-// Ends the life of a handle and frees what its model owns, unless a scoring call is still using it,
-// which then does so. Does nothing when the handle is not live.
+// Removes a handle and frees what its model owns. If a scoring call is still using the model, it is
+// freed when that call ends. Does nothing if the handle is not live.
 void RemoveHandle(unsigned long handle);
 
 #endif  // SYLVORA_BINDING_HANDLES_H

@@ -40,7 +40,7 @@ int Model::Init(const char* path) {
     if (learner->dimFea <= 0) return fail("Feature Dim Error");
     treeNum = CalcTreeNum();
     if (treeNum <= 0) return fail("Tree Num Error");
-    // After the trees were seen: a header alone can claim any number of columns.
+    // Only after the trees were read: a damaged header can claim any number of columns.
     featureBuf = new double[static_cast<std::size_t>(learner->dimFea)];
     // A regression gives one value per group, and groups without trees can outnumber the trees.
     const std::size_t numEntry =

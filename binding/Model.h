@@ -5,8 +5,8 @@
 
 class TreeLearner;
 
-// Owns everything it points to. Moved, not copied: the other is then empty. Its users take turns:
-// nothing here is locked.
+// Owns everything it points to. Movable, which leaves the source empty; not copyable. Not locked:
+// every caller holds the interpreter's global lock.
 class Model {
   public:
     TreeLearner* learner = nullptr;
@@ -20,7 +20,7 @@ class Model {
     Model& operator=(const Model&) = delete;
     Model(Model&& other) noexcept;
 
-    // Frees what it owns and is empty then.
+    // Frees what it owns and leaves it empty.
     void Clear();
 
     // Trees in all groups of the learner.
@@ -32,8 +32,8 @@ class Model {
 };
 
 // The feature buffer of a handle, lent to one scoring call. Converting an item of the caller's list
-// can run any Python code, which may score another row with the same handle, or let another thread
-// do so: such a call finds the buffer gone and gets one of its own.
+// can run any Python code, which may score another row with the same handle or let another thread
+// do so. Such a call finds the buffer lent out and allocates one of its own.
 class FeatureLoan {
   public:
     double* featureV;

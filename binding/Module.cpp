@@ -4,8 +4,8 @@
 //
 // The interpreter's global lock is never released here, yet other Python code can run in the middle
 // of a call: wherever an item of a list is converted, and wherever a new list starts a garbage
-// collection. A scoring call therefore holds its model and its feature buffer by itself, and has
-// nothing of either kind between writing the per-tree values and reading them.
+// collection. A scoring call therefore keeps its own reference to the model and its own loan of the
+// feature buffer, and runs no Python code between writing the per-tree values and reading them.
 #include <Python.h>
 
 #include <algorithm>
@@ -30,7 +30,7 @@ typedef std::unique_ptr<PyObject, DropReference> Reference_t;
 #if PY_MAJOR_VERSION >= 3
 
 // Argument converter ("O&") into a Reference_t: a str or an os.PathLike becomes the bytes of a file
-// name, as for open(). Bytes by themselves are refused, as they always were.
+// name, as for open(). A bytes object is deliberately refused, as it always was.
 int ConvertPath(PyObject* path, void* name) {
     PyObject* bytes = nullptr;
     if (PyBytes_Check(path) || !PyUnicode_FSConverter(path, &bytes)) return 0;

@@ -12,8 +12,8 @@
 //                                    // tms_seed only serves the slots of a forest from 1 on
 //   learner.Boosting();              // writes the model file
 //
-// Words. A round adds one group of trees to the ensemble and one shrink (step length); a slot is a
-// tree's place within its group. A query is a group of rows that are ranked against each other.
+// Terms. A round adds one group of trees to the ensemble and one shrink (step length); a slot is a
+// tree's index within its group. A query is a group of rows that are ranked against each other.
 //
 // Statuses are 0 and -1; every failure writes one line to standard error first.
 //
@@ -71,13 +71,13 @@ SYLVORA_API void* PredictionThreadFunction(void* arg);
 // Thread safety: a learner is trained by one thread, which starts workers of its own. Once trained
 // or loaded, any number of threads may call OnlineTesting and OnlineTestingBatch at the same time.
 // The user's functions (lossfunc, sampleFeaType, the progress function) are called during training.
-// From inside them DataInput, DataAdopt, ParamInit, Boosting, Destroy, ReleaseTrees, LoadModelFull
-// and the functions that grow trees or compute weights are refused. A call's own threads have ended
-// when it returns, also after a failure, so a process may fork between calls; the child may train
-// and score with the learners that it has inherited.
+// They must not call DataInput, DataAdopt, ParamInit, Boosting, Destroy, ReleaseTrees,
+// LoadModelFull or the functions that grow trees or compute weights: these then fail. A call ends
+// its own threads before it returns, also after a failure, so a process may fork between calls; the
+// child may train and score with the learners that it inherits.
 //
 // Ownership: arrays are allocated with malloc or calloc and owned by the learner, as are the trees
-// in TreeVV; TreeGroup borrows trees that TreeVV owns or is about to. Not copyable.
+// in TreeVV; TreeGroup borrows trees that TreeVV owns or will own. Not copyable.
 class SYLVORA_API TreeLearner {
   public:
     // Data, one entry or row per sample. featureVV rows have dimFea values.
@@ -160,22 +160,22 @@ class SYLVORA_API TreeLearner {
     TreeLearner& operator=(const TreeLearner&) = delete;
 
     // Takes one data set: labels `l`, rows `f` (all as long as the first), query ids `q` (one per
-    // record, or empty; needed for "GBRank" training data, numbered 0, 1, 2, ... in order with
-    // the rows of a query together, which ParamInit checks). `type`: 0 training, 1 test, 2
+    // record, or empty; needed for "GBRank" training data, numbered 0, 1, 2, ... in order; the
+    // rows of a query must be together, which ParamInit checks). `type`: 0 training, 1 test, 2
     // development; each once. `lvir` must be empty. Move the vectors in: each row is freed as soon
     // as it is copied.
     //
-    // Each call sets dimFea to the width of its rows. A set that does not fit is refused where it
-    // is first used: training where dimFea is not the width of the training rows, SaveModelFull
-    // where it is not that of the model, FeatureAnalysis where test rows are narrower than it.
+    // Each call sets dimFea to the width of its rows. A set that does not fit is refused when it is
+    // first used: training fails if dimFea is not the width of the training rows, SaveModelFull if
+    // it is not that of the model, FeatureAnalysis if test rows are narrower than the model.
     //
-    // featureMean is divided by the number of records after every record, not once at the end, so
-    // late records weigh most; models have always carried it so.
+    // featureMean is deliberately divided by the number of records after every record, not once at
+    // the end, so late records weigh most: existing models have it that way.
     [[nodiscard]] int DataInput(VecDle l, VecVecDle f, int type, VecInt q, VecDle lvir);
 
-    // The same for a set that is already in arrays such as the learner keeps: `numData` labels and
-    // rows of `numColumn` values each, all from malloc or calloc. They are the learner's from now
-    // on, also after a failure; nothing is copied but `q`.
+    // The same for a set in arrays like the learner's own: `numData` labels and `numData` rows of
+    // `numColumn` values, all from malloc or calloc. The learner takes ownership of them, also
+    // after a failure, and copies only `q`.
     [[nodiscard]] int DataAdopt(double* labels, double** rows, int numData, int numColumn, VecInt q,
                                 int type);
 
@@ -187,19 +187,19 @@ class SYLVORA_API TreeLearner {
     // Prepares the arrays of a run; once, after all data and the label map.
     [[nodiscard]] int ParamInit();
 
-    // Trains: numTree rounds on numThread threads, then the model file fileModel (and what was
-    // asked for along the way). The trees are in TreeVV afterwards. An exception of one of the
-    // user's functions ends the run with a line that says what it was.
+    // Trains numTree rounds on numThread threads, then writes the model file fileModel. Writes the
+    // debug report and the result files on the way, if they are configured. Leaves the trees in
+    // TreeVV. An exception of a user's function ends the run with a line that has its text.
     [[nodiscard]] int Boosting();
 
     // Frees data and trees. Called by the destructor. Returns 0, or -1 during training.
     int Destroy();
 
-    // Writes the ensemble to `fileMout`, which appears whole or stays as it was. Nothing is written
+    // Writes the ensemble to `fileMout`, which is replaced as a whole or left as it was. Refused
     // after a load that failed.
     [[nodiscard]] int SaveModelFull(std::string fileMout);
-    // The same with 6 or 17 significant digits; the form above has CfgInfo.digits. With 17, a model
-    // that is loaded again holds every number as it is in memory.
+    // The same with 6 or 17 significant digits; the overload above uses CfgInfo.digits. With 17, a
+    // model that is loaded again has every number bit for bit.
     [[nodiscard]] int SaveModelFull(std::string fileMout, int digits);
 
     // Reads a model into this learner, which must be fresh. After a failure it is unusable.
@@ -209,21 +209,21 @@ class SYLVORA_API TreeLearner {
     // Regression: the sum over groups of shrink times the mean of the group's trees.
     // Classification: the trees vote, and a group adds shrink times its winner.
     //
-    // `fullResult` may be null; otherwise it has room for as many doubles as the model has trees,
-    // or groups if it has empty ones, and receives one value per group (regression) or per slot
+    // `fullResult` may be null. Otherwise it is a buffer of at least as many doubles as the model
+    // has trees, or groups if some are empty; it gets one value per group (regression) or per slot
     // (classification). Without it a group's vote ends at an absolute majority, so the results of a
-    // classification with several groups can differ between the two forms. Allocates nothing.
+    // classification with several groups can differ with and without it. Allocates nothing.
     //
-    // Scores with a form of the ensemble that is made when a model has been loaded or trained. It
-    // is left aside once TreeVV, StepLengthV, dimFea or numClass have been changed; nodes that are
-    // changed afterwards do not count until the model is saved and loaded again.
+    // Uses a compiled copy of the ensemble, made when a model is loaded or trained. The copy is no
+    // longer used once TreeVV, StepLengthV, dimFea or numClass have changed; changes inside a node
+    // have no effect until the model is saved and loaded again.
     [[nodiscard]] int OnlineTesting(double* line, double& result, int n, double* fullResult);
 
     // Scores `n` rows, of which row i begins at rows[i * stride], into results[0..n), with the
     // results of `n` calls of OnlineTesting that pass a fullResult. `stride` is the number of
-    // values from one row to the next, at least dimFea. Works with at most `numThread` threads, the
-    // caller's included; 0 or less: as many as the process has processors. On failure `results` is
-    // left as it was. More rows than an address space can hold are refused.
+    // values from one row to the next, at least dimFea. Uses at most `numThread` threads, the
+    // caller's included; 0 or less: as many as the process has processors. A failure leaves
+    // `results` as it was. More rows than an address space can hold are refused.
     [[nodiscard]] int OnlineTestingBatch(const double* rows, size_t n, size_t stride,
                                          double* results, int numThread);
 
@@ -233,10 +233,10 @@ class SYLVORA_API TreeLearner {
     // The steps of a run, public for workers and tests. Sample and slot ranges are inclusive at
     // both ends; an empty range does nothing.
 
-    // Sets the weights to 1, or where fHomoWgt is 0 to the number of rows of the same query with
-    // another label. They may be changed afterwards, also between two trees: no tree is grown on
-    // rows of weight 0 or less, and a regression weighs its rows. Refused where the weights of the
-    // rows that a tree can draw add up to more than an int holds.
+    // Sets each weight to 1 or, if fHomoWgt is 0, to the number of rows of the same query with
+    // another label. Weights may be changed afterwards, also between two trees: no tree is grown on
+    // rows of weight 0 or less, and a regression weights its rows. Refused if the weights of the
+    // rows that a tree can draw may add up to more than an int holds.
     [[nodiscard]] int ComputeDistinctPair();
     int ComputeGradientSquare(int idBegin, int idEnd);
     int ComputeGradientLabel(int idBegin, int idEnd);
@@ -272,15 +272,14 @@ class SYLVORA_API TreeLearner {
     // Why the debug report of the last run could not be written in full, as in errno; 0: it could.
     int getDebugError() const { return debugError; }
 
-    // Whether Boosting verifies what it makes; off by default. A run then ends with -1 and a line
-    // that names the round, and writes no model, when a tree is missing or a number is not finite.
+    // Whether Boosting verifies its results; off by default. If a tree is missing or a number is
+    // not finite, the run then ends with -1 and a line that names the round, and writes no model.
     // The model file is read back and compared with the ensemble before it replaces an older one
     // or, for a FIFO or a device, before its first byte is sent. SaveModelFull never verifies.
     void setVerification(bool fWanted) { fVerify = fWanted; }
     // Whether trees that are trained or loaded from now on are kept packed, at 32 bytes a node
     // instead of 240; off by default. TreeVV then stays empty, and TreeGroup has the first tree of
-    // a round only. Call it before Boosting or LoadModelFull; trees that are there stay as they
-    // are.
+    // a round only. Call it before Boosting or LoadModelFull: existing trees do not change.
     void setPackedTrees(bool fWanted) { fPacked = fWanted; }
     // Trees that the last Boosting was asked for and did not grow; 0 before any.
     int getMissingTreeNum() const { return numMissing; }
@@ -378,7 +377,7 @@ class SYLVORA_API TreeLearner {
     std::string lostResult;
     bool fStopped = false;  // the progress function ended the run
     bool fVerify = false, fPacked = false;
-    bool fLoadFailed = false;  // the last load
+    bool fLoadFailed = false;  // the last load failed
     int numMissing = 0;
     int numGrown = 0;  // trees of the last run
     int numDrawn = 0;  // rows of the tree grown last

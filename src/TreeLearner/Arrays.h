@@ -13,7 +13,7 @@
 namespace sylvora {
 
 // Frees `array` and replaces it by `count` elements of 0, at least one. The caller owns it. Returns
-// 0, or -1 after a message that ends in `name`; `array` is then null.
+// 0, or -1 after a message with `name` in it; `array` is then null.
 template <typename Element>
 [[nodiscard]] int AllocateArray(Element*& array, int count, const char* name) {
     std::free(array);

@@ -64,6 +64,7 @@ struct TreeLearner::Run {
     }
 };
 
+// The engine and the threads live only as long as the call.
 int TreeLearner::Boosting() {
     if (RefuseAtWork("Boosting") != 0) return -1;
     const AtWork work(*this);
@@ -195,6 +196,8 @@ std::vector<boosting_info_t> TreeLearner::ShareQueries() {
     return shares;
 }
 
+// The rounds, with the remaining time estimated from the last one. A forest reports its progress by
+// trees instead, in GrowSlots.
 int TreeLearner::RunRounds(Run& run) {
     for (int idxTree = 1; idxTree <= numTree; ++idxTree) {
         const long startTree = Now();
@@ -267,6 +270,8 @@ void TreeLearner::WriteRoundResult(int idxTree) {
     lostResult = std::move(lost.path);
 }
 
+// Writes the rest of the debug report and the model, then compiles the ensemble for scoring. The
+// report must be complete before the model is written, which includes a copy of it.
 int TreeLearner::FinishRun() {
     if (fDebug) {
         for (int f = 0; f < dimFea; ++f) {

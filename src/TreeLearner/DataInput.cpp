@@ -33,6 +33,7 @@ int MoveRow(VecDle& row, double*& stored, const char* name) {
     return 0;
 }
 
+// Replaces `queries` by a copy of `q`, which the caller owns. Returns 0, or -1 after a message.
 int CopyQueries(const VecInt& q, int*& queries, const char* name) {
     if (AllocateArray(queries, static_cast<int>(q.size()), name) != 0) return -1;
     std::copy(q.begin(), q.end(), queries);
@@ -174,6 +175,7 @@ TreeLearner::SetPlace TreeLearner::ClearPlace(int type) {
             "allocating queryIdDevV"};
 }
 
+// Copies labels and rows into the set's members, and frees each vector of `f` on the way.
 int TreeLearner::CopyRows(const SetPlace& place, const VecDle& l, VecVecDle& f) {
     if (AllocateArray(place.labels, place.numData, place.labelsName) != 0 ||
         AllocateArray(place.rows, place.numData, place.rowsName) != 0) {

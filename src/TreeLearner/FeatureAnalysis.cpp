@@ -36,6 +36,8 @@ VecInt OrderByWeight(const VecFt& feaWeightV) {
 
 }  // namespace
 
+// The sums run over rows, groups and trees, in this order. A label passes through a float, which is
+// deliberate: the figures depend on it.
 int TreeLearner::FeatureAnalysis(std::string file) {
     return sylvora::Guarded([&] {
         if (CfgInfo.fPrint) sylvora::Print("Feature analysis\n");

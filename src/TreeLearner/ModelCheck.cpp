@@ -24,6 +24,7 @@ class ComparingSink : public ModelSink {
           readV(read.StepLengthV),
           digits(numDigits) {}
 
+    // Checks that the group before is complete, then moves on to the next one.
     int BeginGroup() override {
         if (fOpen && tree != trees.GroupSize(group)) return Differ("has another number of trees");
         if (fOpen) ++group;
@@ -61,6 +62,7 @@ class ComparingSink : public ModelSink {
                read.splitElemFea == RoundToDigits(wanted.splitElemFea, digits) &&
                read.avgPredict == RoundToDigits(wanted.avgPredict, digits);
     }
+    // Reports a difference at the current group and tree. Returns -1.
     int Differ(const std::string& how) const {
         return Fail("ERROR: read back, group ", group, ", tree ", tree, " of the model: ", how,
                     "\n");
@@ -110,7 +112,7 @@ int CheckModelFile(const std::string& file, const TreeLearner& learner, int digi
     if (!source.IsOpen() || source.IsEmpty()) {
         return Fail("ERROR: ", file, " cannot be read back: ", std::strerror(errno), "\n");
     }
-    TreeLearner read;
+    TreeLearner read;  // only its head and shrinks are filled; the trees go to the sink
     ComparingSink sink(learner, read, digits);
     if (ParseHead(source, read) != 0 || CompareHead(learner, read, digits) != 0) return -1;
     return ParseGroups(source, read, sink) == 0 ? sink.Finish() : -1;

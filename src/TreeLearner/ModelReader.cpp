@@ -80,6 +80,7 @@ class PackingSink : public sylvora::ModelSink {
         trees.treeV.emplace_back(nodeV.data(), nodeV.size(), 0);
         return 0;
     }
+    // Ends the last group. Call it after parsing, also after a failure.
     void Finish() {
         if (fOpen) trees.EndGroup();
     }
@@ -228,6 +229,8 @@ void TreeLearner::MakeRecords(const PackedTrees& trees, int numUnfilled) {
 int TreeLearner::LoadModelFull(std::string fileM) {
     return sylvora::Guarded([&] {
         if (RefuseAtWork("LoadModelFull") != 0) return -1;
+        // Until the end of this function scoring and saving are refused, so that a failure or an
+        // exception leaves no half-loaded model in use.
         walkFault = "the model was not loaded in full";
         fLoadFailed = true;
         ModelSource source(fileM);
@@ -240,11 +243,13 @@ int TreeLearner::LoadModelFull(std::string fileM) {
         PackingSink sink(*trees);
         int status = sylvora::ParseGroups(source, *this, sink);
         sink.Finish();
+        // After a failure, too, the trees read so far go to TreeVV if memory allows.
         if (!fPacked) {
             if (status == 0) status = sink.CheckRecords();
             if (sink.CanHoldRecords()) MakeRecords(*trees, sink.NumUnfilled());
         }
         if (status != 0) return -1;
+        // The load has succeeded, and the model may be saved again. A fault only prevents scoring.
         fLoadFailed = false;
         walkFault = FindFault(*this, *trees);
         if (walkFault.empty() && source.IsCut() && trees->NumGroups() > 0) {

@@ -37,6 +37,7 @@ using sylvora::engine::PackedNode;
 
 namespace {
 
+// Both kinds of nodes have all fields; a leaf's split and children are what its record holds.
 void WriteTree(std::ostream& out, const TreeView& tree) {
     out << tree.Depth() << ' ' << tree.NumNodes() << '\n';
     for (size_t k = 0; k < tree.NumNodes(); ++k) {
@@ -60,6 +61,7 @@ void CopyDebugReport(std::ostream& out, const std::string& file) {
     }
 }
 
+// The second line. The reader takes the last three fields as words, so they must not be empty.
 void WriteParameters(std::ostream& out, const CheckCfgCLS& c) {
     out << c.valSmpRt << ' ' << c.ratio << ' ' << c.maxLeaf << ' ' << c.maxDepth << ' '
         << c.numBound << ' ' << c.valTau << ' ' << c.lossFunc << ' ' << c.randomMode << ' '
@@ -119,6 +121,7 @@ class CheckedText {
     std::ofstream stream;
 };
 
+// Reports the reason in errno. Returns -1.
 int RefuseTemporary(const std::string& fileMout) {
     return Fail("ERROR: The text for ", fileMout,
                 " cannot be written to a temporary file first: ", std::strerror(errno), "\n");
@@ -160,6 +163,7 @@ int TreeLearner::WriteModel(const std::string& fileMout, int digits, bool fCheck
         return Fail("ERROR: ", fileMout,
                     ": the model could not be verified, nothing is replaced\n");
     }
+    // Reading back may have taken long; this is the last moment at which the user can stop the run.
     if (fCheck && AskUser() != 0) {
         return Fail(
             "Notice: Training was stopped before the model was in its place, nothing is "

@@ -103,6 +103,7 @@ class RoundedTree {
 
     bool IsMoved() const { return !movedV.empty(); }
     size_t Group() const { return groupOf; }
+    // Adds each moved threshold to the set of its column.
     void AddSpans(std::vector<MovedValues>& columnV) const {
         for (const auto& [k, rounded] : movedV) {
             const engine::PackedNode node = tree.Node(static_cast<size_t>(k));
@@ -132,9 +133,11 @@ class RoundedTree {
     double Value(int leaf) const { return tree.Node(static_cast<size_t>(leaf)).avgPredict; }
 
   private:
+    // The rule of every walk: equal values go left, a NaN goes right.
     static int Child(const engine::PackedNode& node, const double* row, double threshold) {
         return row[node.splitFea] <= threshold ? node.lson : node.rson;
     }
+    // The rounded threshold of node `k`, by binary search; `exact` if rounding does not move it.
     double Threshold(int k, double exact) const {
         const auto moved = std::partition_point(movedV.begin(), movedV.end(),
                                                 [k](const auto& m) { return m.first < k; });
@@ -275,6 +278,7 @@ class RoundingMeasurement {
 int TreeLearner::MeasureRounding(rounding_effect_t& effect, int maxThreads) const {
     return sylvora::Guarded([&] {
         effect = {};
+        // The rows and the trees must both be those of the last run.
         const bool fWhole = sylvora::EnsembleView(*this).NumGroups() == StepLengthV.size() &&
                             (packedTrees == nullptr || TreeVV.empty());
         if (featureVV == nullptr || trainDim != dimFea || modelDim != dimFea || !fWhole) {

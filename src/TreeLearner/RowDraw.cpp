@@ -76,13 +76,15 @@ void RowDraw::Run(Draws& draws, int* pool, int* drawnV) const {
     }
 }
 
+// The worker uses only this object's buffers and states, and the caller does not touch them before
+// `drawing` is reset, which waits. The task throws nothing.
 void RowsAhead::Start(const RowDraw& rowDraw, const long* seed) {
     draw = rowDraw;
     before = Draws::StateNow(seed);
     rowV = RowArray(draw.target);
     if (!poolV) poolV = RowArray(draw.numRows);
     if (!rowV || !poolV) return rowV.reset();
-    drawing.emplace(pool, [this] {  // which throws nothing
+    drawing.emplace(pool, [this] {
         after = before;
         Draws draws(after);
         draw.Run(draws, poolV.get(), rowV.get());

@@ -36,6 +36,8 @@ TreeLearner::~TreeLearner() {
     pthread_mutex_destroy(&generateTree_mutex);
 }
 
+// The order matters: checks come before allocations, labels before weights, which depend on
+// queries.
 int TreeLearner::ParamInit() {
     return sylvora::Guarded([&] {
         if (RefuseAtWork("ParamInit") != 0) return -1;

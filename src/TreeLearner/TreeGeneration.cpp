@@ -120,6 +120,7 @@ int TreeLearner::GenerateRowTree(int treeIdBegin, int treeIdEnd) {
     return GrowSlots(treeIdBegin, treeIdEnd);
 }
 
+// Grows the trees of the slots in order, and reports progress after each.
 int TreeLearner::GrowSlots(int treeIdBegin, int treeIdEnd) {
     for (int treeId = treeIdBegin; treeId <= treeIdEnd; ++treeId) {
         if (GrowTree(treeId, false) != 0) return -1;

@@ -65,7 +65,7 @@ int VoteGroups(const TreeLearner& learner, Leaves& leaves, RowScore& score, Coun
     for (size_t g = 0; g < trees.NumGroups(); ++g) {
         const size_t numTrees = trees.GroupSize(g);
         const double majority = static_cast<double>(numTrees) * 0.5;
-        double winner = 0.0;
+        double winner = 0.0;  // stays 0 if no class exceeds the highest count so far
         for (size_t j = 0; j < numTrees; ++j) {
             const double pred = leaves.Value(firstTree + j);
             const int cls = Truncate<int>(pred);

@@ -1,4 +1,4 @@
-// The compiled form behind OnlineTesting and OnlineTestingBatch: it must not show.
+// OnlineTesting and OnlineTestingBatch: the compiled ensemble must not change any result.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -36,7 +36,7 @@ std::unique_ptr<TreeLearner> LoadPlain(const std::string& model) {
     return Load(model);
 }
 
-// What OnlineTesting says about a row, in bytes: status, result and, if asked for, the full result.
+// The outcome of OnlineTesting in bytes: status, result and, if asked for, the full result.
 std::string Answer(TreeLearner& learner, const double* row, int n, bool fFull) {
     VecDle valueV(static_cast<size_t>(learner.getTreeNum()) + learner.TreeVV.size() + 1, -7.0);
     double result = 1.0;
@@ -51,7 +51,7 @@ std::string Bytes(const VecDle& valueV) {
     return {reinterpret_cast<const char*>(valueV.data()), valueV.size() * sizeof(double)};
 }
 
-// The batch as single calls have it.
+// The results of a batch, from single calls.
 VecDle Singles(TreeLearner& learner, const VecDle& rowV, size_t stride) {
     VecDle resultV;
     VecDle fullV(static_cast<size_t>(learner.getTreeNum()) + learner.TreeVV.size());

@@ -115,7 +115,7 @@ TEST(Boosting, SharesRowsOrWholeQueriesAmongThreads) {
 
 std::vector<std::thread::id> callerV;  // of each range of rangeLengthV
 
-// Takes so long for more than one row that another worker is there for the next range.
+// Takes so long for more than one row that another worker takes the next range.
 int SlowSquare(double* labelV, double* predictV, double** gradientV, int count) {
     if (count > 1) std::this_thread::sleep_for(std::chrono::milliseconds(10));
     const int status = Square(labelV, predictV, gradientV, count);
@@ -123,8 +123,8 @@ int SlowSquare(double* labelV, double* predictV, double** gradientV, int count) 
     return status;
 }
 
-// The last row belongs to two workers' ranges here; side by side they would change its prediction
-// at the same time. The second range waits for all others, and for nobody but the caller.
+// The last row is in the ranges of two workers here, which must not update its prediction at the
+// same time. The second range runs after all others, on the calling thread.
 TEST(Boosting, StepsARowOfTwoRangesOneAfterTheOther) {
     CheckCfgCLS cfg = Settings("GBRank", "USER");
     cfg.numThread = 3;
@@ -146,7 +146,7 @@ std::ptrdiff_t NumThreads() {
     return std::distance(begin(threads), end(threads));
 }
 
-// A thread that has been joined is still seen for a moment.
+// The system still lists a joined thread for a moment.
 bool FallTo(std::ptrdiff_t expected) {
     for (int i = 0; i < 1000 && NumThreads() > expected; ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -168,7 +168,7 @@ bool WorksAfterFork(TreeLearner& learner, const std::string& expected, const Vec
 
 TEST(Boosting, LeavesNoThreadsSoThatAProcessCanFork) {
     const TempFolder folder;
-    std::thread([] {}).join();  // a sanitizer's own thread comes with the first one
+    std::thread([] {}).join();  // a sanitizer starts its own thread with the first one
     const auto numBefore = NumThreads();
     for (const char* fRegCls : {"REG", "CLS"}) {
         CheckCfgCLS cfg = Settings("CART", "Label");

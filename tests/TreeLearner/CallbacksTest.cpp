@@ -1,4 +1,4 @@
-// The user's functions during a training: exceptions, and calls that they may not make.
+// The user's functions during training: exceptions, and calls that they must not make.
 #include <algorithm>
 #include <functional>
 #include <numeric>

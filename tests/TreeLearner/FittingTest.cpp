@@ -38,8 +38,8 @@ std::string TrainingHas(int numColumns, const std::string& other) {
            ": all sets must have the same columns!\n";
 }
 
-// The set that is given last settles how many columns there are, so the others must have as many;
-// the test set only once it is used.
+// The set that is given last determines the number of columns, so the others must have as many. The
+// test set is only checked when it is used.
 TEST(Fitting, TrainingNeedsRowsAsWideAsTheLastSet) {
     const struct {
         std::vector<Given> givenV;

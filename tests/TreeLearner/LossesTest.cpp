@@ -1,4 +1,4 @@
-// Gradients and weights where golden runs do not lead.
+// Gradients and weights in cases that golden runs do not cover.
 #include <algorithm>
 #include <cmath>
 #include <numeric>
@@ -13,7 +13,7 @@ namespace {
 
 using namespace sylvora::tests;
 
-// The gradients after a worker had the rows begin..end; the others are 99.
+// The gradients after a worker computed the rows begin..end; all others are 99.
 VecDle Gradients(TreeLearner& learner, const VecDle& predictions, int begin, int end) {
     std::copy(predictions.begin(), predictions.end(), learner.predictV);
     std::fill_n(learner.gradientV, learner.sampleSize, 99.0);
@@ -28,7 +28,7 @@ TEST(Losses, HingeSquareEndsAtTheMargin) {
     EXPECT_EQ(Gradients(*learner, VecDle(4), 2, 1), VecDle(4, 99)) << "an empty range";
 }
 
-// Queries do not see each other, and a range that cuts one only sees the pairs inside it.
+// Only rows of one query form pairs, and a range that splits a query has only the pairs inside it.
 TEST(Losses, OfPairsStayInsideQueryAndRange) {
     const auto learner = Prepare(Settings("GBRank", "CrossEntropy"), {2, 1, 0, 5, 4}, {3, 2});
     const VecDle predictions = {0.1, 0.4, -0.3, 7, 9};
@@ -40,7 +40,7 @@ TEST(Losses, OfPairsStayInsideQueryAndRange) {
     EXPECT_EQ(Gradients(*learner, predictions, 2, 3), (VecDle{99, 99, 0, 0, 99}));
 }
 
-// Rows and pairs are computed in blocks; the formulas know of none. The range begins and ends
+// Rows and pairs are computed in blocks, which must not show. The range begins and ends
 // inside blocks, and inside a query.
 TEST(Losses, OfManyRowsAreTheFormulas) {
     const int numRows = 1100, begin = 7, end = 1050;

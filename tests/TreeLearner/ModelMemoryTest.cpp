@@ -1,5 +1,5 @@
-// What a loaded model takes of memory, beside its file. Sanitizers keep books of their own in
-// memory, so there is nothing to measure under them.
+// The memory that loading a model takes, compared with the size of its file. Not measured under
+// sanitizers, which need memory of their own.
 #include <sys/resource.h>
 
 #include <fstream>
@@ -38,7 +38,7 @@ std::string FullTree(int depth) {
     return text;
 }
 
-// A tree with one leaf on each level, which is as little text as a depth can have.
+// A tree with one leaf on each level: the shortest text for its depth.
 std::string Chain(int depth) {
     std::string text = Text("0 ", 2 * depth + 1, "\n");
     for (int k = 0; k < 2 * depth; k += 2) {
@@ -73,7 +73,7 @@ double OfProcess(const std::string& wanted) {
     return 0;
 }
 
-// The most that was taken while the model was loaded, as a multiple of its file.
+// Peak memory while the model was loaded, as a multiple of the file size.
 double TimesTheFile(const std::string& text, bool fPacked) {
     const TempFolder folder;
     const std::string path = folder.Write("model", text);

@@ -175,7 +175,7 @@ TEST(Model, DamagedTextIsRefused) {
               "ERROR: Cannot open model file!\n");
 }
 
-// What the reader lets pass, and whether a row can be scored with it.
+// Damage that the reader accepts, and whether a row can be scored afterwards.
 TEST(Model, OddTextIsReadAndWalkedOnlyIfItCanBe) {
     struct Case {
         std::string text;
@@ -206,8 +206,8 @@ TEST(Model, OddTextIsReadAndWalkedOnlyIfItCanBe) {
     }
 }
 
-// Neither classes nor columns in the billions take memory that the file does not fill, and names
-// are not copied into trees without limit.
+// Claims of billions of classes or columns take no memory unless the file has their data, and long
+// names are not copied into every tree.
 TEST(Model, CountsAreNotTrustedWithMemory) {
     const auto load = [](TreeLearner& learner, const std::string& text) {
         EXPECT_EQ(LoadText(learner, text).status, 0) << text.substr(0, 200);

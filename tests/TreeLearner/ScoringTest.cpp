@@ -52,8 +52,8 @@ std::string ModelOf(int numClass, const std::vector<VecDle>& groups) {
     return text.str();
 }
 
-// The votes of a group count in the next one, too. Without a buffer a group ends at a majority: the
-// third tree has no vote then, but half of four trees are none.
+// Votes of a group also count in the next one. Without a buffer a group ends at an absolute
+// majority: the third tree then does not vote. Half of four trees is no majority.
 TEST(Scoring, AVoteEndsAtAMajorityUnlessAllAreWanted) {
     for (const std::vector<VecDle>& groups :
          {std::vector<VecDle>{{0, 0, 1}, {1}}, {{0, 0, 1, 1}, {1, 0, 0}}}) {
@@ -103,7 +103,7 @@ TEST(Scoring, AllocatesNothing) {
         ASSERT_EQ(LoadText(learner, ModelOf(numClass, {{1, 2, 1}, {2}})).status, 0);
         EXPECT_GT(numAllocations, before + 10) << "the count does not count";
         double row[] = {0, 0}, result = 0.0, buffer[4];
-        // With thousands of classes a thread's first call makes room for its votes.
+        // With thousands of classes a thread's first call allocates its counters.
         EXPECT_EQ(learner.OnlineTesting(row, result, 2, buffer), 0);
         const long start = numAllocations;
         int status = 0;

@@ -1,4 +1,4 @@
-// A learner's preparation for a run, and its end.
+// Preparing a learner for a run, and releasing it.
 #include <gtest/gtest.h>
 
 #include <string>

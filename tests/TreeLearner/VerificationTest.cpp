@@ -1,4 +1,4 @@
-// What a run checks when it is asked to, and what it does not when it is not.
+// The checks of a run with verification, and their absence without.
 #include <sys/stat.h>
 
 #include <cmath>
@@ -15,7 +15,7 @@ namespace {
 
 using namespace sylvora::tests;
 
-// Trains over an older model, and tells what became of it.
+// Trains with the path of an older model, and reports what became of that model.
 struct Trained {
     Outcome outcome;
     bool fOlder;  // the older model is still there
@@ -122,7 +122,7 @@ TEST(Verification, AForestWithTreesMissing) {
         << verified.outcome.err;
 }
 
-// What a pipe gets cannot be taken back.
+// Bytes sent to a pipe cannot be taken back.
 TEST(Verification, APipeGetsTheModelOnlyWhenItIsRight) {
     for (const bool fRight : {true, false}) {
         const TempFolder folder;
