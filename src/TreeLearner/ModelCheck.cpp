@@ -35,7 +35,7 @@ class ComparingSink : public ModelSink {
         return readV[group] == wanted ? 0 : Differ("has another shrink");
     }
 
-    int TakeRoom(size_t) override { return 0; }
+    int ReserveNodes(size_t) override { return 0; }
     int TakeTree(const std::vector<engine::PackedNode>& nodeV, size_t) override {
         if (tree >= trees.GroupSize(group)) return Differ("has another number of trees");
         const TreeView wanted = trees.Tree(group, tree);

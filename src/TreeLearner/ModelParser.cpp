@@ -155,7 +155,7 @@ class GroupReader {
             if (ReadNode(source, learner, line, node) != 0) return -1;
             if (nodeV.size() == nodeV.capacity()) {
                 const size_t numAhead = Ahead(nodeV.size(), static_cast<int>(numNodes));
-                if (sink.TakeRoom(numAhead) != 0) return -1;
+                if (sink.ReserveNodes(numAhead) != 0) return -1;
                 nodeV.reserve(numAhead);
             }
             nodeV.push_back(node);

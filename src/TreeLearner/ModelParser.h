@@ -20,7 +20,7 @@ class ModelSink {
     // A group begins; its shrink is in the learner's StepLengthV.
     [[nodiscard]] virtual int BeginGroup() = 0;
     // Called before memory for `numNodes` nodes of the next tree is allocated.
-    [[nodiscard]] virtual int TakeRoom(size_t numNodes) = 0;
+    [[nodiscard]] virtual int ReserveNodes(size_t numNodes) = 0;
     // The next tree of the group; `nodeV` is only lent. If the file ends or fails inside the tree,
     // `numClaimed` is the number of nodes that memory was reserved for, which may be more than were
     // read.

@@ -63,7 +63,7 @@ class PackingSink : public sylvora::ModelSink {
         fOpen = true;
         return 0;
     }
-    int TakeRoom(size_t count) override {
+    int ReserveNodes(size_t count) override {
         numReading = std::max(numReading, count);
         const size_t numTrees = trees.treeV.size() + 1;
         const size_t numAll = numNodes + count;
