@@ -29,10 +29,6 @@ std::string FolderOf(const std::string& path) {
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-std::string NameOf(const std::string& path) {
-    return path.substr(path.rfind('/') + 1);
-}
-
 // Follows symbolic links; the file at the end need not exist yet. A link to something other than a
 // regular file is not followed: /dev/stdout can be a link to a pipe, which has no path.
 std::string Resolve(std::string path) {
@@ -190,7 +186,8 @@ std::string WhyNotWritable(const std::string& path) {
         return std::strerror(errno);
     }
     const long longest = ::pathconf(folder.c_str(), _PC_NAME_MAX);
-    if (longest >= 0 && NameOf(target).size() > static_cast<size_t>(longest)) {
+    if (longest >= 0 &&
+        target.substr(target.rfind('/') + 1).size() > static_cast<size_t>(longest)) {
         return std::strerror(ENAMETOOLONG);
     }
     TemporaryFile temporary;

@@ -17,16 +17,11 @@ constexpr int kAhead = 32;    // rows prefetched
 // A node as the walk needs it. A leaf's children are the leaf itself. The row's bin decides its
 // side, unless it is the bin that holds the threshold.
 struct WalkNode {
-    // 1: the column is in the wide row codes.
-    uint32_t fWide;
-    // Offset within a row's codes, in bytes.
-    uint32_t codeAt;
-    // Mask of the 16 bits read at codeAt.
-    uint32_t codeMask;
-    // Codes up to this one go left, others right.
-    uint32_t bin;
-    // The code for which only the value decides; none: ~0.
-    uint32_t unsureBin;
+    uint32_t fWide;      // 1: the column is in the wide row codes
+    uint32_t codeAt;     // offset within a row's codes, in bytes
+    uint32_t codeMask;   // mask of the 16 bits read at codeAt
+    uint32_t bin;        // codes up to this one go left, others right
+    uint32_t unsureBin;  // the code for which only the value decides; none: ~0
     int column;
     int childV[2];  // [0] right, [1] left
 };
