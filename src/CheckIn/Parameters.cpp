@@ -35,7 +35,8 @@ ParameterRow Numeric(const char* name, Number C::*member, bool fOption, const ch
     return {name, member, nullptr, fOption, false, kDigit, kDigit, range, meaning};
 }
 
-std::vector<ParameterRow> BuildTable() {
+// Model, loss and files.
+std::vector<ParameterRow> RowsOfModelAndFiles() {
     return {
         Text("mode", &C::mode, kOption, "train (or empty), predict, analyze",
              "What the command does."),
@@ -67,6 +68,12 @@ std::vector<ParameterRow> BuildTable() {
              "Prefix of fileResultBase; no slash is added between them."),
         Text("fileResultBase", &C::fileResultBase, kFileOnly, "a file name",
              "Base name of the result files; see fTestRealTime."),
+    };
+}
+
+// The course of a training, and what came later.
+std::vector<ParameterRow> RowsOfTraining() {
+    return {
         Numeric("numTree", &C::numTree, kOption, "1 or more",
                 "Number of boosting rounds, or of trees in a RandomForest."),
         Numeric("valShrink", &C::valShrink, kOption, "a real",
@@ -143,7 +150,12 @@ std::string Show(Number value) {
 }  // namespace
 
 const std::vector<ParameterRow>& ParameterTable() {
-    static const std::vector<ParameterRow> table = BuildTable();
+    static const std::vector<ParameterRow> table = [] {
+        std::vector<ParameterRow> rowV = RowsOfModelAndFiles();
+        const std::vector<ParameterRow> later = RowsOfTraining();
+        rowV.insert(rowV.end(), later.begin(), later.end());
+        return rowV;
+    }();
     return table;
 }
 

@@ -155,13 +155,13 @@ void BinScan::VisitBoundaries(const Column& column, int numBins, const NodeTotal
 }
 
 // The last rank on the left is the last rank of the bin, even if no row of the node has it.
-void BinScan::AppendCandidates(int slot, int id, const Histogram& histogram, const NodeTotals& node,
-                               const ColumnSummary& summary, double minScore,
-                               std::vector<Candidate>& candidateV) const {
-    const Column& column = data.At(id);
+void BinScan::AppendCandidates(const SlotColumn& at, const Histogram& histogram,
+                               const NodeTotals& node, const ColumnSummary& summary,
+                               double minScore, std::vector<Candidate>& candidateV) const {
+    const Column& column = data.At(at.column);
     VisitBoundaries(column, histogram.NumBins(column), node, summary, [&](double score, int bin) {
         if (!(score >= minScore)) return;
-        candidateV.push_back({score, slot, id, histogram.FirstRank(column, bin + 1) - 1,
+        candidateV.push_back({score, at.slot, at.column, histogram.FirstRank(column, bin + 1) - 1,
                               summary.prefixV[static_cast<size_t>(bin) + 1]});
     });
 }

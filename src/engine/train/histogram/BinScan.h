@@ -20,6 +20,12 @@ struct NodeTotals {
     double weight;
 };
 
+// A column among those that a node samples.
+struct SlotColumn {
+    int slot;
+    int column;
+};
+
 // A candidate split: rows of rank `lastRank` and below go left.
 struct Candidate {
     double score;
@@ -64,7 +70,7 @@ class BinScan {
               ColumnSummary& summary) const;
 
     // Appends the splits between bins that score at least `minScore`.
-    void AppendCandidates(int slot, int column, const Histogram& histogram, const NodeTotals& node,
+    void AppendCandidates(const SlotColumn& at, const Histogram& histogram, const NodeTotals& node,
                           const ColumnSummary& summary, double minScore,
                           std::vector<Candidate>& candidateV) const;
 

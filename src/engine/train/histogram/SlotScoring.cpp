@@ -179,7 +179,7 @@ void SplitSearch::ScoreBySorting(const SearchTask& task, int slot, Buffers& buff
     }
     SortKeys(keyV, buffers.otherKeyV);
     ScoreKeyRange(
-        task, slot, keyV.data(), keyV.data() + keyV.size(), Cell(),
+        task, slot, {keyV.data(), keyV.data() + keyV.size(), Cell()},
         [&](int position) { return task.rows.rowV[position]; },
         [&](int position) { return cellV[static_cast<size_t>(position)]; }, buffers);
 }
@@ -188,22 +188,22 @@ void SplitSearch::ScoreBySorting(const SearchTask& task, int slot, Buffers& buff
 void SplitSearch::ScoreRows(const SearchTask& task, int slot, const uint64_t* begin,
                             const uint64_t* end, const Cell& prefix, Buffers& buffers) {
     ScoreKeyRange(
-        task, slot, begin, end, prefix, [](int row) { return row; },
+        task, slot, {begin, end, prefix}, [](int row) { return row; },
         [&](int row) { return task.rows.CellOf(row, fixed); }, buffers);
 }
 
-// Scores the splits between the sorted keys [begin, end). `prefix` holds the sums before them.
+// Scores the splits between the sorted keys of a range.
 template <typename Row, typename CellOf>
-void SplitSearch::ScoreKeyRange(const SearchTask& task, int slot, const uint64_t* begin,
-                                const uint64_t* end, Cell prefix, const Row& rowOf,
-                                const CellOf& cellOf, Buffers& buffers) {
+void SplitSearch::ScoreKeyRange(const SearchTask& task, int slot, const KeyRange& keys,
+                                const Row& rowOf, const CellOf& cellOf, Buffers& buffers) {
+    Cell prefix = keys.prefix;
     const int id = task.columnV[slot];
     const bool fAllSeparable = data.At(id).fAllSeparable;
     const auto valueOf = [&](uint64_t key) { return data.Value(rowOf(ItemOf(key)), id); };
     double minScore = PruningThreshold();
     // Invariant: at the start of a pass, `prefix` holds the sums over the keys before `key`. A
     // split lies after the last key of a rank.
-    for (const uint64_t* key = begin; key + 1 < end; ++key) {
+    for (const uint64_t* key = keys.begin; key + 1 < keys.end; ++key) {
         prefix += cellOf(ItemOf(*key));
         const uint32_t rank = RankOf(*key);
         if (rank == RankOf(key[1])) continue;

@@ -152,7 +152,7 @@ void SplitSearch::RefineSlots(const SearchTask& task) {
     for (const int slot : slotV) {
         const ColumnSummary& summary = summaryV[static_cast<size_t>(slot)];
         if (summary.best < PruningThreshold()) continue;
-        scan.AppendCandidates(slot, task.columnV[slot], *task.histogram, node, summary,
+        scan.AppendCandidates({slot, task.columnV[slot]}, *task.histogram, node, summary,
                               PruningThreshold(), buffersV[0]->candidateV);
     }
 }

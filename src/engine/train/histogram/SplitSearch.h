@@ -100,9 +100,15 @@ class SplitSearch {
     void ScoreBySorting(const SearchTask& task, int slot, Buffers& buffers);
     void ScoreRows(const SearchTask& task, int slot, const uint64_t* begin, const uint64_t* end,
                    const Cell& prefix, Buffers& buffers);
+    // Sorted keys, and the sums over all keys before them.
+    struct KeyRange {
+        const uint64_t* begin;
+        const uint64_t* end;
+        Cell prefix;
+    };
     template <typename Row, typename CellOf>
-    void ScoreKeyRange(const SearchTask& task, int slot, const uint64_t* begin, const uint64_t* end,
-                       Cell prefix, const Row& rowOf, const CellOf& cellOf, Buffers& buffers);
+    void ScoreKeyRange(const SearchTask& task, int slot, const KeyRange& keys, const Row& rowOf,
+                       const CellOf& cellOf, Buffers& buffers);
     // The error bound, and the choice of slots.
     void SetError(const SearchTask& task, double maxAbsSum);
     double PruningThreshold() const;

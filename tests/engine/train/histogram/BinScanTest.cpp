@@ -101,7 +101,7 @@ class RandomNode {
   private:
     void CheckCandidates(int column, std::vector<Split> splitV, double minScore) const {
         std::vector<Candidate> candidateV;
-        scan.AppendCandidates(3, column, histogram, total, summary, minScore, candidateV);
+        scan.AppendCandidates({3, column}, histogram, total, summary, minScore, candidateV);
         std::vector<Split> foundV;
         for (const auto& [score, slot, id, lastRank, left] : candidateV) {
             foundV.emplace_back(score, slot, id, lastRank, left.q, left.packed);
