@@ -234,6 +234,7 @@ int TreeLearner::ComputeGradient(int idBegin, int idEnd) {
                     " for classification!\n");
     }
     if (ComputeGradientLabel(idBegin, idEnd) == 0) return 0;
+    // The misspelling is deliberate: the text of messages is fixed.
     return Fail("ERROR: Failed when computing the calssification loss!\n");
 }
 
