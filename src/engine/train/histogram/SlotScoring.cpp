@@ -197,13 +197,14 @@ template <typename Row, typename CellOf>
 void SplitSearch::ScoreKeyRange(const SearchTask& task, int slot, const KeyRange& keys,
                                 const Row& rowOf, const CellOf& cellOf, Buffers& buffers) {
     Cell prefix = keys.prefix;
+    const uint64_t* const end = keys.end;
     const int id = task.columnV[slot];
     const bool fAllSeparable = data.At(id).fAllSeparable;
     const auto valueOf = [&](uint64_t key) { return data.Value(rowOf(ItemOf(key)), id); };
     double minScore = PruningThreshold();
     // Invariant: at the start of a pass, `prefix` holds the sums over the keys before `key`. A
     // split lies after the last key of a rank.
-    for (const uint64_t* key = keys.begin; key + 1 < keys.end; ++key) {
+    for (const uint64_t* key = keys.begin; key + 1 < end; ++key) {
         prefix += cellOf(ItemOf(*key));
         const uint32_t rank = RankOf(*key);
         if (rank == RankOf(key[1])) continue;
