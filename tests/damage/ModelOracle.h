@@ -131,7 +131,7 @@ class ModelOracle {
     // Checks that every node has at most one parent, which comes before it, so that no walk visits
     // a node twice.
     bool IsTree(const Tree& tree) const {
-        std::vector<int> sonV;
+        std::vector<int> childV;
         for (size_t k = 0; k < tree.size(); ++k) {
             const Node& node = tree[k];
             if (IsLeaf(node)) {
@@ -141,10 +141,10 @@ class ModelOracle {
             const auto [low, high] = std::minmax(node.lson, node.rson);
             if (node.splitFea < 0 || low <= static_cast<int>(k)) return false;
             if (high >= static_cast<int>(tree.size())) return false;
-            sonV.insert(sonV.end(), {node.lson, node.rson});
+            childV.insert(childV.end(), {node.lson, node.rson});
         }
-        std::sort(sonV.begin(), sonV.end());
-        return !tree.empty() && std::adjacent_find(sonV.begin(), sonV.end()) == sonV.end();
+        std::sort(childV.begin(), childV.end());
+        return !tree.empty() && std::adjacent_find(childV.begin(), childV.end()) == childV.end();
     }
 
     double Walk(const Tree& tree, const double* row) const {
