@@ -286,7 +286,7 @@ int TreeLearner::FinishRun() {
     walkFault.clear();  // of an ensemble that was loaded before
     fLoadFailed = false;
     if (WriteModel(fileModel, CfgInfo.digits, fVerify) != 0) {
-        return Fail("ERROR: Failed to save the full model!\n");
+        return fStopped ? -1 : Fail("ERROR: Failed to save the full model!\n");
     }
     CompileEnsemble();
     return 0;

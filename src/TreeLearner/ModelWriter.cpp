@@ -165,9 +165,9 @@ int TreeLearner::WriteModel(const std::string& fileMout, int digits, bool fCheck
     }
     // Reading back may have taken long; this is the last moment at which the user can stop the run.
     if (fCheck && AskUser() != 0) {
-        return Fail(
-            "Notice: Training was stopped before the model was in its place, nothing is "
-            "replaced!\n");
+        fStopped = true;
+        if (fUserThrew) return -1;  // which was reported
+        return Fail("Notice: Training was stopped before its end, no model is written!\n");
     }
     if (fSendLater) checked.SendTo(file.Stream());
     if (!file.Commit()) return Fail(file.ErrorMessage());

@@ -97,7 +97,9 @@ class RoundedTree {
             const engine::PackedNode node = tree.Node(k);
             if (node.IsLeaf() || (fNarrowOnly && !node.fNarrow)) continue;
             const double rounded = RoundToDigits(node.splitElemFea, kFewDigits);
-            if (rounded != node.splitElemFea) movedV.push_back({static_cast<int>(k), rounded});
+            // A threshold of NaN sends every row right, rounded or not.
+            const bool fMoved = rounded < node.splitElemFea || rounded > node.splitElemFea;
+            if (fMoved) movedV.push_back({static_cast<int>(k), rounded});
         }
     }
 

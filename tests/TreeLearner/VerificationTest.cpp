@@ -1,6 +1,7 @@
 // The checks of a run with verification, and their absence without.
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <random>
@@ -120,6 +121,41 @@ TEST(Verification, AForestWithTreesMissing) {
     EXPECT_NE(verified.outcome.err.find(" of 20 was not grown, for the reason above"),
               std::string::npos)
         << verified.outcome.err;
+}
+
+// The progress function is asked a last time when the model is written and verified.
+TEST(Verification, AStopIsHeardUntilTheModelIsInItsPlace) {
+    for (const bool fThrows : {false, true}) {
+        const auto learner = Prepare(Boosted("Square", 0.5, 3), {0, 1, 1, 0});
+        struct Calls {
+            int num;
+            bool fThrows;
+        } calls = {0, fThrows};
+        const auto stopAtFourth = [](void* context, int, int) {
+            Calls& seen = *static_cast<Calls*>(context);
+            if (++seen.num < 4) return 0;
+            if (seen.fThrows) throw 7;
+            return 1;
+        };
+        learner->setProgress(stopAtFourth, &calls);
+        const Trained trained = TrainOver(*learner, true);
+        EXPECT_EQ(calls.num, 4);
+        EXPECT_EQ(trained.outcome.status, -1);
+        EXPECT_TRUE(trained.fOlder);
+        const std::string& err = trained.outcome.err;
+        EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
+    }
+}
+
+// The midpoint of two infinities is no number, and rounding moves no row across it.
+TEST(Digits, ANanThresholdIsNotMoved) {
+    constexpr double kInf = std::numeric_limits<double>::infinity();
+    const VecVecDle rows = {{-kInf}, {-kInf}, {kInf}, {kInf}};
+    const auto learner = Prepare(Boosted("Square", 0.5, 2), {0, 0, 1, 1}, {}, rows);
+    ASSERT_EQ(Observe([&] { return learner->Boosting(); }).status, 0);
+    rounding_effect_t effect;
+    ASSERT_EQ(learner->MeasureRounding(effect, 1), 0);
+    EXPECT_EQ(effect.numRows, 0);
 }
 
 // Bytes sent to a pipe cannot be taken back.
