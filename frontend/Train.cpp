@@ -16,6 +16,7 @@
 #include "Scoring.h"
 #include "StopSignals.h"
 #include "TreeLearner.h"
+#include "TreeLearner/RoundedNumber.h"
 #include "claim.h"
 #include "god/Report.h"
 #include "reading/DataFile.h"
@@ -237,7 +238,6 @@ int ScoreTest(const TreeLearner& trained, TreeLearner& model, ScoredSet& set) {
 
 // Writes a notice if rounding thresholds to six digits sends training rows to other leaves.
 int ReportRounding(const CheckCfgCLS& cfg, const TreeLearner& trained) {
-    constexpr int kFewDigits = 6;
     rounding_effect_t effect;
     if (cfg.digits != kFewDigits) return 0;
     if (trained.MeasureRounding(effect, AskedThreads(cfg)) != 0) return -1;
