@@ -70,6 +70,10 @@ class SYLVORA_API CheckCfgCLS {
     // readers in god.h always fill in -2147483648.
     std::string absent = "missing";
     bool fSetAbsent = false;  // absent was given
+    double huberDelta = 1.0;  // loss "Huber": the residual from which on it is linear
+    double quantile = 0.5;    // loss "Quantile": the share of labels below the prediction
+    int earlyStop = 0;        // rounds without progress that end a boosting; 0: off
+    int evalEvery = 0;        // rounds from one line of the table of metrics to the next; 0: none
 
     // Reads the configuration file argv[1], then applies the option-value pairs from argv[2] on,
     // which override the file. argv[0], the program's name, is ignored.

@@ -11,6 +11,8 @@
 #define SYLVORA_API
 #endif
 
+class TreeLearner;
+
 typedef std::vector<float> VecFt;
 typedef std::vector<int> VecInt;
 typedef std::vector<double> VecDle;
@@ -49,6 +51,31 @@ typedef int (*SamplingFeatureType)(int dimF, int*& selF, double*& selFeaValue, i
 // written.
 typedef int (*ProgressFuncType)(void* context, int done, int total);
 
+// A progress function that returns this value ends the run after the current round, or tree of a
+// forest: the model is what there is, it is written, and Boosting returns 0.
+constexpr int kStopAndKeep = 0x6b656570;
+
+// A sink of messages. `text` is one whole message, line feeds included; `stream` is the stream that
+// it would go to otherwise: 1 for standard output, 2 for standard error. The calls for one learner
+// come one at a time, but from any of its threads. Exceptions are ignored.
+typedef void (*MessageSinkType)(void* context, int stream, const char* text);
+
+// What an objective is given: all training rows of one round. The arrays belong to the library and
+// have numRows entries.
+struct objective_round_t {
+    int round;  // from 1
+    int numRows;
+    const double* labelV;  // after the label map
+    const double* scoreV;  // the ensemble's prediction so far, start value included
+    double* gradientV;     // out: the negative gradients
+    double* hessianV;      // out: second derivatives, at least 0; null if not asked for
+};
+
+// A user objective; see TrainingOptions. Called once per round with all rows, by the
+// thread that trains. Returns 0 on success; any other value, or an exception, ends the run. Weights
+// are multiplied in afterwards.
+typedef int (*ObjectiveType)(void* context, const objective_round_t& round);
+
 // The effect on the training rows of rounding an ensemble's thresholds to six digits.
 struct rounding_effect_t {
     int numRows = 0;             // rows that reach another leaf in at least one tree
@@ -76,5 +103,25 @@ struct fea_debuginfo_t {
     int* selected_num_list;   // split nodes that split on it
     double* crit_sum_list;    // sum of the scores of those splits
 };
+
+// One worker's share of the training samples; sIdBegin to sIdEnd, inclusive.
+struct boosting_info_t {
+    TreeLearner* treeLearner;
+    int sIdBegin;
+    int sIdEnd;
+};
+
+// One worker's share of the tree slots of a forest; inclusive.
+struct generate_tree_info_t {
+    TreeLearner* treeLearner;
+    int treeIdBegin;
+    int treeIdEnd;
+};
+
+// Thread entry points of the three phases of a round; `arg` is one of the records above. Exit value
+// 0, or -1 on failure, which a run reports but survives.
+SYLVORA_API void* CalLossThreadFunction(void* arg);
+SYLVORA_API void* GenerateTreeThreadFunction(void* arg);
+SYLVORA_API void* PredictionThreadFunction(void* arg);
 
 #endif  // SYLVORA_LIBDEF_H

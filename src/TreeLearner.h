@@ -12,8 +12,10 @@
 //                                    // tms_seed only serves the slots of a forest from 1 on
 //   learner.Boosting();              // writes the model file
 //
-// Terms. A round adds one group of trees to the ensemble and one shrink (step length); a slot is a
-// tree's index within its group. A query is a group of rows that are ranked against each other.
+// A round adds one group of trees to the ensemble and one shrink (step length); a slot is a tree's
+// index within its group. A query is a group of rows that are ranked against each other.
+//
+// A program that has its data in arrays calls DataBorrow instead of DataInput; see docs/arrays.md.
 //
 // Statuses are 0 and -1; every failure writes one line to standard error first.
 //
@@ -24,7 +26,6 @@
 #include <pthread.h>
 
 #include <atomic>
-#include <cstddef>
 #include <fstream>
 #include <map>
 #include <memory>
@@ -33,40 +34,24 @@
 #include <vector>
 
 #include "CheckIn.h"
+#include "DataBlock.h"
+#include "DataSet.h"
 #include "Libdef.h"
 #include "Output.h"
+#include "TrainingOptions.h"
 #include "Tree.h"
 
 class TreeLearner;
 namespace sylvora {
 class EngineRun;
 class EnsembleView;
+class ModelText;
 class WorkerPool;
 namespace engine {
 struct CompiledEnsemble;
 struct PackedTrees;
 }  // namespace engine
 }  // namespace sylvora
-
-// One worker's share of the training samples; sIdBegin to sIdEnd, inclusive.
-struct boosting_info_t {
-    TreeLearner* treeLearner;
-    int sIdBegin;
-    int sIdEnd;
-};
-
-// One worker's share of the tree slots of a forest; inclusive.
-struct generate_tree_info_t {
-    TreeLearner* treeLearner;
-    int treeIdBegin;
-    int treeIdEnd;
-};
-
-// Thread entry points of the three phases of a round; `arg` is one of the records above. Exit value
-// 0, or -1 on failure, which a run reports but survives.
-SYLVORA_API void* CalLossThreadFunction(void* arg);
-SYLVORA_API void* GenerateTreeThreadFunction(void* arg);
-SYLVORA_API void* PredictionThreadFunction(void* arg);
 
 // Thread safety: a learner is trained by one thread, which starts workers of its own. Once trained
 // or loaded, any number of threads may call OnlineTesting and OnlineTestingBatch at the same time.
@@ -119,14 +104,13 @@ class SYLVORA_API TreeLearner {
     VecFt tstPairGoodV, trnPairGoodV, trnPairSuperV;  // reserved
     int* IndexV = nullptr;                            // reserved
     pthread_mutex_t generateTree_mutex = PTHREAD_MUTEX_INITIALIZER;
-    pthread_mutex_t generate_col_tree_mutex;  // reserved, as are the next two; never initialised
+    pthread_mutex_t
+        generate_col_tree_mutex;  // reserved, as is all to predict_spin; not initialised
     pthread_cond_t generate_col_tree_cond;
     pthread_spinlock_t predict_spin;
     bool fKeyAvailable = false;  // reserved
     VecVecInt distClsVV;
-    int numThreadsubGroup = 0;  // reserved, as are the next two
-    int numSubGroup = 0;
-    int selectNum = 0;
+    int numThreadsubGroup = 0, numSubGroup = 0, selectNum = 0;  // reserved
     int dimFea = 0;
     int sampleSize = 0;
     int numClass = 0;  // 0 for regression
@@ -147,9 +131,8 @@ class SYLVORA_API TreeLearner {
     int pairMargin = 0;       // reserved
     double predMargin = 0.0;  // reserved
     std::string modelType;
-    double predResult = 0.0;  // reserved, as are the next two
-    int avgPredTreeNum = 0;
-    int colTreeCnt = 0;
+    double predResult = 0.0;                 // reserved
+    int avgPredTreeNum = 0, colTreeCnt = 0;  // reserved
 
     // A learner to train, with a copy of `cfg`.
     explicit TreeLearner(CheckCfgCLS& cfg);
@@ -283,7 +266,7 @@ class SYLVORA_API TreeLearner {
     void setPackedTrees(bool fWanted) { fPacked = fWanted; }
     // Trees that the last Boosting was asked for and did not grow; 0 before any.
     int getMissingTreeNum() const { return numMissing; }
-    int getGroupNum() const;  // groups of the ensemble, in TreeVV or packed
+    int getGroupNum() const;  // in TreeVV or packed
     // Scores the training rows of the last run with the ensemble in memory and with its thresholds
     // rounded to six digits, whatever CfgInfo.digits is. `maxThreads` as for OnlineTestingBatch.
     // Returns 0, or -1 when there are no such rows or trees or memory runs out.
@@ -292,6 +275,24 @@ class SYLVORA_API TreeLearner {
     // or -1 during a run.
     int ReleaseTrees();
 
+    // Functions, streams and sets to evaluate. Change them between calls only.
+    sylvora::TrainingOptions trainingOptions;
+
+    // Takes borrowed training data, instead of DataInput, with a label and, for "GBRank", a query
+    // id per row (`queries` may otherwise be null), which are copied. featureVV stays null.
+    // ParamInit and Boosting then give the bytes that they give after DataInput of the same values;
+    // Boosting writes no file if fileModel is empty. Not with fDebug. A user's sampler, or
+    // gradients beyond 1e100, make the learner copy the rows as doubles, once per run.
+    [[nodiscard]] int DataBorrow(std::shared_ptr<const sylvora::DataSet> set, const double* labels,
+                                 const int* queries);
+    // Sets the weights of the training rows, 0 or more, for regressions other than "GBRank"; after
+    // ParamInit. A row of weight w counts as w rows in every sum, but is drawn as one.
+    [[nodiscard]] int setWeights(const int* weights, int count);
+    // Scores a block, read as DataBorrow reads it, missing values included. It needs at least as
+    // many columns as the model.
+    [[nodiscard]] int OnlineTestingBatch(const sylvora::DataBlock& block, double* results,
+                                         int maxThreads);
+    const sylvora::EvaluationRecord& getEvaluation() const { return evaluationRecord; }
     // Column-wise tree generation is reserved; both report so and return -1.
     int Sampling();
     int GenerateColTree();
@@ -362,7 +363,6 @@ class SYLVORA_API TreeLearner {
     int AskUser();
 
     struct ScoringForm;
-
     void CompileEnsemble(std::shared_ptr<const sylvora::engine::PackedTrees> trees = nullptr);
     int CheckScoring(int n) const;
     const sylvora::engine::CompiledEnsemble* Compiled() const;
@@ -377,11 +377,11 @@ class SYLVORA_API TreeLearner {
     std::string lostResult;
     bool fStopped = false;  // the progress function ended the run
     bool fVerify = false, fPacked = false;
-    bool fLoadFailed = false;  // the last load failed
-    int numMissing = 0;
-    int numGrown = 0;  // trees of the last run
-    int numDrawn = 0;  // rows of the tree grown last
+    bool fLoadFailed = false;          // the last load failed
+    int numMissing = 0, numGrown = 0;  // trees of the last run
+    int numDrawn = 0;                  // rows of the tree grown last
     friend class sylvora::EnsembleView;
+    friend class sylvora::ModelText;
     std::shared_ptr<sylvora::engine::PackedTrees> packedTrees;  // null: the trees are in TreeVV
     int modelDim = 0;       // columns that the ensemble was trained on; 0: made by hand
     int testDim = 0;        // columns of the test rows
@@ -393,7 +393,9 @@ class SYLVORA_API TreeLearner {
     std::atomic<int> numAtWork{0};        // calls under way that may call the user's functions
     std::atomic<bool> fUserThrew{false};  // one of the user's functions threw an exception
     int debugError = 0;
-    int progressDone = 0, progressTotal = 1;  // as told last to the progress function
+    int progressDone = 0, progressTotal = 1;           // as told last to the progress function
+    std::shared_ptr<const sylvora::DataSet> borrowed;  // null: the training data are in featureVV
+    sylvora::EvaluationRecord evaluationRecord;
 };
 
 #endif  // SYLVORA_TREELEARNER_H

@@ -11,9 +11,10 @@ import re
 import sys
 from pathlib import Path
 
-ORDER = ["Libdef", "claim", "god", "CheckIn", "Sort", "base", "engine/train",
-         "engine/train/histogram", "engine/train/lists", "engine/score", "Node", "Tree", "Output",
-         "TreeLearner"]
+ORDER = ["Libdef", "claim", "DataBlock", "RandomStream", "god", "CheckIn", "Sort", "base",
+         "engine/train", "engine/train/histogram", "engine/train/lists", "engine/score", "DataSet",
+         "Node", "Tree", "Output", "Evaluation", "TrainingOptions", "ModelText",
+         "TreeLearner", "sylvora_c"]
 FRONT_ENDS = ["binding", "frontend/reading", "frontend"]
 # Pairs of modules that must not include each other.
 APART = [("engine/train/histogram", "engine/train/lists"), ("engine/train", "engine/score"),
