@@ -88,6 +88,7 @@ int TreeLearner::Boosting() {
     numMissing = static_cast<int>(std::min(numAsked - numGrown, long{INT_MAX}));
     if (packedTrees) packedTrees->DropOpenGroup();
     engineRun.reset();
+    rowCopy.reset();
     workers.reset();  // joins the threads, also after a failure
     return status;
 }
@@ -285,7 +286,8 @@ int TreeLearner::FinishRun() {
     modelDim = dimFea;
     walkFault.clear();  // of an ensemble that was loaded before
     fLoadFailed = false;
-    if (WriteModel(fileModel, CfgInfo.digits, fVerify) != 0) {
+    const bool fInMemory = borrowed != nullptr && fileModel.empty();
+    if (!fInMemory && WriteModel(fileModel, CfgInfo.digits, fVerify) != 0) {
         return fStopped ? -1 : Fail("ERROR: Failed to save the full model!\n");
     }
     CompileEnsemble();

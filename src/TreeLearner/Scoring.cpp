@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <limits>
+#include <string>
 #include <vector>
 
 #include "../TreeLearner.h"
@@ -94,6 +95,37 @@ int TreeLearner::OnlineTesting(double* line, double& result, int n, double* full
     const int status = ScoreRow(*this, Compiled(), line, score);
     result = score.result;
     return status;
+}
+
+int TreeLearner::OnlineTestingBatch(const sylvora::DataBlock& block, double* results,
+                                    int maxThreads) {
+    return sylvora::Guarded([&] {
+        std::string fault = sylvora::FaultOf(block);
+        if (!fault.empty()) return Fail("ERROR: The data block ", fault, "!\n");
+        if (CheckScoring(static_cast<int>(block.numColumns)) != 0) return -1;
+        if (block.numRows == 0) return 0;
+        const sylvora::BlockReader reader(block);
+        fault = reader.RefusedValue();
+        if (!fault.empty()) return Fail("ERROR: The data block ", fault, "!\n");
+        const size_t width = static_cast<size_t>(std::max(dimFea, modelDim));
+        const size_t numRows = static_cast<size_t>(block.numRows);
+        const CompiledEnsemble* compiled = Compiled();
+        if (compiled != nullptr && numClass <= sylvora::kFewClasses) {
+            sylvora::engine::ScoreRows(*compiled, {nullptr, numRows, width, &reader}, results,
+                                       maxThreads);
+            return 0;
+        }
+        std::vector<double> scoreV(numRows), row(width);
+        for (size_t i = 0; i < numRows; ++i) {
+            const int at = static_cast<int>(i);
+            reader.ReadRows(at, at + 1, static_cast<int>(width), row.data());
+            RowScore score = {0.0, nullptr, false};
+            if (ScoreRow(*this, compiled, row.data(), score) != 0) return -1;
+            scoreV[i] = score.result;
+        }
+        std::copy(scoreV.begin(), scoreV.end(), results);
+        return 0;
+    });
 }
 
 int TreeLearner::OnlineTestingBatch(const double* rows, size_t n, size_t stride, double* results,

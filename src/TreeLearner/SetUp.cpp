@@ -136,6 +136,8 @@ int TreeLearner::Destroy() {
 // Frees the training set and the arrays of a run that go with it.
 void TreeLearner::FreeTrainingData() {
     sylvora::FreeRows(featureVV, sampleSize);
+    rowCopy.reset();
+    borrowed.reset();
     FreeArray(gradientV);
     FreeArray(labelVirV);
     FreeArray(labelTrV);

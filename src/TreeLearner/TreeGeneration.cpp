@@ -14,6 +14,7 @@
 #include "EngineRun.h"
 #include "EnsembleView.h"
 #include "RowDraw.h"
+#include "TrainingRows.h"
 
 using sylvora::Fail;
 
@@ -33,6 +34,15 @@ int TreeLearner::SelectRows(const int* weightV, int*& selected, int& count, long
         return Fail("ERROR: Failed when selecting samples according to url randomly!\n");
     }
     return Fail("ERROR: Random mode is wrong. mode: ", CfgInfo.randomMode, "!\n");
+}
+
+// The training rows as an array, for the reference implementation. Copies borrowed rows, once per
+// run. Throws std::bad_alloc. A program may grow several slots at once, hence the lock.
+double** TreeLearner::ReferenceRows() {
+    if (borrowed == nullptr) return featureVV;
+    const sylvora::MutexLock lock(generateTree_mutex);
+    if (!rowCopy) rowCopy = std::make_shared<sylvora::RowCopy>(sylvora::TrainingRows(*this));
+    return rowCopy->Rows();
 }
 
 // Grows the tree of slot `treeId` and adds it to TreeGroup. With `fThreaded` the reference
@@ -61,7 +71,7 @@ int TreeLearner::GrowTree(int treeId, bool fThreaded) {
         const auto grow = fThreaded ? &TreeCR::GrowHalf : &TreeCR::GrowOne;
         const bool fGrown = engineRun && engineRun->Grow(*this, *tree, weightV, rows, num, seed);
         if (!fGrown &&
-            (tree.get()->*grow)(featureVV, gradientV, numPairDistinctQueV, indexV,
+            (tree.get()->*grow)(ReferenceRows(), gradientV, numPairDistinctQueV, indexV,
                                 CfgInfo.fPrintLeafDistribution, of_debug, fea_debug, seed) != 0) {
             if (tree->fSamplerThrew) fUserThrew = true;
             return Fail("ERROR: Failed when TreeCR grows!\n");
@@ -140,8 +150,13 @@ int TreeLearner::UpdatePrediction(int idBegin, int idEnd) {
         return Fail("ERROR: The tree was grown on ", tree->dimFeature,
                     " columns, the training data have ", trainDim, "!\n");
     }
+    const sylvora::engine::Matrix rows = sylvora::TrainingRows(*this);
+    const sylvora::TreeView view(*tree);
     for (int i = idBegin; i <= idEnd; ++i) {
-        predictV[i] += tree->Predict(featureVV[i]) * dynShrink * valShrink;
+        const double output = featureVV != nullptr
+                                  ? tree->Predict(featureVV[i])
+                                  : view.Predict(sylvora::engine::MatrixRow(rows, i));
+        predictV[i] += output * dynShrink * valShrink;
     }
     return 0;
 }

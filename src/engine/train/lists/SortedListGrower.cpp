@@ -115,7 +115,7 @@ void SortedListGrower::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
         const size_t numBatch = limits.BatchSize(levelV.size() - numDone, numLeaf);
         OpenNode* batch = &levelV[numDone];
         numDone += numBatch;
-        drawnV = DrawColumns(lists.Data().numColumns, limits.numSelFea, numBatch, seed);
+        drawnV = DrawColumns(lists.Data().NumColumns(), limits.numSelFea, numBatch, seed);
         SplitBatch(batch, numBatch);
         for (size_t b = 0; b < numBatch; ++b) {
             if (batch[b].split.column < 0) continue;
@@ -168,7 +168,7 @@ void SortedListGrower::SplitBatch(OpenNode* batch, size_t numBatch) {
 // node's own positions, so nodes of a batch may be split at once.
 void SortedListGrower::SplitNode(OpenNode& open, const int* columnV, Worker& worker) {
     const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
-    worker.listV.resize(static_cast<size_t>(std::min(limits.numSelFea, lists.Data().numColumns)));
+    worker.listV.resize(static_cast<size_t>(std::min(limits.numSelFea, lists.Data().NumColumns())));
     const NodeLists nodeLists = {
         lists, {rowV, node.startDoc, node.countDoc}, columnV, worker.listV};
     const SearchResult<ListCandidate> result = FindSplit(node, nodeLists, worker);
@@ -245,7 +245,7 @@ void SortedListGrower::MoveByValue(const GrownNode& node, const SplitPoint& spli
     worker.fLeftV.resize(static_cast<size_t>(node.countDoc));
     const int* const rows = rowV.data() + node.startDoc;
     for (int i = 0; i < node.countDoc; ++i) {
-        const double value = lists.Data().rowV[rows[i]][split.column];
+        const double value = lists.Data().At(rows[i], split.column);
         worker.fLeftV[static_cast<size_t>(i)] = split.BelongsLeft(value, i < split.countL);
     }
     MoveRows(node, split.countL, worker);
@@ -283,7 +283,7 @@ void SortedListGrower::MakeChildren(OpenNode& open, Worker& worker) {
 
 // Partitions the lists of all columns, sampled or not: descendants may sample them.
 void SortedListGrower::PartitionLists(const NodeRows& nodeRows, int middle, Worker& worker) {
-    worker.For(lists.Data().numColumns, [&](int column, Worker& member) {
+    worker.For(lists.Data().NumColumns(), [&](int column, Worker& member) {
         member.otherV.resize(
             std::max(member.otherV.size(), static_cast<size_t>(nodeRows.count) + 1));
         lists.Partition(column, nodeRows, toV.data() + nodeRows.begin, middle,
