@@ -303,6 +303,7 @@ class SYLVORA_API TreeLearner {
   private:
     struct Run;
     class AtWork;
+    class CallScope;
 
     int TransformLabels();
     int AllocateRunArrays();
@@ -393,6 +394,7 @@ class SYLVORA_API TreeLearner {
     std::shared_ptr<const sylvora::DataSet> borrowed;  // null: the training data are in featureVV
     std::shared_ptr<sylvora::RowCopy> rowCopy;         // of `borrowed`, if a run needed it
     sylvora::EvaluationRecord evaluationRecord;
+    mutable std::mutex sinkMutex;  // held while trainingOptions.sink runs
 };
 
 #endif  // SYLVORA_TREELEARNER_H
