@@ -15,9 +15,9 @@
 // A round adds one group of trees to the ensemble and one shrink (step length); a slot is a tree's
 // index within its group. A query is a group of rows that are ranked against each other.
 //
-// A program that has its data in arrays calls DataBorrow instead of DataInput; see docs/arrays.md.
+// docs/arrays.md: data in arrays (DataBorrow), trainings at the same time (trainingOptions).
 //
-// Statuses are 0 and -1; every failure writes one line to standard error first.
+// Statuses are 0 and -1; every failure writes one line first, to standard error or to its sink.
 //
 // Model file: see TreeLearner/ModelWriter.cpp for its grammar.
 #ifndef SYLVORA_TREELEARNER_H

@@ -164,8 +164,7 @@ struct Job {
             learner.DataInput(testLabels, testRows, 1, {}, {}) == 0 &&
             learner.DataInput(std::move(labels), std::move(rows), 0, std::move(queries), {}) == 0 &&
             learner.ReadLabelTran(folder.Path("none")) == 0 && learner.ParamInit() == 0 &&
-            learner.Boosting() == 0 &&
-            learner.FeatureAnalysis(folder.Path("analysis.txt")) == 0;
+            learner.Boosting() == 0 && learner.FeatureAnalysis(folder.Path("analysis.txt")) == 0;
         return fDone ? 0 : -1;
     }
 
@@ -419,8 +418,7 @@ TEST(MessageSink, IsOfOneLearnerOnly) {
     const Outcome seen = Observe([&] { return learner->Boosting(); });
     EXPECT_EQ(seen.status, -1);
     EXPECT_EQ(seen.err, "ERROR: Wrong tree size or shrink size!\n");
-    EXPECT_EQ(received.err,
-              "Notice: Training was stopped after 1 of 1, no model is written!\n");
+    EXPECT_EQ(received.err, "Notice: Training was stopped after 1 of 1, no model is written!\n");
     EXPECT_NE(gseed, -3);
 }
 
