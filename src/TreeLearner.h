@@ -390,9 +390,9 @@ class SYLVORA_API TreeLearner {
     std::atomic<int> numAtWork{0};        // calls under way that may call the user's functions
     std::atomic<bool> fUserThrew{false};  // one of the user's functions threw an exception
     int debugError = 0;
-    int progressDone = 0, progressTotal = 1;           // as told last to the progress function
-    std::shared_ptr<const sylvora::DataSet> borrowed;  // null: the training data are in featureVV
-    std::shared_ptr<sylvora::RowCopy> rowCopy;         // of `borrowed`, if a run needed it
+    std::atomic<int> progressDone{0}, progressTotal{1};  // as told last to the progress function
+    std::shared_ptr<const sylvora::DataSet> borrowed;    // null: the training data are in featureVV
+    std::shared_ptr<sylvora::RowCopy> rowCopy;           // of `borrowed`, if a run needed it
     sylvora::EvaluationRecord evaluationRecord;
     mutable std::mutex sinkMutex;  // held while trainingOptions.sink runs
 };
