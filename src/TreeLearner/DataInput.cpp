@@ -146,6 +146,7 @@ int TreeLearner::DataAdopt(double* labels, double** rows, int numData, int numCo
 
 int TreeLearner::DataBorrow(std::shared_ptr<const sylvora::DataSet> set, const double* labels,
                             int numLabels, const int* queries, int numQueries) {
+    const CallScope scope(*this);
     return sylvora::Guarded([&] {
         if (RefuseAtWork("DataBorrow") != 0) return -1;
         if (CfgInfo.fPrint) Print("Transferring data to the model ...\n");

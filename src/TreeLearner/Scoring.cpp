@@ -101,6 +101,7 @@ int TreeLearner::OnlineTesting(double* line, double& result, int n, double* full
 
 int TreeLearner::OnlineTestingBatch(const sylvora::DataBlock& block, double* results,
                                     int maxThreads) {
+    const CallScope scope(*this);
     return sylvora::Guarded([&] {
         std::string fault = sylvora::FaultOf(block);
         if (!fault.empty()) return Fail("ERROR: The data block ", fault, "!\n");

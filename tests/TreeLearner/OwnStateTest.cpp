@@ -316,6 +316,8 @@ std::vector<std::pair<const char*, std::function<int(TreeLearner&)>>> BadCalls()
     return {
         {"DataInput", [](TreeLearner& l) { return l.DataInput({1}, {}, 0, {}, {}); }},
         {"DataAdopt", [](TreeLearner& l) { return l.DataAdopt(nullptr, nullptr, 0, 1, {}, 0); }},
+        {"DataBorrow",
+         [](TreeLearner& l) { return l.DataBorrow(nullptr, nullptr, 0, nullptr, 0); }},
         {"ReadLabelTran", [](TreeLearner& l) { return l.ReadLabelTran("/none/at/all"); }},
         {"ParamInit",
          [](TreeLearner& l) {
@@ -331,6 +333,8 @@ std::vector<std::pair<const char*, std::function<int(TreeLearner&)>>> BadCalls()
          [](TreeLearner& l) { return l.OnlineTesting(row, score[0], 1, nullptr); }},
         {"OnlineTestingBatch",
          [](TreeLearner& l) { return l.OnlineTestingBatch(row, 1, 1, score, 1); }},
+        {"OnlineTestingBatch",
+         [](TreeLearner& l) { return l.OnlineTestingBatch(sylvora::DataBlock(), score, 1); }},
         {"FeatureAnalysis", [](TreeLearner& l) { return l.FeatureAnalysis("/none/at/all"); }},
         {"ComputeDistinctPair",
          [](TreeLearner& l) {
