@@ -15,9 +15,9 @@
 // A round adds one group of trees to the ensemble and one shrink (step length); a slot is a tree's
 // index within its group. A query is a group of rows that are ranked against each other.
 //
-// A program that has its data in arrays calls DataBorrow instead of DataInput; see docs/arrays.md.
+// docs/arrays.md: data in arrays (DataBorrow), trainings at the same time (trainingOptions).
 //
-// Statuses are 0 and -1; every failure writes one line to standard error first.
+// Statuses are 0 and -1; every failure writes one line first, to standard error or to its sink.
 //
 // Model file: see TreeLearner/ModelWriter.cpp for its grammar.
 #ifndef SYLVORA_TREELEARNER_H
@@ -303,6 +303,7 @@ class SYLVORA_API TreeLearner {
   private:
     struct Run;
     class AtWork;
+    class CallScope;
 
     int TransformLabels();
     int AllocateRunArrays();
@@ -389,10 +390,11 @@ class SYLVORA_API TreeLearner {
     std::atomic<int> numAtWork{0};        // calls under way that may call the user's functions
     std::atomic<bool> fUserThrew{false};  // one of the user's functions threw an exception
     int debugError = 0;
-    int progressDone = 0, progressTotal = 1;           // as told last to the progress function
-    std::shared_ptr<const sylvora::DataSet> borrowed;  // null: the training data are in featureVV
-    std::shared_ptr<sylvora::RowCopy> rowCopy;         // of `borrowed`, if a run needed it
+    std::atomic<int> progressDone{0}, progressTotal{1};  // as told last to the progress function
+    std::shared_ptr<const sylvora::DataSet> borrowed;    // null: the training data are in featureVV
+    std::shared_ptr<sylvora::RowCopy> rowCopy;           // of `borrowed`, if a run needed it
     sylvora::EvaluationRecord evaluationRecord;
+    mutable std::mutex sinkMutex;  // held while trainingOptions.sink runs
 };
 
 #endif  // SYLVORA_TREELEARNER_H

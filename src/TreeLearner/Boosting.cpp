@@ -20,6 +20,7 @@
 #include "../god/Workers.h"
 #include "Arrays.h"
 #include "AtWork.h"
+#include "CallScope.h"
 #include "EngineRun.h"
 #include "RoundedNumber.h"
 #include "RowDraw.h"
@@ -66,6 +67,7 @@ struct TreeLearner::Run {
 
 // The engine and the threads live only as long as the call.
 int TreeLearner::Boosting() {
+    const CallScope scope(*this);
     if (RefuseAtWork("Boosting") != 0) return -1;
     const AtWork work(*this);
     numGrown = 0;
@@ -206,7 +208,7 @@ int TreeLearner::RunRounds(Run& run) {
         const long remaining = (Now() - startTree) * (numTree - idxTree) / kMicroseconds;
         if (CfgInfo.fPrint) {
             Print("Remaining time for generating trees: ", remaining, " seconds\n");
-            std::cout << std::flush;
+            sylvora::FlushOutput();
         }
         if (modelType != "RandomForest" && IsStopped(idxTree, numTree)) return -1;
     }

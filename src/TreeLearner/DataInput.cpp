@@ -15,6 +15,7 @@
 #include "../god/Report.h"
 #include "../god/Truncation.h"
 #include "Arrays.h"
+#include "CallScope.h"
 
 using sylvora::AllocateArray;
 using sylvora::Fail;
@@ -102,6 +103,7 @@ class TreeLearner::Intake {
 };
 
 int TreeLearner::DataInput(VecDle l, VecVecDle f, int type, VecInt q, VecDle lvir) {
+    const CallScope scope(*this);
     return sylvora::Guarded([&] {
         if (RefuseAtWork("DataInput") != 0) return -1;
         if (CfgInfo.fPrint) Print("Transferring data to the model ...\n");
@@ -124,6 +126,7 @@ int TreeLearner::DataInput(VecDle l, VecVecDle f, int type, VecInt q, VecDle lvi
 
 int TreeLearner::DataAdopt(double* labels, double** rows, int numData, int numColumn, VecInt q,
                            int type) {
+    const CallScope scope(*this);
     AdoptedArrays arrays = {labels, rows, numData};
     return sylvora::Guarded([&] {
         if (RefuseAtWork("DataAdopt") != 0) return -1;
@@ -143,6 +146,7 @@ int TreeLearner::DataAdopt(double* labels, double** rows, int numData, int numCo
 
 int TreeLearner::DataBorrow(std::shared_ptr<const sylvora::DataSet> set, const double* labels,
                             int numLabels, const int* queries, int numQueries) {
+    const CallScope scope(*this);
     return sylvora::Guarded([&] {
         if (RefuseAtWork("DataBorrow") != 0) return -1;
         if (CfgInfo.fPrint) Print("Transferring data to the model ...\n");

@@ -11,6 +11,7 @@
 #include "../god/Report.h"
 #include "../god/Truncation.h"
 #include "../god/UsableMemory.h"
+#include "CallScope.h"
 #include "EnsembleView.h"
 #include "ModelParser.h"
 
@@ -227,6 +228,7 @@ void TreeLearner::MakeRecords(const PackedTrees& trees, int numUnfilled) {
 }
 
 int TreeLearner::LoadModelFull(std::string fileM) {
+    const CallScope scope(*this);
     return sylvora::Guarded([&] {
         if (RefuseAtWork("LoadModelFull") != 0) return -1;
         // Until the end of this function scoring and saving are refused, so that a failure or an

@@ -25,6 +25,7 @@
 #include "../TreeLearner.h"
 #include "../god/Report.h"
 #include "../god/StreamReading.h"
+#include "CallScope.h"
 #include "EnsembleView.h"
 #include "ModelCheck.h"
 #include "RoundedNumber.h"
@@ -134,6 +135,7 @@ int TreeLearner::SaveModelFull(std::string fileMout) {
 }
 
 int TreeLearner::SaveModelFull(std::string fileMout, int digits) {
+    const CallScope scope(*this);
     return sylvora::Guarded([&] {
         if (fLoadFailed) {
             return Fail("ERROR: The model was not loaded in full, nothing is saved!\n");

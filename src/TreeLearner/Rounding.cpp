@@ -18,6 +18,7 @@
 
 #include "../TreeLearner.h"
 #include "../god/Report.h"
+#include "CallScope.h"
 #include "EnsembleView.h"
 #include "RoundedNumber.h"
 #include "TrainingRows.h"
@@ -283,6 +284,7 @@ class RoundingMeasurement {
 }  // namespace sylvora
 
 int TreeLearner::MeasureRounding(rounding_effect_t& effect, int maxThreads) const {
+    const CallScope scope(*this);
     return sylvora::Guarded([&] {
         effect = {};
         // The rows and the trees must both be those of the last run.

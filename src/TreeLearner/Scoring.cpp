@@ -9,6 +9,7 @@
 
 #include "../TreeLearner.h"
 #include "../god/Report.h"
+#include "CallScope.h"
 #include "EnsembleView.h"
 #include "ScoringForm.h"
 #include "Voting.h"
@@ -89,6 +90,7 @@ const CompiledEnsemble* TreeLearner::Compiled() const {
 }
 
 int TreeLearner::OnlineTesting(double* line, double& result, int n, double* fullResult) {
+    const CallScope scope(*this);
     result = 0.0;
     if (CheckScoring(n) != 0) return -1;
     RowScore score = {0.0, fullResult, fullResult == nullptr};
@@ -99,6 +101,7 @@ int TreeLearner::OnlineTesting(double* line, double& result, int n, double* full
 
 int TreeLearner::OnlineTestingBatch(const sylvora::DataBlock& block, double* results,
                                     int maxThreads) {
+    const CallScope scope(*this);
     return sylvora::Guarded([&] {
         std::string fault = sylvora::FaultOf(block);
         if (!fault.empty()) return Fail("ERROR: The data block ", fault, "!\n");
@@ -130,6 +133,7 @@ int TreeLearner::OnlineTestingBatch(const sylvora::DataBlock& block, double* res
 
 int TreeLearner::OnlineTestingBatch(const double* rows, size_t n, size_t stride, double* results,
                                     int maxThreads) {
+    const CallScope scope(*this);
     constexpr size_t kMostValues = std::numeric_limits<int>::max();
     if (CheckScoring(static_cast<int>(std::min(stride, kMostValues))) != 0) return -1;
     // No array can be larger than PTRDIFF_MAX bytes. Divides, because the product could overflow.

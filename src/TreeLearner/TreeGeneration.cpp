@@ -11,6 +11,7 @@
 #include "../god/Report.h"
 #include "../god/Workers.h"
 #include "AtWork.h"
+#include "CallScope.h"
 #include "EngineRun.h"
 #include "EnsembleView.h"
 #include "RowDraw.h"
@@ -121,11 +122,13 @@ void TreeLearner::ClearGroup() {
 // Refused during a run: only a callback can call it then, and the tree would get lost among those
 // of the round.
 int TreeLearner::GenerateTree() {
+    const CallScope scope(*this);
     if (workers != nullptr && RefuseAtWork("GenerateTree") != 0) return -1;
     return GrowTree(0, true);
 }
 
 int TreeLearner::GenerateRowTree(int treeIdBegin, int treeIdEnd) {
+    const CallScope scope(*this);
     if (workers != nullptr && RefuseAtWork("GenerateRowTree") != 0) return -1;
     return GrowSlots(treeIdBegin, treeIdEnd);
 }
@@ -143,6 +146,7 @@ int TreeLearner::GrowSlots(int treeIdBegin, int treeIdEnd) {
 // round's result file reads its predictions. Disjoint ranges may be updated in parallel. The order
 // of the two products is part of the result.
 int TreeLearner::UpdatePrediction(int idBegin, int idEnd) {
+    const CallScope scope(*this);
     if (TreeGroup.empty()) return Fail("ERROR: No tree to update the predictions with!\n");
     if (predictV == nullptr) return Fail("ERROR: UpdatePrediction needs ParamInit first!\n");
     TreeCR* tree = TreeGroup[0];
