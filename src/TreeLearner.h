@@ -286,7 +286,8 @@ class SYLVORA_API TreeLearner {
     [[nodiscard]] int DataBorrow(std::shared_ptr<const sylvora::DataSet> set, const double* labels,
                                  const int* queries);
     // Sets the weights of the training rows, 0 or more, for regressions other than "GBRank"; after
-    // ParamInit. A row of weight w counts as w rows in every sum, but is drawn as one.
+    // ParamInit, for all runs. A row of weight w counts as w rows in every sum, but is drawn as
+    // one: its gradient is multiplied by w. Their sum must fit an int. Changes nothing on failure.
     [[nodiscard]] int setWeights(const int* weights, int count);
     // Scores a block, read as DataBorrow reads it, missing values included. It needs at least as
     // many columns as the model.
@@ -396,6 +397,8 @@ class SYLVORA_API TreeLearner {
     int progressDone = 0, progressTotal = 1;           // as told last to the progress function
     std::shared_ptr<const sylvora::DataSet> borrowed;  // null: the training data are in featureVV
     sylvora::EvaluationRecord evaluationRecord;
+    struct LossRun;
+    std::unique_ptr<LossRun> lossRun;  // from ParamInit on: the loss's settings and weights
 };
 
 #endif  // SYLVORA_TREELEARNER_H

@@ -3,6 +3,7 @@
 #include "Validation.h"
 
 #include <algorithm>
+#include <cmath>
 #include <iterator>
 #include <string>
 
@@ -76,7 +77,11 @@ int ChooseLoss(CheckCfgCLS& c) {
     static const char* const kLosses[] = {"CrossEntropy", "Square",          "Hinge",
                                           "Label",        "Logistic",        "HingeSquare",
                                           "Exponential",  "HingeSquareRank", "USER"};
-    if (std::find(std::begin(kLosses), std::end(kLosses), c.lossFunc) == std::end(kLosses)) {
+    static const char* const kBoostedLosses[] = {"LogLoss", "Absolute", "Huber", "Quantile"};
+    const auto isAmong = [&c](const auto& losses) {
+        return std::find(std::begin(losses), std::end(losses), c.lossFunc) != std::end(losses);
+    };
+    if (!isAmong(kLosses) && !(c.modelType == "GBDT" && isAmong(kBoostedLosses))) {
         return Fail("ERROR: No such loss function: ", c.lossFunc, "!\n");
     }
     return 0;
@@ -143,6 +148,17 @@ int CheckDigits(const CheckCfgCLS& c) {
     return Fail("ERROR: Illegal digits: ", c.digits, ", it must be 6 or 17!\n");
 }
 
+int CheckLossParameters(const CheckCfgCLS& c) {
+    if (!(c.huberDelta > 0 && std::isfinite(c.huberDelta))) {
+        return Fail("ERROR: Illegal huberDelta: ", c.huberDelta,
+                    ", it must be finite and above 0!\n");
+    }
+    if (!(c.quantile > 0 && c.quantile < 1)) {
+        return Fail("ERROR: Illegal quantile: ", c.quantile, ", it must be between 0 and 1!\n");
+    }
+    return 0;
+}
+
 }  // namespace
 
 int sylvora::CheckAbsent(const CheckCfgCLS& cfg) {
@@ -157,7 +173,7 @@ int CheckCfgCLS::CheckCfg() {
                             ChooseLoss(*this) == 0 && CheckBoostedLoss(*this) == 0 &&
                             CheckRanges(*this) == 0 && CheckThreads(*this) == 0 &&
                             CheckRandomMode(*this) == 0 && CheckDigits(*this) == 0 &&
-                            sylvora::CheckAbsent(*this) == 0;
+                            sylvora::CheckAbsent(*this) == 0 && CheckLossParameters(*this) == 0;
         return fValid ? 0 : -1;
     });
 }

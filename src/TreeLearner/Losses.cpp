@@ -16,6 +16,7 @@
 #include "../god/UserCall.h"
 #include "../god/Workers.h"
 #include "AtWork.h"
+#include "LossRun.h"
 
 using sylvora::Fail;
 
@@ -223,7 +224,13 @@ int TreeLearner::ComputeGradient(int idBegin, int idEnd) {
     if (CfgInfo.fRegCls == "REG") {
         for (const Routine& routine : kRoutines) {
             if (loss != routine.loss) continue;
-            return (this->*routine.compute)(idBegin, idEnd) == 0 ? 0 : Fail(routine.complaint);
+            if ((this->*routine.compute)(idBegin, idEnd) != 0) return Fail(routine.complaint);
+            if (lossRun != nullptr) lossRun->ApplyWeights(idBegin, idEnd);
+            return 0;
+        }
+        if (lossRun != nullptr && lossRun->FillGradients(idBegin, idEnd)) {
+            lossRun->ApplyWeights(idBegin, idEnd);
+            return 0;
         }
         return Fail("ERROR: Such loss function for regression: \"", loss,
                     "\" is not supported yet!\n");

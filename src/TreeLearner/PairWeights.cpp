@@ -11,6 +11,7 @@
 #include "../TreeLearner.h"
 #include "../god/Report.h"
 #include "Arrays.h"
+#include "LossRun.h"
 #include "RowDraw.h"
 
 using sylvora::Fail;
@@ -63,6 +64,7 @@ int TreeLearner::ComputeDistinctPair() {
         if (sylvora::AllocateArray(numPairDistinctQueV, sampleSize, "numPairDistinctQueV") != 0) {
             return -1;
         }
+        if (lossRun != nullptr) lossRun->fWeighted = false;
         if (fHomoWgt == 1) {
             std::fill_n(numPairDistinctQueV, sampleSize, 1);
             return 0;

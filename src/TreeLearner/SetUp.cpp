@@ -9,6 +9,7 @@
 #include "Arrays.h"
 #include "EngineRun.h"
 #include "EnsembleView.h"
+#include "LossRun.h"
 
 using sylvora::AllocateArray;
 using sylvora::Fail;
@@ -63,7 +64,8 @@ int TreeLearner::ParamInit() {
         if (ComputeDistinctPair() != 0) {
             return Fail("ERROR: Failed when computing distincing pair!\n");
         }
-        return 0;
+        lossRun = std::make_unique<LossRun>(*this);
+        return lossRun->CheckLabels();
     });
 }
 
@@ -149,6 +151,7 @@ void TreeLearner::FreeTrainingData() {
     FreeArray(clsLabelEnum);
     FreeArray(IndexV);
     sampleSize = trainDim = meanDim = 0;
+    lossRun.reset();
 }
 
 void TreeLearner::FreeDevelopmentData() {

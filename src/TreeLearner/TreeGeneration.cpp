@@ -13,6 +13,7 @@
 #include "AtWork.h"
 #include "EngineRun.h"
 #include "EnsembleView.h"
+#include "LossRun.h"
 #include "RowDraw.h"
 
 using sylvora::Fail;
@@ -56,6 +57,12 @@ int TreeLearner::GrowTree(int treeId, bool fThreaded) {
         if (tree->Init(dimFea, num, sampleSize) != 0) {
             return Fail("ERROR: Failed to init TreeCR!\n");
         }
+        sylvora::WorkerPool alone;  // outside of a run
+        if (lossRun != nullptr && lossRun->SetsValues()) {
+            tree->setNodeValues = [&, grown = tree.get()](const int* rowV) {
+                lossRun->SetNodeValues(*grown, rowV, weightV, workers ? *workers : alone);
+            };
+        }
         // `rows` may be empty after a successful EngineRun::Grow. After a refusal it still owns
         // indexV, which the reference implementation then reads.
         const auto grow = fThreaded ? &TreeCR::GrowHalf : &TreeCR::GrowOne;
@@ -66,6 +73,7 @@ int TreeLearner::GrowTree(int treeId, bool fThreaded) {
             if (tree->fSamplerThrew) fUserThrew = true;
             return Fail("ERROR: Failed when TreeCR grows!\n");
         }
+        tree->setNodeValues = nullptr;  // it refers to this call's variables
         // A program may grow several slots at the same time, each in a thread of its own.
         const sylvora::MutexLock lock(generateTree_mutex);
         KeepTree(std::move(tree));
