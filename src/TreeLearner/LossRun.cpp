@@ -5,6 +5,7 @@
 #include <cmath>
 #include <memory>
 #include <numeric>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -51,24 +52,25 @@ int TreeLearner::LossRun::CheckLabels() const {
     return 0;
 }
 
-// Labels must be -1 and 1, or 0 and 1. The lower of the two is the first one that is not 1.
+// Labels must be -1 and 1, or 0 and 1. The first one that is not 1 decides which of the two.
 int TreeLearner::LossRun::CheckClasses() const {
-    const double* const labelV = learner.labelTrV;
-    const double* const end = labelV + learner.sampleSize;
-    const auto isOne = [](double label) { return label == 1; };
-    const double* const other = std::find_if_not(labelV, end, isOne);
-    const double low = other != end && *other == -1 ? -1 : 0;
-    const double* const wrong =
-        std::find_if(labelV, end, [low](double label) { return label != low && label != 1; });
+    const double* const begin = learner.labelTrV;
+    const double* const end = begin + learner.sampleSize;
     const char remedy[] =
-        "the loss \"LogLoss\" needs labels -1 and 1, or 0 and 1, and both of "
-        "them; a label map (labelTran) can rename them!\n";
+        "the loss \"LogLoss\" needs labels -1 and 1, or 0 and 1, and both of them; a label map "
+        "(labelTran) can rename them!\n";
+    const double* const other =
+        std::find_if(begin, end, [](double label) { return !(label == 1); });
+    const double low = other != end && *other < 0 ? -1 : 0;
+    const double* const wrong =
+        std::find_if(begin, end, [low](double label) { return !(label == low || label == 1); });
     if (wrong != end) {
-        return Fail("ERROR: Row ", wrong - labelV, " has the label ", *wrong,
-                    low == -1 ? ", an earlier row has -1: " : ": ", remedy);
+        const std::string earlier =
+            low < 0 && wrong != other ? sylvora::Text(", row ", other - begin, " has -1") : "";
+        return Fail("ERROR: Row ", wrong - begin, " has the label ", *wrong, earlier, ": ", remedy);
     }
-    if (other != end && std::any_of(labelV, end, isOne)) return 0;
-    return Fail("ERROR: All rows from row 0 on have the label ", labelV[0], ": ", remedy);
+    if (other != end && std::find(begin, end, 1.0) != end) return 0;
+    return Fail("ERROR: All rows have the label ", *begin, ": ", remedy);
 }
 
 int TreeLearner::LossRun::CheckSettings() const {

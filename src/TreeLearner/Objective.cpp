@@ -63,8 +63,7 @@ int TreeLearner::LossRun::AskObjective(int round) {
     });
     if (learner.fUserThrew) return -1;
     if (status != 0) {
-        return Fail("ERROR: The objective failed in round ", round, " with status ", status,
-                    ", no model is written!\n");
+        return Fail("ERROR: The objective failed in round ", round, " with status ", status, "!\n");
     }
     // Without a branch per row, so that the loop is vectorised. NaN fails both comparisons.
     int numWrong = 0;
@@ -82,7 +81,8 @@ int TreeLearner::LossRun::AskObjective(int round) {
 // Names the first row whose gradient is not finite, or whose second derivative is not finite or is
 // negative.
 int TreeLearner::LossRun::RefuseRow(int round) const {
-    const char remedy[] = ": gradients must be finite, second derivatives finite and not negative!\n";
+    const char remedy[] =
+        ": gradients must be finite, second derivatives finite and not negative!\n";
     for (int i = 0; i < learner.sampleSize; ++i) {
         if (!std::isfinite(learner.gradientV[i])) {
             return Fail("ERROR: In round ", round, " the objective gave row ", i, " the gradient ",
