@@ -286,8 +286,7 @@ class SYLVORA_API TreeLearner {
     [[nodiscard]] int DataBorrow(std::shared_ptr<const sylvora::DataSet> set, const double* labels,
                                  const int* queries);
     // Sets the weights of the training rows, 0 or more, for regressions other than "GBRank"; after
-    // ParamInit, for all runs. A row of weight w counts as w rows in every sum, but is drawn as
-    // one: its gradient is multiplied by w. Their sum must fit an int. Changes nothing on failure.
+    // ParamInit. A row of weight w counts as w rows, but is drawn as one. See docs/losses.md.
     [[nodiscard]] int setWeights(const int* weights, int count);
     // Scores a block, read as DataBorrow reads it, missing values included. It needs at least as
     // many columns as the model.

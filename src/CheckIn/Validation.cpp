@@ -148,7 +148,14 @@ int CheckDigits(const CheckCfgCLS& c) {
     return Fail("ERROR: Illegal digits: ", c.digits, ", it must be 6 or 17!\n");
 }
 
-int CheckLossParameters(const CheckCfgCLS& c) {
+}  // namespace
+
+int sylvora::CheckAbsent(const CheckCfgCLS& cfg) {
+    if (cfg.absent == "missing" || cfg.absent == "zero") return 0;
+    return Fail("ERROR: No such absent: \"", cfg.absent, "\", it is missing or zero!\n");
+}
+
+int sylvora::CheckLossParameters(const CheckCfgCLS& c) {
     if (!(c.huberDelta > 0 && std::isfinite(c.huberDelta))) {
         return Fail("ERROR: Illegal huberDelta: ", c.huberDelta,
                     ", it must be finite and above 0!\n");
@@ -159,21 +166,14 @@ int CheckLossParameters(const CheckCfgCLS& c) {
     return 0;
 }
 
-}  // namespace
-
-int sylvora::CheckAbsent(const CheckCfgCLS& cfg) {
-    if (cfg.absent == "missing" || cfg.absent == "zero") return 0;
-    return Fail("ERROR: No such absent: \"", cfg.absent, "\", it is missing or zero!\n");
-}
-
 int CheckCfgCLS::CheckCfg() {
     return sylvora::Guarded([&] {
         fQID = modelType == "GBRank";
-        const bool fValid = CheckTreeCount(*this) == 0 && CheckTask(*this) == 0 &&
-                            ChooseLoss(*this) == 0 && CheckBoostedLoss(*this) == 0 &&
-                            CheckRanges(*this) == 0 && CheckThreads(*this) == 0 &&
-                            CheckRandomMode(*this) == 0 && CheckDigits(*this) == 0 &&
-                            sylvora::CheckAbsent(*this) == 0 && CheckLossParameters(*this) == 0;
+        const bool fValid =
+            CheckTreeCount(*this) == 0 && CheckTask(*this) == 0 && ChooseLoss(*this) == 0 &&
+            CheckBoostedLoss(*this) == 0 && CheckRanges(*this) == 0 && CheckThreads(*this) == 0 &&
+            CheckRandomMode(*this) == 0 && CheckDigits(*this) == 0 &&
+            sylvora::CheckAbsent(*this) == 0 && sylvora::CheckLossParameters(*this) == 0;
         return fValid ? 0 : -1;
     });
 }

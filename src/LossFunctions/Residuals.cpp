@@ -170,7 +170,7 @@ double QuantileOf(const WeightedValues& values, double q, QuantileBuffers& buffe
         if (values.weightV != nullptr) total += values.weightV[i];
     }
     if (!fFinite) return NAN;  // no order to select from
-    const double target = q * static_cast<double>(total);
+    const double target = std::max(0.0, q * static_cast<double>(total));
     return values.weightV == nullptr ? QuantileWith(values, q, target, buffers.valueV)
                                      : QuantileWith(values, q, target, buffers.entryV);
 }

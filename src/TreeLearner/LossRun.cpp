@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "../CheckIn/Validation.h"
 #include "../LossFunctions.h"
 #include "../LossFunctions/Residuals.h"
 #include "../god/Report.h"
@@ -40,9 +41,14 @@ void TreeLearner::LossRun::ReadSettings() {
     hessianV.resize(rule == Rule::kRatio ? static_cast<size_t>(learner.sampleSize) : 0);
 }
 
-int TreeLearner::LossRun::CheckLabels() const {
+// CheckCfg has checked the parameters, unless the program did not call it.
+int TreeLearner::LossRun::Check() const {
+    if (sylvora::CheckLossParameters(learner.CfgInfo) != 0) return -1;
     if (IsLoss("LogLoss")) return CheckClasses();
-    if (rule == Rule::kMean || IsLoss("USER")) return 0;
+    return rule == Rule::kMean || IsLoss("USER") ? 0 : CheckLabels();
+}
+
+int TreeLearner::LossRun::CheckLabels() const {
     for (int i = 0; i < learner.sampleSize; ++i) {
         const double label = learner.labelTrV[i];
         if (std::isfinite(label)) continue;
@@ -73,7 +79,7 @@ int TreeLearner::LossRun::CheckClasses() const {
     return Fail("ERROR: All rows have the label ", *begin, ": ", remedy);
 }
 
-int TreeLearner::LossRun::CheckSettings() const {
+int TreeLearner::LossRun::CheckOptions() const {
     const sylvora::TrainingOptions& options = learner.trainingOptions;
     const char* const given = options.objective != nullptr ? "An objective"
                               : options.fStart             ? "A start value"
@@ -96,7 +102,7 @@ int TreeLearner::LossRun::CheckSettings() const {
 int TreeLearner::LossRun::Begin() {
     ReadSettings();
     fStarted = false;
-    if (CheckSettings() != 0) return -1;
+    if (CheckOptions() != 0 || Check() != 0) return -1;
     const bool fUserStart = IsLoss("USER") && learner.trainingOptions.fStart;
     if (!fUserStart && (rule == Rule::kMean || IsLoss("USER"))) return 0;
     double start = learner.trainingOptions.startValue;

@@ -23,8 +23,8 @@ struct TreeLearner::LossRun {
 
     explicit LossRun(TreeLearner& treeLearner);
 
-    // Checks the labels against the loss.
-    [[nodiscard]] int CheckLabels() const;
+    // Checks the loss's parameters, and the labels against the loss.
+    [[nodiscard]] int Check() const;
     // Begins a run: reads the settings again, checks them, and makes the start value, if the loss
     // has one, the first group of the ensemble and the prediction of every row.
     [[nodiscard]] int Begin();
@@ -57,7 +57,8 @@ struct TreeLearner::LossRun {
     struct NodeRows;
 
     void ReadSettings();
-    [[nodiscard]] int CheckSettings() const;
+    [[nodiscard]] int CheckOptions() const;
+    [[nodiscard]] int CheckLabels() const;
     [[nodiscard]] int CheckClasses() const;
     [[nodiscard]] int ComputeStart(double& start) const;
     [[nodiscard]] int PlaceStart(double start);

@@ -1,6 +1,9 @@
 // Negative gradients of the losses: what the trees of a round are fitted to. A pairwise loss uses
 // the pairs of samples of one query, both within the worker's range.
 //
+// LossRun computes those of the losses with node values of their own. docs/losses.md has all
+// formulas.
+//
 // "Logistic" and "HingeSquare" are deliberately not the textbook derivatives: existing models were
 // trained with these.
 //

@@ -65,7 +65,7 @@ int TreeLearner::ParamInit() {
             return Fail("ERROR: Failed when computing distincing pair!\n");
         }
         lossRun = std::make_unique<LossRun>(*this);
-        return lossRun->CheckLabels();
+        return lossRun->Check();
     });
 }
 
