@@ -39,7 +39,7 @@ struct TreeLearner::LossRun::NodeRows {
 
     NodeRows(const LossRun& loss, const int* rowV, int numRows, const int* weights,
              sylvora::WorkerPool& pool) {
-        const TreeLearner& learner = loss.learner;
+        const TreeLearner& owner = loss.learner;
         const bool fRatio = loss.rule == Rule::kRatio;
         const size_t size = static_cast<size_t>(numRows);
         firstV.resize(size);
@@ -52,12 +52,12 @@ struct TreeLearner::LossRun::NodeRows {
             const int* const rows = rowV + begin;
             double* const first = firstV.data() + begin;
             if (fRatio) {
-                sylvora::Gather(learner.gradientV, rows, count, first);
+                sylvora::Gather(owner.gradientV, rows, count, first);
                 sylvora::Gather(loss.hessianV.data(), rows, count, secondV.data() + begin);
                 return;
             }
             for (int i = 0; i < count; ++i) {
-                first[i] = learner.labelTrV[rows[i]] - learner.predictV[rows[i]];
+                first[i] = owner.labelTrV[rows[i]] - owner.predictV[rows[i]];
             }
             if (!weightV.empty()) sylvora::Gather(weights, rows, count, weightV.data() + begin);
         });

@@ -16,19 +16,19 @@
 using sylvora::Fail;
 
 bool TreeLearner::LossRun::FillGradients(int idBegin, int idEnd) {
-    const double* const labelV = learner.labelTrV;
-    const double* const scoreV = learner.predictV;
+    const double* const yV = learner.labelTrV;
+    const double* const fV = learner.predictV;
     const CheckCfgCLS& c = learner.CfgInfo;
     const auto fill = [&](const auto& gradient) {
         for (int i = idBegin; i <= idEnd; ++i) {
-            learner.gradientV[i] = gradient(labelV[i], scoreV[i]);
+            learner.gradientV[i] = gradient(yV[i], fV[i]);
         }
         return true;
     };
     if (IsLoss("LogLoss")) {
         if (hessianV.empty()) return false;  // the loss was changed after ParamInit
         if (idBegin > idEnd) return true;
-        sylvora::LogLossGradient(labelV + idBegin, scoreV + idBegin, idEnd - idBegin + 1,
+        sylvora::LogLossGradient(yV + idBegin, fV + idBegin, idEnd - idBegin + 1,
                                  learner.gradientV + idBegin, hessianV.data() + idBegin);
         return true;
     }
