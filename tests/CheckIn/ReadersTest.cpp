@@ -108,7 +108,8 @@ TEST(Parameters, Defaults) {
     EXPECT_EQ(shown,
               "numTree 500; numThread 1; valSmpRt 0.6; ratio 0.6; fRegCls -1; valShrink 0.09; "
               "maxLeaf 20; maxDepth 4; numBound 5; valTau 0.5; randomMode DOC; lossFunc -1; "
-              "digits 6; absent missing; fileResultBase Result; sizeGroup 1; temperature 1e-08; ");
+              "digits 6; absent missing; huberDelta 1; quantile 0.5; fileResultBase Result; "
+              "sizeGroup 1; temperature 1e-08; ");
     EXPECT_EQ(cfg.pathOut, "./");
     EXPECT_FALSE(cfg.fDebug || cfg.fLabelTran || cfg.fSetSeed || cfg.fSetThread || cfg.fSetAbsent ||
                  cfg.fQID);
