@@ -60,8 +60,10 @@ class SetMaker {
             {"GBDT", "REG", "HingeSquare"},    {"GBDT", "REG", "Exponential"},
             {"GBRank", "REG", "CrossEntropy"}, {"GBRank", "REG", "HingeSquareRank"},
             {"CART", "REG", "Label"},          {"CART", "CLS", "Label"},
-            {"RandomForest", "REG", "Label"},  {"RandomForest", "CLS", "Label"}};
-        const auto& model = kModels[Between(0, 9)];
+            {"RandomForest", "REG", "Label"},  {"RandomForest", "CLS", "Label"},
+            {"GBDT", "REG", "LogLoss"},        {"GBDT", "REG", "Absolute"},
+            {"GBDT", "REG", "Huber"},          {"GBDT", "REG", "Quantile"}};
+        const auto& model = kModels[Between(0, 13)];
         c.modelType = model[0];
         c.fRegCls = model[1];
         c.lossFunc = model[2];

@@ -5,6 +5,7 @@
 #include <pthread.h>
 
 #include <fstream>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -127,6 +128,9 @@ class SYLVORA_API TreeCR {
     int CheckWeights(const Growth& growth) const;
 
     bool fSamplerThrew = false;  // the user's sampler threw an exception, which ends the run
+    // Called once the tree has grown, with its row index, to set the values of all nodes by the
+    // loss; empty: they stay the means of the gradients.
+    std::function<void(const int* rowV)> setNodeValues;
 };
 
 #endif  // SYLVORA_TREE_H

@@ -287,7 +287,7 @@ class SYLVORA_API TreeLearner {
     [[nodiscard]] int DataBorrow(std::shared_ptr<const sylvora::DataSet> set, const double* labels,
                                  int numLabels, const int* queries, int numQueries);
     // Sets the weights of the training rows, 0 or more, for regressions other than "GBRank"; after
-    // ParamInit. A row of weight w counts as w rows in every sum, but is drawn as one.
+    // ParamInit. A row of weight w counts as w rows, but is drawn as one. See docs/losses.md.
     [[nodiscard]] int setWeights(const int* weights, int count);
     // Scores a block, read as DataBorrow reads it, missing values included. It needs at least as
     // many columns as the model.
@@ -395,6 +395,8 @@ class SYLVORA_API TreeLearner {
     std::shared_ptr<sylvora::RowCopy> rowCopy;           // of `borrowed`, if a run needed it
     sylvora::EvaluationRecord evaluationRecord;
     mutable std::mutex sinkMutex;  // held while trainingOptions.sink runs
+    struct LossRun;
+    std::unique_ptr<LossRun> lossRun;  // from ParamInit on
 };
 
 #endif  // SYLVORA_TREELEARNER_H

@@ -46,9 +46,9 @@ std::vector<ParameterRow> RowsOfModelAndFiles() {
              "Regression or classification. GBDT and GBRank always use REG; RandomForest and CART "
              "need a value."),
         Text("lossFunc", &C::lossFunc, kOption,
-             "GBDT: Square, Logistic, HingeSquare, Exponential, USER (programs only); GBRank: "
-             "CrossEntropy, "
-             "HingeSquareRank; RandomForest, CART: Label",
+             "GBDT: Square, Logistic, HingeSquare, Exponential, LogLoss, Absolute, Huber, "
+             "Quantile, USER (programs only); GBRank: CrossEntropy, HingeSquareRank; RandomForest, "
+             "CART: Label",
              "Loss to minimise. If not given (-1), the first one listed for the model type."),
         File("fileTrain", &C::fileTrain, kOption, "Training data."),
         File("fileTest", &C::fileTest, kOption, "Test data."),
@@ -116,6 +116,10 @@ std::vector<ParameterRow> RowsOfTraining() {
              "Value of a feature id that a data line omits: the missing value (-2147483648), or 0. "
              "If not given, a notice warns when a file omits most of its values.",
              &C::fSetAbsent),
+        Numeric("huberDelta", &C::huberDelta, kOption, "above 0, finite",
+                "Loss Huber: the residual from which on the loss grows linearly."),
+        Numeric("quantile", &C::quantile, kOption, "(0, 1)",
+                "Loss Quantile: the share of the labels that the scores are to exceed."),
     };
 }
 

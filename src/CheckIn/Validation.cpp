@@ -3,6 +3,7 @@
 #include "Validation.h"
 
 #include <algorithm>
+#include <cmath>
 #include <iterator>
 #include <string>
 
@@ -76,7 +77,11 @@ int ChooseLoss(CheckCfgCLS& c) {
     static const char* const kLosses[] = {"CrossEntropy", "Square",          "Hinge",
                                           "Label",        "Logistic",        "HingeSquare",
                                           "Exponential",  "HingeSquareRank", "USER"};
-    if (std::find(std::begin(kLosses), std::end(kLosses), c.lossFunc) == std::end(kLosses)) {
+    static const char* const kBoostedLosses[] = {"LogLoss", "Absolute", "Huber", "Quantile"};
+    const auto isAmong = [&c](const auto& losses) {
+        return std::find(std::begin(losses), std::end(losses), c.lossFunc) != std::end(losses);
+    };
+    if (!isAmong(kLosses) && !(c.modelType == "GBDT" && isAmong(kBoostedLosses))) {
         return Fail("ERROR: No such loss function: ", c.lossFunc, "!\n");
     }
     return 0;
@@ -150,14 +155,25 @@ int sylvora::CheckAbsent(const CheckCfgCLS& cfg) {
     return Fail("ERROR: No such absent: \"", cfg.absent, "\", it is missing or zero!\n");
 }
 
+int sylvora::CheckLossParameters(const CheckCfgCLS& c) {
+    if (!(c.huberDelta > 0 && std::isfinite(c.huberDelta))) {
+        return Fail("ERROR: Illegal huberDelta: ", c.huberDelta,
+                    ", it must be finite and above 0!\n");
+    }
+    if (!(c.quantile > 0 && c.quantile < 1)) {
+        return Fail("ERROR: Illegal quantile: ", c.quantile, ", it must be between 0 and 1!\n");
+    }
+    return 0;
+}
+
 int CheckCfgCLS::CheckCfg() {
     return sylvora::Guarded([&] {
         fQID = modelType == "GBRank";
-        const bool fValid = CheckTreeCount(*this) == 0 && CheckTask(*this) == 0 &&
-                            ChooseLoss(*this) == 0 && CheckBoostedLoss(*this) == 0 &&
-                            CheckRanges(*this) == 0 && CheckThreads(*this) == 0 &&
-                            CheckRandomMode(*this) == 0 && CheckDigits(*this) == 0 &&
-                            sylvora::CheckAbsent(*this) == 0;
+        const bool fValid =
+            CheckTreeCount(*this) == 0 && CheckTask(*this) == 0 && ChooseLoss(*this) == 0 &&
+            CheckBoostedLoss(*this) == 0 && CheckRanges(*this) == 0 && CheckThreads(*this) == 0 &&
+            CheckRandomMode(*this) == 0 && CheckDigits(*this) == 0 &&
+            sylvora::CheckAbsent(*this) == 0 && sylvora::CheckLossParameters(*this) == 0;
         return fValid ? 0 : -1;
     });
 }

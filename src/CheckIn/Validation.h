@@ -9,6 +9,9 @@ namespace sylvora {
 // Checks that `absent` has one of its allowed values. Returns 0, or -1 after a message.
 [[nodiscard]] int CheckAbsent(const CheckCfgCLS& cfg);
 
+// The same for the parameters of the losses: huberDelta, quantile.
+[[nodiscard]] int CheckLossParameters(const CheckCfgCLS& cfg);
+
 }  // namespace sylvora
 
 #endif  // SYLVORA_CHECKIN_VALIDATION_H

@@ -75,6 +75,15 @@ void DebugRecord::Add(const NodeCR& node, const std::vector<int>& selFeaV, doubl
     ++numRecorded;
 }
 
+// Nodes are split in the order of the vector.
+void DebugRecord::UpdateValues(const std::vector<NodeCR*>& nodeV) {
+    int numUpdated = 0;
+    for (const NodeCR* node : nodeV) {
+        if (node->splitFea < 0 || numUpdated == numRecorded) continue;
+        record->avg_predict[numUpdated++] = node->avgPredict;
+    }
+}
+
 // The number of split nodes comes first, even if the record has fewer.
 void DebugRecord::Write(std::ostream& out, int countInter) const {
     out << countInter << '\n';

@@ -33,6 +33,9 @@ class DebugRecord {
     // Adds a split node with its sampled columns and the score of its split. Nodes beyond the
     // allocated number only count in the totals.
     void Add(const NodeCR& node, const std::vector<int>& selFeaV, double criteria);
+    // Replaces the values of the split nodes in the record by those of `nodeV`, all nodes of the
+    // tree.
+    void UpdateValues(const std::vector<NodeCR*>& nodeV);
     // Writes the block of a tree with `countInter` split nodes.
     void Write(std::ostream& out, int countInter) const;
 

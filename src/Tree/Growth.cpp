@@ -97,6 +97,10 @@ int TreeCR::GrowAndReport(Growth& growth, std::ofstream& opt_debug, fea_debuginf
         int numSplit = 0;
         if (Grow(growth, numSplit) != 0) return -1;
         depth = NodeV.back()->depth;
+        if (setNodeValues) {
+            setNodeValues(growth.indexV);
+            if (fDebug) record.UpdateValues(NodeV);
+        }
         if (fPrint) {
             sylvora::Print("Tree grow complete, depth:", depth, ", #leaves:", numLeaf, "\n");
         }

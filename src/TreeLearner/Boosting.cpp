@@ -22,6 +22,7 @@
 #include "AtWork.h"
 #include "CallScope.h"
 #include "EngineRun.h"
+#include "LossRun.h"
 #include "RoundedNumber.h"
 #include "RowDraw.h"
 #include "Verification.h"
@@ -120,6 +121,7 @@ int TreeLearner::PrepareRun(Run& run) {
     workers = std::make_unique<sylvora::WorkerPool>();
     const int code = workers->Start(numThread);
     if (code != 0) return sylvora::FailToStart(code);
+    if (lossRun != nullptr && lossRun->Begin() != 0) return -1;
     engineRun = sylvora::EngineRun::Start(*this, *workers);
     return 0;
 }
@@ -220,7 +222,11 @@ int TreeLearner::RunRounds(Run& run) {
 int TreeLearner::BoostRound(Run& run, int idxTree) {
     if (fDebug) of_debug << idxTree - 1 << '\n';
     if (CfgInfo.fPrint) Print("******* Tree ID: ", idxTree, "  *******\n");
-    run.Fork(*workers, CalLossThreadFunction);
+    if (lossRun != nullptr && lossRun->HasObjective()) {
+        if (lossRun->AskObjective(idxTree) != 0) return -1;
+    } else {
+        run.Fork(*workers, CalLossThreadFunction);
+    }
     if (fUserThrew) return -1;
     ClearGroup();
     GroupTreeCnt = 0;

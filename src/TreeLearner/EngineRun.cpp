@@ -155,6 +155,7 @@ bool EngineRun::Grow(const TreeLearner& learner, TreeCR& tree, const int* weight
     indexV.reset();  // the grower has its own copy now
     growth.Grow(seed, drawAhead);
     tree.Adopt(growth.Nodes());
+    if (tree.setNodeValues) tree.setNodeValues(growth.Rows().data());
     grownTree = &tree;
     return true;
 }
@@ -169,8 +170,13 @@ bool EngineRun::StepPredictions(const TreeLearner& learner) {
     if (grownTree == nullptr || learner.TreeGroup.empty() || learner.TreeGroup[0] != grownTree) {
         return false;
     }
-    engine::StepPredictions(histograms->growth, histograms->columns, pool, learner.dynShrink,
-                            learner.valShrink, learner.predictV);
+    // The order of the products is deliberate: it fixes their rounding.
+    std::vector<double> stepV;
+    for (const NodeCR* node : learner.TreeGroup[0]->NodeV) {
+        stepV.push_back(node->avgPredict * learner.dynShrink * learner.valShrink);
+    }
+    engine::StepPredictions(histograms->growth, histograms->columns, pool, stepV.data(),
+                            learner.predictV);
     return true;
 }
 

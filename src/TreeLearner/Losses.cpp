@@ -1,6 +1,9 @@
 // Negative gradients of the losses: what the trees of a round are fitted to. A pairwise loss uses
 // the pairs of samples of one query, both within the worker's range.
 //
+// LossRun computes those of the losses with node values of their own. docs/losses.md has all
+// formulas.
+//
 // "Logistic" and "HingeSquare" are deliberately not the textbook derivatives: existing models were
 // trained with these.
 //
@@ -17,6 +20,7 @@
 #include "../god/Workers.h"
 #include "AtWork.h"
 #include "CallScope.h"
+#include "LossRun.h"
 
 using sylvora::Fail;
 
@@ -226,7 +230,13 @@ int TreeLearner::ComputeGradient(int idBegin, int idEnd) {
     if (CfgInfo.fRegCls == "REG") {
         for (const Routine& routine : kRoutines) {
             if (loss != routine.loss) continue;
-            return (this->*routine.compute)(idBegin, idEnd) == 0 ? 0 : Fail(routine.complaint);
+            if ((this->*routine.compute)(idBegin, idEnd) != 0) return Fail(routine.complaint);
+            if (lossRun != nullptr) lossRun->ApplyWeights(idBegin, idEnd);
+            return 0;
+        }
+        if (lossRun != nullptr && lossRun->FillGradients(idBegin, idEnd)) {
+            lossRun->ApplyWeights(idBegin, idEnd);
+            return 0;
         }
         return Fail("ERROR: Such loss function for regression: \"", loss,
                     "\" is not supported yet!\n");

@@ -12,6 +12,7 @@
 #include "../god/Report.h"
 #include "Arrays.h"
 #include "CallScope.h"
+#include "LossRun.h"
 #include "RowDraw.h"
 
 using sylvora::Fail;
@@ -65,6 +66,7 @@ int TreeLearner::ComputeDistinctPair() {
         if (sylvora::AllocateArray(numPairDistinctQueV, sampleSize, "numPairDistinctQueV") != 0) {
             return -1;
         }
+        if (lossRun != nullptr) lossRun->fWeighted = false;
         if (fHomoWgt == 1) {
             std::fill_n(numPairDistinctQueV, sampleSize, 1);
             return 0;

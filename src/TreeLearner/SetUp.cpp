@@ -10,6 +10,7 @@
 #include "CallScope.h"
 #include "EngineRun.h"
 #include "EnsembleView.h"
+#include "LossRun.h"
 
 using sylvora::AllocateArray;
 using sylvora::Fail;
@@ -65,7 +66,8 @@ int TreeLearner::ParamInit() {
         if (ComputeDistinctPair() != 0) {
             return Fail("ERROR: Failed when computing distincing pair!\n");
         }
-        return 0;
+        lossRun = std::make_unique<LossRun>(*this);
+        return lossRun->Check();
     });
 }
 
@@ -154,6 +156,7 @@ void TreeLearner::FreeTrainingData() {
     FreeArray(clsLabelEnum);
     FreeArray(IndexV);
     sampleSize = trainDim = meanDim = 0;
+    lossRun.reset();
 }
 
 void TreeLearner::FreeDevelopmentData() {

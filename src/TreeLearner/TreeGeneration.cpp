@@ -14,6 +14,7 @@
 #include "CallScope.h"
 #include "EngineRun.h"
 #include "EnsembleView.h"
+#include "LossRun.h"
 #include "RowDraw.h"
 #include "TrainingRows.h"
 
@@ -67,6 +68,12 @@ int TreeLearner::GrowTree(int treeId, bool fThreaded) {
         if (tree->Init(dimFea, num, sampleSize) != 0) {
             return Fail("ERROR: Failed to init TreeCR!\n");
         }
+        sylvora::WorkerPool alone;  // outside of a run
+        if (lossRun != nullptr && lossRun->SetsValues()) {
+            tree->setNodeValues = [&, grown = tree.get()](const int* rowV) {
+                lossRun->SetNodeValues(*grown, rowV, weightV, workers ? *workers : alone);
+            };
+        }
         // `rows` may be empty after a successful EngineRun::Grow. After a refusal it still owns
         // indexV, which the reference implementation then reads.
         const auto grow = fThreaded ? &TreeCR::GrowHalf : &TreeCR::GrowOne;
@@ -77,6 +84,7 @@ int TreeLearner::GrowTree(int treeId, bool fThreaded) {
             if (tree->fSamplerThrew) fUserThrew = true;
             return Fail("ERROR: Failed when TreeCR grows!\n");
         }
+        tree->setNodeValues = nullptr;  // it refers to this call's variables
         // A program may grow several slots at the same time, each in a thread of its own.
         const sylvora::MutexLock lock(generateTree_mutex);
         KeepTree(std::move(tree));

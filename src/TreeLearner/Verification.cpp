@@ -8,6 +8,7 @@
 
 #include "../god/Report.h"
 #include "EnsembleView.h"
+#include "LossRun.h"
 
 using sylvora::Fail;
 using sylvora::TreeView;
@@ -65,13 +66,19 @@ int TreeLearner::Verification::CheckNewTree(const std::string& place) const {
     return 0;
 }
 
-// Explains why a tree was grown on no rows. Only ranking starts with weights of 0.
+// Explains why a tree was grown on no rows. Unless a program sets weights, only ranking has weights
+// of 0.
 int TreeLearner::Verification::RefuseEmptyTree(const std::string& place) const {
     const bool fAnyWeight =
         std::any_of(learner.numPairDistinctQueV, learner.numPairDistinctQueV + learner.sampleSize,
                     [](int weight) { return weight > 0; });
+    const bool fAllWeighted =
+        std::all_of(learner.numPairDistinctQueV, learner.numPairDistinctQueV + learner.sampleSize,
+                    [](int weight) { return weight > 0; });
     if (learner.modelType != "GBRank") {
-        return Fail("ERROR: ", place, ": no row was drawn; raise valSmpRt\n");
+        return Fail("ERROR: ", place, ": no row ",
+                    fAllWeighted ? "was drawn; raise valSmpRt\n"
+                                 : "of a weight above 0 was drawn; raise valSmpRt\n");
     }
     if (!fAnyWeight) {
         return Fail("ERROR: ", place,
@@ -85,8 +92,8 @@ int TreeLearner::Verification::RefuseEmptyTree(const std::string& place) const {
 // Explains why a node's output is not finite. In the first tree the labels must be the cause: there
 // are no predictions yet.
 int TreeLearner::Verification::RefuseValue(const std::string& place) const {
-    const bool fFirst =
-        learner.TreeVV.empty() && (!learner.packedTrees || learner.packedTrees->NumGroups() == 0);
+    const int numStart = learner.lossRun != nullptr ? learner.lossRun->NumStartGroups() : 0;
+    const bool fFirst = learner.getGroupNum() == numStart;
     if (learner.CfgInfo.lossFunc == "USER") {
         return Fail("ERROR: ", place,
                     ": the gradients of the user's loss are not finite, or too "

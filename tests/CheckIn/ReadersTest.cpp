@@ -26,7 +26,8 @@ const std::vector<std::pair<std::string, ParameterMember>> kOptions = {
     {"fRegCls", &C::fRegCls},       {"valShrink", &C::valShrink}, {"maxLeaf", &C::maxLeaf},
     {"maxDepth", &C::maxDepth},     {"numBound", &C::numBound},   {"valTau", &C::valTau},
     {"randomMode", &C::randomMode}, {"lossFunc", &C::lossFunc},   {"modelType", &C::modelType},
-    {"digits", &C::digits},         {"absent", &C::absent}};
+    {"digits", &C::digits},         {"absent", &C::absent},       {"huberDelta", &C::huberDelta},
+    {"quantile", &C::quantile}};
 const std::vector<std::pair<std::string, ParameterMember>> kFileOnly = {
     {"fPrint", &C::fPrint},
     {"fileDev", &C::fileDev},
@@ -107,7 +108,8 @@ TEST(Parameters, Defaults) {
     EXPECT_EQ(shown,
               "numTree 500; numThread 1; valSmpRt 0.6; ratio 0.6; fRegCls -1; valShrink 0.09; "
               "maxLeaf 20; maxDepth 4; numBound 5; valTau 0.5; randomMode DOC; lossFunc -1; "
-              "digits 6; absent missing; fileResultBase Result; sizeGroup 1; temperature 1e-08; ");
+              "digits 6; absent missing; huberDelta 1; quantile 0.5; fileResultBase Result; "
+              "sizeGroup 1; temperature 1e-08; ");
     EXPECT_EQ(cfg.pathOut, "./");
     EXPECT_FALSE(cfg.fDebug || cfg.fLabelTran || cfg.fSetSeed || cfg.fSetThread || cfg.fSetAbsent ||
                  cfg.fQID);

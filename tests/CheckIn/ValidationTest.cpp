@@ -102,6 +102,23 @@ TEST(Validation, Table) {
         {"modelType=GBDT absent=zero", 0, "", "absent=zero"},
         {"modelType=GBDT absent=0 randomMode=QUERY", -1,
          "ERROR: No such absent: \"0\", it is missing or zero!\n", "randomMode=DOC"},
+        {"modelType=GBDT lossFunc=LogLoss", 0, "", "fRegCls=REG huberDelta=1 quantile=0.5"},
+        {"modelType=GBDT lossFunc=Absolute", 0, "", ""},
+        {"modelType=GBDT lossFunc=Huber huberDelta=1e-9", 0, "", ""},
+        {"modelType=GBDT lossFunc=Quantile quantile=0.9", 0, "", ""},
+        {"modelType=GBRank lossFunc=LogLoss", -1, "ERROR: No such loss function: LogLoss!\n", ""},
+        {"modelType=Tree fRegCls=REG lossFunc=Huber", -1, "ERROR: No such loss function: Huber!\n",
+         ""},
+        {"modelType=CART numTree=1 fRegCls=REG lossFunc=LogLoss", 0,
+         "WARNING: Loss function \"LogLoss\" is ignored when using CART!\n", "lossFunc=Label"},
+        {"modelType=GBDT huberDelta=0", -1,
+         "ERROR: Illegal huberDelta: 0, it must be finite and above 0!\n", ""},
+        {"modelType=GBDT huberDelta=1e999", -1,
+         "ERROR: Illegal huberDelta: inf, it must be finite and above 0!\n", ""},
+        {"modelType=GBDT quantile=1", -1,
+         "ERROR: Illegal quantile: 1, it must be between 0 and 1!\n", ""},
+        {"modelType=GBDT quantile=0 absent=none", -1,
+         "ERROR: No such absent: \"none\", it is missing or zero!\n", "quantile=0"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.given);

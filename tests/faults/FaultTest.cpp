@@ -35,7 +35,7 @@ struct Rows {
 Rows MakeRows(const CheckCfgCLS& cfg, size_t numRows) {
     std::mt19937 random(11);
     Rows rows;
-    const bool fSigns = cfg.lossFunc == "Logistic";
+    const bool fSigns = cfg.lossFunc == "Logistic" || cfg.lossFunc == "LogLoss";
     for (size_t i = 0; i < numRows; ++i) {
         rows.labelV.push_back(fSigns ? (i % 2 == 0 ? 1 : -1) : static_cast<double>(i % 3));
         rows.rowVV.emplace_back();
@@ -137,7 +137,9 @@ const Kind kKinds[] = {{"GBDT", "REG", "Square", "DOC"},
                        {"RandomForest", "REG", "Label", "DOC"},
                        {"RandomForest", "CLS", "Label", "DOC"},
                        {"CART", "REG", "Label", "DOC"},
-                       {"CART", "CLS", "Label", "DOC"}};
+                       {"CART", "CLS", "Label", "DOC"},
+                       {"GBDT", "REG", "LogLoss", "DOC"},
+                       {"GBDT", "REG", "Huber", "DOC"}};
 
 CheckCfgCLS SettingsOf(const Kind& kind, const TempFolder& folder, int numThread) {
     CheckCfgCLS cfg = Settings(kind.modelType, kind.lossFunc);

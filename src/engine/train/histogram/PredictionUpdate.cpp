@@ -163,13 +163,8 @@ std::vector<LeafChunk> ChunkLeaves(const std::vector<GrownNode>& nodeV, const do
 
 // Each row belongs to exactly one chunk, so workers never write the same prediction.
 void StepPredictions(const HistogramGrower& grower, const BinnedColumns& data, WorkerPool& pool,
-                     double dynShrink, double valShrink, double* predictV) {
-    std::vector<double> stepV;
-    for (const GrownNode& node : grower.Nodes()) {
-        const double value = node.gradAll / node.wgtAll;
-        stepV.push_back(value * dynShrink * valShrink);
-    }
-    const Walker walker(grower.Nodes(), stepV.data(), data, predictV);
+                     const double* stepV, double* predictV) {
+    const Walker walker(grower.Nodes(), stepV, data, predictV);
     const int numRows = data.NumRows();
     const Chunks chunks = {numRows, kChunkRows};
     if (!grower.SlicesMatchThresholds()) {
@@ -179,7 +174,7 @@ void StepPredictions(const HistogramGrower& grower, const BinnedColumns& data, W
         return;
     }
     const LargeArray<int>& indexV = grower.Rows();
-    const std::vector<LeafChunk> chunkV = ChunkLeaves(grower.Nodes(), stepV.data());
+    const std::vector<LeafChunk> chunkV = ChunkLeaves(grower.Nodes(), stepV);
     pool.For(static_cast<int>(chunkV.size()), [&](int p, int) {
         const LeafChunk& leafChunk = chunkV[static_cast<size_t>(p)];
         // The rows of a leaf are scattered over predictV, hence the prefetch.

@@ -13,10 +13,10 @@
 namespace sylvora {
 namespace engine {
 
-// Adds value * dynShrink * valShrink of each row's leaf to predictV, which is indexed by row of the
-// data. The order of the products is deliberate: it fixes their rounding.
+// Adds the step of each row's leaf to predictV, which is indexed by row of the data; stepV is
+// indexed by node.
 void StepPredictions(const HistogramGrower& grower, const BinnedColumns& data, WorkerPool& pool,
-                     double dynShrink, double valShrink, double* predictV);
+                     const double* stepV, double* predictV);
 
 }  // namespace engine
 }  // namespace sylvora
