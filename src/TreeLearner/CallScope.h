@@ -9,25 +9,23 @@
 
 // A scope guard. Every public call that draws or writes a message begins with one, before anything
 // that can fail: draws and messages of this thread, and of threads that the call starts, then use
-// the learner's stream and sink. A learner without a sink uses that of the call it is called from,
-// if any; a learner without a stream always uses the process-wide one, so that the outer call's
-// numbers stay the same.
+// the learner's stream and sink. A learner without them uses the process-wide ones, even inside a
+// user's function that another learner calls, unless the thread's context is for all learners.
 class TreeLearner::CallScope {
   public:
     // Mostly just two tests that fail: OnlineTesting opens a scope for every row.
     explicit CallScope(const TreeLearner& learner) {
         const sylvora::TrainingOptions& options = learner.trainingOptions;
         const sylvora::CallContext* const outer = sylvora::CurrentContext();
-        if (options.stream == nullptr && options.sink == nullptr &&
-            (outer == nullptr || outer->stream == nullptr)) {
-            return;
+        if (options.stream != nullptr || options.sink != nullptr) {
+            context.stream = options.stream;
+            context.sink = options.sink;
+            context.sinkContext = options.sinkContext;
+            context.sinkMutex = &learner.sinkMutex;
+            scope.emplace(&context);
+        } else if (outer != nullptr && !outer->fForAll) {
+            scope.emplace(nullptr);
         }
-        if (outer != nullptr) context = *outer;
-        context.stream = options.stream;
-        if (options.sink != nullptr) {
-            context = {options.stream, options.sink, options.sinkContext, &learner.sinkMutex};
-        }
-        scope.emplace(&context);
     }
     CallScope(const CallScope&) = delete;
     CallScope& operator=(const CallScope&) = delete;

@@ -127,6 +127,7 @@ int TreeLearner::LossRun::ComputeStart(double& start) const {
                           : sylvora::KeepWeighted(weightV, rowV.data(), learner.sampleSize);
     std::vector<double> valueV;
     std::vector<int> ownWeightV;
+    valueV.reserve(static_cast<size_t>(count));
     for (int i = 0; i < count; ++i) {
         const int row = rowV[static_cast<size_t>(i)];
         valueV.push_back(learner.labelTrV[row]);

@@ -17,6 +17,7 @@ struct CallContext {
     MessageSinkType sink = nullptr;  // null: the standard streams
     void* sinkContext = nullptr;
     std::mutex* sinkMutex = nullptr;  // held while the sink runs
+    bool fForAll = false;  // learners that have neither a stream nor a sink use this context
 };
 
 // The context of the calling thread; null: none. Draws and messages look it up here, and code that
