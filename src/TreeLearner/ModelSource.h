@@ -54,7 +54,7 @@ class OpenBuffer : public std::filebuf {
   protected:
     int_type underflow() override {
         if (!is_open()) return traits_type::eof();
-        if (fSummed && gptr() != nullptr) sum = SumSoFar();
+        if (fSummed && unsummed != nullptr) sum = SumSoFar();
         const int_type next = std::filebuf::underflow();
         unsummed = gptr();
         return next;
