@@ -122,13 +122,6 @@ std::vector<size_t> TreeSizes(const TreeLearner& learner) {
     return sizeV;
 }
 
-std::vector<int> CoversOf(const TreeCR& tree) {
-    std::vector<int> coverV;
-    coverV.reserve(tree.NodeV.size());
-    for (const NodeCR* node : tree.NodeV) coverV.push_back(node->countDoc);
-    return coverV;
-}
-
 // A loaded tree has no rows in its nodes; a tree that was grown has some in its root.
 int ModelText::Covers(const TreeLearner& learner, std::vector<int>& coverV) {
     return Guarded([&] {

@@ -9,7 +9,6 @@
 #include "../ModelText.h"
 #include "ModelSource.h"
 
-class TreeCR;
 class TreeLearner;
 
 namespace sylvora {
@@ -26,9 +25,6 @@ std::string FindMisfit(const TreeLearner& learner, const ModelDescription& descr
 
 // The number of nodes of each tree, in order. Throws std::bad_alloc.
 std::vector<size_t> TreeSizes(const TreeLearner& learner);
-
-// The number of rows of each node of a tree that was grown. Throws std::bad_alloc.
-std::vector<int> CoversOf(const TreeCR& tree);
 
 }  // namespace sylvora
 

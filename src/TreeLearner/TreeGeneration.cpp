@@ -11,7 +11,6 @@
 #include "../god/Report.h"
 #include "../god/Workers.h"
 #include "AtWork.h"
-#include "Description.h"
 #include "EngineRun.h"
 #include "EnsembleView.h"
 #include "RowDraw.h"
@@ -81,10 +80,7 @@ int TreeLearner::GrowTree(int treeId, bool fThreaded) {
 // holds generateTree_mutex.
 void TreeLearner::KeepTree(std::unique_ptr<TreeCR> tree) {
     const bool fPack = packedTrees != nullptr && workers != nullptr;
-    if (fPack) {
-        if (trainingOptions.fCovers) packedTrees->AddCovers(sylvora::CoversOf(*tree));
-        packedTrees->treeV.push_back(sylvora::Pack(*tree));
-    }
+    if (fPack) sylvora::AppendPacked(*tree, trainingOptions.fCovers, *packedTrees);
     if (!fPack || TreeGroup.empty()) {
         TreeGroup.push_back(tree.get());
         static_cast<void>(tree.release());

@@ -55,7 +55,7 @@ struct PackedTrees {
     size_t GroupSize(size_t group) const { return groupEndV[group] - GroupBegin(group); }
     // Makes a group of the trees that follow the last group.
     void EndGroup() { groupEndV.push_back(treeV.size()); }
-    // Call it before the next tree is appended. If that fails, the next call replaces the covers.
+    // The covers of the tree that is appended next. If that fails, the next call replaces them.
     void AddCovers(std::vector<int> coverV) {
         coverVV.resize(treeV.size());
         coverVV.push_back(std::move(coverV));
