@@ -34,7 +34,7 @@ def exported_symbols(library):
 
 def outer_name(symbol):
     """The class or function at namespace scope that a demangled symbol belongs to."""
-    return re.match(r"\w*", TYPE_DATA.sub("", symbol)).group()
+    return re.match(r"(?:sylvora::)?(\w*)", TYPE_DATA.sub("", symbol)).group(1)
 
 
 def main():
