@@ -31,8 +31,8 @@ struct ModelDescription {
 };
 
 // Functions on a learner's model. All return 0, or -1 after a message. After a failure the result
-// argument is as it was, but a learner whose load failed is unusable. The functions that save and
-// Covers only read the learner; it must not be trained meanwhile, except in its own callbacks.
+// argument is as it was, but a learner whose load failed is unusable. Save, SaveFile and Covers only
+// read the learner; nobody may change it meanwhile.
 class SYLVORA_API ModelText {
   public:
     // The text that SaveModelFull writes with 6 or 17 `digits` and, unless `description` is null,

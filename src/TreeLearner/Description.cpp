@@ -64,7 +64,7 @@ std::vector<int> CountedRows(const TreeLearner& learner, const engine::PackedTre
         coverV.insert(coverV.end(), treeV.begin(), treeV.end());
     };
     if (packed != nullptr) {
-        const size_t numTrees = std::min(packed->coverVV.size(), packed->treeV.size());
+        const size_t numTrees = std::min(packed->coverVV.size(), EnsembleView(learner).NumTrees());
         for (size_t t = 0; t < numTrees; ++t) append(packed->coverVV[t]);
         return coverV;
     }

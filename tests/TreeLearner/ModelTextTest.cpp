@@ -176,6 +176,32 @@ TEST(ModelText, TheBlockFollowsTheDebugReport) {
     }
 }
 
+// More text than is read at once, before the block and in it.
+TEST(ModelText, LongFilesAreChecked) {
+    const TempFolder folder;
+    TreeLearner learner;
+    ASSERT_EQ(LoadText(learner, ModelHead(1, 0, 50000) + "idxTreeArray: 0 size: 1 shrink: 1\n"
+                                                         "0 1\n0 TERMINAL -1 -1 -1 -1 1\n")
+                  .status,
+              0);
+    ModelDescription description, found;
+    description.columnV.assign(50000, "a name");
+    const std::string file = folder.Path("model");
+    ASSERT_EQ(ModelText::SaveFile(learner, 6, description, file), 0);
+    const std::string text = ReadFile(file);
+    EXPECT_EQ(text, Saved(learner, 6, &description));
+    TreeLearner loaded;
+    ASSERT_EQ(ModelText::LoadFile(file, loaded, found), 0);
+    EXPECT_EQ(found, description);
+    for (size_t at = 50; at < text.size(); at += 9973) {
+        std::string damaged = text;
+        damaged[at] ^= 1;
+        folder.Write("model", damaged);
+        TreeLearner other;
+        EXPECT_EQ(Observe([&] { return ModelText::LoadFile(file, other, found); }).status, -1);
+    }
+}
+
 TEST(ModelText, ContentIsChecked) {
     const std::string tail = "; take an intact copy, or load the model without its description!\n";
     const std::string line = "has an error in its line 3";
