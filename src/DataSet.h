@@ -8,9 +8,7 @@
 #include "Libdef.h"
 
 namespace sylvora {
-namespace engine {
 class CodedData;
-}
 
 // A borrowed block and what the engine codes from it: at most 6 bytes per cell for boosting, 4 for
 // forests and classification. A code is made when the first training needs it and kept until the
@@ -40,12 +38,12 @@ class SYLVORA_API DataSet {
     int NumColumns() const;
 
     // For the library's own use.
-    const engine::CodedData& Coded() const { return *coded; }
+    const std::shared_ptr<const CodedData>& Shared() const { return coded; }
 
   private:
-    explicit DataSet(std::shared_ptr<engine::CodedData> data);
+    explicit DataSet(std::shared_ptr<const CodedData> data);
 
-    std::shared_ptr<engine::CodedData> coded;
+    std::shared_ptr<const CodedData> coded;
 };
 
 }  // namespace sylvora

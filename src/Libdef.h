@@ -57,7 +57,12 @@ constexpr int kStopAndKeep = 0x6b656570;
 
 // A sink of messages. `text` is one whole message, line feeds included; `stream` is the stream that
 // it would go to otherwise: 1 for standard output, 2 for standard error. The calls for one learner
-// come one at a time, but from any of its threads. Exceptions are ignored.
+// come one at a time, but from any of its threads, and none after the learner's call has returned.
+// A learner without a sink uses the standard streams, also inside another learner's user functions.
+//
+// The sink must not call its learner, nor end its thread. A message that arises in a sink goes to
+// the standard stream. Exceptions are ignored. When memory runs out, text after the first 1023
+// bytes of a message can be missing.
 typedef void (*MessageSinkType)(void* context, int stream, const char* text);
 
 // What an objective is given: all training rows of one round. The arrays belong to the library and

@@ -13,7 +13,8 @@ namespace sylvora {
 // RandomStream(s) is the stream of gseed = -|s| in a new process. A second training with the same
 // stream continues where the first one ended.
 //
-// Thread safety: none. Two trainings at the same time need a stream each.
+// Thread safety: draws and Seed are safe from any thread. But trainings that draw from one stream
+// at the same time are not repeatable: give each a stream of its own.
 class SYLVORA_API RandomStream {
   public:
     explicit RandomStream(long seed);

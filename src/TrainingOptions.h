@@ -13,9 +13,11 @@ namespace sylvora {
 
 // All pointers are borrowed and must stay valid until the learner's last call that uses them.
 struct TrainingOptions {
-    // The stream that trainings draw from; null: gseed and the process-wide table.
+    // The stream that trainings draw from; null: gseed and the process-wide table. While a call of
+    // the learner runs, &gseed stands for the state word of its stream, as in randGenerators[0].
     RandomStream* stream = nullptr;
-    // Receives the messages of the learner's calls; null: the standard streams.
+    // Receives the messages of the learner's calls, the destructor's included; null: the standard
+    // streams.
     MessageSinkType sink = nullptr;
     void* sinkContext = nullptr;
 

@@ -15,9 +15,9 @@
 // A round adds one group of trees to the ensemble and one shrink (step length); a slot is a tree's
 // index within its group. A query is a group of rows that are ranked against each other.
 //
-// A program that has its data in arrays calls DataBorrow instead of DataInput; see docs/arrays.md.
+// docs/arrays.md: data in arrays (DataBorrow), trainings at the same time (trainingOptions).
 //
-// Statuses are 0 and -1; every failure writes one line to standard error first.
+// Statuses are 0 and -1; every failure writes one line first, to standard error or to its sink.
 //
 // Model file: see TreeLearner/ModelWriter.cpp for its grammar.
 #ifndef SYLVORA_TREELEARNER_H
@@ -46,6 +46,7 @@ class TreeLearner;
 namespace sylvora {
 class EngineRun;
 class EnsembleView;
+class RowCopy;
 class WorkerPool;
 namespace engine {
 struct CompiledEnsemble;
@@ -284,7 +285,7 @@ class SYLVORA_API TreeLearner {
     // Boosting writes no file if fileModel is empty. Not with fDebug. A user's sampler, or
     // gradients beyond 1e100, make the learner copy the rows as doubles, once per run.
     [[nodiscard]] int DataBorrow(std::shared_ptr<const sylvora::DataSet> set, const double* labels,
-                                 const int* queries);
+                                 int numLabels, const int* queries, int numQueries);
     // Sets the weights of the training rows, 0 or more, for regressions other than "GBRank"; after
     // ParamInit. A row of weight w counts as w rows in every sum, but is drawn as one.
     [[nodiscard]] int setWeights(const int* weights, int count);
@@ -292,6 +293,8 @@ class SYLVORA_API TreeLearner {
     // many columns as the model.
     [[nodiscard]] int OnlineTestingBatch(const sylvora::DataBlock& block, double* results,
                                          int maxThreads);
+    // The set that DataBorrow was given, or null.
+    const sylvora::DataSet* BorrowedData() const { return borrowed.get(); }
     const sylvora::EvaluationRecord& getEvaluation() const { return evaluationRecord; }
     // Column-wise tree generation is reserved; both report so and return -1.
     int Sampling();
@@ -300,6 +303,7 @@ class SYLVORA_API TreeLearner {
   private:
     struct Run;
     class AtWork;
+    class CallScope;
 
     int TransformLabels();
     int AllocateRunArrays();
@@ -311,15 +315,7 @@ class SYLVORA_API TreeLearner {
     void FreeTrees();
     void RetireTrees();
 
-    struct SetPlace;
-    template <typename Fill>
-    int StoreSet(int type, int numData, const VecInt& q, Fill fill);
-    SetPlace ClearPlace(int type);
-    int CopyRows(const SetPlace& place, const VecDle& l, VecVecDle& f);
-    int FinishSet(const SetPlace& place, const VecInt& q);
-    void AddToMean(const double* row);
-    void CountClasses();
-    void OpenDebugFile(int numData);
+    class Intake;
 
     template <typename Gradient>
     int FillGradient(int idBegin, int idEnd, Gradient gradient);
@@ -332,6 +328,7 @@ class SYLVORA_API TreeLearner {
     void ReportRows(const char* notice, int count, int numQueries);
     long* SeedOf(int treeId);
     int SelectRows(const int* weightV, int*& selected, int& count, long* seed);
+    double** ReferenceRows();
     int GrowTree(int treeId, bool fThreaded);
     int GrowSlots(int treeIdBegin, int treeIdEnd);
 
@@ -396,9 +393,11 @@ class SYLVORA_API TreeLearner {
     std::atomic<int> numAtWork{0};        // calls under way that may call the user's functions
     std::atomic<bool> fUserThrew{false};  // one of the user's functions threw an exception
     int debugError = 0;
-    int progressDone = 0, progressTotal = 1;           // as told last to the progress function
-    std::shared_ptr<const sylvora::DataSet> borrowed;  // null: the training data are in featureVV
+    std::atomic<int> progressDone{0}, progressTotal{1};  // as told last to the progress function
+    std::shared_ptr<const sylvora::DataSet> borrowed;    // null: the training data are in featureVV
+    std::shared_ptr<sylvora::RowCopy> rowCopy;           // of `borrowed`, if a run needed it
     sylvora::EvaluationRecord evaluationRecord;
+    mutable std::mutex sinkMutex;  // held while trainingOptions.sink runs
 };
 
 #endif  // SYLVORA_TREELEARNER_H

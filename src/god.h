@@ -57,9 +57,10 @@
 //
 // `idum` is the caller's state word. A word of zero or below (re)initialises the generator from its
 // absolute value; zero counts as 1, and a value above 2^34 is first reduced modulo 2147483563. The
-// table and the second generator are shared by the whole process. So a stream is repeatable only if
-// it begins with an initialisation and nobody else draws meanwhile. Safe to call from any thread,
-// but the order of concurrent draws then depends on the scheduler.
+// table and the second generator are shared by the whole process, but functions that a learner with
+// a stream of its own calls (RandomStream.h) draw from that. So a stream is repeatable only if it
+// begins with an initialisation and nobody else draws meanwhile. Safe to call from any thread, but
+// the order of concurrent draws then depends on the scheduler.
 SYLVORA_API double ranz(long* idum);
 
 #endif  // SYLVORA_GOD_H

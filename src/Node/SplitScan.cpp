@@ -14,10 +14,15 @@ SortedColumn::SortedColumn(int numRows)
 
 // The sort is not stable, but deterministic. The scan adds gradients in the resulting order, so the
 // order of equal values affects the bits of the scores.
-void SortedColumn::Load(const double* const* featureVV, const int* rowV, int column) {
-    for (size_t i = 0; i < valueV.size(); ++i) valueV[i] = featureVV[rowV[i]][column];
+void SortedColumn::Load(const engine::Matrix& matrix, const int* rowV, int column) {
+    for (size_t i = 0; i < valueV.size(); ++i) valueV[i] = matrix.At(rowV[i], column);
     std::iota(orderV.begin(), orderV.end(), 0);
     R_tsort_I(valueV.data(), orderV.data(), 1, Count());
+}
+
+void SortedColumn::Load(const double* const* featureVV, const int* rowV, int column) {
+    constexpr int kUnused = 0;  // sizes: only single values are read
+    Load(engine::Matrix(featureVV, kUnused, kUnused), rowV, column);
 }
 
 bool SortedColumn::IsScanned() const {

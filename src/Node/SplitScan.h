@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <vector>
 
+#include "engine/train/Matrix.h"
 #include "engine/train/NarrowSplit.h"
 
 namespace sylvora {
@@ -31,6 +32,7 @@ class SortedColumn {
 
     // Gathers `column` from the rows rowV[0, numRows) and sorts it. featureVV[row][column].
     void Load(const double* const* featureVV, const int* rowV, int column);
+    void Load(const engine::Matrix& matrix, const int* rowV, int column);
 
     int Count() const { return static_cast<int>(valueV.size()); }
     double Value(int i) const { return valueV[static_cast<size_t>(i)]; }

@@ -22,9 +22,10 @@ inline bool IsLeaf(const engine::PackedNode& node) {
     return node.IsLeaf();
 }
 
-// See TreeCR::Predict. The comparison is false for NaN, which therefore goes right.
-template <typename NodeAt>
-double PredictRow(const NodeAt& at, const double* feaV) {
+// See TreeCR::Predict. feaV[k] is the value of column k. The comparison is false for NaN, which
+// therefore goes right.
+template <typename NodeAt, typename Row>
+double PredictRow(const NodeAt& at, const Row& feaV) {
     const auto* node = &at(0);
     while (!IsLeaf(*node)) {
         node = &at(feaV[node->splitFea] <= node->splitElemFea ? node->lson : node->rson);

@@ -20,6 +20,7 @@
 #include "../god/Workers.h"
 #include "Arrays.h"
 #include "AtWork.h"
+#include "CallScope.h"
 #include "EngineRun.h"
 #include "RoundedNumber.h"
 #include "RowDraw.h"
@@ -66,6 +67,7 @@ struct TreeLearner::Run {
 
 // The engine and the threads live only as long as the call.
 int TreeLearner::Boosting() {
+    const CallScope scope(*this);
     if (RefuseAtWork("Boosting") != 0) return -1;
     const AtWork work(*this);
     numGrown = 0;
@@ -88,6 +90,7 @@ int TreeLearner::Boosting() {
     numMissing = static_cast<int>(std::min(numAsked - numGrown, long{INT_MAX}));
     if (packedTrees) packedTrees->DropOpenGroup();
     engineRun.reset();
+    rowCopy.reset();
     workers.reset();  // joins the threads, also after a failure
     return status;
 }
@@ -205,7 +208,7 @@ int TreeLearner::RunRounds(Run& run) {
         const long remaining = (Now() - startTree) * (numTree - idxTree) / kMicroseconds;
         if (CfgInfo.fPrint) {
             Print("Remaining time for generating trees: ", remaining, " seconds\n");
-            std::cout << std::flush;
+            sylvora::FlushOutput();
         }
         if (modelType != "RandomForest" && IsStopped(idxTree, numTree)) return -1;
     }
@@ -285,7 +288,8 @@ int TreeLearner::FinishRun() {
     modelDim = dimFea;
     walkFault.clear();  // of an ensemble that was loaded before
     fLoadFailed = false;
-    if (WriteModel(fileModel, CfgInfo.digits, fVerify) != 0) {
+    const bool fInMemory = borrowed != nullptr && fileModel.empty();
+    if (!fInMemory && WriteModel(fileModel, CfgInfo.digits, fVerify) != 0) {
         return fStopped ? -1 : Fail("ERROR: Failed to save the full model!\n");
     }
     CompileEnsemble();

@@ -1,4 +1,4 @@
-// Taking data sets into the learner's arrays, by copying vectors or by adopting arrays.
+// Taking data sets, by copying vectors, by adopting arrays or by borrowing a coded set.
 //
 // A set may be given again; the new one replaces the old one. After a failure the set is
 // incomplete, but everything allocated is in the learner's members, so Destroy frees it.
@@ -8,12 +8,14 @@
 #include <unordered_set>
 #include <utility>
 
+#include "../DataSet/CodedData.h"
 #include "../Node/SampledColumns.h"
 #include "../Output/DirectOutput.h"
 #include "../TreeLearner.h"
 #include "../god/Report.h"
 #include "../god/Truncation.h"
 #include "Arrays.h"
+#include "CallScope.h"
 
 using sylvora::AllocateArray;
 using sylvora::Fail;
@@ -56,10 +58,8 @@ struct AdoptedArrays {
     }
 };
 
-}  // namespace
-
 // References to the learner's members for one set, and the names of their allocations in messages.
-struct TreeLearner::SetPlace {
+struct SetPlace {
     bool fTraining;
     int& numData;
     int& numColumns;
@@ -69,7 +69,41 @@ struct TreeLearner::SetPlace {
     const char *labelsName, *rowsName, *rowName, *queriesName;
 };
 
+}  // namespace
+
+// The steps of taking a set; each returns 0, or -1 after a message.
+class TreeLearner::Intake {
+  public:
+    explicit Intake(TreeLearner& taker) : learner(taker) {}
+
+    // Stores a set of `numData` rows with dimFea columns. `fill` stores the labels and the rows in
+    // the given members.
+    template <typename Fill>
+    int Store(int type, int numData, const VecInt& q, Fill fill);
+    // Copies labels and rows into the set's members, and frees each vector of `f` on the way.
+    int CopyRows(const SetPlace& place, const VecDle& l, VecVecDle& f);
+    // Adds a row to the means. Deliberately divides after every row, not once at the end; see
+    // DataInput in the header. The order of rows is part of the result.
+    void AddToMean(const double* row) {
+        for (int j = 0; j < learner.dimFea; ++j) AddToMean(j, row[j]);
+    }
+    // The same for the values of a data set.
+    void AddToMeans(const sylvora::engine::Matrix& values);
+
+  private:
+    void AddToMean(int column, double value) {
+        learner.featureMean[column] = (learner.featureMean[column] + value) / learner.sampleSize;
+    }
+    SetPlace ClearPlace(int type);
+    int Finish(const SetPlace& place, const VecInt& q);
+    void CountClasses();
+    void OpenDebugFile(int numData);
+
+    TreeLearner& learner;
+};
+
 int TreeLearner::DataInput(VecDle l, VecVecDle f, int type, VecInt q, VecDle lvir) {
+    const CallScope scope(*this);
     return sylvora::Guarded([&] {
         if (RefuseAtWork("DataInput") != 0) return -1;
         if (CfgInfo.fPrint) Print("Transferring data to the model ...\n");
@@ -84,99 +118,133 @@ int TreeLearner::DataInput(VecDle l, VecVecDle f, int type, VecInt q, VecDle lvi
                         ": all rows must be of one length!\n");
         }
         dimFea = static_cast<int>(width);  // of the set given last; see DescribeWidth
-        return StoreSet(type, static_cast<int>(l.size()), q,
-                        [&](const SetPlace& place) { return CopyRows(place, l, f); });
+        Intake intake(*this);
+        return intake.Store(type, static_cast<int>(l.size()), q,
+                            [&](const SetPlace& place) { return intake.CopyRows(place, l, f); });
     });
 }
 
 int TreeLearner::DataAdopt(double* labels, double** rows, int numData, int numColumn, VecInt q,
                            int type) {
+    const CallScope scope(*this);
     AdoptedArrays arrays = {labels, rows, numData};
     return sylvora::Guarded([&] {
         if (RefuseAtWork("DataAdopt") != 0) return -1;
         if (CfgInfo.fPrint) Print("Transferring data to the model ...\n");
         if (numData <= 0) return Fail("ERROR: No training data for tree models!\n");
         dimFea = numColumn;
-        return StoreSet(type, numData, q, [&](const SetPlace& place) {
+        Intake intake(*this);
+        return intake.Store(type, numData, q, [&](const SetPlace& place) {
             // The members are null here, so `arrays` has nothing left to free.
             std::swap(place.labels, arrays.labels);
             std::swap(place.rows, arrays.rows);
-            for (int i = 0; place.fTraining && i < numData; ++i) AddToMean(place.rows[i]);
+            for (int i = 0; place.fTraining && i < numData; ++i) intake.AddToMean(place.rows[i]);
             return 0;
         });
     });
 }
 
-// Stores a set of `numData` rows with dimFea columns. `fill` stores the labels and the rows in the
-// given members and returns 0, or -1 after a message.
+int TreeLearner::DataBorrow(std::shared_ptr<const sylvora::DataSet> set, const double* labels,
+                            int numLabels, const int* queries, int numQueries) {
+    const CallScope scope(*this);
+    return sylvora::Guarded([&] {
+        if (RefuseAtWork("DataBorrow") != 0) return -1;
+        if (CfgInfo.fPrint) Print("Transferring data to the model ...\n");
+        if (set == nullptr) return Fail("ERROR: There is no data set to borrow!\n");
+        if (labels == nullptr) return Fail("ERROR: The labels of a data set are a null pointer!\n");
+        if (fDebug) {
+            return Fail(
+                "ERROR: A debug report needs copied rows: use DataInput, or no fileDebug!\n");
+        }
+        const int numRows = set->NumRows();
+        const bool fQueries = queries != nullptr && CfgInfo.modelType == "GBRank";
+        if (numLabels != numRows || (fQueries && numQueries != numRows)) {
+            return Fail("ERROR: The data set has ", numRows, " rows, but there are ", numLabels,
+                        " labels", fQueries ? sylvora::Text(" and ", numQueries, " query ids") : "",
+                        ": one per row is needed!\n");
+        }
+        dimFea = set->NumColumns();
+        Intake intake(*this);
+        return intake.Store(kTraining, numRows,
+                            fQueries ? VecInt(queries, queries + numRows) : VecInt(),
+                            [&](const SetPlace& place) {
+                                if (AllocateArray(place.labels, numRows, place.labelsName) != 0)
+                                    return -1;
+                                std::copy_n(labels, numRows, place.labels);
+                                borrowed = set;
+                                intake.AddToMeans(set->Shared()->Values());
+                                return 0;
+                            });
+    });
+}
+
 template <typename Fill>
-int TreeLearner::StoreSet(int type, int numData, const VecInt& q, Fill fill) {
-    if (dimFea <= 0) return Fail("ERROR: None features for training data!\n");
+int TreeLearner::Intake::Store(int type, int numData, const VecInt& q, Fill fill) {
+    if (learner.dimFea <= 0) return Fail("ERROR: None features for training data!\n");
     if (IsSet(type)) {
         const SetPlace place = ClearPlace(type);
         place.numData = numData;
-        place.numColumns = dimFea;
+        place.numColumns = learner.dimFea;
         if (place.fTraining) {
-            meanDim = dimFea;
-            const size_t numColumns = static_cast<size_t>(dimFea);
-            featureMean = static_cast<double*>(std::calloc(numColumns, sizeof(double)));
-            if (featureMean == nullptr) {
+            learner.meanDim = learner.dimFea;
+            const size_t numColumns = static_cast<size_t>(learner.dimFea);
+            learner.featureMean = static_cast<double*>(std::calloc(numColumns, sizeof(double)));
+            if (learner.featureMean == nullptr) {
                 return Fail("ERROR: Failed to allocate memory for featureMean!\n");
             }
         }
-        if (fill(place) != 0 || FinishSet(place, q) != 0) return -1;
+        if (fill(place) != 0 || Finish(place, q) != 0) return -1;
     }
-    if (CfgInfo.fPrint) {
-        Print("Data Input Complete, numData: ", numData, ", dimFea:", dimFea, "\n");
+    if (learner.CfgInfo.fPrint) {
+        Print("Data Input Complete, numData: ", numData, ", dimFea:", learner.dimFea, "\n");
     }
-    if (fDebug) OpenDebugFile(numData);
+    if (learner.fDebug) OpenDebugFile(numData);
     return 0;
 }
 
 // The members of a set, after the set of an earlier call was freed.
-TreeLearner::SetPlace TreeLearner::ClearPlace(int type) {
+SetPlace TreeLearner::Intake::ClearPlace(int type) {
     if (type == kTraining) {
-        FreeTrainingData();
-        numClass = 0;
+        learner.FreeTrainingData();
+        learner.numClass = 0;
         return {true,
-                sampleSize,
-                trainDim,
-                labelV,
-                featureVV,
-                queryIdV,
+                learner.sampleSize,
+                learner.trainDim,
+                learner.labelV,
+                learner.featureVV,
+                learner.queryIdV,
                 "allocating labelV",
                 "allocating featureVV",
                 "allocating featureVV[]",
                 "allocating queryIdV"};
     }
     if (type == kTest) {
-        FreeTestData();
+        learner.FreeTestData();
         return {false,
-                testSize,
-                testDim,
-                labelTestV,
-                featureTestVV,
-                queryIdTestV,
+                learner.testSize,
+                learner.testDim,
+                learner.labelTestV,
+                learner.featureTestVV,
+                learner.queryIdTestV,
                 "allocating labelTestV",
                 "allocating featureTestVV",
                 "allocating featureTestVV[]",
                 "allocating queryIdTestV"};
     }
-    FreeDevelopmentData();
+    learner.FreeDevelopmentData();
     return {false,
-            devSize,
-            devDim,
-            labelDevV,
-            featureDevVV,
-            queryIdDevV,
+            learner.devSize,
+            learner.devDim,
+            learner.labelDevV,
+            learner.featureDevVV,
+            learner.queryIdDevV,
             "allocating labelDevV",
             "allocating featureDevVV",
             "allocating featureDevVV[]",
             "allocating queryIdDevV"};
 }
 
-// Copies labels and rows into the set's members, and frees each vector of `f` on the way.
-int TreeLearner::CopyRows(const SetPlace& place, const VecDle& l, VecVecDle& f) {
+int TreeLearner::Intake::CopyRows(const SetPlace& place, const VecDle& l, VecVecDle& f) {
     if (AllocateArray(place.labels, place.numData, place.labelsName) != 0 ||
         AllocateArray(place.rows, place.numData, place.rowsName) != 0) {
         return -1;
@@ -189,42 +257,45 @@ int TreeLearner::CopyRows(const SetPlace& place, const VecDle& l, VecVecDle& f) 
     return 0;
 }
 
+// Column by column: the sums of different columns do not depend on each other.
+void TreeLearner::Intake::AddToMeans(const sylvora::engine::Matrix& values) {
+    for (int j = 0; j < learner.dimFea; ++j) {
+        values.ForColumn(j, [&](int, double value) { AddToMean(j, value); });
+    }
+}
+
 // Counts the classes of training data and stores the query ids. Only ranking needs them for
 // training. Test and development sets keep them if there is one per row.
-int TreeLearner::FinishSet(const SetPlace& place, const VecInt& q) {
+int TreeLearner::Intake::Finish(const SetPlace& place, const VecInt& q) {
     const bool fComplete = q.size() == static_cast<size_t>(place.numData);
     if (place.fTraining) {
         CountClasses();
-        if (CfgInfo.modelType != "GBRank") return 0;
+        if (learner.CfgInfo.modelType != "GBRank") return 0;
         if (!fComplete) return Fail("ERROR: Size of qid does not match the data!\n");
     }
     return fComplete ? CopyQueries(q, place.queries, place.queriesName) : 0;
 }
 
-// Deliberately divides after every row, not once at the end; see DataInput in the header. The order
-// of rows is part of the result.
-void TreeLearner::AddToMean(const double* row) {
-    for (int j = 0; j < dimFea; ++j) featureMean[j] = (featureMean[j] + row[j]) / sampleSize;
-}
-
 // Sets numClass to the number of distinct labels, truncated to integers; 0 for a regression.
-void TreeLearner::CountClasses() {
+void TreeLearner::Intake::CountClasses() {
     std::unordered_set<int> classes;
-    for (int i = 0; CfgInfo.fRegCls == "CLS" && i < sampleSize; ++i) {
-        classes.insert(sylvora::Truncate<int>(labelV[i]));
+    for (int i = 0; learner.CfgInfo.fRegCls == "CLS" && i < learner.sampleSize; ++i) {
+        classes.insert(sylvora::Truncate<int>(learner.labelV[i]));
     }
-    CfgInfo.numClass = numClass = static_cast<int>(classes.size());
+    learner.CfgInfo.numClass = learner.numClass = static_cast<int>(classes.size());
 }
 
 // Opens the debug report and writes its first line. Every set truncates the report, so the line
 // describes the set given last. A failure is recorded in debugError and does not end the run.
-void TreeLearner::OpenDebugFile(int numData) {
-    if (of_debug.is_open()) of_debug.close();
-    of_debug.clear();
+void TreeLearner::Intake::OpenDebugFile(int numData) {
+    std::ofstream& report = learner.of_debug;
+    if (report.is_open()) report.close();
+    report.clear();
     const bool fOpened = sylvora::OpenDirectly(
-        fileDebug, [this] { return AskUser() != 0; }, of_debug);
-    debugError = fOpened ? 0 : errno;
-    of_debug.imbue(std::locale::classic());
-    const int numSampled = sylvora::NumSampledColumns(dimFea, CfgInfo.ratio);
-    of_debug << numTree << ' ' << CfgInfo.maxLeaf << ' ' << numData << ' ' << numSampled << '\n';
+        learner.fileDebug, [this] { return learner.AskUser() != 0; }, report);
+    learner.debugError = fOpened ? 0 : errno;
+    report.imbue(std::locale::classic());
+    const int numSampled = sylvora::NumSampledColumns(learner.dimFea, learner.CfgInfo.ratio);
+    report << learner.numTree << ' ' << learner.CfgInfo.maxLeaf << ' ' << numData << ' '
+           << numSampled << '\n';
 }

@@ -9,6 +9,7 @@
 #include "../ModelText/Block.h"
 #include "../TreeLearner.h"
 #include "../god/Report.h"
+#include "CallScope.h"
 #include "EnsembleView.h"
 
 namespace sylvora {
@@ -124,6 +125,7 @@ std::vector<size_t> TreeSizes(const TreeLearner& learner) {
 
 // A loaded tree has no rows in its nodes; a tree that was grown has some in its root.
 int ModelText::Covers(const TreeLearner& learner, std::vector<int>& coverV) {
+    const TreeLearner::CallScope scope(learner);
     return Guarded([&] {
         std::vector<int> allV = CountedRows(learner, learner.packedTrees.get());
         const bool fAny = std::any_of(allV.begin(), allV.end(), [](int rows) { return rows != 0; });

@@ -2,10 +2,12 @@
 #include "EngineRun.h"
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "../Node/SampledColumns.h"
 #include "../Node/SplitScan.h"
+#include "TrainingRows.h"
 #include "base/Switch.h"
 #include "engine/train/histogram/BinnedColumns.h"
 #include "engine/train/histogram/HistogramGrower.h"
@@ -14,12 +16,21 @@
 #include "engine/train/lists/SortedListGrower.h"
 
 namespace sylvora {
+namespace {
+
+// The learner's data set, or one for this run alone, of its rows.
+std::shared_ptr<const CodedData> CodedDataOf(const TreeLearner& learner) {
+    if (learner.BorrowedData() != nullptr) return learner.BorrowedData()->Shared();
+    return std::make_shared<const CodedData>(TrainingRows(learner));
+}
+
+}  // namespace
 
 // The reference search over some column slots of a node. Immutable, so thread-safe; borrows the
 // rows of the learner.
 class EngineRun::NodeReferenceSearch : public engine::ReferenceSearch {
   public:
-    explicit NodeReferenceSearch(const double* const* rows) : featureVV(rows) {}
+    explicit NodeReferenceSearch(const engine::Matrix& data) : matrix(data) {}
 
     engine::SplitPoint Search(const engine::GrownNode& node, const engine::RowSlice& rows,
                               const int* columnV, const std::vector<int>& slotV) const override {
@@ -36,7 +47,7 @@ class EngineRun::NodeReferenceSearch : public engine::ReferenceSearch {
             CandidateSplit at;
             at.slot = slot;
             at.column = columnV[slot];
-            column.Load(featureVV, rows.rowV, at.column);
+            column.Load(matrix, rows.rowV, at.column);
             if (column.IsScanned()) ScanColumn(column, facts, at, best);
         }
         engine::SplitPoint split;
@@ -48,17 +59,19 @@ class EngineRun::NodeReferenceSearch : public engine::ReferenceSearch {
     }
 
   private:
-    const double* const* featureVV;
+    const engine::Matrix matrix;
 };
 
 // Splits found with histograms: for boosted trees and a regression's single tree, which have few
 // levels and many rows on each. The grower borrows the columns, so these are declared first.
 struct EngineRun::HistogramEngine {
-    HistogramEngine(const TreeLearner& learner, const engine::GrowthLimits& limits, EngineRun& run)
-        : columns(learner.featureVV, learner.sampleSize, learner.dimFea, run.tuning, run.pool),
+    HistogramEngine(const CodedData& data, const engine::GrowthLimits& limits, EngineRun& run)
+        : binned(data.Binned(run.tuning, run.pool)),
+          columns(*binned),
           growth(columns, run.pool, limits, run.tuning, *run.reference) {}
 
-    engine::BinnedColumns columns;
+    std::shared_ptr<const engine::BinnedColumns> binned;
+    const engine::BinnedColumns& columns;
     engine::HistogramGrower growth;
 };
 
@@ -66,10 +79,9 @@ struct EngineRun::HistogramEngine {
 // and mostly small nodes. `fKept` says whether the lists of all columns are kept in memory. The
 // grower borrows the other two members, so these are declared first.
 struct EngineRun::ListEngine {
-    ListEngine(const TreeLearner& learner, const engine::GrowthLimits& limits, bool fKept,
-               EngineRun& run)
-        : lists(engine::SortedColumns::Make({learner.featureVV, learner.sampleSize, learner.dimFea},
-                                            fKept, run.pool)),
+    ListEngine(const TreeLearner& learner, const engine::GrowthLimits& limits,
+               std::shared_ptr<const engine::ColumnOrders> orders, EngineRun& run)
+        : lists(engine::SortedColumns::Make(std::move(orders))),
           criterion(engine::Criterion::Make(learner.CfgInfo.fRegCls != "REG", learner.numClass)),
           growth(*lists, run.pool, limits, run.tuning, *criterion, *run.reference) {}
 
@@ -91,7 +103,8 @@ std::unique_ptr<EngineRun> EngineRun::Start(const TreeLearner& learner, WorkerPo
 EngineRun::EngineRun(const TreeLearner& learner, WorkerPool& workers)
     : tuning(engine::CurrentTuning()),
       pool(workers),
-      reference(std::make_unique<NodeReferenceSearch>(learner.featureVV)) {}
+      data(CodedDataOf(learner)),
+      reference(std::make_unique<NodeReferenceSearch>(data->Values())) {}
 
 EngineRun::~EngineRun() = default;
 
@@ -106,10 +119,12 @@ bool EngineRun::Prepare(const TreeLearner& learner) {
     // regression is faster with histograms. Lists do not support weights.
     const bool fManyDrawn = 100.0 * numSelFea >= 1.0 * tuning.listPercent * learner.dimFea;
     if (c.fRegCls != "REG" || (fForest && fManyDrawn && WeightsOf(learner) == nullptr)) {
-        lists = std::make_unique<ListEngine>(learner, limits, fManyDrawn, *this);
+        const auto form =
+            fManyDrawn ? engine::ColumnOrders::Form::kLists : engine::ColumnOrders::Form::kRanks;
+        lists = std::make_unique<ListEngine>(learner, limits, data->Orders(form, pool), *this);
         return !lists->lists->HasNan();
     }
-    histograms = std::make_unique<HistogramEngine>(learner, limits, *this);
+    histograms = std::make_unique<HistogramEngine>(*data, limits, *this);
     // Only draws of single rows can be made ahead, not of queries. A CART has a single tree.
     if (pool.NumWorkers() > 1 && learner.modelType != "CART" && c.randomMode == "DOC") {
         rowsAhead = std::make_unique<RowsAhead>(pool);

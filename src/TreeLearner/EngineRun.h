@@ -1,5 +1,5 @@
-// Connects a learner to the training engine for one run of Boosting: owns the engine's copy of the
-// training data and the grower that works on it.
+// Connects a learner to the training engine for one run of Boosting: holds the codes of the
+// training data, which a data set may share with other runs, and the grower that works on them.
 #ifndef SYLVORA_TREELEARNER_ENGINERUN_H
 #define SYLVORA_TREELEARNER_ENGINERUN_H
 
@@ -12,6 +12,8 @@
 #include "engine/train/Tuning.h"
 
 namespace sylvora {
+
+class CodedData;
 
 // The trees equal those of the reference implementation bit for bit. The learner's rows must not
 // change while this object lives; its gradients and weights may change between two trees.
@@ -56,6 +58,7 @@ class EngineRun {
 
     const engine::Tuning tuning;
     WorkerPool& pool;
+    const std::shared_ptr<const CodedData> data;
     std::unique_ptr<engine::ReferenceSearch> reference;
     // Exactly one of the two is set once Prepare has returned; both borrow `reference`.
     std::unique_ptr<HistogramEngine> histograms;

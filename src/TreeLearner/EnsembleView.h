@@ -27,8 +27,9 @@ class TreeView {
     // The status of a node as in the model file. For a record, whatever text it has.
     const char* Status(size_t k) const;
     // As the functions of TreeCR with these names.
-    double Predict(const double* feaV) const {
-        return Walk([feaV](const auto& at) { return PredictRow(at, feaV); });
+    template <typename Row>
+    double Predict(const Row& feaV) const {
+        return Walk([&feaV](const auto& at) { return PredictRow(at, feaV); });
     }
     double FeatureAnalPredict(const double* feaV, const ColumnCredit& credit, double label_exp,
                               double stepsize) const {

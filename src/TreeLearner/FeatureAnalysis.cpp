@@ -12,6 +12,7 @@
 #include "../Output/WholeFile.h"
 #include "../TreeLearner.h"
 #include "../god/Report.h"
+#include "CallScope.h"
 #include "EnsembleView.h"
 
 using sylvora::Fail;
@@ -39,6 +40,7 @@ VecInt OrderByWeight(const VecFt& feaWeightV) {
 // The sums run over rows, groups and trees, in this order. A label passes through a float, which is
 // deliberate: the figures depend on it.
 int TreeLearner::FeatureAnalysis(std::string file) {
+    const CallScope scope(*this);
     return sylvora::Guarded([&] {
         if (CfgInfo.fPrint) sylvora::Print("Feature analysis\n");
         if (!walkFault.empty()) return Fail("ERROR: Wrong model format!\n", walkFault, "\n");

@@ -12,9 +12,11 @@
 #include "../TreeLearner.h"
 #include "../god/Report.h"
 #include "../god/StreamReading.h"
+#include "CallScope.h"
 
 // Replaces tranMap. Classes are checked against numClass, so the training set must come first.
 int TreeLearner::ReadLabelTran(std::string file) {
+    const CallScope scope(*this);
     return sylvora::Guarded([&] {
         tranMap.clear();
         std::ifstream in(file);

@@ -16,6 +16,7 @@
 #include "../god/UserCall.h"
 #include "../god/Workers.h"
 #include "AtWork.h"
+#include "CallScope.h"
 
 using sylvora::Fail;
 
@@ -178,6 +179,7 @@ int TreeLearner::ComputeGradientHingeSquareRank(int idBegin, int idEnd) {
 // length of the range; existing functions rely on it. The ranges of several workers then overlap,
 // so only one worker calls it at a time.
 int TreeLearner::ComputeGradientUser(int idBegin, int idEnd) {
+    const CallScope scope(*this);
     if (idBegin > idEnd) return 0;
     const AtWork work(*this);
     const std::lock_guard<std::mutex> lock(lossMutex);
@@ -193,6 +195,7 @@ int TreeLearner::ComputeGradientUser(int idBegin, int idEnd) {
 // Computes the gradients of a range with the loss that is configured. Returns 0, or -1 after a
 // message. The texts are fixed, spelling included.
 int TreeLearner::ComputeGradient(int idBegin, int idEnd) {
+    const CallScope scope(*this);
     struct Routine {
         const char* loss;
         int (TreeLearner::*compute)(int, int);

@@ -11,6 +11,7 @@
 #include "../god/Report.h"
 #include "../god/Truncation.h"
 #include "../god/UsableMemory.h"
+#include "CallScope.h"
 #include "Description.h"
 #include "EnsembleView.h"
 #include "ModelParser.h"
@@ -229,6 +230,7 @@ void TreeLearner::MakeRecords(const PackedTrees& trees, int numUnfilled) {
 }
 
 int TreeLearner::LoadModelFull(std::string fileM) {
+    const CallScope scope(*this);
     if (RefuseAtWork("LoadModelFull") != 0) return -1;
     return LoadFrom(ModelOrigin(fileM), nullptr);
 }
@@ -273,6 +275,7 @@ int TreeLearner::LoadFrom(const ModelOrigin& origin, sylvora::ModelDescription* 
 
 int sylvora::ModelText::Load(const char* text, size_t size, TreeLearner& learner,
                              ModelDescription* description) {
+    const TreeLearner::CallScope scope(learner);
     if (learner.RefuseAtWork("ModelText::Load") != 0) return -1;
     if (text == nullptr && size > 0) return Fail("ERROR: The text of the model is null!\n");
     return learner.LoadFrom(ModelOrigin(text, size), description);
@@ -280,6 +283,7 @@ int sylvora::ModelText::Load(const char* text, size_t size, TreeLearner& learner
 
 int sylvora::ModelText::LoadFile(const std::string& file, TreeLearner& learner,
                                  ModelDescription& description) {
+    const TreeLearner::CallScope scope(learner);
     if (learner.RefuseAtWork("ModelText::LoadFile") != 0) return -1;
     return learner.LoadFrom(ModelOrigin(file), &description);
 }

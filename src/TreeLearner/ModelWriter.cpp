@@ -30,6 +30,7 @@
 #include "../TreeLearner.h"
 #include "../god/Report.h"
 #include "../god/StreamReading.h"
+#include "CallScope.h"
 #include "Description.h"
 #include "EnsembleView.h"
 #include "ModelCheck.h"
@@ -159,6 +160,7 @@ int TreeLearner::SaveModelFull(std::string fileMout) {
 }
 
 int TreeLearner::SaveModelFull(std::string fileMout, int digits) {
+    const CallScope scope(*this);
     return sylvora::Guarded([&] {
         constexpr bool kChecked = false;
         return WriteModel(fileMout, digits, kChecked);
@@ -167,6 +169,7 @@ int TreeLearner::SaveModelFull(std::string fileMout, int digits) {
 
 int sylvora::ModelText::SaveFile(TreeLearner& learner, int digits,
                                  const ModelDescription& description, const std::string& file) {
+    const TreeLearner::CallScope scope(learner);
     return Guarded([&] {
         constexpr bool kChecked = false;
         return learner.WriteModel(file, digits, kChecked, &description);
@@ -175,6 +178,7 @@ int sylvora::ModelText::SaveFile(TreeLearner& learner, int digits,
 
 int sylvora::ModelText::Save(TreeLearner& learner, int digits, const ModelDescription* description,
                              std::string& text) {
+    const TreeLearner::CallScope scope(learner);
     return Guarded([&] {
         if (learner.CheckSaving(digits, description) != 0) return -1;
         std::string whole;

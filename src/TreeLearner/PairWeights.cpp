@@ -11,6 +11,7 @@
 #include "../TreeLearner.h"
 #include "../god/Report.h"
 #include "Arrays.h"
+#include "CallScope.h"
 #include "RowDraw.h"
 
 using sylvora::Fail;
@@ -58,6 +59,7 @@ long long TreeLearner::LargestTreeWeight() const {
 }
 
 int TreeLearner::ComputeDistinctPair() {
+    const CallScope scope(*this);
     if (RefuseAtWork("ComputeDistinctPair") != 0) return -1;
     return sylvora::Guarded([&] {
         if (sylvora::AllocateArray(numPairDistinctQueV, sampleSize, "numPairDistinctQueV") != 0) {

@@ -18,8 +18,10 @@
 
 #include "../TreeLearner.h"
 #include "../god/Report.h"
+#include "CallScope.h"
 #include "EnsembleView.h"
 #include "RoundedNumber.h"
+#include "TrainingRows.h"
 #include "Voting.h"
 #include "base/UsableCpus.h"
 #include "base/WorkerPool.h"
@@ -200,8 +202,12 @@ class RoundingMeasurement {
         const int numRows = movedColumnV.empty() ? 0 : learner.sampleSize;
         pool.For((numRows + kChunk - 1) / kChunk, [&](int chunk, int worker) {
             const int end = std::min((chunk + 1) * kChunk, numRows);
+            const engine::Matrix rows = TrainingRows(learner);
+            VecDle readV(learner.featureVV == nullptr ? columnV.size() : 0);
             for (int i = chunk * kChunk; i < end; ++i) {
-                MeasureRow(learner.featureVV[i], effectV[static_cast<size_t>(worker)]);
+                if (!readV.empty()) rows.ReadRow(i, readV.data());
+                const double* const row = readV.empty() ? learner.featureVV[i] : readV.data();
+                MeasureRow(row, effectV[static_cast<size_t>(worker)]);
             }
         });
         rounding_effect_t all;
@@ -278,12 +284,14 @@ class RoundingMeasurement {
 }  // namespace sylvora
 
 int TreeLearner::MeasureRounding(rounding_effect_t& effect, int maxThreads) const {
+    const CallScope scope(*this);
     return sylvora::Guarded([&] {
         effect = {};
         // The rows and the trees must both be those of the last run.
         const bool fWhole = sylvora::EnsembleView(*this).NumGroups() == StepLengthV.size() &&
                             (packedTrees == nullptr || TreeVV.empty());
-        if (featureVV == nullptr || trainDim != dimFea || modelDim != dimFea || !fWhole) {
+        if ((featureVV == nullptr && borrowed == nullptr) || trainDim != dimFea ||
+            modelDim != dimFea || !fWhole) {
             return sylvora::Fail(
                 "ERROR: There are no training rows of the ensemble to measure with!\n");
         }

@@ -11,6 +11,7 @@
 #include "../god/RandomGenerator.h"
 #include "../god/Report.h"
 #include "../god/Truncation.h"
+#include "CallScope.h"
 #include "EngineRun.h"
 #include "RowDraw.h"
 
@@ -19,6 +20,7 @@ using sylvora::RowArray;
 using sylvora::ShareOf;
 
 int TreeLearner::RandomSelectURL(int*& selected, int& count, long* seed) {
+    const CallScope scope(*this);
     return DrawRows(sylvora::WeightsOf(*this), selected, count, seed);
 }
 
@@ -56,6 +58,7 @@ int TreeLearner::DrawRows(const int* weightV, int*& selected, int& count, long* 
 }
 
 int TreeLearner::RandomSelectQuery(int*& selected, int& count, long* seed) {
+    const CallScope scope(*this);
     return sylvora::Guarded([&] {
         selected = nullptr;
         count = 0;

@@ -4,10 +4,12 @@
 #include <algorithm>
 #include <cstdint>
 #include <limits>
+#include <string>
 #include <vector>
 
 #include "../TreeLearner.h"
 #include "../god/Report.h"
+#include "CallScope.h"
 #include "EnsembleView.h"
 #include "ScoringForm.h"
 #include "Voting.h"
@@ -88,6 +90,7 @@ const CompiledEnsemble* TreeLearner::Compiled() const {
 }
 
 int TreeLearner::OnlineTesting(double* line, double& result, int n, double* fullResult) {
+    const CallScope scope(*this);
     result = 0.0;
     if (CheckScoring(n) != 0) return -1;
     RowScore score = {0.0, fullResult, fullResult == nullptr};
@@ -96,8 +99,41 @@ int TreeLearner::OnlineTesting(double* line, double& result, int n, double* full
     return status;
 }
 
+int TreeLearner::OnlineTestingBatch(const sylvora::DataBlock& block, double* results,
+                                    int maxThreads) {
+    const CallScope scope(*this);
+    return sylvora::Guarded([&] {
+        std::string fault = sylvora::FaultOf(block);
+        if (!fault.empty()) return Fail("ERROR: The data block ", fault, "!\n");
+        if (CheckScoring(static_cast<int>(block.numColumns)) != 0) return -1;
+        if (block.numRows == 0) return 0;
+        const sylvora::BlockReader reader(block);
+        fault = reader.RefusedValue();
+        if (!fault.empty()) return Fail("ERROR: The data block ", fault, "!\n");
+        const size_t width = static_cast<size_t>(std::max(dimFea, modelDim));
+        const size_t numRows = static_cast<size_t>(block.numRows);
+        const CompiledEnsemble* compiled = Compiled();
+        if (compiled != nullptr && numClass <= sylvora::kFewClasses) {
+            sylvora::engine::ScoreRows(*compiled, {nullptr, numRows, width, &reader}, results,
+                                       maxThreads);
+            return 0;
+        }
+        std::vector<double> scoreV(numRows), row(width);
+        for (size_t i = 0; i < numRows; ++i) {
+            const int at = static_cast<int>(i);
+            reader.ReadRows(at, at + 1, static_cast<int>(width), row.data());
+            RowScore score = {0.0, nullptr, false};
+            if (ScoreRow(*this, compiled, row.data(), score) != 0) return -1;
+            scoreV[i] = score.result;
+        }
+        std::copy(scoreV.begin(), scoreV.end(), results);
+        return 0;
+    });
+}
+
 int TreeLearner::OnlineTestingBatch(const double* rows, size_t n, size_t stride, double* results,
                                     int maxThreads) {
+    const CallScope scope(*this);
     constexpr size_t kMostValues = std::numeric_limits<int>::max();
     if (CheckScoring(static_cast<int>(std::min(stride, kMostValues))) != 0) return -1;
     // No array can be larger than PTRDIFF_MAX bytes. Divides, because the product could overflow.

@@ -7,6 +7,7 @@
 #include "../god/Report.h"
 #include "../god/Truncation.h"
 #include "Arrays.h"
+#include "CallScope.h"
 #include "EngineRun.h"
 #include "EnsembleView.h"
 
@@ -39,6 +40,7 @@ TreeLearner::~TreeLearner() {
 // The order matters: checks come before allocations, labels before weights, which depend on
 // queries.
 int TreeLearner::ParamInit() {
+    const CallScope scope(*this);
     return sylvora::Guarded([&] {
         if (RefuseAtWork("ParamInit") != 0) return -1;
         if (CfgInfo.fPrint) Print("Init parameters in ranking model ...\n");
@@ -123,6 +125,7 @@ void TreeLearner::CountQueryRows() {
 }
 
 int TreeLearner::Destroy() {
+    const CallScope scope(*this);
     if (RefuseAtWork("Destroy") != 0) return -1;
     FreeTrainingData();
     FreeDevelopmentData();
@@ -136,6 +139,8 @@ int TreeLearner::Destroy() {
 // Frees the training set and the arrays of a run that go with it.
 void TreeLearner::FreeTrainingData() {
     sylvora::FreeRows(featureVV, sampleSize);
+    rowCopy.reset();
+    borrowed.reset();
     FreeArray(gradientV);
     FreeArray(labelVirV);
     FreeArray(labelTrV);
@@ -212,6 +217,7 @@ void TreeLearner::RetireTrees() {
 }
 
 int TreeLearner::ReleaseTrees() {
+    const CallScope scope(*this);
     if (RefuseAtWork("ReleaseTrees") != 0) return -1;
     FreeTrees();
     StepLengthV.clear();
@@ -232,6 +238,7 @@ int TreeLearner::getGroupNum() const {
 }
 
 int TreeLearner::Sampling() {
+    const CallScope scope(*this);
     return Fail("ERROR: Column-wise tree generation is not offered!\n");
 }
 

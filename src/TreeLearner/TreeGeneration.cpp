@@ -11,9 +11,11 @@
 #include "../god/Report.h"
 #include "../god/Workers.h"
 #include "AtWork.h"
+#include "CallScope.h"
 #include "EngineRun.h"
 #include "EnsembleView.h"
 #include "RowDraw.h"
+#include "TrainingRows.h"
 
 using sylvora::Fail;
 
@@ -33,6 +35,15 @@ int TreeLearner::SelectRows(const int* weightV, int*& selected, int& count, long
         return Fail("ERROR: Failed when selecting samples according to url randomly!\n");
     }
     return Fail("ERROR: Random mode is wrong. mode: ", CfgInfo.randomMode, "!\n");
+}
+
+// The training rows as an array, for the reference implementation. Copies borrowed rows, once per
+// run. Throws std::bad_alloc. A program may grow several slots at once, hence the lock.
+double** TreeLearner::ReferenceRows() {
+    if (borrowed == nullptr) return featureVV;
+    const sylvora::MutexLock lock(generateTree_mutex);
+    if (!rowCopy) rowCopy = std::make_shared<sylvora::RowCopy>(sylvora::TrainingRows(*this));
+    return rowCopy->Rows();
 }
 
 // Grows the tree of slot `treeId` and adds it to TreeGroup. With `fThreaded` the reference
@@ -61,7 +72,7 @@ int TreeLearner::GrowTree(int treeId, bool fThreaded) {
         const auto grow = fThreaded ? &TreeCR::GrowHalf : &TreeCR::GrowOne;
         const bool fGrown = engineRun && engineRun->Grow(*this, *tree, weightV, rows, num, seed);
         if (!fGrown &&
-            (tree.get()->*grow)(featureVV, gradientV, numPairDistinctQueV, indexV,
+            (tree.get()->*grow)(ReferenceRows(), gradientV, numPairDistinctQueV, indexV,
                                 CfgInfo.fPrintLeafDistribution, of_debug, fea_debug, seed) != 0) {
             if (tree->fSamplerThrew) fUserThrew = true;
             return Fail("ERROR: Failed when TreeCR grows!\n");
@@ -111,11 +122,13 @@ void TreeLearner::ClearGroup() {
 // Refused during a run: only a callback can call it then, and the tree would get lost among those
 // of the round.
 int TreeLearner::GenerateTree() {
+    const CallScope scope(*this);
     if (workers != nullptr && RefuseAtWork("GenerateTree") != 0) return -1;
     return GrowTree(0, true);
 }
 
 int TreeLearner::GenerateRowTree(int treeIdBegin, int treeIdEnd) {
+    const CallScope scope(*this);
     if (workers != nullptr && RefuseAtWork("GenerateRowTree") != 0) return -1;
     return GrowSlots(treeIdBegin, treeIdEnd);
 }
@@ -133,6 +146,7 @@ int TreeLearner::GrowSlots(int treeIdBegin, int treeIdEnd) {
 // round's result file reads its predictions. Disjoint ranges may be updated in parallel. The order
 // of the two products is part of the result.
 int TreeLearner::UpdatePrediction(int idBegin, int idEnd) {
+    const CallScope scope(*this);
     if (TreeGroup.empty()) return Fail("ERROR: No tree to update the predictions with!\n");
     if (predictV == nullptr) return Fail("ERROR: UpdatePrediction needs ParamInit first!\n");
     TreeCR* tree = TreeGroup[0];
@@ -140,8 +154,13 @@ int TreeLearner::UpdatePrediction(int idBegin, int idEnd) {
         return Fail("ERROR: The tree was grown on ", tree->dimFeature,
                     " columns, the training data have ", trainDim, "!\n");
     }
+    const sylvora::engine::Matrix rows = sylvora::TrainingRows(*this);
+    const sylvora::TreeView view(*tree);
     for (int i = idBegin; i <= idEnd; ++i) {
-        predictV[i] += tree->Predict(featureVV[i]) * dynShrink * valShrink;
+        const double output = featureVV != nullptr
+                                  ? tree->Predict(featureVV[i])
+                                  : view.Predict(sylvora::engine::MatrixRow(rows, i));
+        predictV[i] += output * dynShrink * valShrink;
     }
     return 0;
 }

@@ -116,6 +116,7 @@ void WorkerPool::Close(Loop& loop) {
 // Runs indices until none are left. Each is handed out once, by the atomic increment. After an
 // exception no more are handed out.
 void WorkerPool::Work(Loop& loop, int worker) {
+    const ContextScope scope(loop.caller);
     for (int index = loop.nextIndex++; index < loop.count; index = loop.nextIndex++) {
         try {
             loop.call(loop.context, index, worker);

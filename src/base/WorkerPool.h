@@ -12,6 +12,8 @@
 #include <utility>
 #include <vector>
 
+#include "god/CallContext.h"
+
 namespace sylvora {
 
 // Workers are numbered from 0: the calling thread is worker 0, and Start adds the others. A loop
@@ -20,7 +22,8 @@ namespace sylvora {
 //
 // Tasks may run loops themselves. An idle worker joins the oldest loop that has indices left; the
 // thread that started a loop works on it too, then waits for those that joined. Idle workers poll
-// for a moment, then block.
+// for a moment, then block. A task runs in the context (god/CallContext.h) of the thread that
+// started its loop.
 //
 // Thread safety: one thread may use the pool from outside, and tasks may use it from within, except
 // for Start. The destructor joins all threads; no loop or task may be running.
@@ -65,6 +68,7 @@ class WorkerPool {
     struct Loop {
         void (*call)(const void* context, int index, int worker) = nullptr;
         const void* context = nullptr;
+        const CallContext* const caller = CurrentContext();
         int count = 0;
         std::atomic<int> nextIndex{0};
         std::atomic<int> numHelpers{0};  // workers that joined and have not left

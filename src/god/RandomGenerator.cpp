@@ -1,11 +1,13 @@
-// The one random generator (see ranz in god.h) and the global seed word.
+// The random generator (see ranz in god.h), its process-wide stream and streams of their own.
 #include "RandomGenerator.h"
 
 #include <algorithm>
 #include <cstddef>
+#include <memory>
 
 #include "../claim.h"
 #include "../god.h"
+#include "CallContext.h"
 
 long gseed = 0;
 
@@ -52,9 +54,6 @@ constexpr int kWarmUps = 8;
 // are, even above the modulus: streams of existing models depend on it.
 constexpr long kLargestStart = 1L << 34;
 
-std::mutex generatorMutex;  // guards `generator`
-GeneratorState generator;   // its `word` is unused: each caller passes its own
-
 long StartWord(long seed) {
     const unsigned long magnitude = 0UL - static_cast<unsigned long>(seed);
     const long start = static_cast<long>(magnitude);
@@ -84,26 +83,72 @@ double DrawUnlocked(GeneratorState& state, long* word) {
 
 }  // namespace
 
+// Also the state of the process-wide stream, whose word is gseed.
+struct RandomStream::State {
+    std::mutex mutex;          // guards the other members
+    GeneratorState generator;  // its `word` is unused: each caller passes its own
+    long word = 0;             // of slot 0; not used by the process-wide stream
+};
+
+namespace {
+
+RandomStream::State processWide;
+
+// The stream that the calling thread draws from.
+RandomStream::State& CurrentStream() {
+    const CallContext* const context = CurrentContext();
+    const bool fOwn = context != nullptr && context->stream != nullptr;
+    return fOwn ? context->stream->Own() : processWide;
+}
+
+// Where the caller's state word is. Learners pass the address of gseed for slot 0, whatever they
+// draw from; it stands for the word of the stream.
+template <typename Word>
+Word* WordOf(RandomStream::State& stream, Word* seed) {
+    return seed == &gseed && &stream != &processWide ? &stream.word : seed;
+}
+
+}  // namespace
+
+RandomStream::RandomStream(long seed) : state(std::make_unique<State>()) {
+    Seed(seed);
+}
+
+RandomStream::~RandomStream() = default;
+
+// A word of 0 or less initialises the generator at the first draw.
+void RandomStream::Seed(long seed) {
+    const std::lock_guard<std::mutex> lock(state->mutex);
+    state->generator = GeneratorState();
+    state->word = seed > 0 ? -seed : seed;
+}
+
 bool GeneratorState::operator==(const GeneratorState& other) const {
     return word == other.word && secondWord == other.secondWord && lastOutput == other.lastOutput &&
            std::equal(table, table + kTableSize, other.table);
 }
 
-Draws::Draws(long* seed) : lock(generatorMutex), state(generator), word(seed) {}
+Draws::Draws(long* seed) : Draws(CurrentStream(), seed) {}
+
+Draws::Draws(RandomStream::State& stream, long* seed)
+    : lock(stream.mutex), state(stream.generator), word(WordOf(stream, seed)) {}
 
 GeneratorState Draws::StateNow(const long* seed) {
-    const std::lock_guard<std::mutex> lock(generatorMutex);
-    GeneratorState state = generator;
-    state.word = *seed;
+    RandomStream::State& stream = CurrentStream();
+    const std::lock_guard<std::mutex> lock(stream.mutex);
+    GeneratorState state = stream.generator;
+    state.word = *WordOf(stream, seed);
     return state;
 }
 
 bool Draws::Skip(long* seed, const GeneratorState& before, const GeneratorState& after) {
-    const std::lock_guard<std::mutex> lock(generatorMutex);
-    generator.word = *seed;
-    if (!(generator == before)) return false;
-    generator = after;
-    *seed = after.word;
+    RandomStream::State& stream = CurrentStream();
+    const std::lock_guard<std::mutex> lock(stream.mutex);
+    long* const word = WordOf(stream, seed);
+    stream.generator.word = *word;
+    if (!(stream.generator == before)) return false;
+    stream.generator = after;
+    *word = after.word;
     return true;
 }
 
@@ -136,6 +181,7 @@ void Draws::FisherYates(int n, int count, int* indexV) {
 }  // namespace sylvora
 
 double ranz(long* idum) {
-    const std::lock_guard<std::mutex> lock(sylvora::generatorMutex);
-    return sylvora::DrawUnlocked(sylvora::generator, idum);
+    sylvora::RandomStream::State& stream = sylvora::CurrentStream();
+    const std::lock_guard<std::mutex> lock(stream.mutex);
+    return sylvora::DrawUnlocked(stream.generator, sylvora::WordOf(stream, idum));
 }

@@ -1,9 +1,12 @@
 // Bulk access to the generator of ranz: one lock for many draws, so that no other thread draws in
-// between.
+// between. All draws are from the stream of the calling thread's context (CallContext.h), or from
+// the process-wide one if that has none.
 #ifndef SYLVORA_GOD_RANDOMGENERATOR_H
 #define SYLVORA_GOD_RANDOMGENERATOR_H
 
 #include <mutex>
+
+#include "../RandomStream.h"
 
 namespace sylvora {
 
@@ -21,15 +24,15 @@ struct GeneratorState {
 
 class Draws {
   public:
-    // Draws from the shared generator. `seed` is the caller's state word, as for ranz. Holds the
-    // generator's lock while it lives: other threads that draw wait.
+    // Draws from the stream. `seed` is the caller's state word, as for ranz; &gseed stands for the
+    // stream's own. Holds the stream's lock while it lives: other threads that draw from it wait.
     explicit Draws(long* seed);
-    // Draws from the caller's own state, without a lock. The shared generator does not change.
+    // Draws from the caller's own state, without a lock. The stream does not change.
     explicit Draws(GeneratorState& own) : state(own), word(&own.word) {}
 
-    // A copy of the shared generator's state, combined with the caller's state word.
+    // A copy of the stream's state, combined with the caller's state word.
     static GeneratorState StateNow(const long* seed);
-    // Moves the shared generator and the caller's word from `before` to `after`. If they are not
+    // Moves the stream and the caller's word from `before` to `after`. If they are not
     // at `before`, returns false and changes nothing that a draw depends on.
     [[nodiscard]] static bool Skip(long* seed, const GeneratorState& before,
                                    const GeneratorState& after);
@@ -42,6 +45,8 @@ class Draws {
     void FisherYates(int n, int count, int* indexV);
 
   private:
+    Draws(RandomStream::State& stream, long* seed);
+
     std::unique_lock<std::mutex> lock;
     GeneratorState& state;
     long* word;

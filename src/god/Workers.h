@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "CallContext.h"
 #include "Report.h"
 
 namespace sylvora {
@@ -25,16 +26,34 @@ struct Joined {
     bool fAllWorked;  // every started worker returned null
 };
 
+// What a thread of ForkJoin runs: the entry point, in the context of the thread that forked.
+struct ForkedCall {
+    void* (*entry)(void*);
+    void* record;
+    const CallContext* context;
+
+    static void* Run(void* arg) {
+        const ForkedCall& call = *static_cast<const ForkedCall*>(arg);
+        const ContextScope scope(call.context);
+        return call.entry(call.record);
+    }
+};
+
 // Starts one thread per record, then joins them in order. `ids` has one entry per record; all
 // arrays belong to the caller. A single record runs on the calling thread. If a thread cannot be
 // started, those already running are joined before this returns, because they use the records.
+// Throws std::bad_alloc before the first one is started.
 template <typename Record>
 [[nodiscard]] Joined ForkJoin(void* (*entry)(void*), std::vector<Record>& records, pthread_t* ids) {
     if (records.size() == 1) return {0, entry(&records[0]) == nullptr};
+    std::vector<ForkedCall> calls;
+    calls.reserve(records.size());
+    for (Record& record : records) calls.push_back({entry, &record, CurrentContext()});
     Joined joined = {0, true};
     size_t numStarted = 0;
-    while (numStarted < records.size()) {
-        const int code = pthread_create(&ids[numStarted], nullptr, entry, &records[numStarted]);
+    while (numStarted < calls.size()) {
+        const int code =
+            pthread_create(&ids[numStarted], nullptr, ForkedCall::Run, &calls[numStarted]);
         if (code != 0) {
             joined.status = FailToStart(code);
             break;

@@ -1,6 +1,7 @@
 // Models in memory, and descriptions. Damaged ones are in tests/damage/.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <locale>
 #include <random>
 #include <string>
@@ -291,6 +292,13 @@ TEST(ModelText, RefusalsChangeNothing) {
     description = {};
     description.bestRound = -1;
     expectRefused(6, "ERROR: The description has -1 as best round; nothing is saved!\n");
+    std::string heard;
+    learner.trainingOptions.sinkContext = &heard;
+    learner.trainingOptions.sink = [](void* context, int, const char* message) {
+        *static_cast<std::string*>(context) += message;
+    };
+    expectRefused(6, "");
+    EXPECT_EQ(std::count(heard.begin(), heard.end(), '\n'), 2) << heard;
     TreeLearner other;
     const auto load = [&](const char* begin, size_t size) {
         return Observe([&] { return ModelText::Load(begin, size, other, nullptr); }).err;

@@ -130,7 +130,7 @@ struct Node {
         tuning.chunkRows = 4;
         const int count = static_cast<int>(gradV.size());
         const int* weights = weightV.empty() ? nullptr : weightV.data();
-        const BinnedColumns data(rowV.data(), count, static_cast<int>(columnV.size()), tuning,
+        const BinnedColumns data({rowV.data(), count, static_cast<int>(columnV.size())}, tuning,
                                  pool);
         const FixedPoint fixed = FixedPoint::Fit(gradV.data(), weights, count, pool);
         EXPECT_TRUE(fixed.fUsable);

@@ -3,6 +3,7 @@
 #define SYLVORA_TESTS_DIFFERENTIAL_TRAININGRUN_H
 
 #include <cstdlib>
+#include <functional>
 #include <string>
 
 #include "../InMemory.h"
@@ -25,11 +26,13 @@ struct Set {
     void (*unchecked)(CheckCfgCLS& cfg) = nullptr;     // changes settings after CheckCfg
     ProgressFuncType progress = nullptr;               // called with the learner
     void (*prepared)(TreeLearner& learner) = nullptr;  // called after ParamInit
+    // Gives the learner the training data; null: DataInput of `rows`.
+    std::function<int(TreeLearner& learner)> give = nullptr;
 };
 
 // Trains with the reference implementation (`reference` "1") or with the engine ("0") and `tuning`.
-// Returns the status, every node with the sums of its rows, the predictions, the final state of the
-// random generator and all messages.
+// Returns the status, every node with the sums of its rows, the predictions, the means, the final
+// state of the random generator and all messages.
 inline std::string Outcome(const Set& set, const char* reference, const char* tuning) {
     setenv("SYLVORA_PLAIN", reference, 1);
     setenv("SYLVORA_TUNING", tuning, 1);
@@ -44,7 +47,10 @@ inline std::string Outcome(const Set& set, const char* reference, const char* tu
     if (set.unchecked != nullptr) set.unchecked(cfg);
     TreeLearner learner(cfg);
     learner.setProgress(set.progress, &learner);
-    if (status == 0) status = learner.DataInput(set.labels, set.rows, 0, set.queries, {});
+    if (status == 0) {
+        status = set.give ? set.give(learner)
+                          : learner.DataInput(set.labels, set.rows, 0, set.queries, {});
+    }
     if (status == 0) status = learner.ParamInit();
     if (status == 0 && set.prepared != nullptr) set.prepared(learner);
     if (status == 0) status = learner.Boosting();
@@ -62,6 +68,7 @@ inline std::string Outcome(const Set& set, const char* reference, const char* tu
         }
     }
     for (int i = 0; i < learner.sampleSize && status == 0; ++i) add(learner.predictV[i]);
+    for (int j = 0; j < learner.dimFea; ++j) add(learner.featureMean[j]);
     add(gseed);
     return bytes + messages.Take();
 }

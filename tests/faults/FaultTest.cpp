@@ -180,9 +180,15 @@ struct TrainingJob {
     std::string fileTran;
 };
 
-Work Training(const CheckCfgCLS& cfg, const TempFolder& folder) {
-    const auto make = [cfg, fileTran = folder.Write("map.txt", "17 1\n")] {
+// With `fOwn`, messages go to a sink, and from there to standard error without allocations.
+Work Training(const CheckCfgCLS& cfg, const TempFolder& folder, bool fOwn = false) {
+    const auto make = [cfg, fOwn, fileTran = folder.Write("map.txt", "17 1\n")] {
         const auto job = std::make_shared<TrainingJob>(cfg, fileTran);
+        if (fOwn) {
+            job->learner.trainingOptions.sink = [](void*, int, const char* text) {
+                std::cerr << "sink: " << text;
+            };
+        }
         return
             [job] { return Train(job->learner, job->train, job->test, job->dev, job->fileTran); };
     };
@@ -206,6 +212,12 @@ TEST(Faults, MemoryRunsOutInATraining) {
     for (const Kind& kind : {kKinds[0], kKinds[3], kKinds[4]}) {
         sweep.Try(Training(SettingsOf(kind, folder, 3), folder));
     }
+    Sweep own(folder, Call::kAllocation, "sink: ERROR: Fa");
+    for (const bool fReference : {false, true}) {
+        setenv("SYLVORA_PLAIN", fReference ? "1" : "0", 1);
+        own.Try(Training(SettingsOf(kKinds[2], folder, 3), folder, true));
+    }
+    unsetenv("SYLVORA_PLAIN");
     unsetenv("SYLVORA_TUNING");
     std::istringstream purposes(
         ", when allocating labelTestV, when allocating featureTestVV, when allocating labelV,"

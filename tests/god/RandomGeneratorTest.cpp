@@ -4,12 +4,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-
 #include <cstdlib>
 #include <limits>
 #include <vector>
 
+#include "RandomStream.h"
+#include "claim.h"
 #include "god.h"
+#include "god/CallContext.h"
 
 namespace {
 
@@ -60,6 +62,34 @@ TEST(RandomGenerator, AnySeedStaysInRange) {
             ASSERT_TRUE(draw > 0.0 && draw <= 0.99999988) << seed << ": " << draw;
         }
     }
+}
+
+// In the scope of a stream &gseed stands for its word. Its numbers are those of gseed in a new
+// process: the table is its own, too, as a positive word shows.
+TEST(RandomGenerator, OwnStreamsStartAsInANewProcess) {
+    constexpr long kLeast = std::numeric_limits<long>::min();
+    const std::vector<double> unseeded = {0.6554163483485531, 0.20099518545185716,
+                                          0.8936223876466522};
+    gseed = 33;
+    for (const long seed : {0L, 1L, -1L, 42L, -42L, 1L << 40, kLeast, kLeast + 1}) {
+        sylvora::RandomStream stream(seed);
+        const sylvora::CallContext context = {&stream, nullptr, nullptr, nullptr};
+        const std::vector<double> expected = Draw(seed > 0 ? -seed : seed, 100);
+        for (int again = 0; again < 2; ++again) {
+            const sylvora::ContextScope scope(&context);
+            std::vector<double> drawn;
+            while (drawn.size() < 100) {
+                drawn.push_back(ranz(&gseed));
+                const sylvora::ContextScope none(nullptr);
+                Draw(-8, 2);
+            }
+            EXPECT_EQ(drawn, expected) << seed;
+            stream.Seed(seed);
+            EXPECT_EQ(Draw(5, 3), unseeded);
+            stream.Seed(seed);
+        }
+    }
+    EXPECT_EQ(gseed, 33);
 }
 
 // FisherYates advances the state differently from ranz; draws and final state must be the same.

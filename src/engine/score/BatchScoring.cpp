@@ -24,9 +24,11 @@ constexpr size_t kVisitsPerThread = 100000;
 template <typename Totals>
 class BlockScorer {
   public:
-    BlockScorer(const CompiledEnsemble& compiled, int maxTiles)
+    // `numRead` is the number of values to read from a block at once.
+    BlockScorer(const CompiledEnsemble& compiled, int maxTiles, size_t numRead)
         : ensemble(compiled),
           rowV(static_cast<size_t>(maxTiles) * kTileRows),
+          readV(numRead),
           totals(compiled.numClass, maxTiles) {
         int maxBands = 0;
         for (const RowQuantiser& quantiser : ensemble.quantiserV) {
@@ -35,8 +37,15 @@ class BlockScorer {
         codeV.resize(static_cast<size_t>(maxBands) * static_cast<size_t>(maxTiles) * kTileRows);
     }
 
-    void Score(const RowTable& rows, double* results) {
-        const int numRows = static_cast<int>(rows.numRows);
+    void Score(const RowTable& table, double* results) {
+        const int numRows = static_cast<int>(table.numRows);
+        RowTable rows = table;
+        if (table.block != nullptr) {
+            const int first = static_cast<int>(table.firstRow);
+            table.block->ReadRows(first, first + numRows, static_cast<int>(table.stride),
+                                  readV.data());
+            rows.values = readV.data();
+        }
         numTiles = (numRows + kTileRows - 1) / kTileRows;
         // Kernels take whole tiles, so the last row fills up the last tile. Its extra scores are
         // not copied out.
@@ -121,6 +130,7 @@ class BlockScorer {
 
     const CompiledEnsemble& ensemble;
     std::vector<const double*> rowV;  // by row of the block
+    std::vector<double> readV;        // its values, if they are read from a borrowed block
     LineVector<int8_t> codeV;         // tile after tile, each numBands * kTileRows
     int numTiles = 0;                 // of the current block
     int numBands = 0;                 // of the current quantiser
@@ -139,13 +149,13 @@ void ScoreBlocks(const CompiledEnsemble& ensemble, const RowTable& rows, double*
     static_cast<void>(
         pool.Start(static_cast<int>(std::min(static_cast<size_t>(numThread), numBlocks))));
     std::vector<BlockScorer<Totals>> scorerV;
+    const size_t numRead = rows.block != nullptr ? blockRows * rows.stride : 0;
     for (int worker = 0; worker < pool.NumWorkers(); ++worker)
-        scorerV.emplace_back(ensemble, maxTiles);
+        scorerV.emplace_back(ensemble, maxTiles, numRead);
     pool.For(static_cast<int>(numBlocks), [&](int block, int worker) {
         const size_t first = static_cast<size_t>(block) * blockRows;
-        const RowTable part = {rows.Row(first), std::min(blockRows, rows.numRows - first),
-                               rows.stride};
-        scorerV[static_cast<size_t>(worker)].Score(part, results + first);
+        scorerV[static_cast<size_t>(worker)].Score(
+            rows.Part(first, std::min(blockRows, rows.numRows - first)), results + first);
     });
 }
 

@@ -5,18 +5,25 @@
 #include <cstddef>
 
 #include "CompiledEnsemble.h"
+#include "base/BlockReader.h"
 
 namespace sylvora {
 namespace engine {
 
-// Row i begins at values + i * stride and has a value for every column of the ensemble. The caller
-// owns the values.
+// Rows with a value for every column of the ensemble: row i begins at values + i * stride or, if
+// `block` is not null, is row firstRow + i of the block. The caller owns the values.
 struct RowTable {
     const double* values;
     size_t numRows;
     size_t stride;
+    const BlockReader* block = nullptr;
+    size_t firstRow = 0;
 
     const double* Row(size_t row) const { return values + row * stride; }
+    RowTable Part(size_t first, size_t count) const {
+        if (block != nullptr) return {nullptr, count, stride, block, firstRow + first};
+        return {Row(first), count, stride};
+    }
 };
 
 // Scores all rows and writes results[0, numRows). In a regression a score is the sum over groups of

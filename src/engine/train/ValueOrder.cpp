@@ -25,17 +25,19 @@ uint64_t OrderedKey(double value) {
 }  // namespace
 
 // After the sort, keyV is rebuilt from both halves, in sorted order.
-bool ValueOrder::Load(const double* const* rowV, int numRows, int column) {
-    const size_t count = static_cast<size_t>(numRows);
+bool ValueOrder::Load(const Matrix& matrix, int column) {
+    const size_t count = static_cast<size_t>(matrix.NumRows());
     itemV.resize(count);
     lowV.resize(count);
-    for (size_t row = 0; row < count; ++row) {
-        const double value = rowV[row][column];
-        if (std::isnan(value)) return false;
+    bool fNan = false;
+    matrix.ForColumn(column, [&](int row, double value) {
+        const size_t at = static_cast<size_t>(row);
         const uint64_t key = OrderedKey(value);
-        itemV[row] = (key & kHighHalf) | row;
-        lowV[row] = static_cast<uint32_t>(key);
-    }
+        fNan |= std::isnan(value);
+        itemV[at] = (key & kHighHalf) | at;
+        lowV[at] = static_cast<uint32_t>(key);
+    });
+    if (fNan) return false;
     SortKeys(itemV, keyV);
     SortLowHalves();
     keyV.resize(count);

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "Matrix.h"
 #include "base/LargeArray.h"
 
 namespace sylvora {
@@ -16,9 +17,8 @@ namespace engine {
 // has its own.
 class ValueOrder {
   public:
-    // Sorts column `column` of the row-major matrix `rowV`. Returns false if it holds a NaN, which
-    // has no order.
-    bool Load(const double* const* rowV, int numRows, int column);
+    // Sorts a column. Returns false if it holds a NaN, which has no order.
+    bool Load(const Matrix& matrix, int column);
 
     size_t Count() const { return itemV.size(); }
     // The row with the i-th smallest value. Rows of equal value ascend.

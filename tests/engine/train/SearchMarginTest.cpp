@@ -54,7 +54,7 @@ struct Node {
 
     SearchResult<Candidate> Search(const FixedPoint& fixed, double gradAll, bool fHistogram) const {
         WorkerPool pool;
-        const BinnedColumns data(rowV.data(), Num(), 2, Tuning(), pool);
+        const BinnedColumns data({rowV.data(), Num(), 2}, Tuning(), pool);
         const RowSet rows = {indexV.data(), Num(), gradV.data(), nullptr};
         Histogram histogram;
         histogram.cellV.resize(data.NumCells(0));
@@ -188,7 +188,8 @@ std::vector<int> UndecidedOnLists(const Node& node) {
     WorkerPool pool;
     MeanCriterion criterion;
     EXPECT_TRUE(criterion.Take(node.gradV.data(), node.indexV.data(), node.Num(), pool));
-    const auto lists = SortedColumns::Make({node.rowV.data(), node.Num(), 2}, true, pool);
+    const auto lists = SortedColumns::Make(std::make_shared<ColumnOrders>(
+        Matrix(node.rowV.data(), node.Num(), 2), ColumnOrders::Form::kLists, pool));
     lists->Take(node.indexV.data(), node.Num(), pool);
     const NodeRows rows = {node.indexV, 0, node.Num()};
     ListBuffers buffers;

@@ -18,7 +18,6 @@ constexpr int kFewestBins = 16;   // per column, however many columns there are
 // Limits the bins of wide data: the cells of a node's histogram.
 constexpr size_t kMostCells = 1 << 19;
 constexpr int kMostHeavy = 32;  // a value that holds 1 / kMostHeavy of all rows gets its own bin
-constexpr size_t kSlack = 16;   // codes that may be read past the last row
 // The fewest bins of a coarse histogram of a node that does not sort its columns: 3 sqrt(512), see
 // ShiftFor in HistogramGrower.cpp and smallNode in Tuning.h.
 constexpr int kFewBins = 67;
@@ -185,12 +184,10 @@ struct BinnedColumns::CodingBuffers {
 };
 
 // The order matters: duplicates compare codes, and row codes need the layout.
-BinnedColumns::BinnedColumns(const double* const* rows, int numRow, int numColumn,
-                             const Tuning& tuning, WorkerPool& pool)
-    : rowV(rows),
-      numRows(numRow),
-      maxBins(ChooseMostBins(numRow, numColumn, tuning.mostBins)),
-      columnV(static_cast<size_t>(numColumn)) {
+BinnedColumns::BinnedColumns(const Matrix& matrix, const Tuning& tuning, WorkerPool& pool)
+    : values(matrix),
+      maxBins(ChooseMostBins(matrix.NumRows(), matrix.NumColumns(), tuning.mostBins)),
+      columnV(static_cast<size_t>(matrix.NumColumns())) {
     const std::vector<uint64_t> hashV = CodeColumns(tuning.rankBits, pool);
     if (fNan) return;
     LayOutColumns();
@@ -215,11 +212,44 @@ std::vector<uint64_t> BinnedColumns::CodeColumns(int rankBits, WorkerPool& pool)
     return hashV;
 }
 
+Column Column::Of(const std::vector<int>& rowV) const {
+    Column some;
+    static_cast<ColumnShape&>(some) = *this;
+    some.code8V.resize(rowV.size());
+    for (size_t i = 0; i < rowV.size(); ++i) {
+        some.code8V[i] = code8V[static_cast<size_t>(rowV[i])];
+    }
+    some.ranks = ranks.Of(rowV);
+    return some;
+}
+
+BinnedColumns::BinnedColumns(const BinnedColumns& whole, const Matrix& matrix,
+                             const std::vector<int>& rowV, WorkerPool& pool)
+    : values(matrix),
+      maxBins(whole.maxBins),
+      fNan(whole.fNan),
+      numCellsV(whole.numCellsV),
+      columnV(whole.columnV.size()),
+      narrowV(whole.narrowV),
+      wideV(whole.wideV) {
+    if (fNan) return;
+    constexpr int kRowCodes = 2;
+    pool.For(NumColumns() + kRowCodes, [&](int i, int) {
+        if (i == NumColumns()) {
+            narrowRows.Take(whole.narrowRows, rowV);
+        } else if (i > NumColumns()) {
+            wideRows.Take(whole.wideRows, rowV);
+        } else {
+            columnV[static_cast<size_t>(i)] = whole.At(i).Of(rowV);
+        }
+    });
+}
+
 // Returns false if the column holds a NaN.
 bool BinnedColumns::CodeColumn(int column, int rankBits, CodingBuffers& buffers) {
     ValueOrder& sorted = buffers.sorted;
     DistinctValues& distinct = buffers.distinct;
-    if (!sorted.Load(rowV, numRows, column)) return false;
+    if (!sorted.Load(values, column)) return false;
     distinct.Find(sorted);
     Column& c = columnV[static_cast<size_t>(column)];
     if (distinct.Count() > static_cast<size_t>(maxBins)) {
@@ -262,11 +292,11 @@ void BinnedColumns::LayOutColumns() {
 // Narrow codes are copied; wide codes are looked up from the ranks. Rows past the last are not
 // written: LargeArray zeroes them.
 void BinnedColumns::FillRowCodes(WorkerPool& pool) {
-    narrowRows.codeV.resize(static_cast<size_t>(numRows) * narrowRows.stride + kSlack);
-    wideRows.codeV.resize(static_cast<size_t>(numRows) * wideRows.stride + kSlack);
+    narrowRows.Resize(static_cast<size_t>(NumRows()));
+    wideRows.Resize(static_cast<size_t>(NumRows()));
     std::vector<BinFinder> finderV;
     for (const int column : wideV) finderV.emplace_back(At(column));
-    const Chunks chunks = {numRows, 4096};
+    const Chunks chunks = {NumRows(), 4096};
     pool.For(chunks.Num(), [&](int chunk, int) {
         const size_t end = static_cast<size_t>(chunks.End(chunk));
         for (size_t row = static_cast<size_t>(chunks.Begin(chunk)); row < end; ++row) {
@@ -285,7 +315,7 @@ void BinnedColumns::FillRowCodes(WorkerPool& pool) {
 uint64_t BinnedColumns::HashRanks(int column) const {
     uint64_t hash = 1469598103934665603u;
     const auto mix = [&hash](uint64_t rank) { hash = (hash ^ rank) * 1099511628211u; };
-    for (int row = 0; row < numRows; ++row) mix(Rank(column, row));
+    for (int row = 0; row < NumRows(); ++row) mix(Rank(column, row));
     return hash;
 }
 

@@ -24,14 +24,15 @@
 #include "RowRanks.h"
 #include "base/LargeArray.h"
 #include "base/WorkerPool.h"
+#include "engine/train/Matrix.h"
 #include "engine/train/Separable.h"
 #include "engine/train/Tuning.h"
 
 namespace sylvora {
 namespace engine {
 
-// A coded column.
-struct Column {
+// A coded column, but for the codes of its rows.
+struct ColumnShape {
     int numBins = 0;
     // One bin per distinct value.
     bool fExact = false;
@@ -53,11 +54,6 @@ struct Column {
     std::vector<double> binValueV;
     // 2^code8Shift bins share an 8-bit code.
     int code8Shift = 0;
-    // By row: the 8-bit code; in a narrow column bin and rank, too.
-    LargeArray<uint8_t> code8V;
-    // Wide columns: the rank per row.
-    RowRanks ranks;
-
     // The number of bins when 2^shift neighbours are joined. Bins of exact columns are never
     // joined.
     int NumBins(int shift) const { return fExact ? numBins : ((numBins - 1) >> shift) + 1; }
@@ -69,6 +65,16 @@ struct Column {
     }
 };
 
+struct Column : ColumnShape {
+    // By row: the 8-bit code; in a narrow column bin and rank, too.
+    LargeArray<uint8_t> code8V;
+    // Wide columns: the rank per row.
+    RowRanks ranks;
+
+    // The column of the rows rowV[0], rowV[1], ...
+    Column Of(const std::vector<int>& rowV) const;
+};
+
 // Bin numbers, row by row. Rows are padded with zeros to whole 16 bytes. 16 bytes may be read from
 // any code on, past the end too.
 template <typename Code>
@@ -76,23 +82,37 @@ struct RowCodes {
     size_t stride = 0;  // codes per row
     LargeArray<Code> codeV;
 
+    static constexpr size_t kSlack = 16;
+
     const Code* Row(int row) const { return codeV.data() + static_cast<size_t>(row) * stride; }
+    // Zeroed codes for `numRows` rows.
+    void Resize(size_t numRows) { codeV.resize(numRows * stride + kSlack); }
+    // Copies the codes of the rows rowV[0], rowV[1], ... of `whole`.
+    void Take(const RowCodes& whole, const std::vector<int>& rowV) {
+        stride = whole.stride;
+        Resize(rowV.size());
+        for (size_t i = 0; i < rowV.size(); ++i) {
+            std::copy_n(whole.Row(rowV[i]), stride, codeV.data() + i * stride);
+        }
+    }
 };
 
-// Immutable once made, so any number of threads may use it. Holds on to the caller's matrix, which
-// must outlive it.
+// Immutable once made, so any number of threads may use it.
 class BinnedColumns {
   public:
-    // Codes the matrix `rowV` (numRow rows of numColumn values), which must stay valid and
-    // unchanged. Columns get at most tuning.mostBins bins, and a few more around heavy values. The
-    // workers of `pool` share the work. Throws std::bad_alloc. Thread-safe once made.
-    BinnedColumns(const double* const* rowV, int numRow, int numColumn, const Tuning& tuning,
+    // Codes a matrix, whose values must stay valid and unchanged. Columns get at most
+    // tuning.mostBins bins, and a few more around heavy values. The workers of `pool` share the
+    // work. Throws std::bad_alloc.
+    BinnedColumns(const Matrix& matrix, const Tuning& tuning, WorkerPool& pool);
+    // Codes a matrix that has the rows rowV[0], rowV[1], ... of the matrix of `whole`, by copying
+    // its codes. Bins and ranks stay those of `whole`, so some may have no rows.
+    BinnedColumns(const BinnedColumns& whole, const Matrix& matrix, const std::vector<int>& rowV,
                   WorkerPool& pool);
 
-    int NumRows() const { return numRows; }
+    int NumRows() const { return values.NumRows(); }
     int NumColumns() const { return static_cast<int>(columnV.size()); }
     const Column& At(int column) const { return columnV[static_cast<size_t>(column)]; }
-    double Value(int row, int column) const { return rowV[row][column]; }
+    double Value(int row, int column) const { return values.At(row, column); }
     // Whether a column holds a NaN, which has no rank. Then the codes must not be used.
     bool HasNan() const { return fNan; }
     // Whether any column has several values in a bin.
@@ -129,8 +149,7 @@ class BinnedColumns {
     uint64_t HashRanks(int column) const;
     void FindDuplicates(const std::vector<uint64_t>& hashV);
 
-    const double* const* rowV;
-    int numRows;
+    const Matrix values;
     int maxBins;
     bool fNan = false;
     std::vector<size_t> numCellsV;  // by shift

@@ -38,6 +38,20 @@ class RowRanks {
         if (!farV.empty()) farV[row] = static_cast<uint16_t>(distance >> nearBits);
     }
 
+    // The ranks of the rows rowV[0], rowV[1], ...
+    RowRanks Of(const std::vector<int>& rowV) const {
+        RowRanks some;
+        some.firstRankV = firstRankV;
+        some.nearBits = nearBits;
+        const auto take = [&rowV](const LargeArray<uint16_t>& from, LargeArray<uint16_t>& to) {
+            to.resize(from.empty() ? 0 : rowV.size());
+            for (size_t i = 0; i < to.size(); ++i) to[i] = from[static_cast<size_t>(rowV[i])];
+        };
+        take(nearV, some.nearV);
+        take(farV, some.farV);
+        return some;
+    }
+
     // The rank of a row, given its code.
     uint32_t At(size_t row, size_t code) const {
         const uint32_t rank = firstRankV[code] + nearV[row];

@@ -44,7 +44,7 @@ struct NodeLists {
     const Entry* Of(int slot) const { return listV[static_cast<size_t>(slot)]; }
     // The value of an entry's row in the slot's column.
     double Value(Entry entry, int slot) const {
-        return lists.Data().rowV[rows.rowV[PositionOf(entry)]][columnV[slot]];
+        return lists.Data().At(rows.rowV[PositionOf(entry)], columnV[slot]);
     }
 };
 

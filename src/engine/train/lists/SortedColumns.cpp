@@ -2,10 +2,8 @@
 #include "SortedColumns.h"
 
 #include <algorithm>
-#include <atomic>
 
 #include "engine/train/KeySort.h"
-#include "engine/train/Separable.h"
 
 namespace sylvora {
 namespace engine {
@@ -18,52 +16,9 @@ constexpr int kAhead = 6 * kLineEntries;
 
 }  // namespace
 
-// fKept chooses KeptLists.
-std::unique_ptr<SortedColumns> SortedColumns::Make(const Matrix& data, bool fKept,
-                                                   WorkerPool& pool) {
-    if (fKept) return std::make_unique<KeptLists>(data, pool);
-    return std::make_unique<SortedLists>(data, pool);
-}
-
-template <typename Visit>
-void SortedColumns::SortColumns(WorkerPool& pool, const Visit& visit) {
-    std::atomic<bool> fFoundNan{false};
-    std::vector<ValueOrder> sortedV(static_cast<size_t>(pool.NumWorkers()));
-    pool.For(matrix.numColumns, [&](int column, int worker) {
-        ValueOrder& sorted = sortedV[static_cast<size_t>(worker)];
-        if (!sorted.Load(matrix.rowV, matrix.numRows, column)) {
-            fFoundNan = true;
-            return;
-        }
-        fAllSeparableV[static_cast<size_t>(column)] = IsAllSeparable(sorted);
-        visit(static_cast<size_t>(column), sorted);
-    });
-    fNan = fFoundNan;
-}
-
-// Whether all neighbouring distinct values of a column are separable.
-bool SortedColumns::IsAllSeparable(const ValueOrder& sorted) {
-    if (sorted.Count() == 0) return true;
-    double previous = sorted.Value(0);
-    for (size_t i = 1; i < sorted.Count(); ++i) {
-        const double value = sorted.Value(i);
-        if (!sorted.IsEqualToPrevious(i) && !IsSeparable(previous, value)) return false;
-        previous = value;
-    }
-    return true;
-}
-
-// Sorts all rows of each column once. An entry here holds a row of the data, not a position.
-KeptLists::KeptLists(const Matrix& data, WorkerPool& pool)
-    : SortedColumns(data), orderVV(static_cast<size_t>(data.numColumns)) {
-    SortColumns(pool, [this](size_t column, const ValueOrder& sorted) {
-        LargeArray<Entry>& orderV = orderVV[column];
-        orderV.resize(sorted.Count());
-        for (size_t i = 0; i < orderV.size(); ++i) {
-            const bool fRise = i > 0 && !sorted.IsEqualToPrevious(i);
-            orderV[i] = static_cast<Entry>(sorted.Row(i)) | (fRise ? kRise : 0);
-        }
-    });
+std::unique_ptr<SortedColumns> SortedColumns::Make(std::shared_ptr<const ColumnOrders> orders) {
+    if (orders->AreLists()) return std::make_unique<KeptLists>(std::move(orders));
+    return std::make_unique<SortedLists>(std::move(orders));
 }
 
 void KeptLists::Take(const int* indexV, int num, WorkerPool& pool) {
@@ -71,20 +26,20 @@ void KeptLists::Take(const int* indexV, int num, WorkerPool& pool) {
     // different cache sets. It leaves space for the one entry that TakeColumn writes past the end.
     const size_t numLines = static_cast<size_t>(num / kLineEntries) + 1;
     stride = (numLines | 1) * kLineEntries;
-    entryV.resize(stride * static_cast<size_t>(Data().numColumns));
-    positionV.assign(static_cast<size_t>(Data().numRows), kAbsent);
+    entryV.resize(stride * static_cast<size_t>(Data().NumColumns()));
+    positionV.assign(static_cast<size_t>(Data().NumRows()), kAbsent);
     // Maps rows of the data to positions in the tree's row index.
     for (int i = 0; i < num; ++i) {
         positionV[static_cast<size_t>(indexV[i])] = static_cast<uint32_t>(i);
     }
-    pool.For(Data().numColumns, [&](int column, int) { TakeColumn(column); });
+    pool.For(Data().NumColumns(), [&](int column, int) { TakeColumn(column); });
 }
 
 // Copies the entries of the tree's rows. A skipped entry passes its rise on to the next entry kept.
 void KeptLists::TakeColumn(int column) {
     Entry* to = entryV.data() + static_cast<size_t>(column) * stride;
     Entry rise = 0;
-    for (const Entry entry : orderVV[static_cast<size_t>(column)]) {
+    for (const Entry entry : orders->Of(static_cast<size_t>(column))) {
         const uint32_t position = positionV[PositionOf(entry)];
         rise |= entry & kRise;
         *to = position | rise;
@@ -134,25 +89,11 @@ void KeptLists::Partition(int column, const NodeRows& rows, const uint32_t* toV,
     std::copy(other, right, left);
 }
 
-// Stores ranks instead of orders: a node sorts its own rows by them.
-SortedLists::SortedLists(const Matrix& data, WorkerPool& pool)
-    : SortedColumns(data), rankVV(static_cast<size_t>(data.numColumns)) {
-    SortColumns(pool, [this](size_t column, const ValueOrder& sorted) {
-        LargeArray<uint32_t>& rankV = rankVV[column];
-        rankV.resize(sorted.Count());
-        uint32_t rank = 0;
-        for (size_t i = 0; i < rankV.size(); ++i) {
-            if (i > 0 && !sorted.IsEqualToPrevious(i)) ++rank;
-            rankV[sorted.Row(i)] = rank;
-        }
-    });
-}
-
 // Sorts the node's rows by rank, and marks the rises. Rows are scattered over rankV, hence the
 // prefetch.
 const Entry* SortedLists::List(int column, const NodeRows& rows, ListBuffers& buffers,
                                Entry* made) const {
-    const uint32_t* const rankV = rankVV[static_cast<size_t>(column)].data();
+    const uint32_t* const rankV = orders->Of(static_cast<size_t>(column)).data();
     const int* const rowV = rows.rowV.data() + rows.begin;
     std::vector<uint64_t>& keyV = buffers.keyV;
     keyV.resize(static_cast<size_t>(rows.count));

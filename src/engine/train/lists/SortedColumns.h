@@ -1,45 +1,27 @@
 // Sorted lists: the rows of a node in the order of a column's values. There are two kinds:
 //
-//   KeptLists    Sorted once per run, and kept sorted while a tree grows: splitting a node stably
+//   KeptLists    Sorted before a run, and kept sorted while a tree grows: splitting a node stably
 //                partitions its lists (Mehta, Agrawal and Rissanen 1996, SLIQ). No node sorts, but
 //                every column is partitioned.
 //   SortedLists  Made at each node, for the sampled columns. Pays where few columns are sampled.
 //
-// An entry of a list is a row's position in the tree's row index. Its highest bit is set if the
-// row's value is above the previous entry's (the list "rises" there, so a split may lie between the
-// two). The first entry's bit has no meaning. Splitting a node moves its rows to new positions, so
-// that all data of a node's rows stay contiguous.
+// An entry of a list (ColumnOrders.h) has a row's position in the tree's row index. Splitting a
+// node moves its rows to new positions, so that all data of a node's rows stay contiguous.
 #ifndef SYLVORA_ENGINE_TRAIN_LISTS_SORTEDCOLUMNS_H
 #define SYLVORA_ENGINE_TRAIN_LISTS_SORTEDCOLUMNS_H
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <utility>
 #include <vector>
 
+#include "ColumnOrders.h"
 #include "base/LargeArray.h"
 #include "base/WorkerPool.h"
-#include "engine/train/ValueOrder.h"
 
 namespace sylvora {
 namespace engine {
-
-typedef uint32_t Entry;
-constexpr Entry kRise = Entry{1} << 31;
-
-inline uint32_t PositionOf(Entry entry) {
-    return entry & ~kRise;
-}
-inline bool Rises(Entry entry) {
-    return (entry & kRise) != 0;
-}
-
-// The training data: numRows rows of numColumns values. The caller owns them.
-struct Matrix {
-    const double* const* rowV;
-    int numRows;
-    int numColumns;
-};
 
 // A node's rows: positions [begin, begin + count) of the tree's row index.
 struct NodeRows {
@@ -61,14 +43,13 @@ class SortedColumns {
   public:
     virtual ~SortedColumns() = default;
 
-    // Sorts the columns. The caller's matrix must outlive the result. Throws std::bad_alloc.
-    static std::unique_ptr<SortedColumns> Make(const Matrix& data, bool fKept, WorkerPool& pool);
+    // Lists for one training at a time: KeptLists if `orders` are lists, otherwise SortedLists.
+    static std::unique_ptr<SortedColumns> Make(std::shared_ptr<const ColumnOrders> orders);
 
-    const Matrix& Data() const { return matrix; }
-    // Whether a column holds a NaN. Then there is no order, and the lists must not be used.
-    bool HasNan() const { return fNan; }
-    // Whether a regression split may lie between any two distinct values of the column.
-    bool AllSeparable(int column) const { return fAllSeparableV[static_cast<size_t>(column)] != 0; }
+    const Matrix& Data() const { return orders->Data(); }
+    // As ColumnOrders has them.
+    bool HasNan() const { return orders->HasNan(); }
+    bool AllSeparable(int column) const { return orders->AllSeparable(column); }
 
     // Starts a tree on the rows indexV[0..num), all distinct.
     virtual void Take(const int* indexV, int num, WorkerPool& pool) = 0;
@@ -83,26 +64,17 @@ class SortedColumns {
     virtual void Partition(int column, const NodeRows& rows, const uint32_t* toV, int middle,
                            Entry* other) = 0;
 
+    explicit SortedColumns(std::shared_ptr<const ColumnOrders> columnOrders)
+        : orders(std::move(columnOrders)) {}
+
   protected:
-    explicit SortedColumns(const Matrix& data)
-        : matrix(data), fAllSeparableV(static_cast<size_t>(data.numColumns), 1) {}
-
-    // Calls visit(column, sorted) for each column, from several workers at once.
-    template <typename Visit>
-    void SortColumns(WorkerPool& pool, const Visit& visit);
-
-  private:
-    static bool IsAllSeparable(const ValueOrder& sorted);
-
-    const Matrix matrix;
-    bool fNan = false;
-    std::vector<uint8_t> fAllSeparableV;
+    const std::shared_ptr<const ColumnOrders> orders;
 };
 
-// Takes 4 bytes per value of the data, and 4 per value of the tree's rows.
+// Takes 4 bytes per value of the tree's rows, beside the orders.
 class KeptLists : public SortedColumns {
   public:
-    KeptLists(const Matrix& data, WorkerPool& pool);
+    using SortedColumns::SortedColumns;
 
     void Take(const int* indexV, int num, WorkerPool& pool) override;
     bool AreKept() const override { return true; }
@@ -116,8 +88,6 @@ class KeptLists : public SortedColumns {
   private:
     void TakeColumn(int column);
 
-    // By column: all rows of the data, by row number.
-    std::vector<LargeArray<Entry>> orderVV;
     // Entries from one column's list to the next.
     size_t stride = 0;
     // By column: the nodes' lists, at their positions.
@@ -126,19 +96,16 @@ class KeptLists : public SortedColumns {
     LargeArray<uint32_t> positionV;
 };
 
-// Takes 4 bytes per value of the data.
+// Takes no memory beside the orders.
 class SortedLists : public SortedColumns {
   public:
-    SortedLists(const Matrix& data, WorkerPool& pool);
+    using SortedColumns::SortedColumns;
 
     void Take(const int*, int, WorkerPool&) override {}
     bool AreKept() const override { return false; }
     const Entry* List(int column, const NodeRows& rows, ListBuffers& buffers,
                       Entry* made) const override;
     void Partition(int, const NodeRows&, const uint32_t*, int, Entry*) override {}
-
-  private:
-    std::vector<LargeArray<uint32_t>> rankVV;  // by column and row
 };
 
 }  // namespace engine

@@ -18,6 +18,9 @@ namespace {
 
 constexpr int kRunsPerWorker = 8;  // per level, so that workers finish at about the same time
 constexpr int kLeastRunRows = 512;
+// Nodes of a level that are split at a time. Enough to share among workers; more would only take
+// memory, which counts when a forest has 100,000 nodes on a level.
+constexpr size_t kMostBatch = 4096;
 
 }  // namespace
 
@@ -84,8 +87,8 @@ bool SortedListGrower::Grow(const double* targets, const int* indexV, int num, l
     TakeRows(indexV, num);
     GrownNode root;
     root.countDoc = num;
-    std::vector<OpenNode> levelV, nextV;
-    if (criterion.Describe(root, workerV[0]->scanBuffers)) levelV.emplace_back();
+    std::vector<int> levelV, nextV;
+    if (criterion.Describe(root, workerV[0]->scanBuffers)) levelV.push_back(0);
     nodeV.assign(1, root);
     numLeaf = 1;
     while (!levelV.empty()) {
@@ -107,19 +110,22 @@ void SortedListGrower::TakeRows(const int* indexV, int num) {
     team->facts.classCountV.clear();
 }
 
-// Splits the nodes of a level, in batches that the leaf limit allows (GrowthLimits::BatchSize).
-// Columns are sampled in node order before a batch is searched, so threads do not affect the draws.
-void SortedListGrower::GrowLevel(std::vector<OpenNode>& levelV, long* seed,
-                                 std::vector<OpenNode>& nextV) {
+// Splits the nodes levelV of a level, in batches that the leaf limit allows
+// (GrowthLimits::BatchSize). Columns are sampled in node order before a batch is searched, so
+// threads do not affect the draws. Children that may be split go to nextV.
+void SortedListGrower::GrowLevel(const std::vector<int>& levelV, long* seed,
+                                 std::vector<int>& nextV) {
+    std::vector<OpenNode> batchV;
     for (size_t numDone = 0; numDone < levelV.size();) {
-        const size_t numBatch = limits.BatchSize(levelV.size() - numDone, numLeaf);
-        OpenNode* batch = &levelV[numDone];
-        numDone += numBatch;
-        drawnV = DrawColumns(lists.Data().numColumns, limits.numSelFea, numBatch, seed);
-        SplitBatch(batch, numBatch);
-        for (size_t b = 0; b < numBatch; ++b) {
-            if (batch[b].split.column < 0) continue;
-            AppendChildren(batch[b], nextV);
+        const size_t numBatch =
+            std::min(limits.BatchSize(levelV.size() - numDone, numLeaf), kMostBatch);
+        batchV.assign(numBatch, OpenNode());
+        for (OpenNode& open : batchV) open.idxNode = levelV[numDone++];
+        drawnV = DrawColumns(lists.Data().NumColumns(), limits.numSelFea, numBatch, seed);
+        SplitBatch(batchV.data(), numBatch);
+        for (const OpenNode& done : batchV) {
+            if (done.split.column < 0) continue;
+            AppendChildren(done, nextV);
             ++numLeaf;
             if (limits.IsFull(numLeaf)) return nextV.clear();
         }
@@ -168,7 +174,7 @@ void SortedListGrower::SplitBatch(OpenNode* batch, size_t numBatch) {
 // node's own positions, so nodes of a batch may be split at once.
 void SortedListGrower::SplitNode(OpenNode& open, const int* columnV, Worker& worker) {
     const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
-    worker.listV.resize(static_cast<size_t>(std::min(limits.numSelFea, lists.Data().numColumns)));
+    worker.listV.resize(static_cast<size_t>(std::min(limits.numSelFea, lists.Data().NumColumns())));
     const NodeLists nodeLists = {
         lists, {rowV, node.startDoc, node.countDoc}, columnV, worker.listV};
     const SearchResult<ListCandidate> result = FindSplit(node, nodeLists, worker);
@@ -245,7 +251,7 @@ void SortedListGrower::MoveByValue(const GrownNode& node, const SplitPoint& spli
     worker.fLeftV.resize(static_cast<size_t>(node.countDoc));
     const int* const rows = rowV.data() + node.startDoc;
     for (int i = 0; i < node.countDoc; ++i) {
-        const double value = lists.Data().rowV[rows[i]][split.column];
+        const double value = lists.Data().At(rows[i], split.column);
         worker.fLeftV[static_cast<size_t>(i)] = split.BelongsLeft(value, i < split.countL);
     }
     MoveRows(node, split.countL, worker);
@@ -283,7 +289,7 @@ void SortedListGrower::MakeChildren(OpenNode& open, Worker& worker) {
 
 // Partitions the lists of all columns, sampled or not: descendants may sample them.
 void SortedListGrower::PartitionLists(const NodeRows& nodeRows, int middle, Worker& worker) {
-    worker.For(lists.Data().numColumns, [&](int column, Worker& member) {
+    worker.For(lists.Data().NumColumns(), [&](int column, Worker& member) {
         member.otherV.resize(
             std::max(member.otherV.size(), static_cast<size_t>(nodeRows.count) + 1));
         lists.Partition(column, nodeRows, toV.data() + nodeRows.begin, middle,
@@ -292,14 +298,11 @@ void SortedListGrower::PartitionLists(const NodeRows& nodeRows, int middle, Work
 }
 
 // Records the split and appends the children in the order of the reference implementation.
-void SortedListGrower::AppendChildren(const OpenNode& open, std::vector<OpenNode>& nextV) {
+void SortedListGrower::AppendChildren(const OpenNode& open, std::vector<int>& nextV) {
     GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
     RecordSplit(open.split, static_cast<int>(nodeV.size()), node);
     for (int child = 0; child < 2; ++child) {
-        if (open.fOpenV[child]) {
-            nextV.emplace_back();
-            nextV.back().idxNode = static_cast<int>(nodeV.size());
-        }
+        if (open.fOpenV[child]) nextV.push_back(static_cast<int>(nodeV.size()));
         nodeV.push_back(open.children[child]);
     }
 }

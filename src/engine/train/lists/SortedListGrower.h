@@ -41,7 +41,7 @@ class SortedListGrower {
     struct Worker;
 
     void TakeRows(const int* indexV, int num);
-    void GrowLevel(std::vector<OpenNode>& levelV, long* seed, std::vector<OpenNode>& nextV);
+    void GrowLevel(const std::vector<int>& levelV, long* seed, std::vector<int>& nextV);
     void SplitBatch(OpenNode* batch, size_t numBatch);
     void SplitNode(OpenNode& open, const int* columnV, Worker& worker);
     SearchResult<ListCandidate> FindSplit(const GrownNode& node, const NodeLists& nodeLists,
@@ -54,7 +54,7 @@ class SortedListGrower {
     void MoveRows(const GrownNode& node, int countL, Worker& worker);
     void MakeChildren(OpenNode& open, Worker& worker);
     void PartitionLists(const NodeRows& nodeRows, int middle, Worker& worker);
-    void AppendChildren(const OpenNode& open, std::vector<OpenNode>& nextV);
+    void AppendChildren(const OpenNode& open, std::vector<int>& nextV);
 
     SortedColumns& lists;
     WorkerPool& pool;

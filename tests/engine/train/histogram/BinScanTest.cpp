@@ -137,7 +137,7 @@ TEST(BinScan, FindsAllCandidates) {
         Tuning tuning;
         if (seed % 2 != 0) tuning.mostBins = 1 + static_cast<int>(columns.Below(300));
         const int numRows = columns.NumRows();
-        const BinnedColumns data(columns.Rows(), numRows, RandomColumns::kColumns, tuning, pool);
+        const BinnedColumns data({columns.Rows(), numRows, RandomColumns::kColumns}, tuning, pool);
         RandomNode node(columns, data, pool);
         for (int column = 0; column < data.NumColumns(); ++column) {
             SCOPED_TRACE(testing::Message() << "seed " << seed << ", column " << column);

@@ -22,7 +22,7 @@ TEST(ColumnBins, HoldAValueOfManyRowsAlone) {
         for (int i = 0; i < kRows; ++i) valueV.push_back(i % 3 == 0 ? shared : i + 0.5);
         for (const double& value : valueV) rowV.push_back(&value);
         WorkerPool pool;
-        const BinnedColumns data(rowV.data(), kRows, 1, Tuning(), pool);
+        const BinnedColumns data({rowV.data(), kRows, 1}, Tuning(), pool);
         const Column& column = data.At(0);
         ASSERT_FALSE(column.fExact);
         const uint32_t rank = data.Rank(0, 0);

@@ -26,8 +26,8 @@ class RowPartitionTest : public testing::TestWithParam<int> {
 
     // Parts a tree of `num` rows three levels deep.
     void Grow(RandomColumns& columns, int num, const Tuning& tuning, bool fShared) {
-        const BinnedColumns data(columns.Rows(), columns.NumRows(), RandomColumns::kColumns, tuning,
-                                 pool);
+        const BinnedColumns data({columns.Rows(), columns.NumRows(), RandomColumns::kColumns},
+                                 tuning, pool);
         RowPartition partition(data, pool, tuning.chunkRows);
         partition.SetShared(fShared);
         std::vector<double> gradV;

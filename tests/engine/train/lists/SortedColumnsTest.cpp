@@ -88,6 +88,11 @@ class SortedColumnsTest : public testing::TestWithParam<std::tuple<int, bool>> {
         }
     }
 
+    std::unique_ptr<SortedColumns> MakeLists(const Matrix& matrix) {
+        const auto form = AreKept() ? ColumnOrders::Form::kLists : ColumnOrders::Form::kRanks;
+        return SortedColumns::Make(std::make_shared<ColumnOrders>(matrix, form, pool));
+    }
+
     int RowAt(int position) const { return rowV[static_cast<size_t>(position)]; }
 
     WorkerPool pool;
@@ -99,8 +104,7 @@ TEST_P(SortedColumnsTest, ListsAreSortedAndStaySo) {
         SCOPED_TRACE(seed);
         const int numRows = 1 + static_cast<int>(seed * seed % 400);
         RandomColumns columns(numRows, seed);
-        const auto lists =
-            SortedColumns::Make({columns.Rows(), numRows, kColumns}, AreKept(), pool);
+        const auto lists = MakeLists({columns.Rows(), numRows, kColumns});
         EXPECT_FALSE(lists->HasNan());
         // Several trees. The first needs buffers behind entries that fill whole cache lines.
         for (const int num : {std::min(numRows, 48), numRows, 1, (numRows + 1) / 2}) {
@@ -113,7 +117,7 @@ TEST_P(SortedColumnsTest, TellCleanColumnsAndNan) {
     for (unsigned seed = 1; seed <= 300; ++seed) {
         RandomColumns columns(1 + static_cast<int>(seed % 20), seed);
         const Matrix matrix = {columns.Rows(), columns.NumRows(), kColumns};
-        const auto lists = SortedColumns::Make(matrix, AreKept(), pool);
+        const auto lists = MakeLists(matrix);
         for (int column = 0; column < kColumns; ++column) {
             const std::vector<double> valueV = columns.Distinct(column);
             bool fClean = true;
@@ -123,7 +127,7 @@ TEST_P(SortedColumnsTest, TellCleanColumnsAndNan) {
             EXPECT_EQ(lists->AllSeparable(column), fClean) << seed << ' ' << column;
         }
         columns.Set(columns.NumRows() / 2, static_cast<int>(seed % kColumns), std::nan(""));
-        EXPECT_TRUE(SortedColumns::Make(matrix, AreKept(), pool)->HasNan()) << seed;
+        EXPECT_TRUE(MakeLists(matrix)->HasNan()) << seed;
     }
 }
 

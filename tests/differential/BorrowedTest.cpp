@@ -1,0 +1,145 @@
+// Training on borrowed blocks against training on copied rows: the same nodes, sums, predictions,
+// means and random numbers, bit for bit, in every layout and for every model type.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <numeric>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "DataSet.h"
+#include "HostileSets.h"
+#include "Layouts.h"
+#include "base/BlockReader.h"
+
+namespace {
+
+using hostile::Layout;
+using hostile::Maker;
+using hostile::Outcome;
+using hostile::Set;
+using sylvora::DataSet;
+
+Set MakeSet(unsigned seed) {
+    Set set = seed % 2 == 0 ? Maker(seed).Make() : Maker(seed).MakeListed(150);
+    set.cfg.numThread = seed % 3 == 0 ? 8 : 1;
+    return set;
+}
+
+std::shared_ptr<const DataSet> SetOf(const Layout& layout) {
+    std::shared_ptr<const DataSet> data = DataSet::Make(layout.Block());
+    EXPECT_NE(data, nullptr);
+    return data;
+}
+
+std::string Borrowed(Set set, const std::shared_ptr<const DataSet>& data, const char* tuning = "") {
+    set.give = [&](TreeLearner& learner) {
+        return learner.DataBorrow(data, set.labels.data(), static_cast<int>(set.labels.size()),
+                                  set.queries.data(), static_cast<int>(set.queries.size()));
+    };
+    return Outcome(set, "0", tuning);
+}
+
+TEST(Borrowed, EveryLayoutEqualsCopiedRows) {
+    static const char* const kTunings[] = {"", "smallNode=0 mostBins=16 directPercent=0 fewKeys=0",
+                                           "smallNode=8 mostBins=4 directPercent=0 chunkRows=4"};
+    for (unsigned seed = 1; seed <= hostile::Scaled(160) && !HasFailure(); ++seed) {
+        Set set = MakeSet(seed);
+        for (int kind = 0; kind < Layout::kNumKinds; ++kind) {
+            SCOPED_TRACE(testing::Message() << "seed " << seed << ", layout " << kind);
+            if (kind == Layout::kFloats) {
+                for (VecDle& row : set.rows) {
+                    for (double& value : row)
+                        value = static_cast<double>(static_cast<float>(value));
+                }
+            }
+            const Layout layout(set.rows, static_cast<Layout::Kind>(kind));
+            const char* const tuning = kTunings[(seed + static_cast<unsigned>(kind)) % 3];
+            EXPECT_TRUE(Borrowed(set, SetOf(layout), tuning) == Outcome(set, "0", tuning));
+        }
+        const Layout layout(set.rows, Layout::kColumnMajor);
+        Set reference = set;  // the rows are copied
+        reference.give = [&](TreeLearner& learner) {
+            return learner.DataBorrow(SetOf(layout), set.labels.data(),
+                                      static_cast<int>(set.labels.size()), set.queries.data(),
+                                      static_cast<int>(set.queries.size()));
+        };
+        EXPECT_TRUE(Outcome(reference, "1", "") == Outcome(set, "1", "")) << "seed " << seed;
+    }
+    unsetenv("SYLVORA_PLAIN");
+    unsetenv("SYLVORA_TUNING");
+}
+
+// Codes stay when the rows change, and are used by trainings of all kinds, at once and in turn.
+TEST(Borrowed, SubsetsEqualTheirRows) {
+    for (unsigned seed = 1; seed <= hostile::Scaled(80) && !HasFailure(); ++seed) {
+        SCOPED_TRACE(seed);
+        Set set = MakeSet(seed);
+        std::mt19937 random(seed);
+        const auto below = [&random](size_t n) { return random() % n; };
+        // The set's rows, among others, in another order, and as a subset of a subset.
+        VecVecDle wholeV;
+        VecInt placeV;
+        for (const VecDle& row : set.rows) {
+            if (below(3) == 0) wholeV.push_back(set.rows[below(set.rows.size())]);
+            placeV.push_back(static_cast<int>(wholeV.size()));
+            wholeV.push_back(row);
+        }
+        VecInt newPlaceV(wholeV.size());
+        std::iota(newPlaceV.begin(), newPlaceV.end(), 0);
+        if (seed % 4 != 0) std::shuffle(newPlaceV.begin(), newPlaceV.end(), random);
+        VecVecDle shuffledV(wholeV.size());
+        for (size_t i = 0; i < wholeV.size(); ++i) {
+            shuffledV[static_cast<size_t>(newPlaceV[i])] = wholeV[i];
+        }
+        for (int& place : placeV) place = newPlaceV[static_cast<size_t>(place)];
+        const Layout layout(shuffledV, static_cast<Layout::Kind>(seed % Layout::kFloats));
+        const auto whole = SetOf(layout);
+        VecInt reversedV(placeV.rbegin(), placeV.rend());
+        const auto reversed =
+            DataSet::Subset(whole, reversedV.data(), static_cast<int>(reversedV.size()));
+        VecInt backV(placeV.size());
+        std::iota(backV.rbegin(), backV.rend(), 0);
+        const auto again = DataSet::Subset(reversed, backV.data(), static_cast<int>(backV.size()));
+        const auto direct = DataSet::Subset(whole, placeV.data(), static_cast<int>(placeV.size()));
+        const std::string expected = Outcome(set, "0", "smallNode=0 mostBins=8 rankBits=2");
+        for (const auto& data : {direct, again}) {
+            ASSERT_NE(data, nullptr);
+            EXPECT_TRUE(Borrowed(set, data, "smallNode=0 mostBins=8 rankBits=2") == expected);
+        }
+    }
+    unsetenv("SYLVORA_PLAIN");
+    unsetenv("SYLVORA_TUNING");
+}
+
+TEST(Borrowed, BlocksScoreLikeRows) {
+    for (unsigned seed = 1; seed <= 60 && !HasFailure(); ++seed) {
+        Set set = MakeSet(seed);
+        sylvora::tests::Messages messages;
+        TreeLearner learner(set.cfg);
+        ASSERT_EQ(set.cfg.CheckCfg(), 0);
+        TreeLearner trained(set.cfg);
+        ASSERT_EQ(trained.DataInput(set.labels, set.rows, 0, set.queries, {}), 0);
+        if (trained.ParamInit() != 0 || trained.Boosting() != 0) continue;
+        VecDle flatV;
+        for (const VecDle& row : set.rows) flatV.insert(flatV.end(), row.begin(), row.end());
+        VecDle expectedV(set.rows.size()), scoreV(set.rows.size());
+        ASSERT_EQ(trained.OnlineTestingBatch(flatV.data(), set.rows.size(), set.rows[0].size(),
+                                             expectedV.data(), 1),
+                  0);
+        for (int kind = 0; kind < Layout::kNumKinds; ++kind) {
+            if (kind == Layout::kFloats) continue;
+            const Layout layout(set.rows, static_cast<Layout::Kind>(kind));
+            ASSERT_EQ(trained.OnlineTestingBatch(layout.Block(), scoreV.data(), 2), 0);
+            EXPECT_TRUE(
+                std::memcmp(scoreV.data(), expectedV.data(), scoreV.size() * sizeof(double)) == 0)
+                << "seed " << seed << ", layout " << kind;
+        }
+    }
+}
+
+}  // namespace
