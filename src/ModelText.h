@@ -11,40 +11,48 @@
 
 namespace sylvora {
 
-// The block behind a model; TreeLearner/ModelDescription.cpp has its grammar. All members are
-// optional. Texts are UTF-8 by convention; any byte is kept.
+struct ModelOrigin;
+
+// What the block behind a model says; ModelText/BlockWriter.cpp has the grammar of the block. All
+// members are optional. Texts are UTF-8 by convention, and may have any bytes.
 struct ModelDescription {
     std::vector<std::string> columnV;  // names, one per column of the model, or empty
-    std::vector<std::string> classV;   // names of the classes, in the order of their numbers
+    // Names of the classes: empty, or in a classification one per class, in the order of their
+    // numbers; in a regression any, for example two for a loss that separates two classes.
+    std::vector<std::string> classV;
     std::string link;     // from score to prediction: "identity", "sigmoid", ..., or empty
     std::string missing;  // what was read as missing: "nan", "absent", a number, or empty
     int bestRound = 0;    // of early stopping, counted from 1; 0: none
     std::vector<std::pair<std::string, std::string>> settingV;  // parameter and value, in order
-    // The rows of the training data that each node had: for each tree of the model, in order, for
-    // each of its nodes. Empty, or complete.
+    // How many of the rows that a tree was grown on reach each node: for each tree of the model, in
+    // order, for each of its nodes. Empty, or complete; that of a node is the sum of its
+    // children's.
     std::vector<int> coverV;
 };
 
-// Functions on a learner's model. All return 0, or -1 after a message. They change nothing that
-// they were given after a failure, except that a learner whose load failed is unusable.
+// Functions on a learner's model. All return 0, or -1 after a message. After a failure the result
+// argument is as it was, but a learner whose load failed is unusable. Save, SaveFile and Covers only
+// read the learner; nobody may change it meanwhile.
 class SYLVORA_API ModelText {
   public:
-    // The text that SaveModelFull writes, with 6 or 17 digits, and behind it, unless `description`
-    // is null, its block.
+    // The text that SaveModelFull writes with 6 or 17 `digits` and, unless `description` is null,
+    // its block. A description that does not fit the model is refused.
     [[nodiscard]] static int Save(TreeLearner& learner, int digits,
                                   const ModelDescription* description, std::string& text);
     // The same, to `file`, which is replaced as a whole or left as it was.
     [[nodiscard]] static int SaveFile(TreeLearner& learner, int digits,
                                       const ModelDescription& description, const std::string& file);
-    // LoadModelFull, which ignores descriptions, from memory or a file. Unless `description` is
-    // null, a block that is cut, damaged or of another model is refused; without a block the result
-    // is empty.
+    // LoadModelFull from `size` bytes of memory, which are only read and only during the call.
+    // `learner` must be fresh. Unless `description` is null, it receives what the block says, or
+    // becomes empty if there is no block; a block that is cut off or damaged, or that belongs to
+    // another model, is refused. With null, a block is ignored, as LoadModelFull ignores it.
     [[nodiscard]] static int Load(const char* text, size_t size, TreeLearner& learner,
                                   ModelDescription* description);
+    // The same from a file, which is read once and from front to back, so it may be a pipe.
     [[nodiscard]] static int LoadFile(const std::string& file, TreeLearner& learner,
                                       ModelDescription& description);
-    // The rows per node of the trees that `learner` has trained, as coverV has them; empty for a
-    // loaded model, and for packed trees without TrainingOptions::fCovers.
+    // The coverV of the trees that `learner` has trained; empty for a loaded model, and for packed
+    // trees without TrainingOptions::fCovers.
     [[nodiscard]] static int Covers(const TreeLearner& learner, std::vector<int>& coverV);
 };
 

@@ -41,8 +41,8 @@ struct TrainingOptions {
     std::string stopSet;
     std::string stopMetric;
 
-    // Whether packed trees (setPackedTrees) keep the number of rows of each node, for GetCovers: 4
-    // bytes a node.
+    // Whether packed trees (setPackedTrees) keep the number of rows of each node, for
+    // ModelText::Covers: 4 bytes a node and 40 a tree.
     bool fCovers = false;
 };
 

@@ -37,6 +37,7 @@
 #include "DataBlock.h"
 #include "DataSet.h"
 #include "Libdef.h"
+#include "ModelText.h"
 #include "Output.h"
 #include "TrainingOptions.h"
 #include "Tree.h"
@@ -45,7 +46,6 @@ class TreeLearner;
 namespace sylvora {
 class EngineRun;
 class EnsembleView;
-class ModelText;
 class RowCopy;
 class WorkerPool;
 namespace engine {
@@ -348,7 +348,10 @@ class SYLVORA_API TreeLearner {
     void EndGroup();
     void ClearGroup();
     struct Verification;
-    int WriteModel(const std::string& fileMout, int digits, bool fCheck);
+    int WriteModel(const std::string& fileMout, int digits, bool fCheck,
+                   const sylvora::ModelDescription* description = nullptr);
+    int CheckSaving(int digits, const sylvora::ModelDescription* description) const;
+    int LoadFrom(const sylvora::ModelOrigin& origin, sylvora::ModelDescription* description);
     void MakeRecords(const sylvora::engine::PackedTrees& trees, int numUnfilled);
 
     int RefuseAtWork(const char* operation) const;

@@ -47,4 +47,16 @@ engine::PackedTree Pack(const TreeCR& tree) {
     return {nodeV.data(), nodeV.size(), tree.depth};
 }
 
+std::vector<int> CoversOf(const TreeCR& tree) {
+    std::vector<int> coverV;
+    coverV.reserve(tree.NodeV.size());
+    for (const NodeCR* node : tree.NodeV) coverV.push_back(node->countDoc);
+    return coverV;
+}
+
+void AppendPacked(const TreeCR& tree, bool fCovers, engine::PackedTrees& trees) {
+    if (fCovers) trees.AddCovers(CoversOf(tree));
+    trees.treeV.push_back(Pack(tree));
+}
+
 }  // namespace sylvora

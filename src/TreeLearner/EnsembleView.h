@@ -74,6 +74,13 @@ class EnsembleView {
 // A packed copy of a tree, owned by the caller. Throws std::bad_alloc.
 engine::PackedTree Pack(const TreeCR& tree);
 
+// The number of rows of each node of a tree that was grown. Throws std::bad_alloc.
+std::vector<int> CoversOf(const TreeCR& tree);
+
+// Appends a packed copy of a tree that was grown, and with `fCovers` its covers. Throws
+// std::bad_alloc; the trees are then unchanged.
+void AppendPacked(const TreeCR& tree, bool fCovers, engine::PackedTrees& trees);
+
 }  // namespace sylvora
 
 #endif  // SYLVORA_TREELEARNER_ENSEMBLEVIEW_H

@@ -108,7 +108,7 @@ int CompareHead(const TreeLearner& learner, const TreeLearner& read, int digits)
 }  // namespace
 
 int CheckModelFile(const std::string& file, const TreeLearner& learner, int digits) {
-    ModelSource source(file);
+    ModelSource source{ModelOrigin(file)};
     if (!source.IsOpen() || source.IsEmpty()) {
         return Fail("ERROR: ", file, " cannot be read back: ", std::strerror(errno), "\n");
     }

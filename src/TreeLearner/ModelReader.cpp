@@ -1,4 +1,4 @@
-// Loading a model. The file is read into packed trees. These are checked for faults that would make
+// Loading a model. Its text is read into packed trees. These are checked for faults that would make
 // a walk fail and, unless the learner keeps its trees packed, converted to records.
 #include <algorithm>
 #include <cmath>
@@ -12,10 +12,12 @@
 #include "../god/Truncation.h"
 #include "../god/UsableMemory.h"
 #include "CallScope.h"
+#include "Description.h"
 #include "EnsembleView.h"
 #include "ModelParser.h"
 
 using sylvora::Fail;
+using sylvora::ModelOrigin;
 using sylvora::ModelSource;
 using sylvora::engine::PackedNode;
 using sylvora::engine::PackedTree;
@@ -229,13 +231,18 @@ void TreeLearner::MakeRecords(const PackedTrees& trees, int numUnfilled) {
 
 int TreeLearner::LoadModelFull(std::string fileM) {
     const CallScope scope(*this);
+    if (RefuseAtWork("LoadModelFull") != 0) return -1;
+    return LoadFrom(ModelOrigin(fileM), nullptr);
+}
+
+// Loads a model and, unless `description` is null, the block behind it; see ModelText.
+int TreeLearner::LoadFrom(const ModelOrigin& origin, sylvora::ModelDescription* description) {
     return sylvora::Guarded([&] {
-        if (RefuseAtWork("LoadModelFull") != 0) return -1;
         // Until the end of this function scoring and saving are refused, so that a failure or an
         // exception leaves no half-loaded model in use.
         walkFault = "the model was not loaded in full";
         fLoadFailed = true;
-        ModelSource source(fileM);
+        ModelSource source(origin, description != nullptr);
         if (!source.IsOpen()) return Fail("ERROR: Cannot open model file!\n");
         if (source.IsEmpty()) return Fail("ERROR: empty model file!\n");
         if (sylvora::ParseHead(source, *this) != 0) return -1;
@@ -251,15 +258,32 @@ int TreeLearner::LoadModelFull(std::string fileM) {
             if (sink.CanHoldRecords()) MakeRecords(*trees, sink.NumUnfilled());
         }
         if (status != 0) return -1;
+        if (fPacked) packedTrees = trees;
+        const bool fCut = source.IsCut();
+        if (description != nullptr && ReadDescription(source, *this, *description) != 0) return -1;
         // The load has succeeded, and the model may be saved again. A fault only prevents scoring.
         fLoadFailed = false;
         walkFault = FindFault(*this, *trees);
-        if (walkFault.empty() && source.IsCut() && trees->NumGroups() > 0) {
+        if (walkFault.empty() && fCut && trees->NumGroups() > 0) {
             walkFault = NameLast(*trees) + ": the file ends in it";
         }
-        if (fPacked) packedTrees = trees;
         CompileEnsemble(trees);
         if (CfgInfo.fPrint) sylvora::Print("Load model complete.\n");
         return 0;
     });
+}
+
+int sylvora::ModelText::Load(const char* text, size_t size, TreeLearner& learner,
+                             ModelDescription* description) {
+    const TreeLearner::CallScope scope(learner);
+    if (learner.RefuseAtWork("ModelText::Load") != 0) return -1;
+    if (text == nullptr && size > 0) return Fail("ERROR: The text of the model is null!\n");
+    return learner.LoadFrom(ModelOrigin(text, size), description);
+}
+
+int sylvora::ModelText::LoadFile(const std::string& file, TreeLearner& learner,
+                                 ModelDescription& description) {
+    const TreeLearner::CallScope scope(learner);
+    if (learner.RefuseAtWork("ModelText::LoadFile") != 0) return -1;
+    return learner.LoadFrom(ModelOrigin(file), &description);
 }

@@ -1,8 +1,9 @@
-// Reads the white-space separated tokens of a model file.
+// Reads the white-space separated tokens of a model, from a file or from memory.
 #ifndef SYLVORA_TREELEARNER_MODELSOURCE_H
 #define SYLVORA_TREELEARNER_MODELSOURCE_H
 
 #include <algorithm>
+#include <cstddef>
 #include <fstream>
 #include <istream>
 #include <locale>
@@ -10,18 +11,59 @@
 #include <string_view>
 #include <vector>
 
+#include "../ModelText/TextSum.h"
 #include "../god/NumberParsing.h"
 #include "../god/StreamReading.h"
 
 namespace sylvora {
 
-// A file buffer that shows the characters read ahead, so that a token can be converted in place.
+// Where the text of a model is. Borrows what it is given.
+struct ModelOrigin {
+    explicit ModelOrigin(const std::string& name) : file(&name) {}
+    ModelOrigin(const char* begin, size_t length) : text(begin), size(length) {}
+
+    const std::string* file = nullptr;  // null: the text is in memory
+    const char* text = nullptr;
+    size_t size = 0;  // bytes
+};
+
+// A file buffer that shows the characters read ahead, so that a token can be converted in place. A
+// text in memory is a buffer that has been read already.
 class OpenBuffer : public std::filebuf {
   public:
+    // Reads from memory, in place.
+    void Show(const char* text, size_t size) {
+        char* const first = const_cast<char*>(text);  // never written: nothing is put back
+        setg(first, first, first + size);
+        unsummed = first;
+    }
     // The buffered characters, possibly none. Valid until the next read.
     std::string_view Ahead() const { return {gptr(), static_cast<size_t>(egptr() - gptr())}; }
     // Skips `count` characters, at most as many as Ahead has.
-    void Take(size_t count) { gbump(static_cast<int>(count)); }
+    void Take(size_t count) { setg(eback(), gptr() + count, egptr()); }
+
+    // Call KeepSum before the first read of a file whose sum is wanted.
+    void KeepSum() { fSummed = true; }
+    // The sum of the characters taken so far.
+    TextSum SumSoFar() const {
+        TextSum all = sum;
+        all.Add(unsummed, static_cast<size_t>(gptr() - unsummed));
+        return all;
+    }
+
+  protected:
+    int_type underflow() override {
+        if (!is_open()) return traits_type::eof();
+        if (fSummed && unsummed != nullptr) sum = SumSoFar();
+        const int_type next = std::filebuf::underflow();
+        unsummed = gptr();
+        return next;
+    }
+
+  private:
+    bool fSummed = false;
+    TextSum sum;                     // of the characters before `unsummed`
+    const char* unsummed = nullptr;  // in the buffer
 };
 
 // After a token that is missing or malformed, nothing more is read and every value keeps what it
@@ -29,19 +71,45 @@ class OpenBuffer : public std::filebuf {
 // read in the classic locale. Throws std::bad_alloc. Not thread-safe; not copyable.
 class ModelSource {
   public:
-    explicit ModelSource(const std::string& file) : in(&buffer), bufferV(kBufferSize) {
+    // `fSummed`: SumSoFar will be called.
+    explicit ModelSource(const ModelOrigin& origin, bool fSummed = false)
+        : in(&buffer), fMemory(origin.file == nullptr) {
         in.imbue(std::locale::classic());
+        if (fMemory) {
+            buffer.Show(origin.text, origin.size);
+            return;
+        }
+        if (fSummed) buffer.KeepSum();
+        bufferV.resize(kBufferSize);
         buffer.pubsetbuf(bufferV.data(), kBufferSize);
-        if (buffer.open(file, std::ios::in) == nullptr) in.setstate(std::ios::failbit);
+        if (buffer.open(*origin.file, std::ios::in) == nullptr) in.setstate(std::ios::failbit);
     }
 
     // False for a directory, too: it opens, but cannot be read.
-    bool IsOpen() { return buffer.is_open() && (in.peek(), !in.bad()); }
+    bool IsOpen() { return fMemory || (buffer.is_open() && (in.peek(), !in.bad())); }
     bool IsEmpty() { return in.peek() == std::istream::traits_type::eof(); }
     bool IsGood() const { return in.good(); }
     // Whether the last token runs to the end of the file. A complete model ends with a line feed,
     // so the file may have been truncated inside that token.
     bool IsCut() const { return in.eof(); }
+
+    // The sum of the text up to the end of the last token.
+    TextSum SumSoFar() const { return buffer.SumSoFar(); }
+    // Reads the text behind the last token; the last call. `rest` is valid as long as this object.
+    // Returns false if the file cannot be read to its end.
+    [[nodiscard]] bool ReadRest(std::string_view& rest) {
+        rest = buffer.Ahead();
+        if (fMemory) return true;
+        in.clear();
+        ReadFrom(in, [&] {
+            for (; in.peek() != std::istream::traits_type::eof(); buffer.Take(rest.size())) {
+                rest = buffer.Ahead();
+                restOfFile += rest;
+            }
+        });
+        rest = restOfFile;
+        return !in.bad();
+    }
 
     template <typename Value>
     ModelSource& operator>>(Value& value) {
@@ -88,7 +156,9 @@ class ModelSource {
 
     OpenBuffer buffer;
     std::istream in;
+    const bool fMemory;
     std::vector<char> bufferV;
+    std::string restOfFile;
 };
 
 }  // namespace sylvora

@@ -5,6 +5,8 @@
 //             { mean " " } LF                                          one mean per column
 //             { group }
 //             [ "[debug]" { LF line } ]                                the debug report, verbatim
+//             [ block ]                        see ModelText/BlockWriter.cpp; SaveModelFull has
+//             none
 //   group   = "idxTreeArray: " number " size: " trees " shrink: " shrink LF { tree }
 //   tree    = depth " " nodes LF { node }
 //   node    = number " " status " " splitFea " " threshold " " lson " " rson " " output LF
@@ -20,12 +22,16 @@
 #include <string>
 #include <system_error>
 #include <utility>
+#include <vector>
 
+#include "../ModelText/Block.h"
+#include "../ModelText/TextBuffers.h"
 #include "../Output/WholeFile.h"
 #include "../TreeLearner.h"
 #include "../god/Report.h"
 #include "../god/StreamReading.h"
 #include "CallScope.h"
+#include "Description.h"
 #include "EnsembleView.h"
 #include "ModelCheck.h"
 #include "RoundedNumber.h"
@@ -89,6 +95,25 @@ void WriteText(std::ostream& out, const TreeLearner& learner, int digits) {
     if (learner.fDebug) CopyDebugReport(out, learner.fileDebug);
 }
 
+// The same, and behind it, unless `description` is null, its block.
+void WriteText(std::ostream& out, const TreeLearner& learner, int digits,
+               const sylvora::ModelDescription* description) {
+    if (description == nullptr) return WriteText(out, learner, digits);
+    sylvora::SummingBuffer buffer(*out.rdbuf());
+    std::ostream summed(&buffer);
+    summed.exceptions(out.exceptions());
+    summed.imbue(std::locale::classic());
+    WriteText(summed, learner, digits);
+    summed.flush();
+    if (!buffer.EndsLine()) summed << '\n' << std::flush;
+    const sylvora::TextSum model = buffer.Sum();
+    buffer.Restart();
+    sylvora::WriteBlock(summed, *description, model, sylvora::TreeSizes(learner));
+    summed.flush();
+    summed << sylvora::BlockEndLine(buffer.Sum()) << std::flush;
+    if (!summed.good()) out.setstate(std::ios::badbit);
+}
+
 // A private temporary file for a model that must be verified before it is sent to a FIFO or a
 // device, from which nothing can be taken back. The file is unlinked as soon as it is open, so no
 // failure leaves it behind; it is reached through its descriptor.
@@ -137,18 +162,52 @@ int TreeLearner::SaveModelFull(std::string fileMout) {
 int TreeLearner::SaveModelFull(std::string fileMout, int digits) {
     const CallScope scope(*this);
     return sylvora::Guarded([&] {
-        if (fLoadFailed) {
-            return Fail("ERROR: The model was not loaded in full, nothing is saved!\n");
-        }
         constexpr bool kChecked = false;
         return WriteModel(fileMout, digits, kChecked);
     });
 }
 
-// Writes the model to `fileMout`, which is replaced only after everything was written and, with
-// `fCheck`, read back and compared. Returns 0, or -1 after a message.
-int TreeLearner::WriteModel(const std::string& fileMout, int digits, bool fCheck) {
+int sylvora::ModelText::SaveFile(TreeLearner& learner, int digits,
+                                 const ModelDescription& description, const std::string& file) {
+    const TreeLearner::CallScope scope(learner);
+    return Guarded([&] {
+        constexpr bool kChecked = false;
+        return learner.WriteModel(file, digits, kChecked, &description);
+    });
+}
+
+int sylvora::ModelText::Save(TreeLearner& learner, int digits, const ModelDescription* description,
+                             std::string& text) {
+    const TreeLearner::CallScope scope(learner);
+    return Guarded([&] {
+        if (learner.CheckSaving(digits, description) != 0) return -1;
+        std::string whole;
+        StringBuffer buffer(whole);
+        std::ostream out(&buffer);
+        out.exceptions(std::ios::badbit);  // lets lack of memory through
+        out.imbue(std::locale::classic());
+        WriteText(out, learner, digits, description);
+        text = std::move(whole);
+        return 0;
+    });
+}
+
+// Refuses what cannot be saved. `description` may be null. Returns 0, or -1 after a message.
+int TreeLearner::CheckSaving(int digits, const sylvora::ModelDescription* description) const {
+    if (fLoadFailed) {
+        return Fail("ERROR: The model was not loaded in full, nothing is saved!\n");
+    }
     if (sylvora::CheckDigits(digits) != 0 || CheckModelWidth() != 0) return -1;
+    const std::string fault = description ? sylvora::FindMisfit(*this, *description) : "";
+    return fault.empty() ? 0 : Fail("ERROR: The description ", fault, "; nothing is saved!\n");
+}
+
+// Writes the model, and the block of `description` unless it is null, to `fileMout`, which is
+// replaced only after everything was written and, with
+// `fCheck`, read back and compared. Returns 0, or -1 after a message.
+int TreeLearner::WriteModel(const std::string& fileMout, int digits, bool fCheck,
+                            const sylvora::ModelDescription* description) {
+    if (CheckSaving(digits, description) != 0) return -1;
     sylvora::WholeFile file(fileMout, [this] { return AskUser() != 0; });
     if (!file.IsOpen()) return Fail("ERROR: Can not open file!\n\n", file.ErrorMessage());
     CheckedText checked;
@@ -157,7 +216,7 @@ int TreeLearner::WriteModel(const std::string& fileMout, int digits, bool fCheck
     const bool fSendLater = fCheck && file.IsDirect();
     if (fSendLater && !checked.Open()) return RefuseTemporary(fileMout);
     std::ofstream& out = fSendLater ? checked.Stream() : file.Stream();
-    WriteText(out, *this, digits);
+    WriteText(out, *this, digits, description);
     out.flush();
     if (fSendLater && !out.good()) return RefuseTemporary(fileMout);
     const std::string& name = fSendLater ? checked.Name() : file.Name();

@@ -99,7 +99,7 @@ int TreeLearner::GrowTree(int treeId, bool fThreaded) {
 // holds generateTree_mutex.
 void TreeLearner::KeepTree(std::unique_ptr<TreeCR> tree) {
     const bool fPack = packedTrees != nullptr && workers != nullptr;
-    if (fPack) packedTrees->treeV.push_back(sylvora::Pack(*tree));
+    if (fPack) sylvora::AppendPacked(*tree, trainingOptions.fCovers, *packedTrees);
     if (!fPack || TreeGroup.empty()) {
         TreeGroup.push_back(tree.get());
         static_cast<void>(tree.release());

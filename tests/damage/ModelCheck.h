@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <string>
@@ -16,6 +17,12 @@
 #include "god/Report.h"
 
 namespace sylvora::tests {
+
+// Whether SYLVORA_DAMAGE asks for all byte values instead of a few.
+inline bool IsThorough() {
+    const char* wanted = std::getenv("SYLVORA_DAMAGE");
+    return wanted != nullptr && std::strcmp(wanted, "all") == 0;
+}
 
 class ModelCheck {
   public:

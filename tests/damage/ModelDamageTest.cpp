@@ -7,8 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
@@ -68,11 +66,6 @@ class ModelDamage : public testing::TestWithParam<Type> {
     }
     void TearDown() override {
         if (IsThorough()) std::puts(check.Tally().c_str());
-    }
-
-    static bool IsThorough() {
-        const char* wanted = std::getenv("SYLVORA_DAMAGE");
-        return wanted != nullptr && std::strcmp(wanted, "all") == 0;
     }
 
     std::string model;

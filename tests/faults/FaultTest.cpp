@@ -277,6 +277,37 @@ TEST(Faults, MemoryRunsOutInScoring) {
     }
 }
 
+TEST(Faults, MemoryRunsOutWithADescription) {
+    const TempFolder folder;
+    Sweep sweep(folder, Call::kAllocation, "allocate memory");
+    const CheckCfgCLS cfg = SettingsOf(kKinds[0], folder, 1);
+    ASSERT_EQ(Training(cfg, folder).make()(), 0);
+    const auto make = [&] {
+        struct Job {
+            TreeLearner learner, loaded, again;
+            sylvora::ModelDescription description;
+            std::string text, fileModel, fileDescribed;
+        };
+        const auto job = std::make_shared<Job>();
+        job->fileModel = folder.Path("model.txt");
+        job->fileDescribed = folder.Path("described.txt");
+        job->description.columnV.assign(kColumns, std::string(40, '\n'));
+        job->description.settingV.emplace_back("name", "value");
+        return [job] {
+            using sylvora::ModelText;
+            const std::string& text = job->text;
+            const bool fDone =
+                job->learner.LoadModelFull(std::move(job->fileModel)) == 0 &&
+                ModelText::Save(job->learner, 17, &job->description, job->text) == 0 &&
+                ModelText::Load(text.data(), text.size(), job->loaded, &job->description) == 0 &&
+                ModelText::SaveFile(job->loaded, 17, job->description, job->fileDescribed) == 0 &&
+                ModelText::LoadFile(job->fileDescribed, job->again, job->description) == 0;
+            return fDone ? 0 : -1;
+        };
+    };
+    sweep.Try({"description", make, "described.txt"});
+}
+
 // Runs a mode as main() does.
 int RunCommand(const std::string& fileCfg, int (*mode)(sylvora::frontend::Command&)) {
     try {

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace sylvora {
@@ -45,14 +46,25 @@ struct PackedTree {
 struct PackedTrees {
     std::vector<PackedTree> treeV;
     std::vector<size_t> groupEndV;  // by group: the number of trees up to its end; never falls
+    // By tree: how many of the rows that it was grown on reach each node. Shorter than treeV, or
+    // with empty entries, where that is not known.
+    std::vector<std::vector<int>> coverVV;
 
     size_t NumGroups() const { return groupEndV.size(); }
     size_t GroupBegin(size_t group) const { return group == 0 ? 0 : groupEndV[group - 1]; }
     size_t GroupSize(size_t group) const { return groupEndV[group] - GroupBegin(group); }
     // Makes a group of the trees that follow the last group.
     void EndGroup() { groupEndV.push_back(treeV.size()); }
+    // The covers of the tree that is appended next. If that fails, the next call replaces them.
+    void AddCovers(std::vector<int> coverV) {
+        coverVV.resize(treeV.size());
+        coverVV.push_back(std::move(coverV));
+    }
     // Frees the trees that no group has.
-    void DropOpenGroup() { treeV.resize(groupEndV.empty() ? 0 : groupEndV.back()); }
+    void DropOpenGroup() {
+        treeV.resize(groupEndV.empty() ? 0 : groupEndV.back());
+        coverVV.resize(std::min(coverVV.size(), treeV.size()));
+    }
 };
 
 }  // namespace engine
