@@ -6,6 +6,7 @@
 
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -116,6 +117,7 @@ class SYLVORA_API TreeCR {
     friend class TreeLearner;
     // Replaces the nodes by those of a tree that the engine grew.
     void Adopt(const std::vector<sylvora::engine::GrownNode>& grownV);
+    std::unique_ptr<NodeCR> MakeRecord(const sylvora::engine::GrownNode& grown) const;
 
     // The steps of growth; each returns 0, or -1 after a message. See Growth.cpp.
     struct Growth;
@@ -131,6 +133,9 @@ class SYLVORA_API TreeCR {
     // Called once the tree has grown, with its row index, to set the values of all nodes by the
     // loss; empty: they stay the means of the gradients.
     std::function<void(const int* rowV)> setNodeValues;
+    // Takes the nodes that the engine grew, instead of NodeV, which is then empty; empty: NodeV
+    // gets records of them.
+    std::function<void(const std::vector<sylvora::engine::GrownNode>& grownV)> takeNodes;
 };
 
 #endif  // SYLVORA_TREE_H

@@ -262,8 +262,9 @@ class SYLVORA_API TreeLearner {
     // or, for a FIFO or a device, before its first byte is sent. SaveModelFull never verifies.
     void setVerification(bool fWanted) { fVerify = fWanted; }
     // Whether trees that are trained or loaded from now on are kept packed, at 32 bytes a node
-    // instead of 240; off by default. TreeVV then stays empty, and TreeGroup has the first tree of
-    // a round only. Call it before Boosting or LoadModelFull: existing trees do not change.
+    // instead of 240; off by default. TreeVV then stays empty, and TreeGroup has the tree of a
+    // round of boosting, and of a forest none. Call it before Boosting or LoadModelFull: existing
+    // trees do not change.
     void setPackedTrees(bool fWanted) { fPacked = fWanted; }
     // Trees that the last Boosting was asked for and did not grow; 0 before any.
     int getMissingTreeNum() const { return numMissing; }
@@ -329,6 +330,7 @@ class SYLVORA_API TreeLearner {
     long* SeedOf(int treeId);
     int SelectRows(const int* weightV, int*& selected, int& count, long* seed);
     double** ReferenceRows();
+    bool IsPacking() const { return packedTrees != nullptr && workers != nullptr; }
     int GrowTree(int treeId, bool fThreaded);
     int GrowSlots(int treeIdBegin, int treeIdEnd);
 

@@ -1,6 +1,8 @@
 // Read access to a learner's trees; see EnsembleView.h.
 #include "EnsembleView.h"
 
+#include <utility>
+
 #include "../TreeLearner.h"
 
 namespace sylvora {
@@ -57,6 +59,29 @@ std::vector<int> CoversOf(const TreeCR& tree) {
 void AppendPacked(const TreeCR& tree, bool fCovers, engine::PackedTrees& trees) {
     if (fCovers) trees.AddCovers(CoversOf(tree));
     trees.treeV.push_back(Pack(tree));
+}
+
+void AppendPacked(const std::vector<engine::GrownNode>& grownV, bool fCovers,
+                  engine::PackedTrees& trees) {
+    if (fCovers) {
+        std::vector<int> coverV;
+        coverV.reserve(grownV.size());
+        for (const engine::GrownNode& grown : grownV) coverV.push_back(grown.countDoc);
+        trees.AddCovers(std::move(coverV));
+    }
+    engine::PackedTree tree(grownV.size(), grownV.back().depth);
+    for (size_t k = 0; k < grownV.size(); ++k) {
+        const engine::GrownNode& grown = grownV[k];
+        engine::PackedNode& packed = tree.nodeV[k];
+        packed.splitElemFea = grown.splitElemFea;
+        packed.avgPredict = grown.Output();
+        packed.splitFea = grown.splitFea;
+        packed.lson = grown.lson;
+        packed.rson = grown.rson;
+        packed.fLeaf = grown.splitFea < 0;
+        packed.fNarrow = grown.fNarrow;
+    }
+    trees.treeV.push_back(std::move(tree));
 }
 
 }  // namespace sylvora

@@ -10,6 +10,7 @@
 #include "../Tree.h"
 #include "../Tree/Walk.h"
 #include "engine/score/PackedTrees.h"
+#include "engine/train/GrownTree.h"
 
 class TreeLearner;
 
@@ -80,6 +81,8 @@ std::vector<int> CoversOf(const TreeCR& tree);
 // Appends a packed copy of a tree that was grown, and with `fCovers` its covers. Throws
 // std::bad_alloc; the trees are then unchanged.
 void AppendPacked(const TreeCR& tree, bool fCovers, engine::PackedTrees& trees);
+void AppendPacked(const std::vector<engine::GrownNode>& grownV, bool fCovers,
+                  engine::PackedTrees& trees);
 
 }  // namespace sylvora
 

@@ -74,6 +74,12 @@ int TreeLearner::GrowTree(int treeId, bool fThreaded) {
                 lossRun->SetNodeValues(*grown, rowV, weightV, workers ? *workers : alone);
             };
         }
+        // The records of a large forest's trees would take more memory than its data.
+        if (IsPacking() && modelType == "RandomForest") {
+            tree->takeNodes = [this](const auto& grownV) {
+                sylvora::AppendPacked(grownV, trainingOptions.fCovers, *packedTrees);
+            };
+        }
         // `rows` may be empty after a successful EngineRun::Grow. After a refusal it still owns
         // indexV, which the reference implementation then reads.
         const auto grow = fThreaded ? &TreeCR::GrowHalf : &TreeCR::GrowOne;
@@ -85,6 +91,7 @@ int TreeLearner::GrowTree(int treeId, bool fThreaded) {
             return Fail("ERROR: Failed when TreeCR grows!\n");
         }
         tree->setNodeValues = nullptr;  // it refers to this call's variables
+        tree->takeNodes = nullptr;
         // A program may grow several slots at the same time, each in a thread of its own.
         const sylvora::MutexLock lock(generateTree_mutex);
         KeepTree(std::move(tree));
@@ -94,13 +101,14 @@ int TreeLearner::GrowTree(int treeId, bool fThreaded) {
     });
 }
 
-// Takes over a new tree. In a run with packed trees, the packed copy is kept and the record is
-// freed, except for the first of the group: UpdatePrediction needs it in TreeGroup. The caller
-// holds generateTree_mutex.
+// Takes over a new tree. In a run with packed trees, the packed copy is kept, which may have been
+// made already, and the record is freed, except for the one of a round of boosting, which is in
+// TreeGroup for the callbacks. The caller holds generateTree_mutex.
 void TreeLearner::KeepTree(std::unique_ptr<TreeCR> tree) {
-    const bool fPack = packedTrees != nullptr && workers != nullptr;
-    if (fPack) sylvora::AppendPacked(*tree, trainingOptions.fCovers, *packedTrees);
-    if (!fPack || TreeGroup.empty()) {
+    if (IsPacking() && !tree->NodeV.empty()) {
+        sylvora::AppendPacked(*tree, trainingOptions.fCovers, *packedTrees);
+    }
+    if (!IsPacking() || modelType != "RandomForest") {
         TreeGroup.push_back(tree.get());
         static_cast<void>(tree.release());
     }
@@ -155,19 +163,22 @@ int TreeLearner::GrowSlots(int treeIdBegin, int treeIdEnd) {
 // of the two products is part of the result.
 int TreeLearner::UpdatePrediction(int idBegin, int idEnd) {
     const CallScope scope(*this);
-    if (TreeGroup.empty()) return Fail("ERROR: No tree to update the predictions with!\n");
+    const bool fOpen = IsPacking() && packedTrees->HasOpenGroup();
+    if (TreeGroup.empty() && !fOpen) {
+        return Fail("ERROR: No tree to update the predictions with!\n");
+    }
     if (predictV == nullptr) return Fail("ERROR: UpdatePrediction needs ParamInit first!\n");
-    TreeCR* tree = TreeGroup[0];
-    if (trainDim != 0 && tree->dimFeature > trainDim) {
-        return Fail("ERROR: The tree was grown on ", tree->dimFeature,
+    if (!fOpen && trainDim != 0 && TreeGroup[0]->dimFeature > trainDim) {
+        return Fail("ERROR: The tree was grown on ", TreeGroup[0]->dimFeature,
                     " columns, the training data have ", trainDim, "!\n");
     }
     const sylvora::engine::Matrix rows = sylvora::TrainingRows(*this);
-    const sylvora::TreeView view(*tree);
+    const sylvora::TreeView tree =
+        fOpen ? sylvora::TreeView(packedTrees->FirstOpen()) : sylvora::TreeView(*TreeGroup[0]);
     for (int i = idBegin; i <= idEnd; ++i) {
         const double output = featureVV != nullptr
-                                  ? tree->Predict(featureVV[i])
-                                  : view.Predict(sylvora::engine::MatrixRow(rows, i));
+                                  ? tree.Predict(featureVV[i])
+                                  : tree.Predict(sylvora::engine::MatrixRow(rows, i));
         predictV[i] += output * dynShrink * valShrink;
     }
     return 0;

@@ -29,11 +29,13 @@ struct PackedNode {
 // One tree, the root first. Owns its nodes; movable, not copyable.
 struct PackedTree {
     PackedTree() = default;
-    // Copies `count` nodes. Throws std::bad_alloc.
-    PackedTree(const PackedNode* nodes, size_t count, int treeDepth)
+    // `count` nodes to be set, or copies. Both throw std::bad_alloc.
+    PackedTree(size_t count, int treeDepth)
         : nodeV(count > 0 ? new PackedNode[count] : nullptr),
           numNodes(static_cast<unsigned>(count)),
-          depth(treeDepth) {
+          depth(treeDepth) {}
+    PackedTree(const PackedNode* nodes, size_t count, int treeDepth)
+        : PackedTree(count, treeDepth) {
         std::copy(nodes, nodes + count, nodeV.get());
     }
 
@@ -60,6 +62,9 @@ struct PackedTrees {
         coverVV.resize(treeV.size());
         coverVV.push_back(std::move(coverV));
     }
+    // Whether there are trees that no group has, and the first of them.
+    bool HasOpenGroup() const { return treeV.size() > (NumGroups() > 0 ? groupEndV.back() : 0); }
+    const PackedTree& FirstOpen() const { return treeV[NumGroups() > 0 ? groupEndV.back() : 0]; }
     // Frees the trees that no group has.
     void DropOpenGroup() {
         treeV.resize(groupEndV.empty() ? 0 : groupEndV.back());

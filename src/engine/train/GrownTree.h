@@ -62,6 +62,9 @@ struct GrownNode {
     int majority = -1;
     // Whether the split is narrow; see NarrowSplit.h.
     bool fNarrow = false;
+
+    // The class of most rows or, in a regression, the mean gradient.
+    double Output() const { return majority >= 0 ? majority : gradAll / wgtAll; }
 };
 
 inline bool GrowthLimits::MaySplit(const GrownNode& node) const {
