@@ -11,6 +11,7 @@
 #include "../god/Report.h"
 #include "../god/UserCall.h"
 #include "AtWork.h"
+#include "CallScope.h"
 #include "LossRun.h"
 
 using sylvora::Fail;
@@ -99,6 +100,7 @@ int TreeLearner::LossRun::RefuseRow(int round) const {
 
 // The weights are those that ranking uses; gradients are multiplied by them besides.
 int TreeLearner::setWeights(const int* weights, int count) {
+    const CallScope scope(*this);
     if (RefuseAtWork("setWeights") != 0) return -1;
     if (lossRun == nullptr || numPairDistinctQueV == nullptr) {
         return Fail("ERROR: setWeights needs ParamInit first!\n");

@@ -99,6 +99,8 @@ const Kind kKinds[] = {
     {"GBDT", "REG", "USER", "DOC", BadLoss},
     {"GBDT", "REG", "Exponential", "DOC", nullptr, Sample},
     {"GBDT", "REG", "Square", "DOC", nullptr, nullptr, true},
+    {"GBDT", "REG", "LogLoss", "DOC"},
+    {"GBDT", "REG", "Absolute", "DOC"},
     {"GBRank", "REG", "CrossEntropy", "QUERY"},
     {"GBRank", "REG", "HingeSquareRank", "DOC", nullptr, nullptr, true},
     {"RandomForest", "REG", "Label", "DOC"},
@@ -149,7 +151,7 @@ struct Job {
         VecVecDle rows;
         VecInt queries;
         const std::string& loss = learner.CfgInfo.lossFunc;
-        const bool fSigns = loss == "Logistic" || loss == "Exponential";
+        const bool fSigns = loss == "Logistic" || loss == "Exponential" || loss == "LogLoss";
         for (int i = 0; i < 90 + 10 * static_cast<int>(number); ++i) {
             rows.emplace_back();
             for (int j = 0; j < 6; ++j) rows.back().push_back(static_cast<double>(random() % 12));
@@ -318,6 +320,7 @@ std::vector<std::pair<const char*, std::function<int(TreeLearner&)>>> BadCalls()
         {"DataAdopt", [](TreeLearner& l) { return l.DataAdopt(nullptr, nullptr, 0, 1, {}, 0); }},
         {"DataBorrow",
          [](TreeLearner& l) { return l.DataBorrow(nullptr, nullptr, 0, nullptr, 0); }},
+        {"setWeights", [](TreeLearner& l) { return l.setWeights(nullptr, 0); }},
         {"ReadLabelTran", [](TreeLearner& l) { return l.ReadLabelTran("/none/at/all"); }},
         {"ParamInit",
          [](TreeLearner& l) {

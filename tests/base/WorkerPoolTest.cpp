@@ -44,6 +44,28 @@ TEST_P(WorkerPools, RunEachIndexOnceByOneWorkerAtATime) {
     for (const std::atomic<int>& run : runV) EXPECT_EQ(run, 50);
 }
 
+// Also in workers that have run tasks of another context before.
+TEST_P(WorkerPools, RunTasksInTheContextOfTheirLoop) {
+    const CallContext contexts[2] = {};
+    std::atomic<int> numOthers{0};
+    const auto expect = [&](const CallContext* expected) {
+        if (CurrentContext() != expected) ++numOthers;
+    };
+    for (int repeat = 0; repeat < 100; ++repeat) {
+        for (const CallContext* here : {&contexts[0], &contexts[1]}) {
+            const ContextScope scope(here);
+            const BackgroundTask background(pool, [&, here] { expect(here); });
+            pool.For(9, [&](int, int) {
+                expect(here);
+                const ContextScope inner(&contexts[1]);
+                pool.For(9, [&](int, int) { expect(&contexts[1]); });
+            });
+        }
+        pool.For(9, [&](int, int) { expect(nullptr); });
+    }
+    EXPECT_EQ(numOthers, 0);
+}
+
 TEST_P(WorkerPools, RethrowAfterAllTasksHaveEnded) {
     for (int repeat = 0; repeat < 20; ++repeat) {
         std::atomic<int> numAtWork{0};

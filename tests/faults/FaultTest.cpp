@@ -220,6 +220,7 @@ TEST(Faults, MemoryRunsOutInATraining) {
         own.Try(Training(SettingsOf(kKinds[2], folder, 3), folder, true));
     }
     unsetenv("SYLVORA_PLAIN");
+    for (const std::string& line : own.Seen()) EXPECT_NE(line.rfind("ERROR", 0), 0U) << line;
     unsetenv("SYLVORA_TUNING");
     std::istringstream purposes(
         ", when allocating labelTestV, when allocating featureTestVV, when allocating labelV,"
