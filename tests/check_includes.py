@@ -11,7 +11,7 @@ import re
 import sys
 from pathlib import Path
 
-ORDER = ["Libdef", "claim", "DataBlock", "RandomStream", "god", "CheckIn", "Sort", "base",
+ORDER = ["Libdef", "claim", "DataBlock", "RandomStream", "god", "Links", "CheckIn", "Sort", "base",
          "engine/train", "engine/train/histogram", "engine/train/lists", "engine/score", "DataSet",
          "Node", "Tree", "Output", "Evaluation", "TrainingOptions", "ModelText",
          "TreeLearner", "sylvora_c"]
