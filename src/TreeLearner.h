@@ -172,7 +172,8 @@ class SYLVORA_API TreeLearner {
 
     // Trains numTree rounds on numThread threads, then writes the model file fileModel. Writes the
     // debug report and the result files on the way, if they are configured. Leaves the trees in
-    // TreeVV. An exception of a user's function ends the run with a line that has its text.
+    // TreeVV. An exception of a user's function ends the run with a line that has its text. Early
+    // stopping (CheckCfgCLS::earlyStop) cuts the ensemble, but not predictV, to the best round.
     [[nodiscard]] int Boosting();
 
     // Frees data and trees. Called by the destructor. Returns 0, or -1 during training.
@@ -264,7 +265,7 @@ class SYLVORA_API TreeLearner {
     // instead of 240; off by default. TreeVV then stays empty, and TreeGroup has the first tree of
     // a round only. Call it before Boosting or LoadModelFull: existing trees do not change.
     void setPackedTrees(bool fWanted) { fPacked = fWanted; }
-    // Trees that the last Boosting was asked for and did not grow; 0 before any.
+    // Trees that the last Boosting should have grown but did not; 0 before any.
     int getMissingTreeNum() const { return numMissing; }
     int getGroupNum() const;  // in TreeVV or packed
     // Scores the training rows of the last run with the ensemble in memory and with its thresholds
@@ -343,7 +344,7 @@ class SYLVORA_API TreeLearner {
     std::vector<boosting_info_t> ShareQueries();
     int RunRounds(Run& run);
     int BoostRound(Run& run, int idxTree);
-    int GenerateForest();
+    int GenerateForest(Run& run);
     void WriteRoundResult(int idxTree);
     int FinishRun();
     bool IsStopped(int done, int total);
@@ -351,6 +352,7 @@ class SYLVORA_API TreeLearner {
     void EndGroup();
     void ClearGroup();
     struct Verification;
+    class RunEvaluation;
     int WriteModel(const std::string& fileMout, int digits, bool fCheck);
     void MakeRecords(const sylvora::engine::PackedTrees& trees, int numUnfilled);
 
@@ -375,7 +377,8 @@ class SYLVORA_API TreeLearner {
     std::unique_ptr<sylvora::WorkerPool> workers;   // during a run: all its threads
     std::unique_ptr<sylvora::EngineRun> engineRun;  // during a run: grows the trees; may be null
     std::string lostResult;
-    bool fStopped = false;  // the progress function ended the run
+    bool fStopped = false;           // the progress function ended the run
+    std::atomic<bool> fKept{false};  // it returned kStopAndKeep
     bool fVerify = false, fPacked = false;
     bool fLoadFailed = false;          // the last load failed
     int numMissing = 0, numGrown = 0;  // trees of the last run

@@ -26,7 +26,8 @@ const std::vector<std::pair<std::string, ParameterMember>> kOptions = {
     {"fRegCls", &C::fRegCls},       {"valShrink", &C::valShrink}, {"maxLeaf", &C::maxLeaf},
     {"maxDepth", &C::maxDepth},     {"numBound", &C::numBound},   {"valTau", &C::valTau},
     {"randomMode", &C::randomMode}, {"lossFunc", &C::lossFunc},   {"modelType", &C::modelType},
-    {"digits", &C::digits},         {"absent", &C::absent}};
+    {"digits", &C::digits},         {"absent", &C::absent},       {"earlyStop", &C::earlyStop},
+    {"evalEvery", &C::evalEvery}};
 const std::vector<std::pair<std::string, ParameterMember>> kFileOnly = {
     {"fPrint", &C::fPrint},
     {"fileDev", &C::fileDev},

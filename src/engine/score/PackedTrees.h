@@ -51,6 +51,11 @@ struct PackedTrees {
     size_t GroupSize(size_t group) const { return groupEndV[group] - GroupBegin(group); }
     // Makes a group of the trees that follow the last group.
     void EndGroup() { groupEndV.push_back(treeV.size()); }
+    // Frees all groups but the first `numGroups`.
+    void KeepGroups(size_t numGroups) {
+        groupEndV.resize(numGroups);
+        DropOpenGroup();
+    }
     // Frees the trees that no group has.
     void DropOpenGroup() { treeV.resize(groupEndV.empty() ? 0 : groupEndV.back()); }
 };
