@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "Evaluation/NamedMetrics.h"
 #include "Metrics.h"
 #include "Modes.h"
 #include "Paths.h"
@@ -215,6 +216,11 @@ int Grow(const CheckCfgCLS& cfg, TreeLearner& learner) {
     if (ReadLabelMap(cfg.fileTran, learner) != 0) return -1;
     if (CheckClasses(cfg, learner) != 0 || CheckSample(learner) != 0 || learner.ParamInit() != 0)
         return -1;
+    // Without a table, only the metric that stops the run is worth its time.
+    if (cfg.earlyStop > 0 && cfg.evalEvery == 0) {
+        learner.trainingOptions.metricV = {
+            DefaultStopMetric({cfg.modelType, cfg.lossFunc, cfg.fRegCls == "CLS", cfg.quantile})};
+    }
     const StopLater later;  // a signal now ends the training between two rounds
     ProgressLine progress(learner);
     return learner.Boosting();

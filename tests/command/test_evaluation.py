@@ -93,7 +93,8 @@ class Evaluation(Workbench):
         self.write("dev.txt", data_lines([1.0] * 9))
         self.write("train.txt", data_lines([(-1) ** i for i in range(60)]))
         self.fail_with('fileDev dev.txt: metric "auc" needs labels of exactly two values',
-                       "-earlyStop", "5", "-lossFunc", "Exponential")
+                       "-evalEvery", "5", "-lossFunc", "Exponential")
+        self.succeed("-earlyStop", "5", "-lossFunc", "Exponential")
         queries = [i // 6 for i in range(60)]
         self.write("train.txt", data_lines([i % 3 for i in range(60)], queries))
         self.fail_with('fileDev dev.txt: metric "ndcg@10" needs a query id for each row',
