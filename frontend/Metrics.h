@@ -10,8 +10,7 @@
 //                                 2002, Burges et al. 2005). Each of several rows with equal scores
 //                                 gets the mean of their gains. Queries without a gain above 0 are
 //                                 left out of the mean.
-//   correctly ordered pairs       "GBRank": of all pairs of rows of one query with different
-//   labels,
+//   correctly ordered pairs       "GBRank": of all pairs of rows of one query with different labels
 //                                 the share whose scores have the order of the labels. A pair with
 //                                 equal scores counts one half.
 //   AUC                           if the labels have exactly two values: the share of correctly

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iostream>
+#include <utility>
 
 #include "StopSignals.h"
 #include "god/Report.h"
@@ -29,12 +31,16 @@ ProgressLine::ProgressLine(TreeLearner& watched)
     : learner(watched),
       unit(watched.CfgInfo.modelType == "RandomForest" ? "tree " : "round "),
       fShown(::isatty(STDERR_FILENO) == 1 && !watched.CfgInfo.fPrint),
-      start(Clock::now()) {
+      start(Clock::now()),
+      eraser(*this),
+      flushed(&eraser) {
+    if (fShown && ::isatty(STDOUT_FILENO) == 1) std::cout.tie(&flushed);
     learner.setProgress(Report, this);
 }
 
 ProgressLine::~ProgressLine() {
     learner.setProgress(nullptr, nullptr);
+    if (std::cout.tie() == &flushed) std::cout.tie(nullptr);
     if (widthDrawn > 0) Warn("\n");
 }
 
@@ -61,8 +67,16 @@ void ProgressLine::Draw(int done, int total) {
                             Duration(left), " left");
     const size_t width = line.size();
     line.resize(std::max(width, widthDrawn), ' ');
-    widthDrawn = width;
+    widthDrawn = 0;  // the line is padded, so nothing need be erased before it is written
     Warn(line, "\r");
+    widthDrawn = width;
+}
+
+// Standard error flushes standard output first, which comes here again; the line counts as erased
+// by then.
+void ProgressLine::Erase() {
+    const size_t width = std::exchange(widthDrawn, 0);
+    if (width > 0) Warn(std::string(width, ' '), "\r");
 }
 
 }  // namespace sylvora::frontend

@@ -3,6 +3,8 @@
 #define SYLVORA_FRONTEND_PROGRESS_H
 
 #include <chrono>
+#include <ostream>
+#include <streambuf>
 #include <string>
 
 #include "TreeLearner.h"
@@ -11,8 +13,9 @@ namespace sylvora::frontend {
 
 // Registers itself as the learner's progress function; the destructor unregisters it and ends the
 // line. Must be destroyed before the learner. Draws only if standard error is a terminal and the
-// library does not print its own progress (fPrint). Also ends the training if a signal asks the
-// command to stop.
+// library does not print its own progress (fPrint). If standard output is a terminal, too, the line
+// is erased before anything is written there, such as the table of metrics, and drawn again below.
+// Also ends the training if a signal asks the command to stop.
 class ProgressLine {
   public:
     explicit ProgressLine(TreeLearner& watched);
@@ -25,6 +28,21 @@ class ProgressLine {
 
     static int Report(void* context, int done, int total);
     void Draw(int done, int total);
+    void Erase();
+
+    // Tied to standard output: a stream that is flushed, and then erases the line, before standard
+    // output is written to.
+    class Eraser : public std::streambuf {
+      public:
+        explicit Eraser(ProgressLine& drawn) : line(drawn) {}
+
+      private:
+        int sync() override {
+            line.Erase();
+            return 0;
+        }
+        ProgressLine& line;
+    };
 
     TreeLearner& learner;
     const char* unit;  // what is counted: "round ", or "tree " for a forest
@@ -32,7 +50,9 @@ class ProgressLine {
     Clock::time_point start;
     Clock::time_point lastDrawn;
     int lastDone = 0;       // `done` of the last report, whether it was drawn or not
-    size_t widthDrawn = 0;  // characters of the line on the screen; 0: nothing drawn yet
+    size_t widthDrawn = 0;  // characters of the line on the screen; 0: nothing is drawn
+    Eraser eraser;
+    std::ostream flushed;
 };
 
 }  // namespace sylvora::frontend

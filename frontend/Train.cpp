@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "Evaluation/NamedMetrics.h"
 #include "Metrics.h"
 #include "Modes.h"
 #include "Paths.h"
@@ -52,6 +53,22 @@ std::vector<NamedPath> ResultFiles(const Command& command) {
     return resultV;
 }
 
+// Evaluation and development data need each other.
+int CheckDevelopment(const CheckCfgCLS& cfg) {
+    const bool fEvaluates = cfg.earlyStop > 0 || cfg.evalEvery > 0;
+    if (cfg.fileDev.empty() && fEvaluates) {
+        const bool fStops = cfg.earlyStop > 0;
+        return Fail("ERROR: ", fStops ? "earlyStop " : "evalEvery ",
+                    fStops ? cfg.earlyStop : cfg.evalEvery,
+                    ": needs development data to evaluate; set fileDev\n");
+    }
+    if (!cfg.fileDev.empty() && !fEvaluates) {
+        Warn("Notice: fileDev ", cfg.fileDev,
+             ": is read but not used; evalEvery prints its metrics, earlyStop stops by them\n");
+    }
+    return 0;
+}
+
 int CheckPaths(const Command& command) {
     const CheckCfgCLS& cfg = command.cfg;
     if (RequirePath({"fileTrain", cfg.fileTrain}, "the training data") != 0 ||
@@ -71,6 +88,7 @@ int CheckPaths(const Command& command) {
     if (!fScores && !cfg.filePred.empty()) {
         Warn("WARNING: filePred ", cfg.filePred, ": is not written without fileTest\n");
     }
+    if (CheckDevelopment(cfg) != 0) return -1;
     std::vector<NamedPath> outputV = ResultFiles(command);
     outputV.insert(outputV.begin(), {{"fileModel", cfg.fileModel},
                                      {"fileDebug", cfg.fDebug ? cfg.fileDebug : ""},
@@ -198,6 +216,11 @@ int Grow(const CheckCfgCLS& cfg, TreeLearner& learner) {
     if (ReadLabelMap(cfg.fileTran, learner) != 0) return -1;
     if (CheckClasses(cfg, learner) != 0 || CheckSample(learner) != 0 || learner.ParamInit() != 0)
         return -1;
+    // Without a table, only the metric that stops the run is worth its time.
+    if (cfg.earlyStop > 0 && cfg.evalEvery == 0) {
+        learner.trainingOptions.metricV = {
+            DefaultStopMetric({cfg.modelType, cfg.lossFunc, cfg.fRegCls == "CLS", cfg.quantile})};
+    }
     const StopLater later;  // a signal now ends the training between two rounds
     ProgressLine progress(learner);
     return learner.Boosting();
@@ -249,6 +272,14 @@ int ReportRounding(const CheckCfgCLS& cfg, const TreeLearner& trained) {
     return 0;
 }
 
+// Prints which round early stopping chose, if it was on.
+void PrintBestRound(const TreeLearner& trained) {
+    const EvaluationRecord& record = trained.getEvaluation();
+    if (record.bestRound == 0) return;
+    Print("best round ", record.bestRound, ": ", record.stopSet, " ", record.stopMetric, " ",
+          record.bestValue, "\n");
+}
+
 int ReportTest(const CheckCfgCLS& cfg, TreeLearner& trained) {
     // Frees memory for the model that is loaded next.
     static_cast<void>(trained.ReleaseTrees());
@@ -272,6 +303,7 @@ int Train(Command& command) {
     learner.setPackedTrees(true);
     if (LoadData(cfg, learner) != 0 || Grow(cfg, learner) != 0) return -1;
     if (IsStopWanted()) return Fail("Notice: Stopped by a signal, after the model was written!\n");
+    PrintBestRound(learner);
     const int reports = CheckReports(cfg, learner);
     if (ReportRounding(cfg, learner) != 0) return -1;
     if (!cfg.fileTest.empty() && ReportTest(cfg, learner) != 0) return -1;

@@ -42,8 +42,8 @@ typedef int (*SamplingFeatureType)(int dimF, int*& selF, double*& selFeaValue, i
                                    int curdepth, bool& fspecify);
 
 // A progress callback: `done` of `total` rounds of boosting, or trees of a forest, are complete.
-// Called after each of them. Returns 0 to go on. Any other value, or an exception, ends the run,
-// even after the last round: Boosting then returns -1 and writes no model.
+// Called after each of them. Returns 0 to go on, or kStopAndKeep. Any other value, or an exception,
+// ends the run, even after the last round: Boosting then returns -1 and writes no model.
 //
 // It is also called several times a second while a learner waits for a reader of an output file
 // that is a FIFO. It then receives the numbers of the previous call, or 0 of `total` before the
@@ -52,7 +52,10 @@ typedef int (*SamplingFeatureType)(int dimF, int*& selF, double*& selFeaValue, i
 typedef int (*ProgressFuncType)(void* context, int done, int total);
 
 // A progress function that returns this value ends the run after the current round, or tree of a
-// forest: the model is what there is, it is written, and Boosting returns 0.
+// forest: the rest is done as if no more had been asked for, so the model is written and Boosting
+// returns 0. Early stopping still cuts the model to its best round. Later calls, while the model is
+// written, may return it again to go on; only a wait for the reader of a FIFO ends with any value
+// other than 0.
 constexpr int kStopAndKeep = 0x6b656570;
 
 // A sink of messages. `text` is one whole message, line feeds included; `stream` is the stream that

@@ -97,36 +97,28 @@ class SYLVORA_API TreeLearner {
     long** randGenerators = nullptr;     // seed cell per slot; slots from 1 on share one
     VecInt numDocQueV;                   // per sample: number of samples in its query
     int* numPairDistinctQueV = nullptr;  // per sample: its weight; see ComputeDistinctPair
-    double* devResV = nullptr;
-    VecVecFt devResVV;
-    double* testResV = nullptr;
-    VecVecFt testResVV;
-    VecFt devGoodV, trnGoodV, tstGoodV;               // reserved
-    VecFt tstPairGoodV, trnPairGoodV, trnPairSuperV;  // reserved
-    int* IndexV = nullptr;                            // reserved
+    double *devResV = nullptr, *testResV = nullptr;
+    VecVecFt devResVV, testResVV;
+    // Reserved, as is all from generate_col_tree_mutex to predict_spin, which is not initialised.
+    VecFt devGoodV, trnGoodV, tstGoodV, tstPairGoodV, trnPairGoodV, trnPairSuperV;
+    int* IndexV = nullptr;  // reserved
     pthread_mutex_t generateTree_mutex = PTHREAD_MUTEX_INITIALIZER;
-    pthread_mutex_t
-        generate_col_tree_mutex;  // reserved, as is all to predict_spin; not initialised
+    pthread_mutex_t generate_col_tree_mutex;
     pthread_cond_t generate_col_tree_cond;
     pthread_spinlock_t predict_spin;
     bool fKeyAvailable = false;  // reserved
     VecVecInt distClsVV;
     int numThreadsubGroup = 0, numSubGroup = 0, selectNum = 0;  // reserved
     int dimFea = 0;
-    int sampleSize = 0;
-    int numClass = 0;  // 0 for regression
-    int testSize = 0;
-    int devSize = 0;
+    int sampleSize = 0, testSize = 0, devSize = 0;  // rows
+    int numClass = 0;                               // 0 for regression
     int fHomoWgt = 1;  // ParamInit's weights: 1: all are 1; 0: distinct-pair counts
-    int sizeGroup = 0;
-    int numTree = 0;
+    int sizeGroup = 0, numTree = 0;
     int numThread = 1;
     int GroupTreeCnt = 0;
-    double valTau = 0.0;
-    double valShrink = 0.0;
+    double valTau = 0.0, valShrink = 0.0;
     bool fDev = false;
-    double valSmpRt = 0.0;
-    double temperature = 0.0;
+    double valSmpRt = 0.0, temperature = 0.0;
     double dynShrink = 1.0;
     bool fSetDynStep = false;
     int pairMargin = 0;       // reserved
@@ -173,7 +165,8 @@ class SYLVORA_API TreeLearner {
 
     // Trains numTree rounds on numThread threads, then writes the model file fileModel. Writes the
     // debug report and the result files on the way, if they are configured. Leaves the trees in
-    // TreeVV. An exception of a user's function ends the run with a line that has its text.
+    // TreeVV. An exception of a user's function ends the run with a line that has its text. Early
+    // stopping (CheckCfgCLS::earlyStop) cuts the ensemble, but not predictV, to the best round.
     [[nodiscard]] int Boosting();
 
     // Frees data and trees. Called by the destructor. Returns 0, or -1 during training.
@@ -266,7 +259,7 @@ class SYLVORA_API TreeLearner {
     // round of boosting, and of a forest none. Call it before Boosting or LoadModelFull: existing
     // trees do not change.
     void setPackedTrees(bool fWanted) { fPacked = fWanted; }
-    // Trees that the last Boosting was asked for and did not grow; 0 before any.
+    // Trees that the last Boosting should have grown but did not; 0 before any.
     int getMissingTreeNum() const { return numMissing; }
     int getGroupNum() const;  // in TreeVV or packed
     // Scores the training rows of the last run with the ensemble in memory and with its thresholds
@@ -342,7 +335,7 @@ class SYLVORA_API TreeLearner {
     std::vector<boosting_info_t> ShareQueries();
     int RunRounds(Run& run);
     int BoostRound(Run& run, int idxTree);
-    int GenerateForest();
+    int GenerateForest(Run& run);
     void WriteRoundResult(int idxTree);
     int FinishRun();
     bool IsStopped(int done, int total);
@@ -354,6 +347,7 @@ class SYLVORA_API TreeLearner {
                    const sylvora::ModelDescription* description = nullptr);
     int CheckSaving(int digits, const sylvora::ModelDescription* description) const;
     int LoadFrom(const sylvora::ModelOrigin& origin, sylvora::ModelDescription* description);
+    class RunEvaluation;
     void MakeRecords(const sylvora::engine::PackedTrees& trees, int numUnfilled);
 
     int RefuseAtWork(const char* operation) const;
@@ -377,7 +371,8 @@ class SYLVORA_API TreeLearner {
     std::unique_ptr<sylvora::WorkerPool> workers;   // during a run: all its threads
     std::unique_ptr<sylvora::EngineRun> engineRun;  // during a run: grows the trees; may be null
     std::string lostResult;
-    bool fStopped = false;  // the progress function ended the run
+    bool fStopped = false;           // the progress function ended the run
+    std::atomic<bool> fKept{false};  // it returned kStopAndKeep
     bool fVerify = false, fPacked = false;
     bool fLoadFailed = false;          // the last load failed
     int numMissing = 0, numGrown = 0;  // trees of the last run

@@ -52,7 +52,7 @@ std::vector<ParameterRow> RowsOfModelAndFiles() {
              "Loss to minimise. If not given (-1), the first one listed for the model type."),
         File("fileTrain", &C::fileTrain, kOption, "Training data."),
         File("fileTest", &C::fileTest, kOption, "Test data."),
-        File("fileDev", &C::fileDev, kFileOnly, "Development data."),
+        File("fileDev", &C::fileDev, kFileOnly, "Development data; see evalEvery and earlyStop."),
         File("labelTran", &C::fileTran, kOption,
              "Label map: each line has two numbers, the label in the data and the label to use "
              "instead.",
@@ -123,6 +123,17 @@ std::vector<ParameterRow> RowsOfTraining() {
     };
 }
 
+// Evaluation during a training.
+std::vector<ParameterRow> RowsOfEvaluation() {
+    return {
+        Numeric("earlyStop", &C::earlyStop, kOption, "0 or more",
+                "Rounds without a better metric on the development data that end a boosting; the "
+                "model is then cut to its best round. 0: off."),
+        Numeric("evalEvery", &C::evalEvery, kOption, "0 or more",
+                "Print the metrics of the development data every so many rounds. 0: never."),
+    };
+}
+
 bool Assign(std::string& value, const std::string& text) {
     value = text;
     return true;
@@ -158,6 +169,8 @@ const std::vector<ParameterRow>& ParameterTable() {
         std::vector<ParameterRow> rowV = RowsOfModelAndFiles();
         const std::vector<ParameterRow> later = RowsOfTraining();
         rowV.insert(rowV.end(), later.begin(), later.end());
+        const std::vector<ParameterRow> evaluation = RowsOfEvaluation();
+        rowV.insert(rowV.end(), evaluation.begin(), evaluation.end());
         return rowV;
     }();
     return table;

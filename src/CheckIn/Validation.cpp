@@ -148,6 +148,20 @@ int CheckDigits(const CheckCfgCLS& c) {
     return Fail("ERROR: Illegal digits: ", c.digits, ", it must be 6 or 17!\n");
 }
 
+int CheckEvaluation(const CheckCfgCLS& c) {
+    if (c.earlyStop < 0) {
+        return Fail("ERROR: Illegal earlyStop: ", c.earlyStop, ", it must be 0 or more!\n");
+    }
+    if (c.earlyStop > 0 && (IsForest(c) || IsSingleTree(c))) {
+        return Fail("ERROR: earlyStop needs the rounds of GBDT or GBRank, a ", c.modelType,
+                    " has none!\n");
+    }
+    if (c.evalEvery < 0) {
+        return Fail("ERROR: Illegal evalEvery: ", c.evalEvery, ", it must be 0 or more!\n");
+    }
+    return 0;
+}
+
 }  // namespace
 
 int sylvora::CheckAbsent(const CheckCfgCLS& cfg) {
@@ -173,7 +187,8 @@ int CheckCfgCLS::CheckCfg() {
             CheckTreeCount(*this) == 0 && CheckTask(*this) == 0 && ChooseLoss(*this) == 0 &&
             CheckBoostedLoss(*this) == 0 && CheckRanges(*this) == 0 && CheckThreads(*this) == 0 &&
             CheckRandomMode(*this) == 0 && CheckDigits(*this) == 0 &&
-            sylvora::CheckAbsent(*this) == 0 && sylvora::CheckLossParameters(*this) == 0;
+            sylvora::CheckAbsent(*this) == 0 && sylvora::CheckLossParameters(*this) == 0 &&
+            CheckEvaluation(*this) == 0;
         return fValid ? 0 : -1;
     });
 }

@@ -25,6 +25,7 @@
 #include "LossRun.h"
 #include "RoundedNumber.h"
 #include "RowDraw.h"
+#include "RunEvaluation.h"
 #include "Verification.h"
 #include "base/WorkerPool.h"
 #include "engine/score/PackedTrees.h"
@@ -54,8 +55,10 @@ struct TreeLearner::Run {
     // calling thread: that sample is updated twice, as the ranges demand, but in a fixed order and
     // without a data race.
     std::vector<boosting_info_t> lateShares;
-    bool fSetDynStepGlobal = false;  // CfgInfo.fSetDynStep as the run began
-    bool fEachOnce = false;          // every sample is in exactly one share
+    bool fSetDynStepGlobal = false;             // CfgInfo.fSetDynStep as the run began
+    bool fEachOnce = false;                     // every sample is in exactly one share
+    std::unique_ptr<RunEvaluation> evaluation;  // null: nothing to evaluate
+    int numSlots = -1;  // trees that the run was to grow up to its end; -1: all of them
 
     // Runs one phase of a round and returns when all shares are done. A share that fails reports it
     // and the run goes on, so the exit values are deliberately ignored.
@@ -72,6 +75,8 @@ int TreeLearner::Boosting() {
     if (RefuseAtWork("Boosting") != 0) return -1;
     const AtWork work(*this);
     numGrown = 0;
+    evaluationRecord = {};
+    Run run;
     const int status = sylvora::Guarded([&] {
         if (gradientV == nullptr || predictV == nullptr || numPairDistinctQueV == nullptr) {
             return Fail("ERROR: Boosting needs ParamInit first!\n");
@@ -79,15 +84,16 @@ int TreeLearner::Boosting() {
         if (CheckTrainingWidth() != 0 || sylvora::CheckDigits(CfgInfo.digits) != 0) return -1;
         if (CfgInfo.fPrint) Print("Start Boosting ...\n");
         const long start = Now();
-        Run run;
         if (PrepareRun(run) != 0 || RunRounds(run) != 0 || FinishRun() != 0) return -1;
+        if (run.evaluation && run.evaluation->TakeEnsemble() != 0) return -1;
         const long seconds = (Now() - start) / kMicroseconds;
         if (CfgInfo.fPrint) Print("Time for generating all trees: ", seconds, " seconds\n");
         return 0;
     });
     // Runs after a failure, too: counts the missing trees and drops a group that is not complete.
     const int numPerRound = modelType == "RandomForest" ? std::max(sizeGroup, 0) : 1;
-    const long numAsked = static_cast<long>(std::max(numTree, 0)) * numPerRound;
+    const long numAsked = run.numSlots >= 0 ? long{run.numSlots}
+                                            : static_cast<long>(std::max(numTree, 0)) * numPerRound;
     numMissing = static_cast<int>(std::min(numAsked - numGrown, long{INT_MAX}));
     if (packedTrees) packedTrees->DropOpenGroup();
     engineRun.reset();
@@ -99,7 +105,7 @@ int TreeLearner::Boosting() {
 // Brings the learner into the state in which every run begins, so that a second run of the same
 // learner equals the first. The engine comes last: it reads the arrays and needs the threads.
 int TreeLearner::PrepareRun(Run& run) {
-    fStopped = false;
+    fStopped = fKept = false;
     progressDone = 0;
     progressTotal = modelType == "RandomForest" ? sizeGroup : numTree;
     lostResult.clear();
@@ -118,6 +124,7 @@ int TreeLearner::PrepareRun(Run& run) {
         return Fail("ERROR: Failed to allocate memory for boosting!\n");
     }
     if (PlaceSeeds() != 0 || (fVerify && Verification{*this}.CheckStart() != 0)) return -1;
+    if (RunEvaluation::Start(*this, run.evaluation) != 0) return -1;
     workers = std::make_unique<sylvora::WorkerPool>();
     const int code = workers->Start(numThread);
     if (code != 0) return sylvora::FailToStart(code);
@@ -207,13 +214,19 @@ int TreeLearner::RunRounds(Run& run) {
     for (int idxTree = 1; idxTree <= numTree; ++idxTree) {
         const long startTree = Now();
         if (BoostRound(run, idxTree) != 0) return -1;
+        RunEvaluation* const evaluation = run.evaluation.get();
+        if (evaluation != nullptr) evaluation->TakeRound(idxTree, idxTree == numTree);
         const long remaining = (Now() - startTree) * (numTree - idxTree) / kMicroseconds;
         if (CfgInfo.fPrint) {
             Print("Remaining time for generating trees: ", remaining, " seconds\n");
             sylvora::FlushOutput();
         }
         if (modelType != "RandomForest" && IsStopped(idxTree, numTree)) return -1;
+        if (!fKept && (evaluation == nullptr || !evaluation->IsOver())) continue;
+        if (modelType != "RandomForest") run.numSlots = idxTree;
+        break;
     }
+    if (run.evaluation) run.evaluation->EndRounds();
     return 0;
 }
 
@@ -231,7 +244,7 @@ int TreeLearner::BoostRound(Run& run, int idxTree) {
     ClearGroup();
     GroupTreeCnt = 0;
     if (modelType == "RandomForest") {
-        if (GenerateForest() != 0) return -1;
+        if (GenerateForest(run) != 0) return -1;
     } else if (GrowTree(0, true) != 0) {
         return Fail("ERROR: Failed when generating tree!\n");
     }
@@ -250,11 +263,12 @@ int TreeLearner::BoostRound(Run& run, int idxTree) {
 // Grows the slots one after the other. Each continues the random stream where the one before it
 // ended, so only this order makes a forest independent of the number of threads; the parallelism is
 // inside a tree. A slot that fails is reported and left out.
-int TreeLearner::GenerateForest() {
-    for (int slot = 0; slot < sizeGroup && !fStopped && !fUserThrew; ++slot) {
+int TreeLearner::GenerateForest(Run& run) {
+    for (int slot = 0; slot < sizeGroup && !fStopped && !fUserThrew && !fKept; ++slot) {
         static_cast<void>(GrowSlots(slot, slot));
         if (fVerify && !fStopped && !fUserThrew && Verification{*this}.CheckSlot(slot) != 0)
             return -1;
+        if (fKept) run.numSlots = slot + 1;
     }
     return fStopped || fUserThrew ? -1 : 0;
 }
@@ -312,13 +326,15 @@ int TreeLearner::AskUser() {
     });
 }
 
-// Reports progress, in rounds or, in a forest, in trees. Returns whether the run must end, because
-// the progress function asked for it or threw an exception.
+// Reports progress, in rounds or, in a forest, in trees. Returns whether the run must end without a
+// model, because the progress function asked for it or threw an exception. Sets fKept if the run
+// must end with one.
 bool TreeLearner::IsStopped(int done, int total) {
     progressDone = done;
     progressTotal = total;
     const int status = AskUser();
-    if (status == 0) return false;
+    fKept = status == kStopAndKeep;
+    if (status == 0 || fKept) return false;
     fStopped = true;
     if (fUserThrew) return true;
     sylvora::Warn("Notice: Training was stopped after ", done, " of ", total,

@@ -225,7 +225,8 @@ int TreeLearner::WriteModel(const std::string& fileMout, int digits, bool fCheck
                     ": the model could not be verified, nothing is replaced\n");
     }
     // Reading back may have taken long; this is the last moment at which the user can stop the run.
-    if (fCheck && AskUser() != 0) {
+    const int wish = fCheck ? AskUser() : 0;
+    if (wish != 0 && wish != kStopAndKeep) {
         fStopped = true;
         if (fUserThrew) return -1;  // which was reported
         return Fail("Notice: Training was stopped before its end, no model is written!\n");

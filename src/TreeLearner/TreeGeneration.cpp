@@ -151,7 +151,8 @@ int TreeLearner::GenerateRowTree(int treeIdBegin, int treeIdEnd) {
 
 // Grows the trees of the slots in order, and reports progress after each.
 int TreeLearner::GrowSlots(int treeIdBegin, int treeIdEnd) {
-    for (int treeId = treeIdBegin; treeId <= treeIdEnd; ++treeId) {
+    fKept = false;
+    for (int treeId = treeIdBegin; treeId <= treeIdEnd && !fKept; ++treeId) {
         if (GrowTree(treeId, false) != 0) return -1;
         if (IsStopped(treeId + 1, sizeGroup)) return -1;
     }

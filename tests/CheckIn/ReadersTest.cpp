@@ -27,7 +27,7 @@ const std::vector<std::pair<std::string, ParameterMember>> kOptions = {
     {"maxDepth", &C::maxDepth},     {"numBound", &C::numBound},   {"valTau", &C::valTau},
     {"randomMode", &C::randomMode}, {"lossFunc", &C::lossFunc},   {"modelType", &C::modelType},
     {"digits", &C::digits},         {"absent", &C::absent},       {"huberDelta", &C::huberDelta},
-    {"quantile", &C::quantile}};
+    {"quantile", &C::quantile},     {"earlyStop", &C::earlyStop}, {"evalEvery", &C::evalEvery}};
 const std::vector<std::pair<std::string, ParameterMember>> kFileOnly = {
     {"fPrint", &C::fPrint},
     {"fileDev", &C::fileDev},

@@ -119,6 +119,16 @@ TEST(Validation, Table) {
          "ERROR: Illegal quantile: 1, it must be between 0 and 1!\n", ""},
         {"modelType=GBDT quantile=0 absent=none", -1,
          "ERROR: No such absent: \"none\", it is missing or zero!\n", "quantile=0"},
+        {"modelType=GBRank earlyStop=9 evalEvery=1", 0, "", ""},
+        {"modelType=GBDT earlyStop=-1 evalEvery=-1", -1,
+         "ERROR: Illegal earlyStop: -1, it must be 0 or more!\n", ""},
+        {"modelType=GBDT evalEvery=-1", -1, "ERROR: Illegal evalEvery: -1, it must be 0 or more!\n",
+         ""},
+        {"modelType=RandomForest fRegCls=REG earlyStop=1", -1,
+         "ERROR: earlyStop needs the rounds of GBDT or GBRank, a RandomForest has none!\n",
+         "lossFunc=Label"},
+        {"modelType=CART fRegCls=REG numTree=1 earlyStop=1", -1,
+         "ERROR: earlyStop needs the rounds of GBDT or GBRank, a CART has none!\n", ""},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.given);

@@ -65,6 +65,11 @@ struct PackedTrees {
     // Whether there are trees that no group has, and the first of them.
     bool HasOpenGroup() const { return treeV.size() > (NumGroups() > 0 ? groupEndV.back() : 0); }
     const PackedTree& FirstOpen() const { return treeV[NumGroups() > 0 ? groupEndV.back() : 0]; }
+    // Frees all groups but the first `numGroups`.
+    void KeepGroups(size_t numGroups) {
+        groupEndV.resize(numGroups);
+        DropOpenGroup();
+    }
     // Frees the trees that no group has.
     void DropOpenGroup() {
         treeV.resize(groupEndV.empty() ? 0 : groupEndV.back());

@@ -1,0 +1,159 @@
+// The course of an evaluation; see RunEvaluation.h. EvaluationSetUp.cpp has its preparation.
+#include "RunEvaluation.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iomanip>
+#include <iostream>
+#include <utility>
+
+#include "../god/Report.h"
+#include "base/WorkerPool.h"
+
+using sylvora::EnsembleView;
+using sylvora::EvaluatedSet;
+using sylvora::EvaluationRecord;
+using sylvora::MetricRecord;
+using sylvora::Text;
+using sylvora::WalkedGroup;
+
+namespace {
+
+// The longest value of six digits, such as -1.23457e-100, with a blank before it.
+constexpr size_t kLeastWidth = 14;
+
+std::string Padded(const std::string& text, size_t width) {
+    return std::string(width - std::min(width, text.size()), ' ') + text;
+}
+
+// NaN is never better.
+bool IsBetter(double value, double best, bool fLargerIsBetter) {
+    return fLargerIsBetter ? value > best : value < best;
+}
+
+}  // namespace
+
+void TreeLearner::RunEvaluation::TakeRound(int round, bool fLast) {
+    if (!fRounds) return;
+    numRounds = round;
+    AddNewGroups();
+    Measure();
+    if (learner.CfgInfo.earlyStop > 0) CompareWithBest(round);
+    learner.evaluationRecord.fStoppedEarly = fOver && !fLast;
+    const int interval = learner.CfgInfo.evalEvery;
+    if (interval > 0 && (round % interval == 0 || fLast || fOver)) PrintLine(round);
+}
+
+// The groups are added one after the other, each to all rows. The pieces of all sets are shared
+// among the workers.
+void TreeLearner::RunEvaluation::AddNewGroups() {
+    const EnsembleView trees(learner);
+    struct Piece {
+        EvaluatedSet* set;
+        size_t number;
+    };
+    std::vector<Piece> pieceV;
+    for (EvaluatedSet& set : setV) {
+        for (size_t number = 0; number < set.NumPieces(); ++number) {
+            pieceV.push_back({&set, number});
+        }
+    }
+    for (; numScored < trees.NumGroups(); ++numScored) {
+        const double shrink = learner.StepLengthV[numScored];
+        const WalkedGroup whole(trees, numScored, shrink, false);
+        const WalkedGroup compact(trees, numScored, shrink, true);
+        learner.workers->For(static_cast<int>(pieceV.size()), [&](int index, int) {
+            const Piece& piece = pieceV[static_cast<size_t>(index)];
+            piece.set->AddGroup(piece.set->IsBlock() ? compact : whole, piece.number);
+        });
+    }
+}
+
+void TreeLearner::RunEvaluation::Measure() {
+    std::vector<MetricRecord>& recordV = learner.evaluationRecord.metricV;
+    VecDle valueV(measurementV.size());
+    learner.workers->For(static_cast<int>(measurementV.size()), [&](int index, int) {
+        const size_t i = static_cast<size_t>(index);
+        valueV[i] = setV[measurementV[i].set].Measure(measurementV[i].metric);
+    });
+    for (size_t i = 0; i < valueV.size(); ++i) recordV[i].valueV.push_back(valueV[i]);
+}
+
+void TreeLearner::RunEvaluation::CompareWithBest(int round) {
+    EvaluationRecord& record = learner.evaluationRecord;
+    const double value = record.metricV[stopAt].valueV.back();
+    const bool fFirst = record.bestRound == 0 && !std::isnan(value);
+    if (fFirst || IsBetter(value, record.bestValue, measurementV[stopAt].metric.IsLargerBetter())) {
+        record.bestRound = round;
+        record.bestValue = value;
+    }
+    fOver = round - record.bestRound >= learner.CfgInfo.earlyStop;
+}
+
+// The first line of the table is preceded by its header.
+void TreeLearner::RunEvaluation::PrintLine(int round) {
+    std::string header = "round", line = Padded(Text(round), header.size());
+    for (const MetricRecord& record : learner.evaluationRecord.metricV) {
+        const std::string name = "  " + record.set + " " + record.metric;
+        const size_t width = std::max(name.size(), kLeastWidth);
+        header += Padded(name, width);
+        line += Padded(Text(record.valueV.back()), width);
+    }
+    sylvora::Print(lastPrinted == 0 ? header + "\n" : "", line, "\n");
+    std::cout << std::flush;
+    lastPrinted = round;
+}
+
+void TreeLearner::RunEvaluation::EndRounds() {
+    if (!fRounds) return;
+    if (learner.CfgInfo.evalEvery > 0 && lastPrinted != numRounds) PrintLine(numRounds);
+    const int best = learner.evaluationRecord.bestRound;
+    if (best == 0 || best == numRounds) return;
+    CutTo(EnsembleView(learner).NumGroups() - static_cast<size_t>(numRounds - best));
+}
+
+// Trees that are cut off stay until Destroy, as those of earlier runs do. Of packed trees TreeGroup
+// has a copy of the last one, which is no longer part of the ensemble.
+void TreeLearner::RunEvaluation::CutTo(size_t numGroups) {
+    learner.StepLengthV.resize(numGroups);
+    if (learner.packedTrees) {
+        learner.ClearGroup();
+        learner.packedTrees->KeepGroups(numGroups);
+        return;
+    }
+    std::vector<std::vector<TreeCR*>>& groupV = learner.TreeVV;
+    for (size_t g = numGroups; g < groupV.size(); ++g) {
+        learner.retiredV.insert(learner.retiredV.end(), groupV[g].begin(), groupV[g].end());
+    }
+    groupV.resize(numGroups);
+    learner.TreeGroup = groupV.back();
+}
+
+int TreeLearner::RunEvaluation::TakeEnsemble() {
+    if (fRounds || EnsembleView(learner).NumGroups() == 0) return 0;
+    for (EvaluatedSet& set : setV) {
+        if (ScoreEnsemble(set) != 0) return -1;
+    }
+    Measure();
+    if (learner.CfgInfo.evalEvery > 0) PrintLine(1);
+    return 0;
+}
+
+// Rows are copied to a buffer, piece by piece.
+int TreeLearner::RunEvaluation::ScoreEnsemble(EvaluatedSet& set) {
+    constexpr size_t kMostValues = size_t{1} << 20;
+    constexpr size_t kMostRows = 16384;
+    const size_t width = static_cast<size_t>(learner.dimFea);
+    const size_t numAtOnce =
+        std::min(set.NumRows(), std::clamp(kMostValues / width, size_t{1}, kMostRows));
+    VecDle valueV(numAtOnce * width);
+    for (size_t begin = 0; begin < set.NumRows(); begin += numAtOnce) {
+        const size_t end = std::min(begin + numAtOnce, set.NumRows());
+        set.ReadRows(begin, end, learner.dimFea, valueV.data());
+        if (learner.OnlineTestingBatch(valueV.data(), end - begin, width, set.Scores() + begin,
+                                       learner.numThread) != 0) {
+            return -1;
+        }
+    }
+    return 0;
+}

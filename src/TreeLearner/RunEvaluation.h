@@ -1,0 +1,74 @@
+// The evaluation of a run: scores and metrics of the sets after each round, the table of metrics,
+// and early stopping.
+#ifndef SYLVORA_TREELEARNER_RUNEVALUATION_H
+#define SYLVORA_TREELEARNER_RUNEVALUATION_H
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "../TreeLearner.h"
+#include "EvaluatedSet.h"
+
+// Lives as long as one call of Boosting and fills the learner's evaluationRecord. Borrows the
+// learner and the rows of the sets. For the thread that trains; shares its work among the learner's
+// workers. Results do not depend on their number.
+class TreeLearner::RunEvaluation {
+  public:
+    // Checks settings and sets and prepares the evaluation. `evaluation` stays null if nothing is
+    // to be evaluated. Returns 0, or -1 after a message.
+    [[nodiscard]] static int Start(TreeLearner& learner,
+                                   std::unique_ptr<RunEvaluation>& evaluation);
+
+    // After a round of boosting, counted from 1: scores the sets with the groups that are new.
+    // `fLast` says that no round follows. Does nothing for other models.
+    void TakeRound(int round, bool fLast);
+    // Whether early stopping ends the run.
+    bool IsOver() const { return fOver; }
+    // After the last round: prints its line, if that is missing, and cuts the ensemble to the best
+    // round.
+    void EndRounds();
+    // After the run: evaluates a forest, a single tree or a classification, whose scores are no
+    // sums over rounds. Returns 0, or -1 after a message.
+    [[nodiscard]] int TakeEnsemble();
+
+  private:
+    // A metric of a set, and its place in the record.
+    struct Measurement {
+        size_t set;
+        sylvora::NamedMetric metric;
+    };
+
+    explicit RunEvaluation(TreeLearner& treeLearner);
+    bool IsWanted() const;
+    int CheckSettings() const;
+    int AddDevelopmentSet();
+    int AddSet(const sylvora::EvaluationSet& set);
+    int CheckSet(const sylvora::EvaluationSet& set) const;
+    int CheckName(const std::string& name) const;
+    int MapLabels(const std::string& place, VecDle& valueV) const;
+    int ChooseMetrics();
+    int ChooseStop(std::vector<std::vector<sylvora::NamedMetric>>& metricVV);
+    int CheckMetric(const std::string& name, size_t set) const;
+    std::string Place(const std::string& name) const;
+
+    void AddNewGroups();
+    int ScoreEnsemble(sylvora::EvaluatedSet& set);
+    void Measure();
+    void CompareWithBest(int round);
+    void PrintLine(int round);
+    void CutTo(size_t numGroups);
+
+    TreeLearner& learner;
+    const sylvora::MetricContext context;
+    const bool fRounds;  // scores are sums over rounds
+    std::vector<sylvora::EvaluatedSet> setV;
+    std::vector<Measurement> measurementV;  // as in the record
+    size_t stopAt = 0;                      // the measurement that decides about earlyStop
+    size_t numScored = 0;                   // groups that are in the scores
+    int numRounds = 0;
+    int lastPrinted = 0;  // the round of the last line of the table; 0: none yet
+    bool fOver = false;
+};
+
+#endif  // SYLVORA_TREELEARNER_RUNEVALUATION_H
