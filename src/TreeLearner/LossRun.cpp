@@ -156,7 +156,9 @@ int TreeLearner::LossRun::PlaceStart(double start) {
     tree->numLeaf = 1;
     learner.TreeGroup.reserve(1);
     learner.StepLengthV.push_back(1.0F);
-    if (learner.packedTrees) learner.packedTrees->treeV.push_back(sylvora::Pack(*tree));
+    if (learner.packedTrees) {
+        sylvora::AppendPacked(*tree, learner.trainingOptions.fCovers, *learner.packedTrees);
+    }
     learner.TreeGroup.push_back(tree.release());
     learner.EndGroup();
     std::fill_n(learner.predictV, learner.sampleSize, start);

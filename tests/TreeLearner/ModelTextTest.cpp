@@ -117,6 +117,24 @@ TEST(ModelText, IsTheTextOfTheFile) {
     std::locale::global(before);
 }
 
+// The start value of a loss is a tree of its own, reached by all rows.
+TEST(ModelText, CoversIncludeTheStartValue) {
+    CheckCfgCLS cfg = Settings("GBDT", "LogLoss");
+    cfg.valSmpRt = 0.5;
+    for (const bool fPacked : {false, true}) {
+        const auto learner = Prepare(cfg, {0, 1, 0, 1, 1, 1, 0, 1});
+        learner->setPackedTrees(fPacked);
+        learner->trainingOptions.fCovers = true;
+        ASSERT_EQ(learner->Boosting(), 0);
+        ModelDescription description;
+        ASSERT_EQ(ModelText::Covers(*learner, description.coverV), 0);
+        ASSERT_GT(description.coverV.size(), 1u);
+        EXPECT_EQ(description.coverV[0], 8);
+        EXPECT_EQ(description.coverV[1], 4);
+        EXPECT_NE(Saved(*learner, 6, &description), "");
+    }
+}
+
 TEST(ModelText, AnyTextsSurvive) {
     std::mt19937 random(11);
     const std::string pieceV[] = {"[end] 0 00000000\n",
