@@ -266,9 +266,10 @@ class SYLVORA_API TreeLearner {
     // rounded to six digits, whatever CfgInfo.digits is. `maxThreads` as for OnlineTestingBatch.
     // Returns 0, or -1 when there are no such rows or trees or memory runs out.
     [[nodiscard]] int MeasureRounding(rounding_effect_t& effect, int maxThreads) const;
-    // Frees the ensemble and leaves the data; scoring fails until there are trees again. Returns 0,
-    // or -1 during a run.
+    // Frees the ensemble and leaves the data; scoring fails until there are trees again. Or frees
+    // the training data and leaves the ensemble. Return 0, or -1 during a run.
     int ReleaseTrees();
+    int ReleaseTrainingData();
 
     // Functions, streams and sets to evaluate. Change them between calls only.
     sylvora::TrainingOptions trainingOptions;
@@ -299,9 +300,6 @@ class SYLVORA_API TreeLearner {
     class AtWork;
     class CallScope;
 
-    int TransformLabels();
-    int AllocateRunArrays();
-    void CountQueryRows();
     void FreeTrainingData();
     void FreeDevelopmentData();
     void FreeTestData();
@@ -310,7 +308,6 @@ class SYLVORA_API TreeLearner {
     void RetireTrees();
 
     class Intake;
-
     template <typename Gradient>
     int FillGradient(int idBegin, int idEnd, Gradient gradient);
     template <typename Visit>
@@ -354,8 +351,6 @@ class SYLVORA_API TreeLearner {
     std::string DescribeWidth() const;
     int CheckTrainingWidth() const;
     int CheckModelWidth() const;
-    int CheckQueriesTogether() const;
-    long long LargestTreeWeight() const;
     int AskUser();
 
     struct ScoringForm;

@@ -19,6 +19,7 @@
 
 using sylvora::AllocateArray;
 using sylvora::Fail;
+using sylvora::FreeArray;
 using sylvora::Print;
 
 namespace {
@@ -206,6 +207,8 @@ int TreeLearner::Intake::Store(int type, int numData, const VecInt& q, Fill fill
 SetPlace TreeLearner::Intake::ClearPlace(int type) {
     if (type == kTraining) {
         learner.FreeTrainingData();
+        FreeArray(learner.featureMean);
+        learner.meanDim = 0;
         learner.numClass = 0;
         return {true,
                 learner.sampleSize,

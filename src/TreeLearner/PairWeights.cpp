@@ -42,22 +42,23 @@ long long SumOfLargest(std::vector<Value>& valueV, int count) {
     return std::accumulate(valueV.begin(), end, 0LL);
 }
 
-}  // namespace
-
 // The largest possible sum of the weights of the rows, or whole queries, drawn for one tree.
-long long TreeLearner::LargestTreeWeight() const {
-    if (CfgInfo.randomMode != "QUERY") {
-        VecInt weightV(numPairDistinctQueV, numPairDistinctQueV + sampleSize);
-        return SumOfLargest(weightV, sylvora::ShareOf(sampleSize, valSmpRt));
+long long LargestTreeWeight(const TreeLearner& learner) {
+    if (learner.CfgInfo.randomMode != "QUERY") {
+        VecInt weightV(learner.numPairDistinctQueV,
+                       learner.numPairDistinctQueV + learner.sampleSize);
+        return SumOfLargest(weightV, sylvora::ShareOf(learner.sampleSize, learner.valSmpRt));
     }
     std::vector<long long> queryWeightV;
-    for (int i = 0; i < sampleSize; ++i) {
-        if (i == 0 || queryIdV[i] != queryIdV[i - 1]) queryWeightV.push_back(0);
-        queryWeightV.back() += numPairDistinctQueV[i];
+    for (int i = 0; i < learner.sampleSize; ++i) {
+        if (i == 0 || learner.queryIdV[i] != learner.queryIdV[i - 1]) queryWeightV.push_back(0);
+        queryWeightV.back() += learner.numPairDistinctQueV[i];
     }
-    const int numQueries = sylvora::NumQueries(queryIdV[sampleSize - 1]);
-    return SumOfLargest(queryWeightV, sylvora::ShareOf(numQueries, valSmpRt));
+    const int numQueries = sylvora::NumQueries(learner.queryIdV[learner.sampleSize - 1]);
+    return SumOfLargest(queryWeightV, sylvora::ShareOf(numQueries, learner.valSmpRt));
 }
+
+}  // namespace
 
 int TreeLearner::ComputeDistinctPair() {
     const CallScope scope(*this);
@@ -79,7 +80,7 @@ int TreeLearner::ComputeDistinctPair() {
         const long long total =
             std::accumulate(numPairDistinctQueV, numPairDistinctQueV + sampleSize, 0LL);
         // Nodes add up weights in an int. The exact bound is only computed if the simple one fails.
-        const long long largest = total > INT_MAX ? LargestTreeWeight() : total;
+        const long long largest = total > INT_MAX ? LargestTreeWeight(*this) : total;
         if (largest <= INT_MAX) return 0;
         return Fail("ERROR: The pair weights of the rows of one tree can add up to ", largest,
                     ", more than ", INT_MAX, ": split large queries or lower valSmpRt!\n");

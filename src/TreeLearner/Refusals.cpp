@@ -2,7 +2,6 @@
 // user's functions.
 #include <algorithm>
 #include <string>
-#include <unordered_set>
 
 #include "../TreeLearner.h"
 #include "../god/Report.h"
@@ -42,21 +41,6 @@ int TreeLearner::CheckModelWidth() const {
     if (featureMean != nullptr && meanDim != 0 && meanDim != dimFea) {
         return Fail("ERROR: The model has means for ", meanDim, " columns, ", DescribeWidth(),
                     ": it cannot be saved with other columns!\n");
-    }
-    return 0;
-}
-
-// Refuses a query whose rows are not together. Does not check that ids are 0, 1, 2, ...
-int TreeLearner::CheckQueriesTogether() const {
-    // The usual case, ascending ids, needs no set.
-    if (std::is_sorted(queryIdV, queryIdV + sampleSize)) return 0;
-    std::unordered_set<int> seen;
-    for (int i = 0; i < sampleSize; ++i) {
-        if (i > 0 && queryIdV[i] == queryIdV[i - 1]) continue;
-        if (seen.insert(queryIdV[i]).second) continue;
-        return Fail("ERROR: Row ", i, " is of query ", queryIdV[i], ", the row before it of query ",
-                    queryIdV[i - 1], ", other rows of query ", queryIdV[i],
-                    " stand above: the rows of a query must be together!\n");
     }
     return 0;
 }

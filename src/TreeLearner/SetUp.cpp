@@ -2,6 +2,7 @@
 //
 // Destroy may be called more than once: every release leaves a null pointer and a size of 0 behind.
 #include <algorithm>
+#include <unordered_set>
 
 #include "../TreeLearner.h"
 #include "../god/Report.h"
@@ -16,6 +17,83 @@ using sylvora::AllocateArray;
 using sylvora::Fail;
 using sylvora::FreeArray;
 using sylvora::Print;
+
+namespace {
+
+// Refuses a query whose rows are not together. Does not check that ids are 0, 1, 2, ...
+int CheckQueriesTogether(const TreeLearner& learner) {
+    // The usual case, ascending ids, needs no set.
+    if (std::is_sorted(learner.queryIdV, learner.queryIdV + learner.sampleSize)) return 0;
+    std::unordered_set<int> seen;
+    for (int i = 0; i < learner.sampleSize; ++i) {
+        if (i > 0 && learner.queryIdV[i] == learner.queryIdV[i - 1]) continue;
+        if (seen.insert(learner.queryIdV[i]).second) continue;
+        return Fail("ERROR: Row ", i, " is of query ", learner.queryIdV[i],
+                    ", the row before it of query ", learner.queryIdV[i - 1],
+                    ", other rows of query ", learner.queryIdV[i],
+                    " stand above: the rows of a query must be together!\n");
+    }
+    return 0;
+}
+
+// Fills learner.labelTrV with the labels that every loss uses, and checks them against the loss and
+// the number of classes. learner.labelV keeps the labels as read.
+int TransformLabels(TreeLearner& learner) {
+    if (learner.CfgInfo.fPrint) Print("Tranform the label...\n");
+    const std::string& loss = learner.CfgInfo.lossFunc;
+    const bool fSignLabels = loss == "HingeSquare" || loss == "Logistic" || loss == "Exponential";
+    const bool fClasses = learner.CfgInfo.fRegCls == "CLS";
+    for (int i = 0; i < learner.sampleSize; ++i) {
+        const auto mapped = learner.tranMap.find(learner.labelV[i]);
+        learner.labelTrV[i] = mapped != learner.tranMap.end() ? mapped->second : learner.labelV[i];
+        // Deliberately checks neither mapped labels (ReadLabelTran did) nor negative ones.
+        if (mapped == learner.tranMap.end() && fClasses &&
+            learner.labelV[i] >= learner.numClass - 0.5) {
+            return Fail("ERROR: Class id must be consecutive integers, ", learner.numClass,
+                        " classes but label: ", learner.labelV[i], " found!\n");
+        }
+        const int sign = sylvora::Truncate<int>(learner.labelTrV[i]);
+        if (fSignLabels && sign != -1 && sign != 1) {
+            return Fail("ERROR: label should be \"-1\" or \"+1\" when using loss function \"", loss,
+                        "\"!\n");
+        }
+    }
+    return 0;
+}
+
+// Predictions start at 0. Without test rows learner.testResV has one element, so it is never null.
+int AllocateRunArrays(TreeLearner& learner) {
+    if (AllocateArray(learner.predictV, learner.sampleSize, "allocating predictV") != 0) return -1;
+    if (learner.devSize >= 1) {
+        if (learner.CfgInfo.fPrint) Print("Init dev set...\n");
+        if (AllocateArray(learner.devResV, learner.devSize, "allocating devResV") != 0) return -1;
+        learner.devResVV.assign(static_cast<size_t>(learner.devSize), VecFt(1, 0.0f));
+    }
+    if (AllocateArray(learner.testResV, learner.testSize, "allocating testResV") != 0) return -1;
+    learner.testResVV.assign(static_cast<size_t>(learner.testSize), VecFt(1, 0.0f));
+    return 0;
+}
+
+// Fills learner.numDocQueV. Without queries the whole training set counts as one. Expects the rows
+// of a query to be together, which CheckQueriesTogether has made sure of.
+void CountQueryRows(TreeLearner& learner) {
+    learner.numDocQueV.assign(static_cast<size_t>(learner.sampleSize), learner.sampleSize);
+    if (learner.CfgInfo.modelType != "GBRank") return;
+    VecInt runLengthV;  // by run of rows with equal query ids: its number of rows
+    for (int i = 0; i < learner.sampleSize; ++i) {
+        if (i == 0 || learner.queryIdV[i] != learner.queryIdV[i - 1]) runLengthV.push_back(0);
+        ++runLengthV.back();
+    }
+    for (int i = 0; i < learner.sampleSize; ++i) {
+        // Deliberately indexed by query id, not by run: ids are meant to be 0, 1, 2, ... in order.
+        // An id outside that range gets 0 rows.
+        const size_t query = static_cast<size_t>(learner.queryIdV[i]);
+        learner.numDocQueV[static_cast<size_t>(i)] =
+            query < runLengthV.size() ? runLengthV[query] : 0;
+    }
+}
+
+}  // namespace
 
 TreeLearner::TreeLearner(CheckCfgCLS& cfg)
     : fileModel(cfg.fileModel),
@@ -56,13 +134,13 @@ int TreeLearner::ParamInit() {
         if (CheckTrainingWidth() != 0) return -1;
         if (CfgInfo.modelType == "GBRank") {
             if (queryIdV == nullptr) return Fail("ERROR: Size of qid does not match the data!\n");
-            if (CheckQueriesTogether() != 0) return -1;
+            if (CheckQueriesTogether(*this) != 0) return -1;
         }
         if (AllocateArray(gradientV, sampleSize, "allocating gradientV") != 0) return -1;
         if (AllocateArray(labelTrV, sampleSize, "allocating labelTrV") != 0) return -1;
-        if (TransformLabels() != 0) return -1;
-        if (AllocateRunArrays() != 0) return -1;
-        CountQueryRows();
+        if (TransformLabels(*this) != 0) return -1;
+        if (AllocateRunArrays(*this) != 0) return -1;
+        CountQueryRows(*this);
         if (ComputeDistinctPair() != 0) {
             return Fail("ERROR: Failed when computing distincing pair!\n");
         }
@@ -71,65 +149,12 @@ int TreeLearner::ParamInit() {
     });
 }
 
-// Fills labelTrV with the labels that every loss uses, and checks them against the loss and the
-// number of classes. labelV keeps the labels as read.
-int TreeLearner::TransformLabels() {
-    if (CfgInfo.fPrint) Print("Tranform the label...\n");
-    const std::string& loss = CfgInfo.lossFunc;
-    const bool fSignLabels = loss == "HingeSquare" || loss == "Logistic" || loss == "Exponential";
-    const bool fClasses = CfgInfo.fRegCls == "CLS";
-    for (int i = 0; i < sampleSize; ++i) {
-        const auto mapped = tranMap.find(labelV[i]);
-        labelTrV[i] = mapped != tranMap.end() ? mapped->second : labelV[i];
-        // Deliberately checks neither mapped labels (ReadLabelTran did) nor negative ones.
-        if (mapped == tranMap.end() && fClasses && labelV[i] >= numClass - 0.5) {
-            return Fail("ERROR: Class id must be consecutive integers, ", numClass,
-                        " classes but label: ", labelV[i], " found!\n");
-        }
-        const int sign = sylvora::Truncate<int>(labelTrV[i]);
-        if (fSignLabels && sign != -1 && sign != 1) {
-            return Fail("ERROR: label should be \"-1\" or \"+1\" when using loss function \"", loss,
-                        "\"!\n");
-        }
-    }
-    return 0;
-}
-
-// Predictions start at 0. Without test rows testResV has one element, so it is never null.
-int TreeLearner::AllocateRunArrays() {
-    if (AllocateArray(predictV, sampleSize, "allocating predictV") != 0) return -1;
-    if (devSize >= 1) {
-        if (CfgInfo.fPrint) Print("Init dev set...\n");
-        if (AllocateArray(devResV, devSize, "allocating devResV") != 0) return -1;
-        devResVV.assign(static_cast<size_t>(devSize), VecFt(1, 0.0f));
-    }
-    if (AllocateArray(testResV, testSize, "allocating testResV") != 0) return -1;
-    testResVV.assign(static_cast<size_t>(testSize), VecFt(1, 0.0f));
-    return 0;
-}
-
-// Fills numDocQueV. Without queries the whole training set counts as one. Expects the rows of a
-// query to be together, which CheckQueriesTogether has made sure of.
-void TreeLearner::CountQueryRows() {
-    numDocQueV.assign(static_cast<size_t>(sampleSize), sampleSize);
-    if (CfgInfo.modelType != "GBRank") return;
-    VecInt runLengthV;  // by run of rows with equal query ids: its number of rows
-    for (int i = 0; i < sampleSize; ++i) {
-        if (i == 0 || queryIdV[i] != queryIdV[i - 1]) runLengthV.push_back(0);
-        ++runLengthV.back();
-    }
-    for (int i = 0; i < sampleSize; ++i) {
-        // Deliberately indexed by query id, not by run: ids are meant to be 0, 1, 2, ... in order.
-        // An id outside that range gets 0 rows.
-        const size_t query = static_cast<size_t>(queryIdV[i]);
-        numDocQueV[static_cast<size_t>(i)] = query < runLengthV.size() ? runLengthV[query] : 0;
-    }
-}
-
 int TreeLearner::Destroy() {
     const CallScope scope(*this);
     if (RefuseAtWork("Destroy") != 0) return -1;
     FreeTrainingData();
+    FreeArray(featureMean);
+    meanDim = 0;
     FreeDevelopmentData();
     FreeTestData();
     FreeDebugCounters();
@@ -138,7 +163,15 @@ int TreeLearner::Destroy() {
     return 0;
 }
 
-// Frees the training set and the arrays of a run that go with it.
+// The means stay: they are a part of the model.
+int TreeLearner::ReleaseTrainingData() {
+    const CallScope scope(*this);
+    if (RefuseAtWork("ReleaseTrainingData") != 0) return -1;
+    FreeTrainingData();
+    return 0;
+}
+
+// Frees the training set, except its means, and the arrays of a run that go with it.
 void TreeLearner::FreeTrainingData() {
     sylvora::FreeRows(featureVV, sampleSize);
     rowCopy.reset();
@@ -152,10 +185,9 @@ void TreeLearner::FreeTrainingData() {
     FreeArray(predictV);
     FreeArray(testResV);
     FreeArray(randGenerators);  // the array only: the seed cells are members or global
-    FreeArray(featureMean);
     FreeArray(clsLabelEnum);
     FreeArray(IndexV);
-    sampleSize = trainDim = meanDim = 0;
+    sampleSize = trainDim = 0;
     lossRun.reset();
 }
 

@@ -142,4 +142,42 @@ TEST(Borrowed, BlocksScoreLikeRows) {
     }
 }
 
+// Several trainings that need the codes of one set, and of its subsets, at the same time.
+TEST(Borrowed, TrainingsShareASet) {
+    Set set = Maker(5).MakeLarger(3000);
+    set.cfg.fSetThread = true;
+    set.cfg.numThread = 2;
+    set.cfg.fileModel.clear();
+    ASSERT_EQ(set.cfg.CheckCfg(), 0);
+    const Layout layout(set.rows, Layout::kRowMajor);
+    const auto whole = SetOf(layout);
+    VecInt halfV(1500);
+    std::iota(halfV.begin(), halfV.end(), 700);
+    const auto half = DataSet::Subset(whole, halfV.data(), 1500);
+    const auto train = [&](bool fHalf, VecDle& predictionV) {
+        TreeLearner learner(set.cfg);
+        sylvora::RandomStream stream(7);
+        learner.trainingOptions.stream = &stream;
+        const int numRows = fHalf ? 1500 : 3000;
+        const double* const labels = set.labels.data() + (fHalf ? 700 : 0);
+        if (learner.DataBorrow(fHalf ? half : whole, labels, numRows, nullptr, 0) != 0 ||
+            learner.ParamInit() != 0 || learner.Boosting() != 0) {
+            return;
+        }
+        predictionV.assign(learner.predictV, learner.predictV + numRows);
+    };
+    VecVecDle predictionVV(6);
+    std::vector<std::thread> threadV;
+    for (size_t t = 0; t < predictionVV.size(); ++t) {
+        threadV.emplace_back([&, t] { train(t % 2 == 1, predictionVV[t]); });
+    }
+    for (std::thread& thread : threadV) thread.join();
+    for (size_t t = 0; t < predictionVV.size(); ++t) {
+        VecDle aloneV;
+        train(t % 2 == 1, aloneV);
+        ASSERT_FALSE(aloneV.empty());
+        EXPECT_EQ(predictionVV[t], aloneV) << t;
+    }
+}
+
 }  // namespace

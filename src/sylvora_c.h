@@ -1,0 +1,252 @@
+/* Sylvora for C, and for languages that call C: data sets, trainings and models as opaque handles.
+ *
+ *   sylvora_dataset* data;   sylvora_training* training;   sylvora_model* model;
+ *   sylvora_block block = SYLVORA_BLOCK;
+ *   block.values = x;  block.num_rows = n;  block.num_columns = d;
+ *   block.row_stride = d * sizeof(double);  block.column_stride = sizeof(double);
+ *   if (sylvora_dataset_new(&block, &data) != 0 || sylvora_training_new(&training) != 0 ||
+ *       sylvora_training_set(training, "modelType", "GBDT") != 0 ||
+ *       sylvora_training_data(training, data, y, n, NULL, 0) != 0 ||
+ *       sylvora_training_run(training, &model) != 0) puts(sylvora_error());
+ *
+ * Functions that return int return 0, or -1 after an error, whose text sylvora_error returns. After
+ * an error nothing was changed and *out is as it was, except where a function says otherwise. No
+ * exception leaves the library. Texts are NUL-terminated UTF-8; numbers have a decimal point.
+ * Handles are freed by their _free function, which ignores null.
+ *
+ * Thread safety: any number of threads may use a data set, or score with a model, at the same time.
+ * Trainings may run at the same time, each in a thread of its own. Any other use of one handle needs
+ * exclusive access.
+ *
+ * Random numbers come from the parameter randomSeed (1 by default), never from process-wide state.
+ */
+#ifndef SYLVORA_C_H
+#define SYLVORA_C_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(__GNUC__)
+#define SYLVORA_C_API __attribute__((visibility("default")))
+#else
+#define SYLVORA_C_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* The version of this interface that a program was compiled for. A library takes programs of the
+ * same SYLVORA_C_MAJOR and the same or a lower SYLVORA_C_MINOR. */
+#define SYLVORA_C_MAJOR 0
+#define SYLVORA_C_MINOR 1
+
+/* Returns 0 if the library takes programs of this version. */
+SYLVORA_C_API int sylvora_check_version(int major, int minor);
+/* The version of the library, such as "0.1.0". */
+SYLVORA_C_API const char* sylvora_version(void);
+/* The text of the last error of the calling thread: one line or more, without a final line feed;
+ * empty before any. Valid until the thread's next call of the library. */
+SYLVORA_C_API const char* sylvora_error(void);
+
+/* ---- Data ---------------------------------------------------------------------------------- */
+
+enum sylvora_type {
+    SYLVORA_FLOAT64, SYLVORA_FLOAT32, SYLVORA_INT64, SYLVORA_INT32, SYLVORA_INT16,
+    SYLVORA_INT8, SYLVORA_UINT64, SYLVORA_UINT32, SYLVORA_UINT16, SYLVORA_UINT8
+};
+
+enum sylvora_layout {
+    SYLVORA_DENSE,         /* values, type, row_stride, column_stride */
+    SYLVORA_COLUMNS,       /* columns */
+    SYLVORA_SPARSE_ROWS,   /* CSR: values and type, begins, indices; an absent value is 0 */
+    SYLVORA_SPARSE_COLUMNS /* CSC: the same */
+};
+
+/* One column; a stride of 0 means contiguous values. `validity` has one bit per row, least
+ * significant first, from bit number validity_offset on: 0 is a missing value; null: none is. */
+typedef struct sylvora_column {
+    const void* values;
+    int32_t type;
+    int64_t stride;
+    const uint8_t* validity;
+    int64_t validity_offset;
+} sylvora_column;
+
+/* A table of numbers that belongs to the caller. Begin with SYLVORA_BLOCK. Strides are in bytes and
+ * may be negative; cells must not overlap; nothing needs to be aligned. Sparse indices must ascend
+ * within a row (CSR) or column (CSC). Begins and indices are int32_t, or int64_t if long_begins or
+ * long_indices is not 0. */
+typedef struct sylvora_block {
+    size_t size;               /* sizeof(sylvora_block) */
+    int32_t layout;            /* enum sylvora_layout */
+    int32_t type;              /* enum sylvora_type */
+    int64_t num_rows;
+    int64_t num_columns;
+    const void* values;
+    int64_t row_stride;
+    int64_t column_stride;
+    const sylvora_column* columns;
+    const void* begins;
+    const void* indices;
+    int32_t long_begins;
+    int32_t long_indices;
+    double missing;            /* a value that is read as missing, if has_missing is not 0 */
+    int32_t has_missing;
+    int32_t refuse_nan;        /* otherwise NaN is missing, too */
+    int32_t refuse_infinite;
+} sylvora_block;
+
+#define SYLVORA_BLOCK {sizeof(sylvora_block), 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0.0, 0, 0, 0}
+
+/* Training data that are coded once, by the first training, and used by any number of trainings. The
+ * block's memory must stay valid and unchanged until the set and its subsets are freed. */
+typedef struct sylvora_dataset sylvora_dataset;
+
+SYLVORA_C_API int sylvora_dataset_new(const sylvora_block* block, sylvora_dataset** out);
+/* The given rows of `whole`, in this order; rows may occur more than once. `whole` may be freed. */
+SYLVORA_C_API int sylvora_dataset_subset(const sylvora_dataset* whole, const int32_t* rows,
+                                         int64_t num_rows, sylvora_dataset** out);
+SYLVORA_C_API int64_t sylvora_dataset_rows(const sylvora_dataset* data);
+SYLVORA_C_API int64_t sylvora_dataset_columns(const sylvora_dataset* data);
+SYLVORA_C_API void sylvora_dataset_free(sylvora_dataset* data);
+
+/* ---- Training ------------------------------------------------------------------------------ */
+
+typedef struct sylvora_training sylvora_training;
+typedef struct sylvora_model sylvora_model;
+
+/* One round of a training with lossFunc USER. Fills gradients[0, num_rows) with negative gradients
+ * and, unless it is null, hessians with second derivatives. Returns 0 to go on. */
+typedef int (*sylvora_objective)(void* context, int round, int64_t num_rows, const double* labels,
+                                 const double* scores, double* gradients, double* hessians);
+/* Called after `done` of `total` rounds, or trees of a forest. Returns one of the values below. */
+typedef int (*sylvora_progress)(void* context, int done, int total);
+#define SYLVORA_GO_ON 0
+#define SYLVORA_STOP 1                   /* the training fails: "Training was stopped" */
+#define SYLVORA_STOP_AND_KEEP 0x6b656570 /* it ends with the model that there is */
+/* A message of a training: `stream` is 1 for progress, 2 for notices, warnings and errors. */
+typedef void (*sylvora_message)(void* context, int stream, const char* text);
+
+/* A training with default parameters. */
+SYLVORA_C_API int sylvora_training_new(sylvora_training** out);
+/* Sets a parameter of docs/parameters.md; its values are checked together when the training runs.
+ * Parameters that name files of data are refused. */
+SYLVORA_C_API int sylvora_training_set(sylvora_training* training, const char* parameter,
+                                       const char* value);
+/* The data, which the training shares, labels and, for GBRank, query ids, which are copied. Query
+ * ids may be any numbers; rows of one query must be together. */
+SYLVORA_C_API int sylvora_training_data(sylvora_training* training, const sylvora_dataset* data,
+                                        const double* labels, int64_t num_labels,
+                                        const int32_t* queries, int64_t num_queries);
+/* Integer row weights, 0 or more; copied. */
+SYLVORA_C_API int sylvora_training_weights(sylvora_training* training, const int32_t* weights,
+                                           int64_t num_weights);
+/* Sets lossFunc to USER and its function. With `hessians` not 0, it fills second derivatives. */
+SYLVORA_C_API int sylvora_training_objective(sylvora_training* training, sylvora_objective function,
+                                             void* context, int hessians);
+/* The score at which lossFunc USER starts, instead of 0. */
+SYLVORA_C_API int sylvora_training_start(sylvora_training* training, double value);
+/* A named set to evaluate after every round. The block is borrowed until the training has run; the
+ * rest is copied. */
+SYLVORA_C_API int sylvora_training_evaluate(sylvora_training* training, const char* name,
+                                            const sylvora_block* block, const double* labels,
+                                            int64_t num_labels, const int32_t* queries,
+                                            int64_t num_queries);
+/* Adds a metric to record for every set: rmse, mae, pinball, logloss, auc, accuracy, ndcg@K, pairs.
+ * Without any, those that suit the loss are recorded. */
+SYLVORA_C_API int sylvora_training_metric(sylvora_training* training, const char* metric);
+/* The set and the metric that decide about the parameter earlyStop; null: the last set, the metric
+ * that suits the loss. */
+SYLVORA_C_API int sylvora_training_stop_rule(sylvora_training* training, const char* set,
+                                             const char* metric);
+SYLVORA_C_API int sylvora_training_on_progress(sylvora_training* training,
+                                               sylvora_progress function, void* context);
+/* Without a function, messages are dropped, except for the text of an error. */
+SYLVORA_C_API int sylvora_training_on_message(sylvora_training* training, sylvora_message function,
+                                              void* context);
+/* Trains, in the calling thread and, with numThread above 1, threads that end with the call. A
+ * training runs once. */
+SYLVORA_C_API int sylvora_training_run(sylvora_training* training, sylvora_model** out);
+/* What was recorded, also after a failed run: metric number i, from 0, as its set, its name and its
+ * value by round, which the training owns. Returns -1 without an error text past the last one. */
+SYLVORA_C_API int sylvora_training_record(const sylvora_training* training, int i, const char** set,
+                                          const char** metric, const double** values,
+                                          int64_t* num_values);
+/* The best round of earlyStop, counted from 1; 0: it was not set. */
+SYLVORA_C_API int sylvora_training_best_round(const sylvora_training* training);
+/* Whether earlyStop ended the training before its last round. */
+SYLVORA_C_API int sylvora_training_stopped_early(const sylvora_training* training);
+SYLVORA_C_API void sylvora_training_free(sylvora_training* training);
+
+/* ---- Models -------------------------------------------------------------------------------- */
+
+/* Reads a model file, or the text of one, with its description, if it has one. */
+SYLVORA_C_API int sylvora_model_load(const char* file, sylvora_model** out);
+SYLVORA_C_API int sylvora_model_parse(const char* text, size_t size, sylvora_model** out);
+/* Writes a model with 6 or 17 digits and, with `described` not 0, its description: to a file, which
+ * is replaced as a whole or left as it was, or to memory that sylvora_text_free frees. */
+SYLVORA_C_API int sylvora_model_save(const sylvora_model* model, const char* file, int digits,
+                                     int described);
+SYLVORA_C_API int sylvora_model_text(const sylvora_model* model, int digits, int described,
+                                     char** text, size_t* size);
+SYLVORA_C_API void sylvora_text_free(char* text);
+SYLVORA_C_API void sylvora_model_free(sylvora_model* model);
+
+/* Scores a block into scores[0, num_rows). Uses at most `max_threads` threads, the caller's
+ * included; 0: all usable processors. The block's description is used in the call only. */
+SYLVORA_C_API int sylvora_model_score(const sylvora_model* model, const sylvora_block* block,
+                                      double* scores, int max_threads);
+/* Scores one row of doubles, in which NaN is missing. Allocates nothing. */
+SYLVORA_C_API int sylvora_model_score_row(const sylvora_model* model, const double* row,
+                                          int64_t num_values, double* score);
+
+/* The probability of the larger of two labels at each score of a model with this loss, for LogLoss,
+ * Logistic and Exponential. `probabilities` may be `scores`. */
+SYLVORA_C_API int sylvora_probabilities(const char* loss, const double* scores, int64_t num_scores,
+                                        double* probabilities);
+
+typedef struct sylvora_model_facts {
+    size_t size;          /* sizeof(sylvora_model_facts), set by the caller */
+    int64_t num_columns;
+    int64_t num_classes;  /* 0 for regression */
+    int64_t num_groups;   /* rounds, and the start value if there is one */
+    int64_t num_trees;
+    const char* type;     /* GBDT, ...; owned by the model, as the texts below */
+    const char* loss;
+} sylvora_model_facts;
+
+SYLVORA_C_API int sylvora_model_facts_of(const sylvora_model* model, sylvora_model_facts* facts);
+
+/* A node of a tree, numbered from 0, the root. A row goes left if its value is at most the
+ * threshold. A leaf has column, left and right -1. `cover` is the number of training rows, or -1 if
+ * it is not known. */
+typedef struct sylvora_node {
+    double threshold;
+    double output;
+    int32_t column;
+    int32_t left;
+    int32_t right;
+    int32_t cover;
+} sylvora_node;
+
+/* The nodes of tree number `tree`, from 0, over all groups: copies at most `capacity` of them to
+ * nodes and sets *num_nodes to their number, *group and *shrink to those of the tree. */
+SYLVORA_C_API int sylvora_model_tree(const sylvora_model* model, int64_t tree, sylvora_node* nodes,
+                                     int64_t capacity, int64_t* num_nodes, int64_t* group,
+                                     double* shrink);
+
+/* The description: a list of texts by key. Keys: "column" (names, one per column), "class" (names),
+ * "link", "missing", "bestRound", and "setting" (parameter=value). `i` counts from 0. Returns null
+ * past the last one; the text is owned by the model. A training sets link, bestRound and settings. */
+SYLVORA_C_API const char* sylvora_model_describe(const sylvora_model* model, const char* key,
+                                                 int64_t i);
+/* Replaces the texts of a key; all are copied. */
+SYLVORA_C_API int sylvora_model_set_description(sylvora_model* model, const char* key,
+                                                const char* const* texts, int64_t num_texts);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* SYLVORA_C_H */

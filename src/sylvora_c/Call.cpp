@@ -1,0 +1,76 @@
+// Errors of the C interface, and its versions; see Call.h.
+#include "Call.h"
+
+#include <string_view>
+
+namespace sylvora::c {
+namespace {
+
+thread_local std::string lastError;
+
+bool BeginsWith(std::string_view text, std::string_view prefix) {
+    return text.substr(0, prefix.size()) == prefix;
+}
+
+// The lines that tell of the failure itself, joined; all lines if there are none.
+std::string ErrorLines(std::string_view text) {
+    std::string errors, all;
+    while (!text.empty()) {
+        const size_t end = text.find('\n');
+        std::string_view line = text.substr(0, end);
+        text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+        if (line.empty()) continue;
+        const bool fAside =
+            BeginsWith(line, "Notice") || BeginsWith(line, "NOTICE") || BeginsWith(line, "WARNING");
+        for (const std::string_view prefix : {"ERROR: ", "Error: "}) {
+            if (BeginsWith(line, prefix)) line.remove_prefix(prefix.size());
+        }
+        for (std::string* lines : {fAside ? nullptr : &errors, &all}) {
+            if (lines == nullptr) continue;
+            if (!lines->empty()) *lines += '\n';
+            lines->append(line);
+        }
+    }
+    return errors.empty() ? all : errors;
+}
+
+}  // namespace
+
+void Call::SetError(const std::string& text) noexcept {
+    try {
+        lastError = ErrorLines(text);
+        if (lastError.empty()) lastError = "The call failed without a message";
+    } catch (const std::bad_alloc&) {
+        lastError.clear();  // frees nothing, allocates nothing
+    }
+}
+
+void Call::Receive(void* call, int stream, const char* text) {
+    constexpr int kErrors = 2;
+    Call& self = *static_cast<Call*>(call);
+    if (self.forward != nullptr) self.forward(self.forwardee, stream, text);
+    if (stream == kErrors) self.textV += text;
+}
+
+int RefuseNull(const char* what) {
+    return Fail("ERROR: ", what, " is a null pointer\n");
+}
+
+}  // namespace sylvora::c
+
+int sylvora_check_version(int major, int minor) {
+    return sylvora::c::Run([&] {
+        if (major == SYLVORA_C_MAJOR && minor >= 0 && minor <= SYLVORA_C_MINOR) return 0;
+        return sylvora::Fail("ERROR: The program wants version ", major, ".", minor,
+                             " of the C interface, this library has ", SYLVORA_C_MAJOR, ".",
+                             SYLVORA_C_MINOR, "\n");
+    });
+}
+
+const char* sylvora_version(void) {
+    return SYLVORA_VERSION;
+}
+
+const char* sylvora_error(void) {
+    return sylvora::c::lastError.c_str();
+}

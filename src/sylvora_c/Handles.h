@@ -1,0 +1,47 @@
+// What the handles of the C interface hold, and blocks in both forms.
+#ifndef SYLVORA_SYLVORA_C_HANDLES_H
+#define SYLVORA_SYLVORA_C_HANDLES_H
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "../ModelText.h"
+#include "../TreeLearner.h"
+#include "../sylvora_c.h"
+
+struct sylvora_dataset {
+    std::shared_ptr<const sylvora::DataSet> set;
+    std::string missing;  // as ModelDescription has it
+};
+
+struct sylvora_model {
+    std::unique_ptr<TreeLearner> learner;
+    sylvora::ModelDescription description;
+    std::vector<std::string> settingV;  // of the description, as "parameter=value"
+    std::string bestRound;              // of the description, as a text
+};
+
+namespace sylvora::c {
+
+// A block as the library has it. Borrows the values, but not the list of columns.
+class Block {
+  public:
+    // Takes over a block of the C interface. Returns 0, or -1 after a message.
+    [[nodiscard]] int Take(const sylvora_block* from);
+
+    const DataBlock& Get() const { return block; }
+    // What its rules read as missing, as ModelDescription has it.
+    std::string Missing() const;
+
+  private:
+    DataBlock block;
+    std::vector<DataColumn> columnV;
+};
+
+// Sets the texts of a description that are derived from other members.
+void DeriveTexts(sylvora_model& model);
+
+}  // namespace sylvora::c
+
+#endif  // SYLVORA_SYLVORA_C_HANDLES_H

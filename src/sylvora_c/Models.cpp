@@ -1,0 +1,283 @@
+// Models of the C interface.
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include "../Links.h"
+#include "../TreeLearner/EnsembleView.h"
+#include "Call.h"
+#include "Handles.h"
+
+using sylvora::EnsembleView;
+using sylvora::Fail;
+using sylvora::ModelText;
+using sylvora::TreeView;
+using sylvora::c::RefuseNull;
+using sylvora::c::Run;
+
+namespace sylvora::c {
+
+void DeriveTexts(sylvora_model& model) {
+    model.settingV.clear();
+    for (const auto& [parameter, value] : model.description.settingV) {
+        model.settingV.push_back(parameter + "=" + value);
+    }
+    model.bestRound = Text(model.description.bestRound);
+}
+
+}  // namespace sylvora::c
+
+namespace {
+
+std::unique_ptr<sylvora_model> FreshModel() {
+    auto model = std::make_unique<sylvora_model>();
+    model->learner = std::make_unique<TreeLearner>();
+    model->learner->setPackedTrees(true);
+    return model;
+}
+
+// Loads with load(learner, description) and hands the model over.
+template <typename Load>
+int Loaded(sylvora_model** out, const Load& load) {
+    if (out == nullptr) return RefuseNull("out");
+    std::unique_ptr<sylvora_model> model = FreshModel();
+    if (load(*model->learner, model->description) != 0) return -1;
+    sylvora::c::DeriveTexts(*model);
+    *out = model.release();
+    return 0;
+}
+
+sylvora_node NodeOf(const sylvora::engine::PackedNode& node, int cover) {
+    if (node.IsLeaf()) return {node.splitElemFea, node.avgPredict, -1, -1, -1, cover};
+    return {node.splitElemFea, node.avgPredict, node.splitFea, node.lson, node.rson, cover};
+}
+
+// A list of texts of a description, by key; null: the key has none.
+std::vector<std::string>* ListOf(sylvora::ModelDescription& description, const std::string& key) {
+    return key == "column" ? &description.columnV : key == "class" ? &description.classV : nullptr;
+}
+
+}  // namespace
+
+int sylvora_model_load(const char* file, sylvora_model** out) {
+    return Run([&] {
+        if (file == nullptr) return RefuseNull("The file name");
+        return Loaded(out, [&](TreeLearner& learner, sylvora::ModelDescription& description) {
+            return ModelText::LoadFile(file, learner, description);
+        });
+    });
+}
+
+int sylvora_model_parse(const char* text, size_t size, sylvora_model** out) {
+    return Run([&] {
+        if (text == nullptr) return RefuseNull("The text");
+        return Loaded(out, [&](TreeLearner& learner, sylvora::ModelDescription& description) {
+            return ModelText::Load(text, size, learner, &description);
+        });
+    });
+}
+
+int sylvora_model_save(const sylvora_model* model, const char* file, int digits, int described) {
+    return Run([&] {
+        if (model == nullptr) return RefuseNull("The model");
+        if (file == nullptr) return RefuseNull("The file name");
+        return described != 0
+                   ? ModelText::SaveFile(*model->learner, digits, model->description, file)
+                   : model->learner->SaveModelFull(file, digits);
+    });
+}
+
+int sylvora_model_text(const sylvora_model* model, int digits, int described, char** text,
+                       size_t* size) {
+    return Run([&] {
+        if (model == nullptr) return RefuseNull("The model");
+        if (text == nullptr || size == nullptr) return RefuseNull("text or size");
+        std::string written;
+        const auto* const description = described != 0 ? &model->description : nullptr;
+        if (ModelText::Save(*model->learner, digits, description, written) != 0) return -1;
+        char* const copy = static_cast<char*>(std::malloc(written.size() + 1));
+        if (copy == nullptr) throw std::bad_alloc();
+        std::memcpy(copy, written.c_str(), written.size() + 1);
+        *text = copy;
+        *size = written.size();
+        return 0;
+    });
+}
+
+void sylvora_text_free(char* text) {
+    std::free(text);
+}
+
+void sylvora_model_free(sylvora_model* model) {
+    delete model;
+}
+
+int sylvora_model_score(const sylvora_model* model, const sylvora_block* block, double* scores,
+                        int max_threads) {
+    return Run([&] {
+        if (model == nullptr) return RefuseNull("The model");
+        sylvora::c::Block taken;
+        if (taken.Take(block) != 0) return -1;
+        if (scores == nullptr && block->num_rows > 0) return RefuseNull("scores");
+        return model->learner->OnlineTestingBatch(taken.Get(), scores, max_threads);
+    });
+}
+
+// A row without NaN is scored where it lies.
+int sylvora_model_score_row(const sylvora_model* model, const double* row, int64_t num_values,
+                            double* score) {
+    return Run([&] {
+        if (model == nullptr) return RefuseNull("The model");
+        if (row == nullptr || score == nullptr) return RefuseNull("row or score");
+        const int width = static_cast<int>(std::clamp<int64_t>(num_values, 0, INT_MAX));
+        const bool fMissing =
+            std::any_of(row, row + width, [](double value) { return std::isnan(value); });
+        // Safe: scoring only reads the row.
+        double* line = const_cast<double*>(row);
+        thread_local std::vector<double> filledV;
+        if (fMissing) {
+            filledV.assign(row, row + width);
+            std::replace_if(
+                filledV.begin(), filledV.end(), [](double value) { return std::isnan(value); },
+                sylvora::kMissingValue);
+            line = filledV.data();
+        }
+        double result = 0.0;
+        if (model->learner->OnlineTesting(line, result, width, nullptr) != 0) return -1;
+        *score = result;
+        return 0;
+    });
+}
+
+int sylvora_probabilities(const char* loss, const double* scores, int64_t num_scores,
+                          double* probabilities) {
+    return Run([&] {
+        if (loss == nullptr || scores == nullptr || probabilities == nullptr) {
+            return RefuseNull("loss, scores or probabilities");
+        }
+        const sylvora::Link link = sylvora::LinkOf(loss);
+        if (link == sylvora::Link::kNone || num_scores < 0) {
+            return Fail("ERROR: The loss ", loss, " has no probabilities for ", num_scores,
+                        " scores\n");
+        }
+        sylvora::ProbabilitiesOf(link, scores, static_cast<size_t>(num_scores), probabilities);
+        return 0;
+    });
+}
+
+int sylvora_model_facts_of(const sylvora_model* model, sylvora_model_facts* facts) {
+    return Run([&] {
+        if (model == nullptr) return RefuseNull("The model");
+        if (facts == nullptr) return RefuseNull("facts");
+        if (facts->size != sizeof *facts) {
+            return Fail("ERROR: facts has a size of ", facts->size, ", not ", sizeof *facts, "\n");
+        }
+        const TreeLearner& learner = *model->learner;
+        facts->num_columns = learner.getFeatureDim();
+        facts->num_classes = learner.getClassNum();
+        facts->num_groups = learner.getGroupNum();
+        facts->num_trees = learner.getTreeNum();
+        facts->type = learner.CfgInfo.modelType.c_str();
+        facts->loss = learner.CfgInfo.lossFunc.c_str();
+        return 0;
+    });
+}
+
+int sylvora_model_tree(const sylvora_model* model, int64_t tree, sylvora_node* nodes,
+                       int64_t capacity, int64_t* num_nodes, int64_t* group, double* shrink) {
+    return Run([&] {
+        if (model == nullptr) return RefuseNull("The model");
+        if (num_nodes == nullptr || group == nullptr || shrink == nullptr ||
+            (nodes == nullptr && capacity > 0)) {
+            return RefuseNull("nodes, num_nodes, group or shrink");
+        }
+        const EnsembleView trees(*model->learner);
+        if (tree < 0 || static_cast<size_t>(tree) >= trees.NumTrees()) {
+            return Fail("ERROR: There is no tree ", tree, ": the model has ", trees.NumTrees(),
+                        "\n");
+        }
+        // Covers are in the order of the trees.
+        size_t firstCover = 0;
+        size_t g = 0;
+        size_t t = 0;
+        for (int64_t i = 0;; ++i) {
+            while (t == trees.GroupSize(g)) ++g, t = 0;
+            if (i == tree) break;
+            firstCover += trees.Tree(g, t++).NumNodes();
+        }
+        const TreeView view = trees.Tree(g, t);
+        *num_nodes = static_cast<int64_t>(view.NumNodes());
+        *group = static_cast<int64_t>(g);
+        *shrink = model->learner->StepLengthV[g];
+        const std::vector<int>& coverV = model->description.coverV;
+        for (size_t k = 0; k < view.NumNodes() && static_cast<int64_t>(k) < capacity; ++k) {
+            nodes[k] = NodeOf(view.Node(k), coverV.empty() ? -1 : coverV[firstCover + k]);
+        }
+        return 0;
+    });
+}
+
+const char* sylvora_model_describe(const sylvora_model* model, const char* key, int64_t i) {
+    if (model == nullptr || key == nullptr || i < 0) return nullptr;
+    const sylvora::ModelDescription& description = model->description;
+    const size_t at = static_cast<size_t>(i);
+    const std::string_view name = key;
+    const auto inList = [at](const std::vector<std::string>& textV) {
+        return at < textV.size() ? textV[at].c_str() : nullptr;
+    };
+    if (name == "column") return inList(description.columnV);
+    if (name == "class") return inList(description.classV);
+    if (name == "setting") return inList(model->settingV);
+    if (at > 0) return nullptr;
+    if (name == "bestRound" && description.bestRound > 0) return model->bestRound.c_str();
+    if (name == "link" && !description.link.empty()) return description.link.c_str();
+    if (name == "missing" && !description.missing.empty()) return description.missing.c_str();
+    return nullptr;
+}
+
+int sylvora_model_set_description(sylvora_model* model, const char* key, const char* const* texts,
+                                  int64_t num_texts) {
+    return Run([&] {
+        if (model == nullptr) return RefuseNull("The model");
+        if (key == nullptr || (texts == nullptr && num_texts > 0))
+            return RefuseNull("key or texts");
+        std::vector<std::string> textV;
+        for (int64_t i = 0; i < num_texts; ++i) {
+            if (texts[i] == nullptr) return RefuseNull("A text");
+            textV.emplace_back(texts[i]);
+        }
+        sylvora::ModelDescription& description = model->description;
+        const std::string name = key;
+        const int64_t numColumns = model->learner->getFeatureDim();
+        if (name == "column" && num_texts != 0 && num_texts != numColumns) {
+            return Fail("ERROR: There are ", num_texts, " names for ", numColumns, " columns\n");
+        }
+        if (std::vector<std::string>* const list = ListOf(description, name)) {
+            *list = std::move(textV);
+            return 0;
+        }
+        if ((name == "link" || name == "missing") && num_texts <= 1) {
+            (name == "link" ? description.link : description.missing) =
+                textV.empty() ? std::string() : textV[0];
+            return 0;
+        }
+        if (name != "setting") {
+            return Fail("ERROR: A description takes no ", num_texts, " texts of the key \"", name,
+                        "\"\n");
+        }
+        std::vector<std::pair<std::string, std::string>> settingV;
+        for (const std::string& text : textV) {
+            const size_t equals = text.find('=');
+            if (equals == std::string::npos || equals == 0) {
+                return Fail("ERROR: The setting \"", text, "\" is not parameter=value\n");
+            }
+            settingV.emplace_back(text.substr(0, equals), text.substr(equals + 1));
+        }
+        description.settingV = std::move(settingV);
+        sylvora::c::DeriveTexts(*model);
+        return 0;
+    });
+}

@@ -1,0 +1,316 @@
+/* Uses every function of the C interface, from C: results that must agree, and errors. */
+#include <math.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "sylvora_c.h"
+
+enum { ROWS = 400, COLUMNS = 4 };
+
+static double x[ROWS][COLUMNS];
+static double y[ROWS];
+static double classes[ROWS];
+static int num_faults = 0;
+
+static void expect(int holds, const char* what, int line) {
+    if (holds) return;
+    fprintf(stderr, "line %d: %s; last error: %s\n", line, what, sylvora_error());
+    ++num_faults;
+}
+#define EXPECT(holds) expect((holds), #holds, __LINE__)
+/* The call fails, and its error has the text. */
+#define EXPECT_ERROR(call, text) expect((call) == -1 && strstr(sylvora_error(), (text)) != NULL, \
+                                        #call, __LINE__)
+
+static void fill(void) {
+    unsigned state = 1;
+    int i, j;
+    for (i = 0; i < ROWS; ++i) {
+        for (j = 0; j < COLUMNS; ++j) {
+            state = state * 1664525u + 1013904223u;
+            x[i][j] = (double)(state >> 8) / (1 << 24);
+        }
+        y[i] = x[i][0] * 3 + (x[i][1] > 0.5) + x[i][2] * x[i][3];
+        classes[i] = y[i] > 2.2;
+    }
+    x[7][2] = NAN;
+}
+
+static sylvora_block block_of(int num_rows) {
+    sylvora_block block = SYLVORA_BLOCK;
+    block.values = x;
+    block.num_rows = num_rows;
+    block.num_columns = COLUMNS;
+    block.row_stride = sizeof x[0];
+    block.column_stride = sizeof x[0][0];
+    return block;
+}
+
+static sylvora_training* training_on(const sylvora_dataset* data, const double* labels,
+                                     const char* loss) {
+    sylvora_training* training = NULL;
+    EXPECT(sylvora_training_new(&training) == 0);
+    EXPECT(sylvora_training_set(training, "modelType", "GBDT") == 0);
+    EXPECT(sylvora_training_set(training, "lossFunc", loss) == 0);
+    EXPECT(sylvora_training_set(training, "numTree", "30") == 0);
+    EXPECT(sylvora_training_set(training, "valSmpRt", "0.7") == 0);
+    EXPECT(sylvora_training_set(training, "randomSeed", "5") == 0);
+    EXPECT(sylvora_training_data(training, data, labels, sylvora_dataset_rows(data), NULL, 0) == 0);
+    return training;
+}
+
+/* The text from the third line on: the first two name the loss. To be freed. */
+static char* trees_of(const sylvora_model* model) {
+    char* text = NULL;
+    char* trees;
+    size_t size = 0;
+    EXPECT(sylvora_model_text(model, 17, 0, &text, &size) == 0);
+    if (text == NULL) return NULL;
+    EXPECT(strlen(text) == size);
+    trees = strdup(strchr(strchr(text, '\n') + 1, '\n'));
+    sylvora_text_free(text);
+    return trees;
+}
+
+static void expect_same(const sylvora_model* a, const sylvora_model* b, int line) {
+    char* one = trees_of(a);
+    char* other = trees_of(b);
+    expect(one != NULL && other != NULL && strcmp(one, other) == 0, "the models agree", line);
+    free(one);
+    free(other);
+}
+
+static int square(void* context, int round, int64_t num_rows, const double* labels,
+                  const double* scores, double* gradients, double* hessians) {
+    int64_t i;
+    ++*(int*)context;
+    EXPECT(round == *(int*)context && num_rows == ROWS && hessians == NULL);
+    for (i = 0; i < num_rows; ++i) gradients[i] = labels[i] - scores[i];
+    return 0;
+}
+
+static int keep_ten(void* context, int done, int total) {
+    EXPECT(total == 30);
+    return done == 10 ? *(int*)context : SYLVORA_GO_ON;
+}
+
+static void count_messages(void* context, int stream, const char* text) {
+    if (stream == 2 && text[0] != '\0') ++*(int*)context;
+}
+
+static void test_objective_and_progress(const sylvora_dataset* data, const sylvora_model* model) {
+    sylvora_training* training = training_on(data, y, "USER");
+    sylvora_model* user = NULL;
+    sylvora_model_facts facts = {sizeof facts, 0, 0, 0, 0, NULL, NULL};
+    int calls = 0, answer = SYLVORA_STOP_AND_KEEP, messages = 0;
+    EXPECT(sylvora_training_objective(training, square, &calls, 0) == 0);
+    EXPECT(sylvora_training_set(training, "numThread", "3") == 0);
+    EXPECT(sylvora_training_run(training, &user) == 0);
+    EXPECT(calls == 30);
+    expect_same(model, user, __LINE__);
+    EXPECT_ERROR(sylvora_training_run(training, &user), "runs once");
+    sylvora_training_free(training);
+    sylvora_model_free(user);
+
+    training = training_on(data, y, "Square");
+    EXPECT(sylvora_training_on_progress(training, keep_ten, &answer) == 0);
+    EXPECT(sylvora_training_run(training, &user) == 0);
+    EXPECT(sylvora_model_facts_of(user, &facts) == 0 && facts.num_trees == 10);
+    EXPECT(strcmp(facts.type, "GBDT") == 0 && strcmp(facts.loss, "Square") == 0);
+    sylvora_training_free(training);
+    sylvora_model_free(user);
+
+    training = training_on(data, y, "Square");
+    answer = SYLVORA_STOP;
+    user = NULL;
+    EXPECT(sylvora_training_on_progress(training, keep_ten, &answer) == 0);
+    EXPECT(sylvora_training_on_message(training, count_messages, &messages) == 0);
+    EXPECT_ERROR(sylvora_training_run(training, &user), "stopped after 10 of 30");
+    EXPECT(user == NULL && messages == 1);
+    sylvora_training_free(training);
+}
+
+static void test_evaluation(const sylvora_dataset* data) {
+    const sylvora_block block = block_of(100);
+    sylvora_training* training = training_on(data, classes, "LogLoss");
+    sylvora_model* model = NULL;
+    const char *set = NULL, *metric = NULL;
+    const double* values = NULL;
+    int64_t num_values = 0;
+    double scores[ROWS];
+    int best;
+    EXPECT(sylvora_training_evaluate(training, "first", &block, classes, 100, NULL, 0) == 0);
+    EXPECT_ERROR(sylvora_training_evaluate(training, "x", &block, classes, 99, NULL, 0), "99 labels");
+    EXPECT(sylvora_training_metric(training, "auc") == 0);
+    EXPECT(sylvora_training_metric(training, "logloss") == 0);
+    EXPECT(sylvora_training_stop_rule(training, "first", "logloss") == 0);
+    EXPECT(sylvora_training_set(training, "earlyStop", "3") == 0);
+    EXPECT(sylvora_training_set(training, "valShrink", "0.9") == 0);
+    EXPECT(sylvora_training_set(training, "numTree", "200") == 0);
+    EXPECT(sylvora_training_run(training, &model) == 0);
+    best = sylvora_training_best_round(training);
+    EXPECT(sylvora_training_record(training, 1, &set, &metric, &values, &num_values) == 0);
+    EXPECT(strcmp(set, "first") == 0 && strcmp(metric, "logloss") == 0);
+    EXPECT(best >= 1 && num_values >= best && values[best - 1] <= values[0]);
+    EXPECT(sylvora_training_stopped_early(training) == (num_values < 200));
+    EXPECT(sylvora_training_record(training, 2, &set, &metric, &values, &num_values) == -1);
+    EXPECT(strcmp(sylvora_model_describe(model, "link", 0), "logit") == 0);
+    EXPECT(atoi(sylvora_model_describe(model, "bestRound", 0)) == best);
+    EXPECT(sylvora_model_score(model, &block, scores, 0) == 0);
+    EXPECT(sylvora_probabilities("LogLoss", scores, 100, scores) == 0);
+    EXPECT(scores[0] > 0 && scores[0] < 1);
+    EXPECT_ERROR(sylvora_probabilities("Square", scores, 100, scores), "no probabilities");
+    sylvora_training_free(training);
+    sylvora_model_free(model);
+}
+
+static void test_models(sylvora_model* model) {
+    const char* const names[] = {"a", "b\n", "\"c\"", ""};
+    const char* const setting = "by=hand";
+    const sylvora_block block = block_of(ROWS);
+    sylvora_model *again = NULL, *parsed = NULL;
+    sylvora_node nodes[100];
+    int64_t num_nodes = 0, group = -1;
+    double scores[ROWS], others[ROWS], shrink = 0.0;
+    char* text = NULL;
+    size_t size = 0;
+    EXPECT(sylvora_model_set_description(model, "column", names, COLUMNS) == 0);
+    EXPECT(sylvora_model_set_description(model, "setting", &setting, 1) == 0);
+    EXPECT_ERROR(sylvora_model_set_description(model, "column", names, 3), "3 names for 4");
+    EXPECT_ERROR(sylvora_model_set_description(model, "colour", names, 1), "colour");
+    EXPECT_ERROR(sylvora_model_set_description(model, "setting", names, 1), "parameter=value");
+    EXPECT(sylvora_model_save(model, "c-interface.model", 17, 1) == 0);
+    EXPECT(sylvora_model_load("c-interface.model", &again) == 0);
+    EXPECT(sylvora_model_text(model, 17, 1, &text, &size) == 0);
+    EXPECT(sylvora_model_parse(text, size, &parsed) == 0);
+    EXPECT_ERROR(sylvora_model_parse(text, size - 3, &parsed), "");
+    EXPECT_ERROR(sylvora_model_parse("", 0, &parsed), "empty model");
+    EXPECT_ERROR(sylvora_model_load("no such file", &parsed), "Cannot open model file");
+    sylvora_text_free(text);
+    remove("c-interface.model");
+    EXPECT(sylvora_model_score(model, &block, scores, 2) == 0);
+    EXPECT(sylvora_model_score(again, &block, others, 1) == 0);
+    EXPECT(memcmp(scores, others, sizeof scores) == 0);
+    EXPECT(sylvora_model_score_row(parsed, x[7], COLUMNS, others) == 0 && others[0] == scores[7]);
+    EXPECT_ERROR(sylvora_model_score_row(parsed, x[7], 3, others), "dimension");
+    EXPECT(strcmp(sylvora_model_describe(again, "column", 1), "b\n") == 0);
+    EXPECT(sylvora_model_describe(again, "column", 4) == NULL);
+    EXPECT(strcmp(sylvora_model_describe(parsed, "setting", 0), "by=hand") == 0);
+    EXPECT(strcmp(sylvora_model_describe(parsed, "missing", 0), "nan") == 0);
+    EXPECT(sylvora_model_tree(again, 3, nodes, 100, &num_nodes, &group, &shrink) == 0);
+    EXPECT(group == 3 && num_nodes > 2 && num_nodes < 100 && fabs(shrink - 0.09) < 1e-7);
+    EXPECT(nodes[0].cover == 280 &&
+           nodes[nodes[0].left].cover + nodes[nodes[0].right].cover == 280);
+    EXPECT_ERROR(sylvora_model_tree(again, 30, nodes, 100, &num_nodes, &group, &shrink), "30");
+    sylvora_model_free(again);
+    sylvora_model_free(parsed);
+}
+
+static void test_errors(const sylvora_dataset* data) {
+    sylvora_block block = block_of(ROWS);
+    sylvora_dataset* wrong = NULL;
+    sylvora_training* training = NULL;
+    sylvora_model* model = NULL;
+    const int32_t rows[] = {0, ROWS};
+    int32_t queries[ROWS] = {0, 1, 0};
+    int32_t weights[ROWS] = {-1};
+    EXPECT_ERROR(sylvora_check_version(SYLVORA_C_MAJOR, SYLVORA_C_MINOR + 1), "version");
+    EXPECT_ERROR(sylvora_check_version(SYLVORA_C_MAJOR + 1, 0), "version");
+    EXPECT_ERROR(sylvora_dataset_new(NULL, &wrong), "null");
+    block.size = 8;
+    EXPECT_ERROR(sylvora_dataset_new(&block, &wrong), "SYLVORA_BLOCK");
+    block = block_of(ROWS);
+    block.refuse_nan = 1;
+    EXPECT_ERROR(sylvora_dataset_new(&block, &wrong), "NaN in row 7, column 2");
+    block.row_stride = 8;
+    EXPECT_ERROR(sylvora_dataset_new(&block, &wrong), "overlap");
+    block.values = NULL;
+    EXPECT_ERROR(sylvora_dataset_new(&block, &wrong), "null");
+    block.layout = 7;
+    EXPECT_ERROR(sylvora_dataset_new(&block, &wrong), "layout");
+    block.layout = SYLVORA_COLUMNS;
+    EXPECT_ERROR(sylvora_dataset_new(&block, &wrong), "null");
+    block.num_rows = (int64_t)1 << 40;
+    EXPECT_ERROR(sylvora_dataset_new(&block, &wrong), "more than");
+    EXPECT_ERROR(sylvora_dataset_subset(data, rows, 2, &wrong), "does not exist");
+    EXPECT_ERROR(sylvora_dataset_subset(data, rows, -1, &wrong), "no rows");
+    EXPECT(wrong == NULL);
+
+    EXPECT(sylvora_training_new(&training) == 0);
+    EXPECT_ERROR(sylvora_training_run(training, &model), "no data");
+    EXPECT_ERROR(sylvora_training_set(training, "numTrees", "5"), "numTrees");
+    EXPECT_ERROR(sylvora_training_set(training, "numTree", "five"), "five");
+    EXPECT_ERROR(sylvora_training_set(training, "fileModel", "x"), "command only");
+    EXPECT_ERROR(sylvora_training_data(training, data, y, 5, NULL, 0), "5 labels");
+    EXPECT_ERROR(sylvora_training_data(training, data, x[7], ROWS, NULL, 0), "row 2");
+    EXPECT_ERROR(sylvora_training_data(training, data, y, ROWS, queries, ROWS), "not together");
+    EXPECT(sylvora_training_data(training, data, y, ROWS, NULL, 0) == 0);
+    EXPECT_ERROR(sylvora_training_run(training, &model), "fRegCls");
+    EXPECT(sylvora_training_set(training, "modelType", "GBDT") == 0);
+    EXPECT(sylvora_training_weights(training, weights, ROWS) == 0);
+    EXPECT_ERROR(sylvora_training_run(training, &model), "weight");
+    sylvora_training_free(training);
+
+    training = training_on(data, y, "LogLoss");
+    EXPECT_ERROR(sylvora_training_run(training, &model), "label");
+    EXPECT(model == NULL);
+    sylvora_training_free(training);
+    sylvora_training_free(NULL);
+    sylvora_dataset_free(NULL);
+    sylvora_model_free(NULL);
+}
+
+int main(void) {
+    float floats[COLUMNS][ROWS];
+    double doubles[ROWS][COLUMNS];
+    int32_t all[ROWS];
+    sylvora_column columns[COLUMNS];
+    sylvora_block block;
+    sylvora_dataset *data = NULL, *subset = NULL;
+    sylvora_training* training;
+    sylvora_model *model = NULL, *other = NULL;
+    int i, j;
+    EXPECT(sylvora_check_version(SYLVORA_C_MAJOR, SYLVORA_C_MINOR) == 0);
+    EXPECT(strlen(sylvora_version()) >= 5 && sylvora_error()[0] == '\0');
+    fill();
+    memset(columns, 0, sizeof columns);
+    for (j = 0; j < COLUMNS; ++j) {
+        for (i = 0; i < ROWS; ++i) {
+            floats[j][i] = (float)x[i][j];
+            x[i][j] = doubles[i][j] = floats[j][i];
+        }
+        columns[j].values = floats[j];
+        columns[j].type = SYLVORA_FLOAT32;
+    }
+    for (i = 0; i < ROWS; ++i) all[i] = i;
+    block = block_of(ROWS);
+    EXPECT(sylvora_dataset_new(&block, &data) == 0);
+    EXPECT(sylvora_dataset_rows(data) == ROWS && sylvora_dataset_columns(data) == COLUMNS);
+    training = training_on(data, y, "Square");
+    EXPECT(sylvora_training_run(training, &model) == 0);
+    sylvora_training_free(training);
+    /* The same values by column, as a subset that outlives its whole. */
+    block.layout = SYLVORA_COLUMNS;
+    block.columns = columns;
+    {
+        sylvora_dataset* by_column = NULL;
+        EXPECT(sylvora_dataset_new(&block, &by_column) == 0);
+        EXPECT(sylvora_dataset_subset(by_column, all, ROWS, &subset) == 0);
+        sylvora_dataset_free(by_column);
+    }
+    training = training_on(subset, y, "Square");
+    EXPECT(sylvora_training_run(training, &other) == 0);
+    expect_same(model, other, __LINE__);
+    sylvora_training_free(training);
+    sylvora_model_free(other);
+    test_objective_and_progress(data, model);
+    test_evaluation(data);
+    test_models(model);
+    test_errors(data);
+    sylvora_model_free(model);
+    sylvora_dataset_free(data);
+    sylvora_dataset_free(subset);
+    if (num_faults == 0) puts("all as expected");
+    return num_faults != 0;
+}
