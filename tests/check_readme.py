@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Compiles the C++ examples of README.md without linking. Warnings are failures too.
+"""Compiles the C++ examples of the documents without linking. Warnings are failures too.
 
     check_readme.py COMPILER INCLUDE-FOLDER
 
@@ -12,7 +12,8 @@ import subprocess
 import sys
 from pathlib import Path
 
-README = Path(__file__).resolve().parent.parent / "README.md"
+ROOT = Path(__file__).resolve().parent.parent
+DOCUMENTS = [ROOT / "README.md", ROOT / "docs" / "arrays.md"]
 BLOCK = re.compile(r"(?:^ {4}.*\n|^\n(?= {4}))+", re.MULTILINE)
 
 
@@ -24,24 +25,25 @@ def examples(text):
             yield text.count("\n", 0, block.start()) + 1, code
 
 
-def program(line, code):
-    """A compilable source; #line makes the compiler report lines of README.md."""
+def program(document, line, code):
+    """A compilable source; #line makes the compiler report lines of the document."""
     lines = code.splitlines()
     begin = next(i for i, text in enumerate(lines) if text and not text.startswith("#"))
-    return "\n".join([f'#line {line} "{README}"', *lines[:begin],
-                      "static int Example(double* row) {",
-                      f'#line {line + begin} "{README}"', *lines[begin:],
+    return "\n".join([f'#line {line} "{document}"', *lines[:begin],
+                      "static int Example([[maybe_unused]] double* row) {",
+                      f'#line {line + begin} "{document}"', *lines[begin:],
                       "return 0;", "}", "int main() { return Example(nullptr); }", ""])
 
 
 def main():
     compiler, include = sys.argv[1:]
     number = failed = 0
-    for line, code in examples(README.read_text(encoding="utf-8")):
+    for document, line, code in [(document, *example) for document in DOCUMENTS
+                                 for example in examples(document.read_text(encoding="utf-8"))]:
         number += 1
         command = [compiler, "-std=c++17", "-Wall", "-Wextra", "-Werror", "-fsyntax-only",
                    "-I", include, "-x", "c++", "-"]
-        failed += subprocess.run(command, input=program(line, code), text=True,
+        failed += subprocess.run(command, input=program(document, line, code), text=True,
                                  check=False).returncode != 0
     print(f"{number} examples, {failed} failed")
     return 1 if failed or not number else 0

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Checks that a shared library exports exactly what the public headers mark with SYLVORA_API.
+"""Checks that a shared library exports exactly what the public headers mark with SYLVORA_API or
+SYLVORA_C_API.
 
     check_exports.py LIBRARY HEADER...
 """
@@ -9,9 +10,9 @@ import subprocess
 import sys
 from pathlib import Path
 
-COMMENT = re.compile(r"//[^\n]*")
+COMMENT = re.compile(r"//[^\n]*|/\*.*?\*/", re.DOTALL)
 MARKED_CLASS = re.compile(r"\bclass SYLVORA_API (\w+)")
-MARKED_FUNCTION = re.compile(r"^(?:\[\[nodiscard\]\] )?SYLVORA_API [^;(]*?(\w+)\(", re.MULTILINE)
+MARKED_FUNCTION = re.compile(r"^(?:\[\[nodiscard\]\] )?SYLVORA_(?:C_)?API [^;(]*?(\w+)\(", re.MULTILINE)
 MARKED_VARIABLE = re.compile(r"^extern SYLVORA_API [^;]*?(\w+);", re.MULTILINE)
 TYPE_DATA = re.compile(r"^(?:typeinfo(?: name)?|vtable|VTT) for ")
 
