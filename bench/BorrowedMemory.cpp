@@ -1,6 +1,7 @@
 // Peak memory of a training on a borrowed block, beside the block itself; see docs/performance.md.
 //
-//   borrowed-memory rows columns float32|float64 GBDT|RandomForest|CART REG|CLS threads
+//   borrowed-memory rows columns float32|float64 RandomForest|CART REG|CLS threads
+//   borrowed-memory rows columns float32|float64 GBDT LOSS threads
 //
 // Prints bytes per cell that remain after 80 bytes per row, and the peak in MB.
 #include <sys/resource.h>
@@ -33,7 +34,8 @@ int Run(int numRows, int numColumns, CheckCfgCLS& cfg) {
     for (size_t i = 0; i < rows; ++i) {
         const Value* const row = valueV.data() + i * columns;
         const double score = row[0] * row[1] + row[2] + normal(random);
-        labelV[i] = cfg.fRegCls == "CLS" ? (score > 0) : score;
+        const bool fTwoClasses = cfg.fRegCls == "CLS" || cfg.lossFunc == "LogLoss";
+        labelV[i] = fTwoClasses ? (score > 0) : score;
     }
     const double before = PeakBytes();
     const auto data =
@@ -55,12 +57,12 @@ int Run(int numRows, int numColumns, CheckCfgCLS& cfg) {
 
 int main(int argc, char** argv) {
     if (argc != 7) {
-        std::cerr << "usage: borrowed-memory rows columns float32|float64 type task threads\n";
+        std::cerr << "usage: borrowed-memory rows columns float32|float64 type task|loss threads\n";
         return 2;
     }
     CheckCfgCLS cfg;
     cfg.modelType = argv[4];
-    cfg.fRegCls = argv[5];
+    (cfg.modelType == "GBDT" ? cfg.lossFunc : cfg.fRegCls) = argv[5];
     cfg.numThread = std::atoi(argv[6]);
     cfg.fSetThread = true;
     cfg.numTree = cfg.modelType == "GBDT" ? 10 : cfg.modelType == "CART" ? 1 : 3;
