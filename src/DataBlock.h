@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <type_traits>
 
 #include "Libdef.h"
 
@@ -88,24 +89,20 @@ struct DataBlock {
 constexpr double kMissingValue = -2147483648.0;
 
 // A dense block of doubles or floats, row by row; `stride` is in values, at least numColumns.
-inline DataBlock RowsOf(const double* values, std::int64_t numRows, std::int64_t numColumns,
-                        std::int64_t stride) {
+template <typename Value>
+DataBlock RowsOf(const Value* values, std::int64_t numRows, std::int64_t numColumns,
+                 std::int64_t stride) {
+    static_assert(std::is_same_v<Value, double> || std::is_same_v<Value, float>);
+    constexpr std::int64_t kSize = sizeof(Value);
+    constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
     DataBlock block;
     block.numRows = numRows;
     block.numColumns = numColumns;
     block.values = values;
-    block.rowStride =
-        static_cast<std::ptrdiff_t>(stride) * static_cast<std::ptrdiff_t>(sizeof *values);
-    block.columnStride = sizeof *values;
-    return block;
-}
-inline DataBlock RowsOf(const float* values, std::int64_t numRows, std::int64_t numColumns,
-                        std::int64_t stride) {
-    DataBlock block = RowsOf(static_cast<const double*>(nullptr), numRows, numColumns, stride);
-    block.values = values;
-    block.type = ValueType::kFloat32;
-    block.rowStride /= 2;
-    block.columnStride = sizeof *values;
+    block.type = std::is_same_v<Value, double> ? ValueType::kFloat64 : ValueType::kFloat32;
+    // A stride beyond all memory stays one, and is refused where the block is used.
+    block.rowStride = stride > kMost / kSize || stride < -kMost / kSize ? kMost : stride * kSize;
+    block.columnStride = kSize;
     return block;
 }
 
