@@ -1,6 +1,6 @@
 """What is compared: for each loss, our settings, the models of the peers, and the measures."""
 
-from dataclasses import dataclass, field
+from dataclasses import dataclass, field, replace
 from functools import partial
 from typing import Dict, Tuple
 
@@ -28,13 +28,14 @@ class Metric:
 class Case:
     """A loss, or a model without one, on all sets of a task. `peers` has by side the settings of
     its model. The first metric is the one that the loss is made for. `links` has the functions from
-    scores to probabilities: ours first, then by side where it is another one."""
+    scores to probabilities, by side."""
     name: str
     task: str
     ours: Dict[str, object]
     peers: Dict[str, Dict[str, object]]
     metrics: Tuple[Metric, ...]
     links: Dict[str, str] = field(default_factory=dict)
+    variant: str = ""      # what differs from the compared settings, empty if nothing
 
     def classifies(self):
         """Whether labels are the classes 0, 1, 2, ..., so that -1 becomes 0."""
@@ -56,7 +57,8 @@ def xgboost(objective, method="exact", **more):
     """Twice XGBoost: without regularisation, as we are, and with its defaults. The start value is
     ours in the plain model, which `start` names."""
     start = more.pop("start", "")
-    common = {"objective": objective, "tree_method": method, "eta": RATE, "max_depth": DEPTH, **more}
+    common = {"objective": objective, "tree_method": method, "eta": RATE, "max_depth": DEPTH,
+              **more}
     plain = {**common, "reg_lambda": 0, "min_child_weight": 0, "start": start}
     return {PLAIN: plain, DEFAULT: {**common, "reg_lambda": 1, "min_child_weight": 1}}
 
@@ -136,3 +138,24 @@ CASES = (
     ranking("HingeSquareRank"),
     *(make(task) for make in (forest, single_tree) for task in ("regression", "two", "classes")),
 )
+
+# Our side only, with other settings: by data set and case. They show what a difference comes from.
+VARIANTS = {
+    "bike": (("Square", {"randomSeed": 11}), ("Absolute", {"randomSeed": 11}),
+             ("Quantile 0.9", {"randomSeed": 11}), ("Absolute", {"numBound": 20}),
+             ("Quantile 0.9", {"numBound": 20})),
+    "wdbc": (("LogLoss", {"numBound": 20}), ("LogLoss", {"maxDepth": 2})),
+    "mushroom": (("Logistic", {"valShrink": 1}), ("Exponential", {"valShrink": 1})),
+    "letter-halves": (("Logistic", {"valShrink": 1}), ("Exponential", {"valShrink": 0.5}),
+                      ("HingeSquare", {"valShrink": 0.2})),
+    "rank": (("CrossEntropy", {"maxDepth": 4}), ("HingeSquareRank", {"maxDepth": 4})),
+}
+
+
+def variants(data):
+    """The variants on a data set, as cases without peers."""
+    by_name = {case.name: case for case in CASES if case.task == data.task}
+    for name, changes in VARIANTS.get(data.name, ()):
+        text = ", ".join(f"`{key}` {value}" for key, value in changes.items())
+        case = by_name[name]
+        yield replace(case, ours={**case.ours, **changes}, peers={}, variant=text)

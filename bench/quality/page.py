@@ -1,9 +1,11 @@
 """Formats the results as Markdown: tables, and docs/quality.md as a whole."""
 
+import math
 import statistics
+import textwrap
 
 import reasons
-from cases import (CASES, DEPTH, FOREST_ROWS, HUBER_DELTA, OURS, RATE, ROUNDS, SIDES, TREE_DEPTH)
+from cases import DEPTH, FOREST_ROWS, HUBER_DELTA, OURS, RATE, ROUNDS, SIDES, TREE_DEPTH
 from sides import NUM_BOUND
 from verdicts import BETTER, EQUAL, WORSE
 
@@ -25,8 +27,8 @@ which builds the checked-out sources, installs missing peers and takes a few min
   times at random, 80 % for training and 20 % for testing; the rows of a query, and rows with equal
   features, stay together. All sides get the same files; ids that are absent are zeros.
 - **Boosting**: {rounds} rounds of rate {rate}, depth {depth}, at most {leaves} leaves, all rows and
-  columns in each tree, no limit on the rows of a leaf (`numBound` {bound}). Labels of two classes
-  are -1 and 1. δ of `Huber` is {delta}.
+  columns in each tree, no limit on the rows of a leaf (`numBound` {bound}). δ of `Huber` is {delta}.
+  Labels of two classes are -1 and 1.
 - **Forests**: {rounds} trees of unlimited depth. Each tree of Sylvora draws {forest_rows:.1%} of the
   rows without replacement, as many as a bootstrap sample of scikit-learn has distinct rows. Each
   node draws a third of the columns of `bike`, and about the square root of their number elsewhere.
@@ -60,8 +62,16 @@ By data set and loss, on the metric that the loss is made for:
 ## What is worse
 
 {worse}
+## Other settings
 
+Sylvora with one setting changed, to show what a difference comes from. They were chosen by trying
+them on these very rows, so they are no comparison.
+
+{other}
 ## All metrics
+
+*Diverged* means that scores grew beyond all bounds: where a loss has a very small second derivative,
+a Newton step without regularisation is very large.
 """
 
 SECTIONS = (("Numbers", "regression"), ("Two classes", "two"), ("26 classes", "classes"),
@@ -69,20 +79,23 @@ SECTIONS = (("Numbers", "regression"), ("Two classes", "two"), ("26 classes", "c
 
 
 def number(value):
-    """Four significant digits; a value beyond a million means that a training diverged."""
+    """Four significant digits. Only the scores of a training that diverged are beyond a million."""
     if abs(value) >= 1e6:
         return "diverged"
-    text = f"{value:.4g}"
-    return f"{value:.0f}" if "e+" in text else f"{value:.1e}" if "e-" in text else text
+    return f"{value:.4g}" if abs(value) >= 1e-4 or value == 0 else f"{value:.1e}"
 
 
 def cell(values):
+    """Mean and spread, with two digits of the spread."""
     if not values:
         return ""
     mean, spread = statistics.mean(values), statistics.stdev(values)
     if abs(mean) >= 1e6:
         return number(mean)
-    return f"{number(mean)} ± {spread:.1g}" if spread < 1 else f"{number(mean)} ± {number(spread)}"
+    if 0 < spread < 1e-5:
+        return f"{number(mean)} ± {spread:.1e}"
+    digits = max(0, 1 - math.floor(math.log10(spread))) if spread else 4
+    return f"{mean:.{digits}f} ± {spread:.{digits}f}"
 
 
 def markdown(header, rows):
@@ -93,45 +106,56 @@ def markdown(header, rows):
 def table(found):
     """One line per data set, loss and metric, without the columns of sides that have none."""
     shown = [side for side in SIDES if any(side in one.values for one in found)]
-    rows = [[one.data, one.case.name, one.metric.name,
+    rows = [[one.data, f"{one.case.name} {one.case.variant}".strip(), one.metric.name,
              *(cell(one.values.get(side)) for side in shown), one.word() if one.peer else ""]
             for one in found]
     return markdown(["Set", "Loss or model", "Metric", *shown, "Verdict"], rows)
 
 
-def main_metrics(found):
-    return [one for one in found if one.metric is one.case.metrics[0]]
-
-
 def summary(found):
     rows = [[one.data, one.case.name, one.metric.name, cell(one.values[OURS]),
-             cell(one.values[one.peer]), one.peer, one.word()] for one in main_metrics(found)]
+             cell(one.values[one.peer]), one.peer, one.word()]
+            for one in found if one.metric is one.case.metrics[0]]
     words = [row[-1] for row in rows]
     count = ", ".join(f"{word} in {words.count(word)}" for word in (BETTER, EQUAL, WORSE))
     header = ["Set", "Loss or model", "Metric", OURS, "Best peer", "Which", "Verdict"]
-    return f"{markdown(header, rows)}\nOf {len(rows)} lines, Sylvora is {count}.\n"
+    return f"{markdown(header, rows)}\nOf these {len(rows)} lines, Sylvora is {count}.\n"
 
 
 def worse(found):
-    """A paragraph per loss, with the reason where it is known."""
-    parts = []
-    for case in dict.fromkeys(one.case.name for one in found):
-        losing = [one for one in found if one.case.name == case and one.peer and one.word() == WORSE]
-        if losing:
-            lines = "".join(f"  - {one.data}, {one.metric.name}: {number(statistics.mean(one.values[OURS]))}"
-                            f" against {number(statistics.mean(one.values[one.peer]))} of {one.peer}"
-                            f"{reasons.of_peer(one)}\n" for one in losing)
-            parts.append(f"- **{case}**{reasons.of_case(case)}\n{lines}")
-    return "".join(parts).rstrip() or "Nothing, by more than the spread."
+    """The lines with this verdict, by loss, with the reason where it is known."""
+    parts = {}
+    for one in found:
+        if one.peer and one.word() == WORSE:
+            ours, theirs = (number(statistics.mean(one.values[side])) for side in (OURS, one.peer))
+            parts.setdefault(one.case.name, []).append(
+                f"  - {one.data}, {one.metric.name}: {ours} against {theirs} of {one.peer}"
+                f"{reasons.of_peer(one, number)}\n")
+    return "".join(wrapped(f"- **{name}**{reasons.of_case(name)}") + "".join(lines)
+                   for name, lines in parts.items()) or "Nothing, by more than the spread.\n"
+
+
+def wrapped(item):
+    return textwrap.fill(item, 100, subsequent_indent="  ", break_on_hyphens=False) + "\n"
+
+
+def other_settings(compared, varied):
+    """Variants beside the case that they vary."""
+    usual = {(one.data, one.case.name, one.metric.name): one for one in compared}
+    rows = [[one.data, one.case.name, one.case.variant, one.metric.name,
+             cell(usual[one.data, one.case.name, one.metric.name].values[OURS]),
+             cell(one.values[OURS])] for one in varied]
+    return markdown(["Set", "Loss", "Changed", "Metric", "Above", "Changed"], rows)
 
 
 def document(found, versions, seeds):
+    compared = [one for one in found if not one.case.variant]
+    varied = [one for one in found if one.case.variant]
     text = TEXT.format(
         **versions, seeds=seeds, rounds=ROUNDS, rate=RATE, depth=DEPTH, leaves=2 ** DEPTH,
         bound=NUM_BOUND, delta=HUBER_DELTA, forest_rows=FOREST_ROWS, tree_depth=TREE_DEPTH,
-        tree_leaves=2 ** TREE_DEPTH, summary=summary(found), worse=worse(found))
-    tasks = {case.name + case.task: case.task for case in CASES}
+        tree_leaves=2 ** TREE_DEPTH, summary=summary(compared), worse=worse(compared),
+        other=other_settings(compared, varied))
     for title, task in SECTIONS:
-        rows = [one for one in found if tasks.get(one.case.name + one.case.task) == task]
-        text += f"\n### {title}\n\n{table(rows)}"
+        text += f"\n### {title}\n\n{table([one for one in compared if one.case.task == task])}"
     return text

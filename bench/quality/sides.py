@@ -5,7 +5,7 @@ import math
 from pathlib import Path
 
 import metrics
-from cases import CASES, OURS, SKLEARN
+from cases import CASES, OURS, SKLEARN, variants
 from contestants import PYTHON, Failure, run_child
 
 FOLDER = Path(__file__).resolve().parent
@@ -18,22 +18,28 @@ def program_of(side):
 
 
 def scores_file(split, case, side):
-    return split.folder / f"{case.name}-{side}.scores".replace(" ", "-")
+    return split.folder / (plain(case.name + case.variant + side) + ".scores")
+
+
+def plain(text):
+    """A text as the name of a file."""
+    return "".join(letter if letter.isalnum() or letter == "." else "-" for letter in text)
 
 
 def train_ours(command, case, split):
     """Our settings go into a file. Classes are counted from 0, so a label map replaces -1."""
-    settings = {**case.ours, "fileTrain": split.train, "fileTest": split.test, "absent": "zero",
-                "fileModel": split.folder / f"{case.name}.model".replace(" ", "-"), "digits": 17,
+    name = plain(case.name + case.variant)
+    settings = {"fileTrain": split.train, "fileTest": split.test, "absent": "zero",
+                "fileModel": split.folder / f"{name}.model", "digits": 17,
                 "filePred": scores_file(split, case, OURS), "numBound": NUM_BOUND,
-                "randomSeed": split.seed}
+                "randomSeed": split.seed, **case.ours}
     if settings.get("ratio") == "drawn":
         settings["ratio"] = split.data.drawn / split.data.columns
     if case.classifies():
         labels = split.folder / "labels.txt"
         labels.write_text("-1 0\n", encoding="ascii")
         settings["labelTran"] = labels
-    config = split.folder / f"{case.name}.cfg".replace(" ", "-")
+    config = split.folder / f"{name}.cfg"
     config.write_text("".join(f"{key} = {value}\n" for key, value in settings.items()),
                       encoding="ascii")
     run_child([command, config])
@@ -78,11 +84,11 @@ def needed(metric, case, split, side):
 
 
 def results(command, split, present):
-    """By case and side, the metrics on a split."""
-    cases = [case for case in CASES if case.task == split.data.task]
+    """By case, variant and side, the metrics on a split."""
+    cases = [case for case in CASES if case.task == split.data.task] + list(variants(split.data))
     for case in cases:
         train_ours(command, case, split)
     for program in present:
         train_peer(program, split, cases)
-    return {(case.name, side): measure(case, split, side) for case in cases
+    return {(case.name, case.variant, side): measure(case, split, side) for case in cases
             for side in (OURS, *case.peers) if side == OURS or program_of(side) in present}

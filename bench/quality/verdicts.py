@@ -3,7 +3,7 @@
 import statistics
 from dataclasses import dataclass
 
-from cases import CASES, OURS
+from cases import CASES, OURS, variants
 
 WORSE, EQUAL, BETTER = "worse", "equal", "better"
 
@@ -46,8 +46,9 @@ def verdict(data, case, metric, values):
 
 def verdicts(data, found):
     """`found` has one dictionary per seed, as `sides.results` returns it."""
-    for case in CASES:
-        sides = [side for side in (OURS, *case.peers) if (case.name, side) in found[0]]
-        for metric in case.metrics if case.task == data.task else ():
-            values = {side: [one[case.name, side][metric.name] for one in found] for side in sides}
+    for case in [case for case in CASES if case.task == data.task] + list(variants(data)):
+        keys = {side: (case.name, case.variant, side) for side in (OURS, *case.peers)}
+        for metric in case.metrics:
+            values = {side: [one[key][metric.name] for one in found]
+                      for side, key in keys.items() if key in found[0]}
             yield verdict(data.name, case, metric, values)
