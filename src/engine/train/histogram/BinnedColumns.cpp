@@ -7,6 +7,7 @@
 #include <unordered_map>
 
 #include "base/Chunks.h"
+#include "engine/train/ColumnSorting.h"
 #include "engine/train/ValueOrder.h"
 
 namespace sylvora {
@@ -201,7 +202,7 @@ std::vector<uint64_t> BinnedColumns::CodeColumns(int rankBits, WorkerPool& pool)
     std::atomic<bool> fFoundNan{false};
     std::vector<uint64_t> hashV(columnV.size());
     std::vector<CodingBuffers> buffersV(static_cast<size_t>(pool.NumWorkers()));
-    pool.For(NumColumns(), [&](int column, int worker) {
+    ForSortedColumns(pool, NumColumns(), [&](int column, int worker) {
         if (CodeColumn(column, rankBits, buffersV[static_cast<size_t>(worker)])) {
             hashV[static_cast<size_t>(column)] = HashRanks(column);
         } else {

@@ -18,6 +18,24 @@ constexpr int kBlockRows = 512;  // rows whose ranks are gathered at once
 
 }  // namespace
 
+// A slot's candidates are added one after the other, so they are the last ones.
+void SplitSearch::Buffers::Keep(const Candidate& candidate) {
+    constexpr size_t kKept = 2;
+    const auto isBetter = [](const Candidate& a, const Candidate& b) {
+        return a.score != b.score ? a.score > b.score : a.lastRank < b.lastRank;
+    };
+    size_t numOfSlot = 0;
+    while (numOfSlot < std::min(kKept, candidateV.size()) &&
+           candidateV[candidateV.size() - 1 - numOfSlot].slot == candidate.slot) {
+        ++numOfSlot;
+    }
+    if (numOfSlot < kKept) return candidateV.push_back(candidate);
+    Candidate& last = candidateV.back();
+    Candidate& other = candidateV[candidateV.size() - kKept];
+    Candidate& worse = isBetter(last, other) ? other : last;
+    if (isBetter(candidate, worse)) worse = candidate;
+}
+
 // Joins the collected keys and scores the splits between them.
 void SplitSearch::ScoreKeys(const SearchTask& task, int slot, Buffers& buffers) {
     buffers.keyV.swap(buffers.chunkKeyVV[0]);
@@ -77,7 +95,7 @@ void SplitSearch::ScoreSubBins(const SearchTask& task, int slot, Buffers& buffer
             if (left.packed == bin.behind.packed) return;  // between bins; AppendCandidates has it
             const double score = SplitScore(node, fixed.Sum(left), fixed.Weight(left));
             if (!(score >= PruningThreshold())) return;
-            buffers.candidateV.push_back({score, slot, id, bin.LastRank(subBin), left});
+            buffers.Keep({score, slot, id, bin.LastRank(subBin), left});
             RaiseBest(best, score);
         });
     const double minScore = PruningThreshold();
@@ -211,7 +229,7 @@ void SplitSearch::ScoreKeyRange(const SearchTask& task, int slot, const KeyRange
         const double score = SplitScore(node, fixed.Sum(prefix), fixed.Weight(prefix));
         if (!(score >= minScore)) continue;
         if (!fAllSeparable && !IsSeparable(valueOf(*key), valueOf(key[1]))) continue;
-        buffers.candidateV.push_back({score, slot, id, rank, prefix});
+        buffers.Keep({score, slot, id, rank, prefix});
         RaiseBest(best, score);
         minScore = PruningThreshold();
     }

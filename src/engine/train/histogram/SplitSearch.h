@@ -65,8 +65,8 @@ class SplitSearch {
 
         FineScan fine;
         std::vector<FineBin> fineBinV;
-        std::vector<uint8_t> fCandidateV;  // by sub-bin: to be sorted
-        std::vector<Candidate> candidateV;
+        std::vector<uint8_t> fCandidateV;   // by sub-bin: to be sorted
+        std::vector<Candidate> candidateV;  // added by Keep
         std::vector<int> candidateBinV;
         CandidateRanks candidateRanks = {};
         // Keys of rank and row; in a small node, of rank and position in the node.
@@ -74,6 +74,11 @@ class SplitSearch {
         LargeArray<uint64_t> otherKeyV;  // for sorting
         // The keys of each chunk of rows.
         std::vector<LargeArray<uint64_t>> chunkKeyVV;
+
+        // Adds a candidate, unless its slot has two better ones, of higher scores or of equal
+        // scores and lower ranks: Decide needs the best one, and whether there is another. Without
+        // this limit, a node of equal gradients would keep every split of its rows.
+        void Keep(const Candidate& candidate);
 
         // Returns the memory of the keys to the system.
         void FreeKeys() {

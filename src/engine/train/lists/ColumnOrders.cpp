@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <atomic>
 
+#include "engine/train/ColumnSorting.h"
 #include "engine/train/Separable.h"
 
 namespace sylvora {
@@ -42,7 +43,7 @@ ColumnOrders::ColumnOrders(const Matrix& data, Form wanted, WorkerPool& pool)
       orderVV(static_cast<size_t>(data.NumColumns())) {
     std::atomic<bool> fFoundNan{false};
     std::vector<ValueOrder> sortedV(static_cast<size_t>(pool.NumWorkers()));
-    pool.For(matrix.NumColumns(), [&](int column, int worker) {
+    ForSortedColumns(pool, matrix.NumColumns(), [&](int column, int worker) {
         ValueOrder& sorted = sortedV[static_cast<size_t>(worker)];
         if (!sorted.Load(matrix, column)) {
             fFoundNan = true;
