@@ -97,8 +97,10 @@ class SYLVORA_API TreeLearner {
     long** randGenerators = nullptr;     // seed cell per slot; slots from 1 on share one
     VecInt numDocQueV;                   // per sample: number of samples in its query
     int* numPairDistinctQueV = nullptr;  // per sample: its weight; see ComputeDistinctPair
-    double *devResV = nullptr, *testResV = nullptr;
-    VecVecFt devResVV, testResVV;
+    double* devResV = nullptr;
+    VecVecFt devResVV;
+    double* testResV = nullptr;
+    VecVecFt testResVV;
     // Reserved, as is all from generate_col_tree_mutex to predict_spin, which is not initialised.
     VecFt devGoodV, trnGoodV, tstGoodV, tstPairGoodV, trnPairGoodV, trnPairSuperV;
     int* IndexV = nullptr;  // reserved
@@ -110,8 +112,9 @@ class SYLVORA_API TreeLearner {
     VecVecInt distClsVV;
     int numThreadsubGroup = 0, numSubGroup = 0, selectNum = 0;  // reserved
     int dimFea = 0;
-    int sampleSize = 0, testSize = 0, devSize = 0;  // rows
-    int numClass = 0;                               // 0 for regression
+    int sampleSize = 0;
+    int numClass = 0;  // 0 for regression
+    int testSize = 0, devSize = 0;
     int fHomoWgt = 1;  // ParamInit's weights: 1: all are 1; 0: distinct-pair counts
     int sizeGroup = 0, numTree = 0;
     int numThread = 1;

@@ -125,13 +125,15 @@ typedef int (*sylvora_progress)(void* context, int done, int total);
 #define SYLVORA_GO_ON 0
 #define SYLVORA_STOP 1                   /* the training fails: "Training was stopped" */
 #define SYLVORA_STOP_AND_KEEP 0x6b656570 /* it ends with the model that there is */
-/* A message of a training: `stream` is 1 for progress, 2 for notices, warnings and errors. */
+/* A message of a training: `stream` is 1 for progress, 2 for notices, warnings and errors. Called by
+ * one thread at a time. The function must not call the library. */
 typedef void (*sylvora_message)(void* context, int stream, const char* text);
 
 /* A training with default parameters. */
 SYLVORA_C_API int sylvora_training_new(sylvora_training** out);
-/* Sets a parameter of docs/parameters.md; its values are checked together when the training runs.
- * Parameters that name files of data are refused. */
+/* Sets a parameter of docs/parameters.md; the values are checked together when the training runs.
+ * Those of the command only are refused: file names, mode, absent, pathOutput, fTestRealTime,
+ * sizeGroup. */
 SYLVORA_C_API int sylvora_training_set(sylvora_training* training, const char* parameter,
                                        const char* value);
 /* The data, which the training shares, labels and, for GBRank, query ids, which are copied. Query
@@ -139,7 +141,7 @@ SYLVORA_C_API int sylvora_training_set(sylvora_training* training, const char* p
 SYLVORA_C_API int sylvora_training_data(sylvora_training* training, const sylvora_dataset* data,
                                         const double* labels, int64_t num_labels,
                                         const int32_t* queries, int64_t num_queries);
-/* Integer row weights, 0 or more; copied. */
+/* Integer row weights, 0 or more, one per row of the data, which must have been set; copied. */
 SYLVORA_C_API int sylvora_training_weights(sylvora_training* training, const int32_t* weights,
                                            int64_t num_weights);
 /* Sets lossFunc to USER and its function. With `hessians` not 0, it fills second derivatives. */
@@ -166,7 +168,8 @@ SYLVORA_C_API int sylvora_training_on_progress(sylvora_training* training,
 SYLVORA_C_API int sylvora_training_on_message(sylvora_training* training, sylvora_message function,
                                               void* context);
 /* Trains, in the calling thread and, with numThread above 1, threads that end with the call. A
- * training runs once. */
+ * training runs once, with success or not; only if its parameters were refused before it began, they
+ * may be set again. */
 SYLVORA_C_API int sylvora_training_run(sylvora_training* training, sylvora_model** out);
 /* What was recorded, also after a failed run: metric number i, from 0, as its set, its name and its
  * value by round, which the training owns. Returns -1 without an error text past the last one. */
@@ -181,9 +184,11 @@ SYLVORA_C_API void sylvora_training_free(sylvora_training* training);
 
 /* ---- Models -------------------------------------------------------------------------------- */
 
-/* Reads a model file, or the text of one, with its description, if it has one. */
-SYLVORA_C_API int sylvora_model_load(const char* file, sylvora_model** out);
-SYLVORA_C_API int sylvora_model_parse(const char* text, size_t size, sylvora_model** out);
+/* Reads a model file, or the text of one. With `described` not 0 its description, too, if it has
+ * one: one that is cut, damaged or of another model is an error. With 0 it is ignored. */
+SYLVORA_C_API int sylvora_model_load(const char* file, int described, sylvora_model** out);
+SYLVORA_C_API int sylvora_model_parse(const char* text, size_t size, int described,
+                                      sylvora_model** out);
 /* Writes a model with 6 or 17 digits and, with `described` not 0, its description: to a file, which
  * is replaced as a whole or left as it was, or to memory that sylvora_text_free frees. */
 SYLVORA_C_API int sylvora_model_save(const sylvora_model* model, const char* file, int digits,
@@ -197,7 +202,7 @@ SYLVORA_C_API void sylvora_model_free(sylvora_model* model);
  * included; 0: all usable processors. The block's description is used in the call only. */
 SYLVORA_C_API int sylvora_model_score(const sylvora_model* model, const sylvora_block* block,
                                       double* scores, int max_threads);
-/* Scores one row of doubles, in which NaN is missing. Allocates nothing. */
+/* Scores one row of doubles, in which NaN is missing. Allocates nothing, unless there is a NaN. */
 SYLVORA_C_API int sylvora_model_score_row(const sylvora_model* model, const double* row,
                                           int64_t num_values, double* score);
 
@@ -237,8 +242,10 @@ SYLVORA_C_API int sylvora_model_tree(const sylvora_model* model, int64_t tree, s
                                      double* shrink);
 
 /* The description: a list of texts by key. Keys: "column" (names, one per column), "class" (names),
- * "link", "missing", "bestRound", and "setting" (parameter=value). `i` counts from 0. Returns null
- * past the last one; the text is owned by the model. A training sets link, bestRound and settings. */
+ * "link" (from score to probability: logit, half-logit, softplus-share, or none), "missing" (nan, a
+ * number, or both), "bestRound", and "setting" (parameter=value). `i` counts from 0. Returns null
+ * past the last one, and for other keys; the text is owned by the model. A training sets all but
+ * names. */
 SYLVORA_C_API const char* sylvora_model_describe(const sylvora_model* model, const char* key,
                                                  int64_t i);
 /* Replaces the texts of a key; all are copied. */

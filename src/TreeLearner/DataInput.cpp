@@ -4,6 +4,7 @@
 // incomplete, but everything allocated is in the learner's members, so Destroy frees it.
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <locale>
 #include <unordered_set>
 #include <utility>
@@ -163,6 +164,12 @@ int TreeLearner::DataBorrow(std::shared_ptr<const sylvora::DataSet> set, const d
             return Fail("ERROR: The data set has ", numRows, " rows, but there are ", numLabels,
                         " labels", fQueries ? sylvora::Text(" and ", numQueries, " query ids") : "",
                         ": one per row is needed!\n");
+        }
+        const double* const wrong = std::find_if_not(
+            labels, labels + numRows, [](double label) { return std::isfinite(label); });
+        if (wrong != labels + numRows) {
+            return Fail("ERROR: The label of row ", wrong - labels, " is ", *wrong,
+                        ": labels must be finite numbers!\n");
         }
         dimFea = set->NumColumns();
         Intake intake(*this);

@@ -100,7 +100,7 @@ void TreeLearner::RunEvaluation::PrintLine(int round) {
         line += Padded(Text(record.valueV.back()), width);
     }
     sylvora::Print(lastPrinted == 0 ? header + "\n" : "", line, "\n");
-    std::cout << std::flush;
+    sylvora::FlushOutput();
     lastPrinted = round;
 }
 

@@ -105,12 +105,18 @@ int TreeLearner::OnlineTestingBatch(const sylvora::DataBlock& block, double* res
     return sylvora::Guarded([&] {
         std::string fault = sylvora::FaultOf(block);
         if (!fault.empty()) return Fail("ERROR: The data block ", fault, "!\n");
+        const int numNeeded = std::max(dimFea, modelDim);
+        if (block.numColumns < numNeeded) {
+            return Fail("ERROR: The data block has ", block.numColumns, " columns, the model has ",
+                        numNeeded, "!\n");
+        }
         if (CheckScoring(static_cast<int>(block.numColumns)) != 0) return -1;
         if (block.numRows == 0) return 0;
+        if (results == nullptr) return Fail("ERROR: The scores are a null pointer!\n");
         const sylvora::BlockReader reader(block);
         fault = reader.RefusedValue();
         if (!fault.empty()) return Fail("ERROR: The data block ", fault, "!\n");
-        const size_t width = static_cast<size_t>(std::max(dimFea, modelDim));
+        const size_t width = static_cast<size_t>(numNeeded);
         const size_t numRows = static_cast<size_t>(block.numRows);
         const CompiledEnsemble* compiled = Compiled();
         if (compiled != nullptr && numClass <= sylvora::kFewClasses) {

@@ -22,7 +22,7 @@ std::string ErrorLines(std::string_view text) {
         if (line.empty()) continue;
         const bool fAside =
             BeginsWith(line, "Notice") || BeginsWith(line, "NOTICE") || BeginsWith(line, "WARNING");
-        for (const std::string_view prefix : {"ERROR: ", "Error: "}) {
+        for (const std::string_view prefix : {"ERROR: ", "Error: ", "Notice: "}) {
             if (BeginsWith(line, prefix)) line.remove_prefix(prefix.size());
         }
         for (std::string* lines : {fAside ? nullptr : &errors, &all}) {

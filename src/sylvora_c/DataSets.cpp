@@ -1,4 +1,5 @@
 // Blocks and data sets of the C interface.
+#include <charconv>
 #include <climits>
 #include <cmath>
 #include <utility>
@@ -53,8 +54,14 @@ int Block::Take(const sylvora_block* from) {
     return 0;
 }
 
+std::string ExactText(double value) {
+    char text[32];
+    const std::to_chars_result end = std::to_chars(text, text + sizeof text, value);
+    return std::string(text, end.ptr);
+}
+
 std::string Block::Missing() const {
-    const std::string number = std::isnan(block.missing) ? "" : Text(block.missing);
+    const std::string number = std::isnan(block.missing) ? "" : ExactText(block.missing);
     if (!block.fNanMissing) return number;
     return number.empty() ? "nan" : "nan " + number;
 }

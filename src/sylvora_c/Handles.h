@@ -39,6 +39,9 @@ class Block {
     std::vector<DataColumn> columnV;
 };
 
+// The shortest text from which a number is read back exactly.
+std::string ExactText(double value);
+
 // Sets the texts of a description that are derived from other members.
 void DeriveTexts(sylvora_model& model);
 

@@ -45,6 +45,9 @@ int Loaded(sylvora_model** out, const Load& load) {
     if (out == nullptr) return RefuseNull("out");
     std::unique_ptr<sylvora_model> model = FreshModel();
     if (load(*model->learner, model->description) != 0) return -1;
+    if (model->learner->getGroupNum() == 0) {
+        return Fail("ERROR: The text is no model: it has no trees\n");
+    }
     sylvora::c::DeriveTexts(*model);
     *out = model.release();
     return 0;
@@ -62,20 +65,21 @@ std::vector<std::string>* ListOf(sylvora::ModelDescription& description, const s
 
 }  // namespace
 
-int sylvora_model_load(const char* file, sylvora_model** out) {
+int sylvora_model_load(const char* file, int described, sylvora_model** out) {
     return Run([&] {
         if (file == nullptr) return RefuseNull("The file name");
         return Loaded(out, [&](TreeLearner& learner, sylvora::ModelDescription& description) {
-            return ModelText::LoadFile(file, learner, description);
+            return described != 0 ? ModelText::LoadFile(file, learner, description)
+                                  : learner.LoadModelFull(file);
         });
     });
 }
 
-int sylvora_model_parse(const char* text, size_t size, sylvora_model** out) {
+int sylvora_model_parse(const char* text, size_t size, int described, sylvora_model** out) {
     return Run([&] {
         if (text == nullptr) return RefuseNull("The text");
         return Loaded(out, [&](TreeLearner& learner, sylvora::ModelDescription& description) {
-            return ModelText::Load(text, size, learner, &description);
+            return ModelText::Load(text, size, learner, described != 0 ? &description : nullptr);
         });
     });
 }
@@ -112,6 +116,7 @@ void sylvora_text_free(char* text) {
 }
 
 void sylvora_model_free(sylvora_model* model) {
+    const sylvora::c::Call call;  // a learner with fPrint tells of its end
     delete model;
 }
 
@@ -160,8 +165,7 @@ int sylvora_probabilities(const char* loss, const double* scores, int64_t num_sc
         }
         const sylvora::Link link = sylvora::LinkOf(loss);
         if (link == sylvora::Link::kNone || num_scores < 0) {
-            return Fail("ERROR: The loss ", loss, " has no probabilities for ", num_scores,
-                        " scores\n");
+            return Fail("ERROR: The loss ", loss, " has no probabilities\n");
         }
         sylvora::ProbabilitiesOf(link, scores, static_cast<size_t>(num_scores), probabilities);
         return 0;

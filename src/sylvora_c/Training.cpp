@@ -4,6 +4,7 @@
 #include <deque>
 #include <unordered_set>
 #include <utility>
+#include <variant>
 
 #include "../CheckIn/Parameters.h"
 #include "../Links.h"
@@ -33,7 +34,7 @@ bool IsOfTheCommand(const sylvora::ParameterRow& row) {
            name == "fileResultBase" || name == "fTestRealTime" || name == "sizeGroup";
 }
 
-// The link as a description has it.
+// The link as a description has it: none is an empty text.
 const char* NameOf(sylvora::Link link) {
     switch (link) {
         case sylvora::Link::kLogit:
@@ -45,7 +46,24 @@ const char* NameOf(sylvora::Link link) {
         case sylvora::Link::kNone:
             break;
     }
-    return "identity";
+    return "";
+}
+
+// The parameters that a model depends on. Not among them: numThread, digits and all that only
+// report.
+constexpr const char* kSettings[] = {"modelType",  "fRegCls",    "lossFunc",   "numTree",
+                                     "valShrink",  "maxDepth",   "maxLeaf",    "numBound",
+                                     "valSmpRt",   "ratio",      "randomMode", "valTau",
+                                     "randomSeed", "huberDelta", "quantile",   "earlyStop"};
+
+// The value of a parameter as a text that reads back exactly.
+std::string ExactValue(const sylvora::ParameterRow& row, const CheckCfgCLS& cfg) {
+    const auto* const real = std::get_if<double CheckCfgCLS::*>(&row.member);
+    return real != nullptr ? sylvora::c::ExactText(cfg.**real) : sylvora::ParameterValue(row, cfg);
+}
+
+int RefuseAfterRun() {
+    return Fail("ERROR: The training has run: make another one\n");
 }
 
 // Numbers the queries 0, 1, 2, ... in order. Refuses one whose rows are not together.
@@ -80,31 +98,41 @@ struct sylvora_training {
     void* progressContext = nullptr;
     sylvora_message message = nullptr;
     void* messageContext = nullptr;
-    bool fRun = false;  // it has run, or failed
+    bool fRun = false;  // it has begun to train
     sylvora::EvaluationRecord record;
 
-    int Prepare();
+    // Checks the parameters; `checked` receives them in the form that a learner needs.
+    int Prepare(CheckCfgCLS& checked) const;
     int Train(TreeLearner& learner, Call& call);
-    void Describe(const TreeLearner& learner, sylvora::ModelDescription& description) const;
+    void Describe(const CheckCfgCLS& checked, sylvora::ModelDescription& description) const;
 };
 
-// Validates the parameters and seeds the stream, as the command does.
-int sylvora_training::Prepare() {
+int sylvora_training::Prepare(CheckCfgCLS& checked) const {
     if (data == nullptr) return Fail("ERROR: The training has no data: sylvora_training_data\n");
-    if (cfg.CheckCfg() != 0) return -1;
-    constexpr double kBound = -static_cast<double>(LONG_MIN);
-    cfg.tms_seed = cfg.getRandomSeed();
-    const double largest = std::fabs(cfg.tms_seed) * std::max(cfg.sizeGroup - 1, 1);
-    if (!(largest < kBound)) {
-        return Fail("ERROR: randomSeed ", cfg.tms_seed,
-                    ": its absolute value, times the trees of a forest, must be below ", kBound,
-                    "\n");
+    const bool fRanking = checked.modelType == "GBRank";
+    if (checked.modelType != "GBDT" && !fRanking && checked.modelType != "RandomForest" &&
+        checked.modelType != "CART") {
+        return Fail("ERROR: modelType is \"", checked.modelType,
+                    "\": set it to GBDT, GBRank, RandomForest or CART\n");
     }
-    return 0;
+    if (fRanking && queryV.empty()) {
+        return Fail("ERROR: GBRank needs a query id per row: sylvora_training_data\n");
+    }
+    if (checked.CheckCfg() != 0) return -1;
+    if (checked.lossFunc == "USER" && objective == nullptr) {
+        return Fail("ERROR: lossFunc USER needs a function: sylvora_training_objective\n");
+    }
+    constexpr double kBound = -static_cast<double>(LONG_MIN);
+    checked.tms_seed = checked.getRandomSeed();
+    const double largest = std::fabs(checked.tms_seed) * std::max(checked.sizeGroup - 1, 1);
+    if (largest < kBound) return 0;
+    return Fail("ERROR: randomSeed ", checked.tms_seed,
+                ": its absolute value, times the trees of a forest, must be below ", kBound, "\n");
 }
 
 int sylvora_training::Train(TreeLearner& learner, Call& call) {
-    sylvora::RandomStream stream(static_cast<long>(std::fabs(cfg.tms_seed)));
+    // The command seeds its trainings in the same way.
+    sylvora::RandomStream stream(static_cast<long>(std::fabs(learner.CfgInfo.tms_seed)));
     learner.trainingOptions = options;
     sylvora::TrainingOptions& given = learner.trainingOptions;
     given.stream = &stream;
@@ -141,14 +169,16 @@ int sylvora_training::Train(TreeLearner& learner, Call& call) {
     return status;
 }
 
-void sylvora_training::Describe(const TreeLearner& learner,
+void sylvora_training::Describe(const CheckCfgCLS& checked,
                                 sylvora::ModelDescription& description) const {
     description.missing = missing;
     description.bestRound = record.bestRound;
-    description.link = NameOf(sylvora::LinkOf(learner.CfgInfo.lossFunc));
-    for (const sylvora::ParameterRow& row : sylvora::ParameterTable()) {
-        if (IsOfTheCommand(row)) continue;
-        description.settingV.emplace_back(row.name, sylvora::ParameterValue(row, cfg));
+    description.link = NameOf(sylvora::LinkOf(checked.lossFunc));
+    CheckCfgCLS asSet = checked;
+    // Of a forest, CheckCfg moves the number of trees to sizeGroup.
+    if (asSet.modelType == "RandomForest") asSet.numTree = asSet.sizeGroup;
+    for (const char* const name : kSettings) {
+        description.settingV.emplace_back(name, ExactValue(*sylvora::FindParameter(name), asSet));
     }
 }
 
@@ -167,13 +197,14 @@ int sylvora_training_set(sylvora_training* training, const char* parameter, cons
         if (training == nullptr || parameter == nullptr || value == nullptr) {
             return RefuseNull("The training, a parameter or its value");
         }
+        if (training->fRun) return RefuseAfterRun();
         const sylvora::ParameterRow* const row = sylvora::FindParameter(parameter);
         if (row == nullptr) return Fail("ERROR: There is no parameter \"", parameter, "\"\n");
         if (IsOfTheCommand(*row)) {
             return Fail("ERROR: ", parameter, " is a parameter of the command only\n");
         }
         if (sylvora::AssignParameter(*row, value, training->cfg)) return 0;
-        return Fail("ERROR: ", parameter, ": \"", value, "\" is not of its type: ", row->range,
+        return Fail("ERROR: ", parameter, ": \"", value, "\" is not valid, expected: ", row->range,
                     "\n");
     });
 }
@@ -184,6 +215,7 @@ int sylvora_training_data(sylvora_training* training, const sylvora_dataset* dat
     return Run([&] {
         if (training == nullptr || data == nullptr) return RefuseNull("The training or its data");
         if (labels == nullptr) return RefuseNull("labels");
+        if (training->fRun) return RefuseAfterRun();
         const int64_t numRows = data->set->NumRows();
         if (num_labels != numRows || (queries != nullptr && num_queries != numRows)) {
             return Fail("ERROR: The data set has ", numRows, " rows, but there are ", num_labels,
@@ -211,6 +243,11 @@ int sylvora_training_weights(sylvora_training* training, const int32_t* weights,
                              int64_t num_weights) {
     return Run([&] {
         if (training == nullptr || weights == nullptr) return RefuseNull("The training or weights");
+        if (training->data == nullptr || num_weights != training->data->NumRows()) {
+            return Fail("ERROR: There are ", num_weights,
+                        " weights: one per row of the data is "
+                        "needed, which sylvora_training_data sets first\n");
+        }
         training->weightV.assign(weights, weights + num_weights);
         return 0;
     });
@@ -248,6 +285,7 @@ int sylvora_training_evaluate(sylvora_training* training, const char* name,
         }
         NamedSet set;
         if (set.block.Take(block) != 0) return -1;
+        if (block->num_rows <= 0) return Fail("ERROR: The set \"", name, "\" has no rows\n");
         if (num_labels != block->num_rows || (queries != nullptr && num_queries != num_labels)) {
             return Fail("ERROR: The set \"", name, "\" has ", block->num_rows, " rows, but ",
                         num_labels, " labels",
@@ -306,14 +344,15 @@ int sylvora_training_run(sylvora_training* training, sylvora_model** out) {
     Call call(fNull ? nullptr : training->message, fNull ? nullptr : training->messageContext);
     return call.Run([&] {
         if (fNull || out == nullptr) return RefuseNull("The training or out");
-        if (training->fRun) return Fail("ERROR: A training runs once: make another one\n");
-        if (training->Prepare() != 0) return -1;
+        if (training->fRun) return RefuseAfterRun();
+        CheckCfgCLS checked = training->cfg;
+        if (training->Prepare(checked) != 0) return -1;
         training->fRun = true;
         auto model = std::make_unique<sylvora_model>();
-        model->learner = std::make_unique<TreeLearner>(training->cfg);
+        model->learner = std::make_unique<TreeLearner>(checked);
         TreeLearner& learner = *model->learner;
         if (training->Train(learner, call) != 0) return -1;
-        training->Describe(learner, model->description);
+        training->Describe(checked, model->description);
         if (sylvora::ModelText::Covers(learner, model->description.coverV) != 0) return -1;
         sylvora::c::DeriveTexts(*model);
         if (learner.ReleaseTrainingData() != 0) return -1;

@@ -109,7 +109,8 @@ static void test_objective_and_progress(const sylvora_dataset* data, const sylvo
     EXPECT(sylvora_training_run(training, &user) == 0);
     EXPECT(calls == 30);
     expect_same(model, user, __LINE__);
-    EXPECT_ERROR(sylvora_training_run(training, &user), "runs once");
+    EXPECT_ERROR(sylvora_training_run(training, &user), "has run");
+    EXPECT_ERROR(sylvora_training_set(training, "numTree", "1"), "has run");
     sylvora_training_free(training);
     sylvora_model_free(user);
 
@@ -169,7 +170,7 @@ static void test_models(sylvora_model* model) {
     const char* const names[] = {"a", "b\n", "\"c\"", ""};
     const char* const setting = "by=hand";
     const sylvora_block block = block_of(ROWS);
-    sylvora_model *again = NULL, *parsed = NULL;
+    sylvora_model *again = NULL, *parsed = NULL, *other = NULL;
     sylvora_node nodes[100];
     int64_t num_nodes = 0, group = -1;
     double scores[ROWS], others[ROWS], shrink = 0.0;
@@ -181,12 +182,14 @@ static void test_models(sylvora_model* model) {
     EXPECT_ERROR(sylvora_model_set_description(model, "colour", names, 1), "colour");
     EXPECT_ERROR(sylvora_model_set_description(model, "setting", names, 1), "parameter=value");
     EXPECT(sylvora_model_save(model, "c-interface.model", 17, 1) == 0);
-    EXPECT(sylvora_model_load("c-interface.model", &again) == 0);
+    EXPECT(sylvora_model_load("c-interface.model", 1, &again) == 0);
     EXPECT(sylvora_model_text(model, 17, 1, &text, &size) == 0);
-    EXPECT(sylvora_model_parse(text, size, &parsed) == 0);
-    EXPECT_ERROR(sylvora_model_parse(text, size - 3, &parsed), "");
-    EXPECT_ERROR(sylvora_model_parse("", 0, &parsed), "empty model");
-    EXPECT_ERROR(sylvora_model_load("no such file", &parsed), "Cannot open model file");
+    EXPECT(sylvora_model_parse(text, size, 1, &parsed) == 0);
+    EXPECT_ERROR(sylvora_model_parse(text, size - 3, 1, &other), "");
+    EXPECT(sylvora_model_parse(text, size - 3, 0, &other) == 0);
+    EXPECT_ERROR(sylvora_model_parse("", 0, 1, &parsed), "empty model");
+    EXPECT_ERROR(sylvora_model_load("no such file", 1, &parsed), "Cannot open model file");
+    EXPECT_ERROR(sylvora_model_parse("no model", 8, 1, &parsed), "no model");
     sylvora_text_free(text);
     remove("c-interface.model");
     EXPECT(sylvora_model_score(model, &block, scores, 2) == 0);
@@ -205,6 +208,41 @@ static void test_models(sylvora_model* model) {
     EXPECT_ERROR(sylvora_model_tree(again, 30, nodes, 100, &num_nodes, &group, &shrink), "30");
     sylvora_model_free(again);
     sylvora_model_free(parsed);
+    sylvora_model_free(other);
+}
+
+/* Other model types, sparse data, and settings that read back exactly. */
+static void test_model_types(const sylvora_dataset* data) {
+    static const char* const types[] = {"RandomForest", "CART", "GBRank"};
+    int32_t queries[ROWS];
+    int i, t;
+    for (i = 0; i < ROWS; ++i) queries[i] = 1000 - i / 20;
+    for (t = 0; t < 3; ++t) {
+        sylvora_training* training = NULL;
+        sylvora_model* model = NULL;
+        sylvora_model_facts facts = {sizeof facts, 0, 0, 0, 0, NULL, NULL};
+        const int fRanking = t == 2;
+        EXPECT(sylvora_training_new(&training) == 0);
+        EXPECT(sylvora_training_set(training, "modelType", types[t]) == 0);
+        EXPECT(sylvora_training_set(training, "fRegCls", fRanking ? "REG" : "CLS") == 0);
+        EXPECT(sylvora_training_set(training, "numTree", t == 1 ? "1" : "12") == 0);
+        EXPECT(sylvora_training_set(training, "valShrink", "0.12345678901") == 0);
+        EXPECT(sylvora_training_set(training, "ratio", "7") == 0);
+        EXPECT(sylvora_training_data(training, data, classes, ROWS, fRanking ? queries : NULL,
+                                     ROWS) == 0);
+        EXPECT_ERROR(sylvora_training_run(training, &model), "ratio");
+        EXPECT(sylvora_training_set(training, "ratio", "0.5") == 0);
+        EXPECT(sylvora_training_run(training, &model) == 0);
+        EXPECT(sylvora_model_facts_of(model, &facts) == 0);
+        EXPECT(facts.num_trees == (t == 1 ? 1 : 12) && facts.num_classes == (fRanking ? 0 : 2));
+        EXPECT(strcmp(sylvora_model_describe(model, "setting", 3),
+                      t == 1 ? "numTree=1" : "numTree=12") == 0);
+        EXPECT(strcmp(sylvora_model_describe(model, "setting", 4),
+                      fRanking ? "valShrink=0.12345678901" : "valShrink=1") == 0);
+        EXPECT(sylvora_model_describe(model, "link", 0) == NULL);
+        sylvora_training_free(training);
+        sylvora_model_free(model);
+    }
 }
 
 static void test_errors(const sylvora_dataset* data) {
@@ -246,8 +284,14 @@ static void test_errors(const sylvora_dataset* data) {
     EXPECT_ERROR(sylvora_training_data(training, data, x[7], ROWS, NULL, 0), "row 2");
     EXPECT_ERROR(sylvora_training_data(training, data, y, ROWS, queries, ROWS), "not together");
     EXPECT(sylvora_training_data(training, data, y, ROWS, NULL, 0) == 0);
-    EXPECT_ERROR(sylvora_training_run(training, &model), "fRegCls");
+    EXPECT_ERROR(sylvora_training_run(training, &model), "modelType");
+    EXPECT(sylvora_training_set(training, "modelType", "GBRank") == 0);
+    EXPECT_ERROR(sylvora_training_run(training, &model), "query id");
     EXPECT(sylvora_training_set(training, "modelType", "GBDT") == 0);
+    EXPECT(sylvora_training_set(training, "lossFunc", "USER") == 0);
+    EXPECT_ERROR(sylvora_training_run(training, &model), "needs a function");
+    EXPECT(sylvora_training_set(training, "lossFunc", "Square") == 0);
+    EXPECT_ERROR(sylvora_training_weights(training, weights, -1), "-1 weights");
     EXPECT(sylvora_training_weights(training, weights, ROWS) == 0);
     EXPECT_ERROR(sylvora_training_run(training, &model), "weight");
     sylvora_training_free(training);
@@ -307,6 +351,7 @@ int main(void) {
     test_objective_and_progress(data, model);
     test_evaluation(data);
     test_models(model);
+    test_model_types(data);
     test_errors(data);
     sylvora_model_free(model);
     sylvora_dataset_free(data);
