@@ -7,6 +7,7 @@
 #include "../Support.h"
 #include "Evaluation/NamedMetrics.h"
 #include "EvaluationCases.h"
+#include "ModelText.h"
 
 namespace {
 
@@ -28,6 +29,7 @@ TEST(EarlyStop, EarlyStoppingEqualsTheShorterRun) {
                     auto learner = MakeLearner(cfg, data, &dev);
                     learner->setPackedTrees(fPacked);
                     learner->setVerification(true);
+                    learner->trainingOptions.fCovers = true;
                     EXPECT_EQ(learner->Boosting(), 0);
                     return learner;
                 };
@@ -41,13 +43,19 @@ TEST(EarlyStop, EarlyStoppingEqualsTheShorterRun) {
                                           : std::min_element(valueV.begin(), valueV.end());
                 EXPECT_EQ(best - valueV.begin(), record.bestRound - 1);
                 EXPECT_EQ(*best, record.bestValue);
-                EXPECT_EQ(cut->getGroupNum(), record.bestRound);
-                EXPECT_EQ(cut->StepLengthV.size(), static_cast<size_t>(record.bestRound));
+                const int numGroups = NumStartGroups(model) + record.bestRound;
+                EXPECT_EQ(cut->getGroupNum(), numGroups);
+                EXPECT_EQ(cut->StepLengthV.size(), static_cast<size_t>(numGroups));
                 EXPECT_EQ(cut->getMissingTreeNum(), 0);
                 const auto shorter = train(record.bestRound, 0, "shorter");
                 EXPECT_EQ(ReadFile(folder.Path("cut")), ReadFile(folder.Path("shorter")));
-                EXPECT_EQ(ScoresAfter(*cut, dev, static_cast<size_t>(record.bestRound)),
-                          ScoresAfter(*shorter, dev, static_cast<size_t>(record.bestRound)));
+                EXPECT_EQ(ScoresAfter(*cut, dev, static_cast<size_t>(numGroups)),
+                          ScoresAfter(*shorter, dev, static_cast<size_t>(numGroups)));
+                std::vector<int> cutCoverV, shorterCoverV;
+                EXPECT_EQ(ModelText::Covers(*cut, cutCoverV), 0);
+                EXPECT_EQ(ModelText::Covers(*shorter, shorterCoverV), 0);
+                EXPECT_EQ(cutCoverV, shorterCoverV);
+                EXPECT_FALSE(cutCoverV.empty());
                 // Also when all rounds are done before patience runs out.
                 const auto full = train(record.bestRound + 2, 4, "full");
                 EXPECT_FALSE(full->getEvaluation().fStoppedEarly);
@@ -123,13 +131,14 @@ TEST(EarlyStop, StopAndKeepEqualsTheShorterRun) {
                     auto learner = MakeLearner(cfg, data, &dev);
                     learner->setPackedTrees(fPacked);
                     learner->setVerification(true);
+                    learner->trainingOptions.fCovers = true;
                     Ending ending = {last, answer, 0};
                     learner->setProgress(EndAt, &ending);
                     const Outcome seen = Observe([&] { return learner->Boosting(); });
                     EXPECT_EQ(seen.status, 0) << seen.err;
                     EXPECT_EQ(seen.err, "");
                     EXPECT_EQ(learner->getMissingTreeNum(), 0);
-                    EXPECT_EQ(learner->getTreeNum(), last);
+                    EXPECT_EQ(learner->getTreeNum(), NumStartGroups(model) + last);
                     EXPECT_GT(ending.numCalls, last);
                     if (fBoosted) EXPECT_NE(seen.out.find("\n    3 "), std::string::npos);
                     return ReadFile(cfg.fileModel);

@@ -49,14 +49,20 @@ struct Data {
 struct Model {
     const char *modelType, *fRegCls, *lossFunc, *labels;
 };
-inline const Model kBoosted[] = {{"GBDT", "REG", "Square", "REG"},
-                                 {"GBDT", "REG", "Logistic", "+-"},
-                                 {"GBDT", "REG", "HingeSquare", "+-"},
-                                 {"GBRank", "REG", "CrossEntropy", "RANK"}};
+inline const Model kBoosted[] = {
+    {"GBDT", "REG", "Square", "REG"},     {"GBDT", "REG", "Logistic", "+-"},
+    {"GBDT", "REG", "HingeSquare", "+-"}, {"GBRank", "REG", "CrossEntropy", "RANK"},
+    {"GBDT", "REG", "LogLoss", "+-"},     {"GBDT", "REG", "Huber", "REG"}};
 inline const Model kOthers[] = {{"RandomForest", "REG", "Label", "REG"},
                                 {"RandomForest", "CLS", "Label", "CLS"},
                                 {"CART", "REG", "Label", "REG"},
                                 {"CART", "CLS", "Label", "CLS"}};
+
+// Groups of the ensemble before the first round.
+inline int NumStartGroups(const Model& model) {
+    const std::string loss = model.lossFunc;
+    return loss == "LogLoss" || loss == "Huber" ? 1 : 0;
+}
 
 inline CheckCfgCLS ConfigOf(const Model& model, int numTree, int numThread) {
     CheckCfgCLS cfg = Settings(model.modelType, model.lossFunc);

@@ -28,6 +28,7 @@ TEST(Evaluation, RecordsWhatOnlineTestingGives) {
                 learner->trainingOptions.setV = {SetOf("block", dev, flat)};
                 ASSERT_EQ(Observe([&] { return learner->Boosting(); }).status, 0);
                 const EvaluationRecord& record = learner->getEvaluation();
+                const size_t numStart = static_cast<size_t>(NumStartGroups(model));
                 const MetricContext context = {model.modelType, model.lossFunc, false, 0.5};
                 const std::vector<std::string> nameV = DefaultMetrics(context);
                 MeasuredSet measured(dev.labelV, dev.queryV, context);
@@ -39,7 +40,7 @@ TEST(Evaluation, RecordsWhatOnlineTestingGives) {
                     ASSERT_EQ(metric.metric, nameV[i % nameV.size()]);
                     ASSERT_EQ(metric.valueV.size(), 6U);
                     for (size_t k = 0; k < 6; ++k) {
-                        const VecDle scoreV = ScoresAfter(*learner, dev, k + 1);
+                        const VecDle scoreV = ScoresAfter(*learner, dev, numStart + k + 1);
                         EXPECT_EQ(
                             metric.valueV[k],
                             measured.Measure(NamedMetric::Parse(metric.metric), scoreV.data()));
