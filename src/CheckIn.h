@@ -61,8 +61,9 @@ class SYLVORA_API CheckCfgCLS {
     int numBound = 5;
     int numClass = 0;
     int featureDim = 0;
+    // To set numThread, set both: without fSetThread, CheckCfg prints a notice and does no check.
     int numThread = 1;
-    bool fSetThread = false;  // numThread was given; CheckCfg checks numThread only then
+    bool fSetThread = false;
     std::string mode;
     double tms_seed = 0.0;
     int digits = 6;  // significant digits of reals in the model file: 6 or 17

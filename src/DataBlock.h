@@ -42,9 +42,8 @@ struct DataColumn {
 // use, except where a function says otherwise. Nothing needs to be aligned.
 struct DataBlock {
     enum class Layout {
-        // The value of (row, column) is at values + row * rowStride + column * columnStride,
-        // strides
-        // in bytes; they may be negative. Cells must not overlap.
+        // The value of (row, column) is at values + row * rowStride + column * columnStride.
+        // Strides are in bytes and may be negative. Cells must not overlap.
         kDense,
         // columns[0, numColumns), each described by itself.
         kColumns,

@@ -9,12 +9,13 @@
 
 namespace sylvora {
 
-// The probability p of the larger label at a score f. For every link p(-f) = 1 - p(f).
+// The probability p of the larger label at a score f. For every link p(-f) = 1 - p(f). The name is
+// that in a model's description (ModelText.h).
 enum class Link {
-    kNone,           // the loss has no probabilities
-    kLogit,          // p = 1 / (1 + e^-f)
-    kHalfLogit,      // p = 1 / (1 + e^-2f)
-    kSoftplusShare,  // p = s(f) / (s(f) + s(-f)) with s(f) = ln(1 + e^f)
+    kNone,           // the loss has no probabilities; its name is empty
+    kLogit,          // "logit": p = 1 / (1 + e^-f)
+    kHalfLogit,      // "half-logit": p = 1 / (1 + e^-2f)
+    kSoftplusShare,  // "softplus-share": p = s(f) / (s(f) + s(-f)) with s(f) = ln(1 + e^f)
 };
 
 // The link of a loss, by the name that lossFunc has. It is where the loss has its minimum: kLogit

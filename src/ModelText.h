@@ -20,7 +20,7 @@ struct ModelDescription {
     // Names of the classes: empty, or in a classification one per class, in the order of their
     // numbers; in a regression any, for example two for a loss that separates two classes.
     std::vector<std::string> classV;
-    std::string link;     // from score to prediction: "identity", "sigmoid", ..., or empty
+    std::string link;     // from score to probability: "logit", ... (Links.h), or empty
     std::string missing;  // what was read as missing: "nan", "absent", a number, or empty
     int bestRound = 0;    // of early stopping, counted from 1; 0: none
     std::vector<std::pair<std::string, std::string>> settingV;  // parameter and value, in order
@@ -31,8 +31,8 @@ struct ModelDescription {
 };
 
 // Functions on a learner's model. All return 0, or -1 after a message. After a failure the result
-// argument is as it was, but a learner whose load failed is unusable. Save, SaveFile and Covers only
-// read the learner; nobody may change it meanwhile.
+// argument is as it was, but a learner whose load failed is unusable. Save, SaveFile and Covers
+// only read the learner; nobody may change it meanwhile.
 class SYLVORA_API ModelText {
   public:
     // The text that SaveModelFull writes with 6 or 17 `digits` and, unless `description` is null,

@@ -27,11 +27,12 @@ which builds the checked-out sources, installs missing peers and takes a few min
   times at random, 80 % for training and 20 % for testing; the rows of a query, and rows with equal
   features, stay together. All sides get the same files; ids that are absent are zeros.
 - **Boosting**: {rounds} rounds of rate {rate}, depth {depth}, at most {leaves} leaves, all rows and
-  columns in each tree, no limit on the rows of a leaf (`numBound` {bound}). δ of `Huber` is {delta}.
-  Labels of two classes are -1 and 1.
-- **Forests**: {rounds} trees of unlimited depth. Each tree of Sylvora draws {forest_rows:.1%} of the
-  rows without replacement, as many as a bootstrap sample of scikit-learn has distinct rows. Each
-  node draws a third of the columns of `bike`, and about the square root of their number elsewhere.
+  columns in each tree, no limit on the rows of a leaf (`numBound` {bound}). δ of `Huber` is
+  {delta}. Labels of two classes are -1 and 1.
+- **Forests**: {rounds} trees of unlimited depth. Each tree of Sylvora draws {forest_rows:.1%} of
+  the rows without replacement, as many as a bootstrap sample of scikit-learn has distinct rows.
+  Each node draws a third of the columns of `bike`, and about the square root of their number
+  elsewhere.
   **Single trees** (`CART`): depth {tree_depth}, at most {tree_leaves} leaves.
 - **Metrics** are those of the test rows, computed from the scores of each side by the same code,
   with the definitions of the command. Log loss uses the link of each loss
@@ -70,8 +71,8 @@ them on these very rows, so they are no comparison.
 {other}
 ## All metrics
 
-*Diverged* means that scores grew beyond all bounds: where a loss has a very small second derivative,
-a Newton step without regularisation is very large.
+*Diverged* means that scores grew beyond all bounds: where a loss has a very small second
+derivative, a Newton step without regularisation is very large.
 """
 
 SECTIONS = (("Numbers", "regression"), ("Two classes", "two"), ("26 classes", "classes"),

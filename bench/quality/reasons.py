@@ -5,8 +5,8 @@ import statistics
 from cases import DEFAULT, OURS, PLAIN
 
 FIRST_ORDER = (": the value of a leaf is the mean of the gradients, not a Newton step, so 100 "
-               "rounds of rate 0.1 change the scores less than those of the peers. A higher rate helps on "
-               "`letter-halves` (see \"Other settings\").")
+               "rounds of rate 0.1 change the scores less than those of the peers. A higher rate "
+               "helps on `letter-halves` (see \"Other settings\").")
 FEW_VALUES = (": the gradients take two or three values, so splits often tie, and the sides choose "
               "differently. Why the choice of scikit-learn does better is not known. A larger "
               "`numBound` narrows the gap (see \"Other settings\").")

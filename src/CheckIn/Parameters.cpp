@@ -119,7 +119,7 @@ std::vector<ParameterRow> RowsOfTraining() {
         Numeric("huberDelta", &C::huberDelta, kOption, "above 0, finite",
                 "Loss Huber: the residual from which on the loss grows linearly."),
         Numeric("quantile", &C::quantile, kOption, "(0, 1)",
-                "Loss Quantile: the share of the labels that the scores are to exceed."),
+                "Loss Quantile: the share of labels below the prediction."),
     };
 }
 

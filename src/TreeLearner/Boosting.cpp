@@ -102,8 +102,10 @@ int TreeLearner::Boosting() {
     return status;
 }
 
-// Brings the learner into the state in which every run begins, so that a second run of the same
-// learner equals the first. The engine comes last: it reads the arrays and needs the threads.
+// Brings the learner into the state in which every run begins, except for predictV: ParamInit sets
+// it to 0, LossRun::Begin to the start value. Without ParamInit, a second run with a loss without a
+// start value goes on from the predictions of the first. The engine comes last: it reads the arrays
+// and needs the threads.
 int TreeLearner::PrepareRun(Run& run) {
     fStopped = fKept = false;
     progressDone = 0;
