@@ -80,7 +80,7 @@ struct DataBlock {
     double missing = std::numeric_limits<double>::quiet_NaN();
     // Whether NaN is missing, too. Otherwise a NaN is refused.
     bool fNanMissing = true;
-    // Whether an infinite value is refused; otherwise it is a value like any other.
+    // Whether an infinite value is refused. Otherwise it can be scored, but not trained on.
     bool fInfiniteRefused = false;
 };
 

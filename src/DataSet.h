@@ -10,7 +10,7 @@
 namespace sylvora {
 class CodedData;
 
-// A borrowed block and what the engine codes from it: at most 6 bytes per cell for boosting, 4 for
+// A borrowed block and what the engine codes from it: about 5 bytes per cell for boosting, 4 for
 // forests and classification. A code is made when the first training needs it and kept until the
 // set is freed. The caller keeps the block's memory, which must stay valid and unchanged until
 // then: thresholds are computed from the values themselves. If it is freed earlier, the behaviour

@@ -94,6 +94,8 @@ std::string MeasuredSet::WhyNot(const NamedMetric& metric) const {
             if (metric.kind == NamedMetric::kPairs) {
                 return queries.HasPairs() ? "" : "needs a query with two different labels";
             }
+            const double largest = *std::max_element(labelV.begin(), labelV.end());
+            if (largest > 1023.0) return "needs labels up to 1023: the gain is 2^label - 1";
             return queries.NumRelevant() > 0 ? "" : "needs a query with a label above 0";
         }
         case NamedMetric::kRmse:

@@ -228,8 +228,7 @@ int TreeLearner::RunRounds(Run& run) {
         if (modelType != "RandomForest") run.numSlots = idxTree;
         break;
     }
-    if (run.evaluation) run.evaluation->EndRounds();
-    return 0;
+    return run.evaluation ? run.evaluation->EndRounds() : 0;
 }
 
 // One round; `idxTree` counts from 1. The order of the phases is fixed: gradients read predictV,

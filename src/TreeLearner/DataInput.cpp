@@ -89,8 +89,9 @@ class TreeLearner::Intake {
     void AddToMean(const double* row) {
         for (int j = 0; j < learner.dimFea; ++j) AddToMean(j, row[j]);
     }
-    // The same for the values of a data set.
-    void AddToMeans(const sylvora::engine::Matrix& values);
+    // The same for the values of a data set. Refuses those whose mean is not finite: a model could
+    // not be written with it.
+    int AddToMeans(const sylvora::engine::Matrix& values);
 
   private:
     void AddToMean(int column, double value) {
@@ -180,8 +181,7 @@ int TreeLearner::DataBorrow(std::shared_ptr<const sylvora::DataSet> set, const d
                                     return -1;
                                 std::copy_n(labels, numRows, place.labels);
                                 borrowed = set;
-                                intake.AddToMeans(set->Shared()->Values());
-                                return 0;
+                                return intake.AddToMeans(set->Shared()->Values());
                             });
     });
 }
@@ -268,10 +268,22 @@ int TreeLearner::Intake::CopyRows(const SetPlace& place, const VecDle& l, VecVec
 }
 
 // Column by column: the sums of different columns do not depend on each other.
-void TreeLearner::Intake::AddToMeans(const sylvora::engine::Matrix& values) {
+int TreeLearner::Intake::AddToMeans(const sylvora::engine::Matrix& values) {
     for (int j = 0; j < learner.dimFea; ++j) {
-        values.ForColumn(j, [&](int, double value) { AddToMean(j, value); });
+        int firstInfinite = -1;
+        values.ForColumn(j, [&](int row, double value) {
+            AddToMean(j, value);
+            if (firstInfinite < 0 && !std::isfinite(value)) firstInfinite = row;
+        });
+        if (firstInfinite >= 0) {
+            return Fail("ERROR: The value of row ", firstInfinite, ", column ", j,
+                        " is infinite: training needs finite values!\n");
+        }
+        if (std::isfinite(learner.featureMean[j])) continue;
+        return Fail("ERROR: The values of column ", j,
+                    " are too large to be added up; scale them down!\n");
     }
+    return 0;
 }
 
 // Counts the classes of training data and stores the query ids. Only ranking needs them for

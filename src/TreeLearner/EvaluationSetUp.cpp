@@ -36,8 +36,7 @@ int TreeLearner::RunEvaluation::Start(TreeLearner& learner,
     }
     if (made->setV.empty()) {
         return Fail("ERROR: ", learner.CfgInfo.earlyStop > 0 ? "earlyStop" : "evalEvery",
-                    " needs a set to evaluate: development data (fileDev) or "
-                    "TrainingOptions::setV!\n");
+                    " needs data to evaluate: a development set (fileDev) or an evaluation set!\n");
     }
     if (made->ChooseMetrics() != 0) return -1;
     evaluation = std::move(made);

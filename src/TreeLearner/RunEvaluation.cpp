@@ -13,6 +13,7 @@
 using sylvora::EnsembleView;
 using sylvora::EvaluatedSet;
 using sylvora::EvaluationRecord;
+using sylvora::Fail;
 using sylvora::MetricRecord;
 using sylvora::Text;
 using sylvora::WalkedGroup;
@@ -82,8 +83,10 @@ void TreeLearner::RunEvaluation::Measure() {
 void TreeLearner::RunEvaluation::CompareWithBest(int round) {
     EvaluationRecord& record = learner.evaluationRecord;
     const double value = record.metricV[stopAt].valueV.back();
-    const bool fFirst = record.bestRound == 0 && !std::isnan(value);
-    if (fFirst || IsBetter(value, record.bestValue, measurementV[stopAt].metric.IsLargerBetter())) {
+    const bool fFirst = record.bestRound == 0 && std::isfinite(value);
+    if (fFirst ||
+        (record.bestRound > 0 &&
+         IsBetter(value, record.bestValue, measurementV[stopAt].metric.IsLargerBetter()))) {
         record.bestRound = round;
         record.bestValue = value;
     }
@@ -97,19 +100,26 @@ void TreeLearner::RunEvaluation::PrintLine(int round) {
         const std::string name = "  " + record.set + " " + record.metric;
         const size_t width = std::max(name.size(), kLeastWidth);
         header += Padded(name, width);
-        line += Padded(Text(record.valueV.back()), width);
+        const double value = record.valueV.back();
+        line += Padded(std::isnan(value) ? "nan" : Text(value), width);
     }
     sylvora::Print(lastPrinted == 0 ? header + "\n" : "", line, "\n");
     sylvora::FlushOutput();
     lastPrinted = round;
 }
 
-void TreeLearner::RunEvaluation::EndRounds() {
-    if (!fRounds) return;
+int TreeLearner::RunEvaluation::EndRounds() {
+    if (!fRounds) return 0;
     if (learner.CfgInfo.evalEvery > 0 && lastPrinted != numRounds) PrintLine(numRounds);
-    const int best = learner.evaluationRecord.bestRound;
-    if (best == 0 || best == numRounds) return;
+    const EvaluationRecord& record = learner.evaluationRecord;
+    const int best = record.bestRound;
+    if (learner.CfgInfo.earlyStop > 0 && best == 0) {
+        return Fail("ERROR: earlyStop: the ", record.stopMetric, " of the set \"", record.stopSet,
+                    "\" is not finite after any round; check its labels!\n");
+    }
+    if (best == 0 || best == numRounds) return 0;
     CutTo(EnsembleView(learner).NumGroups() - static_cast<size_t>(numRounds - best));
+    return 0;
 }
 
 // Trees that are cut off stay until Destroy, as those of earlier runs do. Of packed trees TreeGroup

@@ -26,8 +26,8 @@ class TreeLearner::RunEvaluation {
     // Whether early stopping ends the run.
     bool IsOver() const { return fOver; }
     // After the last round: prints its line, if that is missing, and cuts the ensemble to the best
-    // round.
-    void EndRounds();
+    // round. Returns 0, or -1 after a message if early stopping found no finite value.
+    [[nodiscard]] int EndRounds();
     // After the run: evaluates a forest, a single tree or a classification, whose scores are no
     // sums over rounds. Returns 0, or -1 after a message.
     [[nodiscard]] int TakeEnsemble();

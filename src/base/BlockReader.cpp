@@ -77,7 +77,9 @@ std::string FaultOfColumns(const DataBlock& block) {
         const std::int64_t size = SizeOf(column.type);
         if (column.values == nullptr) return Text("has no values in column ", c, ": null pointer");
         if (size == 0) return Text("has values of an unknown type in column ", c);
-        if (column.validityOffset < 0) return Text("has a negative validity offset in column ", c);
+        if (column.validityOffset < 0 || column.validityOffset > INT64_MAX - kMostRows) {
+            return Text("has a validity offset of ", column.validityOffset, " in column ", c);
+        }
         const std::int64_t stride = column.stride != 0 ? column.stride : size;
         if (Span(stride, block.numRows, size) < 0 || std::abs(stride) < size) {
             return Text("has a stride of ", stride, " bytes in column ", c, ", for values of ",

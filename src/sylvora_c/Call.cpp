@@ -1,8 +1,6 @@
 // Errors of the C interface, and its versions; see Call.h.
 #include "Call.h"
 
-#include <string_view>
-
 namespace sylvora::c {
 namespace {
 
@@ -36,20 +34,20 @@ std::string ErrorLines(std::string_view text) {
 
 }  // namespace
 
-void Call::SetError(const std::string& text) noexcept {
+void Call::SetError(std::string_view text) noexcept {
     try {
         lastError = ErrorLines(text);
         if (lastError.empty()) lastError = "The call failed without a message";
     } catch (const std::bad_alloc&) {
-        lastError.clear();  // frees nothing, allocates nothing
+        lastError = "Out of memory";  // short enough to need no allocation
     }
 }
 
 void Call::Receive(void* call, int stream, const char* text) {
     constexpr int kErrors = 2;
     Call& self = *static_cast<Call*>(call);
-    if (self.forward != nullptr) self.forward(self.forwardee, stream, text);
     if (stream == kErrors) self.textV += text;
+    if (self.forward != nullptr) self.forward(self.forwardee, stream, text);
 }
 
 int RefuseNull(const char* what) {

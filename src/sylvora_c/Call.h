@@ -6,6 +6,7 @@
 #include <exception>
 #include <mutex>
 #include <string>
+#include <string_view>
 
 #include "../god/CallContext.h"
 #include "../god/Report.h"
@@ -46,7 +47,7 @@ class Call {
   private:
     // Keeps a text as the calling thread's error: without notices and warnings, if there is more,
     // and without "ERROR: ".
-    static void SetError(const std::string& text) noexcept;
+    static void SetError(std::string_view text) noexcept;
 
     const sylvora_message forward;
     void* const forwardee;

@@ -248,6 +248,7 @@ int sylvora_model_set_description(sylvora_model* model, const char* key, const c
         if (model == nullptr) return RefuseNull("The model");
         if (key == nullptr || (texts == nullptr && num_texts > 0))
             return RefuseNull("key or texts");
+        if (num_texts < 0) return Fail("ERROR: There are ", num_texts, " texts\n");
         std::vector<std::string> textV;
         for (int64_t i = 0; i < num_texts; ++i) {
             if (texts[i] == nullptr) return RefuseNull("A text");
@@ -256,8 +257,12 @@ int sylvora_model_set_description(sylvora_model* model, const char* key, const c
         sylvora::ModelDescription& description = model->description;
         const std::string name = key;
         const int64_t numColumns = model->learner->getFeatureDim();
+        const int64_t numClasses = model->learner->getClassNum();
         if (name == "column" && num_texts != 0 && num_texts != numColumns) {
             return Fail("ERROR: There are ", num_texts, " names for ", numColumns, " columns\n");
+        }
+        if (name == "class" && num_texts != 0 && numClasses > 0 && num_texts != numClasses) {
+            return Fail("ERROR: There are ", num_texts, " names for ", numClasses, " classes\n");
         }
         if (std::vector<std::string>* const list = ListOf(description, name)) {
             *list = std::move(textV);
@@ -280,8 +285,8 @@ int sylvora_model_set_description(sylvora_model* model, const char* key, const c
             }
             settingV.emplace_back(text.substr(0, equals), text.substr(equals + 1));
         }
-        description.settingV = std::move(settingV);
-        sylvora::c::DeriveTexts(*model);
+        description.settingV.swap(settingV);
+        model->settingV.swap(textV);
         return 0;
     });
 }

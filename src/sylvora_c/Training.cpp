@@ -1,4 +1,5 @@
 // Trainings of the C interface.
+#include <charconv>
 #include <climits>
 #include <cmath>
 #include <deque>
@@ -10,6 +11,7 @@
 #include "../Links.h"
 #include "Call.h"
 #include "Handles.h"
+#include "base/BlockReader.h"
 
 using sylvora::Fail;
 using sylvora::Text;
@@ -60,6 +62,20 @@ constexpr const char* kSettings[] = {"modelType",  "fRegCls",    "lossFunc",   "
 std::string ExactValue(const sylvora::ParameterRow& row, const CheckCfgCLS& cfg) {
     const auto* const real = std::get_if<double CheckCfgCLS::*>(&row.member);
     return real != nullptr ? sylvora::c::ExactText(cfg.**real) : sylvora::ParameterValue(row, cfg);
+}
+
+// Sets a parameter. Unlike the readers of files, refuses integers in other forms than digits, which
+// would be read as others, and numbers beyond the range of their type.
+bool AssignExactly(const sylvora::ParameterRow& row, std::string_view text, CheckCfgCLS& cfg) {
+    const char* const end = text.data() + text.size();
+    if (std::holds_alternative<int CheckCfgCLS::*>(row.member)) {
+        int value = 0;
+        const std::from_chars_result read = std::from_chars(text.data(), end, value);
+        if (read.ec != std::errc() || read.ptr != end) return false;
+    }
+    if (!sylvora::AssignParameter(row, std::string(text), cfg)) return false;
+    const auto* const real = std::get_if<double CheckCfgCLS::*>(&row.member);
+    return real == nullptr || std::isfinite(cfg.**real);
 }
 
 int RefuseAfterRun() {
@@ -203,7 +219,11 @@ int sylvora_training_set(sylvora_training* training, const char* parameter, cons
         if (IsOfTheCommand(*row)) {
             return Fail("ERROR: ", parameter, " is a parameter of the command only\n");
         }
-        if (sylvora::AssignParameter(*row, value, training->cfg)) return 0;
+        CheckCfgCLS changed = training->cfg;
+        if (AssignExactly(*row, value, changed)) {
+            training->cfg = std::move(changed);
+            return 0;
+        }
         return Fail("ERROR: ", parameter, ": \"", value, "\" is not valid, expected: ", row->range,
                     "\n");
     });
@@ -285,7 +305,9 @@ int sylvora_training_evaluate(sylvora_training* training, const char* name,
         }
         NamedSet set;
         if (set.block.Take(block) != 0) return -1;
-        if (block->num_rows <= 0) return Fail("ERROR: The set \"", name, "\" has no rows\n");
+        const std::string fault = sylvora::FaultOf(set.block.Get());
+        if (!fault.empty()) return Fail("ERROR: The set \"", name, "\" ", fault, "\n");
+        if (block->num_rows == 0) return Fail("ERROR: The set \"", name, "\" has no rows\n");
         if (num_labels != block->num_rows || (queries != nullptr && num_queries != num_labels)) {
             return Fail("ERROR: The set \"", name, "\" has ", block->num_rows, " rows, but ",
                         num_labels, " labels",

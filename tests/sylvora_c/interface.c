@@ -180,6 +180,7 @@ static void test_models(sylvora_model* model) {
     EXPECT(sylvora_model_set_description(model, "setting", &setting, 1) == 0);
     EXPECT_ERROR(sylvora_model_set_description(model, "column", names, 3), "3 names for 4");
     EXPECT_ERROR(sylvora_model_set_description(model, "colour", names, 1), "colour");
+    EXPECT_ERROR(sylvora_model_set_description(model, "column", names, -1), "-1 texts");
     EXPECT_ERROR(sylvora_model_set_description(model, "setting", names, 1), "parameter=value");
     EXPECT(sylvora_model_save(model, "c-interface.model", 17, 1) == 0);
     EXPECT(sylvora_model_load("c-interface.model", 1, &again) == 0);
@@ -279,6 +280,9 @@ static void test_errors(const sylvora_dataset* data) {
     EXPECT_ERROR(sylvora_training_run(training, &model), "no data");
     EXPECT_ERROR(sylvora_training_set(training, "numTrees", "5"), "numTrees");
     EXPECT_ERROR(sylvora_training_set(training, "numTree", "five"), "five");
+    EXPECT_ERROR(sylvora_training_set(training, "numTree", "1e3"), "1e3");
+    EXPECT_ERROR(sylvora_training_set(training, "numTree", "4294967298"), "4294967298");
+    EXPECT_ERROR(sylvora_training_set(training, "valShrink", "1e400"), "1e400");
     EXPECT_ERROR(sylvora_training_set(training, "fileModel", "x"), "command only");
     EXPECT_ERROR(sylvora_training_data(training, data, y, 5, NULL, 0), "5 labels");
     EXPECT_ERROR(sylvora_training_data(training, data, x[7], ROWS, NULL, 0), "row 2");
