@@ -194,7 +194,7 @@ TEST(Evaluation, FaultsAreOneLineBeforeTheRun) {
              flat[7] = std::nan("");
          },
          "has a NaN in row 1, column 2"},
-        {[&](auto& l) { options(l).setV.clear(); }, "earlyStop needs a set to evaluate"},
+        {[&](auto& l) { options(l).setV.clear(); }, "earlyStop needs data to evaluate"},
         {[&](auto& l) { l.CfgInfo.earlyStop = -1; }, "Illegal earlyStop: -1"},
         {[&](auto& l) { l.CfgInfo.evalEvery = -2; }, "Illegal evalEvery: -2"},
         {[&](auto& l) { l.modelType = "CART"; }, "a CART has none"},

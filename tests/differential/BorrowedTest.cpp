@@ -24,9 +24,17 @@ using hostile::Outcome;
 using hostile::Set;
 using sylvora::DataSet;
 
+// Borrowed values must be finite, and their sums as well.
+void MakeFinite(Set& set) {
+    for (VecDle& row : set.rows) {
+        for (double& value : row) value = std::clamp(value, -1e300, 1e300);
+    }
+}
+
 Set MakeSet(unsigned seed) {
     Set set = seed % 2 == 0 ? Maker(seed).Make() : Maker(seed).MakeListed(150);
     set.cfg.numThread = seed % 3 == 0 ? 8 : 1;
+    MakeFinite(set);
     return set;
 }
 
@@ -54,7 +62,8 @@ TEST(Borrowed, EveryLayoutEqualsCopiedRows) {
             if (kind == Layout::kFloats) {
                 for (VecDle& row : set.rows) {
                     for (double& value : row)
-                        value = static_cast<double>(static_cast<float>(value));
+                        value =
+                            static_cast<double>(static_cast<float>(std::clamp(value, -1e30, 1e30)));
                 }
             }
             const Layout layout(set.rows, static_cast<Layout::Kind>(kind));
@@ -142,9 +151,44 @@ TEST(Borrowed, BlocksScoreLikeRows) {
     }
 }
 
+TEST(Borrowed, RefusesWhatCannotBeTrainedOn) {
+    Set set = Maker(5).MakeLarger(50);
+    MakeFinite(set);
+    const Layout layout(set.rows, Layout::kRowMajor);
+    const auto data = SetOf(layout);
+    VecDle nanV(50, 1.0);
+    nanV[7] = std::nan("");
+    Set infinite = set;
+    infinite.rows[3][2] = INFINITY;
+    const Layout infiniteLayout(infinite.rows, Layout::kRowMajor);
+    struct Case {
+        std::shared_ptr<const DataSet> data;
+        const double* labels;
+        int numLabels, numQueries;
+        const char* message;
+    };
+    const VecInt queryV(50, 0);
+    set.cfg.modelType = "GBRank";
+    set.cfg.lossFunc = "CrossEntropy";
+    const Case kCases[] = {{nullptr, set.labels.data(), 50, 50, "no data set"},
+                           {data, nullptr, 50, 50, "null pointer"},
+                           {data, set.labels.data(), 49, 50, "49 labels"},
+                           {data, set.labels.data(), 50, 51, "51 query ids"},
+                           {data, nanV.data(), 50, 50, "label of row 7"},
+                           {SetOf(infiniteLayout), set.labels.data(), 50, 50, "row 3, column 2"}};
+    for (const Case& at : kCases) {
+        sylvora::tests::Messages messages;
+        TreeLearner learner(set.cfg);
+        EXPECT_EQ(
+            learner.DataBorrow(at.data, at.labels, at.numLabels, queryV.data(), at.numQueries), -1);
+        EXPECT_NE(messages.Take().find(at.message), std::string::npos) << at.message;
+    }
+}
+
 // Several trainings that need the codes of one set, and of its subsets, at the same time.
 TEST(Borrowed, TrainingsShareASet) {
     Set set = Maker(5).MakeLarger(3000);
+    MakeFinite(set);
     set.cfg.fSetThread = true;
     set.cfg.numThread = 2;
     set.cfg.fileModel.clear();
