@@ -15,8 +15,8 @@
  * Handles are freed by their _free function, which ignores null.
  *
  * Thread safety: any number of threads may use a data set, or score with a model, at the same time.
- * Trainings may run at the same time, each in a thread of its own. Any other use of one handle needs
- * exclusive access.
+ * Trainings may run at the same time, each in a thread of its own. Any other use of one handle
+ * needs exclusive access.
  *
  * Random numbers come from the parameter randomSeed (1 by default), never from process-wide state.
  */
@@ -52,8 +52,16 @@ SYLVORA_C_API const char* sylvora_error(void);
 /* ---- Data ---------------------------------------------------------------------------------- */
 
 enum sylvora_type {
-    SYLVORA_FLOAT64, SYLVORA_FLOAT32, SYLVORA_INT64, SYLVORA_INT32, SYLVORA_INT16,
-    SYLVORA_INT8, SYLVORA_UINT64, SYLVORA_UINT32, SYLVORA_UINT16, SYLVORA_UINT8
+    SYLVORA_FLOAT64,
+    SYLVORA_FLOAT32,
+    SYLVORA_INT64,
+    SYLVORA_INT32,
+    SYLVORA_INT16,
+    SYLVORA_INT8,
+    SYLVORA_UINT64,
+    SYLVORA_UINT32,
+    SYLVORA_UINT16,
+    SYLVORA_UINT8
 };
 
 enum sylvora_layout {
@@ -78,9 +86,9 @@ typedef struct sylvora_column {
  * within a row (CSR) or column (CSC). Begins and indices are int32_t, or int64_t if long_begins or
  * long_indices is not 0. */
 typedef struct sylvora_block {
-    size_t size;               /* sizeof(sylvora_block) */
-    int32_t layout;            /* enum sylvora_layout */
-    int32_t type;              /* enum sylvora_type */
+    size_t size;    /* sizeof(sylvora_block) */
+    int32_t layout; /* enum sylvora_layout */
+    int32_t type;   /* enum sylvora_type */
     int64_t num_rows;
     int64_t num_columns;
     const void* values;
@@ -91,16 +99,17 @@ typedef struct sylvora_block {
     const void* indices;
     int32_t long_begins;
     int32_t long_indices;
-    double missing;            /* a value that is read as missing, if has_missing is not 0 */
+    double missing; /* a value that is read as missing, if has_missing is not 0 */
     int32_t has_missing;
-    int32_t refuse_nan;        /* otherwise NaN is missing, too */
+    int32_t refuse_nan; /* otherwise NaN is missing, too */
     int32_t refuse_infinite;
 } sylvora_block;
 
-#define SYLVORA_BLOCK {sizeof(sylvora_block), 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0.0, 0, 0, 0}
+#define SYLVORA_BLOCK \
+    { sizeof(sylvora_block), 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0.0, 0, 0, 0 }
 
-/* Training data that are coded once, by the first training, and used by any number of trainings. The
- * block's memory must stay valid and unchanged until the set and its subsets are freed. */
+/* Training data that are coded once, by the first training, and used by any number of trainings.
+ * The block's memory must stay valid and unchanged until the set and its subsets are freed. */
 typedef struct sylvora_dataset sylvora_dataset;
 
 SYLVORA_C_API int sylvora_dataset_new(const sylvora_block* block, sylvora_dataset** out);
@@ -125,8 +134,8 @@ typedef int (*sylvora_progress)(void* context, int done, int total);
 #define SYLVORA_GO_ON 0
 #define SYLVORA_STOP 1                   /* the training fails: "Training was stopped" */
 #define SYLVORA_STOP_AND_KEEP 0x6b656570 /* it ends with the model that there is */
-/* A message of a training: `stream` is 1 for progress, 2 for notices, warnings and errors. Called by
- * one thread at a time. The function must not call the library. */
+/* A message of a training: `stream` is 1 for progress, 2 for notices, warnings and errors. Called
+ * by one thread at a time. The function must not call the library. */
 typedef void (*sylvora_message)(void* context, int stream, const char* text);
 
 /* A training with default parameters. */
@@ -168,8 +177,8 @@ SYLVORA_C_API int sylvora_training_on_progress(sylvora_training* training,
 SYLVORA_C_API int sylvora_training_on_message(sylvora_training* training, sylvora_message function,
                                               void* context);
 /* Trains, in the calling thread and, with numThread above 1, threads that end with the call. A
- * training runs once, with success or not; only if its parameters were refused before it began, they
- * may be set again. */
+ * training runs once, with success or not; only if its parameters were refused before it began,
+ * they may be set again. */
 SYLVORA_C_API int sylvora_training_run(sylvora_training* training, sylvora_model** out);
 /* What was recorded, also after a failed run: metric number i, from 0, as its set, its name and its
  * value by round, which the training owns. Returns -1 without an error text past the last one. */
@@ -212,12 +221,12 @@ SYLVORA_C_API int sylvora_probabilities(const char* loss, const double* scores, 
                                         double* probabilities);
 
 typedef struct sylvora_model_facts {
-    size_t size;          /* sizeof(sylvora_model_facts), set by the caller */
+    size_t size; /* sizeof(sylvora_model_facts), set by the caller */
     int64_t num_columns;
-    int64_t num_classes;  /* 0 for regression */
-    int64_t num_groups;   /* rounds, and the start value if there is one */
+    int64_t num_classes; /* 0 for regression */
+    int64_t num_groups;  /* rounds, and the start value if there is one */
     int64_t num_trees;
-    const char* type;     /* GBDT, ...; owned by the model, as the texts below */
+    const char* type; /* GBDT, ...; owned by the model, as the texts below */
     const char* loss;
 } sylvora_model_facts;
 

@@ -183,12 +183,12 @@ int sylvora::CheckLossParameters(const CheckCfgCLS& c) {
 int CheckCfgCLS::CheckCfg() {
     return sylvora::Guarded([&] {
         fQID = modelType == "GBRank";
-        const bool fValid =
-            CheckTreeCount(*this) == 0 && CheckTask(*this) == 0 && ChooseLoss(*this) == 0 &&
-            CheckBoostedLoss(*this) == 0 && CheckRanges(*this) == 0 && CheckThreads(*this) == 0 &&
-            CheckRandomMode(*this) == 0 && CheckDigits(*this) == 0 &&
-            sylvora::CheckAbsent(*this) == 0 && sylvora::CheckLossParameters(*this) == 0 &&
-            CheckEvaluation(*this) == 0;
+        const bool fValid = CheckTreeCount(*this) == 0 && CheckTask(*this) == 0 &&
+                            ChooseLoss(*this) == 0 && CheckBoostedLoss(*this) == 0 &&
+                            CheckRanges(*this) == 0 && CheckThreads(*this) == 0 &&
+                            CheckRandomMode(*this) == 0 && CheckDigits(*this) == 0 &&
+                            sylvora::CheckAbsent(*this) == 0 &&
+                            sylvora::CheckLossParameters(*this) == 0 && CheckEvaluation(*this) == 0;
         return fValid ? 0 : -1;
     });
 }

@@ -61,7 +61,7 @@ std::string ExactText(double value) {
 }
 
 std::string Block::Missing() const {
-    const std::string number = std::isnan(block.missing) ? "" : ExactText(block.missing);
+    std::string number = std::isnan(block.missing) ? "" : ExactText(block.missing);
     if (!block.fNanMissing) return number;
     return number.empty() ? "nan" : "nan " + number;
 }

@@ -23,7 +23,7 @@ namespace sylvora::c {
 void DeriveTexts(sylvora_model& model) {
     model.settingV.clear();
     for (const auto& [parameter, value] : model.description.settingV) {
-        model.settingV.push_back(parameter + "=" + value);
+        model.settingV.push_back(Text(parameter, "=", value));
     }
     model.bestRound = Text(model.description.bestRound);
 }
