@@ -200,20 +200,6 @@ int CheckSample(const TreeLearner& learner) {
     return RefuseSample(learner.valSmpRt, numQueries, "queries");
 }
 
-// The library checks the labels of LogLoss, too, but does not know the file.
-int CheckTwoClasses(const CheckCfgCLS& cfg, const TreeLearner& learner) {
-    bool fLow = false;
-    for (int i = 0; cfg.lossFunc == "LogLoss" && i < learner.sampleSize; ++i) {
-        const double label = MapLabel(learner.tranMap, learner.labelV[i]);
-        fLow = fLow || label == -1.0;
-        if (label == 1.0 || label == (fLow ? -1.0 : 0.0)) continue;
-        return Fail("ERROR: fileTrain ", cfg.fileTrain, ": label ", label,
-                    ": LogLoss needs labels -1 and 1, or 0 and 1; labelTran can map labels to "
-                    "them\n");
-    }
-    return 0;
-}
-
 int CheckClasses(const CheckCfgCLS& cfg, const TreeLearner& learner) {
     for (int i = 0; cfg.fRegCls == "CLS" && i < learner.sampleSize; ++i) {
         const double label = MapLabel(learner.tranMap, learner.labelV[i]);
@@ -228,8 +214,7 @@ int CheckClasses(const CheckCfgCLS& cfg, const TreeLearner& learner) {
 int Grow(const CheckCfgCLS& cfg, TreeLearner& learner) {
     // Needs the training data, whose number of classes bounds the labels of the map.
     if (ReadLabelMap(cfg.fileTran, learner) != 0) return -1;
-    if (CheckClasses(cfg, learner) != 0 || CheckTwoClasses(cfg, learner) != 0 ||
-        CheckSample(learner) != 0 || learner.ParamInit() != 0)
+    if (CheckClasses(cfg, learner) != 0 || CheckSample(learner) != 0 || learner.ParamInit() != 0)
         return -1;
     // Without a table, only the metric that stops the run is worth its time.
     if (cfg.earlyStop > 0 && cfg.evalEvery == 0) {

@@ -4,6 +4,8 @@
 
 #include <memory>
 #include <mutex>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "base/WorkerPool.h"
@@ -13,6 +15,19 @@
 #include "engine/train/lists/ColumnOrders.h"
 
 namespace sylvora {
+
+// The "mean" of a column after one more of its `numRows` values. Deliberately divided after every
+// value, not once at the end: existing models have it that way. The order of rows is part of the
+// result.
+inline double NextMean(double mean, double value, int numRows) {
+    return (mean + value) / numRows;
+}
+
+// The means of all columns, or why there are none, as a sentence.
+struct ColumnMeans {
+    std::vector<double> meanV;
+    std::string fault;
+};
 
 // Codes are made by the first training that asks for them, with the workers of its pool; others
 // that need the same meanwhile wait. Thread-safe.
@@ -31,12 +46,18 @@ class CodedData {
                                                         WorkerPool& pool) const;
     std::shared_ptr<const engine::ColumnOrders> Orders(engine::ColumnOrders::Form form,
                                                        WorkerPool& pool) const;
+    // A value that is infinite, or a mean that overflows, is a fault: no model could be written
+    // with it. Throws std::bad_alloc.
+    std::shared_ptr<const ColumnMeans> Means() const;
 
   private:
+    static ColumnMeans MeansOf(const engine::Matrix& matrix);
+
     const engine::Matrix values;
     const std::shared_ptr<const CodedData> whole;  // null: this is no subset
     const std::shared_ptr<const std::vector<int>> rowsOfWholeV;
-    mutable std::mutex mutex;  // guards the codes
+    mutable std::mutex mutex;  // guards what is made on demand
+    mutable std::shared_ptr<const ColumnMeans> means;
     mutable std::shared_ptr<const engine::BinnedColumns> binned;
     mutable std::shared_ptr<const engine::ColumnOrders> lists, ranks;
 };

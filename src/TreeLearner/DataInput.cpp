@@ -84,19 +84,14 @@ class TreeLearner::Intake {
     int Store(int type, int numData, const VecInt& q, Fill fill);
     // Copies labels and rows into the set's members, and frees each vector of `f` on the way.
     int CopyRows(const SetPlace& place, const VecDle& l, VecVecDle& f);
-    // Adds a row to the means. Deliberately divides after every row, not once at the end; see
-    // DataInput in the header. The order of rows is part of the result.
     void AddToMean(const double* row) {
-        for (int j = 0; j < learner.dimFea; ++j) AddToMean(j, row[j]);
+        for (int j = 0; j < learner.dimFea; ++j) {
+            double& mean = learner.featureMean[j];
+            mean = sylvora::NextMean(mean, row[j], learner.sampleSize);
+        }
     }
-    // The same for the values of a data set. Refuses those whose mean is not finite: a model could
-    // not be written with it.
-    int AddToMeans(const sylvora::engine::Matrix& values);
 
   private:
-    void AddToMean(int column, double value) {
-        learner.featureMean[column] = (learner.featureMean[column] + value) / learner.sampleSize;
-    }
     SetPlace ClearPlace(int type);
     int Finish(const SetPlace& place, const VecInt& q);
     void CountClasses();
@@ -172,6 +167,8 @@ int TreeLearner::DataBorrow(std::shared_ptr<const sylvora::DataSet> set, const d
             return Fail("ERROR: The label of row ", wrong - labels, " is ", *wrong,
                         ": labels must be finite numbers!\n");
         }
+        const auto means = set->Shared()->Means();
+        if (!means->fault.empty()) return Fail("ERROR: ", means->fault, "!\n");
         dimFea = set->NumColumns();
         Intake intake(*this);
         return intake.Store(kTraining, numRows,
@@ -181,7 +178,8 @@ int TreeLearner::DataBorrow(std::shared_ptr<const sylvora::DataSet> set, const d
                                     return -1;
                                 std::copy_n(labels, numRows, place.labels);
                                 borrowed = set;
-                                return intake.AddToMeans(set->Shared()->Values());
+                                std::copy(means->meanV.begin(), means->meanV.end(), featureMean);
+                                return 0;
                             });
     });
 }
@@ -263,25 +261,6 @@ int TreeLearner::Intake::CopyRows(const SetPlace& place, const VecDle& l, VecVec
     for (size_t i = 0; i < f.size(); ++i) {
         if (MoveRow(f[i], place.rows[i], place.rowName) != 0) return -1;
         if (place.fTraining) AddToMean(place.rows[i]);
-    }
-    return 0;
-}
-
-// Column by column: the sums of different columns do not depend on each other.
-int TreeLearner::Intake::AddToMeans(const sylvora::engine::Matrix& values) {
-    for (int j = 0; j < learner.dimFea; ++j) {
-        int firstInfinite = -1;
-        values.ForColumn(j, [&](int row, double value) {
-            AddToMean(j, value);
-            if (firstInfinite < 0 && !std::isfinite(value)) firstInfinite = row;
-        });
-        if (firstInfinite >= 0) {
-            return Fail("ERROR: The value of row ", firstInfinite, ", column ", j,
-                        " is infinite: training needs finite values!\n");
-        }
-        if (std::isfinite(learner.featureMean[j])) continue;
-        return Fail("ERROR: The values of column ", j,
-                    " are too large to be added up; scale them down!\n");
     }
     return 0;
 }

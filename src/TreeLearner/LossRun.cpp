@@ -62,6 +62,8 @@ int TreeLearner::LossRun::CheckLabels() const {
 int TreeLearner::LossRun::CheckClasses() const {
     const double* const begin = learner.labelTrV;
     const double* const end = begin + learner.sampleSize;
+    const std::string& file = learner.CfgInfo.fileTrain;
+    const std::string place = file.empty() ? "" : sylvora::Text("fileTrain ", file, ": ");
     const char remedy[] =
         "the loss \"LogLoss\" needs labels -1 and 1, or 0 and 1, and both of them; a label map "
         "(labelTran) can rename them!\n";
@@ -73,10 +75,11 @@ int TreeLearner::LossRun::CheckClasses() const {
     if (wrong != end) {
         const std::string earlier =
             low < 0 && wrong != other ? sylvora::Text(", row ", other - begin, " has -1") : "";
-        return Fail("ERROR: Row ", wrong - begin, " has the label ", *wrong, earlier, ": ", remedy);
+        return Fail("ERROR: ", place, "Row ", wrong - begin, " has the label ", *wrong, earlier,
+                    ": ", remedy);
     }
     if (other != end && std::find(begin, end, 1.0) != end) return 0;
-    return Fail("ERROR: All rows have the label ", *begin, ": ", remedy);
+    return Fail("ERROR: ", place, "All rows have the label ", *begin, ": ", remedy);
 }
 
 int TreeLearner::LossRun::CheckOptions() const {

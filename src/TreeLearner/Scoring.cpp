@@ -24,6 +24,7 @@ using sylvora::Vote;
 using sylvora::WalkedLeaves;
 using sylvora::engine::CompiledEnsemble;
 using sylvora::engine::RowLeaves;
+using sylvora::engine::RowTable;
 
 namespace {
 
@@ -57,6 +58,32 @@ int ScoreRow(const TreeLearner& learner, const CompiledEnsemble* compiled, doubl
     } else {
         score.result = sylvora::engine::ScoreRow(*compiled, line, score.fullResult);
     }
+    return 0;
+}
+
+// Scores all rows into `results`, which a failure half way leaves as they were. Returns 0, or -1
+// after a message. Throws std::bad_alloc.
+int ScoreAll(const TreeLearner& learner, const CompiledEnsemble* compiled, const RowTable& rows,
+             double* results, int maxThreads) {
+    if (compiled != nullptr && rows.numRows >= kFewRows &&
+        learner.numClass <= sylvora::kFewClasses) {
+        sylvora::engine::ScoreRows(*compiled, rows, results, maxThreads);
+        return 0;
+    }
+    VecDle scoreV(rows.numRows), readV(rows.block != nullptr ? rows.stride : 0);
+    for (size_t i = 0; i < rows.numRows; ++i) {
+        double* line = readV.data();
+        if (rows.block != nullptr) {
+            const int row = static_cast<int>(i);
+            rows.block->ReadRows(row, row + 1, static_cast<int>(rows.stride), line);
+        } else {
+            line = const_cast<double*>(rows.Row(i));  // safe: scoring only reads the row
+        }
+        RowScore score = {0.0, nullptr, false};
+        if (ScoreRow(learner, compiled, line, score) != 0) return -1;
+        scoreV[i] = score.result;
+    }
+    std::copy(scoreV.begin(), scoreV.end(), results);
     return 0;
 }
 
@@ -116,24 +143,9 @@ int TreeLearner::OnlineTestingBatch(const sylvora::DataBlock& block, double* res
         const sylvora::BlockReader reader(block);
         fault = reader.RefusedValue();
         if (!fault.empty()) return Fail("ERROR: The data block ", fault, "!\n");
-        const size_t width = static_cast<size_t>(numNeeded);
-        const size_t numRows = static_cast<size_t>(block.numRows);
-        const CompiledEnsemble* compiled = Compiled();
-        if (compiled != nullptr && numClass <= sylvora::kFewClasses) {
-            sylvora::engine::ScoreRows(*compiled, {nullptr, numRows, width, &reader}, results,
-                                       maxThreads);
-            return 0;
-        }
-        std::vector<double> scoreV(numRows), row(width);
-        for (size_t i = 0; i < numRows; ++i) {
-            const int at = static_cast<int>(i);
-            reader.ReadRows(at, at + 1, static_cast<int>(width), row.data());
-            RowScore score = {0.0, nullptr, false};
-            if (ScoreRow(*this, compiled, row.data(), score) != 0) return -1;
-            scoreV[i] = score.result;
-        }
-        std::copy(scoreV.begin(), scoreV.end(), results);
-        return 0;
+        const RowTable rows = {nullptr, static_cast<size_t>(block.numRows),
+                               static_cast<size_t>(numNeeded), &reader};
+        return ScoreAll(*this, Compiled(), rows, results, maxThreads);
     });
 }
 
@@ -148,20 +160,6 @@ int TreeLearner::OnlineTestingBatch(const double* rows, size_t n, size_t stride,
         return Fail("ERROR: ", n, " rows of ", stride, " values cannot be in memory!\n");
     }
     return sylvora::Guarded([&] {
-        const CompiledEnsemble* compiled = Compiled();
-        if (compiled != nullptr && n >= kFewRows && numClass <= sylvora::kFewClasses) {
-            sylvora::engine::ScoreRows(*compiled, {rows, n, stride}, results, maxThreads);
-            return 0;
-        }
-        std::vector<double> scoreV(n);  // a failure half way must leave `results` as it was
-        for (size_t i = 0; i < n; ++i) {
-            RowScore score = {0.0, nullptr, false};
-            // Safe: scoring only reads the row.
-            double* row = const_cast<double*>(rows) + i * stride;
-            if (ScoreRow(*this, compiled, row, score) != 0) return -1;
-            scoreV[i] = score.result;
-        }
-        std::copy(scoreV.begin(), scoreV.end(), results);
-        return 0;
+        return ScoreAll(*this, Compiled(), {rows, n, stride}, results, maxThreads);
     });
 }

@@ -43,10 +43,10 @@ TEST(Residuals, QuantilesOfFewValues) {
 TEST(Residuals, QuantilesEqualTheDefinition) {
     std::mt19937 random(3);
     std::normal_distribution<double> normal;
-    for (int trial = 0; trial < 400; ++trial) {
-        const int most = trial % 10 == 0 ? 30000 : trial % 10 == 1 ? 9000 : 40;
+    for (int sample = 0; sample < 400; ++sample) {
+        const int most = sample % 10 == 0 ? 30000 : sample % 10 == 1 ? 9000 : 40;
         const int count = 1 + static_cast<int>(random() % static_cast<unsigned>(most));
-        const int kind = trial / 10 % 5;
+        const int kind = sample / 10 % 5;
         VecDle values;
         VecInt weights;
         for (int i = 0; i < count; ++i) {
@@ -57,8 +57,8 @@ TEST(Residuals, QuantilesEqualTheDefinition) {
                              : kind == 2 ? i
                              : kind == 3 ? (i % 29 == 0 ? value : 0)
                                          : (i < count / 2 ? -1 : 1));
-            if (trial % 3 == 0) weights.push_back(1 + static_cast<int>(random() % 3));
-            if (trial % 6 == 0 && i % 50 == 0) weights.back() = 10000;
+            if (sample % 3 == 0) weights.push_back(1 + static_cast<int>(random() % 3));
+            if (sample % 6 == 0 && i % 50 == 0) weights.back() = 10000;
         }
         std::vector<WeightedRow> rows;
         for (size_t i = 0; i < values.size(); ++i) {
@@ -66,7 +66,7 @@ TEST(Residuals, QuantilesEqualTheDefinition) {
         }
         for (const double q : {0.5, 0.25, 0.1, 0.9, 0.001, 0.9999, 1.0 / 3}) {
             ASSERT_EQ(Quantile(values, q, weights), NodeRules::Quantile(rows, q))
-                << "trial " << trial << ", " << count << " values, q " << q;
+                << "sample " << sample << ", " << count << " values, q " << q;
         }
         sylvora::QuantileBuffers buffers;
         const int* const weightV = weights.empty() ? nullptr : weights.data();

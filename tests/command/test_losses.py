@@ -80,7 +80,8 @@ class Outliers(Workbench):
 class Errors(Workbench):
     def test_labels_and_parameters(self):
         self.write("model.txt", OLD)
-        self.fail_with("fileTrain train.txt: label 2: LogLoss needs labels -1 and 1, or 0 and 1",
+        self.fail_with('fileTrain train.txt: Row 2 has the label 2: the loss "LogLoss" needs labels '
+                       '-1 and 1, or 0 and 1',
                        "-lossFunc", "LogLoss")
         self.write("train.txt", data_lines([1] * 9))
         self.fail_with("All rows have the label 1", "-lossFunc", "LogLoss")
@@ -93,7 +94,7 @@ class Errors(Workbench):
 
     def test_a_label_map_makes_classes(self):
         self.write("train.txt", data_lines([3, 7] * 20))
-        self.fail_with("fileTrain train.txt: label 3", "-lossFunc", "LogLoss")
+        self.fail_with("fileTrain train.txt: Row 0 has the label 3", "-lossFunc", "LogLoss")
         self.write("map.txt", ["3 0", "7 1"])
         self.model("-lossFunc", "LogLoss", "-labelTran", "map.txt")
 

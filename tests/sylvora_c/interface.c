@@ -30,6 +30,7 @@ static void fill(void) {
         for (j = 0; j < COLUMNS; ++j) {
             state = state * 1664525u + 1013904223u;
             x[i][j] = (double)(state >> 8) / (1 << 24);
+            if (x[i][j] < 0.1) x[i][j] = 0.0; /* left out of sparse rows */
         }
         y[i] = x[i][0] * 3 + (x[i][1] > 0.5) + x[i][2] * x[i][3];
         classes[i] = y[i] > 2.2;
@@ -81,6 +82,14 @@ static void expect_same(const sylvora_model* a, const sylvora_model* b, int line
     free(other);
 }
 
+static void expect_same_scores(const sylvora_model* a, const sylvora_model* b, int line) {
+    const sylvora_block block = block_of(ROWS);
+    double one[ROWS], other[ROWS];
+    EXPECT(sylvora_model_score(a, &block, one, 1) == 0);
+    EXPECT(sylvora_model_score(b, &block, other, 2) == 0);
+    expect(memcmp(one, other, sizeof one) == 0, "the scores agree", line);
+}
+
 static int square(void* context, int round, int64_t num_rows, const double* labels,
                   const double* scores, double* gradients, double* hessians) {
     int64_t i;
@@ -88,6 +97,18 @@ static int square(void* context, int round, int64_t num_rows, const double* labe
     EXPECT(round == *(int*)context && num_rows == ROWS && hessians == NULL);
     for (i = 0; i < num_rows; ++i) gradients[i] = labels[i] - scores[i];
     return 0;
+}
+
+/* The gradients of Square, with second derivatives that make a node's value their mean. */
+static int square_with_hessians(void* context, int round, int64_t num_rows, const double* labels,
+                                const double* scores, double* gradients, double* hessians) {
+    int64_t i;
+    EXPECT(hessians != NULL);
+    for (i = 0; i < num_rows; ++i) {
+        gradients[i] = labels[i] - scores[i];
+        hessians[i] = 1.0;
+    }
+    return round == *(int*)context ? 7 : 0;
 }
 
 static int keep_ten(void* context, int done, int total) {
@@ -114,6 +135,23 @@ static void test_objective_and_progress(const sylvora_dataset* data, const sylvo
     sylvora_training_free(training);
     sylvora_model_free(user);
 
+    /* One group more: the start value. A status other than 0 ends the run. */
+    calls = 3;
+    training = training_on(data, y, "USER");
+    EXPECT(sylvora_training_objective(training, square_with_hessians, &calls, 1) == 0);
+    EXPECT_ERROR(sylvora_training_run(training, &user), "round 3 with status 7");
+    sylvora_training_free(training);
+    calls = 0;
+    training = training_on(data, y, "USER");
+    EXPECT(sylvora_training_objective(training, square_with_hessians, &calls, 1) == 0);
+    EXPECT(sylvora_training_start(training, 0.0) == 0);
+    EXPECT_ERROR(sylvora_training_start(training, NAN), "finite");
+    EXPECT(sylvora_training_run(training, &user) == 0);
+    EXPECT(sylvora_model_facts_of(user, &facts) == 0 && facts.num_groups == 31);
+    expect_same_scores(model, user, __LINE__);
+    sylvora_training_free(training);
+    sylvora_model_free(user);
+
     training = training_on(data, y, "Square");
     EXPECT(sylvora_training_on_progress(training, keep_ten, &answer) == 0);
     EXPECT(sylvora_training_run(training, &user) == 0);
@@ -130,6 +168,53 @@ static void test_objective_and_progress(const sylvora_dataset* data, const sylvo
     EXPECT_ERROR(sylvora_training_run(training, &user), "stopped after 10 of 30");
     EXPECT(user == NULL && messages == 1);
     sylvora_training_free(training);
+}
+
+/* The same values as CSR, and weights of 1: both give the model of the dense block. */
+static void test_sparse_and_weights(const sylvora_dataset* data, const sylvora_model* model) {
+    static float values[ROWS * COLUMNS];
+    static int32_t indices[ROWS * COLUMNS];
+    static int64_t begins[ROWS + 1];
+    int32_t weights[ROWS];
+    sylvora_block block = SYLVORA_BLOCK;
+    sylvora_dataset* sparse = NULL;
+    sylvora_training* training;
+    sylvora_model* other = NULL;
+    int i, j;
+    for (i = 0; i < ROWS; ++i) {
+        weights[i] = 1;
+        begins[i + 1] = begins[i];
+        for (j = 0; j < COLUMNS; ++j) {
+            if (x[i][j] == 0.0) continue;
+            values[begins[i + 1]] = (float)x[i][j];
+            indices[begins[i + 1]++] = j;
+        }
+    }
+    block.layout = SYLVORA_SPARSE_ROWS;
+    block.type = SYLVORA_FLOAT32;
+    block.num_rows = ROWS;
+    block.num_columns = COLUMNS;
+    block.values = values;
+    block.begins = begins;
+    block.long_begins = 1;
+    block.indices = indices;
+    EXPECT(sylvora_dataset_new(&block, &sparse) == 0);
+    training = training_on(sparse, y, "Square");
+    EXPECT(sylvora_training_weights(training, weights, ROWS) == 0);
+    EXPECT(sylvora_training_run(training, &other) == 0);
+    expect_same(model, other, __LINE__);
+    sylvora_training_free(training);
+    sylvora_model_free(other);
+    sylvora_dataset_free(sparse);
+    indices[1] = indices[0];
+    EXPECT_ERROR(sylvora_dataset_new(&block, &sparse), "ascend");
+    for (i = 0; i < ROWS; ++i) weights[i] = i % 3;
+    training = training_on(data, y, "Square");
+    EXPECT(sylvora_training_weights(training, weights, ROWS) == 0);
+    EXPECT(sylvora_training_run(training, &other) == 0);
+    EXPECT_ERROR(sylvora_training_weights(training, weights, 3), "3 weights");
+    sylvora_training_free(training);
+    sylvora_model_free(other);
 }
 
 static void test_evaluation(const sylvora_dataset* data) {
@@ -353,6 +438,7 @@ int main(void) {
     sylvora_training_free(training);
     sylvora_model_free(other);
     test_objective_and_progress(data, model);
+    test_sparse_and_weights(data, model);
     test_evaluation(data);
     test_models(model);
     test_model_types(data);
