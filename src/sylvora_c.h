@@ -39,7 +39,7 @@ extern "C" {
 /* The version of this interface that a program was compiled for. A library takes programs of the
  * same SYLVORA_C_MAJOR and the same or a lower SYLVORA_C_MINOR. */
 #define SYLVORA_C_MAJOR 0
-#define SYLVORA_C_MINOR 1
+#define SYLVORA_C_MINOR 2
 
 /* Returns 0 if the library takes programs of this version. */
 SYLVORA_C_API int sylvora_check_version(int major, int minor);
@@ -48,6 +48,8 @@ SYLVORA_C_API const char* sylvora_version(void);
 /* The text of the last error of the calling thread: one line or more, without a final line feed;
  * empty before any. Valid until the thread's next call of the library. */
 SYLVORA_C_API const char* sylvora_error(void);
+/* Whether the last error of the calling thread was that memory ran out. */
+SYLVORA_C_API int sylvora_out_of_memory(void);
 
 /* ---- Data ---------------------------------------------------------------------------------- */
 
@@ -167,6 +169,14 @@ SYLVORA_C_API int sylvora_training_evaluate(sylvora_training* training, const ch
 /* Adds a metric to record for every set: rmse, mae, pinball, logloss, auc, accuracy, ndcg@K, pairs.
  * Without any, those that suit the loss are recorded. */
 SYLVORA_C_API int sylvora_training_metric(sylvora_training* training, const char* metric);
+/* A metric of the program's own: sets *value for the scores of a set after a round. Called by the
+ * thread that trains. Returns 0 to go on. */
+typedef int (*sylvora_metric)(void* context, const char* set, int64_t num_rows,
+                              const double* labels, const double* scores, double* value);
+/* Adds it under a name that no other metric has, beside those of sylvora_training_metric. */
+SYLVORA_C_API int sylvora_training_user_metric(sylvora_training* training, const char* name,
+                                               sylvora_metric function, void* context,
+                                               int larger_is_better);
 /* The set and the metric that decide about the parameter earlyStop; null: the last set, the metric
  * that suits the loss. */
 SYLVORA_C_API int sylvora_training_stop_rule(sylvora_training* training, const char* set,
@@ -180,11 +190,14 @@ SYLVORA_C_API int sylvora_training_on_message(sylvora_training* training, sylvor
  * training runs once, with success or not; only if its parameters were refused before it began,
  * they may be set again. */
 SYLVORA_C_API int sylvora_training_run(sylvora_training* training, sylvora_model** out);
-/* What was recorded, also after a failed run: metric number i, from 0, as its set, its name and its
- * value by round, which the training owns. Returns -1 without an error text past the last one. */
+/* What was recorded, also after a failed run, and in a progress function of this training so far:
+ * metric number i, from 0, as its set, its name and its value by round, which the training owns and
+ * keeps in place until its next round. Returns -1 without an error text past the last one. */
 SYLVORA_C_API int sylvora_training_record(const sylvora_training* training, int i, const char** set,
                                           const char** metric, const double** values,
                                           int64_t* num_values);
+/* In a progress function of this training: a copy of the model so far, which is the caller's. */
+SYLVORA_C_API int sylvora_training_snapshot(sylvora_training* training, sylvora_model** out);
 /* The best round of earlyStop, counted from 1; 0: it was not set. */
 SYLVORA_C_API int sylvora_training_best_round(const sylvora_training* training);
 /* Whether earlyStop ended the training before its last round. */
@@ -214,6 +227,24 @@ SYLVORA_C_API int sylvora_model_score(const sylvora_model* model, const sylvora_
 /* Scores one row of doubles, in which NaN is missing. Allocates nothing, unless there is a NaN. */
 SYLVORA_C_API int sylvora_model_score_row(const sylvora_model* model, const double* row,
                                           int64_t num_values, double* score);
+
+/* Adds the outputs of the groups [first, end) of a regression to scores[0, num_rows), in order. From
+ * scores of 0 and over all groups, in one call or in several, this gives the scores of
+ * sylvora_model_score bit for bit. */
+SYLVORA_C_API int sylvora_model_add_groups(const sylvora_model* model, const sylvora_block* block,
+                                           int64_t first, int64_t end, double* scores,
+                                           int max_threads);
+/* The leaf that each row reaches in each tree, as a node number of sylvora_model_tree, into
+ * leaves[row * num_trees + tree]; num_trees is that of the model. */
+SYLVORA_C_API int sylvora_model_leaves(const sylvora_model* model, const sylvora_block* block,
+                                       int32_t* leaves, int max_threads);
+/* For a classification: the share of all trees that vote for each class, into
+ * shares[row * num_classes + class]. */
+SYLVORA_C_API int sylvora_model_votes(const sylvora_model* model, const sylvora_block* block,
+                                      double* shares, int max_threads);
+/* Keeps the first num_groups groups, at least one, and drops the others; bestRound of the
+ * description stays. */
+SYLVORA_C_API int sylvora_model_cut(sylvora_model* model, int64_t num_groups);
 
 /* The probability of the larger of two labels at each score of a model with this loss, for LogLoss,
  * Logistic and Exponential. `probabilities` may be `scores`. */
