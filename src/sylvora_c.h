@@ -228,8 +228,8 @@ SYLVORA_C_API int sylvora_model_score(const sylvora_model* model, const sylvora_
 SYLVORA_C_API int sylvora_model_score_row(const sylvora_model* model, const double* row,
                                           int64_t num_values, double* score);
 
-/* Adds the outputs of the groups [first, end) of a regression to scores[0, num_rows), in order. From
- * scores of 0 and over all groups, in one call or in several, this gives the scores of
+/* Adds the outputs of the groups [first, end) of a regression to scores[0, num_rows), in order.
+ * From scores of 0 and over all groups, in one call or in several, this gives the scores of
  * sylvora_model_score bit for bit. */
 SYLVORA_C_API int sylvora_model_add_groups(const sylvora_model* model, const sylvora_block* block,
                                            int64_t first, int64_t end, double* scores,
