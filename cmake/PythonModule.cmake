@@ -1,5 +1,7 @@
-# Builds the Python module for each interpreter: python/<major.minor>/sylvora<suffix>, which
-# contains the library.
+# Builds Python's `sylvora` for each interpreter, in python/<major.minor>/. CPython 3.9 and later get
+# the package: sylvora/ with links to the sources of python/sylvora and the extension module
+# _core<suffix>, which contains the library; from 3.11 on it uses the stable ABI. CPython 2.7 and
+# 3.8 get the older module, the file sylvora<suffix>.
 #
 # Configuring fails if an interpreter that SYLVORA_PYTHONS names is not usable. If the variable is
 # empty, the default interpreters are used if present.
@@ -42,25 +44,58 @@ function(sylvora_python_obstacle answer obstacle)
     endif()
 endfunction()
 
-# Adds the target `module` for the interpreter with this answer, built in <folder>/<major.minor>.
-function(sylvora_define_module module answer folder)
-    list(GET answer 0 version)
+# Compiles and links `module`, an extension module, for the interpreter with this answer.
+function(sylvora_module_settings module answer)
     list(GET answer 1 include)
-    list(GET answer 2 suffix)
-    add_library(${module} MODULE ${module_sources})
-    set_target_properties(${module} PROPERTIES
-        PREFIX "" OUTPUT_NAME sylvora SUFFIX "${suffix}"
-        LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/${folder}/${version})
-    target_include_directories(${module} PRIVATE ${PROJECT_SOURCE_DIR}/src)
+    target_include_directories(${module} PRIVATE ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/binding)
     target_include_directories(${module} SYSTEM PRIVATE ${include})
     target_link_libraries(${module} PRIVATE sylvora_static)
     sylvora_own_code(${module})
 endfunction()
 
+# Adds the target `module`, the older module for the interpreter with this answer, in
+# <folder>/<major.minor>.
+function(sylvora_define_module module answer folder)
+    list(GET answer 0 version)
+    list(GET answer 2 suffix)
+    add_library(${module} MODULE ${handle_sources} ${PROJECT_SOURCE_DIR}/binding/Module.cpp)
+    set_target_properties(${module} PROPERTIES
+        PREFIX "" OUTPUT_NAME sylvora SUFFIX "${suffix}"
+        LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/${folder}/${version})
+    sylvora_module_settings(${module} "${answer}")
+endfunction()
+
+# Adds the target `module`, the package's extension module, in python/<major.minor>/sylvora, and
+# puts links to the package's sources beside it.
+function(sylvora_define_package module answer)
+    list(GET answer 0 version)
+    list(GET answer 2 suffix)
+    add_library(${module} MODULE ${handle_sources} ${core_sources})
+    if(version VERSION_GREATER_EQUAL 3.11)
+        set(suffix .abi3.so)
+        target_compile_definitions(${module} PRIVATE Py_LIMITED_API=0x030B0000)
+    endif()
+    set(folder ${PROJECT_BINARY_DIR}/python/${version}/sylvora)
+    set_target_properties(${module} PROPERTIES
+        PREFIX "" OUTPUT_NAME _core SUFFIX "${suffix}" LIBRARY_OUTPUT_DIRECTORY ${folder})
+    sylvora_module_settings(${module} "${answer}")
+    foreach(file IN LISTS package_files)
+        cmake_path(RELATIVE_PATH file BASE_DIRECTORY ${PROJECT_SOURCE_DIR}/python/sylvora
+            OUTPUT_VARIABLE name)
+        cmake_path(GET name PARENT_PATH parent)
+        file(MAKE_DIRECTORY ${folder}/${parent})
+        file(CREATE_LINK ${file} ${folder}/${name} SYMBOLIC)
+    endforeach()
+endfunction()
+
 function(sylvora_add_module answer)
     list(GET answer 0 version)
     set(module sylvora_python_${version})
-    sylvora_define_module(${module} "${answer}" python)
+    if(version VERSION_GREATER_EQUAL 3.9)
+        sylvora_define_package(${module} "${answer}")
+    else()
+        sylvora_define_module(${module} "${answer}" python)
+    endif()
     set_target_properties(${module} PROPERTIES
         LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/module.map)
     target_link_options(${module} PRIVATE
@@ -73,7 +108,11 @@ if(NOT SYLVORA_PYTHONS)
     set(interpreters /usr/bin/python3 python2.7)
 endif()
 set(SYLVORA_PYTHON_VERSIONS "")
-file(GLOB module_sources CONFIGURE_DEPENDS binding/*.cpp)
+file(GLOB handle_sources CONFIGURE_DEPENDS binding/*.cpp)
+list(FILTER handle_sources EXCLUDE REGEX "/Module\\.cpp$")
+file(GLOB core_sources CONFIGURE_DEPENDS python/core/*.cpp)
+file(GLOB_RECURSE package_files CONFIGURE_DEPENDS python/sylvora/*.py python/sylvora/*.pyi
+    python/sylvora/py.typed)
 add_custom_target(sylvora_python)
 
 foreach(interpreter IN LISTS interpreters)

@@ -16,10 +16,10 @@ ORDER = ["Libdef", "claim", "DataBlock", "RandomStream", "god", "LossFunctions",
          "engine/train", "engine/train/histogram", "engine/train/lists", "engine/score", "DataSet",
          "Node", "Tree", "Output", "Evaluation", "TrainingOptions", "ModelText",
          "TreeLearner", "sylvora_c"]
-FRONT_ENDS = ["binding", "frontend/reading", "frontend"]
+FRONT_ENDS = ["binding", "python/core", "frontend/reading", "frontend"]
 # Pairs of modules that must not include each other.
 APART = [("engine/train/histogram", "engine/train/lists"), ("engine/train", "engine/score"),
-         ("binding", "frontend")]
+         ("binding", "frontend"), ("python/core", "frontend")]
 INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"')
 
 
@@ -33,7 +33,7 @@ def module_of(path, root):
 
 def find_header(name, includer, root):
     """The file that `#include "name"` finds: next to the includer, or below src/ or frontend/."""
-    for folder in (includer.parent, root / "src", root / "frontend"):
+    for folder in (includer.parent, root / "src", root / "frontend", root / "binding"):
         header = (folder / name).resolve()
         if header.is_file():
             return header
