@@ -250,6 +250,10 @@ SYLVORA_C_API int sylvora_model_cut(sylvora_model* model, int64_t num_groups);
  * Logistic and Exponential. `probabilities` may be `scores`. */
 SYLVORA_C_API int sylvora_probabilities(const char* loss, const double* scores, int64_t num_scores,
                                         double* probabilities);
+/* The start value of LogLoss: the log-odds of the labels above 0, each counted with its weight;
+ * null: all weights are 1. Labels on one side only are an error. */
+SYLVORA_C_API int sylvora_log_odds(const double* labels, const int32_t* weights, int64_t num_labels,
+                                   double* log_odds);
 
 typedef struct sylvora_model_facts {
     size_t size; /* sizeof(sylvora_model_facts), set by the caller */

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "../Links.h"
+#include "../LossFunctions.h"
 #include "../TreeLearner/EnsembleView.h"
 #include "Call.h"
 #include "Handles.h"
@@ -168,6 +169,22 @@ int sylvora_probabilities(const char* loss, const double* scores, int64_t num_sc
             return Fail("ERROR: The loss ", loss, " has no probabilities\n");
         }
         sylvora::ProbabilitiesOf(link, scores, static_cast<size_t>(num_scores), probabilities);
+        return 0;
+    });
+}
+
+int sylvora_log_odds(const double* labels, const int32_t* weights, int64_t num_labels,
+                     double* log_odds) {
+    return Run([&] {
+        if (labels == nullptr || log_odds == nullptr) return RefuseNull("labels or log_odds");
+        if (num_labels < 0 || num_labels > INT_MAX) {
+            return Fail("ERROR: There are ", num_labels, " labels\n");
+        }
+        const double start = sylvora::LogLossStart(labels, weights, static_cast<int>(num_labels));
+        if (!std::isfinite(start)) {
+            return Fail("ERROR: Log-odds need labels above 0 and others, both with a weight\n");
+        }
+        *log_odds = start;
         return 0;
     });
 }

@@ -217,6 +217,16 @@ static void test_sparse_and_weights(const sylvora_dataset* data, const sylvora_m
     sylvora_model_free(other);
 }
 
+static void test_log_odds(void) {
+    const double labels[4] = {1, -1, 1, 1};
+    const int32_t weights[4] = {1, 3, 0, 2}, none[4] = {1, 0, 1, 1};
+    double odds = 0.0;
+    EXPECT(sylvora_log_odds(labels, NULL, 4, &odds) == 0 && fabs(odds - log(3.0)) < 1e-15);
+    EXPECT(sylvora_log_odds(labels, weights, 4, &odds) == 0 && odds == 0.0);
+    EXPECT_ERROR(sylvora_log_odds(labels, none, 4, &odds), "both");
+    EXPECT_ERROR(sylvora_log_odds(labels, NULL, 0, &odds), "both");
+}
+
 static void test_evaluation(const sylvora_dataset* data) {
     const sylvora_block block = block_of(100);
     sylvora_training* training = training_on(data, classes, "LogLoss");
@@ -439,6 +449,7 @@ int main(void) {
     sylvora_model_free(other);
     test_objective_and_progress(data, model);
     test_sparse_and_weights(data, model);
+    test_log_odds();
     test_evaluation(data);
     test_models(model);
     test_model_types(data);
