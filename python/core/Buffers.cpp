@@ -52,8 +52,8 @@ Buffer::~Buffer() {
 }
 
 void Buffer::Release() {
-    if (fTaken) PyBuffer_Release(&view);
-    fTaken = false;
+    const bool fWasTaken = std::exchange(fTaken, false);
+    if (fWasTaken) PyBuffer_Release(&view);
 }
 
 bool Buffer::Borrow(PyObject* object, const char* what, int flags) {
