@@ -64,6 +64,20 @@ class LockHold {
     const PyGILState_STATE before;
 };
 
+// Puts the current exception, if there is one, aside for its lifetime.
+class KeptException {
+  public:
+    KeptException() { PyErr_Fetch(&type, &value, &traceback); }
+    ~KeptException() { PyErr_Restore(type, value, traceback); }
+    KeptException(const KeptException&) = delete;
+    KeptException& operator=(const KeptException&) = delete;
+
+  private:
+    PyObject* type = nullptr;
+    PyObject* value = nullptr;
+    PyObject* traceback = nullptr;
+};
+
 // ---- errors
 
 // The exceptions of the module; borrowed from it.
