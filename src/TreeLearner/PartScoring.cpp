@@ -177,8 +177,8 @@ class ModelParts::Work {
     const int maxThreads;
 };
 
-// Many groups are worth the work of the compiled ensemble, which codes all features before the
-// first tree.
+// Many groups are worth the work of the compiled ensemble, which reads and codes all features
+// before the first tree.
 void ModelParts::Work::AddGroups(size_t first, size_t end, double* scores) const {
     const engine::CompiledEnsemble* const compiled = learner.Compiled();
     if (compiled == nullptr) return AddOneByOne(first, end, scores);
