@@ -220,7 +220,8 @@ void ModelParts::Work::WalkGroups(size_t first, size_t end, double* scores) cons
             for (size_t t = trees.GroupBegin(g); t < trees.groupEndV[g]; ++t) {
                 const PackedTree& tree = trees.treeV[t];
                 engine::FindLeaves(tree, piece.rowV, piece.numRows, leafV);
-                for (int i = 0; i < piece.numRows; ++i) sumV[i] += tree.nodeV[leafV[i]].avgPredict;
+                const PackedNode* const nodes = tree.nodeV.get();
+                for (int i = 0; i < piece.numRows; ++i) sumV[i] += nodes[leafV[i]].avgPredict;
             }
             const double shrink = learner.StepLengthV[g];
             const double numTrees = static_cast<double>(trees.GroupSize(g));
@@ -259,7 +260,7 @@ int ModelParts::Work::CountVotes(double* shares) const {
             const PackedTree& tree = trees.treeV[t];
             engine::FindLeaves(tree, piece.rowV, piece.numRows, leafV);
             for (int i = 0; i < piece.numRows; ++i) {
-                const size_t cls = static_cast<size_t>(tree.nodeV[leafV[i]].avgPredict);
+                const size_t cls = static_cast<size_t>(tree.nodeV.get()[leafV[i]].avgPredict);
                 rows[static_cast<size_t>(i) * numClasses + cls] += 1.0;
             }
         }

@@ -16,8 +16,8 @@ extern int num_faults;
 void expect(int holds, const char* what, int line);
 #define EXPECT(holds) expect((holds), #holds, __LINE__)
 /* The call fails, and its error has the text. */
-#define EXPECT_ERROR(call, text) expect((call) == -1 && strstr(sylvora_error(), (text)) != NULL, \
-                                        #call, __LINE__)
+#define EXPECT_ERROR(call, text) \
+    expect((call) == -1 && strstr(sylvora_error(), (text)) != NULL, #call, __LINE__)
 
 /* Fills the arrays above. Row 7 has a NaN. */
 void fill(void);
