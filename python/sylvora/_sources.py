@@ -82,7 +82,10 @@ class _Arrow:
 
     def __init__(self, data: Any, argument: str, missing: Missing) -> None:
         self.data, self.argument = data, argument
-        self.whole = Table.from_arrow(data, *missing)
+        try:
+            self.whole = Table.from_arrow(data, *missing)
+        except (TypeError, ValueError) as error:
+            raise type(error)(f"{argument}: {error}") from None
         self.names = unique(self.whole.names, argument)
         self.shape = (self.whole.num_rows, self.whole.num_columns)
 
