@@ -85,7 +85,8 @@ class _Arrow:
         try:
             self.whole = Table.from_arrow(data, *missing)
         except (TypeError, ValueError) as error:
-            raise type(error)(f"{argument}: {error}") from None
+            kind = ValueError if isinstance(error, ValueError) else TypeError
+            raise kind(f"{argument}: {error}") from None
         self.names = unique(self.whole.names, argument)
         self.shape = (self.whole.num_rows, self.whole.num_columns)
 
@@ -131,12 +132,13 @@ def _of_frame(X: Any, argument: str, refuse_missing: bool) -> Source:
     names = unique(list(X.columns), argument)
     if 0 in X.shape:
         return _Dense(np.empty(X.shape), names)
+    subject = subject_of(argument, names)
     block = _columns.block_of_frame(X)
     if block is not None:
-        return _Dense(block, names)
-    if all(getattr(dtype, "fill_value", None) == 0 for dtype in X.dtypes):
+        return _Dense(as_numbers(block, subject, ENCODE), names)
+    if getattr(X.dtypes.iloc[0], "fill_value", None) == 0 and X.dtypes.nunique() == 1:
         return _Sparse(X.sparse.to_coo().tocsc(), names)
-    columns = _columns.of_frame(X, subject_of(argument, names), refuse_missing)
+    columns = _columns.of_frame(X, subject, refuse_missing)
     return _Separate(columns, len(X), names)
 
 

@@ -116,6 +116,9 @@ def frame_forms(X):
             ('nullable', frame.astype('Float64')), ('objects', objects),
             ('nullable apart', frame.astype({'age': 'Float32', 'size': 'float32'})),
             ('sparse columns', frame.astype(pd.SparseDtype('float64', 0.0))),
+            ('float16', frame.astype(np.float16)), ('big endian', frame.astype('>f8')),
+            ('unlike sparse columns', frame.astype({'age': pd.SparseDtype('float32', 0.0),
+                                                    'size': pd.SparseDtype('float64', 0.0)})),
             ('sparse NaN', frame.astype({'size': pd.SparseDtype('float64', np.nan)}))]
 
 

@@ -111,7 +111,7 @@ class Memory(unittest.TestCase):
             forms += [('frame', frame, None), ('reordered frame', frame, names[::-1]),
                       ('rows of a frame', frame.iloc[1000:], None), ('blocks', blocks, ['b', 'a'])]
         if sparse is not None:
-            matrix = sparse.random(1000, 100000, 0.05, 'csr', np.float32, np.random.RandomState(1))
+            matrix = sparse.csr_matrix(np.ones((2000, 1000), np.float32))
             forms.append(('sparse', matrix, None))
         return forms
 
