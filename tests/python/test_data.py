@@ -7,6 +7,10 @@ import unittest
 from data_forms import (NAMES, array_forms, frame_forms, np, overlapping_rows, pd, records, score,
                         small_data, sparse, sparse_forms, train)
 
+try:
+    from arrow_producer import ArrowStream, ArrowTable, column
+except ImportError:
+    column = None
 if np is not None:
     from sylvora._data import as_table, column_names, with_names
     from sylvora._dataset import Dataset
@@ -84,6 +88,51 @@ class Forms(unittest.TestCase):
         column = self.X[:, 1:2]
         np.testing.assert_array_equal(score(train(column, self.y), column),
                                       score(train(column.copy(), self.y), column.tolist()))
+
+
+def arrow_columns(X, names=NAMES):
+    kinds = dict(zip(NAMES, 'gfgg'))
+    return [column(name, kinds[name], [None if v != v else v for v in X[:, NAMES.index(name)]])
+            for name in names]
+
+
+@unittest.skipIf(np is None or column is None, 'needs NumPy and the package')
+class Arrow(unittest.TestCase):
+
+    def setUp(self):
+        self.X, self.y = small_data()
+        self.model = train(self.X, self.y)
+        self.expected = score(self.model, self.X)
+
+    def test_forms(self):
+        for table in (ArrowTable(arrow_columns(self.X)), ArrowStream(arrow_columns(self.X)),
+                      ArrowStream(arrow_columns(self.X), chunks=[100, 150, 50])):
+            frame = as_table(table, names=NAMES, num_columns=4)
+            self.assertEqual((frame.names, frame.num_rows), (NAMES, 300))
+            np.testing.assert_array_equal(score(self.model, table), self.expected)
+            self.assertEqual(Dataset(table).feature_names, NAMES)
+            self.assertEqual(train(table, self.y).text(17, False), self.model.text(17, False))
+
+    def test_order_of_columns(self):
+        class Frame(ArrowStream):
+            def select(self, names):
+                return Frame([each for name in names for each in self.columns if each.name == name])
+
+        shuffled = arrow_columns(self.X, ['weight', 'age', 'height', 'size'])
+        frame = as_table(Frame(shuffled), names=NAMES)
+        self.assertEqual(frame.names, NAMES)
+        np.testing.assert_array_equal(score(self.model, Frame(shuffled), names=NAMES),
+                                      self.expected)
+        with self.assertRaisesRegex(ValueError, r"ArrowStream cannot .* order: \['age', 'size'"):
+            as_table(ArrowStream(shuffled), names=NAMES)
+
+    def test_faults(self):
+        for columns, kind, text in (
+                ([column('a', 'g', [1.0]), column('a', 'g', [1.0])], ValueError, 'name "a"'),
+                ([column('city', 'u', ['Ulm'])], TypeError, '^X: [Cc]olumn "city" holds text'),
+                ([column('a', 'g', [])], ValueError, r'0 sample\(s\) \(shape=\(0, 1\)\)')):
+            with self.assertRaisesRegex(kind, text):
+                as_table(ArrowTable(columns))
 
 
 @unittest.skipIf(np is None, 'needs NumPy and the package')
