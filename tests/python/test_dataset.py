@@ -1,6 +1,8 @@
 """The class Dataset: subsets, names, threads, faults."""
 import copy
 import pickle
+import subprocess
+import sys
 import threading
 import unittest
 
@@ -57,6 +59,11 @@ class Datasets(unittest.TestCase):
         self.assertIn("feature_names=['age', ", repr(self.data))
         self.assertIsNone(Dataset(self.X).feature_names)
         self.assertEqual(Dataset(records(self.X, False)).feature_names, NAMES)
+
+    def test_no_other_package_is_imported(self):
+        program = ('import sys, sylvora._dataset; X = [[1.0, None]]; sylvora._dataset.Dataset(X); '
+                   'print({"pandas", "scipy", "sklearn"} & set(sys.modules))')
+        self.assertEqual(subprocess.check_output([sys.executable, '-c', program]), b'set()\n')
 
     def test_threads_share_a_set(self):
         expected = train(self.X, self.y).text(17, False)
