@@ -150,9 +150,13 @@ class Importance(Pictures):
         self.assertEqual(labels[1], '19 further features')
 
     def test_alike_names_are_told_apart(self):
-        axes = plot.importance(Model(LONG, [1, 2]))
-        first, second = (label.get_text() for label in axes.get_yticklabels())
-        self.assertNotEqual(first, second)
+        axes = plot.importance(Model(LONG + ['$a$ and $b'] * 2, [4, 3, 2, 1]))
+        first, second, third, fourth = (label.get_text() for label in axes.get_yticklabels())
+        self.assertIn('_1_', first)
+        self.assertIn('_30_', second)
+        self.assertEqual([third, fourth], ['\\$a\\$ and \\$b [2]', '\\$a\\$ and \\$b [3]'])
+        for text, box in drawn_texts(axes):
+            self.assertTrue('.0 %' not in text or box.x1 <= axes.bbox.x1, text)
 
     def test_errors(self):
         self.assert_refused("kind='split'", plot.importance, Model(importance=None))
@@ -271,6 +275,12 @@ class Calibration(Pictures):
         np.testing.assert_allclose(points.get_xdata(), [0.2, 0.9])
         np.testing.assert_allclose(points.get_ydata(), [1 / 3.0, 1])
         self.assertEqual(axes.get_legend().get_texts()[1].get_text(), 'ECE 0.117')
+        edge = plot.calibration([0, 0.5, 1], y=[0, 0, 1], bins=2, strategy='uniform')
+        np.testing.assert_allclose(edge.lines[1].get_xdata(), [0, 0.75])
+        small = plot.calibration([0.01, 0.03] * 200, y=[0, 1] + [0] * 398)
+        self.assertLess(small.get_xlim()[1], 0.05)
+        intervals = small.collections[0].get_paths()
+        self.assertLess(max(path.vertices[:, 1].max() for path in intervals), small.get_ylim()[1])
 
     def test_all_rows_count_in_every_strategy(self):
         random = np.random.RandomState(5)
@@ -303,11 +313,12 @@ class Calibration(Pictures):
 
 
 class Trees(Pictures):
-    ROOT = (0, 2012.5, (1, -3e9, 1.0, (2, 0.25, -4.0, 2.0, 0.5), 1.25), 8.0, 1.5)
+    ROOT = (0, 2012.5, (1, -3e9, 1.0, (2, -0.25, -4.0, 2.0, 0.5), 1.25), 8.0, 1.5)
 
     def test_nodes_and_edges(self):
         source = plot.tree(Model(['year', '<b>"\\N', LONG[0]], trees=Tree(self.ROOT)), -1).source
-        for text in ['year ≤ 2012.5\n100 rows\noutput 1.5', '≤ -3e+09\nmissing: no', '≤ 0.25',
+        for text in ['year ≤ 2012.5\n100 rows\noutput 1.5',
+                     '≤ -3e+09\nmissing: no', '≤ -0.25\n96 rows',
                      'output -4\nadds -2', 'output 8\nadds +4', 'tree 8 of 9',
                      'missing values go left', 'adds 0.5 × output', LONG[0]]:
             self.assertIn(text, source)
