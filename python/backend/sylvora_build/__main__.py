@@ -7,11 +7,12 @@ FOLDER is made if it is missing. The settings KEY=VALUE are those of the package
 from __future__ import annotations
 
 import sys
+from collections.abc import Callable
 from pathlib import Path
 
-from . import build_sdist, build_wheel
+from . import Settings, build_sdist, build_wheel
 
-BUILDERS = {"wheel": build_wheel, "sdist": build_sdist}
+BUILDERS: dict[str, Callable[[str, Settings], str]] = {"wheel": build_wheel, "sdist": build_sdist}
 
 
 def main(arguments: list[str]) -> int:

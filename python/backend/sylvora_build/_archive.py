@@ -72,12 +72,11 @@ def write_sdist(path: Path, folder: str, entries: list[Entry]) -> str:
     """Writes a .tar.gz of the entries in `folder`; returns its name."""
     moment = time_of_files()
     output = io.BytesIO()
-    with gzip.GzipFile("", "wb", 9, output, mtime=moment) as stream:
-        with tarfile.open(fileobj=stream, mode="w", format=tarfile.PAX_FORMAT) as archive:
-            for entry in sorted(entries, key=lambda entry: entry.name):
-                info = tarfile.TarInfo(f"{folder}/{entry.name}")
-                info.size = len(entry.data)
-                info.mode = entry.mode & 0o777
-                info.mtime = moment
-                archive.addfile(info, io.BytesIO(entry.data))
-    return replace_file(path, output.getvalue())
+    with tarfile.open(fileobj=output, mode="w", format=tarfile.PAX_FORMAT) as archive:
+        for entry in sorted(entries, key=lambda entry: entry.name):
+            info = tarfile.TarInfo(f"{folder}/{entry.name}")
+            info.size = len(entry.data)
+            info.mode = entry.mode & 0o777
+            info.mtime = moment
+            archive.addfile(info, io.BytesIO(entry.data))
+    return replace_file(path, gzip.compress(output.getvalue(), 9, mtime=moment))

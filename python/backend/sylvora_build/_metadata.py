@@ -45,7 +45,7 @@ def version() -> str:
     found = re.search(r"^project\(sylvora\s+VERSION\s+([\d.]+)", text, re.MULTILINE)
     if not found:
         sys.exit("ERROR: CMakeLists.txt: no project(sylvora VERSION ...)")
-    return found.group(1)
+    return str(found[1])
 
 
 def base_name() -> str:
@@ -64,9 +64,9 @@ def wheel_tag() -> str:
     if sysconfig.get_platform() != "linux-x86_64":
         sys.exit(f"ERROR: sylvora is for Linux on x86-64; this is {sysconfig.get_platform()}")
     if sys.version_info >= FIRST_STABLE_ABI:
-        return "cp{}{}-abi3-linux_x86_64".format(*FIRST_STABLE_ABI)
+        return f"cp{FIRST_STABLE_ABI[0]}{FIRST_STABLE_ABI[1]}-abi3-linux_x86_64"
     abi = "cp" + str(sysconfig.get_config_var("SOABI")).split("-")[1]
-    return "cp{}{}-{}-linux_x86_64".format(*sys.version_info[:2], abi)
+    return f"cp{sys.version_info[0]}{sys.version_info[1]}-{abi}-linux_x86_64"
 
 
 def metadata_text() -> str:
@@ -84,7 +84,7 @@ def metadata_text() -> str:
         lines.append(f"Provides-Extra: {extra}")
         lines += [f'Requires-Dist: {package}; extra == "{extra}"' for package in packages]
     lines.append("Description-Content-Type: text/markdown; charset=UTF-8")
-    readme = (ROOT / project["readme"]).read_text(encoding="utf-8")
+    readme = Path(ROOT, project["readme"]).read_text(encoding="utf-8")
     return "\n".join(lines) + "\n\n" + readme
 
 
