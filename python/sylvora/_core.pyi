@@ -3,9 +3,10 @@
 # positional. Functions release the interpreter's global lock while the library works.
 from __future__ import annotations
 
+import builtins
 import os
 from collections.abc import Callable, Sequence
-from typing import Any, Optional, TypeVar
+from typing import Any, Optional, TypeVar, final
 
 # An object with the buffer protocol.
 Buffer = Any
@@ -21,6 +22,7 @@ def LoadModel(path: str | os.PathLike[str], /) -> int: ...
 def OnlineTesting(handle: int, row: list[Any], /) -> list[float]: ...
 def ReleaseModel(handle: int, /) -> None: ...
 
+@final
 class Table:
     """Borrowed values: keeps references to the buffers, never copies them (except Arrow streams of
     several chunks). Immutable. Faults raise ValueError or TypeError.
@@ -67,6 +69,7 @@ class Table:
     @classmethod
     def from_arrow(cls, data: Any, missing: Optional[float], refuse_nan: bool, /) -> Table: ...
 
+@final
 class Dataset:
     """A table that is coded once, by the first training that uses it. Thread-safe."""
 
@@ -76,6 +79,7 @@ class Dataset:
     # rows: int32
     def subset(self, rows: Buffer, /) -> Dataset: ...
 
+@final
 class Training:
     """One training. Not thread-safe; it runs once."""
 
@@ -131,9 +135,9 @@ class Model:
     loss: str
     # Raise ModelError whose text begins with the file's name; OSError if it cannot be opened.
     @classmethod
-    def read(cls: type[ModelT], path: str | os.PathLike[str], described: bool, /) -> ModelT: ...
+    def read(cls: builtins.type[ModelT], path: str | os.PathLike[str], described: bool, /) -> ModelT: ...
     @classmethod
-    def parse(cls: type[ModelT], text: Buffer, described: bool, /) -> ModelT: ...
+    def parse(cls: builtins.type[ModelT], text: Buffer, described: bool, /) -> ModelT: ...
     # The file is replaced as a whole or left as it was. OSError or ModelError.
     def write(self, path: str | os.PathLike[str], digits: int, described: bool, /) -> None: ...
     def text(self, digits: int, described: bool, /) -> bytes: ...
