@@ -3,9 +3,11 @@
 from __future__ import annotations
 
 import math
+import sys
 import warnings
 from collections.abc import Callable, Mapping, Sequence
 from dataclasses import dataclass
+from types import FrameType
 from typing import TYPE_CHECKING, Any, Optional, Union
 
 import numpy as np
@@ -233,7 +235,7 @@ class _Fit:
             self._calls.failed()
             raise
         for text in self._messages:
-            warnings.warn(text, UserWarning, stacklevel=4)
+            warnings.warn(text, UserWarning, stacklevel=_callers_level())
         return result
 
     def _receive(self, stream: int, text: str) -> None:
@@ -287,6 +289,16 @@ class _Fit:
         if number == 0:
             number = best_round(values, self.greater_is_better(metric))
         return number or None, values[number - 1] if number else None
+
+
+def _callers_level() -> int:
+    """The stacklevel, in the calling function, of the line that called the package."""
+    frame: Optional[FrameType] = sys._getframe(1)
+    level = 1
+    while frame is not None and frame.f_globals.get("__name__", "").startswith("sylvora."):
+        frame = frame.f_back
+        level += 1
+    return level
 
 
 def best_round(values: Sequence[float], larger: bool) -> int:

@@ -261,14 +261,21 @@ class EvaluationTest(unittest.TestCase):
 
     def test_notices_are_warnings(self):
         X, y = data(60)
-        X[0, 1] = -3e9  # below what missing values are read as
-        X[1, 1] = np.nan
+        params = {'model': 'tree', 'task': 'regression', 'n_estimators': 5}
         with warnings.catch_warnings(record=True) as caught:
             warnings.simplefilter('always')
-            sylvora.train({'n_estimators': 3}, X, y)
+            sylvora.train(params, X, y)
+            sylvora.cv(params, X, y, folds=2)
+        self.assertEqual(len(caught), 3)
         for warning in caught:
             self.assertIs(warning.category, UserWarning)
+            self.assertRegex(str(warning.message), '^Notice: .*only one tree.*!$')
             self.assertEqual(warning.filename, __file__)
+        with warnings.catch_warnings():
+            warnings.simplefilter('error')
+            sylvora.train(dict(params, n_estimators=1), X, y)
+            with self.assertRaises(UserWarning):
+                sylvora.train(params, X, y)
 
 
 class RefusedTest(unittest.TestCase):
