@@ -71,7 +71,11 @@ function(sylvora_define_package module answer)
     list(GET answer 0 version)
     list(GET answer 2 suffix)
     add_library(${module} MODULE ${handle_sources} ${core_sources})
-    if(version VERSION_GREATER_EQUAL 3.11)
+    # A debug interpreter has to count the module's references, too. Its headers may be links, behind
+    # which g++ finds the configuration of the other interpreter.
+    if(suffix MATCHES "cpython-[0-9]+d-")
+        target_compile_definitions(${module} PRIVATE Py_DEBUG=1)
+    elseif(version VERSION_GREATER_EQUAL 3.11)
         set(suffix .abi3.so)
         target_compile_definitions(${module} PRIVATE Py_LIMITED_API=0x030B0000)
     endif()

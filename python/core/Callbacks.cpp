@@ -38,7 +38,7 @@ int AskUser(TrainingState& state, int done, int total) {
 int CallObjective(void* context, int round, int64_t num_rows, const double* /*labels*/,
                   const double* scores, double* gradients, double* hessians) {
     TrainingState& state = *static_cast<TrainingState*>(context);
-    const LockHold locked;
+    const LockHold locked(state.fEnding);
     std::copy_n(scores, num_rows, state.scores.As<double>());
     const Reference_t answer(PyObject_CallFunction(state.objective.get(), "i", round));
     if (answer == nullptr) {
@@ -53,7 +53,7 @@ int CallObjective(void* context, int round, int64_t num_rows, const double* /*la
 int CallMetric(void* context, const char* set, int64_t num_rows, const double* /*labels*/,
                const double* scores, double* value) {
     const UserMetric& metric = *static_cast<UserMetric*>(context);
-    const LockHold locked;
+    const LockHold locked(metric.training->fEnding);
     const Reference_t name(TextOf(set));
     const Reference_t bytes(PyBytes_FromStringAndSize(
         reinterpret_cast<const char*>(scores),
@@ -77,7 +77,7 @@ int CallProgress(void* context, int done, int total) {
     if (!fUser && now - state.lastCheck < kBetweenChecks) return SYLVORA_GO_ON;
     state.lastCheck = now;
     state.numDone = done;
-    const LockHold locked;
+    const LockHold locked(state.fEnding);
     // A message that failed ends the run here.
     if (state.error[0] != nullptr) return SYLVORA_STOP;
     const int answer = fUser ? AskUser(state, done, total) : SYLVORA_GO_ON;
@@ -86,7 +86,7 @@ int CallProgress(void* context, int done, int total) {
 
 void CallMessage(void* context, int stream, const char* text) {
     TrainingState& state = *static_cast<TrainingState*>(context);
-    const LockHold locked;
+    const LockHold locked(state.fEnding);
     if (state.error[0] != nullptr) return;
     const Reference_t message(TextOf(text));
     Reference_t answer;

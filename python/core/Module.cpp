@@ -30,6 +30,7 @@ bool Fill(PyObject* module) {
 
 }  // namespace
 
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the interpreter prescribes the name.
 extern "C" SYLVORA_API PyObject* PyInit__core() {
     static PyModuleDef definition = {
         PyModuleDef_HEAD_INIT, "sylvora._core", nullptr, -1, AllFunctions(), {}, {}, {}, {}};

@@ -26,36 +26,45 @@ inline Reference_t NewReference(PyObject* borrowed) {
     return Reference_t(borrowed);
 }
 
-// While the interpreter ends, it answers another thread's wish for the lock with pthread_exit,
-// whose unwinding must not reach C++ code that does not expect it. Calls take(), and such a thread
-// waits here for the end of the process.
+// Calls take(), which takes the lock. Once the interpreter has begun to end, all threads but the
+// one that ends it must not take it any more: they wait here for the end of the process. The
+// interpreter itself would leave them with pthread_exit, whose unwinding must not reach C++ code
+// that does not expect it. `fEnding` says that the interpreter was ending when this thread last had
+// the lock.
 template <typename Take>
-auto TakeLock(const Take& take) {
+auto TakeLock(bool fEnding, const Take& take) {
     try {
+        while (!fEnding && Py_IsInitialized() == 0) pause();
         return take();
     } catch (const abi::__forced_unwind&) {
         for (;;) pause();
     }
 }
 
+inline bool IsEnding() {
+    return Py_IsInitialized() == 0;
+}
+
 // Releases the lock, which the calling thread holds, for its lifetime.
 class LockRelease {
   public:
-    LockRelease() : thread(PyEval_SaveThread()) {}
+    LockRelease() : fEnding(IsEnding()), thread(PyEval_SaveThread()) {}
     ~LockRelease() {
-        TakeLock([this] { PyEval_RestoreThread(thread); });
+        TakeLock(fEnding, [this] { PyEval_RestoreThread(thread); });
     }
     LockRelease(const LockRelease&) = delete;
     LockRelease& operator=(const LockRelease&) = delete;
 
   private:
+    const bool fEnding;
     PyThreadState* const thread;
 };
 
-// Holds the lock in any thread.
+// Holds the lock in any thread. `fEnding` says that the interpreter was ending when the call of the
+// library began.
 class LockHold {
   public:
-    LockHold() : before(TakeLock(PyGILState_Ensure)) {}
+    explicit LockHold(bool fEnding) : before(TakeLock(fEnding, PyGILState_Ensure)) {}
     ~LockHold() { PyGILState_Release(before); }
     LockHold(const LockHold&) = delete;
     LockHold& operator=(const LockHold&) = delete;

@@ -44,6 +44,7 @@ PyObject* TrainingRun(PyObject* self, PyObject* model_class) {
     }
     state.fRun = true;
     state.fRunning = true;
+    state.fEnding = IsEnding();
     state.lastCheck = std::chrono::steady_clock::now();
     sylvora_model* model = nullptr;
     const int status = RunUnlocked(state, &model);

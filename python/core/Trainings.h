@@ -37,6 +37,7 @@ struct TrainingState {
 
     bool fRun = false;  // it has begun
     bool fRunning = false;
+    bool fEnding = false;              // the interpreter was ending when the run began
     unsigned long progressThread = 0;  // the thread in which a progress function runs; 0: none
     int numDone = -1;                  // as told last to the progress function
     std::chrono::steady_clock::time_point lastCheck;  // of signals

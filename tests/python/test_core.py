@@ -896,7 +896,8 @@ def memory():
 
 
 def references():
-    return getattr(sys, 'gettotalrefcount', int)()
+    """All references, if a debug interpreter counts also those of the module."""
+    return 0 if 'abi3' in _core.__file__ else getattr(sys, 'gettotalrefcount', int)()
 
 
 if __name__ == '__main__':
