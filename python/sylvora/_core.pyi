@@ -64,7 +64,7 @@ class Table:
     ) -> Table: ...
     # Any object with __arrow_c_stream__ or __arrow_c_array__ whose elements are structs (tables,
     # record batches). Columns of other types than numbers and booleans: TypeError that names the
-    # column. Dictionary-encoded columns, too.
+    # column. Dictionary-encoded columns, too. With refuse_nan, null is a ValueError at once.
     @classmethod
     def from_arrow(cls, data: Any, missing: Optional[float], refuse_nan: bool, /) -> Table: ...
 

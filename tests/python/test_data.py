@@ -133,6 +133,10 @@ class Arrow(unittest.TestCase):
                 ([column('a', 'g', [])], ValueError, r'0 sample\(s\) \(shape=\(0, 1\)\)')):
             with self.assertRaisesRegex(kind, text):
                 as_table(ArrowTable(columns))
+        for chunks in ([3], [1, 2]):
+            table = ArrowStream([column('a', 'g', [1.0, 2.0, None])], chunks=chunks)
+            with self.assertRaisesRegex(ValueError, '^X: column "a" has a null in row 2$'):
+                as_table(table, missing=None)
 
 
 @unittest.skipIf(np is None, 'needs NumPy and the package')
