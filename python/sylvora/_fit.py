@@ -3,9 +3,11 @@
 from __future__ import annotations
 
 import math
+import sys
 import warnings
 from collections.abc import Callable, Mapping, Sequence
 from dataclasses import dataclass
+from types import FrameType
 from typing import TYPE_CHECKING, Any, Optional, Union
 
 import numpy as np
@@ -13,8 +15,9 @@ import numpy as np
 from . import _core
 from ._calls import Calls
 from ._data import with_names
+from ._facts import BASE_SCORE
 from ._metrics import Metric, is_larger_better, name_of
-from ._model import BASE_SCORE, Model, completed
+from ._model import Model, completed
 from ._objectives import Objective
 from .callbacks import Callback, Evals, LogEvaluation, ProgressBar
 
@@ -198,10 +201,15 @@ class _Fit:
         return self._calls.after_round(done, total, self)
 
     def record(self) -> Evals:
-        evals: Evals = {data.name: {} for data in self._evaluation}
+        # The metrics that were asked for come first, in their order.
+        names = [name_of(metric) for metric in self._metrics]
+        measured: Evals = {data.name: {} for data in self._evaluation}
         for set_name, metric, values in self.training.record():
-            evals.setdefault(set_name, {})[metric] = values
-        return evals
+            measured[set_name][metric] = values
+        return {
+            set_name: {name: values[name] for name in [*names, *values] if name in values}
+            for set_name, values in measured.items()
+        }
 
     def snapshot(self) -> Model:
         return self._completed(self.training.snapshot(Model))
@@ -227,7 +235,7 @@ class _Fit:
             self._calls.failed()
             raise
         for text in self._messages:
-            warnings.warn(text, UserWarning, stacklevel=4)
+            warnings.warn(text, UserWarning, stacklevel=_callers_level())
         return result
 
     def _receive(self, stream: int, text: str) -> None:
@@ -264,14 +272,14 @@ class _Fit:
     def _best(
         self, evals: Evals, stopper: Optional[Callback]
     ) -> tuple[Optional[int], Optional[float]]:
-        """The best round, from 1, and its value: on the last set, by the metric given first or, of
-        the default ones, listed first; unless a callback has decided."""
+        """The best round, from 1, and its value: on the last set, by its first metric, unless a
+        callback has decided."""
         if stopper is not None and hasattr(stopper, "best_score"):
             return stopper.keep_rounds, stopper.best_score
         if not evals:
             return None, None
         metrics = evals[list(evals)[-1]]
-        metric = name_of(self._metrics[0]) if self._metrics else next(iter(metrics))
+        metric = next(iter(metrics))
         values = metrics[metric]
         if not self._has_rounds:
             return None, values[-1] if values else None
@@ -281,6 +289,16 @@ class _Fit:
         if number == 0:
             number = best_round(values, self.greater_is_better(metric))
         return number or None, values[number - 1] if number else None
+
+
+def _callers_level() -> int:
+    """The stacklevel, in the calling function, of the line that called the package."""
+    frame: Optional[FrameType] = sys._getframe(1)
+    level = 1
+    while frame is not None and frame.f_globals.get("__name__", "").startswith("sylvora."):
+        frame = frame.f_back
+        level += 1
+    return level
 
 
 def best_round(values: Sequence[float], larger: bool) -> int:
