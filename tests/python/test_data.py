@@ -12,6 +12,7 @@ try:
 except ImportError:
     column = None
 if np is not None:
+    from sylvora import _core
     from sylvora._data import as_table, column_names, with_names
     from sylvora._dataset import Dataset
 
@@ -249,7 +250,7 @@ class Names(unittest.TestCase):
         self.X[5, 2] = np.inf
         frame = as_table(self.X)
         for use in (lambda: self.model.score_table(frame.table, self.expected, 1),
-                    lambda: train(self.X, self.y)):
+                    lambda: _core.Dataset(frame.table)):
             with self.assertRaises(ValueError) as caught:
                 use()
             self.assertRegex(str(with_names(caught.exception, NAMES, 'eval_set')),

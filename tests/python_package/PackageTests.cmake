@@ -13,10 +13,10 @@ function(sylvora_package_test name)
     add_test(NAME python.${name} COMMAND ${ARGN}
         WORKING_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR}/python)
     set_tests_properties(python.${name} PROPERTIES TIMEOUT 300 ENVIRONMENT
-        "PYTHONPATH=${package_dir};PYTHONDONTWRITEBYTECODE=1;${module_environment}")
+        "PYTHONPATH=${package_dir};PYTHONDONTWRITEBYTECODE=1")
 endfunction()
 
-if(package_python)
+if(package_python AND NOT SYLVORA_SANITIZE)
     sylvora_package_test(doctests
         ${package_python} ${CMAKE_CURRENT_SOURCE_DIR}/python_package/run_doctests.py)
 
@@ -35,10 +35,10 @@ endif()
 
 if(package_python AND CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT SYLVORA_SANITIZE)
     set(mypy_settings ${PROJECT_SOURCE_DIR}/pyproject.toml)
-    sylvora_package_test(types.mypy ${package_python} -m mypy --strict
+    sylvora_package_test(types.mypy ${SYLVORA_TEST_PYTHON} -m mypy --strict
         --config-file ${mypy_settings} --cache-dir ${PROJECT_BINARY_DIR}/mypy
         ${PROJECT_SOURCE_DIR}/python/sylvora ${PROJECT_SOURCE_DIR}/python/backend/sylvora_build)
-    sylvora_package_test(types.stubs ${package_python} -m mypy.stubtest sylvora._core
+    sylvora_package_test(types.stubs ${SYLVORA_TEST_PYTHON} -m mypy.stubtest sylvora._core
         --mypy-config-file ${mypy_settings}
         --allowlist ${CMAKE_CURRENT_SOURCE_DIR}/python_package/not-in-module.txt)
 
