@@ -16,9 +16,7 @@
 // index within its group. A query is a group of rows that are ranked against each other.
 //
 // docs/arrays.md: data in arrays (DataBorrow), trainings at the same time (trainingOptions).
-//
 // Statuses are 0 and -1; every failure writes one line first, to standard error or to its sink.
-//
 // Model file: see TreeLearner/ModelWriter.cpp for its grammar.
 #ifndef SYLVORA_TREELEARNER_H
 #define SYLVORA_TREELEARNER_H
@@ -356,7 +354,6 @@ class SYLVORA_API TreeLearner {
     int CheckTrainingWidth() const;
     int CheckModelWidth() const;
     int AskUser();
-
     struct ScoringForm;
     void CompileEnsemble(std::shared_ptr<const sylvora::engine::PackedTrees> trees = nullptr);
     int CheckScoring(int n) const;

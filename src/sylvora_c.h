@@ -48,7 +48,8 @@ SYLVORA_C_API const char* sylvora_version(void);
 /* The text of the last error of the calling thread: one line or more, without a final line feed;
  * empty before any. Valid until the thread's next call of the library. */
 SYLVORA_C_API const char* sylvora_error(void);
-/* Whether the last error of the calling thread was that memory ran out. */
+/* Whether the last error of the calling thread was that memory ran out, or that a model needs more
+ * than there is. */
 SYLVORA_C_API int sylvora_out_of_memory(void);
 
 /* ---- Data ---------------------------------------------------------------------------------- */
@@ -169,11 +170,13 @@ SYLVORA_C_API int sylvora_training_evaluate(sylvora_training* training, const ch
 /* Adds a metric to record for every set: rmse, mae, pinball, logloss, auc, accuracy, ndcg@K, pairs.
  * Without any, those that suit the loss are recorded. */
 SYLVORA_C_API int sylvora_training_metric(sylvora_training* training, const char* metric);
-/* A metric of the program's own: sets *value for the scores of a set after a round. Called by the
- * thread that trains. Returns 0 to go on. */
+/* A metric of the program's own: sets *value for the scores of a set after a round or, of a model
+ * without rounds, at the end. Called by the thread that trains. The arrays are the training's. NaN
+ * is never better. Returns 0 to go on; any other status ends the training, which fails. */
 typedef int (*sylvora_metric)(void* context, const char* set, int64_t num_rows,
                               const double* labels, const double* scores, double* value);
-/* Adds it under a name that no other metric has, beside those of sylvora_training_metric. */
+/* Adds it under a name that no other metric has. It is recorded for every set, behind the other
+ * metrics of the set, and may be that of sylvora_training_stop_rule. */
 SYLVORA_C_API int sylvora_training_user_metric(sylvora_training* training, const char* name,
                                                sylvora_metric function, void* context,
                                                int larger_is_better);
@@ -190,15 +193,19 @@ SYLVORA_C_API int sylvora_training_on_message(sylvora_training* training, sylvor
  * training runs once, with success or not; only if its parameters were refused before it began,
  * they may be set again. */
 SYLVORA_C_API int sylvora_training_run(sylvora_training* training, sylvora_model** out);
-/* What was recorded, also after a failed run, and in a progress function of this training so far:
- * metric number i, from 0, as its set, its name and its value by round, which the training owns and
- * keeps in place until its next round. Returns -1 without an error text past the last one. */
+/* What was recorded, also after a failed run and, in the progress function of this training, so
+ * far: metric number i, from 0, as its set, its name and its values by round. The training owns
+ * them; what the progress function gets stays in place until it returns. Returns -1 without an
+ * error text past the last one. */
 SYLVORA_C_API int sylvora_training_record(const sylvora_training* training, int i, const char** set,
                                           const char** metric, const double** values,
                                           int64_t* num_values);
-/* In a progress function of this training: a copy of the model so far, which is the caller's. */
+/* In the progress function of this training only: a copy of the model so far, of a forest the trees
+ * so far, with a description. It is the caller's, and the model that saving with 17 digits and
+ * loading gives. */
 SYLVORA_C_API int sylvora_training_snapshot(sylvora_training* training, sylvora_model** out);
-/* The best round of earlyStop, counted from 1; 0: it was not set. */
+/* The best round of earlyStop, counted from 1, in the progress function so far; 0: it was not set.
+ */
 SYLVORA_C_API int sylvora_training_best_round(const sylvora_training* training);
 /* Whether earlyStop ended the training before its last round. */
 SYLVORA_C_API int sylvora_training_stopped_early(const sylvora_training* training);
@@ -228,9 +235,10 @@ SYLVORA_C_API int sylvora_model_score(const sylvora_model* model, const sylvora_
 SYLVORA_C_API int sylvora_model_score_row(const sylvora_model* model, const double* row,
                                           int64_t num_values, double* score);
 
-/* Adds the outputs of the groups [first, end) of a regression to scores[0, num_rows), in order.
- * From scores of 0 and over all groups, in one call or in several, this gives the scores of
- * sylvora_model_score bit for bit. */
+/* Adds the outputs of the groups [first, end) of a regression to scores[0, num_rows), in order: the
+ * mean of a group's trees times its shrink. From scores of 0 and over all groups, in one call or in
+ * several, this gives the scores of sylvora_model_score bit for bit. `max_threads` as there, also
+ * in the functions below. A failure changes no results. */
 SYLVORA_C_API int sylvora_model_add_groups(const sylvora_model* model, const sylvora_block* block,
                                            int64_t first, int64_t end, double* scores,
                                            int max_threads);
@@ -238,12 +246,12 @@ SYLVORA_C_API int sylvora_model_add_groups(const sylvora_model* model, const syl
  * leaves[row * num_trees + tree]; num_trees is that of the model. */
 SYLVORA_C_API int sylvora_model_leaves(const sylvora_model* model, const sylvora_block* block,
                                        int32_t* leaves, int max_threads);
-/* For a classification: the share of all trees that vote for each class, into
+/* Of a classification: the share of the trees of all groups that vote for each class, into
  * shares[row * num_classes + class]. */
 SYLVORA_C_API int sylvora_model_votes(const sylvora_model* model, const sylvora_block* block,
                                       double* shares, int max_threads);
-/* Keeps the first num_groups groups, at least one, and drops the others; bestRound of the
- * description stays. */
+/* Keeps the first num_groups groups, at least one, and drops the others with their covers. The rest
+ * of the description stays, bestRound and settings as well. */
 SYLVORA_C_API int sylvora_model_cut(sylvora_model* model, int64_t num_groups);
 
 /* The probability of the larger of two labels at each score of a model with this loss, for LogLoss,

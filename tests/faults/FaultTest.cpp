@@ -17,6 +17,7 @@
 #include "FailingCalls.h"
 #include "Modes.h"
 #include "claim.h"
+#include "sylvora_c.h"
 
 namespace {
 
@@ -307,6 +308,41 @@ TEST(Faults, MemoryRunsOutWithADescription) {
         };
     };
     sweep.Try({"description", make, "described.txt"});
+}
+
+// Through the C interface, which tells lack of memory from other errors.
+TEST(Faults, MemoryRunsOutInPartsOfAModel) {
+    const TempFolder folder;
+    Sweep sweep(folder, Call::kAllocation, "out of memory");
+    const CheckCfgCLS cfg = SettingsOf(kKinds[4], folder, 1);
+    ASSERT_EQ(Training(cfg, folder).make()(), 0);
+    const std::string file = folder.Path("model.txt"), cut = folder.Path("cut.txt");
+    const auto make = [&] {
+        return [&] {
+            static double valueV[40 * kColumns], shareV[40 * 3];
+            static int leafV[40 * 100];
+            sylvora_block block = SYLVORA_BLOCK;
+            block.values = valueV;
+            block.num_rows = 40;
+            block.num_columns = kColumns;
+            block.row_stride = kColumns * sizeof(double);
+            block.column_stride = sizeof(double);
+            sylvora_model* model = nullptr;
+            std::fill(std::begin(shareV), std::end(shareV), 7.0);
+            int status = sylvora_model_load(file.c_str(), 0, &model);
+            if (status == 0) status = sylvora_model_leaves(model, &block, leafV, 2);
+            if (status == 0) {
+                status = sylvora_model_votes(model, &block, shareV, 2);
+                EXPECT_EQ(shareV[0] == 7.0, status != 0);
+            }
+            if (status == 0) status = sylvora_model_cut(model, 1);
+            if (status == 0) status = sylvora_model_save(model, cut.c_str(), 6, 0);
+            if (sylvora_out_of_memory() != 0) std::fputs("ERROR: out of memory\n", stderr);
+            sylvora_model_free(model);
+            return status;
+        };
+    };
+    sweep.Try({"parts", make, "cut.txt"});
 }
 
 // Runs a mode as main() does.
