@@ -25,8 +25,14 @@ void WriteLines(const Job& job);
 //              pairs of a query in the wrong order
 void Train(const Job& job);
 
+// data=RAW config=CFG: trains on the floats of the raw file where they are. Prints fit_s, all of
+// the training, peak_bytes without the data, and cells and misfit as Train does.
+void Fit(const Job& job);
+
 // data=RAW model=FILE threads=N: prints batch_s, per row, scoring the whole set in one call.
 void ScoreBatch(const Job& job);
+// The same on the floats of the raw file where they are.
+void ScoreFloats(const Job& job);
 // data=RAW model=FILE: prints single_s, per row, scoring each row in a call of its own.
 void ScoreSingle(const Job& job);
 // model=FILE: prints load_s.

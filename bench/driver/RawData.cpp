@@ -78,6 +78,11 @@ RawData ReadRaw(const std::string& path) {
     return data;
 }
 
+DataBlock BlockOf(const RawData& data) {
+    const RawHeader& header = data.header;
+    return RowsOf(data.valueV.data(), header.numRows, header.numColumns, header.numColumns);
+}
+
 LearnerData ReadForLearner(const std::string& path) {
     Stream stream(path, "rbe");
     LearnerData data;

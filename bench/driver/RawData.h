@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "DataBlock.h"
 #include "Libdef.h"
 
 namespace sylvora::bench {
@@ -31,6 +32,9 @@ struct RawData {
     std::vector<std::int32_t> queryV;
     std::vector<float> valueV;  // row-major
 };
+
+// The values where they are.
+DataBlock BlockOf(const RawData& data);
 
 // The same data in the form that the learner takes.
 struct LearnerData {

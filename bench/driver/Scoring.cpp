@@ -43,6 +43,19 @@ void ScoreBatch(const Job& job) {
     Say("batch", time / static_cast<double>(rows.numRows));
 }
 
+void ScoreFloats(const Job& job) {
+    TreeLearner model;
+    Require(model.LoadModelFull(job.Text("model")), "LoadModelFull");
+    const RawData data = ReadRaw(job.Text("data"));
+    const DataBlock block = BlockOf(data);
+    const int numThread = job.Number("threads");
+    VecDle resultV(data.labelV.size());
+    const Seconds time = TimePerCall([&] {
+        Require(model.OnlineTestingBatch(block, resultV.data(), numThread), "OnlineTestingBatch");
+    });
+    Say("batch", time / static_cast<double>(resultV.size()));
+}
+
 void ScoreSingle(const Job& job) {
     TreeLearner model;
     Require(model.LoadModelFull(job.Text("model")), "LoadModelFull");

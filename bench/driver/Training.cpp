@@ -1,6 +1,7 @@
 // The job "train".
 #include <algorithm>
 #include <cmath>
+#include <memory>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -103,6 +104,31 @@ void Train(const Job& job) {
     SayRounds(progress.doneV, progress.watch.Read());
     Say("peak_bytes", MemoryBytes("VmHWM") - before);
     Say("cells", static_cast<double>(header.numRows) * header.numColumns);
+    Say("misfit", Misfit(learner));
+}
+
+void Fit(const Job& job) {
+    CheckCfgCLS cfg;
+    Require(cfg.ReadCfgFile(job.Text("config")), "ReadCfgFile");
+    Require(cfg.CheckCfg(), "CheckCfg");
+    const RawData data = ReadRaw(job.Text("data"));
+    const VecDle labelV(data.labelV.begin(), data.labelV.end());
+    const double before = MemoryBytes("VmRSS");
+
+    const StopWatch watch;
+    TreeLearner learner(cfg);
+    RandomStream stream(1);
+    learner.trainingOptions.stream = &stream;
+    learner.setPackedTrees(true);
+    const std::shared_ptr<const DataSet> set = DataSet::Make(BlockOf(data));
+    Require(set != nullptr ? 0 : -1, "DataSet::Make");
+    Require(learner.DataBorrow(set, labelV.data(), static_cast<int>(labelV.size()), nullptr, 0),
+            "DataBorrow");
+    Require(learner.ParamInit(), "ParamInit");
+    Require(learner.Boosting(), "Boosting");
+    Say("fit", watch.Read());
+    Say("peak_bytes", MemoryBytes("VmHWM") - before);
+    Say("cells", static_cast<double>(data.header.numRows) * data.header.numColumns);
     Say("misfit", Misfit(learner));
 }
 

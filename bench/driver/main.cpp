@@ -18,8 +18,11 @@ struct NamedJob {
 };
 
 constexpr NamedJob kJobs[] = {
-    {"generate", GenerateData}, {"text", WriteLines}, {"train", Train},    {"batch", ScoreBatch},
-    {"single", ScoreSingle},    {"load", LoadModel},  {"read", ReadLines},
+    {"generate", GenerateData}, {"text", WriteLines},
+    {"train", Train},           {"fit", Fit},
+    {"batch", ScoreBatch},      {"predict", ScoreFloats},
+    {"single", ScoreSingle},    {"load", LoadModel},
+    {"read", ReadLines},
 };
 
 int RunJob(int argc, char** argv) {

@@ -12,6 +12,8 @@ from workloads import BOUND, DEPTH, LEAVES, SHRINK
 OURS = "sylvora"
 PYTHON = "/usr/bin/python3"  # the one that Debian installs packages for
 PEERS = Path(__file__).resolve().parent.parent / "peers"
+PACKAGE = [PYTHON, str(PEERS / "package.py")]  # our Python package, or a peer's in the same job
+LIBRARY = "library"  # our C++ library, as the peer of our package
 PROGRAMS = {
     "xgboost": [PYTHON, str(PEERS / "xgboost_peer.py")],
     "sklearn": [PYTHON, str(PEERS / "sklearn_peer.py")],
@@ -37,9 +39,12 @@ class Measurement:
     misfit: float = None
 
 
-def run_child(command, threads=1, kernel=""):
-    """Runs a child process and returns the figures that it prints."""
+def run_child(command, threads=1, kernel="", modules=""):
+    """Runs a child process, with Python modules in `modules`, and returns the figures that it
+    prints."""
     environment = dict(os.environ, OMP_NUM_THREADS=str(threads), PYTHONDONTWRITEBYTECODE="1")
+    if modules:
+        environment["PYTHONPATH"] = str(modules)
     if kernel:
         environment["SYLVORA_KERNEL"] = kernel
     words = [str(word) for word in command]
@@ -74,8 +79,8 @@ class Workshop:
     """The folder with data, configurations and models. Each file is made on first use, under a
     temporary name, so that an incomplete file is never taken for a whole one."""
 
-    def __init__(self, folder, driver, quick):
-        self.folder, self.driver, self.quick = folder, driver, quick
+    def __init__(self, folder, driver, modules, quick):
+        self.folder, self.driver, self.modules, self.quick = folder, driver, modules, quick
         folder.mkdir(parents=True, exist_ok=True)
 
     def size(self, workload):
@@ -140,6 +145,19 @@ class Workshop:
             f"trees={self.rounds(workload, peer, threads)}", f"leaf={BOUND}",
             f"columns={workload.share}", f"rows={workload.share}", f"threads={threads}"]
 
+    def package_command(self, workload, threads, side):
+        """A job of bench/peers/package.py, or the same job of our C++ library."""
+        if side == LIBRARY and workload.job != "fit":
+            return [self.driver] + self.task(workload, threads, self.our_model)
+        if side == LIBRARY:
+            name, _, *rest = self.our_training(workload, threads, self.folder / "unused.model")
+            return [name, "fit", *rest]
+        command = PACKAGE + [workload.job, f"side={side}", f"data={self.raw(workload)}",
+                             f"threads={threads}", f"rounds={self.rounds(workload)}",
+                             f"depth={DEPTH}", f"leaves={LEAVES}", f"bound={BOUND}",
+                             f"shrink={SHRINK}", f"share={workload.share}"]
+        return command + [f"model={self.our_model(workload)}"] * (side == OURS)
+
     def our_command(self, workload, threads):
         if workload.job == "train":
             return self.our_training(workload, threads, self.folder / "latest.model")
@@ -163,8 +181,11 @@ class Workshop:
 
     def measure(self, workload, threads, peer=None):
         """Runs our side, or a peer's, once."""
-        command = self.peer_command(workload, threads, peer) if peer else \
-            self.our_command(workload, threads)
+        if workload.of_package:
+            command = self.package_command(workload, threads, peer.name if peer else OURS)
+        else:
+            command = self.peer_command(workload, threads, peer) if peer else \
+                self.our_command(workload, threads)
         with Others() as others:
-            figures = run_child(command, threads, "" if peer else workload.kernel)
+            figures = run_child(command, threads, "" if peer else workload.kernel, self.modules)
         return measurement(workload, figures, others.cores)

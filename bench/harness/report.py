@@ -80,6 +80,7 @@ SECTIONS = (
     ("Forests", ("forest",)),
     ("Scoring", ("batch", "single")),
     ("Reading", ("load", "read")),
+    ("Python package", ("package",)),
 )
 
 

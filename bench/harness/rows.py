@@ -26,7 +26,8 @@ def row(workload, threads, peer, sides, note):
     fields = ("prepare", "cell_bytes", "megabytes", "misfit")
     return {
         "workload": workload.name, "threads": threads, "peer": peer.name,
-        "job": "forest" if workload.is_forest() else workload.job,
+        "job": "package" if workload.of_package else
+               "forest" if workload.is_forest() else workload.job,
         "unit": unit,
         "times": [summary([m.seconds * factor for m in side]) if side else None for side in sides],
         "cpu": [median_of(side, "cpu") * factor if side else None for side in sides],

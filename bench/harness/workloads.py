@@ -31,6 +31,7 @@ class Workload:
     share: float = 1.0
     threads: Tuple[int, ...] = (1, 4)
     kernel: str = ""
+    of_package: bool = False  # our side is the Python package
 
     def is_forest(self):
         return self.model.startswith("RandomForest")
@@ -40,6 +41,7 @@ class Workload:
         if self.job == "train":
             return ("ms per tree" if self.is_forest() else "ms per round"), 1e3
         return {"batch": ("µs per row", 1e6), "single": ("µs per row", 1e6),
+                "predict": ("µs per row", 1e6), "fit": ("s", 1.0),
                 "load": ("ms", 1e3), "read": ("s", 1.0)}[self.job]
 
 
@@ -79,6 +81,12 @@ def batch(kernel, aim):
     return Workload(name, "batch", peers=(Peer("xgboost", aim=aim),), kernel=kernel, **SCORING)
 
 
+def package(name, job, aim, note, **common):
+    """A job of the Python package beside the same job of our C++ library and of peers' packages."""
+    peers = (Peer("library", aim=aim, note=note), Peer("xgboost"), Peer("sklearn"))
+    return Workload(name, job, peers=peers, of_package=True, **common)
+
+
 WORKLOADS = (
     *boosted("continuous", "continuous", (1_000_000, 5_000), {1: 1.4, 4: 1.6}, {1: 0.85, 4: 1.0},
              exact={1: 0.04, 4: 0.05}),
@@ -95,6 +103,10 @@ WORKLOADS = (
     Workload("score-single", "single", threads=(1,),
              peers=(Peer("xgboost", note="called from Python"),), **SCORING),
     Workload("load-model", "load", threads=(1,), peers=(Peer("xgboost", note="JSON"),), **SCORING),
+    package("package-fit", "fit", {1: 1.03, 4: 1.03}, "", data="continuous", size=1_000_000,
+            quick_size=5_000, share=0.6),
+    package("package-predict", "predict", {1: 1.05, 4: 1.05}, "", **SCORING),
+    package("package-row", "single", {}, "", threads=(1,), **SCORING),
     Workload("read-text", "read", "continuous", 1_000_000, 5_000,
              (Peer("xgboost", aim={1: 0.5, 4: 0.4}),)),
 )

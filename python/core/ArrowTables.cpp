@@ -103,7 +103,7 @@ class Builder {
         for (size_t c = 0; c < typeV.size(); ++c) AddColumn(c);
         state.block.layout = SYLVORA_COLUMNS;
         state.block.columns = state.columnV.data();
-        return true;
+        return state.block.refuse_nan == 0 || RefuseNulls();
     }
 
   private:
@@ -150,6 +150,21 @@ class Builder {
             if (BitAt(chunk.buffers[0], chunk.offset + i)) continue;
             PyErr_SetString(PyExc_ValueError, "The Arrow data have rows that are null as a whole");
             return false;
+        }
+        return true;
+    }
+
+    // Where NaN is refused, so is null. Returns false with an exception set if there is one.
+    bool RefuseNulls() const {
+        for (size_t c = 0; c < state.columnV.size(); ++c) {
+            const sylvora_column& column = state.columnV[c];
+            for (int64_t row = 0; column.validity != nullptr && row < state.block.num_rows; ++row) {
+                if (BitAt(column.validity, column.validity_offset + row)) continue;
+                PyErr_Format(PyExc_ValueError, "column \"%U\" has a null in row %lld",
+                             PyList_GetItem(state.names.get(), static_cast<Py_ssize_t>(c)),
+                             static_cast<long long>(row));
+                return false;
+            }
         }
         return true;
     }

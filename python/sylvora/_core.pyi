@@ -3,9 +3,10 @@
 # positional. Functions release the interpreter's global lock while the library works.
 from __future__ import annotations
 
+import builtins
 import os
 from collections.abc import Callable, Sequence
-from typing import Any, Optional, TypeVar
+from typing import Any, Optional, TypeVar, final
 
 # An object with the buffer protocol.
 Buffer = Any
@@ -21,6 +22,7 @@ def LoadModel(path: str | os.PathLike[str], /) -> int: ...
 def OnlineTesting(handle: int, row: list[Any], /) -> list[float]: ...
 def ReleaseModel(handle: int, /) -> None: ...
 
+@final
 class Table:
     """Borrowed values: keeps references to the buffers, never copies them (except Arrow streams of
     several chunks). Immutable. Faults raise ValueError or TypeError.
@@ -63,10 +65,11 @@ class Table:
     ) -> Table: ...
     # Any object with __arrow_c_stream__ or __arrow_c_array__ whose elements are structs (tables,
     # record batches). Columns of other types than numbers and booleans: TypeError that names the
-    # column. Dictionary-encoded columns, too.
+    # column. Dictionary-encoded columns, too. With refuse_nan, null is a ValueError at once.
     @classmethod
     def from_arrow(cls, data: Any, missing: Optional[float], refuse_nan: bool, /) -> Table: ...
 
+@final
 class Dataset:
     """A table that is coded once, by the first training that uses it. Thread-safe."""
 
@@ -76,6 +79,7 @@ class Dataset:
     # rows: int32
     def subset(self, rows: Buffer, /) -> Dataset: ...
 
+@final
 class Training:
     """One training. Not thread-safe; it runs once."""
 
@@ -131,9 +135,9 @@ class Model:
     loss: str
     # Raise ModelError whose text begins with the file's name; OSError if it cannot be opened.
     @classmethod
-    def read(cls: type[ModelT], path: str | os.PathLike[str], described: bool, /) -> ModelT: ...
+    def read(cls: builtins.type[ModelT], path: str | os.PathLike[str], described: bool, /) -> ModelT: ...
     @classmethod
-    def parse(cls: type[ModelT], text: Buffer, described: bool, /) -> ModelT: ...
+    def parse(cls: builtins.type[ModelT], text: Buffer, described: bool, /) -> ModelT: ...
     # The file is replaced as a whole or left as it was. OSError or ModelError.
     def write(self, path: str | os.PathLike[str], digits: int, described: bool, /) -> None: ...
     def text(self, digits: int, described: bool, /) -> bytes: ...
@@ -156,5 +160,7 @@ class Model:
 
 # out[i] = probability of the larger label at scores[i]; both float64 and contiguous, may be the same.
 def probabilities(loss: str, scores: Buffer, out: Buffer, /) -> None: ...
+# out[i] = 1 / (1 + exp(-scores[i])), bit for bit as the loss LogLoss has it; arrays as above.
+def expit(scores: Buffer, out: Buffer, /) -> None: ...
 # The start value of the loss LogLoss. labels: float64, weights: int32.
 def log_odds(labels: Buffer, weights: Optional[Buffer], /) -> float: ...
