@@ -1,0 +1,167 @@
+"""The importance of features, for `sylvora.plot`."""
+
+from __future__ import annotations
+
+from collections.abc import Mapping, Sequence
+from typing import TYPE_CHECKING, Any, Optional
+
+from . import _pictures
+
+if TYPE_CHECKING:
+    from matplotlib.axes import Axes  # type: ignore[import]
+
+_KINDS = {
+    "gain": "gain: total reduction of squared error",
+    "split": "split: number of nodes that split on the feature",
+    "cover": "cover: training rows that reach its splits",
+}
+
+
+def importance(
+    model: Any,
+    *,
+    kind: str = "gain",
+    top: Optional[int] = 20,
+    normalise: bool = True,
+    ax: Optional[Axes] = None,
+) -> Axes:
+    """Draw the importance of the features as bars, the largest on top.
+
+    Parameters
+    ----------
+    model : Model, fitted estimator, mapping or array
+        With a model for each class, the picture shows the mean of their shares. A mapping from
+        names to values, or an array of values, is drawn as it is; `kind` has no meaning then.
+    kind : {"gain", "split", "cover"}
+        See `Model.feature_importance`.
+    top : int or None
+        Number of features to draw; None draws all. The others are summed up in one line.
+    normalise : bool
+        Draw shares of the sum instead of the values themselves.
+    ax : matplotlib.axes.Axes, optional
+
+    Returns
+    -------
+    matplotlib.axes.Axes
+
+    Raises
+    ------
+    ValueError
+        For an unknown `kind`; for a model without the row counts of its nodes, which knows the
+        kind "split" only; for values that have no shares.
+
+    Examples
+    --------
+    >>> import matplotlib
+    >>> matplotlib.use("Agg")
+    >>> ax = importance({"age": 3.0, "income": 1.0})
+    >>> [label.get_text() for label in ax.get_yticklabels()]
+    ['age', 'income']
+    """
+    names, values, label = _importance_values(model, kind, normalise)
+    if top is not None and top < 1:
+        raise ValueError(f"top is {top}; it must be 1 or more, or None")
+    order = sorted(range(len(values)), key=lambda i: -values[i])
+    shown = order[:top]
+    rest = [values[i] for i in order[len(shown) :]]
+    scale = 100.0 if normalise else 1.0
+    texts = [_value_text(values[i], normalise) for i in shown]
+    labels = _distinct(names, shown)
+    if rest:
+        labels.append(f"{len(rest)} further feature" + "s" * (len(rest) > 1))
+        texts.append(_value_text(sum(rest), normalise) + " together" * (len(rest) > 1))
+    lengths = [values[i] * scale for i in shown] + [0.0] * bool(rest)
+    ax = _pictures.new_axes(ax, 0.75 + 0.19 * len(lengths))
+    _draw_bars(ax, lengths, labels, texts)
+    if rest:
+        ax.get_yticklabels()[-1].set_color(_pictures.FRAME)
+    _pictures.label_axes(ax, label + (", share in %" if normalise else ""), "")
+    return ax
+
+
+def _importance_values(
+    source: Any, kind: str, normalise: bool
+) -> tuple[list[str], list[float], str]:
+    """Names, values and the label of the axis."""
+    model = _pictures.fitted(source)
+    if isinstance(model, Mapping):
+        names, values = [str(name) for name in model], list(model.values())
+        return names, _shares(values) if normalise else _floats(values), "importance"
+    parts = model if isinstance(model, list) and hasattr(source, "model_") else [model]
+    if not hasattr(parts[0], "feature_importance"):
+        values = _floats(model)
+        names = _pictures.names_of(None, len(values))
+        return names, _shares(values) if normalise else values, "importance"
+    if kind not in _KINDS:
+        raise ValueError(f"kind is {kind!r}; it must be one of: " + ", ".join(_KINDS))
+    columns = [_of_kind(part, kind) for part in parts]
+    if len(parts) > 1 or normalise:
+        columns = [_shares(column) for column in columns]
+    values = [sum(cells) / len(parts) for cells in zip(*columns)]
+    names = _pictures.names_of(parts[0], len(values))
+    return names, values, _KINDS[kind] + (", mean over the classes" if len(parts) > 1 else "")
+
+
+def _of_kind(model: Any, kind: str) -> list[float]:
+    try:
+        return _floats(model.feature_importance(kind))
+    except ValueError as cause:
+        if "split" in str(cause):
+            raise
+        raise ValueError(f"{cause}; kind='split' is known for every model") from cause
+
+
+def _floats(values: Any) -> list[float]:
+    return [float(value) for value in values]
+
+
+def _shares(values: Any) -> list[float]:
+    numbers = _floats(values)
+    if not all(0 <= value < float("inf") for value in numbers):
+        raise ValueError("shares need finite values of 0 or more; pass normalise=False")
+    whole = sum(numbers)
+    return [value / whole for value in numbers] if whole > 0 else numbers
+
+
+def _value_text(value: float, share: bool) -> str:
+    if not share:
+        return _pictures.number(value)
+    return f"{100 * value:.1f} %" if value >= 0.0005 or value == 0 else "< 0.1 %"
+
+
+def _distinct(names: Sequence[str], shown: Sequence[int]) -> list[str]:
+    """Short names; with the column's number where two of them look alike."""
+    labels = [_pictures.shown(names[i]) for i in shown]
+    return [
+        f"{label} [{i}]" if labels.count(label) > 1 else label for i, label in zip(shown, labels)
+    ]
+
+
+def _draw_bars(
+    ax: Axes, lengths: Sequence[float], labels: Sequence[str], texts: Sequence[str]
+) -> None:
+    places = range(len(lengths))
+    ax.barh(places, lengths, color=_pictures.colour(0), height=0.72)
+    _pictures.tidy(ax, "x")
+    inches = ax.get_window_extent().height / ax.figure.dpi
+    size = max(4.0, min(8.5, 72 * inches / max(1, len(lengths)) * 0.8))
+    ax.set_yticks(places, labels, fontsize=size)
+    room = max(0.0, (6 - len(lengths)) / 2)  # a few bars are not thicker than many
+    ax.set_ylim(len(lengths) - 0.4 + room, -0.6 - room)
+    ax.tick_params(axis="y", length=0)
+    for place, length, text in zip(places, lengths, texts):
+        ax.annotate(
+            text,
+            (length, place),
+            xytext=(3 if length >= 0 else -3, 0),
+            textcoords="offset points",
+            ha="left" if length >= 0 else "right",
+            va="center",
+            fontsize=size,
+            color=_pictures.TEXT,
+        )
+    ax.margins(x=0.16)
+    if min(lengths, default=0.0) >= 0:
+        ax.set_xlim(left=0)
+    if not any(lengths):
+        ax.set_xlim(0, 1)
