@@ -2,6 +2,7 @@
 #ifndef SYLVORA_EVALUATION_H
 #define SYLVORA_EVALUATION_H
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -44,8 +45,22 @@ struct MetricRecord {
     std::vector<double> valueV;
 };
 
-// What was measured in the last training, up to its end or failure. Of a set's metrics the one that
-// decides about earlyStop comes last if it was not asked for.
+// A metric of the program's own: sets *value for the scores of a set after a round. The arrays have
+// numRows entries and belong to the library; labels are those after the label map. Called by the
+// thread that trains. Any result but 0, or an exception, ends the training, which fails.
+typedef int (*MetricFuncType)(void* context, const char* set, std::int64_t numRows,
+                              const double* labelV, const double* scoreV, double* value);
+
+struct UserMetric {
+    std::string name;  // not empty, and different from those of all other metrics
+    MetricFuncType function = nullptr;
+    void* context = nullptr;  // borrowed
+    bool fLargerIsBetter = false;
+};
+
+// What was measured in the training under way or, after it, in the last one, up to its end or
+// failure. Of a set, first the metrics above, with one that only earlyStop needs as the last of
+// them, then the program's own.
 struct EvaluationRecord {
     std::vector<MetricRecord> metricV;  // by set and, within a set, by metric, as they were given
     int bestRound = 0;       // rounds of the model, counted from 1, that was best; 0: not asked for

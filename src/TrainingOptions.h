@@ -44,6 +44,10 @@ struct TrainingOptions {
     // Whether packed trees (setPackedTrees) keep the number of rows of each node, for
     // ModelText::Covers: 4 bytes a node and 40 a tree.
     bool fCovers = false;
+
+    // Metrics of the program's own, which are recorded for each set beside those of metricV, and
+    // which stopMetric may name.
+    std::vector<UserMetric> userMetricV;
 };
 
 }  // namespace sylvora

@@ -46,6 +46,7 @@ class TreeLearner;
 namespace sylvora {
 class EngineRun;
 class EnsembleView;
+class ModelParts;
 class RowCopy;
 class WorkerPool;
 namespace engine {
@@ -359,6 +360,7 @@ class SYLVORA_API TreeLearner {
     struct ScoringForm;
     void CompileEnsemble(std::shared_ptr<const sylvora::engine::PackedTrees> trees = nullptr);
     int CheckScoring(int n) const;
+    int CheckBlock(const sylvora::DataBlock& block) const;
     const sylvora::engine::CompiledEnsemble* Compiled() const;
 
     ProgressFuncType progressFunction = nullptr;
@@ -377,6 +379,7 @@ class SYLVORA_API TreeLearner {
     int numDrawn = 0;                  // rows of the tree grown last
     friend class sylvora::EnsembleView;
     friend class sylvora::ModelText;
+    friend class sylvora::ModelParts;
     std::shared_ptr<sylvora::engine::PackedTrees> packedTrees;  // null: the trees are in TreeVV
     int modelDim = 0;       // columns that the ensemble was trained on; 0: made by hand
     int testDim = 0;        // columns of the test rows

@@ -1,5 +1,93 @@
-"""Tree ensembles, trained by exact greedy splits and reproducible byte for byte."""
+"""Tree ensembles, trained by exact greedy splits and reproducible byte for byte.
 
-from ._core import LoadModel, OnlineTesting, ReleaseModel, error
+Scoring:
+    Model                   a trained or loaded model: ``Model.load(path).score(row)``
+    LoadModel, OnlineTesting, ReleaseModel
+                            the older functions, with models by number
+Training (needs NumPy):
+    train, cv, Dataset      from parameters and data to a Model
+    callbacks               early stopping, progress, time limit, checkpoints, a log
+    expit, log_odds         for objectives of your own
+scikit-learn's interface (needs scikit-learn):
+    SylvoraRegressor, SylvoraClassifier, SylvoraRanker, SylvoraForestRegressor,
+    SylvoraForestClassifier, SylvoraTreeRegressor, SylvoraTreeClassifier
+Pictures (needs Matplotlib; trees need graphviz):
+    plot
 
-__all__ = ["LoadModel", "OnlineTesting", "ReleaseModel", "error"]
+Only the extension module is loaded at once; everything else on first use.
+"""
+
+from ._core import (
+    LoadModel,
+    ModelError,
+    OnlineTesting,
+    ReleaseModel,
+    TrainingError,
+    __version__,
+    error,
+)
+
+# typing.TYPE_CHECKING, without loading typing.
+TYPE_CHECKING = False
+if TYPE_CHECKING:
+    from . import callbacks, plot
+    from ._boosting import SylvoraClassifier, SylvoraRanker, SylvoraRegressor
+    from ._dataset import Dataset
+    from ._forests import (
+        SylvoraForestClassifier,
+        SylvoraForestRegressor,
+        SylvoraTreeClassifier,
+        SylvoraTreeRegressor,
+    )
+    from ._model import Model
+    from ._objectives import expit, log_odds
+    from ._training import train
+    from ._validation import CvResult, cv
+
+# What a star import brings: names that need neither NumPy nor scikit-learn.
+__all__ = [
+    "LoadModel",
+    "Model",
+    "ModelError",
+    "OnlineTesting",
+    "ReleaseModel",
+    "TrainingError",
+    "__version__",
+    "callbacks",
+    "error",
+]
+
+# The module of each name that is loaded on first use. A module is its own name.
+_MODULES = {
+    "Model": "_model",
+    "Dataset": "_dataset",
+    "train": "_training",
+    "cv": "_validation",
+    "CvResult": "_validation",
+    "expit": "_objectives",
+    "log_odds": "_objectives",
+    "SylvoraRegressor": "_boosting",
+    "SylvoraClassifier": "_boosting",
+    "SylvoraRanker": "_boosting",
+    "SylvoraForestRegressor": "_forests",
+    "SylvoraForestClassifier": "_forests",
+    "SylvoraTreeRegressor": "_forests",
+    "SylvoraTreeClassifier": "_forests",
+    "callbacks": "callbacks",
+    "plot": "plot",
+}
+
+
+def __getattr__(name: str) -> object:
+    if name not in _MODULES:
+        raise AttributeError(f"module 'sylvora' has no attribute {name!r}")
+    from importlib import import_module
+
+    module = import_module("." + _MODULES[name], __name__)
+    value = module if _MODULES[name] == name else getattr(module, name)
+    globals()[name] = value
+    return value
+
+
+def __dir__() -> "list[str]":
+    return sorted(set(globals()) | set(_MODULES))

@@ -51,6 +51,7 @@ class MeasuredSet {
     double Measure(const NamedMetric& metric, const double* scoreV) const;
 
     size_t NumRows() const { return labelV.size(); }
+    const VecDle& Labels() const { return labelV; }
 
   private:
     std::string WhyNotTwoClasses() const;

@@ -217,7 +217,9 @@ int TreeLearner::RunRounds(Run& run) {
         const long startTree = Now();
         if (BoostRound(run, idxTree) != 0) return -1;
         RunEvaluation* const evaluation = run.evaluation.get();
-        if (evaluation != nullptr) evaluation->TakeRound(idxTree, idxTree == numTree);
+        if (evaluation != nullptr && evaluation->TakeRound(idxTree, idxTree == numTree) != 0) {
+            return -1;
+        }
         const long remaining = (Now() - startTree) * (numTree - idxTree) / kMicroseconds;
         if (CfgInfo.fPrint) {
             Print("Remaining time for generating trees: ", remaining, " seconds\n");

@@ -12,6 +12,7 @@ using sylvora::EvaluationSet;
 using sylvora::Fail;
 using sylvora::MeasuredSet;
 using sylvora::NamedMetric;
+using sylvora::UserMetric;
 
 namespace {
 
@@ -141,7 +142,7 @@ int TreeLearner::RunEvaluation::CheckMetric(const std::string& name, size_t set)
     return Fail("ERROR: ", Place(setV[set].Name()), ": metric \"", name, "\" ", why, "!\n");
 }
 
-// Fills measurementV and the record with the metrics of each set.
+// Chooses and checks the metrics of each set.
 int TreeLearner::RunEvaluation::ChooseMetrics() {
     const std::vector<std::string>& givenV = learner.trainingOptions.metricV;
     const std::vector<std::string> nameV =
@@ -158,16 +159,58 @@ int TreeLearner::RunEvaluation::ChooseMetrics() {
             if (CheckMetric(name, set) != 0) return -1;
         }
     }
+    if (CheckUserMetrics() != 0) return -1;
     std::vector<std::vector<NamedMetric>> metricVV(setV.size(), metricV);
     if (learner.CfgInfo.earlyStop > 0 && ChooseStop(metricVV) != 0) return -1;
-    for (size_t set = 0; set < setV.size(); ++set) {
-        setV[set].Measured().Prepare(metricVV[set]);
-        for (const NamedMetric& metric : metricVV[set]) {
-            measurementV.push_back({set, metric});
-            learner.evaluationRecord.metricV.push_back({setV[set].Name(), metric.name, {}});
+    ListMeasurements(metricVV);
+    return 0;
+}
+
+int TreeLearner::RunEvaluation::CheckUserMetrics() const {
+    const std::vector<UserMetric>& userV = learner.trainingOptions.userMetricV;
+    for (size_t i = 0; i < userV.size(); ++i) {
+        const std::string& name = userV[i].name;
+        if (name.empty()) return Fail("ERROR: user metric ", i, " has no name!\n");
+        if (NamedMetric::Parse(name).kind != NamedMetric::kUnknown) {
+            return Fail("ERROR: user metric \"", name,
+                        "\" has the name of a built-in metric: choose another name!\n");
+        }
+        if (FindUserMetric(name) != &userV[i]) {
+            return Fail("ERROR: two user metrics have the name \"", name, "\"!\n");
+        }
+        if (userV[i].function == nullptr) {
+            return Fail("ERROR: user metric \"", name, "\" has no function!\n");
         }
     }
     return 0;
+}
+
+// The first metric of the program with this name; null if there is none.
+const UserMetric* TreeLearner::RunEvaluation::FindUserMetric(const std::string& name) const {
+    for (const UserMetric& user : learner.trainingOptions.userMetricV) {
+        if (user.name == name) return &user;
+    }
+    return nullptr;
+}
+
+// Fills measurementV and the record, with the metrics of each set and the program's own, and finds
+// the measurement that decides about earlyStop.
+void TreeLearner::RunEvaluation::ListMeasurements(
+    const std::vector<std::vector<NamedMetric>>& metricVV) {
+    sylvora::EvaluationRecord& record = learner.evaluationRecord;
+    const auto list = [&](const Measurement& measurement, const std::string& name) {
+        const std::string& set = setV[measurement.set].Name();
+        if (set == record.stopSet && name == record.stopMetric) stopAt = measurementV.size();
+        measurementV.push_back(measurement);
+        record.metricV.push_back({set, name, {}});
+    };
+    for (size_t set = 0; set < setV.size(); ++set) {
+        setV[set].Measured().Prepare(metricVV[set]);
+        for (const NamedMetric& metric : metricVV[set]) list({set, metric, nullptr}, metric.name);
+        for (const UserMetric& user : learner.trainingOptions.userMetricV) {
+            list({set, NamedMetric(), &user}, user.name);
+        }
+    }
 }
 
 // Finds the set and the metric that decide about earlyStop, and adds the metric if it is not asked
@@ -186,13 +229,14 @@ int TreeLearner::RunEvaluation::ChooseStop(std::vector<std::vector<NamedMetric>>
     }
     const std::string name =
         options.stopMetric.empty() ? sylvora::DefaultStopMetric(context) : options.stopMetric;
-    if (CheckMetric(name, set) != 0) return -1;
-    std::vector<NamedMetric>& metricV = metricVV[set];
-    const auto at = std::find_if(metricV.begin(), metricV.end(),
-                                 [&](const NamedMetric& metric) { return metric.name == name; });
-    stopAt = static_cast<size_t>(at - metricV.begin());
-    if (at == metricV.end()) metricV.push_back(NamedMetric::Parse(name));
-    for (size_t before = 0; before < set; ++before) stopAt += metricVV[before].size();
+    if (FindUserMetric(name) == nullptr) {
+        if (CheckMetric(name, set) != 0) return -1;
+        std::vector<NamedMetric>& metricV = metricVV[set];
+        const bool fListed =
+            std::any_of(metricV.begin(), metricV.end(),
+                        [&](const NamedMetric& metric) { return metric.name == name; });
+        if (!fListed) metricV.push_back(NamedMetric::Parse(name));
+    }
     learner.evaluationRecord.stopSet = setV[set].Name();
     learner.evaluationRecord.stopMetric = name;
     return 0;

@@ -5,9 +5,11 @@
 #include <cmath>
 #include <iomanip>
 #include <iostream>
+#include <limits>
 #include <utility>
 
 #include "../god/Report.h"
+#include "../god/UserCall.h"
 #include "base/WorkerPool.h"
 
 using sylvora::EnsembleView;
@@ -34,15 +36,16 @@ bool IsBetter(double value, double best, bool fLargerIsBetter) {
 
 }  // namespace
 
-void TreeLearner::RunEvaluation::TakeRound(int round, bool fLast) {
-    if (!fRounds) return;
+int TreeLearner::RunEvaluation::TakeRound(int round, bool fLast) {
+    if (!fRounds) return 0;
     numRounds = round;
     AddNewGroups();
-    Measure();
+    if (Measure() != 0) return -1;
     if (learner.CfgInfo.earlyStop > 0) CompareWithBest(round);
     learner.evaluationRecord.fStoppedEarly = fOver && !fLast;
     const int interval = learner.CfgInfo.evalEvery;
     if (interval > 0 && (round % interval == 0 || fLast || fOver)) PrintLine(round);
+    return 0;
 }
 
 // The groups are added one after the other, each to all rows. The pieces of all sets are shared
@@ -70,23 +73,47 @@ void TreeLearner::RunEvaluation::AddNewGroups() {
     }
 }
 
-void TreeLearner::RunEvaluation::Measure() {
+// Records all values, or none if a metric of the program fails.
+int TreeLearner::RunEvaluation::Measure() {
     std::vector<MetricRecord>& recordV = learner.evaluationRecord.metricV;
     VecDle valueV(measurementV.size());
     learner.workers->For(static_cast<int>(measurementV.size()), [&](int index, int) {
         const size_t i = static_cast<size_t>(index);
-        valueV[i] = setV[measurementV[i].set].Measure(measurementV[i].metric);
+        const Measurement& measurement = measurementV[i];
+        if (measurement.user == nullptr) {
+            valueV[i] = setV[measurement.set].Measure(measurement.metric);
+        }
     });
+    for (size_t i = 0; i < valueV.size(); ++i) {
+        if (measurementV[i].user != nullptr && AskUser(measurementV[i], valueV[i]) != 0) return -1;
+    }
     for (size_t i = 0; i < valueV.size(); ++i) recordV[i].valueV.push_back(valueV[i]);
+    return 0;
+}
+
+int TreeLearner::RunEvaluation::AskUser(const Measurement& measurement, double& value) {
+    const sylvora::UserMetric& user = *measurement.user;
+    EvaluatedSet& set = setV[measurement.set];
+    value = std::numeric_limits<double>::quiet_NaN();
+    const std::string name = Text("metric \"", user.name, "\"");
+    const int status = sylvora::CallUser(name.c_str(), learner.fUserThrew, [&] {
+        return user.function(user.context, set.Name().c_str(),
+                             static_cast<std::int64_t>(set.NumRows()),
+                             set.Measured().Labels().data(), set.Scores(), &value);
+    });
+    if (learner.fUserThrew) return -1;
+    if (status == 0) return 0;
+    const std::string when = numRounds > 0 ? Text("in round ", numRounds) : "at the end";
+    return Fail("ERROR: The ", name, " failed for the set \"", set.Name(), "\" ", when,
+                " with status ", status, "!\n");
 }
 
 void TreeLearner::RunEvaluation::CompareWithBest(int round) {
     EvaluationRecord& record = learner.evaluationRecord;
     const double value = record.metricV[stopAt].valueV.back();
     const bool fFirst = record.bestRound == 0 && std::isfinite(value);
-    if (fFirst ||
-        (record.bestRound > 0 &&
-         IsBetter(value, record.bestValue, measurementV[stopAt].metric.IsLargerBetter()))) {
+    if (fFirst || (record.bestRound > 0 &&
+                   IsBetter(value, record.bestValue, measurementV[stopAt].IsLargerBetter()))) {
         record.bestRound = round;
         record.bestValue = value;
     }
@@ -144,7 +171,7 @@ int TreeLearner::RunEvaluation::TakeEnsemble() {
     for (EvaluatedSet& set : setV) {
         if (ScoreEnsemble(set) != 0) return -1;
     }
-    Measure();
+    if (Measure() != 0) return -1;
     if (learner.CfgInfo.evalEvery > 0) PrintLine(1);
     return 0;
 }

@@ -21,8 +21,9 @@ class TreeLearner::RunEvaluation {
                                    std::unique_ptr<RunEvaluation>& evaluation);
 
     // After a round of boosting, counted from 1: scores the sets with the groups that are new.
-    // `fLast` says that no round follows. Does nothing for other models.
-    void TakeRound(int round, bool fLast);
+    // `fLast` says that no round follows. Does nothing for other models. Returns 0, or -1 after a
+    // message if a metric of the program failed.
+    [[nodiscard]] int TakeRound(int round, bool fLast);
     // Whether early stopping ends the run.
     bool IsOver() const { return fOver; }
     // After the last round: prints its line, if that is missing, and cuts the ensemble to the best
@@ -36,7 +37,12 @@ class TreeLearner::RunEvaluation {
     // A metric of a set, and its place in the record.
     struct Measurement {
         size_t set;
-        sylvora::NamedMetric metric;
+        sylvora::NamedMetric metric;      // unused with `user`
+        const sylvora::UserMetric* user;  // null: `metric`
+
+        bool IsLargerBetter() const {
+            return user != nullptr ? user->fLargerIsBetter : metric.IsLargerBetter();
+        }
     };
 
     explicit RunEvaluation(TreeLearner& treeLearner);
@@ -50,11 +56,15 @@ class TreeLearner::RunEvaluation {
     int ChooseMetrics();
     int ChooseStop(std::vector<std::vector<sylvora::NamedMetric>>& metricVV);
     int CheckMetric(const std::string& name, size_t set) const;
+    int CheckUserMetrics() const;
+    const sylvora::UserMetric* FindUserMetric(const std::string& name) const;
+    void ListMeasurements(const std::vector<std::vector<sylvora::NamedMetric>>& metricVV);
     std::string Place(const std::string& name) const;
 
     void AddNewGroups();
     int ScoreEnsemble(sylvora::EvaluatedSet& set);
-    void Measure();
+    int Measure();
+    int AskUser(const Measurement& measurement, double& value);
     void CompareWithBest(int round);
     void PrintLine(int round);
     void CutTo(size_t numGroups);
@@ -66,7 +76,7 @@ class TreeLearner::RunEvaluation {
     std::vector<Measurement> measurementV;  // as in the record
     size_t stopAt = 0;                      // the measurement that decides about earlyStop
     size_t numScored = 0;                   // groups that are in the scores
-    int numRounds = 0;
+    int numRounds = 0;    // 0 as well for a model that is measured once, at the end
     int lastPrinted = 0;  // the round of the last line of the table; 0: none yet
     bool fOver = false;
 };

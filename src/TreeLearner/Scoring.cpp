@@ -109,6 +109,21 @@ int TreeLearner::CheckScoring(int n) const {
     return 0;
 }
 
+// Whether the rows of a block can be scored. Returns 0, or -1 after a message. Throws
+// std::bad_alloc.
+int TreeLearner::CheckBlock(const sylvora::DataBlock& block) const {
+    std::string fault = sylvora::FaultOf(block);
+    if (!fault.empty()) return Fail("ERROR: The data block ", fault, "!\n");
+    const int numNeeded = std::max(dimFea, modelDim);
+    if (block.numColumns < numNeeded) {
+        return Fail("ERROR: The data block has ", block.numColumns, " columns, the model has ",
+                    numNeeded, "!\n");
+    }
+    if (CheckScoring(static_cast<int>(block.numColumns)) != 0) return -1;
+    fault = sylvora::BlockReader(block).RefusedValue();
+    return fault.empty() ? 0 : Fail("ERROR: The data block ", fault, "!\n");
+}
+
 // The compiled ensemble, or null if there is none or the trees have changed since it was made. The
 // learner owns it.
 const CompiledEnsemble* TreeLearner::Compiled() const {
@@ -130,21 +145,12 @@ int TreeLearner::OnlineTestingBatch(const sylvora::DataBlock& block, double* res
                                     int maxThreads) {
     const CallScope scope(*this);
     return sylvora::Guarded([&] {
-        std::string fault = sylvora::FaultOf(block);
-        if (!fault.empty()) return Fail("ERROR: The data block ", fault, "!\n");
-        const int numNeeded = std::max(dimFea, modelDim);
-        if (block.numColumns < numNeeded) {
-            return Fail("ERROR: The data block has ", block.numColumns, " columns, the model has ",
-                        numNeeded, "!\n");
-        }
-        if (CheckScoring(static_cast<int>(block.numColumns)) != 0) return -1;
+        if (CheckBlock(block) != 0) return -1;
         if (block.numRows == 0) return 0;
         if (results == nullptr) return Fail("ERROR: The scores are a null pointer!\n");
         const sylvora::BlockReader reader(block);
-        fault = reader.RefusedValue();
-        if (!fault.empty()) return Fail("ERROR: The data block ", fault, "!\n");
         const RowTable rows = {nullptr, static_cast<size_t>(block.numRows),
-                               static_cast<size_t>(numNeeded), &reader};
+                               static_cast<size_t>(std::max(dimFea, modelDim)), &reader};
         return ScoreAll(*this, Compiled(), rows, results, maxThreads);
     });
 }

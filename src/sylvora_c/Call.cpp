@@ -5,6 +5,13 @@ namespace sylvora::c {
 namespace {
 
 thread_local std::string lastError;
+thread_local bool fLastOutOfMemory = false;
+
+// Every message about memory that ran out, or that is less than a model needs, has one of these.
+bool TellsOfMemory(std::string_view text) {
+    return text.find("allocate memory") != std::string_view::npos ||
+           text.find("GB of memory, there are") != std::string_view::npos;
+}
 
 bool BeginsWith(std::string_view text, std::string_view prefix) {
     return text.substr(0, prefix.size()) == prefix;
@@ -37,9 +44,11 @@ std::string ErrorLines(std::string_view text) {
 void Call::SetError(std::string_view text) noexcept {
     try {
         lastError = ErrorLines(text);
+        fLastOutOfMemory = TellsOfMemory(lastError);
         if (lastError.empty()) lastError = "The call failed without a message";
     } catch (const std::bad_alloc&) {
         lastError = "Out of memory";  // short enough to need no allocation
+        fLastOutOfMemory = true;
     }
 }
 
@@ -71,4 +80,8 @@ const char* sylvora_version(void) {
 
 const char* sylvora_error(void) {
     return sylvora::c::lastError.c_str();
+}
+
+int sylvora_out_of_memory(void) {
+    return sylvora::c::fLastOutOfMemory;
 }

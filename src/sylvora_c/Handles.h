@@ -42,6 +42,9 @@ class Block {
 // The shortest text from which a number is read back exactly.
 std::string ExactText(double value);
 
+// A model to load into.
+std::unique_ptr<sylvora_model> FreshModel();
+
 // Sets the texts of a description that are derived from other members.
 void DeriveTexts(sylvora_model& model);
 

@@ -1,14 +1,10 @@
 // Models of the C interface.
-#include <algorithm>
-#include <climits>
-#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
 
-#include "../Links.h"
-#include "../LossFunctions.h"
 #include "../TreeLearner/EnsembleView.h"
+#include "../TreeLearner/ModelParts.h"
 #include "Call.h"
 #include "Handles.h"
 
@@ -20,6 +16,13 @@ using sylvora::c::RefuseNull;
 using sylvora::c::Run;
 
 namespace sylvora::c {
+
+std::unique_ptr<sylvora_model> FreshModel() {
+    auto model = std::make_unique<sylvora_model>();
+    model->learner = std::make_unique<TreeLearner>();
+    model->learner->setPackedTrees(true);
+    return model;
+}
 
 void DeriveTexts(sylvora_model& model) {
     model.settingV.clear();
@@ -33,18 +36,11 @@ void DeriveTexts(sylvora_model& model) {
 
 namespace {
 
-std::unique_ptr<sylvora_model> FreshModel() {
-    auto model = std::make_unique<sylvora_model>();
-    model->learner = std::make_unique<TreeLearner>();
-    model->learner->setPackedTrees(true);
-    return model;
-}
-
 // Loads with load(learner, description) and hands the model over.
 template <typename Load>
 int Loaded(sylvora_model** out, const Load& load) {
     if (out == nullptr) return RefuseNull("out");
-    std::unique_ptr<sylvora_model> model = FreshModel();
+    std::unique_ptr<sylvora_model> model = sylvora::c::FreshModel();
     if (load(*model->learner, model->description) != 0) return -1;
     if (model->learner->getGroupNum() == 0) {
         return Fail("ERROR: The text is no model: it has no trees\n");
@@ -112,6 +108,23 @@ int sylvora_model_text(const sylvora_model* model, int digits, int described, ch
     });
 }
 
+// Covers are in the order of the trees.
+int sylvora_model_cut(sylvora_model* model, int64_t num_groups) {
+    return Run([&] {
+        if (model == nullptr) return RefuseNull("The model");
+        if (sylvora::ModelParts::Cut(*model->learner, num_groups) != 0) return -1;
+        std::vector<int>& coverV = model->description.coverV;
+        if (coverV.empty()) return 0;
+        const EnsembleView trees(*model->learner);
+        size_t numNodes = 0;
+        for (size_t g = 0; g < trees.NumGroups(); ++g) {
+            for (size_t t = 0; t < trees.GroupSize(g); ++t) numNodes += trees.Tree(g, t).NumNodes();
+        }
+        coverV.resize(numNodes);
+        return 0;
+    });
+}
+
 void sylvora_text_free(char* text) {
     std::free(text);
 }
@@ -119,74 +132,6 @@ void sylvora_text_free(char* text) {
 void sylvora_model_free(sylvora_model* model) {
     const sylvora::c::Call call;  // a learner with fPrint tells of its end
     delete model;
-}
-
-int sylvora_model_score(const sylvora_model* model, const sylvora_block* block, double* scores,
-                        int max_threads) {
-    return Run([&] {
-        if (model == nullptr) return RefuseNull("The model");
-        sylvora::c::Block taken;
-        if (taken.Take(block) != 0) return -1;
-        if (scores == nullptr && block->num_rows > 0) return RefuseNull("scores");
-        return model->learner->OnlineTestingBatch(taken.Get(), scores, max_threads);
-    });
-}
-
-// A row without NaN is scored where it lies.
-int sylvora_model_score_row(const sylvora_model* model, const double* row, int64_t num_values,
-                            double* score) {
-    return Run([&] {
-        if (model == nullptr) return RefuseNull("The model");
-        if (row == nullptr || score == nullptr) return RefuseNull("row or score");
-        const int width = static_cast<int>(std::clamp<int64_t>(num_values, 0, INT_MAX));
-        const bool fMissing =
-            std::any_of(row, row + width, [](double value) { return std::isnan(value); });
-        // Safe: scoring only reads the row.
-        double* line = const_cast<double*>(row);
-        thread_local std::vector<double> filledV;
-        if (fMissing) {
-            filledV.assign(row, row + width);
-            std::replace_if(
-                filledV.begin(), filledV.end(), [](double value) { return std::isnan(value); },
-                sylvora::kMissingValue);
-            line = filledV.data();
-        }
-        double result = 0.0;
-        if (model->learner->OnlineTesting(line, result, width, nullptr) != 0) return -1;
-        *score = result;
-        return 0;
-    });
-}
-
-int sylvora_probabilities(const char* loss, const double* scores, int64_t num_scores,
-                          double* probabilities) {
-    return Run([&] {
-        if (loss == nullptr || scores == nullptr || probabilities == nullptr) {
-            return RefuseNull("loss, scores or probabilities");
-        }
-        const sylvora::Link link = sylvora::LinkOf(loss);
-        if (link == sylvora::Link::kNone || num_scores < 0) {
-            return Fail("ERROR: The loss ", loss, " has no probabilities\n");
-        }
-        sylvora::ProbabilitiesOf(link, scores, static_cast<size_t>(num_scores), probabilities);
-        return 0;
-    });
-}
-
-int sylvora_log_odds(const double* labels, const int32_t* weights, int64_t num_labels,
-                     double* log_odds) {
-    return Run([&] {
-        if (labels == nullptr || log_odds == nullptr) return RefuseNull("labels or log_odds");
-        if (num_labels < 0 || num_labels > INT_MAX) {
-            return Fail("ERROR: There are ", num_labels, " labels\n");
-        }
-        const double start = sylvora::LogLossStart(labels, weights, static_cast<int>(num_labels));
-        if (!std::isfinite(start)) {
-            return Fail("ERROR: Log-odds need labels above 0 and others, both with a weight\n");
-        }
-        *log_odds = start;
-        return 0;
-    });
 }
 
 int sylvora_model_facts_of(const sylvora_model* model, sylvora_model_facts* facts) {

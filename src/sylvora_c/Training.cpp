@@ -1,67 +1,36 @@
-// Trainings of the C interface.
+// Setting up a training of the C interface; see Training.h.
 #include <charconv>
-#include <climits>
 #include <cmath>
-#include <deque>
 #include <unordered_set>
 #include <utility>
 #include <variant>
 
 #include "../CheckIn/Parameters.h"
-#include "../Links.h"
-#include "Call.h"
-#include "Handles.h"
+#include "Training.h"
 #include "base/BlockReader.h"
 
 using sylvora::Fail;
 using sylvora::Text;
-using sylvora::c::Call;
+using sylvora::c::NamedSet;
+using sylvora::c::RefuseAfterRun;
 using sylvora::c::RefuseNull;
 using sylvora::c::Run;
 
-namespace {
+namespace sylvora::c {
 
-// A set to evaluate, with its own copies.
-struct NamedSet {
-    std::string name;
-    sylvora::c::Block block;
-    VecDle labelV;
-    VecInt queryV;
-};
+int RefuseAfterRun() {
+    return Fail("ERROR: The training has run: make another one\n");
+}
+
+}  // namespace sylvora::c
+
+namespace {
 
 // Parameters that make no sense for data in memory.
 bool IsOfTheCommand(const sylvora::ParameterRow& row) {
     const std::string name = row.name;
     return row.fFileName || name == "mode" || name == "absent" || name == "pathOutput" ||
            name == "fileResultBase" || name == "fTestRealTime" || name == "sizeGroup";
-}
-
-// The link as a description has it: none is an empty text.
-const char* NameOf(sylvora::Link link) {
-    switch (link) {
-        case sylvora::Link::kLogit:
-            return "logit";
-        case sylvora::Link::kHalfLogit:
-            return "half-logit";
-        case sylvora::Link::kSoftplusShare:
-            return "softplus-share";
-        case sylvora::Link::kNone:
-            break;
-    }
-    return "";
-}
-
-// The parameters that a model depends on. Not among them: numThread, digits and all that only
-// report.
-constexpr const char* kSettings[] = {"modelType",  "fRegCls",    "lossFunc",   "numTree",
-                                     "valShrink",  "maxDepth",   "maxLeaf",    "numBound",
-                                     "valSmpRt",   "ratio",      "randomMode", "valTau",
-                                     "randomSeed", "huberDelta", "quantile",   "earlyStop"};
-
-// The value of a parameter as a text that reads back exactly.
-std::string ExactValue(const sylvora::ParameterRow& row, const CheckCfgCLS& cfg) {
-    const auto* const real = std::get_if<double CheckCfgCLS::*>(&row.member);
-    return real != nullptr ? sylvora::c::ExactText(cfg.**real) : sylvora::ParameterValue(row, cfg);
 }
 
 // Sets a parameter. Unlike the readers of files, refuses integers in other forms than digits, which
@@ -76,10 +45,6 @@ bool AssignExactly(const sylvora::ParameterRow& row, std::string_view text, Chec
     if (!sylvora::AssignParameter(row, std::string(text), cfg)) return false;
     const auto* const real = std::get_if<double CheckCfgCLS::*>(&row.member);
     return real == nullptr || std::isfinite(cfg.**real);
-}
-
-int RefuseAfterRun() {
-    return Fail("ERROR: The training has run: make another one\n");
 }
 
 // Numbers the queries 0, 1, 2, ... in order. Refuses one whose rows are not together.
@@ -98,105 +63,6 @@ int NumberQueries(const VecInt& idV, VecInt& queryV) {
 }
 
 }  // namespace
-
-struct sylvora_training {
-    CheckCfgCLS cfg;
-    std::shared_ptr<const sylvora::DataSet> data;
-    std::string missing;
-    VecDle labelV;
-    VecInt queryV;
-    VecInt weightV;
-    std::deque<NamedSet> setV;  // never moves its elements, which the learner borrows
-    sylvora::TrainingOptions options;
-    sylvora_objective objective = nullptr;
-    void* objectiveContext = nullptr;
-    sylvora_progress progress = nullptr;
-    void* progressContext = nullptr;
-    sylvora_message message = nullptr;
-    void* messageContext = nullptr;
-    bool fRun = false;  // it has begun to train
-    sylvora::EvaluationRecord record;
-
-    // Checks the parameters; `checked` receives them in the form that a learner needs.
-    int Prepare(CheckCfgCLS& checked) const;
-    int Train(TreeLearner& learner, Call& call);
-    void Describe(const CheckCfgCLS& checked, sylvora::ModelDescription& description) const;
-};
-
-int sylvora_training::Prepare(CheckCfgCLS& checked) const {
-    if (data == nullptr) return Fail("ERROR: The training has no data: sylvora_training_data\n");
-    const bool fRanking = checked.modelType == "GBRank";
-    if (checked.modelType != "GBDT" && !fRanking && checked.modelType != "RandomForest" &&
-        checked.modelType != "CART") {
-        return Fail("ERROR: modelType is \"", checked.modelType,
-                    "\": set it to GBDT, GBRank, RandomForest or CART\n");
-    }
-    if (fRanking && queryV.empty()) {
-        return Fail("ERROR: GBRank needs a query id per row: sylvora_training_data\n");
-    }
-    if (checked.CheckCfg() != 0) return -1;
-    if (checked.lossFunc == "USER" && objective == nullptr) {
-        return Fail("ERROR: lossFunc USER needs a function: sylvora_training_objective\n");
-    }
-    constexpr double kBound = -static_cast<double>(LONG_MIN);
-    checked.tms_seed = checked.getRandomSeed();
-    const double largest = std::fabs(checked.tms_seed) * std::max(checked.sizeGroup - 1, 1);
-    if (largest < kBound) return 0;
-    return Fail("ERROR: randomSeed ", checked.tms_seed,
-                ": its absolute value, times the trees of a forest, must be below ", kBound, "\n");
-}
-
-int sylvora_training::Train(TreeLearner& learner, Call& call) {
-    // The command seeds its trainings in the same way.
-    sylvora::RandomStream stream(static_cast<long>(std::fabs(learner.CfgInfo.tms_seed)));
-    learner.trainingOptions = options;
-    sylvora::TrainingOptions& given = learner.trainingOptions;
-    given.stream = &stream;
-    given.sink = Call::Receive;
-    given.sinkContext = &call;
-    given.fCovers = true;
-    if (objective != nullptr) {
-        given.objective = [](void* context, const objective_round_t& round) {
-            const auto& self = *static_cast<const sylvora_training*>(context);
-            return self.objective(self.objectiveContext, round.round, round.numRows, round.labelV,
-                                  round.scoreV, round.gradientV, round.hessianV);
-        };
-        given.objectiveContext = this;
-    }
-    for (const NamedSet& set : setV) {
-        given.setV.push_back({set.name, set.block.Get(), set.labelV.data(),
-                              set.queryV.empty() ? nullptr : set.queryV.data()});
-    }
-    learner.setProgress(progress, progressContext);
-    learner.setVerification(true);
-    learner.setPackedTrees(true);
-    int status = learner.DataBorrow(data, labelV.data(), static_cast<int>(labelV.size()),
-                                    queryV.data(), static_cast<int>(queryV.size()));
-    VecDle().swap(labelV);  // the learner has a copy
-    if (status == 0) status = learner.ParamInit();
-    if (status == 0 && !weightV.empty()) {
-        status = learner.setWeights(weightV.data(), static_cast<int>(weightV.size()));
-    }
-    if (status == 0) status = learner.Boosting();
-    record = learner.getEvaluation();
-    // What was borrowed for the run ends here.
-    learner.trainingOptions = {};
-    learner.setProgress(nullptr, nullptr);
-    return status;
-}
-
-void sylvora_training::Describe(const CheckCfgCLS& checked,
-                                sylvora::ModelDescription& description) const {
-    description.missing = missing;
-    description.bestRound = record.bestRound;
-    description.link = NameOf(sylvora::LinkOf(checked.lossFunc));
-    CheckCfgCLS asSet = checked;
-    // Of a forest, CheckCfg moves the number of trees to sizeGroup.
-    if (asSet.modelType == "RandomForest") asSet.numTree = asSet.sizeGroup;
-    for (const char* const name : kSettings) {
-        description.settingV.emplace_back(name, ExactValue(*sylvora::FindParameter(name), asSet));
-    }
-}
 
 int sylvora_training_new(sylvora_training** out) {
     return Run([&] {
@@ -332,6 +198,17 @@ int sylvora_training_metric(sylvora_training* training, const char* metric) {
     });
 }
 
+int sylvora_training_user_metric(sylvora_training* training, const char* name,
+                                 sylvora_metric function, void* context, int larger_is_better) {
+    return Run([&] {
+        if (training == nullptr || name == nullptr || function == nullptr) {
+            return RefuseNull("The training, the name or the function of a metric");
+        }
+        training->options.userMetricV.push_back({name, function, context, larger_is_better != 0});
+        return 0;
+    });
+}
+
 int sylvora_training_stop_rule(sylvora_training* training, const char* set, const char* metric) {
     return Run([&] {
         if (training == nullptr) return RefuseNull("The training");
@@ -359,49 +236,6 @@ int sylvora_training_on_message(sylvora_training* training, sylvora_message func
         training->messageContext = context;
         return 0;
     });
-}
-
-int sylvora_training_run(sylvora_training* training, sylvora_model** out) {
-    const bool fNull = training == nullptr;
-    Call call(fNull ? nullptr : training->message, fNull ? nullptr : training->messageContext);
-    return call.Run([&] {
-        if (fNull || out == nullptr) return RefuseNull("The training or out");
-        if (training->fRun) return RefuseAfterRun();
-        CheckCfgCLS checked = training->cfg;
-        if (training->Prepare(checked) != 0) return -1;
-        training->fRun = true;
-        auto model = std::make_unique<sylvora_model>();
-        model->learner = std::make_unique<TreeLearner>(checked);
-        TreeLearner& learner = *model->learner;
-        if (training->Train(learner, call) != 0) return -1;
-        training->Describe(checked, model->description);
-        if (sylvora::ModelText::Covers(learner, model->description.coverV) != 0) return -1;
-        sylvora::c::DeriveTexts(*model);
-        if (learner.ReleaseTrainingData() != 0) return -1;
-        *out = model.release();
-        return 0;
-    });
-}
-
-int sylvora_training_record(const sylvora_training* training, int i, const char** set,
-                            const char** metric, const double** values, int64_t* num_values) {
-    if (training == nullptr || i < 0) return -1;
-    const std::vector<sylvora::MetricRecord>& metricV = training->record.metricV;
-    if (static_cast<size_t>(i) >= metricV.size()) return -1;
-    const sylvora::MetricRecord& record = metricV[static_cast<size_t>(i)];
-    if (set != nullptr) *set = record.set.c_str();
-    if (metric != nullptr) *metric = record.metric.c_str();
-    if (values != nullptr) *values = record.valueV.data();
-    if (num_values != nullptr) *num_values = static_cast<int64_t>(record.valueV.size());
-    return 0;
-}
-
-int sylvora_training_best_round(const sylvora_training* training) {
-    return training != nullptr ? training->record.bestRound : 0;
-}
-
-int sylvora_training_stopped_early(const sylvora_training* training) {
-    return training != nullptr && training->record.fStoppedEarly;
 }
 
 void sylvora_training_free(sylvora_training* training) {

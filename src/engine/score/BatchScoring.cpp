@@ -24,9 +24,14 @@ constexpr size_t kVisitsPerThread = 100000;
 template <typename Totals>
 class BlockScorer {
   public:
-    // `numRead` is the number of values to read from a block at once.
-    BlockScorer(const CompiledEnsemble& compiled, int maxTiles, size_t numRead)
+    // `groups` is null for all groups. `numRead` is the number of values to read from a block at
+    // once.
+    BlockScorer(const CompiledEnsemble& compiled, const GroupRange* groups, int maxTiles,
+                size_t numRead)
         : ensemble(compiled),
+          fAdd(groups != nullptr),
+          bundleV(fAdd ? groups->bundleV : compiled.bundleV),
+          pieceV(fAdd ? groups->pieceV : compiled.pieceV),
           rowV(static_cast<size_t>(maxTiles) * kTileRows),
           readV(numRead),
           totals(compiled.numClass, maxTiles) {
@@ -52,9 +57,9 @@ class BlockScorer {
         for (int r = 0; r < numTiles * kTileRows; ++r) {
             rowV[static_cast<size_t>(r)] = rows.Row(static_cast<size_t>(std::min(r, numRows - 1)));
         }
-        totals.Begin();
+        totals.Begin(fAdd ? results : nullptr, numRows);
         int quantiser = -1;
-        for (const Bundle& bundle : ensemble.bundleV) {
+        for (const Bundle& bundle : bundleV) {
             if (!bundle.IsCoded()) {
                 AddWalked(bundle);
                 continue;
@@ -121,7 +126,7 @@ class BlockScorer {
     void AddTile(const Bundle& bundle, int tile, const Leaf* leafV, const double* const* valueV) {
         const double* const shrinkV = ensemble.shrinkV.data() + bundle.firstTree;
         for (size_t k = bundle.firstPiece; k < bundle.endPiece; ++k) {
-            const GroupPiece& piece = ensemble.pieceV[k];
+            const GroupPiece& piece = pieceV[k];
             const int t = piece.firstTree;
             totals.Add(piece, tile,
                        PieceLeaves<Leaf>{leafV + t * kTileRows, valueV + t, shrinkV + t});
@@ -129,6 +134,9 @@ class BlockScorer {
     }
 
     const CompiledEnsemble& ensemble;
+    const bool fAdd;  // to the results that there are
+    const std::vector<Bundle>& bundleV;
+    const std::vector<GroupPiece>& pieceV;
     std::vector<const double*> rowV;  // by row of the block
     std::vector<double> readV;        // its values, if they are read from a borrowed block
     LineVector<int8_t> codeV;         // tile after tile, each numBands * kTileRows
@@ -137,21 +145,37 @@ class BlockScorer {
     Totals totals;
 };
 
+// How the rows are shared out.
+struct Sharing {
+    int numWorkers;
+    int maxTiles;  // of a block
+};
+
+// Four blocks per worker or more, where there are enough rows, so that all finish at about the same
+// time.
+Sharing ShareRows(size_t numRows, size_t numTrees, int numThread) {
+    const int numWorkers = NumScoringThreads(numRows, numTrees, numThread);
+    const size_t tilesPerWorker = numRows / kTileRows / static_cast<size_t>(numWorkers) / 4;
+    const size_t maxTiles = std::clamp(tilesPerWorker, size_t{1}, size_t{kMaxTiles});
+    return {numWorkers, static_cast<int>(maxTiles)};
+}
+
 // Workers take blocks one by one. Blocks write to disjoint ranges of `results`. All memory is
 // allocated before the first block is scored.
 template <typename Totals>
-void ScoreBlocks(const CompiledEnsemble& ensemble, const RowTable& rows, double* results,
-                 int numThread, int maxTiles) {
+void ScoreBlocks(const CompiledEnsemble& ensemble, const GroupRange* groups, const RowTable& rows,
+                 double* results, const Sharing& sharing) {
+    const int maxTiles = sharing.maxTiles;
     const size_t blockRows = static_cast<size_t>(maxTiles) * kTileRows;
     const size_t numBlocks = (rows.numRows + blockRows - 1) / blockRows;
     WorkerPool pool;
     // Deliberately ignored: if not all threads start, fewer do the same work.
     static_cast<void>(
-        pool.Start(static_cast<int>(std::min(static_cast<size_t>(numThread), numBlocks))));
+        pool.Start(static_cast<int>(std::min(static_cast<size_t>(sharing.numWorkers), numBlocks))));
     std::vector<BlockScorer<Totals>> scorerV;
     const size_t numRead = rows.block != nullptr ? blockRows * rows.stride : 0;
     for (int worker = 0; worker < pool.NumWorkers(); ++worker)
-        scorerV.emplace_back(ensemble, maxTiles, numRead);
+        scorerV.emplace_back(ensemble, groups, maxTiles, numRead);
     pool.For(static_cast<int>(numBlocks), [&](int block, int worker) {
         const size_t first = static_cast<size_t>(block) * blockRows;
         scorerV[static_cast<size_t>(worker)].Score(
@@ -161,24 +185,29 @@ void ScoreBlocks(const CompiledEnsemble& ensemble, const RowTable& rows, double*
 
 }  // namespace
 
-void ScoreRows(const CompiledEnsemble& ensemble, const RowTable& rows, double* results,
-               int numThread) {
-    const size_t numVisits = rows.numRows * (ensemble.shrinkV.size() + 1);
-    const size_t maxThreads = 1 + numVisits / kVisitsPerThread;
+int NumScoringThreads(size_t numRows, size_t numTrees, int numThread) {
+    const size_t maxThreads = 1 + numRows * (numTrees + 1) / kVisitsPerThread;
     // Counting the processors takes as long as scoring some rows, so do so only if it matters.
     const int numAsked = numThread > 0 || maxThreads == 1 ? numThread : NumUsableCpus();
-    const int numWorkers =
-        static_cast<int>(std::min(static_cast<size_t>(std::max(numAsked, 1)), maxThreads));
-    // Four blocks per worker or more, where there are enough rows, so that all finish at about the
-    // same time.
-    const size_t tilesPerWorker = rows.numRows / kTileRows / static_cast<size_t>(numWorkers) / 4;
-    int maxTiles = static_cast<int>(std::clamp(tilesPerWorker, size_t{1}, size_t{kMaxTiles}));
+    return static_cast<int>(std::min(static_cast<size_t>(std::max(numAsked, 1)), maxThreads));
+}
+
+void ScoreRows(const CompiledEnsemble& ensemble, const RowTable& rows, double* results,
+               int numThread) {
+    Sharing sharing = ShareRows(rows.numRows, ensemble.shrinkV.size(), numThread);
     if (ensemble.numClass == 0) {
-        ScoreBlocks<RegressionTotals>(ensemble, rows, results, numWorkers, maxTiles);
+        ScoreBlocks<RegressionTotals>(ensemble, nullptr, rows, results, sharing);
         return;
     }
-    maxTiles = std::min(maxTiles, std::max(kMaxCounts / kTileRows / ensemble.numClass, 1));
-    ScoreBlocks<VoteTotals>(ensemble, rows, results, numWorkers, maxTiles);
+    sharing.maxTiles =
+        std::min(sharing.maxTiles, std::max(kMaxCounts / kTileRows / ensemble.numClass, 1));
+    ScoreBlocks<VoteTotals>(ensemble, nullptr, rows, results, sharing);
+}
+
+void AddRows(const CompiledEnsemble& ensemble, const GroupRange& range, const RowTable& rows,
+             double* scores, int numThread) {
+    const Sharing sharing = ShareRows(rows.numRows, range.numTrees, numThread);
+    ScoreBlocks<RegressionTotals>(ensemble, &range, rows, scores, sharing);
 }
 
 }  // namespace engine

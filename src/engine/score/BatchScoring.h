@@ -5,6 +5,7 @@
 #include <cstddef>
 
 #include "CompiledEnsemble.h"
+#include "GroupRange.h"
 #include "base/BlockReader.h"
 
 namespace sylvora {
@@ -35,6 +36,15 @@ struct RowTable {
 // ensemble. Throws std::bad_alloc, with `results` untouched, when memory runs out.
 void ScoreRows(const CompiledEnsemble& ensemble, const RowTable& rows, double* results,
                int numThread);
+
+// Adds the outputs of some groups of a regression to scores[0, numRows), in order, as ScoreRows
+// adds them up; otherwise like it.
+void AddRows(const CompiledEnsemble& ensemble, const GroupRange& range, const RowTable& rows,
+             double* scores, int numThread);
+
+// How many threads are worth starting for that many rows and trees, at most `numThread`; 0 or less:
+// at most the usable processors.
+int NumScoringThreads(size_t numRows, size_t numTrees, int numThread);
 
 }  // namespace engine
 }  // namespace sylvora

@@ -2,8 +2,9 @@
 // trees, and each row's additions and counts happen in the order of the reference implementation,
 // so the scores agree bit for bit.
 //
-// Both classes have the same interface: Begin() a block, Add() each piece for each tile, then
-// CopyResults(). They own their buffers, which hold maxTiles tiles; one object per worker.
+// Both classes have the same interface: Begin() a block, with the scores to add to or null, Add()
+// each piece for each tile, then CopyResults(). They own their buffers, which hold maxTiles tiles;
+// one object per worker.
 #ifndef SYLVORA_ENGINE_SCORE_GROUPTOTALS_H
 #define SYLVORA_ENGINE_SCORE_GROUPTOTALS_H
 
@@ -34,9 +35,10 @@ class RegressionTotals {
   public:
     RegressionTotals(int, int maxTiles) : sumV(NumRows(maxTiles)), resultV(NumRows(maxTiles)) {}
 
-    void Begin() {
+    void Begin(const double* scores, int numRows) {
         std::fill(sumV.begin(), sumV.end(), 0.0);
         std::fill(resultV.begin(), resultV.end(), 0.0);
+        if (scores != nullptr) std::copy_n(scores, numRows, resultV.data());
     }
 
     template <typename Leaf>
@@ -94,7 +96,7 @@ class VoteTotals {
           rowV(static_cast<size_t>(maxTiles) * kTileRows),
           countV(rowV.size() * numClass) {}
 
-    void Begin() {
+    void Begin(const double*, int) {
         std::fill(rowV.begin(), rowV.end(), Row());
         std::fill(countV.begin(), countV.end(), 0);
     }

@@ -1,0 +1,257 @@
+"""What users pass as a table: its shape, its names, and how to make a Table of it."""
+
+from __future__ import annotations
+
+import sys
+from typing import Any, Optional, Protocol
+
+import numpy as np
+
+from . import _columns
+from ._columns import Column
+from ._core import Table
+from ._numbers import ENCODE, Array, as_numbers, mask_of, subject_of
+
+# The number that is missing besides NaN, and whether NaN is refused instead.
+Missing = tuple[Optional[float], bool]
+Names = Optional[list[str]]
+
+
+class Source(Protocol):
+    """Data of one kind. `order` picks columns; None: all as they are."""
+
+    shape: tuple[int, int]
+    names: Names
+
+    def table(self, order: Optional[list[int]], missing: Missing) -> Table: ...
+
+
+class _Dense:
+    """A two-dimensional array of numbers."""
+
+    def __init__(self, values: Array, names: Names = None) -> None:
+        self.values, self.names = values, names
+        self.shape: tuple[int, int] = values.shape  # type: ignore[assignment]
+
+    def table(self, order: Optional[list[int]], missing: Missing) -> Table:
+        values = self.values
+        if order is None and _is_disjoint(values):
+            return Table.from_dense(values, *missing)
+        if abs(values.strides[0]) < values.itemsize and len(values) > 1:
+            values = values.copy()  # rows that share memory
+        columns = [values[:, i] for i in (order or range(values.shape[1]))]
+        return Table.from_columns(columns, len(values), *missing)
+
+
+class _Separate:
+    """Columns, each in a place of its own."""
+
+    def __init__(self, columns: list[Column], num_rows: int, names: Names) -> None:
+        self.columns, self.names = columns, names
+        self.shape = (num_rows, len(columns))
+
+    def table(self, order: Optional[list[int]], missing: Missing) -> Table:
+        columns = self.columns if order is None else [self.columns[i] for i in order]
+        return Table.from_columns(columns, self.shape[0], *missing)
+
+
+class _Sparse:
+    """A matrix of scipy.sparse."""
+
+    names: Names = None
+
+    def __init__(self, matrix: Any, names: Names = None) -> None:
+        if matrix.format not in ("csr", "csc"):
+            matrix = matrix.tocsr()
+        if not matrix.has_canonical_format:
+            matrix = matrix.copy()
+            matrix.sum_duplicates()
+        self.matrix, self.names = matrix, names
+        self.shape: tuple[int, int] = matrix.shape
+
+    def table(self, order: Optional[list[int]], missing: Missing) -> Table:
+        matrix = self.matrix if order is None else self.matrix.tocsc()[:, order]
+        by_rows = matrix.format == "csr"
+        return Table.from_sparse(
+            matrix.shape, by_rows, matrix.data, matrix.indices, matrix.indptr, *missing
+        )
+
+
+class _Arrow:
+    """An object with the Arrow C interface."""
+
+    def __init__(self, data: Any, argument: str, missing: Missing) -> None:
+        self.data, self.argument = data, argument
+        self.whole = Table.from_arrow(data, *missing)
+        self.names = _unique(self.whole.names, argument)
+        self.shape = (self.whole.num_rows, self.whole.num_columns)
+
+    def table(self, order: Optional[list[int]], missing: Missing) -> Table:
+        if order is None:
+            return self.whole
+        if not hasattr(self.data, "select"):
+            raise ValueError(
+                f"{self.argument}: a {type(self.data).__name__} cannot be brought into another "
+                f"order of columns; select them in this order: {self.names}"
+            )
+        names = self.names or []
+        return Table.from_arrow(self.data.select([names[i] for i in order]), *missing)
+
+
+def source_of(X: Any, argument: str, missing: Missing) -> Source:
+    """Recognise what `X` is. Raises as `as_table` does."""
+    if isinstance(X, np.ndarray):
+        return _of_array(X, argument, missing[1])
+    pandas, sparse = sys.modules.get("pandas"), sys.modules.get("scipy.sparse")
+    if pandas is not None and isinstance(X, pandas.DataFrame):
+        return _of_frame(X, argument, missing[1])
+    if sparse is not None and sparse.issparse(X):
+        return _of_sparse(X, argument)
+    if hasattr(X, "__arrow_c_stream__") or hasattr(X, "__arrow_c_array__"):
+        return _Arrow(X, argument, missing)
+    names = unique_names(X, argument)
+    return _Dense(_two_dimensional(_converted(X, argument), X, argument, names), names)
+
+
+def unique_names(X: Any, argument: str) -> Names:
+    """Names of columns; see `column_names`."""
+    if isinstance(X, np.ndarray):
+        return list(X.dtype.names) if X.dtype.names else None
+    labels = getattr(X, "column_names", None)  # pyarrow
+    if labels is None:
+        labels = getattr(X, "columns", None)
+    try:
+        return _unique(list(labels), argument) if labels is not None else None
+    except TypeError:
+        if isinstance(labels, (list, tuple)) or hasattr(labels, "__len__"):
+            raise
+        return None
+
+
+def given_names(names: Any, num_columns: int) -> list[str]:
+    """Names that a user gives to columns. Raises TypeError and ValueError."""
+    if isinstance(names, str) or not all(isinstance(name, str) for name in names):
+        raise TypeError("feature_names must be a list of text, one name per column")
+    if len(names) != num_columns:
+        raise ValueError(f"feature_names has {len(names)} names for {num_columns} columns")
+    return _unique([str(name) for name in names], "feature_names") or []
+
+
+def _unique(labels: Optional[list[Any]], argument: str) -> Names:
+    if not labels:
+        return None
+    are_text = [isinstance(label, str) for label in labels]
+    if not any(are_text):
+        return None
+    if not all(are_text):
+        other = type(labels[are_text.index(False)]).__name__
+        raise TypeError(
+            f"{argument}: Feature names are only supported if all input features have string names,"
+            f" but some labels of columns are text and others are of type {other}; convert them, "
+            f"for example by {argument}.columns = {argument}.columns.astype(str)"
+        )
+    seen: set[str] = set()
+    for label in labels:
+        if label in seen:
+            raise ValueError(f'{argument}: two columns have the name "{label}"; rename one of them')
+        seen.add(label)
+    return labels
+
+
+def _of_array(X: Array, argument: str, refuse_missing: bool) -> Source:
+    if X.dtype.names and X.ndim == 1:
+        names = list(X.dtype.names)
+        subject = subject_of(argument, names)
+        return _Separate(_columns.of_records(X, subject, refuse_missing), len(X), names)
+    if isinstance(X, np.ma.MaskedArray) and X.ndim == 2 and mask_of(X).any():
+        columns = _columns.of_masked_array(X, subject_of(argument), refuse_missing)
+        return _Separate(columns, len(X), None)
+    return _Dense(_two_dimensional(np.asarray(X), X, argument, None))
+
+
+def _of_frame(X: Any, argument: str, refuse_missing: bool) -> Source:
+    names = _unique(list(X.columns), argument)
+    if 0 in X.shape:
+        return _Dense(np.empty(X.shape), names)
+    block = _columns.block_of_frame(X)
+    if block is not None:
+        return _Dense(block, names)
+    if all(getattr(dtype, "fill_value", None) == 0 for dtype in X.dtypes):
+        return _Sparse(X.sparse.to_coo().tocsc(), names)
+    columns = _columns.of_frame(X, subject_of(argument, names), refuse_missing)
+    return _Separate(columns, len(X), names)
+
+
+def _of_sparse(X: Any, argument: str) -> Source:
+    if X.ndim != 2:
+        raise _not_two_dimensional(X, argument)
+    source = _Sparse(X)
+    data = as_numbers(source.matrix.data, lambda _: f"{argument} (sparse)", ENCODE)
+    if data is not source.matrix.data:
+        kind = type(source.matrix)
+        parts = (data, source.matrix.indices, source.matrix.indptr)
+        source.matrix = kind(parts, shape=source.shape)
+    return source
+
+
+def _converted(X: Any, argument: str) -> Array:
+    try:
+        values = np.asarray(X)
+    except ValueError as error:
+        raise _ragged(X, argument) or ValueError(f"{argument}: {error}") from None
+    # NumPy turns numbers into text if there is text beside them; objects show which they were.
+    if values.dtype.kind in "US" and isinstance(X, (list, tuple)):
+        values = np.asarray(X, dtype=object)
+    if values.ndim == 0 and values.dtype.kind not in "fiub":
+        raise TypeError(
+            f"{argument} must be a table of numbers, such as a NumPy array, a data frame or a list "
+            f"of rows, not {type(X).__name__}"
+        )
+    if values.ndim == 1 and values.dtype.kind == "O":
+        ragged = _ragged(X, argument)
+        if ragged is not None:
+            raise ragged
+    return values
+
+
+def _ragged(rows: Any, argument: str) -> Optional[ValueError]:
+    """The error for the first row whose length differs from the first one's."""
+    lengths = [len(row) if hasattr(row, "__len__") else -1 for row in rows]
+    for i, length in enumerate(lengths):
+        if length != lengths[0]:
+            shown = "no list" if length < 0 else f"{length} values"
+            first = "none" if lengths[0] < 0 else f"{lengths[0]} values"
+            return ValueError(
+                f"{argument}: row {i} has {shown}, row 0 has {first}; all rows must have the same "
+                "length"
+            )
+    return None
+
+
+def _two_dimensional(values: Array, X: Any, argument: str, names: Names) -> Array:
+    if values.ndim != 2:
+        raise _not_two_dimensional(values, argument)
+    return as_numbers(values, subject_of(argument, names), ENCODE)
+
+
+def _not_two_dimensional(values: Any, argument: str) -> ValueError:
+    if values.ndim > 2:
+        return ValueError(f"{argument}: Found array with dim {values.ndim}, while dim 2 is expected.")
+    kind = "1D" if values.ndim == 1 else "scalar"
+    return ValueError(
+        f"{argument}: Expected 2D array, got {kind} array instead (shape={values.shape}). Reshape "
+        "your data either using array.reshape(-1, 1) if your data has a single feature or "
+        "array.reshape(1, -1) if it contains a single sample."
+    )
+
+
+def _is_disjoint(values: Array) -> bool:
+    """Whether no two cells share memory, as far as the strides tell."""
+    if values.flags.c_contiguous or values.flags.f_contiguous:
+        return True
+    (rows, columns), size = values.shape, values.itemsize
+    by_row, by_column = (abs(stride) for stride in values.strides)
+    row, column = by_column * (columns - 1) + size, by_row * (rows - 1) + size
+    return ((columns == 1 or by_column >= size) and (rows == 1 or by_row >= row)) or (
+        (rows == 1 or by_row >= size) and (columns == 1 or by_column >= column)
+    )
