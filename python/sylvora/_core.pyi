@@ -3,6 +3,7 @@
 # positional. Functions release the interpreter's global lock while the library works.
 from __future__ import annotations
 
+import builtins
 import os
 from collections.abc import Callable, Sequence
 from typing import Any, Optional, TypeVar
@@ -131,9 +132,9 @@ class Model:
     loss: str
     # Raise ModelError whose text begins with the file's name; OSError if it cannot be opened.
     @classmethod
-    def read(cls: type[ModelT], path: str | os.PathLike[str], described: bool, /) -> ModelT: ...
+    def read(cls: builtins.type[ModelT], path: str | os.PathLike[str], described: bool, /) -> ModelT: ...
     @classmethod
-    def parse(cls: type[ModelT], text: Buffer, described: bool, /) -> ModelT: ...
+    def parse(cls: builtins.type[ModelT], text: Buffer, described: bool, /) -> ModelT: ...
     # The file is replaced as a whole or left as it was. OSError or ModelError.
     def write(self, path: str | os.PathLike[str], digits: int, described: bool, /) -> None: ...
     def text(self, digits: int, described: bool, /) -> bytes: ...

@@ -11,7 +11,7 @@ import numpy.typing as npt
 
 from . import _core
 from ._data import as_table
-from ._sources import given_names
+from ._names import given_names
 
 
 class Dataset:
@@ -127,8 +127,8 @@ class Dataset:
 
     def __reduce__(self) -> str:
         raise TypeError(
-            "a Dataset cannot be pickled or copied: it borrows the memory of X; pass X on, and make "
-            "a Dataset of it there"
+            "a Dataset cannot be pickled or copied: it borrows the memory of X; pass X on, and "
+            "make a Dataset of it there"
         )
 
 

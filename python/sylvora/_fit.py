@@ -198,10 +198,15 @@ class _Fit:
         return self._calls.after_round(done, total, self)
 
     def record(self) -> Evals:
-        evals: Evals = {data.name: {} for data in self._evaluation}
+        # The metrics that were asked for come first, in their order.
+        names = [name_of(metric) for metric in self._metrics]
+        measured: Evals = {data.name: {} for data in self._evaluation}
         for set_name, metric, values in self.training.record():
-            evals.setdefault(set_name, {})[metric] = values
-        return evals
+            measured[set_name][metric] = values
+        return {
+            set_name: {name: values[name] for name in [*names, *values] if name in values}
+            for set_name, values in measured.items()
+        }
 
     def snapshot(self) -> Model:
         return self._completed(self.training.snapshot(Model))
@@ -264,14 +269,14 @@ class _Fit:
     def _best(
         self, evals: Evals, stopper: Optional[Callback]
     ) -> tuple[Optional[int], Optional[float]]:
-        """The best round, from 1, and its value: on the last set, by the metric given first or, of
-        the default ones, listed first; unless a callback has decided."""
+        """The best round, from 1, and its value: on the last set, by its first metric, unless a
+        callback has decided."""
         if stopper is not None and hasattr(stopper, "best_score"):
             return stopper.keep_rounds, stopper.best_score
         if not evals:
             return None, None
         metrics = evals[list(evals)[-1]]
-        metric = name_of(self._metrics[0]) if self._metrics else next(iter(metrics))
+        metric = next(iter(metrics))
         values = metrics[metric]
         if not self._has_rounds:
             return None, values[-1] if values else None

@@ -250,7 +250,7 @@ class Model(_core.Model):
         >>> import sylvora
         >>> model = sylvora.train({"n_estimators": 20}, [[1], [2], [3], [4]] * 5, [0, 0, 1, 1] * 5)
         >>> model.predict([[1], [4], [None]]).round(1).tolist()
-        [0.1, 0.8, 0.1]
+        [0.0, 0.8, 0.0]
         """
         frame = self._frame(X)
         if iteration_range is not None:

@@ -61,6 +61,14 @@ def mask_of(values: Any) -> Array:
     return mask
 
 
+def is_missing(cell: object) -> bool:
+    """Whether an object is None, NaN or pandas.NA."""
+    pandas = sys.modules.get("pandas")
+    if cell is None or (pandas is not None and cell is pandas.NA):
+        return True
+    return isinstance(cell, float) and cell != cell
+
+
 def has_dates(subject: str, dtype: object) -> TypeError:
     """The error for a column of dates, times or durations."""
     return TypeError(
@@ -77,8 +85,8 @@ def _has_text(subject: str, cell: object, row: int, advice: str) -> TypeError:
 
 def _is_complex(subject: str) -> ValueError:
     return ValueError(
-        f"{subject} is complex. Complex data not supported: pass real and imaginary parts as "
-        "columns of their own"
+        f"{subject} is complex. Complex data not supported: pass real and imaginary parts "
+        "separately"
     )
 
 
@@ -105,10 +113,9 @@ def _without_na(cells: Array, types: set[type]) -> Array:
 
 def _fault_of_objects(cells: Array, subject: Subject, text_advice: str) -> Exception:
     """The error for the first cell, row by row, that is no number."""
-    pandas = sys.modules.get("pandas")
     for place, cell in np.ndenumerate(cells):
         column = subject(place[1] if len(place) > 1 else 0)
-        if cell is None or (pandas is not None and cell is pandas.NA):
+        if is_missing(cell):
             continue
         if isinstance(cell, (str, bytes)):
             return _has_text(column, cell, place[0], text_advice)

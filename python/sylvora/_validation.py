@@ -14,7 +14,7 @@ from ._data import as_labels, as_table, as_weights
 from ._dataset import Dataset
 from ._fit import EvaluationData, FitResult, best_round, fit_model
 from ._folds import folds_of, rows_of
-from ._metrics import Metric, is_larger_better, name_of
+from ._metrics import Metric, is_larger_better
 from ._parameters import settings_of
 from ._training import dataset_of, metrics_of, queries_of, with_jobs
 
@@ -203,7 +203,7 @@ def _summary(
 ) -> CvResult:
     """Puts the folds together. A callback may have ended one earlier: the shortest counts."""
     curves = [result.evals_result[_SET] for result in results]
-    deciding = _deciding_metric(curves[0], metrics)
+    deciding = next(iter(curves[0]))
     rounds = min(len(values) for curve in curves for values in curve.values())
     has_rounds = results[0].model.model_type in ("GBDT", "GBRank")
     larger = is_larger_better(deciding, metrics)
@@ -229,10 +229,6 @@ def _summary(
             _core.Model.set_description(model, "bestRound", [str(best)])
     score, std = float(evals[deciding]["mean"][at]), float(evals[deciding]["std"][at])
     return CvResult(evals, folded, best, score, std, folds, models)
-
-
-def _deciding_metric(curve: Mapping[str, Any], metrics: Sequence[Metric]) -> str:
-    return name_of(metrics[0]) if metrics else next(iter(curve))
 
 
 def _stopped_at(mean: Sequence[float], larger: bool, patience: int) -> int:
