@@ -71,10 +71,12 @@ def tidy(ax: Axes, grid: str) -> None:
     ax.tick_params(length=3, width=0.6, color=FRAME, labelsize="small")
 
 
-def whole_ticks(ax: Axes) -> None:
-    """Ticks of the x-axis at whole numbers only."""
+def show_rounds(ax: Axes, last: int) -> None:
+    """The x-axis from round 1 to the last one."""
+    margin = 0.5 if last < 2 else 0.02 * (last - 1)
+    ax.set_xlim(1 - margin, last + margin)
     ticker = require("matplotlib.ticker", "matplotlib")
-    ax.xaxis.set_major_locator(ticker.MaxNLocator(nbins=8, integer=True, min_n_ticks=1))
+    ax.xaxis.set_major_locator(ticker.MaxNLocator(8, steps=[1, 2, 5, 10], integer=True))
 
 
 def single_points(values: Any) -> list[int]:
@@ -91,15 +93,15 @@ def curve(ax: Axes, values: Any, name: str, i: int) -> None:
     marker = {"marker": "o", "markersize": 3.5, "markevery": alone} if alone else {}
     label = shown(name) + ("" if any(value == value for value in values) else " (no values)")
     ax.plot(range(1, len(values) + 1), values, label=label, **marker, **line_style(i))
-    ax.margins(x=0.02)
 
 
 def label_axes(ax: Axes, x: str, y: str) -> None:
     """Label the axes, in several lines where they are shorter than a label."""
     box = ax.get_window_extent()
     for text, label, pixels in ((x, ax.xaxis.label, box.width), (y, ax.yaxis.label, box.height)):
-        letter = 0.58 * label.get_size() * ax.figure.dpi / 72
-        label.set_text(textwrap.fill(text, max(12, int(pixels / letter))))
+        letters = max(12, int(pixels / (0.56 * label.get_size() * ax.figure.dpi / 72)))
+        lines = [text] if len(text) <= letters else text.replace(" (", "\n(").split("\n")
+        label.set_text("\n".join(textwrap.fill(line, letters) for line in lines))
 
 
 def mark_round(ax: Axes, best: int, text: str) -> None:

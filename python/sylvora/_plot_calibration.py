@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from collections.abc import Iterable
+from collections.abc import Collection, Iterable
 from dataclasses import dataclass
 from typing import TYPE_CHECKING, Any, Optional
 
@@ -156,10 +156,12 @@ def _wilson(curve: _Curve) -> tuple[Any, Any]:
     return centre - half, centre + half
 
 
-def _limit(curves: Iterable[_Curve]) -> float:
+def _limit(curves: Collection[_Curve]) -> float:
     """The end of both axes: 1, or less if all probabilities and shares are small."""
     largest = max(float(max(c.probabilities.max(), c.observed.max())) for c in curves)
-    return 1.0 if largest > 0.5 else max(1.15 * largest, 1e-6)
+    if len(curves) == 1:
+        largest = max(largest, *(float(_wilson(c)[1].max()) for c in curves))
+    return 1.0 if largest > 0.5 else 1.05 * largest
 
 
 def _draw(ax: Axes, curve: _Curve, name: str, i: int) -> None:
@@ -179,8 +181,9 @@ def _draw_rows(ax: Axes, curves: Iterable[_Curve], end: float) -> None:
         heights = low + (high - low) * count / highest
         edges = numpy.linspace(0, end, 41)
         ax.stairs(heights, edges, baseline=low, color=_pictures.colour(i), linewidth=1.0)
-    ticks = [end * k / 5 for k in range(6)]
-    texts = [_pictures.number(tick, 2) for tick in ticks]
+    ticker = _pictures.require("matplotlib.ticker", "matplotlib")
+    ticks = [t for t in ticker.MaxNLocator(5).tick_values(0, end) if t <= end * 1.001]
+    texts = [f"{tick:g}" for tick in ticks]
     ax.set_xticks(ticks, texts)
     ax.set_yticks([high, *ticks], [f"{highest:,} rows", *texts])
     ax.set_xlim(-0.02 * end, 1.02 * end)

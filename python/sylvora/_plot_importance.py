@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 from collections.abc import Mapping, Sequence
+from math import fsum, isfinite
 from typing import TYPE_CHECKING, Any, Optional
 
 from . import _pictures
@@ -20,7 +21,7 @@ _KINDS = {
 def importance(
     model: Any,
     *,
-    kind: str = "gain",
+    kind: Optional[str] = None,
     top: Optional[int] = 20,
     normalise: bool = True,
     ax: Optional[Axes] = None,
@@ -30,10 +31,11 @@ def importance(
     Parameters
     ----------
     model : Model, fitted estimator, mapping or array
-        With a model for each class, the picture shows the mean of their shares. A mapping from
-        names to values, or an array of values, is drawn as it is; `kind` has no meaning then.
-    kind : {"gain", "split", "cover"}
-        See `Model.feature_importance`.
+        The values of an estimator with a model for each class are added. A mapping from names to
+        values, or an array of values, is drawn as it is; `kind` has no meaning then.
+    kind : {"gain", "split", "cover"}, optional
+        See `Model.feature_importance`. Without it "gain", but "cover" for a classification by
+        votes, which has no gain; the label of the axis says which.
     top : int or None
         Number of features to draw; None draws all. The others are summed up in one line.
     normalise : bool
@@ -47,8 +49,8 @@ def importance(
     Raises
     ------
     ValueError
-        For an unknown `kind`; for a model without the row counts of its nodes, which knows the
-        kind "split" only; for values that have no shares.
+        For an unknown `kind`; for a model without the row counts of its nodes, which has the kind
+        "split" only; for values that are not finite.
 
     Examples
     --------
@@ -76,33 +78,37 @@ def importance(
     if rest:
         ax.get_yticklabels()[-1].set_color(_pictures.FRAME)
     _pictures.label_axes(ax, label + (", share in %" if normalise else ""), "")
+    # Long names leave little room below the bars; the label may begin below the names.
+    ax.set_xlabel(ax.get_xlabel(), loc="right")
     return ax
 
 
 def _importance_values(
-    source: Any, kind: str, normalise: bool
+    source: Any, kind: Optional[str], normalise: bool
 ) -> tuple[list[str], list[float], str]:
     """Names, values and the label of the axis."""
     model = _pictures.fitted(source)
+    label = "importance"
     if isinstance(model, Mapping):
-        names, values = [str(name) for name in model], list(model.values())
-        return names, _shares(values) if normalise else _floats(values), "importance"
-    parts = model if isinstance(model, list) and hasattr(source, "model_") else [model]
-    if not hasattr(parts[0], "feature_importance"):
+        names, values = [str(name) for name in model], _floats(model.values())
+    elif hasattr(model, "feature_importance") or hasattr(source, "model_"):
+        parts = model if isinstance(model, list) else [model]
+        if kind is None:
+            kind = "cover" if parts[0].n_classes > 0 else "gain"
+        values = [sum(cells) for cells in zip(*(_of_kind(part, kind) for part in parts))]
+        names = _pictures.names_of(parts[0], len(values))
+        label = _KINDS[kind]
+    else:
         values = _floats(model)
         names = _pictures.names_of(None, len(values))
-        return names, _shares(values) if normalise else values, "importance"
-    if kind not in _KINDS:
-        raise ValueError(f"kind is {kind!r}; it must be one of: " + ", ".join(_KINDS))
-    columns = [_of_kind(part, kind) for part in parts]
-    if len(parts) > 1 or normalise:
-        columns = [_shares(column) for column in columns]
-    values = [sum(cells) / len(parts) for cells in zip(*columns)]
-    names = _pictures.names_of(parts[0], len(values))
-    return names, values, _KINDS[kind] + (", mean over the classes" if len(parts) > 1 else "")
+    if not values or not all(isfinite(value) for value in values):
+        raise ValueError("importances must be finite numbers, at least one")
+    return names, _shares(values) if normalise else values, label
 
 
 def _of_kind(model: Any, kind: str) -> list[float]:
+    if kind not in _KINDS:
+        raise ValueError(f"kind is {kind!r}; it must be one of: " + ", ".join(_KINDS))
     try:
         return _floats(model.feature_importance(kind))
     except ValueError as cause:
@@ -115,18 +121,15 @@ def _floats(values: Any) -> list[float]:
     return [float(value) for value in values]
 
 
-def _shares(values: Any) -> list[float]:
-    numbers = _floats(values)
-    if not all(0 <= value < float("inf") for value in numbers):
-        raise ValueError("shares need finite values of 0 or more; pass normalise=False")
-    whole = sum(numbers)
-    return [value / whole for value in numbers] if whole > 0 else numbers
+def _shares(values: list[float]) -> list[float]:
+    whole = fsum(values)
+    return [value / whole for value in values] if whole > 0 else values
 
 
 def _value_text(value: float, share: bool) -> str:
     if not share:
         return _pictures.number(value)
-    return f"{100 * value:.1f} %" if value >= 0.0005 or value == 0 else "< 0.1 %"
+    return f"{100 * value:.1f} %" if abs(value) >= 0.0005 or value == 0 else "< 0.1 %"
 
 
 def _distinct(names: Sequence[str], shown: Sequence[int]) -> list[str]:

@@ -63,7 +63,7 @@ def tree(
     >>> import sylvora
     >>> X = numpy.arange(40.0).reshape(20, 2)
     >>> model = sylvora.train({"n_estimators": 5}, X, X[:, 0], feature_names=["age", "size"])
-    >>> "age <= " in tree(model).source or "size <= " in tree(model).source
+    >>> "age ≤ " in tree(model, 4).source or "size ≤ " in tree(model, 4).source
     True
     """
     graphviz = _pictures.require("graphviz", "graphviz")

@@ -121,7 +121,7 @@ def _draw_curves(
     for i, (name, values) in enumerate(curves.items()):
         _pictures.curve(ax, values, name, i)
     _pictures.tidy(ax, "both")
-    _pictures.whole_ticks(ax)
+    _pictures.show_rounds(ax, max(len(values) for values in curves.values()))
     name, values = list(curves.items())[-1]
     ranks = [(-v if larger else v, i) for i, v in enumerate(values, 1) if v == v]
     if best is None and ranks:

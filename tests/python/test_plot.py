@@ -1,0 +1,369 @@
+# -*- coding: utf-8 -*-
+"""Pictures: what they say, that it can be read, and errors.
+
+The pictures of hand-made models need no training. Skipped where a package is missing.
+"""
+import doctest
+import importlib
+import itertools
+import unittest
+
+try:
+    import graphviz
+    import matplotlib
+    import numpy as np
+    matplotlib.use('Agg')
+    from matplotlib import pyplot
+    from sylvora import plot
+except (ImportError, SyntaxError):  # SyntaxError: an interpreter that has the older module only
+    plot = None
+
+NAN = float('nan')
+LONG = ['average_number_of_payments_in_the_last_%d_days_per_customer' % days for days in (1, 30)]
+
+
+class Tree(object):
+    """A hand-made tree: (column, threshold, left, right, output) or an output; covers from 100."""
+
+    def __init__(self, root, shrink=0.5, cover=True):
+        self.group, self.shrink, rows = 0, shrink, []
+        waiting = [(root, -1, '')]
+        while waiting:
+            node, parent, side = waiting.pop(0)
+            if parent >= 0:
+                rows[parent][side] = len(rows)
+            split = node if isinstance(node, tuple) else (-1, 0.0, None, None, node)
+            rows.append({'column': split[0], 'threshold': split[1], 'output': split[4],
+                         'left': -1, 'right': -1, 'cover': 100 - len(rows) if cover else -1})
+            if isinstance(node, tuple):
+                place = len(rows) - 1
+                waiting += [(node[2], place, 'left'), (node[3], place, 'right')]
+        for name in rows[0]:
+            setattr(self, name, np.array([row[name] for row in rows]))
+
+
+class Model(object):
+    """As much of a model as a picture asks for."""
+
+    n_classes, n_groups, n_trees, missing, classes = 0, 9, 9, NAN, None
+
+    def __init__(self, names=None, importance=(), trees=None, scores=(), loss='Square'):
+        self.feature_names, self.n_features = names, len(names or importance or 'abc')
+        self.importance, self.tree_of, self.scores, self.loss = importance, trees, scores, loss
+
+    def feature_importance(self, kind):
+        if self.importance is None and kind != 'split':
+            raise ValueError('there are no row counts')
+        return np.array(self.importance if self.importance is not None else [2, 1, 0])
+
+    def tree(self, index):
+        return self.tree_of
+
+    def staged_predict(self, X):
+        return (np.full(len(X), score) for score in self.scores)
+
+
+class Estimator(object):
+    def __init__(self, **attributes):
+        self.__dict__.update(attributes)
+
+    def fit(self):
+        pass
+
+
+def drawn_texts(axes):
+    """The texts that the axes show, with their boxes in pixels."""
+    renderer = axes.figure.canvas.get_renderer()
+    axes.figure.draw(renderer)
+    texts = list(axes.texts) + [axes.title, axes.xaxis.label, axes.yaxis.label]
+    texts += axes.get_legend().get_texts() if axes.get_legend() else []
+    for axis, direction in ((axes.xaxis, 0), (axes.yaxis, 1)):
+        low, high = sorted(axis.get_view_interval())
+        texts += [label for label in axis.get_ticklabels()
+                  if low <= label.get_position()[direction] <= high]
+    return [(text.get_text(), text.get_window_extent(renderer)) for text in texts
+            if text.get_visible() and text.get_text().strip()]
+
+
+@unittest.skipUnless(plot, 'needs matplotlib, graphviz and the package')
+class Pictures(unittest.TestCase):
+    def setUp(self):
+        self.settings = dict(matplotlib.rcParams)
+        pyplot.close('all')
+
+    def tearDown(self):
+        self.assertEqual(dict(matplotlib.rcParams), self.settings)
+        pyplot.close('all')
+
+    def assert_readable(self, axes):
+        """All texts are inside the figure, and no two of them overlap."""
+        whole = axes.figure.bbox.padded(1)
+        texts = drawn_texts(axes)
+        for text, box in texts:
+            self.assertTrue(whole.contains(*box.p0) and whole.contains(*box.p1), text)
+        for (one, box), (two, other) in itertools.combinations(texts, 2):
+            apart = (box.x1 <= other.x0 + 1 or other.x1 <= box.x0 + 1
+                     or box.y1 <= other.y0 + 1 or other.y1 <= box.y0 + 1)
+            self.assertTrue(apart, (one, two))
+
+    def assert_refused(self, text, function, *arguments, **options):
+        with self.assertRaisesRegex(ValueError, text):
+            function(*arguments, **options)
+        self.assertEqual(pyplot.get_fignums(), [])
+
+
+class Importance(Pictures):
+    def test_the_largest_is_on_top_and_the_others_are_counted(self):
+        names = ['f%d' % i for i in range(30)]
+        axes = plot.importance(Model(names, range(30)), top=3)
+        labels = [label.get_text() for label in axes.get_yticklabels()]
+        self.assertEqual(labels, ['f29', 'f28', 'f27', '27 further features'])
+        texts = [text.get_text() for text in axes.texts]
+        self.assertEqual(texts, ['6.7 %', '6.4 %', '6.2 %', '80.7 % together'])
+        self.assertEqual(axes.get_xlabel(), 'gain: total reduction of squared error, share in %')
+        self.assertGreater(axes.get_ylim()[0], axes.get_ylim()[1])
+
+    def test_sources(self):
+        classes = Estimator(model_=[Model(['a', 'b'], [1, 1]), Model(['a', 'b'], [6, 0])])
+        for source, options, expected in [
+            (classes, {}, ['87.5 %', '12.5 %']),
+            (classes, {'normalise': False}, ['7', '1']),
+            ({'a': 0.25, 'b': -0.5}, {'normalise': False}, ['0.25', '-0.5']),
+            ([1999.5, 123456.0], {'normalise': False}, ['123456', '1999.5']),
+            ([0.0, 0.0], {}, ['0.0 %', '0.0 %']),
+            ([1e-9, 1.0], {}, ['100.0 %', '< 0.1 %']),
+        ]:
+            axes = plot.importance(source, **options)
+            self.assertEqual([text.get_text() for text in axes.texts], expected)
+        votes = Model(['a'], [3])
+        votes.n_classes = 2
+        self.assertIn('cover', plot.importance(votes).get_xlabel())
+
+    def test_any_names_and_numbers_of_features_can_be_read(self):
+        wide = ['W' * 80, '$a$ and $b', '_private', 'two\nlines', 'x']
+        for names, options in [(wide, {}), (['only'], {}), (LONG * 30, {'top': None}),
+                               (['f%d' % i for i in range(500)], {}), (LONG * 10, {'top': 1})]:
+            axes = plot.importance(Model(names, np.arange(len(names)) ** 2.0), **options)
+            self.assert_readable(axes)
+        labels = [label.get_text() for label in axes.get_yticklabels()]
+        self.assertEqual(labels[1], '19 further features')
+
+    def test_alike_names_are_told_apart(self):
+        axes = plot.importance(Model(LONG, [1, 2]))
+        first, second = (label.get_text() for label in axes.get_yticklabels())
+        self.assertNotEqual(first, second)
+
+    def test_errors(self):
+        self.assert_refused("kind='split'", plot.importance, Model(importance=None))
+        self.assert_refused('one of: gain, split, cover', plot.importance, Model(['a'], [1]),
+                            kind='weight')
+        self.assert_refused('call fit first', plot.importance, Estimator())
+        self.assert_refused('finite', plot.importance, [1.0, NAN])
+        self.assert_refused('1 or more', plot.importance, [1.0], top=0)
+        plot.importance(Model(importance=None), kind='split')
+
+
+class LearningCurve(Pictures):
+    RESULT = {name: {metric: list(np.linspace(0.9, 0.1, 50) + shift)
+                     for metric in ('logloss', 'auc')}
+              for name, shift in [('train', 0), ('valid', 0.1), (LONG[0], 0.2)]}
+
+    def test_panels_and_best_rounds(self):
+        axes = plot.learning_curve(self.RESULT)
+        self.assertEqual([each.get_ylabel().replace('\n', ' ') for each in axes],
+                         ['logloss (lower is better)', 'auc (higher is better)'])
+        self.assertRegex(axes[0].texts[0].get_text(), '^best round 50: average.* 0.3$')
+        self.assertRegex(axes[1].texts[0].get_text(), '^best round 1: average.* 1.1$')
+        self.assert_readable(axes[0])
+        fitted = Estimator(model_=None, evals_result_=self.RESULT, best_iteration_=7)
+        one = plot.learning_curve(fitted, metrics=['auc'])
+        self.assertIn('best round 7', one.texts[0].get_text())
+        self.assertEqual(list(one.lines[-1].get_xdata()), [7, 7])
+
+    def test_gaps_and_short_records(self):
+        values = [NAN, 0.5, NAN, 0.4, 0.3, 0.6]
+        axes = plot.learning_curve({'valid': {'mae': values}, 'none': {'mae': [NAN] * 6}})
+        self.assertEqual(axes.lines[0].get_markevery(), [1])
+        self.assertEqual(len(axes.texts), 0)
+        labels = [text.get_text() for text in axes.get_legend().get_texts()]
+        self.assertEqual(labels, ['valid', 'none (no values)'])
+        one = plot.learning_curve({'valid': {'mine': [3.0]}}, larger_is_better=['mine'])
+        self.assertEqual(one.lines[0].get_markevery(), [0])
+        self.assertEqual(one.get_ylabel(), 'mine (higher is better)')
+        for axes in (axes, one):
+            self.assert_readable(axes)
+
+    def test_given_axes_are_used(self):
+        figure, grid = pyplot.subplots(2, 2, layout='constrained')
+        self.assertEqual(plot.learning_curve(self.RESULT, ax=grid[0]), list(grid[0]))
+        self.assertIs(plot.learning_curve({'v': {'mae': [2, 1]}}, ax=grid[1, 0]), grid[1, 0])
+        self.assertIs(plot.importance({'a': 1.0}, ax=grid[1, 1]), grid[1, 1])
+        self.assertEqual(len(pyplot.get_fignums()), 1)
+
+    def test_errors(self):
+        unmeasured = Estimator(model_=None, evals_result_={})
+        per_class = Estimator(model_=[], evals_result_=[self.RESULT])
+        for text, source, options in [
+            ('pass eval_set', unmeasured, {}), ('pass eval_set', {'v': {'mae': []}}, {}),
+            ('for each class', per_class, {}), ('call fit first', Estimator(), {}),
+            ("'rmse' was not recorded; there are: logloss, auc", self.RESULT,
+             {'metrics': ['rmse']}),
+            ('metrics is empty', self.RESULT, {'metrics': []}),
+        ]:
+            self.assert_refused(text, plot.learning_curve, source, **options)
+        with self.assertRaisesRegex(ValueError, '1 axes for 2 metrics'):
+            plot.learning_curve(self.RESULT, ax=pyplot.gca())
+
+
+class StagedError(Pictures):
+    X = np.zeros((4, 1))
+
+    def values(self, *arguments, **options):
+        return list(plot.staged_error(*arguments, **options).lines[0].get_ydata())
+
+    def test_metrics(self):
+        model, y = Model(scores=[0.0, 1.0, 2.0]), np.array([1.0, 1.0, 3.0, 3.0])
+        self.assertEqual(self.values(model, self.X, y, metric='mae'), [2, 1, 1])
+        self.assertEqual(self.values(model, self.X, y)[1:], [2 ** 0.5, 1])
+        self.assertEqual(self.values(model, self.X, y - 2, metric='error'), [0.5, 0.5, 0.5])
+        self.assertEqual(self.values(model, self.X, y, metric=lambda y, s: y.sum() - s.sum()),
+                         [8, 4, 0])
+
+    def test_classes(self):
+        links = [Model(scores=scores, loss='LogLoss')
+                 for scores in ([0.0, 9.0], [0.0], [0.0, -9.0, 20.0])]
+        binary = Estimator(model_=links[0], classes_=np.array(['no', 'yes']))
+        several = Estimator(model_=links, classes_=np.array(['a', 'b', 'c']))
+        labels = ['yes', 'no', 'yes', 'yes']
+        self.assertEqual(self.values(binary, self.X, labels, metric='error'), [0.75, 0.25])
+        self.assertAlmostEqual(self.values(binary, self.X, labels)[0], np.log(2))
+        self.assertEqual(self.values(several, self.X, list('aaac'), metric='error'),
+                         [0.25, 0.25, 0.75])
+        self.assertAlmostEqual(self.values(several, self.X, list('abcc'))[0], np.log(3))
+        self.assert_refused_labels(binary)
+
+    def assert_refused_labels(self, model):
+        with self.assertRaisesRegex(ValueError, "'maybe'"):
+            plot.staged_error(model, self.X, ['no', 'yes', 'maybe', 'no'])
+
+    def test_sets_and_errors(self):
+        model, y = Model(scores=np.linspace(3, 1, 20)), np.zeros(4)
+        axes = plot.staged_error(model, self.X, y, sets={'more': (self.X, y + 2)})
+        labels = [text.get_text() for text in axes.get_legend().get_texts()]
+        self.assertEqual(labels, ['X, y', 'more'])
+        self.assert_readable(axes)
+        pyplot.close('all')
+        self.assert_refused('pass X and y', plot.staged_error, model)
+        self.assert_refused('Square has none', plot.staged_error, model, self.X, y,
+                            metric='logloss')
+        self.assert_refused('one of: rmse', plot.staged_error, model, self.X, y, metric='r2')
+        self.assert_refused('4 rows, y has 3', plot.staged_error, model, self.X, y[1:])
+
+
+class Calibration(Pictures):
+    def test_points_and_error(self):
+        probabilities = [0.1, 0.2, 0.3, 0.8, 0.9, 1.0]
+        axes = plot.calibration(probabilities, y=[0, 0, 1, 1, 1, 1], bins=2)
+        points = axes.lines[1]
+        np.testing.assert_allclose(points.get_xdata(), [0.2, 0.9])
+        np.testing.assert_allclose(points.get_ydata(), [1 / 3.0, 1])
+        self.assertEqual(axes.get_legend().get_texts()[1].get_text(), 'ECE 0.117')
+
+    def test_all_rows_count_in_every_strategy(self):
+        random = np.random.RandomState(5)
+        for scale in (1.0, 0.04):
+            for strategy, bins in itertools.product(('uniform', 'quantile'), (1, 2, 10, 50)):
+                p = np.round(random.rand(400) * scale, 2)
+                y = random.rand(400) < p
+                axes = plot.calibration({'one': p, LONG[0]: 1 - p if scale == 1 else p / 2}, None,
+                                        y, bins=bins, strategy=strategy)
+                self.assertLessEqual(len(axes.lines[1].get_xdata()), bins)
+                self.assert_readable(axes)
+                pyplot.close('all')
+
+    def test_the_second_class_of_an_estimator_counts(self):
+        model = Estimator(classes_=np.array(['no', 'yes']),
+                          predict_proba=lambda X: np.column_stack([1 - X[:, 0], X[:, 0]]))
+        axes = plot.calibration(model, np.array([[0.0], [1.0]]), ['no', 'yes'], bins=2)
+        self.assertEqual(axes.get_legend().get_texts()[1].get_text(), 'ECE 0.000')
+
+    def test_errors(self):
+        three = Estimator(predict_proba=lambda X: np.zeros((2, 3)))
+        for text, arguments in [
+            ('from 0 to 1', ([0.5, 1.5], None, [0, 1])), ('from 0 to 1', ([NAN], None, [0])),
+            ('2 probabilities, but 1', ([0.5, 0.5], None, [1])), ('no labels', ([], None, [])),
+            ('more than two labels', ([0.5] * 3, None, [0, 1, 2])), ('y is needed', ([0.5],)),
+            ('more than two classes', (three, [[0], [0]], [0, 1])),
+            ('no probabilities', (Estimator(), [[0]], [0])), ('X is needed', (three, None, [0])),
+        ]:
+            self.assert_refused(text, plot.calibration, *arguments)
+
+
+class Trees(Pictures):
+    ROOT = (0, 2012.5, (1, -3e9, 1.0, (2, 0.25, -4.0, 2.0, 0.5), 1.25), 8.0, 1.5)
+
+    def test_nodes_and_edges(self):
+        source = plot.tree(Model(['year', '<b>"\\N', LONG[0]], trees=Tree(self.ROOT)), -1).source
+        for text in ['year ≤ 2012.5\n100 rows\noutput 1.5', '≤ -3e+09\nmissing: no', '≤ 0.25',
+                     'output -4\nadds -2', 'output 8\nadds +4', 'tree 8 of 9',
+                     'missing values go left', 'adds 0.5 × output', LONG[0]]:
+            self.assertIn(text, source)
+        for edge in ['0 -> 1 [label=" yes"]', '0 -> 2 [label=" no"]']:
+            self.assertIn(edge, source)
+
+    def test_dot_takes_it(self):
+        names = ['<b>', 'a\\', 'say "x"\\N\n{}|']
+        for tree in (Tree(self.ROOT), Tree(0.5), Tree(self.ROOT, cover=False)):
+            graph = plot.tree(Model(names, trees=tree))
+            try:
+                drawing = graph.pipe(format='svg').decode()
+            except graphviz.ExecutableNotFound:
+                self.skipTest('needs the program dot')
+            self.assertEqual(drawing.count('class="node"'), len(tree.left))
+        self.assertIn('say &quot;x&quot;\\N', drawing)
+
+    def test_classes_and_forests(self):
+        model = Model(['a', 'b', 'c'], trees=Tree((0, 1.0, 0.0, 1.0, 0.0), shrink=1.0, cover=False))
+        model.n_classes, model.classes = 2, ['no', 'yes']
+        source = plot.tree(model).source
+        self.assertIn('class yes', source)
+        self.assertNotRegex(source, '[0-9] rows?')
+        model.n_classes, model.n_groups = 0, 1
+        self.assertIn('mean over the trees', plot.tree(model).source)
+        model.missing = None
+        self.assertNotIn('missing', plot.tree(model).source)
+
+    def test_deep_trees_are_cut(self):
+        root = 0.0
+        for depth in range(3000):
+            root = (depth % 3, depth + 0.5, float(depth), root, 0.0)
+        model = Model(trees=Tree(root))
+        self.assertEqual(plot.tree(model).source.count('->'), 6000)
+        source = plot.tree(model, max_depth=4).source
+        self.assertEqual(source.count('->'), 10)
+        self.assertEqual(source.count('… 1 nodes'), 1)
+        self.assertIn('… 5991 nodes', source)
+
+    def test_errors(self):
+        model = Model(trees=Tree(1.0))
+        for text, source, options in [
+            ('there is no tree 9; the model has 9', model, {'index': 9}),
+            ('max_depth', model, {'max_depth': -1}), ('precision', model, {'precision': 0}),
+            ('2 names for 3 columns', model, {'feature_names': ['a', 'b']}),
+            ('a model for each of 2 classes', Estimator(model_=[model, model]), {}),
+            ('has no trees', 1.0, {}), ('call fit first', Estimator(), {}),
+        ]:
+            self.assert_refused(text, plot.tree, source, **options)
+
+
+def load_tests(loader, tests, pattern):
+    """Adds the examples of the documentation."""
+    if plot:
+        for name in ('plot', '_plot_calibration', '_plot_importance', '_plot_tree'):
+            module = importlib.import_module('sylvora.' + name)
+            tests.addTests(doctest.DocTestSuite(module))
+    return tests
+
+
+if __name__ == '__main__':
+    unittest.main()
