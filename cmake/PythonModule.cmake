@@ -6,19 +6,23 @@
 # Configuring fails if an interpreter that SYLVORA_PYTHONS names is not usable. If the variable is
 # empty, the default interpreters are used if present.
 #
+# cmake/PythonPackage.cmake installs them and has the target `wheel`.
+#
 # Sets SYLVORA_PYTHON_VERSIONS (3.11 2.7 ...) and for each version SYLVORA_PYTHON_<version>, the
 # interpreter, and SYLVORA_PYTHON_ANSWER_<version>, the list that sylvora_ask_python returned.
 
-# Sets `result` to the list of the interpreter's version, include directory and suffix of extension
-# modules, or to an empty string on failure.
+# Sets `result` to the list of the interpreter's version, include directory, suffix of extension
+# modules and name of folders of packages (site-packages, or Debian's dist-packages), or to an empty
+# string on failure.
 function(sylvora_ask_python interpreter result)
     set(${result} "" PARENT_SCOPE)
     execute_process(
         COMMAND ${interpreter} -c "
-import sys, sysconfig
+import os, sys, sysconfig
 variable = sysconfig.get_config_var
 print(';'.join(['%d.%d' % sys.version_info[:2], sysconfig.get_paths()['include'],
-                variable('EXT_SUFFIX') or variable('SO')]))"
+                variable('EXT_SUFFIX') or variable('SO'),
+                os.path.basename(sysconfig.get_paths()['platlib'])]))"
         RESULT_VARIABLE status OUTPUT_VARIABLE answer ERROR_QUIET OUTPUT_STRIP_TRAILING_WHITESPACE)
     if(status EQUAL 0)
         set(${result} "${answer}" PARENT_SCOPE)
@@ -136,3 +140,5 @@ if(NOT "2.7" IN_LIST SYLVORA_PYTHON_VERSIONS)
     set(SYLVORA_NO_PYTHON2 "python 2.7: not found, its half of the module's tests is skipped")
     message(STATUS "${SYLVORA_NO_PYTHON2}")
 endif()
+
+include(cmake/PythonPackage.cmake)

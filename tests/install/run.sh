@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs a build tree into a temporary prefix, moves the prefix, and uses it from a separate
 # project: through find_package (shared and static) and through pkg-config. Also checks which
-# symbols the shared library exports.
+# symbols the shared library exports, and the Python package.
 #
 #   run.sh BUILD-DIR COMPILER PYTHON
 set -euo pipefail
@@ -38,3 +38,24 @@ cmp "$scratch/shared.txt" "$scratch/pkg.txt"
 
 echo "== the command"
 "$prefix/bin/sylvora" --version
+
+echo "== the Python package"
+version=$("$python" -c 'import sys; print("%d.%d" % sys.version_info[:2])')
+if [[ ! -d $prefix/lib/python$version ]]; then
+    echo "this build has none for $python"
+    exit 0
+fi
+package=$(echo "$prefix/lib/python$version"/*-packages/sylvora)
+if [[ -n $(find "$package" -type l) ]]; then
+    echo "links in $package: $(ls -l "$package")" >&2
+    exit 1
+fi
+nm "$package"/_core*.so 2>&1 | grep 'no symbols'
+(cd "$scratch" && PYTHONPATH=$(dirname "$package") "$python" - "$scratch/shared.txt" <<'EOF')
+import sys
+import sylvora
+
+assert sylvora.__file__.startswith(sys.path[1]), sylvora.__file__
+high = sylvora.OnlineTesting(sylvora.LoadModel(sys.argv[1]), [0.9, 3.0])[0]
+assert abs(high - 10.0) < 0.01, high
+EOF
