@@ -19,7 +19,7 @@ import traceback
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
-DOCUMENTS = ["README.md", "docs/python.md"]
+DOCUMENTS = ["README.md", "docs/python.md", "docs/python-objectives.md"]
 BLOCK = re.compile(r"^```python\n(.*?)^```\n(?:\n```text\n(.*?)^```\n)?", re.MULTILINE | re.DOTALL)
 
 

@@ -67,8 +67,8 @@ def as_table(
         an object with the Arrow C interface (polars, pyarrow), a matrix of scipy.sparse, in which
         an absent value is 0, a list of rows, or anything that NumPy can convert.
     missing : float or None
-        NaN: NaN, None and null are missing. Another number: that number, too. None: a missing value
-        is an error.
+        NaN: NaN, None and null are missing. Another number: a value that equals it as a double,
+        too. None: a missing value is an error.
     names : sequence of str, optional
         Names of the columns that are wanted. If `X` has names, its columns are brought into this
         order; otherwise they are taken as they come.

@@ -12,6 +12,8 @@ Names = Optional[list[str]]
 ErrorT = TypeVar("ErrorT", bound=Exception)
 
 _MOST_SHOWN = 20
+# How the library begins what it says of a table.
+_BLOCK = "The data block"
 
 
 def names_of(X: Any, argument: str) -> Names:
@@ -95,12 +97,31 @@ def _listed(names: list[str]) -> str:
     return shown + (f" and {more} more" if more > 0 else "")
 
 
-def with_names(error: ErrorT, names: Optional[Sequence[str]]) -> ErrorT:
-    """Return the error with names in place of numbers of columns, which count from 0."""
+def with_names(
+    error: ErrorT, names: Optional[Sequence[str]], argument: str = "X"
+) -> ErrorT:
+    """Return an error of the use of a table in the words of the caller.
+
+    Parameters
+    ----------
+    error : Exception
+        What a method of `_core` raised.
+    names : sequence of str or None
+        Names of the table's columns, which replace their numbers.
+    argument : str
+        What the caller calls the table.
+    """
     known = names or ()
 
     def name(match: re.Match[str]) -> str:
         column = int(match[1])
         return f'column "{known[column]}"' if column < len(known) else match[0]
 
-    return type(error)(re.sub(r"\bcolumn (\d+)\b", name, str(error)))
+    text = re.sub(r"\bcolumn (\d+)\b", name, str(error))
+    if text.startswith(_BLOCK):
+        text = argument + text[len(_BLOCK) :].rstrip("!")
+        if "infinite value in row" in text:
+            text += "; put a finite number there, or NaN if the value is missing"
+        elif "has a NaN in row" in text:
+            text += "; missing=None does not allow it"
+    return type(error)(text)

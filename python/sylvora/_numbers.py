@@ -22,6 +22,17 @@ ENCODE = "encode it, for example with sklearn.preprocessing.OrdinalEncoder"
 _READ_AS_THEY_ARE = frozenset("?bBhHiIlLqQfd")
 
 
+def imported(module: str, name: str) -> Any:
+    """Something of a module if that has been imported; otherwise None."""
+    return getattr(sys.modules.get(module), name, None)
+
+
+def is_instance(value: object, module: str, name: str) -> bool:
+    """Whether an object is of a class of a module, which need not have been imported."""
+    kind = imported(module, name)
+    return kind is not None and isinstance(value, kind)
+
+
 def subject_of(argument: str, names: Optional[list[str]] = None) -> Subject:
     """What errors call the columns of a table: by name, or by number from 0."""
 
@@ -63,8 +74,7 @@ def mask_of(values: Any) -> Array:
 
 def is_missing(cell: object) -> bool:
     """Whether an object is None, NaN or pandas.NA."""
-    pandas = sys.modules.get("pandas")
-    if cell is None or (pandas is not None and cell is pandas.NA):
+    if cell is None or cell is imported("pandas", "NA"):
         return True
     return isinstance(cell, float) and cell != cell
 
@@ -102,10 +112,10 @@ def _from_objects(cells: Array, subject: Subject, text_advice: str) -> Array:
 
 
 def _without_na(cells: Array, types: set[type]) -> Array:
-    pandas = sys.modules.get("pandas")
-    if pandas is None or type(pandas.NA) not in types:
+    na = imported("pandas", "NA")
+    if na is None or type(na) not in types:
         return cells
-    mask = np.fromiter((cell is pandas.NA for cell in cells.flat), np.bool_, cells.size)
+    mask = np.fromiter((cell is na for cell in cells.flat), np.bool_, cells.size)
     filled = cells.copy()
     filled[mask.reshape(cells.shape)] = None
     return filled

@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import sys
 from typing import Any, Optional, Protocol
 
 import numpy as np
@@ -11,7 +10,7 @@ from . import _columns
 from ._columns import Column
 from ._core import Table
 from ._names import Names, names_of, unique
-from ._numbers import ENCODE, Array, as_numbers, mask_of, subject_of
+from ._numbers import ENCODE, Array, as_numbers, imported, is_instance, mask_of, subject_of
 
 # The number that is missing besides NaN, and whether NaN is refused instead.
 Missing = tuple[Optional[float], bool]
@@ -82,33 +81,40 @@ class _Arrow:
 
     def __init__(self, data: Any, argument: str, missing: Missing) -> None:
         self.data, self.argument = data, argument
-        self.whole = Table.from_arrow(data, *missing)
+        try:
+            self.whole = Table.from_arrow(data, *missing)
+        except (TypeError, ValueError) as error:
+            kind = ValueError if isinstance(error, ValueError) else TypeError
+            raise kind(f"{argument}: {error}") from None
         self.names = unique(self.whole.names, argument)
         self.shape = (self.whole.num_rows, self.whole.num_columns)
 
     def table(self, order: Optional[list[int]], missing: Missing) -> Table:
         if order is None:
             return self.whole
+        names = self.names or []
+        wanted = [names[i] for i in order]
         if not hasattr(self.data, "select"):
             raise ValueError(
                 f"{self.argument}: a {type(self.data).__name__} cannot be brought into another "
-                f"order of columns; select them in this order: {self.names}"
+                f"order of columns; select them in this order: {wanted}"
             )
-        names = self.names or []
-        return Table.from_arrow(self.data.select([names[i] for i in order]), *missing)
+        return Table.from_arrow(self.data.select(wanted), *missing)
 
 
 def source_of(X: Any, argument: str, missing: Missing) -> Source:
     """Recognise what `X` is. Raises as `as_table` does."""
     if isinstance(X, np.ndarray):
         return _of_array(X, argument, missing[1])
-    pandas, sparse = sys.modules.get("pandas"), sys.modules.get("scipy.sparse")
-    if pandas is not None and isinstance(X, pandas.DataFrame):
+    if is_instance(X, "pandas", "DataFrame"):
         return _of_frame(X, argument, missing[1])
-    if sparse is not None and sparse.issparse(X):
+    is_sparse = imported("scipy.sparse", "issparse")
+    if is_sparse is not None and is_sparse(X):
         return _of_sparse(X, argument)
     if hasattr(X, "__arrow_c_stream__") or hasattr(X, "__arrow_c_array__"):
-        return _Arrow(X, argument, missing)
+        # Single columns, such as a polars.Series, have the interface, too.
+        if len(getattr(X, "shape", (0, 0))) == 2:
+            return _Arrow(X, argument, missing)
     names = names_of(X, argument)
     return _Dense(_two_dimensional(_converted(X, argument), X, argument, names), names)
 
@@ -128,12 +134,13 @@ def _of_frame(X: Any, argument: str, refuse_missing: bool) -> Source:
     names = unique(list(X.columns), argument)
     if 0 in X.shape:
         return _Dense(np.empty(X.shape), names)
+    subject = subject_of(argument, names)
     block = _columns.block_of_frame(X)
     if block is not None:
-        return _Dense(block, names)
-    if all(getattr(dtype, "fill_value", None) == 0 for dtype in X.dtypes):
+        return _Dense(as_numbers(block, subject, ENCODE), names)
+    if getattr(X.dtypes.iloc[0], "fill_value", None) == 0 and X.dtypes.nunique() == 1:
         return _Sparse(X.sparse.to_coo().tocsc(), names)
-    columns = _columns.of_frame(X, subject_of(argument, names), refuse_missing)
+    columns = _columns.of_frame(X, subject, refuse_missing)
     return _Separate(columns, len(X), names)
 
 

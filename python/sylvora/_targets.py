@@ -2,13 +2,12 @@
 
 from __future__ import annotations
 
-import sys
 from typing import Any, Optional
 
 import numpy as np
 import numpy.typing as npt
 
-from ._numbers import Array, as_numbers, is_missing, mask_of
+from ._numbers import Array, as_numbers, is_instance, is_missing, mask_of
 
 _NUMBERS_ONLY = "numbers are needed"
 _LARGEST_WEIGHT = 2**31 - 1
@@ -152,8 +151,7 @@ def _vector(values: Any, argument: str, columns: bool = True) -> Array:
 
 
 def _array(values: Any, argument: str) -> Array:
-    pandas = sys.modules.get("pandas")
-    if pandas is not None and isinstance(values, pandas.Series):
+    if is_instance(values, "pandas", "Series"):
         return np.asarray(values.to_numpy())
     if isinstance(values, np.ma.MaskedArray) and mask_of(values).any():
         row = int(np.argwhere(mask_of(values))[0, 0])

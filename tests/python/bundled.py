@@ -20,7 +20,7 @@ SETS = {
     'letter-tree': ('letter-tree', 'letter', 1, {}),
     'rank': ('rank', 'rank', 8, {}),
     'wdbc': ('wdbc', 'wdbc', 40, {}),
-    'mushroom': ('wdbc', 'mushroom', 20, {'lossFunc': 'LogLoss'}),
+    'mushroom': ('wdbc', 'mushroom', 20, {'lossFunc': 'LogLoss', 'absent': 'missing'}),
 }
 _OF_COMMAND = ('fileTrain', 'fileTest', 'fileModel', 'filePred', 'absent')
 

@@ -144,6 +144,28 @@ static void test_log_odds(void) {
     EXPECT_ERROR(sylvora_log_odds(labels, NULL, 0, &odds), "both");
 }
 
+static void test_expit(void) {
+    double scores[600];
+    for (int i = 0; i < 600; ++i) scores[i] = (i - 300) * 4.0;
+    EXPECT(sylvora_expit(scores, 600, scores) == 0);
+    EXPECT(scores[300] == 0.5 && scores[0] == 0.0 && !signbit(scores[0]) && scores[599] == 1.0);
+    for (int i = 0; i < 600; ++i) {
+        EXPECT(fabs(scores[i] - 1 / (1 + exp((300 - i) * 4.0))) <= 4e-16 * scores[i]);
+    }
+    EXPECT_ERROR(sylvora_expit(NULL, 1, scores), "null");
+}
+
+static void test_best_round(sylvora_model* model) {
+    const char *round = "17", *wrong[] = {"0", "-1", "1.5", "x", "", "99999999999"};
+    EXPECT(sylvora_model_set_description(model, "bestRound", &round, 1) == 0);
+    for (int i = 0; i < 6; ++i) {
+        EXPECT_ERROR(sylvora_model_set_description(model, "bestRound", &wrong[i], 1), "best round");
+    }
+    EXPECT(strcmp(sylvora_model_describe(model, "bestRound", 0), "17") == 0);
+    EXPECT(sylvora_model_set_description(model, "bestRound", NULL, 0) == 0);
+    EXPECT(sylvora_model_describe(model, "bestRound", 0) == NULL);
+}
+
 static void test_evaluation(const sylvora_dataset* data) {
     const sylvora_block block = block_of(100);
     sylvora_training* training = training_on(data, classes, "LogLoss");
@@ -367,6 +389,8 @@ int main(void) {
     test_objective_and_progress(data, model);
     test_sparse_and_weights(data, model);
     test_log_odds();
+    test_expit();
+    test_best_round(model);
     test_evaluation(data);
     test_models(model);
     test_model_types(data);
