@@ -8,6 +8,7 @@ import numpy as np
 from sklearn.base import ClassifierMixin, RegressorMixin
 
 from ._base import Array, SylvoraBase, number_column
+from ._data import as_weights
 from ._labels import find_classes
 from ._training import fit_model
 
@@ -24,12 +25,11 @@ class OfNumbers(RegressorMixin, SylvoraBase):
         settings = self._settings()
         dataset = self._dataset(X)
         labels = number_column(y, dataset.num_rows)
-        rows, weights = self._rows_and_weights(dataset, sample_weight)
         result = fit_model(
-            dataset if rows is None else dataset.subset(rows),
-            labels if rows is None else labels[rows],
+            dataset,
+            labels,
             settings=settings,
-            weights=weights,
+            weights=as_weights(sample_weight, dataset.num_rows),
             verbose=self.verbose,
         )
         return self._finish(dataset, [result])

@@ -10,7 +10,7 @@ import numpy as np
 from ._base import Array, SylvoraBase, number_column
 from ._data import as_queries
 from ._ndcg import mean_ndcg
-from ._training import fit_model
+from ._training import evaluation_data, fit_model
 
 
 class SylvoraRanker(SylvoraBase):
@@ -154,7 +154,7 @@ class SylvoraRanker(SylvoraBase):
         qid : array-like of shape (n_samples,), default=None
             The query of each row; the rows of a query stand together.
         eval_set : mapping of str to (X, y, group), or list of (X, y, group), default=None
-            Sets to evaluate after each round. In a list they are called valid_0, valid_1, ...
+            Sets to evaluate after each round. In a list they are called eval_0, eval_1, ...
 
         Returns
         -------
@@ -172,18 +172,12 @@ class SylvoraRanker(SylvoraBase):
         dataset = self._dataset(X)
         labels = number_column(y, dataset.num_rows)
         queries = _queries(group, qid, dataset.num_rows)
-        evaluation = self._evaluation(
-            eval_set,
-            dataset,
-            number_column,
-            lambda rows, num_rows, argument: _queries(rows, None, num_rows),
-        )
         result = fit_model(
             dataset,
             labels,
             settings=settings,
             queries=queries,
-            evaluation=evaluation,
+            evaluation=evaluation_data(eval_set, dataset),
             **options,
         )
         return self._finish(dataset, [result])
