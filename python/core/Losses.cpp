@@ -1,0 +1,66 @@
+// The functions of the module about losses.
+#include "Buffers.h"
+#include "Support.h"
+#include "sylvora_c.h"
+
+namespace sylvora::python {
+namespace {
+
+PyObject* Probabilities(PyObject* /*module*/, PyObject* arguments) {
+    const char* loss = nullptr;
+    PyObject* scores = nullptr;
+    PyObject* out = nullptr;
+    Buffer from;
+    Buffer to;
+    if (!PyArg_ParseTuple(arguments, "sOO:probabilities", &loss, &scores, &out) ||
+        !from.TakeArray(scores, "scores", SYLVORA_FLOAT64) ||
+        !to.TakeArray(out, "out", SYLVORA_FLOAT64) || !to.CheckOutput("out") ||
+        !to.CheckLength("out", from.Size(0))) {
+        return nullptr;
+    }
+    int status = 0;
+    {
+        const LockRelease unlocked;
+        status = sylvora_probabilities(loss, from.As<double>(), from.Size(0), to.As<double>());
+    }
+    if (status != 0) return RaiseLibraryError(PyExc_ValueError);
+    Py_RETURN_NONE;
+}
+
+PyObject* LogOdds(PyObject* /*module*/, PyObject* arguments) {
+    PyObject* labels = nullptr;
+    PyObject* weights = nullptr;
+    Buffer label;
+    Buffer weight;
+    if (!PyArg_ParseTuple(arguments, "OO:log_odds", &labels, &weights) ||
+        !label.TakeArray(labels, "labels", SYLVORA_FLOAT64)) {
+        return nullptr;
+    }
+    if (weights != Py_None && (!weight.TakeArray(weights, "weights", SYLVORA_INT32) ||
+                               !weight.CheckLength("weights", label.Size(0)))) {
+        return nullptr;
+    }
+    double odds = 0.0;
+    const int32_t* const counts = weight.IsTaken() ? weight.As<int32_t>() : nullptr;
+    if (sylvora_log_odds(label.As<double>(), counts, label.Size(0), &odds) != 0) {
+        return RaiseLibraryError(PyExc_ValueError);
+    }
+    return PyFloat_FromDouble(odds);
+}
+
+}  // namespace
+
+PyMethodDef* LossFunctions() {
+    static PyMethodDef functions[] = {
+        {"probabilities", Guarded<Probabilities>, METH_VARARGS,
+         "probabilities(loss, scores, out, /)\n--\n\n"
+         "The probability of the larger label at each score into out; both float64 (n,)."},
+        {"log_odds", Guarded<LogOdds>, METH_VARARGS,
+         "log_odds(labels, weights, /)\n--\n\n"
+         "The start value of the loss LogLoss: the log-odds of the labels above 0."},
+        {nullptr, nullptr, 0, nullptr},
+    };
+    return functions;
+}
+
+}  // namespace sylvora::python

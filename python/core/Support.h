@@ -1,0 +1,145 @@
+// What the files of the extension module share: references, the interpreter's global lock, errors,
+// and Python objects that own a C++ state.
+#ifndef SYLVORA_PYTHON_CORE_SUPPORT_H
+#define SYLVORA_PYTHON_CORE_SUPPORT_H
+
+#include <Python.h>
+
+#include <cstddef>
+#include <memory>
+#include <new>
+#include <utility>
+
+namespace sylvora::python {
+
+struct DropReference {
+    void operator()(PyObject* object) const { Py_DECREF(object); }
+};
+// Owns one reference. Must be destroyed with the lock held.
+typedef std::unique_ptr<PyObject, DropReference> Reference_t;
+
+inline Reference_t NewReference(PyObject* borrowed) {
+    Py_XINCREF(borrowed);
+    return Reference_t(borrowed);
+}
+
+// Releases the lock, which the calling thread holds, for its lifetime.
+class LockRelease {
+  public:
+    LockRelease() : thread(PyEval_SaveThread()) {}
+    ~LockRelease() { PyEval_RestoreThread(thread); }
+    LockRelease(const LockRelease&) = delete;
+    LockRelease& operator=(const LockRelease&) = delete;
+
+  private:
+    PyThreadState* const thread;
+};
+
+// Holds the lock in any thread.
+class LockHold {
+  public:
+    LockHold() : before(PyGILState_Ensure()) {}
+    ~LockHold() { PyGILState_Release(before); }
+    LockHold(const LockHold&) = delete;
+    LockHold& operator=(const LockHold&) = delete;
+
+  private:
+    const PyGILState_STATE before;
+};
+
+// ---- errors
+
+// The exceptions of the module; borrowed from it.
+struct Exceptions {
+    PyObject* error = nullptr;
+    PyObject* model = nullptr;
+    PyObject* training = nullptr;
+};
+extern Exceptions exceptions;
+
+// Adds the exceptions to the module. Returns false with an exception set.
+bool AddExceptions(PyObject* module);
+
+// Raises the last error of the library in this thread as `kind`, or as MemoryError. Returns null.
+std::nullptr_t RaiseLibraryError(PyObject* kind);
+// The same; the text begins with the name of the file, bytes of the file system.
+std::nullptr_t RaiseFileError(PyObject* kind, PyObject* file);
+
+// A method that raises MemoryError if memory for C++ objects runs out.
+template <PyObject* (*kFunction)(PyObject*, PyObject*)>
+PyObject* Guarded(PyObject* self, PyObject* argument) {
+    try {
+        return kFunction(self, argument);
+    } catch (const std::bad_alloc&) {
+        return PyErr_NoMemory();
+    }
+}
+
+// ---- objects
+
+template <typename State>
+struct Object {
+    PyObject_HEAD State* state;
+};
+
+template <typename State>
+State& StateOf(PyObject* object) {
+    return *reinterpret_cast<Object<State>*>(object)->state;
+}
+
+// A new object of a type made by PyType_FromSpec, or of a subclass, which takes over the state.
+// __new__ and __init__ are not called.
+template <typename State>
+PyObject* Wrap(PyTypeObject* type, std::unique_ptr<State> state) {
+    const auto allocate = reinterpret_cast<allocfunc>(PyType_GetSlot(type, Py_tp_alloc));
+    PyObject* const object = allocate(type, 0);
+    if (object != nullptr) reinterpret_cast<Object<State>*>(object)->state = state.release();
+    return object;
+}
+
+// tp_dealloc of these objects. Those with garbage collection must be untracked first.
+template <typename State>
+void Dealloc(PyObject* object) {
+    PyTypeObject* const type = Py_TYPE(object);
+    delete reinterpret_cast<Object<State>*>(object)->state;
+    reinterpret_cast<freefunc>(PyType_GetSlot(type, Py_tp_free))(object);
+    Py_DECREF(type);
+}
+
+// The types of the module; borrowed from it.
+struct Types {
+    PyTypeObject* table = nullptr;
+    PyTypeObject* dataset = nullptr;
+    PyTypeObject* training = nullptr;
+    PyTypeObject* model = nullptr;
+};
+extern Types types;
+
+// Makes a type and adds it to the module as `name`. Returns it, borrowed, or null with an
+// exception.
+PyTypeObject* AddType(PyObject* module, const char* name, PyType_Spec& spec);
+
+// Each adds one type. Return false with an exception set.
+bool AddTable(PyObject* module);
+bool AddDataset(PyObject* module);
+bool AddTraining(PyObject* module);
+bool AddModel(PyObject* module);
+
+// The functions of the module that are not those of handles, ended by an empty entry.
+PyMethodDef* LossFunctions();
+
+// A str from UTF-8; what is no UTF-8 becomes surrogates.
+PyObject* TextOf(const char* text);
+
+// The text of a str as UTF-8, which the str owns; null with an exception if it has a NUL or is no
+// str. `what` begins the message.
+const char* Utf8Of(PyObject* text, const char* what);
+
+template <typename Function>
+void* SlotOf(Function* function) {
+    return reinterpret_cast<void*>(function);
+}
+
+}  // namespace sylvora::python
+
+#endif  // SYLVORA_PYTHON_CORE_SUPPORT_H

@@ -1,0 +1,38 @@
+// The state of the Python class Table.
+#ifndef SYLVORA_PYTHON_CORE_TABLES_H
+#define SYLVORA_PYTHON_CORE_TABLES_H
+
+#include <cstdint>
+#include <deque>
+#include <vector>
+
+#include "Arrow.h"
+#include "Buffers.h"
+#include "Support.h"
+#include "sylvora_c.h"
+
+namespace sylvora::python {
+
+// A block of the library and what keeps its memory. Immutable once it is made.
+struct TableState {
+    sylvora_block block = SYLVORA_BLOCK;
+    std::vector<sylvora_column> columnV;
+    std::deque<Buffer> bufferV;
+    std::vector<ArrowOwner<ArrowArray>> arrayV;
+    std::deque<std::vector<uint8_t>> copyV;  // of Arrow columns that cannot be borrowed
+    Reference_t names;                       // a list of str, or null
+
+    // Borrows an array. Returns it, or null with an exception set.
+    const Buffer* Take(PyObject* object, const char* what, int numDimensions);
+    // Sets the size. Returns false, with an exception set, beyond what the library can number.
+    bool SetSize(int64_t numRows, int64_t numColumns);
+    // Sets what else is missing, None or a number, and whether NaN is refused.
+    bool SetMissing(PyObject* missing, int refuseNan);
+};
+
+// Table.from_arrow.
+PyObject* TableFromArrow(PyObject* type, PyObject* arguments);
+
+}  // namespace sylvora::python
+
+#endif  // SYLVORA_PYTHON_CORE_TABLES_H
