@@ -116,7 +116,7 @@ class SylvoraBase(BaseEstimator):
             "verbose": params["verbose"],
         }
 
-    def _finish(self, dataset: Dataset, results: Sequence[FitResult], **others: Any) -> Any:
+    def _finish(self, dataset: Dataset, results: Sequence[FitResult], **others: Any) -> None:
         """Set the attributes of a fit: lists if there is more than one result.
 
         It comes last, so that a fit which fails leaves the estimator as it was.
@@ -139,7 +139,6 @@ class SylvoraBase(BaseEstimator):
         state = {key: value for key, value in self.__dict__.items() if key not in _FITTED}
         state.update(fitted)
         self.__dict__ = state
-        return self
 
     def _models(self) -> list[Model]:
         check_is_fitted(self, "model_")

@@ -187,7 +187,8 @@ class SylvoraRegressor(RegressorMixin, SylvoraBase):
             evaluation=evaluation_data(eval_set, dataset),
             **options,
         )
-        return self._finish(dataset, [result])
+        self._finish(dataset, [result])
+        return self
 
     def predict(self, X: Any) -> Array:
         """Return the predictions.
@@ -208,7 +209,8 @@ class SylvoraRegressor(RegressorMixin, SylvoraBase):
         ValueError, TypeError
             If X does not fit the training data.
         """
-        return self._scores(X)[0]
+        scores: Array = self._scores(X)[0]
+        return scores
 
     def staged_predict(self, X: Any) -> Iterator[Array]:
         """Yield the predictions after each round.

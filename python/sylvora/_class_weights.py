@@ -115,7 +115,7 @@ def combine(
             f"class_weight times sample_weight sums to {total} over the rows, more than 2**31 - 1:"
             " use smaller numbers"
         )
-    by_row = np.asarray(weights, dtype=np.int64)[codes]
+    by_row: np.ndarray[Any, Any] = np.asarray(weights, dtype=np.int64)[codes]
     if sample_weight is not None:
         by_row *= sample_weight
     return by_row.astype(np.int32)

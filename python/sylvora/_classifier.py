@@ -226,14 +226,17 @@ class SylvoraClassifier(ClassifierMixin, SylvoraBase):
         data = dataset if rows is None else dataset.subset(rows)
         job = Job(data, codes, other, settings, weights, evaluation, options)
         wanted = [1] if len(classes) == 2 else list(range(len(classes)))
-        return self._finish(dataset, run_all(job, wanted), classes_=classes)
+        self._finish(dataset, run_all(job, wanted), classes_=classes)
+        return self
 
     def _decisions(self, scores: Array) -> Array:
-        return scores[0] if len(scores) == 1 else scores.T
+        decisions: Array = scores[0] if len(scores) == 1 else scores.T
+        return decisions
 
     def _labels(self, scores: Array) -> Array:
         codes = (scores[0] > 0).astype(np.intp) if len(scores) == 1 else scores.argmax(axis=0)
-        return self.classes_[codes]
+        classes: Array = self.classes_[codes]
+        return classes
 
     def _probabilities(self, scores: Array) -> Array:
         if len(scores) == 1:

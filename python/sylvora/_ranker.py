@@ -180,7 +180,8 @@ class SylvoraRanker(SylvoraBase):
             evaluation=evaluation_data(eval_set, dataset),
             **options,
         )
-        return self._finish(dataset, [result])
+        self._finish(dataset, [result])
+        return self
 
     def predict(self, X: Any) -> Array:
         """Return the scores; within a query, a larger one means a better place.
@@ -201,7 +202,8 @@ class SylvoraRanker(SylvoraBase):
         ValueError, TypeError
             If X does not fit the training data.
         """
-        return self._scores(X)[0]
+        scores: Array = self._scores(X)[0]
+        return scores
 
     def staged_predict(self, X: Any) -> Iterator[Array]:
         """Yield the scores after each round.
