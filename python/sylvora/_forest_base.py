@@ -103,7 +103,8 @@ class OfVotes(ClassifierMixin, SylvoraBase):
         ValueError, TypeError
             If X does not fit the training data.
         """
-        classes: Array = self.classes_[self._scores(X)[0].astype(np.intp)]
+        codes = self._scores(X)[0].astype(np.intp)
+        classes: Array = self.classes_[codes]
         return classes
 
     def predict_proba(self, X: Any) -> Array:
