@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "Support.h"
+
 extern "C" {
 
 struct ArrowSchema {
@@ -42,7 +44,8 @@ struct ArrowArrayStream {
 
 namespace sylvora::python {
 
-// Owns what one of the three structures refers to, and releases it.
+// Owns what one of the three structures refers to, and releases it. Must be destroyed with the lock
+// held: a producer may be in Python, and must then not see an exception of its consumer.
 template <typename Structure>
 class ArrowOwner {
   public:
@@ -57,7 +60,9 @@ class ArrowOwner {
     ArrowOwner(const ArrowOwner&) = delete;
     ArrowOwner& operator=(const ArrowOwner&) = delete;
     ~ArrowOwner() {
-        if (content.release != nullptr) content.release(&content);
+        if (content.release == nullptr) return;
+        const KeptException kept;
+        content.release(&content);
     }
 
     // False if it is empty, as at the end of a stream.

@@ -253,16 +253,16 @@ bool ReadStream(PyObject* capsule, TableState& state) {
     ArrowOwner<ArrowArrayStream> stream(Unpack<ArrowArrayStream>(capsule, "arrow_array_stream"));
     if (!stream.HasContent()) return PyErr_Occurred() == nullptr && RaiseInconsistent() != nullptr;
     Schema_t schema;
-    int status = 0;
-    {
+    const auto read = [&stream](auto function, auto* out) {
         const LockRelease unlocked;
-        status = stream->get_schema(stream.Get(), schema.Get());
-        while (status == 0) {
-            Array_t chunk;
-            status = stream->get_next(stream.Get(), chunk.Get());
-            if (!chunk.HasContent()) break;
-            state.arrayV.push_back(std::move(chunk));
-        }
+        return function(stream.Get(), out);
+    };
+    int status = read(stream->get_schema, schema.Get());
+    while (status == 0) {
+        Array_t chunk;
+        status = read(stream->get_next, chunk.Get());
+        if (!chunk.HasContent()) break;
+        state.arrayV.push_back(std::move(chunk));
     }
     if (status != 0) return RaiseStreamError(stream);
     return Builder(state, *schema).Build();

@@ -52,8 +52,8 @@ Buffer::~Buffer() {
 }
 
 void Buffer::Release() {
-    if (fTaken) PyBuffer_Release(&view);
-    fTaken = false;
+    const bool fWasTaken = std::exchange(fTaken, false);
+    if (fWasTaken) PyBuffer_Release(&view);
 }
 
 bool Buffer::Borrow(PyObject* object, const char* what, int flags) {
@@ -61,7 +61,8 @@ bool Buffer::Borrow(PyObject* object, const char* what, int flags) {
         const Reference_t name(
             PyObject_GetAttrString(reinterpret_cast<PyObject*>(Py_TYPE(object)), "__name__"));
         if (name != nullptr) {
-            PyErr_Format(PyExc_TypeError, "%s: an array is needed, not %U", what, name.get());
+            PyErr_Format(PyExc_TypeError, "%s: %s needed, not %U", what,
+                         flags == PyBUF_SIMPLE ? "bytes are" : "an array is", name.get());
         }
         return false;
     }

@@ -19,8 +19,7 @@ PyObject* New(PyTypeObject* type, PyObject* arguments, PyObject* keywords) {
         return nullptr;
     }
     if (!PyArg_ParseTuple(arguments, "O!:Dataset", types.table, &table)) return nullptr;
-    std::unique_ptr<DatasetState> state(new (std::nothrow) DatasetState);
-    if (state == nullptr) return PyErr_NoMemory();
+    auto state = std::make_unique<DatasetState>();
     state->table = NewReference(table);
     const sylvora_block& block = StateOf<TableState>(table).block;
     int status = 0;
@@ -76,7 +75,7 @@ bool AddDataset(PyObject* module) {
         "A table that is coded once, by the first training that uses it. Thread-safe.";
     static PyType_Slot slots[] = {
         {Py_tp_doc, documentation},
-        {Py_tp_new, SlotOf(New)},
+        {Py_tp_new, SlotOf(GuardedNew<New>)},
         {Py_tp_dealloc, SlotOf(Dealloc<DatasetState>)},
         {Py_tp_methods, methods},
         {Py_tp_getset, attributes},

@@ -5,6 +5,9 @@
 
 #include <Python.h>
 
+#include <cxxabi.h>
+#include <unistd.h>
+
 #include <cstddef>
 #include <memory>
 #include <new>
@@ -23,11 +26,25 @@ inline Reference_t NewReference(PyObject* borrowed) {
     return Reference_t(borrowed);
 }
 
+// While the interpreter ends, it answers another thread's wish for the lock with pthread_exit,
+// whose unwinding must not reach C++ code that does not expect it. Calls take(), and such a thread
+// waits here for the end of the process.
+template <typename Take>
+auto TakeLock(const Take& take) {
+    try {
+        return take();
+    } catch (const abi::__forced_unwind&) {
+        for (;;) pause();
+    }
+}
+
 // Releases the lock, which the calling thread holds, for its lifetime.
 class LockRelease {
   public:
     LockRelease() : thread(PyEval_SaveThread()) {}
-    ~LockRelease() { PyEval_RestoreThread(thread); }
+    ~LockRelease() {
+        TakeLock([this] { PyEval_RestoreThread(thread); });
+    }
     LockRelease(const LockRelease&) = delete;
     LockRelease& operator=(const LockRelease&) = delete;
 
@@ -38,13 +55,27 @@ class LockRelease {
 // Holds the lock in any thread.
 class LockHold {
   public:
-    LockHold() : before(PyGILState_Ensure()) {}
+    LockHold() : before(TakeLock(PyGILState_Ensure)) {}
     ~LockHold() { PyGILState_Release(before); }
     LockHold(const LockHold&) = delete;
     LockHold& operator=(const LockHold&) = delete;
 
   private:
     const PyGILState_STATE before;
+};
+
+// Puts the current exception, if there is one, aside for its lifetime.
+class KeptException {
+  public:
+    KeptException() { PyErr_Fetch(&type, &value, &traceback); }
+    ~KeptException() { PyErr_Restore(type, value, traceback); }
+    KeptException(const KeptException&) = delete;
+    KeptException& operator=(const KeptException&) = delete;
+
+  private:
+    PyObject* type = nullptr;
+    PyObject* value = nullptr;
+    PyObject* traceback = nullptr;
 };
 
 // ---- errors
@@ -70,6 +101,16 @@ template <PyObject* (*kFunction)(PyObject*, PyObject*)>
 PyObject* Guarded(PyObject* self, PyObject* argument) {
     try {
         return kFunction(self, argument);
+    } catch (const std::bad_alloc&) {
+        return PyErr_NoMemory();
+    }
+}
+
+// The same for __new__.
+template <PyObject* (*kFunction)(PyTypeObject*, PyObject*, PyObject*)>
+PyObject* GuardedNew(PyTypeObject* type, PyObject* arguments, PyObject* keywords) {
+    try {
+        return kFunction(type, arguments, keywords);
     } catch (const std::bad_alloc&) {
         return PyErr_NoMemory();
     }

@@ -104,7 +104,8 @@ bool AddColumn(TableState& state, PyObject* item) {
                      what.c_str());
         return false;
     }
-    if (validity != nullptr && !AddValidity(state, validity, what.c_str(), column)) return false;
+    const bool fAll = validity == nullptr || validity == Py_None;
+    if (!fAll && !AddValidity(state, validity, what.c_str(), column)) return false;
     state.columnV.push_back(column);
     return true;
 }

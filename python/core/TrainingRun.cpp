@@ -54,12 +54,8 @@ PyObject* TrainingRun(PyObject* self, PyObject* model_class) {
     if (status == 0 && fRaised) sylvora_model_free(model);
     if (status == 0 && !fRaised) wrapped = WrapModel(model_class, model);
     // Dropping functions can run Python code, which must not see or lose the exception.
-    PyObject* type = nullptr;
-    PyObject* value = nullptr;
-    PyObject* traceback = nullptr;
-    PyErr_Fetch(&type, &value, &traceback);
+    const KeptException kept;
     state.DropRunParts();
-    PyErr_Restore(type, value, traceback);
     return wrapped;
 }
 

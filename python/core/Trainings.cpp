@@ -28,17 +28,11 @@ bool TrainingState::RaiseKeptError() {
     return true;
 }
 
-// Each is emptied before the reference goes, because that can lead here again.
 void TrainingState::DropRunParts() {
-    std::vector<Reference_t> droppedV;
-    for (Reference_t* part : {&objective, &progress, &message})
-        droppedV.push_back(std::move(*part));
-    for (UserMetric& metric : metricV) droppedV.push_back(std::move(metric.function));
-    for (Reference_t& table : tableV) droppedV.push_back(std::move(table));
+    for (Reference_t* const part : {&objective, &progress, &message}) part->reset();
+    for (UserMetric& metric : metricV) metric.function.reset();
     tableV.clear();
-    scores.Release();
-    gradients.Release();
-    hessians.Release();
+    for (Buffer* const buffer : {&scores, &gradients, &hessians}) buffer->Release();
 }
 
 namespace {
@@ -68,8 +62,7 @@ PyObject* New(PyTypeObject* type, PyObject* arguments, PyObject* keywords) {
         PyErr_SetString(PyExc_TypeError, "Training() takes no arguments");
         return nullptr;
     }
-    std::unique_ptr<TrainingState> state(new (std::nothrow) TrainingState);
-    if (state == nullptr) return PyErr_NoMemory();
+    auto state = std::make_unique<TrainingState>();
     if (sylvora_training_new(&state->training) != 0) return RaiseLibraryError(exceptions.training);
     return Wrap(type, std::move(state));
 }
@@ -322,7 +315,7 @@ bool AddTraining(PyObject* module) {
     static char documentation[] = "Training()\n--\n\nOne training. It runs once.";
     static PyType_Slot slots[] = {
         {Py_tp_doc, documentation},
-        {Py_tp_new, SlotOf(New)},
+        {Py_tp_new, SlotOf(GuardedNew<New>)},
         {Py_tp_dealloc, SlotOf(DeallocTraining)},
         {Py_tp_traverse, SlotOf(Traverse)},
         {Py_tp_clear, SlotOf(Clear)},
