@@ -250,6 +250,9 @@ SYLVORA_C_API int sylvora_model_cut(sylvora_model* model, int64_t num_groups);
  * Logistic and Exponential. `probabilities` may be `scores`. */
 SYLVORA_C_API int sylvora_probabilities(const char* loss, const double* scores, int64_t num_scores,
                                         double* probabilities);
+/* out[i] = 1 / (1 + exp(-scores[i])), with a correctly rounded exponential: the probability p of the
+ * gradients y - p of LogLoss, bit for bit, for objectives like it. `out` may be `scores`. */
+SYLVORA_C_API int sylvora_expit(const double* scores, int64_t num_scores, double* out);
 /* The start value of LogLoss: the log-odds of the labels above 0, each counted with its weight;
  * null: all weights are 1. Labels on one side only are an error. */
 SYLVORA_C_API int sylvora_log_odds(const double* labels, const int32_t* weights, int64_t num_labels,
@@ -292,7 +295,7 @@ SYLVORA_C_API int sylvora_model_tree(const sylvora_model* model, int64_t tree, s
  * names. */
 SYLVORA_C_API const char* sylvora_model_describe(const sylvora_model* model, const char* key,
                                                  int64_t i);
-/* Replaces the texts of a key; all are copied. */
+/* Replaces the texts of a key; all are copied. No text removes what was there. */
 SYLVORA_C_API int sylvora_model_set_description(sylvora_model* model, const char* key,
                                                 const char* const* texts, int64_t num_texts);
 

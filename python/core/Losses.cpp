@@ -27,6 +27,26 @@ PyObject* Probabilities(PyObject* /*module*/, PyObject* arguments) {
     Py_RETURN_NONE;
 }
 
+PyObject* Expit(PyObject* /*module*/, PyObject* arguments) {
+    PyObject* scores = nullptr;
+    PyObject* out = nullptr;
+    Buffer from;
+    Buffer to;
+    if (!PyArg_ParseTuple(arguments, "OO:expit", &scores, &out) ||
+        !from.TakeArray(scores, "scores", SYLVORA_FLOAT64) ||
+        !to.TakeArray(out, "out", SYLVORA_FLOAT64) || !to.CheckOutput("out") ||
+        !to.CheckLength("out", from.Size(0))) {
+        return nullptr;
+    }
+    int status = 0;
+    {
+        const LockRelease unlocked;
+        status = sylvora_expit(from.As<double>(), from.Size(0), to.As<double>());
+    }
+    if (status != 0) return RaiseLibraryError(PyExc_ValueError);
+    Py_RETURN_NONE;
+}
+
 PyObject* LogOdds(PyObject* /*module*/, PyObject* arguments) {
     PyObject* labels = nullptr;
     PyObject* weights = nullptr;
@@ -55,6 +75,9 @@ PyMethodDef* LossFunctions() {
         {"probabilities", Guarded<Probabilities>, METH_VARARGS,
          "probabilities(loss, scores, out, /)\n--\n\n"
          "The probability of the larger label at each score into out; both float64 (n,)."},
+        {"expit", Guarded<Expit>, METH_VARARGS,
+         "expit(scores, out, /)\n--\n\n"
+         "1 / (1 + exp(-score)) into out, as the loss LogLoss has it; both float64 (n,)."},
         {"log_odds", Guarded<LogOdds>, METH_VARARGS,
          "log_odds(labels, weights, /)\n--\n\n"
          "The start value of the loss LogLoss: the log-odds of the labels above 0."},

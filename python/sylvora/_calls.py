@@ -41,9 +41,14 @@ class Calls:
         return any([bool(callback.after_round(state)) for callback in self._callbacks])
 
     def stopper(self) -> Optional[Callback]:
-        """The callback that keeps the fewest rounds, if there is one that keeps not all."""
-        keep = [c for c in self._callbacks if c.keep_rounds is not None]
-        return min(keep, key=lambda callback: callback.keep_rounds or 0, default=None)
+        """The callback that keeps the fewest rounds, if one says how many."""
+        stopper: Optional[Callback] = None
+        fewest: Optional[int] = None
+        for callback in self._callbacks:
+            keep = callback.keep_rounds
+            if keep is not None and (fewest is None or keep < fewest):
+                stopper, fewest = callback, keep
+        return stopper
 
     def end(self, result: FitResult) -> None:
         while self._open:

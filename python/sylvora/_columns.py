@@ -30,10 +30,11 @@ def masked(values: Array, mask: Array, subject: str, refuse_missing: bool) -> Co
 
 def of_masked_array(values: Any, subject: Subject, refuse_missing: bool) -> list[Column]:
     """The columns of a two-dimensional numpy.ma.MaskedArray."""
-    if values.dtype.kind == "O":
-        values = values.filled(None)
-    data = as_numbers(np.asarray(values), subject, ENCODE)
-    mask = mask_of(values)
+    mask, data = mask_of(values), np.asarray(values)
+    if data.dtype.kind == "O":
+        data = data.copy()
+        data[mask] = None
+    data = as_numbers(data, subject, ENCODE)
     return [
         masked(data[:, i], mask[:, i], subject(i), refuse_missing) for i in range(data.shape[1])
     ]

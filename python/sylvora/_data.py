@@ -9,14 +9,14 @@ have been imported; this module imports none but NumPy.
 from __future__ import annotations
 
 import math
-import re
 from collections.abc import Sequence
 from dataclasses import dataclass
 from numbers import Real
-from typing import Any, Optional, TypeVar
+from typing import Any, Optional
 
 from ._core import Table
-from ._sources import Missing, Source, source_of, unique_names
+from ._names import names_of, order_of, with_names
+from ._sources import Missing, source_of
 from ._targets import as_labels, as_queries, as_weights
 
 __all__ = [
@@ -28,9 +28,6 @@ __all__ = [
     "column_names",
     "with_names",
 ]
-
-_MOST_NAMES_SHOWN = 20
-ErrorT = TypeVar("ErrorT", bound=Exception)
 
 
 @dataclass(frozen=True)
@@ -70,8 +67,8 @@ def as_table(
         an object with the Arrow C interface (polars, pyarrow), a matrix of scipy.sparse, in which
         an absent value is 0, a list of rows, or anything that NumPy can convert.
     missing : float or None
-        NaN: NaN, None and null are missing. Another number: that number, too. None: a missing value
-        is an error.
+        NaN: NaN, None and null are missing. Another number: a value that equals it as a double,
+        too. None: a missing value is an error.
     names : sequence of str, optional
         Names of the columns that are wanted. If `X` has names, its columns are brought into this
         order; otherwise they are taken as they come.
@@ -104,7 +101,7 @@ def as_table(
     order = None
     found = source.names
     if names is not None:
-        order = _order(found, names, argument)
+        order = order_of(found, names, argument)
         if order is not None:
             found = list(names)
         num_columns = num_columns if num_columns is not None else len(names)
@@ -126,19 +123,7 @@ def column_names(X: Any) -> Optional[list[str]]:
     ValueError
         A name occurs twice.
     """
-    return unique_names(X, "X")
-
-
-def with_names(error: ErrorT, names: Optional[Sequence[str]]) -> ErrorT:
-    """Return the error with names in place of numbers of columns, which count from 0."""
-    if not names:
-        return error
-
-    def name(match: re.Match[str]) -> str:
-        column = int(match[1])
-        return f'column "{names[column]}"' if column < len(names) else match[0]
-
-    return type(error)(re.sub(r"\bcolumn (\d+)\b", name, str(error)))
+    return names_of(X, "X")
 
 
 def _missing_rule(missing: Optional[float]) -> Missing:
@@ -151,31 +136,3 @@ def _missing_rule(missing: Optional[float]) -> Missing:
     if math.isinf(number):
         raise ValueError("missing must not be infinite: infinite values are refused")
     return (None if math.isnan(number) else number), False
-
-
-def _order(
-    found: Optional[list[str]], wanted: Sequence[str], argument: str
-) -> Optional[list[int]]:
-    """Where the wanted columns are; None: in their places, or without names."""
-    if found is None or found == list(wanted):
-        return None
-    place = {name: i for i, name in enumerate(found)}
-    absent = [name for name in wanted if name not in place]
-    surplus = sorted(place.keys() - set(wanted), key=place.__getitem__)
-    if not absent and not surplus:
-        return [place[name] for name in wanted]
-    faults = [
-        f"{what}: {_listed(those)}."
-        for what, those in (("Missing", absent), ("Surplus", surplus))
-        if those
-    ]
-    raise ValueError(
-        f"{argument}: the columns must be those that were passed during fit, in any order. "
-        + " ".join(faults)
-    )
-
-
-def _listed(names: list[str]) -> str:
-    shown = ", ".join(f'"{name}"' for name in names[:_MOST_NAMES_SHOWN])
-    more = len(names) - _MOST_NAMES_SHOWN
-    return shown + (f" and {more} more" if more > 0 else "")

@@ -10,8 +10,8 @@ import numpy as np
 import numpy.typing as npt
 
 from . import _core
-from ._data import as_table
-from ._sources import given_names
+from ._data import as_table, with_names
+from ._names import given_names
 
 
 class Dataset:
@@ -70,11 +70,14 @@ class Dataset:
         feature_names: Optional[Sequence[str]] = None,
     ) -> None:
         frame = as_table(X, missing=missing)
-        self._core = _core.Dataset(frame.table)
         self._missing = missing
         self._names = frame.names
         if feature_names is not None:
             self._names = given_names(feature_names, frame.num_columns)
+        try:
+            self._core = _core.Dataset(frame.table)
+        except ValueError as error:
+            raise with_names(error, self._names) from None
 
     @property
     def num_rows(self) -> int:
@@ -127,8 +130,8 @@ class Dataset:
 
     def __reduce__(self) -> str:
         raise TypeError(
-            "a Dataset cannot be pickled or copied: it borrows the memory of X; pass X on, and make "
-            "a Dataset of it there"
+            "a Dataset cannot be pickled or copied: it borrows the memory of X; pass X on, and "
+            "make a Dataset of it there"
         )
 
 

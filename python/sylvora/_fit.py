@@ -12,6 +12,8 @@ import numpy as np
 
 from . import _core
 from ._calls import Calls
+from ._data import with_names
+from ._metrics import Metric, is_larger_better, name_of
 from ._model import BASE_SCORE, Model, completed
 from ._objectives import Objective
 from .callbacks import Callback, Evals, LogEvaluation, ProgressBar
@@ -23,8 +25,6 @@ if TYPE_CHECKING:
 
 # The library's default of numTree.
 _DEFAULT_ROUNDS = "500"
-
-Metric = Union[str, Callable[..., float]]
 
 
 @dataclass
@@ -117,11 +117,6 @@ def _with_verbose(
     raise ValueError(f"verbose must be True, False or a number of rounds, got {verbose!r}")
 
 
-def greater_is_better(metric: str) -> bool:
-    """Whether larger values of a metric of the library are better."""
-    return metric in ("auc", "accuracy", "pairs") or metric.startswith("ndcg@")
-
-
 class _Fit:
     """A `_core.Training` and the functions that it calls."""
 
@@ -137,7 +132,7 @@ class _Fit:
         self._evaluation = evaluation
         self._calls = Calls(callbacks)
         self._verbose = verbose
-        self._larger: dict[str, bool] = {}  # by the name of a metric of the program
+        self._metrics: Sequence[Metric] = ()
         self._start: Optional[float] = None
         self._messages: dict[str, None] = {}
         single = settings["modelType"] == "CART"
@@ -152,23 +147,20 @@ class _Fit:
     def set_metrics(self, metrics: Sequence[Metric]) -> None:
         if metrics and not self._evaluation:
             raise ValueError("eval_metric needs data to evaluate: give eval_set")
-        names = []
+        self._metrics = metrics
         for metric in metrics:
             if isinstance(metric, str):
                 self.training.metric(metric)
-                names.append(metric)
             else:
-                names.append(self._set_user_metric(metric))
+                self._set_user_metric(metric)
         if int(self._settings.get("earlyStop", "0")) > 0:
             if not self._evaluation:
                 raise ValueError("early_stopping_rounds needs data to evaluate: give eval_set")
-            if names:
-                self.training.stop_rule(None, names[0])
-        self._first_metric = names[0] if names else None
+            if metrics:
+                self.training.stop_rule(None, name_of(metrics[0]))
 
-    def _set_user_metric(self, metric: Callable[..., float]) -> str:
-        name = getattr(metric, "__name__", None) or type(metric).__name__
-        larger = bool(getattr(metric, "greater_is_better", False))
+    def _set_user_metric(self, metric: Callable[..., float]) -> None:
+        name = name_of(metric)
         labels = {data.name: data.labels for data in self._evaluation}
 
         def measure(set_name: str, scores: bytes) -> float:
@@ -180,9 +172,7 @@ class _Fit:
                     f"eval_metric: {name} must return a number, got {type(value).__name__}"
                 ) from None
 
-        self.training.user_metric(name, measure, larger)
-        self._larger[name] = larger
-        return name
+        self.training.user_metric(name, measure, is_larger_better(name, [metric]))
 
     def set_objective(
         self,
@@ -208,16 +198,21 @@ class _Fit:
         return self._calls.after_round(done, total, self)
 
     def record(self) -> Evals:
-        evals: Evals = {data.name: {} for data in self._evaluation}
+        # The metrics that were asked for come first, in their order.
+        names = [name_of(metric) for metric in self._metrics]
+        measured: Evals = {data.name: {} for data in self._evaluation}
         for set_name, metric, values in self.training.record():
-            evals.setdefault(set_name, {})[metric] = values
-        return evals
+            measured[set_name][metric] = values
+        return {
+            set_name: {name: values[name] for name in [*names, *values] if name in values}
+            for set_name, values in measured.items()
+        }
 
     def snapshot(self) -> Model:
         return self._completed(self.training.snapshot(Model))
 
     def greater_is_better(self, metric: str) -> bool:
-        return self._larger[metric] if metric in self._larger else greater_is_better(metric)
+        return is_larger_better(metric, self._metrics)
 
     # The run.
 
@@ -230,6 +225,9 @@ class _Fit:
             self._calls.begin(self._total)
             result = self._result(self.training.run(Model))
             self._calls.end(result)
+        except _core.TrainingError as error:
+            self._calls.failed()
+            raise with_names(error, names) from None
         except BaseException:
             self._calls.failed()
             raise
@@ -271,14 +269,14 @@ class _Fit:
     def _best(
         self, evals: Evals, stopper: Optional[Callback]
     ) -> tuple[Optional[int], Optional[float]]:
-        """The best round, from 1, and its value: on the last set, by the metric given first or, of
-        the default ones, listed first; unless a callback has decided."""
+        """The best round, from 1, and its value: on the last set, by its first metric, unless a
+        callback has decided."""
         if stopper is not None and hasattr(stopper, "best_score"):
             return stopper.keep_rounds, stopper.best_score
         if not evals:
             return None, None
         metrics = evals[list(evals)[-1]]
-        metric = self._first_metric or next(iter(metrics))
+        metric = next(iter(metrics))
         values = metrics[metric]
         if not self._has_rounds:
             return None, values[-1] if values else None

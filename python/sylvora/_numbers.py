@@ -22,6 +22,17 @@ ENCODE = "encode it, for example with sklearn.preprocessing.OrdinalEncoder"
 _READ_AS_THEY_ARE = frozenset("?bBhHiIlLqQfd")
 
 
+def imported(module: str, name: str) -> Any:
+    """Something of a module if that has been imported; otherwise None."""
+    return getattr(sys.modules.get(module), name, None)
+
+
+def is_instance(value: object, module: str, name: str) -> bool:
+    """Whether an object is of a class of a module, which need not have been imported."""
+    kind = imported(module, name)
+    return kind is not None and isinstance(value, kind)
+
+
 def subject_of(argument: str, names: Optional[list[str]] = None) -> Subject:
     """What errors call the columns of a table: by name, or by number from 0."""
 
@@ -61,6 +72,13 @@ def mask_of(values: Any) -> Array:
     return mask
 
 
+def is_missing(cell: object) -> bool:
+    """Whether an object is None, NaN or pandas.NA."""
+    if cell is None or cell is imported("pandas", "NA"):
+        return True
+    return isinstance(cell, float) and cell != cell
+
+
 def has_dates(subject: str, dtype: object) -> TypeError:
     """The error for a column of dates, times or durations."""
     return TypeError(
@@ -77,8 +95,8 @@ def _has_text(subject: str, cell: object, row: int, advice: str) -> TypeError:
 
 def _is_complex(subject: str) -> ValueError:
     return ValueError(
-        f"{subject} is complex. Complex data not supported: pass real and imaginary parts as "
-        "columns of their own"
+        f"{subject} is complex. Complex data not supported: pass real and imaginary parts "
+        "separately"
     )
 
 
@@ -94,10 +112,10 @@ def _from_objects(cells: Array, subject: Subject, text_advice: str) -> Array:
 
 
 def _without_na(cells: Array, types: set[type]) -> Array:
-    pandas = sys.modules.get("pandas")
-    if pandas is None or type(pandas.NA) not in types:
+    na = imported("pandas", "NA")
+    if na is None or type(na) not in types:
         return cells
-    mask = np.fromiter((cell is pandas.NA for cell in cells.flat), np.bool_, cells.size)
+    mask = np.fromiter((cell is na for cell in cells.flat), np.bool_, cells.size)
     filled = cells.copy()
     filled[mask.reshape(cells.shape)] = None
     return filled
@@ -105,10 +123,9 @@ def _without_na(cells: Array, types: set[type]) -> Array:
 
 def _fault_of_objects(cells: Array, subject: Subject, text_advice: str) -> Exception:
     """The error for the first cell, row by row, that is no number."""
-    pandas = sys.modules.get("pandas")
     for place, cell in np.ndenumerate(cells):
         column = subject(place[1] if len(place) > 1 else 0)
-        if cell is None or (pandas is not None and cell is pandas.NA):
+        if is_missing(cell):
             continue
         if isinstance(cell, (str, bytes)):
             return _has_text(column, cell, place[0], text_advice)

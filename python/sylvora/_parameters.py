@@ -266,5 +266,7 @@ def _complete(settings: dict[str, str], given: Mapping[str, str]) -> None:
             f"{given['fRegCls']}: boosting has no task; choose a loss for two classes, such as "
             "'log_loss'"
         )
+    if model == "CART":
+        settings.setdefault("numTree", "1")  # the library tells if it is another number
     if model == "GBRank" and settings.get("lossFunc") == "HingeSquare":
         settings["lossFunc"] = "HingeSquareRank"

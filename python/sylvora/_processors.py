@@ -4,11 +4,12 @@ from __future__ import annotations
 
 import operator
 import os
+from typing import Optional, SupportsIndex
 
 _MOST_THREADS = 256
 
 
-def usable_jobs(n_jobs: object) -> int:
+def usable_jobs(n_jobs: Optional[SupportsIndex]) -> int:
     """The number of threads that `n_jobs` asks for, from 1 to 256.
 
     None is 1. A negative number counts back from the usable processors, as in joblib: -1 is all of
@@ -22,7 +23,7 @@ def usable_jobs(n_jobs: object) -> int:
     if n_jobs is None:
         return 1
     try:
-        number = operator.index(n_jobs)  # type: ignore[call-overload]
+        number = operator.index(n_jobs)
     except TypeError:
         raise TypeError(f"n_jobs must be an integer or None, got {n_jobs!r}") from None
     number = int(number)
@@ -81,5 +82,5 @@ def _numbers(path: str, count: int) -> list[int]:
             words = file.read().split()
     except (OSError, UnicodeDecodeError):
         words = []
-    words = [word for word in words[:count]] + ["0"] * (count - len(words))
+    words = words[:count] + ["0"] * (count - len(words))
     return [int(word) if word.isdecimal() else 0 for word in words]

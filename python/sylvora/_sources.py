@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import sys
 from typing import Any, Optional, Protocol
 
 import numpy as np
@@ -10,11 +9,11 @@ import numpy as np
 from . import _columns
 from ._columns import Column
 from ._core import Table
-from ._numbers import ENCODE, Array, as_numbers, mask_of, subject_of
+from ._names import Names, names_of, unique
+from ._numbers import ENCODE, Array, as_numbers, imported, is_instance, mask_of, subject_of
 
 # The number that is missing besides NaN, and whether NaN is refused instead.
 Missing = tuple[Optional[float], bool]
-Names = Optional[list[str]]
 
 
 class Source(Protocol):
@@ -82,80 +81,42 @@ class _Arrow:
 
     def __init__(self, data: Any, argument: str, missing: Missing) -> None:
         self.data, self.argument = data, argument
-        self.whole = Table.from_arrow(data, *missing)
-        self.names = _unique(self.whole.names, argument)
+        try:
+            self.whole = Table.from_arrow(data, *missing)
+        except (TypeError, ValueError) as error:
+            kind = ValueError if isinstance(error, ValueError) else TypeError
+            raise kind(f"{argument}: {error}") from None
+        self.names = unique(self.whole.names, argument)
         self.shape = (self.whole.num_rows, self.whole.num_columns)
 
     def table(self, order: Optional[list[int]], missing: Missing) -> Table:
         if order is None:
             return self.whole
+        names = self.names or []
+        wanted = [names[i] for i in order]
         if not hasattr(self.data, "select"):
             raise ValueError(
                 f"{self.argument}: a {type(self.data).__name__} cannot be brought into another "
-                f"order of columns; select them in this order: {self.names}"
+                f"order of columns; select them in this order: {wanted}"
             )
-        names = self.names or []
-        return Table.from_arrow(self.data.select([names[i] for i in order]), *missing)
+        return Table.from_arrow(self.data.select(wanted), *missing)
 
 
 def source_of(X: Any, argument: str, missing: Missing) -> Source:
     """Recognise what `X` is. Raises as `as_table` does."""
     if isinstance(X, np.ndarray):
         return _of_array(X, argument, missing[1])
-    pandas, sparse = sys.modules.get("pandas"), sys.modules.get("scipy.sparse")
-    if pandas is not None and isinstance(X, pandas.DataFrame):
+    if is_instance(X, "pandas", "DataFrame"):
         return _of_frame(X, argument, missing[1])
-    if sparse is not None and sparse.issparse(X):
+    is_sparse = imported("scipy.sparse", "issparse")
+    if is_sparse is not None and is_sparse(X):
         return _of_sparse(X, argument)
     if hasattr(X, "__arrow_c_stream__") or hasattr(X, "__arrow_c_array__"):
-        return _Arrow(X, argument, missing)
-    names = unique_names(X, argument)
+        # Single columns, such as a polars.Series, have the interface, too.
+        if len(getattr(X, "shape", (0, 0))) == 2:
+            return _Arrow(X, argument, missing)
+    names = names_of(X, argument)
     return _Dense(_two_dimensional(_converted(X, argument), X, argument, names), names)
-
-
-def unique_names(X: Any, argument: str) -> Names:
-    """Names of columns; see `column_names`."""
-    if isinstance(X, np.ndarray):
-        return list(X.dtype.names) if X.dtype.names else None
-    labels = getattr(X, "column_names", None)  # pyarrow
-    if labels is None:
-        labels = getattr(X, "columns", None)
-    try:
-        return _unique(list(labels), argument) if labels is not None else None
-    except TypeError:
-        if isinstance(labels, (list, tuple)) or hasattr(labels, "__len__"):
-            raise
-        return None
-
-
-def given_names(names: Any, num_columns: int) -> list[str]:
-    """Names that a user gives to columns. Raises TypeError and ValueError."""
-    if isinstance(names, str) or not all(isinstance(name, str) for name in names):
-        raise TypeError("feature_names must be a list of text, one name per column")
-    if len(names) != num_columns:
-        raise ValueError(f"feature_names has {len(names)} names for {num_columns} columns")
-    return _unique([str(name) for name in names], "feature_names") or []
-
-
-def _unique(labels: Optional[list[Any]], argument: str) -> Names:
-    if not labels:
-        return None
-    are_text = [isinstance(label, str) for label in labels]
-    if not any(are_text):
-        return None
-    if not all(are_text):
-        other = type(labels[are_text.index(False)]).__name__
-        raise TypeError(
-            f"{argument}: Feature names are only supported if all input features have string names,"
-            f" but some labels of columns are text and others are of type {other}; convert them, "
-            f"for example by {argument}.columns = {argument}.columns.astype(str)"
-        )
-    seen: set[str] = set()
-    for label in labels:
-        if label in seen:
-            raise ValueError(f'{argument}: two columns have the name "{label}"; rename one of them')
-        seen.add(label)
-    return labels
 
 
 def _of_array(X: Array, argument: str, refuse_missing: bool) -> Source:
@@ -170,15 +131,16 @@ def _of_array(X: Array, argument: str, refuse_missing: bool) -> Source:
 
 
 def _of_frame(X: Any, argument: str, refuse_missing: bool) -> Source:
-    names = _unique(list(X.columns), argument)
+    names = unique(list(X.columns), argument)
     if 0 in X.shape:
         return _Dense(np.empty(X.shape), names)
+    subject = subject_of(argument, names)
     block = _columns.block_of_frame(X)
     if block is not None:
-        return _Dense(block, names)
-    if all(getattr(dtype, "fill_value", None) == 0 for dtype in X.dtypes):
+        return _Dense(as_numbers(block, subject, ENCODE), names)
+    if getattr(X.dtypes.iloc[0], "fill_value", None) == 0 and X.dtypes.nunique() == 1:
         return _Sparse(X.sparse.to_coo().tocsc(), names)
-    columns = _columns.of_frame(X, subject_of(argument, names), refuse_missing)
+    columns = _columns.of_frame(X, subject, refuse_missing)
     return _Separate(columns, len(X), names)
 
 
@@ -198,9 +160,10 @@ def _converted(X: Any, argument: str) -> Array:
     try:
         values = np.asarray(X)
     except ValueError as error:
-        raise _ragged(X, argument) or ValueError(f"{argument}: {error}") from None
-    # NumPy turns numbers into text if there is text beside them; objects show which they were.
-    if values.dtype.kind in "US" and isinstance(X, (list, tuple)):
+        rows = f"{argument} must be a list of rows of numbers: {error}"
+        raise _ragged(X, argument) or ValueError(rows) from None
+    # NumPy turns numbers into text or complex ones if there are some; objects stay what they are.
+    if values.dtype.kind in "USc" and isinstance(X, (list, tuple)):
         values = np.asarray(X, dtype=object)
     if values.ndim == 0 and values.dtype.kind not in "fiub":
         raise TypeError(
@@ -216,6 +179,8 @@ def _converted(X: Any, argument: str) -> Array:
 
 def _ragged(rows: Any, argument: str) -> Optional[ValueError]:
     """The error for the first row whose length differs from the first one's."""
+    if not isinstance(rows, (list, tuple)):
+        return None
     lengths = [len(row) if hasattr(row, "__len__") else -1 for row in rows]
     for i, length in enumerate(lengths):
         if length != lengths[0]:
@@ -236,7 +201,7 @@ def _two_dimensional(values: Array, X: Any, argument: str, names: Names) -> Arra
 
 def _not_two_dimensional(values: Any, argument: str) -> ValueError:
     if values.ndim > 2:
-        return ValueError(f"{argument}: Found array with dim {values.ndim}, while dim 2 is expected.")
+        return ValueError(f"{argument}: Found array with dim {values.ndim}, but dim 2 is expected.")
     kind = "1D" if values.ndim == 1 else "scalar"
     return ValueError(
         f"{argument}: Expected 2D array, got {kind} array instead (shape={values.shape}). Reshape "

@@ -2,13 +2,12 @@
 
 from __future__ import annotations
 
-import sys
 from typing import Any, Optional
 
 import numpy as np
 import numpy.typing as npt
 
-from ._numbers import Array, as_numbers, mask_of
+from ._numbers import Array, as_numbers, is_instance, is_missing, mask_of
 
 _NUMBERS_ONLY = "numbers are needed"
 _LARGEST_WEIGHT = 2**31 - 1
@@ -113,9 +112,12 @@ def as_queries(group: Any, num_rows: int, *, qid: Any = None) -> npt.NDArray[np.
 
 def _queries_of_ids(ids: Array, num_rows: int) -> npt.NDArray[np.int32]:
     _check_length(ids, num_rows, "qid")
-    absent = ids != ids  # NaN
-    if np.any(absent):
-        raise ValueError(f"qid: row {int(np.argmax(absent))} is NaN; each row needs a query id")
+    if ids.dtype.kind == "O":
+        absent = np.fromiter(map(is_missing, ids), np.bool_, num_rows)
+    else:
+        absent = ids != ids  # NaN
+    if absent.any():
+        raise ValueError(f"qid: row {int(absent.argmax())} is missing; each row needs a query id")
     is_first = np.ones(num_rows, dtype=np.bool_)
     is_first[1:] = ids[1:] != ids[:-1]
     seen: dict[Any, int] = {}
@@ -123,7 +125,7 @@ def _queries_of_ids(ids: Array, num_rows: int) -> npt.NDArray[np.int32]:
         first = seen.setdefault(ids[row], row)
         if first != row:
             raise ValueError(
-                f"qid: rows of query {ids[row]} are not together (rows {first} and {row}, with "
+                f"qid: the rows of query {ids[row]} are not together (rows {first} and {row}, with "
                 "another query between them); sort X, y and qid by query"
             )
     return np.cumsum(is_first, dtype=np.int32) - np.int32(1)
@@ -132,7 +134,9 @@ def _queries_of_ids(ids: Array, num_rows: int) -> npt.NDArray[np.int32]:
 def _vector(values: Any, argument: str, columns: bool = True) -> Array:
     """One-dimensional values; with `columns` also from one column."""
     if values is None:
-        raise ValueError(f"{argument}: Expected array-like (array or non-string sequence), got None")
+        raise ValueError(
+            f"{argument}: Expected array-like (array or non-string sequence), got None"
+        )
     array = _array(values, argument)
     if columns and array.ndim == 2 and array.shape[1] == 1:
         return array.reshape(-1)
@@ -141,12 +145,13 @@ def _vector(values: Any, argument: str, columns: bool = True) -> Array:
     if array.ndim == 0 and array.dtype.kind == "O":
         kind = type(values).__name__
         raise TypeError(f"{argument} must be an array or a list, with one item per row, not {kind}")
-    raise ValueError(f"{argument} should be a 1d array, got an array of shape {array.shape} instead")
+    raise ValueError(
+        f"{argument} should be a 1d array, got an array of shape {array.shape} instead"
+    )
 
 
 def _array(values: Any, argument: str) -> Array:
-    pandas = sys.modules.get("pandas")
-    if pandas is not None and isinstance(values, pandas.Series):
+    if is_instance(values, "pandas", "Series"):
         return np.asarray(values.to_numpy())
     if isinstance(values, np.ma.MaskedArray) and mask_of(values).any():
         row = int(np.argwhere(mask_of(values))[0, 0])

@@ -9,6 +9,7 @@ from typing import TYPE_CHECKING, Any, Optional, Union
 from ._data import as_labels, as_queries, as_table, as_weights
 from ._dataset import Dataset
 from ._fit import EvaluationData, FitResult, fit_model
+from ._metrics import Metric
 from ._parameters import settings_of
 
 if TYPE_CHECKING:
@@ -16,8 +17,6 @@ if TYPE_CHECKING:
     from .callbacks import Callback
 
 __all__ = ["EvaluationData", "FitResult", "evaluation_data", "fit_model", "train"]
-
-Metric = Union[str, Callable[..., float]]
 
 
 def train(
@@ -107,7 +106,7 @@ def train(
     >>> len(model.evals_result_["same"]["rmse"])
     30
     """
-    settings = settings_of(_with_jobs(params, n_jobs))
+    settings = settings_of(with_jobs(params, n_jobs))
     dataset = dataset_of(X, missing, feature_names)
     num_rows = dataset.num_rows
     result = fit_model(
@@ -202,14 +201,13 @@ def _evaluation_of(
     return EvaluationData(name, frame.table, labels, queries)
 
 
-def _with_jobs(params: Mapping[str, Any], n_jobs: Optional[int]) -> Mapping[str, Any]:
+def with_jobs(params: Mapping[str, Any], n_jobs: Optional[int]) -> Mapping[str, Any]:
+    """The parameters with `n_jobs` among them."""
     if not isinstance(params, Mapping):
         raise TypeError(f"params must be a dict, got {type(params).__name__}")
-    return params if n_jobs is None else {**_without_jobs(params), "n_jobs": n_jobs}
-
-
-def _without_jobs(params: Mapping[str, Any]) -> Mapping[str, Any]:
+    if n_jobs is None:
+        return params
     for name in ("n_jobs", "numThread"):
         if name in params:
             raise ValueError(f"n_jobs and params[{name!r}] are the same parameter: give only one")
-    return params
+    return {**params, "n_jobs": n_jobs}

@@ -23,9 +23,15 @@ using engine::PackedNode;
 using engine::PackedTree;
 using engine::PackedTrees;
 
-// Rows are walked in pieces of at most this many rows, and of this many values if rows are wide.
-constexpr int kPieceRows = 256;
+// Rows are walked in pieces: few rows, so that they stay in the cache while all trees walk them, or
+// many, if the trees have so many nodes that these must be fetched again for each piece.
+constexpr int kPieceRows = 128;
+constexpr int kLongPieceRows = 2048;
+constexpr size_t kManyNodes = size_t{1} << 15;
+// The most values of a piece.
 constexpr int kPieceValues = 1 << 20;
+// About how many features are read and coded in the time of one walk.
+constexpr size_t kWalkCost = 3;
 // For fewer rows, looking for the columns that the trees test takes longer than reading all.
 constexpr int kFewRows = 20;
 
@@ -35,6 +41,11 @@ struct TreeRange {
     size_t begin, end;
 
     size_t Size() const { return end - begin; }
+    size_t NumNodes() const {
+        size_t numNodes = 0;
+        for (size_t t = begin; t < end; ++t) numNodes += trees.treeV[t].numNodes;
+        return numNodes;
+    }
     // The columns below `width` that the trees test, ascending.
     VecInt Columns(int width) const {
         std::vector<bool> fTestedV(static_cast<size_t>(width), false);
@@ -99,7 +110,8 @@ template <typename Task>
 void ForPieces(const BlockReader& reader, const TreeRange& range, int width, int maxThreads,
                const Task& task) {
     const int numRows = reader.NumRows();
-    const int pieceRows = std::clamp(kPieceValues / width, 1, std::min(kPieceRows, numRows));
+    const int mostRows = range.NumNodes() > kManyNodes ? kLongPieceRows : kPieceRows;
+    const int pieceRows = std::clamp(kPieceValues / width, 1, std::min(mostRows, numRows));
     const int numPieces = (numRows - 1) / pieceRows + 1;
     VecInt columnV;
     if (numRows >= kFewRows) columnV = range.Columns(width);
@@ -165,15 +177,15 @@ class ModelParts::Work {
     const int maxThreads;
 };
 
-// Many groups are worth the work of the compiled ensemble, which codes all features before the
-// first tree.
+// Many groups are worth the work of the compiled ensemble, which reads and codes all features
+// before the first tree.
 void ModelParts::Work::AddGroups(size_t first, size_t end, double* scores) const {
     const engine::CompiledEnsemble* const compiled = learner.Compiled();
     if (compiled == nullptr) return AddOneByOne(first, end, scores);
     if (reader.NumRows() >= kFewRows) {
         const engine::GroupRange range(*compiled, first, end);
-        if (range.numTrees >= range.numFeatures &&
-            range.numTrees * 4 >= static_cast<size_t>(width)) {
+        if (range.numTrees * kWalkCost >= range.numFeatures &&
+            range.numTrees * kWalkCost >= static_cast<size_t>(width)) {
             const engine::RowTable rows = {nullptr, static_cast<size_t>(reader.NumRows()),
                                            static_cast<size_t>(width), &reader};
             return engine::AddRows(*compiled, range, rows, scores, maxThreads);
@@ -200,8 +212,8 @@ void ModelParts::Work::AddOneByOne(size_t first, size_t end, double* scores) con
 void ModelParts::Work::WalkGroups(size_t first, size_t end, double* scores) const {
     const TreeRange range = {trees, trees.GroupBegin(first), trees.groupEndV[end - 1]};
     ForPieces(reader, range, width, maxThreads, [&](const Piece& piece) {
-        int leafV[kPieceRows];
-        double sumV[kPieceRows];
+        int leafV[kLongPieceRows];
+        double sumV[kLongPieceRows];
         double* const results = scores + piece.first;
         for (size_t g = first; g < end; ++g) {
             std::fill_n(sumV, piece.numRows, 0.0);
@@ -220,7 +232,7 @@ void ModelParts::Work::WalkGroups(size_t first, size_t end, double* scores) cons
 void ModelParts::Work::FindLeaves(int* leaves) const {
     const size_t numTrees = NumTrees();
     ForPieces(reader, {trees, 0, numTrees}, width, maxThreads, [&](const Piece& piece) {
-        int leafV[kPieceRows];
+        int leafV[kLongPieceRows];
         int* const rows = leaves + piece.first * numTrees;
         for (size_t t = 0; t < numTrees; ++t) {
             engine::FindLeaves(trees.treeV[t], piece.rowV, piece.numRows, leafV);
@@ -239,7 +251,7 @@ int ModelParts::Work::CountVotes(double* shares) const {
     if (learner.Compiled() == nullptr && CheckClasses() != 0) return -1;
     const size_t numClasses = static_cast<size_t>(learner.numClass);
     ForPieces(reader, {trees, 0, numTrees}, width, maxThreads, [&](const Piece& piece) {
-        int leafV[kPieceRows];
+        int leafV[kLongPieceRows];
         double* const rows = shares + piece.first * numClasses;
         const size_t numShares = static_cast<size_t>(piece.numRows) * numClasses;
         std::fill_n(rows, numShares, 0.0);

@@ -102,6 +102,21 @@ int sylvora_probabilities(const char* loss, const double* scores, int64_t num_sc
     });
 }
 
+// The gradient of a label of 0 is -p.
+int sylvora_expit(const double* scores, int64_t num_scores, double* out) {
+    return Run([&] {
+        if (scores == nullptr || out == nullptr) return RefuseNull("scores or out");
+        constexpr int64_t kBlock = 256;
+        constexpr double kZeros[kBlock] = {};
+        for (int64_t at = 0; at < num_scores; at += kBlock) {
+            const int count = static_cast<int>(std::min(kBlock, num_scores - at));
+            sylvora::LogLossGradient(kZeros, scores + at, count, out + at, nullptr);
+            for (int64_t i = at; i < at + count; ++i) out[i] = 0.0 - out[i];
+        }
+        return 0;
+    });
+}
+
 int sylvora_log_odds(const double* labels, const int32_t* weights, int64_t num_labels,
                      double* log_odds) {
     return Run([&] {

@@ -1,4 +1,5 @@
 // Models of the C interface.
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -11,6 +12,7 @@
 using sylvora::EnsembleView;
 using sylvora::Fail;
 using sylvora::ModelText;
+using sylvora::Text;
 using sylvora::TreeView;
 using sylvora::c::RefuseNull;
 using sylvora::c::Run;
@@ -53,6 +55,21 @@ int Loaded(sylvora_model** out, const Load& load) {
 sylvora_node NodeOf(const sylvora::engine::PackedNode& node, int cover) {
     if (node.IsLeaf()) return {node.splitElemFea, node.avgPredict, -1, -1, -1, cover};
     return {node.splitElemFea, node.avgPredict, node.splitFea, node.lson, node.rson, cover};
+}
+
+// Sets the best round to the one text, if there is one, otherwise to none.
+int SetBestRound(sylvora_model& model, const std::vector<std::string>& textV) {
+    int round = 0;
+    for (const std::string& text : textV) {
+        const char* const end = text.data() + text.size();
+        const std::from_chars_result read = std::from_chars(text.data(), end, round);
+        if (read.ec != std::errc() || read.ptr != end || round < 1) {
+            return Fail("ERROR: The best round \"", text, "\" is no number from 1\n");
+        }
+    }
+    model.description.bestRound = round;
+    model.bestRound = Text(round);
+    return 0;
 }
 
 // A list of texts of a description, by key; null: the key has none.
@@ -235,6 +252,7 @@ int sylvora_model_set_description(sylvora_model* model, const char* key, const c
                 textV.empty() ? std::string() : textV[0];
             return 0;
         }
+        if (name == "bestRound" && num_texts <= 1) return SetBestRound(*model, textV);
         if (name != "setting") {
             return Fail("ERROR: A description takes no ", num_texts, " texts of the key \"", name,
                         "\"\n");

@@ -1,94 +1,11 @@
-/* Uses every function of the C interface, from C: results that must agree, and errors. */
+/* Uses the functions of the C interface, from C: results that must agree, and errors. parts.c has
+ * those on trainings under way and on parts of models. */
 #include <math.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
-#include "sylvora_c.h"
-
-enum { ROWS = 400, COLUMNS = 4 };
-
-static double x[ROWS][COLUMNS];
-static double y[ROWS];
-static double classes[ROWS];
-static int num_faults = 0;
-
-static void expect(int holds, const char* what, int line) {
-    if (holds) return;
-    fprintf(stderr, "line %d: %s; last error: %s\n", line, what, sylvora_error());
-    ++num_faults;
-}
-#define EXPECT(holds) expect((holds), #holds, __LINE__)
-/* The call fails, and its error has the text. */
-#define EXPECT_ERROR(call, text) expect((call) == -1 && strstr(sylvora_error(), (text)) != NULL, \
-                                        #call, __LINE__)
-
-static void fill(void) {
-    unsigned state = 1;
-    int i, j;
-    for (i = 0; i < ROWS; ++i) {
-        for (j = 0; j < COLUMNS; ++j) {
-            state = state * 1664525u + 1013904223u;
-            x[i][j] = (double)(state >> 8) / (1 << 24);
-            if (x[i][j] < 0.1) x[i][j] = 0.0; /* left out of sparse rows */
-        }
-        y[i] = x[i][0] * 3 + (x[i][1] > 0.5) + x[i][2] * x[i][3];
-        classes[i] = y[i] > 2.2;
-    }
-    x[7][2] = NAN;
-}
-
-static sylvora_block block_of(int num_rows) {
-    sylvora_block block = SYLVORA_BLOCK;
-    block.values = x;
-    block.num_rows = num_rows;
-    block.num_columns = COLUMNS;
-    block.row_stride = sizeof x[0];
-    block.column_stride = sizeof x[0][0];
-    return block;
-}
-
-static sylvora_training* training_on(const sylvora_dataset* data, const double* labels,
-                                     const char* loss) {
-    sylvora_training* training = NULL;
-    EXPECT(sylvora_training_new(&training) == 0);
-    EXPECT(sylvora_training_set(training, "modelType", "GBDT") == 0);
-    EXPECT(sylvora_training_set(training, "lossFunc", loss) == 0);
-    EXPECT(sylvora_training_set(training, "numTree", "30") == 0);
-    EXPECT(sylvora_training_set(training, "valSmpRt", "0.7") == 0);
-    EXPECT(sylvora_training_set(training, "randomSeed", "5") == 0);
-    EXPECT(sylvora_training_data(training, data, labels, sylvora_dataset_rows(data), NULL, 0) == 0);
-    return training;
-}
-
-/* The text from the third line on: the first two name the loss. To be freed. */
-static char* trees_of(const sylvora_model* model) {
-    char* text = NULL;
-    char* trees;
-    size_t size = 0;
-    EXPECT(sylvora_model_text(model, 17, 0, &text, &size) == 0);
-    if (text == NULL) return NULL;
-    EXPECT(strlen(text) == size);
-    trees = strdup(strchr(strchr(text, '\n') + 1, '\n'));
-    sylvora_text_free(text);
-    return trees;
-}
-
-static void expect_same(const sylvora_model* a, const sylvora_model* b, int line) {
-    char* one = trees_of(a);
-    char* other = trees_of(b);
-    expect(one != NULL && other != NULL && strcmp(one, other) == 0, "the models agree", line);
-    free(one);
-    free(other);
-}
-
-static void expect_same_scores(const sylvora_model* a, const sylvora_model* b, int line) {
-    const sylvora_block block = block_of(ROWS);
-    double one[ROWS], other[ROWS];
-    EXPECT(sylvora_model_score(a, &block, one, 1) == 0);
-    EXPECT(sylvora_model_score(b, &block, other, 2) == 0);
-    expect(memcmp(one, other, sizeof one) == 0, "the scores agree", line);
-}
+#include "cases.h"
 
 static int square(void* context, int round, int64_t num_rows, const double* labels,
                   const double* scores, double* gradients, double* hessians) {
@@ -225,6 +142,28 @@ static void test_log_odds(void) {
     EXPECT(sylvora_log_odds(labels, weights, 4, &odds) == 0 && odds == 0.0);
     EXPECT_ERROR(sylvora_log_odds(labels, none, 4, &odds), "both");
     EXPECT_ERROR(sylvora_log_odds(labels, NULL, 0, &odds), "both");
+}
+
+static void test_expit(void) {
+    double scores[600];
+    for (int i = 0; i < 600; ++i) scores[i] = (i - 300) * 4.0;
+    EXPECT(sylvora_expit(scores, 600, scores) == 0);
+    EXPECT(scores[300] == 0.5 && scores[0] == 0.0 && !signbit(scores[0]) && scores[599] == 1.0);
+    for (int i = 0; i < 600; ++i) {
+        EXPECT(fabs(scores[i] - 1 / (1 + exp((300 - i) * 4.0))) <= 4e-16 * scores[i]);
+    }
+    EXPECT_ERROR(sylvora_expit(NULL, 1, scores), "null");
+}
+
+static void test_best_round(sylvora_model* model) {
+    const char *round = "17", *wrong[] = {"0", "-1", "1.5", "x", "", "99999999999"};
+    EXPECT(sylvora_model_set_description(model, "bestRound", &round, 1) == 0);
+    for (int i = 0; i < 6; ++i) {
+        EXPECT_ERROR(sylvora_model_set_description(model, "bestRound", &wrong[i], 1), "best round");
+    }
+    EXPECT(strcmp(sylvora_model_describe(model, "bestRound", 0), "17") == 0);
+    EXPECT(sylvora_model_set_description(model, "bestRound", NULL, 0) == 0);
+    EXPECT(sylvora_model_describe(model, "bestRound", 0) == NULL);
 }
 
 static void test_evaluation(const sylvora_dataset* data) {
@@ -450,10 +389,14 @@ int main(void) {
     test_objective_and_progress(data, model);
     test_sparse_and_weights(data, model);
     test_log_odds();
+    test_expit();
+    test_best_round(model);
     test_evaluation(data);
     test_models(model);
     test_model_types(data);
     test_errors(data);
+    test_progress(data);
+    test_parts(data);
     sylvora_model_free(model);
     sylvora_dataset_free(data);
     sylvora_dataset_free(subset);

@@ -1,0 +1,475 @@
+"""train and cv: the command's bytes, objectives, early stopping, folds, errors."""
+import decimal
+import os
+import tempfile
+import threading
+import unittest
+import warnings
+
+try:
+    import numpy as np
+except ImportError:
+    raise unittest.SkipTest('needs NumPy')
+
+import bundled
+import sylvora
+from sylvora._parameters import settings_of
+from sylvora.callbacks import Callback, EarlyStopping
+
+
+def data(rows=400, columns=5, seed=3):
+    random = np.random.RandomState(seed)
+    X = random.randint(0, 20, (rows, columns)).astype(float)
+    y = X[:, 0] - 0.3 * X[:, 1] + (X[:, 2] > 9) * 4 + random.normal(size=rows)
+    return X, y
+
+
+def text(model):
+    """The trees alone, exactly: without the lines of settings and the block behind them."""
+    return model.to_bytes(description=False).split(b'\n', 2)[2]
+
+
+def forms(X):
+    """The same values in other places and types."""
+    yield 'F order', np.asfortranarray(X)
+    yield 'every second row and column', np.repeat(np.repeat(X, 2, 0), 2, 1)[::2, ::2]
+    if (X.astype(np.float32) == X)[~np.isnan(X)].all():
+        yield 'float32', X.astype(np.float32)
+    if not np.isnan(X).any() and (X.astype(np.int16) == X).all():
+        yield 'int16', X.astype(np.int16)
+    try:
+        import pandas
+    except ImportError:
+        return
+    names = ['c%d' % column for column in range(X.shape[1])]
+    yield 'pandas', pandas.DataFrame(X, columns=names)
+    yield 'pandas, nullable', pandas.DataFrame(X).convert_dtypes()
+
+
+@unittest.skipUnless(os.path.exists(bundled.COMMAND), 'needs the command')
+class CommandBytesTest(unittest.TestCase):
+    """The package writes the model file that the command writes."""
+
+    def test_bundled_sets(self):
+        for name in bundled.SETS:
+            with tempfile.TemporaryDirectory() as folder:
+                expected = bundled.command_model(name, folder)
+            params, X, y, queries = bundled.load(name)
+            params.pop('numThread')
+            for threads in (1, 2, 8):
+                model = sylvora.train(params, X, y, qid=queries, n_jobs=threads)
+                with self.subTest(name=name, threads=threads):
+                    self.assertEqual(model.to_bytes(digits=6, description=False), expected)
+            exact = model.to_bytes(description=False)
+            for form, same in forms(X):
+                again = sylvora.train(params, same, y, qid=queries, n_jobs=2)
+                with self.subTest(name=name, form=form):
+                    self.assertEqual(again.to_bytes(description=False), exact)
+
+    def test_two_fits_at_once(self):
+        cases = [bundled.load(name) for name in ('bike', 'wdbc')] * 2
+        expected = [sylvora.train(p, X, y).to_bytes() for p, X, y, _ in cases[:2]] * 2
+        results = [None] * len(cases)
+
+        def fit(i):
+            params, X, y, _ = cases[i]
+            results[i] = sylvora.train(params, X, y).to_bytes()
+
+        threads = [threading.Thread(target=fit, args=(i,)) for i in range(len(cases))]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join()
+        self.assertEqual(results, expected)
+
+
+class ObjectiveTest(unittest.TestCase):
+    def test_square_and_log_loss_bit_for_bit(self):
+        X, y = data()
+        labels = (y > np.median(y)).astype(float)
+        weights = np.arange(len(y)) % 4
+
+        def square(y, scores):
+            return y - scores
+
+        def log_loss(y, scores):
+            g = y - sylvora.expit(scores)
+            return g, np.abs(g) * (1 - np.abs(g))
+
+        for threads in (1, 4):
+            for weight in (None, weights):
+                params = {'n_estimators': 40, 'n_jobs': threads}
+                plain = sylvora.train(params, X, y, sample_weight=weight)
+                own = sylvora.train(params, X, y, sample_weight=weight, objective=square)
+                self.assertEqual(text(own), text(plain))
+                start = sylvora.log_odds(labels, weight)
+                plain = sylvora.train(dict(params, loss='log_loss'), X, labels,
+                                      sample_weight=weight)
+                own = sylvora.train(params, X, labels, sample_weight=weight, objective=log_loss,
+                                    base_score=start)
+                self.assertEqual(text(own), text(plain))
+                np.testing.assert_array_equal(own.predict(X), plain.predict(X))
+                np.testing.assert_array_equal(own.predict(X, iteration_range=(0, 0)), start)
+
+    def test_called_once_per_round_with_all_rows(self):
+        X, y = data(60)
+        seen = []
+
+        def square(labels, scores):
+            seen.append(scores.copy())
+            self.assertFalse(labels.flags.writeable or scores.flags.writeable)
+            np.testing.assert_array_equal(labels, y)
+            return y - scores
+
+        model = sylvora.train({'n_estimators': 3}, X, y, objective=square)
+        stages = [np.zeros(60), *model.staged_predict(X)]
+        self.assertEqual(len(seen), 3)
+        np.testing.assert_allclose(seen, stages[:3], rtol=1e-6)  # shrinks are floats
+
+    def test_wrong_results(self):
+        X, y = data(50)
+        cases = [
+            (lambda g: g[:-1], ValueError, r'round 2: gradients .* \(50,\), got \(49,\)'),
+            (lambda g: g[:, None], ValueError, r'round 2: gradients .* got \(50, 1\)'),
+            (lambda g: None, TypeError, 'round 2: gradients must be real numbers, got object'),
+            (lambda g: g + 0j, TypeError, 'round 2: gradients must be real numbers, got complex'),
+            (lambda g: np.where(np.arange(50) == 7, np.nan, g), ValueError,
+             'round 2: gradients must be finite, but that of row 7 is nan'),
+            (lambda g: (g, g * 0 + 1), ValueError, 'round 2: hessians must be returned in all'),
+            (lambda g: (g, g, g), ValueError, 'round 2: .* got 3 values'),
+            (lambda g: 1 / 0, ZeroDivisionError, 'division'),
+        ]
+        for change, kind, message in cases:
+            rounds = []
+
+            def objective(y, scores):
+                rounds.append(1)
+                return y - scores if len(rounds) == 1 else change(y - scores)
+
+            with self.subTest(message), self.assertRaisesRegex(kind, message):
+                sylvora.train({'n_estimators': 5}, X, y, objective=objective)
+            self.assertEqual(len(rounds), 2)
+        with self.assertRaisesRegex(ValueError, 'round 1: hessians .*not negative.* row 0 is -1'):
+            sylvora.train({}, X, y, objective=lambda y, f: (y, y * 0 - 1))
+
+    def test_expit(self):
+        values = np.concatenate([np.random.RandomState(1).normal(0, 9, 300), [0, -709, 800, -800]])
+        with decimal.localcontext() as context:
+            context.prec = 60
+            exact = [float(1 / (1 + (-decimal.Decimal(float(value))).exp())) for value in values]
+        np.testing.assert_allclose(sylvora.expit(values), exact, rtol=4e-16, atol=1e-300)
+        grid = values[:300].reshape(20, 15)[::2, ::3]
+        np.testing.assert_array_equal(sylvora.expit(grid), sylvora.expit(grid.tolist()))
+        self.assertEqual(sylvora.expit(grid.astype(np.float32)).dtype, np.float64)
+        self.assertEqual((sylvora.expit(0), sylvora.expit(-800)), (0.5, 0.0))
+        self.assertTrue(np.isnan(sylvora.expit(np.nan)))
+
+
+class WeightTest(unittest.TestCase):
+    def test_rows_of_weight_0_count_nowhere(self):
+        X, y = data()
+        weights = np.random.RandomState(5).randint(0, 3, len(y))
+        kept = weights > 0
+        for params in ({}, {'loss': 'absolute_error'}):
+            params = dict(params, n_estimators=10)
+            model = sylvora.train(params, X, y, sample_weight=weights)
+            part = sylvora.train(params, X[kept], y[kept], sample_weight=weights[kept])
+            self.assertEqual(model.to_bytes(), part.to_bytes())
+
+    def test_weights_of_1_are_none(self):
+        X, y = data(60)
+        params = {'model': 'forest', 'task': 'classification', 'n_estimators': 3}
+        model = sylvora.train(params, X, y > 0, sample_weight=np.ones(60))
+        self.assertEqual(model.to_bytes(), sylvora.train(params, X, y > 0).to_bytes())
+
+
+class EvaluationTest(unittest.TestCase):
+    def test_early_stopping_as_the_callback(self):
+        """The library's rule and EarlyStopping choose the same round and model."""
+        def worst(y, scores):
+            return np.abs(y - scores).max()
+
+        def negative_worst(y, scores):
+            return -worst(y, scores)
+
+        negative_worst.greater_is_better = True
+        for seed in range(12):
+            random = np.random.RandomState(seed)
+            X, y = data(120, 3, seed)
+            params = {'n_estimators': 60, 'learning_rate': 0.4, 'random_state': seed}
+            metric = [None, 'mae', worst, negative_worst][seed % 4]
+            if seed % 3 == 0:
+                params['loss'], y = 'log_loss', (y > 3).astype(float)
+                metric = 'auc' if seed % 2 else None
+            sets = {'train': (X[:60], y[:60]), 'held': (X[60:], y[60:])}
+            patience = int(random.randint(1, 8))
+            options = dict(eval_set=sets, eval_metric=metric)
+            a = sylvora.train(dict(params, early_stopping_rounds=patience), X[:60], y[:60], **options)
+            b = sylvora.train(params, X[:60], y[:60], callbacks=[EarlyStopping(patience)], **options)
+            with self.subTest(seed=seed):
+                self.assertEqual(a.best_iteration_, b.best_iteration_)
+                self.assertEqual(a.n_rounds, a.best_iteration_)
+                self.assertEqual(a.best_score_, b.best_score_)
+                self.assertEqual(a.evals_result_, b.evals_result_)
+                self.assertEqual(text(a), text(b))
+                short = sylvora.train(dict(params, n_estimators=a.n_rounds), X[:60], y[:60])
+                self.assertEqual(text(a), text(short))
+
+    def test_recorded_values_and_best_round(self):
+        X, y = data()
+        model = sylvora.train({'n_estimators': 30}, X[:300], y[:300],
+                              eval_set={'a': (X[:300], y[:300]), 'b': (X[300:], y[300:])})
+        self.assertEqual(list(model.evals_result_), ['a', 'b'])
+        self.assertEqual(list(model.evals_result_['b']), ['rmse', 'mae'])
+        expected = [np.sqrt(np.mean((s - y[300:]) ** 2)) for s in model.staged_predict(X[300:])]
+        values = model.evals_result_['b']['rmse']
+        np.testing.assert_allclose(values, expected, rtol=1e-12)
+        self.assertEqual(model.best_iteration_, 1 + int(np.argmin(values)))
+        self.assertEqual((model.best_score_, model.n_rounds), (min(values), 30))
+
+    def test_own_metric(self):
+        X, y = data(100)
+        seen = []
+
+        def first(labels, scores):
+            seen.append((len(labels), scores.dtype, scores.flags.writeable))
+            return scores[0]
+
+        model = sylvora.train({'n_estimators': 4}, X, y, eval_set=[(X[:9], y[:9])],
+                              eval_metric=[first, 'mae'])
+        self.assertEqual(list(model.evals_result_['eval_0']), ['first', 'mae'])
+        np.testing.assert_array_equal(model.evals_result_['eval_0']['first'],
+                                      [s[0] for s in model.staged_predict(X)])
+        self.assertEqual(set(seen), {(9, np.dtype(float), False)})
+        for bad, kind in ((lambda y, f: 'x', TypeError), (lambda y, f: 1 / 0, ZeroDivisionError)):
+            with self.assertRaises(kind):
+                sylvora.train({'n_estimators': 4}, X, y, eval_set=[(X, y)], eval_metric=bad)
+
+    def test_forest_and_ranking(self):
+        X, y = data(120)
+        forest = sylvora.train({'model': 'forest', 'task': 'regression', 'n_estimators': 5}, X, y,
+                               eval_set={'e': (X, y)})
+        score = np.sqrt(np.mean((forest.predict(X) - y) ** 2))
+        self.assertIsNone(forest.best_iteration_)
+        self.assertAlmostEqual(forest.best_score_, score, 12)
+        grades = np.clip(y // 5, 0, 4)
+        ranking = sylvora.train({'model': 'ranking', 'n_estimators': 5}, X, grades,
+                                group=[40, 80], eval_set={'e': (X, grades, [60, 60])})
+        self.assertEqual(list(ranking.evals_result_['e']), ['ndcg@10', 'pairs'])
+        best = int(np.argmax(ranking.evals_result_['e']['ndcg@10']))
+        self.assertEqual(ranking.best_iteration_, 1 + best)
+
+    def test_notices_are_warnings(self):
+        X, y = data(60)
+        X[0, 1] = -3e9  # below what missing values are read as
+        X[1, 1] = np.nan
+        with warnings.catch_warnings(record=True) as caught:
+            warnings.simplefilter('always')
+            sylvora.train({'n_estimators': 3}, X, y)
+        for warning in caught:
+            self.assertIs(warning.category, UserWarning)
+            self.assertEqual(warning.filename, __file__)
+
+
+class ParameterTest(unittest.TestCase):
+    def test_texts(self):
+        generator = np.random.default_rng(1)
+        cases = [
+            ({'n_estimators': np.int64(7)}, 'numTree', '7'),
+            ({'learning_rate': np.float32(0.1)}, 'valShrink', '0.10000000149011612'),
+            ({'learning_rate': 1 / 3}, 'valShrink', repr(1 / 3)),
+            ({'min_samples_split': 6}, 'numBound', '5'),
+            ({'numBound': 6}, 'numBound', '6'),
+            ({'random_state': None}, 'randomSeed', '1'),
+            ({'random_state': generator}, 'randomSeed',
+             str(np.random.default_rng(1).integers(1, 2**31 - 1))),
+            ({'n_jobs': -1}, 'numThread', str(min(256, len(os.sched_getaffinity(0))))),
+            ({'model': 'ranking', 'loss': 'squared_hinge'}, 'lossFunc', 'HingeSquareRank'),
+            ({'loss': 'squared_hinge'}, 'lossFunc', 'HingeSquare'),
+            ({'lossFunc': 'LogLoss'}, 'lossFunc', 'LogLoss'),
+            ({'subsample_unit': 'query'}, 'randomMode', 'QUERY'),
+            ({'fPrint': True}, 'fPrint', 'true'),
+        ]
+        for params, name, value in cases:
+            with self.subTest(params):
+                self.assertEqual(settings_of(params)[name], value)
+
+    def test_refused(self):
+        cases = [
+            ({'n_estimator': 5}, ValueError, 'did you mean n_estimators'),
+            ({'num_leaves': 5}, ValueError, 'did you mean max_leaf_nodes'),
+            ({'zzzz': 5}, ValueError, 'known are model, task, loss'),
+            ({'fileTrain': 'x'}, ValueError, 'give the data as X and y'),
+            ({'objective': 'x'}, ValueError, 'argument of its own'),
+            ({'numTree': 5, 'n_estimators': 5}, ValueError, 'same parameter'),
+            ({5: 5}, TypeError, 'must be a string'),
+            ({'n_estimators': 0}, ValueError, 'n_estimators must be at least 1, got 0'),
+            ({'n_estimators': 2.0}, TypeError, 'n_estimators must be an integer, got 2.0'),
+            ({'n_estimators': True}, TypeError, 'must be an integer'),
+            ({'n_estimators': 2**31}, ValueError, 'below 2'),
+            ({'min_samples_split': 1}, ValueError, 'at least 2, got 1'),
+            ({'subsample': 0}, ValueError, 'above 0 and at most 1, got 0'),
+            ({'quantile': 1}, ValueError, 'above 0 and below 1, got 1'),
+            ({'learning_rate': float('nan')}, ValueError, 'finite'),
+            ({'learning_rate': '0.1'}, TypeError, "must be a number, got '0.1'"),
+            ({'loss': 'l2'}, ValueError, "one of 'squared_error'"),
+            ({'loss': 5}, TypeError, 'must be a string'),
+            ({'random_state': -1}, ValueError, 'from 0'),
+            ({'n_jobs': 0}, ValueError, 'n_jobs must be from 1 to 256'),
+            ({'n_jobs': 1.5}, TypeError, 'n_jobs must be an integer'),
+            ({'model': 'forest'}, ValueError, 'A forest needs the parameter task'),
+            ({'task': 'classification'}, ValueError, 'boosting has no task'),
+        ]
+        for params, kind, message in cases:
+            with self.subTest(params), self.assertRaisesRegex(kind, message):
+                settings_of(params)
+
+    def test_all_are_documented_and_settable(self):
+        """The names and the default number of rounds are those of docs/parameters.md."""
+        from sylvora import _core
+        from sylvora._fit import _DEFAULT_ROUNDS
+        from sylvora._parameters import _OF_LIBRARY
+        with open(os.path.join(bundled.ROOT, 'docs', 'parameters.md')) as file:
+            rows = [line.split(' | ') for line in file if line.startswith('| `')]
+        defaults = {row[0][3:-1]: row[2].strip('`') for row in rows}
+        self.assertEqual(_DEFAULT_ROUNDS, defaults['numTree'])
+        for name in _OF_LIBRARY:
+            self.assertIn(name, defaults)
+        training = _core.Training()
+        for name, value in settings_of({'n_estimators': 3, 'max_depth': 2, 'margin': 0.1}).items():
+            training.set(name, value)
+
+    def test_refused_by_train(self):
+        X, y = data(50)
+        cases = [
+            (dict(params=[]), TypeError, 'params must be a dict'),
+            (dict(params={'n_jobs': 1}, n_jobs=2), ValueError, 'same parameter'),
+            (dict(y=y[:-1]), ValueError, 'y has 49 values, but X has 50 rows'),
+            (dict(sample_weight=y), ValueError, 'sample_weight: row'),
+            (dict(group=[50]), ValueError, 'group is for ranking'),
+            (dict(params={'model': 'ranking'}), ValueError, 'Ranking needs the queries'),
+            (dict(base_score=1.0), ValueError, 'base_score needs an objective'),
+            (dict(params={'loss': 'huber'}, objective=len), ValueError, 'either'),
+            (dict(params={'early_stopping_rounds': 5}), ValueError, 'give eval_set'),
+            (dict(eval_metric='rmse'), ValueError, 'give eval_set'),
+            (dict(eval_set=[(X, y)], eval_metric='rsme'), ValueError, 'rsme'),
+            (dict(eval_set=[(X[:, :3], y)]), ValueError, r"eval_set\['eval_0'\]: X has 3"),
+            (dict(eval_set={'a': X}), ValueError, r"eval_set\['a'\] must be \(X, y\)"),
+            (dict(eval_set={1: (X, y)}), TypeError, 'names'),
+            (dict(callbacks=[print]), TypeError, 'Callback'),
+            (dict(verbose=-1), ValueError, 'verbose'),
+            (dict(X=sylvora.Dataset(X), feature_names=list('abcde')), ValueError, 'Dataset'),
+            (dict(X=np.where(X == X[3, 2], np.inf, X), feature_names=list('abcde')), ValueError,
+             'row .* column "'),
+            (dict(params={'loss': 'log_loss'}), sylvora.TrainingError, 'LogLoss'),
+        ]
+        for change, kind, message in cases:
+            arguments = dict(dict(params={}, X=X, y=y), **change)
+            with self.subTest(message), self.assertRaisesRegex(kind, message):
+                sylvora.train(arguments.pop('params'), arguments.pop('X'), arguments.pop('y'),
+                              **arguments)
+
+
+class CvTest(unittest.TestCase):
+    def test_each_fold_is_a_training_on_its_rows(self):
+        X, y = data(150)
+        params = {'n_estimators': 15, 'learning_rate': 0.3}
+        result = sylvora.cv(params, X, y, folds=3, return_models=True)
+        tested = np.concatenate([test for _, test in result.folds])
+        self.assertEqual(sorted(tested), list(range(150)))
+        for (train, test), model, values in zip(result.folds, result.models, result.fold_evals):
+            alone = sylvora.train(params, X[train], y[train], eval_set={'t': (X[test], y[test])})
+            self.assertEqual(model.to_bytes(), alone.to_bytes())
+            np.testing.assert_array_equal(values['rmse'], alone.evals_result_['t']['rmse'])
+        curves = [values['rmse'] for values in result.fold_evals]
+        np.testing.assert_array_equal(result.evals['rmse']['mean'], np.mean(curves, axis=0))
+        np.testing.assert_array_equal(result.evals['rmse']['std'], np.std(curves, axis=0))
+        at = result.best_iteration - 1
+        self.assertEqual(at, int(np.argmin(result.evals['rmse']['mean'])))
+        self.assertEqual(result.best_score, result.evals['rmse']['mean'][at])
+        self.assertIn('3 folds, best round %d of 15' % (at + 1), repr(result))
+
+    def test_early_stopping_on_the_mean(self):
+        X, y = data(120)
+        params = {'n_estimators': 80, 'learning_rate': 0.5}
+        whole = sylvora.cv(params, X, y)
+        mean = whole.evals['rmse']['mean']
+        cut = sylvora.cv(dict(params, early_stopping_rounds=4), X, y, return_models=True)
+        best = cut.best_iteration
+        self.assertEqual(best, 1 + int(np.argmin(mean[:best + 4])))
+        self.assertEqual(len(cut.evals['rmse']['mean']), min(best + 4, 80))
+        np.testing.assert_array_equal(cut.evals['rmse']['mean'], mean[:best + 4])
+        self.assertEqual([model.n_rounds for model in cut.models], [best] * 5)
+
+    def test_folds(self):
+        X, y = data(90)
+        labels = (np.arange(90) % 9 == 0).astype(float)
+        params = {'n_estimators': 2, 'loss': 'log_loss'}
+        for fold in sylvora.cv(params, X, labels, folds=5).folds:
+            self.assertEqual(labels[fold[1]].sum(), 2)
+        blocks = sylvora.cv({'n_estimators': 2}, X, y, folds=3, shuffle=False).folds
+        self.assertEqual([list(test) for _, test in blocks],
+                         [list(range(i, i + 30)) for i in (0, 30, 60)])
+        first, second, other = (
+            sylvora.cv({'n_estimators': 2}, X, y, folds=3, seed=seed).folds for seed in (1, 1, 2))
+        np.testing.assert_array_equal(first[0][1], second[0][1])
+        self.assertFalse(np.array_equal(first[0][1], other[0][1]))
+        mask = np.arange(90) < 60
+        pairs = [(mask, ~mask), (range(60), range(60, 90))]
+        own = sylvora.cv({'n_estimators': 2}, X, y, folds=pairs)
+        np.testing.assert_array_equal(*[values['rmse'] for values in own.fold_evals])
+        for folds, kind, message in [
+            (1, ValueError, 'at least 2'), (91, ValueError, 'only 90 rows'),
+            ('abc', TypeError, 'pair'), (2.5, TypeError, 'folds must be'),
+            ([([0, 90], [1])], ValueError, 'training rows of fold 0 must be from 0 to 89'),
+            ([([0, 1], [])], TypeError, 'test rows of fold 0'), ([], ValueError, 'none'),
+        ]:
+            with self.subTest(message), self.assertRaisesRegex(kind, message):
+                sylvora.cv({'n_estimators': 2}, X, y, folds=folds)
+
+    def test_ranking_keeps_queries_whole(self):
+        X, y = data(100)
+        qid = np.repeat(np.arange(20), 5)
+        result = sylvora.cv({'model': 'ranking', 'n_estimators': 3}, X, np.clip(y // 4, 0, 4),
+                            qid=qid, folds=4)
+        for train, test in result.folds:
+            self.assertFalse(set(qid[train]) & set(qid[test]))
+        self.assertEqual(list(result.evals), ['ndcg@10', 'pairs'])
+
+    def test_kinds_of_data(self):
+        X, y = data(60)
+        expected = sylvora.cv({'n_estimators': 4}, X, y, folds=3).evals['rmse']['mean']
+        kinds = [X.tolist(), np.asfortranarray(X, np.float32)]
+        try:
+            import pandas
+            from scipy import sparse
+            kinds += [pandas.DataFrame(X), sparse.csc_matrix(X), sparse.csr_matrix(X)]
+            from sklearn.model_selection import KFold
+        except ImportError:
+            KFold = None
+        for kind in kinds:
+            mean = sylvora.cv({'n_estimators': 4}, kind, y, folds=3).evals['rmse']['mean']
+            np.testing.assert_array_equal(mean, expected)
+        with self.assertRaisesRegex(TypeError, 'not a Dataset'):
+            sylvora.cv({}, sylvora.Dataset(X), y)
+        if KFold is not None:
+            by_splitter = sylvora.cv({'n_estimators': 4}, X, y, folds=KFold(3))
+            blocks = sylvora.cv({'n_estimators': 4}, X, y, folds=3, shuffle=False)
+            np.testing.assert_array_equal(by_splitter.evals['mae']['mean'],
+                                          blocks.evals['mae']['mean'])
+
+    def test_callbacks_run_for_each_fold(self):
+        class Count(Callback):
+            begun = 0
+
+            def begin(self, total):
+                self.begun += 1
+
+        X, y = data(60)
+        count = Count()
+        sylvora.cv({'n_estimators': 2}, X, y, folds=3, callbacks=[count])
+        self.assertEqual(count.begun, 3)
+
+
+if __name__ == '__main__':
+    unittest.main()
