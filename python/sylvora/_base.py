@@ -3,20 +3,21 @@
 from __future__ import annotations
 
 import math
-from collections.abc import Callable, Iterator, Mapping, Sequence
+from collections.abc import Iterator, Mapping, Sequence
 from typing import Any, ClassVar, Optional
 
 import numpy as np
 from sklearn.base import BaseEstimator
 from sklearn.utils.validation import check_is_fitted, column_or_1d
 
-from ._checks import check_parameters, eval_sets_of, metrics_of
-from ._data import Frame, as_labels, as_table, as_weights
+from ._checks import check_parameters
+from ._data import Frame, as_labels, as_weights
 from ._dataset import Dataset
 from ._model import Model
 from ._parameters import settings_of
 from ._processors import usable_jobs
-from ._training import EvaluationData, FitResult
+from ._fit import FitResult
+from ._training import metrics_of
 
 # mypy: allow-subclassing-any
 
@@ -103,34 +104,6 @@ class SylvoraBase(BaseEstimator):
             raise ValueError("sample_weight has no weight above 0: nothing to train on")
         return rows, weights[rows]
 
-    def _evaluation(
-        self,
-        eval_set: Any,
-        dataset: Dataset,
-        labels_of: Callable[[Any, int, str], Array],
-        queries_of: Optional[Callable[[Any, int, str], Array]] = None,
-    ) -> list[EvaluationData]:
-        """Return the sets to evaluate; the functions get values, number of rows and a name."""
-        params = self.get_params(deep=False)
-        sets = []
-        for name, entry in eval_sets_of(eval_set, 2 if queries_of is None else 3):
-            argument = f"eval_set[{name!r}]"
-            frame = as_table(
-                entry[0],
-                missing=dataset.missing,
-                names=dataset.feature_names,
-                argument=argument,
-                num_columns=dataset.num_columns,
-            )
-            labels = labels_of(entry[1], frame.num_rows, f"y of {argument}")
-            queries = None
-            if queries_of is not None:
-                queries = queries_of(entry[2], frame.num_rows, f"group of {argument}")
-            sets.append(EvaluationData(name, frame.table, labels, queries))
-        if params.get("early_stopping_rounds") is not None and not sets:
-            raise ValueError("early_stopping_rounds needs an eval_set: pass one to fit")
-        return sets
-
     def _options(self) -> dict[str, Any]:
         """Return the arguments of fit_model that are parameters of a boosting."""
         params = self.get_params(deep=False)
@@ -143,7 +116,7 @@ class SylvoraBase(BaseEstimator):
             "verbose": params["verbose"],
         }
 
-    def _finish(self, dataset: Dataset, results: Sequence[FitResult], **others: Any) -> Any:
+    def _finish(self, dataset: Dataset, results: Sequence[FitResult], **others: Any) -> None:
         """Set the attributes of a fit: lists if there is more than one result.
 
         It comes last, so that a fit which fails leaves the estimator as it was.
@@ -166,7 +139,6 @@ class SylvoraBase(BaseEstimator):
         state = {key: value for key, value in self.__dict__.items() if key not in _FITTED}
         state.update(fitted)
         self.__dict__ = state
-        return self
 
     def _models(self) -> list[Model]:
         check_is_fitted(self, "model_")

@@ -10,8 +10,9 @@ from sklearn.base import RegressorMixin
 
 from ._base import Array, SylvoraBase, number_column
 from ._classifier import SylvoraClassifier
+from ._data import as_weights
 from ._ranker import SylvoraRanker
-from ._training import fit_model
+from ._training import evaluation_data, fit_model
 
 # mypy: allow-subclassing-any
 
@@ -161,7 +162,7 @@ class SylvoraRegressor(RegressorMixin, SylvoraBase):
         sample_weight : array-like of shape (n_samples,), default=None
             Whole numbers of 0 or more. Rows of weight 0 are left out.
         eval_set : mapping of str to (X, y), or list of (X, y), default=None
-            Sets to evaluate after each round. In a list they are called valid_0, valid_1, ...
+            Sets to evaluate after each round. In a list they are called eval_0, eval_1, ...
 
         Returns
         -------
@@ -178,17 +179,16 @@ class SylvoraRegressor(RegressorMixin, SylvoraBase):
         settings, options = self._settings(), self._options()
         dataset = self._dataset(X)
         labels = number_column(y, dataset.num_rows)
-        rows, weights = self._rows_and_weights(dataset, sample_weight)
-        evaluation = self._evaluation(eval_set, dataset, number_column)
         result = fit_model(
-            dataset if rows is None else dataset.subset(rows),
-            labels if rows is None else labels[rows],
+            dataset,
+            labels,
             settings=settings,
-            weights=weights,
-            evaluation=evaluation,
+            weights=as_weights(sample_weight, dataset.num_rows),
+            evaluation=evaluation_data(eval_set, dataset),
             **options,
         )
-        return self._finish(dataset, [result])
+        self._finish(dataset, [result])
+        return self
 
     def predict(self, X: Any) -> Array:
         """Return the predictions.
@@ -209,7 +209,8 @@ class SylvoraRegressor(RegressorMixin, SylvoraBase):
         ValueError, TypeError
             If X does not fit the training data.
         """
-        return self._scores(X)[0]
+        scores: Array = self._scores(X)[0]
+        return scores
 
     def staged_predict(self, X: Any) -> Iterator[Array]:
         """Yield the predictions after each round.

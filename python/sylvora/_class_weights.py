@@ -3,17 +3,20 @@
 from __future__ import annotations
 
 import math
+import numbers
 from collections.abc import Mapping
 from fractions import Fraction
 from typing import Any, Optional
 
 import numpy as np
 
-from ._checks import is_number
-
 _INT_MAX = 2**31 - 1
 # Of "balanced": below this weight of a row, rounding would change it by more than 3 %.
 _SMALLEST_ROUNDED = 16
+
+
+def _is_number(value: Any) -> bool:
+    return isinstance(value, numbers.Real) and not isinstance(value, (bool, np.bool_))
 
 
 def _whole_ratios(weights: list[Any], class_weight: Any) -> list[int]:
@@ -34,7 +37,7 @@ def _given(class_weight: Mapping[Any, Any], classes: list[Any]) -> list[int]:
     for label, weight in class_weight.items():
         if label not in classes:
             raise ValueError(f"class_weight has the class {label!r}, which is not in y: {classes}")
-        if not is_number(weight):
+        if not _is_number(weight):
             raise TypeError(f"class_weight[{label!r}] must be a number, got {weight!r}")
         if not 0 < weight < math.inf:
             raise ValueError(f"class_weight[{label!r}] must be finite and above 0, got {weight!r}")
@@ -112,7 +115,7 @@ def combine(
             f"class_weight times sample_weight sums to {total} over the rows, more than 2**31 - 1:"
             " use smaller numbers"
         )
-    by_row = np.asarray(weights, dtype=np.int64)[codes]
+    by_row: np.ndarray[Any, Any] = np.asarray(weights, dtype=np.int64)[codes]
     if sample_weight is not None:
         by_row *= sample_weight
     return by_row.astype(np.int32)

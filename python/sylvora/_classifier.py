@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 from collections.abc import Callable, Iterator, Mapping, Sequence
+from functools import partial
 from typing import Any, Optional
 
 import numpy as np
@@ -14,6 +15,7 @@ from ._base import Array, SylvoraBase
 from ._core import probabilities
 from ._labels import codes_of, find_classes
 from ._one_vs_rest import Job, run_all
+from ._training import evaluation_data
 
 # mypy: allow-subclassing-any, allow-untyped-decorators
 
@@ -192,7 +194,7 @@ class SylvoraClassifier(ClassifierMixin, SylvoraBase):
         sample_weight : array-like of shape (n_samples,), default=None
             Whole numbers of 0 or more. Rows of weight 0 are left out.
         eval_set : mapping of str to (X, y), or list of (X, y), default=None
-            Sets to evaluate after each round. In a list they are called valid_0, valid_1, ...
+            Sets to evaluate after each round. In a list they are called eval_0, eval_1, ...
 
         Returns
         -------
@@ -216,26 +218,25 @@ class SylvoraClassifier(ClassifierMixin, SylvoraBase):
                 " classifier needs two"
             )
         weights = _class_weights.combine(self.class_weight, classes.tolist(), codes, weights)
-        evaluation = self._evaluation(
-            eval_set,
-            dataset,
-            lambda labels, num_rows, argument: codes_of(labels, classes, num_rows, argument),
-        )
-        if self.objective is not None and not options["metrics"]:
+        evaluation = evaluation_data(eval_set, dataset, partial(codes_of, classes))
+        if evaluation and self.objective is not None and not options["metrics"]:
             options["metrics"] = ["auc", "accuracy"]
         # The label of a row that is not of the class.
         other = 0.0 if self.objective is not None or self.loss == "log_loss" else -1.0
         data = dataset if rows is None else dataset.subset(rows)
         job = Job(data, codes, other, settings, weights, evaluation, options)
         wanted = [1] if len(classes) == 2 else list(range(len(classes)))
-        return self._finish(dataset, run_all(job, wanted), classes_=classes)
+        self._finish(dataset, run_all(job, wanted), classes_=classes)
+        return self
 
     def _decisions(self, scores: Array) -> Array:
-        return scores[0] if len(scores) == 1 else scores.T
+        decisions: Array = scores[0] if len(scores) == 1 else scores.T
+        return decisions
 
     def _labels(self, scores: Array) -> Array:
         codes = (scores[0] > 0).astype(np.intp) if len(scores) == 1 else scores.argmax(axis=0)
-        return self.classes_[codes]
+        classes: Array = self.classes_[codes]
+        return classes
 
     def _probabilities(self, scores: Array) -> Array:
         if len(scores) == 1:

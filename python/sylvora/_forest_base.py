@@ -8,6 +8,7 @@ import numpy as np
 from sklearn.base import ClassifierMixin, RegressorMixin
 
 from ._base import Array, SylvoraBase, number_column
+from ._data import as_weights
 from ._labels import find_classes
 from ._training import fit_model
 
@@ -20,19 +21,18 @@ _MOST_ROWS = 2**31 - 9
 class OfNumbers(RegressorMixin, SylvoraBase):
     """Trees whose leaves have the mean of the labels."""
 
-    def _fit(self, X: Any, y: Any, sample_weight: Any) -> Any:
+    def _fit(self, X: Any, y: Any, sample_weight: Any) -> None:
         settings = self._settings()
         dataset = self._dataset(X)
         labels = number_column(y, dataset.num_rows)
-        rows, weights = self._rows_and_weights(dataset, sample_weight)
         result = fit_model(
-            dataset if rows is None else dataset.subset(rows),
-            labels if rows is None else labels[rows],
+            dataset,
+            labels,
             settings=settings,
-            weights=weights,
+            weights=as_weights(sample_weight, dataset.num_rows),
             verbose=self.verbose,
         )
-        return self._finish(dataset, [result])
+        self._finish(dataset, [result])
 
     def predict(self, X: Any) -> Array:
         """Return the predictions.
@@ -53,7 +53,8 @@ class OfNumbers(RegressorMixin, SylvoraBase):
         ValueError, TypeError
             If X does not fit the training data.
         """
-        return self._scores(X)[0]
+        scores: Array = self._scores(X)[0]
+        return scores
 
 
 class OfVotes(ClassifierMixin, SylvoraBase):
@@ -61,7 +62,7 @@ class OfVotes(ClassifierMixin, SylvoraBase):
 
     _importance = "cover"
 
-    def _fit(self, X: Any, y: Any, sample_weight: Any) -> Any:
+    def _fit(self, X: Any, y: Any, sample_weight: Any) -> None:
         settings = self._settings()
         dataset = self._dataset(X)
         rows, weights = self._rows_and_weights(dataset, sample_weight)
@@ -80,7 +81,7 @@ class OfVotes(ClassifierMixin, SylvoraBase):
         result = fit_model(
             data, codes.astype(np.float64), settings=settings, verbose=self.verbose
         )
-        return self._finish(dataset, [result], classes_=classes)
+        self._finish(dataset, [result], classes_=classes)
 
     def predict(self, X: Any) -> Array:
         """Return the classes with the most votes; the model says which of equal ones.
@@ -102,7 +103,9 @@ class OfVotes(ClassifierMixin, SylvoraBase):
         ValueError, TypeError
             If X does not fit the training data.
         """
-        return self.classes_[self._scores(X)[0].astype(np.intp)]
+        codes = self._scores(X)[0].astype(np.intp)
+        classes: Array = self.classes_[codes]
+        return classes
 
     def predict_proba(self, X: Any) -> Array:
         """Return the share of the trees that vote for each class.

@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-from collections.abc import Mapping
 from typing import Any, Optional
 
 import numpy as np
@@ -62,7 +61,7 @@ class SylvoraForestRegressor(OfNumbers):
     array([6.])
     """
 
-    _fixed: Mapping[str, str] = {"model": "forest", "task": "regression"}
+    _fixed = {"model": "forest", "task": "regression"}
 
     def __init__(
         self,
@@ -109,7 +108,8 @@ class SylvoraForestRegressor(OfNumbers):
         sylvora.error
             If the training fails.
         """
-        return self._fit(X, y, sample_weight)
+        self._fit(X, y, sample_weight)
+        return self
 
 
 class SylvoraForestClassifier(OfVotes):
@@ -162,7 +162,7 @@ class SylvoraForestClassifier(OfVotes):
     array(['small', 'large'], dtype='<U5')
     """
 
-    _fixed: Mapping[str, str] = {"model": "forest", "task": "classification"}
+    _fixed = {"model": "forest", "task": "classification"}
 
     def __init__(
         self,
@@ -210,4 +210,5 @@ class SylvoraForestClassifier(OfVotes):
         sylvora.error
             If the training fails.
         """
-        return self._fit(X, y, sample_weight)
+        self._fit(X, y, sample_weight)
+        return self

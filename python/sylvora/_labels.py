@@ -38,8 +38,8 @@ def find_classes(y: Any, num_rows: int, rows: Optional[Array]) -> tuple[Array, A
     return classes, codes
 
 
-def codes_of(y: Any, classes: Array, num_rows: int, argument: str) -> Array:
-    """Return the class of each label as an index into the sorted `classes`.
+def codes_of(classes: Array, y: Any, num_rows: int, *, argument: str) -> Array:
+    """Return the class of each label as an index into the sorted `classes`, as a float64.
 
     Raises
     ------
@@ -55,4 +55,4 @@ def codes_of(y: Any, classes: Array, num_rows: int, argument: str) -> Array:
         raise ValueError(
             f"{argument} has the class {labels[row]!r} in row {row}, which no training row has"
         )
-    return codes
+    return codes.astype(np.float64)

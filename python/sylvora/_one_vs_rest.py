@@ -31,7 +31,7 @@ class Job:
 
     def train(self, wanted: int, settings: dict[str, str], extra: Sequence[Callback]) -> FitResult:
         """Train the class `wanted` against the others."""
-        options = {**self.options, "callbacks": (*self.options["callbacks"], *extra)}
+        options: dict[str, Any] = {**self.options, "callbacks": (*self.options["callbacks"], *extra)}
         evaluation = [
             replace(data, labels=self._labels(data.labels, wanted)) for data in self.evaluation
         ]

@@ -10,7 +10,7 @@ import numpy as np
 from ._base import Array, SylvoraBase, number_column
 from ._data import as_queries
 from ._ndcg import mean_ndcg
-from ._training import fit_model
+from ._training import evaluation_data, fit_model
 
 
 class SylvoraRanker(SylvoraBase):
@@ -154,7 +154,7 @@ class SylvoraRanker(SylvoraBase):
         qid : array-like of shape (n_samples,), default=None
             The query of each row; the rows of a query stand together.
         eval_set : mapping of str to (X, y, group), or list of (X, y, group), default=None
-            Sets to evaluate after each round. In a list they are called valid_0, valid_1, ...
+            Sets to evaluate after each round. In a list they are called eval_0, eval_1, ...
 
         Returns
         -------
@@ -172,21 +172,16 @@ class SylvoraRanker(SylvoraBase):
         dataset = self._dataset(X)
         labels = number_column(y, dataset.num_rows)
         queries = _queries(group, qid, dataset.num_rows)
-        evaluation = self._evaluation(
-            eval_set,
-            dataset,
-            number_column,
-            lambda rows, num_rows, argument: _queries(rows, None, num_rows),
-        )
         result = fit_model(
             dataset,
             labels,
             settings=settings,
             queries=queries,
-            evaluation=evaluation,
+            evaluation=evaluation_data(eval_set, dataset),
             **options,
         )
-        return self._finish(dataset, [result])
+        self._finish(dataset, [result])
+        return self
 
     def predict(self, X: Any) -> Array:
         """Return the scores; within a query, a larger one means a better place.
@@ -207,7 +202,8 @@ class SylvoraRanker(SylvoraBase):
         ValueError, TypeError
             If X does not fit the training data.
         """
-        return self._scores(X)[0]
+        scores: Array = self._scores(X)[0]
+        return scores
 
     def staged_predict(self, X: Any) -> Iterator[Array]:
         """Yield the scores after each round.

@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-from collections.abc import Mapping
 from typing import Any, Optional
 
 import numpy as np
@@ -56,7 +55,7 @@ class SylvoraTreeRegressor(OfNumbers):
     array([6.])
     """
 
-    _fixed: Mapping[str, str] = {"model": "tree", "task": "regression"}
+    _fixed = {"model": "tree", "task": "regression"}
 
     def __init__(
         self,
@@ -105,7 +104,8 @@ class SylvoraTreeRegressor(OfNumbers):
         sylvora.error
             If the training fails.
         """
-        return self._fit(X, y, sample_weight)
+        self._fit(X, y, sample_weight)
+        return self
 
 
 class SylvoraTreeClassifier(OfVotes):
@@ -160,7 +160,7 @@ class SylvoraTreeClassifier(OfVotes):
     array(['small', 'large'], dtype='<U5')
     """
 
-    _fixed: Mapping[str, str] = {"model": "tree", "task": "classification"}
+    _fixed = {"model": "tree", "task": "classification"}
 
     def __init__(
         self,
@@ -210,4 +210,5 @@ class SylvoraTreeClassifier(OfVotes):
         sylvora.error
             If the training fails.
         """
-        return self._fit(X, y, sample_weight)
+        self._fit(X, y, sample_weight)
+        return self
