@@ -25,7 +25,7 @@ def require(module: str, package: str) -> Any:
         return importlib.import_module(module)
     except ImportError as cause:
         raise ImportError(
-            f"this picture needs the package {package}: pip install {package}"
+            f"This picture needs the package {package}: pip install {package}"
         ) from cause
 
 
@@ -156,7 +156,7 @@ def fitted(source: Any, attribute: str = "model_") -> Any:
     if hasattr(source, attribute):
         return getattr(source, attribute)
     if hasattr(source, "fit"):
-        raise ValueError(f"this {type(source).__name__} is not fitted yet: call fit first")
+        raise ValueError(f"This {type(source).__name__} is not fitted yet: call fit first")
     return source
 
 
@@ -165,7 +165,7 @@ def one_model(source: Any) -> Any:
     model = fitted(source)
     if isinstance(model, (list, tuple)):
         raise ValueError(
-            f"this {type(source).__name__} has a model for each of {len(model)} classes:"
+            f"This {type(source).__name__} has a model for each of {len(model)} classes:"
             " pass one of its list model_"
         )
     return model
@@ -177,7 +177,7 @@ def names_of(model: Any, count: int, given: Optional[Sequence[str]] = None) -> l
     if names is None:
         return [f"column {i}" for i in range(count)]
     if len(names) != count:
-        raise ValueError(f"feature_names has {len(names)} names for {count} columns")
+        raise ValueError(f"feature_names must have {count} names, got {len(names)}")
     return [str(name) for name in names]
 
 
@@ -186,5 +186,5 @@ def by_name(source: Any) -> Mapping[str, Any]:
     if not isinstance(source, Mapping):
         return {"": source}
     if not source:
-        raise ValueError("the mapping of models is empty")
+        raise ValueError("The mapping of models is empty")
     return source

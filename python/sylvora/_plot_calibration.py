@@ -57,13 +57,15 @@ def calibration(
     >>> ax.get_legend().get_texts()[1].get_text()
     'ECE 0.150'
     """
-    if bins < 1 or strategy not in ("quantile", "uniform"):
-        raise ValueError("bins must be 1 or more, and strategy 'quantile' or 'uniform'")
+    if bins < 1:
+        raise ValueError(f"bins must be at least 1, got {bins}")
+    if strategy not in ("quantile", "uniform"):
+        raise ValueError(f"strategy must be 'quantile' or 'uniform', got {strategy!r}")
     models = _pictures.by_name(model)
     curves = {name: _curve(one, X, y, bins, strategy) for name, one in models.items()}
     ax = _pictures.new_axes(ax)
     end = _limit(curves.values())
-    ax.plot([0, end], [0, end], color=_pictures.FRAME, linewidth=0.9, linestyle="--", label="perfect")
+    ax.plot([0, end], [0, end], "--", color=_pictures.FRAME, linewidth=0.9, label="perfect")
     for i, (name, curve) in enumerate(curves.items()):
         _draw(ax, curve, f"{_pictures.shown(name)}: " * bool(name), i)
         if len(curves) == 1:
@@ -96,9 +98,9 @@ def _curve(model: Any, X: Any, y: Any, bins: int, strategy: str) -> _Curve:
     probabilities = _probabilities(model, X)
     positive = _positive(model, y)
     if len(probabilities) != len(positive):
-        raise ValueError(f"there are {len(probabilities)} probabilities, but {len(positive)} labels")
+        raise ValueError(f"y has {len(positive)} labels for {len(probabilities)} probabilities")
     if not ((probabilities >= 0) & (probabilities <= 1)).all():
-        raise ValueError("probabilities must be numbers from 0 to 1")
+        raise ValueError("Probabilities must be numbers from 0 to 1")
     edges = numpy.linspace(0, 1, bins + 1)
     if strategy == "quantile":
         edges = numpy.unique(numpy.quantile(probabilities, edges))
@@ -115,13 +117,13 @@ def _probabilities(model: Any, X: Any) -> Any:
 
     if hasattr(model, "fit") or hasattr(model, "predict"):
         if not hasattr(model, "predict_proba"):
-            raise ValueError(f"this {type(model).__name__} has no probabilities")
+            raise ValueError(f"This {type(model).__name__} has no probabilities")
         if X is None:
             raise ValueError("X is needed to ask the model for probabilities")
         probabilities = numpy.asarray(model.predict_proba(X))
         if probabilities.ndim != 2 or probabilities.shape[1] != 2:
             raise ValueError(
-                "the model has more than two classes: pass the probabilities of one of them, as in"
+                "The model has more than two classes: pass the probabilities of one of them, as in"
                 " calibration(model.predict_proba(X)[:, 0], y=(y == model.classes_[0]))"
             )
         return probabilities[:, 1]

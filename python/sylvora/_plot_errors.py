@@ -77,12 +77,12 @@ class StagedScores:
             return metric  # type: ignore[no-any-return]
         if metric == "logloss" and self._loss not in _LINKED:
             raise ValueError(
-                f"metric 'logloss' needs a loss with probabilities; {self._loss} has none"
+                f"logloss needs a loss with probabilities; {self._loss} has none"
             )
         own = {"rmse": _rmse, "mae": _mae, "logloss": self._logloss, "error": self._error}
         if metric not in own:
             raise ValueError(
-                f"metric is {metric!r}; it must be a function or one of: " + ", ".join(own)
+                f"metric must be a function or one of {', '.join(own)}, got {metric!r}"
             )
         return own[metric]
 

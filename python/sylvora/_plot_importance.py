@@ -62,7 +62,7 @@ def importance(
     """
     names, values, label = _importance_values(model, kind, normalise)
     if top is not None and top < 1:
-        raise ValueError(f"top is {top}; it must be 1 or more, or None")
+        raise ValueError(f"top must be at least 1, or None, got {top}")
     order = sorted(range(len(values)), key=lambda i: -values[i])
     shown = order[:top]
     rest = [values[i] for i in order[len(shown) :]]
@@ -102,13 +102,13 @@ def _importance_values(
         values = _floats(model)
         names = _pictures.names_of(None, len(values))
     if not values or not all(isfinite(value) for value in values):
-        raise ValueError("importances must be finite numbers, at least one")
+        raise ValueError("Importances must be finite numbers, at least one")
     return names, _shares(values) if normalise else values, label
 
 
 def _of_kind(model: Any, kind: str) -> list[float]:
     if kind not in _KINDS:
-        raise ValueError(f"kind is {kind!r}; it must be one of: " + ", ".join(_KINDS))
+        raise ValueError(f"kind must be 'gain', 'split' or 'cover', got {kind!r}")
     try:
         return _floats(model.feature_importance(kind))
     except ValueError as cause:

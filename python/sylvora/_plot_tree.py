@@ -15,6 +15,32 @@ _MISSING = -2147483648.0
 # Colours of outputs below, at and above the root's; black text is readable on all of them.
 _BELOW, _EQUAL, _ABOVE = (0x7F, 0xB8, 0xDE), (0xFA, 0xFA, 0xFA), (0xF2, 0xA9, 0x5C)
 _CLASSES = ("#A6CEE6", "#F5B98F", "#8FD3BF", "#E9C4D8", "#F3D08A", "#CFCFCF", "#F4EC93")
+_GRAPH = {
+    "fontname": "Helvetica",
+    "fontsize": "11",
+    "fontcolor": _pictures.TEXT,
+    "labelloc": "b",
+    "ordering": "out",
+    "nodesep": "0.2",
+    "ranksep": "0.35",
+}
+_NODES = {
+    "shape": "box",
+    "style": "filled,rounded",
+    "fontname": "Helvetica",
+    "fontsize": "11",
+    "color": _pictures.FRAME,
+    "penwidth": "0.6",
+    "margin": "0.1,0.05",
+}
+_EDGES = {
+    "fontname": "Helvetica",
+    "fontsize": "9",
+    "fontcolor": _pictures.TEXT,
+    "color": _pictures.FRAME,
+    "penwidth": "0.8",
+    "arrowsize": "0.6",
+}
 
 
 def tree(
@@ -67,66 +93,49 @@ def tree(
     True
     """
     graphviz = _pictures.require("graphviz", "graphviz")
-    drawing = _Drawing(_pictures.one_model(model), index, precision, feature_names)
+    drawing = _Drawing(model, index, precision, feature_names)
     if max_depth is not None and max_depth < 0:
-        raise ValueError(f"max_depth is {max_depth}; it must be 0 or more")
+        raise ValueError(f"max_depth must be at least 0, or None, got {max_depth}")
     graph = graphviz.Digraph(
-        graph_attr={
-            "label": graphviz.escape("\n" + drawing.caption()),
-            "fontname": "Helvetica",
-            "fontsize": "11",
-            "fontcolor": _pictures.TEXT,
-            "labelloc": "b",
-            "ordering": "out",
-            "nodesep": "0.2",
-            "ranksep": "0.35",
-        },
-        node_attr={
-            "shape": "box",
-            "style": "filled,rounded",
-            "fontname": "Helvetica",
-            "fontsize": "11",
-            "color": _pictures.FRAME,
-            "penwidth": "0.6",
-            "margin": "0.1,0.05",
-        },
-        edge_attr={
-            "fontname": "Helvetica",
-            "fontsize": "9",
-            "fontcolor": _pictures.TEXT,
-            "color": _pictures.FRAME,
-            "penwidth": "0.8",
-            "arrowsize": "0.6",
-        },
+        graph_attr={**_GRAPH, "label": graphviz.escape("\n" + drawing.caption())},
+        node_attr=_NODES,
+        edge_attr=_EDGES,
     )
+    _add_nodes(graph, drawing, max_depth)
+    return graph
+
+
+def _add_nodes(graph: Digraph, drawing: _Drawing, max_depth: Optional[int]) -> None:
+    from graphviz import escape
+
     for node, parent, depth in drawing.nodes(max_depth):
         if max_depth is not None and depth > max_depth:
-            graph.node(str(node), f"… {drawing.size(node)} nodes", style="dashed,rounded")
+            graph.node(str(node), drawing.cut_text(node), style="dashed,rounded")
         else:
-            text, tip = drawing.text(node)
-            fill = drawing.colour(node)
-            graph.node(str(node), graphviz.escape(text), fillcolor=fill, tooltip=graphviz.escape(tip))
+            text, tip = (escape(each) for each in drawing.text(node))
+            graph.node(str(node), text, fillcolor=drawing.colour(node), tooltip=tip)
         if parent >= 0:
             left = drawing.tree.left[parent] == node
             graph.edge(str(parent), str(node), label=" yes" if left else " no")
-    return graph
 
 
 class _Drawing:
     """What is written in the nodes of a tree."""
 
     def __init__(
-        self, model: Any, index: int, precision: int, feature_names: Optional[Sequence[str]]
+        self, source: Any, index: int, precision: int, feature_names: Optional[Sequence[str]]
     ) -> None:
+        model = _pictures.one_model(source)
         if not hasattr(model, "tree"):
-            raise ValueError(f"a {type(model).__name__} has no trees: pass a Model")
+            raise ValueError(f"A {type(model).__name__} has no trees: pass a Model")
         count = int(model.n_trees)
         if not -count <= index < count:
-            raise ValueError(f"there is no tree {index}; the model has {count}, from 0 on")
+            raise ValueError(f"There is no tree {index}: the model has {count}")
         if precision < 1:
-            raise ValueError(f"precision is {precision}; it must be 1 or more")
+            raise ValueError(f"precision must be at least 1, got {precision}")
         self._index = index % count
         self._model = model
+        self._classes = getattr(source, "classes_", getattr(model, "classes", None))
         self._precision = precision
         self.tree = model.tree(self._index)
         self._names = _pictures.names_of(model, int(model.n_features), feature_names)
@@ -144,15 +153,15 @@ class _Drawing:
                 for child in (self.tree.right[node], self.tree.left[node]):
                     waiting.append((int(child), node, depth + 1))
 
-    def size(self, node: int) -> int:
-        """The number of nodes from `node` on."""
+    def cut_text(self, node: int) -> str:
+        """What stands for `node` and all nodes below it."""
         waiting, count = [node], 0
         while waiting:
             top = waiting.pop()
             count += 1
             if self._splits(top):
                 waiting += [int(self.tree.left[top]), int(self.tree.right[top])]
-        return count
+        return f"… {count} node" + "s" * (count > 1)
 
     def text(self, node: int) -> tuple[str, str]:
         """The lines of a node, and the tip that appears under the pointer."""
@@ -179,15 +188,16 @@ class _Drawing:
         return "#" + "".join(f"{part:02X}" for part in mixed)
 
     def caption(self) -> str:
-        title = f"tree {self._index} of {int(self._model.n_trees)}, counted from 0"
-        lines = [title]
-        if not self._splits(0):
-            lines.append("no splits")
-        else:
+        count, groups = int(self._model.n_trees), int(self._model.n_groups)
+        lines = [f"tree {self._index} of {count}, counted from 0"] if count > 1 else []
+        if self._splits(0):
             lines += self._missing_lines()
-        if self._classifies():
-            lines.append("the class with most trees is predicted")
-        elif int(self._model.n_trees) > int(self._model.n_groups):
+        else:
+            starts = self._index == 0 and getattr(self._model, "n_rounds", groups) < groups
+            lines.append("the start value" if starts else "no splits")
+        if self._classifies() and count > 1:
+            lines.append("the class with most votes is predicted")
+        elif count > groups:
             lines.append("the prediction is the mean over the trees")
         elif float(self.tree.shrink) != 1.0:
             lines.append(f"adds {self._number(float(self.tree.shrink))} × output to the score")
@@ -200,10 +210,9 @@ class _Drawing:
     def _output_lines(self, node: int) -> list[str]:
         output = float(self.tree.output[node])
         if self._classifies():
-            classes = getattr(self._model, "classes", None)
-            if classes is None or not 0 <= int(output) < len(classes):
+            if self._classes is None or not 0 <= int(output) < len(self._classes):
                 return [f"class {self._number(output)}"]
-            return [f"class {_pictures.short(str(classes[int(output)]))}"]
+            return [f"class {_pictures.short(str(self._classes[int(output)]))}"]
         lines = [f"output {self._number(output)}"]
         shrink = float(self.tree.shrink)
         if not self._splits(node) and shrink != 1.0:

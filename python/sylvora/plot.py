@@ -2,7 +2,7 @@
 
 Every function but `tree` draws into the matplotlib axes `ax`, or into a new figure, and returns the
 axes. Nothing is shown, and no global setting is changed: in a script call
-``matplotlib.pyplot.show()`` or ``ax.figure.savefig("picture.png")``.
+``matplotlib.pyplot.show()`` or ``ax.figure.savefig("picture.png")``. matplotlib 3.5 or later.
 """
 
 from __future__ import annotations
@@ -58,8 +58,9 @@ def learning_curve(
 
     Notes
     -----
-    The marked round is `best_iteration_`. For a mapping, and where a model has none, it is the best
-    round of each metric on the last set.
+    The marked round is `best_iteration_`; its text says best only where that holds for the metric
+    of the panel. For a mapping, and where a model has none, it is the best round of each metric on
+    the last set.
 
     Examples
     --------
@@ -76,7 +77,7 @@ def learning_curve(
     chosen = found if metrics is None else list(metrics)
     for metric in chosen:
         if metric not in found:
-            raise ValueError(f"metric {metric!r} was not recorded; there are: " + ", ".join(found))
+            raise ValueError(f"{metric!r} was not recorded; metrics are: " + ", ".join(found))
     panels = _panels(ax, len(chosen))
     for panel, metric in zip(panels, chosen):
         larger = metric in larger_is_better or metric.split("@")[0] in _LARGER_IS_BETTER
@@ -98,20 +99,20 @@ def _record(source: Any) -> tuple[Mapping[str, Mapping[str, Sequence[float]]], O
         result = getattr(source, "evals_result_", None) or {}
         best = getattr(source, "best_iteration_", None)
     if isinstance(result, (list, tuple)):
-        raise ValueError("there is a record for each class: pass one of the list evals_result_")
+        raise ValueError("There is a record for each class: pass one of the list evals_result_")
     if not any(len(values) for by_metric in result.values() for values in by_metric.values()):
-        raise ValueError("no evaluation was recorded: pass eval_set when you train")
+        raise ValueError("No evaluation was recorded: pass eval_set when you train")
     return result, best if isinstance(best, int) else None
 
 
 def _panels(ax: Any, count: int) -> list[Any]:
     if count < 1:
-        raise ValueError("metrics is empty; pass None to draw all")
+        raise ValueError("metrics is empty: pass None to draw all")
     if ax is None:
         return _pictures.new_panels(count, 0.6 + 1.9 * count)
     given = [ax] if hasattr(ax, "plot") else list(getattr(ax, "flat", ax))
     if len(given) != count:
-        raise ValueError(f"ax has {len(given)} axes for {count} metrics")
+        raise ValueError(f"ax must be {count} axes, one for each metric, got {len(given)}")
     return given
 
 
@@ -122,14 +123,22 @@ def _draw_curves(
         _pictures.curve(ax, values, name, i)
     _pictures.tidy(ax, "both")
     _pictures.show_rounds(ax, max(len(values) for values in curves.values()))
-    name, values = list(curves.items())[-1]
+    bests = {name: _best_round(values, larger) for name, values in curves.items()}
+    name = list(curves)[-1]
+    marked = bests[name] if best is None else best
+    if marked is None or marked > len(curves[name]):
+        return
+    # The deciding metric may be another one, and the deciding set need not be the last one.
+    name = next((each for each in list(curves)[::-1] if bests[each] == marked), name)
+    text = f"best round {marked}: " if bests[name] == marked else f"round {marked}: "
+    text += f"{_pictures.shown(name)} " if len(curves) > 1 else ""
+    _pictures.mark_round(ax, marked, text + _pictures.number(float(curves[name][marked - 1])))
+
+
+def _best_round(values: Sequence[float], larger: bool) -> Optional[int]:
+    """The first round with the best value, from 1; None without values."""
     ranks = [(-v if larger else v, i) for i, v in enumerate(values, 1) if v == v]
-    if best is None and ranks:
-        best = min(ranks)[1]
-    if best is not None and best <= len(values):
-        prefix = f"{_pictures.shown(name)} " if len(curves) > 1 else ""
-        value = _pictures.number(float(values[best - 1]))
-        _pictures.mark_round(ax, best, f"best round {best}: {prefix}{value}")
+    return min(ranks)[1] if ranks else None
 
 
 def staged_error(
@@ -183,7 +192,7 @@ def staged_error(
     data: dict[str, tuple[Any, Any]] = {} if X is None else {"X, y": (X, y)}
     data.update(sets or {})
     if not data:
-        raise ValueError("there are no data: pass X and y, or sets")
+        raise ValueError("There are no data: pass X and y, or sets")
     scores = StagedScores(model, metric)
     curves = {name: scores.errors(*pair) for name, pair in data.items()}
     ax = _pictures.new_axes(ax)

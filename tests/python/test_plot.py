@@ -14,6 +14,7 @@ try:
     import numpy as np
     matplotlib.use('Agg')
     from matplotlib import pyplot
+    import sylvora
     from sylvora import plot
 except (ImportError, SyntaxError):  # SyntaxError: an interpreter that has the older module only
     plot = None
@@ -155,16 +156,16 @@ class Importance(Pictures):
 
     def test_errors(self):
         self.assert_refused("kind='split'", plot.importance, Model(importance=None))
-        self.assert_refused('one of: gain, split, cover', plot.importance, Model(['a'], [1]),
+        self.assert_refused("got 'weight'", plot.importance, Model(['a'], [1]),
                             kind='weight')
         self.assert_refused('call fit first', plot.importance, Estimator())
         self.assert_refused('finite', plot.importance, [1.0, NAN])
-        self.assert_refused('1 or more', plot.importance, [1.0], top=0)
+        self.assert_refused('at least 1', plot.importance, [1.0], top=0)
         plot.importance(Model(importance=None), kind='split')
 
 
 class LearningCurve(Pictures):
-    RESULT = {name: {metric: list(np.linspace(0.9, 0.1, 50) + shift)
+    RESULT = {name: {metric: [0.9 - 0.016 * i + shift for i in range(51)]
                      for metric in ('logloss', 'auc')}
               for name, shift in [('train', 0), ('valid', 0.1), (LONG[0], 0.2)]}
 
@@ -172,12 +173,12 @@ class LearningCurve(Pictures):
         axes = plot.learning_curve(self.RESULT)
         self.assertEqual([each.get_ylabel().replace('\n', ' ') for each in axes],
                          ['logloss (lower is better)', 'auc (higher is better)'])
-        self.assertRegex(axes[0].texts[0].get_text(), '^best round 50: average.* 0.3$')
+        self.assertRegex(axes[0].texts[0].get_text(), '^best round 51: average.* 0.3$')
         self.assertRegex(axes[1].texts[0].get_text(), '^best round 1: average.* 1.1$')
         self.assert_readable(axes[0])
         fitted = Estimator(model_=None, evals_result_=self.RESULT, best_iteration_=7)
         one = plot.learning_curve(fitted, metrics=['auc'])
-        self.assertIn('best round 7', one.texts[0].get_text())
+        self.assertEqual(one.texts[0].get_text().split(':')[0], 'round 7')
         self.assertEqual(list(one.lines[-1].get_xdata()), [7, 7])
 
     def test_gaps_and_short_records(self):
@@ -205,18 +206,20 @@ class LearningCurve(Pictures):
         per_class = Estimator(model_=[], evals_result_=[self.RESULT])
         for text, source, options in [
             ('pass eval_set', unmeasured, {}), ('pass eval_set', {'v': {'mae': []}}, {}),
-            ('for each class', per_class, {}), ('call fit first', Estimator(), {}),
-            ("'rmse' was not recorded; there are: logloss, auc", self.RESULT,
+            ('each class', per_class, {}), ('call fit first', Estimator(), {}),
+            ("'rmse' was not recorded; metrics are: logloss, auc", self.RESULT,
              {'metrics': ['rmse']}),
             ('metrics is empty', self.RESULT, {'metrics': []}),
         ]:
             self.assert_refused(text, plot.learning_curve, source, **options)
-        with self.assertRaisesRegex(ValueError, '1 axes for 2 metrics'):
+        with self.assertRaisesRegex(ValueError, 'must be 2 axes.*got 1'):
             plot.learning_curve(self.RESULT, ax=pyplot.gca())
 
 
 class StagedError(Pictures):
-    X = np.zeros((4, 1))
+    def setUp(self):
+        super(StagedError, self).setUp()
+        self.X = np.zeros((4, 1))
 
     def values(self, *arguments, **options):
         return list(plot.staged_error(*arguments, **options).lines[0].get_ydata())
@@ -256,7 +259,7 @@ class StagedError(Pictures):
         self.assert_refused('pass X and y', plot.staged_error, model)
         self.assert_refused('Square has none', plot.staged_error, model, self.X, y,
                             metric='logloss')
-        self.assert_refused('one of: rmse', plot.staged_error, model, self.X, y, metric='r2')
+        self.assert_refused('one of rmse.*r2', plot.staged_error, model, self.X, y, metric='r2')
         self.assert_refused('4 rows, y has 3', plot.staged_error, model, self.X, y[1:])
 
 
@@ -291,7 +294,7 @@ class Calibration(Pictures):
         three = Estimator(predict_proba=lambda X: np.zeros((2, 3)))
         for text, arguments in [
             ('from 0 to 1', ([0.5, 1.5], None, [0, 1])), ('from 0 to 1', ([NAN], None, [0])),
-            ('2 probabilities, but 1', ([0.5, 0.5], None, [1])), ('no labels', ([], None, [])),
+            ('1 labels for 2', ([0.5, 0.5], None, [1])), ('no labels', ([], None, [])),
             ('more than two labels', ([0.5] * 3, None, [0, 1, 2])), ('y is needed', ([0.5],)),
             ('more than two classes', (three, [[0], [0]], [0, 1])),
             ('no probabilities', (Estimator(), [[0]], [0])), ('X is needed', (three, None, [0])),
@@ -341,19 +344,69 @@ class Trees(Pictures):
         self.assertEqual(plot.tree(model).source.count('->'), 6000)
         source = plot.tree(model, max_depth=4).source
         self.assertEqual(source.count('->'), 10)
-        self.assertEqual(source.count('… 1 nodes'), 1)
+        self.assertEqual(source.count('… 1 node"'), 1)
         self.assertIn('… 5991 nodes', source)
 
     def test_errors(self):
         model = Model(trees=Tree(1.0))
         for text, source, options in [
-            ('there is no tree 9; the model has 9', model, {'index': 9}),
+            ('There is no tree 9: the model has 9', model, {'index': 9}),
             ('max_depth', model, {'max_depth': -1}), ('precision', model, {'precision': 0}),
-            ('2 names for 3 columns', model, {'feature_names': ['a', 'b']}),
+            ('must have 3 names, got 2', model, {'feature_names': ['a', 'b']}),
             ('a model for each of 2 classes', Estimator(model_=[model, model]), {}),
             ('has no trees', 1.0, {}), ('call fit first', Estimator(), {}),
         ]:
             self.assert_refused(text, plot.tree, source, **options)
+
+
+class Trained(Pictures):
+    """Pictures of trained models."""
+
+    def setUp(self):
+        super(Trained, self).setUp()
+        random = np.random.RandomState(7)
+        self.X = random.rand(300, 4)
+        self.X[random.rand(300) < 0.1, 1] = NAN
+        self.y = (self.X[:, 0] + 0.3 * random.rand(300) > 0.6).astype(float)
+
+    def test_models(self):
+        for loss, metric in [('log_loss', 'logloss'), ('logistic', 'logloss'),
+                             ('squared_error', 'rmse'), ('absolute_error', 'mae')]:
+            y = 2 * self.y - 1 if loss == 'logistic' else self.y
+            model = sylvora.train({'loss': loss, 'n_estimators': 30}, self.X, y,
+                                  eval_set={'same': (self.X, y)}, eval_metric=metric)
+            staged = plot.staged_error(model, self.X, y, metric=metric)
+            recorded = plot.learning_curve(model)
+            np.testing.assert_allclose(staged.lines[0].get_ydata(),
+                                       recorded.lines[0].get_ydata(), rtol=1e-12)
+            self.assertEqual(staged.texts[0].get_text(), recorded.texts[0].get_text())
+            bars = plot.importance(model, kind='split', normalise=False).patches
+            splits = sum((tree.left >= 0).sum() for tree in model.trees())
+            self.assertEqual(sum(bar.get_width() for bar in bars), splits)
+            nodes = plot.tree(model, -1).source.count('tooltip')
+            self.assertEqual(nodes, len(model.tree(model.n_trees - 1).left))
+        self.assertIn('the start value', plot.tree(model).source)
+        plain = sylvora.Model.from_bytes(model.to_bytes(description=False))
+        pyplot.close('all')
+        self.assert_refused("'split'", plot.importance, plain)
+
+    def test_estimators(self):
+        try:
+            from sylvora import SylvoraClassifier, SylvoraForestClassifier
+        except ImportError:
+            self.skipTest('needs scikit-learn')
+        names = np.array(['no', 'yes', 'maybe'])
+        several = names[self.y.astype(int) + (self.X[:, 3] > 0.8)]
+        boosted = SylvoraClassifier(n_estimators=20).fit(self.X, several)
+        bars = plot.importance(boosted).patches
+        np.testing.assert_allclose(sorted(bar.get_width() for bar in bars),
+                                   sorted(100 * boosted.feature_importances_))
+        errors = plot.staged_error(boosted, self.X, several, metric='error').lines[0].get_ydata()
+        self.assertAlmostEqual(errors[-1], 1 - boosted.score(self.X, several))
+        forest = SylvoraForestClassifier(n_estimators=9).fit(self.X, names[self.y.astype(int)])
+        self.assertIn('class yes', plot.tree(forest, 3).source)
+        self.assertIn('cover', plot.importance(forest).get_xlabel())
+        plot.calibration(forest, self.X, names[self.y.astype(int)])
 
 
 def load_tests(loader, tests, pattern):
