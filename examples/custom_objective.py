@@ -13,6 +13,7 @@ import numpy
 import pandas
 import sylvora
 from bundled import output_folder, write_csv
+from sklearn.model_selection import train_test_split
 
 folder = output_folder()
 write_csv(folder, "bike", "wdbc")
@@ -73,20 +74,21 @@ def expectile_loss(share):
 
 X_test = pandas.read_csv("bike.test.csv")
 y_test = X_test.pop("rentals")
+X_fit, X_valid, y_fit, y_valid = train_test_split(X, y, test_size=0.2, random_state=1)
 figure, ax = plt.subplots(figsize=(7, 4.2), layout="constrained")
 for share, colour in ((0.9, "tab:red"), (0.5, "black"), (0.1, "tab:blue")):
     model = sylvora.train(
         {**params, "n_estimators": 1000, "early_stopping_rounds": 50},
-        X,
-        y,
+        X_fit,
+        y_fit,
         objective=expectile(share),
-        base_score=y.mean(),
-        eval_set={"test": (X_test, y_test)},
+        base_score=y_fit.mean(),
+        eval_set={"valid": (X_valid, y_valid)},
         eval_metric=expectile_loss(share),
     )
     scores = model.predict(X_test)
     print(
-        f"expectile {share}: best round {model.best_iteration_}, loss {model.best_score_:.1f},"
+        f"expectile {share}: best round {model.best_iteration_}, loss {model.best_score_:.1f} of the valid rows,"
         f" {numpy.mean(y_test <= scores):.1%} of the test rows at or below it"
     )
     by_hour = pandas.Series(scores).groupby(X_test["hr"]).mean()

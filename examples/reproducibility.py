@@ -25,7 +25,7 @@ os.chdir(folder)
 
 X = pandas.read_csv("bike.train.csv").astype("float32").astype("float64")  # exact as floats, too
 y = X.pop("rentals")
-params = {"n_estimators": 200, "learning_rate": 0.1, "max_depth": 6, "random_state": 7}
+params = {"n_estimators": 100, "learning_rate": 0.1, "max_depth": 6, "random_state": 7}
 
 
 def sha(model):
@@ -59,7 +59,7 @@ with open("bike.txt", "w") as file:
         file.write(f"{label!r} {cells}\n")
 with open("bike.cfg", "w") as file:
     file.write("modelType = GBDT\nfileTrain = bike.txt\nfileModel = bike.command.model\n")
-    file.write("numTree = 200\nvalShrink = 0.1\nmaxDepth = 6\nrandomSeed = 7\nnumThread = 2\n")
+    file.write("numTree = 100\nvalShrink = 0.1\nmaxDepth = 6\nrandomSeed = 7\nnumThread = 2\n")
     file.write("digits = 17\n")
 subprocess.run([command, "bike.cfg"], check=True, stdout=subprocess.DEVNULL)
 with open("bike.command.model", "rb") as file:
@@ -79,16 +79,16 @@ test = pandas.read_csv("bike.test.csv").astype("float32").astype("float64")
 y_test = test.pop("rentals")
 errors = []
 data = sylvora.Dataset(X)  # sorted once for all trainings
-for seed in range(1, 21):
+for seed in range(1, 13):
     scores = sylvora.train({**params, "random_state": seed}, data, y).predict(test)
     errors.append(float(((y_test - scores) ** 2).mean() ** 0.5))
-print(f"RMSE of 20 seeds: {min(errors):.2f} to {max(errors):.2f}")
+print(f"RMSE of 12 seeds: {min(errors):.2f} to {max(errors):.2f}")
 
 figure, ax = plt.subplots(figsize=(7, 3.2), layout="constrained")
-ax.plot(range(1, 21), errors, "o")
+ax.plot(range(1, 13), errors, "o")
 ax.axhline(numpy.mean(errors), color="grey", linewidth=1)
-ax.annotate("mean", (20.7, numpy.mean(errors)), va="center", color="grey")
-ax.set_xticks(range(1, 21))
+ax.annotate("mean", (12.6, numpy.mean(errors)), va="center", color="grey")
+ax.set_xticks(range(1, 13))
 ax.set_xlabel("random_state")
 ax.set_ylabel("RMSE of the test rows")
 ax.set_title("What the seed changes")

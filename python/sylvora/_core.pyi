@@ -6,7 +6,7 @@ from __future__ import annotations
 import builtins
 import os
 from collections.abc import Callable, Sequence
-from typing import Any, Optional, TypeVar
+from typing import Any, Optional, TypeVar, final
 
 # An object with the buffer protocol.
 Buffer = Any
@@ -22,6 +22,7 @@ def LoadModel(path: str | os.PathLike[str], /) -> int: ...
 def OnlineTesting(handle: int, row: list[Any], /) -> list[float]: ...
 def ReleaseModel(handle: int, /) -> None: ...
 
+@final
 class Table:
     """Borrowed values: keeps references to the buffers, never copies them (except Arrow streams of
     several chunks). Immutable. Faults raise ValueError or TypeError.
@@ -68,6 +69,7 @@ class Table:
     @classmethod
     def from_arrow(cls, data: Any, missing: Optional[float], refuse_nan: bool, /) -> Table: ...
 
+@final
 class Dataset:
     """A table that is coded once, by the first training that uses it. Thread-safe."""
 
@@ -77,6 +79,7 @@ class Dataset:
     # rows: int32
     def subset(self, rows: Buffer, /) -> Dataset: ...
 
+@final
 class Training:
     """One training. Not thread-safe; it runs once."""
 
