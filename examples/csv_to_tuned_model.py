@@ -63,5 +63,5 @@ figure, (left, right) = plt.subplots(1, 2, figsize=(12, 4.6), layout="constraine
 sylvora.plot.learning_curve(model, metrics=["logloss"], ax=left)
 left.set_title("Log loss by round", pad=24)
 sylvora.plot.importance(model, top=10, ax=right)
-right.set_title("The ten columns with the largest gain")
+right.set_title("The ten columns with the largest gain", pad=24)
 figure.savefig("csv_to_tuned_model.png", dpi=150)
