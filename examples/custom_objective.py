@@ -88,7 +88,7 @@ for share, colour in ((0.9, "tab:red"), (0.5, "black"), (0.1, "tab:blue")):
     )
     scores = model.predict(X_test)
     print(
-        f"expectile {share}: best round {model.best_iteration_}, loss {model.best_score_:.1f} of the valid rows,"
+        f"expectile {share}: best round {model.best_iteration_}, loss {model.best_score_:.1f},"
         f" {numpy.mean(y_test <= scores):.1%} of the test rows at or below it"
     )
     by_hour = pandas.Series(scores).groupby(X_test["hr"]).mean()

@@ -30,7 +30,8 @@ X_test, y_test, query_test = read("rank.test.csv")
 apart = query > 160
 valid = (X[apart], y[apart], query[apart].value_counts(sort=False))
 X, y, query = X[~apart], y[~apart], query[~apart]
-print(f"{query.nunique()} queries to fit, {len(valid[2])} to stop by, {query_test.nunique()} to test")
+print(f"queries: {query.nunique()} to fit, {len(valid[2])} to stop by,", end=" ")
+print(f"{query_test.nunique()} to test")
 
 model = sylvora.SylvoraRanker(
     n_estimators=1000,

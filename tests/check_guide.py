@@ -3,9 +3,9 @@
 
     check_guide.py FOLDER
 
-The code is in blocks fenced as python. Those of a document run in order in one interpreter, in a new
-folder that has the CSV files of examples/bundled.py. A block fenced as text, directly behind one of
-code, is what that prints.
+The code is in blocks fenced as python. Those of a document run in order with the same names, in a
+new folder that has the CSV files of examples/bundled.py. A block fenced as text, directly behind
+one of code, is what that prints.
 """
 
 import contextlib

@@ -14,6 +14,7 @@ if(package_python)
             TIMEOUT 120 ENVIRONMENT "${examples_environment}")
     endforeach()
     add_test(NAME guide
-        COMMAND ${package_python} ${CMAKE_CURRENT_SOURCE_DIR}/check_guide.py ${examples_folder}/guide)
+        COMMAND ${package_python}
+                ${CMAKE_CURRENT_SOURCE_DIR}/check_guide.py ${examples_folder}/guide)
     set_tests_properties(guide PROPERTIES TIMEOUT 300 ENVIRONMENT "${examples_environment}")
 endif()
