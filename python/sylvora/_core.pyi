@@ -67,6 +67,8 @@ class Table:
     # column. Dictionary-encoded columns, too.
     @classmethod
     def from_arrow(cls, data: Any, missing: Optional[float], refuse_nan: bool, /) -> Table: ...
+    # Copies a column into float64 of one item per row; missing values become NaN.
+    def column(self, column: int, out: Buffer, /) -> None: ...
 
 class Dataset:
     """A table that is coded once, by the first training that uses it. Thread-safe."""
