@@ -16,6 +16,7 @@ from ._dataset import Dataset
 from ._model import Model
 from ._parameters import settings_of
 from ._processors import usable_jobs
+from ._row_order import in_order_of_values
 from ._fit import FitResult
 from ._training import metrics_of
 
@@ -88,20 +89,27 @@ class SylvoraBase(BaseEstimator):
         return settings_of(given)
 
     def _dataset(self, X: Any) -> Dataset:
-        return X if isinstance(X, Dataset) else Dataset(X, missing=self.missing)
+        dataset = X if isinstance(X, Dataset) else Dataset(X, missing=self.missing)
+        if dataset.num_rows * self.subsample < 1:
+            raise ValueError(
+                f"subsample={self.subsample} of n_samples={dataset.num_rows} rows is less than one"
+                " row: raise subsample"
+            )
+        return dataset
 
     def _rows_and_weights(
-        self, dataset: Dataset, sample_weight: Any
+        self, dataset: Dataset, labels: Array, sample_weight: Any
     ) -> tuple[Optional[Array], Optional[Array]]:
-        """Return the rows whose weight is above 0, None if all are, and their weights."""
+        """Return the rows to train on and their weights, both None for all rows with weights of 1.
+
+        With other weights the rows come in the order of their values. scikit-learn asks that
+        neither rows of weight 0 nor the order of the others have an influence, and the rows that
+        are drawn for a tree depend on it.
+        """
         weights: Optional[Array] = as_weights(sample_weight, dataset.num_rows)
-        if weights is None or not weights.size or (weights == 1).all():
+        if weights is None or (weights == 1).all():
             return None, None
-        if weights.all():
-            return None, weights
-        rows = np.flatnonzero(weights)
-        if not rows.size:
-            raise ValueError("sample_weight has no weight above 0: nothing to train on")
+        rows = in_order_of_values(dataset, labels, weights, np.flatnonzero(weights))
         return rows, weights[rows]
 
     def _options(self) -> dict[str, Any]:

@@ -10,7 +10,6 @@ from sklearn.base import RegressorMixin
 
 from ._base import Array, SylvoraBase, number_column
 from ._classifier import SylvoraClassifier
-from ._data import as_weights
 from ._ranker import SylvoraRanker
 from ._training import evaluation_data, fit_model
 
@@ -160,7 +159,8 @@ class SylvoraRegressor(RegressorMixin, SylvoraBase):
         y : array-like of shape (n_samples,)
             Labels: finite numbers.
         sample_weight : array-like of shape (n_samples,), default=None
-            Whole numbers of 0 or more. Rows of weight 0 are left out.
+            Whole numbers of 0 or more. Rows of weight 0 are left out. If not all weights are 1, the
+            training takes the rows in the order of their values, whatever their order in X.
         eval_set : mapping of str to (X, y), or list of (X, y), default=None
             Sets to evaluate after each round. In a list they are called eval_0, eval_1, ...
 
@@ -179,11 +179,12 @@ class SylvoraRegressor(RegressorMixin, SylvoraBase):
         settings, options = self._settings(), self._options()
         dataset = self._dataset(X)
         labels = number_column(y, dataset.num_rows)
+        rows, weights = self._rows_and_weights(dataset, labels, sample_weight)
         result = fit_model(
-            dataset,
-            labels,
+            dataset if rows is None else dataset.subset(rows),
+            labels if rows is None else labels[rows],
             settings=settings,
-            weights=as_weights(sample_weight, dataset.num_rows),
+            weights=weights,
             evaluation=evaluation_data(eval_set, dataset),
             **options,
         )

@@ -19,29 +19,18 @@ def _is_number(value: Any) -> bool:
     return isinstance(value, numbers.Real) and not isinstance(value, (bool, np.bool_))
 
 
-def _whole_ratios(weights: list[Any], class_weight: Any) -> list[int]:
-    """Return the weights as whole numbers: as they are, or divided by the smallest one."""
-    if all(weight == int(weight) for weight in weights):
-        return [int(weight) for weight in weights]
-    quotients = [weight / min(weights) for weight in weights]
-    whole = [round(quotient) for quotient in quotients]
-    if all(abs(q - w) <= 1e-9 * w for q, w in zip(quotients, whole)):
-        return whole
-    raise ValueError(
-        "class_weight must have whole numbers, or numbers that are whole multiples of the smallest"
-        f" one, got {class_weight!r}: round the weights, for example to multiples of the smallest"
-    )
-
-
 def _given(class_weight: Mapping[Any, Any], classes: list[Any]) -> list[int]:
     for label, weight in class_weight.items():
         if label not in classes:
             raise ValueError(f"class_weight has the class {label!r}, which is not in y: {classes}")
         if not _is_number(weight):
             raise TypeError(f"class_weight[{label!r}] must be a number, got {weight!r}")
-        if not 0 < weight < math.inf:
-            raise ValueError(f"class_weight[{label!r}] must be finite and above 0, got {weight!r}")
-    return _whole_ratios([class_weight.get(label, 1) for label in classes], class_weight)
+        if not 0 < weight < math.inf or weight != int(weight):
+            raise ValueError(
+                f"class_weight[{label!r}] must be a whole number above 0, got {weight!r}: only the"
+                " ratios of the weights count, so multiply all by the same number and round them"
+            )
+    return [int(class_weight.get(label, 1)) for label in classes]
 
 
 def _balanced(counts: list[int], totals: list[int]) -> list[int]:
@@ -76,8 +65,8 @@ def combine(
     Parameters
     ----------
     class_weight : mapping, "balanced" or None
-        Whole numbers by class, 1 for those not given; other numbers must be whole multiples of
-        the smallest. "balanced": proportional to 1 / number of rows of the class.
+        Whole numbers by class, 1 for those not given. "balanced": proportional to 1 / number of
+        rows of the class.
     classes : list
         The classes, in the order of their codes.
     codes : ndarray of shape (n_samples,)

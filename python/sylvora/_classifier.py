@@ -10,10 +10,10 @@ import numpy as np
 from sklearn.base import ClassifierMixin
 from sklearn.utils.metaestimators import available_if
 
-from . import _class_weights
 from ._base import Array, SylvoraBase
+from ._class_weights import combine
 from ._core import probabilities
-from ._labels import codes_of, find_classes
+from ._labels import codes_of, find_classes, kept_classes
 from ._one_vs_rest import Job, run_all
 from ._training import evaluation_data
 
@@ -54,12 +54,6 @@ class SylvoraClassifier(ClassifierMixin, SylvoraBase):
         Share of the rows that is drawn for each tree, without replacement, in (0, 1].
     max_features : float, default=0.6
         Share of the features that is drawn for each node, in (0, 1].
-    class_weight : mapping, "balanced" or None, default=None
-        Weights by class, 1 for those not given. Only their ratios count: whole numbers are taken
-        as they are, others must be whole multiples of the smallest. "balanced" is proportional
-        to 1 / number of rows of the class: exactly if the weights' sum stays below 2**31,
-        otherwise to the nearest whole numbers with such a sum. A row's weight is that of its class
-        times its `sample_weight`.
     objective : callable, default=None
         Function of labels and scores, of shape (n_samples,), that returns the negative gradient of
         a loss, or a tuple of it and the second derivative. It is called once per round, and `loss`
@@ -144,7 +138,6 @@ class SylvoraClassifier(ClassifierMixin, SylvoraBase):
         min_samples_split: int = 6,
         subsample: float = 0.6,
         max_features: float = 0.6,
-        class_weight: Any = None,
         objective: Optional[Callable[..., Any]] = None,
         base_score: Optional[float] = None,
         early_stopping_rounds: Optional[int] = None,
@@ -164,7 +157,6 @@ class SylvoraClassifier(ClassifierMixin, SylvoraBase):
         self.min_samples_split = min_samples_split
         self.subsample = subsample
         self.max_features = max_features
-        self.class_weight = class_weight
         self.objective = objective
         self.base_score = base_score
         self.early_stopping_rounds = early_stopping_rounds
@@ -181,6 +173,7 @@ class SylvoraClassifier(ClassifierMixin, SylvoraBase):
         y: Any,
         sample_weight: Any = None,
         *,
+        class_weight: Any = None,
         eval_set: Optional[Mapping[str, Any] | list[Any]] = None,
     ) -> SylvoraClassifier:
         """Train a model, or one per class.
@@ -192,7 +185,13 @@ class SylvoraClassifier(ClassifierMixin, SylvoraBase):
         y : array-like of shape (n_samples,)
             Classes, at least two.
         sample_weight : array-like of shape (n_samples,), default=None
-            Whole numbers of 0 or more. Rows of weight 0 are left out.
+            Whole numbers of 0 or more. Rows of weight 0 are left out. If not all weights are 1, the
+            training takes the rows in the order of their values, whatever their order in X.
+        class_weight : mapping, "balanced" or None, default=None
+            Weights by class: whole numbers, 1 for classes not given. "balanced" is proportional to
+            1 / number of rows of the class: exactly if the weights' sum stays below 2**31,
+            otherwise to the nearest whole numbers with such a sum. A row's weight is that of its
+            class times its `sample_weight`.
         eval_set : mapping of str to (X, y), or list of (X, y), default=None
             Sets to evaluate after each round. In a list they are called eval_0, eval_1, ...
 
@@ -210,14 +209,15 @@ class SylvoraClassifier(ClassifierMixin, SylvoraBase):
         """
         settings, options = self._settings(), self._options()
         dataset = self._dataset(X)
-        rows, weights = self._rows_and_weights(dataset, sample_weight)
-        classes, codes = find_classes(y, dataset.num_rows, rows)
+        classes, codes = find_classes(y, dataset.num_rows)
+        rows, weights = self._rows_and_weights(dataset, codes, sample_weight)
+        classes, codes = kept_classes(classes, codes, rows)
         if len(classes) < 2:
             raise ValueError(
                 f"y has only one class, {classes[0]!r}, among the rows with a weight above 0: a"
                 " classifier needs two"
             )
-        weights = _class_weights.combine(self.class_weight, classes.tolist(), codes, weights)
+        weights = combine(class_weight, classes.tolist(), codes, weights)
         evaluation = evaluation_data(eval_set, dataset, partial(codes_of, classes))
         if evaluation and self.objective is not None and not options["metrics"]:
             options["metrics"] = ["auc", "accuracy"]

@@ -8,8 +8,7 @@ import numpy as np
 from sklearn.base import ClassifierMixin, RegressorMixin
 
 from ._base import Array, SylvoraBase, number_column
-from ._data import as_weights
-from ._labels import find_classes
+from ._labels import find_classes, kept_classes
 from ._training import fit_model
 
 # mypy: allow-subclassing-any
@@ -25,11 +24,12 @@ class OfNumbers(RegressorMixin, SylvoraBase):
         settings = self._settings()
         dataset = self._dataset(X)
         labels = number_column(y, dataset.num_rows)
+        rows, weights = self._rows_and_weights(dataset, labels, sample_weight)
         result = fit_model(
-            dataset,
-            labels,
+            dataset if rows is None else dataset.subset(rows),
+            labels if rows is None else labels[rows],
             settings=settings,
-            weights=as_weights(sample_weight, dataset.num_rows),
+            weights=weights,
             verbose=self.verbose,
         )
         self._finish(dataset, [result])
@@ -65,8 +65,9 @@ class OfVotes(ClassifierMixin, SylvoraBase):
     def _fit(self, X: Any, y: Any, sample_weight: Any) -> None:
         settings = self._settings()
         dataset = self._dataset(X)
-        rows, weights = self._rows_and_weights(dataset, sample_weight)
-        classes, codes = find_classes(y, dataset.num_rows, rows)
+        classes, codes = find_classes(y, dataset.num_rows)
+        rows, weights = self._rows_and_weights(dataset, codes, sample_weight)
+        classes, codes = kept_classes(classes, codes, rows)
         data = dataset if rows is None else dataset.subset(rows)
         if weights is not None:
             total = int(weights.sum(dtype=np.int64))

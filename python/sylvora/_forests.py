@@ -94,7 +94,8 @@ class SylvoraForestRegressor(OfNumbers):
         y : array-like of shape (n_samples,)
             Labels: finite numbers.
         sample_weight : array-like of shape (n_samples,), default=None
-            Whole numbers of 0 or more. Rows of weight 0 are left out.
+            Whole numbers of 0 or more. Rows of weight 0 are left out. If not all weights are 1, the
+            training takes the rows in the order of their values, whatever their order in X.
 
         Returns
         -------
@@ -196,7 +197,8 @@ class SylvoraForestClassifier(OfVotes):
             Classes of any kind that can be sorted.
         sample_weight : array-like of shape (n_samples,), default=None
             Whole numbers of 0 or more: the training sees each row so many times, and also draws
-            from as many rows.
+            from as many rows. If not all weights are 1, it takes the rows in the order of their
+            values, whatever their order in X.
 
         Returns
         -------

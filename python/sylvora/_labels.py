@@ -10,8 +10,8 @@ from sklearn.utils.multiclass import check_classification_targets
 from ._base import Array, label_column
 
 
-def find_classes(y: Any, num_rows: int, rows: Optional[Array]) -> tuple[Array, Array]:
-    """Return the classes of the rows, sorted, and the class of each row as an index into them.
+def find_classes(y: Any, num_rows: int) -> tuple[Array, Array]:
+    """Return the classes, sorted, and the class of each row as an index into them.
 
     Parameters
     ----------
@@ -19,8 +19,6 @@ def find_classes(y: Any, num_rows: int, rows: Optional[Array]) -> tuple[Array, A
         Labels that can be sorted.
     num_rows : int
         The length that y must have.
-    rows : ndarray of int or None
-        The rows that count; None: all.
 
     Raises
     ------
@@ -32,10 +30,18 @@ def find_classes(y: Any, num_rows: int, rows: Optional[Array]) -> tuple[Array, A
     labels = label_column(y, num_rows)
     check_classification_targets(labels)
     try:
-        classes, codes = np.unique(labels if rows is None else labels[rows], return_inverse=True)
+        classes, codes = np.unique(labels, return_inverse=True)
     except TypeError as exception:
         raise TypeError(f"y has labels of kinds that cannot be sorted: {exception}") from None
     return classes, codes
+
+
+def kept_classes(classes: Array, codes: Array, rows: Optional[Array]) -> tuple[Array, Array]:
+    """Return the same for some of the rows; None: all."""
+    if rows is None:
+        return classes, codes
+    kept, codes = np.unique(codes[rows], return_inverse=True)
+    return classes[kept], codes
 
 
 def codes_of(classes: Array, y: Any, num_rows: int, *, argument: str) -> Array:
