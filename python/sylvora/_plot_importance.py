@@ -4,6 +4,7 @@ from __future__ import annotations
 
 from collections.abc import Mapping, Sequence
 from math import fsum, isfinite
+from os.path import commonprefix
 from typing import TYPE_CHECKING, Any, Optional
 
 from . import _pictures
@@ -132,12 +133,34 @@ def _value_text(value: float, share: bool) -> str:
     return f"{100 * value:.1f} %" if abs(value) >= 0.0005 or value == 0 else "< 0.1 %"
 
 
-def _distinct(names: Sequence[str], shown: Sequence[int]) -> list[str]:
-    """Short names; with the column's number where two of them look alike."""
-    labels = [_pictures.shown(names[i]) for i in shown]
+def _distinct(names: Sequence[str], chosen: Sequence[int]) -> list[str]:
+    """Short names; those that would look alike show where they differ, or the column's number."""
+    labels = [_pictures.shown(names[i]) for i in chosen]
+    groups: dict[str, list[int]] = {}
+    for place, label in enumerate(labels):
+        groups.setdefault(label, []).append(place)
+    for places in groups.values():
+        if len(places) > 1:
+            windows = _differences([names[chosen[place]] for place in places])
+            for place, window in zip(places, windows):
+                labels[place] = window
     return [
-        f"{label} [{i}]" if labels.count(label) > 1 else label for i, label in zip(shown, labels)
+        f"{label} [{i}]" if labels.count(label) > 1 else label for i, label in zip(chosen, labels)
     ]
+
+
+def _differences(names: Sequence[str]) -> list[str]:
+    """The part of each name around what the names do not have in common."""
+    front = len(commonprefix(list(names)))
+    back = len(commonprefix([name[front:][::-1] for name in names]))
+    texts = []
+    for name in names:
+        spare = max(0, _pictures.LONGEST_NAME - 2 - (len(name) - front - back))
+        begin = max(0, front - spare // 2)
+        end = min(len(name), begin + _pictures.LONGEST_NAME - 2)
+        text = "…" * (begin > 0) + name[begin:end] + "…" * (end < len(name))
+        texts.append(_pictures.shown(text))
+    return texts
 
 
 def _draw_bars(

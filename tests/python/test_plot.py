@@ -8,109 +8,18 @@ import importlib
 import itertools
 import unittest
 
+from pictures import LONG, NAN, Estimator, Model, Pictures, Tree, drawn_texts, plot
+
+if plot:
+    import numpy as np
+    from matplotlib import pyplot
+
+    import sylvora
+
 try:
     import graphviz
-    import matplotlib
-    import numpy as np
-    matplotlib.use('Agg')
-    from matplotlib import pyplot
-    import sylvora
-    from sylvora import plot
-except (ImportError, SyntaxError):  # SyntaxError: an interpreter that has the older module only
-    plot = None
-
-NAN = float('nan')
-LONG = ['average_number_of_payments_in_the_last_%d_days_per_customer' % days for days in (1, 30)]
-
-
-class Tree(object):
-    """A hand-made tree: (column, threshold, left, right, output) or an output; covers from 100."""
-
-    def __init__(self, root, shrink=0.5, cover=True):
-        self.group, self.shrink, rows = 0, shrink, []
-        waiting = [(root, -1, '')]
-        while waiting:
-            node, parent, side = waiting.pop(0)
-            if parent >= 0:
-                rows[parent][side] = len(rows)
-            split = node if isinstance(node, tuple) else (-1, 0.0, None, None, node)
-            rows.append({'column': split[0], 'threshold': split[1], 'output': split[4],
-                         'left': -1, 'right': -1, 'cover': 100 - len(rows) if cover else -1})
-            if isinstance(node, tuple):
-                place = len(rows) - 1
-                waiting += [(node[2], place, 'left'), (node[3], place, 'right')]
-        for name in rows[0]:
-            setattr(self, name, np.array([row[name] for row in rows]))
-
-
-class Model(object):
-    """As much of a model as a picture asks for."""
-
-    n_classes, n_groups, n_trees, missing, classes = 0, 9, 9, NAN, None
-
-    def __init__(self, names=None, importance=(), trees=None, scores=(), loss='Square'):
-        self.feature_names, self.n_features = names, len(names or importance or 'abc')
-        self.importance, self.tree_of, self.scores, self.loss = importance, trees, scores, loss
-
-    def feature_importance(self, kind):
-        if self.importance is None and kind != 'split':
-            raise ValueError('there are no row counts')
-        return np.array(self.importance if self.importance is not None else [2, 1, 0])
-
-    def tree(self, index):
-        return self.tree_of
-
-    def staged_predict(self, X):
-        return (np.full(len(X), score) for score in self.scores)
-
-
-class Estimator(object):
-    def __init__(self, **attributes):
-        self.__dict__.update(attributes)
-
-    def fit(self):
-        pass
-
-
-def drawn_texts(axes):
-    """The texts that the axes show, with their boxes in pixels."""
-    renderer = axes.figure.canvas.get_renderer()
-    axes.figure.draw(renderer)
-    texts = list(axes.texts) + [axes.title, axes.xaxis.label, axes.yaxis.label]
-    texts += axes.get_legend().get_texts() if axes.get_legend() else []
-    for axis, direction in ((axes.xaxis, 0), (axes.yaxis, 1)):
-        low, high = sorted(axis.get_view_interval())
-        texts += [label for label in axis.get_ticklabels()
-                  if low <= label.get_position()[direction] <= high]
-    return [(text.get_text(), text.get_window_extent(renderer)) for text in texts
-            if text.get_visible() and text.get_text().strip()]
-
-
-@unittest.skipUnless(plot, 'needs matplotlib, graphviz and the package')
-class Pictures(unittest.TestCase):
-    def setUp(self):
-        self.settings = dict(matplotlib.rcParams)
-        pyplot.close('all')
-
-    def tearDown(self):
-        self.assertEqual(dict(matplotlib.rcParams), self.settings)
-        pyplot.close('all')
-
-    def assert_readable(self, axes):
-        """All texts are inside the figure, and no two of them overlap."""
-        whole = axes.figure.bbox.padded(1)
-        texts = drawn_texts(axes)
-        for text, box in texts:
-            self.assertTrue(whole.contains(*box.p0) and whole.contains(*box.p1), text)
-        for (one, box), (two, other) in itertools.combinations(texts, 2):
-            apart = (box.x1 <= other.x0 + 1 or other.x1 <= box.x0 + 1
-                     or box.y1 <= other.y0 + 1 or other.y1 <= box.y0 + 1)
-            self.assertTrue(apart, (one, two))
-
-    def assert_refused(self, text, function, *arguments, **options):
-        with self.assertRaisesRegex(ValueError, text):
-            function(*arguments, **options)
-        self.assertEqual(pyplot.get_fignums(), [])
+except ImportError:
+    graphviz = None
 
 
 class Importance(Pictures):
@@ -150,9 +59,13 @@ class Importance(Pictures):
         self.assertEqual(labels[1], '19 further features')
 
     def test_alike_names_are_told_apart(self):
-        axes = plot.importance(Model(LONG, [1, 2]))
-        first, second = (label.get_text() for label in axes.get_yticklabels())
-        self.assertNotEqual(first, second)
+        axes = plot.importance(Model(LONG + ['$a$ and $b'] * 2, [4, 3, 2, 1]))
+        first, second, third, fourth = (label.get_text() for label in axes.get_yticklabels())
+        self.assertIn('_1_', first)
+        self.assertIn('_30_', second)
+        self.assertEqual([third, fourth], ['\\$a\\$ and \\$b [2]', '\\$a\\$ and \\$b [3]'])
+        for text, box in drawn_texts(axes):
+            self.assertTrue('.0 %' not in text or box.x1 <= axes.bbox.x1, text)
 
     def test_errors(self):
         self.assert_refused("kind='split'", plot.importance, Model(importance=None))
@@ -271,6 +184,12 @@ class Calibration(Pictures):
         np.testing.assert_allclose(points.get_xdata(), [0.2, 0.9])
         np.testing.assert_allclose(points.get_ydata(), [1 / 3.0, 1])
         self.assertEqual(axes.get_legend().get_texts()[1].get_text(), 'ECE 0.117')
+        edge = plot.calibration([0, 0.5, 1], y=[0, 0, 1], bins=2, strategy='uniform')
+        np.testing.assert_allclose(edge.lines[1].get_xdata(), [0, 0.75])
+        small = plot.calibration([0.01, 0.03] * 200, y=[0, 1] + [0] * 398)
+        self.assertLess(small.get_xlim()[1], 0.05)
+        intervals = small.collections[0].get_paths()
+        self.assertLess(max(path.vertices[:, 1].max() for path in intervals), small.get_ylim()[1])
 
     def test_all_rows_count_in_every_strategy(self):
         random = np.random.RandomState(5)
@@ -302,12 +221,14 @@ class Calibration(Pictures):
             self.assert_refused(text, plot.calibration, *arguments)
 
 
+@unittest.skipUnless(graphviz, 'needs graphviz')
 class Trees(Pictures):
-    ROOT = (0, 2012.5, (1, -3e9, 1.0, (2, 0.25, -4.0, 2.0, 0.5), 1.25), 8.0, 1.5)
+    ROOT = (0, 2012.5, (1, -3e9, 1.0, (2, -0.25, -4.0, 2.0, 0.5), 1.25), 8.0, 1.5)
 
     def test_nodes_and_edges(self):
         source = plot.tree(Model(['year', '<b>"\\N', LONG[0]], trees=Tree(self.ROOT)), -1).source
-        for text in ['year ≤ 2012.5\n100 rows\noutput 1.5', '≤ -3e+09\nmissing: no', '≤ 0.25',
+        for text in ['year ≤ 2012.5\n100 rows\noutput 1.5',
+                     '≤ -3e+09\nmissing: no', '≤ -0.25\n96 rows',
                      'output -4\nadds -2', 'output 8\nadds +4', 'tree 8 of 9',
                      'missing values go left', 'adds 0.5 × output', LONG[0]]:
             self.assertIn(text, source)
@@ -358,7 +279,16 @@ class Trees(Pictures):
         ]:
             self.assert_refused(text, plot.tree, source, **options)
 
+    def test_a_missing_package_is_named(self):
+        from unittest import mock
+        for package, function, source in [('graphviz', plot.tree, Model(trees=Tree(1.0))),
+                                          ('matplotlib', plot.importance, {'a': 1.0})]:
+            with mock.patch.dict('sys.modules', {package: None, package + '.pyplot': None}):
+                with self.assertRaisesRegex(ImportError, 'pip install ' + package):
+                    function(source)
 
+
+@unittest.skipUnless(graphviz, 'needs graphviz')
 class Trained(Pictures):
     """Pictures of trained models."""
 
@@ -411,7 +341,7 @@ class Trained(Pictures):
 
 def load_tests(loader, tests, pattern):
     """Adds the examples of the documentation."""
-    if plot:
+    if plot and graphviz:
         for name in ('plot', '_plot_calibration', '_plot_importance', '_plot_tree'):
             module = importlib.import_module('sylvora.' + name)
             tests.addTests(doctest.DocTestSuite(module))
