@@ -48,7 +48,7 @@ if(package_python AND CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT SYLVORA_SANITI
     foreach(name IN ITEMS test_wheel test_sdist test_installed)
         add_test(NAME python.package.${name} COMMAND ${package_python} -m unittest ${name}
             WORKING_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR}/python_package)
-        set_tests_properties(python.package.${name} PROPERTIES FIXTURES_REQUIRED wheel TIMEOUT 600
+        set_tests_properties(python.package.${name} PROPERTIES FIXTURES_REQUIRED wheel TIMEOUT 900
             ENVIRONMENT "SYLVORA_BUILD=${PROJECT_BINARY_DIR};PYTHONDONTWRITEBYTECODE=1")
     endforeach()
     # It compiles the library once more.
