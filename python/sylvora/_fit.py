@@ -13,8 +13,9 @@ import numpy as np
 from . import _core
 from ._calls import Calls
 from ._data import with_names
+from ._facts import BASE_SCORE
 from ._metrics import Metric, is_larger_better, name_of
-from ._model import BASE_SCORE, Model, completed
+from ._model import Model, completed
 from ._objectives import Objective
 from .callbacks import Callback, Evals, LogEvaluation, ProgressBar
 

@@ -3,12 +3,12 @@
 from __future__ import annotations
 
 import operator
+from dataclasses import dataclass
 from typing import TYPE_CHECKING
 
 import numpy as np
 
 from . import _core
-from ._model import Tree
 
 if TYPE_CHECKING:
     from numpy.typing import NDArray
@@ -25,6 +25,38 @@ _NODE = np.dtype(
         ("cover", np.int32),
     ]
 )
+
+
+@dataclass(frozen=True)
+class Tree:
+    """One tree of a model; see `Model.tree`. Node 0 is the root.
+
+    A row goes to the left child if its value is at most the threshold, and a missing value is below
+    every threshold.
+
+    Attributes
+    ----------
+    threshold, output : ndarray of float64, shape (n_nodes,)
+        The threshold of a split, and the value of a node before it is multiplied by `shrink`: the
+        number of the class in a classification.
+    column, left, right : ndarray of int32, shape (n_nodes,)
+        The column of a split and its children; -1 for a leaf.
+    cover : ndarray of int32, shape (n_nodes,)
+        The number of training rows that reach the node, -1 if it is not known.
+    group : int
+        The group of the tree, from 0.
+    shrink : float
+        What the values are multiplied by in scores.
+    """
+
+    threshold: NDArray[np.float64]
+    output: NDArray[np.float64]
+    column: NDArray[np.int32]
+    left: NDArray[np.int32]
+    right: NDArray[np.int32]
+    cover: NDArray[np.int32]
+    group: int
+    shrink: float
 
 
 def tree_of(model: Model, index: int) -> Tree:

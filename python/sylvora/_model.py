@@ -4,56 +4,19 @@ from __future__ import annotations
 
 import os
 from collections.abc import Callable, Iterator, Sequence
-from dataclasses import dataclass
 from typing import TYPE_CHECKING, Any, NoReturn, Optional
 
 from . import _core
+from ._facts import ModelFacts
 
 if TYPE_CHECKING:
     import numpy as np
     from numpy.typing import NDArray
 
     from ._data import Frame
+    from ._inside import Tree
 
-# Losses whose models begin with a group for the start value.
-_LOSSES_WITH_START = ("LogLoss", "Absolute", "Huber", "Quantile")
-# The setting that says so of a model with an objective.
-BASE_SCORE = "baseScore"
-
-
-@dataclass(frozen=True)
-class Tree:
-    """One tree of a model; see `Model.tree`. Node 0 is the root.
-
-    A row goes to the left child if its value is at most the threshold, and a missing value is below
-    every threshold.
-
-    Attributes
-    ----------
-    threshold, output : ndarray of float64, shape (n_nodes,)
-        The threshold of a split, and the value of a node before it is multiplied by `shrink`: the
-        number of the class in a classification.
-    column, left, right : ndarray of int32, shape (n_nodes,)
-        The column of a split and its children; -1 for a leaf.
-    cover : ndarray of int32, shape (n_nodes,)
-        The number of training rows that reach the node, -1 if it is not known.
-    group : int
-        The group of the tree, from 0.
-    shrink : float
-        What the values are multiplied by in scores.
-    """
-
-    threshold: NDArray[np.float64]
-    output: NDArray[np.float64]
-    column: NDArray[np.int32]
-    left: NDArray[np.int32]
-    right: NDArray[np.int32]
-    cover: NDArray[np.int32]
-    group: int
-    shrink: float
-
-
-class Model(_core.Model):
+class Model(ModelFacts):
     """A trained model. `train` and `Model.load` make one.
 
     Models do not change, and any number of threads may use one at the same time. Scoring releases
@@ -77,7 +40,6 @@ class Model(_core.Model):
 
     evals_result_: dict[str, dict[str, list[float]]] = {}
     best_score_: Optional[float] = None
-    _best_iteration: Optional[int] = None
 
     # ---- Files and copies ----------------------------------------------------------------------
 
@@ -128,79 +90,6 @@ class Model(_core.Model):
     def __reduce__(self) -> tuple[Any, ...]:
         state = {name: getattr(self, name) for name in _STATE}
         return _restored, (type(self), self.to_bytes(), state)
-
-    # ---- What it is ----------------------------------------------------------------------------
-
-    @property
-    def n_features(self) -> int:
-        """The number of columns of the data."""
-        return self.num_columns
-
-    @property
-    def n_trees(self) -> int:
-        """The number of trees, the start value's included."""
-        return self.num_trees
-
-    @property
-    def n_groups(self) -> int:
-        """The number of rounds, and one for a start value. A forest is one group."""
-        return self.num_groups
-
-    @property
-    def n_rounds(self) -> int:
-        """The number of rounds of boosting; 1 for a forest or a single tree."""
-        return self.num_groups - self._num_start_groups()
-
-    @property
-    def n_classes(self) -> int:
-        """The number of classes of a classification, 0 for other models."""
-        return self.num_classes
-
-    @property
-    def model_type(self) -> str:
-        """GBDT, GBRank, RandomForest or CART."""
-        return self.type
-
-    @property
-    def feature_names(self) -> Optional[list[str]]:
-        """The names of the columns, None if they are not known."""
-        return self.describe("column") or None
-
-    @property
-    def classes(self) -> Optional[list[str]]:
-        """The names of the classes, None if they are not known."""
-        return self.describe("class") or None
-
-    @property
-    def parameters(self) -> dict[str, str]:
-        """The parameters of the training by their names in docs/parameters.md, as texts. Empty for
-        a file without a description."""
-        return dict(text.split("=", 1) for text in self.describe("setting"))
-
-    @property
-    def best_iteration_(self) -> Optional[int]:
-        """The best round, from 1; None if nothing was evaluated. Only a training with early stopping
-        cuts the model to it."""
-        if self._best_iteration is not None:
-            return self._best_iteration
-        described = self.describe("bestRound")
-        return int(described[0]) if described and described[0] != "0" else None
-
-    best_iteration = best_iteration_
-
-    @property
-    def missing(self) -> Optional[float]:
-        """What is read as missing: NaN alone, NaN and this number, or nothing (None)."""
-        words = " ".join(self.describe("missing")).split()
-        numbers = [word for word in words if word not in ("nan", "absent")]
-        if numbers:
-            return float(numbers[0])
-        # Files without a description say nothing about it.
-        return float("nan") if words or not self.describe("setting") else None
-
-    def __repr__(self) -> str:
-        what = f"{self.n_rounds} rounds" if self._has_rounds() else f"{self.n_trees} trees"
-        return f"Model({self.type}, {self.loss}, {what}, {self.n_features} columns)"
 
     def __setattr__(self, name: str, value: object) -> NoReturn:
         raise AttributeError("Models do not change")
@@ -342,8 +231,8 @@ class Model(_core.Model):
         ----------
         kind : {"gain", "split", "cover"}
             "split" counts the splits on a column. "cover" adds up the training rows that reach
-            them. "gain" adds up, over these splits, cl vl^2 + cr vr^2 - c v^2, where c is the number
-            of rows of a node, v its value times the shrink, and l and r are the children. For
+            them. "gain" adds up cl vl^2 + cr vr^2 - c v^2, where c is the number of rows of a
+            node, v its value times the shrink, and l and r are the children. For
             squared error that is what the split takes off the sum of squared errors, times the
             shrink's square. Losses with node values of their own, such as LogLoss and Absolute, are
             measured by these values, too.
@@ -384,14 +273,6 @@ class Model(_core.Model):
             function(*arguments)
         except ValueError as error:
             raise with_names(error, self.feature_names) from None
-
-    def _has_rounds(self) -> bool:
-        return self.type in ("GBDT", "GBRank")
-
-    def _num_start_groups(self) -> int:
-        if self.loss in _LOSSES_WITH_START:
-            return 1
-        return int(self.loss == "USER" and BASE_SCORE in self.parameters)
 
     def _checked_range(self, iteration_range: tuple[int, int]) -> tuple[int, int]:
         if not self._has_rounds():

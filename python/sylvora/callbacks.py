@@ -114,8 +114,8 @@ class Callback:
 
 
 class EarlyStopping(Callback):
-    """Ends a training when a metric has not improved for some rounds, and cuts the model to the best
-    round.
+    """Ends a training when a metric has not improved for some rounds, and cuts the model to the
+    best round.
 
     With `min_delta` of 0 it does what the parameter `early_stopping_rounds` does, which takes less
     time.
@@ -239,7 +239,8 @@ class LogEvaluation(Callback):
 
     def end(self, result: FitResult) -> None:
         # A training that ended early, or the only values of a forest.
-        num_rounds = max((len(v) for m in result.evals_result.values() for v in m.values()), default=0)
+        curves = [v for metrics in result.evals_result.values() for v in metrics.values()]
+        num_rounds = max(map(len, curves), default=0)
         if num_rounds > self._logged:
             self._write(num_rounds, result.evals_result)
         if result.best_iteration is not None and result.model.n_rounds == result.best_iteration:

@@ -1,4 +1,4 @@
-"""The data of data/ as arrays, and the settings of examples/ as parameters."""
+"""The data of data/ as arrays, the settings of examples/ as parameters, and small data."""
 import functools
 import os
 import subprocess
@@ -83,3 +83,11 @@ def command_model(name, folder, **options):
     subprocess.run(call, cwd=ROOT, check=True, stdout=subprocess.DEVNULL)
     with open(model, 'rb') as file:
         return file.read()
+
+
+def small_data(rows=400, columns=5, seed=3):
+    """X with ties, and y with noise."""
+    random = np.random.RandomState(seed)
+    X = random.randint(0, 20, (rows, columns)).astype(float)
+    y = X[:, 0] - 0.3 * X[:, 1] + (X[:, 2] > 9) * 4 + random.normal(size=rows)
+    return X, y

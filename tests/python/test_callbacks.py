@@ -177,8 +177,9 @@ class CheckpointTest(unittest.TestCase):
             self.assertEqual(seen, [4, 4, 4, 4, 8, 8, 8])
             np.testing.assert_array_equal(sylvora.Model.load(path).predict(X), model.predict(X))
             self.assertEqual(os.listdir(folder), ['m'])
+            nowhere = os.path.join(folder, 'no', 'folder')
             with self.assertRaises(OSError):
-                sylvora.train(PARAMS, X, Y, callbacks=[Checkpoint(os.path.join(folder, 'n', 'o'), 4)])
+                sylvora.train(PARAMS, X, Y, callbacks=[Checkpoint(nowhere, 4)])
 
 
 class Terminal(io.StringIO):
@@ -190,7 +191,8 @@ class OutputTest(unittest.TestCase):
     def test_log(self):
         lines = []
         sets = {'a': (X[:50], Y[:50]), 'b': (X[50:], Y[50:])}
-        model = sylvora.train(PARAMS, X, Y, eval_set=sets, callbacks=[LogEvaluation(4, lines.append)])
+        model = sylvora.train(PARAMS, X, Y, eval_set=sets,
+                              callbacks=[LogEvaluation(4, lines.append)])
         expected = ['[%d]  ' % i + '  '.join(
             '%s: rmse %.6g, mae %.6g' % (name, metrics['rmse'][i - 1], metrics['mae'][i - 1])
             for name, metrics in model.evals_result_.items()) for i in (4, 8, 10)]
@@ -239,7 +241,8 @@ class OutputTest(unittest.TestCase):
         display.show(10, 9.0, 'a long metric 0.5')
         display.show(20, 18.0, 'm 1')
         first, second = display._stream.getvalue().split('\r')[1:]
-        self.assertEqual(first, '[##......................] 10/100  00:09 < 01:21  a long metric 0.5')
+        bar = '[##......................]'
+        self.assertEqual(first, bar + ' 10/100  00:09 < 01:21  a long metric 0.5')
         self.assertEqual(len(second), len(first))  # nothing of the longer line remains
         self.assertEqual(_progress.clock(3661.9), '1:01:01')
         with mock.patch('sys.stderr', None):  # as under pythonw
@@ -285,7 +288,8 @@ if not callbacks:
 before = signal.getsignal(signal.SIGINT)
 begin = time.monotonic()
 try:
-    model = sylvora.train(dict(n_estimators=100000, n_jobs={threads}), X, X[:, 0], callbacks=callbacks)
+    params = dict(n_estimators=100000, n_jobs={threads})
+    model = sylvora.train(params, X, X[:, 0], callbacks=callbacks)
     print('kept', model.n_rounds)
 except KeyboardInterrupt:
     print('interrupted')

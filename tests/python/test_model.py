@@ -79,7 +79,8 @@ class WithoutNumPyTest(unittest.TestCase):
                     'for m in model, copy.copy(model), pickle.loads(pickle.dumps(model)):\n'
                     '    print(*[m.score(row) for row in rows])\n'
                     'print(repr(model), model.n_features, model.parameters, model.missing)\n'
-                    'model.save(%r); print(sylvora.Model.load(%r).text(6, False) == model.text(6, False))'
+                    'model.save(%r); same = sylvora.Model.load(%r)\n'
+                    'print(same.text(6, False) == model.text(6, False))'
                     % (path, path + '2', path + '2'))
             lines = run(code).splitlines()
         rows = [[0, 0], [1, 3], [2, -2147483648.0], [5, 2.5]]
@@ -104,7 +105,8 @@ class ModelTest(unittest.TestCase):
     def test_copies_are_exact(self):
         for loss, kind in self.KINDS:
             for missing in (float('nan'), -1.0, None):
-                model, X, y = trained(loss, kind, missing=missing, feature_names=['a', 'ü', ' ', '\\'],
+                names = ['a', 'ü', ' ', '\\']
+                model, X, y = trained(loss, kind, missing=missing, feature_names=names,
                                       eval_set={'e': ([[1] * 4, [20] * 4], [0, 1], [2])})
                 with tempfile.TemporaryDirectory() as folder:
                     path = os.path.join(folder, 'm')
@@ -118,7 +120,7 @@ class ModelTest(unittest.TestCase):
                     with self.subTest(loss=loss, kind=kind, i=i):
                         np.testing.assert_array_equal(same.predict(X), expected)
                         self.assertEqual(contents(same), contents(model))
-                        self.assertEqual(same.feature_names, ['a', 'ü', ' ', '\\'])
+                        self.assertEqual(same.feature_names, names)
                         self.assertEqual(repr(same.missing), repr(missing))
                         if i not in (2, 3):
                             self.assertEqual(same.evals_result_, model.evals_result_)
@@ -148,7 +150,8 @@ class ModelTest(unittest.TestCase):
         with_nan = np.where(X == -1.0, np.nan, X)
         np.testing.assert_array_equal(model.predict(with_nan), model.predict(X))
         np.testing.assert_array_equal([model.score(row) for row in X], model.predict(X))
-        np.testing.assert_array_equal([model.score(list(row)) for row in with_nan], model.predict(X))
+        scores = [model.score(list(row)) for row in with_nan]
+        np.testing.assert_array_equal(scores, model.predict(X))
         model, X, _ = trained(missing=None)
         X[3, 1] = np.nan
         for call in (lambda: model.predict(X), lambda: model.score(X[3])):
@@ -227,7 +230,8 @@ class ModelTest(unittest.TestCase):
         arrays = list(tree.trees())
         splits = sum((np.bincount(t.column[t.column >= 0], minlength=3) for t in arrays))
         np.testing.assert_array_equal(tree.feature_importance('split'), splits)
-        covers = sum(np.bincount(t.column[t.column >= 0], t.cover[t.column >= 0], 3) for t in arrays)
+        covers = sum(np.bincount(t.column[t.column >= 0], t.cover[t.column >= 0], 3)
+                     for t in arrays)
         np.testing.assert_array_equal(tree.feature_importance('cover'), covers)
         # The shrink enters squared: a model of one round with half of it has a quarter of the gain.
         params = {'n_estimators': 1, 'learning_rate': 0.5}

@@ -1,4 +1,4 @@
-"""train and cv: the command's bytes, objectives, early stopping, folds, errors."""
+"""train: the command's bytes, objectives, weights, early stopping, errors."""
 import decimal
 import os
 import tempfile
@@ -13,15 +13,9 @@ except ImportError:
 
 import bundled
 import sylvora
-from sylvora._parameters import settings_of
-from sylvora.callbacks import Callback, EarlyStopping
-
-
-def data(rows=400, columns=5, seed=3):
-    random = np.random.RandomState(seed)
-    X = random.randint(0, 20, (rows, columns)).astype(float)
-    y = X[:, 0] - 0.3 * X[:, 1] + (X[:, 2] > 9) * 4 + random.normal(size=rows)
-    return X, y
+from arrow_producer import ArrowTable, column
+from bundled import small_data as data
+from sylvora.callbacks import EarlyStopping
 
 
 def text(model):
@@ -37,6 +31,9 @@ def forms(X):
         yield 'float32', X.astype(np.float32)
     if not np.isnan(X).any() and (X.astype(np.int16) == X).all():
         yield 'int16', X.astype(np.int16)
+    yield 'Arrow', ArrowTable([column('c%d' % i, 'g', [None if value != value else value
+                                                       for value in X[:, i].tolist()])
+                               for i in range(X.shape[1])])
     try:
         import pandas
     except ImportError:
@@ -62,6 +59,7 @@ class CommandBytesTest(unittest.TestCase):
                     self.assertEqual(model.to_bytes(digits=6, description=False), expected)
             exact = model.to_bytes(description=False)
             for form, same in forms(X):
+                # The number of threads changes nothing, as was just seen.
                 again = sylvora.train(params, same, y, qid=queries, n_jobs=2)
                 with self.subTest(name=name, form=form):
                     self.assertEqual(again.to_bytes(description=False), exact)
@@ -204,8 +202,10 @@ class EvaluationTest(unittest.TestCase):
             sets = {'train': (X[:60], y[:60]), 'held': (X[60:], y[60:])}
             patience = int(random.randint(1, 8))
             options = dict(eval_set=sets, eval_metric=metric)
-            a = sylvora.train(dict(params, early_stopping_rounds=patience), X[:60], y[:60], **options)
-            b = sylvora.train(params, X[:60], y[:60], callbacks=[EarlyStopping(patience)], **options)
+            stopping = dict(params, early_stopping_rounds=patience)
+            a = sylvora.train(stopping, X[:60], y[:60], **options)
+            b = sylvora.train(params, X[:60], y[:60], callbacks=[EarlyStopping(patience)],
+                              **options)
             with self.subTest(seed=seed):
                 self.assertEqual(a.best_iteration_, b.best_iteration_)
                 self.assertEqual(a.n_rounds, a.best_iteration_)
@@ -271,75 +271,8 @@ class EvaluationTest(unittest.TestCase):
             self.assertEqual(warning.filename, __file__)
 
 
-class ParameterTest(unittest.TestCase):
-    def test_texts(self):
-        generator = np.random.default_rng(1)
-        cases = [
-            ({'n_estimators': np.int64(7)}, 'numTree', '7'),
-            ({'learning_rate': np.float32(0.1)}, 'valShrink', '0.10000000149011612'),
-            ({'learning_rate': 1 / 3}, 'valShrink', repr(1 / 3)),
-            ({'min_samples_split': 6}, 'numBound', '5'),
-            ({'numBound': 6}, 'numBound', '6'),
-            ({'random_state': None}, 'randomSeed', '1'),
-            ({'random_state': generator}, 'randomSeed',
-             str(np.random.default_rng(1).integers(1, 2**31 - 1))),
-            ({'n_jobs': -1}, 'numThread', str(min(256, len(os.sched_getaffinity(0))))),
-            ({'model': 'ranking', 'loss': 'squared_hinge'}, 'lossFunc', 'HingeSquareRank'),
-            ({'loss': 'squared_hinge'}, 'lossFunc', 'HingeSquare'),
-            ({'lossFunc': 'LogLoss'}, 'lossFunc', 'LogLoss'),
-            ({'subsample_unit': 'query'}, 'randomMode', 'QUERY'),
-            ({'fPrint': True}, 'fPrint', 'true'),
-        ]
-        for params, name, value in cases:
-            with self.subTest(params):
-                self.assertEqual(settings_of(params)[name], value)
-
-    def test_refused(self):
-        cases = [
-            ({'n_estimator': 5}, ValueError, 'did you mean n_estimators'),
-            ({'num_leaves': 5}, ValueError, 'did you mean max_leaf_nodes'),
-            ({'zzzz': 5}, ValueError, 'known are model, task, loss'),
-            ({'fileTrain': 'x'}, ValueError, 'give the data as X and y'),
-            ({'objective': 'x'}, ValueError, 'argument of its own'),
-            ({'numTree': 5, 'n_estimators': 5}, ValueError, 'same parameter'),
-            ({5: 5}, TypeError, 'must be a string'),
-            ({'n_estimators': 0}, ValueError, 'n_estimators must be at least 1, got 0'),
-            ({'n_estimators': 2.0}, TypeError, 'n_estimators must be an integer, got 2.0'),
-            ({'n_estimators': True}, TypeError, 'must be an integer'),
-            ({'n_estimators': 2**31}, ValueError, 'below 2'),
-            ({'min_samples_split': 1}, ValueError, 'at least 2, got 1'),
-            ({'subsample': 0}, ValueError, 'above 0 and at most 1, got 0'),
-            ({'quantile': 1}, ValueError, 'above 0 and below 1, got 1'),
-            ({'learning_rate': float('nan')}, ValueError, 'finite'),
-            ({'learning_rate': '0.1'}, TypeError, "must be a number, got '0.1'"),
-            ({'loss': 'l2'}, ValueError, "one of 'squared_error'"),
-            ({'loss': 5}, TypeError, 'must be a string'),
-            ({'random_state': -1}, ValueError, 'from 0'),
-            ({'n_jobs': 0}, ValueError, 'n_jobs must be from 1 to 256'),
-            ({'n_jobs': 1.5}, TypeError, 'n_jobs must be an integer'),
-            ({'model': 'forest'}, ValueError, 'A forest needs the parameter task'),
-            ({'task': 'classification'}, ValueError, 'boosting has no task'),
-        ]
-        for params, kind, message in cases:
-            with self.subTest(params), self.assertRaisesRegex(kind, message):
-                settings_of(params)
-
-    def test_all_are_documented_and_settable(self):
-        """The names and the default number of rounds are those of docs/parameters.md."""
-        from sylvora import _core
-        from sylvora._fit import _DEFAULT_ROUNDS
-        from sylvora._parameters import _OF_LIBRARY
-        with open(os.path.join(bundled.ROOT, 'docs', 'parameters.md')) as file:
-            rows = [line.split(' | ') for line in file if line.startswith('| `')]
-        defaults = {row[0][3:-1]: row[2].strip('`') for row in rows}
-        self.assertEqual(_DEFAULT_ROUNDS, defaults['numTree'])
-        for name in _OF_LIBRARY:
-            self.assertIn(name, defaults)
-        training = _core.Training()
-        for name, value in settings_of({'n_estimators': 3, 'max_depth': 2, 'margin': 0.1}).items():
-            training.set(name, value)
-
-    def test_refused_by_train(self):
+class RefusedTest(unittest.TestCase):
+    def test_arguments(self):
         X, y = data(50)
         cases = [
             (dict(params=[]), TypeError, 'params must be a dict'),
@@ -368,107 +301,6 @@ class ParameterTest(unittest.TestCase):
             with self.subTest(message), self.assertRaisesRegex(kind, message):
                 sylvora.train(arguments.pop('params'), arguments.pop('X'), arguments.pop('y'),
                               **arguments)
-
-
-class CvTest(unittest.TestCase):
-    def test_each_fold_is_a_training_on_its_rows(self):
-        X, y = data(150)
-        params = {'n_estimators': 15, 'learning_rate': 0.3}
-        result = sylvora.cv(params, X, y, folds=3, return_models=True)
-        tested = np.concatenate([test for _, test in result.folds])
-        self.assertEqual(sorted(tested), list(range(150)))
-        for (train, test), model, values in zip(result.folds, result.models, result.fold_evals):
-            alone = sylvora.train(params, X[train], y[train], eval_set={'t': (X[test], y[test])})
-            self.assertEqual(model.to_bytes(), alone.to_bytes())
-            np.testing.assert_array_equal(values['rmse'], alone.evals_result_['t']['rmse'])
-        curves = [values['rmse'] for values in result.fold_evals]
-        np.testing.assert_array_equal(result.evals['rmse']['mean'], np.mean(curves, axis=0))
-        np.testing.assert_array_equal(result.evals['rmse']['std'], np.std(curves, axis=0))
-        at = result.best_iteration - 1
-        self.assertEqual(at, int(np.argmin(result.evals['rmse']['mean'])))
-        self.assertEqual(result.best_score, result.evals['rmse']['mean'][at])
-        self.assertIn('3 folds, best round %d of 15' % (at + 1), repr(result))
-
-    def test_early_stopping_on_the_mean(self):
-        X, y = data(120)
-        params = {'n_estimators': 80, 'learning_rate': 0.5}
-        whole = sylvora.cv(params, X, y)
-        mean = whole.evals['rmse']['mean']
-        cut = sylvora.cv(dict(params, early_stopping_rounds=4), X, y, return_models=True)
-        best = cut.best_iteration
-        self.assertEqual(best, 1 + int(np.argmin(mean[:best + 4])))
-        self.assertEqual(len(cut.evals['rmse']['mean']), min(best + 4, 80))
-        np.testing.assert_array_equal(cut.evals['rmse']['mean'], mean[:best + 4])
-        self.assertEqual([model.n_rounds for model in cut.models], [best] * 5)
-
-    def test_folds(self):
-        X, y = data(90)
-        labels = (np.arange(90) % 9 == 0).astype(float)
-        params = {'n_estimators': 2, 'loss': 'log_loss'}
-        for fold in sylvora.cv(params, X, labels, folds=5).folds:
-            self.assertEqual(labels[fold[1]].sum(), 2)
-        blocks = sylvora.cv({'n_estimators': 2}, X, y, folds=3, shuffle=False).folds
-        self.assertEqual([list(test) for _, test in blocks],
-                         [list(range(i, i + 30)) for i in (0, 30, 60)])
-        first, second, other = (
-            sylvora.cv({'n_estimators': 2}, X, y, folds=3, seed=seed).folds for seed in (1, 1, 2))
-        np.testing.assert_array_equal(first[0][1], second[0][1])
-        self.assertFalse(np.array_equal(first[0][1], other[0][1]))
-        mask = np.arange(90) < 60
-        pairs = [(mask, ~mask), (range(60), range(60, 90))]
-        own = sylvora.cv({'n_estimators': 2}, X, y, folds=pairs)
-        np.testing.assert_array_equal(*[values['rmse'] for values in own.fold_evals])
-        for folds, kind, message in [
-            (1, ValueError, 'at least 2'), (91, ValueError, 'only 90 rows'),
-            ('abc', TypeError, 'pair'), (2.5, TypeError, 'folds must be'),
-            ([([0, 90], [1])], ValueError, 'training rows of fold 0 must be from 0 to 89'),
-            ([([0, 1], [])], TypeError, 'test rows of fold 0'), ([], ValueError, 'none'),
-        ]:
-            with self.subTest(message), self.assertRaisesRegex(kind, message):
-                sylvora.cv({'n_estimators': 2}, X, y, folds=folds)
-
-    def test_ranking_keeps_queries_whole(self):
-        X, y = data(100)
-        qid = np.repeat(np.arange(20), 5)
-        result = sylvora.cv({'model': 'ranking', 'n_estimators': 3}, X, np.clip(y // 4, 0, 4),
-                            qid=qid, folds=4)
-        for train, test in result.folds:
-            self.assertFalse(set(qid[train]) & set(qid[test]))
-        self.assertEqual(list(result.evals), ['ndcg@10', 'pairs'])
-
-    def test_kinds_of_data(self):
-        X, y = data(60)
-        expected = sylvora.cv({'n_estimators': 4}, X, y, folds=3).evals['rmse']['mean']
-        kinds = [X.tolist(), np.asfortranarray(X, np.float32)]
-        try:
-            import pandas
-            from scipy import sparse
-            kinds += [pandas.DataFrame(X), sparse.csc_matrix(X), sparse.csr_matrix(X)]
-            from sklearn.model_selection import KFold
-        except ImportError:
-            KFold = None
-        for kind in kinds:
-            mean = sylvora.cv({'n_estimators': 4}, kind, y, folds=3).evals['rmse']['mean']
-            np.testing.assert_array_equal(mean, expected)
-        with self.assertRaisesRegex(TypeError, 'not a Dataset'):
-            sylvora.cv({}, sylvora.Dataset(X), y)
-        if KFold is not None:
-            by_splitter = sylvora.cv({'n_estimators': 4}, X, y, folds=KFold(3))
-            blocks = sylvora.cv({'n_estimators': 4}, X, y, folds=3, shuffle=False)
-            np.testing.assert_array_equal(by_splitter.evals['mae']['mean'],
-                                          blocks.evals['mae']['mean'])
-
-    def test_callbacks_run_for_each_fold(self):
-        class Count(Callback):
-            begun = 0
-
-            def begin(self, total):
-                self.begun += 1
-
-        X, y = data(60)
-        count = Count()
-        sylvora.cv({'n_estimators': 2}, X, y, folds=3, callbacks=[count])
-        self.assertEqual(count.begun, 3)
 
 
 if __name__ == '__main__':
