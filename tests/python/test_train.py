@@ -13,6 +13,7 @@ except ImportError:
 
 import bundled
 import sylvora
+from arrow_producer import ArrowTable, column
 from sylvora._parameters import settings_of
 from sylvora.callbacks import Callback, EarlyStopping
 
@@ -37,6 +38,9 @@ def forms(X):
         yield 'float32', X.astype(np.float32)
     if not np.isnan(X).any() and (X.astype(np.int16) == X).all():
         yield 'int16', X.astype(np.int16)
+    yield 'Arrow', ArrowTable([column('c%d' % i, 'g', [None if value != value else value
+                                                       for value in X[:, i].tolist()])
+                               for i in range(X.shape[1])])
     try:
         import pandas
     except ImportError:
@@ -62,6 +66,7 @@ class CommandBytesTest(unittest.TestCase):
                     self.assertEqual(model.to_bytes(digits=6, description=False), expected)
             exact = model.to_bytes(description=False)
             for form, same in forms(X):
+                # The number of threads changes nothing, as was just seen.
                 again = sylvora.train(params, same, y, qid=queries, n_jobs=2)
                 with self.subTest(name=name, form=form):
                     self.assertEqual(again.to_bytes(description=False), exact)
