@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import math
-from collections.abc import Iterator, Mapping, Sequence
+from collections.abc import Iterable, Iterator, Mapping, Sequence
 from typing import Any, ClassVar, Optional
 
 import numpy as np
@@ -13,16 +13,15 @@ from sklearn.utils.validation import check_is_fitted, column_or_1d
 from ._checks import check_parameters
 from ._data import Frame, as_labels, as_weights
 from ._dataset import Dataset
+from ._fit import FitResult
 from ._model import Model
+from ._numbers import Array
 from ._parameters import settings_of
 from ._processors import usable_jobs
 from ._row_order import in_order_of_values
-from ._fit import FitResult
 from ._training import metrics_of
 
 # mypy: allow-subclassing-any
-
-Array = np.ndarray[Any, Any]
 
 # The parameters that settings_of knows; the others are passed to the training by themselves.
 _SETTINGS = frozenset(
@@ -116,6 +115,8 @@ class SylvoraBase(BaseEstimator):
         """Return the arguments of fit_model that are parameters of a boosting."""
         params = self.get_params(deep=False)
         callbacks = params["callbacks"]
+        if callbacks is not None and not isinstance(callbacks, Iterable):
+            raise TypeError(f"callbacks must be a list of callbacks or None, got {callbacks!r}")
         return {
             "objective": params.get("objective"),
             "base_score": params.get("base_score"),
@@ -163,7 +164,7 @@ class SylvoraBase(BaseEstimator):
         models, frame = self._models(), self._frame(X)
         scores = np.empty((len(models), frame.num_rows))
         for model, out in zip(models, scores):
-            model.score_table(frame.table, out, self._threads())
+            model._call(model.score_table, frame.table, out, self._threads())
         return scores
 
     def _staged(self, X: Any) -> Iterator[Array]:
@@ -211,7 +212,7 @@ class SylvoraBase(BaseEstimator):
         frame, parts = self._frame(X), []
         for model in self._models():
             leaves = np.empty((frame.num_rows, model.n_trees), dtype=np.int32)
-            model.leaves(frame.table, leaves, self._threads())
+            model._call(model.leaves, frame.table, leaves, self._threads())
             parts.append(leaves)
         return parts[0] if len(parts) == 1 else np.hstack(parts)
 
@@ -223,8 +224,9 @@ class SylvoraBase(BaseEstimator):
         keep no gain, it is the number of training rows that the splits divide. The values of
         several models, one per class, are added.
         """
-        total = np.zeros(self.n_features_in_ if hasattr(self, "model_") else 0)
-        for model in self._models():
+        models = self._models()
+        total = np.zeros(self.n_features_in_)
+        for model in models:
             total += model.feature_importance(self._importance)
         whole = math.fsum(total)
         return total / whole if whole > 0 else total

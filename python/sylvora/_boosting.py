@@ -8,8 +8,9 @@ from typing import Any, Optional
 import numpy as np
 from sklearn.base import RegressorMixin
 
-from ._base import Array, SylvoraBase, number_column
+from ._base import SylvoraBase, number_column
 from ._classifier import SylvoraClassifier
+from ._numbers import Array
 from ._ranker import SylvoraRanker
 from ._training import evaluation_data, fit_model
 

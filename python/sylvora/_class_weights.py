@@ -10,6 +10,8 @@ from typing import Any, Optional
 
 import numpy as np
 
+from ._numbers import Array
+
 _INT_MAX = 2**31 - 1
 # Of "balanced": below this weight of a row, rounding would change it by more than 3 %.
 _SMALLEST_ROUNDED = 16
@@ -57,9 +59,9 @@ def _balanced(counts: list[int], totals: list[int]) -> list[int]:
 def combine(
     class_weight: Any,
     classes: list[Any],
-    codes: np.ndarray[Any, Any],
-    sample_weight: Optional[np.ndarray[Any, Any]],
-) -> Optional[np.ndarray[Any, Any]]:
+    codes: Array,
+    sample_weight: Optional[Array],
+) -> Optional[Array]:
     """Return the weight of each row: that of its class times its own.
 
     Parameters
@@ -104,7 +106,7 @@ def combine(
             f"class_weight times sample_weight sums to {total} over the rows, more than 2**31 - 1:"
             " use smaller numbers"
         )
-    by_row: np.ndarray[Any, Any] = np.asarray(weights, dtype=np.int64)[codes]
+    by_row: Array = np.asarray(weights, dtype=np.int64)[codes]
     if sample_weight is not None:
         by_row *= sample_weight
     return by_row.astype(np.int32)

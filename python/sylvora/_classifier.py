@@ -10,10 +10,11 @@ import numpy as np
 from sklearn.base import ClassifierMixin
 from sklearn.utils.metaestimators import available_if
 
-from ._base import Array, SylvoraBase
+from ._base import SylvoraBase
 from ._class_weights import combine
 from ._core import probabilities
-from ._labels import codes_of, find_classes, kept_classes
+from ._labels import check_all_classes, codes_of, find_classes, kept_classes, name_classes
+from ._numbers import Array
 from ._one_vs_rest import Job, run_all
 from ._training import evaluation_data
 
@@ -117,7 +118,7 @@ class SylvoraClassifier(ClassifierMixin, SylvoraBase):
     >>> classifier.predict([[3.0], [8.0]])
     array(['small', 'large'], dtype='<U5')
     >>> classifier.predict_proba([[3.0]]).round(2)
-    array([[0., 1.]])
+    array([[0.01, 0.99]])
     """
 
     _fixed = {"model": "gbdt"}
@@ -221,12 +222,18 @@ class SylvoraClassifier(ClassifierMixin, SylvoraBase):
         evaluation = evaluation_data(eval_set, dataset, partial(codes_of, classes))
         if evaluation and self.objective is not None and not options["metrics"]:
             options["metrics"] = ["auc", "accuracy"]
+        if not options["metrics"] or "auc" in options["metrics"]:
+            check_all_classes(evaluation, classes)
         # The label of a row that is not of the class.
         other = 0.0 if self.objective is not None or self.loss == "log_loss" else -1.0
         data = dataset if rows is None else dataset.subset(rows)
         job = Job(data, codes, other, settings, weights, evaluation, options)
         wanted = [1] if len(classes) == 2 else list(range(len(classes)))
-        self._finish(dataset, run_all(job, wanted), classes_=classes)
+        results = run_all(job, wanted)
+        for number, result in zip(wanted, results):
+            rest = classes[0] if len(classes) == 2 else "rest"
+            name_classes(result.model, [rest, classes[number]])
+        self._finish(dataset, results, classes_=classes)
         return self
 
     def _decisions(self, scores: Array) -> Array:

@@ -7,8 +7,9 @@ from typing import Any
 import numpy as np
 from sklearn.base import ClassifierMixin, RegressorMixin
 
-from ._base import Array, SylvoraBase, number_column
-from ._labels import find_classes, kept_classes
+from ._base import SylvoraBase, number_column
+from ._labels import find_classes, kept_classes, name_classes
+from ._numbers import Array
 from ._training import fit_model
 
 # mypy: allow-subclassing-any
@@ -82,6 +83,7 @@ class OfVotes(ClassifierMixin, SylvoraBase):
         result = fit_model(
             data, codes.astype(np.float64), settings=settings, verbose=self.verbose
         )
+        name_classes(result.model, classes)
         self._finish(dataset, [result], classes_=classes)
 
     def predict(self, X: Any) -> Array:
@@ -129,5 +131,5 @@ class OfVotes(ClassifierMixin, SylvoraBase):
         """
         model, frame = self._models()[0], self._frame(X)
         shares = np.empty((frame.num_rows, model.n_classes))
-        model.votes(frame.table, shares, self._threads())
+        model._call(model.votes, frame.table, shares, self._threads())
         return shares

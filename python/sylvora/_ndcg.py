@@ -2,11 +2,9 @@
 
 from __future__ import annotations
 
-from typing import Any
-
 import numpy as np
 
-Array = np.ndarray[Any, Any]
+from ._numbers import Array
 
 
 def _ndcg(labels: Array, scores: Array, places: int) -> float:
@@ -23,7 +21,8 @@ def _ndcg(labels: Array, scores: Array, places: int) -> float:
     ends = np.cumsum(counts)
     sums = np.concatenate([[0.0], np.cumsum(discounts)])
     shares = (sums[ends] - sums[ends - counts]) / counts
-    return float(gains @ shares[tied]) / best
+    # Rounding must not lift a perfect ranking above 1.
+    return min(float(gains @ shares[tied]) / best, 1.0)
 
 
 def mean_ndcg(labels: Array, scores: Array, queries: Array, places: int) -> float:

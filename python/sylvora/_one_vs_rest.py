@@ -11,27 +11,33 @@ from typing import Any, Optional
 import numpy as np
 
 from ._dataset import Dataset
+from ._numbers import Array
 from ._training import EvaluationData, FitResult, fit_model
 from .callbacks import Callback, Round
-
-Array = np.ndarray[Any, Any]
 
 
 @dataclass(frozen=True)
 class Job:
-    """What the trainings share. `codes` and the labels of `evaluation` are numbers of classes."""
+    """What the trainings share.
+
+    `codes` and the labels of `evaluation` are numbers of classes; a row of the class that is
+    trained gets the label 1, one of another class the label `other`.
+    """
 
     data: Dataset
     codes: Array
-    other: float  # the label of rows of another class; those of the class have 1
+    other: float
     settings: dict[str, str]
     weights: Optional[Array]
     evaluation: Sequence[EvaluationData]
     options: dict[str, Any]
 
-    def train(self, wanted: int, settings: dict[str, str], extra: Sequence[Callback]) -> FitResult:
+    def train(
+        self, wanted: int, settings: dict[str, str], extra: Sequence[Callback]
+    ) -> FitResult:
         """Train the class `wanted` against the others."""
-        options: dict[str, Any] = {**self.options, "callbacks": (*self.options["callbacks"], *extra)}
+        options: dict[str, Any] = dict(self.options)
+        options["callbacks"] = (*options["callbacks"], *extra)
         evaluation = [
             replace(data, labels=self._labels(data.labels, wanted)) for data in self.evaluation
         ]

@@ -7,9 +7,10 @@ from typing import Any, Optional
 
 import numpy as np
 
-from ._base import Array, SylvoraBase, number_column
+from ._base import SylvoraBase, number_column
 from ._data import as_queries
 from ._ndcg import mean_ndcg
+from ._numbers import Array
 from ._training import evaluation_data, fit_model
 
 
@@ -246,7 +247,8 @@ class SylvoraRanker(SylvoraBase):
             If no query has a gain above 0, or the arguments do not fit together.
         """
         scores = self.predict(X)
-        return mean_ndcg(number_column(y, len(scores)), scores, _queries(group, qid, len(scores)), 10)
+        queries = _queries(group, qid, len(scores))
+        return mean_ndcg(number_column(y, len(scores)), scores, queries, 10)
 
     def _more_tags(self) -> dict[str, Any]:
         # The common checks fit without queries.

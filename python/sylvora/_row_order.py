@@ -3,13 +3,10 @@
 from __future__ import annotations
 
 from collections.abc import Iterator
-from typing import Any
-
 import numpy as np
 
 from ._dataset import Dataset
-
-Array = np.ndarray[Any, Any]
+from ._numbers import Array
 
 
 def _keys(dataset: Dataset, labels: Array, weights: Array) -> Iterator[Array]:

@@ -156,6 +156,8 @@ def metrics_of(eval_metric: Union[Metric, Sequence[Metric], None]) -> list[Metri
         return []
     if isinstance(eval_metric, str) or callable(eval_metric):
         return [eval_metric]
+    if not isinstance(eval_metric, Iterable):
+        raise TypeError(f"eval_metric must be names or functions, got {eval_metric!r}")
     metrics = list(eval_metric)
     for metric in metrics:
         if not isinstance(metric, str) and not callable(metric):
