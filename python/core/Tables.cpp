@@ -232,6 +232,9 @@ PyMethodDef methods[] = {
     {"from_arrow", Guarded<TableFromArrow>, METH_VARARGS | METH_CLASS,
      "from_arrow($type, data, missing, refuse_nan, /)\n--\n\n"
      "A table of an object with __arrow_c_stream__ or __arrow_c_array__."},
+    {"column", Guarded<TableColumn>, METH_VARARGS,
+     "column($self, column, out, /)\n--\n\n"
+     "Copies a column into an array of float64; missing values are NaN."},
     {nullptr, nullptr, 0, nullptr},
 };
 

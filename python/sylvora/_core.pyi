@@ -68,6 +68,8 @@ class Table:
     # column. Dictionary-encoded columns, too. With refuse_nan, null is a ValueError at once.
     @classmethod
     def from_arrow(cls, data: Any, missing: Optional[float], refuse_nan: bool, /) -> Table: ...
+    # Copies a column into float64 of one item per row; missing values become NaN.
+    def column(self, column: int, out: Buffer, /) -> None: ...
 
 @final
 class Dataset:

@@ -62,6 +62,8 @@ class Dataset:
     3
     """
 
+    _rows: Optional[npt.NDArray[np.int32]]  # of a subset: its rows in the table
+
     def __init__(
         self,
         X: Any,
@@ -72,6 +74,7 @@ class Dataset:
         frame = as_table(X, missing=missing)
         self._missing = missing
         self._names = frame.names
+        self._table, self._rows = frame.table, None
         if feature_names is not None:
             self._names = given_names(feature_names, frame.num_columns)
         try:
@@ -120,9 +123,18 @@ class Dataset:
             Neither whole numbers nor bool.
         """
         part = Dataset.__new__(Dataset)
-        part._core = self._core.subset(_row_numbers(rows, self.num_rows))
+        chosen = _row_numbers(rows, self.num_rows)
+        part._core = self._core.subset(chosen)
         part._missing, part._names = self._missing, self._names
+        part._table = self._table
+        part._rows = chosen if self._rows is None else self._rows[chosen]
         return part
+
+    def _column(self, column: int) -> npt.NDArray[np.float64]:
+        """A copy of a column; missing values are NaN."""
+        values = np.empty(self._table.num_rows)
+        self._table.column(column, values)
+        return values if self._rows is None else values[self._rows]
 
     def __repr__(self) -> str:
         names = f", feature_names={self._names}" if self._names else ""
