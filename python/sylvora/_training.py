@@ -156,6 +156,8 @@ def metrics_of(eval_metric: Union[Metric, Sequence[Metric], None]) -> list[Metri
         return []
     if isinstance(eval_metric, str) or callable(eval_metric):
         return [eval_metric]
+    if not isinstance(eval_metric, Iterable):
+        raise TypeError(f"eval_metric must be names or functions, got {eval_metric!r}")
     metrics = list(eval_metric)
     for metric in metrics:
         if not isinstance(metric, str) and not callable(metric):
@@ -163,11 +165,13 @@ def metrics_of(eval_metric: Union[Metric, Sequence[Metric], None]) -> list[Metri
     return metrics
 
 
-def evaluation_data(eval_set: Any, dataset: Dataset) -> list[EvaluationData]:
+def evaluation_data(
+    eval_set: Any, dataset: Dataset, labels_of: Callable[..., Any] = as_labels
+) -> list[EvaluationData]:
     """The sets to evaluate, with the columns and missing values of the training data.
 
     `eval_set` is a mapping from names to (X, y) or (X, y, group), or a list of such tuples, with
-    the names eval_0, eval_1, ...
+    the names eval_0, eval_1, ... `labels_of` is called as `as_labels` is.
     """
     if eval_set is None:
         return []
@@ -175,10 +179,12 @@ def evaluation_data(eval_set: Any, dataset: Dataset) -> list[EvaluationData]:
         if not isinstance(eval_set, (list, tuple)):
             raise TypeError(f"eval_set must be a dict of (X, y), got {type(eval_set).__name__}")
         eval_set = {f"eval_{i}": given for i, given in enumerate(eval_set)}
-    return [_evaluation_of(name, given, dataset) for name, given in eval_set.items()]
+    return [_evaluation_of(name, given, dataset, labels_of) for name, given in eval_set.items()]
 
 
-def _evaluation_of(name: Any, given: Any, dataset: Dataset) -> EvaluationData:
+def _evaluation_of(
+    name: Any, given: Any, dataset: Dataset, labels_of: Callable[..., Any]
+) -> EvaluationData:
     where = f"eval_set[{name!r}]"
     if not isinstance(name, str):
         raise TypeError(f"The names of eval_set must be strings, got {name!r}")
@@ -191,7 +197,7 @@ def _evaluation_of(name: Any, given: Any, dataset: Dataset) -> EvaluationData:
         argument=f"{where}: X",
         num_columns=dataset.num_columns,
     )
-    labels = as_labels(given[1], frame.num_rows, argument=f"{where}: y")
+    labels = labels_of(given[1], frame.num_rows, argument=f"{where}: y")
     group = given[2] if len(given) == 3 else None
     queries = None if group is None else as_queries(group, frame.num_rows)
     return EvaluationData(name, frame.table, labels, queries)
