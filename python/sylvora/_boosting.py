@@ -161,7 +161,8 @@ class SylvoraRegressor(RegressorMixin, SylvoraBase):
             Labels: finite numbers.
         sample_weight : array-like of shape (n_samples,), default=None
             Whole numbers of 0 or more. Rows of weight 0 are left out. If not all weights are 1, the
-            training takes the rows in the order of their values, whatever their order in X.
+            training takes the rows in the order of their values instead of that in X, so neither
+            their order nor rows of weight 0 decide which rows are drawn.
         eval_set : mapping of str to (X, y), or list of (X, y), default=None
             Sets to evaluate after each round. In a list they are called eval_0, eval_1, ...
 

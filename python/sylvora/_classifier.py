@@ -105,9 +105,13 @@ class SylvoraClassifier(ClassifierMixin, SylvoraBase):
     Notes
     -----
     `objective` and functions in `eval_metric` get labels 0 and 1, where 1 is ``classes_[1]`` or,
-    for more than two classes, the class at hand. Callbacks see the training of one class after the
-    other. With an objective there are no probabilities, and the metrics are "auc" and "accuracy"
-    unless `eval_metric` names others.
+    for more than two classes, the class at hand. With the losses other than "log_loss" the labels
+    are -1 and 1. Callbacks see the training of one class after the other. With an objective there
+    are no probabilities, and the metrics are "auc" and "accuracy" unless `eval_metric` names
+    others.
+
+    `class_weight` is an argument of `fit`, as it has to be whole numbers, which scikit-learn's
+    tools do not expect of a parameter of that name.
 
     Examples
     --------
@@ -187,7 +191,8 @@ class SylvoraClassifier(ClassifierMixin, SylvoraBase):
             Classes, at least two.
         sample_weight : array-like of shape (n_samples,), default=None
             Whole numbers of 0 or more. Rows of weight 0 are left out. If not all weights are 1, the
-            training takes the rows in the order of their values, whatever their order in X.
+            training takes the rows in the order of their values instead of that in X, so neither
+            their order nor rows of weight 0 decide which rows are drawn.
         class_weight : mapping, "balanced" or None, default=None
             Weights by class: whole numbers, 1 for classes not given. "balanced" is proportional to
             1 / number of rows of the class: exactly if the weights' sum stays below 2**31,

@@ -95,7 +95,8 @@ class SylvoraForestRegressor(OfNumbers):
             Labels: finite numbers.
         sample_weight : array-like of shape (n_samples,), default=None
             Whole numbers of 0 or more. Rows of weight 0 are left out. If not all weights are 1, the
-            training takes the rows in the order of their values, whatever their order in X.
+            training takes the rows in the order of their values instead of that in X, so neither
+            their order nor rows of weight 0 decide which rows are drawn.
 
         Returns
         -------
@@ -198,7 +199,8 @@ class SylvoraForestClassifier(OfVotes):
         sample_weight : array-like of shape (n_samples,), default=None
             Whole numbers of 0 or more: the training sees each row so many times, and also draws
             from as many rows. If not all weights are 1, it takes the rows in the order of their
-            values, whatever their order in X.
+            values instead of that in X, so neither their order nor rows of weight 0 decide
+            which rows are drawn.
 
         Returns
         -------
