@@ -1,6 +1,8 @@
 # The extension module: blocks of data, data sets, trainings and models, one to one over
 # src/sylvora_c.h. It knows no NumPy; arrays come and go through the buffer protocol. Arguments are
-# positional. Functions release the interpreter's global lock while the library works.
+# positional. Functions release the interpreter's global lock while the library works, all but
+# Model.score. Arguments of a wrong type raise TypeError, other faults ValueError; "array: fault" is
+# the form of messages about buffers. Objects can neither be copied nor pickled.
 from __future__ import annotations
 
 import builtins
@@ -9,8 +11,8 @@ from collections.abc import Callable, Sequence
 from typing import Any, Optional, TypeVar, final
 
 # An object with the buffer protocol.
-Buffer = Any
-ModelT = TypeVar("ModelT", bound="Model")
+_Buffer = Any
+_ModelT = TypeVar("_ModelT", bound="Model")
 
 __version__: str
 
@@ -24,8 +26,9 @@ def ReleaseModel(handle: int, /) -> None: ...
 
 @final
 class Table:
-    """Borrowed values: keeps references to the buffers, never copies them (except Arrow streams of
-    several chunks). Immutable. Faults raise ValueError or TypeError.
+    """Borrowed values: keeps the buffers, so that they cannot be resized, and never copies them
+    (except Arrow booleans, and Arrow streams of several chunks). Immutable; the values must not
+    change while the table, or a data set of it, is used. Made by the functions below.
 
     `missing`: a number that is read as missing, too; `refuse_nan`: NaN is an error instead of
     missing. Infinities are always refused where the table is used (ValueError that names row and
@@ -36,40 +39,45 @@ class Table:
     num_columns: int
     # Names of an Arrow table; None otherwise.
     names: Optional[list[str]]
-    # 2-D: float64, float32, or integers and booleans of any size; any strides.
+    # 2-D: float64, float32, or integers and booleans of any size, in native order; any strides.
+    # Cells that overlap, as of a broadcast, are refused where the table is used.
     @classmethod
-    def from_dense(cls, values: Buffer, missing: Optional[float], refuse_nan: bool, /) -> Table: ...
+    def from_dense(
+        cls, values: _Buffer, missing: Optional[float], refuse_nan: bool, /
+    ) -> Table: ...
     # One 1-D buffer per column, or a pair of it and a buffer of bytes with one bit per row, least
-    # significant first: 0 is missing.
+    # significant first: 0 is missing; None: nothing is.
     @classmethod
     def from_columns(
         cls,
-        columns: Sequence[Buffer | tuple[Buffer, Buffer]],
+        columns: Sequence[_Buffer | tuple[_Buffer, Optional[_Buffer]]],
         num_rows: int,
         missing: Optional[float],
         refuse_nan: bool,
         /,
     ) -> Table: ...
-    # CSR with by_rows, else CSC; begins and indices are int32 or int64. Indices must ascend.
+    # CSR with by_rows, else CSC; all are contiguous, begins and indices int32 or int64. Indices
+    # must ascend within a row or column; that is checked where the table is used.
     @classmethod
     def from_sparse(
         cls,
         shape: tuple[int, int],
         by_rows: bool,
-        values: Buffer,
-        indices: Buffer,
-        begins: Buffer,
+        values: _Buffer,
+        indices: _Buffer,
+        begins: _Buffer,
         missing: Optional[float],
         refuse_nan: bool,
         /,
     ) -> Table: ...
     # Any object with __arrow_c_stream__ or __arrow_c_array__ whose elements are structs (tables,
-    # record batches). Columns of other types than numbers and booleans: TypeError that names the
-    # column. Dictionary-encoded columns, too. With refuse_nan, null is a ValueError at once.
+    # record batches). Columns of other types than numbers, booleans and nulls: TypeError that names
+    # the column; half-precision floats and dictionary-encoded columns, too. With refuse_nan, null
+    # is a ValueError at once.
     @classmethod
     def from_arrow(cls, data: Any, missing: Optional[float], refuse_nan: bool, /) -> Table: ...
     # Copies a column into float64 of one item per row; missing values become NaN.
-    def column(self, column: int, out: Buffer, /) -> None: ...
+    def column(self, column: int, out: _Buffer, /) -> None: ...
 
 @final
 class Dataset:
@@ -79,33 +87,36 @@ class Dataset:
     num_columns: int
     def __new__(cls, table: Table, /) -> Dataset: ...
     # rows: int32
-    def subset(self, rows: Buffer, /) -> Dataset: ...
+    def subset(self, rows: _Buffer, /) -> Dataset: ...
 
 @final
 class Training:
-    """One training. Not thread-safe; it runs once."""
+    """One training. It runs once, with success or not. While it runs, and afterwards, it cannot be
+    changed: RuntimeError, in other threads as well. What the library refuses is a TrainingError.
+    """
 
     best_round: int  # of earlyStop, from 1; 0: none
     stopped_early: bool
     def set(self, parameter: str, value: str, /) -> None: ...
     # labels: float64, queries: int32; both are copied.
-    def data(self, data: Dataset, labels: Buffer, queries: Optional[Buffer], /) -> None: ...
-    def weights(self, weights: Buffer, /) -> None: ...  # int32
+    def data(self, data: Dataset, labels: _Buffer, queries: Optional[_Buffer], /) -> None: ...
+    def weights(self, weights: _Buffer, /) -> None: ...  # int32
     # Sets lossFunc to USER. Before each call of function(round) the library fills `scores`; after
-    # it, it reads `gradients` (negative ones) and `hessians`. All are writable float64 buffers with
-    # one item per row, which the training keeps.
+    # it, it reads `gradients` (negative ones) and `hessians`. All are writable, contiguous float64
+    # buffers with one item per row, which the training keeps until it has run. Their lengths must
+    # be equal here, and that of the data when it runs.
     def objective(
         self,
         function: Callable[[int], object],
-        scores: Buffer,
-        gradients: Buffer,
-        hessians: Optional[Buffer],
+        scores: _Buffer,
+        gradients: _Buffer,
+        hessians: Optional[_Buffer],
         /,
     ) -> None: ...
     def start(self, value: float, /) -> None: ...
     # The table is borrowed until the run ends; labels and queries are copied.
     def evaluate(
-        self, name: str, table: Table, labels: Buffer, queries: Optional[Buffer], /
+        self, name: str, table: Table, labels: _Buffer, queries: Optional[_Buffer], /
     ) -> None: ...
     def metric(self, name: str, /) -> None: ...
     # function(set name, scores as bytes of float64) -> float
@@ -113,21 +124,24 @@ class Training:
         self, name: str, function: Callable[[str, bytes], float], larger_is_better: bool, /
     ) -> None: ...
     def stop_rule(self, set: Optional[str], metric: Optional[str], /) -> None: ...
-    # function(rounds done, rounds in all) -> whether to stop and keep the model. Without one, the
-    # run still ends within a round, or a few hundredths of a second, after Ctrl-C.
+    # function(rounds done, rounds in all) -> whether to stop and keep the model. With or without
+    # one, Ctrl-C ends the run after the round, or the tree of a forest, that is under way.
     def on_progress(self, function: Callable[[int, int], bool], /) -> None: ...
     # function(stream, text), in the thread that trains or one of its workers.
     def on_message(self, function: Callable[[int, str], object], /) -> None: ...
-    # Trains. An exception of a function ends the run and is raised here as it is. Faults of
-    # parameters or labels: TrainingError. MemoryError when memory runs out.
-    def run(self, model_class: type[ModelT], /) -> ModelT: ...
-    # (set, metric, values by round), also in a progress function
+    # Trains. The first exception of a function ends the run and is raised here as it is. Faults of
+    # parameters or labels: TrainingError. MemoryError when memory runs out. Drops all functions and
+    # buffers. The model's __new__ and __init__ are not called, here and in other functions.
+    def run(self, model_class: type[_ModelT], /) -> _ModelT: ...
+    # (set, metric, values by round), also after a failed run and in a progress function
     def record(self) -> list[tuple[str, str, list[float]]]: ...
     # In a progress function: a copy of the model so far.
-    def snapshot(self, model_class: type[ModelT], /) -> ModelT: ...
+    def snapshot(self, model_class: type[_ModelT], /) -> _ModelT: ...
 
 class Model:
-    """A model. Scoring is thread-safe. `cut` and `set_description` need exclusive access."""
+    """A model. All is thread-safe; `cut` and `set_description` raise RuntimeError while another
+    thread uses the model.
+    """
 
     num_columns: int
     num_classes: int  # 0: regression
@@ -137,32 +151,39 @@ class Model:
     loss: str
     # Raise ModelError whose text begins with the file's name; OSError if it cannot be opened.
     @classmethod
-    def read(cls: builtins.type[ModelT], path: str | os.PathLike[str], described: bool, /) -> ModelT: ...
+    def read(
+        cls: builtins.type[_ModelT], path: str | bytes | os.PathLike[str], described: bool, /
+    ) -> _ModelT: ...
     @classmethod
-    def parse(cls: builtins.type[ModelT], text: Buffer, described: bool, /) -> ModelT: ...
+    def parse(cls: builtins.type[_ModelT], text: _Buffer, described: bool, /) -> _ModelT: ...
     # The file is replaced as a whole or left as it was. OSError or ModelError.
-    def write(self, path: str | os.PathLike[str], digits: int, described: bool, /) -> None: ...
+    def write(
+        self, path: str | bytes | os.PathLike[str], digits: int, described: bool, /
+    ) -> None: ...
     def text(self, digits: int, described: bool, /) -> bytes: ...
-    # A list, a tuple, or a 1-D buffer of float64, float32 or integers; None and NaN are missing.
+    # A list, a tuple, or a 1-D buffer of float64, float32 or integers. None and NaN are missing,
+    # and so is the number that the description has under `missing`. Infinities are scored.
     def score(self, row: Any, /) -> float: ...
     # Fill writable C-contiguous buffers; threads 0: all usable processors.
-    def score_table(self, table: Table, out: Buffer, threads: int, /) -> None: ...  # float64 (n,)
+    def score_table(self, table: Table, out: _Buffer, threads: int, /) -> None: ...  # float64 (n,)
     def add_groups(  # adds to float64 (n,)
-        self, table: Table, first: int, end: int, out: Buffer, threads: int, /
+        self, table: Table, first: int, end: int, out: _Buffer, threads: int, /
     ) -> None: ...
-    def leaves(self, table: Table, out: Buffer, threads: int, /) -> None: ...  # int32 (n, trees)
-    def votes(self, table: Table, out: Buffer, threads: int, /) -> None: ...  # float64 (n, classes)
+    def leaves(self, table: Table, out: _Buffer, threads: int, /) -> None: ...  # int32 (n, trees)
+    # float64 (n, classes)
+    def votes(self, table: Table, out: _Buffer, threads: int, /) -> None: ...
     def cut(self, num_groups: int, /) -> None: ...
     # Nodes as bytes of (threshold f8, output f8, column i4, left i4, right i4, cover i4), the group
-    # and its shrink.
+    # and its shrink. IndexError if there is no such tree.
     def tree(self, tree: int, /) -> tuple[bytes, int, float]: ...
     # Keys: column, class, link, missing, bestRound, setting.
     def describe(self, key: str, /) -> list[str]: ...
     def set_description(self, key: str, texts: Sequence[str], /) -> None: ...
 
-# out[i] = probability of the larger label at scores[i]; both float64 and contiguous, may be the same.
-def probabilities(loss: str, scores: Buffer, out: Buffer, /) -> None: ...
+# out[i] = probability of the larger label at scores[i]; both float64 and contiguous, and may be
+# the same array.
+def probabilities(loss: str, scores: _Buffer, out: _Buffer, /) -> None: ...
 # out[i] = 1 / (1 + exp(-scores[i])), bit for bit as the loss LogLoss has it; arrays as above.
-def expit(scores: Buffer, out: Buffer, /) -> None: ...
+def expit(scores: _Buffer, out: _Buffer, /) -> None: ...
 # The start value of the loss LogLoss. labels: float64, weights: int32.
-def log_odds(labels: Buffer, weights: Optional[Buffer], /) -> float: ...
+def log_odds(labels: _Buffer, weights: Optional[_Buffer], /) -> float: ...

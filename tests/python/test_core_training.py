@@ -1,0 +1,285 @@
+"""Trainings of sylvora._core: settings, functions of the user, interrupts."""
+import array
+import gc
+import os
+import signal
+import threading
+import time
+import traceback
+import unittest
+import weakref
+
+from sylvora import _core
+from sylvora._core import TrainingError
+from core_cases import INFINITY, NAN, TrainingCase, dense, doubles, scores_of
+
+
+class TrainingTest(TrainingCase):
+    def test_run(self):
+        class Sub(_core.Model):
+            pass
+
+        training = self.training(numTree=12)
+        training.evaluate('train', self.table, self.y, None)
+        training.metric('mae')
+        seen, texts = [], []
+        training.user_metric('largest', lambda name, scores: max(
+            abs(a - b) for a, b in zip(self.y, memoryview(scores).cast('d'))), False)
+
+        def progress(done, total):
+            seen.append((done, total, [len(values) for _, _, values in training.record()],
+                         training.snapshot(Sub)))
+
+        training.on_progress(progress)
+        training.on_message(lambda stream, text: texts.append((stream, text)))
+        model = training.run(Sub)
+        self.assertIs(type(model), Sub)
+        self.assertEqual([entry[:3] for entry in seen[-12:]],
+                         [(i, 12, [i, i]) for i in range(1, 13)])
+        scores = scores_of(model, self.table)
+        record = {metric: (name, values[-1]) for name, metric, values in training.record()}
+        self.assertEqual(record['largest'],
+                         ('train', max(abs(a - b) for a, b in zip(self.y, scores))))
+        self.assertEqual(scores_of(seen[-1][3], self.table), scores)
+        self.assertEqual(model.score(self.rows[7]), scores[7])
+        self.assertEqual((training.best_round, training.stopped_early), (0, False))
+        self.assertEqual(model.describe('setting')[3], 'numTree=12')
+
+    def test_stop_and_keep(self):
+        training = self.training(numTree=100)
+        training.on_progress(lambda done, total: done == 5)
+        self.assertEqual(training.run(_core.Model).num_groups, 5)
+
+    def test_early_stop(self):
+        training = self.training(numTree=300, earlyStop=3, valShrink=1)
+        training.evaluate('other', self.table, doubles([1.0, 2.0]) * (self.n // 2), None)
+        training.stop_rule('other', 'rmse')
+        model = training.run(_core.Model)
+        self.assertTrue(training.stopped_early)
+        self.assertEqual(model.num_groups, training.best_round)
+
+    def test_objective(self):
+        plain = scores_of(self.training().run(_core.Model), self.table)
+        for threads in (1, 3):
+            for hessians in (False, True):
+                training = self.with_objective(hessians, numThread=threads)
+                scores = scores_of(training.run(_core.Model), self.table)
+                if not hessians:
+                    self.assertEqual(scores, plain)
+                for one, other in zip(scores, plain):
+                    self.assertAlmostEqual(one, other, 6)
+        started = self.with_objective(numTree=1, numBound=self.n)  # a tree of one leaf
+        started.start(1e6)
+        self.assertGreater(started.run(_core.Model).score(self.rows[0]), 9e5)
+
+    def test_weights_and_subsets(self):
+        """Weights of 0 and 2 are rows left out and doubled, without sampling."""
+        settings = dict(valSmpRt=1, ratio=1)
+        weights = array.array('i', [i % 3 for i in range(self.n)])
+        weighted = self.training(**settings)
+        weighted.weights(weights)
+        numbers = [i for i in range(self.n) for _ in range(i % 3)]
+        repeated = _core.Training()
+        for parameter, value in dict(modelType='GBDT', numTree=10, **settings).items():
+            repeated.set(parameter, str(value))
+        subset = self.dataset.subset(array.array('i', numbers))
+        self.assertEqual((subset.num_rows, subset.num_columns), (len(numbers), 4))
+        repeated.data(subset, doubles([self.y[i] for i in numbers]), None)
+        one, other = weighted.run(_core.Model), repeated.run(_core.Model)
+        for row in self.rows[:20]:
+            self.assertAlmostEqual(one.score(row), other.score(row), places=6)
+        for fault, rows in ((ValueError, array.array('i', [self.n])),
+                            (ValueError, array.array('i', [-1])), (TypeError, doubles([1])),
+                            (TypeError, [1])):
+            with self.assertRaises(fault):
+                self.dataset.subset(rows)
+
+    def test_exceptions_of_functions(self):
+        class Mine(Exception):
+            pass
+
+        def fail(*_):
+            raise Mine('here')
+
+        def failing(register):
+            training = self.training(numTree=200, fPrint='true')
+            training.evaluate('train', self.table, self.y, None)
+            register(training)
+            return training
+
+        def bad_metric(training):
+            training.user_metric('m', lambda *_: 'x', False)
+
+        def truth_fails(training):
+            class Bad:
+                __bool__ = fail
+            training.on_progress(lambda *_: Bad())
+
+        for register in (lambda t: t.on_progress(fail), lambda t: t.on_message(fail), truth_fails,
+                         lambda t: t.user_metric('m', fail, True)):
+            names = []
+            try:
+                failing(register).run(_core.Model)
+            except Mine as caught:
+                names = [frame.name for frame in traceback.extract_tb(caught.__traceback__)]
+            self.assertEqual(names, ['test_exceptions_of_functions', 'fail'])
+        with self.assertRaises(TypeError):
+            failing(bad_metric).run(_core.Model)
+        for threads in (1, 3):
+            training = self.with_objective(act=lambda round: fail() if round == 3 else None,
+                                           numThread=threads)
+            with self.assertRaises(Mine):
+                training.run(_core.Model)
+        # The first one counts, and the record stays.
+        training = self.training()
+        training.evaluate('train', self.table, self.y, None)
+        training.on_progress(lambda done, total: fail() if done == 4 else False)
+        with self.assertRaises(Mine):
+            training.run(_core.Model)
+        self.assertEqual(len(training.record()[0][2]), 4)
+
+    def test_use_of_a_running_training(self):
+        training = self.training(numTree=5)
+        metric_calls, faults = [], []
+
+        def attempt():
+            for call in (lambda: training.set('numTree', '3'), lambda: training.run(_core.Model),
+                         lambda: training.data(self.dataset, self.y, None),
+                         lambda: training.weights(array.array('i', [1]) * self.n),
+                         lambda: training.on_progress(print), lambda: training.on_message(print),
+                         lambda: training.metric('mae'), lambda: training.start(0.0),
+                         lambda: training.stop_rule(None, None),
+                         lambda: training.user_metric('x', print, True),
+                         lambda: training.evaluate('x', self.table, self.y, None),
+                         lambda: training.objective(print, self.y, self.y, None)):
+                try:
+                    call()
+                except RuntimeError as fault:
+                    faults.append(str(fault))
+
+        def inspect():
+            for call in (training.record, lambda: training.snapshot(_core.Model)):
+                try:
+                    call()
+                except RuntimeError as fault:
+                    faults.append(str(fault))
+
+        def progress(done, total):
+            if done == 2:
+                attempt()
+                for action in (attempt, inspect):
+                    thread = threading.Thread(target=action)
+                    thread.start()
+                    thread.join()
+
+        training.evaluate('train', self.table, self.y, None)
+        training.on_progress(progress)
+        training.user_metric('m', lambda *_: metric_calls.append(1) or inspect() or 0.0, True)
+        training.run(_core.Model)
+        self.assertEqual(len(faults), 12 + 12 + 2 + 2 * len(metric_calls))
+        del faults[:]
+        attempt()
+        self.assertEqual(len(faults), 12)
+        with self.assertRaisesRegex(RuntimeError, 'progress function'):
+            training.snapshot(_core.Model)
+        training.record()
+
+    def test_faults(self):
+        def objective(*arguments):
+            return lambda: self.training().objective(*arguments)
+
+        def short():
+            training = self.training()
+            few = [doubles([0]) for _ in range(2)]
+            training.objective(print, *few, None)
+            training.run(_core.Model)
+
+        def run(**settings):
+            return lambda: self.training(**settings).run(_core.Model)
+
+        y, long = self.y, doubles([0]) * (self.n + 1)
+        for fault, text, call in (
+                (TypeError, 'no arguments', lambda: _core.Training(1)),
+                (TypeError, '', lambda: _core.Dataset(self.rows)),
+                (TypeError, 'keyword', lambda: _core.Dataset(table=self.table)),
+                (TrainingError, 'no parameter "x"', lambda: self.training(x=1)),
+                (TrainingError, 'numTree: "x"', lambda: self.training(numTree='x')),
+                (TrainingError, 'numTree', run(numTree=-1)),
+                (TrainingError, 'fileTrain', lambda: self.training(fileTrain='x')),
+                (ValueError, 'null', lambda: self.training(numTree='1\0')),
+                (TypeError, '', lambda: self.training().set('numTree', 3)),
+                (TrainingError, 'no data', lambda: _core.Training().run(_core.Model)),
+                (TrainingError, 'modelType', run(modelType='')),
+                (TrainingError, 'query', run(modelType='GBRank')),
+                (TrainingError, 'labels', lambda: self.training(long)),
+                (TrainingError, 'row 1 ', lambda: self.training(doubles([0, NAN]) * (self.n // 2))),
+                (TypeError, 'labels: the items are float32, expected float64',
+                 lambda: self.training(array.array('f', y))),
+                (TypeError, 'labels: an array', lambda: self.training(list(y))),
+                (TypeError, 'queries: the items', lambda: _core.Training().data(
+                    self.dataset, y, y)),
+                (TrainingError, 'not together', lambda: _core.Training().data(
+                    self.dataset, y, array.array('i', [0, 1]) * (self.n // 2))),
+                (TrainingError, 'weights', lambda: self.training().weights(array.array('i', [1]))),
+                (TypeError, 'cannot be called', objective(3, y, y, None)),
+                (ValueError, 'gradients: .*length', objective(print, y, doubles([1]), None)),
+                (ValueError, 'hessians: .*length', objective(print, y, y, doubles([1]))),
+                (ValueError, 'scores: .*read-only', objective(
+                    print, memoryview(bytes(y)).cast('d'), y, None)),
+                (ValueError, 'scores: .*length of 1, expected 400', short),
+                (TrainingError, 'finite', lambda: self.training().start(NAN)),
+                (TypeError, '', lambda: self.training().start('x')),
+                (TypeError, 'cannot be called', lambda: self.training().on_progress(None)),
+                (TypeError, 'subclass', lambda: self.training().run(int)),
+                (TypeError, 'subclass', lambda: self.training().run(3)),
+                (TrainingError, 'labels', lambda: self.training().evaluate(
+                    'x', self.table, long, None))):
+            with self.assertRaisesRegex(fault, text, msg=text):
+                call()
+        for name in ('nonsense', ''):
+            training = self.training()
+            training.evaluate('train', self.table, y, None)
+            with self.assertRaises(TrainingError, msg=name):
+                training.metric(name)
+                training.run(_core.Model)
+        infinite = _core.Training()
+        infinite.set('modelType', 'GBDT')
+        with self.assertRaisesRegex(ValueError, '(?i)row 1.*column 0'):
+            infinite.data(_core.Dataset(dense([[1.0], [INFINITY]])), doubles([1, 2]), None)
+            infinite.run(_core.Model)
+
+    @unittest.skipUnless(hasattr(signal, 'raise_signal'), 'needs signals')
+    def test_interrupt(self):
+        for functions in (False, True):
+            training = self.training(numTree=1000000)
+            if functions:
+                training.on_progress(lambda done, total: False)
+            timer = threading.Timer(0.2, os.kill, (os.getpid(), signal.SIGINT))
+            begin = time.monotonic()
+            timer.start()
+            with self.assertRaises(KeyboardInterrupt):
+                training.run(_core.Model)
+            self.assertLess(time.monotonic() - begin, 20)
+            timer.join()
+
+    def test_cycles_are_collected(self):
+        def cycle(run):
+            training = self.training()
+
+            def progress(done, total):
+                return len(training.record()) < 0
+
+            training.on_progress(progress)
+            training.on_message(lambda stream, text: training)
+            if run:
+                training.run(_core.Model)
+            return weakref.ref(progress)
+
+        for run in (False, True):
+            alive = cycle(run)
+            gc.collect()
+            self.assertIsNone(alive())
+
+
+if __name__ == '__main__':
+    unittest.main()
