@@ -31,18 +31,18 @@ from ._core import (
 TYPE_CHECKING = False
 if TYPE_CHECKING:
     from . import callbacks, plot
-    from ._boosting import SylvoraClassifier, SylvoraRanker, SylvoraRegressor
-    from ._dataset import Dataset
-    from ._forests import (
+    from ._estimators.boosting import SylvoraClassifier, SylvoraRanker, SylvoraRegressor
+    from ._data.dataset import Dataset
+    from ._estimators.forests import (
         SylvoraForestClassifier,
         SylvoraForestRegressor,
         SylvoraTreeClassifier,
         SylvoraTreeRegressor,
     )
-    from ._model import Model
-    from ._objectives import expit, log_odds
-    from ._training import train
-    from ._validation import CvResult, cv
+    from ._model.model import Model
+    from ._training.objectives import expit, log_odds
+    from ._training.train import train
+    from ._training.cv import CvResult, cv
 
 # What a star import brings: names that need neither NumPy nor scikit-learn.
 __all__ = [
@@ -59,20 +59,20 @@ __all__ = [
 
 # The module of each name that is loaded on first use. A module is its own name.
 _MODULES = {
-    "Model": "_model",
-    "Dataset": "_dataset",
-    "train": "_training",
-    "cv": "_validation",
-    "CvResult": "_validation",
-    "expit": "_objectives",
-    "log_odds": "_objectives",
-    "SylvoraRegressor": "_boosting",
-    "SylvoraClassifier": "_boosting",
-    "SylvoraRanker": "_boosting",
-    "SylvoraForestRegressor": "_forests",
-    "SylvoraForestClassifier": "_forests",
-    "SylvoraTreeRegressor": "_forests",
-    "SylvoraTreeClassifier": "_forests",
+    "Model": "_model.model",
+    "Dataset": "_data.dataset",
+    "train": "_training.train",
+    "cv": "_training.cv",
+    "CvResult": "_training.cv",
+    "expit": "_training.objectives",
+    "log_odds": "_training.objectives",
+    "SylvoraRegressor": "_estimators.boosting",
+    "SylvoraClassifier": "_estimators.boosting",
+    "SylvoraRanker": "_estimators.boosting",
+    "SylvoraForestRegressor": "_estimators.forests",
+    "SylvoraForestClassifier": "_estimators.forests",
+    "SylvoraTreeRegressor": "_estimators.forests",
+    "SylvoraTreeClassifier": "_estimators.forests",
     "callbacks": "callbacks",
     "plot": "plot",
 }

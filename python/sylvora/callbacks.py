@@ -16,11 +16,11 @@ from collections.abc import Callable
 from types import FrameType
 from typing import TYPE_CHECKING, Any, Optional, Protocol
 
-from ._progress import Display, display_for
+from ._training.progress import Display, display_for
 
 if TYPE_CHECKING:
-    from ._model import Model
-    from ._training import FitResult
+    from ._model.model import Model
+    from ._training.train import FitResult
 
 Evals = dict[str, dict[str, list[float]]]
 

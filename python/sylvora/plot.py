@@ -10,10 +10,10 @@ from __future__ import annotations
 from collections.abc import Callable, Collection, Mapping, Sequence
 from typing import TYPE_CHECKING, Any, Optional, Union
 
-from . import _pictures
-from ._plot_calibration import calibration
-from ._plot_importance import importance
-from ._plot_tree import tree
+from ._plot import pictures as _pictures
+from ._plot.calibration import calibration
+from ._plot.importance import importance
+from ._plot.tree import tree
 
 if TYPE_CHECKING:
     from matplotlib.axes import Axes  # type: ignore[import]
@@ -187,7 +187,7 @@ def staged_error(
     >>> ax.get_ylabel()
     'rmse (lower is better)'
     """
-    from ._plot_errors import StagedScores
+    from ._plot.errors import StagedScores
 
     data: dict[str, tuple[Any, Any]] = {} if X is None else {"X, y": (X, y)}
     data.update(sets or {})

@@ -8,8 +8,8 @@ from decimal import Decimal
 try:
     import numpy as np
     from sylvora import _core
-    from sylvora._data import as_labels, as_table
-    from sylvora._dataset import Dataset
+    from sylvora._data.tables import as_labels, as_table
+    from sylvora._data.dataset import Dataset
 except ImportError:
     np = None
 try:

@@ -16,7 +16,7 @@ except ImportError:
     raise unittest.SkipTest('needs NumPy')
 
 import sylvora
-from sylvora import _progress
+from sylvora._training import progress as _progress
 from sylvora.callbacks import (Callback, Checkpoint, EarlyStopping, KeepOnInterrupt, LogEvaluation,
                                ProgressBar, TimeLimit)
 

@@ -13,8 +13,8 @@ except ImportError:
     column = None
 if np is not None:
     from sylvora import _core
-    from sylvora._data import as_table, column_names, with_names
-    from sylvora._dataset import Dataset
+    from sylvora._data.tables import as_table, column_names, with_names
+    from sylvora._data.dataset import Dataset
 
 
 @unittest.skipIf(np is None, 'needs NumPy and the package')

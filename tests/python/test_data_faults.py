@@ -5,7 +5,7 @@ from decimal import Decimal
 from data_forms import ArrayLike, np, pd, sparse
 
 if np is not None:
-    from sylvora._data import as_labels, as_queries, as_table, as_weights
+    from sylvora._data.tables import as_labels, as_queries, as_table, as_weights
 
 
 def table_faults():

@@ -9,7 +9,7 @@ import unittest
 from data_forms import NAMES, np, records, small_data, train
 
 if np is not None:
-    from sylvora._dataset import Dataset
+    from sylvora._data.dataset import Dataset
 
 
 @unittest.skipIf(np is None, 'needs NumPy and the package')
@@ -61,7 +61,7 @@ class Datasets(unittest.TestCase):
         self.assertEqual(Dataset(records(self.X, False)).feature_names, NAMES)
 
     def test_no_other_package_is_imported(self):
-        program = ('import sys, sylvora._dataset; X = [[1.0, None]]; sylvora._dataset.Dataset(X); '
+        program = ('import sys, sylvora; X = [[1.0, None]]; sylvora.Dataset(X); '
                    'print({"pandas", "scipy", "sklearn"} & set(sys.modules))')
         self.assertEqual(subprocess.check_output([sys.executable, '-c', program]), b'set()\n')
 

@@ -9,7 +9,7 @@ import numpy as np
 import pandas as pd
 import scipy.sparse
 import sylvora
-from sylvora import _class_weights
+from sylvora._estimators import class_weights as _class_weights
 
 
 class ClassifierTest(unittest.TestCase):

@@ -26,7 +26,7 @@ from sklearn.model_selection import GridSearchCV, cross_val_score
 from sklearn.pipeline import make_pipeline
 from sklearn.preprocessing import OneHotEncoder, StandardScaler
 from sklearn.utils.estimator_checks import check_estimator
-from sylvora import _ndcg
+from sylvora._estimators import ndcg as _ndcg
 
 
 class CommonChecks(unittest.TestCase):

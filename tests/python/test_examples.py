@@ -13,7 +13,7 @@ except ImportError:
 
 
 def load_tests(loader, tests, pattern):
-    for module in pkgutil.iter_modules(sylvora.__path__, 'sylvora.'):
+    for module in pkgutil.walk_packages(sylvora.__path__, 'sylvora.'):
         try:
             found = importlib.import_module(module.name)
         except ImportError as error:

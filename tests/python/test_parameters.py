@@ -8,7 +8,7 @@ except ImportError:
     raise unittest.SkipTest('needs NumPy')
 
 import bundled
-from sylvora._parameters import settings_of
+from sylvora._training.parameters import settings_of
 
 
 class ParameterTest(unittest.TestCase):
@@ -67,8 +67,8 @@ class ParameterTest(unittest.TestCase):
     def test_all_are_documented_and_settable(self):
         """The names and the default number of rounds are those of docs/parameters.md."""
         from sylvora import _core
-        from sylvora._fit import _DEFAULT_ROUNDS
-        from sylvora._parameters import _OF_LIBRARY
+        from sylvora._training.fit import _DEFAULT_ROUNDS
+        from sylvora._training.parameters import _OF_LIBRARY
         with open(os.path.join(bundled.ROOT, 'docs', 'parameters.md')) as file:
             rows = [line.split(' | ') for line in file if line.startswith('| `')]
         defaults = {row[0][3:-1]: row[2].strip('`') for row in rows}

@@ -342,7 +342,7 @@ class Trained(Pictures):
 def load_tests(loader, tests, pattern):
     """Adds the examples of the documentation."""
     if plot and graphviz:
-        for name in ('plot', '_plot_calibration', '_plot_importance', '_plot_tree'):
+        for name in ('plot', '_plot.calibration', '_plot.importance', '_plot.tree'):
             module = importlib.import_module('sylvora.' + name)
             tests.addTests(doctest.DocTestSuite(module))
     return tests

@@ -1,0 +1,1 @@
+"""What users pass, as tables and arrays."""

@@ -1,0 +1,1 @@
+"""How the pictures of `sylvora.plot` are drawn."""

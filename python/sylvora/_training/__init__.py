@@ -1,0 +1,1 @@
+"""Trainings, cross-validation and their parameters."""

@@ -1,0 +1,59 @@
+"""Calls the callbacks of one training."""
+
+from __future__ import annotations
+
+import time
+from collections.abc import Iterable
+from typing import TYPE_CHECKING, Optional
+
+from ..callbacks import Callback, Round, RoundSource
+
+if TYPE_CHECKING:
+    from .train import FitResult
+
+
+class Calls:
+    """Each callback that has begun is told the end, once."""
+
+    def __init__(self, callbacks: Iterable[Callback]) -> None:
+        self._callbacks = list(callbacks)
+        for callback in self._callbacks:
+            if not isinstance(callback, Callback):
+                raise TypeError(
+                    "callbacks must be objects of classes derived from sylvora.callbacks.Callback, "
+                    f"got {callback!r}"
+                )
+        self._open: list[Callback] = []
+        self._start = 0.0
+
+    def __bool__(self) -> bool:
+        return bool(self._callbacks)
+
+    def begin(self, total: int) -> None:
+        self._start = time.monotonic()
+        for callback in self._callbacks:
+            self._open.append(callback)
+            callback.begin(total)
+
+    def after_round(self, number: int, total: int, source: RoundSource) -> bool:
+        """Whether the training is to end. All are called, also after one that says so."""
+        state = Round(number, total, time.monotonic() - self._start, source)
+        return any([bool(callback.after_round(state)) for callback in self._callbacks])
+
+    def stopper(self) -> Optional[Callback]:
+        """The callback that keeps the fewest rounds, if one says how many."""
+        stopper: Optional[Callback] = None
+        fewest: Optional[int] = None
+        for callback in self._callbacks:
+            keep = callback.keep_rounds
+            if keep is not None and (fewest is None or keep < fewest):
+                stopper, fewest = callback, keep
+        return stopper
+
+    def end(self, result: FitResult) -> None:
+        while self._open:
+            self._open.pop(0).end(result)
+
+    def failed(self) -> None:
+        while self._open:
+            self._open.pop(0).failed()

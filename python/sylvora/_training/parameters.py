@@ -1,0 +1,272 @@
+"""Parameters: their names, and their values as the texts that the library takes."""
+
+from __future__ import annotations
+
+import math
+import operator
+from collections.abc import Mapping
+from typing import Any, NamedTuple, Optional
+
+from .processors import usable_jobs
+
+
+class _Parameter(NamedTuple):
+    name: str  # the library's
+    kind: str  # "integer", "real", "choice", "seed", "threads" or "switch"
+    least: Optional[float] = None
+    most: Optional[float] = None
+    open_ends: str = ""  # which of the two ends are excluded: "<", ">" or both
+
+
+_MODELS = {"gbdt": "GBDT", "ranking": "GBRank", "forest": "RandomForest", "tree": "CART"}
+_TASKS = {"regression": "REG", "classification": "CLS"}
+_UNITS = {"row": "DOC", "query": "QUERY"}
+_LOSSES = {
+    "squared_error": "Square",
+    "absolute_error": "Absolute",
+    "huber": "Huber",
+    "quantile": "Quantile",
+    "log_loss": "LogLoss",
+    "logistic": "Logistic",
+    "exponential": "Exponential",
+    "squared_hinge": "HingeSquare",
+    "cross_entropy": "CrossEntropy",
+}
+_CHOICES = {"modelType": _MODELS, "fRegCls": _TASKS, "randomMode": _UNITS, "lossFunc": _LOSSES}
+# Names of the library that have none of the package.
+_OTHER_LOSSES = ("HingeSquareRank", "Label")
+
+# By the names of the package.
+_PARAMETERS = {
+    "model": _Parameter("modelType", "choice"),
+    "task": _Parameter("fRegCls", "choice"),
+    "loss": _Parameter("lossFunc", "choice"),
+    "n_estimators": _Parameter("numTree", "integer", 1),
+    "learning_rate": _Parameter("valShrink", "real"),
+    "max_depth": _Parameter("maxDepth", "integer", 1),
+    "max_leaf_nodes": _Parameter("maxLeaf", "integer", 1),
+    "min_samples_split": _Parameter("numBound", "integer", 2),
+    "subsample": _Parameter("valSmpRt", "real", 0, 1, "<"),
+    "max_features": _Parameter("ratio", "real", 0, 1, "<"),
+    "margin": _Parameter("valTau", "real"),
+    "subsample_unit": _Parameter("randomMode", "choice"),
+    "random_state": _Parameter("randomSeed", "seed"),
+    "n_jobs": _Parameter("numThread", "threads"),
+    "early_stopping_rounds": _Parameter("earlyStop", "integer", 0),
+    "delta": _Parameter("huberDelta", "real", 0, None, "<"),
+    "quantile": _Parameter("quantile", "real", 0, 1, "<>"),
+}
+# By the names of the library. numBound counts one row less than min_samples_split.
+_OF_LIBRARY = {
+    parameter.name: parameter
+    for parameter in (
+        *_PARAMETERS.values(),
+        _Parameter("numBound", "integer", 1),
+        _Parameter("randomSeed", "real"),
+        _Parameter("fPrint", "switch"),
+    )
+}
+
+_DATA = "give the data as X and y"
+_ELSEWHERE = {
+    "fileTrain": _DATA,
+    "fileTest": "score with Model.predict",
+    "fileDev": "give the data as eval_set",
+    "labelTran": "map the labels y",
+    "fileModel": "use Model.save or Model.load",
+    "filePred": "use Model.predict",
+    "mode": "use train, Model.predict or Model.feature_importance",
+    "digits": "give digits to Model.save",
+    "absent": "an absent entry of a sparse matrix is 0",
+    "evalEvery": "use the callback LogEvaluation",
+    "objective": "it is an argument of its own; for a loss of the library use loss",
+    "eval_metric": "it is an argument of its own",
+    "callbacks": "it is an argument of its own",
+    "missing": "it is an argument of its own",
+    "verbose": "it is an argument of its own",
+}
+# What other libraries call it.
+_OTHER_NAMES = {
+    "eta": "learning_rate",
+    "shrinkage": "learning_rate",
+    "max_leaves": "max_leaf_nodes",
+    "num_leaves": "max_leaf_nodes",
+    "num_boost_round": "n_estimators",
+    "num_iterations": "n_estimators",
+    "num_trees": "n_estimators",
+    "max_iter": "n_estimators",
+    "bagging_fraction": "subsample",
+    "max_samples": "subsample",
+    "colsample_bynode": "max_features",
+    "feature_fraction_bynode": "max_features",
+    "seed": "random_state",
+    "nthread": "n_jobs",
+    "num_threads": "n_jobs",
+    "early_stopping_round": "early_stopping_rounds",
+    "n_iter_no_change": "early_stopping_rounds",
+    "alpha": "quantile",
+    "boosting": "model",
+    "criterion": "loss",
+}
+
+
+def settings_of(params: Mapping[str, Any]) -> dict[str, str]:
+    """Parameters as the library takes them.
+
+    Parameters
+    ----------
+    params : mapping of str to value
+        By the names of the package or by those of docs/parameters.md. A value of None is the
+        default.
+
+    Returns
+    -------
+    dict of str to str
+        Texts by the library's names. Reals read back exactly.
+
+    Raises
+    ------
+    TypeError, ValueError
+        For an unknown name, the same parameter under both names, or a value that is not valid.
+
+    Examples
+    --------
+    >>> settings_of({"n_estimators": 100, "learning_rate": 0.1, "min_samples_split": 2})
+    {'numTree': '100', 'valShrink': '0.1', 'numBound': '1', 'modelType': 'GBDT'}
+    """
+    settings: dict[str, str] = {}
+    given: dict[str, str] = {}
+    for name, value in params.items():
+        parameter = _find(name)
+        if parameter.name in given:
+            raise ValueError(
+                f"{given[parameter.name]} and {name} are the same parameter: give only one"
+            )
+        given[parameter.name] = name
+        if value is None and parameter.kind not in ("seed", "threads"):
+            continue
+        settings[parameter.name] = _text_of(name, value, parameter)
+    _complete(settings, given)
+    return settings
+
+
+def _find(name: object) -> _Parameter:
+    if not isinstance(name, str):
+        raise TypeError(f"The name of a parameter must be a string, got {name!r}")
+    parameter = _PARAMETERS.get(name) or _OF_LIBRARY.get(name)
+    if parameter is not None:
+        return parameter
+    if name in _ELSEWHERE:
+        raise ValueError(f"{name} is not a parameter here: {_ELSEWHERE[name]}")
+    import difflib
+
+    known = [*_PARAMETERS, *_OF_LIBRARY]
+    like = [_OTHER_NAMES[name]] if name in _OTHER_NAMES else difflib.get_close_matches(name, known)
+    hint = f"did you mean {' or '.join(like)}?" if like else f"known are {', '.join(known)}"
+    raise ValueError(f"There is no parameter {name!r}: {hint}")
+
+
+def _text_of(name: str, value: Any, parameter: _Parameter) -> str:
+    if parameter.kind == "choice":
+        return _choice(name, value, parameter)
+    if parameter.kind == "threads":
+        return str(usable_jobs(value))
+    if parameter.kind == "seed":
+        return str(seed_of(value))
+    if parameter.kind == "switch":
+        if isinstance(value, bool):
+            return "true" if value else "false"
+        raise TypeError(f"{name} must be True or False, got {value!r}")
+    number = _integer(name, value) if parameter.kind == "integer" else _real(name, value)
+    _check_range(name, number, parameter)
+    if name == "min_samples_split":
+        number -= 1
+    return repr(number)
+
+
+def _choice(name: str, value: Any, parameter: _Parameter) -> str:
+    known = _CHOICES[parameter.name]
+    if not isinstance(value, str):
+        raise TypeError(f"{name} must be a string, got {value!r}")
+    if value in known:
+        return known[value]
+    if value in known.values() or (parameter.name == "lossFunc" and value in _OTHER_LOSSES):
+        return value
+    choices = ", ".join(repr(choice) for choice in known)
+    raise ValueError(f"{name} must be one of {choices}, got {value!r}")
+
+
+def _integer(name: str, value: Any) -> int:
+    try:
+        if not _is_bool(value):
+            return int(operator.index(value))
+    except TypeError:
+        pass
+    raise TypeError(f"{name} must be an integer, got {value!r}")
+
+
+def _real(name: str, value: Any) -> float:
+    try:
+        if not _is_bool(value) and not isinstance(value, (str, bytes)):
+            number = float(value)
+            if math.isfinite(number):
+                return number
+            raise ValueError(f"{name} must be finite, got {value!r}")
+    except TypeError:
+        pass
+    raise TypeError(f"{name} must be a number, got {value!r}")
+
+
+def _is_bool(value: object) -> bool:
+    return type(value).__name__ in ("bool", "bool_")
+
+
+def _check_range(name: str, number: float, parameter: _Parameter) -> None:
+    least, most, ends = parameter.least, parameter.most, parameter.open_ends
+    low = least is not None and (number <= least if "<" in ends else number < least)
+    high = most is not None and (number >= most if ">" in ends else number > most)
+    if parameter.kind == "integer" and number >= 2**31:
+        raise ValueError(f"{name} must be below 2^31, got {number}")
+    if not low and not high:
+        return
+    if most is None:
+        wanted = f"above {least}" if "<" in ends else f"at least {least}"
+    else:
+        wanted = f"above {least} and {'below' if '>' in ends else 'at most'} {most}"
+    raise ValueError(f"{name} must be {wanted}, got {number}")
+
+
+def seed_of(random_state: Any) -> int:
+    """The seed for a `random_state`: an integer from 0 to 2^32 - 1, or None for 1.
+
+    A NumPy RandomState or Generator gives its next integer, so it gives another seed each time.
+    """
+    if random_state is None:
+        return 1
+    for draw in ("integers", "randint"):  # of a Generator, of a RandomState
+        if hasattr(random_state, draw):
+            return int(getattr(random_state, draw)(1, 2**31 - 1))
+    seed = _integer("random_state", random_state)
+    if not 0 <= seed < 2**32:
+        raise ValueError(f"random_state must be from 0 to 2^32 - 1, got {seed}")
+    return seed
+
+
+def _complete(settings: dict[str, str], given: Mapping[str, str]) -> None:
+    """Adds what follows from other parameters."""
+    model = settings.setdefault("modelType", "GBDT")
+    if model in ("RandomForest", "CART"):
+        if "fRegCls" not in settings:
+            raise ValueError(
+                f"A {'forest' if model == 'RandomForest' else 'tree'} needs the parameter task: "
+                "'regression' or 'classification'"
+            )
+    elif settings.get("fRegCls") == "CLS":
+        raise ValueError(
+            f"{given['fRegCls']}: boosting has no task; choose a loss for two classes, such as "
+            "'log_loss'"
+        )
+    if model == "CART":
+        settings.setdefault("numTree", "1")  # the library tells if it is another number
+    if model == "GBRank" and settings.get("lossFunc") == "HingeSquare":
+        settings["lossFunc"] = "HingeSquareRank"
