@@ -103,7 +103,9 @@ class TableTest(unittest.TestCase):
                 with self.assertRaisesRegex(ValueError, 'begins: the last one'):
                     _core.Table.from_sparse((21, 3), by_rows, *parts, None, False)
         for indices, begins, fault in (([0, 0], [0, 2], 'out of order'),
-                                       ([0, 3], [0, 2], 'index 3'), ([-1, 0], [0, 2], 'index -1'), ([0, 1], [-2, 2], 'negative'),
+                                       ([0, 3], [0, 2], 'index 3'),
+                                       ([-1, 0], [0, 2], 'index -1'),
+                                       ([0, 1], [-2, 2], 'negative'),
                                        ([0, 1], [0, 2, 1], 'descending')):
             table = _core.Table.from_sparse(
                 (len(begins) - 1, 3), True, doubles([1, 2]), array.array('i', indices),
