@@ -1,5 +1,5 @@
-// The Python extension module `sylvora` in its older form, one file with three functions, for CPython
-// 2.7 and 3.8. Later versions have the package in python/.
+// The Python extension module `sylvora` in its older form, one file with three functions, for
+// CPython 2.7 and 3.8. Later versions have the package in python/.
 #include "Functions.h"
 #include "Libdef.h"
 

@@ -258,8 +258,8 @@ SYLVORA_C_API int sylvora_model_cut(sylvora_model* model, int64_t num_groups);
  * Logistic and Exponential. `probabilities` may be `scores`. */
 SYLVORA_C_API int sylvora_probabilities(const char* loss, const double* scores, int64_t num_scores,
                                         double* probabilities);
-/* out[i] = 1 / (1 + exp(-scores[i])), with a correctly rounded exponential: the probability p of the
- * gradients y - p of LogLoss, bit for bit, for objectives like it. `out` may be `scores`. */
+/* out[i] = 1 / (1 + exp(-scores[i])), with a correctly rounded exponential: the probability p of
+ * the gradients y - p of LogLoss, bit for bit, for objectives like it. `out` may be `scores`. */
 SYLVORA_C_API int sylvora_expit(const double* scores, int64_t num_scores, double* out);
 /* The start value of LogLoss: the log-odds of the labels above 0, each counted with its weight;
  * null: all weights are 1. Labels on one side only are an error. */

@@ -16,7 +16,7 @@ from ._plot.importance import importance
 from ._plot.tree import tree
 
 if TYPE_CHECKING:
-    from matplotlib.axes import Axes  # type: ignore[import]
+    from matplotlib.axes import Axes
 
 __all__ = ["calibration", "importance", "learning_curve", "staged_error", "tree"]
 

@@ -3,8 +3,6 @@
 
 The pictures of hand-made models need no training. Skipped where a package is missing.
 """
-import doctest
-import importlib
 import itertools
 import unittest
 
@@ -337,15 +335,6 @@ class Trained(Pictures):
         self.assertIn('class yes', plot.tree(forest, 3).source)
         self.assertIn('cover', plot.importance(forest).get_xlabel())
         plot.calibration(forest, self.X, names[self.y.astype(int)])
-
-
-def load_tests(loader, tests, pattern):
-    """Adds the examples of the documentation."""
-    if plot and graphviz:
-        for name in ('plot', '_plot.calibration', '_plot.importance', '_plot.tree'):
-            module = importlib.import_module('sylvora.' + name)
-            tests.addTests(doctest.DocTestSuite(module))
-    return tests
 
 
 if __name__ == '__main__':

@@ -9,7 +9,7 @@ from typing import TYPE_CHECKING, Any, Optional
 from . import pictures as _pictures
 
 if TYPE_CHECKING:
-    from matplotlib.axes import Axes  # type: ignore[import]
+    from matplotlib.axes import Axes
 
 
 def calibration(

@@ -8,7 +8,7 @@ from collections.abc import Mapping, Sequence
 from typing import TYPE_CHECKING, Any, Optional
 
 if TYPE_CHECKING:
-    from matplotlib.axes import Axes  # type: ignore[import]
+    from matplotlib.axes import Axes
 
 # The palette of Okabe and Ito, which readers with colour blindness can tell apart.
 COLOURS = ("#0072B2", "#D55E00", "#009E73", "#CC79A7", "#E69F00", "#56B4E9", "#000000")

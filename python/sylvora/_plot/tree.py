@@ -8,7 +8,7 @@ from typing import TYPE_CHECKING, Any, Optional
 from . import pictures as _pictures
 
 if TYPE_CHECKING:
-    from graphviz import Digraph  # type: ignore[import]
+    from graphviz import Digraph
 
 # What the library reads for a missing value.
 _MISSING = -2147483648.0
