@@ -8,6 +8,7 @@ trainings, one after the other.
 from __future__ import annotations
 
 import math
+import operator
 import os
 import signal
 import threading
@@ -95,9 +96,13 @@ class Callback:
     ----------
     keep_rounds : int or None
         If it is set when the training ends, the model is cut to so many rounds.
+    single : bool
+        Whether it is for one training only. It is then refused by `cv` and by classifiers of more
+        than two classes, which train several models.
     """
 
     keep_rounds: Optional[int] = None
+    single: bool = False
 
     def begin(self, total: int) -> None:
         """Called before the first of `total` rounds."""
@@ -140,11 +145,9 @@ class EarlyStopping(Callback):
         on: Optional[str] = None,
         min_delta: float = 0.0,
     ) -> None:
-        if rounds < 1:
-            raise ValueError(f"rounds must be at least 1, got {rounds}")
-        if not min_delta >= 0:
-            raise ValueError(f"min_delta must be at least 0, got {min_delta}")
-        self.rounds = rounds
+        if not isinstance(min_delta, (int, float)) or not min_delta >= 0:
+            raise ValueError(f"min_delta must be a number of 0 or more, got {min_delta!r}")
+        self.rounds = _checked_count("rounds", rounds)
         self.metric = metric
         self.on = on
         self.min_delta = min_delta
@@ -187,11 +190,12 @@ class EarlyStopping(Callback):
 
 
 class TimeLimit(Callback):
-    """Ends a training after the round in which a number of seconds is over, and keeps the model."""
+    """Ends a training after the round in which a number of seconds is over, and keeps the model.
+    Of several trainings, for classes or folds, each has this time."""
 
     def __init__(self, seconds: float) -> None:
-        if not seconds > 0:
-            raise ValueError(f"seconds must be above 0, got {seconds}")
+        if not isinstance(seconds, (int, float)) or not seconds > 0:
+            raise ValueError(f"seconds must be a number above 0, got {seconds!r}")
         self.seconds = seconds
 
     def after_round(self, round: Round) -> Optional[bool]:
@@ -200,7 +204,10 @@ class TimeLimit(Callback):
 
 class Checkpoint(Callback):
     """Writes the model so far to a file, every so many rounds and at the end. The file is replaced
-    as a whole; if that fails, the training ends with the error."""
+    as a whole; if that fails, the training ends with the error. For a single training: not for
+    more than two classes, nor for `cv`."""
+
+    single = True
 
     def __init__(self, path: str | os.PathLike[str], every: int = 50) -> None:
         self.path = path
@@ -260,9 +267,17 @@ def _text_of(name: str, metrics: dict[str, list[float]]) -> str:
 
 
 def _checked_every(every: int) -> int:
-    if every < 1:
-        raise ValueError(f"every must be at least 1, got {every}")
-    return every
+    return _checked_count("every", every)
+
+
+def _checked_count(name: str, value: int) -> int:
+    try:
+        count = operator.index(value)
+    except TypeError:
+        count = 0
+    if count < 1:
+        raise ValueError(f"{name} must be a whole number of 1 or more, got {value!r}")
+    return count
 
 
 class ProgressBar(Callback):
@@ -305,12 +320,16 @@ def _last_metric(evals: Evals) -> str:
 
 class KeepOnInterrupt(Callback):
     """Ctrl-C ends the training after the round and keeps the model, instead of raising
-    KeyboardInterrupt. A second Ctrl-C raises it. Works in the main thread only."""
+    KeyboardInterrupt. A second Ctrl-C raises it. Works in the main thread only. If the training is
+    one of several, for a class or a fold, and not the last one, KeyboardInterrupt is raised after
+    all: the others are missing."""
+
+    interrupted = False
+    _older: Any = None
 
     def begin(self, total: int) -> None:
         self.interrupted = False
-        self._older: Any = None
-        if threading.current_thread() is threading.main_thread():
+        if self._older is None and threading.current_thread() is threading.main_thread():
             self._older = signal.signal(signal.SIGINT, self._receive)
 
     def _receive(self, number: int, frame: Optional[FrameType]) -> None:

@@ -138,7 +138,7 @@ class StoppingTest(unittest.TestCase):
 
     def test_refused(self):
         for call, message in (
-                (lambda: EarlyStopping(0), 'at least 1'),
+                (lambda: EarlyStopping(0), 'whole number of 1 or more'),
                 (lambda: EarlyStopping(1, min_delta=-1), 'min_delta'),
                 (lambda: TimeLimit(0), 'above 0'), (lambda: Checkpoint('x', 0), 'every'),
                 (lambda: LogEvaluation(0), 'every')):

@@ -12,8 +12,9 @@ Names = Optional[list[str]]
 ErrorT = TypeVar("ErrorT", bound=Exception)
 
 _MOST_SHOWN = 20
-# How the library begins what it says of a table.
+# How the library begins what it says of a table, and of a set to evaluate.
 _BLOCK = "The data block"
+_EVALUATED = re.compile(r'evaluation set "([^"]*)": ')
 
 
 def names_of(X: Any, argument: str) -> Names:
@@ -39,6 +40,8 @@ def given_names(names: Any, num_columns: int) -> list[str]:
     """Names that a user gives to columns. Raises TypeError and ValueError."""
     if isinstance(names, str) or not all(isinstance(name, str) for name in names):
         raise TypeError("feature_names must be a list of text, one name per column")
+    for name in names:
+        _refuse_null(name, "feature_names")
     if len(names) != num_columns:
         raise ValueError(f"feature_names has {len(names)} names for {num_columns} columns")
     return unique([str(name) for name in names], "feature_names") or []
@@ -58,10 +61,16 @@ def unique(labels: Optional[list[Any]], argument: str) -> Names:
         )
     seen: set[str] = set()
     for label in labels:
+        _refuse_null(label, argument)
         if label in seen:
             raise ValueError(f'{argument}: two columns have the name "{label}"; rename one of them')
         seen.add(label)
     return labels
+
+
+def _refuse_null(name: str, argument: str) -> None:
+    if "\0" in name:
+        raise ValueError(f"{argument}: the name {name!r} has a null character")
 
 
 def order_of(found: Names, wanted: Sequence[str], argument: str) -> Optional[list[int]]:
@@ -118,8 +127,9 @@ def with_names(
         return f'column "{known[column]}"' if column < len(known) else match[0]
 
     text = re.sub(r"\bcolumn (\d+)\b", name, str(error))
-    if text.startswith(_BLOCK):
-        text = argument + text[len(_BLOCK) :].rstrip("!")
+    text = _EVALUATED.sub(lambda match: f"eval_set[{match[1]!r}] ", text)
+    if text.startswith((_BLOCK, "eval_set[")):
+        text = text.replace(_BLOCK, argument, 1).rstrip("!")
         if "infinite value in row" in text:
             text += "; put a finite number there, or NaN if the value is missing"
         elif "has a NaN in row" in text:

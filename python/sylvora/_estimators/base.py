@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import math
-from collections.abc import Iterable, Iterator, Mapping, Sequence
+from collections.abc import Iterator, Mapping, Sequence
 from typing import Any, ClassVar, Optional
 
 import numpy as np
@@ -19,6 +19,7 @@ from .._data.numbers import Array
 from .._training.parameters import settings_of
 from .._training.processors import usable_jobs
 from .row_order import in_order_of_values
+from .._training.calls import checked_callbacks
 from .._training.train import metrics_of
 
 # mypy: allow-subclassing-any
@@ -114,14 +115,11 @@ class SylvoraBase(BaseEstimator):
     def _options(self) -> dict[str, Any]:
         """Return the arguments of fit_model that are parameters of a boosting."""
         params = self.get_params(deep=False)
-        callbacks = params["callbacks"]
-        if callbacks is not None and not isinstance(callbacks, Iterable):
-            raise TypeError(f"callbacks must be a list of callbacks or None, got {callbacks!r}")
         return {
             "objective": params.get("objective"),
             "base_score": params.get("base_score"),
             "metrics": metrics_of(params["eval_metric"]),
-            "callbacks": () if callbacks is None else tuple(callbacks),
+            "callbacks": checked_callbacks(params["callbacks"]),
             "verbose": params["verbose"],
         }
 

@@ -13,9 +13,10 @@ from sklearn.utils.metaestimators import available_if
 from .base import SylvoraBase
 from .class_weights import combine
 from .._core import probabilities
-from .labels import check_all_classes, codes_of, find_classes, kept_classes, name_classes
+from .labels import check_all_classes, class_names, codes_of, find_classes, kept_classes
 from .._data.numbers import Array
 from .one_vs_rest import Job, run_all
+from .row_order import in_order_of_values
 from .._training.train import evaluation_data
 
 # mypy: allow-subclassing-any, allow-untyped-decorators
@@ -197,7 +198,7 @@ class SylvoraClassifier(ClassifierMixin, SylvoraBase):
             Weights by class: whole numbers, 1 for classes not given. "balanced" is proportional to
             1 / number of rows of the class: exactly if the weights' sum stays below 2**31,
             otherwise to the nearest whole numbers with such a sum. A row's weight is that of its
-            class times its `sample_weight`.
+            class times its `sample_weight`, and has the same effect.
         eval_set : mapping of str to (X, y), or list of (X, y), default=None
             Sets to evaluate after each round. In a list they are called eval_0, eval_1, ...
 
@@ -224,6 +225,9 @@ class SylvoraClassifier(ClassifierMixin, SylvoraBase):
                 " classifier needs two"
             )
         weights = combine(class_weight, classes.tolist(), codes, weights)
+        if rows is None and weights is not None:
+            rows = in_order_of_values(dataset, codes, weights, np.arange(dataset.num_rows))
+            codes, weights = codes[rows], weights[rows]
         evaluation = evaluation_data(eval_set, dataset, partial(codes_of, classes))
         if evaluation and self.objective is not None and not options["metrics"]:
             options["metrics"] = ["auc", "accuracy"]
@@ -232,13 +236,10 @@ class SylvoraClassifier(ClassifierMixin, SylvoraBase):
         # The label of a row that is not of the class.
         other = 0.0 if self.objective is not None or self.loss == "log_loss" else -1.0
         data = dataset if rows is None else dataset.subset(rows)
-        job = Job(data, codes, other, settings, weights, evaluation, options)
+        names = class_names(classes)
+        job = Job(data, codes, other, settings, weights, evaluation, options, names)
         wanted = [1] if len(classes) == 2 else list(range(len(classes)))
-        results = run_all(job, wanted)
-        for number, result in zip(wanted, results):
-            rest = classes[0] if len(classes) == 2 else "rest"
-            name_classes(result.model, [rest, classes[number]])
-        self._finish(dataset, results, classes_=classes)
+        self._finish(dataset, run_all(job, wanted), classes_=classes)
         return self
 
     def _decisions(self, scores: Array) -> Array:

@@ -8,7 +8,7 @@ import numpy as np
 from sklearn.base import ClassifierMixin, RegressorMixin
 
 from .base import SylvoraBase, number_column
-from .labels import find_classes, kept_classes, name_classes
+from .labels import find_classes, kept_classes, class_names
 from .._data.numbers import Array
 from .._training.train import fit_model
 
@@ -81,9 +81,12 @@ class OfVotes(ClassifierMixin, SylvoraBase):
             data = data.subset(np.repeat(np.arange(len(weights), dtype=np.int32), weights))
             codes = np.repeat(codes, weights)
         result = fit_model(
-            data, codes.astype(np.float64), settings=settings, verbose=self.verbose
+            data,
+            codes.astype(np.float64),
+            settings=settings,
+            verbose=self.verbose,
+            class_names=class_names(classes),
         )
-        name_classes(result.model, classes)
         self._finish(dataset, [result], classes_=classes)
 
     def predict(self, X: Any) -> Array:

@@ -8,10 +8,8 @@ from typing import Any, Optional
 import numpy as np
 from sklearn.utils.multiclass import check_classification_targets
 
-from .. import _core
 from .base import label_column
 from .._training.fit import EvaluationData
-from .._model.model import Model
 from .._data.numbers import Array
 
 
@@ -28,12 +26,32 @@ def find_classes(y: Any, num_rows: int) -> tuple[Array, Array]:
     Raises
     ------
     ValueError
-        If the labels are no classes or of several kinds, or y has another shape.
+        If the labels are no classes or one is missing, or y has another shape.
     """
-    labels = label_column(y, num_rows)
+    labels = _labels_of(y, num_rows, "y")
     check_classification_targets(labels)
     classes, codes = np.unique(labels, return_inverse=True)
     return classes, codes
+
+
+def _is_missing(label: Any) -> bool:
+    """Whether a label is None, or not equal to itself: NaN, NaT, NA."""
+    try:
+        return label is None or not bool(label == label)
+    except TypeError:  # pandas.NA has no truth value
+        return True
+
+
+def _labels_of(y: Any, num_rows: int, argument: str) -> Array:
+    labels = label_column(y, num_rows, argument)
+    if labels.dtype.kind != "O":
+        return labels
+    for row, label in enumerate(labels):
+        if _is_missing(label):
+            raise ValueError(f"{argument}: the label of row {row} is missing ({label!r})")
+    # Numbers that came as objects, such as those of nullable columns.
+    numbers = np.asarray(labels.tolist())
+    return numbers if numbers.dtype.kind in "biuf" else labels
 
 
 def kept_classes(classes: Array, codes: Array, rows: Optional[Array]) -> tuple[Array, Array]:
@@ -44,9 +62,19 @@ def kept_classes(classes: Array, codes: Array, rows: Optional[Array]) -> tuple[A
     return classes[kept], codes
 
 
-def name_classes(model: Model, classes: Iterable[Any]) -> None:
-    """Put the names of the classes into the description of a model that was just trained."""
-    _core.Model.set_description(model, "class", [str(label) for label in classes])
+def class_names(classes: Iterable[Any]) -> list[str]:
+    """Return the classes as texts for the description of a model.
+
+    Raises
+    ------
+    ValueError
+        If a text has a null character, which a description cannot hold.
+    """
+    names = [str(label) for label in classes]
+    for name in names:
+        if "\0" in name:
+            raise ValueError(f"y: the class {name!r} has a null character")
+    return names
 
 
 def codes_of(classes: Array, y: Any, num_rows: int, *, argument: str) -> Array:
@@ -57,7 +85,12 @@ def codes_of(classes: Array, y: Any, num_rows: int, *, argument: str) -> Array:
     ValueError
         If a label is not among the classes; `argument` names y in the text.
     """
-    labels = label_column(y, num_rows, argument)
+    labels = _labels_of(y, num_rows, argument)
+    if (labels.dtype.kind in "US") != (classes.dtype.kind in "US"):
+        raise ValueError(
+            f"{argument} has labels of the type {labels.dtype}, those of the training rows have "
+            f"{classes.dtype}"
+        )
     codes = np.searchsorted(classes, labels)
     codes[codes == len(classes)] = 0
     unknown = np.flatnonzero(classes[codes] != labels)

@@ -6,12 +6,14 @@ import threading
 from collections.abc import Sequence
 from concurrent.futures import FIRST_EXCEPTION, Future, ThreadPoolExecutor, wait
 from dataclasses import dataclass, replace
+from functools import partial
 from typing import Any, Optional
 
 import numpy as np
 
 from .._data.dataset import Dataset
 from .._data.numbers import Array
+from .._training.calls import in_turn
 from .._training.train import EvaluationData, FitResult, fit_model
 from ..callbacks import Callback, Round
 
@@ -21,7 +23,8 @@ class Job:
     """What the trainings share.
 
     `codes` and the labels of `evaluation` are numbers of classes; a row of the class that is
-    trained gets the label 1, one of another class the label `other`.
+    trained gets the label 1, one of another class the label `other`. `names` are those of all
+    classes.
     """
 
     data: Dataset
@@ -31,6 +34,7 @@ class Job:
     weights: Optional[Array]
     evaluation: Sequence[EvaluationData]
     options: dict[str, Any]
+    names: Sequence[str]
 
     def train(
         self, wanted: int, settings: dict[str, str], extra: Sequence[Callback]
@@ -38,6 +42,7 @@ class Job:
         """Train the class `wanted` against the others."""
         options: dict[str, Any] = dict(self.options)
         options["callbacks"] = (*options["callbacks"], *extra)
+        rest = self.names[0] if len(self.names) == 2 else "rest"
         evaluation = [
             replace(data, labels=self._labels(data.labels, wanted)) for data in self.evaluation
         ]
@@ -47,6 +52,7 @@ class Job:
             settings=settings,
             weights=self.weights,
             evaluation=evaluation,
+            class_names=[rest, self.names[wanted]],
             **options,
         )
 
@@ -82,7 +88,8 @@ def run_all(job: Job, wanted: Sequence[int]) -> list[FitResult]:
     num_threads = int(job.settings["numThread"])
     workers = min(len(wanted), num_threads)
     if workers == 1 or job.calls_functions():
-        return [job.train(number, job.settings, ()) for number in wanted]
+        trainings = [partial(job.train, number, job.settings, ()) for number in wanted]
+        return in_turn(trainings, job.options["callbacks"])
     settings = {**job.settings, "numThread": str(num_threads // workers)}
     stop = threading.Event()
     with ThreadPoolExecutor(workers) as pool:

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import operator
 import os
 from collections.abc import Callable, Iterator, Sequence
 from typing import TYPE_CHECKING, Any, NoReturn, Optional
@@ -278,7 +279,7 @@ class Model(ModelFacts):
         if not self._has_rounds():
             raise ValueError(f"A {self.type} has no rounds")
         try:
-            first, end = (int(bound) for bound in iteration_range)
+            first, end = (operator.index(bound) for bound in iteration_range)
         except (TypeError, ValueError):
             raise TypeError(
                 f"iteration_range must be a pair of integers, got {iteration_range!r}"

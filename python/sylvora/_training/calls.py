@@ -1,15 +1,50 @@
-"""Calls the callbacks of one training."""
+"""Calls the callbacks of one training. Ends come in the opposite order of beginnings."""
 
 from __future__ import annotations
 
 import time
-from collections.abc import Iterable
-from typing import TYPE_CHECKING, Optional
+from collections.abc import Callable, Iterable, Sequence
+from typing import TYPE_CHECKING, Any, Optional
 
-from ..callbacks import Callback, Round, RoundSource
+from ..callbacks import Callback, KeepOnInterrupt, Round, RoundSource
 
 if TYPE_CHECKING:
     from .train import FitResult
+
+
+def checked_callbacks(callbacks: Any) -> tuple[Callback, ...]:
+    """The argument `callbacks` as a tuple; None: none."""
+    if callbacks is None:
+        return ()
+    if isinstance(callbacks, Callback) or not isinstance(callbacks, Iterable):
+        raise TypeError(f"callbacks must be a list of callbacks or None, got {callbacks!r}")
+    return tuple(callbacks)
+
+
+def in_turn(
+    trainings: Sequence[Callable[[], FitResult]], callbacks: Sequence[Callback]
+) -> list[FitResult]:
+    """Runs several trainings, one after the other, that have the same callbacks.
+
+    Raises
+    ------
+    ValueError
+        A callback is for one training only.
+    KeyboardInterrupt
+        A training ended by Ctrl-C, and others are missing.
+    """
+    for callback in callbacks:
+        if callback.single and len(trainings) > 1:
+            raise ValueError(
+                f"callbacks: {type(callback).__name__} is for one training, but there are "
+                f"{len(trainings)}, one after the other"
+            )
+    results: list[FitResult] = []
+    for train in trainings:
+        if results and any(isinstance(c, KeepOnInterrupt) and c.interrupted for c in callbacks):
+            raise KeyboardInterrupt
+        results.append(train())
+    return results
 
 
 class Calls:
@@ -52,8 +87,8 @@ class Calls:
 
     def end(self, result: FitResult) -> None:
         while self._open:
-            self._open.pop(0).end(result)
+            self._open.pop().end(result)
 
     def failed(self) -> None:
         while self._open:
-            self._open.pop(0).failed()
+            self._open.pop().failed()

@@ -5,6 +5,7 @@ from __future__ import annotations
 import math
 from collections.abc import Callable, Iterable, Mapping, Sequence
 from dataclasses import dataclass
+from functools import partial
 from typing import TYPE_CHECKING, Any, Optional, Union
 
 import numpy as np
@@ -12,10 +13,12 @@ import numpy as np
 from .. import _core
 from .._data.tables import as_labels, as_table, as_weights
 from .._data.dataset import Dataset
+from .calls import checked_callbacks, in_turn
 from .fit import EvaluationData, FitResult, best_round, fit_model
 from .folds import folds_of, rows_of
 from .metrics import Metric, is_larger_better
 from .parameters import settings_of
+from .._model.model import completed
 from .train import dataset_of, metrics_of, queries_of, with_jobs
 
 if TYPE_CHECKING:
@@ -155,12 +158,13 @@ feature_names, missing, n_jobs, verbose
         "objective": objective,
         "base_score": base_score,
         "metrics": metrics,
-        "callbacks": tuple(callbacks),
+        "callbacks": checked_callbacks(callbacks),
         "verbose": verbose,
     }
     weights = as_weights(sample_weight, num_rows)
     runner = _Runner(X, dataset, labels, queries, weights, options)
-    results = [runner.run(fold) for fold in made]
+    trainings = [partial(runner.run, fold) for fold in made]
+    results = in_turn(trainings, checked_callbacks(callbacks))
     return _summary(results, made, patience, metrics, return_models)
 
 
@@ -224,9 +228,13 @@ def _summary(
     at = (best or rounds) - 1
     models = [result.model for result in results] if return_models else None
     if models is not None and patience > 0 and best is not None:
-        for model in models:
+        for model, curve in zip(models, folded):
             _core.Model.cut(model, min(best + model.n_groups - model.n_rounds, model.n_groups))
             _core.Model.set_description(model, "bestRound", [str(best)])
+            evaluation = {_SET: {metric: values.tolist() for metric, values in curve.items()}}
+            value = float(curve[deciding][best - 1])
+            state = {"evals_result_": evaluation, "best_score_": value, "_best_iteration": best}
+            completed(model, state)
     score, std = float(evals[deciding]["mean"][at]), float(evals[deciding]["std"][at])
     return CvResult(evals, folded, best, score, std, folds, models)
 

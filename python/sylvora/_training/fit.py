@@ -78,9 +78,11 @@ def fit_model(
     metrics: Sequence[Metric] = (),
     callbacks: Sequence[Callback] = (),
     verbose: Union[bool, int] = False,
+    class_names: Sequence[str] = (),
 ) -> FitResult:
     """Trains on data that were checked; see `train` for the arguments. `settings` is what
-    `settings_of` returns. Rows of weight 0 are left out, so they count nowhere."""
+    `settings_of` returns. Rows of weight 0 are left out, so they count nowhere. `class_names` are
+    for the model's description."""
     if objective is None and base_score is not None:
         raise ValueError("base_score needs an objective; losses have their own start")
     if objective is not None and settings.get("lossFunc", "USER") != "USER":
@@ -103,7 +105,7 @@ def fit_model(
     fit.set_metrics(metrics)
     if objective is not None:
         fit.set_objective(objective, labels, base_score)
-    return fit.run(dataset.feature_names)
+    return fit.run(dataset.feature_names, class_names)
 
 
 def _with_verbose(
@@ -219,8 +221,9 @@ class _Fit:
 
     # The run.
 
-    def run(self, names: Optional[Sequence[str]]) -> FitResult:
+    def run(self, names: Optional[Sequence[str]], class_names: Sequence[str]) -> FitResult:
         self._names = names
+        self._class_names = class_names
         self.training.on_message(self._receive)
         if self._calls:
             self.training.on_progress(self._after_round)
@@ -247,6 +250,8 @@ class _Fit:
     def _completed(self, model: Model) -> Model:
         if self._names:
             _core.Model.set_description(model, "column", list(self._names))
+        if self._class_names:
+            _core.Model.set_description(model, "class", list(self._class_names))
         if self._start is not None:
             texts = [*model.describe("setting"), f"{BASE_SCORE}={self._start!r}"]
             _core.Model.set_description(model, "setting", texts)
@@ -258,13 +263,11 @@ class _Fit:
         stopper = self._calls.stopper()
         stopped = self.training.stopped_early
         if stopper is not None and stopper.keep_rounds is not None:
-            keep = stopper.keep_rounds
+            keep = min(stopper.keep_rounds, model.n_rounds)
             stopped = stopped or self._done < self._total
             if keep < model.n_rounds:
                 _core.Model.cut(model, keep + model.n_groups - model.n_rounds)
-                _core.Model.set_description(model, "bestRound", [str(keep)])
-            else:
-                stopper = None
+            _core.Model.set_description(model, "bestRound", [str(keep)])
         best, score = self._best(evals, stopper)
         state = {"evals_result_": evals, "best_score_": score, "_best_iteration": best}
         return FitResult(completed(model, state), evals, best, score, stopped)
@@ -285,7 +288,7 @@ class _Fit:
             return None, values[-1] if values else None
         number = self.training.best_round
         if stopper is not None and stopper.keep_rounds is not None:
-            number = stopper.keep_rounds
+            number = min(stopper.keep_rounds, len(values))
         if number == 0:
             number = best_round(values, self.greater_is_better(metric))
         return number or None, values[number - 1] if number else None

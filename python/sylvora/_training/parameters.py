@@ -42,7 +42,7 @@ _PARAMETERS = {
     "task": _Parameter("fRegCls", "choice"),
     "loss": _Parameter("lossFunc", "choice"),
     "n_estimators": _Parameter("numTree", "integer", 1),
-    "learning_rate": _Parameter("valShrink", "real"),
+    "learning_rate": _Parameter("valShrink", "real", 0, None, "<"),
     "max_depth": _Parameter("maxDepth", "integer", 1),
     "max_leaf_nodes": _Parameter("maxLeaf", "integer", 1),
     "min_samples_split": _Parameter("numBound", "integer", 2),
@@ -56,12 +56,14 @@ _PARAMETERS = {
     "delta": _Parameter("huberDelta", "real", 0, None, "<"),
     "quantile": _Parameter("quantile", "real", 0, 1, "<>"),
 }
-# By the names of the library. numBound counts one row less than min_samples_split.
+# By the names of the library, with its ranges. numBound counts one row less than
+# min_samples_split.
 _OF_LIBRARY = {
     parameter.name: parameter
     for parameter in (
         *_PARAMETERS.values(),
         _Parameter("numBound", "integer", 1),
+        _Parameter("valShrink", "real"),
         _Parameter("randomSeed", "real"),
         _Parameter("fPrint", "switch"),
     )

@@ -8,6 +8,7 @@ from typing import TYPE_CHECKING, Any, Optional, Union
 
 from .._data.tables import as_labels, as_queries, as_table, as_weights
 from .._data.dataset import Dataset
+from .calls import checked_callbacks
 from .fit import EvaluationData, FitResult, fit_model
 from .metrics import Metric
 from .parameters import settings_of
@@ -119,7 +120,7 @@ def train(
         base_score=base_score,
         evaluation=evaluation_data(eval_set, dataset),
         metrics=metrics_of(eval_metric),
-        callbacks=tuple(callbacks),
+        callbacks=checked_callbacks(callbacks),
         verbose=verbose,
     )
     return result.model
