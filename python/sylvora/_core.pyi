@@ -78,6 +78,9 @@ class Table:
     def from_arrow(cls, data: Any, missing: Optional[float], refuse_nan: bool, /) -> Table: ...
     # Copies a column into float64 of one item per row; missing values become NaN.
     def column(self, column: int, out: _Buffer, /) -> None: ...
+    # A table of the same values with these columns, in this order, and their names. For tables by
+    # column or of Arrow only: ValueError. IndexError if there is no such column.
+    def select(self, order: Sequence[int], /) -> Table: ...
 
 @final
 class Dataset:
