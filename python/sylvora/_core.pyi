@@ -164,8 +164,10 @@ class Model:
         self, path: str | bytes | os.PathLike[str], digits: int, described: bool, /
     ) -> None: ...
     def text(self, digits: int, described: bool, /) -> bytes: ...
-    # A list, a tuple, or a 1-D buffer of float64, float32 or integers. None and NaN are missing,
-    # and so is the number that the description has under `missing`. Infinities are scored.
+    # The score of one row: a list, a tuple, or a 1-D buffer of float64, float32 or integers. None
+    # and NaN are missing, and so is the number that the description has under `missing`; ValueError
+    # if the description says that nothing is missing. Infinities, which score_table refuses, are
+    # scored as they are.
     def score(self, row: Any, /) -> float: ...
     # Fill writable C-contiguous buffers; threads 0: all usable processors.
     def score_table(self, table: Table, out: _Buffer, threads: int, /) -> None: ...  # float64 (n,)
