@@ -98,6 +98,7 @@ class Training:
     changed: RuntimeError, in other threads as well. What the library refuses is a TrainingError.
     """
 
+    # Both are, as `record`, for other threads and functions only when the training does not run.
     best_round: int  # of earlyStop, from 1; 0: none
     stopped_early: bool
     def set(self, parameter: str, value: str, /) -> None: ...
@@ -136,7 +137,8 @@ class Training:
     # parameters or labels: TrainingError. MemoryError when memory runs out. Drops all functions and
     # buffers. The model's __new__ and __init__ are not called, here and in other functions.
     def run(self, model_class: type[_ModelT], /) -> _ModelT: ...
-    # (set, metric, values by round), also after a failed run and in a progress function
+    # (set, metric, values by round), also after a failed run and in a progress function. While the
+    # training runs, other functions and threads get a RuntimeError.
     def record(self) -> list[tuple[str, str, list[float]]]: ...
     # In a progress function: a copy of the model so far.
     def snapshot(self, model_class: type[_ModelT], /) -> _ModelT: ...
