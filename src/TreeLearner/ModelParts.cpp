@@ -2,6 +2,7 @@
 #include "ModelParts.h"
 
 #include <utility>
+#include <vector>
 
 #include "../TreeLearner.h"
 #include "../god/Report.h"
@@ -56,7 +57,24 @@ class WithoutContext {
     MessageSinkType sink = nullptr;
 };
 
+// The depth of the last node. The reader made sure that children come after their parent.
+int DepthOfLast(const engine::PackedTree& tree) {
+    std::vector<int> depthV(tree.numNodes);
+    for (size_t k = 0; k < tree.numNodes; ++k) {
+        const engine::PackedNode& node = tree.nodeV[k];
+        if (node.IsLeaf()) continue;
+        depthV[static_cast<size_t>(node.lson)] = depthV[k] + 1;
+        depthV[static_cast<size_t>(node.rson)] = depthV[k] + 1;
+    }
+    return depthV.empty() ? 0 : depthV.back();
+}
+
 }  // namespace
+
+void ModelParts::DeriveDepths(TreeLearner& learner) {
+    if (learner.packedTrees == nullptr) return;
+    for (engine::PackedTree& tree : learner.packedTrees->treeV) tree.depth = DepthOfLast(tree);
+}
 
 int ModelParts::Cut(TreeLearner& learner, long long numGroups) {
     const TreeLearner::CallScope scope(learner);

@@ -12,9 +12,9 @@ class TreeLearner;
 
 namespace sylvora {
 
-// All return 0, or -1 after a message; the result arguments and the learner are then as they were.
-// Blocks are read as OnlineTestingBatch reads them, and `maxThreads` is what it is there. Functions
-// with a const learner may run at the same time as any others of them.
+// All that return an int return 0, or -1 after a message; the result arguments and the learner are
+// then as they were. Blocks are read as OnlineTestingBatch reads them, and `maxThreads` is what it
+// is there. Functions with a const learner may run at the same time as any others of them.
 class ModelParts {
   public:
     // Adds the outputs of the groups [first, end) of a regression to scores[0, numRows), in order:
@@ -36,6 +36,9 @@ class ModelParts {
 
     // Drops all groups but the first `numGroups`, at least one.
     [[nodiscard]] static int Cut(TreeLearner& learner, long long numGroups);
+    // Sets the depth of each tree to that of its last node, as training does; reading a model does
+    // not keep what the file says. Saved again, a model of a training is then the same file.
+    static void DeriveDepths(TreeLearner& learner);
     // The text, with 17 digits and a description, of the model that a training under way would have
     // if it ended here. The trees of a forest that are grown already are its group. `description`
     // gets the covers, unless the learner keeps none. To be called by a progress function.

@@ -15,11 +15,17 @@ struct sylvora_dataset {
     std::string missing;  // as ModelDescription has it
 };
 
+// Where a tree is: the group, and the index in it. Covers are in the order of the trees.
+struct sylvora_tree_place {
+    size_t group, tree, firstCover;
+};
+
 struct sylvora_model {
     std::unique_ptr<TreeLearner> learner;
     sylvora::ModelDescription description;
-    std::vector<std::string> settingV;  // of the description, as "parameter=value"
-    std::string bestRound;              // of the description, as a text
+    std::vector<sylvora_tree_place> placeV;  // of all trees, in order
+    std::vector<std::string> settingV;       // of the description, as "parameter=value"
+    std::string bestRound;                   // of the description, as a text
 };
 
 namespace sylvora::c {
@@ -45,8 +51,8 @@ std::string ExactText(double value);
 // A model to load into.
 std::unique_ptr<sylvora_model> FreshModel();
 
-// Sets the texts of a description that are derived from other members.
-void DeriveTexts(sylvora_model& model);
+// Sets the members that are derived from the learner and the description.
+void Derive(sylvora_model& model);
 
 }  // namespace sylvora::c
 

@@ -26,7 +26,17 @@ std::unique_ptr<sylvora_model> FreshModel() {
     return model;
 }
 
-void DeriveTexts(sylvora_model& model) {
+void Derive(sylvora_model& model) {
+    const EnsembleView trees(*model.learner);
+    size_t numNodes = 0;
+    model.placeV.clear();
+    model.placeV.reserve(trees.NumTrees());
+    for (size_t g = 0; g < trees.NumGroups(); ++g) {
+        for (size_t t = 0; t < trees.GroupSize(g); ++t) {
+            model.placeV.push_back({g, t, numNodes});
+            numNodes += trees.Tree(g, t).NumNodes();
+        }
+    }
     model.settingV.clear();
     for (const auto& [parameter, value] : model.description.settingV) {
         model.settingV.push_back(Text(parameter, "=", value));
@@ -47,7 +57,8 @@ int Loaded(sylvora_model** out, const Load& load) {
     if (model->learner->getGroupNum() == 0) {
         return Fail("ERROR: The text is no model: it has no trees\n");
     }
-    sylvora::c::DeriveTexts(*model);
+    sylvora::ModelParts::DeriveDepths(*model->learner);
+    sylvora::c::Derive(*model);
     *out = model.release();
     return 0;
 }
@@ -125,19 +136,16 @@ int sylvora_model_text(const sylvora_model* model, int digits, int described, ch
     });
 }
 
-// Covers are in the order of the trees.
 int sylvora_model_cut(sylvora_model* model, int64_t num_groups) {
     return Run([&] {
         if (model == nullptr) return RefuseNull("The model");
         if (sylvora::ModelParts::Cut(*model->learner, num_groups) != 0) return -1;
+        model->placeV.resize(static_cast<size_t>(model->learner->getTreeNum()));
         std::vector<int>& coverV = model->description.coverV;
         if (coverV.empty()) return 0;
+        const sylvora_tree_place& last = model->placeV.back();
         const EnsembleView trees(*model->learner);
-        size_t numNodes = 0;
-        for (size_t g = 0; g < trees.NumGroups(); ++g) {
-            for (size_t t = 0; t < trees.GroupSize(g); ++t) numNodes += trees.Tree(g, t).NumNodes();
-        }
-        coverV.resize(numNodes);
+        coverV.resize(last.firstCover + trees.Tree(last.group, last.tree).NumNodes());
         return 0;
     });
 }
@@ -177,27 +185,18 @@ int sylvora_model_tree(const sylvora_model* model, int64_t tree, sylvora_node* n
             (nodes == nullptr && capacity > 0)) {
             return RefuseNull("nodes, num_nodes, group or shrink");
         }
-        const EnsembleView trees(*model->learner);
-        if (tree < 0 || static_cast<size_t>(tree) >= trees.NumTrees()) {
-            return Fail("ERROR: There is no tree ", tree, ": the model has ", trees.NumTrees(),
-                        "\n");
+        const std::vector<sylvora_tree_place>& placeV = model->placeV;
+        if (tree < 0 || static_cast<size_t>(tree) >= placeV.size()) {
+            return Fail("ERROR: There is no tree ", tree, ": the model has ", placeV.size(), "\n");
         }
-        // Covers are in the order of the trees.
-        size_t firstCover = 0;
-        size_t g = 0;
-        size_t t = 0;
-        for (int64_t i = 0;; ++i) {
-            while (t == trees.GroupSize(g)) ++g, t = 0;
-            if (i == tree) break;
-            firstCover += trees.Tree(g, t++).NumNodes();
-        }
-        const TreeView view = trees.Tree(g, t);
+        const sylvora_tree_place& place = placeV[static_cast<size_t>(tree)];
+        const TreeView view = EnsembleView(*model->learner).Tree(place.group, place.tree);
         *num_nodes = static_cast<int64_t>(view.NumNodes());
-        *group = static_cast<int64_t>(g);
-        *shrink = model->learner->StepLengthV[g];
+        *group = static_cast<int64_t>(place.group);
+        *shrink = model->learner->StepLengthV[place.group];
         const std::vector<int>& coverV = model->description.coverV;
         for (size_t k = 0; k < view.NumNodes() && static_cast<int64_t>(k) < capacity; ++k) {
-            nodes[k] = NodeOf(view.Node(k), coverV.empty() ? -1 : coverV[firstCover + k]);
+            nodes[k] = NodeOf(view.Node(k), coverV.empty() ? -1 : coverV[place.firstCover + k]);
         }
         return 0;
     });

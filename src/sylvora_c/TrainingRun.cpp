@@ -159,7 +159,8 @@ int sylvora_training::Snapshot(sylvora_model& model) const {
             0) {
         return -1;
     }
-    sylvora::c::DeriveTexts(model);
+    sylvora::ModelParts::DeriveDepths(*model.learner);
+    sylvora::c::Derive(model);
     return 0;
 }
 
@@ -178,7 +179,7 @@ int sylvora_training_run(sylvora_training* training, sylvora_model** out) {
         if (training->Train(learner, call) != 0) return -1;
         training->Describe(checked, model->description);
         if (sylvora::ModelText::Covers(learner, model->description.coverV) != 0) return -1;
-        sylvora::c::DeriveTexts(*model);
+        sylvora::c::Derive(*model);
         if (learner.ReleaseTrainingData() != 0) return -1;
         *out = model.release();
         return 0;

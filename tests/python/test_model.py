@@ -52,10 +52,11 @@ def trained(loss=None, model='gbdt', rounds=12, missing=float('nan'), **options)
 
 
 def contents(model):
-    """All that a model has. Not its text: a loaded model does not know the depths of its trees."""
+    """All that a model has."""
     keys = ('column', 'class', 'link', 'missing', 'bestRound', 'setting')
     return ([sylvora._core.Model.tree(model, i) for i in range(model.n_trees)],
-            [model.describe(key) for key in keys], repr(model))
+            [model.describe(key) for key in keys], repr(model),
+            model.to_bytes(), model.to_bytes(digits=6, description=False))
 
 
 class WithoutNumPyTest(unittest.TestCase):

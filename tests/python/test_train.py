@@ -51,6 +51,8 @@ class CommandBytesTest(unittest.TestCase):
         for name in bundled.SETS:
             with tempfile.TemporaryDirectory() as folder:
                 expected = bundled.command_model(name, folder)
+            again = sylvora.Model.from_bytes(expected)
+            self.assertEqual(again.to_bytes(digits=6, description=False), expected, name)
             params, X, y, queries = bundled.load(name)
             params.pop('numThread')
             for threads in (1, 2, 8):

@@ -82,3 +82,12 @@ void expect_same_scores(const sylvora_model* a, const sylvora_model* b, int line
     EXPECT(sylvora_model_score(b, &block, other, 2) == 0);
     expect(memcmp(one, other, sizeof one) == 0, "the scores agree", line);
 }
+
+void expect_text(const sylvora_model* model, int digits, int described, const char* expected,
+                 int line) {
+    char* text = NULL;
+    size_t size = 0;
+    expect(sylvora_model_text(model, digits, described, &text, &size) == 0, "text", line);
+    expect(text != NULL && strcmp(text, expected) == 0, "same text", line);
+    sylvora_text_free(text);
+}

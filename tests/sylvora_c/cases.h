@@ -28,9 +28,14 @@ sylvora_training* training_on(const sylvora_dataset* data, const double* labels,
 /* The models have the same trees, or the same scores. */
 void expect_same(const sylvora_model* a, const sylvora_model* b, int line);
 void expect_same_scores(const sylvora_model* a, const sylvora_model* b, int line);
+/* The model has this text. */
+void expect_text(const sylvora_model* model, int digits, int described, const char* expected,
+                 int line);
 
 /* parts.c */
 void test_progress(const sylvora_dataset* data);
 void test_parts(const sylvora_dataset* data);
+void test_log_odds(void);
+void test_expit(void);
 
 #endif

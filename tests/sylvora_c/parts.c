@@ -1,5 +1,5 @@
 /* Trainings under way: metrics of the program, the record and the model so far. Parts of models:
- * groups, leaves, votes, cuts. */
+ * groups, leaves, votes, cuts. Functions of losses. */
 #include <math.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -33,6 +33,30 @@ static int squared(void* context, const char* set, int64_t num_rows, const doubl
     return --*(int*)context == 0 ? 9 : 0;
 }
 
+static int no_objective(void* context, int round, int64_t num_rows, const double* labels,
+                        const double* scores, double* gradients, double* hessians) {
+    (void)labels, (void)scores, (void)gradients, (void)hessians;
+    return context != NULL && round > 0 && num_rows > 0;
+}
+
+/* All that sets up a training fails once it has run. */
+static void refuse_changes(sylvora_training* training, const sylvora_dataset* data) {
+    static const int32_t weights[ROWS];
+    const sylvora_block block = block_of(100);
+    int left = 0;
+    EXPECT_ERROR(sylvora_training_set(training, "numTree", "1"), "has run");
+    EXPECT_ERROR(sylvora_training_data(training, data, y, ROWS, NULL, 0), "has run");
+    EXPECT_ERROR(sylvora_training_weights(training, weights, ROWS), "has run");
+    EXPECT_ERROR(sylvora_training_objective(training, no_objective, NULL, 0), "has run");
+    EXPECT_ERROR(sylvora_training_start(training, 0.0), "has run");
+    EXPECT_ERROR(sylvora_training_evaluate(training, "x", &block, y, 100, NULL, 0), "has run");
+    EXPECT_ERROR(sylvora_training_metric(training, "mae"), "has run");
+    EXPECT_ERROR(sylvora_training_user_metric(training, "x", squared, &left, 0), "has run");
+    EXPECT_ERROR(sylvora_training_stop_rule(training, NULL, NULL), "has run");
+    EXPECT_ERROR(sylvora_training_on_progress(training, NULL, NULL), "has run");
+    EXPECT_ERROR(sylvora_training_on_message(training, NULL, NULL), "has run");
+}
+
 /* The values of the round just done are recorded, and are those of the model so far. */
 static int look(void* context, int done, int total) {
     struct progress* progress = context;
@@ -64,8 +88,8 @@ static int look(void* context, int done, int total) {
     return done == progress->last ? SYLVORA_STOP_AND_KEEP : SYLVORA_GO_ON;
 }
 
-/* The last snapshot is the model that is returned, once that was saved and loaded. There are none
- * outside of the run. */
+/* The last snapshot is the model that is returned, also once that was saved and loaded. There are
+ * none outside of the run. */
 static void train_looking(sylvora_training* training, int last) {
     struct progress progress = {NULL, 0, 0, NULL};
     sylvora_model *model = NULL, *other = NULL;
@@ -78,10 +102,11 @@ static void train_looking(sylvora_training* training, int last) {
     EXPECT(sylvora_training_run(training, &model) == 0);
     EXPECT_ERROR(sylvora_training_snapshot(training, &other), "progress function");
     EXPECT(sylvora_model_text(model, 17, 1, &text, &size) == 0);
+    EXPECT(progress.text != NULL && strcmp(text, progress.text) == 0);
     EXPECT(other == NULL && sylvora_model_parse(text, size, 1, &other) == 0);
     sylvora_text_free(text);
     EXPECT(sylvora_model_text(other, 17, 1, &text, &size) == 0);
-    EXPECT(text != NULL && progress.text != NULL && strcmp(text, progress.text) == 0);
+    EXPECT(strcmp(text, progress.text) == 0);
     sylvora_text_free(text);
     sylvora_text_free(progress.text);
     sylvora_training_free(training);
@@ -121,6 +146,7 @@ void test_progress(const sylvora_dataset* data) {
                  "metric \"mine\" failed for the set \"first\" in round 4 with status 9");
     EXPECT(sylvora_training_record(training, 2, NULL, NULL, &values, &num_values) == 0);
     EXPECT(num_values == 3 && model == NULL && sylvora_out_of_memory() == 0);
+    refuse_changes(training, data);
     sylvora_training_free(training);
     training = training_on(data, y, "Square");
     EXPECT(sylvora_training_evaluate(training, "first", &block, y, 100, NULL, 0) == 0);
@@ -219,4 +245,25 @@ void test_parts(const sylvora_dataset* data) {
     sylvora_model_free(model);
     sylvora_model_free(again);
     sylvora_model_free(votes);
+}
+
+void test_log_odds(void) {
+    const double labels[4] = {1, -1, 1, 1};
+    const int32_t weights[4] = {1, 3, 0, 2}, none[4] = {1, 0, 1, 1};
+    double odds = 0.0;
+    EXPECT(sylvora_log_odds(labels, NULL, 4, &odds) == 0 && fabs(odds - log(3.0)) < 1e-15);
+    EXPECT(sylvora_log_odds(labels, weights, 4, &odds) == 0 && odds == 0.0);
+    EXPECT_ERROR(sylvora_log_odds(labels, none, 4, &odds), "both");
+    EXPECT_ERROR(sylvora_log_odds(labels, NULL, 0, &odds), "both");
+}
+
+void test_expit(void) {
+    double scores[600];
+    for (int i = 0; i < 600; ++i) scores[i] = (i - 300) * 4.0;
+    EXPECT(sylvora_expit(scores, 600, scores) == 0);
+    EXPECT(scores[300] == 0.5 && scores[0] == 0.0 && !signbit(scores[0]) && scores[599] == 1.0);
+    for (int i = 0; i < 600; ++i) {
+        EXPECT(fabs(scores[i] - 1 / (1 + exp((300 - i) * 4.0))) <= 4e-16 * scores[i]);
+    }
+    EXPECT_ERROR(sylvora_expit(NULL, 1, scores), "null");
 }

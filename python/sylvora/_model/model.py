@@ -21,8 +21,8 @@ class Model(ModelFacts):
     """A trained model. `train` and `Model.load` make one.
 
     Models do not change, and any number of threads may use one at the same time. Scoring releases
-    the interpreter's global lock. Pickles and copies are exact: they give the same scores bit for
-    bit.
+    the interpreter's global lock. Pickles and copies are exact: they give the same scores and
+    files bit for bit.
 
     Attributes
     ----------
