@@ -141,7 +141,8 @@ typedef int (*sylvora_progress)(void* context, int done, int total);
  * by one thread at a time. The function must not call the library. */
 typedef void (*sylvora_message)(void* context, int stream, const char* text);
 
-/* A training with default parameters. */
+/* A training with default parameters. It runs once; from the start of the run on, the functions
+ * that set it up fail. */
 SYLVORA_C_API int sylvora_training_new(sylvora_training** out);
 /* Sets a parameter of docs/parameters.md; the values are checked together when the training runs.
  * Those of the command only are refused: file names, mode, absent, pathOutput, fTestRealTime,

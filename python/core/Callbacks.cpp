@@ -40,15 +40,16 @@ int CallObjective(void* context, int round, int64_t num_rows, const double* /*la
                   const double* scores, double* gradients, double* hessians) {
     TrainingState& state = *static_cast<TrainingState*>(context);
     const LockHold locked(state.fEnding);
-    std::copy_n(scores, num_rows, state.scores.As<double>());
+    const Exchange& exchange = *state.exchange;
+    std::copy_n(scores, num_rows, exchange.scores.As<double>());
     const Reference_t answer(
         CallPython([&] { return PyObject_CallFunction(state.objective.get(), "i", round); }));
     if (answer == nullptr) {
         state.KeepError();
         return kFailed;
     }
-    std::copy_n(state.gradients.As<double>(), num_rows, gradients);
-    if (hessians != nullptr) std::copy_n(state.hessians.As<double>(), num_rows, hessians);
+    std::copy_n(exchange.gradients.As<double>(), num_rows, gradients);
+    if (hessians != nullptr) std::copy_n(exchange.hessians.As<double>(), num_rows, hessians);
     return 0;
 }
 

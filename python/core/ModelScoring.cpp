@@ -77,8 +77,20 @@ bool CopyItems(PyObject* row, int64_t numColumns, double* values) {
     return true;
 }
 
+bool CheckNoNan(const double* values, int64_t numColumns) {
+    for (int64_t c = 0; c < numColumns; ++c) {
+        if (!std::isnan(values[c])) continue;
+        PyErr_Format(PyExc_ValueError,
+                     "row: column %lld is missing, but the model was trained with missing=None",
+                     static_cast<long long>(c));
+        return false;
+    }
+    return true;
+}
+
 PyObject* ScoreValues(ModelState& state, double* values) {
     const int64_t numColumns = state.facts.num_columns;
+    if (!state.fNanMissing && !CheckNoNan(values, numColumns)) return nullptr;
     if (!std::isnan(state.missing)) {
         std::replace(values, values + numColumns, state.missing,
                      std::numeric_limits<double>::quiet_NaN());

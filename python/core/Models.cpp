@@ -19,9 +19,11 @@ bool ModelState::Refresh() {
         RaiseLibraryError(exceptions.model);
         return false;
     }
-    // "nan", a number, or "nan" and a number.
+    // "nan", a number, "nan" and a number, or nothing: then NaN was refused, unless there is no
+    // description, which always has settings.
     missing = std::numeric_limits<double>::quiet_NaN();
     const char* const text = sylvora_model_describe(model, "missing", 0);
+    fNanMissing = text != nullptr || sylvora_model_describe(model, "setting", 0) == nullptr;
     if (text == nullptr) return true;
     const std::string rule = text;
     const size_t blank = rule.rfind(' ');
@@ -158,7 +160,9 @@ PyMethodDef methods[] = {
      "text($self, digits, described, /)\n--\n\nThe content of the model's file."},
     {"score", Guarded<ModelScore>, METH_O,
      "score($self, row, /)\n--\n\n"
-     "The score of one row: a list, a tuple or a buffer of numbers. None and NaN are missing."},
+     "The score of one row: a list, a tuple or a buffer of numbers, one per column of the model.\n"
+     "None and NaN are missing, and so is the number that `missing` is; with missing=None they\n"
+     "raise ValueError. Infinite values are scored as they are; predict refuses them."},
     {"score_table", Guarded<ModelScoreTable>, METH_VARARGS,
      "score_table($self, table, out, threads, /)\n--\n\nScores all rows into out, float64 (n,)."},
     {"add_groups", Guarded<ModelAddGroups>, METH_VARARGS,

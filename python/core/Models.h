@@ -15,14 +15,15 @@ struct ModelState {
     sylvora_model_facts facts = {};
     // A value that single rows are to read as missing, from the description; NaN: none.
     double missing = std::numeric_limits<double>::quiet_NaN();
-    int numUses = 0;  // calls that use the model without the lock
+    bool fNanMissing = true;  // whether single rows may have NaN, from the description
+    int numUses = 0;          // calls that use the model without the lock
 
     ModelState() = default;
     ~ModelState();
     ModelState(const ModelState&) = delete;
     ModelState& operator=(const ModelState&) = delete;
 
-    // Reads the facts and the missing value again. Returns false with an exception set.
+    // Reads the facts and what is missing again. Returns false with an exception set.
     [[nodiscard]] bool Refresh();
     // Refuses changes while other threads use the model.
     [[nodiscard]] bool CheckExclusive() const;

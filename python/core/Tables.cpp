@@ -205,6 +205,41 @@ PyObject* FromSparse(PyObject* type, PyObject* arguments) {
     });
 }
 
+// Adds column c of `from`, and its name to the list `names` if it has one.
+bool AddSelected(const TableState& from, Py_ssize_t c, TableState& state) {
+    if (c < 0 || c >= from.block.num_columns) {
+        PyErr_Format(PyExc_IndexError, "There is no column %zd", c);
+        return false;
+    }
+    state.columnV.push_back(from.columnV[static_cast<size_t>(c)]);
+    return from.names == nullptr ||
+           PyList_Append(state.names.get(), PyList_GetItem(from.names.get(), c)) == 0;
+}
+
+PyObject* Select(PyObject* self, PyObject* order) {
+    const TableState& from = StateOf<TableState>(self);
+    if (from.block.layout != SYLVORA_COLUMNS) {
+        PyErr_SetString(PyExc_ValueError, "Columns can be selected in tables by column only");
+        return nullptr;
+    }
+    const Reference_t items(PySequence_Tuple(order));
+    if (items == nullptr) return nullptr;
+    auto state = std::make_unique<TableState>();
+    state->block = from.block;
+    state->base = NewReference(self);
+    if (from.names != nullptr) state->names.reset(PyList_New(0));
+    if (from.names != nullptr && state->names == nullptr) return nullptr;
+    if (!state->SetSize(from.block.num_rows, PyTuple_Size(items.get()))) return nullptr;
+    for (Py_ssize_t i = 0; i < PyTuple_Size(items.get()); ++i) {
+        const Py_ssize_t column =
+            PyNumber_AsSsize_t(PyTuple_GetItem(items.get(), i), PyExc_IndexError);
+        if (column == -1 && PyErr_Occurred() != nullptr) return nullptr;
+        if (!AddSelected(from, column, *state)) return nullptr;
+    }
+    state->block.columns = state->columnV.data();
+    return Wrap(Py_TYPE(self), std::move(state));
+}
+
 PyObject* NoNew(PyTypeObject* /*type*/, PyObject* /*arguments*/, PyObject* /*keywords*/) {
     PyErr_SetString(PyExc_TypeError,
                     "A Table is made by from_dense, from_columns, from_sparse or from_arrow");
@@ -241,6 +276,8 @@ PyMethodDef methods[] = {
     {"column", Guarded<TableColumn>, METH_VARARGS,
      "column($self, column, out, /)\n--\n\n"
      "Copies a column into an array of float64; missing values are NaN."},
+    {"select", Guarded<Select>, METH_O,
+     "select($self, order, /)\n--\n\nThe same rows with these columns, in this order."},
     {nullptr, nullptr, 0, nullptr},
 };
 

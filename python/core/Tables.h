@@ -21,6 +21,7 @@ struct TableState {
     std::vector<ArrowOwner<ArrowArray>> arrayV;
     std::deque<std::vector<uint8_t>> copyV;  // what is not borrowed
     Reference_t names;                       // a list of str, or null
+    Reference_t base;                        // the Table that owns all this in its place, or null
 
     // Borrows an array. Returns it, or null with an exception set.
     const Buffer* Take(PyObject* object, const char* what, int numDimensions);

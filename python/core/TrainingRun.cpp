@@ -8,7 +8,7 @@ namespace {
 // Refuses buffers of an objective that do not fit the data.
 bool CheckObjective(const TrainingState& state) {
     if (state.objective == nullptr || state.numRows < 0) return true;
-    return state.scores.CheckLength("scores", state.numRows);
+    return state.exchange->scores.CheckLength("scores", state.numRows);
 }
 
 // Refuses what a running training allows in its progress function only.
@@ -98,6 +98,18 @@ PyObject* TrainingSnapshot(PyObject* self, PyObject* model_class) {
     }
     if (status != 0) return RaiseLibraryError(exceptions.training);
     return WrapModel(model_class, model);
+}
+
+PyObject* TrainingBestRound(PyObject* self, void* /*closure*/) {
+    const TrainingState& state = StateOf<TrainingState>(self);
+    if (!CheckProgress(state, false)) return nullptr;
+    return PyLong_FromLong(sylvora_training_best_round(state.training));
+}
+
+PyObject* TrainingStoppedEarly(PyObject* self, void* /*closure*/) {
+    const TrainingState& state = StateOf<TrainingState>(self);
+    if (!CheckProgress(state, false)) return nullptr;
+    return PyBool_FromLong(sylvora_training_stopped_early(state.training));
 }
 
 }  // namespace sylvora::python

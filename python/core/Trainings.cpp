@@ -32,12 +32,13 @@ void TrainingState::DropRunParts() {
     for (Reference_t* const part : {&objective, &progress, &message}) part->reset();
     for (UserMetric& metric : metricV) metric.function.reset();
     tableV.clear();
-    for (Buffer* const buffer : {&scores, &gradients, &hessians}) buffer->Release();
+    exchange.reset();
 }
 
 namespace {
 
-// The state for a method that changes it; null, with an exception set, after the start.
+// The state for a method that changes it; null, with an exception set, after the start. To be asked
+// for once all arguments are converted: that can run Python code, which can start the training.
 TrainingState* Changeable(PyObject* self) {
     TrainingState& state = StateOf<TrainingState>(self);
     if (!state.fRun) return &state;
@@ -121,20 +122,19 @@ PyObject* Weights(PyObject* self, PyObject* weights) {
 }
 
 // Borrows an array that the objective and the library exchange.
-bool TakeExchange(Buffer& buffer, PyObject* array, const char* what) {
+bool TakeExchanged(Buffer& buffer, PyObject* array, const char* what) {
     return buffer.TakeArray(array, what, SYLVORA_FLOAT64) && buffer.CheckOutput(what);
 }
 
-bool TakeExchanges(TrainingState& state, PyObject* scores, PyObject* gradients,
-                   PyObject* hessians) {
-    if (!TakeExchange(state.scores, scores, "scores") ||
-        !TakeExchange(state.gradients, gradients, "gradients") ||
-        !state.gradients.CheckLength("gradients", state.scores.Size(0))) {
+bool TakeExchange(Exchange& exchange, PyObject* scores, PyObject* gradients, PyObject* hessians) {
+    if (!TakeExchanged(exchange.scores, scores, "scores") ||
+        !TakeExchanged(exchange.gradients, gradients, "gradients") ||
+        !exchange.gradients.CheckLength("gradients", exchange.scores.Size(0))) {
         return false;
     }
     if (hessians == Py_None) return true;
-    return TakeExchange(state.hessians, hessians, "hessians") &&
-           state.hessians.CheckLength("hessians", state.scores.Size(0));
+    return TakeExchanged(exchange.hessians, hessians, "hessians") &&
+           exchange.hessians.CheckLength("hessians", exchange.scores.Size(0));
 }
 
 PyObject* Objective(PyObject* self, PyObject* arguments) {
@@ -142,31 +142,28 @@ PyObject* Objective(PyObject* self, PyObject* arguments) {
     PyObject* scores = nullptr;
     PyObject* gradients = nullptr;
     PyObject* hessians = nullptr;
-    TrainingState* const state = Changeable(self);
-    if (state == nullptr ||
-        !PyArg_ParseTuple(arguments, "OOOO:objective", &function, &scores, &gradients, &hessians) ||
-        !CheckCallable(function)) {
+    auto exchange = std::make_unique<Exchange>();
+    if (!PyArg_ParseTuple(arguments, "OOOO:objective", &function, &scores, &gradients, &hessians) ||
+        !CheckCallable(function) || !TakeExchange(*exchange, scores, gradients, hessians)) {
         return nullptr;
     }
+    TrainingState* const state = Changeable(self);
+    if (state == nullptr) return nullptr;
     if (state->objective != nullptr) {
         PyErr_SetString(PyExc_RuntimeError, "The training has an objective");
         return nullptr;
     }
-    if (!TakeExchanges(*state, scores, gradients, hessians)) {
-        state->scores.Release();
-        state->gradients.Release();
-        state->hessians.Release();
-        return nullptr;
-    }
+    state->exchange = std::move(exchange);
     state->objective = NewReference(function);
     return Result(sylvora_training_objective(state->training, CallObjective, state,
-                                             state->hessians.IsTaken() ? 1 : 0));
+                                             state->exchange->hessians.IsTaken() ? 1 : 0));
 }
 
 PyObject* Start(PyObject* self, PyObject* value) {
-    TrainingState* const state = Changeable(self);
     const double number = PyFloat_AsDouble(value);
-    if (state == nullptr || (number == -1.0 && PyErr_Occurred() != nullptr)) return nullptr;
+    if (number == -1.0 && PyErr_Occurred() != nullptr) return nullptr;
+    TrainingState* const state = Changeable(self);
+    if (state == nullptr) return nullptr;
     return Result(sylvora_training_start(state->training, number));
 }
 
@@ -200,12 +197,12 @@ PyObject* AddUserMetric(PyObject* self, PyObject* arguments) {
     const char* name = nullptr;
     PyObject* function = nullptr;
     int fLarger = 0;
-    TrainingState* const state = Changeable(self);
-    if (state == nullptr ||
-        !PyArg_ParseTuple(arguments, "sOp:user_metric", &name, &function, &fLarger) ||
+    if (!PyArg_ParseTuple(arguments, "sOp:user_metric", &name, &function, &fLarger) ||
         !CheckCallable(function)) {
         return nullptr;
     }
+    TrainingState* const state = Changeable(self);
+    if (state == nullptr) return nullptr;
     state->metricV.push_back({state, NewReference(function)});
     return Result(sylvora_training_user_metric(state->training, name, CallMetric,
                                                &state->metricV.back(), fLarger));
@@ -235,14 +232,6 @@ PyObject* OnMessage(PyObject* self, PyObject* function) {
     const Reference_t old = std::move(state->message);
     state->message = NewReference(function);
     return Result(sylvora_training_on_message(state->training, CallMessage, state));
-}
-
-PyObject* BestRound(PyObject* self, void* /*closure*/) {
-    return PyLong_FromLong(sylvora_training_best_round(StateOf<TrainingState>(self).training));
-}
-
-PyObject* StoppedEarly(PyObject* self, void* /*closure*/) {
-    return PyBool_FromLong(sylvora_training_stopped_early(StateOf<TrainingState>(self).training));
 }
 
 // Functions often refer to the training that they belong to.
@@ -304,8 +293,8 @@ PyMethodDef methods[] = {
 };
 
 PyGetSetDef attributes[] = {
-    {"best_round", BestRound, nullptr, nullptr, nullptr},
-    {"stopped_early", StoppedEarly, nullptr, nullptr, nullptr},
+    {"best_round", TrainingBestRound, nullptr, nullptr, nullptr},
+    {"stopped_early", TrainingStoppedEarly, nullptr, nullptr, nullptr},
     {nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <deque>
+#include <memory>
 #include <vector>
 
 #include "Buffers.h"
@@ -20,7 +21,16 @@ struct UserMetric {
     Reference_t function;
 };
 
-// All members are used with the lock held, but for the training itself.
+// The arrays that the objective and the library exchange.
+struct Exchange {
+    Buffer scores;
+    Buffer gradients;
+    Buffer hessians;  // not taken: there are none
+};
+
+// All members are used with the lock held, but for the training itself and what CallProgress looks
+// at to do without the lock: progress, numDone and lastCheck. These are set before a run, and while
+// it lasts used by the thread that runs it only.
 struct TrainingState {
     sylvora_training* training = nullptr;
     std::vector<Reference_t> dataV;   // Dataset objects, for the training's life
@@ -28,9 +38,7 @@ struct TrainingState {
     int64_t numRows = -1;             // of the data; -1: not set
 
     Reference_t objective;
-    Buffer scores;
-    Buffer gradients;
-    Buffer hessians;
+    std::unique_ptr<Exchange> exchange;  // with the objective
     std::deque<UserMetric> metricV;
     Reference_t progress;
     Reference_t message;
@@ -68,6 +76,8 @@ void CallMessage(void* context, int stream, const char* text);
 PyObject* TrainingRun(PyObject* self, PyObject* model_class);
 PyObject* TrainingRecord(PyObject* self, PyObject* nothing);
 PyObject* TrainingSnapshot(PyObject* self, PyObject* model_class);
+PyObject* TrainingBestRound(PyObject* self, void* closure);
+PyObject* TrainingStoppedEarly(PyObject* self, void* closure);
 
 }  // namespace sylvora::python
 

@@ -78,6 +78,9 @@ class Table:
     def from_arrow(cls, data: Any, missing: Optional[float], refuse_nan: bool, /) -> Table: ...
     # Copies a column into float64 of one item per row; missing values become NaN.
     def column(self, column: int, out: _Buffer, /) -> None: ...
+    # A table of the same values with these columns, in this order, and their names. For tables by
+    # column or of Arrow only: ValueError. IndexError if there is no such column.
+    def select(self, order: Sequence[int], /) -> Table: ...
 
 @final
 class Dataset:
@@ -95,6 +98,7 @@ class Training:
     changed: RuntimeError, in other threads as well. What the library refuses is a TrainingError.
     """
 
+    # Both are, as `record`, for other threads and functions only when the training does not run.
     best_round: int  # of earlyStop, from 1; 0: none
     stopped_early: bool
     def set(self, parameter: str, value: str, /) -> None: ...
@@ -133,7 +137,8 @@ class Training:
     # parameters or labels: TrainingError. MemoryError when memory runs out. Drops all functions and
     # buffers. The model's __new__ and __init__ are not called, here and in other functions.
     def run(self, model_class: type[_ModelT], /) -> _ModelT: ...
-    # (set, metric, values by round), also after a failed run and in a progress function
+    # (set, metric, values by round), also after a failed run and in a progress function. While the
+    # training runs, other functions and threads get a RuntimeError.
     def record(self) -> list[tuple[str, str, list[float]]]: ...
     # In a progress function: a copy of the model so far.
     def snapshot(self, model_class: type[_ModelT], /) -> _ModelT: ...
@@ -161,8 +166,10 @@ class Model:
         self, path: str | bytes | os.PathLike[str], digits: int, described: bool, /
     ) -> None: ...
     def text(self, digits: int, described: bool, /) -> bytes: ...
-    # A list, a tuple, or a 1-D buffer of float64, float32 or integers. None and NaN are missing,
-    # and so is the number that the description has under `missing`. Infinities are scored.
+    # The score of one row: a list, a tuple, or a 1-D buffer of float64, float32 or integers. None
+    # and NaN are missing, and so is the number that the description has under `missing`; ValueError
+    # if the description says that nothing is missing. Infinities, which score_table refuses, are
+    # scored as they are.
     def score(self, row: Any, /) -> float: ...
     # Fill writable C-contiguous buffers; threads 0: all usable processors.
     def score_table(self, table: Table, out: _Buffer, threads: int, /) -> None: ...  # float64 (n,)

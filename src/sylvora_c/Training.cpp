@@ -129,6 +129,7 @@ int sylvora_training_weights(sylvora_training* training, const int32_t* weights,
                              int64_t num_weights) {
     return Run([&] {
         if (training == nullptr || weights == nullptr) return RefuseNull("The training or weights");
+        if (training->fRun) return RefuseAfterRun();
         if (training->data == nullptr || num_weights != training->data->NumRows()) {
             return Fail("ERROR: There are ", num_weights,
                         " weights: one per row of the data is "
@@ -142,8 +143,10 @@ int sylvora_training_weights(sylvora_training* training, const int32_t* weights,
 int sylvora_training_objective(sylvora_training* training, sylvora_objective function,
                                void* context, int hessians) {
     return Run([&] {
-        if (training == nullptr || function == nullptr)
+        if (training == nullptr || function == nullptr) {
             return RefuseNull("The training or function");
+        }
+        if (training->fRun) return RefuseAfterRun();
         training->cfg.lossFunc = "USER";
         training->objective = function;
         training->objectiveContext = context;
@@ -155,6 +158,7 @@ int sylvora_training_objective(sylvora_training* training, sylvora_objective fun
 int sylvora_training_start(sylvora_training* training, double value) {
     return Run([&] {
         if (training == nullptr) return RefuseNull("The training");
+        if (training->fRun) return RefuseAfterRun();
         if (!std::isfinite(value)) return Fail("ERROR: The start value is not a finite number\n");
         training->options.fStart = true;
         training->options.startValue = value;
@@ -169,6 +173,7 @@ int sylvora_training_evaluate(sylvora_training* training, const char* name,
         if (training == nullptr || name == nullptr || labels == nullptr) {
             return RefuseNull("The training, the name or the labels of a set");
         }
+        if (training->fRun) return RefuseAfterRun();
         NamedSet set;
         if (set.block.Take(block) != 0) return -1;
         const std::string fault = sylvora::FaultOf(set.block.Get());
@@ -193,6 +198,7 @@ int sylvora_training_evaluate(sylvora_training* training, const char* name,
 int sylvora_training_metric(sylvora_training* training, const char* metric) {
     return Run([&] {
         if (training == nullptr || metric == nullptr) return RefuseNull("The training or metric");
+        if (training->fRun) return RefuseAfterRun();
         training->options.metricV.emplace_back(metric);
         return 0;
     });
@@ -204,6 +210,7 @@ int sylvora_training_user_metric(sylvora_training* training, const char* name,
         if (training == nullptr || name == nullptr || function == nullptr) {
             return RefuseNull("The training, the name or the function of a metric");
         }
+        if (training->fRun) return RefuseAfterRun();
         training->options.userMetricV.push_back({name, function, context, larger_is_better != 0});
         return 0;
     });
@@ -212,6 +219,7 @@ int sylvora_training_user_metric(sylvora_training* training, const char* name,
 int sylvora_training_stop_rule(sylvora_training* training, const char* set, const char* metric) {
     return Run([&] {
         if (training == nullptr) return RefuseNull("The training");
+        if (training->fRun) return RefuseAfterRun();
         training->options.stopSet = set != nullptr ? set : "";
         training->options.stopMetric = metric != nullptr ? metric : "";
         return 0;
@@ -222,6 +230,7 @@ int sylvora_training_on_progress(sylvora_training* training, sylvora_progress fu
                                  void* context) {
     return Run([&] {
         if (training == nullptr) return RefuseNull("The training");
+        if (training->fRun) return RefuseAfterRun();
         training->progress = function;
         training->progressContext = context;
         return 0;
@@ -232,6 +241,7 @@ int sylvora_training_on_message(sylvora_training* training, sylvora_message func
                                 void* context) {
     return Run([&] {
         if (training == nullptr) return RefuseNull("The training");
+        if (training->fRun) return RefuseAfterRun();
         training->message = function;
         training->messageContext = context;
         return 0;

@@ -41,6 +41,14 @@ class ModelTest(unittest.TestCase):
             self.assertEqual(row[0], -999.0)
         model.set_description('missing', ['nan'])
         self.assertEqual(model.score([-999.0, 1.0, 2.0]), expected([[-999.0, 1.0, 2.0]])[0])
+        model.set_description('missing', [])
+        self.assertEqual(model.score([1.0, None, 2.0]), expected([[1.0, None, 2.0]])[0])
+        model.set_description('setting', ['numTree=2'])
+        for row in ([1.0, None, 2.0], doubles([1.0, NAN, 2.0])):
+            with self.assertRaisesRegex(ValueError, 'row: column 1 is missing'):
+                model.score(row)
+        model.set_description('missing', ['nan'])
+        self.assertEqual(model.score([1.0, None, 2.0]), expected([[1.0, None, 2.0]])[0])
 
     def test_score_faults(self):
         model = small_model()

@@ -211,6 +211,26 @@ class ArrowTest(unittest.TestCase):
         del dataset
         self.assertEqual(len(arrow_producer.LIVE), 0)
 
+    def test_select(self):
+        rows = [row[::-1] for row in self.rows]
+        table = _core.Table.from_arrow(ArrowStream(self.columns('gfi', rows)), None, False)
+        reverse = table.select([2, 1, 0])
+        self.assertEqual((reverse.names, table.names), (['z', 'y', 'x'], ['x', 'y', 'z']))
+        del table
+        gc.collect()
+        self.check(reverse)
+        self.check(reverse.select((2, 1, 0)), rows)
+        self.assertEqual(reverse.select([1]).names, ['y'])
+        for fault, order in ((IndexError, [3]), (IndexError, [-1]), (IndexError, [2 ** 70]),
+                             (TypeError, ['x']), (TypeError, 1)):
+            with self.assertRaises(fault):
+                reverse.select(order)
+        with self.assertRaisesRegex(ValueError, 'by column only'):
+            dense(rows).select([0])
+        del reverse
+        gc.collect()
+        self.assertEqual(arrow_producer.LIVE, {})
+
     def test_faults(self):
         class Odd:
             def __arrow_c_array__(self):

@@ -158,13 +158,15 @@ class TrainingTest(TrainingCase):
                     faults.append(str(fault))
 
         def inspect():
-            for call in (training.record, lambda: training.snapshot(_core.Model)):
+            for call in (training.record, lambda: training.snapshot(_core.Model),
+                         lambda: training.best_round, lambda: training.stopped_early):
                 try:
                     call()
                 except RuntimeError as fault:
                     faults.append(str(fault))
 
         def progress(done, total):
+            self.assertEqual((training.best_round, training.stopped_early), (0, False))
             if done == 2:
                 attempt()
                 for action in (attempt, inspect):
@@ -176,13 +178,29 @@ class TrainingTest(TrainingCase):
         training.on_progress(progress)
         training.user_metric('m', lambda *_: metric_calls.append(1) or inspect() or 0.0, True)
         training.run(_core.Model)
-        self.assertEqual(len(faults), 12 + 12 + 2 + 2 * len(metric_calls))
+        self.assertEqual(len(faults), 12 + 12 + 4 + 4 * len(metric_calls))
         del faults[:]
         attempt()
         self.assertEqual(len(faults), 12)
         with self.assertRaisesRegex(RuntimeError, 'progress function'):
             training.snapshot(_core.Model)
         training.record()
+
+    def test_run_while_arguments_are_converted(self):
+        """A training that runs meanwhile has run: its other arguments come too late."""
+        class Running:
+            def __float__(self):
+                training.run(_core.Model)
+                return 0.0
+
+            def __bool__(self):
+                return not training.run(_core.Model)
+
+        for call in (lambda: training.start(Running()),
+                     lambda: training.user_metric('x', print, Running())):
+            training = self.training(numTree=2)
+            with self.assertRaisesRegex(RuntimeError, 'has run'):
+                call()
 
     def test_faults(self):
         def objective(*arguments):

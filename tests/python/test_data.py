@@ -12,6 +12,7 @@ try:
 except ImportError:
     column = None
 if np is not None:
+    import sylvora
     from sylvora import _core
     from sylvora._data.tables import as_table, column_names, with_names
     from sylvora._data.dataset import Dataset
@@ -114,18 +115,24 @@ class Arrow(unittest.TestCase):
             self.assertEqual(Dataset(table).feature_names, NAMES)
             self.assertEqual(train(table, self.y).text(17, False), self.model.text(17, False))
 
-    def test_order_of_columns(self):
-        class Frame(ArrowStream):
-            def select(self, names):
-                return Frame([each for name in names for each in self.columns if each.name == name])
+    def test_one_stream(self):
+        class Once(ArrowStream):
+            """Can be read once."""
+            def __arrow_c_stream__(self, requested_schema=None):
+                columns, self.columns = self.columns, None
+                return ArrowStream(columns, self.chunks).__arrow_c_stream__()
 
         shuffled = arrow_columns(self.X, ['weight', 'age', 'height', 'size'])
-        frame = as_table(Frame(shuffled), names=NAMES)
-        self.assertEqual(frame.names, NAMES)
-        np.testing.assert_array_equal(score(self.model, Frame(shuffled), names=NAMES),
-                                      self.expected)
-        with self.assertRaisesRegex(ValueError, r"ArrowStream cannot .* order: \['age', 'size'"):
-            as_table(ArrowStream(shuffled), names=NAMES)
+        for table in (ArrowTable(shuffled), Once(shuffled), Once(shuffled, [100, 0, 200])):
+            frame = as_table(table, names=NAMES)
+            self.assertEqual((frame.names, frame.table.names), (NAMES, NAMES))
+            scores = np.empty(300)
+            self.model.score_table(frame.table, scores, 1)
+            np.testing.assert_array_equal(scores, self.expected)
+        expected = sylvora.cv({'n_estimators': 3}, self.X, self.y, folds=3)
+        for kind in (ArrowTable, Once):
+            found = sylvora.cv({'n_estimators': 3}, kind(arrow_columns(self.X)), self.y, folds=3)
+            np.testing.assert_equal(found.fold_evals, expected.fold_evals)
 
     def test_faults(self):
         for columns, kind, text in (

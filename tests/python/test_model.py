@@ -7,6 +7,7 @@ import sys
 import tempfile
 import threading
 import unittest
+import weakref
 
 import sylvora
 from models import expected_scores, model_text
@@ -157,10 +158,16 @@ class ModelTest(unittest.TestCase):
         for call in (lambda: model.predict(X), lambda: model.score(X[3])):
             with self.assertRaisesRegex(ValueError, 'column 1'):
                 call()
+        with self.assertRaisesRegex(ValueError, '^row: column 0 is missing, .* missing=None$'):
+            model.score([None, 1, 2, 3])
         self.assertEqual(model.score(X[4]), model.predict(X[4:5])[0])
+        reference = weakref.ref(model)
         # A file of the command says nothing about missing values: NaN is one.
         plain = sylvora.Model.from_bytes(model.to_bytes(description=False))
         self.assertTrue(np.isfinite(plain.predict(X)).all())
+        self.assertEqual(plain.score(X[3]), plain.predict(X[3:4])[0])
+        del model, call
+        self.assertIsNone(reference())
 
     def test_stages_and_ranges(self):
         for loss in (None, 'log_loss', 'huber', 'objective'):

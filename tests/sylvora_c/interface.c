@@ -37,6 +37,31 @@ static void count_messages(void* context, int stream, const char* text) {
     if (stream == 2 && text[0] != '\0') ++*(int*)context;
 }
 
+static int zero(void* context, const char* set, int64_t num_rows, const double* labels,
+                const double* scores, double* value) {
+    EXPECT(context != NULL && set != NULL && num_rows > 0 && labels != scores);
+    *value = 0.0;
+    return 0;
+}
+
+/* All that sets up a training fails once it has run. */
+static void refuses_changes(sylvora_training* training, const sylvora_dataset* data) {
+    static const int32_t weights[ROWS];
+    const sylvora_block block = block_of(100);
+    int count = 0;
+    EXPECT_ERROR(sylvora_training_set(training, "numTree", "1"), "has run");
+    EXPECT_ERROR(sylvora_training_data(training, data, y, ROWS, NULL, 0), "has run");
+    EXPECT_ERROR(sylvora_training_weights(training, weights, ROWS), "has run");
+    EXPECT_ERROR(sylvora_training_objective(training, square, &count, 0), "has run");
+    EXPECT_ERROR(sylvora_training_start(training, 0.0), "has run");
+    EXPECT_ERROR(sylvora_training_evaluate(training, "x", &block, y, 100, NULL, 0), "has run");
+    EXPECT_ERROR(sylvora_training_metric(training, "mae"), "has run");
+    EXPECT_ERROR(sylvora_training_user_metric(training, "x", zero, &count, 1), "has run");
+    EXPECT_ERROR(sylvora_training_stop_rule(training, NULL, NULL), "has run");
+    EXPECT_ERROR(sylvora_training_on_progress(training, keep_ten, &count), "has run");
+    EXPECT_ERROR(sylvora_training_on_message(training, count_messages, &count), "has run");
+}
+
 static void test_objective_and_progress(const sylvora_dataset* data, const sylvora_model* model) {
     sylvora_training* training = training_on(data, y, "USER");
     sylvora_model* user = NULL;
@@ -48,7 +73,7 @@ static void test_objective_and_progress(const sylvora_dataset* data, const sylvo
     EXPECT(calls == 30);
     expect_same(model, user, __LINE__);
     EXPECT_ERROR(sylvora_training_run(training, &user), "has run");
-    EXPECT_ERROR(sylvora_training_set(training, "numTree", "1"), "has run");
+    refuses_changes(training, data);
     sylvora_training_free(training);
     sylvora_model_free(user);
 
@@ -176,7 +201,8 @@ static void test_evaluation(const sylvora_dataset* data) {
     double scores[ROWS];
     int best;
     EXPECT(sylvora_training_evaluate(training, "first", &block, classes, 100, NULL, 0) == 0);
-    EXPECT_ERROR(sylvora_training_evaluate(training, "x", &block, classes, 99, NULL, 0), "99 labels");
+    EXPECT_ERROR(sylvora_training_evaluate(training, "x", &block, classes, 99, NULL, 0),
+                 "99 labels");
     EXPECT(sylvora_training_metric(training, "auc") == 0);
     EXPECT(sylvora_training_metric(training, "logloss") == 0);
     EXPECT(sylvora_training_stop_rule(training, "first", "logloss") == 0);

@@ -80,7 +80,6 @@ class _Arrow:
     """An object with the Arrow C interface."""
 
     def __init__(self, data: Any, argument: str, missing: Missing) -> None:
-        self.data, self.argument = data, argument
         try:
             self.whole = Table.from_arrow(data, *missing)
         except (TypeError, ValueError) as error:
@@ -90,16 +89,7 @@ class _Arrow:
         self.shape = (self.whole.num_rows, self.whole.num_columns)
 
     def table(self, order: Optional[list[int]], missing: Missing) -> Table:
-        if order is None:
-            return self.whole
-        names = self.names or []
-        wanted = [names[i] for i in order]
-        if not hasattr(self.data, "select"):
-            raise ValueError(
-                f"{self.argument}: a {type(self.data).__name__} cannot be brought into another "
-                f"order of columns; select them in this order: {wanted}"
-            )
-        return Table.from_arrow(self.data.select(wanted), *missing)
+        return self.whole if order is None else self.whole.select(order)
 
 
 def source_of(X: Any, argument: str, missing: Missing) -> Source:

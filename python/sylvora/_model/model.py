@@ -303,36 +303,11 @@ def completed(model: Model, state: dict[str, Any]) -> Model:
     attributes = model.__dict__
     attributes["evals_result_"] = {}
     attributes.update(state)
-    missing = model.missing
-    if missing is None or missing == missing:
-        # Shadows the method, which other models use as it is, for its speed.
-        attributes["score"] = _RowScorer(model, missing)
     return model
 
 
 def _restored(cls: type[Model], data: bytes, state: dict[str, Any]) -> Model:
     return completed(cls.parse(data, True), state)
-
-
-class _RowScorer:
-    """Model.score where something else than NaN alone is missing."""
-
-    def __init__(self, model: Model, missing: Optional[float]) -> None:
-        self._model = model
-        self._missing = missing
-
-    def __call__(self, row: Any, /) -> float:
-        values = list(row)
-        if self._missing is None:
-            for column, value in enumerate(values):
-                if value is None or value != value:
-                    raise ValueError(
-                        f"row: column {column} is missing, but the model was trained with "
-                        "missing=None"
-                    )
-        else:
-            values = [None if value == self._missing else value for value in values]
-        return _core.Model.score(self._model, values)
 
 
 def _checked_digits(digits: int) -> int:

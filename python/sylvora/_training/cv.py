@@ -182,7 +182,7 @@ class _Runner:
     def run(self, fold: Fold) -> FitResult:
         train, test = fold
         frame = as_table(
-            rows_of(self.X, test),
+            rows_of(self.X, test, self.dataset),
             missing=self.dataset.missing,
             num_columns=self.dataset.num_columns,
         )

@@ -11,6 +11,8 @@ import numpy as np
 if TYPE_CHECKING:
     from numpy.typing import NDArray
 
+    from .._data.dataset import Dataset
+
     Rows = NDArray[np.intp]
     Fold = tuple[Rows, Rows]
 
@@ -105,16 +107,20 @@ def _rows_of(rows: Any, where: str, num_rows: int) -> Rows:
     return array.astype(np.intp)
 
 
-def rows_of(X: Any, rows: Rows) -> Any:
-    """A copy of some rows of data of any kind that `as_table` takes."""
+def rows_of(X: Any, rows: Rows, dataset: Dataset) -> Any:
+    """A copy of some rows of data of any kind that `as_table` takes, of which `dataset` is made."""
     if hasattr(X, "iloc"):
         return X.iloc[rows]
     if hasattr(X, "tocsr"):
         return X.tocsr()[rows]
     if isinstance(X, np.ndarray):
         return X[rows]
-    if hasattr(X, "__arrow_c_stream__"):
-        return X.take(rows) if hasattr(X, "take") else X[rows]
+    if hasattr(X, "__arrow_c_stream__") or hasattr(X, "__arrow_c_array__"):
+        # A stream may have an end, and no way to pick rows.
+        values = np.empty((len(rows), dataset.num_columns), order="F")
+        for column in range(dataset.num_columns):
+            values[:, column] = dataset._column(column)[rows]
+        return values
     if isinstance(X, (list, tuple)):
         return [X[row] for row in rows]
     return np.asarray(X)[rows]
