@@ -2,7 +2,7 @@
 
     PYTHONPATH=build/release/python/3.11 python3 examples/missing_values.py
 
-A missing value is below every threshold: its row goes left at every split on the column.
+A missing value counts as a very small number: its row goes left at every split on the column.
 """
 
 import os

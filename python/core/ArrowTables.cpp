@@ -112,6 +112,10 @@ class Builder {
     std::vector<ColumnType> typeV;
 
     bool FindTypes() {
+        if (schema.format == nullptr || schema.n_children < 0 ||
+            (schema.n_children > 0 && schema.children == nullptr)) {
+            return RaiseInconsistent() != nullptr;
+        }
         if (std::strcmp(schema.format, "+s") != 0) {
             PyErr_SetString(PyExc_TypeError,
                             "The Arrow data are no table: a table or record batch is needed");
@@ -120,6 +124,9 @@ class Builder {
         state.names.reset(PyList_New(0));
         if (state.names == nullptr) return false;
         for (int64_t c = 0; c < schema.n_children; ++c) {
+            if (schema.children[c] == nullptr || schema.children[c]->format == nullptr) {
+                return RaiseInconsistent() != nullptr;
+            }
             const ArrowSchema& column = *schema.children[c];
             const Reference_t name(TextOf(NameOf(column)));
             if (name == nullptr || PyList_Append(state.names.get(), name.get()) != 0) return false;
@@ -134,13 +141,15 @@ class Builder {
 
     bool CheckChunk(const ArrowArray& chunk) const {
         bool fGood = chunk.length >= 0 && chunk.offset >= 0 && chunk.length <= INT64_MAX / 16 &&
-                     chunk.offset <= INT64_MAX / 16 && chunk.n_children == schema.n_children;
+                     chunk.offset <= INT64_MAX / 16 && chunk.n_children == schema.n_children &&
+                     (chunk.n_children == 0 || chunk.children != nullptr);
         for (int64_t c = 0; fGood && c < chunk.n_children; ++c) {
+            if (chunk.children[c] == nullptr) return RaiseInconsistent() != nullptr;
             const ArrowArray& column = *chunk.children[c];
             const bool fNulls = typeV[static_cast<size_t>(c)].kind == Kind::kNulls;
             fGood = column.offset >= 0 && column.offset <= INT64_MAX / 16 &&
                     column.length >= chunk.offset + chunk.length &&
-                    (fNulls || column.n_buffers == 2) &&
+                    (fNulls || (column.n_buffers == 2 && column.buffers != nullptr)) &&
                     (fNulls || column.length == 0 || column.buffers[1] != nullptr);
         }
         if (!fGood) return RaiseInconsistent() != nullptr;
@@ -258,7 +267,8 @@ Structure* Unpack(PyObject* capsule, const char* name) {
 
 bool RaiseStreamError(ArrowOwner<ArrowArrayStream>& stream) {
     if (PyErr_Occurred() != nullptr) return false;
-    const char* const text = stream->get_last_error(stream.Get());
+    const char* const text =
+        stream->get_last_error != nullptr ? stream->get_last_error(stream.Get()) : nullptr;
     PyErr_Format(PyExc_ValueError, "The Arrow stream failed: %s",
                  text != nullptr ? text : "no reason was given");
     return false;
@@ -267,6 +277,9 @@ bool RaiseStreamError(ArrowOwner<ArrowArrayStream>& stream) {
 bool ReadStream(PyObject* capsule, TableState& state) {
     ArrowOwner<ArrowArrayStream> stream(Unpack<ArrowArrayStream>(capsule, "arrow_array_stream"));
     if (!stream.HasContent()) return PyErr_Occurred() == nullptr && RaiseInconsistent() != nullptr;
+    if (stream->get_schema == nullptr || stream->get_next == nullptr) {
+        return RaiseInconsistent() != nullptr;
+    }
     Schema_t schema;
     const auto read = [&stream](auto function, auto* out) {
         const LockRelease unlocked;
@@ -280,6 +293,7 @@ bool ReadStream(PyObject* capsule, TableState& state) {
         state.arrayV.push_back(std::move(chunk));
     }
     if (status != 0) return RaiseStreamError(stream);
+    if (!schema.HasContent()) return RaiseInconsistent() != nullptr;
     return Builder(state, *schema).Build();
 }
 

@@ -23,7 +23,8 @@ bool HasSignal(TrainingState& state) {
 // Calls the user's progress function. Returns what a progress function of the library has to.
 int AskUser(TrainingState& state, int done, int total) {
     state.progressThread = PyThread_get_thread_ident();
-    const Reference_t answer(PyObject_CallFunction(state.progress.get(), "ii", done, total));
+    const Reference_t answer(
+        CallPython([&] { return PyObject_CallFunction(state.progress.get(), "ii", done, total); }));
     const int fStop = answer != nullptr ? PyObject_IsTrue(answer.get()) : -1;
     state.progressThread = 0;
     if (fStop < 0) {
@@ -41,7 +42,8 @@ int CallObjective(void* context, int round, int64_t num_rows, const double* /*la
     const LockHold locked(state.fEnding);
     const Exchange& exchange = *state.exchange;
     std::copy_n(scores, num_rows, exchange.scores.As<double>());
-    const Reference_t answer(PyObject_CallFunction(state.objective.get(), "i", round));
+    const Reference_t answer(
+        CallPython([&] { return PyObject_CallFunction(state.objective.get(), "i", round); }));
     if (answer == nullptr) {
         state.KeepError();
         return kFailed;
@@ -61,8 +63,10 @@ int CallMetric(void* context, const char* set, int64_t num_rows, const double* /
         static_cast<Py_ssize_t>(num_rows) * static_cast<Py_ssize_t>(sizeof *scores)));
     Reference_t answer;
     if (name != nullptr && bytes != nullptr) {
-        answer.reset(
-            PyObject_CallFunctionObjArgs(metric.function.get(), name.get(), bytes.get(), nullptr));
+        answer.reset(CallPython([&] {
+            return PyObject_CallFunctionObjArgs(metric.function.get(), name.get(), bytes.get(),
+                                                nullptr);
+        }));
     }
     if (answer != nullptr) *value = PyFloat_AsDouble(answer.get());
     if (PyErr_Occurred() == nullptr) return 0;
@@ -92,7 +96,9 @@ void CallMessage(void* context, int stream, const char* text) {
     const Reference_t message(TextOf(text));
     Reference_t answer;
     if (message != nullptr) {
-        answer.reset(PyObject_CallFunction(state.message.get(), "iO", stream, message.get()));
+        answer.reset(CallPython([&] {
+            return PyObject_CallFunction(state.message.get(), "iO", stream, message.get());
+        }));
     }
     if (answer == nullptr) state.KeepError();
 }

@@ -41,6 +41,16 @@ auto TakeLock(bool fEnding, const Take& take) {
     }
 }
 
+// Calls Python code, which ends this thread, by unwinding, if the interpreter ends meanwhile.
+template <typename Call>
+auto CallPython(const Call& call) {
+    try {
+        return call();
+    } catch (const abi::__forced_unwind&) {
+        for (;;) pause();
+    }
+}
+
 inline bool IsEnding() {
     return Py_IsInitialized() == 0;
 }

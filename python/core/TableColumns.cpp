@@ -68,7 +68,8 @@ void ReadSparse(const sylvora_block& block, int64_t column, double* out) {
             if (index >= column) break;
         }
     }
-    for (int64_t k = begin(column); !fByRows && k < begin(column + 1); ++k) {
+    if (fByRows) return;
+    for (int64_t k = begin(column); k < begin(column + 1); ++k) {
         const int64_t row = IndexAt(block.indices, block.long_indices, k);
         if (row >= 0 && row < block.num_rows) out[row] = ItemAt(block.values, k * bytes, type);
     }

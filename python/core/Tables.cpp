@@ -154,7 +154,8 @@ struct SparseParts {
     PyObject* begins = nullptr;
 };
 
-// The library checks all begins and indices, but cannot know how many entries there are.
+// The library checks all begins and indices, but cannot know how many entries there are. The begins
+// are copied: a program that changes them in spite of all warnings must not make it read elsewhere.
 bool FillSparse(TableState& state, bool fByRows, const SparseParts& parts) {
     sylvora_block& block = state.block;
     block.layout = fByRows ? SYLVORA_SPARSE_ROWS : SYLVORA_SPARSE_COLUMNS;
@@ -169,8 +170,13 @@ bool FillSparse(TableState& state, bool fByRows, const SparseParts& parts) {
         PyErr_SetString(PyExc_ValueError, "values: the array is not contiguous");
         return false;
     }
-    const auto end = static_cast<int64_t>(block.long_begins != 0 ? begins->As<int64_t>()[numLines]
-                                                                 : begins->As<int32_t>()[numLines]);
+    const auto copied = static_cast<size_t>(numLines + 1) * (block.long_begins != 0 ? 8 : 4);
+    const auto* const first = begins->As<const uint8_t>();
+    state.copyV.emplace_back(first, first + copied);
+    const void* const copy = state.copyV.back().data();
+    const auto end =
+        static_cast<int64_t>(block.long_begins != 0 ? static_cast<const int64_t*>(copy)[numLines]
+                                                    : static_cast<const int32_t*>(copy)[numLines]);
     if (end > values->Size(0)) {
         PyErr_Format(PyExc_ValueError, "begins: the last one is %lld, but there are %lld values",
                      static_cast<long long>(end), static_cast<long long>(values->Size(0)));
@@ -179,7 +185,7 @@ bool FillSparse(TableState& state, bool fByRows, const SparseParts& parts) {
     block.type = values->Type();
     block.values = values->Data();
     block.indices = indices->Data();
-    block.begins = begins->Data();
+    block.begins = copy;
     return true;
 }
 

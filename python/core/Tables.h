@@ -19,7 +19,7 @@ struct TableState {
     std::vector<sylvora_column> columnV;
     std::deque<Buffer> bufferV;
     std::vector<ArrowOwner<ArrowArray>> arrayV;
-    std::deque<std::vector<uint8_t>> copyV;  // of Arrow columns that cannot be borrowed
+    std::deque<std::vector<uint8_t>> copyV;  // what is not borrowed
     Reference_t names;                       // a list of str, or null
     Reference_t base;                        // the Table that owns all this in its place, or null
 

@@ -240,7 +240,7 @@ class LogEvaluation(Callback):
         self._logged = 0
 
     def after_round(self, round: Round) -> Optional[bool]:
-        if round.round % self.every == 0 or round.round == round.total:
+        if round.round % self.every == 0:
             self._write(round.round, round.evals)
         return None
 
@@ -325,12 +325,14 @@ class KeepOnInterrupt(Callback):
     all: the others are missing."""
 
     interrupted = False
+    _receives = False
     _older: Any = None
 
     def begin(self, total: int) -> None:
         self.interrupted = False
-        if self._older is None and threading.current_thread() is threading.main_thread():
+        if not self._receives and threading.current_thread() is threading.main_thread():
             self._older = signal.signal(signal.SIGINT, self._receive)
+            self._receives = True
 
     def _receive(self, number: int, frame: Optional[FrameType]) -> None:
         if self.interrupted:
@@ -344,6 +346,9 @@ class KeepOnInterrupt(Callback):
         self.failed()
 
     def failed(self) -> None:
-        if self._older is not None:
-            signal.signal(signal.SIGINT, self._older)
+        if self._receives:
+            self._receives = False
+            # None is a handler that was not set from Python: it cannot be set again.
+            older = signal.SIG_DFL if self._older is None else self._older
+            signal.signal(signal.SIGINT, older)
         self._older = None

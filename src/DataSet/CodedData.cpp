@@ -46,11 +46,16 @@ ColumnMeans CodedData::MeansOf(const engine::Matrix& matrix) {
     for (int column = 0; column < matrix.NumColumns(); ++column) {
         double mean = 0.0;
         int infinite = -1;  // the first row that is
+        bool fMissing = false;
+        bool fBelow = false;
         matrix.ForColumn(column, [&](int row, double value) {
             mean = NextMean(mean, value, matrix.NumRows());
             if (infinite < 0 && !std::isfinite(value)) infinite = row;
+            fMissing |= value == kMissingValue;
+            fBelow |= value < kMissingValue;
         });
         all.meanV.push_back(mean);
+        if (fMissing && fBelow) all.belowMissingV.push_back(column);
         if (std::isfinite(mean) && infinite < 0) continue;
         all.fault = infinite >= 0 ? Text("The value of row ", infinite, ", column ", column,
                                          " is infinite: training needs finite values")

@@ -27,6 +27,8 @@ inline double NextMean(double mean, double value, int numRows) {
 struct ColumnMeans {
     std::vector<double> meanV;
     std::string fault;
+    // Columns with missing values and values below kMissingValue.
+    std::vector<int> belowMissingV;
 };
 
 // Codes are made by the first training that asks for them, with the workers of its pool; others

@@ -169,6 +169,11 @@ int TreeLearner::DataBorrow(std::shared_ptr<const sylvora::DataSet> set, const d
         }
         const auto means = set->Shared()->Means();
         if (!means->fault.empty()) return Fail("ERROR: ", means->fault, "!\n");
+        for (const int column : means->belowMissingV) {
+            sylvora::Warn("Notice: column ", column,
+                          " has missing values, which are read as -2147483648, and values below "
+                          "that: a split may send missing values to the right\n");
+        }
         dimFea = set->NumColumns();
         Intake intake(*this);
         return intake.Store(kTraining, numRows,

@@ -91,6 +91,16 @@ class CallTest(unittest.TestCase):
             sylvora.train(dict(PARAMS, loss='log_loss'), X, Y, callbacks=[recorder])
         self.assertEqual(recorder.calls, [('begin', 10), 'failed'])
 
+    def test_all_are_told_of_a_failure(self):
+        class Failing(Callback):
+            def failed(self):
+                raise OSError
+
+        seen = Recorder()
+        with self.assertRaises(ZeroDivisionError):
+            sylvora.train(PARAMS, X, Y, callbacks=[seen, Failing(), Recorder(lambda r: 1 // 0)])
+        self.assertEqual(seen.calls[-1], 'failed')
+
     def test_what_a_round_shows(self):
         seen = []
 
@@ -121,6 +131,14 @@ class StoppingTest(unittest.TestCase):
         self.assertEqual(len(values), model.best_iteration_ + 2)
         reloaded = sylvora.Model.from_bytes(model.to_bytes())
         self.assertEqual(reloaded.best_iteration_, model.best_iteration_)
+
+    def test_the_best_round_may_be_the_last_one(self):
+        sets = {'good': (X, Y), 'bad': (X, np.roll(Y, 7))}
+        for rounds in (3, 4):
+            model = sylvora.train({'n_estimators': rounds}, X, Y, eval_set=sets,
+                                  callbacks=[EarlyStopping(5, metric='mae', on='good')])
+            errors = model.evals_result_['good']['mae']
+            self.assertEqual((model.best_iteration_, model.best_score_), (rounds, errors[-1]))
 
     def test_min_delta(self):
         options = dict(eval_set={'e': (X, Y)})
@@ -153,7 +171,7 @@ class StoppingTest(unittest.TestCase):
         nothing = Recorder()
         with self.assertRaisesRegex(ValueError, 'not finite after any round'):
             sylvora.train(PARAMS, X, Y, eval_set={'e': (X, Y)}, eval_metric=lambda y, f: np.nan,
-                          callbacks=[EarlyStopping(50), nothing])
+                          callbacks=[nothing, EarlyStopping(50)])
         self.assertEqual(nothing.calls[-1], 'failed')
 
     def test_time_limit(self):
@@ -177,6 +195,12 @@ class CheckpointTest(unittest.TestCase):
             self.assertEqual(seen, [4, 4, 4, 4, 8, 8, 8])
             np.testing.assert_array_equal(sylvora.Model.load(path).predict(X), model.predict(X))
             self.assertEqual(os.listdir(folder), ['m'])
+            classes = np.arange(len(X)) % 3
+            several = sylvora.SylvoraClassifier(n_estimators=2, callbacks=[Checkpoint(path)])
+            with self.assertRaisesRegex(ValueError, 'Checkpoint is for one training'):
+                several.fit(X, classes)
+            several.fit(X, np.where(classes, 'hot', 'cold'))
+            self.assertEqual(sylvora.Model.load(path).classes, ['cold', 'hot'])
             nowhere = os.path.join(folder, 'no', 'folder')
             with self.assertRaises(OSError):
                 sylvora.train(PARAMS, X, Y, callbacks=[Checkpoint(nowhere, 4)])
@@ -277,6 +301,7 @@ INTERRUPTED = '''
 import os, signal, sys, threading, time
 import numpy as np, sylvora
 from sylvora.callbacks import Callback, KeepOnInterrupt
+signal.signal(signal.SIGINT, signal.default_int_handler)
 X = np.random.RandomState(0).rand(20000, 20)
 class Interrupt(Callback):
     def after_round(self, round):
@@ -310,6 +335,25 @@ class InterruptTest(unittest.TestCase):
                 result = subprocess.run([sys.executable, '-c', code], env=environment, timeout=60,
                                         stdout=subprocess.PIPE, text=True)
                 self.assertRegex(result.stdout, '^%s\nTrue\n$' % expected)
+
+    def test_keep_needs_all_of_several_trainings(self):
+        before = signal.signal(signal.SIGINT, signal.default_int_handler)
+        self.addCleanup(signal.signal, signal.SIGINT, before)
+        before = signal.default_int_handler
+        keep = KeepOnInterrupt()
+
+        def interrupt(round):
+            if round.round == 3:
+                signal.raise_signal(signal.SIGINT)
+
+        callbacks = [keep, KeepOnInterrupt(), keep, Recorder(interrupt)]
+        with self.assertRaises(KeyboardInterrupt):
+            sylvora.cv(PARAMS, X, Y, folds=2, callbacks=callbacks)
+        classifier = sylvora.SylvoraClassifier(n_estimators=9, callbacks=callbacks)
+        with self.assertRaises(KeyboardInterrupt):
+            classifier.fit(X, np.arange(len(X)) % 3)
+        self.assertFalse(hasattr(classifier, 'classes_'))
+        self.assertIs(signal.getsignal(signal.SIGINT), before)
 
     def test_keep_in_another_thread_does_nothing(self):
         models = []

@@ -253,6 +253,25 @@ class ArrowTest(unittest.TestCase):
         gc.collect()
         self.assertEqual(arrow_producer.LIVE, {})
 
+    def test_null_pointers(self):
+        def without(parts):
+            """A table whose schema or array has null pointers in these places."""
+            class Damaged(ArrowTable):
+                def __arrow_c_array__(self, requested_schema=None):
+                    schema, array = self.schema(), self.array(0, 3)
+                    for place in parts:
+                        exec(place, {'schema': schema, 'array': array})
+                    return arrow_producer.capsule(schema), arrow_producer.capsule(array)
+
+            return Damaged(self.columns())
+
+        for place in ('schema.format = None', 'schema.children[0].contents.format = None',
+                      'schema.children = None', 'schema.children[1] = None',
+                      'array.children = None', 'array.children[1] = None',
+                      'array.children[0].contents.buffers = None'):
+            with self.subTest(place), self.assertRaisesRegex(ValueError, 'contradict'):
+                _core.Table.from_arrow(without([place]), None, False)
+
 
 if __name__ == '__main__':
     unittest.main()

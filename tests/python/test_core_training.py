@@ -268,6 +268,9 @@ class TrainingTest(TrainingCase):
 
     @unittest.skipUnless(hasattr(signal, 'raise_signal'), 'needs signals')
     def test_interrupt(self):
+        # A test run in the background may ignore the signal.
+        before = signal.signal(signal.SIGINT, signal.default_int_handler)
+        self.addCleanup(signal.signal, signal.SIGINT, before)
         for functions in (False, True):
             training = self.training(numTree=1000000)
             if functions:

@@ -40,7 +40,10 @@ class CvTest(unittest.TestCase):
         self.assertEqual(best, 1 + int(np.argmin(mean[:best + 4])))
         self.assertEqual(len(cut.evals['rmse']['mean']), min(best + 4, 80))
         np.testing.assert_array_equal(cut.evals['rmse']['mean'], mean[:best + 4])
-        self.assertEqual([model.n_rounds for model in cut.models], [best] * 5)
+        for model, values in zip(cut.models, cut.fold_evals):
+            self.assertEqual((model.n_rounds, model.best_iteration_), (best, best))
+            self.assertEqual(model.best_score_, values['rmse'][best - 1])
+            self.assertEqual(model.evals_result_['test']['rmse'], values['rmse'].tolist())
 
     def test_folds(self):
         X, y = data(90)

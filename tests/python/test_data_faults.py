@@ -89,6 +89,9 @@ class Faults(unittest.TestCase):
     @unittest.skipIf(sparse is None, 'needs SciPy')
     def test_sparse(self):
         self.check(lambda: as_table(sparse.csr_matrix((2, 0))), ValueError, r'0 feature\(s\)')
+        damaged = sparse.csr_matrix(np.eye(3))
+        damaged.indptr[:] = [0, 10**7, 2, 3]
+        self.check(lambda: as_table(damaged), ValueError, 'X: the sparse matrix is damaged')
         self.check(lambda: as_table(sparse.csc_matrix([[1j]])), ValueError, 'Complex data not')
         self.check(lambda: as_labels(sparse.csr_matrix([[1.0]]), 1), TypeError, 'not csr_matrix')
 

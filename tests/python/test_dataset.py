@@ -47,6 +47,9 @@ class Datasets(unittest.TestCase):
         for names, kind, text in ((['a'], ValueError, '1 names for 4 columns'),
                                   ('abcd', TypeError, 'list of text'),
                                   ([1, 2, 3, 4], TypeError, 'list of text'),
+                                  (5, TypeError, 'list of text'),
+                                  (['a', 'b', 'c', '\udc80'], ValueError, 'not valid Unicode'),
+                                  (['a', 'b', 'c', '\0'], ValueError, 'null character'),
                                   (['a', 'b', 'c', 'a'], ValueError, 'two columns have the name')):
             with self.assertRaisesRegex(kind, text):
                 Dataset(self.X, feature_names=names)

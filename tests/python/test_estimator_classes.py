@@ -60,6 +60,18 @@ class ClassifierTest(unittest.TestCase):
         far = np.full((3, 2), -1000.0)
         np.testing.assert_array_equal(model._probabilities(far), np.full((2, 3), 1 / 3))
 
+    def test_labels_that_are_missing_or_of_another_kind(self):
+        for missing in (None, np.nan, pd.NA, pd.NaT):
+            labels = np.array(TWO, dtype=object)
+            labels[7] = missing
+            with self.assertRaisesRegex(ValueError, "y: the label of row 7 is missing"):
+                fit(sylvora.SylvoraForestClassifier, labels=labels)
+        numbers = pd.array(np.where(TWO == "no", 4, 9), dtype="Int64")
+        model = fit(sylvora.SylvoraClassifier, labels=numbers)
+        self.assertEqual(model.classes_.tolist(), [4, 9])
+        with self.assertRaisesRegex(ValueError, "labels of the type .*U.*, those of the training"):
+            model.fit(X, numbers, eval_set={"e": (X, TWO)})
+
     def test_an_error_of_one_class_ends_all(self):
         bad = {"held": (X, THREE)}
         for n_jobs in (1, 3):
@@ -150,6 +162,21 @@ class WeightTest(unittest.TestCase):
                 self.assertEqual(model.model_.to_bytes(), expected)
             ones = cls().fit(features, labels, sample_weight=np.ones(240)).model_.to_bytes()
             self.assertEqual(cls().fit(features, labels).model_.to_bytes(), ones)
+
+    def test_weights_of_a_wide_sparse_matrix(self):
+        wide = scipy.sparse.random(20, 5000, 0.05, "csr", random_state=1)
+        weights = np.where(np.arange(20) == 3, 2, 1)
+        models = [
+            sylvora.SylvoraRegressor(n_estimators=2).fit(form, np.arange(20.0), weights).model_
+            for form in (wide, wide.toarray())
+        ]
+        self.assertEqual(models[0].to_bytes(), models[1].to_bytes())
+
+    def test_weights_of_classes_are_weights_of_rows(self):
+        one, other = sylvora.SylvoraClassifier(**ODDS), sylvora.SylvoraClassifier(**ODDS)
+        one.fit(X, TWO, class_weight={"no": 3})
+        other.fit(X, TWO, sample_weight=np.where(TWO == "no", 3, 1))
+        self.assertEqual(one.model_.to_bytes(), other.model_.to_bytes())
 
     def test_votes_repeat_rows(self):
         weights = np.arange(240) % 3

@@ -241,6 +241,8 @@ class ModelTest(unittest.TestCase):
         covers = sum(np.bincount(t.column[t.column >= 0], t.cover[t.column >= 0], 3)
                      for t in arrays)
         np.testing.assert_array_equal(tree.feature_importance('cover'), covers)
+        constant = sylvora.train({'n_estimators': 9}, X, np.full(200, 0.1))
+        self.assertEqual(constant.feature_importance().tolist(), [0, 0, 0])
         # The shrink enters squared: a model of one round with half of it has a quarter of the gain.
         params = {'n_estimators': 1, 'learning_rate': 0.5}
         half, whole = (sylvora.train(dict(params, learning_rate=rate), X, y).feature_importance()

@@ -261,6 +261,14 @@ class EvaluationTest(unittest.TestCase):
         best = int(np.argmax(ranking.evals_result_['e']['ndcg@10']))
         self.assertEqual(ranking.best_iteration_, 1 + best)
 
+    def test_values_below_the_missing_one(self):
+        X, y = data(60)
+        X[:5, 1], X[5:9, 1], X[9, 0] = -3e9, np.nan, np.nan
+        names = ['n%d' % i for i in range(X.shape[1])]
+        with self.assertWarnsRegex(UserWarning, '^column "n1" has missing values') as caught:
+            sylvora.train({'n_estimators': 1}, X, y, feature_names=names)
+        self.assertEqual(len(caught.warnings), 1)
+
     def test_notices_are_warnings(self):
         X, y = data(60)
         params = {'model': 'tree', 'task': 'regression', 'n_estimators': 5}
@@ -271,7 +279,7 @@ class EvaluationTest(unittest.TestCase):
         self.assertEqual(len(caught), 3)
         for warning in caught:
             self.assertIs(warning.category, UserWarning)
-            self.assertRegex(str(warning.message), '^Notice: .*only one tree.*!$')
+            self.assertRegex(str(warning.message), '^In CART, only one tree.*!$')
             self.assertEqual(warning.filename, __file__)
         with warnings.catch_warnings():
             warnings.simplefilter('error')

@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import re
-from collections.abc import Sequence
+from collections.abc import Iterable, Sequence
 from typing import Any, Optional, TypeVar
 
 import numpy as np
@@ -38,10 +38,11 @@ def names_of(X: Any, argument: str) -> Names:
 
 def given_names(names: Any, num_columns: int) -> list[str]:
     """Names that a user gives to columns. Raises TypeError and ValueError."""
-    if isinstance(names, str) or not all(isinstance(name, str) for name in names):
+    if isinstance(names, str) or not isinstance(names, Iterable):
         raise TypeError("feature_names must be a list of text, one name per column")
-    for name in names:
-        _refuse_null(name, "feature_names")
+    names = list(names)
+    if not all(isinstance(name, str) for name in names):
+        raise TypeError("feature_names must be a list of text, one name per column")
     if len(names) != num_columns:
         raise ValueError(f"feature_names has {len(names)} names for {num_columns} columns")
     return unique([str(name) for name in names], "feature_names") or []
@@ -61,16 +62,22 @@ def unique(labels: Optional[list[Any]], argument: str) -> Names:
         )
     seen: set[str] = set()
     for label in labels:
-        _refuse_null(label, argument)
+        checked_text(label, argument)
         if label in seen:
             raise ValueError(f'{argument}: two columns have the name "{label}"; rename one of them')
         seen.add(label)
     return labels
 
 
-def _refuse_null(name: str, argument: str) -> None:
+def checked_text(name: str, argument: str) -> str:
+    """Returns a name if a model's description can hold it. Raises ValueError."""
+    try:
+        name.encode()
+    except UnicodeEncodeError:
+        raise ValueError(f"{argument}: {name!r} is not valid Unicode") from None
     if "\0" in name:
-        raise ValueError(f"{argument}: the name {name!r} has a null character")
+        raise ValueError(f"{argument}: {name!r} has a null character")
+    return name
 
 
 def order_of(found: Names, wanted: Sequence[str], argument: str) -> Optional[list[int]]:

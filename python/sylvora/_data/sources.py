@@ -137,6 +137,11 @@ def _of_frame(X: Any, argument: str, refuse_missing: bool) -> Source:
 def _of_sparse(X: Any, argument: str) -> Source:
     if X.ndim != 2:
         raise _not_two_dimensional(X, argument)
+    if X.format in ("csr", "csc"):
+        try:
+            X.check_format(full_check=True)  # scipy reads beyond arrays that are not consistent
+        except (TypeError, ValueError) as error:
+            raise ValueError(f"{argument}: the sparse matrix is damaged: {error}") from None
     source = _Sparse(X)
     data = as_numbers(source.matrix.data, lambda _: f"{argument} (sparse)", ENCODE)
     if data is not source.matrix.data:

@@ -132,7 +132,10 @@ def _missing_rule(missing: Optional[float]) -> Missing:
         return None, True
     if not isinstance(missing, Real) or isinstance(missing, bool):
         raise TypeError(f"missing must be a number, NaN or None, not {missing!r}")
-    number = float(missing)
+    try:
+        number = float(missing)
+    except OverflowError:
+        number = math.inf
     if math.isinf(number):
         raise ValueError("missing must not be infinite: infinite values are refused")
     return (None if math.isnan(number) else number), False

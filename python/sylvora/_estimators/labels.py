@@ -10,6 +10,7 @@ from sklearn.utils.multiclass import check_classification_targets
 
 from .base import label_column
 from .._training.fit import EvaluationData
+from .._data.names import checked_text
 from .._data.numbers import Array
 
 
@@ -68,13 +69,9 @@ def class_names(classes: Iterable[Any]) -> list[str]:
     Raises
     ------
     ValueError
-        If a text has a null character, which a description cannot hold.
+        If a description cannot hold a text.
     """
-    names = [str(label) for label in classes]
-    for name in names:
-        if "\0" in name:
-            raise ValueError(f"y: the class {name!r} has a null character")
-    return names
+    return [checked_text(str(label), "y: the class") for label in classes]
 
 
 def codes_of(classes: Array, y: Any, num_rows: int, *, argument: str) -> Array:

@@ -97,7 +97,9 @@ def run_all(job: Job, wanted: Sequence[int]) -> list[FitResult]:
         try:
             for number in wanted:
                 futures.append(pool.submit(job.train, number, settings, (_StopAll(stop),)))
-            wait(futures, return_when=FIRST_EXCEPTION)
+            done, _ = wait(futures, return_when=FIRST_EXCEPTION)
+            for future in done:
+                future.result()  # raises what ended the wait, before the others have ended
             return [future.result() for future in futures]
         finally:
             stop.set()

@@ -95,6 +95,9 @@ class Model(ModelFacts):
     def __setattr__(self, name: str, value: object) -> NoReturn:
         raise AttributeError("Models do not change")
 
+    def __delattr__(self, name: str) -> NoReturn:
+        raise AttributeError("Models do not change")
+
     def cut(self, num_groups: int, /) -> NoReturn:
         raise AttributeError("Models do not change: give iteration_range to predict")
 
@@ -232,9 +235,9 @@ class Model(ModelFacts):
         ----------
         kind : {"gain", "split", "cover"}
             "split" counts the splits on a column. "cover" adds up the training rows that reach
-            them. "gain" adds up cl vl^2 + cr vr^2 - c v^2, where c is the number of rows of a
-            node, v its value times the shrink, and l and r are the children. For
-            squared error that is what the split takes off the sum of squared errors, times the
+            them. "gain" adds up cl cr / c (vl - vr)^2, where c is the number of rows of a node,
+            cl and cr those of its children, and vl and vr the children's values times the shrink.
+            For squared error that is what the split takes off the sum of squared errors, times the
             shrink's square. Losses with node values of their own, such as LogLoss and Absolute, are
             measured by these values, too.
 

@@ -15,6 +15,8 @@ if TYPE_CHECKING:
 
     from .model import Model
 
+# Values of children that differ relatively by less are the same but for rounding.
+_ROUNDING = 1e-12
 _NODE = np.dtype(
     [
         ("threshold", np.float64),
@@ -31,8 +33,8 @@ _NODE = np.dtype(
 class Tree:
     """One tree of a model; see `Model.tree`. Node 0 is the root.
 
-    A row goes to the left child if its value is at most the threshold, and a missing value is below
-    every threshold.
+    A row goes to the left child if its value is at most the threshold. A missing value is
+    -2147483648.
 
     Attributes
     ----------
@@ -91,8 +93,11 @@ def _weights(tree: Tree, splits: NDArray[np.intp], kind: str) -> NDArray[np.floa
         return np.ones(len(splits))
     if kind == "cover":
         return tree.cover[splits].astype(np.float64)
-    moment = tree.cover * np.square(tree.output * tree.shrink)
-    gain: NDArray[np.float64] = (
-        moment[tree.left[splits]] + moment[tree.right[splits]] - moment[splits]
-    )
+    value = tree.output * tree.shrink
+    left, right = tree.left[splits], tree.right[splits]
+    difference = value[left] - value[right]
+    size = np.maximum(np.abs(value[left]), np.abs(value[right]))
+    difference[np.abs(difference) <= _ROUNDING * size] = 0.0
+    covers = tree.cover.astype(np.float64)
+    gain: NDArray[np.float64] = covers[left] * covers[right] / covers[splits] * difference**2
     return gain

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import contextlib
 import time
 from collections.abc import Callable, Iterable, Sequence
 from typing import TYPE_CHECKING, Any, Optional
@@ -51,13 +52,16 @@ class Calls:
     """Each callback that has begun is told the end, once."""
 
     def __init__(self, callbacks: Iterable[Callback]) -> None:
-        self._callbacks = list(callbacks)
-        for callback in self._callbacks:
+        self._callbacks: list[Callback] = []
+        for callback in callbacks:
+            if any(callback is other for other in self._callbacks):
+                continue  # given twice: called once
             if not isinstance(callback, Callback):
                 raise TypeError(
                     "callbacks must be objects of classes derived from sylvora.callbacks.Callback, "
                     f"got {callback!r}"
                 )
+            self._callbacks.append(callback)
         self._open: list[Callback] = []
         self._start = 0.0
 
@@ -90,5 +94,7 @@ class Calls:
             self._open.pop().end(result)
 
     def failed(self) -> None:
+        """All are told, and exceptions of theirs dropped: the training has one of its own."""
         while self._open:
-            self._open.pop().failed()
+            with contextlib.suppress(Exception):
+                self._open.pop().failed()

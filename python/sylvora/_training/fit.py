@@ -18,7 +18,8 @@ from .._data.tables import with_names
 from .._model.facts import BASE_SCORE
 from .metrics import Metric, is_larger_better, name_of
 from .._model.model import Model, completed
-from .objectives import Objective
+from .objectives import Objective, read_only
+from .parameters import real_number
 from ..callbacks import Callback, Evals, LogEvaluation, ProgressBar
 
 if TYPE_CHECKING:
@@ -166,7 +167,7 @@ class _Fit:
 
     def _set_user_metric(self, metric: Callable[..., float]) -> None:
         name = name_of(metric)
-        labels = {data.name: data.labels for data in self._evaluation}
+        labels = {data.name: read_only(data.labels) for data in self._evaluation}
 
         def measure(set_name: str, scores: bytes) -> float:
             value = metric(labels[set_name], np.frombuffer(scores, np.float64))
@@ -189,9 +190,7 @@ class _Fit:
             raise ValueError("An objective is for the model 'gbdt'")
         start = 0.0
         if base_score is not None:
-            self._start = start = float(base_score)
-            if not math.isfinite(start):
-                raise ValueError(f"base_score must be finite, got {start}")
+            self._start = start = real_number("base_score", base_score)
             self.training.start(start)
         called = Objective(objective, labels, start)
         self.training.objective(called.fill, called.scores, called.gradients, called.hessians)
@@ -243,7 +242,8 @@ class _Fit:
 
     def _receive(self, stream: int, text: str) -> None:
         if stream == 2:
-            self._messages[text.strip()] = None
+            text = str(with_names(UserWarning(text.strip()), self._names))
+            self._messages[text.replace("Notice: ", "", 1)] = None
         elif self._verbose:
             print(text, end="", flush=True)
 

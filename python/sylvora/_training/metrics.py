@@ -5,14 +5,15 @@ from __future__ import annotations
 from collections.abc import Callable, Sequence
 from typing import Union
 
+from .._data.names import checked_text
+
 Metric = Union[str, Callable[..., float]]
 
 
 def name_of(metric: Metric) -> str:
     """The name under which a metric is recorded."""
-    if isinstance(metric, str):
-        return metric
-    return getattr(metric, "__name__", None) or type(metric).__name__
+    name = metric if isinstance(metric, str) else getattr(metric, "__name__", None)
+    return checked_text(name if isinstance(name, str) else type(metric).__name__, "eval_metric")
 
 
 def is_larger_better(name: str, metrics: Sequence[Metric] = ()) -> bool:

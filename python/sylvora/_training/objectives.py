@@ -76,11 +76,11 @@ class Objective:
         self, function: Callable[..., Any], labels: NDArray[np.float64], start: float
     ) -> None:
         self._function = function
-        self._labels = _read_only(labels)
+        self._labels = read_only(labels)
         self.scores = np.full(len(labels), start)
         self.gradients = np.empty_like(labels)
         self.hessians: Optional[NDArray[np.float64]] = None
-        self._seen_scores = _read_only(self.scores)
+        self._seen_scores = read_only(self.scores)
         first = self._call(1)
         if first[1] is not None:
             self.hessians = np.empty_like(labels)
@@ -129,11 +129,10 @@ class Objective:
             row = int(np.argmin(finite))
             wanted = "finite" if what == "gradients" else "finite and not negative"
             raise ValueError(f"{where} must be {wanted}, but that of row {row} is {array[row]}")
-        # A copy: a function may return an array that it fills again.
-        return np.array(array, dtype=np.float64)
+        return np.asarray(array, dtype=np.float64)
 
 
-def _read_only(array: NDArray[np.float64]) -> NDArray[np.float64]:
+def read_only(array: NDArray[np.float64]) -> NDArray[np.float64]:
     view = array.view()
     view.flags.writeable = False
     return view

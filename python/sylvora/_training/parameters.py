@@ -179,7 +179,7 @@ def _text_of(name: str, value: Any, parameter: _Parameter) -> str:
         if isinstance(value, bool):
             return "true" if value else "false"
         raise TypeError(f"{name} must be True or False, got {value!r}")
-    number = _integer(name, value) if parameter.kind == "integer" else _real(name, value)
+    number = _integer(name, value) if parameter.kind == "integer" else real_number(name, value)
     _check_range(name, number, parameter)
     if name == "min_samples_split":
         number -= 1
@@ -207,13 +207,16 @@ def _integer(name: str, value: Any) -> int:
     raise TypeError(f"{name} must be an integer, got {value!r}")
 
 
-def _real(name: str, value: Any) -> float:
+def real_number(name: str, value: Any) -> float:
+    """The value as a finite float. Raises TypeError or ValueError, which name the parameter."""
     try:
-        if not _is_bool(value) and not isinstance(value, (str, bytes)):
+        if not _is_bool(value) and not isinstance(value, (str, bytes, bytearray)):
             number = float(value)
             if math.isfinite(number):
                 return number
             raise ValueError(f"{name} must be finite, got {value!r}")
+    except OverflowError:
+        raise ValueError(f"{name} must be finite, got a larger number") from None
     except TypeError:
         pass
     raise TypeError(f"{name} must be a number, got {value!r}")

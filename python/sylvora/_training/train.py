@@ -8,6 +8,7 @@ from typing import TYPE_CHECKING, Any, Optional, Union
 
 from .._data.tables import as_labels, as_queries, as_table, as_weights
 from .._data.dataset import Dataset
+from .._data.names import checked_text
 from .calls import checked_callbacks
 from .fit import EvaluationData, FitResult, fit_model
 from .metrics import Metric
@@ -189,6 +190,7 @@ def _evaluation_of(
     where = f"eval_set[{name!r}]"
     if not isinstance(name, str):
         raise TypeError(f"The names of eval_set must be strings, got {name!r}")
+    checked_text(name, "eval_set")
     if not isinstance(given, (tuple, list)) or len(given) not in (2, 3):
         raise ValueError(f"{where} must be (X, y), or (X, y, group) for ranking")
     frame = as_table(
