@@ -11,13 +11,19 @@ namespace {
 
 using sylvora::python::LossFunctions;
 
-// The functions of handles and of losses, ended by an empty entry.
+PyObject* UsableProcessors(PyObject* /*module*/, PyObject* /*nothing*/) {
+    return PyLong_FromLong(sylvora_usable_processors());
+}
+
+// The functions of handles and of losses, and of this file, ended by an empty entry.
 PyMethodDef* AllFunctions() {
-    static std::array<PyMethodDef, 8> functionV = {};  // the last one stays empty
+    static std::array<PyMethodDef, 9> functionV = {};  // the last one stays empty
     size_t size = 0;
     for (PyMethodDef* list : {HandleFunctions(), LossFunctions()}) {
         for (; list->ml_name != nullptr; ++list) functionV.at(size++) = *list;
     }
+    functionV.at(size) = {"usable_processors", UsableProcessors, METH_NOARGS,
+                          "usable_processors()\n--\n\nProcessors that the process may use."};
     return functionV.data();
 }
 

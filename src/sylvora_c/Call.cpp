@@ -1,6 +1,8 @@
 // Errors of the C interface, and its versions; see Call.h.
 #include "Call.h"
 
+#include "base/UsableCpus.h"
+
 namespace sylvora::c {
 namespace {
 
@@ -76,6 +78,15 @@ int sylvora_check_version(int major, int minor) {
 
 const char* sylvora_version(void) {
     return SYLVORA_VERSION;
+}
+
+int sylvora_usable_processors(void) {
+    int number = 1;
+    const int status = sylvora::c::Run([&number] {
+        number = sylvora::NumUsableCpus();
+        return 0;
+    });
+    return status == 0 ? number : 1;
 }
 
 const char* sylvora_error(void) {

@@ -8,7 +8,9 @@ except ImportError:
     raise unittest.SkipTest('needs NumPy')
 
 import bundled
+from sylvora import _core
 from sylvora._training.parameters import settings_of
+from sylvora._training.processors import usable_jobs
 
 
 class ParameterTest(unittest.TestCase):
@@ -23,7 +25,7 @@ class ParameterTest(unittest.TestCase):
             ({'random_state': None}, 'randomSeed', '1'),
             ({'random_state': generator}, 'randomSeed',
              str(np.random.default_rng(1).integers(1, 2**31 - 1))),
-            ({'n_jobs': -1}, 'numThread', str(min(256, len(os.sched_getaffinity(0))))),
+            ({'n_jobs': -1}, 'numThread', str(min(256, _core.usable_processors()))),
             ({'model': 'ranking', 'loss': 'squared_hinge'}, 'lossFunc', 'HingeSquareRank'),
             ({'loss': 'squared_hinge'}, 'lossFunc', 'HingeSquare'),
             ({'lossFunc': 'LogLoss'}, 'lossFunc', 'LogLoss'),
@@ -33,6 +35,16 @@ class ParameterTest(unittest.TestCase):
         for params, name, value in cases:
             with self.subTest(params):
                 self.assertEqual(settings_of(params)[name], value)
+
+    def test_usable_processors(self):
+        allowed = os.sched_getaffinity(0)
+        self.assertIn(_core.usable_processors(), range(1, len(allowed) + 1))
+        try:
+            os.sched_setaffinity(0, {min(allowed)})
+            self.assertEqual((_core.usable_processors(), usable_jobs(-1), usable_jobs(-2)),
+                             (1, 1, 1))
+        finally:
+            os.sched_setaffinity(0, allowed)
 
     def test_refused(self):
         cases = [

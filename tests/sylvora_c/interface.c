@@ -379,6 +379,7 @@ int main(void) {
     test_best_round(model);
     test_evaluation(data);
     test_models(model);
+    EXPECT(sylvora_usable_processors() >= 1);
     test_model_types(data);
     test_errors(data);
     test_progress(data);
