@@ -34,7 +34,7 @@ class TrainingTest(TrainingCase):
         training.on_message(lambda stream, text: texts.append((stream, text)))
         model = training.run(Sub)
         self.assertIs(type(model), Sub)
-        self.assertEqual([entry[:3] for entry in seen[-12:]],
+        self.assertEqual([entry[:3] for entry in seen],
                          [(i, 12, [i, i]) for i in range(1, 13)])
         scores = scores_of(model, self.table)
         record = {metric: (name, values[-1]) for name, metric, values in training.record()}
@@ -137,6 +137,37 @@ class TrainingTest(TrainingCase):
         with self.assertRaises(Mine):
             training.run(_core.Model)
         self.assertEqual(len(training.record()[0][2]), 4)
+
+    def test_first_exception_ends_the_run(self):
+        raised, rounds = [], []
+
+        def fail(*_):
+            raised.append(ValueError(len(raised)))
+            raise raised[-1]
+
+        for functions, least in (('on_message', 1), ('on_message metric', 2)):
+            del raised[:], rounds[:]
+            training = self.training(numTree=200, fPrint='true')
+            training.evaluate('train', self.table, self.y, None)
+            training.on_message(fail)
+            training.on_progress(lambda done, total: rounds.append(done))
+            if 'metric' in functions:
+                training.user_metric('m', fail, True)
+            with self.assertRaises(ValueError) as caught:
+                training.run(_core.Model)
+            self.assertIs(caught.exception, raised[0])
+            self.assertGreaterEqual(len(raised), least)
+            self.assertLessEqual(len(rounds), 1)
+
+    def test_progress_is_told_once_per_round(self):
+        for settings in ({}, {'modelType': 'RandomForest', 'fRegCls': 'REG', 'numThread': 3},
+                         {'numThread': 2, 'fPrint': 'true'}):
+            calls = []
+            training = self.training(**dict(settings, numTree=30))
+            training.on_progress(lambda done, total: calls.append((done, total)))
+            training.on_message(lambda *_: None)
+            training.run(_core.Model)
+            self.assertEqual(calls, [(done, 30) for done in range(1, 31)])
 
     def test_use_of_a_running_training(self):
         training = self.training(numTree=5)
