@@ -70,6 +70,13 @@ def _value(text):
     return text
 
 
+def run_command(*arguments):
+    """Runs the command, without what a sanitizer preloads for the interpreter."""
+    environment = {key: value for key, value in os.environ.items() if key != 'LD_PRELOAD'}
+    subprocess.run([COMMAND, *arguments], cwd=ROOT, env=environment, check=True,
+                   capture_output=True)
+
+
 def command_model(name, folder, **options):
     """The bytes of the model file that the command writes."""
     config, data, rounds, more = SETS[name]
@@ -77,10 +84,10 @@ def command_model(name, folder, **options):
     options = dict(more, numTree=rounds, fileTrain='data/%s.train.txt' % data,
                    fileTest='data/%s.test.txt' % data, fileModel=model,
                    filePred=os.path.join(folder, 'scores.txt'), **options)
-    call = [COMMAND, 'examples/%s.cfg' % config]
+    arguments = ['examples/%s.cfg' % config]
     for key, value in options.items():
-        call += ['-' + key, str(value)]
-    subprocess.run(call, cwd=ROOT, check=True, stdout=subprocess.DEVNULL)
+        arguments += ['-' + key, str(value)]
+    run_command(*arguments)
     with open(model, 'rb') as file:
         return file.read()
 

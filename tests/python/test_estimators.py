@@ -2,7 +2,6 @@
 
 import os
 import pickle
-import subprocess
 import tempfile
 import threading
 import unittest
@@ -15,7 +14,7 @@ import numpy as np
 import pandas as pd
 import sklearn
 import sylvora
-from bundled import COMMAND, ROOT, read
+from bundled import read, run_command
 from sklearn.base import clone
 from sklearn.calibration import CalibratedClassifierCV
 from sklearn.compose import ColumnTransformer
@@ -49,7 +48,7 @@ class CommandTest(unittest.TestCase):
             config = os.path.join(folder, "c.cfg")
             with open(config, "w") as file:
                 file.write("\n".join(lines) + "\nfileModel = %s/model\n" % folder)
-            subprocess.run([COMMAND, config], cwd=ROOT, check=True, capture_output=True)
+            run_command(config)
             with open(os.path.join(folder, "model"), "rb") as file:
                 return file.read()
 
