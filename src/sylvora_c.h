@@ -45,8 +45,8 @@ extern "C" {
 SYLVORA_C_API int sylvora_check_version(int major, int minor);
 /* The version of the library, such as "0.1.0". */
 SYLVORA_C_API const char* sylvora_version(void);
-/* The number of processors that the process may use: those of its affinity mask, or the limit of its
- * control group (as containers set it) if that is lower; at least 1. Reads files. */
+/* The number of processors that the process may use: those of its affinity mask, or the limit of
+ * its control group (as containers set it) if that is lower; at least 1. Reads files. */
 SYLVORA_C_API int sylvora_usable_processors(void);
 /* The text of the last error of the calling thread: one line or more, without a final line feed;
  * empty before any. Valid until the thread's next call of the library. */
