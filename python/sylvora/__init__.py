@@ -27,23 +27,6 @@ from ._core import (
     error,
 )
 
-# typing.TYPE_CHECKING, without loading typing.
-TYPE_CHECKING = False
-if TYPE_CHECKING:
-    from . import callbacks, plot
-    from ._estimators.boosting import SylvoraClassifier, SylvoraRanker, SylvoraRegressor
-    from ._data.dataset import Dataset
-    from ._estimators.forests import (
-        SylvoraForestClassifier,
-        SylvoraForestRegressor,
-        SylvoraTreeClassifier,
-        SylvoraTreeRegressor,
-    )
-    from ._model.model import Model
-    from ._training.objectives import expit, log_odds
-    from ._training.train import train
-    from ._training.cv import CvResult, cv
-
 # What a star import brings: names that need neither NumPy nor scikit-learn.
 __all__ = [
     "LoadModel",

@@ -12,7 +12,6 @@ import operator
 import os
 import signal
 import threading
-import time
 from collections.abc import Callable
 from types import FrameType
 from typing import TYPE_CHECKING, Any, Optional, Protocol

@@ -1,11 +1,12 @@
 """Data, labels and estimators for the tests of the estimators."""
 
+import importlib
 import unittest
 
 try:
     import numpy as np
-    import pandas  # noqa: F401
-    import sklearn  # noqa: F401
+    for name in ("pandas", "sklearn"):
+        importlib.import_module(name)
 except ImportError as error:
     raise unittest.SkipTest(str(error))
 

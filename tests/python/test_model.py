@@ -162,12 +162,15 @@ class ModelTest(unittest.TestCase):
         with self.assertRaisesRegex(ValueError, '^row: column 0 is missing, .* missing=None$'):
             model.score([None, 1, 2, 3])
         self.assertEqual(model.score(X[4]), model.predict(X[4:5])[0])
-        reference = weakref.ref(model)
         # A file of the command says nothing about missing values: NaN is one.
         plain = sylvora.Model.from_bytes(model.to_bytes(description=False))
         self.assertTrue(np.isfinite(plain.predict(X)).all())
         self.assertEqual(plain.score(X[3]), plain.predict(X[3:4])[0])
-        del model, call
+
+    def test_a_model_is_freed_at_once(self):
+        model, _, _ = trained(missing=None)
+        reference = weakref.ref(model)
+        del model
         self.assertIsNone(reference())
 
     def test_stages_and_ranges(self):
