@@ -351,3 +351,7 @@ class KeepOnInterrupt(Callback):
             older = signal.SIG_DFL if self._older is None else self._older
             signal.signal(signal.SIGINT, older)
         self._older = None
+
+
+def __dir__() -> list[str]:
+    return __all__

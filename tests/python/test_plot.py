@@ -28,7 +28,7 @@ class Importance(Pictures):
         self.assertEqual(labels, ['f29', 'f28', 'f27', '27 further features'])
         texts = [text.get_text() for text in axes.texts]
         self.assertEqual(texts, ['6.7 %', '6.4 %', '6.2 %', '80.7 % together'])
-        self.assertEqual(axes.get_xlabel(), 'gain: total reduction of squared error, share in %')
+        self.assertEqual(axes.get_xlabel(), 'gain: total improvement by the splits, share in %')
         self.assertGreater(axes.get_ylim()[0], axes.get_ylim()[1])
 
     def test_sources(self):

@@ -92,6 +92,9 @@ class Model(ModelFacts):
         state = {name: getattr(self, name) for name in _STATE}
         return _restored, (type(self), self.to_bytes(), state)
 
+    def __dir__(self) -> list[str]:
+        return [name for name in super().__dir__() if name not in _OF_CORE]
+
     def __setattr__(self, name: str, value: object) -> NoReturn:
         raise AttributeError("Models do not change")
 
@@ -295,6 +298,11 @@ class Model(ModelFacts):
         )
 
 
+# Members of the extension module's class that the methods here are made of.
+_OF_CORE = frozenset(
+    "add_groups cut describe leaves num_classes num_columns num_groups num_trees parse read "
+    "score_table set_description text type votes write".split()
+)
 _STATE = ("evals_result_", "best_score_", "_best_iteration")
 
 

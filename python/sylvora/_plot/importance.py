@@ -13,7 +13,7 @@ if TYPE_CHECKING:
     from matplotlib.axes import Axes
 
 _KINDS = {
-    "gain": "gain: total reduction of squared error",
+    "gain": "gain: total improvement by the splits",
     "split": "split: number of nodes that split on the feature",
     "cover": "cover: training rows that reach its splits",
 }

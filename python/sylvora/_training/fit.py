@@ -86,6 +86,11 @@ def fit_model(
     for the model's description."""
     if objective is None and base_score is not None:
         raise ValueError("base_score needs an objective; losses have their own start")
+    if objective is not None and not callable(objective):
+        raise TypeError(
+            f"objective must be a function, got {objective!r}; for a loss of the library use the "
+            "parameter loss"
+        )
     if objective is not None and settings.get("lossFunc", "USER") != "USER":
         raise ValueError("Give either the parameter loss or an objective")
     core = dataset._core
