@@ -3,7 +3,10 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdint>
 #include <cstdlib>
+#include <cstring>
+#include <limits>
 
 #include "../god/Report.h"
 
@@ -215,8 +218,53 @@ void BlockReader::ReadRows(int begin, int end, int numColumns, double* values) c
     }
 }
 
+namespace {
+
+// Whether one of the values of a run is infinite or, with `fNan`, NaN. The loop has no branches, so
+// that the compiler vectorises it. `Bits` is as wide as Value.
+template <typename Value, typename Bits>
+bool HasNonFinite(const unsigned char* values, int64_t count, bool fNan) {
+    constexpr int kSignificandBits = std::numeric_limits<Value>::digits - 1;
+    constexpr Bits kNoSign = std::numeric_limits<Bits>::max() >> 1;
+    constexpr Bits kInfinity = kNoSign & (std::numeric_limits<Bits>::max() << kSignificandBits);
+    const Bits ignored = fNan ? kNoSign & ~kInfinity : 0;  // a NaN then looks like an infinity
+    Bits found = 0;
+    for (int64_t i = 0; i < count; ++i) {
+        Bits bits;
+        std::memcpy(&bits, values + i * static_cast<int64_t>(sizeof(Bits)), sizeof bits);
+        found |= static_cast<Bits>((bits & kNoSign & ~ignored) == kInfinity);
+    }
+    return found != 0;
+}
+
+// Whether a dense block of floats or doubles, in rows or columns without gaps between their values,
+// may have a value that is refused. True for all other blocks.
+bool MayHaveRefused(const DataBlock& block) {
+    const bool fFloats = block.type == ValueType::kFloat32;
+    if (block.layout != DataBlock::Layout::kDense ||
+        (!fFloats && block.type != ValueType::kFloat64)) {
+        return true;
+    }
+    const int64_t size = fFloats ? 4 : 8;
+    const bool fRows = block.columnStride == size;
+    if (!fRows && block.rowStride != size) return true;
+    const int64_t numRuns = fRows ? block.numRows : block.numColumns;
+    const int64_t length = fRows ? block.numColumns : block.numRows;
+    const auto* run = static_cast<const unsigned char*>(block.values);
+    for (int64_t i = 0; i < numRuns; ++i, run += fRows ? block.rowStride : block.columnStride) {
+        const bool fFound = fFloats
+                                ? HasNonFinite<float, uint32_t>(run, length, !block.fNanMissing)
+                                : HasNonFinite<double, uint64_t>(run, length, !block.fNanMissing);
+        if (fFound) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
 std::string BlockReader::RefusedValue() const {
     if (block.fNanMissing && !block.fInfiniteRefused) return "";
+    if (!MayHaveRefused(block)) return "";
     int firstRow = INT_MAX, firstColumn = 0;
     for (int column = 0; column < NumColumns(); ++column) {
         ForColumn(column, 0, std::min(NumRows(), firstRow), [&](int row, double value) {

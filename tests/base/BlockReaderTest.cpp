@@ -139,6 +139,38 @@ TEST(BlockReader, ReadsAllTypes) {
     ExpectRead<std::uint8_t>(ValueType::kUInt8, 255, 5);
 }
 
+template <typename Value>
+void ExpectRefusals(ValueType type) {
+    constexpr int kRows = 37, kColumns = 5, kRow = 21, kColumn = 3;
+    constexpr std::ptrdiff_t kSize = sizeof(Value);
+    const double infinity = INFINITY;
+    for (const double value : {1e30, infinity, -infinity, std::nan("")}) {
+        for (const std::ptrdiff_t gap : {1, 2}) {
+            for (const bool fRows : {true, false}) {
+                std::vector<Value> valueV(static_cast<size_t>(kRows * kColumns * gap), Value{2});
+                DataBlock block = sylvora::RowsOf(valueV.data(), kRows, kColumns, kColumns * gap);
+                block.type = type;
+                block.rowStride = fRows ? kColumns * kSize * gap : kSize;
+                block.columnStride = fRows ? kSize : kRows * kSize * gap;
+                valueV[static_cast<size_t>((kRow * block.rowStride + kColumn * block.columnStride) /
+                                           kSize)] = static_cast<Value>(value);
+                block.fInfiniteRefused = true;
+                EXPECT_EQ(BlockReader(block).RefusedValue(),
+                          std::isinf(value) ? "has an infinite value in row 21, column 3" : "");
+                block.fNanMissing = false;
+                block.fInfiniteRefused = false;
+                EXPECT_EQ(BlockReader(block).RefusedValue(),
+                          std::isnan(value) ? "has a NaN in row 21, column 3" : "");
+            }
+        }
+    }
+}
+
+TEST(BlockReader, FindsRefusedValuesInAllOrders) {
+    ExpectRefusals<double>(ValueType::kFloat64);
+    ExpectRefusals<float>(ValueType::kFloat32);
+}
+
 // What is read as missing, and what is refused, with row and column.
 TEST(BlockReader, FollowsTheRulesForMissingValues) {
     const double nan = std::nan("");
