@@ -17,6 +17,7 @@
 #include "base/LargeArray.h"
 #include "base/WorkerPool.h"
 #include "engine/train/FixedPoint.h"
+#include "engine/train/RowSets.h"
 #include "engine/train/SearchResult.h"
 #include "engine/train/Tuning.h"
 
