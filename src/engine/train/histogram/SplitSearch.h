@@ -28,8 +28,10 @@ namespace engine {
 struct SearchTask {
     // The node's rows in any order; ascending is fastest.
     RowSet rows;
-    // Null for a small node, which sorts its columns.
+    // Null for a node that sorts all of its columns.
     const Histogram* histogram;
+    // The histogram holds the narrow columns only; the node sorts the others.
+    bool fNarrowOnly;
     const int* columnV;  // by slot
     int numSlots;
     Cell total;  // the sums over the rows
@@ -94,6 +96,9 @@ class SplitSearch {
     // The steps of a search, in this order.
     void ScanColumns(const SearchTask& task);
     void RefineSlots(const SearchTask& task);
+    void AppendBoundaries(const SearchTask& task, int slot);
+    void SearchBySorting(const SearchTask& task);
+    bool IsSorted(const SearchTask& task, int slot) const;
     void RefineTogether(const SearchTask& task, const int* slots, int numSlots);
     // Refining one slot (SlotScoring.cpp). Each call uses the buffers of its slot only, and raises
     // `best`, which is atomic; so several slots may be refined at the same time.
