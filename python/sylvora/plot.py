@@ -14,6 +14,7 @@ from ._plot import pictures as _pictures
 from ._plot.calibration import calibration
 from ._plot.importance import importance
 from ._plot.tree import tree
+from ._training.best import best_round as _best_round
 
 if TYPE_CHECKING:
     from matplotlib.axes import Axes
@@ -123,7 +124,7 @@ def _draw_curves(
         _pictures.curve(ax, values, name, i)
     _pictures.tidy(ax, "both")
     _pictures.show_rounds(ax, max(len(values) for values in curves.values()))
-    bests = {name: _best_round(values, larger) for name, values in curves.items()}
+    bests = {name: _best_round(values, larger) or None for name, values in curves.items()}
     name = list(curves)[-1]
     marked = bests[name] if best is None else best
     if marked is None or marked > len(curves[name]):
@@ -133,12 +134,6 @@ def _draw_curves(
     text = f"best round {marked}: " if bests[name] == marked else f"round {marked}: "
     text += f"{_pictures.shown(name)} " if len(curves) > 1 else ""
     _pictures.mark_round(ax, marked, text + _pictures.number(float(curves[name][marked - 1])))
-
-
-def _best_round(values: Sequence[float], larger: bool) -> Optional[int]:
-    """The first round with the best value, from 1; None without values."""
-    ranks = [(-v if larger else v, i) for i, v in enumerate(values, 1) if v == v]
-    return min(ranks)[1] if ranks else None
 
 
 def staged_error(

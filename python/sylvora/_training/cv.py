@@ -13,8 +13,9 @@ import numpy as np
 from .. import _core
 from .._data.tables import as_labels, as_table, as_weights
 from .._data.dataset import Dataset
+from .best import best_round, best_rounds
 from .calls import checked_callbacks, in_turn
-from .fit import EvaluationData, FitResult, best_round, fit_model
+from .fit import EvaluationData, FitResult, fit_model
 from .folds import folds_of, rows_of
 from .metrics import Metric, is_larger_better
 from .parameters import settings_of
@@ -241,7 +242,7 @@ def _summary(
 
 def _stopped_at(mean: Sequence[float], larger: bool, patience: int) -> int:
     """How many rounds early stopping would have trained."""
-    for number in range(1, len(mean) + 1):
-        if number - best_round(mean[:number], larger) >= patience:
+    for number, best in enumerate(best_rounds(mean, larger), 1):
+        if number - best >= patience:
             return number
     return len(mean)

@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import math
 import sys
 import warnings
 from collections.abc import Callable, Mapping, Sequence
@@ -13,6 +12,7 @@ from typing import TYPE_CHECKING, Any, Optional, Union
 import numpy as np
 
 from .. import _core
+from .best import best_round
 from .calls import Calls
 from .._data.tables import with_names
 from .._model.facts import BASE_SCORE
@@ -307,15 +307,3 @@ def _callers_level() -> int:
         frame = frame.f_back
         level += 1
     return level
-
-
-def best_round(values: Sequence[float], larger: bool) -> int:
-    """The first of the best rounds, from 1; 0 if no value is finite. The library's rule for
-    earlyStop: the first value must be finite, and NaN is never better."""
-    best = 0
-    for number, value in enumerate(values, 1):
-        if best == 0:
-            best = number if math.isfinite(value) else 0
-        elif value > values[best - 1] if larger else value < values[best - 1]:
-            best = number
-    return best
