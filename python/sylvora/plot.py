@@ -15,13 +15,12 @@ from ._plot.calibration import calibration
 from ._plot.importance import importance
 from ._plot.tree import tree
 from ._training.best import best_round as _best_round
+from ._training.facts import is_larger_better as _is_larger_better
 
 if TYPE_CHECKING:
     from matplotlib.axes import Axes
 
 __all__ = ["calibration", "importance", "learning_curve", "staged_error", "tree"]
-
-_LARGER_IS_BETTER = {"auc", "accuracy", "pairs", "ndcg"}
 
 
 def learning_curve(
@@ -81,7 +80,7 @@ def learning_curve(
             raise ValueError(f"{metric!r} was not recorded; metrics are: " + ", ".join(found))
     panels = _panels(ax, len(chosen))
     for panel, metric in zip(panels, chosen):
-        larger = metric in larger_is_better or metric.split("@")[0] in _LARGER_IS_BETTER
+        larger = metric in larger_is_better or _is_larger_better(metric)
         curves = {name: values[metric] for name, values in result.items() if metric in values}
         _draw_curves(panel, curves, best, larger)
         better = "higher" if larger else "lower"

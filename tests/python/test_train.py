@@ -15,6 +15,8 @@ import bundled
 import sylvora
 from arrow_producer import ArrowTable, column
 from bundled import small_data as data
+from sylvora._training.best import best_round
+from sylvora._training.facts import METRICS
 from sylvora.callbacks import EarlyStopping
 
 
@@ -260,6 +262,23 @@ class EvaluationTest(unittest.TestCase):
         self.assertEqual(list(ranking.evals_result_['e']), ['ndcg@10', 'pairs'])
         best = int(np.argmax(ranking.evals_result_['e']['ndcg@10']))
         self.assertEqual(ranking.best_iteration_, 1 + best)
+
+    def test_directions_of_metrics_are_the_library_s(self):
+        X, y = data(120)
+        ones = (y > np.median(y)).astype(float)
+        for name, larger in METRICS.items():
+            metric = name + '@50' * (name == 'ndcg')
+            params = {'n_estimators': 6, 'early_stopping_rounds': 9, 'loss': 'log_loss'}
+            sets, group = (X[:80], ones[:80]), None
+            if name in ('ndcg', 'pairs'):
+                params.update(loss='cross_entropy', model='ranking')
+                sets, group = (*sets, [80]), [60, 60]
+            model = sylvora.train(params, X, ones, group=group, eval_set=[sets],
+                                  eval_metric=metric)
+            values = model.evals_result_['eval_0'][metric]
+            with self.subTest(metric):
+                self.assertGreater(len(set(values)), 1)
+                self.assertEqual(model.best_iteration_, best_round(values, larger))
 
     def test_values_below_the_missing_one(self):
         X, y = data(60)

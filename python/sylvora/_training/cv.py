@@ -15,6 +15,7 @@ from .._data.tables import as_labels, as_table, as_weights
 from .._data.dataset import Dataset
 from .best import best_round, best_rounds
 from .calls import checked_callbacks, in_turn
+from .facts import loss_facts
 from .fit import EvaluationData, FitResult, fit_model
 from .folds import folds_of, rows_of
 from .metrics import Metric, is_larger_better
@@ -29,7 +30,6 @@ if TYPE_CHECKING:
     from .._model.model import Model
     from ..callbacks import Callback
 
-_STRATIFIED_LOSSES = ("LogLoss", "Logistic", "Exponential", "HingeSquare")
 _SET = "test"
 
 
@@ -148,7 +148,7 @@ feature_names, missing, n_jobs, verbose
     patience = int(settings.pop("earlyStop", "0"))
     if stratified is None:
         stratified = settings.get("fRegCls") == "CLS" or (
-            settings.get("lossFunc") in _STRATIFIED_LOSSES
+            loss_facts(settings.get("lossFunc", "")).two_classes
         )
     made = folds_of(
         folds, labels, queries, stratified=stratified, shuffle=shuffle, seed=seed

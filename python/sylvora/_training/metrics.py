@@ -5,6 +5,7 @@ from __future__ import annotations
 from collections.abc import Callable, Sequence
 from typing import Union
 
+from . import facts
 from .._data.names import checked_text
 
 Metric = Union[str, Callable[..., float]]
@@ -22,4 +23,4 @@ def is_larger_better(name: str, metrics: Sequence[Metric] = ()) -> bool:
     for metric in metrics:
         if not isinstance(metric, str) and name_of(metric) == name:
             return bool(getattr(metric, "greater_is_better", False))
-    return name in ("auc", "accuracy", "pairs") or name.startswith("ndcg@")
+    return facts.is_larger_better(name)

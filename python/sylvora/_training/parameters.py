@@ -7,6 +7,7 @@ import operator
 from collections.abc import Mapping
 from typing import Any, NamedTuple, Optional
 
+from .facts import LOSSES
 from .processors import usable_jobs
 
 
@@ -21,17 +22,7 @@ class _Parameter(NamedTuple):
 _MODELS = {"gbdt": "GBDT", "ranking": "GBRank", "forest": "RandomForest", "tree": "CART"}
 _TASKS = {"regression": "REG", "classification": "CLS"}
 _UNITS = {"row": "DOC", "query": "QUERY"}
-_LOSSES = {
-    "squared_error": "Square",
-    "absolute_error": "Absolute",
-    "huber": "Huber",
-    "quantile": "Quantile",
-    "log_loss": "LogLoss",
-    "logistic": "Logistic",
-    "exponential": "Exponential",
-    "squared_hinge": "HingeSquare",
-    "cross_entropy": "CrossEntropy",
-}
+_LOSSES = {name: loss.name for name, loss in LOSSES.items()}
 _CHOICES = {"modelType": _MODELS, "fRegCls": _TASKS, "randomMode": _UNITS, "lossFunc": _LOSSES}
 # Names of the library that have none of the package.
 _OTHER_LOSSES = ("HingeSquareRank", "Label")
