@@ -66,34 +66,72 @@ class FitResult:
     stopped_early: bool
 
 
+@dataclass(frozen=True)
+class FitArguments:
+    """What a training is made of, checked; see `train` for the arguments of the same names.
+
+    Attributes
+    ----------
+    settings : mapping of str to str
+        What `settings_of` returns.
+    queries : ndarray of int32, shape (n_rows,), optional
+        What `as_queries` returns.
+    weights : ndarray of int32, shape (n_rows,), optional
+        Rows of weight 0 are left out, so they count nowhere.
+    class_names : sequence of str
+        For the model's description.
+    """
+
+    dataset: Dataset
+    labels: NDArray[np.float64]
+    settings: Mapping[str, str]
+    queries: Optional[NDArray[np.int32]] = None
+    weights: Optional[NDArray[np.int32]] = None
+    objective: Optional[Callable[..., Any]] = None
+    base_score: Optional[float] = None
+    evaluation: Sequence[EvaluationData] = ()
+    metrics: Sequence[Metric] = ()
+    callbacks: Sequence[Callback] = ()
+    verbose: Union[bool, int] = False
+    class_names: Sequence[str] = ()
+
+
 def fit_model(
-    dataset: Dataset,
-    labels: NDArray[np.float64],
-    *,
-    settings: Mapping[str, str],
-    queries: Optional[NDArray[np.int32]] = None,
-    weights: Optional[NDArray[np.int32]] = None,
-    objective: Optional[Callable[..., Any]] = None,
-    base_score: Optional[float] = None,
-    evaluation: Sequence[EvaluationData] = (),
-    metrics: Sequence[Metric] = (),
-    callbacks: Sequence[Callback] = (),
-    verbose: Union[bool, int] = False,
-    class_names: Sequence[str] = (),
+    dataset: Dataset, labels: NDArray[np.float64], **others: Any
 ) -> FitResult:
-    """Trains on data that were checked; see `train` for the arguments. `settings` is what
-    `settings_of` returns. Rows of weight 0 are left out, so they count nowhere. `class_names` are
-    for the model's description."""
-    if objective is None and base_score is not None:
-        raise ValueError("base_score needs an objective; losses have their own start")
-    if objective is not None and not callable(objective):
+    """`fit` of FitArguments with these fields."""
+    return fit(FitArguments(dataset, labels, **others))
+
+
+def fit(given: FitArguments) -> FitResult:
+    """Trains a model."""
+    _check_objective(given)
+    run = _Fit(given)
+    labels = _add_data(run.training, given)
+    run.set_metrics(given.metrics)
+    if given.objective is not None:
+        run.set_objective(given.objective, labels, given.base_score)
+    return run.run(given.dataset.feature_names, given.class_names)
+
+
+def _check_objective(given: FitArguments) -> None:
+    if given.objective is None:
+        if given.base_score is not None:
+            raise ValueError("base_score needs an objective; losses have their own start")
+        return
+    if not callable(given.objective):
         raise TypeError(
-            f"objective must be a function, got {objective!r}; for a loss of the library use the "
-            "parameter loss"
+            f"objective must be a function, got {given.objective!r}; for a loss of the library use "
+            "the parameter loss"
         )
-    if objective is not None and settings.get("lossFunc", "USER") != "USER":
+    if given.settings.get("lossFunc", "USER") != "USER":
         raise ValueError("Give either the parameter loss or an objective")
-    core = dataset._core
+
+
+def _add_data(training: _core.Training, given: FitArguments) -> NDArray[np.float64]:
+    """Gives the training the rows of weights above 0, and returns their labels."""
+    core, labels, queries = given.dataset._core, given.labels, given.queries
+    weights = given.weights
     if weights is not None:
         kept = np.flatnonzero(weights)
         if len(kept) == 0:
@@ -102,27 +140,19 @@ def fit_model(
             core = core.subset(kept.astype(np.int32))
             labels, weights = labels[kept], weights[kept]
             queries = None if queries is None else queries[kept]
-        if (weights == 1).all():
-            weights = None
-    fit = _Fit(settings, evaluation, _with_verbose(callbacks, evaluation, verbose), bool(verbose))
-    fit.training.data(core, labels, queries)
-    if weights is not None:
-        fit.training.weights(weights)
-    fit.set_metrics(metrics)
-    if objective is not None:
-        fit.set_objective(objective, labels, base_score)
-    return fit.run(dataset.feature_names, class_names)
+    training.data(core, labels, queries)
+    if weights is not None and not (weights == 1).all():
+        training.weights(weights)
+    return labels
 
 
-def _with_verbose(
-    callbacks: Sequence[Callback],
-    evaluation: Sequence[EvaluationData],
-    verbose: Union[bool, int],
-) -> list[Callback]:
+def _with_verbose(given: FitArguments) -> list[Callback]:
+    """The callbacks and the one that `verbose` asks for."""
+    callbacks, verbose = given.callbacks, given.verbose
     if isinstance(verbose, (int, np.integer, np.bool_)) and verbose >= 0:
         if not verbose:
             return list(callbacks)
-        if evaluation:
+        if given.evaluation:
             return [*callbacks, LogEvaluation(int(verbose))]
         return [*callbacks, ProgressBar()]
     raise ValueError(f"verbose must be True, False or a number of rounds, got {verbose!r}")
@@ -131,18 +161,13 @@ def _with_verbose(
 class _Fit:
     """A `_core.Training` and the functions that it calls."""
 
-    def __init__(
-        self,
-        settings: Mapping[str, str],
-        evaluation: Sequence[EvaluationData],
-        callbacks: Sequence[Callback],
-        verbose: bool,
-    ) -> None:
+    def __init__(self, given: FitArguments) -> None:
+        settings = given.settings
         self.training = _core.Training()
         self._settings = dict(settings)
-        self._evaluation = evaluation
-        self._calls = Calls(callbacks)
-        self._verbose = verbose
+        self._evaluation = given.evaluation
+        self._calls = Calls(_with_verbose(given))
+        self._verbose = bool(given.verbose)
         self._metrics: Sequence[Metric] = ()
         self._start: Optional[float] = None
         self._messages: dict[str, None] = {}
@@ -152,7 +177,7 @@ class _Fit:
         self._has_rounds = settings["modelType"] in ("GBDT", "GBRank")
         for name, value in settings.items():
             self.training.set(name, value)
-        for data in evaluation:
+        for data in given.evaluation:
             self.training.evaluate(data.name, data.table, data.labels, data.queries)
 
     def set_metrics(self, metrics: Sequence[Metric]) -> None:

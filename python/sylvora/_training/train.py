@@ -10,7 +10,7 @@ from .._data.tables import as_labels, as_queries, as_table, as_weights
 from .._data.dataset import Dataset
 from .._data.names import checked_text
 from .calls import checked_callbacks
-from .fit import EvaluationData, FitResult, fit_model
+from .fit import EvaluationData, FitArguments, FitResult, fit, fit_model
 from .metrics import Metric
 from .parameters import settings_of
 
@@ -111,10 +111,10 @@ def train(
     settings = settings_of(with_jobs(params, n_jobs))
     dataset = dataset_of(X, missing, feature_names)
     num_rows = dataset.num_rows
-    result = fit_model(
+    arguments = FitArguments(
         dataset,
         as_labels(y, num_rows),
-        settings=settings,
+        settings,
         queries=queries_of(group, qid, num_rows, settings),
         weights=as_weights(sample_weight, num_rows),
         objective=objective,
@@ -124,7 +124,7 @@ def train(
         callbacks=checked_callbacks(callbacks),
         verbose=verbose,
     )
-    return result.model
+    return fit(arguments).model
 
 
 def dataset_of(
