@@ -92,7 +92,8 @@ def as_queries(group: Any, num_rows: int, *, qid: Any = None) -> npt.NDArray[np.
     """
     if (group is None) == (qid is None):
         raise ValueError(
-            "pass either group (number of rows of each query) or qid (query id of each row)"
+            "pass either group (number of rows of each query) or qid (query id of each row): ranking "
+            "needs one of them"
         )
     if qid is not None:
         return _queries_of_ids(_vector(qid, "qid", columns=False), num_rows)

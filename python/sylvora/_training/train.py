@@ -143,8 +143,6 @@ def dataset_of(
 def queries_of(group: Any, qid: Any, num_rows: int, settings: Mapping[str, str]) -> Any:
     """Query ids for ranking, or None for other models."""
     if settings["modelType"] == "GBRank":
-        if group is None and qid is None:
-            raise ValueError("Ranking needs the queries: give group (rows per query) or qid")
         return as_queries(group, num_rows, qid=qid)
     if group is not None or qid is not None:
         name = "group" if group is not None else "qid"
