@@ -69,6 +69,12 @@ class ParameterTest(unittest.TestCase):
             ({'random_state': -1}, ValueError, 'from 0'),
             ({'n_jobs': 0}, ValueError, 'n_jobs must be from 1 to 256'),
             ({'n_jobs': 1.5}, TypeError, 'n_jobs must be an integer'),
+            ({'max_depth': None}, TypeError, 'got None; for no limit, give the value of max_leaf_n'),
+            ({'maxDepth': -1}, ValueError, 'maxDepth must be .* for no limit, give the value of'),
+            ({'max_leaf_nodes': 0}, ValueError, 'for no limit, give the number of rows'),
+            ({'max_features': 'sqrt'}, TypeError, r"got 'sqrt'; it is the share .* n \*\* -0.5 for"),
+            ({'max_features': 5}, ValueError, 'k / n for k'),
+            ({'subsample': None}, TypeError, 'the share of the n rows: 1.0 for all'),
             ({'model': 'forest'}, ValueError, 'A forest needs the parameter task'),
             ({'task': 'classification'}, ValueError, 'boosting has no task'),
         ]

@@ -310,6 +310,7 @@ class EvaluationTest(unittest.TestCase):
 class RefusedTest(unittest.TestCase):
     def test_arguments(self):
         X, y = data(50)
+        ranking = dict(params={'model': 'ranking'}, group=[50])
         cases = [
             (dict(params=[]), TypeError, 'params must be a dict'),
             (dict(params={'n_jobs': 1}, n_jobs=2), ValueError, 'same parameter'),
@@ -322,7 +323,17 @@ class RefusedTest(unittest.TestCase):
             (dict(params={'loss': 'huber'}, objective=len), ValueError, 'either'),
             (dict(params={'early_stopping_rounds': 5}), ValueError, 'give eval_set'),
             (dict(eval_metric='rmse'), ValueError, 'give eval_set'),
-            (dict(eval_set=[(X, y)], eval_metric='rsme'), ValueError, 'rsme'),
+            (dict(eval_set=[(X, y)], eval_metric='rsme'), ValueError,
+             "no metric 'rsme': choose from rmse, mae, .* pairs and ndcg@K"),
+            (dict(eval_set=[(X, y)], eval_metric=['mae', 'ndcg@0']), ValueError, "'ndcg@0'"),
+            (dict(eval_set=[(X, y)], eval_metric=[5]), TypeError, 'names or functions, got 5'),
+            (dict(eval_set={'a': (X, y, y)}), ValueError,
+             r"^eval_set\['a'\] must be \(X, y\): .* no weights"),
+            (dict(ranking, eval_set={'a': (X, y)}), ValueError,
+             r"^eval_set\['a'\] must be \(X, y, group\)"),
+            (dict(ranking, eval_set=[(X, y, [9])]), ValueError,
+             r"^eval_set\['eval_0'\]: group: its counts add up to 9"),
+            (dict(y=['no'] * 50), TypeError, 'has text .* use a classifier'),
             (dict(eval_set=[(X[:, :3], y)]), ValueError, r"eval_set\['eval_0'\]: X has 3"),
             (dict(eval_set={'a': X}), ValueError, r"eval_set\['a'\] must be \(X, y\)"),
             (dict(eval_set={1: (X, y)}), TypeError, 'names'),
@@ -331,7 +342,13 @@ class RefusedTest(unittest.TestCase):
             (dict(X=sylvora.Dataset(X), feature_names=list('abcde')), ValueError, 'Dataset'),
             (dict(X=np.where(X == X[3, 2], np.inf, X), feature_names=list('abcde')), ValueError,
              'row .* column "'),
-            (dict(params={'loss': 'log_loss'}), sylvora.TrainingError, 'LogLoss'),
+            (dict(params={'loss': 'log_loss'}), sylvora.TrainingError,
+             r'"LogLoss" .* both of them; write them so, for example by numpy.where\(.*, 1, 0\)'),
+            (dict(params={'loss': 'logistic'}), sylvora.TrainingError,
+             r'"Logistic"; write them so, for example by numpy.where\(.*, 1, -1\)'),
+            (dict(params={'model': 'tree', 'task': 'classification'}, y=-np.ones(50)),
+             sylvora.TrainingError, 'label: -1 found; number the classes 0, 1, ...'),
+            (dict(params={'subsample': 0.001}), sylvora.TrainingError, 'raise subsample$'),
         ]
         for change, kind, message in cases:
             arguments = dict(dict(params={}, X=X, y=y), **change)

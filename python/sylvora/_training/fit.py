@@ -14,12 +14,13 @@ import numpy as np
 from .. import _core
 from .best import best_round
 from .calls import Calls
-from .._data.tables import with_names
+from .._data.tables import as_queries, with_names
 from .._model.facts import BASE_SCORE
-from .metrics import Metric, is_larger_better, name_of
+from .metrics import Metric, is_larger_better, name_of, needs_queries
 from .._model.model import Model, completed
 from .objectives import Objective, read_only
 from .parameters import real_number
+from .remedies import with_remedy
 from ..callbacks import Callback, Evals, LogEvaluation, ProgressBar
 
 if TYPE_CHECKING:
@@ -33,12 +34,14 @@ _DEFAULT_ROUNDS = "500"
 
 @dataclass
 class EvaluationData:
-    """A set to evaluate."""
+    """A set to evaluate. For ranking it has `queries`, as `as_queries` returns them, or `group`, as
+    the user gave it."""
 
     name: str
     table: _core.Table
     labels: NDArray[np.float64]
     queries: Optional[NDArray[np.int32]] = None
+    group: Any = None
 
 
 @dataclass
@@ -158,6 +161,25 @@ def _with_verbose(given: FitArguments) -> list[Callback]:
     raise ValueError(f"verbose must be True, False or a number of rounds, got {verbose!r}")
 
 
+def _queries_of(data: EvaluationData, ranking: bool) -> Optional[NDArray[np.int32]]:
+    """The queries of a set, which ranking and its metrics need."""
+    where = f"eval_set[{data.name!r}]"
+    if not ranking:
+        if data.group is not None:
+            raise ValueError(
+                f"{where} must be (X, y): a third item is the group of ranking, and sets to "
+                "evaluate have no weights"
+            )
+        return None
+    if data.queries is not None:
+        return data.queries
+    if data.group is None:
+        raise ValueError(
+            f"{where} must be (X, y, group): ranking needs the number of rows of each query"
+        )
+    return as_queries(data.group, len(data.labels), argument=f"{where}: group")
+
+
 class _Fit:
     """A `_core.Training` and the functions that it calls."""
 
@@ -177,8 +199,10 @@ class _Fit:
         self._has_rounds = settings["modelType"] in ("GBDT", "GBRank")
         for name, value in settings.items():
             self.training.set(name, value)
+        ranking = settings["modelType"] == "GBRank" or any(map(needs_queries, given.metrics))
         for data in given.evaluation:
-            self.training.evaluate(data.name, data.table, data.labels, data.queries)
+            queries = _queries_of(data, ranking)
+            self.training.evaluate(data.name, data.table, data.labels, queries)
 
     def set_metrics(self, metrics: Sequence[Metric]) -> None:
         if metrics and not self._evaluation:
@@ -262,7 +286,7 @@ class _Fit:
             self._calls.end(result)
         except _core.TrainingError as error:
             self._calls.failed()
-            raise with_names(error, names) from None
+            raise with_names(with_remedy(error), names) from None
         except BaseException:
             self._calls.failed()
             raise

@@ -60,6 +60,15 @@ _OF_LIBRARY = {
     )
 }
 
+# What to give for other libraries' None, -1, 0 or "sqrt". None is refused here: it is not the
+# default that it would be elsewhere.
+_LIMITS = {
+    "maxDepth": "; for no limit, give the value of max_leaf_nodes",
+    "maxLeaf": "; for no limit, give the number of rows",
+    "ratio": "; it is the share of the n columns: 1.0 for all, k / n for k, n ** -0.5 for sqrt(n)",
+    "valSmpRt": "; it is the share of the n rows: 1.0 for all, k / n for k",
+}
+
 _DATA = "give the data as X and y"
 _ELSEWHERE = {
     "fileTrain": _DATA,
@@ -110,7 +119,7 @@ def settings_of(params: Mapping[str, Any]) -> dict[str, str]:
     ----------
     params : mapping of str to value
         By the names of the package or by those of docs/parameters.md. A value of None is the
-        default.
+        default, except of limits and shares, of which it is refused.
 
     Returns
     -------
@@ -136,7 +145,9 @@ def settings_of(params: Mapping[str, Any]) -> dict[str, str]:
                 f"{given[parameter.name]} and {name} are the same parameter: give only one"
             )
         given[parameter.name] = name
-        if value is None and parameter.kind not in ("seed", "threads"):
+        if value is None and parameter.kind not in ("seed", "threads") and (
+            parameter.name not in _LIMITS
+        ):
             continue
         settings[parameter.name] = _text_of(name, value, parameter)
     _complete(settings, given)
@@ -170,8 +181,11 @@ def _text_of(name: str, value: Any, parameter: _Parameter) -> str:
         if isinstance(value, bool):
             return "true" if value else "false"
         raise TypeError(f"{name} must be True or False, got {value!r}")
-    number = _integer(name, value) if parameter.kind == "integer" else real_number(name, value)
-    _check_range(name, number, parameter)
+    try:
+        number = _integer(name, value) if parameter.kind == "integer" else real_number(name, value)
+        _check_range(name, number, parameter)
+    except (TypeError, ValueError) as error:
+        raise type(error)(str(error) + _LIMITS.get(parameter.name, "")) from None
     if name == "min_samples_split":
         number -= 1
     return repr(number)
