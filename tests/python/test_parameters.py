@@ -9,7 +9,8 @@ except ImportError:
 
 import bundled
 from sylvora import _core
-from sylvora._training.parameters import settings_of
+from sylvora._training import other_names as _other_names
+from sylvora._training.parameters import _PARAMETERS, settings_of
 from sylvora._training.processors import usable_jobs
 
 
@@ -50,6 +51,13 @@ class ParameterTest(unittest.TestCase):
         cases = [
             ({'n_estimator': 5}, ValueError, 'did you mean n_estimators'),
             ({'num_leaves': 5}, ValueError, 'did you mean max_leaf_nodes'),
+            ({'max_leafs': 5}, ValueError, 'did you mean max_leaf_nodes.$'),
+            ({'max_bin': 255}, ValueError, "'max_bin': every value is tried as a split"),
+            ({'num_rounds': 5}, ValueError, 'did you mean n_estimators'),
+            ({'reg_lambda': 1}, ValueError, 'there is no regularisation'),
+            ({'alpha': 1}, ValueError, 'it is quantile; there is no regularisation'),
+            ({'min_samples_leaf': 1}, ValueError, 'leaves have no least size; .* min_samples_spl'),
+            ({'eval_set': []}, ValueError, 'an argument of its own'),
             ({'zzzz': 5}, ValueError, 'known are model, task, loss'),
             ({'fileTrain': 'x'}, ValueError, 'give the data as X and y'),
             ({'objective': 'x'}, ValueError, 'argument of its own'),
@@ -81,6 +89,13 @@ class ParameterTest(unittest.TestCase):
         for params, kind, message in cases:
             with self.subTest(params), self.assertRaisesRegex(kind, message):
                 settings_of(params)
+
+    def test_names_of_other_libraries_are_not_ours(self):
+        for name in [*_other_names._ADVICE, *_other_names._ELSEWHERE]:
+            with self.subTest(name), self.assertRaises(ValueError):
+                settings_of({name: 1})
+        for ours in _other_names._SAME:
+            self.assertIn(ours, _PARAMETERS)
 
     def test_all_are_documented_and_settable(self):
         """The names and the default number of rounds are those of docs/parameters.md."""

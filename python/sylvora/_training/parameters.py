@@ -8,6 +8,7 @@ from collections.abc import Mapping
 from typing import Any, NamedTuple, Optional
 
 from .facts import LOSSES
+from .other_names import unknown
 from .processors import usable_jobs
 
 
@@ -69,48 +70,6 @@ _LIMITS = {
     "valSmpRt": "; it is the share of the n rows: 1.0 for all, k / n for k",
 }
 
-_DATA = "give the data as X and y"
-_ELSEWHERE = {
-    "fileTrain": _DATA,
-    "fileTest": "score with Model.predict",
-    "fileDev": "give the data as eval_set",
-    "labelTran": "map the labels y",
-    "fileModel": "use Model.save or Model.load",
-    "filePred": "use Model.predict",
-    "mode": "use train, Model.predict or Model.feature_importance",
-    "digits": "give digits to Model.save",
-    "absent": "an absent entry of a sparse matrix is 0",
-    "evalEvery": "use the callback LogEvaluation",
-    "objective": "it is an argument of its own; for a loss of the library use loss",
-    "eval_metric": "it is an argument of its own",
-    "callbacks": "it is an argument of its own",
-    "missing": "it is an argument of its own",
-    "verbose": "it is an argument of its own",
-}
-# What other libraries call it.
-_OTHER_NAMES = {
-    "eta": "learning_rate",
-    "shrinkage": "learning_rate",
-    "max_leaves": "max_leaf_nodes",
-    "num_leaves": "max_leaf_nodes",
-    "num_boost_round": "n_estimators",
-    "num_iterations": "n_estimators",
-    "num_trees": "n_estimators",
-    "max_iter": "n_estimators",
-    "bagging_fraction": "subsample",
-    "max_samples": "subsample",
-    "colsample_bynode": "max_features",
-    "feature_fraction_bynode": "max_features",
-    "seed": "random_state",
-    "nthread": "n_jobs",
-    "num_threads": "n_jobs",
-    "early_stopping_round": "early_stopping_rounds",
-    "n_iter_no_change": "early_stopping_rounds",
-    "alpha": "quantile",
-    "boosting": "model",
-    "criterion": "loss",
-}
-
 
 def settings_of(params: Mapping[str, Any]) -> dict[str, str]:
     """Parameters as the library takes them.
@@ -160,14 +119,7 @@ def _find(name: object) -> _Parameter:
     parameter = _PARAMETERS.get(name) or _OF_LIBRARY.get(name)
     if parameter is not None:
         return parameter
-    if name in _ELSEWHERE:
-        raise ValueError(f"{name} is not a parameter here: {_ELSEWHERE[name]}")
-    import difflib
-
-    known = [*_PARAMETERS, *_OF_LIBRARY]
-    like = [_OTHER_NAMES[name]] if name in _OTHER_NAMES else difflib.get_close_matches(name, known)
-    hint = f"did you mean {' or '.join(like)}?" if like else f"known are {', '.join(known)}"
-    raise ValueError(f"There is no parameter {name!r}: {hint}")
+    raise unknown(name, [*_PARAMETERS, *_OF_LIBRARY])
 
 
 def _text_of(name: str, value: Any, parameter: _Parameter) -> str:
