@@ -195,3 +195,7 @@ def staged_error(
     if len(curves) > 1:
         _pictures.legend(ax)
     return ax
+
+
+def __dir__() -> list[str]:
+    return __all__
