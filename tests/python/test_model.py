@@ -108,8 +108,10 @@ class ModelTest(unittest.TestCase):
         for loss, kind in self.KINDS:
             for missing in (float('nan'), -1.0, None):
                 names = ['a', 'ü', ' ', '\\']
-                model, X, y = trained(loss, kind, missing=missing, feature_names=names,
-                                      eval_set={'e': ([[1] * 4, [20] * 4], [0, 1], [2])})
+                rows = ([[1] * 4, [20] * 4], [0, 1])
+                model, X, y = trained(
+                    loss, kind, missing=missing, feature_names=names,
+                    eval_set={'e': (*rows, [2]) if kind == 'ranking' else rows})
                 with tempfile.TemporaryDirectory() as folder:
                     path = os.path.join(folder, 'm')
                     model.save(path)

@@ -15,6 +15,8 @@ import bundled
 import sylvora
 from arrow_producer import ArrowTable, column
 from bundled import small_data as data
+from sylvora._training.best import best_round
+from sylvora._training.facts import METRICS
 from sylvora.callbacks import EarlyStopping
 
 
@@ -261,6 +263,23 @@ class EvaluationTest(unittest.TestCase):
         best = int(np.argmax(ranking.evals_result_['e']['ndcg@10']))
         self.assertEqual(ranking.best_iteration_, 1 + best)
 
+    def test_directions_of_metrics_are_the_library_s(self):
+        X, y = data(120)
+        ones = (y > np.median(y)).astype(float)
+        for name, larger in METRICS.items():
+            metric = name + '@50' * (name == 'ndcg')
+            params = {'n_estimators': 6, 'early_stopping_rounds': 9, 'loss': 'log_loss'}
+            sets, group = (X[:80], ones[:80]), None
+            if name in ('ndcg', 'pairs'):
+                params.update(loss='cross_entropy', model='ranking')
+                sets, group = (*sets, [80]), [60, 60]
+            model = sylvora.train(params, X, ones, group=group, eval_set=[sets],
+                                  eval_metric=metric)
+            values = model.evals_result_['eval_0'][metric]
+            with self.subTest(metric):
+                self.assertGreater(len(set(values)), 1)
+                self.assertEqual(model.best_iteration_, best_round(values, larger))
+
     def test_values_below_the_missing_one(self):
         X, y = data(60)
         X[:5, 1], X[5:9, 1], X[9, 0] = -3e9, np.nan, np.nan
@@ -291,18 +310,30 @@ class EvaluationTest(unittest.TestCase):
 class RefusedTest(unittest.TestCase):
     def test_arguments(self):
         X, y = data(50)
+        ranking = dict(params={'model': 'ranking'}, group=[50])
         cases = [
             (dict(params=[]), TypeError, 'params must be a dict'),
             (dict(params={'n_jobs': 1}, n_jobs=2), ValueError, 'same parameter'),
             (dict(y=y[:-1]), ValueError, 'y has 49 values, but X has 50 rows'),
             (dict(sample_weight=y), ValueError, 'sample_weight: row'),
             (dict(group=[50]), ValueError, 'group is for ranking'),
-            (dict(params={'model': 'ranking'}), ValueError, 'Ranking needs the queries'),
+            (dict(params={'model': 'ranking'}), ValueError, '^pass either group .* or qid'),
+            (dict(params={'model': 'ranking'}, group=[50], qid=y), ValueError, '^pass either'),
             (dict(base_score=1.0), ValueError, 'base_score needs an objective'),
             (dict(params={'loss': 'huber'}, objective=len), ValueError, 'either'),
             (dict(params={'early_stopping_rounds': 5}), ValueError, 'give eval_set'),
             (dict(eval_metric='rmse'), ValueError, 'give eval_set'),
-            (dict(eval_set=[(X, y)], eval_metric='rsme'), ValueError, 'rsme'),
+            (dict(eval_set=[(X, y)], eval_metric='rsme'), ValueError,
+             "no metric 'rsme': choose from rmse, mae, .* pairs and ndcg@K"),
+            (dict(eval_set=[(X, y)], eval_metric=['mae', 'ndcg@0']), ValueError, "'ndcg@0'"),
+            (dict(eval_set=[(X, y)], eval_metric=[5]), TypeError, 'names or functions, got 5'),
+            (dict(eval_set={'a': (X, y, y)}), ValueError,
+             r"^eval_set\['a'\] must be \(X, y\): .* no weights"),
+            (dict(ranking, eval_set={'a': (X, y)}), ValueError,
+             r"^eval_set\['a'\] must be \(X, y, group\)"),
+            (dict(ranking, eval_set=[(X, y, [9])]), ValueError,
+             r"^eval_set\['eval_0'\]: group: its counts add up to 9"),
+            (dict(y=['no'] * 50), TypeError, 'has text .* use a classifier'),
             (dict(eval_set=[(X[:, :3], y)]), ValueError, r"eval_set\['eval_0'\]: X has 3"),
             (dict(eval_set={'a': X}), ValueError, r"eval_set\['a'\] must be \(X, y\)"),
             (dict(eval_set={1: (X, y)}), TypeError, 'names'),
@@ -311,7 +342,13 @@ class RefusedTest(unittest.TestCase):
             (dict(X=sylvora.Dataset(X), feature_names=list('abcde')), ValueError, 'Dataset'),
             (dict(X=np.where(X == X[3, 2], np.inf, X), feature_names=list('abcde')), ValueError,
              'row .* column "'),
-            (dict(params={'loss': 'log_loss'}), sylvora.TrainingError, 'LogLoss'),
+            (dict(params={'loss': 'log_loss'}), sylvora.TrainingError,
+             r'"LogLoss" .* both of them; write them so, for example by numpy.where\(.*, 1, 0\)'),
+            (dict(params={'loss': 'logistic'}), sylvora.TrainingError,
+             r'"Logistic"; write them so, for example by numpy.where\(.*, 1, -1\)'),
+            (dict(params={'model': 'tree', 'task': 'classification'}, y=-np.ones(50)),
+             sylvora.TrainingError, 'label: -1 found; number the classes 0, 1, ...'),
+            (dict(params={'subsample': 0.001}), sylvora.TrainingError, 'raise subsample$'),
         ]
         for change, kind, message in cases:
             arguments = dict(dict(params={}, X=X, y=y), **change)
