@@ -273,9 +273,6 @@ PyMethodDef methods[] = {
     {"from_arrow", Guarded<TableFromArrow>, METH_VARARGS | METH_CLASS,
      "from_arrow($type, data, missing, refuse_nan, /)\n--\n\n"
      "A table of an object with __arrow_c_stream__ or __arrow_c_array__."},
-    {"column", Guarded<TableColumn>, METH_VARARGS,
-     "column($self, column, out, /)\n--\n\n"
-     "Copies a column into an array of float64; missing values are NaN."},
     {"select", Guarded<Select>, METH_O,
      "select($self, order, /)\n--\n\nThe same rows with these columns, in this order."},
     {nullptr, nullptr, 0, nullptr},

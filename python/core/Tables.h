@@ -33,8 +33,6 @@ struct TableState {
 
 // Table.from_arrow.
 PyObject* TableFromArrow(PyObject* type, PyObject* arguments);
-// Table.column.
-PyObject* TableColumn(PyObject* self, PyObject* arguments);
 
 }  // namespace sylvora::python
 
