@@ -84,6 +84,9 @@ class TrainingTest(TrainingCase):
             repeated.set(parameter, str(value))
         subset = self.dataset.subset(array.array('i', numbers))
         self.assertEqual((subset.num_rows, subset.num_columns), (len(numbers), 4))
+        column = doubles([NAN]) * len(numbers)
+        subset.column(1, column)
+        self.assertEqual(column.tolist(), [self.rows[i][1] for i in numbers])
         repeated.data(subset, doubles([self.y[i] for i in numbers]), None)
         one, other = weighted.run(_core.Model), repeated.run(_core.Model)
         for row in self.rows[:20]:
@@ -251,6 +254,8 @@ class TrainingTest(TrainingCase):
                 (TypeError, 'no arguments', lambda: _core.Training(1)),
                 (TypeError, '', lambda: _core.Dataset(self.rows)),
                 (TypeError, 'keyword', lambda: _core.Dataset(table=self.table)),
+                (IndexError, 'no column 4', lambda: self.dataset.column(4, doubles(self.y))),
+                (ValueError, 'out: .* length of 401', lambda: self.dataset.column(0, long)),
                 (TrainingError, 'no parameter "x"', lambda: self.training(x=1)),
                 (TrainingError, 'numTree: "x"', lambda: self.training(numTree='x')),
                 (TrainingError, 'numTree', run(numTree=-1)),

@@ -115,7 +115,7 @@ class SylvoraBase(BaseEstimator):
         return rows, weights[rows]
 
     def _options(self) -> dict[str, Any]:
-        """Return the arguments of fit_model that are parameters of a boosting."""
+        """Return the fields of FitArguments that are parameters of a boosting."""
         params = self.get_params(deep=False)
         return {
             "objective": params.get("objective"),

@@ -18,15 +18,16 @@ from .labels import check_all_classes, class_names, codes_of, find_classes, kept
 from .._data.numbers import Array
 from .one_vs_rest import Job, run_all
 from .row_order import in_order_of_values
+from .._training.facts import LOSSES
 from .._training.train import evaluation_data
 
 # mypy: allow-subclassing-any, allow-untyped-decorators
 
-_LOSSES_WITH_PROBABILITIES = ("log_loss", "logistic", "exponential")
 
 
 def _has_probabilities(classifier: Any) -> bool:
-    return classifier.objective is None and classifier.loss in _LOSSES_WITH_PROBABILITIES
+    loss = LOSSES.get(classifier.loss)
+    return classifier.objective is None and loss is not None and loss.probabilities
 
 
 @documented

@@ -12,7 +12,7 @@ from .documentation import documented
 from .labels import find_classes, kept_classes, class_names
 from .._data.numbers import Array
 from .scores import Scores
-from .._training.train import fit_model
+from .._training.fit import FitArguments, fit
 
 # mypy: allow-subclassing-any
 
@@ -98,12 +98,14 @@ class OfVotes(ClassifierMixin, SylvoraBase):
                 )
             data = data.subset(np.repeat(np.arange(len(weights), dtype=np.int32), weights))
             codes = np.repeat(codes, weights)
-        result = fit_model(
-            data,
-            codes.astype(np.float64),
-            settings=settings,
-            verbose=self.verbose,
-            class_names=class_names(classes),
+        result = fit(
+            FitArguments(
+                data,
+                codes.astype(np.float64),
+                settings,
+                verbose=self.verbose,
+                class_names=class_names(classes),
+            )
         )
         self._finish(dataset, [result], classes_=classes)
         return self

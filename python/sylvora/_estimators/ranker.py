@@ -125,7 +125,7 @@ class SylvoraRanker(StagedScores):
         """
         settings, options = self._settings(), self._options()
         dataset = self._dataset(X)
-        queries = _queries(group, qid, dataset.num_rows)
+        queries = as_queries(group, dataset.num_rows, qid=qid)
         return self._fit(
             dataset, y, eval_set=eval_set, settings=settings, queries=queries, **options
         )
@@ -153,7 +153,7 @@ class SylvoraRanker(StagedScores):
             If no query has a gain above 0, or the arguments do not fit together.
         """
         scores = self.predict(X)
-        queries = _queries(group, qid, len(scores))
+        queries = as_queries(group, len(scores), qid=qid)
         return mean_ndcg(number_column(y, len(scores)), scores, queries, 10)
 
     def _more_tags(self) -> dict[str, Any]:
@@ -164,12 +164,3 @@ class SylvoraRanker(StagedScores):
         tags = super().__sklearn_tags__()
         tags._skip_test = True
         return tags
-
-
-def _queries(group: Any, qid: Any, num_rows: int) -> Array:
-    if (group is None) == (qid is None):
-        raise ValueError(
-            "a ranker needs the queries of the rows: pass either group, the number of rows of each"
-            " query, or qid, the query of each row"
-        )
-    return as_queries(group, num_rows, qid=qid)

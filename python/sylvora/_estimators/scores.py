@@ -8,7 +8,8 @@ from typing import Any, TypeVar
 from .base import SylvoraBase, number_column
 from .documentation import documented
 from .._data.numbers import Array
-from .._training.train import evaluation_data, fit_model
+from .._training.fit import FitArguments, fit
+from .._training.train import evaluation_data
 
 ScoresT = TypeVar("ScoresT", bound="Scores")
 
@@ -25,16 +26,18 @@ class Scores(SylvoraBase):
         eval_set: Any = None,
         **options: Any,
     ) -> ScoresT:
-        """Train on labels that are numbers; `options` are other arguments of `fit_model`."""
+        """Train on labels that are numbers; `options` are other fields of FitArguments."""
         dataset = self._dataset(X)
         labels = number_column(y, dataset.num_rows)
         rows, weights = self._rows_and_weights(dataset, labels, sample_weight)
-        result = fit_model(
-            dataset if rows is None else dataset.subset(rows),
-            labels if rows is None else labels[rows],
-            weights=weights,
-            evaluation=evaluation_data(eval_set, dataset),
-            **options,
+        result = fit(
+            FitArguments(
+                dataset if rows is None else dataset.subset(rows),
+                labels if rows is None else labels[rows],
+                weights=weights,
+                evaluation=evaluation_data(eval_set, dataset),
+                **options,
+            )
         )
         self._finish(dataset, [result])
         return self

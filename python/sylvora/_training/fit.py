@@ -99,13 +99,6 @@ class FitArguments:
     class_names: Sequence[str] = ()
 
 
-def fit_model(
-    dataset: Dataset, labels: NDArray[np.float64], **others: Any
-) -> FitResult:
-    """`fit` of FitArguments with these fields."""
-    return fit(FitArguments(dataset, labels, **others))
-
-
 def fit(given: FitArguments) -> FitResult:
     """Trains a model."""
     _check_objective(given)

@@ -10,7 +10,7 @@ from .._data.tables import as_labels, as_queries, as_table, as_weights
 from .._data.dataset import Dataset
 from .._data.names import checked_text
 from .calls import checked_callbacks
-from .fit import EvaluationData, FitArguments, FitResult, fit, fit_model
+from .fit import EvaluationData, FitArguments, FitResult, fit
 from .metrics import Metric, check_metric
 from .parameters import settings_of
 
@@ -18,7 +18,7 @@ if TYPE_CHECKING:
     from .._model.model import Model
     from ..callbacks import Callback
 
-__all__ = ["EvaluationData", "FitResult", "evaluation_data", "fit_model", "train"]
+__all__ = ["EvaluationData", "FitResult", "evaluation_data", "train"]
 
 
 def train(
