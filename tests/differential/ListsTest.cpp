@@ -4,7 +4,6 @@
 // SYLVORA_DIFFERENTIAL in the environment multiplies the number of data sets.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <random>
 #include <string>
 
@@ -43,8 +42,6 @@ void ExpectEqualReference(unsigned numSets, int mostRows) {
     for (unsigned seed = 1; seed <= numSets && !testing::Test::HasFatalFailure(); ++seed) {
         ExpectEqualReference(Maker(seed).MakeListed(mostRows), seed);
     }
-    unsetenv("SYLVORA_PLAIN");
-    unsetenv("SYLVORA_TUNING");
 }
 
 TEST(ListsDifferential, EqualReference) {
@@ -77,8 +74,6 @@ TEST(ListsDifferential, EqualReferenceOnMirroredColumns) {
         set.cfg.fileModel = "/dev/null";
         ExpectEqualReference(set, seed);
     }
-    unsetenv("SYLVORA_PLAIN");
-    unsetenv("SYLVORA_TUNING");
 }
 
 }  // namespace

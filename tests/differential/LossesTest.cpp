@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <random>
 
 #include "HostileSets.h"
@@ -68,8 +67,6 @@ TEST(LossesDifferential, EngineEqualsReference) {
         }
     }
     EXPECT_GT(numTrained, hostile::Scaled(220));
-    unsetenv("SYLVORA_PLAIN");
-    unsetenv("SYLVORA_TUNING");
 }
 
 // Forests and single trees of weighted rows: the engine has two ways to grow them.
@@ -86,8 +83,6 @@ TEST(LossesDifferential, WeightedForestsAndTrees) {
             ASSERT_TRUE(Outcome(set, "0", "") == reference) << "data set " << seed;
         }
     }
-    unsetenv("SYLVORA_PLAIN");
-    unsetenv("SYLVORA_TUNING");
 }
 
 }  // namespace

@@ -54,6 +54,8 @@ inline std::string Outcome(const Set& set, const char* reference, const char* tu
     if (status == 0) status = learner.ParamInit();
     if (status == 0 && set.prepared != nullptr) set.prepared(learner);
     if (status == 0) status = learner.Boosting();
+    unsetenv("SYLVORA_PLAIN");
+    unsetenv("SYLVORA_TUNING");
     add(status);
     for (const auto& group : learner.TreeVV) {
         for (const TreeCR* tree : group) {

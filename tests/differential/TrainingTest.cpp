@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <string>
 
 #include "HostileSets.h"
@@ -37,8 +36,6 @@ TEST(TrainingDifferential, EngineEqualsReference) {
         const std::string reference = Outcome(set, "1", "");
         for (const char* tuning : kTunings) ExpectSame(set, reference, tuning, seed);
     }
-    unsetenv("SYLVORA_PLAIN");
-    unsetenv("SYLVORA_TUNING");
 }
 
 // Enough rows for bins of several ranks, and for several workers per node; 200,000 rows if
@@ -58,8 +55,6 @@ TEST(TrainingDifferential, EngineEqualsReferenceOnLargerSets) {
             for (const char* tuning : kTunings) ExpectSame(set, reference, tuning, seed);
         }
     }
-    unsetenv("SYLVORA_PLAIN");
-    unsetenv("SYLVORA_TUNING");
 }
 
 // Changes everything that the engine may already have used to sample the next tree's rows.
@@ -95,8 +90,6 @@ TEST(TrainingDifferential, OddSettingsAndCallbacks) {
             }
         }
     }
-    unsetenv("SYLVORA_PLAIN");
-    unsetenv("SYLVORA_TUNING");
 }
 
 }  // namespace

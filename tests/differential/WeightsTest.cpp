@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <random>
 #include <string>
 
@@ -71,8 +70,6 @@ TEST(WeightsDifferential, EngineAndDebugReportGrowTheSameTrees) {
         if (seed % 5 < 2) set.progress = ChangeWeights;
         ExpectEqual(set, seed);
     }
-    unsetenv("SYLVORA_PLAIN");
-    unsetenv("SYLVORA_TUNING");
 }
 
 // A tree that ignored a weight would have other sums.
@@ -86,8 +83,6 @@ TEST(WeightsDifferential, WeightsReachTheTrees) {
         std::fill_n(learner.numPairDistinctQueV, learner.sampleSize, 1);
     };
     EXPECT_EQ(Outcome(set, "0", ""), unweighted);
-    unsetenv("SYLVORA_PLAIN");
-    unsetenv("SYLVORA_TUNING");
 }
 
 // Nodes sum weights as ints.
@@ -111,8 +106,6 @@ TEST(WeightsDifferential, SumsThatNoIntHoldsAreRefused) {
     };
     EXPECT_TRUE(Outcome(set, "0", "") == Outcome(set, "1", ""));
     EXPECT_EQ(Outcome(set, "0", "").find("ERROR"), std::string::npos);
-    unsetenv("SYLVORA_PLAIN");
-    unsetenv("SYLVORA_TUNING");
 }
 
 }  // namespace
