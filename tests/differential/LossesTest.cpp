@@ -69,20 +69,4 @@ TEST(LossesDifferential, EngineEqualsReference) {
     EXPECT_GT(numTrained, hostile::Scaled(220));
 }
 
-// Forests and single trees of weighted rows: the engine has two ways to grow them.
-TEST(LossesDifferential, WeightedForestsAndTrees) {
-    for (unsigned seed = 1; seed <= hostile::Scaled(60) && !HasFatalFailure(); ++seed) {
-        Set set = Maker(seed).MakeLarger(200);
-        set.cfg.modelType = seed % 2 == 0 ? "CART" : "RandomForest";
-        set.cfg.lossFunc = "Label";
-        set.queries.clear();
-        set.prepared = SetWeights;
-        const std::string reference = Outcome(set, "1", "");
-        for (const int numThread : {1, 4}) {
-            set.cfg.numThread = numThread;
-            ASSERT_TRUE(Outcome(set, "0", "") == reference) << "data set " << seed;
-        }
-    }
-}
-
 }  // namespace

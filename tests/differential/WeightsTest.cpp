@@ -72,19 +72,6 @@ TEST(WeightsDifferential, EngineAndDebugReportGrowTheSameTrees) {
     }
 }
 
-// A tree that ignored a weight would have other sums.
-TEST(WeightsDifferential, WeightsReachTheTrees) {
-    Set set = Maker(1).MakeLarger(300);
-    set.cfg.ratio = set.cfg.valSmpRt = 1.0;
-    const std::string unweighted = Outcome(set, "0", "");
-    set.prepared = StartWeighted;
-    EXPECT_NE(Outcome(set, "0", ""), unweighted);
-    set.prepared = [](TreeLearner& learner) {
-        std::fill_n(learner.numPairDistinctQueV, learner.sampleSize, 1);
-    };
-    EXPECT_EQ(Outcome(set, "0", ""), unweighted);
-}
-
 // Nodes sum weights as ints.
 TEST(WeightsDifferential, SumsThatNoIntHoldsAreRefused) {
     Set set = Maker(1).MakeLarger(300);
