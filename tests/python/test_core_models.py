@@ -211,7 +211,3 @@ class ModelTest(unittest.TestCase):
                      lambda: _core.log_odds(doubles([1, 0]), array.array('i', [1]))):
             with self.assertRaises(ValueError):
                 call()
-
-
-if __name__ == '__main__':
-    unittest.main()

@@ -123,7 +123,3 @@ class StressTest(TrainingCase):
             self.assertLess(references() - total, 60, work.__name__)
             if scale == 1:
                 self.assertLess(memory() - before, 3e6, work.__name__)
-
-
-if __name__ == '__main__':
-    unittest.main()

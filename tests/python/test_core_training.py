@@ -331,7 +331,3 @@ class TrainingTest(TrainingCase):
             alive = cycle(run)
             gc.collect()
             self.assertIsNone(alive())
-
-
-if __name__ == '__main__':
-    unittest.main()

@@ -79,7 +79,3 @@ class Datasets(unittest.TestCase):
         for thread in threads:
             thread.join()
         self.assertEqual(texts, [expected] * 8)
-
-
-if __name__ == '__main__':
-    unittest.main()

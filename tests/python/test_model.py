@@ -331,7 +331,3 @@ class ModelTest(unittest.TestCase):
         forest, _, _ = trained('classification', 'forest')
         self.assertEqual((forest.n_classes, forest.n_rounds), (3, 1))
         self.assertEqual(repr(forest), 'Model(RandomForest, Label, 12 trees, 4 columns)')
-
-
-if __name__ == '__main__':
-    unittest.main()

@@ -408,7 +408,3 @@ class HostileTest(ModuleTest):
         self.assertLess(peak() - before, 20 * size + 40 * CYCLES)
         self.assertEqual([sys.getrefcount(each) for each in (item, bad, sylvora.error)],
                          references)
-
-
-if __name__ == '__main__':
-    unittest.main()

@@ -318,7 +318,3 @@ class RefusedTest(unittest.TestCase):
             with self.subTest(message), self.assertRaisesRegex(kind, message):
                 sylvora.train(arguments.pop('params'), arguments.pop('X'), arguments.pop('y'),
                               **arguments)
-
-
-if __name__ == '__main__':
-    unittest.main()
