@@ -2,7 +2,6 @@
 import decimal
 import os
 import tempfile
-import threading
 import unittest
 import warnings
 
@@ -16,6 +15,7 @@ import sylvora
 from arrow_producer import ArrowTable, column
 from bundled import small_data as data
 from sylvora.callbacks import EarlyStopping
+from threads import each_on_a_thread
 
 
 def text(model):
@@ -75,11 +75,7 @@ class CommandBytesTest(unittest.TestCase):
             params, X, y, _ = cases[i]
             results[i] = sylvora.train(params, X, y).to_bytes()
 
-        threads = [threading.Thread(target=fit, args=(i,)) for i in range(len(cases))]
-        for thread in threads:
-            thread.start()
-        for thread in threads:
-            thread.join()
+        each_on_a_thread(fit, len(cases))
         self.assertEqual(results, expected)
 
 
