@@ -45,11 +45,6 @@ class TrainingTest(TrainingCase):
         self.assertEqual((training.best_round, training.stopped_early), (0, False))
         self.assertEqual(model.describe('setting')[3], 'numTree=12')
 
-    def test_stop_and_keep(self):
-        training = self.training(numTree=100)
-        training.on_progress(lambda done, total: done == 5)
-        self.assertEqual(training.run(_core.Model).num_groups, 5)
-
     def test_early_stop(self):
         training = self.training(numTree=300, earlyStop=3, valShrink=1)
         training.evaluate('other', self.table, doubles([1.0, 2.0]) * (self.n // 2), None)
@@ -57,20 +52,6 @@ class TrainingTest(TrainingCase):
         model = training.run(_core.Model)
         self.assertTrue(training.stopped_early)
         self.assertEqual(model.num_groups, training.best_round)
-
-    def test_objective(self):
-        plain = scores_of(self.training().run(_core.Model), self.table)
-        for threads in (1, 3):
-            for hessians in (False, True):
-                training = self.with_objective(hessians, numThread=threads)
-                scores = scores_of(training.run(_core.Model), self.table)
-                if not hessians:
-                    self.assertEqual(scores, plain)
-                for one, other in zip(scores, plain):
-                    self.assertAlmostEqual(one, other, 6)
-        started = self.with_objective(numTree=1, numBound=self.n)  # a tree of one leaf
-        started.start(1e6)
-        self.assertGreater(started.run(_core.Model).score(self.rows[0]), 9e5)
 
     def test_weights_and_subsets(self):
         """Weights of 0 and 2 are rows left out and doubled, without sampling."""
