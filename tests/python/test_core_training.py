@@ -224,9 +224,6 @@ class TrainingTest(TrainingCase):
             training.objective(print, *few, None)
             training.run(_core.Model)
 
-        def run(**settings):
-            return lambda: self.training(**settings).run(_core.Model)
-
         y, long = self.y, doubles([0]) * (self.n + 1)
         for fault, text, call in (
                 (TypeError, 'no arguments', lambda: _core.Training(1)),
@@ -234,22 +231,16 @@ class TrainingTest(TrainingCase):
                 (TypeError, 'keyword', lambda: _core.Dataset(table=self.table)),
                 (TrainingError, 'no parameter "x"', lambda: self.training(x=1)),
                 (TrainingError, 'numTree: "x"', lambda: self.training(numTree='x')),
-                (TrainingError, 'numTree', run(numTree=-1)),
                 (TrainingError, 'fileTrain', lambda: self.training(fileTrain='x')),
                 (ValueError, 'null', lambda: self.training(numTree='1\0')),
                 (TypeError, '', lambda: self.training().set('numTree', 3)),
                 (TrainingError, 'no data', lambda: _core.Training().run(_core.Model)),
-                (TrainingError, 'modelType', run(modelType='')),
-                (TrainingError, 'query', run(modelType='GBRank')),
                 (TrainingError, 'labels', lambda: self.training(long)),
-                (TrainingError, 'row 1 ', lambda: self.training(doubles([0, NAN]) * (self.n // 2))),
                 (TypeError, 'labels: the items are float32, expected float64',
                  lambda: self.training(array.array('f', y))),
                 (TypeError, 'labels: an array', lambda: self.training(list(y))),
                 (TypeError, 'queries: the items', lambda: _core.Training().data(
                     self.dataset, y, y)),
-                (TrainingError, 'not together', lambda: _core.Training().data(
-                    self.dataset, y, array.array('i', [0, 1]) * (self.n // 2))),
                 (TrainingError, 'weights', lambda: self.training().weights(array.array('i', [1]))),
                 (TypeError, 'cannot be called', objective(3, y, y, None)),
                 (ValueError, 'gradients: .*length', objective(print, y, doubles([1]), None)),
@@ -266,12 +257,6 @@ class TrainingTest(TrainingCase):
                     'x', self.table, long, None))):
             with self.assertRaisesRegex(fault, text, msg=text):
                 call()
-        for name in ('nonsense', ''):
-            training = self.training()
-            training.evaluate('train', self.table, y, None)
-            with self.assertRaises(TrainingError, msg=name):
-                training.metric(name)
-                training.run(_core.Model)
         infinite = _core.Training()
         infinite.set('modelType', 'GBDT')
         with self.assertRaisesRegex(ValueError, '(?i)row 1.*column 0'):
