@@ -291,19 +291,6 @@ TEST(Weights, EqualRepeatedRows) {
         gseed = -3;
         ASSERT_EQ(plain->Boosting(), 0);
         ExpectSameTrees(*weighted, *plain, loss);
-    }
-}
-
-TEST(Weights, AFactorChangesNothing) {
-    for (const char* loss : kWeightedLosses) {
-        const auto weighted = Prepare(WholeData(loss), LabelsFor(loss), {}, MakeRows());
-        ASSERT_EQ(weighted->setWeights(VecInt(kRows, 4).data(), kRows), 0);
-        const auto plain = Prepare(WholeData(loss), LabelsFor(loss), {}, MakeRows());
-        gseed = -3;
-        ASSERT_EQ(weighted->Boosting(), 0);
-        gseed = -3;
-        ASSERT_EQ(plain->Boosting(), 0);
-        ExpectSameTrees(*weighted, *plain, loss);
         // A second run starts over, with the same weights.
         std::fill_n(weighted->predictV, kRows, 0.0);
         gseed = -3;
