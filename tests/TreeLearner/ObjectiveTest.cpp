@@ -51,11 +51,16 @@ std::unique_ptr<TreeLearner> Make(const CheckCfgCLS& cfg) {
     return Prepare(cfg, MakeLabels(cfg.lossFunc == "LogLoss"), {}, MakeRows());
 }
 
+void Train(TreeLearner& learner) {
+    gseed = -3;
+    EXPECT_EQ(learner.Boosting(), 0);
+}
+
 // The model text without its second line, which names the loss.
 std::string Model(TreeLearner& learner) {
     const TempFolder folder;
     learner.fileModel = folder.Path("model");
-    EXPECT_EQ(learner.Boosting(), 0);
+    Train(learner);
     std::string text = ReadFile(learner.fileModel);
     const size_t begin = text.find('\n') + 1;
     return text.erase(begin, text.find('\n', begin) - begin);
@@ -115,9 +120,7 @@ TEST(Objective, EqualsTheLossWithTheSameFormula) {
             const auto user = Make(MakeSettings("USER", numThread));
             objective.GiveTo(*user);
             weigh(*square), weigh(*user);
-            gseed = -3;
             const std::string expected = Model(*square);
-            gseed = -3;
             EXPECT_EQ(Model(*user), expected) << numThread;
             EXPECT_EQ(objective.numCalls, 5);
             EXPECT_EQ(objective.caller, std::this_thread::get_id());
@@ -131,9 +134,7 @@ TEST(Objective, EqualsTheLossWithTheSameFormula) {
             newton->trainingOptions.startValue =
                 sylvora::LogLossStart(newton->labelTrV, fWeights ? weights.data() : nullptr, kRows);
             weigh(*logLoss), weigh(*newton);
-            gseed = -3;
             const std::string exact = Model(*logLoss);
-            gseed = -3;
             EXPECT_EQ(Model(*newton), exact) << numThread;
         }
     }
@@ -286,15 +287,12 @@ TEST(Weights, EqualRepeatedRows) {
         const auto weighted = Prepare(cfg, labels, {}, rows);
         ASSERT_EQ(weighted->setWeights(weights.data(), kRows), 0);
         const auto plain = Prepare(cfg, repeatedLabels, {}, repeated);
-        gseed = -3;
-        ASSERT_EQ(weighted->Boosting(), 0);
-        gseed = -3;
-        ASSERT_EQ(plain->Boosting(), 0);
+        Train(*weighted);
+        Train(*plain);
         ExpectSameTrees(*weighted, *plain, loss);
         // A second run starts over, with the same weights.
         std::fill_n(weighted->predictV, kRows, 0.0);
-        gseed = -3;
-        ASSERT_EQ(weighted->Boosting(), 0);
+        Train(*weighted);
         ExpectSameTrees(*weighted, *plain, loss);
     }
 }
@@ -313,8 +311,7 @@ TEST(Weights, RowsOfWeight0DoNotCount) {
         const auto other = Prepare(WholeData(loss), labels, {}, MakeRows());
         for (const auto* learner : {&one, &other}) {
             ASSERT_EQ((*learner)->setWeights(weights.data(), kRows), 0);
-            gseed = -3;
-            ASSERT_EQ((*learner)->Boosting(), 0);
+            Train(**learner);
         }
         ExpectSameTrees(*one, *other, loss);
         EXPECT_EQ(one->predictV[0], other->predictV[0]);
