@@ -221,9 +221,7 @@ TEST(Boosting, AFailedSaveFailsTheRun) {
     CheckCfgCLS cfg = Settings("CART", "Label");
     cfg.fileModel = folder.Path("missing/model.txt");
     const auto learner = PrepareRandom(cfg);
-    const auto seen = Observe([&] { return learner->Boosting(); });
-    EXPECT_EQ(seen.status, -1);
-    EXPECT_EQ(seen.err,
+    EXPECT_EQ(Refused([&] { return learner->Boosting(); }),
               "ERROR: Can not open file!\n\nERROR: Can not write file " + cfg.fileModel +
                   ": No such file or directory!\nERROR: Failed to save the full model!\n");
 }

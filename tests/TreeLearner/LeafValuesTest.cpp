@@ -290,9 +290,7 @@ TEST(LeafValues, LabelsThatDoNotFitAreRefused) {
         CheckCfgCLS cfg = Settings("GBDT", c.loss);
         TreeLearner learner(cfg);
         ASSERT_EQ(learner.DataInput(c.labels, VecVecDle(c.labels.size(), {1}), 0, {}, {}), 0);
-        const auto seen = Observe([&] { return learner.ParamInit(); });
-        EXPECT_EQ(seen.status, -1);
-        EXPECT_EQ(seen.err, "ERROR: " + c.err);
+        EXPECT_EQ(Refused([&] { return learner.ParamInit(); }), "ERROR: " + c.err);
     }
     // After the label map.
     CheckCfgCLS cfg = Settings("GBDT", "LogLoss");

@@ -119,9 +119,7 @@ TEST(Model, AFailedSaveKeepsTheOlderFile) {
         return "ERROR: Can not write file " + path + name + ": Not a directory!\n";
     };
     EXPECT_EQ(noFolder.err, "ERROR: Can not open file!\n\n" + notWritten("/model"));
-    const Outcome noReport = Observe([&] { return learner.FeatureAnalysis(path + "/report"); });
-    EXPECT_EQ(noReport.status, -1);
-    EXPECT_EQ(noReport.err,
+    EXPECT_EQ(Refused([&] { return learner.FeatureAnalysis(path + "/report"); }),
               "ERROR: Can not open feature analysis output file!\n" + notWritten("/report"));
 }
 

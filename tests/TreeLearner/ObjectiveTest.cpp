@@ -175,9 +175,7 @@ TEST(Objective, FailuresEndTheRunWithALine) {
         Objective objective = {c.compute};
         objective.GiveTo(*learner);
         learner->trainingOptions.fHessian = true;
-        const auto seen = Observe([&] { return learner->Boosting(); });
-        EXPECT_EQ(seen.status, -1);
-        EXPECT_EQ(seen.err, c.err);
+        EXPECT_EQ(Refused([&] { return learner->Boosting(); }), c.err);
     }
 }
 
@@ -186,9 +184,7 @@ TEST(Objective, OptionsThatDoNotFitAreRefused) {
     const auto refused = [&](const char* loss, const std::function<void(TreeLearner&)>& change) {
         const auto learner = Make(MakeSettings(loss, 1));
         change(*learner);
-        const auto seen = Observe([&] { return learner->Boosting(); });
-        EXPECT_EQ(seen.status, -1);
-        return seen.err;
+        return Refused([&] { return learner->Boosting(); });
     };
     EXPECT_EQ(refused("Square", [&](TreeLearner& learner) { objective.GiveTo(learner); }),
               "ERROR: An objective needs modelType GBDT and the loss \"USER\", not GBDT and "
@@ -341,9 +337,7 @@ TEST(Weights, ThatDoNotFitAreRefused) {
     const int good[] = {1, 1}, negative[] = {1, -2}, none[] = {0, 0}, large[] = {INT_MAX, 1};
     const auto learner = Prepare(Settings("GBDT", "Square"), {1, 2});
     const auto refused = [](TreeLearner& own, const int* weights, int count) {
-        const auto seen = Observe([&] { return own.setWeights(weights, count); });
-        EXPECT_EQ(seen.status, -1);
-        return seen.err;
+        return Refused([&] { return own.setWeights(weights, count); });
     };
     EXPECT_EQ(refused(*learner, good, 1), "ERROR: There are 1 weights for 2 training rows!\n");
     EXPECT_EQ(refused(*learner, nullptr, 2), "ERROR: There are 0 weights for 2 training rows!\n");

@@ -402,9 +402,8 @@ TEST(MessageSink, IsOfOneLearnerOnly) {
     };
     learner->setProgress(progress, &other);
     gseed = -3;
-    const Outcome seen = Observe([&] { return learner->Boosting(); });
-    EXPECT_EQ(seen.status, -1);
-    EXPECT_EQ(seen.err, "ERROR: Wrong tree size or shrink size!\n");
+    EXPECT_EQ(Refused([&] { return learner->Boosting(); }),
+              "ERROR: Wrong tree size or shrink size!\n");
     EXPECT_EQ(received.err, "Notice: Training was stopped after 1 of 1, no model is written!\n");
     EXPECT_NE(gseed, -3);
 }
