@@ -11,6 +11,7 @@
 
 namespace {
 
+using hostile::ExpectSame;
 using hostile::Maker;
 using hostile::Outcome;
 using hostile::Set;
@@ -31,10 +32,7 @@ void ExpectEqualReference(Set set, unsigned seed) {
         if (variant.numThread == 8 && seed % 8 != 0)
             continue;  // more threads than processors: slow
         set.cfg.numThread = variant.numThread;
-        ASSERT_TRUE(Outcome(set, "0", variant.tuning) == reference)
-            << "data set " << seed << ", " << set.cfg.modelType << " " << set.cfg.fRegCls << ", "
-            << variant.numThread << " threads, tuning \"" << variant.tuning << "\", rows "
-            << set.rows.size() << ", columns " << set.rows[0].size();
+        ExpectSame(set, reference, variant.tuning, seed);
     }
 }
 

@@ -12,6 +12,7 @@
 
 namespace {
 
+using hostile::ExpectSame;
 using hostile::Maker;
 using hostile::Outcome;
 using hostile::Set;
@@ -59,9 +60,7 @@ TEST(LossesDifferential, EngineEqualsReference) {
         for (const int numThread : {1, 4}) {
             set.cfg.numThread = numThread;
             for (const char* tuning : {"", "smallNode=4 chunkRows=8"}) {
-                ASSERT_TRUE(Outcome(set, "0", tuning) == reference)
-                    << "data set " << seed << ", " << set.cfg.lossFunc << ", threads " << numThread
-                    << ", tuning \"" << tuning << "\", rows " << set.rows.size();
+                ExpectSame(set, reference, tuning, seed);
             }
             ASSERT_TRUE(Outcome(set, "1", "") == reference) << "data set " << seed;
         }

@@ -15,16 +15,10 @@
 
 namespace {
 
+using hostile::ExpectSame;
 using hostile::Maker;
 using hostile::Outcome;
 using hostile::Set;
-
-void ExpectSame(const Set& set, const std::string& reference, const char* tuning, unsigned seed) {
-    ASSERT_TRUE(Outcome(set, "0", tuning) == reference)
-        << "data set " << seed << ", " << set.cfg.modelType << ", tuning \"" << tuning
-        << "\", threads " << set.cfg.numThread << ", rows " << set.rows.size() << ", columns "
-        << set.rows[0].size();
-}
 
 TEST(TrainingDifferential, EngineEqualsReference) {
     static const char* const kTunings[] = {

@@ -12,6 +12,7 @@
 
 namespace {
 
+using hostile::ExpectSame;
 using hostile::Maker;
 using hostile::Outcome;
 using hostile::Set;
@@ -45,20 +46,15 @@ int ChangeWeights(void* context, int done, int) {
 void ExpectEqual(Set set, unsigned seed) {
     set.cfg.fDebug = false;
     const std::string reference = Outcome(set, "1", "");
-    const auto expectSame = [&](const char* tuning) {
-        ASSERT_TRUE(Outcome(set, "0", tuning) == reference)
-            << "data set " << seed << ", " << set.cfg.modelType << " " << set.cfg.fRegCls
-            << ", threads " << set.cfg.numThread << ", debug " << set.cfg.fDebug << ", tuning \""
-            << tuning << "\", rows " << set.rows.size();
-    };
     for (const int numThread : {1, 4}) {
         set.cfg.numThread = numThread;
-        for (const char* tuning : {"", "smallNode=4 chunkRows=8 listPercent=101"})
-            expectSame(tuning);
+        for (const char* tuning : {"", "smallNode=4 chunkRows=8 listPercent=101"}) {
+            ExpectSame(set, reference, tuning, seed);
+        }
     }
     set.cfg.fDebug = true;  // CheckCfg resets it for a forest
     set.cfg.fileDebug = "/dev/null";
-    expectSame("");
+    ExpectSame(set, reference, "", seed);
 }
 
 TEST(WeightsDifferential, EngineAndDebugReportGrowTheSameTrees) {
