@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <locale>
 #include <random>
 #include <string>
 
@@ -12,11 +11,6 @@
 
 namespace sylvora::tests {
 namespace {
-
-struct CommaNumbers : std::numpunct<char> {
-    char do_decimal_point() const override { return ','; }
-    std::string do_grouping() const override { return "\1"; }
-};
 
 // Trained on 60 rows.
 std::unique_ptr<TreeLearner> Trained(const Model& model, bool fPacked, bool fCovers) {
@@ -48,8 +42,7 @@ TEST(TextSum, IsTheStandardChecksum) {
 TEST(ModelText, IsTheTextOfTheFile) {
     const TempFolder folder;
     const std::string file = folder.Path("model");
-    const std::locale before =
-        std::locale::global(std::locale(std::locale::classic(), new CommaNumbers));
+    const std::locale before = UseCommas();
     for (const Model& model : {kBoosted[0], kBoosted[3], kOthers[0], kOthers[1], kOthers[3]}) {
         std::vector<int> coverVV[2];
         for (const bool fPacked : {false, true}) {
