@@ -373,7 +373,3 @@ class InterruptTest(unittest.TestCase):
         thread.join()
         self.assertEqual(models[0].n_rounds, 10)
         self.assertIs(signal.getsignal(signal.SIGINT), signal.default_int_handler)
-
-
-if __name__ == '__main__':
-    unittest.main()

@@ -5,11 +5,11 @@ import os
 import subprocess
 import sys
 import threading
-import unittest
 
 from sylvora import _core
 from arrow_producer import ArrowStream, column
 from core_cases import TrainingCase, doubles, grid, memory, references, scores_of, small_model
+from threads import each_on_a_thread
 
 
 class StressTest(TrainingCase):
@@ -33,13 +33,7 @@ class StressTest(TrainingCase):
             except BaseException as fault:
                 faults.append(fault)
 
-        sys.setswitchinterval(1e-5)
-        self.addCleanup(sys.setswitchinterval, 0.005)
-        threads = [threading.Thread(target=work, args=(i,)) for i in range(16)]
-        for thread in threads:
-            thread.start()
-        for thread in threads:
-            thread.join()
+        each_on_a_thread(work, 16)
         self.assertEqual(faults, [])
 
     def test_changes_need_exclusive_access(self):
@@ -123,7 +117,3 @@ class StressTest(TrainingCase):
             self.assertLess(references() - total, 60, work.__name__)
             if scale == 1:
                 self.assertLess(memory() - before, 3e6, work.__name__)
-
-
-if __name__ == '__main__':
-    unittest.main()

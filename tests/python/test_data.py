@@ -268,7 +268,3 @@ class Names(unittest.TestCase):
             self.model.score_table(frame.table, self.expected, 1)
         self.assertRegex(str(with_names(caught.exception, NAMES)),
                          r'^X has a NaN in row \d, column "[a-z]+"; missing=None ')
-
-
-if __name__ == '__main__':
-    unittest.main()

@@ -5,12 +5,12 @@ import pickle
 import subprocess
 import sys
 import tempfile
-import threading
 import unittest
 import weakref
 
 import sylvora
 from models import expected_scores, model_text
+from threads import each_on_a_thread
 
 try:
     import numpy as np
@@ -143,9 +143,7 @@ class ModelTest(unittest.TestCase):
             def predict(i):
                 results[i] = model.predict(X, n_jobs=1 + i % 2)
 
-            threads = [threading.Thread(target=predict, args=(i,)) for i in range(8)]
-            [thread.start() for thread in threads]
-            [thread.join() for thread in threads]
+            each_on_a_thread(predict, 8)
             for result in results:
                 np.testing.assert_array_equal(result, expected)
 
@@ -333,7 +331,3 @@ class ModelTest(unittest.TestCase):
         forest, _, _ = trained('classification', 'forest')
         self.assertEqual((forest.n_classes, forest.n_rounds), (3, 1))
         self.assertEqual(repr(forest), 'Model(RandomForest, Label, 12 trees, 4 columns)')
-
-
-if __name__ == '__main__':
-    unittest.main()

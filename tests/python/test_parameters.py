@@ -111,7 +111,3 @@ class ParameterTest(unittest.TestCase):
         training = _core.Training()
         for name, value in settings_of({'n_estimators': 3, 'max_depth': 2, 'margin': 0.1}).items():
             training.set(name, value)
-
-
-if __name__ == '__main__':
-    unittest.main()

@@ -337,7 +337,3 @@ class Trained(Pictures):
         self.assertIn('class yes', plot.tree(forest, 3).source)
         self.assertIn('cover', plot.importance(forest).get_xlabel())
         plot.calibration(forest, self.X, names[self.y.astype(int)])
-
-
-if __name__ == '__main__':
-    unittest.main()

@@ -2,7 +2,6 @@
 import decimal
 import os
 import tempfile
-import threading
 import unittest
 import warnings
 
@@ -13,36 +12,16 @@ except ImportError:
 
 import bundled
 import sylvora
-from arrow_producer import ArrowTable, column
 from bundled import small_data as data
 from sylvora._training.best import best_round
 from sylvora._training.facts import METRICS
 from sylvora.callbacks import EarlyStopping
+from threads import each_on_a_thread
 
 
 def text(model):
     """The trees alone, exactly: without the lines of settings and the block behind them."""
     return model.to_bytes(description=False).split(b'\n', 2)[2]
-
-
-def forms(X):
-    """The same values in other places and types."""
-    yield 'F order', np.asfortranarray(X)
-    yield 'every second row and column', np.repeat(np.repeat(X, 2, 0), 2, 1)[::2, ::2]
-    if (X.astype(np.float32) == X)[~np.isnan(X)].all():
-        yield 'float32', X.astype(np.float32)
-    if not np.isnan(X).any() and (X.astype(np.int16) == X).all():
-        yield 'int16', X.astype(np.int16)
-    yield 'Arrow', ArrowTable([column('c%d' % i, 'g', [None if value != value else value
-                                                       for value in X[:, i].tolist()])
-                               for i in range(X.shape[1])])
-    try:
-        import pandas
-    except ImportError:
-        return
-    names = ['c%d' % column for column in range(X.shape[1])]
-    yield 'pandas', pandas.DataFrame(X, columns=names)
-    yield 'pandas, nullable', pandas.DataFrame(X).convert_dtypes()
 
 
 @unittest.skipUnless(os.path.exists(bundled.COMMAND), 'needs the command')
@@ -61,12 +40,6 @@ class CommandBytesTest(unittest.TestCase):
                 model = sylvora.train(params, X, y, qid=queries, n_jobs=threads)
                 with self.subTest(name=name, threads=threads):
                     self.assertEqual(model.to_bytes(digits=6, description=False), expected)
-            exact = model.to_bytes(description=False)
-            for form, same in forms(X):
-                # The number of threads changes nothing, as was just seen.
-                again = sylvora.train(params, same, y, qid=queries, n_jobs=2)
-                with self.subTest(name=name, form=form):
-                    self.assertEqual(again.to_bytes(description=False), exact)
 
     def test_two_fits_at_once(self):
         cases = [bundled.load(name) for name in ('bike', 'wdbc')] * 2
@@ -77,11 +50,7 @@ class CommandBytesTest(unittest.TestCase):
             params, X, y, _ = cases[i]
             results[i] = sylvora.train(params, X, y).to_bytes()
 
-        threads = [threading.Thread(target=fit, args=(i,)) for i in range(len(cases))]
-        for thread in threads:
-            thread.start()
-        for thread in threads:
-            thread.join()
+        each_on_a_thread(fit, len(cases))
         self.assertEqual(results, expected)
 
 
@@ -355,7 +324,3 @@ class RefusedTest(unittest.TestCase):
             with self.subTest(message), self.assertRaisesRegex(kind, message):
                 sylvora.train(arguments.pop('params'), arguments.pop('X'), arguments.pop('y'),
                               **arguments)
-
-
-if __name__ == '__main__':
-    unittest.main()
