@@ -124,6 +124,10 @@ SYLVORA_C_API int sylvora_dataset_subset(const sylvora_dataset* whole, const int
                                          int64_t num_rows, sylvora_dataset** out);
 SYLVORA_C_API int64_t sylvora_dataset_rows(const sylvora_dataset* data);
 SYLVORA_C_API int64_t sylvora_dataset_columns(const sylvora_dataset* data);
+/* Writes a column to values[0, number of rows), as trainings read it: a missing value is
+ * -2147483648. */
+SYLVORA_C_API int sylvora_dataset_column(const sylvora_dataset* data, int64_t column,
+                                         double* values);
 SYLVORA_C_API void sylvora_dataset_free(sylvora_dataset* data);
 
 /* ---- Training ------------------------------------------------------------------------------ */

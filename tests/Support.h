@@ -124,6 +124,14 @@ Outcome Observe(Operation operation) {
     return {status, err.Text(), out.Text()};
 }
 
+// The message of an operation that must return -1.
+template <typename Operation>
+std::string Refused(Operation operation) {
+    const Outcome seen = Observe(operation);
+    EXPECT_EQ(seen.status, -1);
+    return seen.err;
+}
+
 }  // namespace sylvora::tests
 
 #endif  // SYLVORA_TESTS_SUPPORT_H

@@ -4,7 +4,8 @@ key=value... The figures are those of the driver (bench/driver/Jobs.h).
   fit      threads= rounds= depth= leaves= bound= shrink= share=   all of the training: from arrays
            to an estimator or a model
   predict  threads= [model=]   the whole array in one call
-  single   [model=]            row after row, each a list of floats for us, an array for peers
+  single   [model=]            row after row: for us all rows, each a list of floats; for peers the
+                               first 100, each an array
 
 Peers train a model of the same size first; ours is read from a file. With fewer columns per node
 and rows per tree than all, scikit-learn's side has no such settings and uses all.
@@ -75,11 +76,11 @@ def predict(job):
 
 def single(job):
     data = common.Data(job["data"])
-    x = data.x[:1000].astype(float)
+    x = data.x.astype(float)
     if job["side"] == "sylvora":
         import sylvora
         score = sylvora.Model.load(job["model"]).score
-        rows = [list(map(float, row)) for row in x]
+        rows = x.tolist()
     else:
         score = predictor(job, data)
         rows = [row.reshape(1, -1) for row in x[:100]]

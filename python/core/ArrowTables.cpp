@@ -331,9 +331,8 @@ PyObject* TableFromArrow(PyObject* type, PyObject* arguments) {
     PyObject* missing = nullptr;
     int refuseNan = 0;
     if (!PyArg_ParseTuple(arguments, "OOp:from_arrow", &data, &missing, &refuseNan)) return nullptr;
-    auto state = std::make_unique<TableState>();
-    if (!state->SetMissing(missing, refuseNan) || !ReadData(data, *state)) return nullptr;
-    return Wrap(reinterpret_cast<PyTypeObject*>(type), std::move(state));
+    return MakeTable(type, missing, refuseNan,
+                     [data](TableState& state) { return ReadData(data, state); });
 }
 
 }  // namespace sylvora::python

@@ -113,6 +113,11 @@ bool Buffer::TakeArray(PyObject* object, const char* what, sylvora_type wanted) 
     return false;
 }
 
+bool Buffer::TakeOutput(PyObject* object, const char* what, int64_t length) {
+    return TakeArray(object, what, SYLVORA_FLOAT64) && CheckOutput(what) &&
+           CheckLength(what, length);
+}
+
 bool Buffer::TakeBytes(PyObject* object, const char* what) {
     return Borrow(object, what, PyBUF_SIMPLE);
 }

@@ -23,7 +23,9 @@ class Buffer {
     [[nodiscard]] bool Take(PyObject* object, const char* what, int numDimensions);
     // Borrows a contiguous array with one dimension and items of one type.
     [[nodiscard]] bool TakeArray(PyObject* object, const char* what, sylvora_type wanted);
-    // The same for any object that has bytes, whatever it says of them.
+    // Borrows a contiguous array of so many doubles to write to.
+    [[nodiscard]] bool TakeOutput(PyObject* object, const char* what, int64_t length);
+    // Borrows the memory of any object that has bytes, whatever it says of them.
     [[nodiscard]] bool TakeBytes(PyObject* object, const char* what);
     // Whether the memory is contiguous, row by row.
     [[nodiscard]] bool IsContiguous() const { return PyBuffer_IsContiguous(&view, 'C') != 0; }

@@ -47,6 +47,24 @@ PyObject* Subset(PyObject* self, PyObject* rows) {
     return Wrap(types.dataset, std::move(state));
 }
 
+PyObject* Column(PyObject* self, PyObject* arguments) {
+    const DatasetState& state = StateOf<DatasetState>(self);
+    Py_ssize_t column = 0;
+    PyObject* array = nullptr;
+    Buffer out;
+    if (!PyArg_ParseTuple(arguments, "nO:column", &column, &array) ||
+        !out.TakeOutput(array, "out", sylvora_dataset_rows(state.data))) {
+        return nullptr;
+    }
+    int status = 0;
+    {
+        const LockRelease unlocked;
+        status = sylvora_dataset_column(state.data, column, out.As<double>());
+    }
+    if (status != 0) return RaiseLibraryError(PyExc_IndexError);
+    Py_RETURN_NONE;
+}
+
 PyObject* NumRows(PyObject* self, void* /*closure*/) {
     return PyLong_FromLongLong(sylvora_dataset_rows(StateOf<DatasetState>(self).data));
 }
@@ -58,6 +76,9 @@ PyObject* NumColumns(PyObject* self, void* /*closure*/) {
 PyMethodDef methods[] = {
     {"subset", Guarded<Subset>, METH_O,
      "subset($self, rows, /)\n--\n\nThe rows of these numbers, int32, in this order."},
+    {"column", Guarded<Column>, METH_VARARGS,
+     "column($self, column, out, /)\n--\n\n"
+     "Copies a column into out, float64 (n,); a missing value is -2147483648."},
     {nullptr, nullptr, 0, nullptr},
 };
 

@@ -6,45 +6,39 @@
 namespace sylvora::python {
 namespace {
 
-PyObject* Probabilities(PyObject* /*module*/, PyObject* arguments) {
-    const char* loss = nullptr;
-    PyObject* scores = nullptr;
-    PyObject* out = nullptr;
+// Calls map(scores, number of scores, out) without the lock; returns None.
+template <typename Map>
+PyObject* MapScores(PyObject* scores, PyObject* out, const Map& map) {
     Buffer from;
     Buffer to;
-    if (!PyArg_ParseTuple(arguments, "sOO:probabilities", &loss, &scores, &out) ||
-        !from.TakeArray(scores, "scores", SYLVORA_FLOAT64) ||
-        !to.TakeArray(out, "out", SYLVORA_FLOAT64) || !to.CheckOutput("out") ||
-        !to.CheckLength("out", from.Size(0))) {
+    if (!from.TakeArray(scores, "scores", SYLVORA_FLOAT64) ||
+        !to.TakeOutput(out, "out", from.Size(0))) {
         return nullptr;
     }
     int status = 0;
     {
         const LockRelease unlocked;
-        status = sylvora_probabilities(loss, from.As<double>(), from.Size(0), to.As<double>());
+        status = map(from.As<double>(), from.Size(0), to.As<double>());
     }
     if (status != 0) return RaiseLibraryError(PyExc_ValueError);
     Py_RETURN_NONE;
 }
 
+PyObject* Probabilities(PyObject* /*module*/, PyObject* arguments) {
+    const char* loss = nullptr;
+    PyObject* scores = nullptr;
+    PyObject* out = nullptr;
+    if (!PyArg_ParseTuple(arguments, "sOO:probabilities", &loss, &scores, &out)) return nullptr;
+    return MapScores(scores, out, [loss](const double* from, int64_t num, double* to) {
+        return sylvora_probabilities(loss, from, num, to);
+    });
+}
+
 PyObject* Expit(PyObject* /*module*/, PyObject* arguments) {
     PyObject* scores = nullptr;
     PyObject* out = nullptr;
-    Buffer from;
-    Buffer to;
-    if (!PyArg_ParseTuple(arguments, "OO:expit", &scores, &out) ||
-        !from.TakeArray(scores, "scores", SYLVORA_FLOAT64) ||
-        !to.TakeArray(out, "out", SYLVORA_FLOAT64) || !to.CheckOutput("out") ||
-        !to.CheckLength("out", from.Size(0))) {
-        return nullptr;
-    }
-    int status = 0;
-    {
-        const LockRelease unlocked;
-        status = sylvora_expit(from.As<double>(), from.Size(0), to.As<double>());
-    }
-    if (status != 0) return RaiseLibraryError(PyExc_ValueError);
-    Py_RETURN_NONE;
+    if (!PyArg_ParseTuple(arguments, "OO:expit", &scores, &out)) return nullptr;
+    return MapScores(scores, out, sylvora_expit);
 }
 
 PyObject* LogOdds(PyObject* /*module*/, PyObject* arguments) {

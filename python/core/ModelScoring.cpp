@@ -156,20 +156,21 @@ PyObject* ScoreBlock(ModelState& state, PyObject* table, const Buffer& out, cons
     Py_RETURN_NONE;
 }
 
-// The arguments (table, out, threads), with the array for results.
+// The arguments table, out and threads, with the array for results.
 struct ScoringArguments {
     PyObject* table = nullptr;
+    PyObject* array = nullptr;
     int threads = 0;
     Buffer out;
 
-    bool Parse(PyObject* arguments, sylvora_type wanted, int64_t numColumns) {
-        PyObject* array = nullptr;
-        if (!PyArg_ParseTuple(arguments, "O!Oi", types.table, &table, &array, &threads) ||
-            !CheckThreads(threads)) {
-            return false;
-        }
+    // Checks the arguments once they are parsed, and borrows the array.
+    bool Take(sylvora_type wanted, int64_t numColumns) {
         const int64_t numRows = StateOf<TableState>(table).block.num_rows;
-        return TakeOutput(out, array, wanted, numRows, numColumns);
+        return CheckThreads(threads) && TakeOutput(out, array, wanted, numRows, numColumns);
+    }
+    bool Parse(PyObject* arguments, sylvora_type wanted, int64_t numColumns) {
+        return PyArg_ParseTuple(arguments, "O!Oi", types.table, &table, &array, &threads) != 0 &&
+               Take(wanted, numColumns);
     }
 };
 
@@ -182,7 +183,8 @@ PyObject* ModelScore(PyObject* self, PyObject* row) {
     if (!fList && !PyTuple_Check(row)) {
         if (PyObject_CheckBuffer(row)) return ScoreBuffer(state, row);
         PyErr_SetString(PyExc_TypeError,
-                        "A row must be a list, a tuple or an array with one dimension");
+                        "A row must be a list, a tuple or an array with one dimension; of a pandas "
+                        "row pass row.to_numpy()");
         return nullptr;
     }
     RowMemory memory(static_cast<size_t>(numColumns));
@@ -203,21 +205,17 @@ PyObject* ModelScoreTable(PyObject* self, PyObject* arguments) {
 
 PyObject* ModelAddGroups(PyObject* self, PyObject* arguments) {
     ModelState& state = StateOf<ModelState>(self);
-    PyObject* table = nullptr;
-    PyObject* array = nullptr;
+    ScoringArguments given;
     long long first = 0;
     long long end = 0;
-    int threads = 0;
-    Buffer out;
-    if (!PyArg_ParseTuple(arguments, "O!LLOi:add_groups", types.table, &table, &first, &end, &array,
-                          &threads) ||
-        !CheckThreads(threads) ||
-        !TakeOutput(out, array, SYLVORA_FLOAT64, StateOf<TableState>(table).block.num_rows, 0)) {
+    if (!PyArg_ParseTuple(arguments, "O!LLOi:add_groups", types.table, &given.table, &first, &end,
+                          &given.array, &given.threads) ||
+        !given.Take(SYLVORA_FLOAT64, 0)) {
         return nullptr;
     }
-    return ScoreBlock(state, table, out, [&](const sylvora_block& block, void* scores) {
-        return sylvora_model_add_groups(state.model, &block, first, end,
-                                        static_cast<double*>(scores), threads);
+    return ScoreBlock(state, given.table, given.out, [&](const sylvora_block& block, void* out) {
+        return sylvora_model_add_groups(state.model, &block, first, end, static_cast<double*>(out),
+                                        given.threads);
     });
 }
 

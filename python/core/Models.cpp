@@ -86,12 +86,13 @@ PyObject* Tree(PyObject* self, PyObject* argument) {
     int64_t numNodes = 0;
     int64_t group = 0;
     double shrink = 0.0;
-    if (sylvora_model_tree(model, tree, nullptr, 0, &numNodes, &group, &shrink) != 0) {
-        return RaiseLibraryError(PyExc_IndexError);
-    }
-    std::vector<sylvora_node> nodeV(static_cast<size_t>(numNodes));
-    if (sylvora_model_tree(model, tree, nodeV.data(), numNodes, &numNodes, &group, &shrink) != 0) {
-        return RaiseLibraryError(PyExc_IndexError);
+    std::vector<sylvora_node> nodeV;
+    for (int call = 0; call < 2; ++call) {  // the first one finds the number of nodes
+        if (sylvora_model_tree(model, tree, nodeV.data(), numNodes, &numNodes, &group, &shrink) !=
+            0) {
+            return RaiseLibraryError(PyExc_IndexError);
+        }
+        nodeV.resize(static_cast<size_t>(numNodes));
     }
     static_assert(sizeof(sylvora_node) == 32, "two doubles and four 32-bit integers");
     Reference_t bytes(

@@ -38,15 +38,6 @@ bool TableState::SetMissing(PyObject* missing, int refuseNan) {
 
 namespace {
 
-// What the constructors have in common: makes a state, lets fill(state) set all but the missing
-// value, and returns the object.
-template <typename Fill>
-PyObject* Make(PyObject* type, PyObject* missing, int refuseNan, const Fill& fill) {
-    auto state = std::make_unique<TableState>();
-    if (!state->SetMissing(missing, refuseNan) || !fill(*state)) return nullptr;
-    return Wrap(reinterpret_cast<PyTypeObject*>(type), std::move(state));
-}
-
 PyObject* FromDense(PyObject* type, PyObject* arguments) {
     PyObject* values = nullptr;
     PyObject* missing = nullptr;
@@ -54,7 +45,7 @@ PyObject* FromDense(PyObject* type, PyObject* arguments) {
     if (!PyArg_ParseTuple(arguments, "OOp:from_dense", &values, &missing, &refuseNan)) {
         return nullptr;
     }
-    return Make(type, missing, refuseNan, [&](TableState& state) {
+    return MakeTable(type, missing, refuseNan, [&](TableState& state) {
         const Buffer* const buffer = state.Take(values, "values", 2);
         if (buffer == nullptr || !state.SetSize(buffer->Size(0), buffer->Size(1))) return false;
         state.block.layout = SYLVORA_DENSE;
@@ -119,7 +110,7 @@ PyObject* FromColumns(PyObject* type, PyObject* arguments) {
                           &refuseNan)) {
         return nullptr;
     }
-    return Make(type, missing, refuseNan, [&](TableState& state) {
+    return MakeTable(type, missing, refuseNan, [&](TableState& state) {
         // A tuple does not change while columns are asked for their memory.
         const Reference_t items(PySequence_Tuple(columns));
         if (items == nullptr) return false;
@@ -200,7 +191,7 @@ PyObject* FromSparse(PyObject* type, PyObject* arguments) {
                           &parts.values, &parts.indices, &parts.begins, &missing, &refuseNan)) {
         return nullptr;
     }
-    return Make(type, missing, refuseNan, [&](TableState& state) {
+    return MakeTable(type, missing, refuseNan, [&](TableState& state) {
         return state.SetSize(numRows, numColumns) && FillSparse(state, byRows != 0, parts);
     });
 }
@@ -273,9 +264,6 @@ PyMethodDef methods[] = {
     {"from_arrow", Guarded<TableFromArrow>, METH_VARARGS | METH_CLASS,
      "from_arrow($type, data, missing, refuse_nan, /)\n--\n\n"
      "A table of an object with __arrow_c_stream__ or __arrow_c_array__."},
-    {"column", Guarded<TableColumn>, METH_VARARGS,
-     "column($self, column, out, /)\n--\n\n"
-     "Copies a column into an array of float64; missing values are NaN."},
     {"select", Guarded<Select>, METH_O,
      "select($self, order, /)\n--\n\nThe same rows with these columns, in this order."},
     {nullptr, nullptr, 0, nullptr},

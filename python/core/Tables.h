@@ -4,6 +4,8 @@
 
 #include <cstdint>
 #include <deque>
+#include <memory>
+#include <utility>
 #include <vector>
 
 #include "Arrow.h"
@@ -31,10 +33,17 @@ struct TableState {
     bool SetMissing(PyObject* missing, int refuseNan);
 };
 
+// What the constructors have in common: makes a state, lets fill(state) set all but the missing
+// value, and returns the object.
+template <typename Fill>
+PyObject* MakeTable(PyObject* type, PyObject* missing, int refuseNan, const Fill& fill) {
+    auto state = std::make_unique<TableState>();
+    if (!state->SetMissing(missing, refuseNan) || !fill(*state)) return nullptr;
+    return Wrap(reinterpret_cast<PyTypeObject*>(type), std::move(state));
+}
+
 // Table.from_arrow.
 PyObject* TableFromArrow(PyObject* type, PyObject* arguments);
-// Table.column.
-PyObject* TableColumn(PyObject* self, PyObject* arguments);
 
 }  // namespace sylvora::python
 

@@ -7,7 +7,6 @@ trainings, one after the other.
 
 from __future__ import annotations
 
-import math
 import operator
 import os
 import signal
@@ -16,6 +15,7 @@ from collections.abc import Callable
 from types import FrameType
 from typing import TYPE_CHECKING, Any, Optional, Protocol
 
+from ._training.best import is_better
 from ._training.progress import Display, display_for
 
 if TYPE_CHECKING:
@@ -157,7 +157,7 @@ class EarlyStopping(Callback):
 
     def after_round(self, round: Round) -> Optional[bool]:
         metric, value = self._value(round.evals)
-        if self._is_better(value, round.greater_is_better(metric)):
+        if is_better(value, self.best_score, round.greater_is_better(metric), self.min_delta):
             self.best_score = value
             self.keep_rounds = round.round
         return round.round - (self.keep_rounds or 0) >= self.rounds
@@ -180,12 +180,6 @@ class EarlyStopping(Callback):
         if not metrics[metric]:
             raise ValueError("EarlyStopping is for boosting: a forest is evaluated at its end")
         return metric, metrics[metric][-1]
-
-    def _is_better(self, value: float, larger: bool) -> bool:
-        if self.best_score is None:
-            return math.isfinite(value)
-        gain = value - self.best_score if larger else self.best_score - value
-        return gain > self.min_delta
 
 
 class TimeLimit(Callback):

@@ -14,13 +14,13 @@ from ._plot import pictures as _pictures
 from ._plot.calibration import calibration
 from ._plot.importance import importance
 from ._plot.tree import tree
+from ._training.best import best_round as _best_round
+from ._training.facts import is_larger_better as _is_larger_better
 
 if TYPE_CHECKING:
     from matplotlib.axes import Axes
 
 __all__ = ["calibration", "importance", "learning_curve", "staged_error", "tree"]
-
-_LARGER_IS_BETTER = {"auc", "accuracy", "pairs", "ndcg"}
 
 
 def learning_curve(
@@ -80,7 +80,7 @@ def learning_curve(
             raise ValueError(f"{metric!r} was not recorded; metrics are: " + ", ".join(found))
     panels = _panels(ax, len(chosen))
     for panel, metric in zip(panels, chosen):
-        larger = metric in larger_is_better or metric.split("@")[0] in _LARGER_IS_BETTER
+        larger = metric in larger_is_better or _is_larger_better(metric)
         curves = {name: values[metric] for name, values in result.items() if metric in values}
         _draw_curves(panel, curves, best, larger)
         better = "higher" if larger else "lower"
@@ -123,7 +123,7 @@ def _draw_curves(
         _pictures.curve(ax, values, name, i)
     _pictures.tidy(ax, "both")
     _pictures.show_rounds(ax, max(len(values) for values in curves.values()))
-    bests = {name: _best_round(values, larger) for name, values in curves.items()}
+    bests = {name: _best_round(values, larger) or None for name, values in curves.items()}
     name = list(curves)[-1]
     marked = bests[name] if best is None else best
     if marked is None or marked > len(curves[name]):
@@ -133,12 +133,6 @@ def _draw_curves(
     text = f"best round {marked}: " if bests[name] == marked else f"round {marked}: "
     text += f"{_pictures.shown(name)} " if len(curves) > 1 else ""
     _pictures.mark_round(ax, marked, text + _pictures.number(float(curves[name][marked - 1])))
-
-
-def _best_round(values: Sequence[float], larger: bool) -> Optional[int]:
-    """The first round with the best value, from 1; None without values."""
-    ranks = [(-v if larger else v, i) for i, v in enumerate(values, 1) if v == v]
-    return min(ranks)[1] if ranks else None
 
 
 def staged_error(
@@ -201,3 +195,7 @@ def staged_error(
     if len(curves) > 1:
         _pictures.legend(ax)
     return ax
+
+
+def __dir__() -> list[str]:
+    return __all__

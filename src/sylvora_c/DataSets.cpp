@@ -4,6 +4,7 @@
 #include <cmath>
 #include <utility>
 
+#include "../DataSet/CodedData.h"
 #include "Call.h"
 #include "Handles.h"
 
@@ -106,6 +107,20 @@ int64_t sylvora_dataset_rows(const sylvora_dataset* data) {
 
 int64_t sylvora_dataset_columns(const sylvora_dataset* data) {
     return data != nullptr ? data->set->NumColumns() : 0;
+}
+
+int sylvora_dataset_column(const sylvora_dataset* data, int64_t column, double* values) {
+    return Run([&] {
+        if (data == nullptr) return RefuseNull("The data set");
+        if (values == nullptr) return RefuseNull("values");
+        if (column < 0 || column >= data->set->NumColumns()) {
+            return sylvora::Fail("ERROR: There is no column ", column, ": the data set has ",
+                                 data->set->NumColumns(), "\n");
+        }
+        data->set->Shared()->Values().ForColumn(
+            static_cast<int>(column), [=](int row, double value) { values[row] = value; });
+        return 0;
+    });
 }
 
 void sylvora_dataset_free(sylvora_dataset* data) {

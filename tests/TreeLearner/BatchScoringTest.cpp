@@ -44,11 +44,7 @@ std::string Answer(TreeLearner& learner, const double* row, int n, bool fFull) {
         learner.OnlineTesting(const_cast<double*>(row), result, n, fFull ? valueV.data() : nullptr);
     valueV.push_back(result);
     valueV.push_back(status);
-    return {reinterpret_cast<const char*>(valueV.data()), valueV.size() * sizeof(double)};
-}
-
-std::string Bytes(const VecDle& valueV) {
-    return {reinterpret_cast<const char*>(valueV.data()), valueV.size() * sizeof(double)};
+    return Bytes(valueV);
 }
 
 // The results of a batch, from single calls.

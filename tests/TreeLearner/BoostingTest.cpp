@@ -7,31 +7,18 @@
 #include <iterator>
 #include <mutex>
 #include <numeric>
-#include <random>
 #include <thread>
 
 #include "../Support.h"
-#include "Prepared.h"
-#include "claim.h"
+#include "EvaluationCases.h"
 
 namespace {
 
 using namespace sylvora::tests;
 
-// 61 rows of 5 columns in 13 queries, with labels that follow the columns; few distinct values.
+// 61 rows of 5 columns.
 std::unique_ptr<TreeLearner> PrepareRandom(const CheckCfgCLS& cfg) {
-    std::mt19937 random(53);
-    VecVecDle rows;
-    VecDle labels;
-    for (int i = 0; i < 61; ++i) {
-        VecDle row;
-        for (int j = 0; j < 5; ++j) row.push_back(static_cast<double>(random() % 9) * 0.37 - 1);
-        labels.push_back((row[0] > 0) + (row[1] > row[2]));
-        if (cfg.lossFunc == "Logistic") labels.back() = labels.back() > 0 ? 1 : -1;
-        rows.push_back(row);
-    }
-    gseed = -7;
-    return Prepare(cfg, labels, {5, 5, 4, 6, 5, 5, 3, 7, 5, 5, 5, 5, 1}, rows);
+    return MakeLearner(cfg, Data(61, 53, "CLS"), nullptr);
 }
 
 TEST(Boosting, AddsUpItsTrees) {
@@ -234,9 +221,7 @@ TEST(Boosting, AFailedSaveFailsTheRun) {
     CheckCfgCLS cfg = Settings("CART", "Label");
     cfg.fileModel = folder.Path("missing/model.txt");
     const auto learner = PrepareRandom(cfg);
-    const auto seen = Observe([&] { return learner->Boosting(); });
-    EXPECT_EQ(seen.status, -1);
-    EXPECT_EQ(seen.err,
+    EXPECT_EQ(Refused([&] { return learner->Boosting(); }),
               "ERROR: Can not open file!\n\nERROR: Can not write file " + cfg.fileModel +
                   ": No such file or directory!\nERROR: Failed to save the full model!\n");
 }

@@ -7,8 +7,7 @@
 #include <vector>
 
 #include "../Support.h"
-#include "Prepared.h"
-#include "claim.h"
+#include "EvaluationCases.h"
 
 namespace {
 
@@ -39,38 +38,23 @@ int Progress(void*, int, int) {
 enum Callback { kLoss, kSampler, kProgress };
 const char* const kNames[] = {"loss", "feature sampler", "progress function"};
 
-struct Kind {
-    const char *modelType, *fRegCls;
-};
-
-std::unique_ptr<TreeLearner> MakeLearner(const Kind& kind, Callback callback, int numThread,
+std::unique_ptr<TreeLearner> MakeLearner(const Model& kind, Callback callback, int numThread,
                                          const std::string& fileModel) {
-    CheckCfgCLS cfg = Settings(kind.modelType, callback == kLoss ? "USER" : "Label");
-    cfg.fRegCls = kind.fRegCls;
-    (cfg.modelType == "RandomForest" ? cfg.sizeGroup : cfg.numTree) =
-        cfg.modelType == "CART" ? 1 : 3;
-    cfg.numThread = numThread;
+    CheckCfgCLS cfg = ConfigOf(kind, 3, numThread);
+    if (callback == kLoss) cfg.lossFunc = "USER";
     cfg.fileModel = fileModel;
-    VecDle labels;
-    VecVecDle rows;
-    for (int i = 0; i < 40; ++i) {
-        labels.push_back(i % 3);
-        rows.push_back({static_cast<double>(i % 7), static_cast<double>(i * i % 11)});
-    }
-    auto learner = Prepare(cfg, labels, VecInt(8, 5), rows);
+    auto learner = MakeLearner(cfg, Data(40, 3, kind.labels), nullptr);
     if (callback == kLoss) learner->setLossFunction(Loss);
     if (callback == kSampler) learner->setNodeSamplingFeaType(Sample);
     if (callback == kProgress) learner->setProgress(Progress, nullptr);
     current = learner.get();
-    gseed = -3;
     return learner;
 }
 
 // Runs `test` for each callback of a few kinds of training.
 void ForEachTraining(
-    const std::function<void(const Kind& kind, Callback callback, int numThread)>& test) {
-    for (const Kind& kind : {Kind{"GBDT", "REG"}, Kind{"GBRank", "REG"},
-                             Kind{"RandomForest", "REG"}, Kind{"RandomForest", "CLS"}}) {
+    const std::function<void(const Model& kind, Callback callback, int numThread)>& test) {
+    for (const Model& kind : {kBoosted[0], kBoosted[3], kOthers[0], kOthers[1]}) {
         for (const Callback callback : {kLoss, kSampler, kProgress}) {
             for (const int numThread : {1, 4}) {
                 if (callback == kLoss && kind.fRegCls == std::string("CLS")) continue;
@@ -93,7 +77,7 @@ size_t Count(const std::string& text, const std::string& part) {
 TEST(Callbacks, AnExceptionEndsTheRun) {
     const TempFolder folder;
     struct Odd {};
-    const auto test = [&](const Kind& kind, Callback callback, int numThread) {
+    const auto test = [&](const Model& kind, Callback callback, int numThread) {
         const std::string start = std::string("ERROR: The user's ") + kNames[callback] + " threw";
         for (const bool fStandard : {true, false}) {
             const std::string model = folder.Write("model.txt", "older");
@@ -126,11 +110,11 @@ TEST(Callbacks, AnExceptionEndsAStep) {
         EXPECT_EQ(seen.err.find(std::string("ERROR: The user's ") + what), 0U) << seen.err;
     };
     for (int again = 0; again < 2; ++again) {
-        const auto forLoss = MakeLearner({"GBDT", "REG"}, kLoss, 1, "/dev/null");
+        const auto forLoss = MakeLearner(kBoosted[0], kLoss, 1, "/dev/null");
         auto seen = Observe([&] { return forLoss->ComputeGradientUser(0, 3); });
         expectOneLine(kNames[kLoss], seen.status, seen);
         for (const Callback callback : {kSampler, kProgress}) {
-            const auto learner = MakeLearner({"RandomForest", "REG"}, callback, 1, "/dev/null");
+            const auto learner = MakeLearner(kOthers[0], callback, 1, "/dev/null");
             seen = Observe([&] { return learner->GenerateRowTree(0, 1); });
             expectOneLine(kNames[callback], seen.status, seen);
         }
@@ -156,7 +140,7 @@ TEST(Callbacks, ARunIsNotPulledFromUnderItself) {
         {"GenerateTree", [] { return current->GenerateTree(); }},
         {"GenerateRowTree", [] { return current->GenerateRowTree(0, 0); }},
     };
-    const auto test = [&](const Kind& kind, Callback callback, int numThread) {
+    const auto test = [&](const Model& kind, Callback callback, int numThread) {
         const auto train = [&](const std::function<void()>& what) {
             deed = what;
             const auto learner = MakeLearner(kind, callback, numThread, folder.Path("model.txt"));

@@ -1,10 +1,12 @@
 // Evaluation during a training: what is recorded, and what is refused.
 #include <cmath>
 #include <functional>
+#include <list>
 #include <string>
 #include <vector>
 
 #include "../Support.h"
+#include "../differential/Layouts.h"
 #include "Evaluation/Metrics.h"
 #include "Evaluation/NamedMetrics.h"
 #include "EvaluationCases.h"
@@ -72,54 +74,29 @@ TEST(Evaluation, RecordsTheWholeOfOtherModels) {
 
 // Missing values and columns that no tree splits on are read as scoring reads them, in any layout.
 TEST(Evaluation, AllLayoutsGiveTheSameRecord) {
+    using hostile::Layout;
     const Data data(300, 1, "REG");
     Data dev(300, 5, "REG");
-    VecDle flat = dev.Flat();
-    for (size_t i = 0; i < flat.size(); i += 11) flat[i] = std::nan("");
-    for (size_t i = 1; i < flat.size(); i += 7) flat[i] = 0.0;
-    std::vector<float> floatV(flat.begin(), flat.end());
-    const VecDle rounded(floatV.begin(), floatV.end());
-    VecDle columnV, storedV;
-    std::vector<DataColumn> columns(kColumns);
-    for (size_t c = 0; c < kColumns; ++c) {
-        for (size_t r = 0; r < 300; ++r) columnV.push_back(rounded[r * kColumns + c]);
-    }
-    for (size_t c = 0; c < kColumns; ++c) columns[c].values = columnV.data() + c * 300;
-    std::vector<int> beginV = {0}, indexV;
-    for (size_t i = 0; i < rounded.size(); ++i) {
-        if (rounded[i] != 0.0) {
-            storedV.push_back(rounded[i]);
-            indexV.push_back(static_cast<int>(i % kColumns));
-        }
-        if (i % kColumns == kColumns - 1) beginV.push_back(static_cast<int>(storedV.size()));
-    }
-    EvaluationSet byRow = SetOf("rows", dev, rounded), byFloat = byRow, byColumn = byRow,
-                  sparse = byRow;
-    byFloat.name = "floats";
-    byFloat.block = RowsOf(floatV.data(), 300, kColumns, kColumns);
-    byColumn.name = "columns";
-    byColumn.block.layout = DataBlock::Layout::kColumns;
-    byColumn.block.columns = columns.data();
-    sparse.name = "sparse";
-    sparse.block.layout = DataBlock::Layout::kSparseRows;
-    sparse.block.stored.values = storedV.data();
-    sparse.block.begins = beginV.data();
-    sparse.block.indices = indexV.data();
     for (size_t r = 0; r < 300; ++r) {
-        for (size_t c = 0; c < kColumns; ++c) {
-            const double value = rounded[r * kColumns + c];
-            dev.rowVV[r][c] = std::isnan(value) ? kMissingValue : value;
-        }
+        for (double& value : dev.rowVV[r]) value = static_cast<float>(value);
+        dev.rowVV[r][r % 5] = r % 2 == 0 ? kMissingValue : 0.0;
+    }
+    std::list<Layout> layouts;
+    std::vector<EvaluationSet> setV;
+    for (int kind = 0; kind < Layout::kNumKinds; ++kind) {
+        layouts.emplace_back(dev.rowVV, static_cast<Layout::Kind>(kind));
+        setV.push_back(SetOf(std::to_string(kind), dev, {}));
+        setV.back().block = layouts.back().Block();
     }
     for (const Model& model : {kBoosted[0], kOthers[0]}) {
         CheckCfgCLS cfg = ConfigOf(model, 5, 2);
         cfg.evalEvery = 50;
         const auto learner = MakeLearner(cfg, data, &dev);
-        learner->trainingOptions.setV = {byRow, byFloat, byColumn, sparse};
+        learner->trainingOptions.setV = setV;
         learner->trainingOptions.metricV = {"mae"};
         ASSERT_EQ(Observe([&] { return learner->Boosting(); }).status, 0);
         const std::vector<MetricRecord>& metricV = learner->getEvaluation().metricV;
-        ASSERT_EQ(metricV.size(), 5U);
+        ASSERT_EQ(metricV.size(), setV.size() + 1);
         for (const MetricRecord& metric : metricV) {
             EXPECT_EQ(metric.valueV, metricV[0].valueV) << metric.set;
         }

@@ -70,9 +70,7 @@ TEST(Fitting, ASetThatComesLaterIsNoticed) {
         const auto learner = Fresh({{kTraining, 3}});
         ASSERT_EQ(learner->ParamInit(), 0);
         ASSERT_EQ(Give(*learner, {kTest, 5}), 0);
-        const auto seen = Observe([&] { return (learner.get()->*step)(); });
-        EXPECT_EQ(seen.status, -1);
-        EXPECT_EQ(seen.err, err);
+        EXPECT_EQ(Refused([&] { return (learner.get()->*step)(); }), err);
     }
 }
 
@@ -202,11 +200,10 @@ TEST(Fitting, RowsThatNoMemoryHoldsAreNotScored) {
         size_t n, stride;
     } cases[] = {{kMost, 3}, {kMost / 3 + 2, 3}, {kMost / 16, 3}, {2, kMost / 2}};
     for (const auto& c : cases) {
-        const auto seen =
-            Observe([&] { return learner.OnlineTestingBatch(row, c.n, c.stride, &result, 1); });
-        EXPECT_EQ(seen.status, -1);
-        EXPECT_EQ(seen.err, "ERROR: " + std::to_string(c.n) + " rows of " +
-                                std::to_string(c.stride) + " values cannot be in memory!\n");
+        EXPECT_EQ(
+            Refused([&] { return learner.OnlineTestingBatch(row, c.n, c.stride, &result, 1); }),
+            "ERROR: " + std::to_string(c.n) + " rows of " + std::to_string(c.stride) +
+                " values cannot be in memory!\n");
         EXPECT_EQ(result, 7.0);
     }
 }

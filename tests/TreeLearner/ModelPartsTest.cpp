@@ -13,10 +13,6 @@
 namespace sylvora::tests {
 namespace {
 
-std::string Bytes(const VecDle& valueV) {
-    return {reinterpret_cast<const char*>(valueV.data()), valueV.size() * sizeof(double)};
-}
-
 // A model with packed trees, with or without its compiled form, and rows to score.
 struct Loaded {
     Loaded(const Shape& shape, bool fPlain, unsigned seed = 5)

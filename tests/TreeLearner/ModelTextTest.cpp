@@ -2,46 +2,21 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <locale>
 #include <random>
 #include <string>
 
 #include "../damage/DescribedModel.h"
+#include "EvaluationCases.h"
 #include "ModelText.h"
-#include "Prepared.h"
-#include "claim.h"
 
 namespace sylvora::tests {
 namespace {
 
-struct CommaNumbers : std::numpunct<char> {
-    char do_decimal_point() const override { return ','; }
-    std::string do_grouping() const override { return "\1"; }
-};
-
-// Trained on 60 rows. Writes the model to `file`.
-std::unique_ptr<TreeLearner> Trained(const char* modelType, const char* fRegCls, bool fPacked,
-                                     bool fCovers, const std::string& file) {
-    CheckCfgCLS cfg = Settings(modelType, "Label");
-    cfg.fRegCls = fRegCls;
-    cfg.fileModel = file;
-    cfg.numTree = cfg.modelType == "GBDT" || cfg.modelType == "GBRank" ? 3 : 1;
-    cfg.sizeGroup = cfg.modelType == "RandomForest" ? 3 : 1;
-    cfg.valSmpRt = 0.7;
-    if (cfg.modelType == "GBDT") cfg.lossFunc = "Square";
-    if (cfg.modelType == "GBRank") cfg.lossFunc = "CrossEntropy";
-    std::mt19937 random(7);
-    VecDle labels;
-    VecVecDle rows;
-    for (int i = 0; i < 60; ++i) {
-        rows.push_back(
-            {static_cast<double>(random() % 100) / 7, static_cast<double>(random() % 9)});
-        labels.push_back(static_cast<int>(rows.back()[0] / 3 + rows.back()[1]) % 3);
-    }
-    auto learner = Prepare(cfg, labels, {20, 20, 20}, rows);
+// Trained on 60 rows.
+std::unique_ptr<TreeLearner> Trained(const Model& model, bool fPacked, bool fCovers) {
+    auto learner = MakeLearner(ConfigOf(model, 3, 1), Data(60, 7, model.labels), nullptr);
     learner->setPackedTrees(fPacked);
     learner->trainingOptions.fCovers = fCovers;
-    gseed = -1;
     EXPECT_EQ(learner->Boosting(), 0);
     return learner;
 }
@@ -67,22 +42,17 @@ TEST(TextSum, IsTheStandardChecksum) {
 TEST(ModelText, IsTheTextOfTheFile) {
     const TempFolder folder;
     const std::string file = folder.Path("model");
-    const std::locale before =
-        std::locale::global(std::locale(std::locale::classic(), new CommaNumbers));
-    const std::pair<const char*, const char*> typeV[] = {{"GBDT", "REG"},
-                                                         {"GBRank", "REG"},
-                                                         {"RandomForest", "REG"},
-                                                         {"RandomForest", "CLS"},
-                                                         {"CART", "CLS"}};
-    for (const auto& [type, task] : typeV) {
+    const std::locale before = UseCommas();
+    for (const Model& model : {kBoosted[0], kBoosted[3], kOthers[0], kOthers[1], kOthers[3]}) {
         std::vector<int> coverVV[2];
         for (const bool fPacked : {false, true}) {
-            const auto learner = Trained(type, task, fPacked, true, file);
+            const auto learner = Trained(model, fPacked, true);
             ModelDescription description = SmallDescription();
+            description.columnV.resize(kColumns);
             description.classV.resize(static_cast<size_t>(learner->numClass));
             ASSERT_EQ(ModelText::Covers(*learner, description.coverV), 0);
             coverVV[fPacked] = description.coverV;
-            EXPECT_EQ(description.coverV.at(0), 42) << type;
+            EXPECT_EQ(description.coverV.at(0), 42) << model.modelType;
             for (const int digits : {6, 17}) {
                 ASSERT_EQ(learner->SaveModelFull(file, digits), 0);
                 const std::string text = Saved(*learner, digits, nullptr);
@@ -101,16 +71,16 @@ TEST(ModelText, IsTheTextOfTheFile) {
                 EXPECT_EQ(inFile, description);
                 EXPECT_EQ(Saved(fromText, digits, nullptr), Saved(plain, digits, nullptr));
                 EXPECT_EQ(Saved(fromFile, digits, &found), Saved(plain, digits, &description));
-                double row[] = {7, 5}, score[2];
-                ASSERT_EQ(fromText.OnlineTesting(row, score[0], 2, nullptr), 0);
-                ASSERT_EQ(plain.OnlineTesting(row, score[1], 2, nullptr), 0);
+                double row[] = {0.5, 3, 0.5, 3, 0.5}, score[2];
+                ASSERT_EQ(fromText.OnlineTesting(row, score[0], kColumns, nullptr), 0);
+                ASSERT_EQ(plain.OnlineTesting(row, score[1], kColumns, nullptr), 0);
                 EXPECT_EQ(score[0], score[1]);
                 ASSERT_EQ(ModelText::Covers(fPacked ? fromFile : plain, found.coverV), 0);
                 EXPECT_TRUE(found.coverV.empty());
             }
         }
-        EXPECT_EQ(coverVV[0], coverVV[1]) << type;
-        const auto learner = Trained(type, task, true, false, file);
+        EXPECT_EQ(coverVV[0], coverVV[1]) << model.modelType;
+        const auto learner = Trained(model, true, false);
         ASSERT_EQ(ModelText::Covers(*learner, coverVV[0]), 0);
         EXPECT_TRUE(coverVV[0].empty());
     }

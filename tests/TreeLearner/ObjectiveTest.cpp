@@ -51,11 +51,16 @@ std::unique_ptr<TreeLearner> Make(const CheckCfgCLS& cfg) {
     return Prepare(cfg, MakeLabels(cfg.lossFunc == "LogLoss"), {}, MakeRows());
 }
 
+void Train(TreeLearner& learner) {
+    gseed = -3;
+    EXPECT_EQ(learner.Boosting(), 0);
+}
+
 // The model text without its second line, which names the loss.
 std::string Model(TreeLearner& learner) {
     const TempFolder folder;
     learner.fileModel = folder.Path("model");
-    EXPECT_EQ(learner.Boosting(), 0);
+    Train(learner);
     std::string text = ReadFile(learner.fileModel);
     const size_t begin = text.find('\n') + 1;
     return text.erase(begin, text.find('\n', begin) - begin);
@@ -115,9 +120,7 @@ TEST(Objective, EqualsTheLossWithTheSameFormula) {
             const auto user = Make(MakeSettings("USER", numThread));
             objective.GiveTo(*user);
             weigh(*square), weigh(*user);
-            gseed = -3;
             const std::string expected = Model(*square);
-            gseed = -3;
             EXPECT_EQ(Model(*user), expected) << numThread;
             EXPECT_EQ(objective.numCalls, 5);
             EXPECT_EQ(objective.caller, std::this_thread::get_id());
@@ -131,9 +134,7 @@ TEST(Objective, EqualsTheLossWithTheSameFormula) {
             newton->trainingOptions.startValue =
                 sylvora::LogLossStart(newton->labelTrV, fWeights ? weights.data() : nullptr, kRows);
             weigh(*logLoss), weigh(*newton);
-            gseed = -3;
             const std::string exact = Model(*logLoss);
-            gseed = -3;
             EXPECT_EQ(Model(*newton), exact) << numThread;
         }
     }
@@ -174,9 +175,7 @@ TEST(Objective, FailuresEndTheRunWithALine) {
         Objective objective = {c.compute};
         objective.GiveTo(*learner);
         learner->trainingOptions.fHessian = true;
-        const auto seen = Observe([&] { return learner->Boosting(); });
-        EXPECT_EQ(seen.status, -1);
-        EXPECT_EQ(seen.err, c.err);
+        EXPECT_EQ(Refused([&] { return learner->Boosting(); }), c.err);
     }
 }
 
@@ -185,9 +184,7 @@ TEST(Objective, OptionsThatDoNotFitAreRefused) {
     const auto refused = [&](const char* loss, const std::function<void(TreeLearner&)>& change) {
         const auto learner = Make(MakeSettings(loss, 1));
         change(*learner);
-        const auto seen = Observe([&] { return learner->Boosting(); });
-        EXPECT_EQ(seen.status, -1);
-        return seen.err;
+        return Refused([&] { return learner->Boosting(); });
     };
     EXPECT_EQ(refused("Square", [&](TreeLearner& learner) { objective.GiveTo(learner); }),
               "ERROR: An objective needs modelType GBDT and the loss \"USER\", not GBDT and "
@@ -286,28 +283,12 @@ TEST(Weights, EqualRepeatedRows) {
         const auto weighted = Prepare(cfg, labels, {}, rows);
         ASSERT_EQ(weighted->setWeights(weights.data(), kRows), 0);
         const auto plain = Prepare(cfg, repeatedLabels, {}, repeated);
-        gseed = -3;
-        ASSERT_EQ(weighted->Boosting(), 0);
-        gseed = -3;
-        ASSERT_EQ(plain->Boosting(), 0);
-        ExpectSameTrees(*weighted, *plain, loss);
-    }
-}
-
-TEST(Weights, AFactorChangesNothing) {
-    for (const char* loss : kWeightedLosses) {
-        const auto weighted = Prepare(WholeData(loss), LabelsFor(loss), {}, MakeRows());
-        ASSERT_EQ(weighted->setWeights(VecInt(kRows, 4).data(), kRows), 0);
-        const auto plain = Prepare(WholeData(loss), LabelsFor(loss), {}, MakeRows());
-        gseed = -3;
-        ASSERT_EQ(weighted->Boosting(), 0);
-        gseed = -3;
-        ASSERT_EQ(plain->Boosting(), 0);
+        Train(*weighted);
+        Train(*plain);
         ExpectSameTrees(*weighted, *plain, loss);
         // A second run starts over, with the same weights.
         std::fill_n(weighted->predictV, kRows, 0.0);
-        gseed = -3;
-        ASSERT_EQ(weighted->Boosting(), 0);
+        Train(*weighted);
         ExpectSameTrees(*weighted, *plain, loss);
     }
 }
@@ -326,8 +307,7 @@ TEST(Weights, RowsOfWeight0DoNotCount) {
         const auto other = Prepare(WholeData(loss), labels, {}, MakeRows());
         for (const auto* learner : {&one, &other}) {
             ASSERT_EQ((*learner)->setWeights(weights.data(), kRows), 0);
-            gseed = -3;
-            ASSERT_EQ((*learner)->Boosting(), 0);
+            Train(**learner);
         }
         ExpectSameTrees(*one, *other, loss);
         EXPECT_EQ(one->predictV[0], other->predictV[0]);
@@ -357,9 +337,7 @@ TEST(Weights, ThatDoNotFitAreRefused) {
     const int good[] = {1, 1}, negative[] = {1, -2}, none[] = {0, 0}, large[] = {INT_MAX, 1};
     const auto learner = Prepare(Settings("GBDT", "Square"), {1, 2});
     const auto refused = [](TreeLearner& own, const int* weights, int count) {
-        const auto seen = Observe([&] { return own.setWeights(weights, count); });
-        EXPECT_EQ(seen.status, -1);
-        return seen.err;
+        return Refused([&] { return own.setWeights(weights, count); });
     };
     EXPECT_EQ(refused(*learner, good, 1), "ERROR: There are 1 weights for 2 training rows!\n");
     EXPECT_EQ(refused(*learner, nullptr, 2), "ERROR: There are 0 weights for 2 training rows!\n");

@@ -12,9 +12,8 @@
 #include <vector>
 
 #include "../Support.h"
-#include "Prepared.h"
+#include "EvaluationCases.h"
 #include "RandomStream.h"
-#include "claim.h"
 #include "god.h"
 
 namespace {
@@ -86,27 +85,28 @@ int BadLoss(double*, double*, double**, int) {
 }
 
 struct Kind {
-    const char *modelType, *fRegCls, *lossFunc, *randomMode;
+    Model model;
+    const char* randomMode = "DOC";
     LossFuncType loss = nullptr;
     SamplingFeatureType sampler = nullptr;
     bool fDebug = false;
 };
 
 const Kind kKinds[] = {
-    {"GBDT", "REG", "Square", "DOC"},
-    {"GBDT", "REG", "Logistic", "DOC"},
-    {"GBDT", "REG", "USER", "DOC", Loss},
-    {"GBDT", "REG", "USER", "DOC", BadLoss},
-    {"GBDT", "REG", "Exponential", "DOC", nullptr, Sample},
-    {"GBDT", "REG", "Square", "DOC", nullptr, nullptr, true},
-    {"GBDT", "REG", "LogLoss", "DOC"},
-    {"GBDT", "REG", "Absolute", "DOC"},
-    {"GBRank", "REG", "CrossEntropy", "QUERY"},
-    {"GBRank", "REG", "HingeSquareRank", "DOC", nullptr, nullptr, true},
-    {"RandomForest", "REG", "Label", "DOC"},
-    {"RandomForest", "CLS", "Label", "DOC", nullptr, Sample},
-    {"RandomForest", "CLS", "Label", "DOC"},
-    {"CART", "CLS", "Label", "DOC"},
+    {{"GBDT", "REG", "Square", "REG"}},
+    {{"GBDT", "REG", "Logistic", "+-"}},
+    {{"GBDT", "REG", "USER", "REG"}, "DOC", Loss},
+    {{"GBDT", "REG", "USER", "REG"}, "DOC", BadLoss},
+    {{"GBDT", "REG", "Exponential", "+-"}, "DOC", nullptr, Sample},
+    {{"GBDT", "REG", "Square", "REG"}, "DOC", nullptr, nullptr, true},
+    {{"GBDT", "REG", "LogLoss", "+-"}},
+    {{"GBDT", "REG", "Absolute", "REG"}},
+    {{"GBRank", "REG", "CrossEntropy", "RANK"}, "QUERY"},
+    {{"GBRank", "REG", "HingeSquareRank", "RANK"}, "DOC", nullptr, nullptr, true},
+    {{"RandomForest", "REG", "Label", "REG"}},
+    {{"RandomForest", "CLS", "Label", "CLS"}, "DOC", nullptr, Sample},
+    {{"RandomForest", "CLS", "Label", "CLS"}},
+    {{"CART", "CLS", "Label", "CLS"}},
 };
 constexpr size_t kNumKinds = std::size(kKinds);
 
@@ -119,17 +119,10 @@ struct Job {
     Job(const Kind& k, int n) : kind(k), numThread(n) {}
 
     std::unique_ptr<TreeLearner> MakeLearner() const {
-        CheckCfgCLS cfg = Settings(kind.modelType, kind.lossFunc);
-        const bool fForest = cfg.modelType == "RandomForest";
-        cfg.fRegCls = kind.fRegCls;
+        CheckCfgCLS cfg = ConfigOf(kind.model, 5, numThread);
         cfg.randomMode = kind.randomMode;
-        cfg.numTree = cfg.modelType == "CART" || fForest ? 1 : 5;
-        cfg.sizeGroup = fForest ? 4 : 1;
         cfg.tms_seed = 11;
-        cfg.numThread = numThread;
-        cfg.valSmpRt = 0.7;
         cfg.ratio = 0.5;
-        cfg.maxDepth = 4;
         cfg.maxLeaf = 12;
         cfg.fPrint = cfg.fTestRealTime = true;
         cfg.fDebug = kind.fDebug;
@@ -146,27 +139,14 @@ struct Job {
     // All steps of a training. The data depend on the kind, so that no two jobs draw alike.
     int Train(TreeLearner& learner) const {
         const size_t number = static_cast<size_t>(&kind - kKinds);
-        std::mt19937 random(static_cast<unsigned>(number) + 1);
-        VecDle labels;
-        VecVecDle rows;
-        VecInt queries;
-        const std::string& loss = learner.CfgInfo.lossFunc;
-        const bool fSigns = loss == "Logistic" || loss == "Exponential" || loss == "LogLoss";
-        for (int i = 0; i < 90 + 10 * static_cast<int>(number); ++i) {
-            rows.emplace_back();
-            for (int j = 0; j < 6; ++j) rows.back().push_back(static_cast<double>(random() % 12));
-            const double sum = rows.back()[0] + rows.back()[3];
-            labels.push_back(fSigns ? (sum > 11 ? 1 : -1) : static_cast<double>(i % 3));
-            queries.push_back(i / 5);
-        }
+        const Data data(90 + 10 * number, static_cast<unsigned>(number) + 1, kind.model.labels);
+        const Data test(20, 7, kind.model.labels);
         samplerWord = -17;
-        const VecDle testLabels(labels.begin(), labels.begin() + 20);
-        const VecVecDle testRows(rows.begin(), rows.begin() + 20);
-        const bool fDone =
-            learner.DataInput(testLabels, testRows, 1, {}, {}) == 0 &&
-            learner.DataInput(std::move(labels), std::move(rows), 0, std::move(queries), {}) == 0 &&
-            learner.ReadLabelTran(folder.Path("none")) == 0 && learner.ParamInit() == 0 &&
-            learner.Boosting() == 0 && learner.FeatureAnalysis(folder.Path("analysis.txt")) == 0;
+        const bool fDone = learner.DataInput(test.labelV, test.rowVV, 1, {}, {}) == 0 &&
+                           learner.DataInput(data.labelV, data.rowVV, 0, data.queryV, {}) == 0 &&
+                           learner.ReadLabelTran(folder.Path("none")) == 0 &&
+                           learner.ParamInit() == 0 && learner.Boosting() == 0 &&
+                           learner.FeatureAnalysis(folder.Path("analysis.txt")) == 0;
         return fDone ? 0 : -1;
     }
 
@@ -235,7 +215,7 @@ Bytes TrainWithOwn(size_t kind, int numThread, int numRuns = 1, bool fThrows = f
 }
 
 std::string NameOf(size_t kind, int numThread) {
-    const Kind& k = kKinds[kind];
+    const Model& k = kKinds[kind].model;
     return std::to_string(kind) + " " + k.modelType + " " + k.fRegCls + " " + k.lossFunc +
            ", threads " + std::to_string(numThread);
 }
@@ -422,9 +402,8 @@ TEST(MessageSink, IsOfOneLearnerOnly) {
     };
     learner->setProgress(progress, &other);
     gseed = -3;
-    const Outcome seen = Observe([&] { return learner->Boosting(); });
-    EXPECT_EQ(seen.status, -1);
-    EXPECT_EQ(seen.err, "ERROR: Wrong tree size or shrink size!\n");
+    EXPECT_EQ(Refused([&] { return learner->Boosting(); }),
+              "ERROR: Wrong tree size or shrink size!\n");
     EXPECT_EQ(received.err, "Notice: Training was stopped after 1 of 1, no model is written!\n");
     EXPECT_NE(gseed, -3);
 }

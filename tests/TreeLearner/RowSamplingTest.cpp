@@ -17,10 +17,8 @@ TEST(RowSampling, AsksForMoreThanOneQuery) {
         int* selected = nullptr;
         int count = 0;
         long seed = -1;
-        const auto seen =
-            Observe([&] { return learner->RandomSelectQuery(selected, count, &seed); });
-        EXPECT_EQ(seen.status, -1);
-        EXPECT_EQ(seen.err, "ERROR: qid not found in training data!\n");
+        EXPECT_EQ(Refused([&] { return learner->RandomSelectQuery(selected, count, &seed); }),
+                  "ERROR: qid not found in training data!\n");
         EXPECT_EQ(selected, nullptr);
     }
 }

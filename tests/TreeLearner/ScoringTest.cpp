@@ -87,10 +87,8 @@ TEST(Scoring, Refusals) {
         ASSERT_EQ(LoadText(learner, c.text).status, 0);
         learner.CfgInfo.fRegCls = c.task;
         double row[] = {0, 0}, result = 7.0, buffer[] = {9};
-        const Outcome outcome =
-            Observe([&] { return learner.OnlineTesting(row, result, c.numValues, buffer); });
-        EXPECT_EQ(outcome.status, -1);
-        EXPECT_EQ(outcome.err, c.err);
+        EXPECT_EQ(Refused([&] { return learner.OnlineTesting(row, result, c.numValues, buffer); }),
+                  c.err);
         EXPECT_EQ(result, 0.0);
         EXPECT_EQ(buffer[0], 9.0);
     }

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "../Support.h"
-#include "TreeLearner.h"
+#include "Prepared.h"
 
 namespace {
 
@@ -40,11 +40,8 @@ TEST(SetUp, LabelsAreMappedAndChecked) {
         {"GBDT", "REG", "HingeSquare", 3e9, noSign("HingeSquare")},
     };
     for (const Case& c : cases) {
-        CheckCfgCLS cfg;
-        cfg.modelType = c.modelType;
+        CheckCfgCLS cfg = Settings(c.modelType, c.loss);
         cfg.fRegCls = c.task;
-        cfg.lossFunc = c.loss;
-        cfg.numTree = 1;
         TreeLearner learner(cfg);
         ASSERT_EQ(learner.DataInput({0, 50, c.label}, VecVecDle(3, {1}), 0, {}, {}), 0);
         learner.tranMap = {{0, -1}, {50, 1}};
@@ -58,9 +55,7 @@ TEST(SetUp, LabelsAreMappedAndChecked) {
 }
 
 TEST(SetUp, QueriesAndOtherSets) {
-    CheckCfgCLS cfg;
-    cfg.modelType = "GBRank";
-    cfg.fRegCls = "REG";
+    CheckCfgCLS cfg = Settings("GBRank", "CrossEntropy");
     cfg.fPrint = true;
     TreeLearner learner(cfg);
     const Outcome outcome = Observe([&] {
@@ -86,8 +81,7 @@ TEST(SetUp, NeedsDataAndOneRoundForAForest) {
                                                   {"RandomForest", 1, noData},
                                                   {"CART", 0, noData},
                                                   {"GBDT", 9, noData}}) {
-        CheckCfgCLS cfg;
-        cfg.modelType = modelType;
+        CheckCfgCLS cfg = Settings(modelType, "Label");
         cfg.numTree = numTree;
         TreeLearner learner(cfg);
         EXPECT_EQ(Observe([&] { return learner.ParamInit(); }).err, err) << modelType << numTree;

@@ -15,7 +15,7 @@ using namespace sylvora;
 using namespace sylvora::tests;
 
 // A metric that measures what a built-in one does, and what it was called with.
-struct Twin {
+struct CopiedMetric {
     std::string name;
     MetricContext context;
     std::thread::id caller = std::this_thread::get_id();
@@ -23,11 +23,11 @@ struct Twin {
 
     static int Measure(void* self, const char* set, std::int64_t numRows, const double* labelV,
                        const double* scoreV, double* value) {
-        Twin& twin = *static_cast<Twin*>(self);
-        EXPECT_EQ(twin.caller, std::this_thread::get_id());
-        twin.setV.emplace_back(set);
-        MeasuredSet measured(VecDle(labelV, labelV + numRows), {}, twin.context);
-        const NamedMetric metric = NamedMetric::Parse(twin.name);
+        CopiedMetric& copied = *static_cast<CopiedMetric*>(self);
+        EXPECT_EQ(copied.caller, std::this_thread::get_id());
+        copied.setV.emplace_back(set);
+        MeasuredSet measured(VecDle(labelV, labelV + numRows), {}, copied.context);
+        const NamedMetric metric = NamedMetric::Parse(copied.name);
         measured.Prepare({metric});
         *value = measured.Measure(metric, scoreV);
         return 0;
@@ -47,7 +47,7 @@ TEST(UserMetric, EqualsTheBuiltInOne) {
         const bool fAuc = model.labels == std::string("+-");
         for (const int numThread : {1, 4}) {
             SCOPED_TRACE(model.lossFunc);
-            Twin twin = {fAuc ? "auc" : "mae", {}};
+            CopiedMetric copied = {fAuc ? "auc" : "mae", {}};
             const auto train = [&](const char* stopMetric, const char* file) {
                 CheckCfgCLS cfg = ConfigOf(model, 60, numThread);
                 cfg.earlyStop = 3;
@@ -55,15 +55,15 @@ TEST(UserMetric, EqualsTheBuiltInOne) {
                 const auto learner = MakeLearner(cfg, data, nullptr);
                 TrainingOptions& options = learner->trainingOptions;
                 options.setV = {SetOf("one", one, flatOne), SetOf("two", two, flatTwo)};
-                options.metricV = {twin.name};
-                options.userMetricV = {twin.Own()};
+                options.metricV = {copied.name};
+                options.userMetricV = {copied.Own()};
                 options.stopSet = "one";
                 options.stopMetric = stopMetric;
                 EXPECT_EQ(learner->Boosting(), 0);
                 return learner->getEvaluation();
             };
-            const EvaluationRecord own = train(("own " + twin.name).c_str(), "own");
-            const EvaluationRecord builtIn = train(twin.name.c_str(), "built-in");
+            const EvaluationRecord own = train(("own " + copied.name).c_str(), "own");
+            const EvaluationRecord builtIn = train(copied.name.c_str(), "built-in");
             EXPECT_EQ(ReadFile(folder.Path("own")), ReadFile(folder.Path("built-in")));
             EXPECT_EQ(own.bestRound, builtIn.bestRound);
             EXPECT_EQ(own.fStoppedEarly, builtIn.fStoppedEarly);
@@ -71,9 +71,9 @@ TEST(UserMetric, EqualsTheBuiltInOne) {
             const char* const nameV[] = {"one", "one own ", "two", "two own "};
             for (size_t i = 0; i < 4; ++i) {
                 const MetricRecord& record = own.metricV[i];
-                EXPECT_EQ(
-                    record.set + " " + record.metric,
-                    i % 2 == 0 ? std::string(nameV[i]) + " " + twin.name : nameV[i] + twin.name);
+                EXPECT_EQ(record.set + " " + record.metric,
+                          i % 2 == 0 ? std::string(nameV[i]) + " " + copied.name
+                                     : nameV[i] + copied.name);
                 EXPECT_EQ(record.valueV, builtIn.metricV[i].valueV);
                 if (i % 2 == 1) EXPECT_EQ(record.valueV, own.metricV[i - 1].valueV);
             }
@@ -90,15 +90,15 @@ TEST(UserMetric, IsMeasuredOnceForAModelWithoutRounds) {
         const VecDle flat = one.Flat();
         const auto learner = MakeLearner(ConfigOf(model, 5, 2), data, nullptr);
         learner->tranMap = {{0.0, 1.0}};
-        Twin twin = {fClasses ? "accuracy" : "rmse", {"", "", fClasses, 0.5}};
+        CopiedMetric copied = {fClasses ? "accuracy" : "rmse", {"", "", fClasses, 0.5}};
         learner->trainingOptions.setV = {SetOf("one", one, flat)};
-        learner->trainingOptions.userMetricV = {twin.Own()};
+        learner->trainingOptions.userMetricV = {copied.Own()};
         ASSERT_EQ(learner->Boosting(), 0);
         const std::vector<MetricRecord>& metricV = learner->getEvaluation().metricV;
         ASSERT_EQ(metricV.size(), fClasses ? 2U : 3U);
         EXPECT_EQ(metricV.back().valueV, metricV.front().valueV);
         EXPECT_EQ(metricV.back().valueV.size(), 1U);
-        EXPECT_EQ(twin.setV, std::vector<std::string>{"one"});
+        EXPECT_EQ(copied.setV, std::vector<std::string>{"one"});
     }
 }
 

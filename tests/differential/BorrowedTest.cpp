@@ -79,8 +79,6 @@ TEST(Borrowed, EveryLayoutEqualsCopiedRows) {
         };
         EXPECT_TRUE(Outcome(reference, "1", "") == Outcome(set, "1", "")) << "seed " << seed;
     }
-    unsetenv("SYLVORA_PLAIN");
-    unsetenv("SYLVORA_TUNING");
 }
 
 // Codes stay when the rows change, and are used by trainings of all kinds, at once and in turn.
@@ -121,8 +119,6 @@ TEST(Borrowed, SubsetsEqualTheirRows) {
             EXPECT_TRUE(Borrowed(set, data, "smallNode=0 mostBins=8 rankBits=2") == expected);
         }
     }
-    unsetenv("SYLVORA_PLAIN");
-    unsetenv("SYLVORA_TUNING");
 }
 
 TEST(Borrowed, BlocksScoreLikeRows) {

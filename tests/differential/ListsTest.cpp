@@ -4,7 +4,6 @@
 // SYLVORA_DIFFERENTIAL in the environment multiplies the number of data sets.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <random>
 #include <string>
 
@@ -12,6 +11,7 @@
 
 namespace {
 
+using hostile::ExpectSame;
 using hostile::Maker;
 using hostile::Outcome;
 using hostile::Set;
@@ -32,10 +32,7 @@ void ExpectEqualReference(Set set, unsigned seed) {
         if (variant.numThread == 8 && seed % 8 != 0)
             continue;  // more threads than processors: slow
         set.cfg.numThread = variant.numThread;
-        ASSERT_TRUE(Outcome(set, "0", variant.tuning) == reference)
-            << "data set " << seed << ", " << set.cfg.modelType << " " << set.cfg.fRegCls << ", "
-            << variant.numThread << " threads, tuning \"" << variant.tuning << "\", rows "
-            << set.rows.size() << ", columns " << set.rows[0].size();
+        ExpectSame(set, reference, variant.tuning, seed);
     }
 }
 
@@ -43,8 +40,6 @@ void ExpectEqualReference(unsigned numSets, int mostRows) {
     for (unsigned seed = 1; seed <= numSets && !testing::Test::HasFatalFailure(); ++seed) {
         ExpectEqualReference(Maker(seed).MakeListed(mostRows), seed);
     }
-    unsetenv("SYLVORA_PLAIN");
-    unsetenv("SYLVORA_TUNING");
 }
 
 TEST(ListsDifferential, EqualReference) {
@@ -77,8 +72,6 @@ TEST(ListsDifferential, EqualReferenceOnMirroredColumns) {
         set.cfg.fileModel = "/dev/null";
         ExpectEqualReference(set, seed);
     }
-    unsetenv("SYLVORA_PLAIN");
-    unsetenv("SYLVORA_TUNING");
 }
 
 }  // namespace

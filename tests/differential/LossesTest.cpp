@@ -6,13 +6,13 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <random>
 
 #include "HostileSets.h"
 
 namespace {
 
+using hostile::ExpectSame;
 using hostile::Maker;
 using hostile::Outcome;
 using hostile::Set;
@@ -60,34 +60,12 @@ TEST(LossesDifferential, EngineEqualsReference) {
         for (const int numThread : {1, 4}) {
             set.cfg.numThread = numThread;
             for (const char* tuning : {"", "smallNode=4 chunkRows=8"}) {
-                ASSERT_TRUE(Outcome(set, "0", tuning) == reference)
-                    << "data set " << seed << ", " << set.cfg.lossFunc << ", threads " << numThread
-                    << ", tuning \"" << tuning << "\", rows " << set.rows.size();
+                ExpectSame(set, reference, tuning, seed);
             }
             ASSERT_TRUE(Outcome(set, "1", "") == reference) << "data set " << seed;
         }
     }
     EXPECT_GT(numTrained, hostile::Scaled(220));
-    unsetenv("SYLVORA_PLAIN");
-    unsetenv("SYLVORA_TUNING");
-}
-
-// Forests and single trees of weighted rows: the engine has two ways to grow them.
-TEST(LossesDifferential, WeightedForestsAndTrees) {
-    for (unsigned seed = 1; seed <= hostile::Scaled(60) && !HasFatalFailure(); ++seed) {
-        Set set = Maker(seed).MakeLarger(200);
-        set.cfg.modelType = seed % 2 == 0 ? "CART" : "RandomForest";
-        set.cfg.lossFunc = "Label";
-        set.queries.clear();
-        set.prepared = SetWeights;
-        const std::string reference = Outcome(set, "1", "");
-        for (const int numThread : {1, 4}) {
-            set.cfg.numThread = numThread;
-            ASSERT_TRUE(Outcome(set, "0", "") == reference) << "data set " << seed;
-        }
-    }
-    unsetenv("SYLVORA_PLAIN");
-    unsetenv("SYLVORA_TUNING");
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 #ifndef SYLVORA_TESTS_DIFFERENTIAL_TRAININGRUN_H
 #define SYLVORA_TESTS_DIFFERENTIAL_TRAININGRUN_H
 
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <functional>
 #include <string>
@@ -54,6 +56,8 @@ inline std::string Outcome(const Set& set, const char* reference, const char* tu
     if (status == 0) status = learner.ParamInit();
     if (status == 0 && set.prepared != nullptr) set.prepared(learner);
     if (status == 0) status = learner.Boosting();
+    unsetenv("SYLVORA_PLAIN");
+    unsetenv("SYLVORA_TUNING");
     add(status);
     for (const auto& group : learner.TreeVV) {
         for (const TreeCR* tree : group) {
@@ -71,6 +75,16 @@ inline std::string Outcome(const Set& set, const char* reference, const char* tu
     for (int j = 0; j < learner.dimFea; ++j) add(learner.featureMean[j]);
     add(gseed);
     return bytes + messages.Take();
+}
+
+// Trains with the engine; the outcome must be that of the reference implementation.
+inline void ExpectSame(const Set& set, const std::string& reference, const char* tuning,
+                       unsigned seed) {
+    ASSERT_TRUE(Outcome(set, "0", tuning) == reference)
+        << "data set " << seed << ", " << set.cfg.modelType << " " << set.cfg.fRegCls << " "
+        << set.cfg.lossFunc << ", tuning \"" << tuning << "\", threads " << set.cfg.numThread
+        << ", debug " << set.cfg.fDebug << ", rows " << set.rows.size() << ", columns "
+        << set.rows[0].size();
 }
 
 }  // namespace hostile

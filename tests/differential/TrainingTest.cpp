@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <string>
 
 #include "HostileSets.h"
@@ -16,16 +15,10 @@
 
 namespace {
 
+using hostile::ExpectSame;
 using hostile::Maker;
 using hostile::Outcome;
 using hostile::Set;
-
-void ExpectSame(const Set& set, const std::string& reference, const char* tuning, unsigned seed) {
-    ASSERT_TRUE(Outcome(set, "0", tuning) == reference)
-        << "data set " << seed << ", " << set.cfg.modelType << ", tuning \"" << tuning
-        << "\", threads " << set.cfg.numThread << ", rows " << set.rows.size() << ", columns "
-        << set.rows[0].size();
-}
 
 TEST(TrainingDifferential, EngineEqualsReference) {
     static const char* const kTunings[] = {
@@ -37,8 +30,6 @@ TEST(TrainingDifferential, EngineEqualsReference) {
         const std::string reference = Outcome(set, "1", "");
         for (const char* tuning : kTunings) ExpectSame(set, reference, tuning, seed);
     }
-    unsetenv("SYLVORA_PLAIN");
-    unsetenv("SYLVORA_TUNING");
 }
 
 // Enough rows for bins of several ranks, and for several workers per node; 200,000 rows if
@@ -58,8 +49,6 @@ TEST(TrainingDifferential, EngineEqualsReferenceOnLargerSets) {
             for (const char* tuning : kTunings) ExpectSame(set, reference, tuning, seed);
         }
     }
-    unsetenv("SYLVORA_PLAIN");
-    unsetenv("SYLVORA_TUNING");
 }
 
 // Changes everything that the engine may already have used to sample the next tree's rows.
@@ -95,8 +84,6 @@ TEST(TrainingDifferential, OddSettingsAndCallbacks) {
             }
         }
     }
-    unsetenv("SYLVORA_PLAIN");
-    unsetenv("SYLVORA_TUNING");
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <random>
 #include <string>
 
@@ -13,6 +12,7 @@
 
 namespace {
 
+using hostile::ExpectSame;
 using hostile::Maker;
 using hostile::Outcome;
 using hostile::Set;
@@ -46,20 +46,15 @@ int ChangeWeights(void* context, int done, int) {
 void ExpectEqual(Set set, unsigned seed) {
     set.cfg.fDebug = false;
     const std::string reference = Outcome(set, "1", "");
-    const auto expectSame = [&](const char* tuning) {
-        ASSERT_TRUE(Outcome(set, "0", tuning) == reference)
-            << "data set " << seed << ", " << set.cfg.modelType << " " << set.cfg.fRegCls
-            << ", threads " << set.cfg.numThread << ", debug " << set.cfg.fDebug << ", tuning \""
-            << tuning << "\", rows " << set.rows.size();
-    };
     for (const int numThread : {1, 4}) {
         set.cfg.numThread = numThread;
-        for (const char* tuning : {"", "smallNode=4 chunkRows=8 listPercent=101"})
-            expectSame(tuning);
+        for (const char* tuning : {"", "smallNode=4 chunkRows=8 listPercent=101"}) {
+            ExpectSame(set, reference, tuning, seed);
+        }
     }
     set.cfg.fDebug = true;  // CheckCfg resets it for a forest
     set.cfg.fileDebug = "/dev/null";
-    expectSame("");
+    ExpectSame(set, reference, "", seed);
 }
 
 TEST(WeightsDifferential, EngineAndDebugReportGrowTheSameTrees) {
@@ -71,23 +66,6 @@ TEST(WeightsDifferential, EngineAndDebugReportGrowTheSameTrees) {
         if (seed % 5 < 2) set.progress = ChangeWeights;
         ExpectEqual(set, seed);
     }
-    unsetenv("SYLVORA_PLAIN");
-    unsetenv("SYLVORA_TUNING");
-}
-
-// A tree that ignored a weight would have other sums.
-TEST(WeightsDifferential, WeightsReachTheTrees) {
-    Set set = Maker(1).MakeLarger(300);
-    set.cfg.ratio = set.cfg.valSmpRt = 1.0;
-    const std::string unweighted = Outcome(set, "0", "");
-    set.prepared = StartWeighted;
-    EXPECT_NE(Outcome(set, "0", ""), unweighted);
-    set.prepared = [](TreeLearner& learner) {
-        std::fill_n(learner.numPairDistinctQueV, learner.sampleSize, 1);
-    };
-    EXPECT_EQ(Outcome(set, "0", ""), unweighted);
-    unsetenv("SYLVORA_PLAIN");
-    unsetenv("SYLVORA_TUNING");
 }
 
 // Nodes sum weights as ints.
@@ -111,8 +89,6 @@ TEST(WeightsDifferential, SumsThatNoIntHoldsAreRefused) {
     };
     EXPECT_TRUE(Outcome(set, "0", "") == Outcome(set, "1", ""));
     EXPECT_EQ(Outcome(set, "0", "").find("ERROR"), std::string::npos);
-    unsetenv("SYLVORA_PLAIN");
-    unsetenv("SYLVORA_TUNING");
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include <functional>
 #include <iostream>
 #include <new>
-#include <random>
 #include <set>
 #include <sstream>
 #include <string>
@@ -13,40 +12,16 @@
 #include <vector>
 
 #include "../Support.h"
-#include "../TreeLearner/Prepared.h"
+#include "../TreeLearner/EvaluationCases.h"
 #include "FailingCalls.h"
 #include "Modes.h"
-#include "claim.h"
 #include "sylvora_c.h"
 
 namespace {
 
 using namespace sylvora::tests;
 
-constexpr int kColumns = 3;
 const char kOld[] = "an older file\n";
-
-// The labels and rows of a small data set.
-struct Rows {
-    VecDle labelV;
-    VecVecDle rowVV;
-    VecInt queryIdV;
-};
-
-Rows MakeRows(const CheckCfgCLS& cfg, size_t numRows) {
-    std::mt19937 random(11);
-    Rows rows;
-    const bool fSigns = cfg.lossFunc == "Logistic" || cfg.lossFunc == "LogLoss";
-    for (size_t i = 0; i < numRows; ++i) {
-        rows.labelV.push_back(fSigns ? (i % 2 == 0 ? 1 : -1) : static_cast<double>(i % 3));
-        rows.rowVV.emplace_back();
-        for (int j = 0; j < kColumns; ++j) {
-            rows.rowVV.back().push_back(static_cast<double>(random() % 8 + i % 3));
-        }
-        rows.queryIdV.push_back(static_cast<int>(i / 6));
-    }
-    return rows;
-}
 
 // A run and the file that it writes. `Make` prepares what the run needs, without failing calls, and
 // returns the function to test, which returns a status.
@@ -129,40 +104,30 @@ class Sweep {
     int numAccepted = 0;
 };
 
-struct Kind {
-    const char *modelType, *fRegCls, *lossFunc, *randomMode;
-};
-const Kind kKinds[] = {{"GBDT", "REG", "Square", "DOC"},
-                       {"GBDT", "REG", "Logistic", "DOC"},
-                       {"GBRank", "REG", "CrossEntropy", "QUERY"},
-                       {"RandomForest", "REG", "Label", "DOC"},
-                       {"RandomForest", "CLS", "Label", "DOC"},
-                       {"CART", "REG", "Label", "DOC"},
-                       {"CART", "CLS", "Label", "DOC"},
-                       {"GBDT", "REG", "LogLoss", "DOC"},
-                       {"GBDT", "REG", "Huber", "DOC"}};
+const Model kKinds[] = {kBoosted[0], kBoosted[1], kBoosted[3], kOthers[0], kOthers[1],
+                        kOthers[2],  kOthers[3],  kBoosted[4], kBoosted[5]};
 
-CheckCfgCLS SettingsOf(const Kind& kind, const TempFolder& folder, int numThread) {
-    CheckCfgCLS cfg = Settings(kind.modelType, kind.lossFunc);
-    cfg.fRegCls = kind.fRegCls;
-    cfg.randomMode = kind.randomMode;
-    const bool fForest = cfg.modelType == "RandomForest";
-    cfg.numTree = cfg.modelType == "CART" || fForest ? 1 : 2;
-    cfg.sizeGroup = fForest ? 2 : 1;
+CheckCfgCLS SettingsOf(const Model& model, const TempFolder& folder, int numThread) {
+    CheckCfgCLS cfg = ConfigOf(model, 2, numThread);
+    if (cfg.modelType == "GBRank") cfg.randomMode = "QUERY";
     cfg.maxDepth = 2;
-    cfg.ratio = 0.7;
-    cfg.valSmpRt = 0.8;
-    cfg.numThread = numThread;
+    cfg.numBound = 1;
     cfg.fileModel = folder.Path("model.txt");
     return cfg;
 }
 
+// Classes, or signs for the losses of two.
+Data MakeRows(const CheckCfgCLS& cfg, size_t numRows) {
+    const bool fSigns = cfg.lossFunc == "Logistic" || cfg.lossFunc == "LogLoss";
+    return Data(numRows, 11, fSigns ? "+-" : "CLS");
+}
+
 // All steps of a training, with a test and a development set.
-int Train(TreeLearner& learner, Rows& train, Rows& test, Rows& dev, std::string& fileTran) {
+int Train(TreeLearner& learner, Data& train, Data& test, Data& dev, std::string& fileTran) {
     gseed = -1;
-    const auto take = [&learner](Rows& rows, int type) {
+    const auto take = [&learner](Data& rows, int type) {
         return learner.DataInput(std::move(rows.labelV), std::move(rows.rowVV), type,
-                                 std::move(rows.queryIdV), {});
+                                 std::move(rows.queryV), {});
     };
     const bool fDone = take(test, 1) == 0 && take(dev, 2) == 0 && take(train, 0) == 0 &&
                        learner.ReadLabelTran(std::move(fileTran)) == 0 &&
@@ -179,7 +144,7 @@ struct TrainingJob {
           fileTran(std::move(map)) {}
 
     TreeLearner learner;
-    Rows train, test, dev;
+    Data train, test, dev;
     std::string fileTran;
 };
 
@@ -201,7 +166,7 @@ Work Training(const CheckCfgCLS& cfg, const TempFolder& folder, bool fOwn = fals
 TEST(Faults, MemoryRunsOutInATraining) {
     const TempFolder folder;
     Sweep sweep(folder, Call::kAllocation, "allocate memory");
-    for (const Kind& kind : kKinds) {
+    for (const Model& kind : kKinds) {
         for (const bool fDebug : {false, true}) {
             CheckCfgCLS cfg = SettingsOf(kind, folder, 1);
             cfg.fDebug = cfg.fTestRealTime = fDebug;
@@ -212,7 +177,7 @@ TEST(Faults, MemoryRunsOutInATraining) {
     }
     // Forces workers to share nodes, and a forest to use histograms.
     setenv("SYLVORA_TUNING", "chunkRows=4 smallNode=2 listPercent=101", 1);
-    for (const Kind& kind : {kKinds[0], kKinds[3], kKinds[4]}) {
+    for (const Model& kind : {kKinds[0], kKinds[3], kKinds[4]}) {
         sweep.Try(Training(SettingsOf(kind, folder, 3), folder));
     }
     Sweep own(folder, Call::kAllocation, "sink: ERROR: Fa");
@@ -247,18 +212,17 @@ TEST(Faults, MemoryRunsOutInATraining) {
 TEST(Faults, MemoryRunsOutInScoring) {
     const TempFolder folder;
     Sweep sweep(folder, Call::kAllocation, "allocate memory");
-    for (const Kind& kind : {kKinds[0], kKinds[4]}) {
+    for (const Model& kind : {kKinds[0], kKinds[4]}) {
         const CheckCfgCLS cfg = SettingsOf(kind, folder, 1);
         ASSERT_EQ(Training(cfg, folder).make()(), 0);
         const auto make = [&] {
             struct Job {
                 TreeLearner learner;
-                Rows test;
+                Data test{3, 11, "CLS"};
                 std::vector<double> rowV = std::vector<double>(40 * kColumns, 1.0), scoreV{rowV};
                 std::string fileModel, fileReport;
             };
             const auto job = std::make_shared<Job>();
-            job->test = MakeRows(cfg, 3);
             job->fileModel = folder.Path("model.txt");
             job->fileReport = folder.Path("report.txt");
             return [job] {
@@ -359,10 +323,10 @@ int RunCommand(const std::string& fileCfg, int (*mode)(sylvora::frontend::Comman
     }
 }
 
-std::string DataText(const Rows& rows) {
+std::string DataText(const Data& rows) {
     std::ostringstream text;
     for (size_t i = 0; i < rows.labelV.size(); ++i) {
-        text << rows.labelV[i] << " qid:" << rows.queryIdV[i];
+        text << rows.labelV[i] << " qid:" << rows.queryV[i];
         for (int j = 0; j < kColumns; ++j) {
             text << ' ' << j + 1 << ':' << rows.rowVV[i][static_cast<size_t>(j)];
         }
@@ -371,7 +335,7 @@ std::string DataText(const Rows& rows) {
     return text.str();
 }
 
-std::vector<Work> CommandWorks(const TempFolder& folder, const Kind& kind, int numThread) {
+std::vector<Work> CommandWorks(const TempFolder& folder, const Model& kind, int numThread) {
     const CheckCfgCLS cfg = SettingsOf(kind, folder, numThread);
     const std::string data = folder.Write("data.txt", DataText(MakeRows(cfg, 30)));
     const std::string text = "modelType = " + cfg.modelType + "\nfRegCls = " + cfg.fRegCls +
@@ -415,7 +379,7 @@ TEST(Faults, ThreadsCannotBeStarted) {
     const std::string line =
         "ERROR: pthread_create for multi-split nodes  error: error_code=" + std::to_string(EAGAIN);
     Sweep sweep(folder, Call::kThreadStart, line + "\n");
-    for (const Kind& kind : kKinds) {
+    for (const Model& kind : kKinds) {
         sweep.Try(Training(SettingsOf(kind, folder, 4), folder));
         for (const Work& work : CommandWorks(folder, kind, 4)) {
             if (work.name == "train") sweep.Try(work);

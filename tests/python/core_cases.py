@@ -77,15 +77,15 @@ class TrainingCase(unittest.TestCase):
         training.data(self.dataset, self.y if labels is None else labels, None)
         return training
 
-    def with_objective(self, hessians=False, act=lambda round: None, **settings):
+    def with_objective(self, act=lambda round: None, **settings):
         """A training whose objective is the squared error."""
         training = self.training(**settings)
-        scores, gradients, seconds = (doubles([NAN]) * self.n for _ in range(3))
+        scores, gradients = (doubles([NAN]) * self.n for _ in range(2))
 
         def objective(round):
             act(round)
             for i, (label, score) in enumerate(zip(self.y, scores)):
-                gradients[i], seconds[i] = label - score, 1.0
+                gradients[i] = label - score
 
-        training.objective(objective, scores, gradients, seconds if hessians else None)
+        training.objective(objective, scores, gradients, None)
         return training

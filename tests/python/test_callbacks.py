@@ -17,6 +17,7 @@ except ImportError:
 
 import sylvora
 from sylvora._training import progress as _progress
+from sylvora._training.best import best_rounds
 from sylvora.callbacks import (Callback, Checkpoint, EarlyStopping, KeepOnInterrupt, LogEvaluation,
                                ProgressBar, TimeLimit)
 
@@ -153,6 +154,15 @@ class StoppingTest(unittest.TestCase):
         model = sylvora.train({'n_estimators': 50}, X, Y, **options,
                               callbacks=[EarlyStopping(3, min_delta=delta)])
         self.assertEqual(model.best_iteration_, best + 1)
+
+    def test_the_best_of_odd_values(self):
+        nan, inf = float('nan'), float('inf')
+        for values, larger, best in (
+                ([], False, []), ([3, 2, 2, 1, 5], False, [1, 2, 2, 4, 4]),
+                ([3, 2, 3, 4], True, [1, 1, 1, 4]), ([nan, 1, nan, 0], False, [0, 2, 2, 4]),
+                ([-inf, inf, 2, 1], False, [0, 0, 3, 4]), ([nan, nan], True, [0, 0])):
+            with self.subTest(values):
+                self.assertEqual(list(best_rounds(values, larger)), best)
 
     def test_refused(self):
         for call, message in (
@@ -363,7 +373,3 @@ class InterruptTest(unittest.TestCase):
         thread.join()
         self.assertEqual(models[0].n_rounds, 10)
         self.assertIs(signal.getsignal(signal.SIGINT), signal.default_int_handler)
-
-
-if __name__ == '__main__':
-    unittest.main()

@@ -271,7 +271,3 @@ class ArrowTest(unittest.TestCase):
                       'array.children[0].contents.buffers = None'):
             with self.subTest(place), self.assertRaisesRegex(ValueError, 'contradict'):
                 _core.Table.from_arrow(without([place]), None, False)
-
-
-if __name__ == '__main__':
-    unittest.main()

@@ -45,11 +45,6 @@ class TrainingTest(TrainingCase):
         self.assertEqual((training.best_round, training.stopped_early), (0, False))
         self.assertEqual(model.describe('setting')[3], 'numTree=12')
 
-    def test_stop_and_keep(self):
-        training = self.training(numTree=100)
-        training.on_progress(lambda done, total: done == 5)
-        self.assertEqual(training.run(_core.Model).num_groups, 5)
-
     def test_early_stop(self):
         training = self.training(numTree=300, earlyStop=3, valShrink=1)
         training.evaluate('other', self.table, doubles([1.0, 2.0]) * (self.n // 2), None)
@@ -57,20 +52,6 @@ class TrainingTest(TrainingCase):
         model = training.run(_core.Model)
         self.assertTrue(training.stopped_early)
         self.assertEqual(model.num_groups, training.best_round)
-
-    def test_objective(self):
-        plain = scores_of(self.training().run(_core.Model), self.table)
-        for threads in (1, 3):
-            for hessians in (False, True):
-                training = self.with_objective(hessians, numThread=threads)
-                scores = scores_of(training.run(_core.Model), self.table)
-                if not hessians:
-                    self.assertEqual(scores, plain)
-                for one, other in zip(scores, plain):
-                    self.assertAlmostEqual(one, other, 6)
-        started = self.with_objective(numTree=1, numBound=self.n)  # a tree of one leaf
-        started.start(1e6)
-        self.assertGreater(started.run(_core.Model).score(self.rows[0]), 9e5)
 
     def test_weights_and_subsets(self):
         """Weights of 0 and 2 are rows left out and doubled, without sampling."""
@@ -84,6 +65,9 @@ class TrainingTest(TrainingCase):
             repeated.set(parameter, str(value))
         subset = self.dataset.subset(array.array('i', numbers))
         self.assertEqual((subset.num_rows, subset.num_columns), (len(numbers), 4))
+        column = doubles([NAN]) * len(numbers)
+        subset.column(1, column)
+        self.assertEqual(column.tolist(), [self.rows[i][1] for i in numbers])
         repeated.data(subset, doubles([self.y[i] for i in numbers]), None)
         one, other = weighted.run(_core.Model), repeated.run(_core.Model)
         for row in self.rows[:20]:
@@ -243,32 +227,25 @@ class TrainingTest(TrainingCase):
             training.objective(print, *few, None)
             training.run(_core.Model)
 
-        def run(**settings):
-            return lambda: self.training(**settings).run(_core.Model)
-
         y, long = self.y, doubles([0]) * (self.n + 1)
         for fault, text, call in (
                 (TypeError, 'no arguments', lambda: _core.Training(1)),
                 (TypeError, '', lambda: _core.Dataset(self.rows)),
                 (TypeError, 'keyword', lambda: _core.Dataset(table=self.table)),
+                (IndexError, 'no column 4', lambda: self.dataset.column(4, doubles(self.y))),
+                (ValueError, 'out: .* length of 401', lambda: self.dataset.column(0, long)),
                 (TrainingError, 'no parameter "x"', lambda: self.training(x=1)),
                 (TrainingError, 'numTree: "x"', lambda: self.training(numTree='x')),
-                (TrainingError, 'numTree', run(numTree=-1)),
                 (TrainingError, 'fileTrain', lambda: self.training(fileTrain='x')),
                 (ValueError, 'null', lambda: self.training(numTree='1\0')),
                 (TypeError, '', lambda: self.training().set('numTree', 3)),
                 (TrainingError, 'no data', lambda: _core.Training().run(_core.Model)),
-                (TrainingError, 'modelType', run(modelType='')),
-                (TrainingError, 'query', run(modelType='GBRank')),
                 (TrainingError, 'labels', lambda: self.training(long)),
-                (TrainingError, 'row 1 ', lambda: self.training(doubles([0, NAN]) * (self.n // 2))),
                 (TypeError, 'labels: the items are float32, expected float64',
                  lambda: self.training(array.array('f', y))),
                 (TypeError, 'labels: an array', lambda: self.training(list(y))),
                 (TypeError, 'queries: the items', lambda: _core.Training().data(
                     self.dataset, y, y)),
-                (TrainingError, 'not together', lambda: _core.Training().data(
-                    self.dataset, y, array.array('i', [0, 1]) * (self.n // 2))),
                 (TrainingError, 'weights', lambda: self.training().weights(array.array('i', [1]))),
                 (TypeError, 'cannot be called', objective(3, y, y, None)),
                 (ValueError, 'gradients: .*length', objective(print, y, doubles([1]), None)),
@@ -285,12 +262,6 @@ class TrainingTest(TrainingCase):
                     'x', self.table, long, None))):
             with self.assertRaisesRegex(fault, text, msg=text):
                 call()
-        for name in ('nonsense', ''):
-            training = self.training()
-            training.evaluate('train', self.table, y, None)
-            with self.assertRaises(TrainingError, msg=name):
-                training.metric(name)
-                training.run(_core.Model)
         infinite = _core.Training()
         infinite.set('modelType', 'GBDT')
         with self.assertRaisesRegex(ValueError, '(?i)row 1.*column 0'):
@@ -331,7 +302,3 @@ class TrainingTest(TrainingCase):
             alive = cycle(run)
             gc.collect()
             self.assertIsNone(alive())
-
-
-if __name__ == '__main__':
-    unittest.main()

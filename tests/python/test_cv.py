@@ -113,7 +113,3 @@ class CvTest(unittest.TestCase):
         count = Count()
         sylvora.cv({'n_estimators': 2}, X, y, folds=3, callbacks=[count])
         self.assertEqual(count.begun, 3)
-
-
-if __name__ == '__main__':
-    unittest.main()

@@ -174,7 +174,3 @@ class Targets(unittest.TestCase):
             self.assertEqual(queries.dtype, np.int32)
             runs = [0, 0, 2, 3, 3] if qid is None else [0, 0, 1, 2, 2]
             self.assertEqual(queries.tolist(), runs)
-
-
-if __name__ == '__main__':
-    unittest.main()

@@ -3,10 +3,10 @@ import copy
 import pickle
 import subprocess
 import sys
-import threading
 import unittest
 
 from data_forms import NAMES, np, records, small_data, train
+from threads import each_on_a_thread
 
 if np is not None:
     from sylvora._data.dataset import Dataset
@@ -71,15 +71,5 @@ class Datasets(unittest.TestCase):
     def test_threads_share_a_set(self):
         expected = train(self.X, self.y).text(17, False)
         texts = []
-        threads = [threading.Thread(
-            target=lambda: texts.append(train(self.data, self.y).text(17, False)))
-            for _ in range(8)]
-        for thread in threads:
-            thread.start()
-        for thread in threads:
-            thread.join()
+        each_on_a_thread(lambda _: texts.append(train(self.data, self.y).text(17, False)), 8)
         self.assertEqual(texts, [expected] * 8)
-
-
-if __name__ == '__main__':
-    unittest.main()

@@ -172,12 +172,6 @@ class WeightTest(unittest.TestCase):
         ]
         self.assertEqual(models[0].to_bytes(), models[1].to_bytes())
 
-    def test_weights_of_classes_are_weights_of_rows(self):
-        one, other = sylvora.SylvoraClassifier(**ODDS), sylvora.SylvoraClassifier(**ODDS)
-        one.fit(X, TWO, class_weight={"no": 3})
-        other.fit(X, TWO, sample_weight=np.where(TWO == "no", 3, 1))
-        self.assertEqual(one.model_.to_bytes(), other.model_.to_bytes())
-
     def test_votes_repeat_rows(self):
         weights = np.arange(240) % 3
         rows = np.repeat(np.lexsort(X.T[::-1]), weights[np.lexsort(X.T[::-1])])

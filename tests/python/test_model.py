@@ -5,12 +5,12 @@ import pickle
 import subprocess
 import sys
 import tempfile
-import threading
 import unittest
 import weakref
 
 import sylvora
 from models import expected_scores, model_text
+from threads import each_on_a_thread
 
 try:
     import numpy as np
@@ -108,8 +108,10 @@ class ModelTest(unittest.TestCase):
         for loss, kind in self.KINDS:
             for missing in (float('nan'), -1.0, None):
                 names = ['a', 'ü', ' ', '\\']
-                model, X, y = trained(loss, kind, missing=missing, feature_names=names,
-                                      eval_set={'e': ([[1] * 4, [20] * 4], [0, 1], [2])})
+                rows = ([[1] * 4, [20] * 4], [0, 1])
+                model, X, y = trained(
+                    loss, kind, missing=missing, feature_names=names,
+                    eval_set={'e': (*rows, [2]) if kind == 'ranking' else rows})
                 with tempfile.TemporaryDirectory() as folder:
                     path = os.path.join(folder, 'm')
                     model.save(path)
@@ -141,9 +143,7 @@ class ModelTest(unittest.TestCase):
             def predict(i):
                 results[i] = model.predict(X, n_jobs=1 + i % 2)
 
-            threads = [threading.Thread(target=predict, args=(i,)) for i in range(8)]
-            [thread.start() for thread in threads]
-            [thread.join() for thread in threads]
+            each_on_a_thread(predict, 8)
             for result in results:
                 np.testing.assert_array_equal(result, expected)
 
@@ -331,7 +331,3 @@ class ModelTest(unittest.TestCase):
         forest, _, _ = trained('classification', 'forest')
         self.assertEqual((forest.n_classes, forest.n_rounds), (3, 1))
         self.assertEqual(repr(forest), 'Model(RandomForest, Label, 12 trees, 4 columns)')
-
-
-if __name__ == '__main__':
-    unittest.main()

@@ -9,7 +9,8 @@ except ImportError:
 
 import bundled
 from sylvora import _core
-from sylvora._training.parameters import settings_of
+from sylvora._training import other_names as _other_names
+from sylvora._training.parameters import _PARAMETERS, settings_of
 from sylvora._training.processors import usable_jobs
 
 
@@ -50,6 +51,13 @@ class ParameterTest(unittest.TestCase):
         cases = [
             ({'n_estimator': 5}, ValueError, 'did you mean n_estimators'),
             ({'num_leaves': 5}, ValueError, 'did you mean max_leaf_nodes'),
+            ({'max_leafs': 5}, ValueError, 'did you mean max_leaf_nodes.$'),
+            ({'max_bin': 255}, ValueError, "'max_bin': every value is tried as a split"),
+            ({'num_rounds': 5}, ValueError, 'did you mean n_estimators'),
+            ({'reg_lambda': 1}, ValueError, 'there is no regularisation'),
+            ({'alpha': 1}, ValueError, 'it is quantile; there is no regularisation'),
+            ({'min_samples_leaf': 1}, ValueError, 'leaves have no least size; .* min_samples_spl'),
+            ({'eval_set': []}, ValueError, 'an argument of its own'),
             ({'zzzz': 5}, ValueError, 'known are model, task, loss'),
             ({'fileTrain': 'x'}, ValueError, 'give the data as X and y'),
             ({'objective': 'x'}, ValueError, 'argument of its own'),
@@ -69,12 +77,25 @@ class ParameterTest(unittest.TestCase):
             ({'random_state': -1}, ValueError, 'from 0'),
             ({'n_jobs': 0}, ValueError, 'n_jobs must be from 1 to 256'),
             ({'n_jobs': 1.5}, TypeError, 'n_jobs must be an integer'),
+            ({'max_depth': None}, TypeError, 'got None; for no limit, give the value of max_leaf_n'),
+            ({'maxDepth': -1}, ValueError, 'maxDepth must be .* for no limit, give the value of'),
+            ({'max_leaf_nodes': 0}, ValueError, 'for no limit, give the number of rows'),
+            ({'max_features': 'sqrt'}, TypeError, r"got 'sqrt'; it is the share .* n \*\* -0.5 for"),
+            ({'max_features': 5}, ValueError, 'k / n for k'),
+            ({'subsample': None}, TypeError, 'the share of the n rows: 1.0 for all'),
             ({'model': 'forest'}, ValueError, 'A forest needs the parameter task'),
             ({'task': 'classification'}, ValueError, 'boosting has no task'),
         ]
         for params, kind, message in cases:
             with self.subTest(params), self.assertRaisesRegex(kind, message):
                 settings_of(params)
+
+    def test_names_of_other_libraries_are_not_ours(self):
+        for name in [*_other_names._ADVICE, *_other_names._ELSEWHERE]:
+            with self.subTest(name), self.assertRaises(ValueError):
+                settings_of({name: 1})
+        for ours in _other_names._SAME:
+            self.assertIn(ours, _PARAMETERS)
 
     def test_all_are_documented_and_settable(self):
         """The names and the default number of rounds are those of docs/parameters.md."""
@@ -90,7 +111,3 @@ class ParameterTest(unittest.TestCase):
         training = _core.Training()
         for name, value in settings_of({'n_estimators': 3, 'max_depth': 2, 'margin': 0.1}).items():
             training.set(name, value)
-
-
-if __name__ == '__main__':
-    unittest.main()

@@ -263,8 +263,10 @@ class Trees(Pictures):
         self.assertEqual(plot.tree(model).source.count('->'), 6000)
         source = plot.tree(model, max_depth=4).source
         self.assertEqual(source.count('->'), 10)
-        self.assertEqual(source.count('… 1 node"'), 1)
-        self.assertIn('… 5991 nodes', source)
+        self.assertEqual(source.count('… 5991 nodes'), 1)
+        self.assertEqual(source.count('dashed'), 1)
+        self.assertEqual(source.count('adds +'), 5)  # leaves, of which one is below the cut
+        self.assertEqual(dir(plot), sorted(plot.__all__))
 
     def test_errors(self):
         model = Model(trees=Tree(1.0))
@@ -335,7 +337,3 @@ class Trained(Pictures):
         self.assertIn('class yes', plot.tree(forest, 3).source)
         self.assertIn('cover', plot.importance(forest).get_xlabel())
         plot.calibration(forest, self.X, names[self.y.astype(int)])
-
-
-if __name__ == '__main__':
-    unittest.main()

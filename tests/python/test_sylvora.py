@@ -18,6 +18,7 @@ from fractions import Fraction
 
 import sylvora
 from models import expected_scores, model_text
+from threads import each_on_a_thread
 
 NAN, INFINITY = float('nan'), float('inf')
 MISSING = -2147483648.0
@@ -54,19 +55,6 @@ class Path(Acting):
     def __fspath__(self):
         self.action()
         return self.value
-
-
-def each_on_a_thread(function, count):
-    """Calls function(0), ... in parallel threads, with the shortest possible switch interval."""
-    if hasattr(sys, 'setswitchinterval'):
-        sys.setswitchinterval(1e-6)
-    threads = [threading.Thread(target=function, args=(thread,)) for thread in range(count)]
-    for thread in threads:
-        thread.start()
-    for thread in threads:
-        thread.join()
-    if hasattr(sys, 'setswitchinterval'):
-        sys.setswitchinterval(0.005)
 
 
 class ModuleTest(unittest.TestCase):
@@ -408,7 +396,3 @@ class HostileTest(ModuleTest):
         self.assertLess(peak() - before, 20 * size + 40 * CYCLES)
         self.assertEqual([sys.getrefcount(each) for each in (item, bad, sylvora.error)],
                          references)
-
-
-if __name__ == '__main__':
-    unittest.main()

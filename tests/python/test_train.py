@@ -2,7 +2,6 @@
 import decimal
 import os
 import tempfile
-import threading
 import unittest
 import warnings
 
@@ -13,34 +12,16 @@ except ImportError:
 
 import bundled
 import sylvora
-from arrow_producer import ArrowTable, column
 from bundled import small_data as data
+from sylvora._training.best import best_round
+from sylvora._training.facts import METRICS
 from sylvora.callbacks import EarlyStopping
+from threads import each_on_a_thread
 
 
 def text(model):
     """The trees alone, exactly: without the lines of settings and the block behind them."""
     return model.to_bytes(description=False).split(b'\n', 2)[2]
-
-
-def forms(X):
-    """The same values in other places and types."""
-    yield 'F order', np.asfortranarray(X)
-    yield 'every second row and column', np.repeat(np.repeat(X, 2, 0), 2, 1)[::2, ::2]
-    if (X.astype(np.float32) == X)[~np.isnan(X)].all():
-        yield 'float32', X.astype(np.float32)
-    if not np.isnan(X).any() and (X.astype(np.int16) == X).all():
-        yield 'int16', X.astype(np.int16)
-    yield 'Arrow', ArrowTable([column('c%d' % i, 'g', [None if value != value else value
-                                                       for value in X[:, i].tolist()])
-                               for i in range(X.shape[1])])
-    try:
-        import pandas
-    except ImportError:
-        return
-    names = ['c%d' % column for column in range(X.shape[1])]
-    yield 'pandas', pandas.DataFrame(X, columns=names)
-    yield 'pandas, nullable', pandas.DataFrame(X).convert_dtypes()
 
 
 @unittest.skipUnless(os.path.exists(bundled.COMMAND), 'needs the command')
@@ -59,12 +40,6 @@ class CommandBytesTest(unittest.TestCase):
                 model = sylvora.train(params, X, y, qid=queries, n_jobs=threads)
                 with self.subTest(name=name, threads=threads):
                     self.assertEqual(model.to_bytes(digits=6, description=False), expected)
-            exact = model.to_bytes(description=False)
-            for form, same in forms(X):
-                # The number of threads changes nothing, as was just seen.
-                again = sylvora.train(params, same, y, qid=queries, n_jobs=2)
-                with self.subTest(name=name, form=form):
-                    self.assertEqual(again.to_bytes(description=False), exact)
 
     def test_two_fits_at_once(self):
         cases = [bundled.load(name) for name in ('bike', 'wdbc')] * 2
@@ -75,11 +50,7 @@ class CommandBytesTest(unittest.TestCase):
             params, X, y, _ = cases[i]
             results[i] = sylvora.train(params, X, y).to_bytes()
 
-        threads = [threading.Thread(target=fit, args=(i,)) for i in range(len(cases))]
-        for thread in threads:
-            thread.start()
-        for thread in threads:
-            thread.join()
+        each_on_a_thread(fit, len(cases))
         self.assertEqual(results, expected)
 
 
@@ -261,6 +232,23 @@ class EvaluationTest(unittest.TestCase):
         best = int(np.argmax(ranking.evals_result_['e']['ndcg@10']))
         self.assertEqual(ranking.best_iteration_, 1 + best)
 
+    def test_directions_of_metrics_are_the_library_s(self):
+        X, y = data(120)
+        ones = (y > np.median(y)).astype(float)
+        for name, larger in METRICS.items():
+            metric = name + '@50' * (name == 'ndcg')
+            params = {'n_estimators': 6, 'early_stopping_rounds': 9, 'loss': 'log_loss'}
+            sets, group = (X[:80], ones[:80]), None
+            if name in ('ndcg', 'pairs'):
+                params.update(loss='cross_entropy', model='ranking')
+                sets, group = (*sets, [80]), [60, 60]
+            model = sylvora.train(params, X, ones, group=group, eval_set=[sets],
+                                  eval_metric=metric)
+            values = model.evals_result_['eval_0'][metric]
+            with self.subTest(metric):
+                self.assertGreater(len(set(values)), 1)
+                self.assertEqual(model.best_iteration_, best_round(values, larger))
+
     def test_values_below_the_missing_one(self):
         X, y = data(60)
         X[:5, 1], X[5:9, 1], X[9, 0] = -3e9, np.nan, np.nan
@@ -291,18 +279,30 @@ class EvaluationTest(unittest.TestCase):
 class RefusedTest(unittest.TestCase):
     def test_arguments(self):
         X, y = data(50)
+        ranking = dict(params={'model': 'ranking'}, group=[50])
         cases = [
             (dict(params=[]), TypeError, 'params must be a dict'),
             (dict(params={'n_jobs': 1}, n_jobs=2), ValueError, 'same parameter'),
             (dict(y=y[:-1]), ValueError, 'y has 49 values, but X has 50 rows'),
             (dict(sample_weight=y), ValueError, 'sample_weight: row'),
             (dict(group=[50]), ValueError, 'group is for ranking'),
-            (dict(params={'model': 'ranking'}), ValueError, 'Ranking needs the queries'),
+            (dict(params={'model': 'ranking'}), ValueError, '^pass either group .* or qid'),
+            (dict(params={'model': 'ranking'}, group=[50], qid=y), ValueError, '^pass either'),
             (dict(base_score=1.0), ValueError, 'base_score needs an objective'),
             (dict(params={'loss': 'huber'}, objective=len), ValueError, 'either'),
             (dict(params={'early_stopping_rounds': 5}), ValueError, 'give eval_set'),
             (dict(eval_metric='rmse'), ValueError, 'give eval_set'),
-            (dict(eval_set=[(X, y)], eval_metric='rsme'), ValueError, 'rsme'),
+            (dict(eval_set=[(X, y)], eval_metric='rsme'), ValueError,
+             "no metric 'rsme': choose from rmse, mae, .* pairs and ndcg@K"),
+            (dict(eval_set=[(X, y)], eval_metric=['mae', 'ndcg@0']), ValueError, "'ndcg@0'"),
+            (dict(eval_set=[(X, y)], eval_metric=[5]), TypeError, 'names or functions, got 5'),
+            (dict(eval_set={'a': (X, y, y)}), ValueError,
+             r"^eval_set\['a'\] must be \(X, y\): .* no weights"),
+            (dict(ranking, eval_set={'a': (X, y)}), ValueError,
+             r"^eval_set\['a'\] must be \(X, y, group\)"),
+            (dict(ranking, eval_set=[(X, y, [9])]), ValueError,
+             r"^eval_set\['eval_0'\]: group: its counts add up to 9"),
+            (dict(y=['no'] * 50), TypeError, 'has text .* use a classifier'),
             (dict(eval_set=[(X[:, :3], y)]), ValueError, r"eval_set\['eval_0'\]: X has 3"),
             (dict(eval_set={'a': X}), ValueError, r"eval_set\['a'\] must be \(X, y\)"),
             (dict(eval_set={1: (X, y)}), TypeError, 'names'),
@@ -311,14 +311,16 @@ class RefusedTest(unittest.TestCase):
             (dict(X=sylvora.Dataset(X), feature_names=list('abcde')), ValueError, 'Dataset'),
             (dict(X=np.where(X == X[3, 2], np.inf, X), feature_names=list('abcde')), ValueError,
              'row .* column "'),
-            (dict(params={'loss': 'log_loss'}), sylvora.TrainingError, 'LogLoss'),
+            (dict(params={'loss': 'log_loss'}), sylvora.TrainingError,
+             r'"LogLoss" .* both of them; write them so, for example by numpy.where\(.*, 1, 0\)'),
+            (dict(params={'loss': 'logistic'}), sylvora.TrainingError,
+             r'"Logistic"; write them so, for example by numpy.where\(.*, 1, -1\)'),
+            (dict(params={'model': 'tree', 'task': 'classification'}, y=-np.ones(50)),
+             sylvora.TrainingError, 'label: -1 found; number the classes 0, 1, ...'),
+            (dict(params={'subsample': 0.001}), sylvora.TrainingError, 'raise subsample$'),
         ]
         for change, kind, message in cases:
             arguments = dict(dict(params={}, X=X, y=y), **change)
             with self.subTest(message), self.assertRaisesRegex(kind, message):
                 sylvora.train(arguments.pop('params'), arguments.pop('X'), arguments.pop('y'),
                               **arguments)
-
-
-if __name__ == '__main__':
-    unittest.main()

@@ -74,7 +74,3 @@ class InstalledTest(unittest.TestCase):
                          ROOT / "python" / "sylvora" / "__init__.py")
         self.pip("uninstall", "--yes", "sylvora")
         self.assertEqual(list(self.folder.glob("venv/lib/*/site-packages/*sylvora*")), [])
-
-
-if __name__ == "__main__":
-    unittest.main()

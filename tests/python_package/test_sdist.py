@@ -104,7 +104,3 @@ class FaultsTest(unittest.TestCase):
             with mock.patch(f"sysconfig.{attribute}", return_value=value):
                 with self.assertRaisesRegex(SystemExit, f"^ERROR: .*{word}"):
                     _metadata.wheel_tag()
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -91,7 +91,3 @@ class WheelTest(unittest.TestCase):
             with zipfile.ZipFile(later) as archive:
                 times = {info.date_time for info in archive.infolist()}
             self.assertEqual(times, {(2023, 11, 14, 22, 13, 20)})
-
-
-if __name__ == "__main__":
-    unittest.main()

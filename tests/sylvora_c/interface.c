@@ -384,6 +384,7 @@ int main(void) {
     test_errors(data);
     test_progress(data);
     test_parts(data);
+    test_column(data);
     sylvora_model_free(model);
     sylvora_dataset_free(data);
     sylvora_dataset_free(subset);

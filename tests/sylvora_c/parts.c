@@ -1,5 +1,5 @@
 /* Trainings under way: metrics of the program, the record and the model so far. Parts of models:
- * groups, leaves, votes, cuts. Functions of losses. */
+ * groups, leaves, votes, cuts. Columns of data sets. Functions of losses. */
 #include <math.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -245,6 +245,25 @@ void test_parts(const sylvora_dataset* data) {
     sylvora_model_free(model);
     sylvora_model_free(again);
     sylvora_model_free(votes);
+}
+
+/* Of the whole set and of a subset; missing values are -2147483648. */
+void test_column(const sylvora_dataset* data) {
+    const int32_t rows[] = {9, 7, 0, 9};
+    sylvora_dataset* subset = NULL;
+    double values[ROWS];
+    int i;
+    EXPECT(sylvora_dataset_column(data, 2, values) == 0);
+    for (i = 0; i < ROWS; ++i) EXPECT(values[i] == (i == 7 ? -2147483648.0 : x[i][2]));
+    EXPECT(sylvora_dataset_subset(data, rows, 4, &subset) == 0);
+    EXPECT(sylvora_dataset_column(subset, 2, values) == 0);
+    EXPECT(values[0] == x[9][2] && values[1] == -2147483648.0 && values[2] == x[0][2]);
+    EXPECT(values[3] == x[9][2] && values[4] == x[4][2]);
+    sylvora_dataset_free(subset);
+    EXPECT_ERROR(sylvora_dataset_column(data, COLUMNS, values), "no column 4");
+    EXPECT_ERROR(sylvora_dataset_column(data, -1, values), "no column -1");
+    EXPECT_ERROR(sylvora_dataset_column(data, 0, NULL), "null");
+    EXPECT_ERROR(sylvora_dataset_column(NULL, 0, values), "null");
 }
 
 void test_log_odds(void) {

@@ -62,8 +62,6 @@ class Dataset:
     3
     """
 
-    _rows: Optional[npt.NDArray[np.int32]]  # of a subset: its rows in the table
-
     def __init__(
         self,
         X: Any,
@@ -74,7 +72,6 @@ class Dataset:
         frame = as_table(X, missing=missing)
         self._missing = missing
         self._names = frame.names
-        self._table, self._rows = frame.table, None
         if feature_names is not None:
             self._names = given_names(feature_names, frame.num_columns)
         try:
@@ -123,18 +120,15 @@ class Dataset:
             Neither whole numbers nor bool.
         """
         part = Dataset.__new__(Dataset)
-        chosen = _row_numbers(rows, self.num_rows)
-        part._core = self._core.subset(chosen)
+        part._core = self._core.subset(_row_numbers(rows, self.num_rows))
         part._missing, part._names = self._missing, self._names
-        part._table = self._table
-        part._rows = chosen if self._rows is None else self._rows[chosen]
         return part
 
     def _column(self, column: int) -> npt.NDArray[np.float64]:
-        """A copy of a column; missing values are NaN."""
-        values = np.empty(self._table.num_rows)
-        self._table.column(column, values)
-        return values if self._rows is None else values[self._rows]
+        """A copy of a column; a missing value is -2147483648, as trainings read it."""
+        values = np.empty(self.num_rows)
+        self._core.column(column, values)
+        return values
 
     def __repr__(self) -> str:
         names = f", feature_names={self._names}" if self._names else ""

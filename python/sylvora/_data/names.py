@@ -6,8 +6,6 @@ import re
 from collections.abc import Iterable, Sequence
 from typing import Any, Optional, TypeVar
 
-import numpy as np
-
 Names = Optional[list[str]]
 ErrorT = TypeVar("ErrorT", bound=Exception)
 
@@ -18,7 +16,7 @@ _EVALUATED = re.compile(r'evaluation set "([^"]*)": ')
 
 
 def names_of(X: Any, argument: str) -> Names:
-    """Names of the columns of a table, or None if its labels are not text.
+    """Names of the columns of a table that is no array, or None if its labels are not text.
 
     Raises
     ------
@@ -27,8 +25,6 @@ def names_of(X: Any, argument: str) -> Names:
     ValueError
         A name occurs twice.
     """
-    if isinstance(X, np.ndarray):
-        return list(X.dtype.names) if X.dtype.names else None
     for attribute in ("column_names", "columns"):  # the first is pyarrow's
         labels: Any = getattr(X, attribute, None)
         if hasattr(labels, "__len__"):

@@ -15,7 +15,7 @@ from numbers import Real
 from typing import Any, Optional
 
 from .._core import Table
-from .names import names_of, order_of, with_names
+from .names import order_of, with_names
 from .sources import Missing, source_of
 from .targets import as_labels, as_queries, as_weights
 
@@ -25,7 +25,6 @@ __all__ = [
     "as_queries",
     "as_table",
     "as_weights",
-    "column_names",
     "with_names",
 ]
 
@@ -111,19 +110,6 @@ def as_table(
             "input"
         )
     return Frame(source.table(order, rule), found, rows, columns)
-
-
-def column_names(X: Any) -> Optional[list[str]]:
-    """Return the names of the columns of `X`, or None if they are not text.
-
-    Raises
-    ------
-    TypeError
-        Some of the labels of the columns are text, others are not.
-    ValueError
-        A name occurs twice.
-    """
-    return names_of(X, "X")
 
 
 def _missing_rule(missing: Optional[float]) -> Missing:

@@ -10,6 +10,7 @@ import numpy.typing as npt
 from .numbers import Array, as_numbers, is_instance, is_missing, mask_of
 
 _NUMBERS_ONLY = "numbers are needed"
+_CLASSES = "use a classifier, such as SylvoraClassifier, or number the classes 0, 1, ..."
 _LARGEST_WEIGHT = 2**31 - 1
 
 
@@ -33,7 +34,7 @@ def as_labels(y: Any, num_rows: int, *, argument: str = "y") -> npt.NDArray[np.f
         A label that is no number, by row.
     """
     values = _vector(y, argument)
-    labels = np.ascontiguousarray(_numbers(values, argument))
+    labels = np.ascontiguousarray(_numbers(values, argument, f"{_NUMBERS_ONLY}: {_CLASSES}"))
     _check_length(labels, num_rows, argument)
     finite = np.isfinite(labels)
     if not finite.all():
@@ -71,7 +72,9 @@ def as_weights(sample_weight: Any, num_rows: int) -> Optional[npt.NDArray[np.int
     return values.astype(np.int32)
 
 
-def as_queries(group: Any, num_rows: int, *, qid: Any = None) -> npt.NDArray[np.int32]:
+def as_queries(
+    group: Any, num_rows: int, *, qid: Any = None, argument: str = "group"
+) -> npt.NDArray[np.int32]:
     """Return the number of the query of each row, from 0 in the order of the rows.
 
     Parameters
@@ -82,6 +85,8 @@ def as_queries(group: Any, num_rows: int, *, qid: Any = None) -> npt.NDArray[np.
         Rows of the data.
     qid : array-like of shape (num_rows,) or None
         Instead of `group`: a query id per row, numbers or text. The rows of one query are together.
+    argument : str
+        What errors call `group`.
 
     Raises
     ------
@@ -92,21 +97,24 @@ def as_queries(group: Any, num_rows: int, *, qid: Any = None) -> npt.NDArray[np.
     """
     if (group is None) == (qid is None):
         raise ValueError(
-            "pass either group (number of rows of each query) or qid (query id of each row)"
+            "pass either group (number of rows of each query) or qid (query id of each row): "
+            "ranking needs one of them"
         )
     if qid is not None:
         return _queries_of_ids(_vector(qid, "qid", columns=False), num_rows)
-    counts = _numbers(_vector(group, "group", columns=False), "group")
+    counts = _numbers(_vector(group, argument, columns=False), argument)
     usable = (counts >= 0) & (counts <= num_rows) & (np.floor(counts) == counts)
     if not usable.all():
         query = int(usable.argmin())
         raise ValueError(
-            f"group: query {query} has {counts[query]} rows; counts must be whole numbers from 0 "
-            f"to {num_rows}, the number of rows"
+            f"{argument}: query {query} has {counts[query]} rows; counts must be whole numbers "
+            f"from 0 to {num_rows}, the number of rows"
         )
     whole = counts.astype(np.int64)
     if whole.sum() != num_rows:
-        raise ValueError(f"group: its counts add up to {whole.sum()}, but X has {num_rows} rows")
+        raise ValueError(
+            f"{argument}: its counts add up to {whole.sum()}, but X has {num_rows} rows"
+        )
     return np.repeat(np.arange(len(whole), dtype=np.int32), whole)
 
 
@@ -166,8 +174,10 @@ def _array(values: Any, argument: str) -> Array:
     return array
 
 
-def _numbers(values: Array, argument: str) -> npt.NDArray[np.float64]:
-    return as_numbers(values, lambda _: argument, _NUMBERS_ONLY).astype(np.float64, copy=False)
+def _numbers(
+    values: Array, argument: str, text_advice: str = _NUMBERS_ONLY
+) -> npt.NDArray[np.float64]:
+    return as_numbers(values, lambda _: argument, text_advice).astype(np.float64, copy=False)
 
 
 def _check_length(values: Array, num_rows: int, argument: str) -> None:

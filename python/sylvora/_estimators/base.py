@@ -13,6 +13,7 @@ from sklearn.utils.validation import check_is_fitted, column_or_1d
 from .checks import check_parameters
 from .._data.tables import Frame, as_labels, as_weights
 from .._data.dataset import Dataset
+from .documentation import documented
 from .._training.fit import FitResult
 from .._model.model import Model
 from .._data.numbers import Array
@@ -69,6 +70,7 @@ def number_column(y: Any, num_rows: int, argument: str = "y") -> Array:
     return as_labels(label_column(y, num_rows, argument), num_rows, argument=argument)
 
 
+@documented
 class SylvoraBase(BaseEstimator):
     """Parameters to settings, data to a Dataset, results to attributes."""
 
@@ -113,7 +115,7 @@ class SylvoraBase(BaseEstimator):
         return rows, weights[rows]
 
     def _options(self) -> dict[str, Any]:
-        """Return the arguments of fit_model that are parameters of a boosting."""
+        """Return the fields of FitArguments that are parameters of a boosting."""
         params = self.get_params(deep=False)
         return {
             "objective": params.get("objective"),
@@ -189,10 +191,7 @@ class SylvoraBase(BaseEstimator):
     def apply(self, X: Any) -> Array:
         """Return the leaf that each row reaches in each tree.
 
-        Parameters
-        ----------
-        X : array-like of shape (n_samples, n_features)
-            Data of any kind that `fit` takes.
+        {data}
 
         Returns
         -------
@@ -200,12 +199,7 @@ class SylvoraBase(BaseEstimator):
             Numbers of nodes in their trees. The trees of several models, one per class, stand
             side by side in the order of `classes_`.
 
-        Raises
-        ------
-        sklearn.exceptions.NotFittedError
-            Before `fit`.
-        ValueError, TypeError
-            If X does not fit the training data.
+        {refusals}
         """
         frame, parts = self._frame(X), []
         for model in self._models():

@@ -1,4 +1,4 @@
-"""What an estimator checks of its parameters itself; settings_of and fit_model check the others."""
+"""What an estimator checks of its parameters itself; settings_of and fit check the others."""
 
 from __future__ import annotations
 
@@ -9,6 +9,9 @@ from typing import Any
 _MAY_BE_NONE = frozenset(
     "class_weight objective base_score early_stopping_rounds eval_metric missing random_state"
     " n_jobs callbacks".split()
+) | frozenset(
+    # settings_of says which number to use instead.
+    "max_depth max_leaf_nodes max_features subsample".split()
 )
 
 

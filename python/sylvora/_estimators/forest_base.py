@@ -2,15 +2,17 @@
 
 from __future__ import annotations
 
-from typing import Any
+from typing import Any, TypeVar
 
 import numpy as np
 from sklearn.base import ClassifierMixin, RegressorMixin
 
-from .base import SylvoraBase, number_column
+from .base import SylvoraBase
+from .documentation import documented
 from .labels import find_classes, kept_classes, class_names
 from .._data.numbers import Array
-from .._training.train import fit_model
+from .scores import Scores
+from .._training.fit import FitArguments, fit
 
 # mypy: allow-subclassing-any
 
@@ -18,52 +20,68 @@ from .._training.train import fit_model
 _MOST_ROWS = 2**31 - 9
 
 
-class OfNumbers(RegressorMixin, SylvoraBase):
+NumbersT = TypeVar("NumbersT", bound="OfNumbers")
+VotesT = TypeVar("VotesT", bound="OfVotes")
+
+
+@documented
+class OfNumbers(RegressorMixin, Scores):
     """Trees whose leaves have the mean of the labels."""
 
-    def _fit(self, X: Any, y: Any, sample_weight: Any) -> None:
-        settings = self._settings()
-        dataset = self._dataset(X)
-        labels = number_column(y, dataset.num_rows)
-        rows, weights = self._rows_and_weights(dataset, labels, sample_weight)
-        result = fit_model(
-            dataset if rows is None else dataset.subset(rows),
-            labels if rows is None else labels[rows],
-            settings=settings,
-            weights=weights,
-            verbose=self.verbose,
-        )
-        self._finish(dataset, [result])
-
-    def predict(self, X: Any) -> Array:
-        """Return the predictions.
+    def fit(self: NumbersT, X: Any, y: Any, sample_weight: Any = None) -> NumbersT:
+        """Train a model.
 
         Parameters
         ----------
-        X : array-like of shape (n_samples, n_features)
-            Data. Columns with names are matched by name.
+        {training X}
+        y : array-like of shape (n_samples,)
+            Labels: finite numbers.
+        {weights}
 
         Returns
         -------
-        ndarray of float64 and shape (n_samples,)
+        self
 
-        Raises
-        ------
-        sklearn.exceptions.NotFittedError
-            Before `fit`.
-        ValueError, TypeError
-            If X does not fit the training data.
+        {training errors}
         """
-        scores: Array = self._scores(X)[0]
-        return scores
+        return self._fit(X, y, sample_weight, settings=self._settings(), verbose=self.verbose)
 
 
+@documented
 class OfVotes(ClassifierMixin, SylvoraBase):
-    """Trees that vote for a class."""
+    """Trees that vote for a class.
+
+    Attributes
+    ----------
+    model_ : sylvora.Model
+        The trained model. It predicts indices into `classes_`.
+    feature_importances_ : ndarray of shape (n_features,)
+        Training rows that the splits on each feature divide, as shares of their sum. Votes have no
+        gain.
+    """
 
     _importance = "cover"
 
-    def _fit(self, X: Any, y: Any, sample_weight: Any) -> None:
+    def fit(self: VotesT, X: Any, y: Any, sample_weight: Any = None) -> VotesT:
+        """Train a model.
+
+        Parameters
+        ----------
+        {training X}
+        y : array-like of shape (n_samples,)
+            Classes of any kind that can be sorted.
+        sample_weight : array-like of shape (n_samples,), default=None
+            Whole numbers of 0 or more: the training sees each row so many times, and also draws
+            from as many rows. If not all weights are 1, it takes the rows in the order of their
+            values instead of that in X, so neither their order nor rows of weight 0 decide
+            which rows are drawn.
+
+        Returns
+        -------
+        self
+
+        {training errors}
+        """
         settings = self._settings()
         dataset = self._dataset(X)
         classes, codes = find_classes(y, dataset.num_rows)
@@ -80,34 +98,29 @@ class OfVotes(ClassifierMixin, SylvoraBase):
                 )
             data = data.subset(np.repeat(np.arange(len(weights), dtype=np.int32), weights))
             codes = np.repeat(codes, weights)
-        result = fit_model(
-            data,
-            codes.astype(np.float64),
-            settings=settings,
-            verbose=self.verbose,
-            class_names=class_names(classes),
+        result = fit(
+            FitArguments(
+                data,
+                codes.astype(np.float64),
+                settings,
+                verbose=self.verbose,
+                class_names=class_names(classes),
+            )
         )
         self._finish(dataset, [result], classes_=classes)
+        return self
 
     def predict(self, X: Any) -> Array:
         """Return the classes with the most votes; the model says which of equal ones.
 
-        Parameters
-        ----------
-        X : array-like of shape (n_samples, n_features)
-            Data. Columns with names are matched by name.
+        {data}
 
         Returns
         -------
         ndarray of shape (n_samples,)
             Of the type of `classes_`.
 
-        Raises
-        ------
-        sklearn.exceptions.NotFittedError
-            Before `fit`.
-        ValueError, TypeError
-            If X does not fit the training data.
+        {refusals}
         """
         codes = self._scores(X)[0].astype(np.intp)
         classes: Array = self.classes_[codes]
@@ -116,21 +129,13 @@ class OfVotes(ClassifierMixin, SylvoraBase):
     def predict_proba(self, X: Any) -> Array:
         """Return the share of the trees that vote for each class.
 
-        Parameters
-        ----------
-        X : array-like of shape (n_samples, n_features)
-            Data. Columns with names are matched by name.
+        {data}
 
         Returns
         -------
         ndarray of float64 and shape (n_samples, n_classes)
 
-        Raises
-        ------
-        sklearn.exceptions.NotFittedError
-            Before `fit`.
-        ValueError, TypeError
-            If X does not fit the training data.
+        {refusals}
         """
         model, frame = self._models()[0], self._frame(X)
         shares = np.empty((frame.num_rows, model.n_classes))

@@ -14,7 +14,7 @@ import numpy as np
 from .._data.dataset import Dataset
 from .._data.numbers import Array
 from .._training.calls import in_turn
-from .._training.train import EvaluationData, FitResult, fit_model
+from .._training.fit import EvaluationData, FitArguments, FitResult, fit
 from ..callbacks import Callback, Round
 
 
@@ -46,14 +46,16 @@ class Job:
         evaluation = [
             replace(data, labels=self._labels(data.labels, wanted)) for data in self.evaluation
         ]
-        return fit_model(
-            self.data,
-            self._labels(self.codes, wanted),
-            settings=settings,
-            weights=self.weights,
-            evaluation=evaluation,
-            class_names=[rest, self.names[wanted]],
-            **options,
+        return fit(
+            FitArguments(
+                self.data,
+                self._labels(self.codes, wanted),
+                settings,
+                weights=self.weights,
+                evaluation=evaluation,
+                class_names=[rest, self.names[wanted]],
+                **options,
+            )
         )
 
     def _labels(self, codes: Array, wanted: int) -> Array:

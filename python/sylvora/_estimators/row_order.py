@@ -11,7 +11,7 @@ from .._data.numbers import Array
 
 def _keys(dataset: Dataset, labels: Array, weights: Array) -> Iterator[Array]:
     for column in range(dataset.num_columns):
-        yield np.nan_to_num(dataset._column(column), nan=-np.inf)  # missing values come first
+        yield dataset._column(column)
     yield labels
     yield weights
 

@@ -8,6 +8,7 @@ from collections.abc import Callable, Iterator, Sequence
 from typing import TYPE_CHECKING, Any, NoReturn, Optional
 
 from .. import _core
+from .._training.facts import loss_facts
 from .facts import ModelFacts
 
 if TYPE_CHECKING:
@@ -180,7 +181,7 @@ class Model(ModelFacts):
             shares = np.empty((frame.num_rows, self.num_classes))
             self._call(self.votes, frame.table, shares, threads)
             return shares
-        if self.loss not in ("LogLoss", "Logistic", "Exponential"):
+        if not loss_facts(self.loss).probabilities:
             raise ValueError(f"The loss {self.loss} has no probabilities")
         scores = np.empty(frame.num_rows)
         self._call(self.score_table, frame.table, scores, threads)

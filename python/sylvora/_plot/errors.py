@@ -10,9 +10,7 @@ import numpy
 
 from .. import _core
 from . import pictures as _pictures
-
-_LINKED = {"LogLoss", "Logistic", "Exponential"}
-_CLASSIFYING = {*_LINKED, "HingeSquare"}
+from .._training.facts import loss_facts
 
 
 def _rmse(y: Any, scores: Any) -> float:
@@ -32,10 +30,10 @@ class StagedScores:
         model = _pictures.fitted(source)
         self._models = list(model) if isinstance(model, (list, tuple)) else [model]
         self._classes = getattr(source, "classes_", None) if source is not model else None
-        self._loss = str(getattr(self._models[0], "loss", ""))
+        self._facts = loss_facts(str(getattr(self._models[0], "loss", "")))
         if metric is None:
-            classifies = self._classes is not None or self._loss in _CLASSIFYING
-            linked = self._loss in _LINKED
+            classifies = self._classes is not None or self._facts.two_classes
+            linked = self._facts.probabilities
             metric = "logloss" if linked else "error" if classifies else "rmse"
         self._metric = self._function(metric)
         name = metric if isinstance(metric, str) else getattr(metric, "__name__", "metric")
@@ -76,9 +74,9 @@ class StagedScores:
     def _function(self, metric: Any) -> Callable[[Any, Any], float]:
         if callable(metric):
             return metric  # type: ignore[no-any-return]
-        if metric == "logloss" and self._loss not in _LINKED:
+        if metric == "logloss" and not self._facts.probabilities:
             raise ValueError(
-                f"logloss needs a loss with probabilities; {self._loss} has none"
+                f"logloss needs a loss with probabilities; {self._facts.name} has none"
             )
         own = {"rmse": _rmse, "mae": _mae, "logloss": self._logloss, "error": self._error}
         if metric not in own:
@@ -95,7 +93,7 @@ class StagedScores:
     def _logloss(self, y: Any, scores: Any) -> float:
         """As the metric logloss of a training: probabilities lie in [1e-15, 1 - 1e-15]."""
         chances = numpy.ascontiguousarray(scores, dtype=numpy.float64).ravel().copy()
-        _core.probabilities(self._loss, chances, chances)
+        _core.probabilities(self._facts.name, chances, chances)
         chances = chances.reshape(scores.shape)
         if scores.ndim == 2:
             chances /= chances.sum(axis=1, keepdims=True)

@@ -65,7 +65,8 @@ def tree(
         Number of the tree, from 0 over all rounds; -1 is the last one. If the loss has a start
         value, tree 0 is that value alone.
     max_depth : int, optional
-        Nodes below this depth are cut off; the root has depth 0.
+        What is below this depth is cut off; the root has depth 0. In the place of each cut stands
+        the number of nodes, or the leaf if it is a single one.
     precision : int
         Significant digits of numbers. Digits before the point are never cut.
     feature_names : sequence of str, optional
@@ -109,7 +110,7 @@ def _add_nodes(graph: Digraph, drawing: _Drawing, max_depth: Optional[int]) -> N
     from graphviz import escape
 
     for node, parent, depth in drawing.nodes(max_depth):
-        if max_depth is not None and depth > max_depth:
+        if max_depth is not None and depth > max_depth and drawing.splits(node):
             graph.node(str(node), drawing.cut_text(node), style="dashed,rounded")
         else:
             text, tip = (escape(each) for each in drawing.text(node))
@@ -149,24 +150,24 @@ class _Drawing:
         while waiting:
             node, parent, depth = waiting.pop()
             yield node, parent, depth
-            if self._splits(node) and (max_depth is None or depth <= max_depth):
+            if self.splits(node) and (max_depth is None or depth <= max_depth):
                 for child in (self.tree.right[node], self.tree.left[node]):
                     waiting.append((int(child), node, depth + 1))
 
     def cut_text(self, node: int) -> str:
-        """What stands for `node` and all nodes below it."""
+        """What stands for an inner node and all nodes below it."""
         waiting, count = [node], 0
         while waiting:
             top = waiting.pop()
             count += 1
-            if self._splits(top):
+            if self.splits(top):
                 waiting += [int(self.tree.left[top]), int(self.tree.right[top])]
-        return f"… {count} node" + "s" * (count > 1)
+        return f"… {count} nodes"
 
     def text(self, node: int) -> tuple[str, str]:
         """The lines of a node, and the tip that appears under the pointer."""
         lines, tip = [], f"node {node}"
-        if self._splits(node):
+        if self.splits(node):
             name = self._names[int(self.tree.column[node])]
             threshold = float(self.tree.threshold[node])
             lines.append(f"{_pictures.short(name)} ≤ {self._number(threshold)}")
@@ -190,7 +191,7 @@ class _Drawing:
     def caption(self) -> str:
         count, groups = int(self._model.n_trees), int(self._model.n_groups)
         lines = [f"tree {self._index} of {count}, counted from 0"] if count > 1 else []
-        if self._splits(0):
+        if self.splits(0):
             lines += self._missing_lines()
         else:
             starts = self._index == 0 and getattr(self._model, "n_rounds", groups) < groups
@@ -215,7 +216,7 @@ class _Drawing:
             return [f"class {_pictures.short(str(self._classes[int(output)]))}"]
         lines = [f"output {self._number(output)}"]
         shrink = float(self.tree.shrink)
-        if not self._splits(node) and shrink != 1.0:
+        if not self.splits(node) and shrink != 1.0:
             lines.append(f"adds {'+' * (output > 0)}{self._number(shrink * output)}")
         return lines
 
@@ -225,5 +226,6 @@ class _Drawing:
     def _number(self, value: float) -> str:
         return _pictures.number(value, self._precision)
 
-    def _splits(self, node: int) -> bool:
+    def splits(self, node: int) -> bool:
+        """Whether it is an inner node."""
         return int(self.tree.left[node]) >= 0

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import math
 from collections.abc import Callable, Iterable, Mapping, Sequence
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 from functools import partial
 from typing import TYPE_CHECKING, Any, Optional, Union
 
@@ -13,8 +13,10 @@ import numpy as np
 from .. import _core
 from .._data.tables import as_labels, as_table, as_weights
 from .._data.dataset import Dataset
+from .best import best_round, best_rounds
 from .calls import checked_callbacks, in_turn
-from .fit import EvaluationData, FitResult, best_round, fit_model
+from .facts import loss_facts
+from .fit import EvaluationData, FitArguments, FitResult, fit
 from .folds import folds_of, rows_of
 from .metrics import Metric, is_larger_better
 from .parameters import settings_of
@@ -28,7 +30,6 @@ if TYPE_CHECKING:
     from .._model.model import Model
     from ..callbacks import Callback
 
-_STRATIFIED_LOSSES = ("LogLoss", "Logistic", "Exponential", "HingeSquare")
 _SET = "test"
 
 
@@ -147,55 +148,45 @@ feature_names, missing, n_jobs, verbose
     patience = int(settings.pop("earlyStop", "0"))
     if stratified is None:
         stratified = settings.get("fRegCls") == "CLS" or (
-            settings.get("lossFunc") in _STRATIFIED_LOSSES
+            loss_facts(settings.get("lossFunc", "")).two_classes
         )
     made = folds_of(
         folds, labels, queries, stratified=stratified, shuffle=shuffle, seed=seed
     )
     metrics = metrics_of(eval_metric)
-    options = {
-        "settings": settings,
-        "objective": objective,
-        "base_score": base_score,
-        "metrics": metrics,
-        "callbacks": checked_callbacks(callbacks),
-        "verbose": verbose,
-    }
-    weights = as_weights(sample_weight, num_rows)
-    runner = _Runner(X, dataset, labels, queries, weights, options)
-    trainings = [partial(runner.run, fold) for fold in made]
-    results = in_turn(trainings, checked_callbacks(callbacks))
+    whole = FitArguments(
+        dataset,
+        labels,
+        settings,
+        queries=queries,
+        weights=as_weights(sample_weight, num_rows),
+        objective=objective,
+        base_score=base_score,
+        metrics=metrics,
+        callbacks=checked_callbacks(callbacks),
+        verbose=verbose,
+    )
+    results = in_turn([partial(_fit_fold, whole, X, fold) for fold in made], whole.callbacks)
     return _summary(results, made, patience, metrics, return_models)
 
 
-@dataclass(frozen=True)
-class _Runner:
-    """Trains on one fold after the other."""
-
-    X: Any
-    dataset: Dataset
-    labels: NDArray[np.float64]
-    queries: Optional[NDArray[np.int32]]
-    weights: Optional[NDArray[np.int32]]
-    options: Mapping[str, Any]
-
-    def run(self, fold: Fold) -> FitResult:
-        train, test = fold
-        frame = as_table(
-            rows_of(self.X, test, self.dataset),
-            missing=self.dataset.missing,
-            num_columns=self.dataset.num_columns,
-        )
-        queries = None if self.queries is None else self.queries[test]
-        data = EvaluationData(_SET, frame.table, self.labels[test], queries)
-        return fit_model(
-            self.dataset.subset(train),
-            self.labels[train],
-            queries=None if self.queries is None else self.queries[train],
-            weights=None if self.weights is None else self.weights[train],
-            evaluation=[data],
-            **self.options,
-        )
+def _fit_fold(whole: FitArguments, X: Any, fold: Fold) -> FitResult:
+    """Trains on the training rows of all data, `X`, and measures on the test rows."""
+    train, test = fold
+    dataset, queries, weights = whole.dataset, whole.queries, whole.weights
+    frame = as_table(
+        rows_of(X, test, dataset), missing=dataset.missing, num_columns=dataset.num_columns
+    )
+    tested = None if queries is None else queries[test]
+    part = replace(
+        whole,
+        dataset=dataset.subset(train),
+        labels=whole.labels[train],
+        queries=None if queries is None else queries[train],
+        weights=None if weights is None else weights[train],
+        evaluation=[EvaluationData(_SET, frame.table, whole.labels[test], tested)],
+    )
+    return fit(part)
 
 
 def _summary(
@@ -241,7 +232,7 @@ def _summary(
 
 def _stopped_at(mean: Sequence[float], larger: bool, patience: int) -> int:
     """How many rounds early stopping would have trained."""
-    for number in range(1, len(mean) + 1):
-        if number - best_round(mean[:number], larger) >= patience:
+    for number, best in enumerate(best_rounds(mean, larger), 1):
+        if number - best >= patience:
             return number
     return len(mean)

@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import math
 import sys
 import warnings
 from collections.abc import Callable, Mapping, Sequence
@@ -13,13 +12,15 @@ from typing import TYPE_CHECKING, Any, Optional, Union
 import numpy as np
 
 from .. import _core
+from .best import best_round
 from .calls import Calls
-from .._data.tables import with_names
+from .._data.tables import as_queries, with_names
 from .._model.facts import BASE_SCORE
-from .metrics import Metric, is_larger_better, name_of
+from .metrics import Metric, is_larger_better, name_of, needs_queries
 from .._model.model import Model, completed
 from .objectives import Objective, read_only
 from .parameters import real_number
+from .remedies import with_remedy
 from ..callbacks import Callback, Evals, LogEvaluation, ProgressBar
 
 if TYPE_CHECKING:
@@ -33,12 +34,14 @@ _DEFAULT_ROUNDS = "500"
 
 @dataclass
 class EvaluationData:
-    """A set to evaluate."""
+    """A set to evaluate. For ranking it has `queries`, as `as_queries` returns them, or `group`, as
+    the user gave it."""
 
     name: str
     table: _core.Table
     labels: NDArray[np.float64]
     queries: Optional[NDArray[np.int32]] = None
+    group: Any = None
 
 
 @dataclass
@@ -66,34 +69,65 @@ class FitResult:
     stopped_early: bool
 
 
-def fit_model(
-    dataset: Dataset,
-    labels: NDArray[np.float64],
-    *,
-    settings: Mapping[str, str],
-    queries: Optional[NDArray[np.int32]] = None,
-    weights: Optional[NDArray[np.int32]] = None,
-    objective: Optional[Callable[..., Any]] = None,
-    base_score: Optional[float] = None,
-    evaluation: Sequence[EvaluationData] = (),
-    metrics: Sequence[Metric] = (),
-    callbacks: Sequence[Callback] = (),
-    verbose: Union[bool, int] = False,
-    class_names: Sequence[str] = (),
-) -> FitResult:
-    """Trains on data that were checked; see `train` for the arguments. `settings` is what
-    `settings_of` returns. Rows of weight 0 are left out, so they count nowhere. `class_names` are
-    for the model's description."""
-    if objective is None and base_score is not None:
-        raise ValueError("base_score needs an objective; losses have their own start")
-    if objective is not None and not callable(objective):
+@dataclass(frozen=True)
+class FitArguments:
+    """What a training is made of, checked; see `train` for the arguments of the same names.
+
+    Attributes
+    ----------
+    settings : mapping of str to str
+        What `settings_of` returns.
+    queries : ndarray of int32, shape (n_rows,), optional
+        What `as_queries` returns.
+    weights : ndarray of int32, shape (n_rows,), optional
+        Rows of weight 0 are left out, so they count nowhere.
+    class_names : sequence of str
+        For the model's description.
+    """
+
+    dataset: Dataset
+    labels: NDArray[np.float64]
+    settings: Mapping[str, str]
+    queries: Optional[NDArray[np.int32]] = None
+    weights: Optional[NDArray[np.int32]] = None
+    objective: Optional[Callable[..., Any]] = None
+    base_score: Optional[float] = None
+    evaluation: Sequence[EvaluationData] = ()
+    metrics: Sequence[Metric] = ()
+    callbacks: Sequence[Callback] = ()
+    verbose: Union[bool, int] = False
+    class_names: Sequence[str] = ()
+
+
+def fit(given: FitArguments) -> FitResult:
+    """Trains a model."""
+    _check_objective(given)
+    run = _Fit(given)
+    labels = _add_data(run.training, given)
+    run.set_metrics(given.metrics)
+    if given.objective is not None:
+        run.set_objective(given.objective, labels, given.base_score)
+    return run.run(given.dataset.feature_names, given.class_names)
+
+
+def _check_objective(given: FitArguments) -> None:
+    if given.objective is None:
+        if given.base_score is not None:
+            raise ValueError("base_score needs an objective; losses have their own start")
+        return
+    if not callable(given.objective):
         raise TypeError(
-            f"objective must be a function, got {objective!r}; for a loss of the library use the "
-            "parameter loss"
+            f"objective must be a function, got {given.objective!r}; for a loss of the library use "
+            "the parameter loss"
         )
-    if objective is not None and settings.get("lossFunc", "USER") != "USER":
+    if given.settings.get("lossFunc", "USER") != "USER":
         raise ValueError("Give either the parameter loss or an objective")
-    core = dataset._core
+
+
+def _add_data(training: _core.Training, given: FitArguments) -> NDArray[np.float64]:
+    """Gives the training the rows of weights above 0, and returns their labels."""
+    core, labels, queries = given.dataset._core, given.labels, given.queries
+    weights = given.weights
     if weights is not None:
         kept = np.flatnonzero(weights)
         if len(kept) == 0:
@@ -102,47 +136,53 @@ def fit_model(
             core = core.subset(kept.astype(np.int32))
             labels, weights = labels[kept], weights[kept]
             queries = None if queries is None else queries[kept]
-        if (weights == 1).all():
-            weights = None
-    fit = _Fit(settings, evaluation, _with_verbose(callbacks, evaluation, verbose), bool(verbose))
-    fit.training.data(core, labels, queries)
-    if weights is not None:
-        fit.training.weights(weights)
-    fit.set_metrics(metrics)
-    if objective is not None:
-        fit.set_objective(objective, labels, base_score)
-    return fit.run(dataset.feature_names, class_names)
+    training.data(core, labels, queries)
+    if weights is not None and not (weights == 1).all():
+        training.weights(weights)
+    return labels
 
 
-def _with_verbose(
-    callbacks: Sequence[Callback],
-    evaluation: Sequence[EvaluationData],
-    verbose: Union[bool, int],
-) -> list[Callback]:
+def _with_verbose(given: FitArguments) -> list[Callback]:
+    """The callbacks and the one that `verbose` asks for."""
+    callbacks, verbose = given.callbacks, given.verbose
     if isinstance(verbose, (int, np.integer, np.bool_)) and verbose >= 0:
         if not verbose:
             return list(callbacks)
-        if evaluation:
+        if given.evaluation:
             return [*callbacks, LogEvaluation(int(verbose))]
         return [*callbacks, ProgressBar()]
     raise ValueError(f"verbose must be True, False or a number of rounds, got {verbose!r}")
 
 
+def _queries_of(data: EvaluationData, ranking: bool) -> Optional[NDArray[np.int32]]:
+    """The queries of a set, which ranking and its metrics need."""
+    where = f"eval_set[{data.name!r}]"
+    if not ranking:
+        if data.group is not None:
+            raise ValueError(
+                f"{where} must be (X, y): a third item is the group of ranking, and sets to "
+                "evaluate have no weights"
+            )
+        return None
+    if data.queries is not None:
+        return data.queries
+    if data.group is None:
+        raise ValueError(
+            f"{where} must be (X, y, group): ranking needs the number of rows of each query"
+        )
+    return as_queries(data.group, len(data.labels), argument=f"{where}: group")
+
+
 class _Fit:
     """A `_core.Training` and the functions that it calls."""
 
-    def __init__(
-        self,
-        settings: Mapping[str, str],
-        evaluation: Sequence[EvaluationData],
-        callbacks: Sequence[Callback],
-        verbose: bool,
-    ) -> None:
+    def __init__(self, given: FitArguments) -> None:
+        settings = given.settings
         self.training = _core.Training()
         self._settings = dict(settings)
-        self._evaluation = evaluation
-        self._calls = Calls(callbacks)
-        self._verbose = verbose
+        self._evaluation = given.evaluation
+        self._calls = Calls(_with_verbose(given))
+        self._verbose = bool(given.verbose)
         self._metrics: Sequence[Metric] = ()
         self._start: Optional[float] = None
         self._messages: dict[str, None] = {}
@@ -152,8 +192,10 @@ class _Fit:
         self._has_rounds = settings["modelType"] in ("GBDT", "GBRank")
         for name, value in settings.items():
             self.training.set(name, value)
-        for data in evaluation:
-            self.training.evaluate(data.name, data.table, data.labels, data.queries)
+        ranking = settings["modelType"] == "GBRank" or any(map(needs_queries, given.metrics))
+        for data in given.evaluation:
+            queries = _queries_of(data, ranking)
+            self.training.evaluate(data.name, data.table, data.labels, queries)
 
     def set_metrics(self, metrics: Sequence[Metric]) -> None:
         if metrics and not self._evaluation:
@@ -237,7 +279,7 @@ class _Fit:
             self._calls.end(result)
         except _core.TrainingError as error:
             self._calls.failed()
-            raise with_names(error, names) from None
+            raise with_names(with_remedy(error), names) from None
         except BaseException:
             self._calls.failed()
             raise
@@ -307,15 +349,3 @@ def _callers_level() -> int:
         frame = frame.f_back
         level += 1
     return level
-
-
-def best_round(values: Sequence[float], larger: bool) -> int:
-    """The first of the best rounds, from 1; 0 if no value is finite. The library's rule for
-    earlyStop: the first value must be finite, and NaN is never better."""
-    best = 0
-    for number, value in enumerate(values, 1):
-        if best == 0:
-            best = number if math.isfinite(value) else 0
-        elif value > values[best - 1] if larger else value < values[best - 1]:
-            best = number
-    return best

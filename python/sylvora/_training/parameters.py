@@ -7,6 +7,8 @@ import operator
 from collections.abc import Mapping
 from typing import Any, NamedTuple, Optional
 
+from .facts import LOSSES
+from .other_names import unknown
 from .processors import usable_jobs
 
 
@@ -21,17 +23,7 @@ class _Parameter(NamedTuple):
 _MODELS = {"gbdt": "GBDT", "ranking": "GBRank", "forest": "RandomForest", "tree": "CART"}
 _TASKS = {"regression": "REG", "classification": "CLS"}
 _UNITS = {"row": "DOC", "query": "QUERY"}
-_LOSSES = {
-    "squared_error": "Square",
-    "absolute_error": "Absolute",
-    "huber": "Huber",
-    "quantile": "Quantile",
-    "log_loss": "LogLoss",
-    "logistic": "Logistic",
-    "exponential": "Exponential",
-    "squared_hinge": "HingeSquare",
-    "cross_entropy": "CrossEntropy",
-}
+_LOSSES = {name: loss.name for name, loss in LOSSES.items()}
 _CHOICES = {"modelType": _MODELS, "fRegCls": _TASKS, "randomMode": _UNITS, "lossFunc": _LOSSES}
 # Names of the library that have none of the package.
 _OTHER_LOSSES = ("HingeSquareRank", "Label")
@@ -69,46 +61,13 @@ _OF_LIBRARY = {
     )
 }
 
-_DATA = "give the data as X and y"
-_ELSEWHERE = {
-    "fileTrain": _DATA,
-    "fileTest": "score with Model.predict",
-    "fileDev": "give the data as eval_set",
-    "labelTran": "map the labels y",
-    "fileModel": "use Model.save or Model.load",
-    "filePred": "use Model.predict",
-    "mode": "use train, Model.predict or Model.feature_importance",
-    "digits": "give digits to Model.save",
-    "absent": "an absent entry of a sparse matrix is 0",
-    "evalEvery": "use the callback LogEvaluation",
-    "objective": "it is an argument of its own; for a loss of the library use loss",
-    "eval_metric": "it is an argument of its own",
-    "callbacks": "it is an argument of its own",
-    "missing": "it is an argument of its own",
-    "verbose": "it is an argument of its own",
-}
-# What other libraries call it.
-_OTHER_NAMES = {
-    "eta": "learning_rate",
-    "shrinkage": "learning_rate",
-    "max_leaves": "max_leaf_nodes",
-    "num_leaves": "max_leaf_nodes",
-    "num_boost_round": "n_estimators",
-    "num_iterations": "n_estimators",
-    "num_trees": "n_estimators",
-    "max_iter": "n_estimators",
-    "bagging_fraction": "subsample",
-    "max_samples": "subsample",
-    "colsample_bynode": "max_features",
-    "feature_fraction_bynode": "max_features",
-    "seed": "random_state",
-    "nthread": "n_jobs",
-    "num_threads": "n_jobs",
-    "early_stopping_round": "early_stopping_rounds",
-    "n_iter_no_change": "early_stopping_rounds",
-    "alpha": "quantile",
-    "boosting": "model",
-    "criterion": "loss",
+# What to give for other libraries' None, -1, 0 or "sqrt". None is refused here: it is not the
+# default that it would be elsewhere.
+_LIMITS = {
+    "maxDepth": "; for no limit, give the value of max_leaf_nodes",
+    "maxLeaf": "; for no limit, give the number of rows",
+    "ratio": "; it is the share of the n columns: 1.0 for all, k / n for k, n ** -0.5 for sqrt(n)",
+    "valSmpRt": "; it is the share of the n rows: 1.0 for all, k / n for k",
 }
 
 
@@ -119,7 +78,7 @@ def settings_of(params: Mapping[str, Any]) -> dict[str, str]:
     ----------
     params : mapping of str to value
         By the names of the package or by those of docs/parameters.md. A value of None is the
-        default.
+        default, except of limits and shares, of which it is refused.
 
     Returns
     -------
@@ -145,7 +104,9 @@ def settings_of(params: Mapping[str, Any]) -> dict[str, str]:
                 f"{given[parameter.name]} and {name} are the same parameter: give only one"
             )
         given[parameter.name] = name
-        if value is None and parameter.kind not in ("seed", "threads"):
+        if value is None and parameter.kind not in ("seed", "threads") and (
+            parameter.name not in _LIMITS
+        ):
             continue
         settings[parameter.name] = _text_of(name, value, parameter)
     _complete(settings, given)
@@ -158,14 +119,7 @@ def _find(name: object) -> _Parameter:
     parameter = _PARAMETERS.get(name) or _OF_LIBRARY.get(name)
     if parameter is not None:
         return parameter
-    if name in _ELSEWHERE:
-        raise ValueError(f"{name} is not a parameter here: {_ELSEWHERE[name]}")
-    import difflib
-
-    known = [*_PARAMETERS, *_OF_LIBRARY]
-    like = [_OTHER_NAMES[name]] if name in _OTHER_NAMES else difflib.get_close_matches(name, known)
-    hint = f"did you mean {' or '.join(like)}?" if like else f"known are {', '.join(known)}"
-    raise ValueError(f"There is no parameter {name!r}: {hint}")
+    raise unknown(name, [*_PARAMETERS, *_OF_LIBRARY])
 
 
 def _text_of(name: str, value: Any, parameter: _Parameter) -> str:
@@ -179,8 +133,11 @@ def _text_of(name: str, value: Any, parameter: _Parameter) -> str:
         if isinstance(value, bool):
             return "true" if value else "false"
         raise TypeError(f"{name} must be True or False, got {value!r}")
-    number = _integer(name, value) if parameter.kind == "integer" else real_number(name, value)
-    _check_range(name, number, parameter)
+    try:
+        number = _integer(name, value) if parameter.kind == "integer" else real_number(name, value)
+        _check_range(name, number, parameter)
+    except (TypeError, ValueError) as error:
+        raise type(error)(str(error) + _LIMITS.get(parameter.name, "")) from None
     if name == "min_samples_split":
         number -= 1
     return repr(number)

@@ -10,15 +10,15 @@ from .._data.tables import as_labels, as_queries, as_table, as_weights
 from .._data.dataset import Dataset
 from .._data.names import checked_text
 from .calls import checked_callbacks
-from .fit import EvaluationData, FitResult, fit_model
-from .metrics import Metric
+from .fit import EvaluationData, FitArguments, FitResult, fit
+from .metrics import Metric, check_metric
 from .parameters import settings_of
 
 if TYPE_CHECKING:
     from .._model.model import Model
     from ..callbacks import Callback
 
-__all__ = ["EvaluationData", "FitResult", "evaluation_data", "fit_model", "train"]
+__all__ = ["EvaluationData", "FitResult", "evaluation_data", "train"]
 
 
 def train(
@@ -59,8 +59,8 @@ def train(
     sample_weight : array-like of whole numbers, shape (n_rows,), optional
         Rows with weight 0 are left out.
     eval_set : mapping of str to tuple, optional
-        Sets that are measured after each round, by name: (X, y), or (X, y, group) for ranking. A
-        list of such tuples gets the names eval_0, eval_1, ...
+        Sets that are measured after each round, by name: (X, y), or (X, y, group) for ranking and
+        its metrics. A list of such tuples gets the names eval_0, eval_1, ...
     eval_metric : str, callable or sequence of them, optional
         Metrics of docs/arrays.md, or functions ``metric(y, scores) -> float``. Smaller is better,
         unless the function has an attribute ``greater_is_better`` that is True. By default those
@@ -111,10 +111,10 @@ def train(
     settings = settings_of(with_jobs(params, n_jobs))
     dataset = dataset_of(X, missing, feature_names)
     num_rows = dataset.num_rows
-    result = fit_model(
+    arguments = FitArguments(
         dataset,
         as_labels(y, num_rows),
-        settings=settings,
+        settings,
         queries=queries_of(group, qid, num_rows, settings),
         weights=as_weights(sample_weight, num_rows),
         objective=objective,
@@ -124,7 +124,7 @@ def train(
         callbacks=checked_callbacks(callbacks),
         verbose=verbose,
     )
-    return result.model
+    return fit(arguments).model
 
 
 def dataset_of(
@@ -143,8 +143,6 @@ def dataset_of(
 def queries_of(group: Any, qid: Any, num_rows: int, settings: Mapping[str, str]) -> Any:
     """Query ids for ranking, or None for other models."""
     if settings["modelType"] == "GBRank":
-        if group is None and qid is None:
-            raise ValueError("Ranking needs the queries: give group (rows per query) or qid")
         return as_queries(group, num_rows, qid=qid)
     if group is not None or qid is not None:
         name = "group" if group is not None else "qid"
@@ -156,14 +154,11 @@ def metrics_of(eval_metric: Union[Metric, Sequence[Metric], None]) -> list[Metri
     """The metrics as a list."""
     if eval_metric is None:
         return []
-    if isinstance(eval_metric, str) or callable(eval_metric):
-        return [eval_metric]
-    if not isinstance(eval_metric, Iterable):
-        raise TypeError(f"eval_metric must be names or functions, got {eval_metric!r}")
+    if isinstance(eval_metric, str) or not isinstance(eval_metric, Iterable):
+        eval_metric = [eval_metric]
     metrics = list(eval_metric)
     for metric in metrics:
-        if not isinstance(metric, str) and not callable(metric):
-            raise TypeError(f"eval_metric must be names or functions, got {metric!r}")
+        check_metric(metric)
     return metrics
 
 
@@ -201,9 +196,7 @@ def _evaluation_of(
         num_columns=dataset.num_columns,
     )
     labels = labels_of(given[1], frame.num_rows, argument=f"{where}: y")
-    group = given[2] if len(given) == 3 else None
-    queries = None if group is None else as_queries(group, frame.num_rows)
-    return EvaluationData(name, frame.table, labels, queries)
+    return EvaluationData(name, frame.table, labels, group=given[2] if len(given) == 3 else None)
 
 
 def with_jobs(params: Mapping[str, Any], n_jobs: Optional[int]) -> Mapping[str, Any]:

@@ -1,20 +1,13 @@
-// Interleaved walks; see NodeWalk.h.
+// Trees that are walked; see NodeWalk.h.
 #include "NodeWalk.h"
 
 #include <limits>
 #include <utility>
 
+#include "InterleavedWalks.h"
+
 namespace sylvora {
 namespace engine {
-namespace {
-
-// Walks interleaved; the smaller number is for what is left over.
-constexpr int kManyWalks = 16;
-constexpr int kFewWalks = 4;
-// Steps between checks whether all walks have reached a leaf.
-constexpr int kStepsPerCheck = 4;
-
-}  // namespace
 
 // Depth first, left before right, with the children of a node appended as a pair. So the children
 // of a left child directly follow its own pair, often in the same cache line; those of its sibling
@@ -50,28 +43,16 @@ bool WalkedTrees::Append(const PackedNode* nodes, size_t numNodes, uint32_t& roo
     return true;
 }
 
-// The inner loop has no branch: the comparison is subtracted from the index of the right child.
-template <int kWalks>
-void WalkedTrees::WalkInterleaved(const double* const* rowV, uint32_t* atV) const {
-    const CompactNode* const nodes = nodeV.data();
-    for (bool fAtLeaves = false; !fAtLeaves;) {
-        for (int step = 0; step < kStepsPerCheck; ++step) {
-            for (int i = 0; i < kWalks; ++i) {
-                const CompactNode& node = nodes[atV[i]];
-                const bool fLeft = rowV[i][node.splitFea] <= node.threshold;
-                atV[i] = node.rightChild - static_cast<uint32_t>(fLeft);
-            }
-        }
-        fAtLeaves = true;
-        for (int i = 0; i < kWalks; ++i) fAtLeaves &= nodes[atV[i]].rightChild == atV[i];
-    }
-}
-
+// A step has no branch: the comparison is subtracted from the index of the right child.
 void WalkedTrees::Walk(const double* const* rowV, uint32_t* atV, int num) const {
-    int i = 0;
-    for (; i + kManyWalks <= num; i += kManyWalks) WalkInterleaved<kManyWalks>(rowV + i, atV + i);
-    for (; i + kFewWalks <= num; i += kFewWalks) WalkInterleaved<kFewWalks>(rowV + i, atV + i);
-    for (; i < num; ++i) WalkInterleaved<1>(rowV + i, atV + i);
+    const CompactNode* const nodes = nodeV.data();
+    const auto step = [nodes](const double* row, uint32_t at) {
+        const CompactNode& node = nodes[at];
+        const bool fLeft = row[node.splitFea] <= node.threshold;
+        return node.rightChild - static_cast<uint32_t>(fLeft);
+    };
+    WalkInterleaved(rowV, atV, num, step,
+                    [nodes](uint32_t at) { return nodes[at].rightChild == at; });
 }
 
 }  // namespace engine

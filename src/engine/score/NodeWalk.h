@@ -1,7 +1,4 @@
 // Trees that are walked, node by node, for those that cannot be coded (see CompiledEnsemble.h).
-//
-// Each step of a walk waits for the previous one. So several walks are interleaved, and their
-// memory accesses overlap.
 #ifndef SYLVORA_ENGINE_SCORE_NODEWALK_H
 #define SYLVORA_ENGINE_SCORE_NODEWALK_H
 
@@ -43,9 +40,6 @@ class WalkedTrees {
     const std::vector<double>& Values() const { return valueV; }
 
   private:
-    template <int kWalks>
-    void WalkInterleaved(const double* const* rowV, uint32_t* atV) const;
-
     std::vector<CompactNode> nodeV;
     std::vector<double> valueV;
 };

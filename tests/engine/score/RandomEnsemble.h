@@ -16,6 +16,10 @@
 
 namespace sylvora::tests {
 
+inline std::string Bytes(const std::vector<double>& valueV) {
+    return {reinterpret_cast<const char*>(valueV.data()), valueV.size() * sizeof(double)};
+}
+
 // How the trees of an ensemble are grown.
 struct Shape {
     const char* name = "";

@@ -8,7 +8,6 @@
 #include <numeric>
 #include <vector>
 
-#include "Node/SplitScan.h"
 #include "engine/train/histogram/SplitSearch.h"
 #include "engine/train/lists/Criterion.h"
 
@@ -43,13 +42,6 @@ struct Node {
     // Of a cut into halves, with the given sum of one.
     double Score(double half) const {
         return (half * half + (sum - half) * (sum - half)) / (Num() / 2);
-    }
-
-    // Puts the other half of the rows on the left of a column's cut.
-    void Reverse(int column) {
-        for (std::vector<double>& values : valueVV) {
-            values[static_cast<size_t>(column)] = 1.0 - values[static_cast<size_t>(column)];
-        }
     }
 
     SearchResult<Candidate> Search(const FixedPoint& fixed, double gradAll, bool fHistogram) const {
@@ -149,36 +141,6 @@ TEST(SearchMargins, AreNoneForExactSums) {
                 ASSERT_TRUE(result.Found());
                 EXPECT_EQ(result.winner.slot, gap > 0 ? better : 0);
             }
-        }
-    }
-}
-
-// The reference implementation's right sums start from its own total. Where this is off, cuts with
-// their large gradients on different sides are off in opposite directions, together by E: with half
-// of the margin the second best cut would be dropped, which wins there.
-TEST(SearchMargins, AreNeeded) {
-    const Source source = {64, 0x1p-40, 0x1p-20};
-    const double half = source.numRows / 2;
-    for (const bool fHistogram : {false, true}) {
-        for (const int better : {0, 1}) {
-            Node node = NodeWith(0.9 * Error(source, fHistogram), source, better);
-            node.Reverse(1 - better);
-            const std::vector<int> weightV(node.gradV.size(), 1);
-            const RegressionNode facts = {node.gradV.data(), weightV.data(),
-                                          node.sum + source.gradAway, source.numRows};
-            CandidateSplit best;
-            for (const int id : node.columnV) {
-                SortedColumn column(source.numRows);
-                column.Load(node.rowV.data(), node.indexV.data(), id);
-                CandidateSplit at;
-                at.slot = at.column = id;
-                ScanColumn(column, facts, at, best);
-            }
-            ASSERT_EQ(best.slot, 1 - better);
-            ASSERT_GT(node.Score(half), node.Score(half - (1 - node.gradV[32])));
-            EXPECT_EQ(node.Search(InUnitsOf(source.unit, node.gradV), facts.gradAll, fHistogram)
-                          .undecidedV,
-                      node.columnV);
         }
     }
 }
