@@ -10,7 +10,7 @@ namespace engine {
 struct Tuning {
     // A node with at most so many rows sorts its wide columns.
     int smallNode = 128;
-    // A node with at most so many rows sorts its narrow columns, too.
+    // A small node with at most so many rows sorts its narrow columns, too.
     int tinyNode = 31;
     // The most bins of a column with many distinct values.
     int mostBins = 3000;

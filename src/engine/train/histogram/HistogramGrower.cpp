@@ -272,13 +272,13 @@ SplitPoint HistogramGrower::FindSplit(OpenNode& open, Worker& worker) {
     worker.partition.SetShared(open.numTogether > 0);
     const Histogram* histogram = open.histogram.get();
     const bool fNarrowOnly = histogram == nullptr && node.countDoc <= tuning.smallNode;
-    if (histogram == nullptr && node.countDoc > tuning.tinyNode) {
+    if (histogram == nullptr && node.countDoc > std::min(tuning.tinyNode, tuning.smallNode)) {
         histogram = CountOwn(open, quick, fNarrowOnly, worker);
     }
     const int numSlots = static_cast<int>(open.columnV.size());
     const SearchResult<Candidate> result =
-        worker.search.Search({quick, histogram, fNarrowOnly, open.columnV.data(), numSlots,
-                              open.total, node.gradAll, open.numTogether});
+        worker.search.Search({quick, histogram, open.columnV.data(), numSlots, open.total,
+                              node.gradAll, open.numTogether, fNarrowOnly});
     open.left = Cell();
     if (result.Found()) {
         const SplitPoint split = worker.partition.MarkByRank(

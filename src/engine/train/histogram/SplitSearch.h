@@ -30,8 +30,6 @@ struct SearchTask {
     RowSet rows;
     // Null for a node that sorts all of its columns.
     const Histogram* histogram;
-    // The histogram holds the narrow columns only; the node sorts the others.
-    bool fNarrowOnly;
     const int* columnV;  // by slot
     int numSlots;
     Cell total;  // the sums over the rows
@@ -39,6 +37,8 @@ struct SearchTask {
     double gradAll;
     // Slots to refine at once with the help of idle workers; 0: this worker alone.
     int numTogether;
+    // The histogram holds the narrow columns only; the node sorts the others.
+    bool fNarrowOnly = false;
 };
 
 // Searches one node at a time; each worker has its own. Everything passed to the constructor must
