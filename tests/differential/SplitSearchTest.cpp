@@ -15,7 +15,7 @@
 #include "Node/SplitScan.h"
 #include "TrainingRun.h"
 #include "engine/train/histogram/BinnedColumns.h"
-#include "engine/train/histogram/Histogram.h"
+#include "engine/train/histogram/HistogramFiller.h"
 #include "engine/train/histogram/SplitSearch.h"
 
 namespace {
@@ -91,6 +91,12 @@ struct NearTies {
     std::mt19937 random;
 };
 
+// Searches with histograms of up to `mostBins` bins, or by sorting: all columns, or the wide ones.
+struct Way {
+    int mostBins, fewKeys;
+    bool fHistogram, fNarrowOnly;
+};
+
 struct Node {
     explicit Node(const NearTies& ties) : gradV(ties.gradV), weightV(ties.weightV) {
         for (const std::vector<double>& values : ties.valueVV) rowV.push_back(values.data());
@@ -122,11 +128,10 @@ struct Node {
         double below = 0.0;  // the highest value left of the best split
     };
 
-    // Searches with histograms of up to `mostBins` bins, or only by sorting.
-    Found Search(int mostBins, int fewKeys, bool fHistogram, WorkerPool& pool) const {
+    Found Search(const Way& way, WorkerPool& pool) const {
         Tuning tuning;
-        tuning.mostBins = mostBins;
-        tuning.fewKeys = fewKeys;
+        tuning.mostBins = way.mostBins;
+        tuning.fewKeys = way.fewKeys;
         tuning.chunkRows = 4;
         const int count = static_cast<int>(gradV.size());
         const int* weights = weightV.empty() ? nullptr : weightV.data();
@@ -145,8 +150,9 @@ struct Node {
         SplitSearch::BufferPool buffers(fixed);
         SplitSearch search(data, fixed, tuning, pool, buffers);
         const SearchResult<Candidate> result = search.Search(
-            {rows, fHistogram ? &histogram : nullptr, columnV.data(),
-             static_cast<int>(columnV.size()), total, gradAll, pool.NumWorkers() - 1});
+            {rows, way.fHistogram ? &histogram : nullptr, columnV.data(),
+             static_cast<int>(columnV.size()), total, gradAll, pool.NumWorkers() - 1,
+             way.fNarrowOnly});
         return {result, result.Found() ? HighestOf(data, result.winner) : 0.0};
     }
 
@@ -167,11 +173,6 @@ struct Node {
     double gradAll = 0.0;
 };
 
-struct Way {
-    int mostBins, fewKeys;
-    bool fHistogram;
-};
-
 TEST(NodeSearchDifferential, NearTiesAgreeWithTheReference) {
     const unsigned numNodes = hostile::Scaled(6000);
     int numFound = 0;
@@ -181,9 +182,9 @@ TEST(NodeSearchDifferential, NearTiesAgreeWithTheReference) {
         const NearTies ties(seed);
         const Node node(ties);
         const CandidateSplit plain = node.PlainBest();
-        for (const Way& way : {Way{2048, 0, false}, Way{2048, 256, true}, Way{8, 0, true}}) {
-            const auto [result, below] = node.Search(way.mostBins, way.fewKeys, way.fHistogram,
-                                                     seed % 4 == 0 ? shared : alone);
+        for (const Way& way : {Way{2048, 0, false, false}, Way{2048, 0, true, true},
+                               Way{2048, 256, true, false}, Way{8, 0, true, false}}) {
+            const auto [result, below] = node.Search(way, seed % 4 == 0 ? shared : alone);
             numFound += result.Found();
             const bool fAgree = result.Found()
                                     ? result.winner.column == plain.column &&
@@ -192,7 +193,8 @@ TEST(NodeSearchDifferential, NearTiesAgreeWithTheReference) {
                                           std::count(result.undecidedV.begin(),
                                                      result.undecidedV.end(), plain.slot) > 0;
             ASSERT_TRUE(fAgree) << "node " << seed << ", " << node.gradV.size() << " rows, bins "
-                                << way.mostBins << ", histogram " << way.fHistogram;
+                                << way.mostBins << ", histogram " << way.fHistogram
+                                << ", narrow only " << way.fNarrowOnly;
         }
     }
     // A search that left every node to the reference would pass the above, so it must decide some.

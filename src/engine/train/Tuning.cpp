@@ -22,6 +22,7 @@ Tuning CurrentTuning() {
         int value = 0;
         if (equals == std::string::npos || !ParseNumber(word.substr(equals + 1), value)) continue;
         if (name == "smallNode") tuning.smallNode = value;
+        if (name == "tinyNode") tuning.tinyNode = value;
         if (name == "mostBins") tuning.mostBins = value;
         if (name == "rankBits") tuning.rankBits = std::clamp(value, 1, 16);
         if (name == "fewKeys") tuning.fewKeys = value;

@@ -8,8 +8,10 @@ namespace engine {
 
 // All sizes in rows or bins, unless stated otherwise. Read once per run.
 struct Tuning {
-    // A node with at most so many rows sorts its columns.
-    int smallNode = 512;
+    // A node with at most so many rows sorts its wide columns.
+    int smallNode = 128;
+    // A small node with at most so many rows sorts its narrow columns, too.
+    int tinyNode = 31;
     // The most bins of a column with many distinct values.
     int mostBins = 3000;
     // Low bits of a rank's offset (RowRanks.h) that are stored in the first array, at most 16; any

@@ -8,6 +8,7 @@
 #include <numeric>
 #include <vector>
 
+#include "engine/train/histogram/HistogramFiller.h"
 #include "engine/train/histogram/SplitSearch.h"
 #include "engine/train/lists/Criterion.h"
 

@@ -14,7 +14,7 @@ namespace sylvora {
 namespace engine {
 namespace {
 
-constexpr int kNarrowBins = 256;  // distinct values of an 8-bit code
+constexpr int kNarrowBins = kGroupCodes;
 constexpr int kFewestBins = 16;   // per column, however many columns there are
 // Limits the bins of wide data: the cells of a node's histogram.
 constexpr size_t kMostCells = 1 << 19;
@@ -127,7 +127,8 @@ std::vector<uint32_t> CodeFirstRanks(const Column& c) {
     return firstV;
 }
 
-// Writes the 8-bit codes and ranks in sorted order. Each code covers the ranks [firstV[code],
+// Writes the 8-bit codes (of a narrow column, until it is grouped, the bins) and ranks in sorted
+// order. Each code covers the ranks [firstV[code],
 // firstV[code + 1]).
 void AssignRanks(const ValueOrder& sorted, const DistinctValues& distinct, int rankBits,
                  Column& c) {
@@ -184,16 +185,18 @@ struct BinnedColumns::CodingBuffers {
     DistinctValues distinct;
 };
 
-// The order matters: duplicates compare codes, and row codes need the layout.
+// The order matters: duplicates compare the codes that groups take over, and row codes need the
+// groups and the layout.
 BinnedColumns::BinnedColumns(const Matrix& matrix, const Tuning& tuning, WorkerPool& pool)
     : values(matrix),
       maxBins(ChooseMostBins(matrix.NumRows(), matrix.NumColumns(), tuning.mostBins)),
       columnV(static_cast<size_t>(matrix.NumColumns())) {
     const std::vector<uint64_t> hashV = CodeColumns(tuning.rankBits, pool);
     if (fNan) return;
+    FindDuplicates(hashV);
+    GroupNarrowColumns(pool);
     LayOutColumns();
     FillRowCodes(pool);
-    FindDuplicates(hashV);
 }
 
 // Returns a hash of each column's ranks. The sort buffers are freed on return, before the row codes
@@ -204,7 +207,7 @@ std::vector<uint64_t> BinnedColumns::CodeColumns(int rankBits, WorkerPool& pool)
     std::vector<CodingBuffers> buffersV(static_cast<size_t>(pool.NumWorkers()));
     ForSortedColumns(pool, NumColumns(), [&](int column, int worker) {
         if (CodeColumn(column, rankBits, buffersV[static_cast<size_t>(worker)])) {
-            hashV[static_cast<size_t>(column)] = HashRanks(column);
+            hashV[static_cast<size_t>(column)] = HashRanks(At(column));
         } else {
             fFoundNan = true;
         }
@@ -216,6 +219,7 @@ std::vector<uint64_t> BinnedColumns::CodeColumns(int rankBits, WorkerPool& pool)
 Column Column::Of(const std::vector<int>& rowV) const {
     Column some;
     static_cast<ColumnShape&>(some) = *this;
+    if (fNarrow) return some;
     some.code8V.resize(rowV.size());
     for (size_t i = 0; i < rowV.size(); ++i) {
         some.code8V[i] = code8V[static_cast<size_t>(rowV[i])];
@@ -231,17 +235,20 @@ BinnedColumns::BinnedColumns(const BinnedColumns& whole, const Matrix& matrix,
       fNan(whole.fNan),
       numCellsV(whole.numCellsV),
       columnV(whole.columnV.size()),
-      narrowV(whole.narrowV),
+      groupV(whole.groupV.size()),
       wideV(whole.wideV) {
     if (fNan) return;
     constexpr int kRowCodes = 2;
-    pool.For(NumColumns() + kRowCodes, [&](int i, int) {
-        if (i == NumColumns()) {
-            narrowRows.Take(whole.narrowRows, rowV);
-        } else if (i > NumColumns()) {
-            wideRows.Take(whole.wideRows, rowV);
-        } else {
+    const int numGroups = static_cast<int>(groupV.size());
+    pool.For(kRowCodes + NumColumns() + numGroups, [&](int i, int) {
+        if (i == 0) return groupRows.Take(whole.groupRows, rowV);
+        if (i == 1) return wideRows.Take(whole.wideRows, rowV);
+        i -= kRowCodes;
+        if (i < NumColumns()) {
             columnV[static_cast<size_t>(i)] = whole.At(i).Of(rowV);
+        } else {
+            const size_t group = static_cast<size_t>(i - NumColumns());
+            groupV[group] = whole.groupV[group].Of(rowV);
         }
     });
 }
@@ -270,13 +277,33 @@ bool BinnedColumns::CodeColumn(int column, int rankBits, CodingBuffers& buffers)
     return true;
 }
 
-// Assigns each column its index in the row codes, and its cells in a histogram of each shift.
+// Moves the bins of the narrow columns to groups.
+void BinnedColumns::GroupNarrowColumns(WorkerPool& pool) {
+    std::vector<NarrowColumn> narrowV;
+    for (int column = 0; column < NumColumns(); ++column) {
+        Column& c = columnV[static_cast<size_t>(column)];
+        if (!c.fNarrow) continue;
+        narrowV.push_back({column, c.numBins, std::move(c.code8V)});
+        c.code8V = LargeArray<uint8_t>();
+    }
+    groupV = GroupColumns(std::move(narrowV), pool);
+    for (size_t g = 0; g < groupV.size(); ++g) {
+        for (size_t m = 0; m < groupV[g].columnV.size(); ++m) {
+            Column& c = columnV[static_cast<size_t>(groupV[g].columnV[m])];
+            c.codeIndex = static_cast<int>(g);
+            c.member = static_cast<int>(m);
+        }
+    }
+}
+
+// Assigns each wide column its index in the row codes, and each column its cells in a histogram of
+// each shift.
 void BinnedColumns::LayOutColumns() {
     for (int column = 0; column < NumColumns(); ++column) {
         Column& c = columnV[static_cast<size_t>(column)];
-        std::vector<int>& sameWidthV = c.fNarrow ? narrowV : wideV;
-        c.codeIndex = static_cast<int>(sameWidthV.size());
-        sameWidthV.push_back(column);
+        if (c.fNarrow) continue;
+        c.codeIndex = static_cast<int>(wideV.size());
+        wideV.push_back(column);
     }
     for (int shift = 0; shift == 0 || (maxBins >> shift) > 0; ++shift) {
         size_t numCells = 0;
@@ -286,14 +313,14 @@ void BinnedColumns::LayOutColumns() {
         }
         numCellsV.push_back(numCells);
     }
-    narrowRows.stride = (narrowV.size() + 15) / 16 * 16;
+    groupRows.stride = (groupV.size() + 15) / 16 * 16;
     wideRows.stride = (wideV.size() + 7) / 8 * 8;
 }
 
-// Narrow codes are copied; wide codes are looked up from the ranks. Rows past the last are not
-// written: LargeArray zeroes them.
+// Codes of groups are copied; bins of wide columns are looked up from the ranks. Rows past the last
+// are not written: LargeArray zeroes them.
 void BinnedColumns::FillRowCodes(WorkerPool& pool) {
-    narrowRows.Resize(static_cast<size_t>(NumRows()));
+    groupRows.Resize(static_cast<size_t>(NumRows()));
     wideRows.Resize(static_cast<size_t>(NumRows()));
     std::vector<BinFinder> finderV;
     for (const int column : wideV) finderV.emplace_back(At(column));
@@ -301,8 +328,8 @@ void BinnedColumns::FillRowCodes(WorkerPool& pool) {
     pool.For(chunks.Num(), [&](int chunk, int) {
         const size_t end = static_cast<size_t>(chunks.End(chunk));
         for (size_t row = static_cast<size_t>(chunks.Begin(chunk)); row < end; ++row) {
-            uint8_t* narrow = narrowRows.codeV.data() + row * narrowRows.stride;
-            for (const int column : narrowV) *narrow++ = At(column).code8V[row];
+            uint8_t* codes = groupRows.codeV.data() + row * groupRows.stride;
+            for (const ColumnGroup& group : groupV) *codes++ = group.codeV[row];
             uint16_t* wide = wideRows.codeV.data() + row * wideRows.stride;
             for (size_t k = 0; k < wideV.size(); ++k) {
                 const Column& column = At(wideV[k]);
@@ -312,11 +339,13 @@ void BinnedColumns::FillRowCodes(WorkerPool& pool) {
     });
 }
 
-// FNV-1a over the ranks, row by row.
-uint64_t BinnedColumns::HashRanks(int column) const {
+// FNV-1a over the ranks, row by row. Columns are not grouped yet.
+uint64_t BinnedColumns::HashRanks(const Column& c) const {
     uint64_t hash = 1469598103934665603u;
     const auto mix = [&hash](uint64_t rank) { hash = (hash ^ rank) * 1099511628211u; };
-    for (int row = 0; row < NumRows(); ++row) mix(Rank(column, row));
+    for (size_t row = 0; row < c.code8V.size(); ++row) {
+        mix(c.fNarrow ? c.code8V[row] : c.ranks.At(row, c.code8V[row]));
+    }
     return hash;
 }
 

@@ -7,9 +7,10 @@
 // than at its ends: its share of the rows grows with the square root of the rows on the shorter
 // side, as does the noise of their sum.
 //
-// The 8-bit code of a row in a column is its bin, or the highest eight bits of its bin number. Most
-// look-ups by column read only this code, because it takes the least memory. A column is narrow if
-// its bins fit 8 bits without loss, otherwise wide.
+// A column is narrow if its bins fit 8 bits without loss, otherwise wide. Narrow columns are stored
+// in groups that share an 8-bit code per row (ColumnGroups.h). The 8-bit code of a row in a wide
+// column is the highest eight bits of its bin number. Most look-ups by column read only 8-bit codes,
+// because they take the least memory.
 //
 // Two neighbouring values are separable if a regression split may lie between them (Separable.h).
 // Invariant: no bin ends between inseparable values, so every bin boundary is a candidate split in
@@ -21,6 +22,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "ColumnGroups.h"
 #include "RowRanks.h"
 #include "base/LargeArray.h"
 #include "base/WorkerPool.h"
@@ -38,10 +40,13 @@ struct ColumnShape {
     bool fExact = false;
     // Whether all neighbouring values are separable.
     bool fAllSeparable = false;
-    // code8V holds whole bin numbers.
+    // At most 256 bins, all exact. The bins of the rows are in a group.
     bool fNarrow = false;
-    // The column number in the narrow or the wide row codes.
+    // The position in a row of the row codes: of a narrow column its group, of a wide one its
+    // number among the wide columns.
     int codeIndex = 0;
+    // A narrow column's number among the columns of its group.
+    int member = 0;
     // The first column with the same ranks, perhaps this one.
     int firstDuplicate = 0;
     // By shift: the column's first cell in a node's histogram.
@@ -52,7 +57,7 @@ struct ColumnShape {
     std::vector<uint8_t> fSeparableBinV;
     // By bin: the lowest value; of an empty bin, the next value.
     std::vector<double> binValueV;
-    // 2^code8Shift bins share an 8-bit code.
+    // 2^code8Shift bins share an 8-bit code; 0 in a narrow column.
     int code8Shift = 0;
     // The number of bins when 2^shift neighbours are joined. Bins of exact columns are never
     // joined.
@@ -66,9 +71,9 @@ struct ColumnShape {
 };
 
 struct Column : ColumnShape {
-    // By row: the 8-bit code; in a narrow column bin and rank, too.
+    // By row: the 8-bit code. Empty in a narrow column, as its bins are in the group.
     LargeArray<uint8_t> code8V;
-    // Wide columns: the rank per row.
+    // By row: the rank. Empty in a narrow column.
     RowRanks ranks;
 
     // The column of the rows rowV[0], rowV[1], ...
@@ -124,18 +129,25 @@ class BinnedColumns {
     int MostBins() const { return maxBins; }
     // The number of cells of a histogram with 2^shift bins joined, 2^shift <= MostBins().
     size_t NumCells(int shift) const { return numCellsV[static_cast<size_t>(shift)]; }
-    // The columns of the row codes, by codeIndex.
-    const std::vector<int>& NarrowColumns() const { return narrowV; }
-    const std::vector<int>& WideColumns() const { return wideV; }
-    // The bin numbers of all rows.
-    const RowCodes<uint8_t>& NarrowRows() const { return narrowRows; }
+    // The group of a narrow column, and the bins of the group's codes in the column.
+    const ColumnGroup& GroupOf(const Column& column) const {
+        return groupV[static_cast<size_t>(column.codeIndex)];
+    }
+    const uint8_t* BinsOfCodes(const Column& column) const {
+        return GroupOf(column).binOfCodeV[static_cast<size_t>(column.member)].data();
+    }
+    // By codeIndex.
+    const std::vector<ColumnGroup>& Groups() const { return groupV; }
+    // By row: the codes of the groups, and the bin numbers of the wide columns.
+    const RowCodes<uint8_t>& GroupRows() const { return groupRows; }
     const RowCodes<uint16_t>& WideRows() const { return wideRows; }
 
     // The rank of a row in a column.
     uint32_t Rank(int column, int row) const {
         const Column& c = At(column);
-        const uint8_t code = c.code8V[static_cast<size_t>(row)];
-        return c.fNarrow ? code : c.ranks.At(static_cast<size_t>(row), code);
+        const size_t r = static_cast<size_t>(row);
+        if (c.fNarrow) return BinsOfCodes(c)[GroupOf(c).codeV[r]];
+        return c.ranks.At(r, c.code8V[r]);
     }
 
   private:
@@ -144,18 +156,20 @@ class BinnedColumns {
 
     std::vector<uint64_t> CodeColumns(int rankBits, WorkerPool& pool);
     bool CodeColumn(int column, int rankBits, CodingBuffers& buffers);
+    uint64_t HashRanks(const Column& column) const;
+    void FindDuplicates(const std::vector<uint64_t>& hashV);
+    void GroupNarrowColumns(WorkerPool& pool);
     void LayOutColumns();
     void FillRowCodes(WorkerPool& pool);
-    uint64_t HashRanks(int column) const;
-    void FindDuplicates(const std::vector<uint64_t>& hashV);
 
     const Matrix values;
     int maxBins;
     bool fNan = false;
     std::vector<size_t> numCellsV;  // by shift
     std::vector<Column> columnV;
-    std::vector<int> narrowV, wideV;  // columns by codeIndex
-    RowCodes<uint8_t> narrowRows;
+    std::vector<ColumnGroup> groupV;
+    std::vector<int> wideV;  // columns by codeIndex
+    RowCodes<uint8_t> groupRows;
     RowCodes<uint16_t> wideRows;
 };
 

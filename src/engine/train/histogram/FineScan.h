@@ -9,6 +9,7 @@
 #include "Histogram.h"
 #include "base/LargeArray.h"
 #include "engine/train/FixedPoint.h"
+#include "engine/train/RowSets.h"
 
 namespace sylvora {
 namespace engine {

@@ -9,7 +9,6 @@
 
 #include "BinnedColumns.h"
 #include "engine/train/FixedPoint.h"
-#include "engine/train/RowSets.h"
 
 namespace sylvora {
 namespace engine {
@@ -44,41 +43,6 @@ struct Histogram {
         const size_t last = static_cast<size_t>(column.numBins);
         return column.binFirstRankV[fine < last ? fine : last];
     }
-};
-
-// Fills histograms block by block. The row-major codes of a block are transposed to columns, unless
-// the rows are consecutive. Two columns at a time are then added, with each row's cell in a
-// register. Not thread-safe: each worker has its own.
-class HistogramFiller {
-  public:
-    explicit HistogramFiller(const BinnedColumns& data);
-
-    // Adds the rows to the cells of the given columns. Fastest for ascending rows.
-    void Add(const RowSet& rows, const FixedPoint& fixed, const std::vector<int>& columns,
-             Histogram& histogram);
-
-  private:
-    void LoadCells(const RowSet& rows, int begin, int count, const FixedPoint& fixed);
-    template <typename Code>
-    void Transpose(const RowCodes<Code>& codes, const int* rowV, int count, Code* tile);
-    void AddBlock(const int* rowV, int count, const std::vector<int>& columns,
-                  Histogram& histogram);
-    template <typename Code, typename CodesOf>
-    void AddColumns(int count, const std::vector<int>& columns, const CodesOf& codesOf,
-                    Histogram& histogram);
-
-    const BinnedColumns& data;
-    const int blockRows;  // rows per block
-    // Codes from one column of a tile to the next; no power of two, which would map all columns to
-    // the same cache sets.
-    const size_t tileStride;
-    // The cells of the block's rows, then kPadRows zeros.
-    std::vector<Cell> cellV;
-    // Second cells of the columns being added; zeros between uses.
-    std::vector<Cell> oddV;
-    // The transposed codes of a block.
-    std::vector<uint8_t> narrowTile;
-    std::vector<uint16_t> wideTile;
 };
 
 }  // namespace engine

@@ -2,8 +2,8 @@
 //
 // Histograms come by subtraction where that pays: the smaller child is counted, and the larger
 // child's histogram is the parent's less the smaller's. A node with fewer rows than its histogram
-// has cells instead counts its sampled columns in a coarser histogram. The smallest nodes sort
-// their columns.
+// has cells instead counts its sampled columns in a coarser histogram. Small nodes count only
+// their narrow columns, and sort the wide ones; tiny nodes sort all.
 #include "HistogramGrower.h"
 
 #include <algorithm>
@@ -56,8 +56,10 @@ struct HistogramGrower::Worker {
     HistogramFiller& filler;
     SplitSearch search;
     RowPartition partition;
-    // The histogram of the node being split, if the node has none from its parent.
+    // The histogram of the node being split, if the node has none from its parent, and the columns
+    // that it counts.
     Histogram own;
+    std::vector<int> columnV;
 };
 
 // The pools and the workers keep references to `fixed`, which Take fits again for each tree.
@@ -243,6 +245,25 @@ void HistogramGrower::MoveRows(OpenNode& open, Worker& worker) {
     worker.partition.MoveInAscendingOrder(rows, node.startDoc, node.countDoc, open.split);
 }
 
+// Counts the sampled columns of a node, or the narrow ones of them, in the worker's own histogram.
+// Other cells are stale. Returns null if there is no such column.
+const Histogram* HistogramGrower::CountOwn(const OpenNode& open, const RowSet& nodeRows,
+                                           bool fNarrowOnly, Worker& worker) {
+    worker.columnV.clear();
+    for (const int id : open.columnV) {
+        if (data.At(id).fNarrow || !fNarrowOnly) worker.columnV.push_back(id);
+    }
+    if (worker.columnV.empty()) return nullptr;
+    Histogram& own = worker.own;
+    own.shift = ShiftFor(nodeRows.count, data.MostBins());
+    own.cellV.resize(std::max(own.cellV.size(), data.NumCells(own.shift)));
+    for (const int id : worker.columnV) {
+        std::fill_n(own.Of(data.At(id)), own.NumBins(data.At(id)), Cell());
+    }
+    worker.filler.Add(nodeRows, fixed, worker.columnV, own);
+    return &own;
+}
+
 // Finds the split of a node and marks the sides of its rows. Sets open.left to zero if the left
 // slice may not hold exactly the rows that the search counted; SplitNode then recomputes it.
 SplitPoint HistogramGrower::FindSplit(OpenNode& open, Worker& worker) {
@@ -250,21 +271,14 @@ SplitPoint HistogramGrower::FindSplit(OpenNode& open, Worker& worker) {
     const RowSet quick = SearchSliceOf(node);
     worker.partition.SetShared(open.numTogether > 0);
     const Histogram* histogram = open.histogram.get();
-    if (histogram == nullptr && node.countDoc > tuning.smallNode) {
-        Histogram& own = worker.own;
-        own.shift = ShiftFor(node.countDoc, data.MostBins());
-        own.cellV.resize(std::max(own.cellV.size(), data.NumCells(own.shift)));
-        // Only the sampled columns are cleared and counted; other cells are stale.
-        for (const int id : open.columnV) {
-            std::fill_n(own.Of(data.At(id)), own.NumBins(data.At(id)), Cell());
-        }
-        worker.filler.Add(quick, fixed, open.columnV, own);
-        histogram = &own;
+    const bool fNarrowOnly = histogram == nullptr && node.countDoc <= tuning.smallNode;
+    if (histogram == nullptr && node.countDoc > std::min(tuning.tinyNode, tuning.smallNode)) {
+        histogram = CountOwn(open, quick, fNarrowOnly, worker);
     }
     const int numSlots = static_cast<int>(open.columnV.size());
     const SearchResult<Candidate> result =
         worker.search.Search({quick, histogram, open.columnV.data(), numSlots, open.total,
-                              node.gradAll, open.numTogether});
+                              node.gradAll, open.numTogether, fNarrowOnly});
     open.left = Cell();
     if (result.Found()) {
         const SplitPoint split = worker.partition.MarkByRank(

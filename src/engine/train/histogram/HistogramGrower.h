@@ -63,6 +63,8 @@ class HistogramGrower {
     void SplitBatch(OpenNode* batch, size_t numBatch, bool fShareHistograms);
     void ChooseParallelism(OpenNode& open, int64_t numRows) const;
     void SplitNode(OpenNode& open, Worker& worker);
+    const Histogram* CountOwn(const OpenNode& open, const RowSet& nodeRows, bool fNarrowOnly,
+                              Worker& worker);
     SplitPoint FindSplit(OpenNode& open, Worker& worker);
     void MoveRows(OpenNode& open, Worker& worker);
     void SumChildren(OpenNode& open);

@@ -8,6 +8,7 @@
 
 #include "BinnedColumns.h"
 #include "Histogram.h"
+#include "HistogramFiller.h"
 #include "base/WorkerPool.h"
 #include "engine/train/FixedPoint.h"
 

@@ -19,10 +19,10 @@ constexpr int kAhead = 32;    // rows prefetched
 struct WalkNode {
     uint32_t fWide;      // 1: the column is in the wide row codes
     uint32_t codeAt;     // offset within a row's codes, in bytes
-    uint32_t codeMask;   // mask of the 16 bits read at codeAt
-    uint32_t bin;        // codes up to this one go left, others right
-    uint32_t unsureBin;  // the code for which only the value decides; none: ~0
-    int column;
+    uint32_t bin;        // bins up to this one go left, others right
+    uint32_t unsureBin;  // the bin for which only the value decides; none: ~0
+    // The bins of a group's codes; of a wide column any table, whose entries are not used.
+    const uint8_t* binOfCodeV;
     int childV[2];  // [0] right, [1] left
 };
 static_assert(sizeof(WalkNode) == 32, "a node is found by a shift");
@@ -30,15 +30,15 @@ static_assert(sizeof(WalkNode) == 32, "a node is found by a shift");
 // Finds the bin that holds the threshold. Bins below it go left, bins above it right. In an exact
 // column the bin's only value decides, and it is at or below the threshold.
 WalkNode MakeWalkNode(const GrownNode& node, int self, const BinnedColumns& data) {
+    static constexpr uint8_t kAnyBins[kGroupCodes] = {};
     const bool fLeaf = node.splitFea < 0;
     const Column& column = data.At(fLeaf ? 0 : node.splitFea);
     WalkNode walk = {};
-    walk.column = fLeaf ? 0 : node.splitFea;
     walk.childV[0] = fLeaf ? self : node.rson;
     walk.childV[1] = fLeaf ? self : node.lson;
     walk.fWide = !column.fNarrow;
     walk.codeAt = static_cast<uint32_t>(column.codeIndex) << walk.fWide;
-    walk.codeMask = column.fNarrow ? 0xff : 0xffff;
+    walk.binOfCodeV = column.fNarrow ? data.BinsOfCodes(column) : kAnyBins;
     const auto past =
         std::upper_bound(column.binValueV.begin(), column.binValueV.end(), node.splitElemFea);
     // A leaf has no threshold; its -1 may be below all values.
@@ -75,7 +75,7 @@ class Walker {
         }
         for (int i = 0; i < num; i += kTogether) {
             for (int k = i + kAhead; k < std::min(i + kAhead + kTogether, num); ++k) {
-                __builtin_prefetch(data.NarrowRows().Row(rowV[k]));
+                __builtin_prefetch(data.GroupRows().Row(rowV[k]));
                 __builtin_prefetch(data.WideRows().Row(rowV[k]));
             }
             WalkTogether(rowV + i, std::min(kTogether, num - i));
@@ -88,7 +88,7 @@ class Walker {
             int at = 0;
             for (int level = 0; level < depth; ++level) {
                 const WalkNode& node = walkV[static_cast<size_t>(at)];
-                at = node.childV[data.Value(row, node.column) <= ThresholdOf(at)];
+                at = node.childV[data.Value(row, ColumnOf(at)) <= ThresholdOf(at)];
             }
             predictV[row] += stepV[at];
         }
@@ -96,8 +96,10 @@ class Walker {
 
   private:
     double ThresholdOf(int node) const { return nodeV[static_cast<size_t>(node)].splitElemFea; }
+    // Of a leaf any column, as both of its children are the leaf.
+    int ColumnOf(int node) const { return std::max(nodeV[static_cast<size_t>(node)].splitFea, 0); }
 
-    // The codes of a row: [0] narrow, [1] wide.
+    // The codes of a row: [0] of the groups, [1] of the wide columns.
     struct CodedRow {
         const uint8_t* codes[2];
     };
@@ -107,11 +109,11 @@ class Walker {
         const WalkNode& node = walkV[static_cast<size_t>(at)];
         uint16_t two;
         std::memcpy(&two, coded.codes[node.fWide] + node.codeAt, sizeof two);
-        const uint32_t code = two & node.codeMask;
-        if (code == node.unsureBin) {
-            return node.childV[data.Value(row, node.column) <= ThresholdOf(at)];
+        const uint32_t bin = node.fWide ? two : node.binOfCodeV[two & 0xff];
+        if (bin == node.unsureBin) {
+            return node.childV[data.Value(row, ColumnOf(at)) <= ThresholdOf(at)];
         }
-        return node.childV[code <= node.bin];
+        return node.childV[bin <= node.bin];
     }
 
     // Takes all rows one level down before the next level. Rows that have reached a leaf stay
@@ -120,7 +122,7 @@ class Walker {
         CodedRow codedV[kTogether];
         int atV[kTogether] = {};
         for (int i = 0; i < num; ++i) {
-            codedV[i] = {{data.NarrowRows().Row(rowV[i]),
+            codedV[i] = {{data.GroupRows().Row(rowV[i]),
                           reinterpret_cast<const uint8_t*>(data.WideRows().Row(rowV[i]))}};
         }
         for (int level = 0; level < depth; ++level) {

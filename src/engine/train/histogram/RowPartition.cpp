@@ -28,9 +28,11 @@ struct RowPartition::CodeBlock {
     // The lowest code of a row that surely goes right; 255 if none.
     int high = 255;
 
-    // Gathers the codes of the rows, and pads them to a multiple of 16.
-    void Load(const uint8_t* codes, const int* rowV, int count) {
+    // Gathers the codes of the rows, or their bins if binOfCodeV is not null, and pads them to a
+    // multiple of 16.
+    void Load(const uint8_t* codes, const uint8_t* binOfCodeV, const int* rowV, int count) {
         Gather(codes, rowV, count, codeV);
+        for (int i = 0; i < count && binOfCodeV != nullptr; ++i) codeV[i] = binOfCodeV[codeV[i]];
         std::fill_n(codeV + count, (kBlockRows - count) % 16, uint8_t{255});  // never left
     }
 
@@ -106,14 +108,18 @@ void RowPartition::ForChunks(int count, const Task& task) {
     pool.For(chunks.Num(), run);
 }
 
-// In a narrow column the code is the rank, and no code is undecided. In a wide one, lastRank's code
+// In a narrow column the bin is the rank, and no bin is undecided. In a wide one, lastRank's code
 // is undecided unless lastRank is the last rank of it.
-RowPartition::Sides RowPartition::SidesOf(const Column& column, uint32_t lastRank) {
+RowPartition::Sides RowPartition::SidesOf(const Column& column, uint32_t lastRank) const {
     const int last = static_cast<int>(lastRank);
-    if (column.fNarrow) return {column.code8V.data(), nullptr, last + 1, -1, last};
+    if (column.fNarrow) {
+        const ColumnGroup& group = data.GroupOf(column);
+        const uint8_t* const binOfCodeV = group.IsJoint() ? data.BinsOfCodes(column) : nullptr;
+        return {group.codeV.data(), binOfCodeV, nullptr, last + 1, -1, last};
+    }
     const int code = column.Code8Of(lastRank);
     const bool fLastOfByte = column.Code8Of(lastRank + 1) != code;
-    return {column.code8V.data(), &column.ranks, fLastOfByte ? code + 1 : code,
+    return {column.code8V.data(), nullptr, &column.ranks, fLastOfByte ? code + 1 : code,
             fLastOfByte ? -1 : code, last};
 }
 
@@ -149,7 +155,7 @@ RowPartition::Marked RowPartition::Mark(TreeRows& rows, int begin, int end) cons
     for (int from = begin; from < end; from += kBlockRows) {
         const int* rowV = rows.indexV.data() + from;
         const int count = std::min(kBlockRows, end - from);
-        block.Load(sides.codes, rowV, count);
+        block.Load(sides.codes, sides.binOfCodeV, rowV, count);
         block.Mark(count, sides.pastLeft, sides.undecidedCode);
         if (sides.ranks == nullptr) {
             UpdateNeighbours(block, rowV, count, marked);
@@ -258,7 +264,7 @@ void RowPartition::MoveInAscendingOrder(TreeRows& rows, int begin, int count,
     if (sides.codes != nullptr) {
         MoveAscending(rows, begin, count, split.countL,
                       [&](const int* rowV, int num, CodeBlock& block) {
-                          block.Load(sides.codes, rowV, num);
+                          block.Load(sides.codes, sides.binOfCodeV, rowV, num);
                           block.Mark(num, sides.pastLeft, sides.undecidedCode);
                           block.Decide(num, sides.undecidedCode, [&](int i) {
                               return sides.RankOf(rowV[i], sides.undecidedCode) <= sides.lastRank;

@@ -60,7 +60,9 @@ class RowPartition {
     struct Sides {
         // Null if the split is not by rank.
         const uint8_t* codes;
-        // Null if the code is the rank.
+        // Of a column in a group of several: the bins of the codes, which then decide instead.
+        const uint8_t* binOfCodeV;
+        // Null if the code or the bin is the rank.
         const RowRanks* ranks;
         // Codes below this one go left.
         int pastLeft;
@@ -79,7 +81,7 @@ class RowPartition {
     Chunks ChunksOf(int count) const;
     template <typename Task>
     void ForChunks(int count, const Task& task);
-    static Sides SidesOf(const Column& column, uint32_t lastRank);
+    Sides SidesOf(const Column& column, uint32_t lastRank) const;
     Marked Mark(TreeRows& rows, int begin, int end) const;
     void UpdateNeighbours(const CodeBlock& block, const int* rowV, int count, Marked& marked) const;
     void DecideByRank(CodeBlock& block, const int* rowV, int count, Marked& marked) const;

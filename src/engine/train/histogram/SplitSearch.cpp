@@ -51,21 +51,18 @@ void SplitSearch::BufferPool::Release(std::vector<std::unique_ptr<Buffers>>& tak
 }
 
 // The steps: scan the columns' histograms for the best split between bins; refine the bins that may
-// hold a better one; decide. A small node sorts its columns instead.
+// hold a better one; decide. A small node sorts its wide columns instead, and a tiny one all.
 SearchResult<Candidate> SplitSearch::Search(const SearchTask& task) {
     node = {task.total, fixed.Sum(task.total), fixed.Weight(task.total)};
     best = -1.0;
     bufferPool.Acquire(static_cast<size_t>(std::max(task.numTogether, 1)), buffersV);
     for (const auto& buffers : buffersV) buffers->candidateV.clear();
     ChooseSlots(task);
-    if (task.histogram != nullptr) {
+    if (task.histogram != nullptr && !task.fNarrowOnly) {
         ScanColumns(task);
         RefineSlots(task);
     } else {
-        SetError(task, fixed.AbsBound(task.total));
-        cellV.resize(static_cast<size_t>(task.rows.count));
-        task.rows.CellsOf(task.rows.rowV, task.rows.count, fixed, cellV.data());
-        for (const int slot : slotV) ScoreBySorting(task, slot, *buffersV[0]);
+        SearchBySorting(task);
     }
     SearchResult<Candidate> result = Decide();
     bufferPool.Release(buffersV);
@@ -150,10 +147,39 @@ void SplitSearch::RefineSlots(const SearchTask& task) {
     }
     // Splits between bins come last, when the threshold is at its highest.
     for (const int slot : slotV) {
-        const ColumnSummary& summary = summaryV[static_cast<size_t>(slot)];
-        if (summary.best < PruningThreshold()) continue;
-        scan.AppendCandidates({slot, task.columnV[slot]}, *task.histogram, node, summary,
-                              PruningThreshold(), buffersV[0]->candidateV);
+        AppendBoundaries(task, slot);
+    }
+}
+
+// Appends the splits between bins that may win.
+void SplitSearch::AppendBoundaries(const SearchTask& task, int slot) {
+    const ColumnSummary& summary = summaryV[static_cast<size_t>(slot)];
+    if (summary.best < PruningThreshold()) return;
+    scan.AppendCandidates({slot, task.columnV[slot]}, *task.histogram, node, summary,
+                          PruningThreshold(), buffersV[0]->candidateV);
+}
+
+bool SplitSearch::IsSorted(const SearchTask& task, int slot) const {
+    return task.histogram == nullptr || !data.At(task.columnV[slot]).fNarrow;
+}
+
+// Narrow columns come first, as their scores prune those of the sorted rows.
+void SplitSearch::SearchBySorting(const SearchTask& task) {
+    SetError(task, fixed.AbsBound(task.total));
+    summaryV.resize(std::max(summaryV.size(), static_cast<size_t>(task.numSlots)));
+    for (const int slot : slotV) {
+        if (IsSorted(task, slot)) continue;
+        ColumnSummary& summary = summaryV[static_cast<size_t>(slot)];
+        scan.Scan(task.columnV[slot], *task.histogram, node, summary);
+        RaiseBest(best, summary.best);
+    }
+    cellV.resize(static_cast<size_t>(task.rows.count));
+    task.rows.CellsOf(task.rows.rowV, task.rows.count, fixed, cellV.data());
+    for (const int slot : slotV) {
+        if (IsSorted(task, slot)) ScoreBySorting(task, slot, *buffersV[0]);
+    }
+    for (const int slot : slotV) {
+        if (!IsSorted(task, slot)) AppendBoundaries(task, slot);
     }
 }
 

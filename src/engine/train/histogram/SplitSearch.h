@@ -17,6 +17,7 @@
 #include "base/LargeArray.h"
 #include "base/WorkerPool.h"
 #include "engine/train/FixedPoint.h"
+#include "engine/train/RowSets.h"
 #include "engine/train/SearchResult.h"
 #include "engine/train/Tuning.h"
 
@@ -27,7 +28,7 @@ namespace engine {
 struct SearchTask {
     // The node's rows in any order; ascending is fastest.
     RowSet rows;
-    // Null for a small node, which sorts its columns.
+    // Null for a node that sorts all of its columns.
     const Histogram* histogram;
     const int* columnV;  // by slot
     int numSlots;
@@ -36,6 +37,8 @@ struct SearchTask {
     double gradAll;
     // Slots to refine at once with the help of idle workers; 0: this worker alone.
     int numTogether;
+    // The histogram holds the narrow columns only; the node sorts the others.
+    bool fNarrowOnly = false;
 };
 
 // Searches one node at a time; each worker has its own. Everything passed to the constructor must
@@ -93,6 +96,9 @@ class SplitSearch {
     // The steps of a search, in this order.
     void ScanColumns(const SearchTask& task);
     void RefineSlots(const SearchTask& task);
+    void AppendBoundaries(const SearchTask& task, int slot);
+    void SearchBySorting(const SearchTask& task);
+    bool IsSorted(const SearchTask& task, int slot) const;
     void RefineTogether(const SearchTask& task, const int* slots, int numSlots);
     // Refining one slot (SlotScoring.cpp). Each call uses the buffers of its slot only, and raises
     // `best`, which is atomic; so several slots may be refined at the same time.
