@@ -9,8 +9,8 @@
 //
 // A column is narrow if its bins fit 8 bits without loss, otherwise wide. Narrow columns are stored
 // in groups that share an 8-bit code per row (ColumnGroups.h). The 8-bit code of a row in a wide
-// column is the highest eight bits of its bin number. Most look-ups by column read only 8-bit codes,
-// because they take the least memory.
+// column is the highest eight bits of its bin number. Most look-ups by column read only 8-bit
+// codes, because they take the least memory.
 //
 // Two neighbouring values are separable if a regression split may lie between them (Separable.h).
 // Invariant: no bin ends between inseparable values, so every bin boundary is a candidate split in

@@ -18,7 +18,9 @@ constexpr int kChunkRows = 1 << 16;
 // Combinations of a group's code and a column's bin, as one number.
 constexpr size_t kPairs = size_t{kGroupCodes} * kGroupCodes;
 
-size_t PairOf(uint8_t code, uint8_t bin) { return size_t{code} * kGroupCodes + bin; }
+size_t PairOf(uint8_t code, uint8_t bin) {
+    return size_t{code} * kGroupCodes + bin;
+}
 
 // Every so many rows of a column, so that data in sorted order do not mislead.
 std::vector<uint8_t> TrialRowsOf(const LargeArray<uint8_t>& codeV) {
@@ -154,10 +156,10 @@ class Grouping {
     // Opens a group of one column. If too many are open, the one with the most codes is closed.
     void Open(NarrowColumn narrow, std::vector<uint8_t> trialV) {
         if (openV.size() == kOpenGroups) {
-            const auto fullest = std::max_element(
-                openV.begin(), openV.end(), [](const OpenGroup& a, const OpenGroup& b) {
-                    return a.group.numCodes < b.group.numCodes;
-                });
+            const auto fullest = std::max_element(openV.begin(), openV.end(),
+                                                  [](const OpenGroup& a, const OpenGroup& b) {
+                                                      return a.group.numCodes < b.group.numCodes;
+                                                  });
             doneV.push_back(std::move(fullest->group));
             openV.erase(fullest);
         }

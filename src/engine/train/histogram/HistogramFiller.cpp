@@ -136,8 +136,7 @@ void HistogramFiller::ChooseTargets(const std::vector<int>& columns, Histogram& 
         const size_t index = static_cast<size_t>(column.codeIndex);
         if (!column.fNarrow) {
             wideTargetV.push_back({column.codeIndex, histogram.Of(column),
-                                   histogram.NumBins(column),
-                                   column.fExact ? 0 : histogram.shift});
+                                   histogram.NumBins(column), column.fExact ? 0 : histogram.shift});
         } else if (fTargetV[index] == 0) {
             const ColumnGroup& group = data.GroupOf(column);
             Cell* const cells =

@@ -119,7 +119,7 @@ RowPartition::Sides RowPartition::SidesOf(const Column& column, uint32_t lastRan
     }
     const int code = column.Code8Of(lastRank);
     const bool fLastOfByte = column.Code8Of(lastRank + 1) != code;
-    return {column.code8V.data(), nullptr, &column.ranks, fLastOfByte ? code + 1 : code,
+    return {column.code8V.data(),    nullptr, &column.ranks, fLastOfByte ? code + 1 : code,
             fLastOfByte ? -1 : code, last};
 }
 
