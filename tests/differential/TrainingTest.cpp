@@ -22,8 +22,11 @@ using hostile::Set;
 
 TEST(TrainingDifferential, EngineEqualsReference) {
     static const char* const kTunings[] = {
-        "", "smallNode=0", "smallNode=0 mostBins=16 directPercent=0 fewKeys=0",
-        "smallNode=8 mostBins=4 directPercent=0 chunkRows=4", "tinyNode=0 smallNode=20",
+        "",
+        "smallNode=0",
+        "smallNode=0 mostBins=16 directPercent=0 fewKeys=0",
+        "smallNode=8 mostBins=4 directPercent=0 chunkRows=4",
+        "tinyNode=0 smallNode=20",
         "smallNode=0 mostBins=2 fewKeys=4 directPercent=40 rankBits=2"};
     for (unsigned seed = 1; seed <= hostile::Scaled(600) && !HasFatalFailure(); ++seed) {
         const Set set = Maker(seed).Make();
