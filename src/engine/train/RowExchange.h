@@ -7,12 +7,14 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "RowKernels.h"
+
 namespace sylvora {
 namespace engine {
 
 // Lists the misplaced positions of [begin, end) in ascending order: those whose entry in `fLefts`
 // equals `fMisplaced`, which is 0 in the left part and 1 in the right part. `fLefts` must not
-// change meanwhile. Positions are found a block at a time, without branches.
+// change meanwhile. Positions are found a block at a time.
 class MisplacedRows {
   public:
     MisplacedRows(const uint8_t* fLefts, uint8_t fMisplaced, int begin, int end)
@@ -41,11 +43,9 @@ class MisplacedRows {
 
     void FindMore() {
         const int pastBlock = pastLast - next > kBlockRows ? next + kBlockRows : pastLast;
-        at = num = 0;
-        for (; next < pastBlock; ++next) {
-            positionV[num] = next;
-            num += fLeftV[next] == fWrong;
-        }
+        at = 0;
+        num = kernels.list(fLeftV + next, fWrong, next, pastBlock - next, positionV);
+        next = pastBlock;
     }
 
     const uint8_t* const fLeftV;
@@ -57,7 +57,8 @@ class MisplacedRows {
     int at = 0;
     int num = 0;
     // The positions found in the last block.
-    int positionV[kBlockRows];
+    int positionV[kBlockRows + RowKernels::kSlack];
+    const RowKernels& kernels = BestRowKernels();
 };
 
 // Calls exchange(left, right) for up to `mostPairs` pairs of misplaced positions. Ends with the

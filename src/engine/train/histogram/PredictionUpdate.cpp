@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "base/Chunks.h"
+#include "engine/train/RowKernels.h"
 
 namespace sylvora {
 namespace engine {
@@ -66,13 +67,9 @@ class Walker {
 
     // Walks the rows of [begin, end) that are 0 in fInTreeV.
     void WalkUnmarked(int begin, int end, const LargeArray<uint8_t>& fInTreeV) const {
-        int rowV[kChunkRows];
-        int num = 0;
-        // Lists the rows without a branch.
-        for (int row = begin; row < end; ++row) {
-            rowV[num] = row;
-            num += fInTreeV[static_cast<size_t>(row)] == 0;
-        }
+        int rowV[kChunkRows + RowKernels::kSlack];
+        const int num =
+            BestRowKernels().list(fInTreeV.data() + begin, 0, begin, end - begin, rowV);
         for (int i = 0; i < num; i += kTogether) {
             for (int k = i + kAhead; k < std::min(i + kAhead + kTogether, num); ++k) {
                 __builtin_prefetch(data.GroupRows().Row(rowV[k]));

@@ -9,6 +9,7 @@
 
 #include "base/Gather.h"
 #include "engine/train/RowExchange.h"
+#include "engine/train/RowKernels.h"
 
 namespace sylvora {
 namespace engine {
@@ -220,6 +221,7 @@ template <typename MarkBlock>
 void RowPartition::MoveAscending(TreeRows& rows, int begin, int count, int countL,
                                  const MarkBlock& markBlock) {
     const int* const rowV = rows.ascendingV.data() + begin;
+    const RowKernels& kernels = BestRowKernels();
     const Chunks chunks = ChunksOf(count);
     leftBeginV.assign(static_cast<size_t>(chunks.Num()) + 1, 0);
     if (chunks.Num() > 1) {
@@ -240,17 +242,11 @@ void RowPartition::MoveAscending(TreeRows& rows, int begin, int count, int count
         int* left = rows.nextAscendingV.data() + begin + numBefore;
         int* right = rows.nextAscendingV.data() + begin + countL + (from - numBefore);
         CodeBlock block;
-        int sideVV[2][kBlockRows];
-        // Both sides are written at every step, and only one of them advances: no branch to
-        // mispredict.
+        int sideVV[2][kBlockRows + RowKernels::kSlack];
         for (int i = from; i < to; i += kBlockRows) {
             const int num = std::min(kBlockRows, to - i);
             markBlock(rowV + i, num, block);
-            int numLeft = 0;
-            for (int k = 0; k < num; ++k) {
-                sideVV[0][numLeft] = sideVV[1][k - numLeft] = rowV[i + k];
-                numLeft += block.fLeftV[k];
-            }
+            const int numLeft = kernels.split(rowV + i, block.fLeftV, num, sideVV[0], sideVV[1]);
             left = std::copy_n(sideVV[0], numLeft, left);
             right = std::copy_n(sideVV[1], num - numLeft, right);
         }

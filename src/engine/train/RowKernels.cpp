@@ -1,0 +1,47 @@
+// The kernels for every processor, and the choice among all; see RowKernels.h.
+#include "RowKernels.h"
+
+namespace sylvora {
+namespace engine {
+namespace {
+
+// Both sides are written at every step, and only one of them advances: no branch to mispredict.
+int Split(const int* rowV, const uint8_t* markV, int count, int* leftV, int* rightV) {
+    int numLeft = 0;
+    for (int i = 0; i < count; ++i) {
+        leftV[numLeft] = rightV[i - numLeft] = rowV[i];
+        numLeft += markV[i];
+    }
+    return numLeft;
+}
+
+int List(const uint8_t* markV, uint8_t wanted, int first, int count, int* positionV) {
+    int num = 0;
+    for (int i = 0; i < count; ++i) {
+        positionV[num] = first + i;
+        num += markV[i] == wanted;
+    }
+    return num;
+}
+
+}  // namespace
+
+const RowKernels kRowKernelsBaseline = {"baseline", Split, List};
+
+bool CanRun(const RowKernels& kernels) {
+    if (&kernels == &kRowKernelsAvx512) {
+        return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+               __builtin_cpu_supports("avx512vl");
+    }
+    return &kernels == &kRowKernelsBaseline || __builtin_cpu_supports("avx2");
+}
+
+const RowKernels& BestRowKernels() {
+    static const RowKernels& best = CanRun(kRowKernelsAvx512) ? kRowKernelsAvx512
+                                    : CanRun(kRowKernelsAvx2) ? kRowKernelsAvx2
+                                                              : kRowKernelsBaseline;
+    return best;
+}
+
+}  // namespace engine
+}  // namespace sylvora

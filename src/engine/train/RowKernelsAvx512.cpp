@@ -1,0 +1,53 @@
+// The kernels of RowKernels.h for processors with AVX-512 F, BW and VL: sixteen rows at a time,
+// compressed in registers.
+#include <immintrin.h>
+
+#include "RowKernels.h"
+
+namespace sylvora {
+namespace engine {
+namespace {
+
+constexpr int kLanes = 16;
+
+// By lane: whether its mark, one of the first `count`, equals `wanted`.
+inline __mmask16 MarksAt(const uint8_t* markV, int count, uint8_t wanted) {
+    const __mmask16 present =
+        count < kLanes ? static_cast<__mmask16>((1u << count) - 1) : static_cast<__mmask16>(~0u);
+    const __m128i marks = _mm_maskz_loadu_epi8(present, markV);
+    return _mm_mask_cmpeq_epi8_mask(present, marks, _mm_set1_epi8(static_cast<char>(wanted)));
+}
+
+int Split(const int* rowV, const uint8_t* markV, int count, int* leftV, int* rightV) {
+    int numLeft = 0;
+    for (int i = 0; i < count; i += kLanes) {
+        const int num = count - i < kLanes ? count - i : kLanes;
+        const __mmask16 present = static_cast<__mmask16>((1u << num) - 1);
+        const __mmask16 left = MarksAt(markV + i, num, 1);
+        const __m512i rows = _mm512_maskz_loadu_epi32(present, rowV + i);
+        const __mmask16 right = static_cast<__mmask16>(present & ~left);
+        _mm512_storeu_si512(leftV + numLeft, _mm512_maskz_compress_epi32(left, rows));
+        _mm512_storeu_si512(rightV + i - numLeft, _mm512_maskz_compress_epi32(right, rows));
+        numLeft += __builtin_popcount(left);
+    }
+    return numLeft;
+}
+
+int List(const uint8_t* markV, uint8_t wanted, int first, int count, int* positionV) {
+    const __m512i lanes = _mm512_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+    int num = 0;
+    for (int i = 0; i < count; i += kLanes) {
+        const __mmask16 marked = MarksAt(markV + i, count - i, wanted);
+        const __m512i positions = _mm512_add_epi32(lanes, _mm512_set1_epi32(first + i));
+        _mm512_storeu_si512(positionV + num, _mm512_maskz_compress_epi32(marked, positions));
+        num += __builtin_popcount(marked);
+    }
+    return num;
+}
+
+}  // namespace
+
+const RowKernels kRowKernelsAvx512 = {"avx512", Split, List};
+
+}  // namespace engine
+}  // namespace sylvora

@@ -1,0 +1,67 @@
+// Kernels over marked rows: all instruction sets that run here agree with the baseline.
+#include "engine/train/RowKernels.h"
+
+#include <gtest/gtest.h>
+
+#include <numeric>
+#include <random>
+#include <vector>
+
+namespace sylvora::tests {
+namespace {
+
+using namespace sylvora::engine;
+
+std::vector<uint8_t> RandomMarks(int count, double share, std::mt19937& engine) {
+    std::vector<uint8_t> markV(static_cast<size_t>(count));
+    std::bernoulli_distribution isMarked(share);
+    for (uint8_t& mark : markV) mark = isMarked(engine);
+    return markV;
+}
+
+// What a kernel writes: the counted entries, without the slack.
+std::vector<int> Listed(const RowKernels& kernels, const std::vector<uint8_t>& markV,
+                        uint8_t wanted) {
+    std::vector<int> positionV(markV.size() + RowKernels::kSlack);
+    const int count = static_cast<int>(markV.size());
+    positionV.resize(
+        static_cast<size_t>(kernels.list(markV.data(), wanted, 1000, count, positionV.data())));
+    return positionV;
+}
+
+std::vector<int> SplitInTwo(const RowKernels& kernels, const std::vector<uint8_t>& markV) {
+    const size_t count = markV.size();
+    std::vector<int> rowV(count);
+    std::iota(rowV.begin(), rowV.end(), 5);
+    std::vector<int> leftV(count + RowKernels::kSlack), rightV(count + RowKernels::kSlack);
+    const int numLeft = kernels.split(rowV.data(), markV.data(), static_cast<int>(count),
+                                      leftV.data(), rightV.data());
+    leftV.resize(static_cast<size_t>(numLeft));
+    leftV.push_back(-1);
+    leftV.insert(leftV.end(), rightV.begin(),
+                 rightV.begin() + static_cast<std::ptrdiff_t>(count) - numLeft);
+    return leftV;
+}
+
+TEST(RowKernels, AgreeWithTheBaseline) {
+    std::mt19937 engine(1);
+    for (const RowKernels* kernels : {&kRowKernelsAvx2, &kRowKernelsAvx512}) {
+        if (!CanRun(*kernels)) continue;
+        for (int count = 0; count < 600; count += count < 70 ? 1 : 37) {
+            for (const double share : {0.0, 0.1, 0.5, 1.0}) {
+                // Vectors of their own size, so that AddressSanitizer sees reads past the marks.
+                const std::vector<uint8_t> markV = RandomMarks(count, share, engine);
+                for (const uint8_t wanted : {uint8_t{0}, uint8_t{1}}) {
+                    EXPECT_EQ(Listed(*kernels, markV, wanted),
+                              Listed(kRowKernelsBaseline, markV, wanted))
+                        << kernels->name << ", " << count << " rows";
+                }
+                EXPECT_EQ(SplitInTwo(*kernels, markV), SplitInTwo(kRowKernelsBaseline, markV))
+                    << kernels->name << ", " << count << " rows";
+            }
+        }
+    }
+}
+
+}  // namespace
+}  // namespace sylvora::tests
