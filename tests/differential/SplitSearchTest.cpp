@@ -149,10 +149,10 @@ struct Node {
         }
         SplitSearch::BufferPool buffers(fixed);
         SplitSearch search(data, fixed, tuning, pool, buffers);
-        const SearchResult<Candidate> result = search.Search(
-            {rows, way.fHistogram ? &histogram : nullptr, columnV.data(),
-             static_cast<int>(columnV.size()), total, gradAll, pool.NumWorkers() - 1,
-             way.fNarrowOnly});
+        const SearchResult<Candidate> result =
+            search.Search({rows, way.fHistogram ? &histogram : nullptr, columnV.data(),
+                           static_cast<int>(columnV.size()), total, gradAll, pool.NumWorkers() - 1,
+                           way.fNarrowOnly});
         return {result, result.Found() ? HighestOf(data, result.winner) : 0.0};
     }
 

@@ -11,7 +11,6 @@ from .base import number_column
 from .._data.tables import as_queries
 from .documentation import documented
 from .ndcg import mean_ndcg
-from .._data.numbers import Array
 from .scores import StagedScores
 
 
