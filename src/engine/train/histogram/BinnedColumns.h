@@ -134,7 +134,7 @@ class BinnedColumns {
         return groupV[static_cast<size_t>(column.codeIndex)];
     }
     const uint8_t* BinsOfCodes(const Column& column) const {
-        return GroupOf(column).binOfCodeV[static_cast<size_t>(column.member)].data();
+        return GroupOf(column).BinsOfCodes(static_cast<size_t>(column.member));
     }
     // By codeIndex.
     const std::vector<ColumnGroup>& Groups() const { return groupV; }

@@ -2,6 +2,8 @@
 #include "ColumnGroups.h"
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <utility>
 
 #include "base/Chunks.h"
@@ -11,8 +13,10 @@ namespace engine {
 namespace {
 
 constexpr size_t kOpenGroups = 8;  // groups that a column may join
-constexpr int kTrialRows = 4096;   // rows that decide which group a column tries to join
-constexpr int kMostTrials = 2;     // groups tried with all rows
+// Bounds the time to copy the bins of the members at each join.
+constexpr size_t kMostMembers = 64;
+constexpr int kTrialRows = 4096;  // rows that decide which group a column tries to join
+constexpr int kMostTrials = 2;    // groups tried with all rows
 constexpr int kChunkRows = 1 << 16;
 
 // Combinations of a group's code and a column's bin, as one number.
@@ -67,15 +71,17 @@ struct OpenGroup {
 class Grouping {
   public:
     explicit Grouping(WorkerPool& workers)
-        : pool(workers), seenByWorkerV(static_cast<size_t>(pool.NumWorkers())) {}
+        : pool(workers),
+          codeOfPairV(kPairs),
+          seenByWorkerV(static_cast<size_t>(pool.NumWorkers())) {}
 
     void Add(NarrowColumn narrow) {
         const std::vector<uint8_t> trialV = TrialRowsOf(narrow.binV);
         for (OpenGroup* open : GroupsToTry(trialV)) {
-            if (Join(open->group, narrow)) {
-                open->trialV = TrialRowsOf(open->group.codeV);
-                return;
-            }
+            if (!Join(open->group, narrow)) continue;
+            open->trialV = TrialRowsOf(open->group.codeV);
+            if (open->group.columnV.size() == kMostMembers) Close(open - openV.data());
+            return;
         }
         Open(std::move(narrow), trialV);
     }
@@ -121,8 +127,7 @@ class Grouping {
             seen.Add(seenByWorkerV[w], group.numCodes);
         }
         if (seen.Count(group.numCodes) > kGroupCodes) return false;
-        std::vector<uint8_t> codeOfPairV(kPairs);
-        Renumber(group, narrow.column, seen, codeOfPairV);
+        Renumber(group, narrow.column, seen);
         pool.For(chunks.Num(), [&](int chunk, int) {
             const size_t end = static_cast<size_t>(chunks.End(chunk));
             for (size_t row = static_cast<size_t>(chunks.Begin(chunk)); row < end; ++row) {
@@ -133,24 +138,27 @@ class Grouping {
     }
 
     // Numbers the pairs that occur, in ascending order, and adds the column to the group.
-    static void Renumber(GroupShape& group, int column, const SeenPairs& seen,
-                         std::vector<uint8_t>& codeOfPairV) {
-        GroupShape joined;
-        joined.columnV = group.columnV;
-        joined.columnV.push_back(column);
-        joined.binOfCodeV.resize(joined.columnV.size());
+    void Renumber(GroupShape& group, int column, const SeenPairs& seen) {
         const size_t numPairs = static_cast<size_t>(group.numCodes) * kGroupCodes;
-        // Invariant: joined.numCodes pairs below `pair` occur.
+        pairOfCodeV.clear();
         for (size_t pair = 0; pair < numPairs; ++pair) {
             if (!seen.Has(pair)) continue;
-            const size_t code = static_cast<size_t>(joined.numCodes++);
-            codeOfPairV[pair] = static_cast<uint8_t>(code);
-            for (size_t m = 0; m < group.columnV.size(); ++m) {
-                joined.binOfCodeV[m][code] = group.binOfCodeV[m][pair / kGroupCodes];
-            }
-            joined.binOfCodeV.back()[code] = static_cast<uint8_t>(pair % kGroupCodes);
+            codeOfPairV[pair] = static_cast<uint8_t>(pairOfCodeV.size());
+            pairOfCodeV.push_back(pair);
         }
-        group = std::move(joined);
+        std::vector<uint8_t> binOfCodeV;
+        for (size_t m = 0; m < group.columnV.size(); ++m) {
+            const uint8_t* const binsOfCodes = group.BinsOfCodes(m);
+            for (const size_t pair : pairOfCodeV) {
+                binOfCodeV.push_back(binsOfCodes[pair / kGroupCodes]);
+            }
+        }
+        for (const size_t pair : pairOfCodeV) {
+            binOfCodeV.push_back(static_cast<uint8_t>(pair % kGroupCodes));
+        }
+        group.columnV.push_back(column);
+        group.numCodes = static_cast<int>(pairOfCodeV.size());
+        group.binOfCodeV = std::move(binOfCodeV);
     }
 
     // Opens a group of one column. If too many are open, the one with the most codes is closed.
@@ -160,23 +168,29 @@ class Grouping {
                                                   [](const OpenGroup& a, const OpenGroup& b) {
                                                       return a.group.numCodes < b.group.numCodes;
                                                   });
-            doneV.push_back(std::move(fullest->group));
-            openV.erase(fullest);
+            Close(fullest - openV.begin());
         }
         OpenGroup open;
         open.group.columnV = {narrow.column};
         open.group.numCodes = narrow.numBins;
-        open.group.binOfCodeV.resize(1);
         for (int bin = 0; bin < narrow.numBins; ++bin) {
-            open.group.binOfCodeV[0][static_cast<size_t>(bin)] = static_cast<uint8_t>(bin);
+            open.group.binOfCodeV.push_back(static_cast<uint8_t>(bin));
         }
         open.group.codeV = std::move(narrow.binV);
         open.trialV = std::move(trialV);
         openV.push_back(std::move(open));
     }
 
+    void Close(std::ptrdiff_t index) {
+        doneV.push_back(std::move(openV[static_cast<size_t>(index)].group));
+        openV.erase(openV.begin() + index);
+    }
+
     WorkerPool& pool;
     SeenPairs trial;
+    // Of the last join: the pairs by code, and the codes of those pairs.
+    std::vector<size_t> pairOfCodeV;
+    std::vector<uint8_t> codeOfPairV;
     std::vector<SeenPairs> seenByWorkerV;
     std::vector<OpenGroup> openV;
     std::vector<ColumnGroup> doneV;
@@ -187,10 +201,10 @@ void ListRareBins(ColumnGroup& group) {
     std::array<size_t, kGroupCodes> rowsOfCodeV = {};
     for (const uint8_t code : group.codeV) ++rowsOfCodeV[code];
     const size_t numCodes = static_cast<size_t>(group.numCodes);
-    for (const auto& binOfCode : group.binOfCodeV) {
+    for (size_t m = 0; m < group.columnV.size(); ++m) {
         std::array<size_t, kGroupCodes> rowsOfBinV = {};
         for (size_t code = 0; code < numCodes; ++code) {
-            rowsOfBinV[binOfCode[code]] += rowsOfCodeV[code];
+            rowsOfBinV[group.BinsOfCodes(m)[code]] += rowsOfCodeV[code];
         }
         const auto most = std::max_element(rowsOfBinV.begin(), rowsOfBinV.end());
         group.frequentBinV.push_back(static_cast<int>(most - rowsOfBinV.begin()));
@@ -198,7 +212,7 @@ void ListRareBins(ColumnGroup& group) {
     for (size_t code = 0; code < numCodes; ++code) {
         group.firstRareV.push_back(group.rareBinV.size());
         for (size_t m = 0; m < group.columnV.size(); ++m) {
-            const int bin = group.binOfCodeV[m][code];
+            const int bin = group.BinsOfCodes(m)[code];
             if (bin != group.frequentBinV[m]) {
                 group.rareBinV.push_back({m, bin});
             }

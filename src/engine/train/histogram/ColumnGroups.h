@@ -6,7 +6,6 @@
 #ifndef SYLVORA_ENGINE_TRAIN_HISTOGRAM_COLUMNGROUPS_H
 #define SYLVORA_ENGINE_TRAIN_HISTOGRAM_COLUMNGROUPS_H
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -31,8 +30,8 @@ struct GroupShape {
     // By member: the column.
     std::vector<int> columnV;
     int numCodes = 0;
-    // By member and code: the bin. Unused codes have bin 0.
-    std::vector<std::array<uint8_t, kGroupCodes>> binOfCodeV;
+    // The bins of the first member by code, then those of the second, and so on.
+    std::vector<uint8_t> binOfCodeV;
     // By member: the bin that most rows have.
     std::vector<int> frequentBinV;
     // By code: the bins that are not frequent ones are rareBinV[firstRareV[code]] up to
@@ -41,6 +40,10 @@ struct GroupShape {
     std::vector<RareBin> rareBinV;
 
     bool IsJoint() const { return columnV.size() > 1; }
+    // A member's bins by code, numCodes of them.
+    const uint8_t* BinsOfCodes(size_t member) const {
+        return binOfCodeV.data() + member * static_cast<size_t>(numCodes);
+    }
 };
 
 struct ColumnGroup : GroupShape {

@@ -101,9 +101,15 @@ HistogramFiller::HistogramFiller(const BinnedColumns& columns)
       oddV(kTogether * kMostOddCells),
       groupTile(data.GroupRows(), blockRows),
       wideTile(data.WideRows(), blockRows),
-      jointV(data.Groups().size() * kGroupCodes),
       fTargetV(data.Groups().size()),
-      cellsOfColumnV(static_cast<size_t>(data.NumColumns())) {}
+      cellsOfColumnV(static_cast<size_t>(data.NumColumns())) {
+    size_t numJoint = 0;
+    for (const ColumnGroup& group : data.Groups()) {
+        firstJointV.push_back(numJoint);
+        if (group.IsJoint()) numJoint += static_cast<size_t>(group.numCodes);
+    }
+    jointV.resize(numJoint);
+}
 
 // Converts the block's gradients to cells; reads them in order where the set has its own.
 void HistogramFiller::LoadCells(const RowSet& rows, int begin, int count, const FixedPoint& fixed) {
@@ -140,7 +146,7 @@ void HistogramFiller::ChooseTargets(const std::vector<int>& columns, Histogram& 
         } else if (fTargetV[index] == 0) {
             const ColumnGroup& group = data.GroupOf(column);
             Cell* const cells =
-                group.IsJoint() ? &jointV[index * kGroupCodes] : histogram.Of(column);
+                group.IsJoint() ? &jointV[firstJointV[index]] : histogram.Of(column);
             groupTargetV.push_back({column.codeIndex, cells, group.numCodes, 0});
             fTargetV[index] = 1;
         }

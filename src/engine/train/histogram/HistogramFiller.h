@@ -51,8 +51,10 @@ class HistogramFiller {
     CodeTile<uint8_t> groupTile;
     CodeTile<uint16_t> wideTile;
     std::vector<Target> groupTargetV, wideTargetV;
-    // By group: the cells of the codes of groups of several columns. Zeros between uses.
+    // The cells of the codes of groups of several columns, and by group its first one. Zeros
+    // between uses.
     std::vector<Cell> jointV;
+    std::vector<size_t> firstJointV;
     // By group: whether it is a target.
     std::vector<uint8_t> fTargetV;
     // By column: its cells in the histogram; null between uses.

@@ -60,7 +60,7 @@ TEST(ColumnGroups, KeepTheBinsOfAllRows) {
                 const auto& column = bins[static_cast<size_t>(group.columnV[m])];
                 for (size_t row = 0; row < column.size(); ++row) {
                     ASSERT_LT(group.codeV[row], group.numCodes);
-                    ASSERT_EQ(group.binOfCodeV[m][group.codeV[row]], column[row]);
+                    ASSERT_EQ(group.BinsOfCodes(m)[group.codeV[row]], column[row]);
                 }
             }
             for (size_t code = 0; code < static_cast<size_t>(group.numCodes); ++code) {
@@ -69,7 +69,7 @@ TEST(ColumnGroups, KeepTheBinsOfAllRows) {
                     binV[group.rareBinV[r].member] = group.rareBinV[r].bin;
                 }
                 for (size_t m = 0; m < binV.size(); ++m) {
-                    EXPECT_EQ(binV[m], group.binOfCodeV[m][code]);
+                    EXPECT_EQ(binV[m], group.BinsOfCodes(m)[code]);
                 }
             }
         }
