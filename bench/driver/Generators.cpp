@@ -147,6 +147,7 @@ constexpr Generator kGenerators[] = {
 }  // namespace
 
 RawData GenerateWide(int numRows, int numColumns) {
+    if (numColumns < 10) throw std::runtime_error("columns: at least 10");
     return Shaped(numRows, numColumns, ContinuousValue, NoisySignal);
 }
 

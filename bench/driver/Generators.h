@@ -26,7 +26,8 @@ namespace sylvora::bench {
 // std::runtime_error for a name that is not in the list above.
 RawData Generate(const std::string& name, int size);
 
-// The set "continuous" with another number of columns, at least 10.
+// The set "continuous" with another number of columns. Throws std::runtime_error if there are fewer
+// than 10.
 RawData GenerateWide(int numRows, int numColumns);
 
 }  // namespace sylvora::bench
