@@ -198,9 +198,9 @@ RawData Prices(int numRows) {
         const double income = Steps(3.5 * std::exp(0.47 * source.Normal()), 0.0001);
         const double coast = source.Chance(0.5) ? 0.0 : 1.0 + source.Below(4);
         row = {east, north, age, rooms, bedrooms, people, homes, income, coast};
-        const double worth = 0.45 * income + std::sin(3.0 * east) * std::cos(2.0 * north) +
-                             0.2 * std::log(rooms / people) - 0.15 * coast + 0.005 * age;
-        return std::min(std::exp(0.5 * worth + 0.25 * source.Normal()), 5.0);
+        const double worth = 0.27 * income + 0.5 * std::sin(3.0 * east) * std::cos(2.0 * north) +
+                             0.4 * std::log(rooms / people) - 0.15 * coast + 0.005 * age;
+        return std::min(std::exp(0.6 * worth - 0.1 + 0.15 * source.Normal()), 5.0);
     };
     return Drawn(numRows, 9, random, draw);
 }

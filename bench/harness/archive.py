@@ -25,6 +25,17 @@ def machines():
             for path in sorted(FOLDER.glob("*.json"))]
 
 
+def text_of(contents):
+    """JSON with one line per row, point and line of text."""
+    def text(value):
+        if isinstance(value, list) and value:
+            return "[\n  " + ",\n  ".join(text(one) for one in value) + "\n ]"
+        return json.dumps(value, ensure_ascii=False)
+
+    fields = (f" {json.dumps(key)}: {text(value)}" for key, value in contents.items())
+    return "{\n" + ",\n".join(fields) + "\n}\n"
+
+
 def put(new_rows, new_points, peers):
     """Adds results to the file of this machine, and returns its path. They replace those of the same workloads, numbers
     of threads and peers, or of the same points. `peers` is a text with their versions."""
@@ -38,8 +49,7 @@ def put(new_rows, new_points, peers):
     }
     FOLDER.mkdir(exist_ok=True)
     temporary = path.with_suffix(".part")
-    temporary.write_text(json.dumps(contents, indent=1, ensure_ascii=False) + "\n",
-                         encoding="utf-8")
+    temporary.write_text(text_of(contents), encoding="utf-8")
     temporary.rename(path)
     return path
 

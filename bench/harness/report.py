@@ -123,7 +123,7 @@ def ratios(machines, order, aim_of):
             if row["ratio"] and row["workload"] in order:
                 key = order.index(row["workload"]), row["peer"], row["threads"]
                 found.setdefault(key, [None] * len(machines))[place] = row
-    lines = [["Workload", "Threads", "Peer", "Aim"] + [machine["class"] for machine in machines]]
+    lines = [["Workload", "Threads", "Peer", "Aim"] + [title_of(machine) for machine in machines]]
     lines.append(["---"] * len(lines[0]))
     for (place, peer, threads), cells in sorted(found.items()):
         aim = aim_of(order[place], threads, peer)
@@ -146,7 +146,7 @@ def of_machine(machine, order, aim_of):
     rows = [complete(row, machine["rows"], aim_of) for row in machine["rows"]
             if row["workload"] in order and not row.get("stand_in")]
     rows.sort(key=lambda row: order.index(row["workload"]))
-    parts = [f"### {machine['class']} ({machine['processor']})\n",
+    parts = [f"### {title_of(machine)}\n",
              "".join(f"- {line}\n" for line in machine["machine"]) + sources(rows)]
     if machine["rounds"]:
         parts.append(f"![The time of a round by rows and by columns]({plot_of(machine)})\n")
@@ -155,6 +155,10 @@ def of_machine(machine, order, aim_of):
         if of_section:
             parts.append(f"#### {title}\n\n{table(of_section)}")
     return "\n".join(parts)
+
+
+def title_of(machine):
+    return f"{machine['class']} ({machine['processor']})"
 
 
 def plot_of(machine):
