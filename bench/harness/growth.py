@@ -8,9 +8,9 @@ share of rows and columns and one side:
 """
 
 import datetime
-import os
 import statistics
 
+import machine
 from contestants import OURS, Failure
 from workloads import Peer, Workload
 
@@ -39,8 +39,7 @@ def sides_at(rows, columns, share, present):
 
 
 def fits(rows, columns):
-    pages = os.sysconf("SC_AVPHYS_PAGES") * os.sysconf("SC_PAGE_SIZE")
-    return rows * columns * CELL_BYTES < pages
+    return rows * columns * CELL_BYTES < machine.available_bytes()
 
 
 def measure(rows, columns, share, options, shop, present):

@@ -37,6 +37,13 @@ def cache_sizes(folder=Path("/sys/devices/system/cpu/cpu0/cache")):
     return sizes
 
 
+def available_bytes():
+    """Memory that new processes can use."""
+    with open("/proc/meminfo", encoding="ascii") as info:
+        return next(int(line.split()[1]) * 1024 for line in info
+                    if line.startswith("MemAvailable:"))
+
+
 def readable(kib):
     return f"{kib} KiB" if kib % 1024 else f"{kib // 1024} MiB"
 
