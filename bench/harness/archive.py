@@ -37,8 +37,9 @@ def text_of(contents):
 
 
 def put(new_rows, new_points, peers):
-    """Adds results to the file of this machine, and returns its path. They replace those of the same workloads, numbers
-    of threads and peers, or of the same points. `peers` is a text with their versions."""
+    """Adds results to the file of this machine, and returns its path. They replace those of the
+    same workloads, numbers of threads and peers, or of the same points. `peers` is a text with
+    their versions."""
     path = FOLDER / f"{machine.machine_id()}.json"
     old = json.loads(path.read_text(encoding="utf-8")) if path.exists() else {}
     points = merged(old.get("rounds", []), new_points, ("rows", "columns", "share", "side"))

@@ -24,8 +24,8 @@ class Peer:
 class Workload:
     """`job` is a job of the driver. `data` names a synthetic set and `size` is its size
     (`quick_size` with --quick), or else a set of BUNDLED. `columns` is given for the set "wide"
-    only. `rounds` are boosting rounds or trees
-    of a forest. `share` is both the share of columns per node and of rows per tree. `kernel` forces one of our kernels."""
+    only. `rounds` are boosting rounds or trees of a forest. `share` is both the share of columns per
+    node and of rows per tree. `kernel` forces one of our kernels."""
     name: str
     job: str
     data: str
