@@ -3,32 +3,13 @@
 
 #include <algorithm>
 #include <cmath>
-#include <random>
 #include <stdexcept>
+
+#include "Random.h"
+#include "Tables.h"
 
 namespace sylvora::bench {
 namespace {
-
-constexpr double kMissing = -2147483648.0;  // the value of a column that a data line omits
-
-// The standard fixes the random engines but not the distributions, which differ between libraries.
-// So the distributions are our own.
-class Random {
-  public:
-    explicit Random(unsigned seed) : engine(seed) {}
-
-    double Uniform() { return (static_cast<double>(engine() >> 11) + 0.5) * 0x1p-53; }
-    int Below(int bound) { return static_cast<int>(Uniform() * bound); }
-    // A standard normal number (G. Box and M. Muller, 1958).
-    double Normal() {
-        constexpr double kTwoPi = 6.283185307179586;
-        const double radius = std::sqrt(-2.0 * std::log(Uniform()));
-        return radius * std::cos(kTwoPi * Uniform());
-    }
-
-  private:
-    std::mt19937_64 engine;
-};
 
 // The part of a label that the columns explain: steps, waves and products of the first ten columns.
 double Signal(const std::vector<double>& x) {
@@ -42,15 +23,6 @@ double Signal(const std::vector<double>& x) {
 double Rounded(double normal, int numLevels) {
     const double level = std::floor((normal + 4.0) / 8.0 * numLevels);
     return std::clamp(level, 0.0, static_cast<double>(numLevels - 1));
-}
-
-RawData Empty(int numRows, int numColumns) {
-    RawData data;
-    data.header.numRows = numRows;
-    data.header.numColumns = numColumns;
-    data.labelV.reserve(static_cast<size_t>(numRows));
-    data.valueV.reserve(static_cast<size_t>(numRows) * static_cast<size_t>(numColumns));
-    return data;
 }
 
 // Rows of normal numbers, each passed through `shape`; `label` computes a row's label from the
@@ -75,11 +47,12 @@ double NoisySignal(const std::vector<double>& normalV, Random& random) {
     return Signal(normalV) + 0.5 * random.Normal();
 }
 
+double ContinuousValue(double normal, int column, Random&) {
+    return column % 3 == 2 ? std::exp(normal) : normal;
+}
+
 RawData Continuous(int numRows) {
-    const auto shape = [](double normal, int column, Random&) {
-        return column % 3 == 2 ? std::exp(normal) : normal;
-    };
-    return Shaped(numRows, 28, shape, NoisySignal);
+    return Shaped(numRows, 28, ContinuousValue, NoisySignal);
 }
 
 RawData Coarse(int numRows) {
@@ -163,9 +136,20 @@ constexpr Generator kGenerators[] = {
     {"ranking", Ranking},
     {"forest-regression", ForestRegression},
     {"forest-classification", ForestClassification},
+    {"census", Census},
+    {"onehot", OneHot},
+    {"prices", Prices},
+    {"flights", Flights},
+    {"physics", Physics},
+    {"diamonds", Diamonds},
 };
 
 }  // namespace
+
+RawData GenerateWide(int numRows, int numColumns) {
+    if (numColumns < 10) throw std::runtime_error("columns: at least 10");
+    return Shaped(numRows, numColumns, ContinuousValue, NoisySignal);
+}
 
 RawData Generate(const std::string& name, int size) {
     for (const Generator& generator : kGenerators) {

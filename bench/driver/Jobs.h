@@ -10,6 +10,8 @@ namespace sylvora::bench {
 
 // data=RAW set=NAME size=N: writes a synthetic set to the raw file.
 void GenerateData(const Job& job);
+// data=RAW rows=N columns=N: writes the set "continuous" with another number of columns.
+void GenerateWideData(const Job& job);
 // data=RAW text=FILE: writes the set of the raw file as data lines.
 void WriteLines(const Job& job);
 

@@ -18,10 +18,15 @@ struct NamedJob {
 };
 
 constexpr NamedJob kJobs[] = {
-    {"generate", GenerateData}, {"text", WriteLines},
-    {"train", Train},           {"fit", Fit},
-    {"batch", ScoreBatch},      {"predict", ScoreFloats},
-    {"single", ScoreSingle},    {"load", LoadModel},
+    {"generate", GenerateData},
+    {"wide", GenerateWideData},
+    {"text", WriteLines},
+    {"train", Train},
+    {"fit", Fit},
+    {"batch", ScoreBatch},
+    {"predict", ScoreFloats},
+    {"single", ScoreSingle},
+    {"load", LoadModel},
     {"read", ReadLines},
 };
 
@@ -42,6 +47,10 @@ int RunJob(int argc, char** argv) {
 
 void GenerateData(const Job& job) {
     WriteRaw(Generate(job.Text("set"), job.Number("size")), job.Text("data"));
+}
+
+void GenerateWideData(const Job& job) {
+    WriteRaw(GenerateWide(job.Number("rows"), job.Number("columns")), job.Text("data"));
 }
 
 void WriteLines(const Job& job) {

@@ -6,8 +6,9 @@ import subprocess
 from dataclasses import dataclass
 from pathlib import Path
 
+import bundled
 from machine import Others
-from workloads import BOUND, DEPTH, LEAVES, SHRINK
+from workloads import BOUND, BUNDLED, DEPTH, LEAVES, SHRINK
 
 OURS = "sylvora"
 PYTHON = "/usr/bin/python3"  # the one that Debian installs packages for
@@ -16,6 +17,7 @@ PACKAGE = [PYTHON, str(PEERS / "package.py")]  # our Python package, or a peer's
 LIBRARY = "library"  # our C++ library, as the peer of our package
 PROGRAMS = {
     "xgboost": [PYTHON, str(PEERS / "xgboost_peer.py")],
+    "lightgbm": [PYTHON, str(PEERS / "lightgbm_peer.py")],
     "sklearn": [PYTHON, str(PEERS / "sklearn_peer.py")],
     "ranger": ["Rscript", str(PEERS / "ranger_peer.R")],
 }
@@ -44,7 +46,8 @@ def run_child(command, threads=1, kernel="", modules=""):
     prints."""
     environment = dict(os.environ, OMP_NUM_THREADS=str(threads), PYTHONDONTWRITEBYTECODE="1")
     if modules:
-        environment["PYTHONPATH"] = str(modules)
+        others = environment.get("PYTHONPATH")
+        environment["PYTHONPATH"] = os.pathsep.join([str(modules)] + [others] * bool(others))
     if kernel:
         environment["SYLVORA_KERNEL"] = kernel
     words = [str(word) for word in command]
@@ -79,8 +82,9 @@ class Workshop:
     """The folder with data, configurations and models. Each file is made on first use, under a
     temporary name, so that an incomplete file is never taken for a whole one."""
 
-    def __init__(self, folder, driver, modules, quick):
+    def __init__(self, folder, driver, modules, quick, progress):
         self.folder, self.driver, self.modules, self.quick = folder, driver, modules, quick
+        self.progress = progress
         folder.mkdir(parents=True, exist_ok=True)
 
     def size(self, workload):
@@ -96,15 +100,30 @@ class Workshop:
         """The path of file `name`, which is made, if missing, with the command `command(path)`."""
         path = self.folder / name
         if not path.exists():
+            self.progress.tell(f"making {name}")
             temporary = self.folder / ("new-" + name)
             run_child(command(temporary), os.cpu_count())
             temporary.rename(path)
         return path
 
     def raw(self, workload):
+        if workload.data in BUNDLED:
+            return self.bundled(workload.data)
         size = self.size(workload)
+        if workload.columns:
+            return self.make(f"wide-{size}-{workload.columns}.raw", lambda path: [
+                self.driver, "wide", f"rows={size}", f"columns={workload.columns}",
+                f"data={path}"])
         return self.make(f"{workload.data}-{size}.raw", lambda path: [
             self.driver, "generate", f"set={workload.data}", f"size={size}", f"data={path}"])
+
+    def bundled(self, name):
+        path = self.folder / f"{name}.raw"
+        if not path.exists():
+            temporary = self.folder / f"new-{name}.raw"
+            bundled.write_raw(name, temporary)
+            temporary.rename(path)
+        return path
 
     def text(self, workload):
         raw = self.raw(workload)
@@ -117,8 +136,9 @@ class Workshop:
 
     def peer_model(self, workload):
         name = f"xgboost-{workload.data}-{self.size(workload)}.json"
-        return self.make(name, lambda path: self.xgboost_training(
-            workload, os.cpu_count(), "hist", self.rounds(workload)) + [f"model={path}"])
+        return self.make(name, lambda path: self.peer_training(
+            workload, os.cpu_count(), "xgboost", self.rounds(workload)) + [
+                "method=hist", f"model={path}"])
 
     def our_training(self, workload, threads, model):
         kind, _, task = workload.model.partition(" ")
@@ -133,10 +153,10 @@ class Workshop:
         config.write_text("".join(f"{key} = {value}\n" for key, value in settings.items()))
         return [self.driver, "train", f"data={self.raw(workload)}", f"config={config}"]
 
-    def xgboost_training(self, workload, threads, method, rounds):
-        return PROGRAMS["xgboost"] + [
-            "train", f"data={self.raw(workload)}", f"method={method}", f"rounds={rounds}",
-            f"depth={DEPTH}", f"shrink={SHRINK}", f"columns={workload.share}",
+    def peer_training(self, workload, threads, program, rounds):
+        return PROGRAMS[program] + [
+            "train", f"data={self.raw(workload)}", f"rounds={rounds}", f"depth={DEPTH}",
+            f"leaves={LEAVES}", f"shrink={SHRINK}", f"columns={workload.share}",
             f"rows={workload.share}", f"threads={threads}"]
 
     def forest_training(self, workload, threads, peer):
@@ -167,9 +187,10 @@ class Workshop:
         if workload.is_forest():
             return self.forest_training(workload, threads, peer)
         if workload.job == "train":
-            method = peer.name.partition("-")[2]
+            program, _, method = peer.name.partition("-")
             rounds = self.rounds(workload, peer, threads)
-            return self.xgboost_training(workload, threads, method, rounds)
+            return self.peer_training(workload, threads, program, rounds) + \
+                [f"method={method}"] * bool(method)
         return PROGRAMS["xgboost"] + self.task(workload, threads, self.peer_model)
 
     def task(self, workload, threads, model):

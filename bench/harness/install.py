@@ -6,9 +6,10 @@ import subprocess
 from contestants import PYTHON
 from machine import output_of
 
-# By peer: the command that prints its version, and its Debian package.
+# By peer: the command that prints its version, and its Debian package, if there is one.
 VERSIONS = {
     "xgboost": ([PYTHON, "-c", "import xgboost; print(xgboost.__version__)"], "python3-xgboost"),
+    "lightgbm": ([PYTHON, "-c", "import lightgbm; print(lightgbm.__version__)"], None),
     "sklearn": ([PYTHON, "-c", "import sklearn; print(sklearn.__version__)"], "python3-sklearn"),
     "ranger": (["Rscript", "-e", "cat(as.character(packageVersion('ranger')))"],
                "r-cran-ranger"),
@@ -36,14 +37,25 @@ def install(packages):
 
 def present_peers(wanted):
     """Installs missing peers. Returns the versions of those that are present then, by name."""
-    missing = [peer for peer in wanted if not version(peer)]
+    packages = [VERSIONS[peer][1] for peer in wanted if VERSIONS[peer][1] and not version(peer)]
     complaint = ""
-    if missing:
-        packages = [VERSIONS[peer][1] for peer in missing]
+    if packages:
         print("installing", *packages, flush=True)
         complaint = install(packages)
-    present = {peer: version(peer) for peer in wanted}
+    found = present(wanted)
     for peer in wanted:
-        if not present[peer]:
-            print(f"{peer}: skipped, {VERSIONS[peer][1]} cannot be installed: {complaint}")
-    return {peer: text for peer, text in present.items() if text}
+        if peer not in found:
+            reason = f"{VERSIONS[peer][1]} cannot be installed: {complaint}" \
+                if VERSIONS[peer][1] else "it is not in Debian, and not installed"
+            print(f"{peer}: skipped, {reason}")
+    return found
+
+
+def present(wanted):
+    """The versions of the peers that are installed, by name."""
+    return {peer: text for peer, text in ((peer, version(peer)) for peer in wanted) if text}
+
+
+def versions_text(versions):
+    """The versions of all peers, on one line."""
+    return ", ".join(f"{name} {versions.get(name, '(not installed)')}" for name in VERSIONS)

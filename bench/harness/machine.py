@@ -26,17 +26,56 @@ def cpu_field(name):
 
 
 def cache_sizes(folder=Path("/sys/devices/system/cpu/cpu0/cache")):
-    """The first processor's L2 and L3 caches, as in "L2 cache 1 MiB, L3 cache 32 MiB". The "cache
-    size" of /proc/cpuinfo is no help: it is that of L2 or of L3, depending on the vendor."""
-    sizes = []
+    """By level, the sizes in KiB of the first processor's L2 and L3 caches. The "cache size" of
+    /proc/cpuinfo is no help: it is that of L2 or of L3, depending on the vendor."""
+    sizes = {}
     for cache in sorted(folder.glob("index*")):
         level, size = ((cache / name).read_text(encoding="ascii").strip()
                        for name in ("level", "size"))
-        if level == "1":
-            continue
-        kib = int(size.removesuffix("K"))
-        sizes.append(f"L{level} cache " + (f"{kib} KiB" if kib % 1024 else f"{kib // 1024} MiB"))
-    return ", ".join(sizes) or "caches unknown"
+        if level != "1":
+            sizes[int(level)] = int(size.removesuffix("K"))
+    return sizes
+
+
+def available_bytes():
+    """Memory that new processes can use."""
+    with open("/proc/meminfo", encoding="ascii") as info:
+        return next(int(line.split()[1]) * 1024 for line in info
+                    if line.startswith("MemAvailable:"))
+
+
+def readable(kib):
+    return f"{kib} KiB" if kib % 1024 else f"{kib // 1024} MiB"
+
+
+def caches():
+    """As in "L2 cache 1 MiB, L3 cache 32 MiB"."""
+    return ", ".join(f"L{level} cache {readable(kib)}"
+                     for level, kib in cache_sizes().items()) or "caches unknown"
+
+
+def instruction_set():
+    """The best instruction set for which we have kernels."""
+    return next(title for title, kernel in (("AVX-512", "avx512"), ("AVX2", "avx2"), ("SSE2", ""))
+                if not missing_flags(kernel))
+
+
+def machine_class():
+    """What the speed depends on most, as in "AVX-512, 1 MiB of L2"."""
+    level2 = cache_sizes().get(2)
+    return f"{instruction_set()}, " + (f"{readable(level2)} of L2" if level2 else "L2 unknown")
+
+
+def processor():
+    return f"{cpu_field('model name')}, {os.cpu_count()} processors"
+
+
+def machine_id():
+    """Names the machine's file of stored results. Two machines have the same name if they have the
+    same class, processor and number of processors."""
+    vendor = {"AuthenticAMD": "amd", "GenuineIntel": "intel"}.get(cpu_field("vendor_id"), "other")
+    return (f"{instruction_set().lower().replace('-', '')}-l2-{cache_sizes().get(2, 0)}k-{vendor}-"
+            f"{cpu_field('cpu family')}-{cpu_field('model')}-{os.cpu_count()}-processors")
 
 
 def missing_flags(kernel):
@@ -69,7 +108,7 @@ def description():
     switches = [f"{key}={value}" for key, value in sorted(os.environ.items())
                 if key.startswith("SYLVORA_")]
     lines = [
-        f"{cpu_field('model name')}, {os.cpu_count()} cores, {memory:.0f} GiB, {cache_sizes()}",
+        f"{cpu_field('model name')}, {os.cpu_count()} cores, {memory:.0f} GiB, {caches()}",
         "instruction sets: " + " ".join(flag for flag in FLAGS if flag in flags),
         f"Linux {platform.release()}, {output_of('g++', '--version').splitlines()[0]}",
     ]

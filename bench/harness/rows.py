@@ -32,7 +32,6 @@ def row(workload, threads, peer, sides, note):
         "times": [summary([m.seconds * factor for m in side]) if side else None for side in sides],
         "cpu": [median_of(side, "cpu") * factor if side else None for side in sides],
         "ratio": summary(ratios) if ratios else None,
-        "aim": peer.aim.get(threads),
         **{field: [median_of(side, field) if side else None for side in sides]
            for field in fields},
         "runs": max(len(ours), len(theirs)),
@@ -40,6 +39,30 @@ def row(workload, threads, peer, sides, note):
                          for turn in zip(*[side for side in sides if side])),
         "note": note,
     }
+
+
+def stand_in_row(workload, threads, peer, ours, hist):
+    """The row of a peer that is not installed. Its ratio, if `hist` has runs of XGBoost's histogram
+    method, is that to XGBoost's time times `peer.stand_in`."""
+    new = row(workload, threads, peer, [ours, []], "not installed")
+    ratios = [one.seconds / (other.seconds * peer.stand_in) for one, other in zip(ours, hist)
+              if peer.stand_in]
+    if not ratios:
+        return new
+    return {**new, "ratio": summary(ratios), "stand_in": peer.stand_in,
+            "note": f"not installed; XGBoost's time times {peer.stand_in:g} instead"}
+
+
+def merged(old, new, key=("workload", "threads", "peer")):
+    """The old rows and the new ones, which replace old ones with the same fields `key`. A stand-in
+    replaces no measurement."""
+    kept = {tuple(one[k] for k in key): one for one in old}
+    for one in new:
+        name = tuple(one[k] for k in key)
+        if not one.get("stand_in") or name not in kept or kept[name].get("stand_in"):
+            kept.pop(name, None)
+            kept[name] = one
+    return list(kept.values())
 
 
 class Results:
@@ -51,8 +74,7 @@ class Results:
         self.rows = json.loads(path.read_text()) if path.exists() else []
 
     def add(self, new):
-        key = ("workload", "threads", "peer")
-        self.rows = [old for old in self.rows if any(old[k] != new[k] for k in key)] + [new]
+        self.rows = merged(self.rows, [new])
         temporary = self.path.with_suffix(".part")
         temporary.write_text(json.dumps(self.rows, indent=1))
         temporary.rename(self.path)
