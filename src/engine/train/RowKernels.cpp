@@ -24,9 +24,19 @@ int List(const uint8_t* markV, uint8_t wanted, int first, int count, int* positi
     return num;
 }
 
+// An insertion sort.
+void SortFew(uint64_t* keyV, int count, uint64_t* sortedV) {
+    // Invariant: sortedV[0..i) is sorted.
+    for (int i = 0; i < count; ++i) {
+        int k = i;
+        for (; k > 0 && sortedV[k - 1] > keyV[i]; --k) sortedV[k] = sortedV[k - 1];
+        sortedV[k] = keyV[i];
+    }
+}
+
 }  // namespace
 
-const RowKernels kRowKernelsBaseline = {"baseline", Split, List};
+const RowKernels kRowKernelsBaseline = {"baseline", Split, List, SortFew, 24};
 
 bool CanRun(const RowKernels& kernels) {
     if (&kernels == &kRowKernelsAvx512) {

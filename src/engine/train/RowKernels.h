@@ -1,4 +1,4 @@
-// Loops over marked rows, compiled for several instruction sets. All give the same results.
+// Loops over rows and keys, compiled for several instruction sets. All give the same results.
 #ifndef SYLVORA_ENGINE_TRAIN_ROWKERNELS_H
 #define SYLVORA_ENGINE_TRAIN_ROWKERNELS_H
 
@@ -19,6 +19,11 @@ struct RowKernels {
     // Lists first + i for each i in [0, count) with markV[i] == wanted, in order. Returns how many
     // these are.
     int (*list)(const uint8_t* markV, uint8_t wanted, int first, int count, int* positionV);
+    // Sorts few distinct keys, in time that grows with the square of `count`. keyV must have room
+    // for kSlack more, which are overwritten.
+    void (*sortFew)(uint64_t* keyV, int count, uint64_t* sortedV);
+    // The most keys for which sortFew is faster than other ways to sort.
+    int fewKeys;
 };
 
 // Each is the only external symbol of an object that is compiled for its instruction set
