@@ -19,9 +19,9 @@ constexpr int kFewestBins = 16;  // per column, however many columns there are
 // Limits the bins of wide data: the cells of a node's histogram.
 constexpr size_t kMostCells = 1 << 19;
 constexpr int kMostHeavy = 32;  // a value that holds 1 / kMostHeavy of all rows gets its own bin
-// The fewest bins of a coarse histogram of a node that does not sort its columns: 3 sqrt(512), see
+// The fewest bins of a coarse histogram of a node that does not sort its columns: 3 sqrt(128), see
 // ShiftFor in HistogramGrower.cpp and smallNode in Tuning.h.
-constexpr int kFewBins = 67;
+constexpr int kFewBins = 34;
 
 // The position in sorted order at which bin `bin` of `numBins` ideally begins.
 double IdealBegin(int bin, int numBins, double numRows) {

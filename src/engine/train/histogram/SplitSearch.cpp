@@ -25,6 +25,7 @@ SplitSearch::SplitSearch(const BinnedColumns& columns, const FixedPoint& fixedPo
       pool(workers),
       bufferPool(sharedBufferPool),
       scan(columns, fixedPoint),
+      keySelection(ChooseKeySelection()),
       fTakenV(static_cast<size_t>(columns.NumColumns())) {}
 
 SplitSearch::~SplitSearch() = default;
