@@ -15,7 +15,7 @@ namespace engine {
 namespace {
 
 constexpr int kNarrowBins = kGroupCodes;
-constexpr int kFewestBins = 16;   // per column, however many columns there are
+constexpr int kFewestBins = 16;  // per column, however many columns there are
 // Limits the bins of wide data: the cells of a node's histogram.
 constexpr size_t kMostCells = 1 << 19;
 constexpr double kFrequentShare = 0.7;  // of the rows; see HistogramFiller::AddOthers
