@@ -235,10 +235,14 @@ SearchResult<Candidate> SplitSearch::Decide() {
         result.winner = *std::min_element(candidateV.begin(), candidateV.end(), isBefore);
         return result;
     }
-    for (const Candidate& candidate : candidateV) result.undecidedV.push_back(candidate.slot);
-    std::sort(result.undecidedV.begin(), result.undecidedV.end());
-    result.undecidedV.erase(std::unique(result.undecidedV.begin(), result.undecidedV.end()),
-                            result.undecidedV.end());
+    std::sort(candidateV.begin(), candidateV.end(), isBefore);
+    for (const Candidate& candidate : candidateV) {
+        if (result.undecidedV.empty() || result.undecidedV.back() != candidate.slot) {
+            result.undecidedV.push_back(candidate.slot);
+        }
+    }
+    // Keep has dropped none of a slot that has only one left.
+    if (result.undecidedV.size() == candidateV.size()) result.tiedV.swap(candidateV);
     return result;
 }
 
