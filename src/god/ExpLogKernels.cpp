@@ -36,6 +36,10 @@ void ExpEach(const double* xV, double* resultV, size_t count) {
     MapBlocks(ChooseKernel().exp, Exp, xV, resultV, count);
 }
 
+void SplitExpEach(const double* xV, double* headV, double* restV, size_t count) {
+    ChooseKernel().splitExp(xV, headV, restV, count);
+}
+
 void LogEach(const double* xV, double* resultV, size_t count) {
     MapBlocks(ChooseKernel().log, Log, xV, resultV, count);
 }
