@@ -117,8 +117,9 @@ void RunKernel(benchmark::State& state, Kernel kernel) {
 void RegisterKernels() {
     benchmark::RegisterBenchmark("exp/C library", RunKernel, MapCLibrary<std::exp>);
     benchmark::RegisterBenchmark("log/C library", RunKernel, MapCLibrary<std::log>);
-    for (const sylvora::ExpLogKernel* kernel : {&sylvora::kExpLogBaseline, &sylvora::kExpLogAvx2}) {
-        if (kernel == &sylvora::kExpLogAvx2 && !__builtin_cpu_supports("avx2")) continue;
+    for (const sylvora::ExpLogKernel* kernel :
+         {&sylvora::kExpLogBaseline, &sylvora::kExpLogAvx2, &sylvora::kExpLogAvx512}) {
+        if (!sylvora::CanRun(*kernel)) continue;
         const std::string name = kernel->name;
         benchmark::RegisterBenchmark(("exp/" + name).c_str(), RunKernel, kernel->exp);
         benchmark::RegisterBenchmark(("log/" + name).c_str(), RunKernel, kernel->log);

@@ -15,6 +15,7 @@
 #include "../god/Report.h"
 #include "EnsembleView.h"
 #include "RowDraw.h"
+#include "base/Switch.h"
 
 using sylvora::Fail;
 using sylvora::WeightsOf;
@@ -38,6 +39,7 @@ void TreeLearner::LossRun::ReadSettings() {
            : IsLoss("Absolute") || IsLoss("Quantile") ? Rule::kQuantile
            : IsLoss("Huber")                          ? Rule::kHuber
                                                       : Rule::kMean;
+    pairKernel = &sylvora::ChoosePairKernel(sylvora::ForcedKernel());
     hessianV.resize(rule == Rule::kRatio ? static_cast<size_t>(learner.sampleSize) : 0);
 }
 

@@ -83,11 +83,11 @@ int TreeLearner::ComputeGradientExponential(int idBegin, int idEnd) {
 }
 
 // Sets the gradients of the range to the sums of the forces of its pairs. Returns -1 without query
-// ids.
+// ids or ParamInit.
 int TreeLearner::ComputePairGradients(int idBegin, int idEnd, sylvora::PairLoss loss) {
-    if (queryIdV == nullptr) return -1;
+    if (queryIdV == nullptr || lossRun == nullptr) return -1;
     FillGradient(idBegin, idEnd, [](double, double) { return 0.0; });
-    const sylvora::PairForces forces = {loss, valTau, &sylvora::ChoosePairKernel(nullptr)};
+    const sylvora::PairForces forces = {loss, valTau, lossRun->pairKernel};
     for (int begin = idBegin, end; begin <= idEnd; begin = end) {
         end = begin + 1;
         while (end <= idEnd && queryIdV[end] == queryIdV[begin]) ++end;

@@ -25,12 +25,20 @@ void MapBlocks(Kernel kernel, Reference reference, const double* xV, double* res
 
 // The fastest kernel that this processor can run.
 const ExpLogKernel& ChooseKernel() {
-    static const ExpLogKernel& best =
-        __builtin_cpu_supports("avx2") ? kExpLogAvx2 : kExpLogBaseline;
+    static const ExpLogKernel& best = CanRun(kExpLogAvx512) ? kExpLogAvx512
+                                      : CanRun(kExpLogAvx2) ? kExpLogAvx2
+                                                            : kExpLogBaseline;
     return best;
 }
 
 }  // namespace
+
+bool CanRun(const ExpLogKernel& kernel) {
+    if (&kernel == &kExpLogAvx512) {
+        return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq");
+    }
+    return &kernel == &kExpLogBaseline || __builtin_cpu_supports("avx2");
+}
 
 void ExpEach(const double* xV, double* resultV, size_t count) {
     MapBlocks(ChooseKernel().exp, Exp, xV, resultV, count);

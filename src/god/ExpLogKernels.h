@@ -20,6 +20,10 @@ struct ExpLogKernel {
 // into code that runs on older processors.
 extern const ExpLogKernel kExpLogBaseline;
 extern const ExpLogKernel kExpLogAvx2;
+extern const ExpLogKernel kExpLogAvx512;
+
+// Whether this processor has the kernel's instructions.
+bool CanRun(const ExpLogKernel& kernel);
 
 // Sets headV[i] and restV[i] to two parts of e^x, head * (1 + rest), with a relative error of at
 // most 2^-67.3, for |xV[i]| <= 700. A head has 26 significant bits, so that the product of two heads

@@ -156,19 +156,22 @@ static bool Map(const double* xV, double* resultV, size_t count) {
     return any != 0;
 }
 
-// See SplitExpEach.
-static void SplitExp(const double* xV, double* headV, double* restV, size_t count) {
+// SplitExpEach for `numBytes` bytes of doubles, at most a register.
+static inline void SplitStep(const double* x, double* head, double* rest, size_t numBytes) {
     constexpr uint64_t kLow27 = (uint64_t{1} << 27) - 1;
-    for (size_t i = 0; i < count; i += kLanes) {
-        const size_t numBytes = sizeof(double) * (count - i < kLanes ? count - i : kLanes);
-        Reals x = {};
-        __builtin_memcpy(&x, xV + i, numBytes);
-        const Unrounded sum = ExpSum(x);
-        const Reals nearest = sum.high + sum.low;
-        const Reals head = RealsOf((BitsOf(nearest) + (kLow27 + 1) / 2) & ~kLow27);
-        const Reals rest = ((sum.high - head) + sum.low) / head;
-        const Bits scaled = BitsOf(head) + sum.scale;
-        __builtin_memcpy(headV + i, &scaled, numBytes);
-        __builtin_memcpy(restV + i, &rest, numBytes);
-    }
+    Reals argument = {};
+    __builtin_memcpy(&argument, x, numBytes);
+    const Unrounded sum = ExpSum(argument);
+    const Bits nearest = BitsOf(sum.high + sum.low);
+    const Reals first = RealsOf((nearest + (kLow27 + 1) / 2) & ~kLow27);
+    const Reals second = ((sum.high - first) + sum.low) / first;
+    const Bits scaled = BitsOf(first) + sum.scale;
+    __builtin_memcpy(head, &scaled, numBytes);
+    __builtin_memcpy(rest, &second, numBytes);
+}
+
+static void SplitExp(const double* xV, double* headV, double* restV, size_t count) {
+    size_t i = 0;
+    for (; i + kLanes <= count; i += kLanes) SplitStep(xV + i, headV + i, restV + i, sizeof(Reals));
+    if (i < count) SplitStep(xV + i, headV + i, restV + i, (count - i) * sizeof(double));
 }
