@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "../god/CorrectRounding.h"
 #include "../god/ExpLogKernels.h"
 #include "PairKernels.h"
 
@@ -55,8 +56,8 @@ void Fill(PairBlock& block, const Part& part, const PairForces& forces) {
         Place(block, count, forces.tau);
     } else {
         // The kernel loads these, too.
-        for (double* valueV : {block.placeV, block.upHeadV, block.upRestV, block.downHeadV,
-                               block.downRestV}) {
+        for (double* valueV :
+             {block.placeV, block.upHeadV, block.upRestV, block.downHeadV, block.downRestV}) {
             std::fill_n(valueV, count, 0.0);
         }
     }
@@ -66,11 +67,43 @@ void KeepGradients(const PairBlock& block, const Part& part) {
     std::copy_n(block.gradientV, part.count, part.gradientV + part.begin);
 }
 
+// Queries of at most this many rows are computed pair by pair: blocks would cost more.
+constexpr int kFewRows = 4;
+
+// Adds the forces of the cross entropy in a query of at most kFewRows rows.
+void AddFew(const double* labelV, const double* scoreV, int numRows, double tau,
+            double* gradientV) {
+    constexpr int kMostPairs = kFewRows * (kFewRows - 1) / 2;
+    double argumentV[kMostPairs], exponentialV[kMostPairs], orderV[kMostPairs];
+    size_t numPairs = 0;
+    for (int i = 0; i < numRows; ++i) {
+        for (int j = i + 1; j < numRows; ++j, ++numPairs) {
+            const double a = labelV[i], b = labelV[j];
+            const int order = (a > b) - (b > a);
+            orderV[numPairs] = order;
+            argumentV[numPairs] =
+                order == 0 ? 0.0 : order * (scoreV[i] - scoreV[j]) - tau * std::fabs(a - b);
+        }
+    }
+    ExpEach(argumentV, exponentialV, numPairs);
+    numPairs = 0;
+    for (int i = 0; i < numRows; ++i) {
+        for (int j = i + 1; j < numRows; ++j, ++numPairs) {
+            const double force = orderV[numPairs] / (1 + exponentialV[numPairs]);
+            gradientV[i] += force;
+            gradientV[j] -= force;
+        }
+    }
+}
+
 }  // namespace
 
 void PairForces::Add(const double* labelV, const double* scoreV, int numRows,
                      double* gradientV) const {
     if (numRows < 2) return;
+    if (numRows <= kFewRows && loss == PairLoss::kCrossEntropy) {
+        return AddFew(labelV, scoreV, numRows, tau, gradientV);
+    }
     const AddForces add =
         loss == PairLoss::kCrossEntropy ? kernel->crossEntropy : kernel->hingeSquare;
     const auto partAt = [&](int begin) {

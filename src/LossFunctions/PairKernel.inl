@@ -2,10 +2,10 @@
 // namespace that defines kLanes, the number of doubles in a register, and Mask with its functions
 // (PairMasks.inl or intrinsics).
 //
-// A tile has the pairs of kLanes rows, one at a time, with kLanes other rows, all at once. Each row's
-// sum has to add its forces in the order of the partners. The gradients of the second rows take the
-// forces of one first row after the other; those of the first rows take the transposed tile, again
-// one column after the other.
+// A tile has the pairs of kLanes rows, one at a time, with kLanes other rows, all at once. Each
+// row's sum has to add its forces in the order of the partners. The gradients of the second rows
+// take the forces of one first row after the other; those of the first rows take the transposed
+// tile, again one column after the other.
 //
 // Only functions with internal linkage may be defined here; see ExpLogKernels.inl.
 
@@ -33,21 +33,21 @@ static inline Reals Spread(double value) {
 }
 
 static inline Rows LoadRows(const PairBlock& block, int at) {
-    return {Load(block.labelV + at),    Load(block.scoreV + at),    Load(block.placeV + at),
-            Load(block.upHeadV + at),   Load(block.upRestV + at),   Load(block.downHeadV + at),
+    return {Load(block.labelV + at),   Load(block.scoreV + at),  Load(block.placeV + at),
+            Load(block.upHeadV + at),  Load(block.upRestV + at), Load(block.downHeadV + at),
             Load(block.downRestV + at)};
 }
 
 static inline Rows SpreadRow(const PairBlock& block, int at) {
-    return {Spread(block.labelV[at]),   Spread(block.scoreV[at]),    Spread(block.placeV[at]),
-            Spread(block.upHeadV[at]),  Spread(block.upRestV[at]),   Spread(block.downHeadV[at]),
+    return {Spread(block.labelV[at]),   Spread(block.scoreV[at]),  Spread(block.placeV[at]),
+            Spread(block.upHeadV[at]),  Spread(block.upRestV[at]), Spread(block.downHeadV[at]),
             Spread(block.downRestV[at])};
 }
 
 static inline Rows SelectRows(Mask mask, const Rows& a, const Rows& b) {
-    return {Select(mask, a.label, b.label),       Select(mask, a.score, b.score),
-            Select(mask, a.place, b.place),       Select(mask, a.upHead, b.upHead),
-            Select(mask, a.upRest, b.upRest),     Select(mask, a.downHead, b.downHead),
+    return {Select(mask, a.label, b.label),      Select(mask, a.score, b.score),
+            Select(mask, a.place, b.place),      Select(mask, a.upHead, b.upHead),
+            Select(mask, a.upRest, b.upRest),    Select(mask, a.downHead, b.downHead),
             Select(mask, a.downRest, b.downRest)};
 }
 
@@ -112,10 +112,8 @@ struct HingeSquare {
         const Mask fAbove = IsLess(-bound, difference);
         const Mask fAboveEqual = IsLess(bound, difference);
         const Mask fBelowEqual = IsLess(difference, -bound);
-        const Reals equal =
-            Select(fAboveEqual, downEqual, KeepOnly(fBelowEqual, upEqual));
-        return Select(fFirst, KeepOnly(fBelow, up),
-                      Select(fSecond, KeepOnly(fAbove, down), equal));
+        const Reals equal = Select(fAboveEqual, downEqual, KeepOnly(fBelowEqual, upEqual));
+        return Select(fFirst, KeepOnly(fBelow, up), Select(fSecond, KeepOnly(fAbove, down), equal));
     }
 
     static Reals Decide(double, const Rows&, const Rows&) { return Reals{}; }

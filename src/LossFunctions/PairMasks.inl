@@ -1,5 +1,5 @@
-// Masks in the compiler's vector types, for instruction sets that keep them in vector registers: all
-// bits of a lane are set where the mask is true. Included before PairKernel.inl.
+// Masks in the compiler's vector types, for instruction sets that keep them in vector registers:
+// all bits of a lane are set where the mask is true. Included before PairKernel.inl.
 typedef double Reals __attribute__((vector_size(8 * kLanes)));
 typedef uint64_t Mask __attribute__((vector_size(8 * kLanes)));
 

@@ -51,9 +51,9 @@ struct TreeLearner::LossRun {
     TreeLearner& learner;
     Rule rule = Rule::kMean;
     const sylvora::PairKernel* pairKernel = nullptr;  // of the losses of pairs
-    bool fWeighted = false;                     // setWeights has set the weights
-    bool fStarted = false;                      // the ensemble begins with a start value
-    sylvora::LargeArray<double> hessianV = {};  // by row; empty: not needed
+    bool fWeighted = false;                           // setWeights has set the weights
+    bool fStarted = false;                            // the ensemble begins with a start value
+    sylvora::LargeArray<double> hessianV = {};        // by row; empty: not needed
 
   private:
     struct NodeRows;

@@ -13,8 +13,8 @@
 #include <cmath>
 #include <vector>
 
-#include "../TreeLearner.h"
 #include "../LossFunctions/PairForces.h"
+#include "../TreeLearner.h"
 #include "../god/CorrectRounding.h"
 #include "../god/Report.h"
 #include "../god/UserCall.h"

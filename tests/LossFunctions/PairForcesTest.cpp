@@ -128,8 +128,28 @@ TEST(PairForces, OfHostileQueriesAreTheFormulas) {
     }
 }
 
-// Several million pairs. Some results are so near to a midpoint that a bound of the error that is
-// too small shows.
+// Exponentials between 2 and 3 that are midpoints of two doubles to the precision of a long double:
+// the sum with 1 has the same spacing. They reveal an error bound that is too small.
+TEST(PairForces, NearMidpoints) {
+    std::mt19937_64 random(3);
+    std::uniform_real_distribution<double> place(-60, 60), argument(0.6932, 1.0986);
+    for (int turn = 0; turn < 120 && !HasFatalFailure(); ++turn) {
+        Query query = {{1}, {place(random)}};  // each other row is in one pair only
+        while (query.labelV.size() < 65) {
+            const double score = query.scoreV[0] - argument(random);
+            const long double y = std::exp(static_cast<long double>(query.scoreV[0] - score));
+            const double near = static_cast<double>(y);
+            const double next = std::nextafter(near, y > near ? kInfinity : -kInfinity);
+            const long double midpoint = (static_cast<long double>(near) + next) / 2;
+            if (std::fabs(y / midpoint - 1) > 0x1p-61L) continue;
+            query.labelV.push_back(0);
+            query.scoreV.push_back(score);
+        }
+        CheckKernels(query, 0);
+    }
+}
+
+// Several million pairs, in queries of up to six blocks.
 TEST(PairForces, OfLargeQueriesAreTheFormulas) {
     std::mt19937 random(1);
     for (unsigned turn = 0; turn < Scaled(3) && !HasFatalFailure(); ++turn) {
