@@ -36,20 +36,10 @@ void SortFew(uint64_t* keyV, int count, uint64_t* sortedV) {
 
 }  // namespace
 
-const RowKernels kRowKernelsBaseline = {"baseline", Split, List, SortFew, 24};
-
-bool CanRun(const RowKernels& kernels) {
-    if (&kernels == &kRowKernelsAvx512) {
-        return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
-               __builtin_cpu_supports("avx512vl");
-    }
-    return &kernels == &kRowKernelsBaseline || __builtin_cpu_supports("avx2");
-}
+const RowKernels kRowKernelsBaseline = {Split, List, SortFew, 24};
 
 const RowKernels& BestRowKernels() {
-    static const RowKernels& best = CanRun(kRowKernelsAvx512) ? kRowKernelsAvx512
-                                    : CanRun(kRowKernelsAvx2) ? kRowKernelsAvx2
-                                                              : kRowKernelsBaseline;
+    static const RowKernels& best = kRowKernels.Choose(nullptr);
     return best;
 }
 

@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "god/InstructionSets.h"
+
 namespace sylvora {
 namespace engine {
 
@@ -12,7 +14,6 @@ namespace engine {
 struct RowKernels {
     static constexpr int kSlack = 16;
 
-    const char* name;
     // Copies the rows with mark 1 to leftV and the others to rightV, in order. Returns the number
     // of rows with mark 1.
     int (*split)(const int* rowV, const uint8_t* markV, int count, int* leftV, int* rightV);
@@ -26,14 +27,12 @@ struct RowKernels {
     int fewKeys;
 };
 
-// Each is the only external symbol of an object that is compiled for its instruction set
-// (CMakeLists.txt); see engine/score/KernelChoice.h.
 extern const RowKernels kRowKernelsBaseline;
 extern const RowKernels kRowKernelsAvx2;
 extern const RowKernels kRowKernelsAvx512;
 
-// Whether this processor can run the kernels.
-bool CanRun(const RowKernels& kernels);
+constexpr KernelsOfSets<const RowKernels> kRowKernels = {
+    {&kRowKernelsBaseline, &kRowKernelsAvx2, &kRowKernelsAvx512}};
 
 // The fastest kernels that this processor can run. Safe to call from any thread.
 const RowKernels& BestRowKernels();

@@ -113,7 +113,7 @@ void SortFew(uint64_t* keyV, int count, uint64_t* sortedV) {
 
 }  // namespace
 
-const RowKernels kRowKernelsAvx2 = {"avx2", Split, List, SortFew, 64};
+const RowKernels kRowKernelsAvx2 = {Split, List, SortFew, 64};
 
 }  // namespace engine
 }  // namespace sylvora

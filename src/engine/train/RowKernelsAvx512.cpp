@@ -75,7 +75,7 @@ void SortFew(uint64_t* keyV, int count, uint64_t* sortedV) {
 
 }  // namespace
 
-const RowKernels kRowKernelsAvx512 = {"avx512", Split, List, SortFew, 128};
+const RowKernels kRowKernelsAvx512 = {Split, List, SortFew, 128};
 
 }  // namespace engine
 }  // namespace sylvora

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <utility>
 
+#include "base/Switch.h"
+
 namespace sylvora {
 namespace engine {
 namespace {
@@ -102,7 +104,7 @@ HistogramFiller::HistogramFiller(const BinnedColumns& columns)
       oddV(kTogether * kMostOddCells),
       groupTile(data.GroupRows(), blockRows),
       wideTile(data.WideRows(), blockRows),
-      findOtherCodes(ChooseFindOtherCodes()),
+      findOtherCodes(&kFindOtherCodes.Choose(ForcedKernel())),
       otherV(static_cast<size_t>(blockRows + kOtherSlack)),
       fTargetV(data.Groups().size()),
       cellsOfColumnV(static_cast<size_t>(data.NumColumns())) {

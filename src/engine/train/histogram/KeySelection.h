@@ -8,6 +8,8 @@
 
 #include <cstdint>
 
+#include "god/InstructionSets.h"
+
 namespace sylvora {
 namespace engine {
 
@@ -50,7 +52,6 @@ struct KeySelection {
     // Keys that selectKeys may write past the last one.
     static constexpr int kKeySlack = 8;
 
-    const char* name;
     // Sets `selected` to the rows among rowV[0, count) whose codes are candidates, count at most
     // SelectedRows::kMost. codeV holds the codes by row of the data.
     void (*selectRows)(const CandidateCodes& candidates, const uint8_t* codeV, const int* rowV,
@@ -61,18 +62,12 @@ struct KeySelection {
                       const uint32_t* rankV, uint64_t* keyV);
 };
 
-// Each is the only external symbol of an object that is compiled for its instruction set
-// (CMakeLists.txt). Such an object must define nothing else that is shared: the linker could pick
-// its copy of an inline function for the whole program, which would then fail on older processors.
 extern const KeySelection kKeySelectionBaseline;
 extern const KeySelection kKeySelectionAvx2;
 extern const KeySelection kKeySelectionAvx512;
 
-// Returns the kernel called `name`; null if there is none or this processor cannot run it.
-const KeySelection* FindKeySelection(const char* name);
-
-// Returns the kernel that SYLVORA_KERNEL names, or else the fastest that this processor can run.
-const KeySelection& ChooseKeySelection();
+constexpr KernelsOfSets<const KeySelection> kKeySelections = {
+    {&kKeySelectionBaseline, &kKeySelectionAvx2, &kKeySelectionAvx512}};
 
 }  // namespace engine
 }  // namespace sylvora

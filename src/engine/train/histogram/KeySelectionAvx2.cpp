@@ -84,7 +84,7 @@ int SelectKeys(const CandidateMarks& candidates, const SelectedRows& selected,
 
 }  // namespace
 
-const KeySelection kKeySelectionAvx2 = {"avx2", SelectRows, SelectKeys};
+const KeySelection kKeySelectionAvx2 = {SelectRows, SelectKeys};
 
 }  // namespace engine
 }  // namespace sylvora

@@ -92,7 +92,7 @@ int SelectKeys(const CandidateMarks& candidates, const SelectedRows& selected,
 
 }  // namespace
 
-const KeySelection kKeySelectionAvx512 = {"avx512", SelectRows, SelectKeys};
+const KeySelection kKeySelectionAvx512 = {SelectRows, SelectKeys};
 
 }  // namespace engine
 }  // namespace sylvora

@@ -28,7 +28,7 @@ int SelectKeys(const CandidateMarks& candidates, const SelectedRows& selected,
 
 }  // namespace
 
-const KeySelection kKeySelectionBaseline = {"baseline", SelectRows, SelectKeys};
+const KeySelection kKeySelectionBaseline = {SelectRows, SelectKeys};
 
 }  // namespace engine
 }  // namespace sylvora

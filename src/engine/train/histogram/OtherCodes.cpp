@@ -1,11 +1,7 @@
-// The search for other codes on every x86-64 processor, and its choice; see OtherCodes.h.
+// The search for other codes on every x86-64 processor; see OtherCodes.h.
 #include "OtherCodes.h"
 
 #include <emmintrin.h>
-
-#include <cstring>
-
-#include "base/Switch.h"
 
 namespace sylvora {
 namespace engine {
@@ -43,13 +39,6 @@ int FindOtherCodesBaseline(const uint16_t* codes, int count, int shift, uint16_t
         num += bin != frequent;
     }
     return num;
-}
-
-FindOtherCodes* ChooseFindOtherCodes() {
-    const char* forced = ForcedKernel();
-    const bool fForced = forced != nullptr && std::strcmp(forced, "avx512") != 0;
-    return !fForced && __builtin_cpu_supports("avx512f") ? FindOtherCodesAvx512
-                                                         : FindOtherCodesBaseline;
 }
 
 }  // namespace engine

@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+#include "god/InstructionSets.h"
+
 namespace sylvora {
 namespace engine {
 
@@ -27,8 +29,9 @@ typedef int FindOtherCodes(const uint16_t* codes, int count, int shift, uint16_t
 FindOtherCodes FindOtherCodesBaseline;
 FindOtherCodes FindOtherCodesAvx512;
 
-// The function that SYLVORA_KERNEL names, or else the fastest that this processor can run.
-FindOtherCodes* ChooseFindOtherCodes();
+// AVX2 has no fast way to compress.
+constexpr KernelsOfSets<FindOtherCodes> kFindOtherCodes = {
+    {FindOtherCodesBaseline, FindOtherCodesBaseline, FindOtherCodesAvx512}};
 
 }  // namespace engine
 }  // namespace sylvora

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "base/Chunks.h"
+#include "base/Switch.h"
 
 namespace sylvora {
 namespace engine {
@@ -25,7 +26,7 @@ SplitSearch::SplitSearch(const BinnedColumns& columns, const FixedPoint& fixedPo
       pool(workers),
       bufferPool(sharedBufferPool),
       scan(columns, fixedPoint),
-      keySelection(ChooseKeySelection()),
+      keySelection(kKeySelections.Choose(ForcedKernel())),
       fTakenV(static_cast<size_t>(columns.NumColumns())) {}
 
 SplitSearch::~SplitSearch() = default;

@@ -19,7 +19,7 @@ using namespace sylvora::engine;
 
 TEST(OtherCodes, AreThoseOfThePlainLoop) {
     std::vector<FindOtherCodes*> formV = {FindOtherCodesBaseline};
-    if (__builtin_cpu_supports("avx512f")) formV.push_back(FindOtherCodesAvx512);
+    if (CanRun(InstructionSet::kAvx512)) formV.push_back(FindOtherCodesAvx512);
     std::mt19937 generator(1);
     const auto random = [&generator] { return static_cast<unsigned>(generator()); };
     for (int count = 0; count < 400; ++count) {

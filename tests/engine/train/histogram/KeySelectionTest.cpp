@@ -97,14 +97,14 @@ std::vector<uint64_t> Expected(const RandomBlock& block) {
 
 TEST(KeySelection, KernelsGiveTheRowsAndKeysOfEachBlock) {
     for (const char* name : {"baseline", "avx2", "avx512"}) {
-        const KeySelection* kernel = FindKeySelection(name);
+        const KeySelection* kernel = kKeySelections.Find(name);
         if (kernel == nullptr) continue;  // this processor cannot run it
         for (unsigned seed = 0; seed < 16 * 21 * 6; ++seed) {
             const RandomBlock block(seed);
             ASSERT_EQ(Select(*kernel, block), Expected(block)) << name << ", seed " << seed;
         }
     }
-    EXPECT_EQ(FindKeySelection("none"), nullptr);
+    EXPECT_EQ(kKeySelections.Find("none"), nullptr);
 }
 
 }  // namespace
