@@ -1,6 +1,11 @@
 // The search for other codes on processors with AVX-512 F; see OtherCodes.h.
 #include <immintrin.h>
 
+#if defined(__GNUC__) && !defined(__clang__)
+// GCC 12 warns about intrinsics in its own header.
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
+
 #include "OtherCodes.h"
 
 namespace sylvora {
