@@ -117,9 +117,9 @@ void RunKernel(benchmark::State& state, Kernel kernel) {
 void RegisterKernels() {
     benchmark::RegisterBenchmark("exp/C library", RunKernel, MapCLibrary<std::exp>);
     benchmark::RegisterBenchmark("log/C library", RunKernel, MapCLibrary<std::log>);
-    for (const sylvora::ExpLogKernel* kernel : {&sylvora::kExpLogBaseline, &sylvora::kExpLogAvx2}) {
-        if (kernel == &sylvora::kExpLogAvx2 && !__builtin_cpu_supports("avx2")) continue;
-        const std::string name = kernel->name;
+    for (const std::string name : sylvora::kInstructionSetNames) {
+        const sylvora::ExpLogKernel* kernel = sylvora::kExpLogKernels.Find(name.c_str());
+        if (kernel == nullptr) continue;
         benchmark::RegisterBenchmark(("exp/" + name).c_str(), RunKernel, kernel->exp);
         benchmark::RegisterBenchmark(("log/" + name).c_str(), RunKernel, kernel->log);
     }

@@ -47,6 +47,7 @@ class EnsembleView;
 class ModelParts;
 class RowCopy;
 class WorkerPool;
+enum class PairLoss;
 namespace engine {
 struct CompiledEnsemble;
 struct PackedTrees;
@@ -312,8 +313,7 @@ class SYLVORA_API TreeLearner {
     class Intake;
     template <typename Gradient>
     int FillGradient(int idBegin, int idEnd, Gradient gradient);
-    template <typename Visit>
-    int ForPairs(int idBegin, int idEnd, const Visit& visit);
+    int ComputePairGradients(int idBegin, int idEnd, sylvora::PairLoss loss);
     int ComputeGradient(int idBegin, int idEnd);
     friend void* CalLossThreadFunction(void* arg);
 

@@ -1,6 +1,8 @@
 // The settings, labels and start value of a loss; see LossRun.h. The formulas are in LossFunctions.
 #include "LossRun.h"
 
+#include "../LossFunctions/PairKernels.h"
+
 #include <algorithm>
 #include <cmath>
 #include <memory>
@@ -15,6 +17,7 @@
 #include "../god/Report.h"
 #include "EnsembleView.h"
 #include "RowDraw.h"
+#include "base/Switch.h"
 
 using sylvora::Fail;
 using sylvora::WeightsOf;
@@ -38,6 +41,7 @@ void TreeLearner::LossRun::ReadSettings() {
            : IsLoss("Absolute") || IsLoss("Quantile") ? Rule::kQuantile
            : IsLoss("Huber")                          ? Rule::kHuber
                                                       : Rule::kMean;
+    pairKernel = &sylvora::kPairKernels.Choose(sylvora::ForcedKernel());
     hessianV.resize(rule == Rule::kRatio ? static_cast<size_t>(learner.sampleSize) : 0);
 }
 

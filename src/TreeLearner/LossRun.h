@@ -3,6 +3,7 @@
 #ifndef SYLVORA_TREELEARNER_LOSSRUN_H
 #define SYLVORA_TREELEARNER_LOSSRUN_H
 
+#include "../LossFunctions/PairForces.h"
 #include "../TreeLearner.h"
 #include "base/LargeArray.h"
 #include "base/WorkerPool.h"
@@ -49,9 +50,10 @@ struct TreeLearner::LossRun {
 
     TreeLearner& learner;
     Rule rule = Rule::kMean;
-    bool fWeighted = false;                     // setWeights has set the weights
-    bool fStarted = false;                      // the ensemble begins with a start value
-    sylvora::LargeArray<double> hessianV = {};  // by row; empty: not needed
+    const sylvora::PairKernel* pairKernel = nullptr;  // of the losses of pairs
+    bool fWeighted = false;                           // setWeights has set the weights
+    bool fStarted = false;                            // the ensemble begins with a start value
+    sylvora::LargeArray<double> hessianV = {};        // by row; empty: not needed
 
   private:
     struct NodeRows;

@@ -13,6 +13,7 @@
 #include <cmath>
 #include <vector>
 
+#include "../LossFunctions/PairForces.h"
 #include "../TreeLearner.h"
 #include "../god/CorrectRounding.h"
 #include "../god/Report.h"
@@ -26,25 +27,7 @@ using sylvora::Fail;
 
 namespace {
 
-// The margin by which the predictions of two samples with labels a and b should differ.
-//
-// Here and below, a force is what one pair adds to the gradient of its first sample; the second one
-// gets the opposite. `difference` is the prediction of the first minus that of the second.
-double MarginOf(double a, double b, double tau) {
-    return tau * std::fabs(a - b);
-}
-
-// The force of a halved squared hinge loss. Samples with equal labels are pulled together until
-// they are within tau of each other.
-double HingeSquareForce(double a, double b, double difference, double tau) {
-    const double margin = MarginOf(a, b, tau);
-    if (a > b) return margin > difference ? 0.5 * (margin - difference) : 0;
-    if (b > a) return difference > -margin ? -0.5 * (margin + difference) : 0;
-    if (difference > tau) return -0.5 * (difference - tau);
-    return -tau > difference ? 0.5 * (-tau - difference) : 0;
-}
-
-// Exponentials are computed for this many rows or pairs at a time, so that their arrays stay in the
+// Exponentials are computed for this many rows at a time, so that their arrays stay in the
 // L1 cache. Block boundaries do not change results.
 constexpr int kBlock = 256;
 
@@ -60,52 +43,6 @@ void ForBlocks(int idBegin, int idEnd, const double* yV, const double* fV, const
         visit(at, count, exponentialV);
     }
 }
-
-// Adds the forces of pairs to the gradients of both samples, in the order of the pairs: the order
-// of these sums is part of the result. With d the difference of their predictions, the force is
-//
-//    1 / (1 + exp(d - margin))    if the first has the larger label,
-//   -1 / (1 + exp(-d - margin))   if the second has it,
-//    0                            if the labels are equal.
-//
-// Burges et al., "Learning to rank using gradient descent" (2005), with a margin.
-class CrossEntropyPairs {
-  public:
-    explicit CrossEntropyPairs(double* gradients) : gradientV(gradients) {}
-
-    // `order` is 1, -1 or 0 for the three cases; `argument` is the argument of the exponential. A
-    // pair of order 0 is stored, too, and overwritten by the next one, because a branch on labels
-    // would often be mispredicted. Invariant: count < kBlock between calls.
-    void Add(int first, int second, int order, double argument) {
-        pairV[count] = {first, second, static_cast<double>(order)};
-        argumentV[count] = argument;
-        count += order != 0;
-        if (count == kBlock) Flush();
-    }
-
-    // Adds the forces of the pairs in the block. Call it after the last pair.
-    void Flush() {
-        double exponentialV[kBlock];
-        sylvora::ExpEach(argumentV, exponentialV, static_cast<size_t>(count));
-        for (int p = 0; p < count; ++p) {
-            const double force = pairV[p].order / (1 + exponentialV[p]);
-            gradientV[pairV[p].first] += force;
-            gradientV[pairV[p].second] -= force;
-        }
-        count = 0;
-    }
-
-  private:
-    struct Pair {
-        int first, second;
-        double order;
-    };
-
-    double* gradientV;  // borrowed
-    Pair pairV[kBlock];
-    double argumentV[kBlock];
-    int count = 0;
-};
 
 }  // namespace
 
@@ -145,38 +82,26 @@ int TreeLearner::ComputeGradientExponential(int idBegin, int idEnd) {
     return 0;
 }
 
-// Sets the gradients of the range to 0, then calls visit(i, j, labelI, labelJ, difference) for each
-// pair i < j of a query, i ascending and then j. `difference` is predictV[i] - predictV[j]. Returns
-// -1 without query ids.
-template <typename Visit>
-int TreeLearner::ForPairs(int idBegin, int idEnd, const Visit& visit) {
-    if (queryIdV == nullptr) return -1;
+// Sets the gradients of the range to the sums of the forces of its pairs. Returns -1 without query
+// ids or ParamInit.
+int TreeLearner::ComputePairGradients(int idBegin, int idEnd, sylvora::PairLoss loss) {
+    if (queryIdV == nullptr || lossRun == nullptr) return -1;
     FillGradient(idBegin, idEnd, [](double, double) { return 0.0; });
-    for (int i = idBegin; i <= idEnd; ++i) {
-        for (int j = i + 1; j <= idEnd && queryIdV[j] == queryIdV[i]; ++j) {
-            visit(i, j, labelTrV[i], labelTrV[j], predictV[i] - predictV[j]);
-        }
+    const sylvora::PairForces forces = {loss, valTau, lossRun->pairKernel};
+    for (int begin = idBegin, end; begin <= idEnd; begin = end) {
+        end = begin + 1;
+        while (end <= idEnd && queryIdV[end] == queryIdV[begin]) ++end;
+        forces.Add(labelTrV + begin, predictV + begin, end - begin, gradientV + begin);
     }
     return 0;
 }
 
 int TreeLearner::ComputeGradientCrossEntropy(int idBegin, int idEnd) {
-    CrossEntropyPairs pairs(gradientV);
-    const int status =
-        ForPairs(idBegin, idEnd, [&](int i, int j, double a, double b, double difference) {
-            const int order = (a > b) - (b > a);
-            pairs.Add(i, j, order, order * difference - MarginOf(a, b, valTau));
-        });
-    pairs.Flush();
-    return status;
+    return ComputePairGradients(idBegin, idEnd, sylvora::PairLoss::kCrossEntropy);
 }
 
 int TreeLearner::ComputeGradientHingeSquareRank(int idBegin, int idEnd) {
-    return ForPairs(idBegin, idEnd, [this](int i, int j, double a, double b, double difference) {
-        const double force = HingeSquareForce(a, b, difference, valTau);
-        gradientV[i] += force;
-        gradientV[j] -= force;
-    });
+    return ComputePairGradients(idBegin, idEnd, sylvora::PairLoss::kHingeSquare);
 }
 
 // Deliberate: whatever the range, the user's function gets the arrays from sample 0 on, with the

@@ -12,6 +12,6 @@ constexpr int kLanes = 4;
 
 }  // namespace
 
-const ExpLogKernel kExpLogAvx2 = {"avx2", Map<FastExp>, Map<FastLog>};
+const ExpLogKernel kExpLogAvx2 = {"avx2", Map<FastExp>, Map<FastLog>, SplitExp};
 
 }  // namespace sylvora

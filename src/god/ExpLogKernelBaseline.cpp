@@ -12,6 +12,6 @@ constexpr int kLanes = 2;
 
 }  // namespace
 
-const ExpLogKernel kExpLogBaseline = {"baseline", Map<FastExp>, Map<FastLog>};
+const ExpLogKernel kExpLogBaseline = {"baseline", Map<FastExp>, Map<FastLog>, SplitExp};
 
 }  // namespace sylvora

@@ -25,8 +25,7 @@ void MapBlocks(Kernel kernel, Reference reference, const double* xV, double* res
 
 // The fastest kernel that this processor can run.
 const ExpLogKernel& ChooseKernel() {
-    static const ExpLogKernel& best =
-        __builtin_cpu_supports("avx2") ? kExpLogAvx2 : kExpLogBaseline;
+    static const ExpLogKernel& best = kExpLogKernels.Choose(nullptr);
     return best;
 }
 
@@ -34,6 +33,10 @@ const ExpLogKernel& ChooseKernel() {
 
 void ExpEach(const double* xV, double* resultV, size_t count) {
     MapBlocks(ChooseKernel().exp, Exp, xV, resultV, count);
+}
+
+void SplitExpEach(const double* xV, double* headV, double* restV, size_t count) {
+    ChooseKernel().splitExp(xV, headV, restV, count);
 }
 
 void LogEach(const double* xV, double* resultV, size_t count) {

@@ -4,6 +4,8 @@
 
 #include <cstddef>
 
+#include "InstructionSets.h"
+
 namespace sylvora {
 
 // The functions set resultV[i] to the correctly rounded result, or to NaN if they cannot decide it
@@ -12,13 +14,20 @@ struct ExpLogKernel {
     const char* name;
     bool (*exp)(const double* xV, double* resultV, size_t count);
     bool (*log)(const double* xV, double* resultV, size_t count);
+    void (*splitExp)(const double* xV, double* headV, double* restV, size_t count);
 };
 
-// Each kernel is the only external symbol of an object file that is compiled for its instruction
-// set (CMakeLists.txt). Another shared function there, an inline one for example, could be linked
-// into code that runs on older processors.
 extern const ExpLogKernel kExpLogBaseline;
 extern const ExpLogKernel kExpLogAvx2;
+extern const ExpLogKernel kExpLogAvx512;
+
+constexpr KernelsOfSets<const ExpLogKernel> kExpLogKernels = {
+    {&kExpLogBaseline, &kExpLogAvx2, &kExpLogAvx512}};
+
+// Sets headV[i] and restV[i] to two parts of e^x, head * (1 + rest), with a relative error of at
+// most 2^-67.3, for |xV[i]| <= 700. A head has 26 significant bits, so that the product of two
+// heads is exact; |rest| <= 2^-25. Other arguments give any values. The arrays must not overlap.
+void SplitExpEach(const double* xV, double* headV, double* restV, size_t count);
 
 }  // namespace sylvora
 

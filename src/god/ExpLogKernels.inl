@@ -43,6 +43,13 @@ static inline Reals LookUp(const double* table, Bits index, uint64_t member) {
     return value;
 }
 
+// A function value, times 2^-m: high + low. `scale` is m, moved to the exponent bits of a double.
+struct Unrounded {
+    Reals high;
+    Reals low;
+    Bits scale;
+};
+
 // The rounding test of A. Ziv (1991) for high + low with an error of at most `error`.
 static inline Rounded Round(Reals high, Reals low, Reals error, Bits inRange) {
     const Reals below = high + (low - error);
@@ -54,11 +61,9 @@ static inline Rounded Round(Reals high, Reals low, Reals error, Bits inRange) {
 // has so few bits that products with it are exact. tableHigh and tableLow are T1 and T2 of
 // docs/exact-math.md. (P. Tang, "Table-driven implementation of the exponential function in IEEE
 // floating-point arithmetic", 1989.)
-static inline Rounded FastExp(Reals x) {
+static inline Unrounded ExpSum(Reals x) {
     constexpr double kToInteger = 0x1.8p52;  // adding and subtracting it rounds to an integer
     constexpr double kToHead = 0x1.8p18;     // the same, to a multiple of 2^-34
-    constexpr double kLargest = 708.0;       // up to this |x| the result is a normal number
-    constexpr double kError = 0x1p-67;       // bound on the error of high + low, which is below 2
     const Reals shifted = x * kExpStepsPerUnit + kToInteger;
     const Reals k = shifted - kToInteger;
     const Bits j = BitsOf(shifted) & (kExpEntries - 1);
@@ -76,9 +81,16 @@ static inline Rounded FastExp(Reals x) {
     const Reals high = tableHigh + product;
     const Reals low = ((tableHigh - high) + product) +
                       (tableHigh * (rest + tail) + (tableLow + tableLow * (r + tail)));
+    return {high, low, m};
+}
+
+static inline Rounded FastExp(Reals x) {
+    constexpr double kLargest = 708.0;  // up to this |x| the result is a normal number
+    constexpr double kError = 0x1p-67;  // bound on the error of high + low, which is below 2
+    const Unrounded sum = ExpSum(x);
     const Bits inRange = (Bits)(x <= kLargest) & (Bits)(x >= -kLargest);
-    const Rounded rounded = Round(high, low, Reals{} + kError, inRange);
-    return {RealsOf(BitsOf(rounded.result) + m), rounded.decided};
+    const Rounded rounded = Round(sum.high, sum.low, Reals{} + kError, inRange);
+    return {RealsOf(BitsOf(rounded.result) + sum.scale), rounded.decided};
 }
 
 // log(x) = m * log(2) - log(c) + log(1 + r) with x = 2^m * z, r = z * c - 1, |r| <= 2^-8. c is
@@ -142,4 +154,24 @@ static bool Map(const double* xV, double* resultV, size_t count) {
     uint64_t any = 0;
     for (int lane = 0; lane < kLanes; ++lane) any |= undecided[lane];
     return any != 0;
+}
+
+// SplitExpEach for `numBytes` bytes of doubles, at most a register.
+static inline void SplitStep(const double* x, double* head, double* rest, size_t numBytes) {
+    constexpr uint64_t kLow27 = (uint64_t{1} << 27) - 1;
+    Reals argument = {};
+    __builtin_memcpy(&argument, x, numBytes);
+    const Unrounded sum = ExpSum(argument);
+    const Bits nearest = BitsOf(sum.high + sum.low);
+    const Reals first = RealsOf((nearest + (kLow27 + 1) / 2) & ~kLow27);
+    const Reals second = ((sum.high - first) + sum.low) / first;
+    const Bits scaled = BitsOf(first) + sum.scale;
+    __builtin_memcpy(head, &scaled, numBytes);
+    __builtin_memcpy(rest, &second, numBytes);
+}
+
+static void SplitExp(const double* xV, double* headV, double* restV, size_t count) {
+    size_t i = 0;
+    for (; i + kLanes <= count; i += kLanes) SplitStep(xV + i, headV + i, restV + i, sizeof(Reals));
+    if (i < count) SplitStep(xV + i, headV + i, restV + i, (count - i) * sizeof(double));
 }

@@ -17,6 +17,7 @@
 #include "engine/train/histogram/BinnedColumns.h"
 #include "engine/train/histogram/HistogramFiller.h"
 #include "engine/train/histogram/SplitSearch.h"
+#include "engine/train/histogram/TieBreak.h"
 
 namespace {
 
@@ -153,7 +154,23 @@ struct Node {
             search.Search({rows, way.fHistogram ? &histogram : nullptr, columnV.data(),
                            static_cast<int>(columnV.size()), total, gradAll, pool.NumWorkers() - 1,
                            way.fNarrowOnly});
+        if (!result.tiedV.empty()) CheckTie(data, result.tiedV);
         return {result, result.Found() ? HighestOf(data, result.winner) : 0.0};
+    }
+
+    // The reference implementation's choice must be among the candidates, and be chosen.
+    void CheckTie(const BinnedColumns& data, const std::vector<Candidate>& tiedV) const {
+        const int* weights = weightV.empty() ? nullptr : weightV.data();
+        const int count = static_cast<int>(gradV.size());
+        GrownNode node;
+        node.gradAll = gradAll;
+        node.wgtAll = weightV.empty() ? count : std::accumulate(weightV.begin(), weightV.end(), 0);
+        const RowSlice rows = {indexV.data(), gradV.data(), weights, count};
+        const Candidate chosen = TieBreak(data).Choose(node, rows, tiedV);
+        const CandidateSplit plain = PlainBest();
+        const double below = HighestOf(data, chosen);
+        EXPECT_EQ(chosen.column, plain.column);
+        EXPECT_TRUE(below < plain.threshold && plain.threshold <= below + 1.0);
     }
 
     // The highest value left of the best split.

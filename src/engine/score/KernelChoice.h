@@ -7,9 +7,7 @@
 namespace sylvora {
 namespace engine {
 
-// Each is the only external symbol of an object that is compiled for its instruction set
-// (CMakeLists.txt). Such an object must define nothing else that is shared: the linker could pick
-// its copy of an inline function for the whole program, which would then fail on older processors.
+// One per instruction set; see god/InstructionSets.h.
 extern const BlockKernel kBaselineKernel;
 extern const BlockKernel kAvx2Kernel;
 extern const BlockKernel kAvx512Kernel;

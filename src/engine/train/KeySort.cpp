@@ -3,26 +3,24 @@
 
 #include <algorithm>
 
+#include "RowKernels.h"
 #include "base/LargeArray.h"
 
 namespace sylvora {
 namespace engine {
 namespace {
 
-constexpr size_t kFewKeys = 24;
 constexpr size_t kSomeKeys = 768;
 constexpr int kDigitBits = 11;
 
 // Comparing whole keys keeps the order within a rank, because items ascend on entry.
 template <typename Keys>
-void InsertionSort(Keys& keyV) {
-    // Invariant: keyV[0..i) is sorted.
-    for (size_t i = 1; i < keyV.size(); ++i) {
-        const uint64_t key = keyV[i];
-        size_t k = i;
-        for (; k > 0 && keyV[k - 1] > key; --k) keyV[k] = keyV[k - 1];
-        keyV[k] = key;
-    }
+void SortFew(const RowKernels& kernels, Keys& keyV, Keys& other) {
+    const size_t count = keyV.size();
+    keyV.resize(count + RowKernels::kSlack);
+    other.resize(count);
+    kernels.sortFew(keyV.data(), static_cast<int>(count), other.data());
+    keyV.swap(other);
 }
 
 template <typename Keys>
@@ -44,7 +42,8 @@ void SortByDigit(const Keys& from, Keys& to, uint32_t lowest, int shift) {
 
 template <typename Keys>
 void SortKeys(Keys& keyV, Keys& other) {
-    if (keyV.size() <= kFewKeys) return InsertionSort(keyV);
+    const RowKernels& kernels = BestRowKernels();
+    if (keyV.size() <= static_cast<size_t>(kernels.fewKeys)) return SortFew(kernels, keyV, other);
     if (keyV.size() <= kSomeKeys) return std::sort(keyV.begin(), keyV.end());
     const auto [low, high] = std::minmax_element(keyV.begin(), keyV.end());
     const uint32_t lowest = RankOf(*low);

@@ -24,22 +24,22 @@ int List(const uint8_t* markV, uint8_t wanted, int first, int count, int* positi
     return num;
 }
 
-}  // namespace
-
-const RowKernels kRowKernelsBaseline = {"baseline", Split, List};
-
-bool CanRun(const RowKernels& kernels) {
-    if (&kernels == &kRowKernelsAvx512) {
-        return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
-               __builtin_cpu_supports("avx512vl");
+// An insertion sort.
+void SortFew(uint64_t* keyV, int count, uint64_t* sortedV) {
+    // Invariant: sortedV[0..i) is sorted.
+    for (int i = 0; i < count; ++i) {
+        int k = i;
+        for (; k > 0 && sortedV[k - 1] > keyV[i]; --k) sortedV[k] = sortedV[k - 1];
+        sortedV[k] = keyV[i];
     }
-    return &kernels == &kRowKernelsBaseline || __builtin_cpu_supports("avx2");
 }
 
+}  // namespace
+
+const RowKernels kRowKernelsBaseline = {Split, List, SortFew, 24};
+
 const RowKernels& BestRowKernels() {
-    static const RowKernels& best = CanRun(kRowKernelsAvx512) ? kRowKernelsAvx512
-                                    : CanRun(kRowKernelsAvx2) ? kRowKernelsAvx2
-                                                              : kRowKernelsBaseline;
+    static const RowKernels& best = kRowKernels.Choose(nullptr);
     return best;
 }
 

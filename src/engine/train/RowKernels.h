@@ -1,9 +1,11 @@
-// Loops over marked rows, compiled for several instruction sets. All give the same results.
+// Loops over rows and keys, compiled for several instruction sets. All give the same results.
 #ifndef SYLVORA_ENGINE_TRAIN_ROWKERNELS_H
 #define SYLVORA_ENGINE_TRAIN_ROWKERNELS_H
 
 #include <cstddef>
 #include <cstdint>
+
+#include "god/InstructionSets.h"
 
 namespace sylvora {
 namespace engine {
@@ -12,23 +14,25 @@ namespace engine {
 struct RowKernels {
     static constexpr int kSlack = 16;
 
-    const char* name;
     // Copies the rows with mark 1 to leftV and the others to rightV, in order. Returns the number
     // of rows with mark 1.
     int (*split)(const int* rowV, const uint8_t* markV, int count, int* leftV, int* rightV);
     // Lists first + i for each i in [0, count) with markV[i] == wanted, in order. Returns how many
     // these are.
     int (*list)(const uint8_t* markV, uint8_t wanted, int first, int count, int* positionV);
+    // Sorts few distinct keys, in time that grows with the square of `count`. keyV must have room
+    // for kSlack more, which are overwritten.
+    void (*sortFew)(uint64_t* keyV, int count, uint64_t* sortedV);
+    // The most keys for which sortFew is faster than other ways to sort.
+    int fewKeys;
 };
 
-// Each is the only external symbol of an object that is compiled for its instruction set
-// (CMakeLists.txt); see engine/score/KernelChoice.h.
 extern const RowKernels kRowKernelsBaseline;
 extern const RowKernels kRowKernelsAvx2;
 extern const RowKernels kRowKernelsAvx512;
 
-// Whether this processor can run the kernels.
-bool CanRun(const RowKernels& kernels);
+constexpr KernelsOfSets<const RowKernels> kRowKernels = {
+    {&kRowKernelsBaseline, &kRowKernelsAvx2, &kRowKernelsAvx512}};
 
 // The fastest kernels that this processor can run. Safe to call from any thread.
 const RowKernels& BestRowKernels();

@@ -79,9 +79,41 @@ int List(const uint8_t* markV, uint8_t wanted, int first, int count, int* positi
     return num;
 }
 
+// The place of a key is the number of keys below it. Counts for 16 keys at a time. The highest bit
+// is flipped, because the comparison is one of signed numbers.
+void SortFew(uint64_t* keyV, int count, uint64_t* sortedV) {
+    constexpr int kKeys = 4;
+    constexpr int kRegisters = 4;
+    constexpr uint64_t kSign = uint64_t{1} << 63;
+    // Padding, larger than any key.
+    for (int k = count; k % (kKeys * kRegisters) != 0; ++k) keyV[k] = ~uint64_t{0};
+    const __m256i sign = _mm256_set1_epi64x(static_cast<long long>(kSign));
+    for (int i = 0; i < count; i += kKeys * kRegisters) {
+        __m256i keys[kRegisters], places[kRegisters];
+        for (int r = 0; r < kRegisters; ++r) {
+            const __m256i loaded =
+                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(keyV + i + r * kKeys));
+            keys[r] = _mm256_xor_si256(loaded, sign);
+            places[r] = _mm256_setzero_si256();
+        }
+        for (int k = 0; k < count; ++k) {
+            const __m256i key = _mm256_set1_epi64x(static_cast<long long>(keyV[k] ^ kSign));
+            for (int r = 0; r < kRegisters; ++r) {
+                places[r] = _mm256_sub_epi64(places[r], _mm256_cmpgt_epi64(keys[r], key));
+            }
+        }
+        alignas(32) uint64_t placeV[kKeys * kRegisters];
+        for (int r = 0; r < kRegisters; ++r) {
+            _mm256_store_si256(reinterpret_cast<__m256i*>(placeV + r * kKeys), places[r]);
+        }
+        const int num = count - i < kKeys * kRegisters ? count - i : kKeys * kRegisters;
+        for (int k = 0; k < num; ++k) sortedV[placeV[k]] = keyV[i + k];
+    }
+}
+
 }  // namespace
 
-const RowKernels kRowKernelsAvx2 = {"avx2", Split, List};
+const RowKernels kRowKernelsAvx2 = {Split, List, SortFew, 64};
 
 }  // namespace engine
 }  // namespace sylvora

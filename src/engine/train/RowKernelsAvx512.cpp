@@ -45,9 +45,37 @@ int List(const uint8_t* markV, uint8_t wanted, int first, int count, int* positi
     return num;
 }
 
+// The place of a key is the number of keys below it. Counts for 32 keys at a time.
+void SortFew(uint64_t* keyV, int count, uint64_t* sortedV) {
+    constexpr int kKeys = 8;
+    constexpr int kRegisters = 4;
+    const __m512i one = _mm512_set1_epi64(1);
+    for (int i = 0; i < count; i += kKeys * kRegisters) {
+        __m512i keys[kRegisters], places[kRegisters];
+        __mmask8 present[kRegisters];
+        for (int r = 0; r < kRegisters; ++r) {
+            const int left = count - i - r * kKeys;
+            const unsigned lanes = left <= 0 ? 0u : left >= kKeys ? 0xffu : (1u << left) - 1;
+            present[r] = static_cast<__mmask8>(lanes);
+            keys[r] = _mm512_maskz_loadu_epi64(present[r], keyV + i + r * kKeys);
+            places[r] = _mm512_setzero_si512();
+        }
+        for (int k = 0; k < count; ++k) {
+            const __m512i key = _mm512_set1_epi64(static_cast<long long>(keyV[k]));
+            for (int r = 0; r < kRegisters; ++r) {
+                const __mmask8 isBelow = _mm512_cmplt_epu64_mask(key, keys[r]);
+                places[r] = _mm512_mask_add_epi64(places[r], isBelow, places[r], one);
+            }
+        }
+        for (int r = 0; r < kRegisters; ++r) {
+            _mm512_mask_i64scatter_epi64(sortedV, present[r], places[r], keys[r], 8);
+        }
+    }
+}
+
 }  // namespace
 
-const RowKernels kRowKernelsAvx512 = {"avx512", Split, List};
+const RowKernels kRowKernelsAvx512 = {Split, List, SortFew, 128};
 
 }  // namespace engine
 }  // namespace sylvora

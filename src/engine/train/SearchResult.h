@@ -16,6 +16,8 @@ struct SearchResult {
     // The slots with a near-tie, ascending, among which the reference search must decide. Empty if
     // there is a winner or if the node has no split.
     std::vector<int> undecidedV;
+    // The near-tie's candidates in the order of undecidedV, if each slot has only one; else empty.
+    std::vector<Candidate> tiedV;
 
     bool Found() const { return winner.slot >= 0; }
 };

@@ -6,14 +6,27 @@
 #include <sstream>
 #include <string>
 
+#include "base/CacheSize.h"
 #include "god/NumberParsing.h"
 
 namespace sylvora {
 namespace engine {
 
+namespace {
+
+// Histograms are filled two columns at a time, with cells of 16 bytes. Their cells should fit the
+// L1 cache, with a little room for the rows' own: 1,489 bins for 48 KB, 992 for 32 KB.
+int BinsOfCache(int l1Bytes) {
+    constexpr int kBytesPerBin = 2 * 16 + 1;
+    return std::clamp(l1Bytes / kBytesPerBin, 512, 3000);
+}
+
+}  // namespace
+
 // Ignores words that it does not know: only tests set this variable.
 Tuning CurrentTuning() {
     Tuning tuning;
+    tuning.mostBins = BinsOfCache(L1CacheBytes());
     const char* text = std::getenv("SYLVORA_TUNING");
     std::istringstream words(text != nullptr ? text : "");
     for (std::string word; words >> word;) {

@@ -12,8 +12,9 @@ struct Tuning {
     int smallNode = 128;
     // A small node with at most so many rows sorts its narrow columns, too.
     int tinyNode = 31;
-    // The most bins of a column with many distinct values.
-    int mostBins = 3000;
+    // The most bins of a column with many distinct values. CurrentTuning chooses it by the L1
+    // cache.
+    int mostBins = 1500;
     // Low bits of a rank's offset (RowRanks.h) that are stored in the first array, at most 16; any
     // further bits go to a second one.
     int rankBits = 16;
@@ -32,8 +33,8 @@ struct Tuning {
     int listPercent = 10;
 };
 
-// The defaults above, overridden for tests by the environment, as in SYLVORA_TUNING="smallNode=0
-// mostBins=16".
+// The defaults above, adapted to this machine's caches, and overridden for tests by the
+// environment, as in SYLVORA_TUNING="smallNode=0 mostBins=16".
 Tuning CurrentTuning();
 
 }  // namespace engine

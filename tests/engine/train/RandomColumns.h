@@ -83,7 +83,7 @@ class RandomColumns {
             case 7:
                 return kFar[most == 256 ? 7 * Below(2) : Below(8)];
             default:
-                return Below(3) != 0 ? -1.0 : real;
+                return Below(5) != 0 ? -1.0 : real;
         }
     }
 

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <numeric>
 #include <random>
 #include <vector>
@@ -43,10 +44,29 @@ std::vector<int> SplitInTwo(const RowKernels& kernels, const std::vector<uint8_t
     return leftV;
 }
 
+TEST(RowKernels, SortFewKeys) {
+    std::mt19937_64 engine(1);
+    for (const char* name : kInstructionSetNames) {
+        const RowKernels* kernels = kRowKernels.Find(name);
+        if (kernels == nullptr) continue;
+        for (int count = 0; count <= kernels->fewKeys; ++count) {
+            std::vector<uint64_t> keyV(static_cast<size_t>(count));
+            for (uint64_t& key : keyV) key = engine() >> (count % 3 * 20);
+            std::vector<uint64_t> expectedV = keyV;
+            std::sort(expectedV.begin(), expectedV.end());
+            keyV.resize(keyV.size() + RowKernels::kSlack);
+            std::vector<uint64_t> sortedV(expectedV.size());
+            kernels->sortFew(keyV.data(), count, sortedV.data());
+            EXPECT_EQ(sortedV, expectedV) << name << ", " << count << " keys";
+        }
+    }
+}
+
 TEST(RowKernels, AgreeWithTheBaseline) {
     std::mt19937 engine(1);
-    for (const RowKernels* kernels : {&kRowKernelsAvx2, &kRowKernelsAvx512}) {
-        if (!CanRun(*kernels)) continue;
+    for (const char* name : kInstructionSetNames) {
+        const RowKernels* kernels = kRowKernels.Find(name);
+        if (kernels == nullptr) continue;
         for (int count = 0; count < 600; count += count < 70 ? 1 : 37) {
             for (const double share : {0.0, 0.1, 0.5, 1.0}) {
                 // Vectors of their own size, so that AddressSanitizer sees reads past the marks.
@@ -54,10 +74,10 @@ TEST(RowKernels, AgreeWithTheBaseline) {
                 for (const uint8_t wanted : {uint8_t{0}, uint8_t{1}}) {
                     EXPECT_EQ(Listed(*kernels, markV, wanted),
                               Listed(kRowKernelsBaseline, markV, wanted))
-                        << kernels->name << ", " << count << " rows";
+                        << name << ", " << count << " rows";
                 }
                 EXPECT_EQ(SplitInTwo(*kernels, markV), SplitInTwo(kRowKernelsBaseline, markV))
-                    << kernels->name << ", " << count << " rows";
+                    << name << ", " << count << " rows";
             }
         }
     }

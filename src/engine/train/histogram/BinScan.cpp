@@ -27,7 +27,7 @@ double BestOfPrefixes(const double* sums, const double* weights, int count, cons
     const __m128d signMask = _mm_set1_pd(-0.0);
     __m128d best = none;
     __m128d largest = zero;
-    // Two prefixes at a time; the arrays are padded with empty ones.
+    // Two prefixes at a time; an odd number is padded with an empty one.
     for (int i = 0; i < count; i += 2) {
         const __m128d g = _mm_loadu_pd(sums + i);
         const __m128d w = _mm_loadu_pd(weights + i);
@@ -102,13 +102,23 @@ void BinScan::Scan(int id, const Histogram& histogram, const NodeTotals& node,
 // Treats every bin boundary as a candidate split, which is wrong for an exact column with
 // inseparable neighbours; Scan then recomputes the result.
 double BinScan::BestBoundary(int numBins, const NodeTotals& node, ColumnSummary& summary) const {
-    const size_t count = static_cast<size_t>(numBins);
-    std::vector<double> sumV(count + 2), weightV(count + 2);  // prefix sums as doubles
-    for (size_t bin = 0; bin < count; ++bin) {
-        sumV[bin] = fixed.Sum(summary.prefixV[bin + 1]);
-        weightV[bin] = fixed.Weight(summary.prefixV[bin + 1]);
+    constexpr int kBlock = 64;
+    double sumV[kBlock], weightV[kBlock];  // prefix sums as doubles
+    double best = -1.0;
+    summary.maxAbsSum = 0.0;
+    for (int begin = 0; begin < numBins; begin += kBlock) {
+        const int count = std::min(kBlock, numBins - begin);
+        const Cell* prefixes = summary.prefixV.data() + begin + 1;
+        for (int i = 0; i < count; ++i) {
+            sumV[i] = fixed.Sum(prefixes[i]);
+            weightV[i] = fixed.Weight(prefixes[i]);
+        }
+        if (count % 2 != 0) sumV[count] = weightV[count] = 0.0;
+        double maxAbsSum = 0.0;
+        best = std::max(best, BestOfPrefixes(sumV, weightV, count, node, maxAbsSum));
+        summary.maxAbsSum = std::max(summary.maxAbsSum, maxAbsSum);
     }
-    return BestOfPrefixes(sumV.data(), weightV.data(), numBins, node, summary.maxAbsSum);
+    return best;
 }
 
 // A run gets a bound of -1 if it is empty or holds a single rank: nothing can be split there.

@@ -18,10 +18,11 @@ constexpr int kNarrowBins = kGroupCodes;
 constexpr int kFewestBins = 16;  // per column, however many columns there are
 // Limits the bins of wide data: the cells of a node's histogram.
 constexpr size_t kMostCells = 1 << 19;
+constexpr double kFrequentShare = 0.7;  // of the rows; see HistogramFiller::AddOthers
 constexpr int kMostHeavy = 32;  // a value that holds 1 / kMostHeavy of all rows gets its own bin
-// The fewest bins of a coarse histogram of a node that does not sort its columns: 3 sqrt(512), see
+// The fewest bins of a coarse histogram of a node that does not sort its columns: 3 sqrt(128), see
 // ShiftFor in HistogramGrower.cpp and smallNode in Tuning.h.
-constexpr int kFewBins = 67;
+constexpr int kFewBins = 34;
 
 // The position in sorted order at which bin `bin` of `numBins` ideally begins.
 double IdealBegin(int bin, int numBins, double numRows) {
@@ -115,6 +116,18 @@ void DescribeBins(const DistinctValues& distinct, Column& c) {
             if (r > first) c.fSeparableBinV[bin] = 0;
         }
     }
+}
+
+// Returns the bin that most rows have, or -1 if it has less than kFrequentShare of them.
+int FindFrequentBin(const DistinctValues& distinct, size_t numRows, const Column& c) {
+    for (int bin = 0; bin < c.numBins; ++bin) {
+        const uint32_t first = c.binFirstRankV[static_cast<size_t>(bin)];
+        const uint32_t past = c.binFirstRankV[static_cast<size_t>(bin) + 1];
+        if (first == past) continue;
+        const size_t held = distinct.End(past - 1) - distinct.Begin(first);
+        if (static_cast<double>(held) >= kFrequentShare * static_cast<double>(numRows)) return bin;
+    }
+    return -1;
 }
 
 // Returns the first rank of each 8-bit code of a wide column, then the number of ranks.
@@ -272,6 +285,7 @@ bool BinnedColumns::CodeColumn(int column, int rankBits, CodingBuffers& buffers)
     }
     c.numBins = static_cast<int>(c.binFirstRankV.size()) - 1;
     DescribeBins(distinct, c);
+    if (!c.fNarrow) c.frequentBin = FindFrequentBin(distinct, sorted.Count(), c);
     while (((c.numBins - 1) >> c.code8Shift) >= kNarrowBins) ++c.code8Shift;
     AssignRanks(sorted, distinct, rankBits, c);
     return true;

@@ -57,6 +57,8 @@ struct ColumnShape {
     std::vector<uint8_t> fSeparableBinV;
     // By bin: the lowest value; of an empty bin, the next value.
     std::vector<double> binValueV;
+    // Of a wide column: the bin that nearly all rows have, or -1.
+    int frequentBin = -1;
     // 2^code8Shift bins share an 8-bit code; 0 in a narrow column.
     int code8Shift = 0;
     // The number of bins when 2^shift neighbours are joined. Bins of exact columns are never

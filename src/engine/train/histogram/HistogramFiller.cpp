@@ -7,11 +7,14 @@
 #include <cstring>
 #include <utility>
 
+#include "base/Switch.h"
+
 namespace sylvora {
 namespace engine {
 namespace {
 
 constexpr int kBlockRows = 8192;
+static_assert(kBlockRows <= kMostPlaces, "a place in a block is stored in 16 bits");
 // Bounds the memory of a tile; see ChooseBlockRows.
 constexpr size_t kMostTileCodes = size_t{1} << 26;
 constexpr int kPadRows = 8;          // zero cells after a block: 8-bit codes per word
@@ -101,6 +104,8 @@ HistogramFiller::HistogramFiller(const BinnedColumns& columns)
       oddV(kTogether * kMostOddCells),
       groupTile(data.GroupRows(), blockRows),
       wideTile(data.WideRows(), blockRows),
+      findOtherCodes(&kFindOtherCodes.Choose(ForcedKernel())),
+      otherV(static_cast<size_t>(blockRows + kOtherSlack)),
       fTargetV(data.Groups().size()),
       cellsOfColumnV(static_cast<size_t>(data.NumColumns())) {
     size_t numJoint = 0;
@@ -136,13 +141,17 @@ void HistogramFiller::Add(const RowSet& rows, const FixedPoint& fixed,
 void HistogramFiller::ChooseTargets(const std::vector<int>& columns, Histogram& histogram) {
     groupTargetV.clear();
     wideTargetV.clear();
+    frequentTargetV.clear();
     std::fill(fTargetV.begin(), fTargetV.end(), uint8_t{0});
     for (const int id : columns) {
         const Column& column = data.At(id);
         const size_t index = static_cast<size_t>(column.codeIndex);
         if (!column.fNarrow) {
-            wideTargetV.push_back({column.codeIndex, histogram.Of(column),
-                                   histogram.NumBins(column), column.fExact ? 0 : histogram.shift});
+            const int shift = column.fExact ? 0 : histogram.shift;
+            const bool fFrequent = column.frequentBin >= 0;
+            (fFrequent ? frequentTargetV : wideTargetV)
+                .push_back({column.codeIndex, histogram.Of(column), histogram.NumBins(column),
+                            shift, fFrequent ? column.frequentBin >> shift : -1});
         } else if (fTargetV[index] == 0) {
             const ColumnGroup& group = data.GroupOf(column);
             Cell* const cells =
@@ -166,9 +175,32 @@ void HistogramFiller::AddBlock(const int* rowV, int count) {
         groupTile.Load(rowV, count);
         AddTargets<uint8_t>(count, groupTargetV, [&](int index) { return groupTile.At(index); });
     }
-    if (wideTargetV.empty()) return;
+    if (wideTargetV.empty() && frequentTargetV.empty()) return;
     wideTile.Load(rowV, count);
     AddTargets<uint16_t>(count, wideTargetV, [&](int index) { return wideTile.At(index); });
+    if (frequentTargetV.empty()) return;
+    Cell total;
+    for (int i = 0; i < count; ++i) total += cellV[static_cast<size_t>(i)];
+    for (const Target& target : frequentTargetV) AddOthers(count, target, total);
+}
+
+// Adds the rows that are not in the target's frequent bin; that bin gets what they leave of the
+// block's total.
+void HistogramFiller::AddOthers(int count, const Target& target, const Cell& blockTotal) {
+    const int num = findOtherCodes(wideTile.At(target.codeIndex), count, target.shift,
+                                   static_cast<uint16_t>(target.frequentBin), otherV.data());
+    __m128i added = _mm_setzero_si128();
+    for (const OtherCode* other = otherV.data(); other < otherV.data() + num; ++other) {
+        const __m128i cell =
+            _mm_load_si128(reinterpret_cast<const __m128i*>(cellV.data() + other->place));
+        AddCell(target.cells + other->bin, cell);
+        added = _mm_add_epi64(added, cell);
+    }
+    Cell others;
+    _mm_store_si128(reinterpret_cast<__m128i*>(&others), added);
+    Cell& frequent = target.cells[target.frequentBin];
+    frequent += blockTotal;
+    frequent -= others;
 }
 
 // Adds the block to targets, whose codes codesOf(codeIndex) returns.

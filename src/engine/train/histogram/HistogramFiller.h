@@ -8,6 +8,7 @@
 #include "BinnedColumns.h"
 #include "CodeTile.h"
 #include "Histogram.h"
+#include "OtherCodes.h"
 #include "engine/train/FixedPoint.h"
 #include "engine/train/RowSets.h"
 
@@ -16,7 +17,9 @@ namespace engine {
 
 // Works block by block. The row-major codes of a block are transposed to columns, unless the rows
 // are consecutive. Two columns, or groups of narrow columns, at a time are then added, with each
-// row's cell in a register. Not thread-safe: each worker has its own.
+// row's cell in a register. In a wide column where nearly all rows share a bin, only the others are
+// added; the frequent bin gets what they leave of the block's sum. Not thread-safe: each worker has
+// its own.
 class HistogramFiller {
   public:
     explicit HistogramFiller(const BinnedColumns& data);
@@ -31,7 +34,8 @@ class HistogramFiller {
         int codeIndex;
         Cell* cells;
         int numBins;
-        int shift;  // of codes to bins
+        int shift;             // of codes to bins
+        int frequentBin = -1;  // as in Column, shifted
     };
 
     void ChooseTargets(const std::vector<int>& columns, Histogram& histogram);
@@ -39,6 +43,7 @@ class HistogramFiller {
     void AddBlock(const int* rowV, int count);
     template <typename Code, typename CodesOf>
     void AddTargets(int count, const std::vector<Target>& targetV, const CodesOf& codesOf);
+    void AddOthers(int count, const Target& target, const Cell& blockTotal);
     void SpreadJointCells(const std::vector<int>& columns, Histogram& histogram);
     void SpreadGroup(const GroupShape& group, const Cell* joint);
 
@@ -51,6 +56,10 @@ class HistogramFiller {
     CodeTile<uint8_t> groupTile;
     CodeTile<uint16_t> wideTile;
     std::vector<Target> groupTargetV, wideTargetV;
+    // Those of the wide columns that have a frequent bin.
+    std::vector<Target> frequentTargetV;
+    FindOtherCodes* const findOtherCodes;
+    std::vector<OtherCode> otherV;
     // The cells of the codes of groups of several columns, and by group its first one. Zeros
     // between uses.
     std::vector<Cell> jointV;

@@ -12,6 +12,7 @@
 #include <optional>
 #include <utility>
 
+#include "TieBreak.h"
 #include "engine/train/ColumnSampling.h"
 
 namespace sylvora {
@@ -51,11 +52,13 @@ struct HistogramGrower::Worker {
            HistogramFiller& histogramFiller, WorkerPool& pool, SplitSearch::BufferPool& bufferPool)
         : filler(histogramFiller),
           search(data, fixed, tuning, pool, bufferPool),
-          partition(data, pool, tuning.chunkRows) {}
+          partition(data, pool, tuning.chunkRows),
+          tieBreak(data) {}
 
     HistogramFiller& filler;
     SplitSearch search;
     RowPartition partition;
+    TieBreak tieBreak;
     // The histogram of the node being split, if the node has none from its parent, and the columns
     // that it counts.
     Histogram own;
@@ -276,9 +279,11 @@ SplitPoint HistogramGrower::FindSplit(OpenNode& open, Worker& worker) {
         histogram = CountOwn(open, quick, fNarrowOnly, worker);
     }
     const int numSlots = static_cast<int>(open.columnV.size());
-    const SearchResult<Candidate> result =
+    SearchResult<Candidate> result =
         worker.search.Search({quick, histogram, open.columnV.data(), numSlots, open.total,
                               node.gradAll, open.numTogether, fNarrowOnly});
+    const RowSlice slice = rows.ReferenceSlice(node.startDoc, node.countDoc);
+    if (!result.tiedV.empty()) result.winner = worker.tieBreak.Choose(node, slice, result.tiedV);
     open.left = Cell();
     if (result.Found()) {
         const SplitPoint split = worker.partition.MarkByRank(
@@ -287,8 +292,7 @@ SplitPoint HistogramGrower::FindSplit(OpenNode& open, Worker& worker) {
         return split;
     }
     if (result.undecidedV.empty()) return SplitPoint();
-    SplitPoint split = reference.Search(node, rows.ReferenceSlice(node.startDoc, node.countDoc),
-                                        open.columnV.data(), result.undecidedV);
+    SplitPoint split = reference.Search(node, slice, open.columnV.data(), result.undecidedV);
     if (split.column >= 0) worker.partition.MarkByValue(rows, node.startDoc, node.countDoc, split);
     return split;
 }

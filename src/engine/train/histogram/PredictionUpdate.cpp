@@ -68,8 +68,7 @@ class Walker {
     // Walks the rows of [begin, end) that are 0 in fInTreeV.
     void WalkUnmarked(int begin, int end, const LargeArray<uint8_t>& fInTreeV) const {
         int rowV[kChunkRows + RowKernels::kSlack];
-        const int num =
-            BestRowKernels().list(fInTreeV.data() + begin, 0, begin, end - begin, rowV);
+        const int num = BestRowKernels().list(fInTreeV.data() + begin, 0, begin, end - begin, rowV);
         for (int i = 0; i < num; i += kTogether) {
             for (int k = i + kAhead; k < std::min(i + kAhead + kTogether, num); ++k) {
                 __builtin_prefetch(data.GroupRows().Row(rowV[k]));

@@ -7,16 +7,10 @@
 #include <utility>
 
 #include "SplitSearch.h"
-#include "base/Gather.h"
 #include "engine/train/KeySort.h"
 
 namespace sylvora {
 namespace engine {
-namespace {
-
-constexpr int kBlockRows = 512;  // rows whose ranks are gathered at once
-
-}  // namespace
 
 // A slot's candidates are added one after the other, so they are the last ones.
 void SplitSearch::Buffers::Keep(const Candidate& candidate) {
@@ -128,8 +122,9 @@ void SplitSearch::MarkCandidateRanks(const SearchTask& task, const Column& colum
     CandidateRanks& candidateRanks = buffers.candidateRanks;
     candidateRanks.step = 0;
     while ((numRanks >> candidateRanks.step) > 4096) ++candidateRanks.step;
-    candidateRanks.fCandidateV.assign((numRanks >> candidateRanks.step) + 1, 0);
-    std::fill_n(candidateRanks.fCandidateCodeV, sizeof candidateRanks.fCandidateCodeV, uint8_t{0});
+    candidateRanks.fCandidateV.assign(
+        (numRanks >> candidateRanks.step) + 1 + CandidateMarks::kSlack, 0);
+    candidateRanks.codes = CandidateCodes();
     // A bin may share a step or a code with its neighbours, so a few rows too many are collected.
     // ScoreBins and FineScan::Count drop them.
     for (const int bin : buffers.candidateBinV) {
@@ -138,9 +133,8 @@ void SplitSearch::MarkCandidateRanks(const SearchTask& task, const Column& colum
         std::fill(candidateRanks.fCandidateV.begin() + first,
                   candidateRanks.fCandidateV.begin() + last + 1, uint8_t{1});
         const int pastBin = std::min((bin + 1) << histogram.shift, column.numBins);
-        std::fill(candidateRanks.fCandidateCodeV + ((bin << histogram.shift) >> column.code8Shift),
-                  candidateRanks.fCandidateCodeV + ((pastBin - 1) >> column.code8Shift) + 1,
-                  uint8_t{1});
+        candidateRanks.codes.Add((bin << histogram.shift) >> column.code8Shift,
+                                 (pastBin - 1) >> column.code8Shift);
     }
 }
 
@@ -152,36 +146,26 @@ void SplitSearch::CollectKeys(const SearchTask& task, int begin, int end, int id
                               LargeArray<uint64_t>& keyV) const {
     const uint8_t* const codes = data.At(id).code8V.data();
     const RowRanks& ranks = data.At(id).ranks;
-    const uint8_t* const fCandidateV = candidateRanks.fCandidateV.data();
-    size_t numKeys = 0;
-    struct {
-        int rowV[kBlockRows];
-        uint8_t code8V[kBlockRows];
-        int num = 0;
-    } blockV[2];
+    constexpr int kBlockRows = SelectedRows::kMost;
+    SelectedRows blockV[2];
     uint32_t rankV[kBlockRows];
-    const auto take = [&](const auto& block) {
+    size_t numKeys = 0;
+    const auto take = [&](const SelectedRows& block) {
         ranks.Gather(block.rowV, block.code8V, block.num, rankV);
-        keyV.resize(std::max(keyV.size(), numKeys + size_t{kBlockRows}));
-        for (int i = 0; i < block.num; ++i) {
-            keyV[numKeys] = KeyOf(rankV[i], block.rowV[i]);
-            numKeys += fCandidateV[rankV[i] >> candidateRanks.step];
-        }
+        keyV.resize(std::max(keyV.size(), numKeys + kBlockRows + KeySelection::kKeySlack));
+        numKeys += static_cast<size_t>(
+            keySelection.selectKeys(candidateRanks.Marks(), block, rankV, keyV.data() + numKeys));
     };
     int current = 0;
     // `take` handles the block before, whose ranks have arrived meanwhile.
     for (; begin < end; begin += kBlockRows, current ^= 1) {
-        auto& block = blockV[current];
-        block.num = 0;
-        ForSelected(
-            task.rows.rowV + begin, std::min(kBlockRows, end - begin),
-            [&](int row) { return candidateRanks.fCandidateCodeV[codes[row]]; },
-            [&](int row) {
-                ranks.Prefetch(row);
-                __builtin_prefetch(task.rows.gradV + row);  // for FineScan::AddRows
-                block.rowV[block.num] = row;
-                block.code8V[block.num++] = codes[row];
-            });
+        SelectedRows& block = blockV[current];
+        keySelection.selectRows(candidateRanks.codes, codes, task.rows.rowV + begin,
+                                std::min(kBlockRows, end - begin), block);
+        for (int i = 0; i < block.num; ++i) {
+            ranks.Prefetch(block.rowV[i]);
+            __builtin_prefetch(task.rows.gradV + block.rowV[i]);  // for FineScan::AddRows
+        }
         take(blockV[current ^ 1]);
     }
     take(blockV[current ^ 1]);

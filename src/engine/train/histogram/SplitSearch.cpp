@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "base/Chunks.h"
+#include "base/Switch.h"
 
 namespace sylvora {
 namespace engine {
@@ -25,6 +26,7 @@ SplitSearch::SplitSearch(const BinnedColumns& columns, const FixedPoint& fixedPo
       pool(workers),
       bufferPool(sharedBufferPool),
       scan(columns, fixedPoint),
+      keySelection(kKeySelections.Choose(ForcedKernel())),
       fTakenV(static_cast<size_t>(columns.NumColumns())) {}
 
 SplitSearch::~SplitSearch() = default;
@@ -234,10 +236,14 @@ SearchResult<Candidate> SplitSearch::Decide() {
         result.winner = *std::min_element(candidateV.begin(), candidateV.end(), isBefore);
         return result;
     }
-    for (const Candidate& candidate : candidateV) result.undecidedV.push_back(candidate.slot);
-    std::sort(result.undecidedV.begin(), result.undecidedV.end());
-    result.undecidedV.erase(std::unique(result.undecidedV.begin(), result.undecidedV.end()),
-                            result.undecidedV.end());
+    std::sort(candidateV.begin(), candidateV.end(), isBefore);
+    for (const Candidate& candidate : candidateV) {
+        if (result.undecidedV.empty() || result.undecidedV.back() != candidate.slot) {
+            result.undecidedV.push_back(candidate.slot);
+        }
+    }
+    // Keep has dropped none of a slot that has only one left.
+    if (result.undecidedV.size() == candidateV.size()) result.tiedV.swap(candidateV);
     return result;
 }
 

@@ -14,6 +14,7 @@
 #include "BinnedColumns.h"
 #include "FineScan.h"
 #include "Histogram.h"
+#include "KeySelection.h"
 #include "base/LargeArray.h"
 #include "base/WorkerPool.h"
 #include "engine/train/FixedPoint.h"
@@ -57,9 +58,11 @@ class SplitSearch {
   private:
     // Marks of the candidate bins: by 8-bit code of the column, and by rank / 2^step.
     struct CandidateRanks {
-        uint8_t fCandidateCodeV[256];
+        CandidateCodes codes;
         std::vector<uint8_t> fCandidateV;
         int step;
+
+        CandidateMarks Marks() const { return {fCandidateV.data(), step}; }
     };
 
     // The buffers for refining one slot.
@@ -132,6 +135,7 @@ class SplitSearch {
     WorkerPool& pool;
     BufferPool& bufferPool;
     const BinScan scan;
+    const KeySelection& keySelection;
     NodeTotals node = {};
     // The best score so far, by integer sums.
     std::atomic<double> best{-1.0};
