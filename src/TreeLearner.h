@@ -395,6 +395,7 @@ class SYLVORA_API TreeLearner {
     mutable std::mutex sinkMutex;  // held while trainingOptions.sink runs
     struct LossRun;
     std::unique_ptr<LossRun> lossRun;  // from ParamInit on
+    class RunCheckpoint;
 };
 
 #endif  // SYLVORA_TREELEARNER_H
