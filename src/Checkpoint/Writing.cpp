@@ -1,5 +1,5 @@
-// Writes checkpoints; see Checkpoint.h. Everything passes through one buffer, so a large state is
-// never copied as a whole.
+// Writes checkpoints; see Checkpoint.h. A large state is never copied as a whole.
+#include <algorithm>
 #include <ostream>
 
 #include "../Output/WholeFile.h"
@@ -32,8 +32,10 @@ class Sink {
     }
 
   private:
-    // A multiple of eight, so that the digest sees the same words however the bytes arrive.
-    static constexpr size_t kMostBytes = size_t{1} << 20;
+    // A multiple of eight, so that the digest sees the same words however the bytes arrive. Less
+    // than the buffer of the stream: what could not be written then stays there, and
+    // WholeFile::Commit finds the reason by trying again.
+    static constexpr size_t kMostBytes = 512;
 
     void Bytes(const char* bytes, size_t size) {
         while (size > 0) {

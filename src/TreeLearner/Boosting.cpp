@@ -67,11 +67,11 @@ struct TreeLearner::Run {
 
     // How often a round updates the prediction of the last row, which can follow from numThread;
     // see ShareQueries.
-    int SharesOfLastRow(int sampleSize) const {
+    int SharesOfLastRow(int numRows) const {
         int count = 0;
         for (const auto* const shareV : {&shares, &lateShares}) {
             for (const boosting_info_t& share : *shareV) {
-                count += share.sIdBegin < sampleSize && share.sIdEnd == sampleSize - 1;
+                count += share.sIdBegin < numRows && share.sIdEnd == numRows - 1;
             }
         }
         return count;
