@@ -128,11 +128,14 @@ TEST_F(CheckpointFile, NonsenseDoesNoHarm) {
             int indexV[50];
             draws.FisherYates(50, 50, indexV);
             for (const engine::PackedTree& tree : read.trees.treeV) {
-                int k = 0;
-                while (!tree.nodeV[k].IsLeaf()) {
-                    ASSERT_LT(static_cast<unsigned>(tree.nodeV[k].splitFea), kNumColumns + 0U);
-                    k = random() % 2 != 0 ? tree.nodeV[k].lson : tree.nodeV[k].rson;
-                    ASSERT_LT(static_cast<unsigned>(k), tree.numNodes);
+                const engine::PackedNode* node = &tree.nodeV[0];
+                while (!node->IsLeaf()) {
+                    ASSERT_GE(node->splitFea, 0);
+                    ASSERT_LT(node->splitFea, kNumColumns);
+                    const int next = random() % 2 != 0 ? node->lson : node->rson;
+                    ASSERT_GT(next, 0);
+                    ASSERT_LT(static_cast<unsigned>(next), tree.numNodes);
+                    node = &tree.nodeV[static_cast<unsigned>(next)];
                 }
             }
         }
