@@ -164,7 +164,7 @@ bool TakeSum(std::string_view& text) {
 
 std::string ReadCheckpoint(const std::string& path, int numColumns, Checkpoint& checkpoint) {
     std::string whole;
-    const std::string fault = ReadAll(path, whole);
+    std::string fault = ReadAll(path, whole);
     if (!fault.empty()) return fault;
     std::string_view text = whole;
     const std::string_view name = kCheckpointName;

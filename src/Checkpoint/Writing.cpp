@@ -63,7 +63,9 @@ void WriteHead(const Fingerprint& fingerprint, Sink& sink) {
     sink.Text(kCheckpointName);
     sink.Text(kCheckpointVersion);
     sink.Text("\n");
-    for (const auto& [name, value] : fingerprint) sink.Text(name + " " + value + "\n");
+    for (const auto& [name, value] : fingerprint) {
+        for (const char* const part : {name.c_str(), " ", value.c_str(), "\n"}) sink.Text(part);
+    }
     sink.Text("\n");
 }
 
