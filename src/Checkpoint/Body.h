@@ -18,7 +18,7 @@
 
 #include <cstdint>
 
-#include "../Checkpoint.h"
+#include "Checkpoint.h"
 
 namespace sylvora {
 

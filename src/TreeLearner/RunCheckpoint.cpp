@@ -21,7 +21,7 @@ using sylvora::Text;
 using sylvora::Warn;
 
 int TreeLearner::RunCheckpoint::Start(TreeLearner& learner, const RunEvaluation* evaluation,
-                                      int numThreadsMatter,
+                                      int lastRowShares,
                                       std::unique_ptr<RunCheckpoint>& checkpoint) {
     CheckCfgCLS cfg = learner.CfgInfo;
     cfg.fDebug = learner.fDebug;
@@ -31,7 +31,7 @@ int TreeLearner::RunCheckpoint::Start(TreeLearner& learner, const RunEvaluation*
     if (!learner.packedTrees) return made->Refuse("needs packed trees; call setPackedTrees first");
     if (made->CheckFile() != 0) return -1;
     made->sharedStart = learner.sharedSeed;
-    made->fingerprint = made->Describe(numThreadsMatter);
+    made->fingerprint = made->Describe(lastRowShares);
     struct stat file = {};
     const bool fExists = ::stat(cfg.fileCheckpoint.c_str(), &file) == 0;
     if (fExists && made->Resume() != 0) return -1;

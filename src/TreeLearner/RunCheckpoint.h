@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "../Checkpoint.h"
+#include "../Checkpoint/Checkpoint.h"
 #include "../TreeLearner.h"
 
 // Lives as long as one call of Boosting. Borrows the learner and its evaluation. For the thread
@@ -16,13 +16,11 @@
 class TreeLearner::RunCheckpoint {
   public:
     // Checks the settings. If the file exists, brings the learner, which is at the beginning of its
-    // first round, into the state that the file has. `numThreadsMatter` is a number that the model
-    // depends on because it follows from numThread; see SharesOfLastRow in Boosting.cpp.
-    // `checkpoint` stays null if none is wanted. Returns 0, or -1 after a message; the file is then
-    // as it was.
+    // first round, into the state that the file has. `lastRowShares` says how often a round
+    // updates the last row; the model depends on it. `checkpoint` stays null if none is wanted.
+    // Returns 0, or -1 after a message; the file is then as it was.
     [[nodiscard]] static int Start(TreeLearner& learner, const RunEvaluation* evaluation,
-                                   int numThreadsMatter,
-                                   std::unique_ptr<RunCheckpoint>& checkpoint);
+                                   int lastRowShares, std::unique_ptr<RunCheckpoint>& checkpoint);
 
     // Steps that the file had; 0: the run begins anew.
     int NumResumed() const { return numResumed; }
@@ -34,7 +32,7 @@ class TreeLearner::RunCheckpoint {
     RunCheckpoint(TreeLearner& treeLearner, const RunEvaluation* runEvaluation)
         : learner(treeLearner), evaluation(runEvaluation) {}
     int CheckFile() const;
-    sylvora::Fingerprint Describe(int numThreadsMatter) const;
+    sylvora::Fingerprint Describe(int lastRowShares) const;
     void DescribeSettings(sylvora::Fingerprint& fingerprint) const;
     void DescribeProgram(sylvora::Fingerprint& fingerprint) const;
     void DescribeData(sylvora::Fingerprint& fingerprint) const;

@@ -123,11 +123,11 @@ std::string DescribeStream(const sylvora::GeneratorState& state) {
 
 }  // namespace
 
-Fingerprint TreeLearner::RunCheckpoint::Describe(int numThreadsMatter) const {
+Fingerprint TreeLearner::RunCheckpoint::Describe(int lastRowShares) const {
     Fingerprint all = {{"library", SYLVORA_VERSION}};
     DescribeSettings(all);
     DescribeProgram(all);
-    all.emplace_back("lastRowShares", Text(numThreadsMatter));
+    all.emplace_back("lastRowShares", Text(lastRowShares));
     DescribeData(all);
     return all;
 }

@@ -7,7 +7,7 @@
 
 #include "../InMemory.h"
 #include "../Support.h"
-#include "Checkpoint.h"
+#include "Checkpoint/Checkpoint.h"
 #include "Checkpoint/Digest.h"
 
 namespace sylvora {

@@ -49,6 +49,7 @@ struct Course {
     int numThread = 1;
     int stopAfter = 1000;  // rounds or trees, counted from the beginning
     int answer = 1;        // of the progress function, then
+    int every = 1;         // checkpointEvery; each writing waits for the disk
 };
 
 // What a training left behind.
@@ -78,7 +79,7 @@ class Checkpoints : public testing::Test {
         cfg.earlyStop = kind.earlyStop;
         cfg.tms_seed = kind.seed;
         if (fCheckpoint) cfg.fileCheckpoint = file;
-        cfg.checkpointEvery = 1;
+        cfg.checkpointEvery = course.every;
         auto learner = MakeLearner(cfg, data, &dev);
         if (kind.fWeights) {
             VecInt weightV;
@@ -152,14 +153,14 @@ TEST_F(Checkpoints, AResumedTrainingEqualsOneThatNeverStopped) {
             std::filesystem::remove(file);
             // A forest asks the progress function before it writes the file.
             const int stop = IsForest(kind) ? k + 1 : k;
-            const Result first = Train(kind, {numTree, 1 + k % 4, stop});
+            const Result first = Train(kind, {numTree, 1 + k % 4, stop, 1, k % 4 == 0 ? 1 : k});
             ASSERT_EQ(first.status, stop > numDone ? 0 : -1);
-            const Result second = Train(kind, {numTree, 4, stop + 2, kStopAndKeep});
+            const Result second = Train(kind, {numTree, 4, stop + 2, kStopAndKeep, 1000});
             ASSERT_EQ(second.status, 0) << second.err;
             ASSERT_EQ(second.err, "Notice: checkpoint " + file + ": the training goes on after " +
                                       std::to_string(k) + " of " + std::to_string(numTree) +
                                       (IsForest(kind) ? " trees\n" : " rounds\n"));
-            const Result last = Train(kind, {numTree, 1 + (k + 1) % 3});
+            const Result last = Train(kind, {numTree, 1 + (k + 1) % 3, 1000, 1, 7});
             ASSERT_EQ(last, whole) << last.err;
             ASSERT_EQ(ReadFile(file), lastFile);
         }

@@ -3,22 +3,23 @@
 //
 //   file  = head body sum
 //   head  = "sylvora checkpoint " version LF { name " " value LF } LF
-//   body  = the state; see Checkpoint/Body.h
+//   body  = the state; see Body.h
 //   sum   = 32 hexadecimal digits LF
 //
 // The head says what the training depends on, its fingerprint: a training goes on only from a file
-// with the fingerprint of its own. `sum` is the digest of all bytes before it. See docs/formats.md.
-#ifndef SYLVORA_CHECKPOINT_H
-#define SYLVORA_CHECKPOINT_H
+// with the fingerprint of its own. `sum` is the digest of all bytes before it and of
+// their number. See docs/formats.md.
+#ifndef SYLVORA_CHECKPOINT_CHECKPOINT_H
+#define SYLVORA_CHECKPOINT_CHECKPOINT_H
 
 #include <cstddef>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "Libdef.h"
+#include "../Libdef.h"
+#include "../god/RandomGenerator.h"
 #include "engine/score/PackedTrees.h"
-#include "god/RandomGenerator.h"
 
 namespace sylvora {
 
@@ -69,4 +70,4 @@ struct Checkpoint {
 
 }  // namespace sylvora
 
-#endif  // SYLVORA_CHECKPOINT_H
+#endif  // SYLVORA_CHECKPOINT_CHECKPOINT_H
