@@ -301,7 +301,7 @@ class SYLVORA_API TreeLearner {
     struct Run;
     class AtWork;
     class CallScope;
-
+    class RunCheckpoint;
     void FreeTrainingData();
     void FreeDevelopmentData();
     void FreeTestData();
@@ -395,7 +395,6 @@ class SYLVORA_API TreeLearner {
     mutable std::mutex sinkMutex;  // held while trainingOptions.sink runs
     struct LossRun;
     std::unique_ptr<LossRun> lossRun;  // from ParamInit on
-    class RunCheckpoint;
 };
 
 #endif  // SYLVORA_TREELEARNER_H
