@@ -50,6 +50,7 @@ int ProgressLine::Report(void* context, int done, int total) {
     const bool fDue = done != line.lastDone && (done == total || line.widthDrawn == 0 ||
                                                 now - line.lastDrawn >= kRedrawInterval);
     line.lastDone = done;
+    if (line.numBefore < 0 && done > 0) line.numBefore = done - 1;
     if (line.fShown && fDue) {
         line.lastDrawn = now;
         line.Draw(done, total);
@@ -61,7 +62,7 @@ int ProgressLine::Report(void* context, int done, int total) {
 // instead of following it. Pads with blanks to cover a longer line drawn before.
 void ProgressLine::Draw(int done, int total) {
     const double elapsed = std::chrono::duration<double>(lastDrawn - start).count();
-    const double left = elapsed / done * (total - done);
+    const double left = elapsed / (done - std::max(numBefore, 0)) * (total - done);
     const double share = 100.0 * done / total;
     std::string line = Text(unit, done, " of ", total, ", ", static_cast<int>(share), " %, ",
                             Duration(left), " left");

@@ -49,7 +49,8 @@ class ProgressLine {
     bool fShown;
     Clock::time_point start;
     Clock::time_point lastDrawn;
-    int lastDone = 0;       // `done` of the last report, whether it was drawn or not
+    int lastDone = 0;    // `done` of the last report, whether it was drawn or not
+    int numBefore = -1;  // rounds or trees before the first report: of a checkpoint; -1: none yet
     size_t widthDrawn = 0;  // characters of the line on the screen; 0: nothing is drawn
     Eraser eraser;
     std::ostream flushed;

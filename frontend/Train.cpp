@@ -91,6 +91,7 @@ int CheckPaths(const Command& command) {
     if (CheckDevelopment(cfg) != 0) return -1;
     std::vector<NamedPath> outputV = ResultFiles(command);
     outputV.insert(outputV.begin(), {{"fileModel", cfg.fileModel},
+                                     {"checkpoint", cfg.fileCheckpoint},
                                      {"fileDebug", cfg.fDebug ? cfg.fileDebug : ""},
                                      {"filePred", fScores ? cfg.filePred : ""}});
     return CheckFiles(command, outputV);

@@ -75,6 +75,8 @@ class SYLVORA_API CheckCfgCLS {
     double quantile = 0.5;    // loss "Quantile": the share of labels below the prediction
     int earlyStop = 0;        // rounds without progress that end a boosting; 0: off
     int evalEvery = 0;        // rounds from one line of the table of metrics to the next; 0: none
+    std::string fileCheckpoint;  // a training goes on from it, and writes it; empty: none
+    int checkpointEvery = 10;    // rounds, or trees of a forest, from one writing to the next
 
     // Reads the configuration file argv[1], then applies the option-value pairs from argv[2] on,
     // which override the file. argv[0], the program's name, is ignored.

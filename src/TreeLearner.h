@@ -302,7 +302,7 @@ class SYLVORA_API TreeLearner {
     struct Run;
     class AtWork;
     class CallScope;
-
+    class RunCheckpoint;
     void FreeTrainingData();
     void FreeDevelopmentData();
     void FreeTestData();

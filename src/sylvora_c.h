@@ -152,8 +152,9 @@ typedef void (*sylvora_message)(void* context, int stream, const char* text);
  * that set it up fail. */
 SYLVORA_C_API int sylvora_training_new(sylvora_training** out);
 /* Sets a parameter of docs/parameters.md; the values are checked together when the training runs.
- * Those of the command only are refused: file names, mode, absent, pathOutput, fTestRealTime,
- * sizeGroup. */
+ * Those of the command only are refused: file names but for checkpoint, mode, absent, pathOutput,
+ * fTestRealTime, sizeGroup. A checkpoint belongs to one training: the program's functions must be
+ * the same ones when it goes on. */
 SYLVORA_C_API int sylvora_training_set(sylvora_training* training, const char* parameter,
                                        const char* value);
 /* The data, which the training shares, labels and, for GBRank, query ids, which are copied. Query

@@ -14,7 +14,7 @@ from pathlib import Path
 ORDER = ["Libdef", "claim", "DataBlock", "RandomStream", "god", "LossFunctions", "Links", "CheckIn",
          "Sort", "base",
          "engine/train", "engine/train/histogram", "engine/train/lists", "engine/score", "DataSet",
-         "Node", "Tree", "Output", "Evaluation", "TrainingOptions", "ModelText",
+         "Node", "Tree", "Output", "Checkpoint", "Evaluation", "TrainingOptions", "ModelText",
          "TreeLearner", "sylvora_c"]
 FRONT_ENDS = ["binding", "python/core", "frontend/reading", "frontend"]
 # Pairs of modules that must not include each other.

@@ -123,7 +123,7 @@ std::vector<ParameterRow> RowsOfTraining() {
     };
 }
 
-// Evaluation during a training.
+// Evaluation during a training, and checkpoints.
 std::vector<ParameterRow> RowsOfEvaluation() {
     return {
         Numeric("earlyStop", &C::earlyStop, kOption, "0 or more",
@@ -131,6 +131,13 @@ std::vector<ParameterRow> RowsOfEvaluation() {
                 "model is then cut to its best round. 0: off."),
         Numeric("evalEvery", &C::evalEvery, kOption, "0 or more",
                 "Print the metrics of the development data every so many rounds. 0: never."),
+        File("checkpoint", &C::fileCheckpoint, kOption,
+             "File that keeps the state of a training: if it exists, the training goes on from it, "
+             "and the model is the one of a training that never stopped. Not with fileDebug or "
+             "fTestRealTime."),
+        Numeric("checkpointEvery", &C::checkpointEvery, kOption, "1 or more",
+                "Rounds of boosting, or trees of a RandomForest, from one writing of the "
+                "checkpoint to the next. It is also written after the last one."),
     };
 }
 

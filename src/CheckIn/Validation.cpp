@@ -180,15 +180,27 @@ int sylvora::CheckLossParameters(const CheckCfgCLS& c) {
     return 0;
 }
 
+// Both reports would lack the rounds before the checkpoint.
+int sylvora::CheckCheckpoint(const CheckCfgCLS& c) {
+    if (c.checkpointEvery < 1) {
+        return Fail("ERROR: Illegal checkpointEvery: ", c.checkpointEvery,
+                    ", it must be 1 or more!\n");
+    }
+    if (c.fileCheckpoint.empty() || !(c.fDebug || c.fTestRealTime)) return 0;
+    return Fail("ERROR: checkpoint ", c.fileCheckpoint, ": does not go together with ",
+                c.fDebug ? "fileDebug" : "fTestRealTime",
+                ", which reports on every round; leave out one of them!\n");
+}
+
 int CheckCfgCLS::CheckCfg() {
     return sylvora::Guarded([&] {
         fQID = modelType == "GBRank";
-        const bool fValid = CheckTreeCount(*this) == 0 && CheckTask(*this) == 0 &&
-                            ChooseLoss(*this) == 0 && CheckBoostedLoss(*this) == 0 &&
-                            CheckRanges(*this) == 0 && CheckThreads(*this) == 0 &&
-                            CheckRandomMode(*this) == 0 && CheckDigits(*this) == 0 &&
-                            sylvora::CheckAbsent(*this) == 0 &&
-                            sylvora::CheckLossParameters(*this) == 0 && CheckEvaluation(*this) == 0;
+        const bool fValid =
+            CheckTreeCount(*this) == 0 && CheckTask(*this) == 0 && ChooseLoss(*this) == 0 &&
+            CheckBoostedLoss(*this) == 0 && CheckRanges(*this) == 0 && CheckThreads(*this) == 0 &&
+            CheckRandomMode(*this) == 0 && CheckDigits(*this) == 0 &&
+            sylvora::CheckAbsent(*this) == 0 && sylvora::CheckLossParameters(*this) == 0 &&
+            CheckEvaluation(*this) == 0 && sylvora::CheckCheckpoint(*this) == 0;
         return fValid ? 0 : -1;
     });
 }

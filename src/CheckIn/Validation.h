@@ -12,6 +12,9 @@ namespace sylvora {
 // The same for the parameters of the losses: huberDelta, quantile.
 [[nodiscard]] int CheckLossParameters(const CheckCfgCLS& cfg);
 
+// The same for a checkpoint: its interval, and the reports that do not go together with it.
+[[nodiscard]] int CheckCheckpoint(const CheckCfgCLS& cfg);
+
 }  // namespace sylvora
 
 #endif  // SYLVORA_CHECKIN_VALIDATION_H

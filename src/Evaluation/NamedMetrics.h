@@ -52,6 +52,7 @@ class MeasuredSet {
 
     size_t NumRows() const { return labelV.size(); }
     const VecDle& Labels() const { return labelV; }
+    const VecInt& Queries() const { return queryV; }
 
   private:
     std::string WhyNotTwoClasses() const;

@@ -25,6 +25,7 @@
 #include "LossRun.h"
 #include "RoundedNumber.h"
 #include "RowDraw.h"
+#include "RunCheckpoint.h"
 #include "RunEvaluation.h"
 #include "Verification.h"
 #include "base/WorkerPool.h"
@@ -58,7 +59,23 @@ struct TreeLearner::Run {
     bool fSetDynStepGlobal = false;             // CfgInfo.fSetDynStep as the run began
     bool fEachOnce = false;                     // every sample is in exactly one share
     std::unique_ptr<RunEvaluation> evaluation;  // null: nothing to evaluate
+    std::unique_ptr<RunCheckpoint> checkpoint;  // null: none is wanted
     int numSlots = -1;  // trees that the run was to grow up to its end; -1: all of them
+
+    // Rounds, or trees of a forest, that were done before this run began.
+    int NumResumed() const { return checkpoint ? checkpoint->NumResumed() : 0; }
+
+    // How often a round updates the prediction of the last row, which can follow from numThread;
+    // see ShareQueries.
+    int SharesOfLastRow(int numRows) const {
+        int count = 0;
+        for (const auto* const shareV : {&shares, &lateShares}) {
+            for (const boosting_info_t& share : *shareV) {
+                count += share.sIdBegin < numRows && share.sIdEnd == numRows - 1;
+            }
+        }
+        return count;
+    }
 
     // Runs one phase of a round and returns when all shares are done. A share that fails reports it
     // and the run goes on, so the exit values are deliberately ignored.
@@ -131,6 +148,10 @@ int TreeLearner::PrepareRun(Run& run) {
     const int code = workers->Start(numThread);
     if (code != 0) return sylvora::FailToStart(code);
     if (lossRun != nullptr && lossRun->Begin() != 0) return -1;
+    if (RunCheckpoint::Start(*this, run.evaluation.get(), run.SharesOfLastRow(sampleSize),
+                             run.checkpoint) != 0) {
+        return -1;
+    }
     engineRun = sylvora::EngineRun::Start(*this, *workers);
     return 0;
 }
@@ -211,12 +232,18 @@ std::vector<boosting_info_t> TreeLearner::ShareQueries() {
 }
 
 // The rounds, with the remaining time estimated from the last one. A forest reports its progress by
-// trees instead, in GrowSlots.
+// trees instead, in GrowSlots, and goes on within its one round. The checkpoint is written before
+// early stopping cuts the ensemble.
 int TreeLearner::RunRounds(Run& run) {
-    for (int idxTree = 1; idxTree <= numTree; ++idxTree) {
+    const bool fForest = modelType == "RandomForest";
+    RunEvaluation* const evaluation = run.evaluation.get();
+    int idxTree = fForest ? 0 : run.NumResumed();
+    if (evaluation != nullptr && evaluation->Replay(idxTree) != 0) return -1;
+    bool fOver = evaluation != nullptr && evaluation->IsOver();
+    while (!fOver && idxTree < numTree) {
+        ++idxTree;
         const long startTree = Now();
         if (BoostRound(run, idxTree) != 0) return -1;
-        RunEvaluation* const evaluation = run.evaluation.get();
         if (evaluation != nullptr && evaluation->TakeRound(idxTree, idxTree == numTree) != 0) {
             return -1;
         }
@@ -225,12 +252,13 @@ int TreeLearner::RunRounds(Run& run) {
             Print("Remaining time for generating trees: ", remaining, " seconds\n");
             sylvora::FlushOutput();
         }
-        if (modelType != "RandomForest" && IsStopped(idxTree, numTree)) return -1;
-        if (!fKept && (evaluation == nullptr || !evaluation->IsOver())) continue;
-        if (modelType != "RandomForest") run.numSlots = idxTree;
-        break;
+        if (!fForest && run.checkpoint) run.checkpoint->Take(idxTree, false);
+        if (!fForest && IsStopped(idxTree, numTree)) return -1;
+        fOver = fKept || (evaluation != nullptr && evaluation->IsOver());
     }
-    return run.evaluation ? run.evaluation->EndRounds() : 0;
+    if (fOver && !fForest) run.numSlots = idxTree;
+    if (!fForest && run.checkpoint) run.checkpoint->Take(idxTree, true);
+    return evaluation != nullptr ? evaluation->EndRounds() : 0;
 }
 
 // One round; `idxTree` counts from 1. The order of the phases is fixed: gradients read predictV,
@@ -247,6 +275,7 @@ int TreeLearner::BoostRound(Run& run, int idxTree) {
     ClearGroup();
     GroupTreeCnt = 0;
     if (modelType == "RandomForest") {
+        GroupTreeCnt = run.NumResumed();
         if (GenerateForest(run) != 0) return -1;
     } else if (GrowTree(0, true) != 0) {
         return Fail("ERROR: Failed when generating tree!\n");
@@ -267,11 +296,14 @@ int TreeLearner::BoostRound(Run& run, int idxTree) {
 // ended, so only this order makes a forest independent of the number of threads; the parallelism is
 // inside a tree. A slot that fails is reported and left out.
 int TreeLearner::GenerateForest(Run& run) {
-    for (int slot = 0; slot < sizeGroup && !fStopped && !fUserThrew && !fKept; ++slot) {
+    for (int slot = run.NumResumed(); slot < sizeGroup && !fStopped && !fUserThrew && !fKept;
+         ++slot) {
         static_cast<void>(GrowSlots(slot, slot));
-        if (fVerify && !fStopped && !fUserThrew && Verification{*this}.CheckSlot(slot) != 0)
-            return -1;
+        if (fStopped || fUserThrew) break;
+        if (fVerify && Verification{*this}.CheckSlot(slot) != 0) return -1;
         if (fKept) run.numSlots = slot + 1;
+        const bool fLast = fKept || slot + 1 == sizeGroup;
+        if (run.checkpoint) run.checkpoint->Take(slot + 1, fLast);
     }
     return fStopped || fUserThrew ? -1 : 0;
 }

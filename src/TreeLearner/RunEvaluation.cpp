@@ -36,21 +36,38 @@ bool IsBetter(double value, double best, bool fLargerIsBetter) {
 
 }  // namespace
 
-int TreeLearner::RunEvaluation::TakeRound(int round, bool fLast) {
+// Scores and metrics are computed again, in the same order, so they are the same bit for bit.
+int TreeLearner::RunEvaluation::Replay(int done) {
     if (!fRounds) return 0;
+    const size_t numStart = EnsembleView(learner).NumGroups() - static_cast<size_t>(done);
+    for (int round = 1; round <= done; ++round) {
+        if (MeasureRound(round, numStart + static_cast<size_t>(round)) != 0) return -1;
+    }
+    learner.evaluationRecord.fStoppedEarly = fOver && done < learner.numTree;
+    return 0;
+}
+
+// Evaluates a round, up to which the ensemble has `numGroups` groups.
+int TreeLearner::RunEvaluation::MeasureRound(int round, size_t numGroups) {
     numRounds = round;
-    AddNewGroups();
+    AddGroups(numGroups);
     if (Measure() != 0) return -1;
     if (learner.CfgInfo.earlyStop > 0) CompareWithBest(round);
+    return 0;
+}
+
+int TreeLearner::RunEvaluation::TakeRound(int round, bool fLast) {
+    if (!fRounds) return 0;
+    if (MeasureRound(round, EnsembleView(learner).NumGroups()) != 0) return -1;
     learner.evaluationRecord.fStoppedEarly = fOver && !fLast;
     const int interval = learner.CfgInfo.evalEvery;
     if (interval > 0 && (round % interval == 0 || fLast || fOver)) PrintLine(round);
     return 0;
 }
 
-// The groups are added one after the other, each to all rows. The pieces of all sets are shared
-// among the workers.
-void TreeLearner::RunEvaluation::AddNewGroups() {
+// Adds the groups that are not in the scores yet, up to `end`: one after the other, each to all
+// rows. The pieces of all sets are shared among the workers.
+void TreeLearner::RunEvaluation::AddGroups(size_t end) {
     const EnsembleView trees(learner);
     struct Piece {
         EvaluatedSet* set;
@@ -62,7 +79,7 @@ void TreeLearner::RunEvaluation::AddNewGroups() {
             pieceV.push_back({&set, number});
         }
     }
-    for (; numScored < trees.NumGroups(); ++numScored) {
+    for (; numScored < end; ++numScored) {
         const double shrink = learner.StepLengthV[numScored];
         const WalkedGroup whole(trees, numScored, shrink, false);
         const WalkedGroup compact(trees, numScored, shrink, true);

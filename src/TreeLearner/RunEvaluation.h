@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "../Checkpoint/Digest.h"
 #include "../TreeLearner.h"
 #include "EvaluatedSet.h"
 
@@ -20,6 +21,9 @@ class TreeLearner::RunEvaluation {
     [[nodiscard]] static int Start(TreeLearner& learner,
                                    std::unique_ptr<RunEvaluation>& evaluation);
 
+    // Before the first round of a run that goes on after round `done`: evaluates the rounds that
+    // the ensemble has, as TakeRound would have, but prints nothing. Returns 0, or -1 as TakeRound.
+    [[nodiscard]] int Replay(int done);
     // After a round of boosting, counted from 1: scores the sets with the groups that are new.
     // `fLast` says that no round follows. Does nothing for other models. Returns 0, or -1 after a
     // message if a metric of the program failed.
@@ -32,6 +36,8 @@ class TreeLearner::RunEvaluation {
     // After the run: evaluates a forest, a single tree or a classification, whose scores are no
     // sums over rounds. Returns 0, or -1 after a message.
     [[nodiscard]] int TakeEnsemble();
+    // The digest of what early stopping depends on: a set and its metric. Only with earlyStop.
+    sylvora::Digest DigestOfStop() const;
 
   private:
     // A metric of a set, and its place in the record.
@@ -61,7 +67,8 @@ class TreeLearner::RunEvaluation {
     void ListMeasurements(const std::vector<std::vector<sylvora::NamedMetric>>& metricVV);
     std::string Place(const std::string& name) const;
 
-    void AddNewGroups();
+    void AddGroups(size_t end);
+    int MeasureRound(int round, size_t numGroups);
     int ScoreEnsemble(sylvora::EvaluatedSet& set);
     int Measure();
     int AskUser(const Measurement& measurement, double& value);

@@ -29,7 +29,8 @@ namespace {
 // Parameters that make no sense for data in memory.
 bool IsOfTheCommand(const sylvora::ParameterRow& row) {
     const std::string name = row.name;
-    return row.fFileName || name == "mode" || name == "absent" || name == "pathOutput" ||
+    const bool fFile = row.fFileName && name != "checkpoint";
+    return fFile || name == "mode" || name == "absent" || name == "pathOutput" ||
            name == "fileResultBase" || name == "fTestRealTime" || name == "sizeGroup";
 }
 

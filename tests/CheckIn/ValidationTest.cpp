@@ -124,6 +124,13 @@ TEST(Validation, Table) {
          "ERROR: Illegal earlyStop: -1, it must be 0 or more!\n", ""},
         {"modelType=GBDT evalEvery=-1", -1, "ERROR: Illegal evalEvery: -1, it must be 0 or more!\n",
          ""},
+        {"modelType=GBDT checkpointEvery=0", -1,
+         "ERROR: Illegal checkpointEvery: 0, it must be 1 or more!\n", ""},
+        {"modelType=GBDT checkpoint=c fTestRealTime=true", -1,
+         "ERROR: checkpoint c: does not go together with fTestRealTime, which reports on every "
+         "round; leave out one of them!\n",
+         ""},
+        {"modelType=RandomForest fRegCls=REG checkpoint=c fileDebug=d", 0, "", ""},
         {"modelType=RandomForest fRegCls=REG earlyStop=1", -1,
          "ERROR: earlyStop needs the rounds of GBDT or GBRank, a RandomForest has none!\n",
          "lossFunc=Label"},

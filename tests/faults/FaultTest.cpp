@@ -152,6 +152,8 @@ struct TrainingJob {
 Work Training(const CheckCfgCLS& cfg, const TempFolder& folder, bool fOwn = false) {
     const auto make = [cfg, fOwn, fileTran = folder.Write("map.txt", "17 1\n")] {
         const auto job = std::make_shared<TrainingJob>(cfg, fileTran);
+        job->learner.setPackedTrees(!cfg.fileCheckpoint.empty());
+        if (cfg.checkpointEvery == 1) std::filesystem::remove(cfg.fileCheckpoint);
         if (fOwn) {
             job->learner.trainingOptions.sink = [](void*, int, const char* text) {
                 std::cerr << "sink: " << text;
@@ -178,7 +180,13 @@ TEST(Faults, MemoryRunsOutInATraining) {
     // Forces workers to share nodes, and a forest to use histograms.
     setenv("SYLVORA_TUNING", "chunkRows=4 smallNode=2 listPercent=101", 1);
     for (const Model& kind : {kKinds[0], kKinds[3], kKinds[4]}) {
-        sweep.Try(Training(SettingsOf(kind, folder, 3), folder));
+        CheckCfgCLS cfg = SettingsOf(kind, folder, 3);
+        sweep.Try(Training(cfg, folder));
+        cfg.fileCheckpoint = folder.Path("checkpoint");
+        for (const int every : {1, 2}) {  // with 1 it is written, then it is only read
+            cfg.checkpointEvery = every;
+            sweep.Try(Training(cfg, folder));
+        }
     }
     Sweep own(folder, Call::kAllocation, "sink: ERROR: Fa");
     for (const bool fReference : {false, true}) {

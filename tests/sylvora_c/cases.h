@@ -34,6 +34,7 @@ void expect_text(const sylvora_model* model, int digits, int described, const ch
 
 /* parts.c */
 void test_progress(const sylvora_dataset* data);
+void test_checkpoint(const sylvora_dataset* data);
 void test_column(const sylvora_dataset* data);
 void test_parts(const sylvora_dataset* data);
 void test_log_odds(void);

@@ -383,6 +383,7 @@ int main(void) {
     test_model_types(data);
     test_errors(data);
     test_progress(data);
+    test_checkpoint(data);
     test_parts(data);
     test_column(data);
     sylvora_model_free(model);

@@ -4,6 +4,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 #include "cases.h"
 
@@ -245,6 +246,55 @@ void test_parts(const sylvora_dataset* data) {
     sylvora_model_free(model);
     sylvora_model_free(again);
     sylvora_model_free(votes);
+}
+
+/* The residuals; the context is the round that is expected next. */
+static int residuals(void* context, int round, int64_t num_rows, const double* labels,
+                     const double* scores, double* gradients, double* hessians) {
+    (void)hessians;
+    EXPECT(round == (*(int*)context)++);
+    for (int64_t i = 0; i < num_rows; ++i) gradients[i] = labels[i] - scores[i];
+    return 0;
+}
+
+static int stop_at_17(void* context, int done, int total) {
+    (void)context, (void)total;
+    return done == 17 ? SYLVORA_STOP : SYLVORA_GO_ON;
+}
+
+/* A training that is stopped goes on after the last multiple of five rounds. */
+void test_checkpoint(const sylvora_dataset* data) {
+    char path[] = "/tmp/sylvora-XXXXXX";
+    sylvora_model *whole = NULL, *resumed = NULL;
+    const int descriptor = mkstemp(path);
+    EXPECT(descriptor >= 0 && close(descriptor) == 0 && unlink(path) == 0);
+    for (int run = 0; run < 3; ++run) {
+        const sylvora_block block = block_of(100);
+        sylvora_training* training = training_on(data, y, "USER");
+        int next = run < 2 ? 1 : 16;
+        EXPECT(sylvora_training_objective(training, residuals, &next, 0) == 0);
+        EXPECT(sylvora_training_evaluate(training, "first", &block, y, 100, NULL, 0) == 0);
+        EXPECT(sylvora_training_set(training, "fileModel", path) == -1);
+        if (run > 0) EXPECT(sylvora_training_set(training, "checkpoint", path) == 0);
+        EXPECT(sylvora_training_set(training, "checkpointEvery", "5") == 0);
+        if (run == 0) EXPECT(sylvora_training_run(training, &whole) == 0);
+        if (run == 1) {
+            EXPECT(sylvora_training_on_progress(training, stop_at_17, NULL) == 0);
+            EXPECT_ERROR(sylvora_training_run(training, &resumed), "stopped after 17 of 30");
+        }
+        if (run == 2) {
+            int64_t num_values = 0;
+            EXPECT(sylvora_training_set(training, "numThread", "3") == 0);
+            EXPECT(sylvora_training_run(training, &resumed) == 0);
+            EXPECT(sylvora_training_record(training, 0, NULL, NULL, NULL, &num_values) == 0);
+            EXPECT(num_values == 30);
+        }
+        sylvora_training_free(training);
+    }
+    expect_same(whole, resumed, __LINE__);
+    EXPECT(unlink(path) == 0);
+    sylvora_model_free(whole);
+    sylvora_model_free(resumed);
 }
 
 /* Of the whole set and of a subset; missing values are -2147483648. */

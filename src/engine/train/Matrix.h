@@ -32,15 +32,20 @@ class Matrix {
     double At(int row, int column) const {
         return rowV != nullptr ? rowV[row][column] : block->At(BlockRow(row), column);
     }
-    // Calls visit(row, value) for all rows of a column, in ascending order.
+    // Calls visit(row, value) for all rows of a column, or for the rows [begin, end), in ascending
+    // order.
     template <typename Visit>
     void ForColumn(int column, const Visit& visit) const {
+        ForColumn(column, 0, numRows, visit);
+    }
+    template <typename Visit>
+    void ForColumn(int column, int begin, int end, const Visit& visit) const {
         if (rowV != nullptr) {
-            for (int row = 0; row < numRows; ++row) visit(row, rowV[row][column]);
+            for (int row = begin; row < end; ++row) visit(row, rowV[row][column]);
         } else if (chosenV != nullptr) {
-            for (int row = 0; row < numRows; ++row) visit(row, At(row, column));
+            for (int row = begin; row < end; ++row) visit(row, At(row, column));
         } else {
-            block->ForColumn(column, 0, numRows, visit);
+            block->ForColumn(column, begin, end, visit);
         }
     }
     // The rows (*chosen)[0], (*chosen)[1], ... of this matrix, which must be of a block.

@@ -1,0 +1,193 @@
+// What the model of a run depends on, by which a checkpoint is recognised; see RunCheckpoint.h.
+//
+// Every parameter is part of it unless it is listed here: a new one is not forgotten.
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <iterator>
+
+#include "../CheckIn/Parameters.h"
+#include "../Checkpoint/Digest.h"
+#include "../god/Report.h"
+#include "LossRun.h"
+#include "RunCheckpoint.h"
+#include "RunEvaluation.h"
+#include "TrainingRows.h"
+#include "base/WorkerPool.h"
+
+using sylvora::Digest;
+using sylvora::EvaluatedSet;
+using sylvora::Fingerprint;
+using sylvora::Text;
+
+namespace {
+
+// Parameters that the trees do not depend on, or only through the data; of numTree, the trees
+// depend at most on whether they are grown.
+constexpr const char* kWithoutEffect[] = {"mode",
+                                          "absent",
+                                          "pathOutput",
+                                          "fileResultBase",
+                                          "numTree",
+                                          "sizeGroup",
+                                          "numThread",
+                                          "digits",
+                                          "fPrint",
+                                          "fTestRealTime",
+                                          "evalEvery",
+                                          "checkpointEvery",
+                                          "temperature",
+                                          "scanShrinkCutoff",
+                                          "testCutoff",
+                                          "fPrintLeafDistribution",
+                                          "fDynamicStepLength",
+                                          "fSingleTreeLayer",
+                                          "fDev"};
+
+bool HasEffect(const sylvora::ParameterRow& row) {
+    return !row.fFileName &&
+           std::none_of(std::begin(kWithoutEffect), std::end(kWithoutEffect),
+                        [&row](const std::string& name) { return name == row.name; });
+}
+
+// The shortest text that reads back as the same number.
+std::string ExactText(double value) {
+    char text[32];
+    return std::string(text, std::to_chars(text, text + sizeof text, value).ptr);
+}
+
+// A value that takes one line. Names of losses and models come from the program.
+std::string OneLine(std::string text) {
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    return text;
+}
+
+std::string ValueOf(const sylvora::ParameterRow& row, const CheckCfgCLS& cfg) {
+    const auto* const real = std::get_if<double CheckCfgCLS::*>(&row.member);
+    return real != nullptr ? ExactText(cfg.**real) : OneLine(sylvora::ParameterValue(row, cfg));
+}
+
+const char* YesNo(bool fYes) {
+    return fYes ? "yes" : "no";
+}
+
+template <typename Number>
+std::string DigestOf(const Number* values, size_t count) {
+    Digest digest;
+    for (size_t i = 0; values != nullptr && i < count; ++i) {
+        digest.AddReal(static_cast<double>(values[i]));
+    }
+    return digest.Figures();
+}
+
+// The digest of a table of `numRows` rows: of fixed pieces of it, in order. addPiece(begin, end,
+// digest) adds the values of the rows [begin, end).
+template <typename AddPiece>
+Digest DigestByPieces(size_t numRows, sylvora::WorkerPool& pool, const AddPiece& addPiece) {
+    constexpr size_t kPieceRows = 256;
+    std::vector<Digest> pieceV((numRows + kPieceRows - 1) / kPieceRows);
+    pool.For(static_cast<int>(pieceV.size()), [&](int index, int) {
+        const size_t begin = static_cast<size_t>(index) * kPieceRows;
+        Digest digest;
+        addPiece(begin, std::min(begin + kPieceRows, numRows), digest);
+        pieceV[static_cast<size_t>(index)] = digest;
+    });
+    Digest whole;
+    for (const Digest& piece : pieceV) whole.Add(piece);
+    return whole;
+}
+
+std::string DigestOfRows(const sylvora::engine::Matrix& rows, sylvora::WorkerPool& pool) {
+    const auto addPiece = [&rows](size_t begin, size_t end, Digest& digest) {
+        Digest own = digest;  // stays in registers
+        for (int column = 0; column < rows.NumColumns(); ++column) {
+            rows.ForColumn(column, static_cast<int>(begin), static_cast<int>(end),
+                           [&own](int, double value) { own.AddReal(value); });
+        }
+        digest = own;
+    };
+    return DigestByPieces(static_cast<size_t>(rows.NumRows()), pool, addPiece).Figures();
+}
+
+// A stream that was seeded is the same wherever its seed is. One that goes on from earlier draws is
+// compared by its whole state.
+std::string DescribeStream(const sylvora::GeneratorState& state) {
+    if (state.word <= 0) return Text("seed ", state.word);
+    Digest digest;
+    for (const long word : {state.word, state.secondWord, state.lastOutput}) {
+        digest.Add(static_cast<std::uint64_t>(word));
+    }
+    for (const long entry : state.table) digest.Add(static_cast<std::uint64_t>(entry));
+    return "state " + digest.Figures();
+}
+
+}  // namespace
+
+Fingerprint TreeLearner::RunCheckpoint::Describe(int lastRowShares) const {
+    Fingerprint all = {{"library", SYLVORA_VERSION}};
+    DescribeSettings(all);
+    DescribeProgram(all);
+    all.emplace_back("lastRowShares", Text(lastRowShares));
+    DescribeData(all);
+    return all;
+}
+
+// Members of the learner count, which a program may have changed since its construction.
+void TreeLearner::RunCheckpoint::DescribeSettings(Fingerprint& all) const {
+    CheckCfgCLS cfg = learner.CfgInfo;
+    cfg.modelType = learner.modelType;
+    cfg.valTau = learner.valTau;
+    cfg.valShrink = learner.valShrink;
+    cfg.valSmpRt = learner.valSmpRt;
+    for (const sylvora::ParameterRow& row : sylvora::ParameterTable()) {
+        if (HasEffect(row)) all.emplace_back(row.name, ValueOf(row, cfg));
+    }
+    all.emplace_back("random", DescribeStream(sylvora::Draws::StateNow(learner.randGenerators[0])));
+}
+
+// Functions cannot be compared, only whether they are there.
+void TreeLearner::RunCheckpoint::DescribeProgram(Fingerprint& all) const {
+    const sylvora::TrainingOptions& options = learner.trainingOptions;
+    const bool fLoss = learner.CfgInfo.lossFunc == "USER" && options.objective == nullptr;
+    all.emplace_back("objective", YesNo(options.objective != nullptr));
+    all.emplace_back("secondDerivatives", YesNo(options.fHessian));
+    all.emplace_back("startValue", options.fStart ? ExactText(options.startValue) : "none");
+    all.emplace_back("sampler", YesNo(learner.sampleFeaType != nullptr));
+    all.emplace_back("covers", YesNo(options.fCovers));
+    // A function of setLossFunction is called with the rows of one thread.
+    all.emplace_back("lossThreads", fLoss ? Text(learner.numThread) : "any");
+}
+
+void TreeLearner::RunCheckpoint::DescribeData(Fingerprint& all) const {
+    const size_t numRows = static_cast<size_t>(learner.sampleSize);
+    all.emplace_back("rows", Text(numRows));
+    all.emplace_back("columns", Text(learner.dimFea));
+    all.emplace_back("classes", Text(learner.numClass));
+    all.emplace_back("labelDigest", DigestOf(learner.labelTrV, numRows));
+    all.emplace_back("weightDigest", DigestOf(learner.numPairDistinctQueV, numRows));
+    all.emplace_back("queryDigest", DigestOf(learner.queryIdV, numRows));
+    all.emplace_back("predictionDigest", DigestOf(learner.predictV, numRows));
+    all.emplace_back("valueDigest", DigestOfRows(sylvora::TrainingRows(learner), *learner.workers));
+    const bool fStops = evaluation != nullptr && learner.CfgInfo.earlyStop > 0;
+    all.emplace_back("evaluationDigest", fStops ? evaluation->DigestOfStop().Figures() : "none");
+}
+
+// The set and the metric that decide about early stopping: nothing else that is evaluated has an
+// effect on the model.
+Digest TreeLearner::RunEvaluation::DigestOfStop() const {
+    const Measurement& measurement = measurementV[stopAt];
+    const EvaluatedSet& set = setV[measurement.set];
+    const size_t width = static_cast<size_t>(learner.dimFea);
+    Digest whole = DigestByPieces(set.NumRows(), *learner.workers,
+                                  [&](size_t begin, size_t end, Digest& digest) {
+                                      VecDle valueV((end - begin) * width);
+                                      set.ReadRows(begin, end, learner.dimFea, valueV.data());
+                                      for (const double value : valueV) digest.AddReal(value);
+                                  });
+    for (const double label : set.Measured().Labels()) whole.AddReal(label);
+    for (const int query : set.Measured().Queries()) whole.AddReal(query);
+    whole.AddText(learner.evaluationRecord.stopMetric);
+    whole.Add(measurement.user != nullptr);
+    whole.Add(measurement.IsLargerBetter());
+    return whole;
+}

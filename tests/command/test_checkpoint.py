@@ -1,0 +1,115 @@
+"""Checkpoints: runs that are killed or stopped, and end as if nothing had happened.
+
+SYLVORA_KILLS in the environment is the number of runs to kill.
+"""
+
+import os
+import random
+import resource
+import signal
+import subprocess
+import time
+import unittest
+
+from workbench import COMMAND, Workbench, data_lines
+
+KILLS = int(os.environ.get("SYLVORA_KILLS", "12"))
+
+
+class Checkpoints(Workbench):
+    def setUp(self):
+        super().setUp()
+        self.write("dev.txt", data_lines([i * 7 % 10 for i in range(50)], seed=3))
+        self.write("train.txt", data_lines([i % 10 for i in range(3000)]))
+        self.keep = ["-checkpoint", "state"]
+
+    def start(self, *options):
+        return subprocess.Popen([COMMAND, "run.cfg", *options], cwd=self.folder, text=True,
+                                stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+
+    def bytes_of(self, name):
+        return (self.folder / name).read_bytes()
+
+    def test_killed_runs_end_with_the_model_of_one(self):
+        """Each time after a part of the time that the whole run takes, until one ends by itself."""
+        draw = random.Random(11)
+        for options in (["-numTree", "300", "-maxLeaf", "30"],
+                        ["-numTree", "40", "-modelType", "RandomForest", "-fRegCls", "CLS"]):
+            begin = time.monotonic()
+            whole = self.model(*options)
+            longest = time.monotonic() - begin
+            killed, resumed = 0, 0
+            while killed < KILLS // 2:
+                run = self.start(*options, *self.keep, "-checkpointEvery", "1", "-numThread",
+                                 str(draw.randint(1, 4)), "-fileModel", "end.txt")
+                time.sleep(draw.uniform(0, 0.8 * longest))
+                run.kill()
+                run.communicate()
+                killed += 1
+                if (self.folder / "end.txt").exists():
+                    self.assertEqual(whole, self.read("end.txt"))
+                    for name in "end.txt", "state":
+                        (self.folder / name).unlink()
+            resumed = (self.folder / "state").exists()
+            run = self.succeed(*options, *self.keep, "-fileModel", "end.txt")
+            self.assertEqual(resumed, "the training goes on after" in run.stderr)
+            self.assertEqual(whole, self.read("end.txt"))
+            self.assertEqual(["dev.txt", "end.txt", "model.txt", "run.cfg", "state", "train.txt"],
+                             sorted(os.listdir(self.folder)))
+            for name in "end.txt", "state":
+                (self.folder / name).unlink()
+
+    def test_a_stopped_run_goes_on(self):
+        """A signal leaves the last checkpoint. The table goes on with the next round."""
+        self.configure("fileDev = dev.txt", "valShrink = 0.01")
+        options = ["-numTree", "1500", "-evalEvery", "500", "-numThread", "1"]
+        whole = self.succeed(*options)
+        model = self.read("model.txt")
+        run = self.start(*options, *self.keep)
+        while run.poll() is None and not (self.folder / "state").exists():
+            time.sleep(0.002)
+        run.send_signal(signal.SIGINT)
+        self.assertRegex(run.communicate()[1], r"^Notice: Training was stopped after \d+ of 1500, ")
+        self.assertEqual(130, run.returncode)
+        again = self.succeed(*options, *self.keep)
+        self.assertRegex(again.stderr, r"^Notice: checkpoint state: the training goes on after "
+                                       r"\d+0 of 1500 rounds\n$")
+        self.assertEqual(model, self.read("model.txt"))
+        header, *lines = whole.stdout.splitlines()
+        self.assertEqual(header, again.stdout.splitlines()[0])
+        self.assertEqual(lines[-1], again.stdout.splitlines()[-1])
+
+    def test_a_full_disk_keeps_the_last_one(self):
+        """A file size limit simulates a full disk; the model is smaller than the checkpoint."""
+        limit = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (16384, 16384))
+        self.succeed(*self.keep)
+        before = self.bytes_of("state")
+        model = self.model("-numTree", "9")
+        run = self.succeed("-numTree", "9", *self.keep, "-checkpointEvery", "2", preexec_fn=limit)
+        self.assertRegex(run.stderr, r"^Notice: .* goes on after 5 of 9 rounds\n"
+                                     r"ERROR: .*state in full: File too large.*is kept!\n$")
+        self.assertEqual(before, self.bytes_of("state"))
+        self.assertEqual(model, self.read("model.txt"))
+
+    def test_refusals(self):
+        self.succeed(*self.keep)
+        before = self.bytes_of("state")
+        for part, options in (
+                ("of a training with maxDepth 4, not 5", ["-maxDepth", "5"]),
+                ("of a training with random seed -1, not seed -2|randomSeed", ["-randomSeed", "2"]),
+                ("has 5 rounds, and numTree is only 4", ["-numTree", "4"]),
+                ("does not go together with fileDebug", ["-fileDebug", "debug.txt"])):
+            self.fail_with(f"checkpoint state: .*({part})", *self.keep, *options)
+        self.fail_with("checkpointEvery: 0", *self.keep, "-checkpointEvery", "0")
+        self.fail_with("checkpoint model.txt: is the same file", "-checkpoint", "model.txt")
+        self.fail_with("checkpoint train.txt: is the same file", "-checkpoint", "train.txt")
+        lines = self.read("train.txt").splitlines()
+        self.write("train.txt", lines[:-1] + [lines[-1][:-1] + "7"])
+        self.fail_with("checkpoint state: is of a training with valueDigest .*, not ", *self.keep)
+        self.write("train.txt", lines[:-1])
+        self.fail_with("checkpoint state: is of a training with rows 3000, not 2999", *self.keep)
+        self.assertEqual(before, self.bytes_of("state"))
+
+
+if __name__ == "__main__":
+    unittest.main()
