@@ -253,7 +253,10 @@ int TreeLearner::RunRounds(Run& run) {
             sylvora::FlushOutput();
         }
         if (!fForest && run.checkpoint) run.checkpoint->Take(idxTree, false);
-        if (!fForest && IsStopped(idxTree, numTree)) return -1;
+        if (!fForest && IsStopped(idxTree, numTree)) {
+            if (run.checkpoint) run.checkpoint->Take(idxTree, true);
+            return -1;
+        }
         fOver = fKept || (evaluation != nullptr && evaluation->IsOver());
     }
     if (fOver && !fForest) run.numSlots = idxTree;

@@ -88,7 +88,7 @@ class Objective:
 
     def fill(self, number: int) -> None:
         """Fills the gradients, and hessians, of round `number`, from 1."""
-        result, self._first = self._first, None
+        result, self._first = self._first if number == 1 else None, None
         gradients, hessians = result if result is not None else self._call(number)
         if (hessians is None) != (self.hessians is None):
             raise ValueError(
