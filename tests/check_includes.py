@@ -11,8 +11,8 @@ import re
 import sys
 from pathlib import Path
 
-ORDER = ["Libdef", "claim", "DataBlock", "RandomStream", "god", "LossFunctions", "Links", "CheckIn",
-         "Sort", "base",
+ORDER = ["Libdef", "Communicator", "Ranks", "claim", "DataBlock", "RandomStream", "god",
+         "LossFunctions", "Links", "CheckIn", "Sort", "base",
          "engine/train", "engine/train/histogram", "engine/train/lists", "engine/score", "DataSet",
          "Node", "Tree", "Output", "Checkpoint", "Evaluation", "TrainingOptions", "ModelText",
          "TreeLearner", "sylvora_c"]
