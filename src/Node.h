@@ -19,6 +19,7 @@
 
 #include <pthread.h>
 
+#include <cstdint>
 #include <string>
 
 #include "Libdef.h"
@@ -146,6 +147,16 @@ class SYLVORA_API NodeCR {
     void ApplyUserValue(const double* const* featureVV, const int* indexV, int slot);
     void ReleaseCandidates();   // frees selFeaV and selFeaValue
     void ReleaseClassCounts();  // frees statClassAll
+    // Whether a row with this value belongs left, given the part of the slice in which it lies.
+    bool BelongsLeft(double value, bool fInLeftPart) const {
+        return fInLeftPart ? value <= splitElemFea : !(value > splitElemFea);
+    }
+    template <typename IsLeft>
+    void ExchangeRows(int* indexV, const IsLeft& belongsLeft);
+    // DataSplit in two steps: marks each row of the slice, 1 if it belongs left, and partitions the
+    // slice by such marks.
+    void SidesOfRows(double** featureVV, const int* indexV, std::uint8_t* fLeftV) const;
+    void SplitBySides(const std::uint8_t* fLeftV, int* indexV);
 };
 
 // The arguments of one search worker. The node and the arrays are borrowed until it is joined.

@@ -10,6 +10,7 @@
 #include "RandomStream.h"
 
 namespace sylvora {
+class Ranks;
 
 // All pointers are borrowed and must stay valid until the learner's last call that uses them.
 struct TrainingOptions {
@@ -48,6 +49,12 @@ struct TrainingOptions {
     // Metrics of the program's own, which are recorded for each set beside those of metricV, and
     // which stopMetric may name.
     std::vector<UserMetric> userMetricV;
+
+    // Null, or the ranks of a training, of which this learner is one: Boosting is then a collective
+    // call, and needs DataBorrow of a set in which the columns of other ranks are constant. Labels,
+    // settings and seed must be the same at all ranks. Rank 0 writes the files. A rank whose
+    // Boosting returns -1 must be made known to the others, or they wait for it.
+    Ranks* ranks = nullptr;
 };
 
 }  // namespace sylvora

@@ -16,6 +16,7 @@
 
 class TreeLearner;
 namespace sylvora {
+class Ranks;
 class EngineRun;
 namespace engine {
 struct GrownNode;
@@ -126,10 +127,12 @@ class SYLVORA_API TreeCR {
     int ComputeLeafValue(Growth& growth, NodeCR& node);
     int SplitNode(Growth& growth, NodeCR& node, double& criteria);
     int SearchNode(Growth& growth, NodeCR& node, double& criteria);
+    int SplitByRanks(Growth& growth, NodeCR& node, double& criteria);
     int AppendChildren(NodeCR& node, int idxNode);
     int CheckWeights(const Growth& growth) const;
 
-    bool fSamplerThrew = false;  // the user's sampler threw an exception, which ends the run
+    bool fSamplerThrew = false;       // the user's sampler threw an exception, which ends the run
+    sylvora::Ranks* ranks = nullptr;  // set: each rank searches its own columns
     // Called once the tree has grown, with its row index, to set the values of all nodes by the
     // loss; empty: they stay the means of the gradients.
     std::function<void(const int* rowV)> setNodeValues;

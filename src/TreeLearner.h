@@ -370,16 +370,14 @@ class SYLVORA_API TreeLearner {
     std::string lostResult;
     bool fStopped = false;           // the progress function ended the run
     std::atomic<bool> fKept{false};  // it returned kStopAndKeep
-    bool fVerify = false, fPacked = false;
-    bool fLoadFailed = false;          // the last load failed
+    bool fVerify = false, fPacked = false, fLoadFailed = false;  // the last load failed
     int numMissing = 0, numGrown = 0;  // trees of the last run
     int numDrawn = 0;                  // rows of the tree grown last
     friend class sylvora::EnsembleView;
     friend class sylvora::ModelText;
     friend class sylvora::ModelParts;
     std::shared_ptr<sylvora::engine::PackedTrees> packedTrees;  // null: the trees are in TreeVV
-    int modelDim = 0;       // columns that the ensemble was trained on; 0: made by hand
-    int testDim = 0;        // columns of the test rows
+    int modelDim = 0, testDim = 0;  // columns of the ensemble, 0: made by hand; of the test rows
     std::string walkFault;  // why a loaded ensemble cannot be scored; empty: it can
     std::shared_ptr<const ScoringForm> scoringForm;  // null: the trees are walked one by one
 
@@ -395,6 +393,8 @@ class SYLVORA_API TreeLearner {
     mutable std::mutex sinkMutex;  // held while trainingOptions.sink runs
     struct LossRun;
     std::unique_ptr<LossRun> lossRun;  // from ParamInit on
+    class RankRun;
+    std::unique_ptr<RankRun> rankRun;  // during a run by several ranks
 };
 
 #endif  // SYLVORA_TREELEARNER_H

@@ -178,6 +178,7 @@ int TreeCR::SplitNode(Growth& growth, NodeCR& node, double& criteria) {
     }
     // Only the search needs the counts; free them now rather than with the tree.
     node.ReleaseClassCounts();
+    if (ranks != nullptr) return SplitByRanks(growth, node, criteria);
     if (node.DataSplit(growth.featureVV, growth.indexV) != 0) {
         return Fail("ERROR: Failed to split data!\n");
     }

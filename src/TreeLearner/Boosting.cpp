@@ -23,6 +23,7 @@
 #include "CallScope.h"
 #include "EngineRun.h"
 #include "LossRun.h"
+#include "RankRun.h"
 #include "RoundedNumber.h"
 #include "RowDraw.h"
 #include "RunCheckpoint.h"
@@ -103,6 +104,7 @@ int TreeLearner::Boosting() {
         const long start = Now();
         if (PrepareRun(run) != 0 || RunRounds(run) != 0 || FinishRun() != 0) return -1;
         if (run.evaluation && run.evaluation->TakeEnsemble() != 0) return -1;
+        if (rankRun && !rankRun->All(true)) return -1;
         const long seconds = (Now() - start) / kMicroseconds;
         if (CfgInfo.fPrint) Print("Time for generating all trees: ", seconds, " seconds\n");
         return 0;
@@ -114,6 +116,7 @@ int TreeLearner::Boosting() {
     numMissing = static_cast<int>(std::min(numAsked - numGrown, long{INT_MAX}));
     if (packedTrees) packedTrees->DropOpenGroup();
     engineRun.reset();
+    rankRun.reset();
     rowCopy.reset();
     workers.reset();  // joins the threads, also after a failure
     return status;
@@ -147,6 +150,10 @@ int TreeLearner::PrepareRun(Run& run) {
     workers = std::make_unique<sylvora::WorkerPool>();
     const int code = workers->Start(numThread);
     if (code != 0) return sylvora::FailToStart(code);
+    if (trainingOptions.ranks != nullptr) {
+        rankRun = std::make_unique<RankRun>(*this, *trainingOptions.ranks);
+        if (rankRun->Begin() != 0) return -1;
+    }
     if (lossRun != nullptr && lossRun->Begin() != 0) return -1;
     if (RunCheckpoint::Start(*this, run.evaluation.get(), run.SharesOfLastRow(sampleSize),
                              run.checkpoint) != 0) {
@@ -286,11 +293,13 @@ int TreeLearner::BoostRound(Run& run, int idxTree) {
     if (fVerify && Verification{*this}.CheckRound(idxTree) != 0) return -1;
     fSetDynStep = run.fSetDynStepGlobal;
     const bool fStepped = run.fEachOnce && engineRun && engineRun->StepPredictions(*this);
+    if (!fStepped && rankRun) rankRun->FindOutputs();
     if (!fStepped) run.Fork(*workers, PredictionThreadFunction);
+    if (rankRun && rankRun->CheckStep("round", idxTree) != 0) return -1;
     if (fVerify && Verification{*this}.CheckPredictions(idxTree) != 0) return -1;
     StepLengthV.push_back(static_cast<float>(valShrink * dynShrink));
     EndGroup();
-    if (CfgInfo.fTestRealTime) WriteRoundResult(idxTree);
+    if (CfgInfo.fTestRealTime && (!rankRun || rankRun->IsFirst())) WriteRoundResult(idxTree);
     if (fUserThrew) return -1;  // asked while a result file waited for its reader
     return 0;
 }
@@ -301,8 +310,10 @@ int TreeLearner::BoostRound(Run& run, int idxTree) {
 int TreeLearner::GenerateForest(Run& run) {
     for (int slot = run.NumResumed(); slot < sizeGroup && !fStopped && !fUserThrew && !fKept;
          ++slot) {
-        static_cast<void>(GrowSlots(slot, slot));
+        const int status = GrowSlots(slot, slot);
         if (fStopped || fUserThrew) break;
+        // Other ranks may have grown the tree.
+        if (rankRun && (status != 0 || rankRun->CheckStep("tree", slot + 1) != 0)) return -1;
         if (fVerify && Verification{*this}.CheckSlot(slot) != 0) return -1;
         if (fKept) run.numSlots = slot + 1;
         const bool fLast = fKept || slot + 1 == sizeGroup;
@@ -347,7 +358,8 @@ int TreeLearner::FinishRun() {
     walkFault.clear();  // of an ensemble that was loaded before
     fLoadFailed = false;
     const bool fInMemory = borrowed != nullptr && fileModel.empty();
-    if (!fInMemory && WriteModel(fileModel, CfgInfo.digits, fVerify) != 0) {
+    const bool fWritten = !fInMemory && (!rankRun || rankRun->IsFirst());
+    if (fWritten && WriteModel(fileModel, CfgInfo.digits, fVerify) != 0) {
         return fStopped ? -1 : Fail("ERROR: Failed to save the full model!\n");
     }
     CompileEnsemble();
@@ -370,7 +382,12 @@ int TreeLearner::AskUser() {
 bool TreeLearner::IsStopped(int done, int total) {
     progressDone = done;
     progressTotal = total;
-    const int status = AskUser();
+    int status = AskUser();
+    if (rankRun) {
+        const bool fStop = rankRun->Any(status != 0 && status != kStopAndKeep);
+        const bool fKeep = rankRun->Any(status == kStopAndKeep);
+        status = fStop ? -1 : fKeep ? kStopAndKeep : 0;
+    }
     fKept = status == kStopAndKeep;
     if (status == 0 || fKept) return false;
     fStopped = true;

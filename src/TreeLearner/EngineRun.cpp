@@ -7,6 +7,7 @@
 
 #include "../Node/SampledColumns.h"
 #include "../Node/SplitScan.h"
+#include "Ranks.h"
 #include "TrainingRows.h"
 #include "base/Switch.h"
 #include "engine/train/histogram/BinnedColumns.h"
@@ -22,6 +23,13 @@ namespace {
 std::shared_ptr<const CodedData> CodedDataOf(const TreeLearner& learner) {
     if (learner.BorrowedData() != nullptr) return learner.BorrowedData()->Shared();
     return std::make_shared<const CodedData>(TrainingRows(learner));
+}
+
+// Whether a fact holds here or at any other rank.
+bool AtAnyRank(Ranks* ranks, bool fHere) {
+    if (ranks == nullptr) return fHere;
+    const std::vector<int> everyV = ranks->Gather(static_cast<int>(fHere));
+    return std::find(everyV.begin(), everyV.end(), 1) != everyV.end();
 }
 
 }  // namespace
@@ -55,6 +63,7 @@ class EngineRun::NodeReferenceSearch : public engine::ReferenceSearch {
         split.threshold = best.threshold;
         split.fNarrow = best.fNarrow;
         split.countL = best.countL;
+        split.score = best.score;
         return split;
     }
 
@@ -90,19 +99,22 @@ struct EngineRun::ListEngine {
     engine::SortedListGrower growth;
 };
 
+// With several ranks, all use the engine, or none.
 std::unique_ptr<EngineRun> EngineRun::Start(const TreeLearner& learner, WorkerPool& pool) {
-    if (UseReferenceImplementation() || learner.fDebug || learner.sampleFeaType != nullptr ||
-        (learner.CfgInfo.maxDepth < 1 && learner.modelType != "RandomForest")) {
-        return nullptr;
-    }
+    Ranks* const ranks = learner.trainingOptions.ranks;
+    const bool fReference = UseReferenceImplementation() || learner.fDebug ||
+                            learner.sampleFeaType != nullptr ||
+                            (learner.CfgInfo.maxDepth < 1 && learner.modelType != "RandomForest");
+    if (AtAnyRank(ranks, fReference)) return nullptr;
     std::unique_ptr<EngineRun> run(new EngineRun(learner, pool));
-    if (!run->Prepare(learner)) run.reset();
+    if (AtAnyRank(ranks, !run->Prepare(learner))) run.reset();
     return run;
 }
 
 EngineRun::EngineRun(const TreeLearner& learner, WorkerPool& workers)
     : tuning(engine::CurrentTuning()),
       pool(workers),
+      ranks(learner.trainingOptions.ranks),
       data(CodedDataOf(learner)),
       reference(std::make_unique<NodeReferenceSearch>(data->Values())) {}
 
@@ -122,9 +134,11 @@ bool EngineRun::Prepare(const TreeLearner& learner) {
         const auto form =
             fManyDrawn ? engine::ColumnOrders::Form::kLists : engine::ColumnOrders::Form::kRanks;
         lists = std::make_unique<ListEngine>(learner, limits, data->Orders(form, pool), *this);
+        if (ranks != nullptr) lists->growth.UseRanks(*ranks);
         return !lists->lists->HasNan();
     }
     histograms = std::make_unique<HistogramEngine>(*data, limits, *this);
+    if (ranks != nullptr) histograms->growth.UseRanks(*ranks);
     // Only draws of single rows can be made ahead, not of queries. A CART has a single tree.
     if (pool.NumWorkers() > 1 && learner.modelType != "CART" && c.randomMode == "DOC") {
         rowsAhead = std::make_unique<RowsAhead>(pool);
@@ -175,8 +189,13 @@ bool EngineRun::StepPredictions(const TreeLearner& learner) {
     for (const NodeCR* node : learner.TreeGroup[0]->NodeV) {
         stepV.push_back(node->avgPredict * learner.dynShrink * learner.valShrink);
     }
-    engine::StepPredictions(histograms->growth, histograms->columns, pool, stepV.data(),
-                            learner.predictV);
+    if (ranks != nullptr) {
+        engine::StepPredictionsByRanks(histograms->growth, data->Values(), *ranks, pool,
+                                       stepV.data(), learner.predictV);
+    } else {
+        engine::StepPredictions(histograms->growth, histograms->columns, pool, stepV.data(),
+                                learner.predictV);
+    }
     return true;
 }
 

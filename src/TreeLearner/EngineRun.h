@@ -58,6 +58,7 @@ class EngineRun {
 
     const engine::Tuning tuning;
     WorkerPool& pool;
+    Ranks* const ranks;  // null: this process trains alone
     const std::shared_ptr<const CodedData> data;
     std::unique_ptr<engine::ReferenceSearch> reference;
     // Exactly one of the two is set once Prepare has returned; both borrow `reference`.

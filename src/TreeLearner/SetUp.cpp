@@ -12,6 +12,7 @@
 #include "EngineRun.h"
 #include "EnsembleView.h"
 #include "LossRun.h"
+#include "RankRun.h"
 
 using sylvora::AllocateArray;
 using sylvora::Fail;

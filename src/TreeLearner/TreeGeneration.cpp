@@ -15,6 +15,7 @@
 #include "EngineRun.h"
 #include "EnsembleView.h"
 #include "LossRun.h"
+#include "RankRun.h"
 #include "RowDraw.h"
 #include "TrainingRows.h"
 
@@ -58,6 +59,7 @@ int TreeLearner::GrowTree(int treeId, bool fThreaded) {
         }
         if (CheckTrainingWidth() != 0) return -1;
         auto tree = std::make_unique<TreeCR>(CfgInfo, sampleFeaType);
+        if (rankRun) tree->ranks = &rankRun->Peers();
         long* seed = SeedOf(treeId);
         int* indexV = nullptr;
         int num = 0;
@@ -177,7 +179,8 @@ int TreeLearner::UpdatePrediction(int idBegin, int idEnd) {
     const sylvora::TreeView tree =
         fOpen ? sylvora::TreeView(packedTrees->FirstOpen()) : sylvora::TreeView(*TreeGroup[0]);
     for (int i = idBegin; i <= idEnd; ++i) {
-        const double output = featureVV != nullptr
+        const double output = rankRun ? rankRun->OutputOf(i)
+                              : featureVV != nullptr
                                   ? tree.Predict(featureVV[i])
                                   : tree.Predict(sylvora::engine::MatrixRow(rows, i));
         predictV[i] += output * dynShrink * valShrink;

@@ -13,6 +13,7 @@
 #include <streambuf>
 #include <string>
 
+#include "../Ranks.h"
 #include "CallContext.h"
 
 namespace sylvora {
@@ -85,13 +86,16 @@ inline void FlushOutput() {
     if (!HasSink()) std::cout << std::flush;
 }
 
-// Runs `operation` and returns its status. If it runs out of memory, reports that and returns -1.
+// Runs `operation` and returns its status. If it runs out of memory or loses another rank, reports
+// that and returns -1.
 template <typename Operation>
 [[nodiscard]] int Guarded(Operation operation) noexcept {
     try {
         return operation();
     } catch (const std::bad_alloc&) {
     } catch (const std::length_error&) {
+    } catch (const RanksLost& lost) {
+        return Fail("ERROR: ", lost.what(), "!\n");
     }
     return Fail("ERROR: Failed to allocate memory!\n");
 }

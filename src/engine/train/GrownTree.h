@@ -81,6 +81,8 @@ struct SplitPoint {
     bool fNarrow = false;  // see NarrowSplit.h
     // Whether the left slice holds exactly the rows at or below the threshold.
     bool fSlicesMatchThreshold = true;
+    // The score, if the reference search found the split; it sets no other.
+    double score = -1.0;
 
     // Sets the threshold to the midpoint of the neighbouring values `low` and `high`. Returns false
     // if it does not separate them: the midpoint of adjacent doubles may round up to the higher

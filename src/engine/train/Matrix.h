@@ -2,6 +2,7 @@
 #ifndef SYLVORA_ENGINE_TRAIN_MATRIX_H
 #define SYLVORA_ENGINE_TRAIN_MATRIX_H
 
+#include <algorithm>
 #include <cstddef>
 #include <memory>
 #include <utility>
@@ -47,6 +48,17 @@ class Matrix {
         } else {
             block->ForColumn(column, begin, end, visit);
         }
+    }
+    // Whether all values of a column are equal, and none is a NaN. Ends at the first other value.
+    bool IsConstant(int column) const {
+        constexpr int kPiece = 256;
+        const double first = numRows > 0 ? At(0, column) : 0.0;
+        bool fSame = true;
+        for (int begin = 0; begin < numRows && fSame; begin += kPiece) {
+            ForColumn(column, begin, std::min(begin + kPiece, numRows),
+                      [&](int, double value) { fSame = fSame && value == first; });
+        }
+        return fSame;
     }
     // The rows (*chosen)[0], (*chosen)[1], ... of this matrix, which must be of a block.
     Matrix Rows(const std::shared_ptr<const std::vector<int>>& chosen) const {

@@ -12,7 +12,7 @@
 #include <optional>
 #include <utility>
 
-#include "TieBreak.h"
+#include "OpenNode.h"
 #include "engine/train/ColumnSampling.h"
 
 namespace sylvora {
@@ -28,42 +28,6 @@ int ShiftFor(int count, int mostBins) {
 }
 
 }  // namespace
-
-// A node that waits to be split, and then the outcome.
-struct HistogramGrower::OpenNode {
-    int idxNode = 0;
-    // The number of workers that it warrants; 0: too small to be shared.
-    int numTogether = 0;
-    Cell total = {};
-    // Null: the worker counts it, or none is needed.
-    std::unique_ptr<Histogram> histogram = nullptr;
-    std::vector<int> columnV = {};  // sampled, by slot
-    // Column -1: the node stays a leaf.
-    SplitPoint split = {};
-    // The sums over the left child's rows.
-    Cell left = {};
-    GrownNode children[2] = {};
-    std::unique_ptr<Histogram> childHistogramV[2] = {};
-};
-
-// What one worker needs for the node that it splits. Other workers may help through the pool.
-struct HistogramGrower::Worker {
-    Worker(const BinnedColumns& data, const FixedPoint& fixed, const Tuning& tuning,
-           HistogramFiller& histogramFiller, WorkerPool& pool, SplitSearch::BufferPool& bufferPool)
-        : filler(histogramFiller),
-          search(data, fixed, tuning, pool, bufferPool),
-          partition(data, pool, tuning.chunkRows),
-          tieBreak(data) {}
-
-    HistogramFiller& filler;
-    SplitSearch search;
-    RowPartition partition;
-    TieBreak tieBreak;
-    // The histogram of the node being split, if the node has none from its parent, and the columns
-    // that it counts.
-    Histogram own;
-    std::vector<int> columnV;
-};
 
 // The pools and the workers keep references to `fixed`, which Take fits again for each tree.
 HistogramGrower::HistogramGrower(const BinnedColumns& columns, WorkerPool& workers,
@@ -84,6 +48,11 @@ HistogramGrower::HistogramGrower(const BinnedColumns& columns, WorkerPool& worke
 }
 
 HistogramGrower::~HistogramGrower() = default;
+
+void HistogramGrower::UseRanks(Ranks& ranks) {
+    exchange = std::make_unique<SplitExchange>(ranks);
+    if (rows.fKeepAscending) rows.fLeftOfRowV.resize(static_cast<size_t>(data.NumRows()));
+}
 
 // Gradients are fitted to integers in the tree's own order; any order would give the same fit.
 bool HistogramGrower::Take(const double* gradV, const int* weightV, const int* indexV, int num) {
@@ -193,12 +162,28 @@ void HistogramGrower::SplitBatch(OpenNode* batch, size_t numBatch, bool fShareHi
     std::stable_sort(orderV.begin(), orderV.end(), [this](const OpenNode* a, const OpenNode* b) {
         return CountOf(*a) > CountOf(*b);
     });
-    pool.For(static_cast<int>(numBatch), [&](int i, int worker) {
-        OpenNode& open = *orderV[static_cast<size_t>(i)];
-        Worker& own = *workerV[static_cast<size_t>(worker)];
+    const auto forNodes = [&](const auto& step) {
+        pool.For(static_cast<int>(numBatch), [&](int i, int worker) {
+            step(*orderV[static_cast<size_t>(i)], *workerV[static_cast<size_t>(worker)]);
+        });
+    };
+    const auto search = [&](OpenNode& open, Worker& worker) {
         ChooseParallelism(open, numRows);
-        SplitNode(open, own);
-        if (fShareHistograms) ShareHistogram(open, own);
+        Search(open, worker);
+    };
+    const auto split = [&](OpenNode& open, Worker& worker) {
+        MakeChildren(open, worker);
+        if (fShareHistograms) ShareHistogram(open, worker);
+    };
+    if (exchange) {
+        forNodes(search);
+        ExchangeSplits(batch, numBatch);
+        return forNodes(split);
+    }
+    forNodes([&](OpenNode& open, Worker& worker) {
+        search(open, worker);
+        MarkSplit(open, worker);
+        split(open, worker);
     });
 }
 
@@ -211,11 +196,10 @@ void HistogramGrower::ChooseParallelism(OpenNode& open, int64_t numRows) const {
     open.numTogether = fShared ? std::max(static_cast<int>(std::lround(fair)), 1) : 0;
 }
 
-// Finds a node's split, moves its rows to the children, and sums up the children. Touches only
-// the node's own slices, so nodes of a batch may be split at once.
-void HistogramGrower::SplitNode(OpenNode& open, Worker& worker) {
+// Moves a node's rows to the children, once its split is marked, and sums up the children. Touches
+// only the node's own slices, so nodes of a batch may be split at once.
+void HistogramGrower::MakeChildren(OpenNode& open, Worker& worker) {
     const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
-    open.split = FindSplit(open, worker);
     if (open.split.column < 0) return;
     SplitSlice(node, open.split.countL, open.children);
     for (GrownNode& child : open.children) {
@@ -235,6 +219,10 @@ void HistogramGrower::SplitNode(OpenNode& open, Worker& worker) {
 // child will be searched.
 void HistogramGrower::MoveRows(OpenNode& open, Worker& worker) {
     const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
+    if (exchange) {
+        worker.partition.SetShared(open.numTogether > 0);
+        worker.partition.TakeMarks(rows, node.startDoc, node.countDoc);
+    }
     worker.partition.MoveInReferenceOrder(rows, node.startDoc, node.countDoc, open.split.countL);
     const bool fOpenChildren =
         limits.MaySplit(open.children[0]) || limits.MaySplit(open.children[1]);
@@ -267,34 +255,51 @@ const Histogram* HistogramGrower::CountOwn(const OpenNode& open, const RowSet& n
     return &own;
 }
 
-// Finds the split of a node and marks the sides of its rows. Sets open.left to zero if the left
-// slice may not hold exactly the rows that the search counted; SplitNode then recomputes it.
-SplitPoint HistogramGrower::FindSplit(OpenNode& open, Worker& worker) {
+// Searches a node's columns.
+void HistogramGrower::Search(OpenNode& open, Worker& worker) {
     const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
     const RowSet quick = SearchSliceOf(node);
-    worker.partition.SetShared(open.numTogether > 0);
     const Histogram* histogram = open.histogram.get();
     const bool fNarrowOnly = histogram == nullptr && node.countDoc <= tuning.smallNode;
     if (histogram == nullptr && node.countDoc > std::min(tuning.tinyNode, tuning.smallNode)) {
         histogram = CountOwn(open, quick, fNarrowOnly, worker);
     }
     const int numSlots = static_cast<int>(open.columnV.size());
-    SearchResult<Candidate> result =
-        worker.search.Search({quick, histogram, open.columnV.data(), numSlots, open.total,
-                              node.gradAll, open.numTogether, fNarrowOnly});
+    open.found = worker.search.Search({quick, histogram, open.columnV.data(), numSlots, open.total,
+                                       node.gradAll, open.numTogether, fNarrowOnly});
+}
+
+// Decides a near-tie by reference scores: the winner is then in open.found or, without its rank, in
+// open.split.
+void HistogramGrower::DecideTie(OpenNode& open, Worker& worker) {
+    const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
     const RowSlice slice = rows.ReferenceSlice(node.startDoc, node.countDoc);
-    if (!result.tiedV.empty()) result.winner = worker.tieBreak.Choose(node, slice, result.tiedV);
-    open.left = Cell();
-    if (result.Found()) {
-        const SplitPoint split = worker.partition.MarkByRank(
-            rows, node.startDoc, node.countDoc, result.winner.column, result.winner.lastRank);
-        if (split.fSlicesMatchThreshold) open.left = result.winner.left;
-        return split;
+    SearchResult<Candidate>& found = open.found;
+    if (!found.tiedV.empty()) {
+        found.winner = worker.tieBreak.Choose(node, slice, found.tiedV);
+    } else if (!found.undecidedV.empty()) {
+        open.split = reference.Search(node, slice, open.columnV.data(), found.undecidedV);
     }
-    if (result.undecidedV.empty()) return SplitPoint();
-    SplitPoint split = reference.Search(node, slice, open.columnV.data(), result.undecidedV);
-    if (split.column >= 0) worker.partition.MarkByValue(rows, node.startDoc, node.countDoc, split);
-    return split;
+    found.tiedV.clear();
+    found.undecidedV.clear();
+}
+
+// Marks the sides of the node's rows by the split that the search found. Sets open.left to zero if
+// the left slice may not hold exactly the rows that the search counted; MakeChildren then
+// recomputes it.
+void HistogramGrower::MarkSplit(OpenNode& open, Worker& worker) {
+    const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
+    worker.partition.SetShared(open.numTogether > 0);
+    DecideTie(open, worker);
+    open.left = Cell();
+    if (open.found.Found()) {
+        const Candidate& winner = open.found.winner;
+        open.split = worker.partition.MarkByRank(rows, node.startDoc, node.countDoc, winner.column,
+                                                 winner.lastRank);
+        if (open.split.fSlicesMatchThreshold) open.left = winner.left;
+    } else if (open.split.column >= 0) {
+        worker.partition.MarkByValue(rows, node.startDoc, node.countDoc, open.split);
+    }
 }
 
 // Each sum adds in slice order, as the reference implementation does. The two loops are interleaved

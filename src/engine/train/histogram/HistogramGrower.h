@@ -19,6 +19,7 @@
 #include "engine/train/FixedPoint.h"
 #include "engine/train/GrownTree.h"
 #include "engine/train/ReferenceSearch.h"
+#include "engine/train/SplitExchange.h"
 #include "engine/train/Tuning.h"
 
 namespace sylvora {
@@ -32,6 +33,11 @@ class HistogramGrower {
                     const GrowthLimits& growthLimits, const Tuning& figures,
                     const ReferenceSearch& referenceSearch);
     ~HistogramGrower();
+
+    // Makes this one of several ranks, which grow the same trees. Each searches the columns that it
+    // owns; the columns of other ranks must be constant. Every call below is then collective, and
+    // may throw RanksLost. Borrows `ranks`.
+    void UseRanks(Ranks& ranks);
 
     // Prepares a tree on the rows indexV[0..num), all distinct. Gradients and weights (null: all 1)
     // are indexed by row of the data and must stay valid until the tree is grown; indexV need not.
@@ -62,10 +68,14 @@ class HistogramGrower {
     void DrawColumns(OpenNode* batch, size_t numBatch, long* seed);
     void SplitBatch(OpenNode* batch, size_t numBatch, bool fShareHistograms);
     void ChooseParallelism(OpenNode& open, int64_t numRows) const;
-    void SplitNode(OpenNode& open, Worker& worker);
+    void Search(OpenNode& open, Worker& worker);
+    void DecideTie(OpenNode& open, Worker& worker);
+    void MarkSplit(OpenNode& open, Worker& worker);
+    void MakeChildren(OpenNode& open, Worker& worker);
+    void ExchangeSplits(OpenNode* batch, size_t numBatch);
+    std::vector<RankBest> FindReferenceScores(OpenNode* batch, const std::vector<size_t>& tieV);
     const Histogram* CountOwn(const OpenNode& open, const RowSet& nodeRows, bool fNarrowOnly,
                               Worker& worker);
-    SplitPoint FindSplit(OpenNode& open, Worker& worker);
     void MoveRows(OpenNode& open, Worker& worker);
     void SumChildren(OpenNode& open);
     void AppendChildren(OpenNode& open, std::vector<OpenNode>& nextV);
@@ -87,6 +97,7 @@ class HistogramGrower {
     bool fSlicesMatchThreshold = true;
     HistogramPool histogramPool;
     SplitSearch::BufferPool bufferPool;
+    std::unique_ptr<SplitExchange> exchange;  // null: this is the only rank
     std::vector<std::unique_ptr<Worker>> workerV;
 };
 

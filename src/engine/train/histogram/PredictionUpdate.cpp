@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "base/Chunks.h"
+#include "engine/train/RankedWalk.h"
 #include "engine/train/RowKernels.h"
 
 namespace sylvora {
@@ -157,6 +158,22 @@ std::vector<LeafChunk> ChunkLeaves(const std::vector<GrownNode>& nodeV, const do
     return chunkV;
 }
 
+// Steps the tree's rows by the leaves in whose slices they lie.
+void StepSlices(const HistogramGrower& grower, WorkerPool& pool, const double* stepV,
+                double* predictV) {
+    const LargeArray<int>& indexV = grower.Rows();
+    const std::vector<LeafChunk> chunkV = ChunkLeaves(grower.Nodes(), stepV);
+    pool.For(static_cast<int>(chunkV.size()), [&](int p, int) {
+        const LeafChunk& leafChunk = chunkV[static_cast<size_t>(p)];
+        // The rows of a leaf are scattered over predictV, hence the prefetch.
+        for (int i = leafChunk.begin; i < leafChunk.end; ++i) {
+            __builtin_prefetch(
+                predictV + indexV[static_cast<size_t>(std::min(i + kAhead, leafChunk.end - 1))], 1);
+            predictV[indexV[static_cast<size_t>(i)]] += leafChunk.step;
+        }
+    });
+}
+
 }  // namespace
 
 // Each row belongs to exactly one chunk, so workers never write the same prediction.
@@ -171,21 +188,32 @@ void StepPredictions(const HistogramGrower& grower, const BinnedColumns& data, W
         });
         return;
     }
-    const LargeArray<int>& indexV = grower.Rows();
-    const std::vector<LeafChunk> chunkV = ChunkLeaves(grower.Nodes(), stepV);
-    pool.For(static_cast<int>(chunkV.size()), [&](int p, int) {
-        const LeafChunk& leafChunk = chunkV[static_cast<size_t>(p)];
-        // The rows of a leaf are scattered over predictV, hence the prefetch.
-        for (int i = leafChunk.begin; i < leafChunk.end; ++i) {
-            __builtin_prefetch(
-                predictV + indexV[static_cast<size_t>(std::min(i + kAhead, leafChunk.end - 1))], 1);
-            predictV[indexV[static_cast<size_t>(i)]] += leafChunk.step;
-        }
-    });
-    if (indexV.size() == static_cast<size_t>(numRows)) return;
+    StepSlices(grower, pool, stepV, predictV);
+    if (grower.Rows().size() == static_cast<size_t>(numRows)) return;
     pool.For(chunks.Num(), [&](int chunk, int) {
         walker.WalkUnmarked(chunks.Begin(chunk), chunks.End(chunk), grower.RowMarks());
     });
+}
+
+// Rows walk only if their slice does not tell their leaf.
+void StepPredictionsByRanks(const HistogramGrower& grower, const Matrix& values, Ranks& ranks,
+                            WorkerPool& pool, const double* stepV, double* predictV) {
+    const bool fSlices = grower.SlicesMatchThresholds();
+    if (fSlices) StepSlices(grower, pool, stepV, predictV);
+    LargeArray<int> rowV;
+    for (int row = 0; row < values.NumRows(); ++row) {
+        if (!fSlices || grower.RowMarks()[static_cast<size_t>(row)] == 0) rowV.push_back(row);
+    }
+    if (rowV.empty()) return;
+    std::vector<WalkSplit> splitV;
+    for (const GrownNode& node : grower.Nodes()) {
+        splitV.push_back({node.splitFea, node.splitElemFea, node.lson, node.rson});
+    }
+    WalkByRanks(splitV, values, std::move(rowV), ranks, pool,
+                [&](int leaf, const int* row, const int* end) {
+                    const double step = stepV[leaf];
+                    for (; row < end; ++row) predictV[*row] += step;
+                });
 }
 
 }  // namespace engine

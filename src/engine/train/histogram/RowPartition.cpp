@@ -129,6 +129,7 @@ RowPartition::Sides RowPartition::SidesOf(const Column& column, uint32_t lastRan
 SplitPoint RowPartition::MarkByRank(TreeRows& rows, int begin, int count, int id,
                                     uint32_t lastRank) {
     sides = SidesOf(data.At(id), lastRank);
+    fMarksOfRows = false;
     markedV.assign(static_cast<size_t>(ChunksOf(count).Num()), Marked());
     ForChunks(count, [&](size_t chunk, int from, int to) {
         markedV[chunk] = Mark(rows, begin + from, begin + to);
@@ -212,6 +213,19 @@ void RowPartition::MarkByValue(TreeRows& rows, int begin, int count, SplitPoint&
     }
     split.fSlicesMatchThreshold = numLeft == split.countL;
     sides = {};
+    fMarksOfRows = false;
+}
+
+void RowPartition::TakeMarks(TreeRows& rows, int begin, int count) {
+    sides = {};
+    fMarksOfRows = true;
+    if (!rows.fKeepAscending) return;
+    ForChunks(count, [&](size_t, int from, int to) {
+        for (int i = begin + from; i < begin + to; ++i) {
+            const size_t at = static_cast<size_t>(i);
+            rows.fLeftOfRowV[static_cast<size_t>(rows.indexV[at])] = rows.fLeftV[at];
+        }
+    });
 }
 
 // Partitions the ascending order. Each chunk writes its left rows after those of the chunks before
@@ -265,6 +279,12 @@ void RowPartition::MoveInAscendingOrder(TreeRows& rows, int begin, int count,
                           block.Decide(num, sides.undecidedCode, [&](int i) {
                               return sides.RankOf(rowV[i], sides.undecidedCode) <= sides.lastRank;
                           });
+                      });
+    } else if (split.fSlicesMatchThreshold && fMarksOfRows) {
+        MoveAscending(rows, begin, count, split.countL,
+                      [&](const int* rowV, int num, CodeBlock& block) {
+                          Gather(rows.fLeftOfRowV.data(), rowV, num, block.fLeftV);
+                          block.countL = std::accumulate(block.fLeftV, block.fLeftV + num, 0);
                       });
     } else if (split.fSlicesMatchThreshold) {
         MoveAscending(

@@ -17,8 +17,8 @@ namespace sylvora {
 namespace engine {
 
 // Each worker has its own. With SetShared(true), idle workers join in chunks of rows. Call a Mark
-// method, then MoveInReferenceOrder, then, if needed, MoveInAscendingOrder, for one node at a
-// time. A slice is [begin, begin + count).
+// method or TakeMarks, then MoveInReferenceOrder, then, if needed, MoveInAscendingOrder, for one
+// node at a time. A slice is [begin, begin + count).
 class RowPartition {
   public:
     RowPartition(const BinnedColumns& columns, WorkerPool& workers, int rowsOfChunk)
@@ -33,6 +33,10 @@ class RowPartition {
 
     // Marks by value for a split that is known, and sets its fSlicesMatchThreshold.
     void MarkByValue(TreeRows& rows, int begin, int count, SplitPoint& split);
+
+    // Takes the marks in rows.fLeftV as they are: of another worker, or of another rank. Needs
+    // rows.fLeftOfRowV.
+    void TakeMarks(TreeRows& rows, int begin, int count);
 
     // Moves the rows as last marked. The ascending order must be moved second, and only if it is
     // kept.
@@ -97,6 +101,7 @@ class RowPartition {
     bool fShared = false;
     // Of the last Mark call; MoveInAscendingOrder needs them.
     Sides sides = {};
+    bool fMarksOfRows = false;    // rows.fLeftOfRowV has the marks
     std::vector<Marked> markedV;  // by chunk
     // Counts of left and of misplaced rows: before each chunk, then the total.
     std::vector<int> leftBeginV, wrongLeftV, wrongRightV;

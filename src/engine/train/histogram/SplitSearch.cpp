@@ -103,15 +103,19 @@ void SplitSearch::SetError(const SearchTask& task, double maxAbsSum) {
                                   0.5 * numRows * fixed.unit + std::fabs(task.gradAll - node.sum);
 }
 
-// A candidate that scores less cannot win. Its own score and the best may each be off by E of the
-// derivation (scoreError), hence the margin 2 E.
-double SplitSearch::PruningThreshold() const {
-    const double score = best.load(std::memory_order_relaxed);
-    if (fixed.fExact) return score;
+// E of the derivation: how far a score may be from the reference implementation's.
+double SplitSearch::ScoreError(double score) const {
+    if (fixed.fExact) return 0.0;
     const double h = fixed.maxAbsGradPerWeight;
     const double e = sumError;
-    const double scoreError = 4 * h * e + 2 * e * e + 16 * kUnitRoundoff * score;
-    return score - 2 * scoreError;
+    return 4 * h * e + 2 * e * e + 16 * kUnitRoundoff * score;
+}
+
+// A candidate that scores less cannot win. Its own score and the best may each be off by E, hence
+// the margin 2 E.
+double SplitSearch::PruningThreshold() const {
+    const double score = best.load(std::memory_order_relaxed);
+    return score - 2 * ScoreError(score);
 }
 
 // The first look at every slot. Raises `best` to the best split between bins, which prunes most
@@ -227,6 +231,9 @@ SearchResult<Candidate> SplitSearch::Decide() {
                      [minScore](const Candidate& c) { return c.score >= minScore; });
     }
     if (candidateV.empty()) return result;
+    result.bestScore = best;
+    result.scoreError = ScoreError(best);
+    result.fReferenceScore = fixed.fExact;
     const auto isBefore = [](const Candidate& a, const Candidate& b) {
         return a.slot != b.slot ? a.slot < b.slot : a.lastRank < b.lastRank;
     };

@@ -125,6 +125,7 @@ class SplitSearch {
                        const CellOf& cellOf, Buffers& buffers);
     // The error bound, and the choice of slots.
     void SetError(const SearchTask& task, double maxAbsSum);
+    double ScoreError(double score) const;
     double PruningThreshold() const;
     void ChooseSlots(const SearchTask& task);
     SearchResult<Candidate> Decide();

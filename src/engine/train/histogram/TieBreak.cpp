@@ -8,8 +8,8 @@
 namespace sylvora {
 namespace engine {
 
-const Candidate& TieBreak::Choose(const GrownNode& node, const RowSlice& rows,
-                                  const std::vector<Candidate>& candidateV) {
+Candidate TieBreak::Choose(const GrownNode& node, const RowSlice& rows,
+                           const std::vector<Candidate>& candidateV) {
     const Candidate* best = nullptr;
     double bestScore = 0.0;
     for (const Candidate& candidate : candidateV) {
@@ -19,7 +19,9 @@ const Candidate& TieBreak::Choose(const GrownNode& node, const RowSlice& rows,
         best = &candidate;
         bestScore = score;
     }
-    return *best;
+    Candidate chosen = *best;
+    chosen.score = bestScore;
+    return chosen;
 }
 
 // R_tsort_I only compares, so ranks end up in the same order as the values would.

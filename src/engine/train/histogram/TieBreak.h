@@ -18,11 +18,11 @@ class TieBreak {
   public:
     explicit TieBreak(const BinnedColumns& columns) : data(columns) {}
 
-    // Returns the candidate of the highest reference score, of equals the first. There is at least
-    // one; they are the only ones that may win, ascending by slot, no two in a slot. `rows` are
-    // those of the node in the reference implementation's order.
-    const Candidate& Choose(const GrownNode& node, const RowSlice& rows,
-                            const std::vector<Candidate>& candidateV);
+    // Returns the candidate of the highest reference score, of equals the first, with that score.
+    // There is at least one; they are the only ones that may win, ascending by slot, no two in a
+    // slot. `rows` are those of the node in the reference implementation's order.
+    Candidate Choose(const GrownNode& node, const RowSlice& rows,
+                     const std::vector<Candidate>& candidateV);
 
   private:
     void Sort(int column, const RowSlice& rows);

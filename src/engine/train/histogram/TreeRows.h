@@ -47,6 +47,8 @@ struct TreeRows {
     LargeArray<uint8_t> fLeftV;
     // By row of the data: 1 if it is in the tree.
     LargeArray<uint8_t> fInTreeV;
+    // fLeftV by row of the data; empty unless RowPartition::TakeMarks is used.
+    LargeArray<uint8_t> fLeftOfRowV;
 
   private:
     void ListAscending(WorkerPool& pool);

@@ -190,6 +190,8 @@ SearchResult<ListCandidate> ClassCriterion::Decide(const NodeLists&,
     for (const ListCandidate& candidate : candidateV) {
         if (IsBetter(candidate, result.winner)) result.winner = candidate;
     }
+    result.bestScore = result.winner.score;
+    result.fReferenceScore = true;
     return result;
 }
 

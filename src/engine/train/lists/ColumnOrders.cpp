@@ -44,6 +44,7 @@ ColumnOrders::ColumnOrders(const Matrix& data, Form wanted, WorkerPool& pool)
     std::atomic<bool> fFoundNan{false};
     std::vector<ValueOrder> sortedV(static_cast<size_t>(pool.NumWorkers()));
     ForSortedColumns(pool, matrix.NumColumns(), [&](int column, int worker) {
+        if (matrix.IsConstant(column)) return;
         ValueOrder& sorted = sortedV[static_cast<size_t>(worker)];
         if (!sorted.Load(matrix, column)) {
             fFoundNan = true;
@@ -93,6 +94,7 @@ ColumnOrders::ColumnOrders(const ColumnOrders& whole, const Matrix& data,
     if (fNan) return;
     const SubsetRows members(rowV, whole.matrix.NumRows());
     pool.For(matrix.NumColumns(), [&](int column, int) {
+        if (whole.IsConstant(column)) return;
         const LargeArray<uint32_t>& from = whole.Of(static_cast<size_t>(column));
         LargeArray<uint32_t>& to = orderVV[static_cast<size_t>(column)];
         to.resize(rowV.size());

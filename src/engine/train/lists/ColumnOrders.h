@@ -27,8 +27,8 @@ inline bool Rises(Entry entry) {
     return (entry & kRise) != 0;
 }
 
-// 4 bytes per value of the data. Immutable once made, so any number of threads may use it. The
-// caller's values must outlive it. Constructors throw std::bad_alloc.
+// 4 bytes per value of the columns that are not constant. Immutable once made, so any number of
+// threads may use it. The caller's values must outlive it. Constructors throw std::bad_alloc.
 class ColumnOrders {
   public:
     enum class Form {
@@ -48,6 +48,8 @@ class ColumnOrders {
     bool HasNan() const { return fNan; }
     // Whether a regression split may lie between any two distinct values of the column.
     bool AllSeparable(int column) const { return fAllSeparableV[static_cast<size_t>(column)] != 0; }
+    // Whether all rows have the same value. Such a column has no order: no split is in it.
+    bool IsConstant(int column) const { return orderVV[static_cast<size_t>(column)].empty(); }
     const LargeArray<uint32_t>& Of(size_t column) const { return orderVV[column]; }
 
   private:
@@ -58,7 +60,7 @@ class ColumnOrders {
     const Form form;
     bool fNan = false;
     std::vector<uint8_t> fAllSeparableV;
-    std::vector<LargeArray<uint32_t>> orderVV;  // by column
+    std::vector<LargeArray<uint32_t>> orderVV;  // by column; empty if it is constant
 };
 
 }  // namespace engine

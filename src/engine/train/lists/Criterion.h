@@ -137,6 +137,7 @@ class MeanCriterion : public Criterion {
 
   private:
     // The search margin, as in docs/engine-training.md.
+    double ScoreError(double score, const NodeFacts& facts) const;
     double PruningThreshold(double score, const NodeFacts& facts) const;
     int CountCandidates(double minScore, const NodeLists& lists, int slot,
                         const NodeFacts& facts) const;

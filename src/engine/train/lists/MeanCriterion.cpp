@@ -70,14 +70,18 @@ void MeanCriterion::Begin(const GrownNode& node, NodeFacts& facts) const {
     facts.sumError = 4.1 * (node.countDoc + 8.0) * kUnitRoundoff * sumAbs;
 }
 
-// A candidate that scores less cannot win against one that scores `score`: each score may be off by
-// E of docs/engine-training.md, so the margin is 2 E.
-double MeanCriterion::PruningThreshold(double score, const NodeFacts& facts) const {
-    if (fixed.fExact) return score;
+// E of docs/engine-training.md: how far a score may be from the reference implementation's.
+double MeanCriterion::ScoreError(double score, const NodeFacts& facts) const {
+    if (fixed.fExact) return 0.0;
     const double h = fixed.maxAbsGradPerWeight;
     const double e = facts.sumError;
-    const double scoreError = 4 * h * e + 6 * e * e + 16 * kUnitRoundoff * score;
-    return score - 2 * scoreError;
+    return 4 * h * e + 6 * e * e + 16 * kUnitRoundoff * score;
+}
+
+// A candidate that scores less cannot win against one that scores `score`: each score may be off by
+// E, so the margin is 2 E.
+double MeanCriterion::PruningThreshold(double score, const NodeFacts& facts) const {
+    return score - 2 * ScoreError(score, facts);
 }
 
 // Scans a list for its best candidate. Also counts the rises: a list that rises at every entry has
@@ -150,6 +154,9 @@ SearchResult<ListCandidate> MeanCriterion::Decide(const NodeLists& lists,
         fReferenceScore = fReferenceScore && candidate.fReferenceScore;
         result.undecidedV.push_back(candidate.slot);
     }
+    result.bestScore = best.score;
+    result.scoreError = fReferenceScore ? 0.0 : ScoreError(best.score, facts);
+    result.fReferenceScore = fReferenceScore;
     const bool fOne = result.undecidedV.size() == 1;
     if (fReferenceScore || (fOne && CountCandidates(minScore, lists, best.slot, facts) == 1)) {
         result.winner = best;

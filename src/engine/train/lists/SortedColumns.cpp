@@ -21,12 +21,20 @@ std::unique_ptr<SortedColumns> SortedColumns::Make(std::shared_ptr<const ColumnO
     return std::make_unique<SortedLists>(std::move(orders));
 }
 
+KeptLists::KeptLists(std::shared_ptr<const ColumnOrders> columnOrders)
+    : SortedColumns(std::move(columnOrders)) {
+    for (int column = 0; column < Data().NumColumns(); ++column) {
+        listOfV.push_back(numLists);
+        numLists += !IsConstant(column);
+    }
+}
+
 void KeptLists::Take(const int* indexV, int num, WorkerPool& pool) {
     // The stride is an odd number of cache lines, so that equal slices of different columns map to
     // different cache sets. It leaves space for the one entry that TakeColumn writes past the end.
     const size_t numLines = static_cast<size_t>(num / kLineEntries) + 1;
     stride = (numLines | 1) * kLineEntries;
-    entryV.resize(stride * static_cast<size_t>(Data().NumColumns()));
+    entryV.resize(stride * numLists);
     positionV.assign(static_cast<size_t>(Data().NumRows()), kAbsent);
     // Maps rows of the data to positions in the tree's row index.
     for (int i = 0; i < num; ++i) {
@@ -37,7 +45,8 @@ void KeptLists::Take(const int* indexV, int num, WorkerPool& pool) {
 
 // Copies the entries of the tree's rows. A skipped entry passes its rise on to the next entry kept.
 void KeptLists::TakeColumn(int column) {
-    Entry* to = entryV.data() + static_cast<size_t>(column) * stride;
+    if (IsConstant(column)) return;
+    Entry* to = entryV.data() + Offset(column);
     Entry rise = 0;
     for (const Entry entry : orders->Of(static_cast<size_t>(column))) {
         const uint32_t position = positionV[PositionOf(entry)];
@@ -54,9 +63,9 @@ void KeptLists::TakeColumn(int column) {
 // read. A side's pending rise carries over until that side keeps an entry.
 void KeptLists::Partition(int column, const NodeRows& rows, const uint32_t* toV, int middle,
                           Entry* other) {
+    if (IsConstant(column)) return;
     const int count = rows.count;
-    Entry* const list =
-        entryV.data() + static_cast<size_t>(column) * stride + static_cast<size_t>(rows.begin);
+    Entry* const list = entryV.data() + Offset(column) + static_cast<size_t>(rows.begin);
     const uint32_t* const toOf = toV - rows.begin;
     const uint32_t firstRight = static_cast<uint32_t>(middle);
     // The next node's slices follow these, one per column: too many streams for the hardware

@@ -51,6 +51,9 @@ class SortedColumns {
     bool HasNan() const { return orders->HasNan(); }
     bool AllSeparable(int column) const { return orders->AllSeparable(column); }
 
+    // Whether no split is in a column. Then it has no list.
+    bool IsConstant(int column) const { return orders->IsConstant(column); }
+
     // Starts a tree on the rows indexV[0..num), all distinct.
     virtual void Take(const int* indexV, int num, WorkerPool& pool) = 0;
     virtual bool AreKept() const = 0;
@@ -71,26 +74,29 @@ class SortedColumns {
     const std::shared_ptr<const ColumnOrders> orders;
 };
 
-// Takes 4 bytes per value of the tree's rows, beside the orders.
+// Takes 4 bytes per value of the tree's rows, beside the orders, but none for constant columns.
 class KeptLists : public SortedColumns {
   public:
-    using SortedColumns::SortedColumns;
+    explicit KeptLists(std::shared_ptr<const ColumnOrders> columnOrders);
 
     void Take(const int* indexV, int num, WorkerPool& pool) override;
     bool AreKept() const override { return true; }
     const Entry* List(int column, const NodeRows& rows, ListBuffers&, Entry*) const override {
-        return entryV.data() + static_cast<size_t>(column) * stride +
-               static_cast<size_t>(rows.begin);
+        return entryV.data() + Offset(column) + static_cast<size_t>(rows.begin);
     }
     void Partition(int column, const NodeRows& rows, const uint32_t* toV, int middle,
                    Entry* other) override;
 
   private:
     void TakeColumn(int column);
+    size_t Offset(int column) const { return listOfV[static_cast<size_t>(column)] * stride; }
 
     // Entries from one column's list to the next.
     size_t stride = 0;
-    // By column: the nodes' lists, at their positions.
+    // By column: its number among those that are not constant.
+    std::vector<size_t> listOfV;
+    size_t numLists = 0;
+    // By that number: the nodes' lists, at their positions.
     LargeArray<Entry> entryV;
     // By row of the data; kAbsent if not in the tree.
     LargeArray<uint32_t> positionV;

@@ -9,6 +9,7 @@
 #include <numeric>
 #include <utility>
 
+#include "OpenListNode.h"
 #include "engine/train/ColumnSampling.h"
 #include "engine/train/RowExchange.h"
 
@@ -23,41 +24,6 @@ constexpr int kLeastRunRows = 512;
 constexpr size_t kMostBatch = 4096;
 
 }  // namespace
-
-// A node that waits to be split, and then the outcome.
-struct SortedListGrower::OpenNode {
-    int idxNode = 0;
-    // Column -1: the node stays a leaf.
-    SplitPoint split = {};
-    GrownNode children[2] = {};
-    bool fOpenV[2] = {};
-};
-
-// The buffers of one worker, or of the team, for the node being split.
-struct SortedListGrower::Worker {
-    // Calls task(index, worker) for each index below count: alone, or with the whole team.
-    template <typename Task>
-    void For(int count, const Task& task) {
-        if (pool != nullptr) {
-            pool->For(count, [&](int i, int w) { task(i, *memberV[static_cast<size_t>(w)]); });
-            return;
-        }
-        for (int i = 0; i < count; ++i) task(i, *this);
-    }
-
-    WorkerPool* pool = nullptr;    // null: a single worker
-    std::vector<Worker*> memberV;  // the members of a team
-    NodeFacts facts;
-    ScanBuffers scanBuffers;
-    std::vector<const Entry*> listV;  // by slot
-    // Lists that are made per node.
-    std::vector<Entry> madeV;
-    ListBuffers buffers;
-    std::vector<ListCandidate> candidateV;  // by slot
-    std::vector<Entry> otherV;              // for partitioning a list
-    // By position within the node: 1 if the row belongs left.
-    std::vector<uint8_t> fLeftV;
-};
 
 // The team consists of all workers and has buffers of its own for what they share.
 SortedListGrower::SortedListGrower(SortedColumns& rowLists, WorkerPool& workers,
@@ -103,6 +69,7 @@ bool SortedListGrower::Grow(const double* targets, const int* indexV, int num, l
 void SortedListGrower::TakeRows(const int* indexV, int num) {
     rowV.assign(indexV, indexV + num);
     toV.resize(rowV.size());
+    fLeftV.resize(rowV.size());
     lists.Take(indexV, num, pool);
     // An exception may have ended the last tree halfway and left counts behind.
     for (const auto& worker : workerV) worker->facts.classCountV.clear();
@@ -122,6 +89,8 @@ void SortedListGrower::GrowLevel(const std::vector<int>& levelV, long* seed,
         batchV.assign(numBatch, OpenNode());
         for (OpenNode& open : batchV) open.idxNode = levelV[numDone++];
         drawnV = DrawColumns(lists.Data().NumColumns(), limits.numSelFea, numBatch, seed);
+        const size_t numDrawn = drawnV.size() / numBatch;
+        for (size_t b = 0; b < numBatch; ++b) batchV[b].columnV = drawnV.data() + b * numDrawn;
         SplitBatch(batchV.data(), numBatch);
         for (const OpenNode& done : batchV) {
             if (done.split.column < 0) continue;
@@ -132,15 +101,31 @@ void SortedListGrower::GrowLevel(const std::vector<int>& levelV, long* seed,
     }
 }
 
-// Large nodes go to the team, one after the other. All others are collected into runs of at least
-// runRows rows, which the workers then share.
+// Ranks search all nodes before they agree on the splits.
 void SortedListGrower::SplitBatch(OpenNode* batch, size_t numBatch) {
-    const size_t numDrawn = drawnV.size() / numBatch;
+    if (exchange) {
+        ForNodes(batch, numBatch, [this](OpenNode& open, Worker& worker) { Search(open, worker); });
+        ExchangeSplits(batch, numBatch);
+        return ForNodes(batch, numBatch,
+                        [this](OpenNode& open, Worker& worker) { SplitNode(open, worker); });
+    }
+    ForNodes(batch, numBatch, [this](OpenNode& open, Worker& worker) {
+        Search(open, worker);
+        if (open.found.undecidedV.empty()) {
+            MarkSplit(open, worker);
+        } else {
+            AskReference(open, open.found.undecidedV);
+        }
+        SplitNode(open, worker);
+    });
+}
+
+// Calls step(node, worker) for the nodes of a batch. Large nodes go to the team, one after the
+// other. All others are collected into runs of at least runRows rows, which the workers then share.
+void SortedListGrower::ForNodes(OpenNode* batch, size_t numBatch,
+                                const std::function<void(OpenNode&, Worker&)>& step) {
     const auto countOf = [&](size_t b) {
         return nodeV[static_cast<size_t>(batch[b].idxNode)].countDoc;
-    };
-    const auto split = [&](size_t b, Worker& worker) {
-        SplitNode(batch[b], drawnV.data() + b * numDrawn, worker);
     };
     const bool fTeams = pool.NumWorkers() > 1 && numBatch < 2 * workerV.size();
     int64_t numRows = 0;
@@ -153,7 +138,7 @@ void SortedListGrower::SplitBatch(OpenNode* batch, size_t numBatch) {
     int64_t inRun = runRows;
     for (size_t b = 0; b < numBatch; ++b) {
         if (fTeams && countOf(b) >= tuning.teamRows) {
-            split(b, *team);
+            step(batch[b], *team);
             inRun = runRows;
             continue;
         }
@@ -166,104 +151,107 @@ void SortedListGrower::SplitBatch(OpenNode* batch, size_t numBatch) {
     }
     pool.For(static_cast<int>(runV.size()), [&](int run, int worker) {
         const auto [begin, end] = runV[static_cast<size_t>(run)];
-        for (size_t b = begin; b < end; ++b) split(b, *workerV[static_cast<size_t>(worker)]);
+        for (size_t b = begin; b < end; ++b) {
+            step(batch[b], *workerV[static_cast<size_t>(worker)]);
+        }
     });
-}
-
-// Splits one node: search, move the rows, make the children, partition the lists. Touches only the
-// node's own positions, so nodes of a batch may be split at once.
-void SortedListGrower::SplitNode(OpenNode& open, const int* columnV, Worker& worker) {
-    const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
-    worker.listV.resize(static_cast<size_t>(std::min(limits.numSelFea, lists.Data().NumColumns())));
-    const NodeLists nodeLists = {
-        lists, {rowV, node.startDoc, node.countDoc}, columnV, worker.listV};
-    const SearchResult<ListCandidate> result = FindSplit(node, nodeLists, worker);
-    if (result.Found()) {
-        ApplySplit(open, nodeLists, result.winner, worker);
-    } else if (!result.undecidedV.empty()) {
-        AskReference(open, nodeLists, result.undecidedV, worker);
-    }
-    if (open.split.column < 0) return;
-    MakeChildren(open, worker);
-    if (lists.AreKept() && (open.fOpenV[0] || open.fOpenV[1])) {
-        PartitionLists(nodeLists.rows, node.startDoc + open.split.countL, worker);
-    }
 }
 
 // Scans the node's lists, one slot per task. madeV has a slice per slot, for lists that are not
 // kept.
-SearchResult<ListCandidate> SortedListGrower::FindSplit(const GrownNode& node,
-                                                        const NodeLists& nodeLists,
-                                                        Worker& worker) {
+void SortedListGrower::Search(OpenNode& open, Worker& worker) {
+    const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
     const size_t count = static_cast<size_t>(node.countDoc);
-    const size_t numSlots = worker.listV.size();
+    const size_t numSlots =
+        static_cast<size_t>(std::min(limits.numSelFea, lists.Data().NumColumns()));
+    worker.listV.assign(numSlots, nullptr);
+    const NodeLists nodeLists = {
+        lists, {rowV, node.startDoc, node.countDoc}, open.columnV, worker.listV};
     if (!lists.AreKept()) worker.madeV.resize(std::max(worker.madeV.size(), numSlots * count));
-    worker.candidateV.resize(numSlots);
+    worker.candidateV.assign(numSlots, ListCandidate());
     criterion.Begin(node, worker.facts);
     worker.For(nodeLists.NumSlots(), [&](int slot, Worker& member) {
         const size_t s = static_cast<size_t>(slot);
+        if (lists.IsConstant(open.columnV[s])) return;
         Entry* const made = lists.AreKept() ? nullptr : worker.madeV.data() + s * count;
-        worker.listV[s] = lists.List(nodeLists.columnV[s], nodeLists.rows, member.buffers, made);
+        worker.listV[s] = lists.List(open.columnV[s], nodeLists.rows, member.buffers, made);
         worker.candidateV[s] = criterion.Scan(nodeLists, slot, worker.facts, member.scanBuffers);
     });
-    SearchResult<ListCandidate> result =
-        criterion.Decide(nodeLists, worker.candidateV, worker.facts);
+    open.found = criterion.Decide(nodeLists, worker.candidateV, worker.facts);
     criterion.End(node, worker.facts);
-    return result;
-}
-
-// Sets the split to the winning candidate and moves the node's rows to their sides.
-void SortedListGrower::ApplySplit(OpenNode& open, const NodeLists& nodeLists,
-                                  const ListCandidate& candidate, Worker& worker) {
-    const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
-    const Entry* list = nodeLists.Of(candidate.slot);
-    const double low = nodeLists.Value(list[candidate.countL - 1], candidate.slot);
-    const double high = nodeLists.Value(list[candidate.countL], candidate.slot);
-    SplitPoint& split = open.split;
-    split.column = nodeLists.columnV[candidate.slot];
-    split.countL = candidate.countL;
-    if (!split.SetThreshold(low, high)) {
-        MoveByValue(node, split, worker);
-        return;
-    }
-    worker.fLeftV.resize(static_cast<size_t>(node.countDoc));
-    const uint32_t first = static_cast<uint32_t>(node.startDoc);
-    for (int i = 0; i < node.countDoc; ++i) {
-        worker.fLeftV[PositionOf(list[i]) - first] = i < candidate.countL;
-    }
-    MoveRows(node, split.countL, worker);
 }
 
 // Resolves a near-tie. Only regression gets here, and its weights are all 1.
-void SortedListGrower::AskReference(OpenNode& open, const NodeLists& nodeLists,
-                                    const std::vector<int>& slotV, Worker& worker) {
+void SortedListGrower::AskReference(OpenNode& open, const std::vector<int>& slotV) {
     const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
     const int* const rows = rowV.data() + node.startDoc;
     std::vector<double> gradV(static_cast<size_t>(node.countDoc));
     for (size_t i = 0; i < gradV.size(); ++i) gradV[i] = targetV[rows[i]];
-    open.split = reference.Search(node, {rows, gradV.data(), nullptr, node.countDoc},
-                                  nodeLists.columnV, slotV);
-    if (open.split.column >= 0) MoveByValue(node, open.split, worker);
+    open.split =
+        reference.Search(node, {rows, gradV.data(), nullptr, node.countDoc}, open.columnV, slotV);
+    if (open.split.column >= 0) MarkByValue(node, open.split);
 }
 
-// Marks the sides by value, as the reference cursors do, and moves the rows.
-void SortedListGrower::MoveByValue(const GrownNode& node, const SplitPoint& split, Worker& worker) {
-    worker.fLeftV.resize(static_cast<size_t>(node.countDoc));
-    const int* const rows = rowV.data() + node.startDoc;
-    for (int i = 0; i < node.countDoc; ++i) {
-        const double value = lists.Data().At(rows[i], split.column);
-        worker.fLeftV[static_cast<size_t>(i)] = split.BelongsLeft(value, i < split.countL);
+// Marks the sides of the node's rows by the split that the search found.
+void SortedListGrower::MarkSplit(OpenNode& open, Worker& worker) {
+    if (open.found.Found()) MarkByList(open, open.found.winner, worker);
+}
+
+// Sets the split to a candidate. With other ranks, the list of the search is gone: the worker has
+// searched other nodes since.
+void SortedListGrower::MarkByList(OpenNode& open, const ListCandidate& candidate, Worker& worker) {
+    const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
+    SplitPoint& split = open.split;
+    split.column = open.columnV[candidate.slot];
+    split.countL = candidate.countL;
+    const Entry* list = nullptr;
+    if (exchange) {
+        if (!lists.AreKept()) {
+            worker.madeV.resize(std::max(worker.madeV.size(), static_cast<size_t>(node.countDoc)));
+        }
+        list = lists.List(split.column, {rowV, node.startDoc, node.countDoc}, worker.buffers,
+                          worker.madeV.data());
+    } else {
+        list = worker.listV[static_cast<size_t>(candidate.slot)];
     }
-    MoveRows(node, split.countL, worker);
+    const auto valueOf = [&](Entry entry) {
+        return lists.Data().At(rowV[PositionOf(entry)], split.column);
+    };
+    if (!split.SetThreshold(valueOf(list[candidate.countL - 1]), valueOf(list[candidate.countL]))) {
+        return MarkByValue(node, split);
+    }
+    for (int i = 0; i < node.countDoc; ++i) fLeftV[PositionOf(list[i])] = i < candidate.countL;
 }
 
-// Moves the node's rows as marked in worker.fLeftV, and records in toV where each one goes.
-void SortedListGrower::MoveRows(const GrownNode& node, int countL, Worker& worker) {
+// Marks the sides by value, as the reference cursors do.
+void SortedListGrower::MarkByValue(const GrownNode& node, const SplitPoint& split) {
+    for (int i = 0; i < node.countDoc; ++i) {
+        const size_t at = static_cast<size_t>(node.startDoc + i);
+        const double value = lists.Data().At(rowV[at], split.column);
+        fLeftV[at] = split.BelongsLeft(value, i < split.countL);
+    }
+}
+
+// Splits a node whose rows are marked: moves the rows, makes the children, partitions the lists.
+// Touches only the node's own positions, so nodes of a batch may be split at once.
+void SortedListGrower::SplitNode(OpenNode& open, Worker& worker) {
+    if (open.split.column < 0) return;
+    const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
+    MoveRows(node, open.split.countL);
+    MakeChildren(open, worker);
+    if (lists.AreKept() && (open.fOpenV[0] || open.fOpenV[1])) {
+        PartitionLists({rowV, node.startDoc, node.countDoc}, node.startDoc + open.split.countL,
+                       worker);
+    }
+}
+
+// Moves the node's rows as marked, and records in toV where each one goes.
+void SortedListGrower::MoveRows(const GrownNode& node, int countL) {
     const int first = node.startDoc;
     const auto begin = toV.begin() + first;
     std::iota(begin, begin + node.countDoc, static_cast<uint32_t>(first));
-    MisplacedRows left(worker.fLeftV.data(), 0, 0, countL);
-    MisplacedRows right(worker.fLeftV.data(), 1, countL, node.countDoc);
+    MisplacedRows left(fLeftV.data() + first, 0, 0, countL);
+    MisplacedRows right(fLeftV.data() + first, 1, countL, node.countDoc);
     ExchangeMisplaced(left, right, node.countDoc, [&](int leftRow, int rightRow) {
         const size_t a = static_cast<size_t>(first + leftRow);
         const size_t b = static_cast<size_t>(first + rightRow);

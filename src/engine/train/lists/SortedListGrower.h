@@ -4,6 +4,7 @@
 #ifndef SYLVORA_ENGINE_TRAIN_LISTS_SORTEDLISTGROWER_H
 #define SYLVORA_ENGINE_TRAIN_LISTS_SORTEDLISTGROWER_H
 
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -12,6 +13,7 @@
 #include "base/WorkerPool.h"
 #include "engine/train/GrownTree.h"
 #include "engine/train/ReferenceSearch.h"
+#include "engine/train/SplitExchange.h"
 #include "engine/train/Tuning.h"
 
 namespace sylvora {
@@ -26,6 +28,11 @@ class SortedListGrower {
                      const Tuning& figures, Criterion& splitCriterion,
                      const ReferenceSearch& referenceSearch);
     ~SortedListGrower();
+
+    // Makes this one of several ranks, which grow the same trees. Each searches the columns that it
+    // owns; the columns of other ranks must be constant. Grow is then collective, and may throw
+    // RanksLost. Borrows `ranks`.
+    void UseRanks(Ranks& ranks) { exchange = std::make_unique<SplitExchange>(ranks); }
 
     // Grows a tree on the rows indexV[0..num), all distinct. `targetV` (gradients or labels) is
     // indexed by row of the data. `seed` is the state from which columns are sampled; it moves on.
@@ -43,15 +50,17 @@ class SortedListGrower {
     void TakeRows(const int* indexV, int num);
     void GrowLevel(const std::vector<int>& levelV, long* seed, std::vector<int>& nextV);
     void SplitBatch(OpenNode* batch, size_t numBatch);
-    void SplitNode(OpenNode& open, const int* columnV, Worker& worker);
-    SearchResult<ListCandidate> FindSplit(const GrownNode& node, const NodeLists& nodeLists,
-                                          Worker& worker);
-    void ApplySplit(OpenNode& open, const NodeLists& lists, const ListCandidate& candidate,
-                    Worker& worker);
-    void AskReference(OpenNode& open, const NodeLists& lists, const std::vector<int>& slotV,
-                      Worker& worker);
-    void MoveByValue(const GrownNode& node, const SplitPoint& split, Worker& worker);
-    void MoveRows(const GrownNode& node, int countL, Worker& worker);
+    void ForNodes(OpenNode* batch, size_t numBatch,
+                  const std::function<void(OpenNode&, Worker&)>& step);
+    void Search(OpenNode& open, Worker& worker);
+    void AskReference(OpenNode& open, const std::vector<int>& slotV);
+    void MarkSplit(OpenNode& open, Worker& worker);
+    void MarkByList(OpenNode& open, const ListCandidate& candidate, Worker& worker);
+    void MarkByValue(const GrownNode& node, const SplitPoint& split);
+    void ExchangeSplits(OpenNode* batch, size_t numBatch);
+    std::vector<RankBest> FindReferenceScores(OpenNode* batch, const std::vector<size_t>& tieV);
+    void SplitNode(OpenNode& open, Worker& worker);
+    void MoveRows(const GrownNode& node, int countL);
     void MakeChildren(OpenNode& open, Worker& worker);
     void PartitionLists(const NodeRows& nodeRows, int middle, Worker& worker);
     void AppendChildren(const OpenNode& open, std::vector<int>& nextV);
@@ -67,6 +76,8 @@ class SortedListGrower {
     std::vector<int> rowV;
     // By position: where the split of its node moves the row.
     std::vector<uint32_t> toV;
+    // By position: 1 if the split of its node sends the row left.
+    std::vector<uint8_t> fLeftV;
     // The batch's sampled columns, numSelFea per node.
     std::vector<int> drawnV;
     std::vector<GrownNode> nodeV;
@@ -75,6 +86,7 @@ class SortedListGrower {
     std::vector<std::unique_ptr<Worker>> workerV;
     // All workers together on one node.
     std::unique_ptr<Worker> team;
+    std::unique_ptr<SplitExchange> exchange;  // null: this is the only rank
 };
 
 }  // namespace engine

@@ -1,0 +1,135 @@
+// Agreement on splits; see SplitExchange.h.
+#include "SplitExchange.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace sylvora {
+namespace engine {
+namespace {
+
+// The bests of all ranks: of rank r for node b of the batch at r * numNodes + b.
+struct AllBests {
+    const std::vector<RankBest>& allV;
+    size_t numNodes;
+
+    size_t NumRanks() const { return allV.size() / numNodes; }
+    const RankBest& Of(size_t rank, size_t node) const { return allV[rank * numNodes + node]; }
+};
+
+// What is known of a node's split.
+struct Choice {
+    int rank = SplitExchange::kNone;
+    bool fTie = false;  // several ranks may have the split, by scores that are not the reference's
+    bool fOwnContends = false;  // the asking rank may have it
+};
+
+// A rank whose best may score as much as the lowest that the best of all ranks may score is a
+// contender: the errors bound both. If only one is left, it has the split.
+Choice ChooseRank(const AllBests& bests, size_t node, int ownRank) {
+    double leastBest = -1.0;
+    double mostError = 0.0;
+    for (size_t r = 0; r < bests.NumRanks(); ++r) {
+        const RankBest& best = bests.Of(r, node);
+        if (!best.Found()) continue;
+        leastBest = std::max(leastBest, best.score - best.error);
+        mostError = std::max(mostError, best.error);
+    }
+    Choice choice;
+    int numContenders = 0;
+    bool fReference = true;
+    for (size_t r = 0; r < bests.NumRanks(); ++r) {
+        const RankBest& best = bests.Of(r, node);
+        if (!best.Found() || !(best.score + mostError >= leastBest)) continue;
+        ++numContenders;
+        choice.fOwnContends = choice.fOwnContends || static_cast<int>(r) == ownRank;
+        fReference = fReference && best.fReferenceScore != 0;
+        const bool fFirst = choice.rank < 0;
+        if (fFirst || best.IsBefore(bests.Of(static_cast<size_t>(choice.rank), node))) {
+            choice.rank = static_cast<int>(r);
+        }
+    }
+    choice.fTie = numContenders > 1 && !fReference;
+    return choice;
+}
+
+}  // namespace
+
+std::vector<int> SplitExchange::ChooseRanks(const std::vector<RankBest>& ownV,
+                                            const FindScores& findReferenceScores) {
+    std::vector<int> rankV(ownV.size(), kNone);
+    if (ownV.empty()) return rankV;
+    const std::vector<RankBest> allV = ranks.GatherEach(ownV);
+    std::vector<size_t> tieV, ownTieV;
+    for (size_t b = 0; b < ownV.size(); ++b) {
+        const Choice choice = ChooseRank({allV, ownV.size()}, b, ranks.Rank());
+        rankV[b] = choice.rank;
+        if (choice.fTie) tieV.push_back(b);
+        if (choice.fTie && choice.fOwnContends) ownTieV.push_back(b);
+    }
+    if (tieV.empty()) return rankV;
+    std::vector<RankBest> bestV(tieV.size());
+    if (!ownTieV.empty()) {
+        const std::vector<RankBest> foundV = findReferenceScores(ownTieV);
+        for (size_t i = 0; i < foundV.size(); ++i) {
+            const auto at = std::lower_bound(tieV.begin(), tieV.end(), ownTieV[i]);
+            bestV[static_cast<size_t>(at - tieV.begin())] = foundV[i];
+        }
+    }
+    const std::vector<RankBest> referenceV = ranks.GatherEach(bestV);
+    for (size_t i = 0; i < tieV.size(); ++i) {
+        rankV[tieV[i]] = ChooseRank({referenceV, tieV.size()}, i, ranks.Rank()).rank;
+    }
+    return rankV;
+}
+
+void SplitExchange::Pack(const uint8_t* fLeftV, int numRows, uint8_t* bits) {
+    std::fill_n(bits, NumBytes(numRows), uint8_t{0});
+    for (int i = 0; i < numRows; ++i) {
+        bits[i / 8] = static_cast<uint8_t>(bits[i / 8] | fLeftV[i] << (i % 8));
+    }
+}
+
+void SplitExchange::Unpack(const uint8_t* bits, int numRows, uint8_t* fLeftV) {
+    for (int i = 0; i < numRows; ++i) fLeftV[i] = (bits[i / 8] >> (i % 8)) & 1;
+}
+
+// One broadcast per rank that has a node: its records, each with its bytes.
+void SplitExchange::ShareBytes(const std::vector<int>& rankV, uint8_t* records, size_t recordBytes,
+                               const std::vector<uint8_t*>& bytesV,
+                               const std::vector<size_t>& numBytesV) {
+    std::vector<size_t> sizeV(static_cast<size_t>(ranks.Size()));
+    for (size_t b = 0; b < rankV.size(); ++b) {
+        if (rankV[b] != kNone) sizeV[static_cast<size_t>(rankV[b])] += recordBytes + numBytesV[b];
+    }
+    std::vector<uint8_t> messageV;
+    for (int rank = 0; rank < ranks.Size(); ++rank) {
+        if (sizeV[static_cast<size_t>(rank)] == 0) continue;
+        messageV.resize(sizeV[static_cast<size_t>(rank)]);
+        // Calls copy(place in the message, place of the node, size) for all parts in order.
+        const auto forParts = [&](const auto& copy) {
+            uint8_t* at = messageV.data();
+            for (size_t b = 0; b < rankV.size(); ++b) {
+                if (rankV[b] != rank) continue;
+                copy(at, records + b * recordBytes, recordBytes);
+                at += recordBytes;
+                copy(at, bytesV[b], numBytesV[b]);
+                at += numBytesV[b];
+            }
+        };
+        if (IsOwn(rank)) {
+            forParts([](uint8_t* at, const uint8_t* own, size_t size) {
+                if (size > 0) std::memcpy(at, own, size);
+            });
+        }
+        ranks.Broadcast(messageV.data(), messageV.size(), rank);
+        if (!IsOwn(rank)) {
+            forParts([](const uint8_t* at, uint8_t* own, size_t size) {
+                if (size > 0) std::memcpy(own, at, size);
+            });
+        }
+    }
+}
+
+}  // namespace engine
+}  // namespace sylvora
