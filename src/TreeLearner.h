@@ -371,14 +371,14 @@ class SYLVORA_API TreeLearner {
     bool fStopped = false;           // the progress function ended the run
     std::atomic<bool> fKept{false};  // it returned kStopAndKeep
     bool fVerify = false, fPacked = false, fLoadFailed = false;  // the last load failed
-    int numMissing = 0, numGrown = 0;  // trees of the last run
-    int numDrawn = 0;                  // rows of the tree grown last
+    int numMissing = 0, numGrown = 0;                            // trees of the last run
+    int numDrawn = 0;                                            // rows of the tree grown last
     friend class sylvora::EnsembleView;
     friend class sylvora::ModelText;
     friend class sylvora::ModelParts;
     std::shared_ptr<sylvora::engine::PackedTrees> packedTrees;  // null: the trees are in TreeVV
     int modelDim = 0, testDim = 0;  // columns of the ensemble, 0: made by hand; of the test rows
-    std::string walkFault;  // why a loaded ensemble cannot be scored; empty: it can
+    std::string walkFault;          // why a loaded ensemble cannot be scored; empty: it can
     std::shared_ptr<const ScoringForm> scoringForm;  // null: the trees are walked one by one
 
     // Columns of the training and the development rows, and entries of featureMean; 0: set by hand.
