@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "Communicator.h"
@@ -41,10 +42,12 @@ class SYLVORA_API OwnColumns {
     [[nodiscard]] static std::unique_ptr<OwnColumns> Gather(const DataBlock& share,
                                                             const RowTargets& targets,
                                                             Communicator& communicator);
-    // The same with rows that are no block; for Sylvora's own use.
+    // The same with rows that are no block, for Sylvora's own use. Writes no message: returns null
+    // and sets `complaint`, the same at all ranks. Throws RanksLost and std::bad_alloc.
     [[nodiscard]] static std::unique_ptr<OwnColumns> Gather(RowSource& share,
                                                             const RowTargets& targets,
-                                                            Communicator& communicator);
+                                                            Communicator& communicator,
+                                                            std::string& complaint);
     ~OwnColumns();
     OwnColumns(const OwnColumns&) = delete;
     OwnColumns& operator=(const OwnColumns&) = delete;

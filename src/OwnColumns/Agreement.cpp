@@ -13,6 +13,7 @@ CallContext WithSink(MessageSinkType sink, void* sinkContext, std::mutex& mutex)
     context.sink = sink;
     context.sinkContext = sinkContext;
     context.sinkMutex = &mutex;
+    context.fForAll = true;
     return context;
 }
 
@@ -20,8 +21,9 @@ CallContext WithSink(MessageSinkType sink, void* sinkContext, std::mutex& mutex)
 
 KeptMessages::KeptMessages() : context(WithSink(Keep, this, mutex)), scope(&context) {}
 
-void KeptMessages::Keep(void* context, int, const char* message) {
-    static_cast<KeptMessages*>(context)->text += message;
+void KeptMessages::Keep(void* context, int stream, const char* message) {
+    KeptMessages& kept = *static_cast<KeptMessages*>(context);
+    (stream == kStandardError ? kept.errors : kept.output) += message;
 }
 
 std::string FirstComplaint(Ranks& ranks, const std::string& mine) {

@@ -12,19 +12,21 @@
 
 namespace sylvora {
 
-// Keeps the messages of the calling thread, and of the loops that it starts, for its own lifetime.
+// Keeps the messages of the calling thread, and of the loops that it starts, for its own lifetime:
+// what would go to standard error, and what would go to standard output.
 class KeptMessages {
   public:
     KeptMessages();
     KeptMessages(const KeptMessages&) = delete;
     KeptMessages& operator=(const KeptMessages&) = delete;
 
-    const std::string& Text() const { return text; }
+    const std::string& Errors() const { return errors; }
+    const std::string& Output() const { return output; }
 
   private:
     static void Keep(void* context, int stream, const char* message);
 
-    std::string text;
+    std::string errors, output;
     std::mutex mutex;
     const CallContext context;
     const ContextScope scope;
@@ -36,7 +38,7 @@ template <typename Step>
 std::string ComplaintOf(const Step& step) {
     const KeptMessages messages;
     if (Guarded([&] { return step(); }) == 0) return "";
-    return messages.Text().empty() ? "ERROR: Failed to allocate memory!\n" : messages.Text();
+    return messages.Errors().empty() ? "ERROR: Failed to allocate memory!\n" : messages.Errors();
 }
 
 // Collective; throws RanksLost. The complaint of the lowest rank that has one, at all ranks. Empty:

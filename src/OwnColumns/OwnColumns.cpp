@@ -100,16 +100,13 @@ class OwnColumns::Gathering {
     Gathering(RowSource& source, const RowTargets& rowTargets, Communicator& communicator)
         : share(source), targets(rowTargets), peers(communicator), ranks(communicator, {}) {}
 
-    // Returns 0, or -1 after a message.
-    int Run(OwnColumns& all);
+    // Returns the complaint of a failure; empty: it succeeded. So do the steps.
+    std::string Run(OwnColumns& all);
 
   private:
-    int Compare();
-    int Survey();
-    int Allocate(OwnColumns& all);
-    static int Report(const std::string& complaint) {
-        return complaint.empty() ? 0 : Fail(complaint);
-    }
+    std::string Compare();
+    std::string Survey();
+    std::string Allocate(OwnColumns& all);
 
     RowSource& share;
     const RowTargets& targets;
@@ -122,23 +119,27 @@ class OwnColumns::Gathering {
     std::optional<CellExchange> exchange;
 };
 
-int OwnColumns::Gathering::Run(OwnColumns& all) {
-    if (Compare() != 0 || Survey() != 0 || Allocate(all) != 0) return -1;
+std::string OwnColumns::Gathering::Run(OwnColumns& all) {
+    std::string complaint = Compare();
+    if (complaint.empty()) complaint = Survey();
+    if (complaint.empty()) complaint = Allocate(all);
+    if (!complaint.empty()) return complaint;
     exchange->Run(peers, storedV);
     GatherRows(ranks, plan.numRowsV, targets.labels, all.labelV);
     GatherRows(ranks, plan.numRowsV, targets.queries, all.queryV);
     GatherRows(ranks, plan.numRowsV, targets.weights, all.weightV);
     all.ownerV = plan.ownerV;
-    return 0;
+    return "";
 }
 
-int OwnColumns::Gathering::Compare() {
+std::string OwnColumns::Gathering::Compare() {
     const ShareFacts mine = {
         share.NumRows(),
         share.NumColumns(),
         {targets.labels != nullptr, targets.queries != nullptr, targets.weights != nullptr}};
     const std::vector<ShareFacts> factsV = ranks.Gather(mine);
-    if (Report(ComplaintOf(factsV)) != 0) return -1;
+    std::string complaint = ComplaintOf(factsV);
+    if (!complaint.empty()) return complaint;
     for (const ShareFacts& facts : factsV) {
         plan.numRowsV.push_back(static_cast<int>(facts.numRows));
         numRows += static_cast<size_t>(facts.numRows);
@@ -146,29 +147,30 @@ int OwnColumns::Gathering::Compare() {
         plan.ownerV.resize(static_cast<size_t>(facts.numColumns));
         std::copy_n(facts.fHasV, 3, fHasV);
     }
-    return 0;
+    return "";
 }
 
 // A rank without rows takes part with an empty survey of as many columns as the others have.
-int OwnColumns::Gathering::Survey() {
+std::string OwnColumns::Gathering::Survey() {
     const int numColumns = static_cast<int>(plan.ownerV.size());
     const auto mine = plan.numRowsV.begin() + ranks.Rank();
     const std::int64_t first = std::accumulate(plan.numRowsV.begin(), mine, std::int64_t{0});
     std::optional<ColumnSurvey> survey;
-    const std::string complaint = ComplaintOfAny(ranks, [&] {
+    std::string complaint = ComplaintOfAny(ranks, [&] {
         survey.emplace(share, numColumns, first, static_cast<std::int64_t>(numRows));
         return 0;
     });
-    if (Report(complaint) != 0 || Report(survey->Complaint(ranks)) != 0) return -1;
+    if (complaint.empty()) complaint = survey->Complaint(ranks);
+    if (!complaint.empty()) return complaint;
     survey->Join(ranks);
     plan.ownerV = DealColumns(survey->Costs(), ranks.Size());
     for (int c = 0; c < numColumns; ++c) plan.fWideV.push_back(survey->IsWide(c));
-    return 0;
+    return "";
 }
 
 // The pages of the mapping take memory when they are written; those of the zeros never are.
-int OwnColumns::Gathering::Allocate(OwnColumns& all) {
-    return Report(ComplaintOfAny(ranks, [&] {
+std::string OwnColumns::Gathering::Allocate(OwnColumns& all) {
+    return ComplaintOfAny(ranks, [&] {
         const int numColumns = static_cast<int>(plan.ownerV.size());
         std::vector<size_t> offsetV;
         for (int c = 0; c < numColumns; ++c) {
@@ -197,17 +199,14 @@ int OwnColumns::Gathering::Allocate(OwnColumns& all) {
         all.weightV.resize(fHasV[2] ? numRows : 0);
         exchange.emplace(plan, share, ranks.Rank());
         return 0;
-    }));
+    });
 }
 
 std::unique_ptr<OwnColumns> OwnColumns::Gather(RowSource& share, const RowTargets& targets,
-                                               Communicator& communicator) {
-    std::unique_ptr<OwnColumns> all;
-    const int status = Collective(communicator, [&] {
-        all.reset(new OwnColumns());
-        return Gathering(share, targets, communicator).Run(*all);
-    });
-    return status == 0 ? std::move(all) : nullptr;
+                                               Communicator& communicator, std::string& complaint) {
+    std::unique_ptr<OwnColumns> all(new OwnColumns());
+    complaint = Gathering(share, targets, communicator).Run(*all);
+    return complaint.empty() ? std::move(all) : nullptr;
 }
 
 std::unique_ptr<OwnColumns> OwnColumns::Gather(const DataBlock& share, const RowTargets& targets,
@@ -216,15 +215,14 @@ std::unique_ptr<OwnColumns> OwnColumns::Gather(const DataBlock& share, const Row
     const int status = Collective(communicator, [&] {
         Ranks ranks(communicator, {});
         std::optional<BlockSource> source;
-        const std::string complaint = ComplaintOfAny(ranks, [&] {
+        std::string complaint = ComplaintOfAny(ranks, [&] {
             const std::string fault = FaultOf(share);
             if (!fault.empty()) return Fail("ERROR: The data block ", fault, "!\n");
             source.emplace(share);
             return 0;
         });
-        if (!complaint.empty()) return Fail(complaint);
-        all = Gather(*source, targets, communicator);
-        return all == nullptr ? -1 : 0;
+        if (complaint.empty()) all = Gather(*source, targets, communicator, complaint);
+        return complaint.empty() ? 0 : Fail(complaint);
     });
     return status == 0 ? std::move(all) : nullptr;
 }
