@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <deque>
 #include <filesystem>
 #include <limits>
 #include <system_error>
@@ -20,21 +19,11 @@
 #include "TreeLearner/RoundedNumber.h"
 #include "claim.h"
 #include "god/Report.h"
-#include "reading/DataFile.h"
 #include "reading/DataSet.h"
-#include "reading/EarlyRows.h"
-#include "reading/ReadingNotices.h"
+#include "reading/RunSets.h"
 
 namespace sylvora::frontend {
 namespace {
-
-enum SetType { kTraining = 0, kTest = 1, kDevelopment = 2 };
-
-struct RunSet {
-    DataFile file;
-    SetType type;
-    DataSet data;
-};
 
 // The per-round result files to check: the first, the last (which has the longest name), and those
 // whose round number ends another file name of the command, so that they could overwrite that file.
@@ -127,49 +116,6 @@ int Seed(CheckCfgCLS& cfg) {
             kBound, "\n");
     }
     gseed = -static_cast<long>(std::fabs(cfg.tms_seed));
-    return 0;
-}
-
-std::vector<RunSet> NameSets(const CheckCfgCLS& cfg) {
-    std::vector<RunSet> setV;
-    const auto add = [&setV](const char* parameter, const std::string& path, SetType type) {
-        if (!path.empty()) setV.push_back({DataFile(parameter, path), type, {}});
-    };
-    add("fileTrain", cfg.fileTrain, kTraining);
-    add("fileTest", cfg.fileTest, kTest);
-    add("fileDev", cfg.fileDev, kDevelopment);
-    return setV;
-}
-
-// Reads all files. Every row of a run has the width of the widest row in any file.
-int ReadSets(std::vector<RunSet>& setV, const CheckCfgCLS& cfg) {
-    ReadingThreads threads(AskedThreads(cfg));
-    std::vector<DataFile*> fileV;
-    std::deque<EarlyRows> earlyV;
-    long numRows = 0;
-    int dim = 0;
-    const double absent = AbsentValue(cfg);
-    const double memory = EarlyRows::MostMemory() / static_cast<double>(setV.size());
-    for (RunSet& set : setV) {
-        EarlyRows& early = earlyV.emplace_back(RowRules{RowsOf(dim, absent), true}, memory);
-        if (set.file.Scan(threads, early) != 0) return -1;
-        numRows += set.file.NumRows();
-        fileV.push_back(&set.file);
-        dim = WidestRow(fileV, 0);
-    }
-    // In units of rows: the column means, and one more double per value of the training rows for
-    // tree growth.
-    const long numExtra = 1 + setV.front().file.NumRows();
-    if (CheckMemory(fileV, numRows, dim, numExtra) != 0) return -1;
-    const SetRules rules = {{RowsOf(dim, absent), true}, cfg.modelType == "GBRank"};
-    for (RunSet& set : setV) {
-        if (ReadSet(set.file, rules, earlyV.front(), threads, set.data) != 0) return -1;
-        earlyV.pop_front();
-    }
-    // One notice is enough, as the files of a run are usually written the same way.
-    for (const RunSet& set : setV) {
-        if (NoticeAbsent(cfg, set.file, dim, set.data.counts)) break;
-    }
     return 0;
 }
 

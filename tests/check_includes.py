@@ -12,7 +12,7 @@ import sys
 from pathlib import Path
 
 ORDER = ["Libdef", "Communicator", "Ranks", "claim", "DataBlock", "RandomStream", "god",
-         "LossFunctions", "Links", "CheckIn", "Sort", "base",
+         "LossFunctions", "Links", "CheckIn", "Sort", "base", "OwnColumns",
          "engine/train", "engine/train/histogram", "engine/train/lists", "engine/score", "DataSet",
          "Node", "Tree", "Output", "Checkpoint", "Evaluation", "TrainingOptions", "ModelText",
          "TreeLearner", "sylvora_c"]

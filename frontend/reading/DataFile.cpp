@@ -87,17 +87,25 @@ std::string DataFile::Unreadable(int error) {
 }
 
 // Some files of the kernel, such as those in /proc, report size 0 and still have content; such a
-// file is copied like a pipe.
-int DataFile::OpenText() {
+// file is copied like a pipe. Opening a pipe takes its content from other readers, or waits.
+int DataFile::Open(int numReaders) {
+    const char* const noParts =
+        "is no regular file, so several ranks cannot read a part of it each; copy it to a file";
+    struct stat status = {};
+    const bool fAlone = numReaders == 1;
+    if (!fAlone && ::stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) &&
+        !S_ISDIR(status.st_mode)) {
+        return Refuse(0, noParts);
+    }
     text.reset(std::fopen(path.c_str(), "re"));
     if (!text) return Refuse(0, std::string("cannot be opened: ") + std::strerror(errno));
-    struct stat status = {};
     if (::fstat(Descriptor(), &status) != 0) return Refuse(0, std::strerror(errno));
     if (S_ISDIR(status.st_mode)) return Refuse(0, "is a directory, not a data file");
     numBytes = static_cast<size_t>(status.st_size);
     char first = 0;
     const bool fSized = numBytes > 0 || ::pread(Descriptor(), &first, 1, 0) == 0;
-    return S_ISREG(status.st_mode) && fSized ? 0 : Spool();
+    if (S_ISREG(status.st_mode) && fSized) return 0;
+    return fAlone ? Spool() : Refuse(0, noParts);
 }
 
 int DataFile::Spool() {
@@ -114,24 +122,48 @@ int DataFile::Scan(ReadingThreads& threads) {
 }
 
 int DataFile::Scan(ReadingThreads& threads, BlockScanner& scanner) {
-    if (OpenText() != 0) return -1;
+    if (Open(1) != 0) return -1;
+    return Place({ScanPart(threads, scanner, 0, 1)}, 0);
+}
+
+DataFile::Tally DataFile::ScanPart(ReadingThreads& threads, BlockScanner& scanner, int part,
+                                   int numParts) {
     blockBytes = threads.BlockBytes();
-    const size_t numBlocks = (numBytes + blockBytes - 1) / blockBytes;
+    const size_t numAll = (numBytes + blockBytes - 1) / blockBytes;
+    const size_t divisor = static_cast<size_t>(numParts);
+    firstBlock = numAll * static_cast<size_t>(part) / divisor;
+    const size_t numBlocks = numAll * (static_cast<size_t>(part) + 1) / divisor - firstBlock;
     WorkerPool& pool = threads.For(numBlocks);
     std::vector<BlockReader> readerV(static_cast<size_t>(pool.NumWorkers()));
     std::vector<Tally> tallyV(numBlocks);
     scanner.Begin(numBlocks);
     pool.For(static_cast<int>(numBlocks), [&](int block, int worker) {
         BlockReader& reader = readerV[static_cast<size_t>(worker)];
-        reader.Begin(Descriptor(), blockBytes, static_cast<size_t>(block));
+        BeginBlock(reader, static_cast<size_t>(block));
         tallyV[static_cast<size_t>(block)] = scanner.ScanBlock(reader, static_cast<size_t>(block));
     });
     beforeV.assign(1, {});
     for (const Tally& tally : tallyV) {
         beforeV.push_back(Sum(beforeV.back(), tally));
-        if (tally.error != 0) return Refuse(beforeV.back().numLines, Unreadable(tally.error));
+        if (tally.error != 0) break;
+    }
+    return beforeV.back();
+}
+
+int DataFile::Place(const std::vector<Tally>& partV, int part) {
+    all = {};
+    for (size_t i = 0; i < partV.size(); ++i) {
+        for (Tally& before : beforeV) {
+            if (i == static_cast<size_t>(part)) before.numLines += all.numLines;
+        }
+        all = Sum(all, partV[i]);
+        if (all.error != 0) return Refuse(all.numLines, Unreadable(all.error));
     }
     return 0;
+}
+
+void DataFile::BeginBlock(BlockReader& reader, size_t block) const {
+    reader.Begin(Descriptor(), blockBytes, firstBlock + block);
 }
 
 }  // namespace sylvora::frontend

@@ -52,6 +52,15 @@ class DataFile {
     // The same, with `scanner` in place of CountLines.
     [[nodiscard]] int Scan(ReadingThreads& threads, BlockScanner& scanner);
 
+    // The first pass in steps, for several readers of one file, each of which scans a part of the
+    // blocks. The parts have about the same number of bytes; a line belongs to the part in which it
+    // begins. Every reader opens the file, scans its part, learns the counts of all parts and
+    // places its own among them. With more than one reader the file must be regular. Open and Place
+    // return 0, or -1 after a message, which is the same at all readers.
+    [[nodiscard]] int Open(int numReaders);
+    Tally ScanPart(ReadingThreads& threads, BlockScanner& scanner, int part, int numParts);
+    [[nodiscard]] int Place(const std::vector<Tally>& partV, int part);
+
     // Writes "ERROR: ", the file, the line unless it is 0, and the complaint. Returns -1.
     int Refuse(long atLine, const std::string& complaint) const;
     // The complaint about a line that could not be read; `error` is an errno.
@@ -62,17 +71,23 @@ class DataFile {
     const std::string& Path() const { return path; }
     int Descriptor() const { return ::fileno(text.get()); }
 
-    // Results of the first pass. Before(b) has the totals of blocks 0 to b - 1.
-    size_t BlockBytes() const { return blockBytes; }
+    // The size of an opened file.
+    size_t NumBytes() const { return numBytes; }
+
+    // Results of the first pass. Blocks and rows are those of the reader's part of the file; lines
+    // are counted from the begin of the file. Before(b) has the numbers of lines before block b and
+    // of rows in the blocks 0 to b - 1.
+    void BeginBlock(BlockReader& reader, size_t block) const;
     const Tally& Before(size_t block) const { return beforeV[block]; }
     size_t NumBlocks() const { return beforeV.size() - 1; }
     long NumRows() const { return beforeV.back().numRows; }
-    int LargestId() const { return beforeV.back().largestId; }
-    long LineOfLargestId() const { return beforeV.back().lineOfLargestId; }
-    long LineOfOddId() const { return beforeV.back().lineOfOddId; }
+    // Of the whole file.
+    long NumAllRows() const { return all.numRows; }
+    int LargestId() const { return all.largestId; }
+    long LineOfLargestId() const { return all.lineOfLargestId; }
+    long LineOfOddId() const { return all.lineOfOddId; }
 
   private:
-    int OpenText();
     int Spool();
 
     std::string parameter;
@@ -80,7 +95,9 @@ class DataFile {
     OpenFile text;
     size_t numBytes = 0;
     size_t blockBytes = 0;
+    size_t firstBlock = 0;              // of the part
     std::vector<Tally> beforeV = {{}};  // one entry more than blocks; the last has the totals
+    Tally all;                          // of all parts
 };
 
 // Processes the blocks of a file in the first pass.

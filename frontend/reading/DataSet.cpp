@@ -45,14 +45,20 @@ class SetBuffers : public RowBuffers {
     DataSet& set;
 };
 
-int NumberQueries(const DataFile& file, const SetRules& rules, const std::vector<QueryRun>& runV,
-                  DataSet& set) {
+RowReport ReadPart(const DataFile& file, const RowRules& rules, ReadingThreads& threads,
+                   DataSet& set) {
+    set = DataSet(static_cast<size_t>(file.NumRows()), rules.line.dim);
+    SetBuffers buffers(set);
+    RowReport report = ReadRows(file, rules, buffers, threads);
+    set.counts = report.counts;
+    return report;
+}
+
+// Numbers the queries of the rows that were read, whose errors come first, and reports the fault.
+int Finish(const DataFile& file, const SetRules& rules, const RowReport& report, DataSet& set) {
     QueryNumbers numbers(file, rules.fTogether);
-    for (const QueryRun& run : runV) {
-        if (numbers.Append(run, set.queryIdV) != 0) return -1;
-        if (run.queryId.empty() && set.lineWithoutQuery == 0) set.lineWithoutQuery = run.firstLine;
-    }
-    return 0;
+    if (NumberQueries(numbers, report.runV, set) != 0) return -1;
+    return report.fault.row < 0 ? 0 : Complain(file, rules.row, report.fault);
 }
 
 }  // namespace
@@ -99,23 +105,44 @@ int CheckMemory(const std::vector<DataFile*>& fileV, long numRows, int dim, long
                             wanted / kGigabyte, " GB, available are ", present / kGigabyte));
 }
 
+int NumberQueries(QueryNumbers& numbers, const std::vector<QueryRun>& runV, DataSet& set) {
+    for (const QueryRun& run : runV) {
+        if (numbers.Append(run, set.queryIdV) != 0) return -1;
+        if (run.queryId.empty() && set.lineWithoutQuery == 0) set.lineWithoutQuery = run.firstLine;
+    }
+    return 0;
+}
+
+RowReport ReadPart(const DataFile& file, const RowRules& rules, EarlyRows& early,
+                   ReadingThreads& threads, DataSet& set) {
+    if (!early.Satisfies(rules.line)) {
+        early.Drop();
+        return ReadPart(file, rules, threads, set);
+    }
+    RowReport report;
+    report.runV = early.MoveTo(set, rules.line.dim, threads);
+    const long numLinesBefore = file.Before(0).numLines;
+    for (QueryRun& run : report.runV) {
+        run.firstLine += numLinesBefore;
+        run.lastLine += numLinesBefore;
+    }
+    RowCounts counts;
+    counts.Add(set.counts, numLinesBefore);
+    report.counts = set.counts = counts;
+    return report;
+}
+
 int ReadSet(const DataFile& file, const SetRules& rules, ReadingThreads& threads, DataSet& set) {
-    set = DataSet(static_cast<size_t>(file.NumRows()), rules.row.line.dim);
-    SetBuffers buffers(set);
-    const RowReport report = ReadRows(file, rules.row, buffers, threads);
-    set.counts = report.counts;
-    if (NumberQueries(file, rules, report.runV, set) != 0) return -1;
-    return report.fault.row < 0 ? 0 : Complain(file, rules.row, report.fault);
+    return Finish(file, rules, ReadPart(file, rules.row, threads, set), set);
 }
 
 int ReadSet(const DataFile& file, const SetRules& rules, EarlyRows& early, ReadingThreads& threads,
             DataSet& set) {
-    if (!early.Satisfies(rules.row.line)) {
-        early.Drop();
-        return ReadSet(file, rules, threads, set);
-    }
-    const std::vector<QueryRun> runV = early.MoveTo(set, rules.row.line.dim, threads);
-    return NumberQueries(file, rules, runV, set);
+    return Finish(file, rules, ReadPart(file, rules.row, early, threads, set), set);
+}
+
+std::string Unusable(long numRows, int dim) {
+    return Text("cannot be used: ", numRows, " rows of ", numRows > 0 ? dim : 0, " columns");
 }
 
 int HandOver(DataSet& set, const DataFile& file, int type, TreeLearner& learner) {
@@ -125,11 +152,9 @@ int HandOver(DataSet& set, const DataFile& file, int type, TreeLearner& learner)
         return 0;
     }
     if (learner.CfgInfo.modelType == "GBRank" && set.lineWithoutQuery > 0) {
-        return file.Refuse(set.lineWithoutQuery,
-                           "has no query id (qid:...); GBRank needs one in every row");
+        return file.Refuse(set.lineWithoutQuery, kNoQueryId);
     }
-    return file.Refuse(0, Text("cannot be used: ", numRows, " rows of ",
-                               numRows > 0 ? set.dimFea : 0, " columns"));
+    return file.Refuse(0, Unusable(static_cast<long>(numRows), set.dimFea));
 }
 
 }  // namespace sylvora::frontend

@@ -83,6 +83,15 @@ struct SetRules {
     bool fTogether;  // the rows of a query must be contiguous
 };
 
+// Numbers the queries of all rows of the runs. Returns 0, or -1 after a message.
+[[nodiscard]] int NumberQueries(QueryNumbers& numbers, const std::vector<QueryRun>& runV,
+                                DataSet& set);
+
+// The rows of a file, or of a reader's part of it, scanned with `early`; if its rows do not satisfy
+// the rules, it frees them and reads the file again. Numbers no queries and writes no messages.
+RowReport ReadPart(const DataFile& file, const RowRules& rules, EarlyRows& early,
+                   ReadingThreads& threads, DataSet& set);
+
 // The second pass: reads all rows of a scanned file. Returns 0, or -1 after a message.
 [[nodiscard]] int ReadSet(const DataFile& file, const SetRules& rules, ReadingThreads& threads,
                           DataSet& set);
@@ -91,6 +100,10 @@ struct SetRules {
 // frees them and makes the second pass.
 [[nodiscard]] int ReadSet(const DataFile& file, const SetRules& rules, EarlyRows& early,
                           ReadingThreads& threads, DataSet& set);
+
+// The complaints about a training set that a learner refuses.
+constexpr char kNoQueryId[] = "has no query id (qid:...); GBRank needs one in every row";
+std::string Unusable(long numRows, int dim);
 
 // Moves the set into the learner as training (0), test (1) or development data (2). Returns 0, or
 // -1 after the learner's message and a second one that names the file.

@@ -6,7 +6,7 @@
 namespace sylvora::frontend {
 
 bool NoticeAbsent(const CheckCfgCLS& cfg, const DataFile& file, int dim, const RowCounts& counts) {
-    const long numCells = file.NumRows() * dim;
+    const long numCells = file.NumAllRows() * dim;
     const long numAbsent = numCells - counts.numCells;
     if (cfg.fSetAbsent || numAbsent <= counts.numCells) return false;
     const int percent =

@@ -30,7 +30,7 @@ class BlockParser {
         const long end = std::min(buffers.first + buffers.count, file.Before(block + 1).numRows);
         long numLine = before.numLines;
         long row = before.numRows;
-        reader.Begin(file.Descriptor(), file.BlockBytes(), block);
+        file.BeginBlock(reader, block);
         for (std::string_view line; row < end && reader.Next(line);) {
             ++numLine;
             if (IsBlank(line)) continue;
