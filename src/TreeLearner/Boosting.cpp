@@ -302,10 +302,10 @@ int TreeLearner::GenerateForest(Run& run) {
     for (int slot = run.NumResumed(); slot < sizeGroup && !fStopped && !fUserThrew && !fKept;
          ++slot) {
         static_cast<void>(GrowSlots(slot, slot));
-        if (fStopped || fUserThrew) break;
+        if (fUserThrew) break;
         if (fVerify && Verification{*this}.CheckSlot(slot) != 0) return -1;
         if (fKept) run.numSlots = slot + 1;
-        const bool fLast = fKept || slot + 1 == sizeGroup;
+        const bool fLast = fStopped || fKept || slot + 1 == sizeGroup;
         if (run.checkpoint) run.checkpoint->Take(slot + 1, fLast);
     }
     return fStopped || fUserThrew ? -1 : 0;
