@@ -158,6 +158,10 @@ TEST_F(Checkpoints, AResumedTrainingEqualsOneThatNeverStopped) {
             ASSERT_EQ(second.err, "Notice: checkpoint " + file + ": the training goes on after " +
                                       std::to_string(k) + " of " + std::to_string(numTree) +
                                       (IsForest(kind) ? " trees!\n" : " rounds!\n"));
+            // The user hears of the last round again, and may end the training there again.
+            const int end = std::min(k + 2, numDone);
+            const Result again = Train(kind, {numTree, 3, end, kStopAndKeep});
+            ASSERT_EQ(again, second) << again.err;
             const Result last = Train(kind, {numTree, 1 + (k + 1) % 3, 1000, 1, 7});
             ASSERT_EQ(last, whole) << last.err;
             ASSERT_EQ(ReadFile(file), lastFile);
