@@ -23,7 +23,8 @@
 
 namespace sylvora {
 
-// What the model of a training depends on: names without blanks, and values without line feeds.
+// What the model of a training depends on: names without blanks, and values; both without control
+// characters.
 typedef std::vector<std::pair<std::string, std::string>> Fingerprint;
 
 // The state beside the arrays.

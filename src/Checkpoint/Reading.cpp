@@ -144,6 +144,12 @@ std::string TakeKind(std::string_view& text) {
                 "; use that version, or name another file");
 }
 
+// Entries are shown in messages, so they must not control a terminal.
+bool IsPrintable(std::string_view line) {
+    return std::none_of(line.begin(), line.end(),
+                        [](unsigned char c) { return c < ' ' || c == 0x7f; });
+}
+
 // Takes the other lines of the head from the front of a text.
 bool TakeEntries(std::string_view& text, Fingerprint& fingerprint) {
     while (true) {
@@ -152,6 +158,7 @@ bool TakeEntries(std::string_view& text, Fingerprint& fingerprint) {
         const std::string_view line = text.substr(0, length);
         text.remove_prefix(length + 1);
         if (line.empty()) return !fingerprint.empty();
+        if (!IsPrintable(line)) return false;
         const size_t blank = std::min(line.find(' '), line.size());
         fingerprint.emplace_back(line.substr(0, blank), line.substr(std::min(blank + 1, length)));
     }

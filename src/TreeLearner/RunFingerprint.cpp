@@ -67,7 +67,8 @@ std::string ExactText(double value) {
 
 // A value that takes one line. Names of losses and models come from the program.
 std::string OneLine(std::string text) {
-    std::replace(text.begin(), text.end(), '\n', ' ');
+    const auto isControl = [](unsigned char c) { return c < ' ' || c == 0x7f; };
+    std::replace_if(text.begin(), text.end(), isControl, ' ');
     return text;
 }
 

@@ -120,6 +120,7 @@ TEST_F(CheckpointFile, TheHeadIsReadByItself) {
     }
     EXPECT_EQ(read("tree", kHuge).rfind("is no checkpoint", 0), 0U);
     EXPECT_EQ(read("sylvora checkpoint 1\n", kHuge).rfind("is damaged", 0), 0U);
+    EXPECT_EQ(read("sylvora checkpoint 1\nlibrary \033[2J\n\n", kHuge).rfind("is damaged", 0), 0U);
     EXPECT_EQ(read("sylvora checkpoint 21\n", kHuge)
                   .rfind("was written by a newer version of the library, in format 21", 0),
               0U);
