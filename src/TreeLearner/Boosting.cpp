@@ -233,13 +233,14 @@ std::vector<boosting_info_t> TreeLearner::ShareQueries() {
 
 // The rounds, with the remaining time estimated from the last one. A forest reports its progress by
 // trees instead, in GrowSlots, and goes on within its one round. The checkpoint is written before
-// early stopping cuts the ensemble.
+// early stopping cuts the ensemble. The user hears of the round of a checkpoint once more.
 int TreeLearner::RunRounds(Run& run) {
     const bool fForest = modelType == "RandomForest";
     RunEvaluation* const evaluation = run.evaluation.get();
     int idxTree = fForest ? 0 : run.NumResumed();
     if (evaluation != nullptr && evaluation->Replay(idxTree) != 0) return -1;
-    bool fOver = evaluation != nullptr && evaluation->IsOver();
+    if (idxTree > 0 && IsStopped(idxTree, numTree)) return -1;
+    bool fOver = fKept || (evaluation != nullptr && evaluation->IsOver());
     while (!fOver && idxTree < numTree) {
         ++idxTree;
         const long startTree = Now();
@@ -299,13 +300,15 @@ int TreeLearner::BoostRound(Run& run, int idxTree) {
 // ended, so only this order makes a forest independent of the number of threads; the parallelism is
 // inside a tree. A slot that fails is reported and left out.
 int TreeLearner::GenerateForest(Run& run) {
+    if (run.NumResumed() > 0 && IsStopped(run.NumResumed(), sizeGroup)) return -1;
+    if (fKept) run.numSlots = run.NumResumed();
     for (int slot = run.NumResumed(); slot < sizeGroup && !fStopped && !fUserThrew && !fKept;
          ++slot) {
         static_cast<void>(GrowSlots(slot, slot));
-        if (fStopped || fUserThrew) break;
+        if (fUserThrew) break;
         if (fVerify && Verification{*this}.CheckSlot(slot) != 0) return -1;
         if (fKept) run.numSlots = slot + 1;
-        const bool fLast = fKept || slot + 1 == sizeGroup;
+        const bool fLast = fStopped || fKept || slot + 1 == sizeGroup;
         if (run.checkpoint) run.checkpoint->Take(slot + 1, fLast);
     }
     return fStopped || fUserThrew ? -1 : 0;
