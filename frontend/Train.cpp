@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "Checkpoint/Checkpoint.h"
 #include "Evaluation/NamedMetrics.h"
 #include "Metrics.h"
 #include "Modes.h"
@@ -84,6 +85,13 @@ int CheckPaths(const Command& command) {
                                      {"fileDebug", cfg.fDebug ? cfg.fileDebug : ""},
                                      {"filePred", fScores ? cfg.filePred : ""}});
     return CheckFiles(command, outputV);
+}
+
+// Finds a wrong file before the data are read. The rest is checked when the training begins.
+int CheckCheckpointFile(const std::string& path) {
+    Fingerprint fingerprint;
+    const std::string fault = path.empty() ? "" : ReadCheckpointHead(path, fingerprint);
+    return fault.empty() ? 0 : Fail("ERROR: checkpoint ", path, ": ", fault, "!\n");
 }
 
 // Refuses settings that the library accepts, but that the command cannot carry out or the model
@@ -242,7 +250,7 @@ int ReportTest(const CheckCfgCLS& cfg, TreeLearner& trained) {
 int Train(Command& command) {
     CheckCfgCLS& cfg = command.cfg;
     if (cfg.CheckCfg() != 0 || CheckSettings(cfg) != 0 || CheckPaths(command) != 0 ||
-        Seed(cfg) != 0) {
+        CheckCheckpointFile(cfg.fileCheckpoint) != 0 || Seed(cfg) != 0) {
         return -1;
     }
     TreeLearner learner(cfg);

@@ -76,7 +76,7 @@ class SYLVORA_API CheckCfgCLS {
     int earlyStop = 0;        // rounds without progress that end a boosting; 0: off
     int evalEvery = 0;        // rounds from one line of the table of metrics to the next; 0: none
     std::string fileCheckpoint;  // a training goes on from it, and writes it; empty: none
-    int checkpointEvery = 10;    // rounds, or trees of a forest, from one writing to the next
+    int checkpointEvery = 0;     // rounds, or trees, from one writing to the next; 0: by its cost
 
     // Reads the configuration file argv[1], then applies the option-value pairs from argv[2] on,
     // which override the file. argv[0], the program's name, is ignored.

@@ -17,7 +17,7 @@ namespace sylvora {
 class SYLVORA_API RanksLost : public std::exception {
   public:
     const char* what() const noexcept override {
-        return "Another rank has left the training, or the training was cancelled";
+        return "another rank has left the training, or the training was cancelled";
     }
 };
 

@@ -139,7 +139,8 @@ typedef struct sylvora_model sylvora_model;
  * and, unless it is null, hessians with second derivatives. Returns 0 to go on. */
 typedef int (*sylvora_objective)(void* context, int round, int64_t num_rows, const double* labels,
                                  const double* scores, double* gradients, double* hessians);
-/* Called after `done` of `total` rounds, or trees of a forest. Returns one of the values below. */
+/* Called after `done` of `total` rounds, or trees of a forest. Of those that a checkpoint has, only
+ * after the last one, when the training goes on. Returns one of the values below. */
 typedef int (*sylvora_progress)(void* context, int done, int total);
 #define SYLVORA_GO_ON 0
 #define SYLVORA_STOP 1                   /* the training fails: "Training was stopped" */

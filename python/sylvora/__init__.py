@@ -6,7 +6,7 @@ Scoring:
                             the older functions, with models by number
 Training (needs NumPy):
     train, cv, Dataset      from parameters and data to a Model
-    callbacks               early stopping, progress, time limit, checkpoints, a log
+    callbacks               early stopping, progress, time limit, copies of the model, a log
     expit, log_odds         for objectives of your own
 scikit-learn's interface (needs scikit-learn):
     SylvoraRegressor, SylvoraClassifier, SylvoraRanker, SylvoraForestRegressor,

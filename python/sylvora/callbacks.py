@@ -154,19 +154,23 @@ class EarlyStopping(Callback):
     def begin(self, total: int) -> None:
         self.keep_rounds = None
         self.best_score: Optional[float] = None
+        self._seen = 0
 
     def after_round(self, round: Round) -> Optional[bool]:
-        metric, value = self._value(round.evals)
-        if is_better(value, self.best_score, round.greater_is_better(metric), self.min_delta):
-            self.best_score = value
-            self.keep_rounds = round.round
-        return round.round - (self.keep_rounds or 0) >= self.rounds
+        metric, values = self._values(round.evals)
+        # One value is new, or all of them are if the training goes on from a checkpoint.
+        for value in values[self._seen :]:
+            self._seen += 1
+            if is_better(value, self.best_score, round.greater_is_better(metric), self.min_delta):
+                self.best_score = value
+                self.keep_rounds = self._seen
+        return self._seen - (self.keep_rounds or 0) >= self.rounds
 
     def end(self, result: FitResult) -> None:
         if self.best_score is None:
             raise ValueError("EarlyStopping: the metric is not finite after any round")
 
-    def _value(self, evals: Evals) -> tuple[str, float]:
+    def _values(self, evals: Evals) -> tuple[str, list[float]]:
         if not evals:
             raise ValueError("EarlyStopping needs data to evaluate: give eval_set")
         on = self.on if self.on is not None else list(evals)[-1]
@@ -179,7 +183,7 @@ class EarlyStopping(Callback):
             raise ValueError(f"EarlyStopping: there is no metric {metric!r}, but {known}")
         if not metrics[metric]:
             raise ValueError("EarlyStopping is for boosting: a forest is evaluated at its end")
-        return metric, metrics[metric][-1]
+        return metric, metrics[metric]
 
 
 class TimeLimit(Callback):
@@ -198,7 +202,10 @@ class TimeLimit(Callback):
 class Checkpoint(Callback):
     """Writes the model so far to a file, every so many rounds and at the end. The file is replaced
     as a whole; if that fails, the training ends with the error. For a single training: not for
-    more than two classes, nor for `cv`."""
+    more than two classes, nor for `cv`.
+
+    It is a model to look at or to score with. A training does not go on from it, but from the file
+    of ``train(..., checkpoint=)``."""
 
     single = True
 

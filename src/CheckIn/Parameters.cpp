@@ -131,13 +131,15 @@ std::vector<ParameterRow> RowsOfEvaluation() {
                 "model is then cut to its best round. 0: off."),
         Numeric("evalEvery", &C::evalEvery, kOption, "0 or more",
                 "Print the metrics of the development data every so many rounds. 0: never."),
-        File("checkpoint", &C::fileCheckpoint, kOption,
-             "File that keeps the state of a training: if it exists, the training goes on from it, "
-             "and the model is the one of a training that never stopped. Not with fileDebug or "
-             "fTestRealTime."),
-        Numeric("checkpointEvery", &C::checkpointEvery, kOption, "1 or more",
+        File(
+            "checkpoint", &C::fileCheckpoint, kOption,
+            "Training only: file that keeps its state. If it exists, the training goes on from it, "
+            "and the model is the one of a training that never stopped. Not with fileDebug or "
+            "fTestRealTime."),
+        Numeric("checkpointEvery", &C::checkpointEvery, kOption, "0 or more",
                 "Rounds of boosting, or trees of a RandomForest, from one writing of the "
-                "checkpoint to the next. It is also written after the last one."),
+                "checkpoint to the next. 0: as many as keep its cost near a twentieth of the time "
+                "or below. It is also written at the end."),
     };
 }
 

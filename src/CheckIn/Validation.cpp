@@ -182,9 +182,9 @@ int sylvora::CheckLossParameters(const CheckCfgCLS& c) {
 
 // Both reports would lack the rounds before the checkpoint.
 int sylvora::CheckCheckpoint(const CheckCfgCLS& c) {
-    if (c.checkpointEvery < 1) {
+    if (c.checkpointEvery < 0) {
         return Fail("ERROR: Illegal checkpointEvery: ", c.checkpointEvery,
-                    ", it must be 1 or more!\n");
+                    ", it must be 0 or more!\n");
     }
     if (c.fileCheckpoint.empty() || !(c.fDebug || c.fTestRealTime)) return 0;
     return Fail("ERROR: checkpoint ", c.fileCheckpoint, ": does not go together with ",

@@ -7,7 +7,7 @@
 //   groups  = count { u64 }            by group: the number of trees up to its end
 //   trees   = count { tree }
 //   tree    = count i32 { node }       the depth, then the nodes, root first
-//   node    = f64 f64 i32 i32 i32 i32  threshold, output, column, two children, flags: 1 for a
+//   node    = f64 f64 i32 i32 i32 i32  threshold, value, feature, two children, flags: 1 for a
 //                                      leaf, 2 for a narrow split
 //   covers  = count { count { i32 } }  by tree: the rows of each node, if they are known
 //

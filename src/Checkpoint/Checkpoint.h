@@ -23,7 +23,8 @@
 
 namespace sylvora {
 
-// What the model of a training depends on: names without blanks, and values without line feeds.
+// What the model of a training depends on: names without blanks, and values; both without control
+// characters.
 typedef std::vector<std::pair<std::string, std::string>> Fingerprint;
 
 // The state beside the arrays.
@@ -58,15 +59,25 @@ struct Checkpoint {
 // an older file is then left as it was. The bytes depend on the checkpoint only.
 [[nodiscard]] std::string WriteCheckpoint(const std::string& path, const CheckpointView& view);
 
+// Reads the head only, which takes the same time for a file of any size: whether this is a
+// checkpoint that this library reads, and of which training. Damage behind the head is not found.
+// Without a file, `fingerprint` stays empty. Returns "" or what is wrong, as the rest of a sentence
+// that begins with the file. Throws std::bad_alloc.
+[[nodiscard]] std::string ReadCheckpointHead(const std::string& path, Fingerprint& fingerprint);
+
 // Reads a file and checks it: every changed, missing or added byte is found, trees can be walked
-// on rows of `numColumns` values, and the generator can be drawn from. Returns "" or what is wrong,
-// as the rest of a sentence that begins with the file. Throws std::bad_alloc.
+// on rows of `numColumns` values, and the generator can be drawn from. Returns and throws as above.
 [[nodiscard]] std::string ReadCheckpoint(const std::string& path, int numColumns,
                                          Checkpoint& checkpoint);
 
-// The first difference between the fingerprint of a file and a training's own, as the rest of a
-// sentence that begins with the file; "" if they are equal.
-[[nodiscard]] std::string DifferenceOf(const Fingerprint& file, const Fingerprint& own);
+// A difference between two fingerprints: the name of an entry and its values, "none" where there is
+// no such entry. An empty name: they are equal.
+struct Difference {
+    std::string name, inFile, own;
+};
+
+// The first difference between the fingerprint of a file and a training's own.
+[[nodiscard]] Difference FirstDifference(const Fingerprint& file, const Fingerprint& own);
 
 }  // namespace sylvora
 

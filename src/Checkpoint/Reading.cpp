@@ -1,5 +1,7 @@
 // Reads and checks checkpoints; see Checkpoint.h. The digest finds damage. What follows it checks
 // every number that memory or control depends on, so that no file can make the library misbehave.
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <fstream>
@@ -125,22 +127,48 @@ void ReadTrees(Source& source, int numColumns, engine::PackedTrees& trees) {
     }
 }
 
-// Reads the lines of the head, from the one after the version on. Returns what follows the head.
-std::string_view ReadHead(std::string_view text, Fingerprint& fingerprint) {
+// Takes the kind and the version of a file, the first line, from the front of its text.
+std::string TakeKind(std::string_view& text) {
+    const std::string_view name = kCheckpointName;
+    if (text.substr(0, name.size()) != name) return "is no checkpoint; name another file";
+    const size_t end = text.find('\n');
+    if (end == text.npos) return kDamaged;
+    const std::string_view version = text.substr(name.size(), end - name.size());
+    text.remove_prefix(end + 1);
+    if (version == kCheckpointVersion) return "";
+    const bool fNumber = !version.empty() && version.size() < 10 && version[0] != '0' &&
+                         version.find_first_not_of("0123456789") == version.npos;
+    if (!fNumber) return kDamaged;
+    return Text("was written by a newer version of the library, in format ", version,
+                ", and this one reads format ", kCheckpointVersion,
+                "; use that version, or name another file");
+}
+
+// Entries are shown in messages, so they must not control a terminal.
+bool IsPrintable(std::string_view line) {
+    return std::none_of(line.begin(), line.end(),
+                        [](unsigned char c) { return c < ' ' || c == 0x7f; });
+}
+
+// Takes the other lines of the head from the front of a text.
+bool TakeEntries(std::string_view& text, Fingerprint& fingerprint) {
     while (true) {
         const size_t length = text.find('\n');
-        if (length == text.npos || length == 0) return text.substr(length == 0 ? 1 : text.size());
+        if (length == text.npos) return false;
         const std::string_view line = text.substr(0, length);
+        text.remove_prefix(length + 1);
+        if (line.empty()) return !fingerprint.empty();
+        if (!IsPrintable(line)) return false;
         const size_t blank = std::min(line.find(' '), line.size());
         fingerprint.emplace_back(line.substr(0, blank), line.substr(std::min(blank + 1, length)));
-        text.remove_prefix(length + 1);
     }
 }
 
-std::string ReadAll(const std::string& path, std::string& text) {
+// Reads at most so many bytes from the front of a file.
+std::string ReadFront(const std::string& path, std::streamoff most, std::string& text) {
     errno = 0;
     std::ifstream file(path, std::ios::binary | std::ios::ate);
-    const std::streamoff size = file.tellg();
+    const std::streamoff size = std::min(std::streamoff{file.tellg()}, most);
     if (size >= 0) {
         text.resize(static_cast<size_t>(size));
         file.seekg(0).read(text.data(), size);
@@ -162,20 +190,30 @@ bool TakeSum(std::string_view& text) {
 
 }  // namespace
 
+std::string ReadCheckpointHead(const std::string& path, Fingerprint& fingerprint) {
+    struct stat file = {};
+    if (::stat(path.c_str(), &file) != 0) return errno == ENOENT ? "" : std::strerror(errno);
+    if (!S_ISREG(file.st_mode)) return "is no regular file; name another one";
+    constexpr std::streamoff kMostBytes = 1 << 20;
+    std::string front;
+    std::string fault = ReadFront(path, kMostBytes, front);
+    std::string_view text = front;
+    if (fault.empty()) fault = TakeKind(text);
+    if (!fault.empty()) return fault;
+    return TakeEntries(text, fingerprint) ? "" : kDamaged;
+}
+
 std::string ReadCheckpoint(const std::string& path, int numColumns, Checkpoint& checkpoint) {
     std::string whole;
-    std::string fault = ReadAll(path, whole);
-    if (!fault.empty()) return fault;
+    std::string fault = ReadFront(path, std::numeric_limits<std::streamoff>::max(), whole);
     std::string_view text = whole;
-    const std::string_view name = kCheckpointName;
-    if (text.substr(0, name.size()) != name) return "is no checkpoint; name another file";
-    const std::string_view version = text.substr(name.size(), text.find('\n') - name.size());
-    if (!TakeSum(text)) return kDamaged;
-    if (version != kCheckpointVersion) {
-        return Text("is of format ", version, ", and this library reads format ",
-                    kCheckpointVersion);
-    }
-    Source source(ReadHead(text.substr(text.find('\n') + 1), checkpoint.fingerprint));
+    if (fault.empty()) fault = TakeKind(text);
+    if (!fault.empty()) return fault;
+    std::string_view checked = whole;
+    if (!TakeSum(checked)) return kDamaged;
+    text.remove_suffix(whole.size() - checked.size());
+    if (!TakeEntries(text, checkpoint.fingerprint)) return kDamaged;
+    Source source(text);
     ForStateFields(checkpoint.state, [&source](auto& field) { source.Get(field); });
     source.GetAll(checkpoint.predictV);
     source.GetAll(checkpoint.shrinkV);
@@ -183,22 +221,19 @@ std::string ReadCheckpoint(const std::string& path, int numColumns, Checkpoint& 
     return source.IsWhole() && IsPossible(checkpoint.state.generator) ? "" : kDamaged;
 }
 
-std::string DifferenceOf(const Fingerprint& file, const Fingerprint& own) {
+Difference FirstDifference(const Fingerprint& file, const Fingerprint& own) {
     const auto valueOf = [](const Fingerprint& all, const std::string& name) -> std::string {
         const auto at = std::find_if(all.begin(), all.end(),
                                      [&name](const auto& entry) { return entry.first == name; });
-        return at != all.end() ? at->second : "not given";
+        return at != all.end() ? at->second : "none";
     };
     Fingerprint entryV = own;
     entryV.insert(entryV.end(), file.begin(), file.end());
-    for (const auto& entry : entryV) {
-        const std::string there = valueOf(file, entry.first);
-        const std::string here = valueOf(own, entry.first);
-        if (there != here) {
-            return Text("is of a training with ", entry.first, " ", there, ", not ", here);
-        }
+    for (const auto& [name, value] : entryV) {
+        Difference found = {name, valueOf(file, name), valueOf(own, name)};
+        if (found.inFile != found.own) return found;
     }
-    return "";
+    return {};
 }
 
 }  // namespace sylvora

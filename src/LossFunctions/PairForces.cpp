@@ -29,11 +29,13 @@ int RoundedUp(int count) {
 void Place(PairBlock& block, int count, double tau) {
     constexpr double kToPlace = 0x1.8p8;  // adding and subtracting it rounds to multiples of 2^-44
     constexpr double kLargest = 64.0;     // of a score, and of tau times a label
+    constexpr double kLargestLabel = 0x1p1022;  // the difference of two is finite
     double negativeV[PairBlock::kRows];
     for (int i = 0; i < count; ++i) {
         const double score = block.scoreV[i];
         const double margin = tau * block.labelV[i];
-        const bool fSmall = (std::fabs(score) <= kLargest) & (std::fabs(margin) <= kLargest);
+        const bool fSmall = (std::fabs(score) <= kLargest) & (std::fabs(margin) <= kLargest) &
+                            (std::fabs(block.labelV[i]) <= kLargestLabel);
         block.placeV[i] = fSmall ? ((score - margin) + kToPlace) - kToPlace : kNaN;
         negativeV[i] = -block.placeV[i];
     }

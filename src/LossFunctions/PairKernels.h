@@ -17,7 +17,7 @@ struct PairBlock {
     double scoreV[kRows];
     double gradientV[kRows];
     // For the cross entropy: the score less tau times the label, rounded to a multiple of 2^-44;
-    // NaN if one of the two is too large. Then e^place and e^-place; see SplitExpEach.
+    // NaN if one of these is too large. Then e^place and e^-place; see SplitExpEach.
     double placeV[kRows];
     double upHeadV[kRows], upRestV[kRows];
     double downHeadV[kRows], downRestV[kRows];

@@ -11,7 +11,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <locale>
 #include <memory>
 #include <string_view>
@@ -19,30 +18,10 @@
 
 #include "../god/Report.h"
 #include "FileAttributes.h"
+#include "FileSystem.h"
 
 namespace sylvora {
 namespace {
-
-std::string FolderOf(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    if (slash == std::string::npos) return ".";
-    return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-// Follows symbolic links; the file at the end need not exist yet. A link to something other than a
-// regular file is not followed: /dev/stdout can be a link to a pipe, which has no path.
-std::string Resolve(std::string path) {
-    constexpr int kMaxLinks = 40;
-    for (int numLinks = 0; numLinks < kMaxLinks; ++numLinks) {
-        struct stat file = {};
-        if (::stat(path.c_str(), &file) == 0 && !S_ISREG(file.st_mode)) break;
-        std::error_code none;
-        const std::filesystem::path next = std::filesystem::read_symlink(path, none);
-        if (none) break;
-        path = next.is_absolute() ? next.string() : FolderOf(path) + "/" + next.string();
-    }
-    return path;
-}
 
 void SyncFolder(const std::string& folder) {
     const Descriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -62,28 +41,13 @@ bool IsTemporaryName(std::string_view name) {
                        [](char c) { return c == '-' || (c >= '0' && c <= '9'); });
 }
 
-// Whether `name` still names the file that is open as `fd`.
-bool IsSameFile(const std::string& name, int fd) {
-    struct stat opened = {};
-    struct stat named = {};
-    return ::fstat(fd, &opened) == 0 && ::lstat(name.c_str(), &named) == 0 &&
-           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
-}
-
-bool Lock(int fd, int operation) {
-    int status = 0;
-    do status = ::flock(fd, operation);
-    while (status != 0 && errno == EINTR);
-    return status == 0;
-}
-
 // Removes a temporary file whose writer was killed. A living writer holds a lock on its file, so a
 // file that can be locked is abandoned. A writer may lose its file between creating and locking it;
 // CreateBeside notices that and creates another one. The file is opened for writing because network
 // file systems do not lock others exclusively.
 void RemoveIfAbandoned(const std::string& name) {
     const Descriptor left(::open(name.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (left.Get() < 0 || !Lock(left.Get(), LOCK_EX | LOCK_NB)) return;
+    if (left.Get() < 0 || !LockFile(left.Get(), LOCK_EX | LOCK_NB)) return;
     if (IsSameFile(name, left.Get())) ::unlink(name.c_str());
 }
 
@@ -107,7 +71,7 @@ bool TemporaryFile::CreateBeside(const std::string& target, bool fPrivate) {
         lock = Descriptor(::open(newName.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, mode));
         if (lock.Get() < 0 && errno == EEXIST) continue;
         if (lock.Get() < 0) return false;
-        static_cast<void>(Lock(lock.Get(), LOCK_EX));
+        static_cast<void>(LockFile(lock.Get(), LOCK_EX));
         if (!IsSameFile(newName, lock.Get())) continue;
         name = std::move(newName);
         return true;
@@ -130,7 +94,7 @@ bool TemporaryFile::MoveTo(const std::string& target) {
 }
 
 WholeFile::WholeFile(const std::string& given, const StopCondition& isStopped)
-    : path(given), target(Resolve(given)) {
+    : path(given), target(ResolveLinks(given)) {
     Open(isStopped);
     fOpened = IsOpen();
     if (!fOpened) error = errno;
@@ -139,7 +103,7 @@ WholeFile::WholeFile(const std::string& given, const StopCondition& isStopped)
 
 void WholeFile::Open(const StopCondition& isStopped) {
     struct stat old = {};
-    const bool fExists = ::stat(target.c_str(), &old) == 0;
+    fExists = ::stat(target.c_str(), &old) == 0;
     if (!fExists && errno != ENOENT) return;  // for example a cycle of links
     if (fExists && !S_ISREG(old.st_mode)) {
         static_cast<void>(OpenDirectly(target, isStopped, stream));
@@ -167,14 +131,15 @@ bool WholeFile::Replace() {
 
 std::string WholeFile::ErrorMessage() const {
     const char* const inFull = fOpened ? " in full: " : ": ";
-    const char* const end = fOpened && temporary.Exists() ? "; the older one is kept!\n" : "!\n";
+    const bool fKept = fOpened && fExists && temporary.Exists();
+    const char* const end = fKept ? "; the older one is kept!\n" : "!\n";
     return Text("ERROR: Can not write file ", path, inFull, std::strerror(error), end);
 }
 
 // Creating the temporary file does not test the length of the target's name, which may be longer.
 // So that is checked separately.
 std::string WhyNotWritable(const std::string& path) {
-    const std::string target = Resolve(path);
+    const std::string target = ResolveLinks(path);
     const std::string folder = FolderOf(target);
     struct stat old = {};
     if (::stat(target.c_str(), &old) == 0) {

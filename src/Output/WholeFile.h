@@ -74,6 +74,7 @@ class WholeFile {
 
     std::string path;         // as given; for messages
     std::string target;       // `path` with symbolic links resolved
+    bool fExists = false;     // the target, when this was opened
     bool fOpened = false;     // was opened successfully
     int error = 0;            // errno of the failed open or commit
     TemporaryFile temporary;  // does not exist if IsDirect()

@@ -16,7 +16,6 @@
 #include "../claim.h"
 #include "../god/Report.h"
 #include "../god/Truncation.h"
-#include "../god/UserCall.h"
 #include "../god/Workers.h"
 #include "Arrays.h"
 #include "AtWork.h"
@@ -240,13 +239,14 @@ std::vector<boosting_info_t> TreeLearner::ShareQueries() {
 
 // The rounds, with the remaining time estimated from the last one. A forest reports its progress by
 // trees instead, in GrowSlots, and goes on within its one round. The checkpoint is written before
-// early stopping cuts the ensemble.
+// early stopping cuts the ensemble. The user hears of the round of a checkpoint once more.
 int TreeLearner::RunRounds(Run& run) {
     const bool fForest = modelType == "RandomForest";
     RunEvaluation* const evaluation = run.evaluation.get();
     int idxTree = fForest ? 0 : run.NumResumed();
     if (evaluation != nullptr && evaluation->Replay(idxTree) != 0) return -1;
-    bool fOver = evaluation != nullptr && evaluation->IsOver();
+    if (idxTree > 0 && IsStopped(idxTree, numTree)) return -1;
+    bool fOver = fKept || (evaluation != nullptr && evaluation->IsOver());
     while (!fOver && idxTree < numTree) {
         ++idxTree;
         const long startTree = Now();
@@ -308,15 +308,18 @@ int TreeLearner::BoostRound(Run& run, int idxTree) {
 // ended, so only this order makes a forest independent of the number of threads; the parallelism is
 // inside a tree. A slot that fails is reported and left out.
 int TreeLearner::GenerateForest(Run& run) {
+    if (run.NumResumed() > 0 && IsStopped(run.NumResumed(), sizeGroup)) return -1;
+    if (fKept) run.numSlots = run.NumResumed();
     for (int slot = run.NumResumed(); slot < sizeGroup && !fStopped && !fUserThrew && !fKept;
          ++slot) {
         const int status = GrowSlots(slot, slot);
-        if (fStopped || fUserThrew) break;
+        if (fUserThrew) break;
         // Other ranks may have grown the tree.
-        if (rankRun && (status != 0 || rankRun->CheckStep("tree", slot + 1) != 0)) return -1;
+        if (rankRun && !fStopped && status != 0) return -1;
+        if (rankRun && rankRun->CheckStep("tree", slot + 1) != 0) return -1;
         if (fVerify && Verification{*this}.CheckSlot(slot) != 0) return -1;
         if (fKept) run.numSlots = slot + 1;
-        const bool fLast = fKept || slot + 1 == sizeGroup;
+        const bool fLast = fStopped || fKept || slot + 1 == sizeGroup;
         if (run.checkpoint) run.checkpoint->Take(slot + 1, fLast);
     }
     return fStopped || fUserThrew ? -1 : 0;
@@ -364,35 +367,4 @@ int TreeLearner::FinishRun() {
     }
     CompileEnsemble();
     return 0;
-}
-
-// Calls the progress function again with the numbers of its last call. Returns 0 to go on, anything
-// else to stop.
-int TreeLearner::AskUser() {
-    if (progressFunction == nullptr) return 0;
-    const AtWork work(*this);
-    return sylvora::CallUser("progress function", fUserThrew, [&] {
-        return progressFunction(progressContext, progressDone, progressTotal);
-    });
-}
-
-// Reports progress, in rounds or, in a forest, in trees. Returns whether the run must end without a
-// model, because the progress function asked for it or threw an exception. Sets fKept if the run
-// must end with one.
-bool TreeLearner::IsStopped(int done, int total) {
-    progressDone = done;
-    progressTotal = total;
-    int status = AskUser();
-    if (rankRun) {
-        const bool fStop = rankRun->Any(status != 0 && status != kStopAndKeep);
-        const bool fKeep = rankRun->Any(status == kStopAndKeep);
-        status = fStop ? -1 : fKeep ? kStopAndKeep : 0;
-    }
-    fKept = status == kStopAndKeep;
-    if (status == 0 || fKept) return false;
-    fStopped = true;
-    if (fUserThrew) return true;
-    sylvora::Warn("Notice: Training was stopped after ", done, " of ", total,
-                  ", no model is written!\n");
-    return true;
 }

@@ -2,11 +2,9 @@
 // checkpoint is compared by.
 #include "RunCheckpoint.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
+#include <chrono>
+#include <new>
 #include <utility>
 
 #include "../CheckIn/Validation.h"
@@ -17,8 +15,34 @@
 using sylvora::Checkpoint;
 using sylvora::CheckpointState;
 using sylvora::Fail;
+using sylvora::Fingerprint;
 using sylvora::Text;
 using sylvora::Warn;
+
+namespace {
+
+// Seconds since some fixed moment.
+double Now() {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+}  // namespace
+
+TreeLearner::RunCheckpoint::RunCheckpoint(TreeLearner& treeLearner,
+                                          const RunEvaluation* runEvaluation)
+    : learner(treeLearner), evaluation(runEvaluation), pace(Now()) {}
+
+TreeLearner::RunCheckpoint::~RunCheckpoint() {
+    if (!fFailed) return;
+    const std::string& path = learner.CfgInfo.fileCheckpoint;
+    if (numWritten == 0) {
+        Warn("Notice: checkpoint ", path, ": was never written!\n");
+    } else {
+        Warn("Notice: checkpoint ", path, ": the last one was written after ", numWritten, " of ",
+             NumSteps(), Steps(), "!\n");
+    }
+}
 
 int TreeLearner::RunCheckpoint::Start(TreeLearner& learner, const RunEvaluation* evaluation,
                                       int lastRowShares,
@@ -29,12 +53,18 @@ int TreeLearner::RunCheckpoint::Start(TreeLearner& learner, const RunEvaluation*
     if (sylvora::CheckCheckpoint(cfg) != 0) return -1;
     std::unique_ptr<RunCheckpoint> made(new RunCheckpoint(learner, evaluation));
     if (!learner.packedTrees) return made->Refuse("needs packed trees; call setPackedTrees first");
-    if (made->CheckFile() != 0) return -1;
+    Fingerprint inFile;
+    if (made->Open(inFile) != 0) return -1;
     made->sharedStart = learner.sharedSeed;
-    made->fingerprint = made->Describe(lastRowShares);
-    struct stat file = {};
-    const bool fExists = ::stat(cfg.fileCheckpoint.c_str(), &file) == 0;
-    if (fExists && made->Resume() != 0) return -1;
+    made->Describe(lastRowShares);
+    if (!inFile.empty()) {
+        // What is known before the data are looked at comes first in every fingerprint.
+        const size_t count = std::min(inFile.size(), made->fingerprint.size());
+        inFile.resize(count);
+        if (made->Compare(inFile) != 0) return -1;
+    }
+    made->DescribeData();
+    if (!inFile.empty() && made->Resume() != 0) return -1;
     checkpoint = std::move(made);
     return 0;
 }
@@ -43,30 +73,33 @@ int TreeLearner::RunCheckpoint::Refuse(const std::string& why) const {
     return Fail("ERROR: checkpoint ", learner.CfgInfo.fileCheckpoint, ": ", why, "!\n");
 }
 
-int TreeLearner::RunCheckpoint::CheckFile() const {
+// The file must be this run's alone before it is read: another one would replace it.
+int TreeLearner::RunCheckpoint::Open(Fingerprint& inFile) {
     const std::string& path = learner.CfgInfo.fileCheckpoint;
-    struct stat file = {};
-    if (::stat(path.c_str(), &file) != 0 && errno != ENOENT) return Refuse(std::strerror(errno));
-    if (::stat(path.c_str(), &file) == 0 && !S_ISREG(file.st_mode)) {
-        return Refuse("is no regular file; name another one");
-    }
     const std::string reason = sylvora::WhyNotWritable(path);
-    return reason.empty() ? 0 : Refuse("cannot be written: " + reason);
+    if (!reason.empty()) return Refuse("cannot be written: " + reason);
+    std::string fault = lock.Take(path);
+    if (fault.empty()) fault = sylvora::ReadCheckpointHead(path, inFile);
+    return fault.empty() ? 0 : Refuse(fault);
 }
 
+// Reads the whole file, of which the head is known to be good so far.
 int TreeLearner::RunCheckpoint::Resume() {
     const std::string& path = learner.CfgInfo.fileCheckpoint;
     Checkpoint file;
-    const std::string fault = sylvora::ReadCheckpoint(path, learner.dimFea, file);
-    if (!fault.empty()) return Refuse(fault);
-    const std::string difference = sylvora::DifferenceOf(file.fingerprint, fingerprint);
-    if (!difference.empty()) {
-        return Refuse(difference + "; restore the data and settings, or name another file");
+    try {
+        const std::string fault = sylvora::ReadCheckpoint(path, learner.dimFea, file);
+        if (!fault.empty()) return Refuse(fault);
+    } catch (const std::bad_alloc&) {
+        return Refuse("failed to allocate memory to read it");
     }
-    if (CheckState(file) != 0 || CheckSharedWord(file.state) != 0) return -1;
+    if (Compare(file.fingerprint) != 0 || CheckState(file) != 0 ||
+        CheckSharedWord(file.state) != 0) {
+        return -1;
+    }
     Restore(file);
     Warn("Notice: checkpoint ", path, ": the training goes on after ", numResumed, " of ",
-         NumSteps(), IsForest() ? " trees\n" : " rounds\n");
+         NumSteps(), Steps(), "!\n");
     return 0;
 }
 
@@ -84,8 +117,8 @@ int TreeLearner::RunCheckpoint::CheckState(const Checkpoint& file) const {
         return Refuse("its parts do not fit each other; remove it to begin again");
     }
     if (numDone <= NumSteps()) return 0;
-    return Refuse(Text("has ", numDone, IsForest() ? " trees" : " rounds", ", and numTree is only ",
-                       NumSteps(), "; raise numTree, or name another file"));
+    return Refuse(Text("has ", numDone, Steps(), ", and numTree is only ", NumSteps(),
+                       "; raise numTree, or name another file"));
 }
 
 // The first state word of the slots from 1 on follows from the number of trees. Between 1 and the
@@ -97,8 +130,10 @@ int TreeLearner::RunCheckpoint::CheckSharedWord(const CheckpointState& state) co
         (hasNoEffect(state.sharedStart) && hasNoEffect(sharedStart))) {
         return 0;
     }
-    return Refuse(Text("with randomSeed ", learner.CfgInfo.tms_seed,
-                       " the trees depend on numTree; set it as it was, or name another file"));
+    return Refuse(
+        Text("is of a training with another numTree, on which all trees of a forest"
+             " depend if randomSeed is ",
+             learner.CfgInfo.tms_seed, "; restore numTree, or name another file"));
 }
 
 void TreeLearner::RunCheckpoint::Restore(Checkpoint& file) {
@@ -117,10 +152,15 @@ void TreeLearner::RunCheckpoint::Restore(Checkpoint& file) {
     learner.numGrown = learner.progressDone = numResumed;
 }
 
+bool TreeLearner::RunCheckpoint::IsDue(int done) const {
+    const int every = learner.CfgInfo.checkpointEvery;
+    return every > 0 ? done % every == 0 : pace.IsDue(Now());
+}
+
 // A forest with a missing tree is not saved: a later run would grow other trees in its place.
 void TreeLearner::RunCheckpoint::Take(int done, bool fLast) {
-    const bool fDue = fLast || done % learner.CfgInfo.checkpointEvery == 0;
-    if (!fDue || done == numWritten || learner.numGrown != done) return;
+    if (done == numWritten || learner.numGrown != done || !(fLast || IsDue(done))) return;
+    const double begin = Now();
     long* const word = learner.randGenerators[0];
     const CheckpointState state = {done, sylvora::Draws::StateNow(word), sharedStart,
                                    learner.sharedSeed, learner.dynShrink};
@@ -128,9 +168,7 @@ void TreeLearner::RunCheckpoint::Take(int done, bool fLast) {
     const std::string message = sylvora::WriteCheckpoint(
         learner.CfgInfo.fileCheckpoint,
         {fingerprint, state, learner.predictV, numRows, learner.StepLengthV, *learner.packedTrees});
-    if (message.empty()) {
-        numWritten = done;
-    } else if (!std::exchange(fReported, true)) {
-        Warn(message);
-    }
+    pace.Note(begin, Now());
+    if (message.empty()) numWritten = done;
+    if (!std::exchange(fFailed, !message.empty()) && fFailed) Warn(message);
 }

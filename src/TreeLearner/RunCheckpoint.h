@@ -6,6 +6,8 @@
 #include <string>
 
 #include "../Checkpoint/Checkpoint.h"
+#include "../Checkpoint/WritingPace.h"
+#include "../Output/UseLock.h"
 #include "../TreeLearner.h"
 
 // Lives as long as one call of Boosting. Borrows the learner and its evaluation. For the thread
@@ -15,33 +17,42 @@
 // from the trees: the scores and the metrics of the sets to evaluate.
 class TreeLearner::RunCheckpoint {
   public:
-    // Checks the settings. If the file exists, brings the learner, which is at the beginning of its
-    // first round, into the state that the file has. `lastRowShares` says how often a round
-    // updates the last row; the model depends on it. `checkpoint` stays null if none is wanted.
-    // Returns 0, or -1 after a message; the file is then as it was.
+    // Checks the settings, and takes the file for this run alone. If it exists, brings the learner,
+    // which is at the beginning of its first round, into the state that the file has.
+    // `lastRowShares` says how often a round updates the last row; the model depends on it.
+    // `checkpoint` stays null if none is wanted. Returns 0, or -1 after a message; the file is then
+    // as it was.
     [[nodiscard]] static int Start(TreeLearner& learner, const RunEvaluation* evaluation,
                                    int lastRowShares, std::unique_ptr<RunCheckpoint>& checkpoint);
+
+    // Says which step the file has, if the last writing failed.
+    ~RunCheckpoint();
+    RunCheckpoint(const RunCheckpoint&) = delete;
+    RunCheckpoint& operator=(const RunCheckpoint&) = delete;
 
     // Steps that the file had; 0: the run begins anew.
     int NumResumed() const { return numResumed; }
     // After step `done`: writes the file if it is due or, with `fLast`, unless it has this state
-    // already. A failure is reported once, and the run goes on.
+    // already. The bytes do not depend on the moment. Of failures in a row the first is reported,
+    // and the run goes on.
     void Take(int done, bool fLast);
 
   private:
-    RunCheckpoint(TreeLearner& treeLearner, const RunEvaluation* runEvaluation)
-        : learner(treeLearner), evaluation(runEvaluation) {}
-    int CheckFile() const;
-    sylvora::Fingerprint Describe(int lastRowShares) const;
-    void DescribeSettings(sylvora::Fingerprint& fingerprint) const;
-    void DescribeProgram(sylvora::Fingerprint& fingerprint) const;
-    void DescribeData(sylvora::Fingerprint& fingerprint) const;
+    RunCheckpoint(TreeLearner& treeLearner, const RunEvaluation* runEvaluation);
+    int Open(sylvora::Fingerprint& inFile);
+    void Describe(int lastRowShares);
+    void DescribeSettings();
+    void DescribeProgram();
+    void DescribeData();
+    int Compare(const sylvora::Fingerprint& inFile) const;
     int Resume();
     int CheckState(const sylvora::Checkpoint& file) const;
     int CheckSharedWord(const sylvora::CheckpointState& state) const;
     void Restore(sylvora::Checkpoint& file);
     int Refuse(const std::string& why) const;
     bool IsForest() const { return learner.modelType == "RandomForest"; }
+    const char* Steps() const { return IsForest() ? " trees" : " rounds"; }
+    bool IsDue(int done) const;
     int NumSteps() const { return IsForest() ? learner.sizeGroup : learner.numTree; }
 
     TreeLearner& learner;
@@ -49,8 +60,10 @@ class TreeLearner::RunCheckpoint {
     sylvora::Fingerprint fingerprint;
     long sharedStart = 0;  // the state word of the slots from 1 on, at the beginning
     int numResumed = 0;
-    int numWritten = 0;  // steps that the file has
-    bool fReported = false;
+    int numWritten = 0;    // steps that the file has
+    bool fFailed = false;  // the last writing failed
+    sylvora::WritingPace pace;
+    sylvora::UseLock lock;
 };
 
 #endif  // SYLVORA_TREELEARNER_RUNCHECKPOINT_H

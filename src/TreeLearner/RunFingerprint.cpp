@@ -44,8 +44,17 @@ constexpr const char* kWithoutEffect[] = {"mode",
                                           "fSingleTreeLayer",
                                           "fDev"};
 
-bool HasEffect(const sylvora::ParameterRow& row) {
-    return !row.fFileName &&
+// Some parameters are read by a single loss only, or by the losses of one model type. A program's
+// loss may read what it likes, and early stopping may watch the metric pinball.
+bool IsRead(const std::string& name, const CheckCfgCLS& cfg) {
+    if (cfg.lossFunc == "USER") return true;
+    if (name == "huberDelta") return cfg.lossFunc == "Huber";
+    if (name == "quantile") return cfg.lossFunc == "Quantile" || cfg.earlyStop > 0;
+    return name != "valTau" || cfg.modelType == "GBRank";
+}
+
+bool HasEffect(const sylvora::ParameterRow& row, const CheckCfgCLS& cfg) {
+    return !row.fFileName && IsRead(row.name, cfg) &&
            std::none_of(std::begin(kWithoutEffect), std::end(kWithoutEffect),
                         [&row](const std::string& name) { return name == row.name; });
 }
@@ -58,7 +67,8 @@ std::string ExactText(double value) {
 
 // A value that takes one line. Names of losses and models come from the program.
 std::string OneLine(std::string text) {
-    std::replace(text.begin(), text.end(), '\n', ' ');
+    const auto isControl = [](unsigned char c) { return c < ' ' || c == 0x7f; };
+    std::replace_if(text.begin(), text.end(), isControl, ' ');
     return text;
 }
 
@@ -121,55 +131,116 @@ std::string DescribeStream(const sylvora::GeneratorState& state) {
     return "state " + digest.Figures();
 }
 
+// The entries that are digests, and what the user calls what they are of.
+constexpr struct {
+    const char* name;
+    const char* meaning;
+} kDigests[] = {
+    {"random", "the random numbers begin elsewhere; restore randomSeed"},
+    {"labelDigest", "the labels of the training data differ; restore them"},
+    {"weightDigest", "the weights of the training rows differ; restore them"},
+    {"queryDigest", "the queries of the training data differ; restore them"},
+    {"predictionDigest", "the predictions to begin with differ; restore them"},
+    {"valueDigest", "feature values of the training data differ; restore them"},
+    {"evaluationDigest", "the set that earlyStop watches, or its metric, differs; restore it"}};
+
+// Entries of other names than the user's.
+constexpr struct {
+    const char* name;
+    const char* meaning;
+} kNames[] = {{"objective", "an objective of the program:"},
+              {"secondDerivatives", "second derivatives of the objective:"},
+              {"startValue", "start value"},
+              {"sampler", "a feature sampler of the program:"}};
+
+// As the rest of a sentence that begins with the file.
+std::string Explain(const sylvora::Difference& found) {
+    const std::string orOther = ", or name another file";
+    const std::string values = Text(found.inFile, ", not ", found.own);
+    if (found.name == "library") {
+        return Text("was written by version ", found.inFile, " of the library, not ", found.own,
+                    "; use that version", orOther);
+    }
+    for (const auto& digest : kDigests) {
+        if (found.name == digest.name) {
+            return "is of another training: " + std::string(digest.meaning) + orOther;
+        }
+    }
+    if (found.name == "lastRowShares") {
+        return Text("is of a training with numThread ", found.inFile == "1" ? "1" : "above 1",
+                    ", on which the model depends, as the last query has a single row"
+                    "; restore numThread",
+                    orOther);
+    }
+    if (found.name == "lossThreads") {
+        return Text("is of a training with numThread ", values,
+                    ", on which a loss of setLossFunction depends; restore it", orOther);
+    }
+    std::string name = found.name;
+    for (const auto& known : kNames) {
+        if (name == known.name) name = known.meaning;
+    }
+    const char* const where = name == "columns" ? ", in the widest row of all data sets" : "";
+    return Text("is of a training with ", name, " ", values, where,
+                "; restore the data and settings", orOther);
+}
+
 }  // namespace
 
-Fingerprint TreeLearner::RunCheckpoint::Describe(int lastRowShares) const {
-    Fingerprint all = {{"library", SYLVORA_VERSION}};
-    DescribeSettings(all);
-    DescribeProgram(all);
-    all.emplace_back("lastRowShares", Text(lastRowShares));
-    DescribeData(all);
-    return all;
+int TreeLearner::RunCheckpoint::Compare(const Fingerprint& inFile) const {
+    const sylvora::Difference found = sylvora::FirstDifference(inFile, fingerprint);
+    return found.name.empty() ? 0 : Refuse(Explain(found));
+}
+
+// All that is known without looking at the data.
+void TreeLearner::RunCheckpoint::Describe(int lastRowShares) {
+    fingerprint = {{"library", SYLVORA_VERSION}};
+    DescribeSettings();
+    DescribeProgram();
+    fingerprint.emplace_back("rows", Text(learner.sampleSize));
+    fingerprint.emplace_back("columns", Text(learner.dimFea));
+    fingerprint.emplace_back("classes", Text(learner.numClass));
+    fingerprint.emplace_back("lastRowShares", Text(lastRowShares));
 }
 
 // Members of the learner count, which a program may have changed since its construction.
-void TreeLearner::RunCheckpoint::DescribeSettings(Fingerprint& all) const {
+void TreeLearner::RunCheckpoint::DescribeSettings() {
     CheckCfgCLS cfg = learner.CfgInfo;
     cfg.modelType = learner.modelType;
     cfg.valTau = learner.valTau;
     cfg.valShrink = learner.valShrink;
     cfg.valSmpRt = learner.valSmpRt;
     for (const sylvora::ParameterRow& row : sylvora::ParameterTable()) {
-        if (HasEffect(row)) all.emplace_back(row.name, ValueOf(row, cfg));
+        if (HasEffect(row, cfg)) fingerprint.emplace_back(row.name, ValueOf(row, cfg));
     }
-    all.emplace_back("random", DescribeStream(sylvora::Draws::StateNow(learner.randGenerators[0])));
+    fingerprint.emplace_back("random",
+                             DescribeStream(sylvora::Draws::StateNow(learner.randGenerators[0])));
 }
 
 // Functions cannot be compared, only whether they are there.
-void TreeLearner::RunCheckpoint::DescribeProgram(Fingerprint& all) const {
+void TreeLearner::RunCheckpoint::DescribeProgram() {
     const sylvora::TrainingOptions& options = learner.trainingOptions;
     const bool fLoss = learner.CfgInfo.lossFunc == "USER" && options.objective == nullptr;
-    all.emplace_back("objective", YesNo(options.objective != nullptr));
-    all.emplace_back("secondDerivatives", YesNo(options.fHessian));
-    all.emplace_back("startValue", options.fStart ? ExactText(options.startValue) : "none");
-    all.emplace_back("sampler", YesNo(learner.sampleFeaType != nullptr));
-    all.emplace_back("covers", YesNo(options.fCovers));
+    fingerprint.emplace_back("objective", YesNo(options.objective != nullptr));
+    fingerprint.emplace_back("secondDerivatives", YesNo(options.fHessian));
+    fingerprint.emplace_back("startValue", options.fStart ? ExactText(options.startValue) : "none");
+    fingerprint.emplace_back("sampler", YesNo(learner.sampleFeaType != nullptr));
+    fingerprint.emplace_back("covers", YesNo(options.fCovers));
     // A function of setLossFunction is called with the rows of one thread.
-    all.emplace_back("lossThreads", fLoss ? Text(learner.numThread) : "any");
+    fingerprint.emplace_back("lossThreads", fLoss ? Text(learner.numThread) : "any");
 }
 
-void TreeLearner::RunCheckpoint::DescribeData(Fingerprint& all) const {
+void TreeLearner::RunCheckpoint::DescribeData() {
     const size_t numRows = static_cast<size_t>(learner.sampleSize);
-    all.emplace_back("rows", Text(numRows));
-    all.emplace_back("columns", Text(learner.dimFea));
-    all.emplace_back("classes", Text(learner.numClass));
-    all.emplace_back("labelDigest", DigestOf(learner.labelTrV, numRows));
-    all.emplace_back("weightDigest", DigestOf(learner.numPairDistinctQueV, numRows));
-    all.emplace_back("queryDigest", DigestOf(learner.queryIdV, numRows));
-    all.emplace_back("predictionDigest", DigestOf(learner.predictV, numRows));
-    all.emplace_back("valueDigest", DigestOfRows(sylvora::TrainingRows(learner), *learner.workers));
+    fingerprint.emplace_back("labelDigest", DigestOf(learner.labelTrV, numRows));
+    fingerprint.emplace_back("weightDigest", DigestOf(learner.numPairDistinctQueV, numRows));
+    fingerprint.emplace_back("queryDigest", DigestOf(learner.queryIdV, numRows));
+    fingerprint.emplace_back("predictionDigest", DigestOf(learner.predictV, numRows));
+    fingerprint.emplace_back("valueDigest",
+                             DigestOfRows(sylvora::TrainingRows(learner), *learner.workers));
     const bool fStops = evaluation != nullptr && learner.CfgInfo.earlyStop > 0;
-    all.emplace_back("evaluationDigest", fStops ? evaluation->DigestOfStop().Figures() : "none");
+    fingerprint.emplace_back("evaluationDigest",
+                             fStops ? evaluation->DigestOfStop().Figures() : "none");
 }
 
 // The set and the metric that decide about early stopping: nothing else that is evaluated has an

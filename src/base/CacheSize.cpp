@@ -34,7 +34,7 @@ int L1CacheBytesIn(const std::string& folder) {
         std::ifstream(cache + "/type") >> type;
         std::ifstream(cache + "/size") >> kilobytes >> unit;
         if (level != 1 || type == "Instruction" || unit != 'K') continue;
-        if (kilobytes < 1 << 20 && IsSensible(kilobytes << 10)) {
+        if (kilobytes > 0 && kilobytes < 1 << 20 && IsSensible(kilobytes << 10)) {
             return static_cast<int>(kilobytes << 10);
         }
     }

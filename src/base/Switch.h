@@ -10,9 +10,10 @@ namespace sylvora {
 bool UseReferenceImplementation();
 
 // The value of SYLVORA_KERNEL: "baseline", "avx2" or "avx512", not checked; null if it is not set.
-// It names the kernels for batches, for single rows and for training. For tests and comparisons.
-// Read when an ensemble is compiled for scoring, by ParamInit, and when a training run starts. The
-// environment owns the string.
+// It names the kernels for batches, for single rows and for training, but for those of
+// RowKernels.h, exp and log, which are always the fastest. For tests and comparisons. Read when an
+// ensemble is compiled for scoring, by ParamInit, and when a training run starts. The environment
+// owns the string.
 const char* ForcedKernel();
 
 }  // namespace sylvora

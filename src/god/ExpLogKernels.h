@@ -26,7 +26,7 @@ constexpr KernelsOfSets<const ExpLogKernel> kExpLogKernels = {
 
 // Sets headV[i] and restV[i] to two parts of e^x, head * (1 + rest), with a relative error of at
 // most 2^-67.3, for |xV[i]| <= 700. A head has 26 significant bits, so that the product of two
-// heads is exact; |rest| <= 2^-25. Other arguments give any values. The arrays must not overlap.
+// heads is exact; |rest| <= 2^-26. Other arguments give any values. The arrays must not overlap.
 void SplitExpEach(const double* xV, double* headV, double* restV, size_t count);
 
 }  // namespace sylvora

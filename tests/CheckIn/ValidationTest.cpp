@@ -124,8 +124,8 @@ TEST(Validation, Table) {
          "ERROR: Illegal earlyStop: -1, it must be 0 or more!\n", ""},
         {"modelType=GBDT evalEvery=-1", -1, "ERROR: Illegal evalEvery: -1, it must be 0 or more!\n",
          ""},
-        {"modelType=GBDT checkpointEvery=0", -1,
-         "ERROR: Illegal checkpointEvery: 0, it must be 1 or more!\n", ""},
+        {"modelType=GBDT checkpointEvery=-1", -1,
+         "ERROR: Illegal checkpointEvery: -1, it must be 0 or more!\n", ""},
         {"modelType=GBDT checkpoint=c fTestRealTime=true", -1,
          "ERROR: checkpoint c: does not go together with fTestRealTime, which reports on every "
          "round; leave out one of them!\n",

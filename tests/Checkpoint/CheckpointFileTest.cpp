@@ -1,6 +1,8 @@
 // Checkpoint files: what is written is read again, and no other file is.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <limits>
 #include <random>
 #include <string>
@@ -9,6 +11,7 @@
 #include "../Support.h"
 #include "Checkpoint/Checkpoint.h"
 #include "Checkpoint/Digest.h"
+#include "Checkpoint/WritingPace.h"
 
 namespace sylvora {
 namespace {
@@ -83,12 +86,49 @@ TEST_F(CheckpointFile, ReadsWhatWasWritten) {
                                      read.predictV.size(), read.shrinkV, read.trees}),
               "");
     EXPECT_EQ(ReadFile(path), text);
-    EXPECT_EQ(DifferenceOf(fingerprint, read.fingerprint), "");
+    const auto differ = [](const Fingerprint& one, const Fingerprint& other) {
+        const Difference found = FirstDifference(one, other);
+        return found.name + "|" + found.inFile + "|" + found.own;
+    };
+    EXPECT_EQ(differ(fingerprint, read.fingerprint), "||");
     read.fingerprint[1].second = "x";
-    EXPECT_EQ(DifferenceOf(fingerprint, read.fingerprint), "is of a training with empty , not x");
+    EXPECT_EQ(differ(fingerprint, read.fingerprint), "empty||x");
     read.fingerprint.erase(read.fingerprint.begin() + 1);
-    EXPECT_EQ(DifferenceOf(read.fingerprint, fingerprint),
-              "is of a training with empty not given, not ");
+    EXPECT_EQ(differ(fingerprint, read.fingerprint), "empty||none");
+    EXPECT_EQ(differ(read.fingerprint, fingerprint), "empty|none|");
+}
+
+// Nothing behind the head is read, and of what is no checkpoint, only the front.
+TEST_F(CheckpointFile, TheHeadIsReadByItself) {
+    const std::string path = folder.Path("checkpoint");
+    const auto read = [&](const std::string& bytes, size_t size) {
+        folder.Write("checkpoint", bytes);
+        std::filesystem::resize_file(path, size);
+        Fingerprint found;
+        const std::string fault = ReadCheckpointHead(path, found);
+        EXPECT_EQ(fault.empty() ? found : fingerprint, fingerprint);
+        return fault;
+    };
+    const size_t headSize = text.find("\n\n") + 2;
+    constexpr size_t kHuge = size_t{1} << 40;  // of zeros that take no space
+    EXPECT_EQ(read(text, text.size()), "");
+    EXPECT_EQ(read(text, headSize), "");
+    EXPECT_EQ(read(text, kHuge), "");
+    for (size_t size = 0; size < headSize; ++size) {
+        const bool fName = size < std::string("sylvora checkpoint ").size();
+        EXPECT_EQ(read(text, size).rfind(fName ? "is no check" : "is damaged", 0), 0U) << size;
+    }
+    EXPECT_EQ(read("tree", kHuge).rfind("is no checkpoint", 0), 0U);
+    EXPECT_EQ(read("sylvora checkpoint 1\n", kHuge).rfind("is damaged", 0), 0U);
+    EXPECT_EQ(read("sylvora checkpoint 1\nlibrary \033[2J\n\n", kHuge).rfind("is damaged", 0), 0U);
+    EXPECT_EQ(read("sylvora checkpoint 21\n", kHuge)
+                  .rfind("was written by a newer version of the library, in format 21", 0),
+              0U);
+    Fingerprint none;
+    EXPECT_EQ(ReadCheckpointHead(folder.Path("missing"), none), "");
+    EXPECT_TRUE(none.empty());
+    EXPECT_EQ(ReadCheckpointHead(folder.Path(""), none), "is no regular file; name another one");
+    EXPECT_EQ(ReadCheckpointHead(path + "/x", none), "Not a directory");
 }
 
 TEST_F(CheckpointFile, EveryDamageIsFound) {
@@ -107,7 +147,7 @@ TEST_F(CheckpointFile, EveryDamageIsFound) {
     EXPECT_NE(FaultOf("sylvora checkpoint ").find("is damaged"), std::string::npos);
     std::string later = text;
     later[std::string("sylvora checkpoint ").size()] = '2';
-    EXPECT_NE(FaultOf(Signed(later)).find("is of format 2"), std::string::npos);
+    EXPECT_NE(FaultOf(Signed(later)).find("in format 2"), std::string::npos);
 }
 
 // What has a correct digest, but nonsense in it, is either refused, or can be used: all trees can
@@ -141,6 +181,27 @@ TEST_F(CheckpointFile, NonsenseDoesNoHarm) {
         }
     }
     EXPECT_GT(numRead, 100);
+}
+
+// Rounds of any length: the cost stays near a twentieth, and little is lost.
+TEST(WritingPace, KeepsTheCostSmall) {
+    for (const double round : {0.0003, 0.02, 0.9, 7.0}) {
+        for (const double cost : {0.0, 0.002, 0.3, 4.0}) {
+            double now = 100, spent = 0, longest = 0, last = now;
+            WritingPace pace(now);
+            while (now < 1100) {
+                now += round;
+                longest = std::max(longest, now - last);
+                if (!pace.IsDue(now)) continue;
+                pace.Note(now, now + cost);
+                spent += cost;
+                last = now += cost;
+            }
+            EXPECT_LE(spent, 0.05 * 1000 + cost) << round << " " << cost;
+            EXPECT_GE(longest, 1.0);
+            EXPECT_LE(longest, std::max(1.0, 20 * cost) + round + 1e-9) << round << " " << cost;
+        }
+    }
 }
 
 }  // namespace

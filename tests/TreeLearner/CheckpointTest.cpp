@@ -151,15 +151,17 @@ TEST_F(Checkpoints, AResumedTrainingEqualsOneThatNeverStopped) {
         for (int k = 1; k <= numDone; ++k) {
             SCOPED_TRACE(k);
             std::filesystem::remove(file);
-            // A forest asks the progress function before it writes the file.
-            const int stop = IsForest(kind) ? k + 1 : k;
-            const Result first = Train(kind, {numTree, 1 + k % 4, stop, 1, k % 4 == 0 ? 1 : k});
-            ASSERT_EQ(first.status, stop > numDone ? 0 : -1);
-            const Result second = Train(kind, {numTree, 4, stop + 2, kStopAndKeep, 1000});
+            const Result first = Train(kind, {numTree, 1 + k % 4, k, 1, k % 4 == 0 ? 1 : 1000});
+            ASSERT_EQ(first.status, -1);
+            const Result second = Train(kind, {numTree, 4, k + 2, kStopAndKeep, 0});
             ASSERT_EQ(second.status, 0) << second.err;
             ASSERT_EQ(second.err, "Notice: checkpoint " + file + ": the training goes on after " +
                                       std::to_string(k) + " of " + std::to_string(numTree) +
-                                      (IsForest(kind) ? " trees\n" : " rounds\n"));
+                                      (IsForest(kind) ? " trees!\n" : " rounds!\n"));
+            // The user hears of the last round again, and may end the training there again.
+            const int end = std::min(k + 2, numDone);
+            const Result again = Train(kind, {numTree, 3, end, kStopAndKeep});
+            ASSERT_EQ(again, second) << again.err;
             const Result last = Train(kind, {numTree, 1 + (k + 1) % 3, 1000, 1, 7});
             ASSERT_EQ(last, whole) << last.err;
             ASSERT_EQ(ReadFile(file), lastFile);
@@ -180,9 +182,9 @@ TEST_F(Checkpoints, MoreTreesThanBeforeAreThoseOfOneTraining) {
     // With a negative seed, the trees of a forest from the second one on depend on their number.
     for (const int numBefore : {1, 2}) {
         std::filesystem::remove(file);
-        static_cast<void>(Train(kKinds[9], {5, 1, numBefore + 1}));
+        static_cast<void>(Train(kKinds[9], {5, 1, numBefore}));
         if (numBefore == 2) {
-            Refuse("depend on numTree", kKinds[9], {9, 1});
+            Refuse("with another numTree", kKinds[9], {9, 1});
         } else {
             EXPECT_EQ(Train(kKinds[9], {9, 2}), Train(kKinds[9], {9, 1}, false));
         }
@@ -198,20 +200,25 @@ TEST_F(Checkpoints, ATrainingGoesOnOnlyFromItsOwn) {
         const char* part;
         Change change;
     } kChanges[] = {
-        {"valueDigest", [](TreeLearner& l) { l.featureVV[199][4] += 1e-12; }},
-        {"labelDigest", [](TreeLearner& l) { l.labelTrV[7] += 1; }},
-        {"weightDigest", [](TreeLearner& l) { ++l.numPairDistinctQueV[0]; }},
-        {"predictionDigest", [](TreeLearner& l) { l.predictV[3] = 1; }},
-        {"evaluationDigest", [](TreeLearner& l) { l.featureDevVV[0][0] += 1; }},
-        {"evaluationDigest", [](TreeLearner& l) { l.labelDevV[79] += 1; }},
-        {"evaluationDigest", [](TreeLearner& l) { l.trainingOptions.stopMetric = "mae"; }},
+        {"feature values of the training data differ",
+         [](TreeLearner& l) { l.featureVV[199][4] += 1e-12; }},
+        {"the labels of the training data differ", [](TreeLearner& l) { l.labelTrV[7] += 1; }},
+        {"the weights of the training rows differ",
+         [](TreeLearner& l) { ++l.numPairDistinctQueV[0]; }},
+        {"the predictions to begin with differ", [](TreeLearner& l) { l.predictV[3] = 1; }},
+        {"the set that earlyStop watches", [](TreeLearner& l) { l.featureDevVV[0][0] += 1; }},
+        {"the set that earlyStop watches", [](TreeLearner& l) { l.labelDevV[79] += 1; }},
+        {"the set that earlyStop watches",
+         [](TreeLearner& l) { l.trainingOptions.stopMetric = "mae"; }},
         {"valShrink 0.5, not 0.5000000001", [](TreeLearner& l) { l.valShrink += 1e-10; }},
         {"valSmpRt", [](TreeLearner& l) { l.valSmpRt = 0.8; }},
         {"maxLeaf", [](TreeLearner& l) { l.CfgInfo.maxLeaf = 5; }},
         {"earlyStop", [](TreeLearner& l) { l.CfgInfo.earlyStop = 6; }},
-        {"random seed -7, not seed -8", [](TreeLearner&) { gseed = -8; }},
-        {"random seed -7, not state ", [](TreeLearner&) { gseed = 8; }},
-        {"sampler", [](TreeLearner& l) { l.setNodeSamplingFeaType(Sample); }},
+        {"restore randomSeed", [](TreeLearner&) { gseed = -8; }},
+        {"restore randomSeed", [](TreeLearner&) { gseed = 8; }},
+        {"a feature sampler of the program: no, not yes",
+         [](TreeLearner& l) { l.setNodeSamplingFeaType(Sample); }},
+        {"quantile 0.5, not 0.6", [](TreeLearner& l) { l.CfgInfo.quantile = 0.6; }},
         {"covers", [](TreeLearner& l) { l.trainingOptions.fCovers = false; }},
         {"needs packed trees", [](TreeLearner& l) { l.setPackedTrees(false); }},
         {"fileDebug", [](TreeLearner& l) { l.fDebug = true; }},
@@ -222,6 +229,8 @@ TEST_F(Checkpoints, ATrainingGoesOnOnlyFromItsOwn) {
                     [](TreeLearner& l) {
                         l.CfgInfo.digits = 17;
                         l.CfgInfo.checkpointEvery = 7;
+                        l.CfgInfo.huberDelta = 3;  // of another loss
+                        l.valTau = 0.7;            // of other models
                         l.CfgInfo.fileTrain = "elsewhere";
                     }),
               whole);
@@ -239,7 +248,7 @@ TEST_F(Checkpoints, ALoneLastRowBindsTheThreads) {
     };
     ASSERT_EQ(train(2, 3).status, -1);
     const Result other = train(1, 1000);
-    EXPECT_NE(other.err.find("lastRowShares 2, not 1"), std::string::npos) << other.err;
+    EXPECT_NE(other.err.find("with numThread above 1, on which"), std::string::npos) << other.err;
     const Result resumed = train(4, 1000);
     EXPECT_EQ(resumed.status, 0) << resumed.err;
 }
@@ -256,35 +265,80 @@ TEST_F(Checkpoints, WhatCannotBeACheckpointIsRefused) {
     std::filesystem::remove(file);
     std::filesystem::create_directory(file);
     const Result result = Train(kKinds[0], {4, 1});
-    EXPECT_NE(result.err.find("is no regular file"), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("cannot be written: Is a dir"), std::string::npos) << result.err;
     const Result lost = Train(kKinds[0], {4, 1}, true, [this](TreeLearner& l) {
         l.CfgInfo.fileCheckpoint = folder.Path("missing/checkpoint");
     });
     EXPECT_NE(lost.err.find("cannot be written: No such file"), std::string::npos) << lost.err;
 }
 
-// A checkpoint that cannot be written any more is reported once, and the model is written.
+// A checkpoint that cannot be written is reported once, the model is written, and a line at the end
+// says what there is.
 TEST_F(Checkpoints, ALostFileDoesNotEndTheTraining) {
     const std::string inner = folder.Path("inner"), away = folder.Path("away");
-    std::filesystem::create_directory(inner);
-    const auto learner = Make(kKinds[0], {12, 1}, true);
-    learner->CfgInfo.fileCheckpoint = inner + "/checkpoint";
-    std::pair<std::string, std::string> folders = {inner, away};
-    learner->setProgress(
-        [](void* context, int done, int) {
-            const auto& names = *static_cast<std::pair<std::string, std::string>*>(context);
-            if (done == 5) std::filesystem::rename(names.first, names.second);
-            return 0;
-        },
-        &folders);
-    const Outcome seen = Observe([&] { return learner->Boosting(); });
-    EXPECT_EQ(seen.status, 0);
-    EXPECT_EQ(seen.err,
-              "ERROR: Can not write file " + inner + "/checkpoint: No such file or directory!\n");
-    const std::string model = ReadFile(folder.Path("model"));
-    EXPECT_EQ(model, Train(kKinds[0], {12, 1}, false).model);
+    const std::string model = Train(kKinds[0], {12, 1}, false).model;
+    struct Move {
+        std::string from, to;
+        int awayAt, backAt;
+    };
+    const auto train = [&](int awayAt, int backAt) {
+        std::filesystem::create_directory(inner);
+        const auto learner = Make(kKinds[0], {12, 1}, true);
+        learner->CfgInfo.fileCheckpoint = inner + "/checkpoint";
+        Move move = {inner, away, awayAt, backAt};
+        learner->setProgress(
+            [](void* context, int done, int) {
+                const Move& way = *static_cast<Move*>(context);
+                if (done == way.awayAt) std::filesystem::rename(way.from, way.to);
+                if (done == way.backAt) std::filesystem::rename(way.to, way.from);
+                return 0;
+            },
+            &move);
+        const Outcome seen = Observe([&] { return learner->Boosting(); });
+        EXPECT_EQ(seen.status, 0);
+        EXPECT_EQ(ReadFile(folder.Path("model")), model);
+        return seen.err;
+    };
+    const std::string lost =
+        "ERROR: Can not write file " + inner + "/checkpoint: No such file or directory!\n";
+    EXPECT_EQ(train(5, 1000), lost + "Notice: checkpoint " + inner +
+                                  "/checkpoint: the last one was written after 5 of 12 rounds!\n");
     std::filesystem::rename(away + "/checkpoint", file);
     EXPECT_EQ(Train(kKinds[0], {12, 2}).model, model);
+    std::filesystem::remove_all(away);
+    EXPECT_EQ(train(3, 6), lost);
+    EXPECT_FALSE(std::filesystem::exists(inner + "/.sylvora-checkpoint.lock"));
+}
+
+// By one name or two, before the first writing and after it.
+TEST_F(Checkpoints, TwoTrainingsNeverShareAFile) {
+    const std::string link = folder.Path("link");
+    std::filesystem::create_symlink("checkpoint", link);
+    for (const std::string& path : {file, link}) {
+        const auto first = Make(kKinds[0], {6, 1}, true);
+        std::function<void()> other = [&] {
+            const auto second = Make(kKinds[0], {6, 1}, true);
+            second->CfgInfo.fileCheckpoint = path;
+            const Outcome seen = Observe([&] { return second->Boosting(); });
+            EXPECT_EQ(seen.status, -1);
+            EXPECT_EQ(seen.err, "ERROR: checkpoint " + path +
+                                    ": is in use by another training; wait for its end, or name "
+                                    "another file!\n");
+        };
+        first->setProgress(
+            [](void* context, int done, int) {
+                if (done % 3 == 0) (*static_cast<std::function<void()>*>(context))();
+                return 0;
+            },
+            &other);
+        ASSERT_EQ(first->Boosting(), 0);
+        // What a killed run leaves is taken over, and removed.
+        folder.Write(".sylvora-checkpoint.lock", "");
+        const Result last = Train(kKinds[0], {6, 1});
+        ASSERT_EQ(last.status, 0) << last.err;
+        EXPECT_EQ(folder.Names().size(), 3U);
+        std::filesystem::remove(file);
+    }
 }
 
 }  // namespace

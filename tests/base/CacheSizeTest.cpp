@@ -29,6 +29,7 @@ TEST(CacheSize, IsThatOfTheFirstLevelDataCache) {
     EXPECT_EQ(BytesOf({{"1\n", "Instruction\n", "64K\n"}, {"1\n", "Data\n", "48K\n"}}), 48 << 10);
     EXPECT_EQ(BytesOf({{"2\n", "Unified\n", "512K\n"}, {"1\n", "Unified\n", "32K\n"}}), 32 << 10);
     EXPECT_EQ(BytesOf({{"1\n", "Data\n", "0K\n"}, {"2\n", "Unified\n", "512K\n"}}), 0);
+    EXPECT_EQ(BytesOf({{"1\n", "Data\n", "-48K\n"}}), 0);
     EXPECT_EQ(BytesOf({{"1\n", "Data\n", "99999999999999999999K\n"}}), 0);
     EXPECT_EQ(BytesOf({{"one\n", "Data\n", "48K\n"}}), 0);
     EXPECT_EQ(BytesOf({}), 0);

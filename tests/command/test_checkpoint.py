@@ -40,8 +40,8 @@ class Checkpoints(Workbench):
             longest = time.monotonic() - begin
             killed, resumed = 0, 0
             while killed < KILLS // 2:
-                run = self.start(*options, *self.keep, "-checkpointEvery", "1", "-numThread",
-                                 str(draw.randint(1, 4)), "-fileModel", "end.txt")
+                run = self.start(*options, *self.keep, "-checkpointEvery", draw.choice("0125"),
+                                 "-numThread", str(draw.randint(1, 4)), "-fileModel", "end.txt")
                 time.sleep(draw.uniform(0, 0.8 * longest))
                 run.kill()
                 run.communicate()
@@ -54,6 +54,7 @@ class Checkpoints(Workbench):
             run = self.succeed(*options, *self.keep, "-fileModel", "end.txt")
             self.assertEqual(resumed, "the training goes on after" in run.stderr)
             self.assertEqual(whole, self.read("end.txt"))
+            # Nothing else stays, of killed runs neither.
             self.assertEqual(["dev.txt", "end.txt", "model.txt", "run.cfg", "state", "train.txt"],
                              sorted(os.listdir(self.folder)))
             for name in "end.txt", "state":
@@ -65,7 +66,7 @@ class Checkpoints(Workbench):
         options = ["-numTree", "1500", "-evalEvery", "500", "-numThread", "1"]
         whole = self.succeed(*options)
         model = self.read("model.txt")
-        run = self.start(*options, *self.keep)
+        run = self.start(*options, *self.keep, "-checkpointEvery", "10")
         while run.poll() is None and not (self.folder / "state").exists():
             time.sleep(0.002)
         run.send_signal(signal.SIGINT)
@@ -75,21 +76,46 @@ class Checkpoints(Workbench):
         done = stopped.split("after ")[1].split()[0]
         again = self.succeed(*options, *self.keep)
         self.assertEqual("Notice: checkpoint state: the training goes on after "
-                         f"{done} of 1500 rounds\n", again.stderr)
+                         f"{done} of 1500 rounds!\n", again.stderr)
         self.assertEqual(model, self.read("model.txt"))
         header, *lines = whole.stdout.splitlines()
         self.assertEqual(header, again.stdout.splitlines()[0])
         self.assertEqual(lines[-1], again.stdout.splitlines()[-1])
 
+    def test_a_file_has_one_user(self):
+        """The second run is refused; after a kill the file is free again."""
+        options = ["-numTree", "100000", "-checkpointEvery", "5", *self.keep]
+        run = self.start(*options)
+        try:
+            while run.poll() is None and not (self.folder / "state").exists():
+                time.sleep(0.002)
+            self.fail_with("checkpoint state: is in use by another training; .*!$",
+                           *options, "-fileModel", "other.txt")
+            self.assertIsNone(run.poll())
+        finally:
+            run.kill()
+            run.communicate()
+        self.assertIn(".sylvora-state.lock", os.listdir(self.folder))
+        done = self.fail_with("and numTree is only 1;", *self.keep, "-numTree", "1").stderr
+        done = int(done.split("has ")[1].split()[0])
+        model = self.model("-numTree", str(done + 1))
+        self.assertEqual(model, self.model(*self.keep, "-numTree", str(done + 1)))
+        self.assertNotIn(".sylvora-state.lock", os.listdir(self.folder))
+
     def test_a_full_disk_keeps_the_last_one(self):
         """A file size limit simulates a full disk; the model is smaller than the checkpoint."""
         limit = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (16384, 16384))
+        options = ["-numTree", "9", *self.keep, "-checkpointEvery", "2"]
+        model = self.model("-numTree", "9")
+        run = self.succeed(*options, preexec_fn=limit)
+        self.assertRegex(run.stderr, r"^ERROR: .*state in full: File too large!\n"
+                                     r"Notice: checkpoint state: was never written!\n$")
         self.succeed(*self.keep)
         before = self.bytes_of("state")
-        model = self.model("-numTree", "9")
-        run = self.succeed("-numTree", "9", *self.keep, "-checkpointEvery", "2", preexec_fn=limit)
-        self.assertRegex(run.stderr, r"^Notice: .* goes on after 5 of 9 rounds\n"
-                                     r"ERROR: .*state in full: File too large.*is kept!\n$")
+        run = self.succeed(*options, preexec_fn=limit)
+        self.assertRegex(run.stderr, r"^Notice: .* goes on after 5 of 9 rounds!\n"
+                                     r"ERROR: .*state in full: File too large.*is kept!\n"
+                                     r"Notice: .*the last one was written after 5 of 9 rounds!\n$")
         self.assertEqual(before, self.bytes_of("state"))
         self.assertEqual(model, self.read("model.txt"))
 
@@ -98,19 +124,25 @@ class Checkpoints(Workbench):
         before = self.bytes_of("state")
         for part, options in (
                 ("of a training with maxDepth 4, not 5", ["-maxDepth", "5"]),
-                ("of a training with random seed -1, not seed -2|randomSeed", ["-randomSeed", "2"]),
+                ("of a training with randomSeed 1, not 2", ["-randomSeed", "2"]),
                 ("has 5 rounds, and numTree is only 4", ["-numTree", "4"]),
                 ("does not go together with fileDebug", ["-fileDebug", "debug.txt"])):
             self.fail_with(f"checkpoint state: .*({part})", *self.keep, *options)
-        self.fail_with("checkpointEvery: 0", *self.keep, "-checkpointEvery", "0")
+        self.fail_with("checkpointEvery: -1", *self.keep, "-checkpointEvery", "-1")
         self.fail_with("checkpoint model.txt: is the same file", "-checkpoint", "model.txt")
         self.fail_with("checkpoint train.txt: is the same file", "-checkpoint", "train.txt")
         lines = self.read("train.txt").splitlines()
         self.write("train.txt", lines[:-1] + [lines[-1][:-1] + "7"])
-        self.fail_with("checkpoint state: is of a training with valueDigest .*, not ", *self.keep)
+        self.fail_with("checkpoint state: is of another training: feature values .* differ",
+                       *self.keep)
         self.write("train.txt", lines[:-1])
         self.fail_with("checkpoint state: is of a training with rows 3000, not 2999", *self.keep)
         self.assertEqual(before, self.bytes_of("state"))
+        # A wrong file is found before the data are read.
+        self.write("train.txt", ["not data"])
+        (self.folder / "state").write_bytes(b"sylvora checkpoint 2\n" + before)
+        self.fail_with("checkpoint state: was written by a newer version", *self.keep)
+        self.fail_with("checkpoint dev.txt: is no checkpoint", "-checkpoint", "dev.txt")
 
 
 if __name__ == "__main__":

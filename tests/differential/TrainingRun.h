@@ -6,11 +6,13 @@
 
 #include <cstdlib>
 #include <functional>
+#include <iterator>
 #include <string>
 
 #include "../InMemory.h"
 #include "TreeLearner.h"
 #include "claim.h"
+#include "god/InstructionSets.h"
 
 namespace hostile {
 
@@ -77,14 +79,24 @@ inline std::string Outcome(const Set& set, const char* reference, const char* tu
     return bytes + messages.Take();
 }
 
+// The name of an instruction set that this processor has: of each one for some seeds, multiples of
+// three or not.
+inline const char* KernelFor(unsigned seed) {
+    const size_t set = (seed + seed / 3) % std::size(sylvora::kInstructionSets);
+    return sylvora::kInstructionSetNames[sylvora::CanRun(sylvora::kInstructionSets[set]) ? set : 0];
+}
+
 // Trains with the engine; the outcome must be that of the reference implementation.
 inline void ExpectSame(const Set& set, const std::string& reference, const char* tuning,
                        unsigned seed) {
-    ASSERT_TRUE(Outcome(set, "0", tuning) == reference)
-        << "data set " << seed << ", " << set.cfg.modelType << " " << set.cfg.fRegCls << " "
-        << set.cfg.lossFunc << ", tuning \"" << tuning << "\", threads " << set.cfg.numThread
-        << ", debug " << set.cfg.fDebug << ", rows " << set.rows.size() << ", columns "
-        << set.rows[0].size();
+    setenv("SYLVORA_KERNEL", KernelFor(seed), 1);
+    const bool fSame = Outcome(set, "0", tuning) == reference;
+    unsetenv("SYLVORA_KERNEL");
+    ASSERT_TRUE(fSame) << "data set " << seed << ", " << set.cfg.modelType << " " << set.cfg.fRegCls
+                       << " " << set.cfg.lossFunc << ", tuning \"" << tuning << "\", kernels "
+                       << KernelFor(seed) << ", threads " << set.cfg.numThread << ", debug "
+                       << set.cfg.fDebug << ", rows " << set.rows.size() << ", columns "
+                       << set.rows[0].size();
 }
 
 }  // namespace hostile

@@ -288,7 +288,8 @@ class _Fit:
         return result
 
     def _receive(self, stream: int, text: str) -> None:
-        if stream == 2:
+        resumed = text.startswith("Notice: checkpoint ") and ": the training goes on after " in text
+        if stream == 2 and not resumed:
             text = str(with_names(UserWarning(text.strip()), self._names))
             self._messages[text.replace("Notice: ", "", 1)] = None
         elif self._verbose:

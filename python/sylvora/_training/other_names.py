@@ -71,6 +71,8 @@ _NONE = {
     "categorical_feature categorical_features cat_features enable_categorical",
     "give verbose, an argument of its own": "verbosity silent verbose_eval logging_level",
     "give eval_metric, an argument of its own": "metric scoring",
+    "give checkpoint and checkpoint_every to train, as arguments of their own":
+    "checkpoint checkpoint_every checkpointEvery",
     "set rows apart and give them as eval_set, with early_stopping_rounds": "early_stopping"
     " validation_fraction",
     "use the callback EarlyStopping with min_delta": "tol",

@@ -4,8 +4,9 @@ from __future__ import annotations
 
 import math
 import operator
+import os
 from collections.abc import Mapping
-from typing import Any, NamedTuple, Optional
+from typing import Any, NamedTuple, Optional, Union
 
 from .facts import LOSSES
 from .other_names import unknown
@@ -110,6 +111,23 @@ def settings_of(params: Mapping[str, Any]) -> dict[str, str]:
             continue
         settings[parameter.name] = _text_of(name, value, parameter)
     _complete(settings, given)
+    return settings
+
+
+def checkpoint_settings(
+    checkpoint: Union[str, os.PathLike[str], None], every: Optional[int]
+) -> dict[str, str]:
+    """The arguments of these names of `train`, as `settings_of` returns parameters."""
+    if checkpoint is None:
+        if every is not None:
+            raise ValueError("checkpoint_every needs a file: give checkpoint")
+        return {}
+    settings = {"checkpoint": os.fsdecode(checkpoint)}
+    if not settings["checkpoint"]:
+        raise ValueError("checkpoint must be a file name, got ''")
+    if every is not None:
+        parameter = _Parameter("checkpointEvery", "integer", 1)
+        settings["checkpointEvery"] = _text_of("checkpoint_every", every, parameter)
     return settings
 
 

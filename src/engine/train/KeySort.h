@@ -18,8 +18,8 @@ inline int ItemOf(uint64_t key) {
     return static_cast<int>(static_cast<uint32_t>(key));
 }
 
-// Sorts by rank. The sort is stable if the items ascend. `other` is a buffer; its contents are
-// lost. For std::vector and LargeArray.
+// Sorts distinct keys by rank. The sort is stable if the items ascend. `other` is a buffer; its
+// contents are lost. For std::vector and LargeArray.
 template <typename Keys>
 void SortKeys(Keys& keyV, Keys& other);
 

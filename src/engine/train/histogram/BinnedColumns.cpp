@@ -141,8 +141,7 @@ std::vector<uint32_t> CodeFirstRanks(const Column& c) {
 }
 
 // Writes the 8-bit codes (of a narrow column, until it is grouped, the bins) and ranks in sorted
-// order. Each code covers the ranks [firstV[code],
-// firstV[code + 1]).
+// order. Each code covers the ranks [firstV[code], firstV[code + 1]).
 void AssignRanks(const ValueOrder& sorted, const DistinctValues& distinct, int rankBits,
                  Column& c) {
     const std::vector<uint32_t> firstV = c.fNarrow ? c.binFirstRankV : CodeFirstRanks(c);
