@@ -38,19 +38,21 @@ static_assert(sizeof(WalkNode) == 32, "a node is found by a shift");
 WalkNode MakeWalkNode(const GrownNode& node, int self, const BinnedColumns& data) {
     static constexpr uint8_t kAnyBins[kGroupCodes] = {};
     const bool fLeaf = node.splitFea < 0;
-    const Column& column = data.At(fLeaf ? 0 : node.splitFea);
     WalkNode walk = {};
     walk.childV[0] = fLeaf ? self : node.rson;
     walk.childV[1] = fLeaf ? self : node.lson;
+    walk.binOfCodeV = kAnyBins;
+    walk.unsureBin = ~uint32_t{0};
+    if (fLeaf) return walk;
+    const Column& column = data.At(node.splitFea);
     walk.fWide = !column.fNarrow;
     walk.codeAt = static_cast<uint32_t>(column.codeIndex) << walk.fWide;
-    walk.binOfCodeV = column.fNarrow ? data.BinsOfCodes(column) : kAnyBins;
+    if (column.fNarrow) walk.binOfCodeV = data.BinsOfCodes(column);
     const auto past =
         std::upper_bound(column.binValueV.begin(), column.binValueV.end(), node.splitElemFea);
-    // A leaf has no threshold; its -1 may be below all values.
-    walk.bin =
-        static_cast<uint32_t>(std::max<std::ptrdiff_t>(past - column.binValueV.begin(), 1) - 1);
-    walk.unsureBin = column.fExact || fLeaf ? ~uint32_t{0} : walk.bin;
+    // The lowest value is at or below every threshold.
+    walk.bin = static_cast<uint32_t>(past - column.binValueV.begin() - 1);
+    if (!column.fExact) walk.unsureBin = walk.bin;
     return walk;
 }
 
