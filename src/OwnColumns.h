@@ -3,7 +3,6 @@
 #ifndef SYLVORA_OWNCOLUMNS_H
 #define SYLVORA_OWNCOLUMNS_H
 
-#include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
@@ -70,7 +69,6 @@ class SYLVORA_API OwnColumns {
     int numRows = 0;
     std::vector<int> ownerV;
     void* memory = nullptr;  // the own columns, then a column of zeros
-    std::size_t numBytes = 0;
     std::vector<DataColumn> columnV;
     std::vector<double> labelV;
     std::vector<int> queryV, weightV;
