@@ -183,7 +183,7 @@ std::string RankedReading::CheckRows(const RowReport& report, DataSet& set) {
 std::string RankedReading::ReadOthers() {
     for (RunSet& set : setV) {
         if (set.type == kTraining) continue;
-        const std::string complaint = ComplaintOfAny(
+        std::string complaint = ComplaintOfAny(
             ranks, [&] { return ReadSet(set.file, Rules(), earlyV.front(), threads, set.data); });
         if (!complaint.empty()) return complaint;
         earlyV.pop_front();
