@@ -24,7 +24,8 @@ struct RowTargets {
 
 // The rows of rank 0 come first, then those of rank 1, and so on. Each rank gets the values of the
 // columns that it owns, of all rows, and what belongs to the rows at all ranks. No rank holds all
-// values at any time: beside its share and its columns, it needs about 20 MB (and 2 kB per column).
+// values at any time: beside its share and its columns, it needs about 20 MB and 300 bytes per
+// column.
 //
 // Immutable and thread-safe. Owns its memory: 4 bytes per cell of an own column if all values of
 // the column are floats, else 8.
