@@ -123,8 +123,7 @@ void MakeConstant(double value, Column& c) {
     c.fExact = c.fNarrow = c.fAllSeparable = true;
     c.numBins = 1;
     c.binFirstRankV = {0, 1};
-    c.fSeparableBinV = {1};
-    c.binValueV = {value};
+    c.fSeparableBinV = {1}, c.binValueV = {value};
 }
 
 // Returns the bin that most rows have, or -1 if it has less than kFrequentShare of them.
@@ -281,7 +280,7 @@ bool BinnedColumns::CodeColumn(int column, int rankBits, CodingBuffers& buffers)
     DistinctValues& distinct = buffers.distinct;
     Column& c = columnV[static_cast<size_t>(column)];
     if (values.IsConstant(column)) {
-        MakeConstant(NumRows() > 0 ? values.At(0, column) : 0.0, c);
+        MakeConstant(values.At(0, column), c);
         return true;
     }
     if (!sorted.Load(values, column)) return false;
