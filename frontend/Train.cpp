@@ -104,10 +104,6 @@ int CheckCheckpointFile(const std::string& path) {
 // file cannot represent.
 int CheckSettings(const Command& command) {
     const CheckCfgCLS& cfg = command.cfg;
-    if (command.ranks != nullptr && cfg.fDebug) {
-        return Fail("ERROR: fileDebug ", cfg.fileDebug, ": needs one process, not ",
-                    command.ranks->Size(), " ranks; run it with sylvora\n");
-    }
     if (cfg.lossFunc == "USER") {
         return Fail(
             "ERROR: lossFunc USER: only a program that links the library can supply a loss\n");
@@ -138,29 +134,22 @@ int Seed(CheckCfgCLS& cfg) {
     return 0;
 }
 
-// What the learner of a rank borrows.
-struct RankData {
-    RankedSet training;
-    std::unique_ptr<Ranks> ranks;
-};
-
 // Reads the training set by all ranks; each gets the columns that it owns.
-int LoadColumns(Communicator& communicator, RankData& data, TreeLearner& learner,
+int LoadColumns(Communicator& communicator, RankedSet& training, TreeLearner& learner,
                 std::vector<RunSet>& setV) {
     ReadingThreads threads(AskedThreads(learner.CfgInfo));
-    if (ReadSets(setV, learner.CfgInfo, threads, communicator, data.training) != 0) return -1;
+    if (ReadSets(setV, learner.CfgInfo, threads, communicator, training) != 0) return -1;
+    learner.trainingOptions.ranks = training.ranks.get();
     for (size_t i = 1; i < setV.size(); ++i) {
         if (HandOver(setV[i].data, setV[i].file, setV[i].type, learner) != 0) return -1;
     }
-    if (HandOver(data.training, setV[0].file, learner) != 0) return -1;
-    data.ranks = std::make_unique<Ranks>(communicator, data.training.columns->Owners());
-    learner.trainingOptions.ranks = data.ranks.get();
+    if (HandOver(training, setV[0].file, learner) != 0) return -1;
     return WaitForAll(communicator);
 }
 
-int LoadData(const Command& command, RankData& data, TreeLearner& learner) {
+int LoadData(const Command& command, RankedSet& training, TreeLearner& learner) {
     std::vector<RunSet> setV = NameSets(command.cfg);
-    if (command.ranks != nullptr) return LoadColumns(*command.ranks, data, learner, setV);
+    if (command.ranks != nullptr) return LoadColumns(*command.ranks, training, learner, setV);
     if (ReadSets(setV, command.cfg) != 0) return -1;
     // The training set goes last, because it determines the learner's dimension and classes.
     std::rotate(setV.begin(), setV.begin() + 1, setV.end());
@@ -296,11 +285,11 @@ int Train(Command& command) {
         (command.IsWriter() && CheckCheckpointFile(cfg.fileCheckpoint) != 0) || Seed(cfg) != 0) {
         return -1;
     }
-    RankData data;
+    RankedSet training;
     TreeLearner learner(cfg);
     learner.setVerification(true);
     learner.setPackedTrees(true);
-    if (LoadData(command, data, learner) != 0 || Grow(command, learner) != 0) return -1;
+    if (LoadData(command, training, learner) != 0 || Grow(command, learner) != 0) return -1;
     if (IsStopWanted()) return Fail("Notice: Stopped by a signal, after the model was written!\n");
     return command.IsWriter() ? Report(command, learner) : 0;
 }
