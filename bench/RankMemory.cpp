@@ -60,6 +60,7 @@ int Read(const CheckCfgCLS& settings, Communicator& peers, bool fTrain) {
     learner.setPackedTrees(true);
     RandomStream stream(1);
     learner.trainingOptions.stream = &stream;
+    learner.trainingOptions.ranks = training.ranks.get();
     if (HandOver(training, setV.front().file, learner) != 0) return -1;
     return learner.ParamInit() == 0 && learner.Boosting() == 0 ? 0 : -1;
 }
