@@ -55,6 +55,16 @@ Choice ChooseRank(const AllBests& bests, size_t node, int ownRank) {
 
 }  // namespace
 
+std::vector<double> SplitExchange::Highest(const std::vector<double>& ownV) {
+    const std::vector<double> allV = ranks.GatherEach(ownV);
+    std::vector<double> highestV = ownV;
+    for (size_t i = 0; i < allV.size(); ++i) {
+        double& highest = highestV[i % ownV.size()];
+        highest = std::max(highest, allV[i]);
+    }
+    return highestV;
+}
+
 std::vector<int> SplitExchange::ChooseRanks(const std::vector<RankBest>& ownV,
                                             const FindScores& findReferenceScores) {
     std::vector<int> rankV(ownV.size(), kNone);

@@ -40,6 +40,9 @@ class SplitExchange {
 
     explicit SplitExchange(Ranks& trainingRanks) : ranks(trainingRanks) {}
 
+    // The highest values of all ranks, which have as many; all are numbers.
+    std::vector<double> Highest(const std::vector<double>& ownV);
+
     // Finds this rank's best splits of some nodes of the batch by reference scores; a split for
     // each, in the same order.
     typedef std::function<std::vector<RankBest>(const std::vector<size_t>& nodeV)> FindScores;

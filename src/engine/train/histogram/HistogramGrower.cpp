@@ -176,6 +176,11 @@ void HistogramGrower::SplitBatch(OpenNode* batch, size_t numBatch, bool fShareHi
         if (fShareHistograms) ShareHistogram(open, worker);
     };
     if (exchange) {
+        forNodes([&](OpenNode& open, Worker& worker) {
+            ChooseParallelism(open, numRows);
+            LookAhead(open, worker);
+        });
+        ExchangeBounds(batch, numBatch);
         forNodes(search);
         ExchangeSplits(batch, numBatch);
         return forNodes(split);
@@ -258,16 +263,25 @@ const Histogram* HistogramGrower::CountOwn(const OpenNode& open, const RowSet& n
 
 // Searches a node's columns.
 void HistogramGrower::Search(OpenNode& open, Worker& worker) {
+    open.found = worker.search.Search(TaskOf(open, worker));
+    open.own.reset();
+}
+
+// What to search for. Counts the histogram, unless the node has one or needs none.
+SearchTask HistogramGrower::TaskOf(OpenNode& open, Worker& worker) {
     const GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
     const RowSet quick = SearchSliceOf(node);
     const Histogram* histogram = open.histogram.get();
     const bool fNarrowOnly = histogram == nullptr && node.countDoc <= tuning.smallNode;
-    if (histogram == nullptr && node.countDoc > std::min(tuning.tinyNode, tuning.smallNode)) {
+    if (open.own != nullptr) {
+        histogram = open.own.get();
+    } else if (histogram == nullptr &&
+               node.countDoc > std::min(tuning.tinyNode, tuning.smallNode)) {
         histogram = CountOwn(open, quick, fNarrowOnly, worker);
     }
     const int numSlots = static_cast<int>(open.columnV.size());
-    open.found = worker.search.Search({quick, histogram, open.columnV.data(), numSlots, open.total,
-                                       node.gradAll, open.numTogether, fNarrowOnly});
+    return {quick,        histogram,        open.columnV.data(), numSlots,      open.total,
+            node.gradAll, open.numTogether, fNarrowOnly,         open.leastBest};
 }
 
 // Decides a near-tie by reference scores: the winner is then in open.found or, without its rank, in

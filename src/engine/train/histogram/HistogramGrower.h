@@ -68,7 +68,10 @@ class HistogramGrower {
     void DrawColumns(OpenNode* batch, size_t numBatch, long* seed);
     void SplitBatch(OpenNode* batch, size_t numBatch, bool fShareHistograms);
     void ChooseParallelism(OpenNode& open, int64_t numRows) const;
+    SearchTask TaskOf(OpenNode& open, Worker& worker);
     void Search(OpenNode& open, Worker& worker);
+    void LookAhead(OpenNode& open, Worker& worker);
+    void ExchangeBounds(OpenNode* batch, size_t numBatch);
     void DecideTie(OpenNode& open, Worker& worker);
     void MarkSplit(OpenNode& open, Worker& worker);
     void MakeChildren(OpenNode& open, Worker& worker);

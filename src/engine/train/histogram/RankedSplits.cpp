@@ -1,6 +1,7 @@
 // The splits of a batch in a training by several ranks: each rank searches its own columns, and the
 // rank that has a node's split tells the others, with the side of each row.
 #include <algorithm>
+#include <utility>
 
 #include "OpenNode.h"
 
@@ -24,6 +25,26 @@ RankBest BestOf(const SearchResult<Candidate>& found) {
 }
 
 }  // namespace
+
+// Finds what other ranks may need to know of the node's best split before they search: without it,
+// a rank would look into many columns that lose against those of another rank. Small nodes are
+// searched as fast without.
+void HistogramGrower::LookAhead(OpenNode& open, Worker& worker) {
+    const SearchTask task = TaskOf(open, worker);
+    if (task.histogram == nullptr || task.fNarrowOnly) return;
+    open.leastBest = worker.search.LeastBest(task);
+    if (task.histogram == &worker.own) {
+        open.own = std::make_unique<Histogram>();
+        std::swap(*open.own, worker.own);
+    }
+}
+
+void HistogramGrower::ExchangeBounds(OpenNode* batch, size_t numBatch) {
+    std::vector<double> leastV;
+    for (size_t b = 0; b < numBatch; ++b) leastV.push_back(batch[b].leastBest);
+    leastV = exchange->Highest(leastV);
+    for (size_t b = 0; b < numBatch; ++b) batch[b].leastBest = leastV[b];
+}
 
 // Agrees on the split of each node of a batch that was searched, and marks the sides of its rows.
 void HistogramGrower::ExchangeSplits(OpenNode* batch, size_t numBatch) {

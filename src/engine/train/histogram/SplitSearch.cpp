@@ -52,14 +52,27 @@ void SplitSearch::BufferPool::Release(std::vector<std::unique_ptr<Buffers>>& tak
     taken.clear();
 }
 
+void SplitSearch::Begin(const SearchTask& task) {
+    node = {task.total, fixed.Sum(task.total), fixed.Weight(task.total)};
+    best = -1.0;
+    leastBest = task.leastBest;
+    ChooseSlots(task);
+}
+
+// One E is that of the score; the other is more than the rounding of this difference, and of those
+// that it is compared with.
+double SplitSearch::LeastBest(const SearchTask& task) {
+    Begin(task);
+    ScanColumns(task);
+    return best < 0.0 ? -1.0 : best - 2 * ScoreError(best);
+}
+
 // The steps: scan the columns' histograms for the best split between bins; refine the bins that may
 // hold a better one; decide. A small node sorts its wide columns instead, and a tiny one all.
 SearchResult<Candidate> SplitSearch::Search(const SearchTask& task) {
-    node = {task.total, fixed.Sum(task.total), fixed.Weight(task.total)};
-    best = -1.0;
+    Begin(task);
     bufferPool.Acquire(static_cast<size_t>(std::max(task.numTogether, 1)), buffersV);
     for (const auto& buffers : buffersV) buffers->candidateV.clear();
-    ChooseSlots(task);
     if (task.histogram != nullptr && !task.fNarrowOnly) {
         ScanColumns(task);
         RefineSlots(task);
@@ -114,10 +127,10 @@ double SplitSearch::ScoreError(double score) const {
 }
 
 // A candidate that scores less cannot win. Its own score and the best may each be off by E, hence
-// the margin 2 E.
+// the margin 2 E; leastBest is a reference score.
 double SplitSearch::PruningThreshold() const {
     const double score = best.load(std::memory_order_relaxed);
-    return score - 2 * ScoreError(score);
+    return std::max(score - 2 * ScoreError(score), leastBest - ScoreError(leastBest));
 }
 
 // The first look at every slot. Raises `best` to the best split between bins, which prunes most
