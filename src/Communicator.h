@@ -19,7 +19,7 @@ namespace sylvora {
 // Thread safety: one thread of a rank calls, except for Cancelled, which any thread may call.
 class SYLVORA_API Communicator {
   public:
-    virtual ~Communicator() = default;
+    virtual ~Communicator();
 
     virtual int Rank() const = 0;
     virtual int Size() const = 0;

@@ -3,7 +3,6 @@
 #ifndef SYLVORA_OWNCOLUMNS_H
 #define SYLVORA_OWNCOLUMNS_H
 
-#include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
@@ -25,7 +24,8 @@ struct RowTargets {
 
 // The rows of rank 0 come first, then those of rank 1, and so on. Each rank gets the values of the
 // columns that it owns, of all rows, and what belongs to the rows at all ranks. No rank holds all
-// values at any time: beside its share and its columns, it needs about 20 MB (and 2 kB per column).
+// values at any time: beside its share and its columns, it needs about 20 MB and 300 bytes per
+// column.
 //
 // Immutable and thread-safe. Owns its memory: 4 bytes per cell of an own column if all values of
 // the column are floats, else 8.
@@ -70,7 +70,6 @@ class SYLVORA_API OwnColumns {
     int numRows = 0;
     std::vector<int> ownerV;
     void* memory = nullptr;  // the own columns, then a column of zeros
-    std::size_t numBytes = 0;
     std::vector<DataColumn> columnV;
     std::vector<double> labelV;
     std::vector<int> queryV, weightV;

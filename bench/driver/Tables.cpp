@@ -93,12 +93,20 @@ struct Weather {
 struct Schedule {
     static constexpr int kOrigins = 3;
     static constexpr int kHours = 12 * 31 * 24;
+    static constexpr int kCarriers = 16;
+    static constexpr int kPlanes = 250;  // per carrier
 
     Category carriers, targets;
+    // The tail numbers of each carrier's planes. They say nothing about the carrier.
+    std::vector<double> tailV;
     std::vector<double> distanceV;
     std::vector<Weather> weatherV;
 
-    explicit Schedule(Random& random) : carriers(16, random), targets(105, random) {
+    explicit Schedule(Random& random) : carriers(kCarriers, random), targets(105, random) {
+        for (int k = 0; k < kCarriers * kPlanes; ++k) {
+            tailV.push_back(k);
+            std::swap(tailV.back(), tailV[static_cast<size_t>(random.Below(k + 1))]);
+        }
         for (int k = 0; k < 105 * kOrigins; ++k) {
             distanceV.push_back(
                 std::round(Clamped(700.0 * std::exp(0.7 * random.Normal()), 80.0, 5000.0)));
@@ -125,6 +133,9 @@ double DrawFlight(const Schedule& schedule, Row& row, Random& random) {
     const size_t target = schedule.targets.Draw(random);
     const double distance = schedule.distanceV[target * 3 + static_cast<size_t>(origin)];
     const double airTime = std::round(20.0 + distance / 7.5 + 12.0 * random.Normal());
+    const int plane =
+        static_cast<int>(carrier) * Schedule::kPlanes + random.Below(Schedule::kPlanes);
+    const double tail = schedule.tailV[static_cast<size_t>(plane)];
     const double rank = random.Uniform();  // small flight numbers are frequent
     const double number = std::floor(5000.0 * rank * rank);
     const double arrival = hour * 60.0 + minute + airTime;
@@ -135,10 +146,11 @@ double DrawFlight(const Schedule& schedule, Row& row, Random& random) {
                {month + 1.0, day + 1.0, (month * 31 + day) % 7 + 1.0, month * 31.0 + day,
                 static_cast<double>(hour), static_cast<double>(minute), hour * 100.0 + minute,
                 std::floor(arrival / 60.0), std::fmod(arrival, 60.0), static_cast<double>(carrier),
-                static_cast<double>(origin), static_cast<double>(target),
-                static_cast<double>(carrier) * 250.0 + random.Below(250), number, distance});
+                static_cast<double>(origin), static_cast<double>(target), tail, number, distance});
     AppendWeather(weather, row);
-    const double usual = 1.2 * (hour - 5) + 8.0 * schedule.carriers.effectV[carrier] +
+    // Delays grow in the course of the day, not from one hour to the next.
+    const double usual = 1.2 * (hour + minute / 60.0 - 5.0) +
+                         8.0 * schedule.carriers.effectV[carrier] +
                          200.0 * std::min(weather.rain, 0.5) + (weather.speed > 18.0 ? 9.0 : 0.0);
     const double chance = 12.0 * random.Normal();
     return std::round(usual - 15.0 + chance + 3.0 * std::exp(1.3 * random.Normal()));

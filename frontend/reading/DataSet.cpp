@@ -141,20 +141,23 @@ int ReadSet(const DataFile& file, const SetRules& rules, EarlyRows& early, Readi
     return Finish(file, rules, ReadPart(file, rules.row, early, threads, set), set);
 }
 
-std::string Unusable(long numRows, int dim) {
-    return Text("cannot be used: ", numRows, " rows of ", numRows > 0 ? dim : 0, " columns");
-}
-
 int HandOver(DataSet& set, const DataFile& file, int type, TreeLearner& learner) {
     const size_t numRows = set.NumRows();
     if (learner.DataAdopt(set.labelV.release(), set.rowVV.release(), static_cast<int>(numRows),
                           set.dimFea, std::move(set.queryIdV), type) == 0) {
         return 0;
     }
+    return RefuseSet(set, numRows, file, learner);
+}
+
+int RefuseSet(const DataSet& set, size_t numRows, const DataFile& file,
+              const TreeLearner& learner) {
     if (learner.CfgInfo.modelType == "GBRank" && set.lineWithoutQuery > 0) {
-        return file.Refuse(set.lineWithoutQuery, kNoQueryId);
+        return file.Refuse(set.lineWithoutQuery,
+                           "has no query id (qid:...); GBRank needs one in every row");
     }
-    return file.Refuse(0, Unusable(static_cast<long>(numRows), set.dimFea));
+    return file.Refuse(0, Text("cannot be used: ", numRows, " rows of ",
+                               numRows > 0 ? set.dimFea : 0, " columns"));
 }
 
 }  // namespace sylvora::frontend

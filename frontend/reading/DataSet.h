@@ -101,13 +101,13 @@ RowReport ReadPart(const DataFile& file, const RowRules& rules, EarlyRows& early
 [[nodiscard]] int ReadSet(const DataFile& file, const SetRules& rules, EarlyRows& early,
                           ReadingThreads& threads, DataSet& set);
 
-// The complaints about a training set that a learner refuses.
-constexpr char kNoQueryId[] = "has no query id (qid:...); GBRank needs one in every row";
-std::string Unusable(long numRows, int dim);
-
 // Moves the set into the learner as training (0), test (1) or development data (2). Returns 0, or
 // -1 after the learner's message and a second one that names the file.
 [[nodiscard]] int HandOver(DataSet& set, const DataFile& file, int type, TreeLearner& learner);
+
+// Writes the second message for a set that had `numRows` rows, and returns -1.
+[[nodiscard]] int RefuseSet(const DataSet& set, size_t numRows, const DataFile& file,
+                            const TreeLearner& learner);
 
 }  // namespace sylvora::frontend
 

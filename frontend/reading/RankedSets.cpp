@@ -152,6 +152,9 @@ std::string RankedReading::ReadTraining(RankedSet& training) {
     ShareRows rows(set.data);
     const RowTargets targets = {set.data.labelV.get(), nullptr, nullptr};
     training.columns = OwnColumns::Gather(rows, targets, peers, complaint);
+    if (complaint.empty()) {
+        training.ranks = std::make_unique<Ranks>(peers, training.columns->Owners());
+    }
     set.data.rowVV.reset();
     set.data.labelV.reset();
     return complaint;
@@ -180,7 +183,7 @@ std::string RankedReading::CheckRows(const RowReport& report, DataSet& set) {
 std::string RankedReading::ReadOthers() {
     for (RunSet& set : setV) {
         if (set.type == kTraining) continue;
-        const std::string complaint = ComplaintOfAny(
+        std::string complaint = ComplaintOfAny(
             ranks, [&] { return ReadSet(set.file, Rules(), earlyV.front(), threads, set.data); });
         if (!complaint.empty()) return complaint;
         earlyV.pop_front();
@@ -225,19 +228,19 @@ int ReadSets(std::vector<RunSet>& setV, const CheckCfgCLS& cfg, ReadingThreads& 
 int HandOver(const RankedSet& training, const DataFile& file, TreeLearner& learner) {
     const long numRows = file.NumAllRows();
     const bool fRanking = learner.CfgInfo.modelType == "GBRank";
-    const bool fNoQuery = fRanking && training.lineWithoutQuery > 0;
-    int status = -1;
-    if (training.columns != nullptr && !fNoQuery) {
-        status = Lend(training, learner);
+    if (training.columns != nullptr && !(fRanking && training.lineWithoutQuery > 0)) {
+        if (Lend(training, learner) == 0) return 0;
     } else {
         if (learner.CfgInfo.fPrint) Print("Transferring data to the model ...\n");
         Warn("ERROR: ", numRows == 0                  ? "No training data for tree models!\n"
                         : training.columns == nullptr ? "None features for training data!\n"
                                                       : "Size of qid does not match the data!\n");
     }
-    if (status == 0) return 0;
-    if (fNoQuery) return file.Refuse(training.lineWithoutQuery, kNoQueryId);
-    return file.Refuse(0, Unusable(numRows, training.columns == nullptr ? 0 : file.LargestId()));
+    DataSet refused;
+    refused.dimFea =
+        training.columns == nullptr ? 0 : static_cast<int>(training.columns->Owners().size());
+    refused.lineWithoutQuery = training.lineWithoutQuery;
+    return RefuseSet(refused, static_cast<size_t>(numRows), file, learner);
 }
 
 }  // namespace sylvora::frontend

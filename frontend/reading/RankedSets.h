@@ -9,6 +9,7 @@
 #include "Communicator.h"
 #include "Libdef.h"
 #include "OwnColumns.h"
+#include "Ranks.h"
 #include "ReadingThreads.h"
 #include "RunSets.h"
 #include "TreeLearner.h"
@@ -18,8 +19,9 @@ namespace sylvora::frontend {
 // The training set of a rank. It must live until the learner that it was handed over to is done.
 struct RankedSet {
     std::unique_ptr<OwnColumns> columns;  // with the labels; null: no rows, or no features
+    std::unique_ptr<Ranks> ranks;         // with the owners of the columns; null as `columns`
     VecInt queryIdV;                      // of all rows; only for GBRank
-    long lineWithoutQuery = 0;            // as in DataSet
+    long lineWithoutQuery = 0;            // as in DataSet; only for GBRank
 };
 
 // ReadSets for a rank. Collective: all ranks give the same settings and see the same files. Of the

@@ -65,10 +65,14 @@ struct Checkpoint {
 // that begins with the file. Throws std::bad_alloc.
 [[nodiscard]] std::string ReadCheckpointHead(const std::string& path, Fingerprint& fingerprint);
 
-// Reads a file and checks it: every changed, missing or added byte is found, trees can be walked
-// on rows of `numColumns` values, and the generator can be drawn from. Returns and throws as above.
-[[nodiscard]] std::string ReadCheckpoint(const std::string& path, int numColumns,
-                                         Checkpoint& checkpoint);
+// Reads all bytes of a file. Returns and throws as above.
+[[nodiscard]] std::string ReadCheckpointBytes(const std::string& path, std::string& bytes);
+
+// Checks the bytes of a file and takes the checkpoint from them: every changed, missing or added
+// byte is found, trees can be walked on rows of `numColumns` values, and the generator can be drawn
+// from. Returns and throws as above.
+[[nodiscard]] std::string ParseCheckpoint(const std::string& bytes, int numColumns,
+                                          Checkpoint& checkpoint);
 
 // A difference between two fingerprints: the name of an entry and its values, "none" where there is
 // no such entry. An empty name: they are equal.

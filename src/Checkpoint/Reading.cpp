@@ -203,11 +203,13 @@ std::string ReadCheckpointHead(const std::string& path, Fingerprint& fingerprint
     return TakeEntries(text, fingerprint) ? "" : kDamaged;
 }
 
-std::string ReadCheckpoint(const std::string& path, int numColumns, Checkpoint& checkpoint) {
-    std::string whole;
-    std::string fault = ReadFront(path, std::numeric_limits<std::streamoff>::max(), whole);
+std::string ReadCheckpointBytes(const std::string& path, std::string& bytes) {
+    return ReadFront(path, std::numeric_limits<std::streamoff>::max(), bytes);
+}
+
+std::string ParseCheckpoint(const std::string& whole, int numColumns, Checkpoint& checkpoint) {
     std::string_view text = whole;
-    if (fault.empty()) fault = TakeKind(text);
+    const std::string fault = TakeKind(text);
     if (!fault.empty()) return fault;
     std::string_view checked = whole;
     if (!TakeSum(checked)) return kDamaged;

@@ -69,58 +69,116 @@ void KeepGradients(const PairBlock& block, const Part& part) {
 }
 
 // Queries of at most this many rows are computed pair by pair: blocks would cost more.
-constexpr int kFewRows = 4;
+constexpr int kFewRowsOfCrossEntropy = 10;
+constexpr int kFewRowsOfHingeSquare = 3;
 
-// Adds the forces of the cross entropy in a query of at most kFewRows rows.
-void AddFew(const double* labelV, const double* scoreV, int numRows, double tau,
-            double* gradientV) {
-    constexpr int kMostPairs = kFewRows * (kFewRows - 1) / 2;
-    double argumentV[kMostPairs], exponentialV[kMostPairs], orderV[kMostPairs];
-    size_t numPairs = 0;
-    for (int i = 0; i < numRows; ++i) {
-        for (int j = i + 1; j < numRows; ++j, ++numPairs) {
-            const double a = labelV[i], b = labelV[j];
-            const int order = (a > b) - (b > a);
-            orderV[numPairs] = order;
-            argumentV[numPairs] =
-                order == 0 ? 0.0 : order * (scoreV[i] - scoreV[j]) - tau * std::fabs(a - b);
+// Adds the forces of the cross entropy pair by pair. Exponentials are computed for many pairs at a
+// time, of several queries if these are small.
+class CrossEntropyPairs {
+  public:
+    explicit CrossEntropyPairs(double valTau) : tau(valTau) {}
+
+    // Adds a query. Its gradients may be complete only after Flush.
+    void Add(const double* labelV, const double* scoreV, int numRows, double* gradientV) {
+        for (int i = 0; i < numRows; ++i) {
+            for (int j = i + 1; j < numRows; ++j) {
+                const double a = labelV[i], b = labelV[j];
+                const int order = (a > b) - (b > a);
+                pairV[count] = {gradientV + i, gradientV + j, static_cast<double>(order)};
+                argumentV[count] = order * (scoreV[i] - scoreV[j]) - tau * std::fabs(a - b);
+                // A pair of equal labels is overwritten by the next one: no branch to mispredict.
+                count += order != 0;
+                if (count == kMostPairs) Flush();
+            }
         }
     }
-    ExpEach(argumentV, exponentialV, numPairs);
-    numPairs = 0;
+
+    void Flush() {
+        double exponentialV[kMostPairs];
+        ExpEach(argumentV, exponentialV, count);
+        for (size_t p = 0; p < count; ++p) {
+            const double force = pairV[p].order / (1 + exponentialV[p]);
+            *pairV[p].first += force;
+            *pairV[p].second -= force;
+        }
+        count = 0;
+    }
+
+  private:
+    static constexpr size_t kMostPairs = 256;
+
+    struct Pair {
+        double *first, *second;  // gradients
+        double order;            // 1 if the first has the larger label, -1 if the second has
+    };
+
+    const double tau;
+    size_t count = 0;  // below kMostPairs between calls
+    Pair pairV[kMostPairs];
+    double argumentV[kMostPairs];
+};
+
+double HingeSquareForce(double a, double b, double difference, double tau) {
+    const double margin = tau * std::fabs(a - b);
+    if (a > b) return margin > difference ? 0.5 * (margin - difference) : 0;
+    if (b > a) return difference > -margin ? -0.5 * (margin + difference) : 0;
+    if (difference > tau) return -0.5 * (difference - tau);
+    return -tau > difference ? 0.5 * (-tau - difference) : 0;
+}
+
+void AddHingeSquare(const double* labelV, const double* scoreV, int numRows, double tau,
+                    double* gradientV) {
     for (int i = 0; i < numRows; ++i) {
-        for (int j = i + 1; j < numRows; ++j, ++numPairs) {
-            const double force = orderV[numPairs] / (1 + exponentialV[numPairs]);
+        for (int j = i + 1; j < numRows; ++j) {
+            const double force = HingeSquareForce(labelV[i], labelV[j], scoreV[i] - scoreV[j], tau);
             gradientV[i] += force;
             gradientV[j] -= force;
         }
     }
 }
 
-}  // namespace
-
-void PairForces::Add(const double* labelV, const double* scoreV, int numRows,
-                     double* gradientV) const {
-    if (numRows < 2) return;
-    if (numRows <= kFewRows && loss == PairLoss::kCrossEntropy) {
-        return AddFew(labelV, scoreV, numRows, tau, gradientV);
-    }
-    const AddForces add =
-        loss == PairLoss::kCrossEntropy ? kernel->crossEntropy : kernel->hingeSquare;
+// Adds the forces of a query in blocks, which may be partly empty.
+void AddBlocks(const PairForces& forces, const double* labelV, const double* scoreV, int numRows,
+               double* gradientV) {
+    const AddForces add = forces.loss == PairLoss::kCrossEntropy ? forces.kernel->crossEntropy
+                                                                 : forces.kernel->hingeSquare;
     const auto partAt = [&](int begin) {
         return Part{labelV, scoreV, gradientV, begin, std::min(PairBlock::kRows, numRows - begin)};
     };
     PairBlock first, second;
     for (int i = 0; i < numRows; i += PairBlock::kRows) {
-        Fill(first, partAt(i), *this);
-        add(first, first, tau);
+        Fill(first, partAt(i), forces);
+        add(first, first, forces.tau);
         for (int j = i + PairBlock::kRows; j < numRows; j += PairBlock::kRows) {
-            Fill(second, partAt(j), *this);
-            add(first, second, tau);
+            Fill(second, partAt(j), forces);
+            add(first, second, forces.tau);
             KeepGradients(second, partAt(j));
         }
         KeepGradients(first, partAt(i));
     }
+}
+
+}  // namespace
+
+void PairForces::Add(const int* queryV, const double* labelV, const double* scoreV, int numRows,
+                     double* gradientV) const {
+    const bool fCrossEntropy = loss == PairLoss::kCrossEntropy;
+    const int fewRows = fCrossEntropy ? kFewRowsOfCrossEntropy : kFewRowsOfHingeSquare;
+    CrossEntropyPairs pairs(tau);
+    for (int i = 0, past; i < numRows; i = past) {
+        past = i + 1;
+        while (past < numRows && queryV[past] == queryV[i]) ++past;
+        const int count = past - i;
+        if (count == 1) continue;
+        if (count > fewRows) {
+            AddBlocks(*this, labelV + i, scoreV + i, count, gradientV + i);
+        } else if (fCrossEntropy) {
+            pairs.Add(labelV + i, scoreV + i, count, gradientV + i);
+        } else {
+            AddHingeSquare(labelV + i, scoreV + i, count, tau, gradientV + i);
+        }
+    }
+    pairs.Flush();
 }
 
 }  // namespace sylvora

@@ -30,10 +30,11 @@ struct PairForces {
     double tau;
     const PairKernel* kernel;
 
-    // Adds the forces of all pairs i < j of a query of numRows rows to the gradients of both, i
-    // ascending and then j: the order of these sums is part of the result. Safe to call from any
-    // thread, on distinct gradients.
-    void Add(const double* labelV, const double* scoreV, int numRows, double* gradientV) const;
+    // Adds the forces of all pairs i < j of a query to the gradients of both, i ascending and then
+    // j: the order of these sums is part of the result. A query is a run of rows with equal ids in
+    // queryV. Safe to call from any thread, on distinct gradients.
+    void Add(const int* queryV, const double* labelV, const double* scoreV, int numRows,
+             double* gradientV) const;
 };
 
 }  // namespace sylvora

@@ -31,7 +31,7 @@ std::string FirstComplaint(Ranks& ranks, const std::string& mine) {
     const auto first = std::find(fComplainsV.begin(), fComplainsV.end(), 1);
     if (first == fComplainsV.end()) return "";
     const int root = static_cast<int>(first - fComplainsV.begin());
-    const std::string text = BroadcastText(ranks, mine, root);
+    std::string text = BroadcastText(ranks, mine, root);
     if (root == 0) return text;
     const std::string error = "ERROR: ";
     const bool fError = text.compare(0, error.size(), error) == 0;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <numeric>
 #include <optional>
@@ -17,7 +18,6 @@
 #include "ColumnSurvey.h"
 #include "RowSource.h"
 #include "base/BlockReader.h"
-#include "base/LargeArray.h"
 
 namespace sylvora {
 namespace {
@@ -128,7 +128,6 @@ std::string OwnColumns::Gathering::Run(OwnColumns& all) {
     GatherRows(ranks, plan.numRowsV, targets.labels, all.labelV);
     GatherRows(ranks, plan.numRowsV, targets.queries, all.queryV);
     GatherRows(ranks, plan.numRowsV, targets.weights, all.weightV);
-    all.ownerV = plan.ownerV;
     return "";
 }
 
@@ -168,20 +167,23 @@ std::string OwnColumns::Gathering::Survey() {
     return "";
 }
 
-// The pages of the mapping take memory when they are written; those of the zeros never are.
+// Pages take memory when they are written; those of the zeros never are. Small pages, because each
+// column is written from several rows on, while the rows that it comes from are freed.
 std::string OwnColumns::Gathering::Allocate(OwnColumns& all) {
     return ComplaintOfAny(ranks, [&] {
         const int numColumns = static_cast<int>(plan.ownerV.size());
         std::vector<size_t> offsetV;
+        size_t numBytes = 0;
         for (int c = 0; c < numColumns; ++c) {
-            offsetV.push_back(all.numBytes);
+            offsetV.push_back(numBytes);
             if (plan.ownerV[static_cast<size_t>(c)] != ranks.Rank()) continue;
-            all.numBytes += Aligned(numRows * plan.SizeOf(c));
+            numBytes += Aligned(numRows * plan.SizeOf(c));
         }
-        const size_t zeros = all.numBytes;
-        all.numBytes += Aligned(numRows);
+        const size_t zeros = numBytes;
+        numBytes += Aligned(numRows);
         all.numRows = static_cast<int>(numRows);
-        all.memory = MapMemory(all.numBytes);
+        all.ownerV = plan.ownerV;
+        all.memory = std::calloc(numBytes, 1);
         if (all.memory == nullptr) throw std::bad_alloc();
         char* const first = static_cast<char*>(all.memory);
         for (int c = 0; c < numColumns; ++c) {
@@ -228,7 +230,7 @@ std::unique_ptr<OwnColumns> OwnColumns::Gather(const DataBlock& share, const Row
 }
 
 OwnColumns::~OwnColumns() {
-    if (memory != nullptr) UnmapMemory(memory, numBytes);
+    std::free(memory);
 }
 
 DataBlock OwnColumns::Block() const {

@@ -3,6 +3,8 @@
 
 namespace sylvora {
 
+Communicator::~Communicator() = default;
+
 void Ranks::AllGather(const void* mine, std::size_t bytes, void* all) {
     if (peers.AllGather(mine, bytes, all) != 0) throw RanksLost();
 }

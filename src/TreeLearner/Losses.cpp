@@ -88,11 +88,8 @@ int TreeLearner::ComputePairGradients(int idBegin, int idEnd, sylvora::PairLoss 
     if (queryIdV == nullptr || lossRun == nullptr) return -1;
     FillGradient(idBegin, idEnd, [](double, double) { return 0.0; });
     const sylvora::PairForces forces = {loss, valTau, lossRun->pairKernel};
-    for (int begin = idBegin, end; begin <= idEnd; begin = end) {
-        end = begin + 1;
-        while (end <= idEnd && queryIdV[end] == queryIdV[begin]) ++end;
-        forces.Add(labelTrV + begin, predictV + begin, end - begin, gradientV + begin);
-    }
+    forces.Add(queryIdV + idBegin, labelTrV + idBegin, predictV + idBegin, idEnd - idBegin + 1,
+               gradientV + idBegin);
     return 0;
 }
 

@@ -60,7 +60,11 @@ void AddPredictions(const double* predictV, int numRows, sylvora::WorkerPool& po
 
 int TreeLearner::RankRun::Begin() {
     if (CheckStart() != 0) return -1;
-    GatherMeans();
+    // Every rank computed the means of its own columns.
+    double* const meanV = learner.featureMean;
+    const std::vector<double> allV =
+        GatherColumns(std::vector<double>(meanV, meanV + learner.dimFea));
+    std::copy(allV.begin(), allV.end(), meanV);
     return 0;
 }
 
@@ -87,15 +91,10 @@ int TreeLearner::RankRun::CheckStart() {
                 " has other settings, labels, weights, queries or another seed than rank 0!\n");
 }
 
-// Every rank computed the means of its own columns.
-void TreeLearner::RankRun::GatherMeans() {
-    const std::vector<double> ownV(learner.featureMean, learner.featureMean + learner.dimFea);
-    const std::vector<double> allV = ranks.GatherEach(ownV);
-    for (int column = 0; column < learner.dimFea; ++column) {
-        learner.featureMean[column] =
-            allV[static_cast<size_t>(ranks.OwnerOf(column)) * ownV.size() +
-                 static_cast<size_t>(column)];
-    }
+void TreeLearner::RankRun::ShareBytes(std::string& bytes) {
+    const std::vector<size_t> sizeV = ranks.Gather(bytes.size());
+    bytes.resize(sizeV[0]);
+    ranks.Broadcast(bytes.data(), bytes.size(), 0);
 }
 
 bool TreeLearner::RankRun::All(bool fMine) {

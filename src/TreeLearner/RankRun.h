@@ -2,6 +2,7 @@
 #ifndef SYLVORA_TREELEARNER_RANKRUN_H
 #define SYLVORA_TREELEARNER_RANKRUN_H
 
+#include <string>
 #include <vector>
 
 #include "../Ranks.h"
@@ -25,6 +26,20 @@ class TreeLearner::RankRun {
     // Whether all ranks say so, or any of them.
     bool All(bool fMine);
     bool Any(bool fMine) { return !All(!fMine); }
+    // Replaces `bytes` by those of rank 0.
+    void ShareBytes(std::string& bytes);
+    // A value per column, of which each rank has those of its own columns: all of them.
+    template <typename Value>
+    std::vector<Value> GatherColumns(const std::vector<Value>& ownV) {
+        const std::vector<Value> allV = ranks.GatherEach(ownV);
+        std::vector<Value> ofOwnersV;
+        for (int column = 0; column < ranks.NumColumns(); ++column) {
+            const size_t owner = static_cast<size_t>(ranks.OwnerOf(column));
+            ofOwnersV.push_back(allV[owner * ownV.size() + static_cast<size_t>(column)]);
+        }
+        return ofOwnersV;
+    }
+    bool Owns(int column) const { return ranks.Owns(column); }
     // After step `done`, a round or a tree of a forest: checks that all ranks have the same
     // predictions, tree and random stream.
     [[nodiscard]] int CheckStep(const char* unit, int done);
@@ -35,7 +50,6 @@ class TreeLearner::RankRun {
 
   private:
     int CheckStart();
-    void GatherMeans();
     int RankThatDiffers(const std::vector<uint64_t>& mineV);
 
     TreeLearner& learner;

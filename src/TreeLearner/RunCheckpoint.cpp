@@ -11,6 +11,7 @@
 #include "../Output/WholeFile.h"
 #include "../god/Report.h"
 #include "LossRun.h"
+#include "RankRun.h"
 
 using sylvora::Checkpoint;
 using sylvora::CheckpointState;
@@ -31,7 +32,10 @@ double Now() {
 
 TreeLearner::RunCheckpoint::RunCheckpoint(TreeLearner& treeLearner,
                                           const RunEvaluation* runEvaluation)
-    : learner(treeLearner), evaluation(runEvaluation), pace(Now()) {}
+    : learner(treeLearner),
+      evaluation(runEvaluation),
+      fWrites(!learner.rankRun || learner.rankRun->IsFirst()),
+      pace(Now()) {}
 
 TreeLearner::RunCheckpoint::~RunCheckpoint() {
     if (!fFailed) return;
@@ -54,22 +58,31 @@ int TreeLearner::RunCheckpoint::Start(TreeLearner& learner, const RunEvaluation*
     std::unique_ptr<RunCheckpoint> made(new RunCheckpoint(learner, evaluation));
     if (!learner.packedTrees) return made->Refuse("needs packed trees; call setPackedTrees first");
     Fingerprint inFile;
-    if (made->Open(inFile) != 0) return -1;
+    if (!made->AllAgree(!made->fWrites || made->Open(inFile) == 0)) return -1;
     made->sharedStart = learner.sharedSeed;
     made->Describe(lastRowShares);
-    if (!inFile.empty()) {
-        // What is known before the data are looked at comes first in every fingerprint.
-        const size_t count = std::min(inFile.size(), made->fingerprint.size());
-        inFile.resize(count);
-        if (made->Compare(inFile) != 0) return -1;
-    }
+    // What is known before the data are looked at comes first in every fingerprint.
+    inFile.resize(std::min(inFile.size(), made->fingerprint.size()));
+    const bool fResumes = learner.rankRun ? learner.rankRun->Any(!inFile.empty()) : !inFile.empty();
+    if (!made->AllAgree(inFile.empty() || made->Compare(inFile) == 0)) return -1;
     made->DescribeData();
-    if (!inFile.empty() && made->Resume() != 0) return -1;
+    if (fResumes && made->Resume() != 0) return -1;
     checkpoint = std::move(made);
     return 0;
 }
 
+// Whether this holds at all ranks. The ranks other than the first one have no file to complain of.
+bool TreeLearner::RunCheckpoint::AllAgree(bool fHere) const {
+    return learner.rankRun ? learner.rankRun->All(fHere) : fHere;
+}
+
+int TreeLearner::RunCheckpoint::RefuseMemory() const {
+    return Refuse("failed to allocate memory to read it");
+}
+
+// All ranks come to the same refusals, and one message is enough.
 int TreeLearner::RunCheckpoint::Refuse(const std::string& why) const {
+    if (!fWrites) return -1;
     return Fail("ERROR: checkpoint ", learner.CfgInfo.fileCheckpoint, ": ", why, "!\n");
 }
 
@@ -83,23 +96,45 @@ int TreeLearner::RunCheckpoint::Open(Fingerprint& inFile) {
     return fault.empty() ? 0 : Refuse(fault);
 }
 
-// Reads the whole file, of which the head is known to be good so far.
+// Reads the whole file, of which the head is known to be good so far. Other ranks get its bytes
+// from the first one.
 int TreeLearner::RunCheckpoint::Resume() {
     const std::string& path = learner.CfgInfo.fileCheckpoint;
+    std::string bytes;
+    if (!AllAgree(!fWrites || ReadBytes(bytes) == 0)) return -1;
+    if (learner.rankRun) learner.rankRun->ShareBytes(bytes);
+    if (!AllAgree(TakeBytes(bytes) == 0)) return -1;
+    if (fWrites) {
+        Warn("Notice: checkpoint ", path, ": the training goes on after ", numResumed, " of ",
+             NumSteps(), Steps(), "!\n");
+    }
+    return 0;
+}
+
+int TreeLearner::RunCheckpoint::ReadBytes(std::string& bytes) const {
+    try {
+        const std::string fault =
+            sylvora::ReadCheckpointBytes(learner.CfgInfo.fileCheckpoint, bytes);
+        return fault.empty() ? 0 : Refuse(fault);
+    } catch (const std::bad_alloc&) {
+        return RefuseMemory();
+    }
+}
+
+// The first rank has compared the fingerprint; those of the others are the same.
+int TreeLearner::RunCheckpoint::TakeBytes(const std::string& bytes) {
     Checkpoint file;
     try {
-        const std::string fault = sylvora::ReadCheckpoint(path, learner.dimFea, file);
+        const std::string fault = sylvora::ParseCheckpoint(bytes, learner.dimFea, file);
         if (!fault.empty()) return Refuse(fault);
     } catch (const std::bad_alloc&) {
-        return Refuse("failed to allocate memory to read it");
+        return RefuseMemory();
     }
     if (Compare(file.fingerprint) != 0 || CheckState(file) != 0 ||
         CheckSharedWord(file.state) != 0) {
         return -1;
     }
     Restore(file);
-    Warn("Notice: checkpoint ", path, ": the training goes on after ", numResumed, " of ",
-         NumSteps(), Steps(), "!\n");
     return 0;
 }
 
@@ -159,7 +194,8 @@ bool TreeLearner::RunCheckpoint::IsDue(int done) const {
 
 // A forest with a missing tree is not saved: a later run would grow other trees in its place.
 void TreeLearner::RunCheckpoint::Take(int done, bool fLast) {
-    if (done == numWritten || learner.numGrown != done || !(fLast || IsDue(done))) return;
+    if (!fWrites || done == numWritten || learner.numGrown != done || !(fLast || IsDue(done)))
+        return;
     const double begin = Now();
     long* const word = learner.randGenerators[0];
     const CheckpointState state = {done, sylvora::Draws::StateNow(word), sharedStart,

@@ -45,7 +45,11 @@ class TreeLearner::RunCheckpoint {
     void DescribeProgram();
     void DescribeData();
     int Compare(const sylvora::Fingerprint& inFile) const;
+    bool AllAgree(bool fHere) const;
     int Resume();
+    int ReadBytes(std::string& bytes) const;
+    int TakeBytes(const std::string& bytes);
+    int RefuseMemory() const;
     int CheckState(const sylvora::Checkpoint& file) const;
     int CheckSharedWord(const sylvora::CheckpointState& state) const;
     void Restore(sylvora::Checkpoint& file);
@@ -57,6 +61,7 @@ class TreeLearner::RunCheckpoint {
 
     TreeLearner& learner;
     const RunEvaluation* const evaluation;  // null: nothing is evaluated
+    const bool fWrites;                     // false at all ranks but the first
     sylvora::Fingerprint fingerprint;
     long sharedStart = 0;  // the state word of the slots from 1 on, at the beginning
     int numResumed = 0;

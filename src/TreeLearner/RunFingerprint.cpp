@@ -4,15 +4,18 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <functional>
 #include <iterator>
 
 #include "../CheckIn/Parameters.h"
 #include "../Checkpoint/Digest.h"
 #include "../god/Report.h"
 #include "LossRun.h"
+#include "RankRun.h"
 #include "RunCheckpoint.h"
 #include "RunEvaluation.h"
 #include "TrainingRows.h"
+#include "base/Chunks.h"
 #include "base/WorkerPool.h"
 
 using sylvora::Digest;
@@ -107,16 +110,30 @@ Digest DigestByPieces(size_t numRows, sylvora::WorkerPool& pool, const AddPiece&
     return whole;
 }
 
-std::string DigestOfRows(const sylvora::engine::Matrix& rows, sylvora::WorkerPool& pool) {
-    const auto addPiece = [&rows](size_t begin, size_t end, Digest& digest) {
-        Digest own = digest;  // stays in registers
-        for (int column = 0; column < rows.NumColumns(); ++column) {
-            rows.ForColumn(column, static_cast<int>(begin), static_cast<int>(end),
-                           [&own](int, double value) { own.AddReal(value); });
+// The digests of all columns, of which a rank finds those of its own.
+std::vector<Digest> DigestsOfColumns(const sylvora::engine::Matrix& rows, sylvora::WorkerPool& pool,
+                                     const std::function<bool(int)>& isOwn) {
+    constexpr int kPieceRows = 1 << 14;
+    constexpr int kBlockRows = 256;  // read column by column while they are in the cache
+    const size_t numColumns = static_cast<size_t>(rows.NumColumns());
+    const sylvora::Chunks pieces = {rows.NumRows(), kPieceRows};
+    std::vector<Digest> pieceV(static_cast<size_t>(pieces.Num()) * numColumns);
+    pool.For(pieces.Num(), [&](int piece, int) {
+        Digest* const digests = pieceV.data() + static_cast<size_t>(piece) * numColumns;
+        for (int begin = pieces.Begin(piece); begin < pieces.End(piece); begin += kBlockRows) {
+            const int end = std::min(begin + kBlockRows, pieces.End(piece));
+            for (int column = 0; column < rows.NumColumns(); ++column) {
+                if (!isOwn(column)) continue;
+                Digest own = digests[column];  // stays in registers
+                rows.ForColumn(column, begin, end,
+                               [&own](int, double value) { own.AddReal(value); });
+                digests[column] = own;
+            }
         }
-        digest = own;
-    };
-    return DigestByPieces(static_cast<size_t>(rows.NumRows()), pool, addPiece).Figures();
+    });
+    std::vector<Digest> columnV(numColumns);
+    for (size_t i = 0; i < pieceV.size(); ++i) columnV[i % numColumns].Add(pieceV[i]);
+    return columnV;
 }
 
 // A stream that was seeded is the same wherever its seed is. One that goes on from earlier draws is
@@ -236,8 +253,14 @@ void TreeLearner::RunCheckpoint::DescribeData() {
     fingerprint.emplace_back("weightDigest", DigestOf(learner.numPairDistinctQueV, numRows));
     fingerprint.emplace_back("queryDigest", DigestOf(learner.queryIdV, numRows));
     fingerprint.emplace_back("predictionDigest", DigestOf(learner.predictV, numRows));
-    fingerprint.emplace_back("valueDigest",
-                             DigestOfRows(sylvora::TrainingRows(learner), *learner.workers));
+    RankRun* const rankRun = learner.rankRun.get();
+    std::vector<Digest> columnV =
+        DigestsOfColumns(sylvora::TrainingRows(learner), *learner.workers,
+                         [&](int column) { return rankRun == nullptr || rankRun->Owns(column); });
+    if (rankRun != nullptr) columnV = rankRun->GatherColumns(columnV);
+    Digest values;
+    for (const Digest& column : columnV) values.Add(column);
+    fingerprint.emplace_back("valueDigest", values.Figures());
     const bool fStops = evaluation != nullptr && learner.CfgInfo.earlyStop > 0;
     fingerprint.emplace_back("evaluationDigest",
                              fStops ? evaluation->DigestOfStop().Figures() : "none");

@@ -22,10 +22,10 @@ struct Multiplier {
     bool IsInRange(long word) const { return word > 0 && word < modulus; }
 
     // For `a` and `b` in range. Product(word, factor) equals Next(word).
-    long Product(long a, long b) const { return a * b % modulus; }
+    constexpr long Product(long a, long b) const { return a * b % modulus; }
 
     // The result of `count` calls of Next on a word in range, by repeated squaring.
-    long Jump(long word, long count) const {
+    constexpr long Jump(long word, long count) const {
         long power = factor;
         for (; count > 0; count /= 2) {
             if (count % 2 != 0) word = Product(word, power);
@@ -71,14 +71,76 @@ void Initialise(GeneratorState& state, long* word) {
     state.lastOutput = state.table[0];
 }
 
+// Deliberately, no slot of the table is ever refreshed: models depend on the fixed table.
+long OutputAfter(long output, const long* table, long second) {
+    const long next = table[output / kPerSlot] - second;
+    return next < 1 ? next + kLargest : next;
+}
+
 double DrawUnlocked(GeneratorState& state, long* word) {
     if (*word <= 0) Initialise(state, word);
     *word = kFirst.Next(*word);
     state.secondWord = kSecond.Next(state.secondWord);
-    // Deliberately, the slot is not refreshed with *word: models depend on the fixed table.
-    state.lastOutput = state.table[state.lastOutput / kPerSlot] - state.secondWord;
-    if (state.lastOutput < 1) state.lastOutput += kLargest;
+    state.lastOutput = OutputAfter(state.lastOutput, state.table, state.secondWord);
     return std::min(kScale * static_cast<double>(state.lastOutput), kBelowOne);
+}
+
+// An output depends on the one before, through a slot of the table, so one draw waits for the
+// other. But which of the 32 slots the first draw took is soon forgotten: two chains of outputs
+// that meet in a slot are the same from there on. So a block of draws is computed in runs side by
+// side; all but the first begin with a wrong output, and are corrected until they meet the right
+// chain.
+constexpr int kRuns = 4;
+constexpr int kRunDraws = 1024;
+constexpr int kBlockDraws = kRuns * kRunDraws;
+
+// The words that change with each draw.
+struct Chain {
+    long second, output;
+
+    void Step(const long* table) {
+        second = kSecond.Product(second, kSecond.factor);
+        output = OutputAfter(output, table, second);
+    }
+};
+
+// The next kBlockDraws outputs. The second word must be in range, the table too.
+void DrawBlock(GeneratorState& state, int* outputV) {
+    constexpr long kRunFactor = kSecond.Jump(1, kRunDraws);
+    Chain chainV[kRuns];
+    long secondV[kRuns];  // before each run
+    for (int r = 0; r < kRuns; ++r) {
+        secondV[r] = state.secondWord;
+        chainV[r] = {state.secondWord, state.lastOutput};
+        state.secondWord = kSecond.Product(state.secondWord, kRunFactor);
+    }
+    for (int i = 0; i < kRunDraws; ++i) {
+        for (int r = 0; r < kRuns; ++r) {
+            chainV[r].Step(state.table);
+            outputV[r * kRunDraws + i] = static_cast<int>(chainV[r].output);
+        }
+    }
+    for (int r = 1; r < kRuns; ++r) {
+        int* const runV = outputV + r * kRunDraws;
+        Chain right = {secondV[r], runV[-1]};
+        for (int i = 0; i < kRunDraws; ++i) {
+            right.Step(state.table);
+            if (runV[i] == right.output) break;
+            runV[i] = static_cast<int>(right.output);
+        }
+    }
+    state.lastOutput = outputV[kBlockDraws - 1];
+}
+
+// Whether outputs stay within [1, kLargest].
+bool IsTableInRange(const GeneratorState& state) {
+    return std::all_of(state.table, state.table + GeneratorState::kTableSize,
+                       [](long entry) { return entry >= 0 && entry <= kLargest; });
+}
+
+int IndexOf(long output, int n) {
+    const double deviate = std::min(kScale * static_cast<double>(output), kBelowOne);
+    return std::min(static_cast<int>(n * deviate), n - 1);
 }
 
 }  // namespace
@@ -165,17 +227,19 @@ void Draws::FisherYates(int n, int count, int* indexV) {
         indexV[i] = Index(n - i);
     }
     *word = kFirst.Jump(*word, count - i);
-    long second = state.secondWord;
-    long output = state.lastOutput;
-    for (; i < count; ++i) {
-        second = kSecond.Product(second, kSecond.factor);
-        output = state.table[output / kPerSlot] - second;
-        output += output < 1 ? kLargest : 0;
-        const double deviate = std::min(kScale * static_cast<double>(output), kBelowOne);
-        indexV[i] = std::min(static_cast<int>((n - i) * deviate), n - i - 1);
+    const bool fInRange = IsTableInRange(state);
+    int outputV[kBlockDraws];
+    for (; fInRange && count - i >= kBlockDraws; i += kBlockDraws) {
+        DrawBlock(state, outputV);
+        for (int k = 0; k < kBlockDraws; ++k) indexV[i + k] = IndexOf(outputV[k], n - i - k);
     }
-    state.secondWord = second;
-    state.lastOutput = output;
+    Chain chain = {state.secondWord, state.lastOutput};
+    for (; i < count; ++i) {
+        chain.Step(state.table);
+        indexV[i] = IndexOf(chain.output, n - i);
+    }
+    state.secondWord = chain.second;
+    state.lastOutput = chain.output;
 }
 
 }  // namespace sylvora

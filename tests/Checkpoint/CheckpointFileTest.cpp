@@ -54,7 +54,7 @@ class CheckpointFile : public testing::Test {
     }
     std::string FaultOf(const std::string& bytes) const {
         Checkpoint read;
-        return ReadCheckpoint(file.Fill(bytes), kNumColumns, read);
+        return ParseCheckpoint(bytes, kNumColumns, read);
     }
     // With the digest of the bytes before it.
     static std::string Signed(std::string bytes) {
@@ -66,7 +66,6 @@ class CheckpointFile : public testing::Test {
     }
 
     const TempFolder folder;
-    const MemoryFile file;
     Fingerprint fingerprint = {{"library", "1.2"}, {"empty", ""}, {"blanks", " a b "}};
     CheckpointState state;
     VecDle predictV;
@@ -78,7 +77,7 @@ class CheckpointFile : public testing::Test {
 // The bytes of a checkpoint that was read are those of the file.
 TEST_F(CheckpointFile, ReadsWhatWasWritten) {
     Checkpoint read;
-    ASSERT_EQ(ReadCheckpoint(file.Fill(text), kNumColumns, read), "");
+    ASSERT_EQ(ParseCheckpoint(text, kNumColumns, read), "");
     EXPECT_EQ(read.fingerprint, fingerprint);
     EXPECT_EQ(read.trees.coverVV, trees.coverVV);
     const std::string path = folder.Path("again");
@@ -162,7 +161,7 @@ TEST_F(CheckpointFile, NonsenseDoesNoHarm) {
             std::string nonsense = text;
             nonsense[at] = static_cast<char>(byte);
             Checkpoint read;
-            if (!ReadCheckpoint(file.Fill(Signed(nonsense)), kNumColumns, read).empty()) continue;
+            if (!ParseCheckpoint(Signed(nonsense), kNumColumns, read).empty()) continue;
             ++numRead;
             Draws draws(read.state.generator);
             int indexV[50];

@@ -24,8 +24,10 @@ typedef std::vector<double> Reals;
 const PairLoss kLosses[] = {PairLoss::kCrossEntropy, PairLoss::kHingeSquare};
 const double kInfinity = HUGE_VAL;
 
-struct Query {
+// One query, or several if there are ids.
+struct Queries {
     Reals labelV, scoreV;
+    std::vector<int> idV = {};
 };
 
 double CrossEntropy(double a, double b, double exponential) {
@@ -40,17 +42,19 @@ double HingeSquare(double a, double b, double d, double tau) {
     return d < -tau ? 0.5 * (-tau - d) : 0;
 }
 
-Reals Expected(PairLoss loss, double tau, const Query& query) {
+Reals Expected(PairLoss loss, double tau, const Queries& query) {
     const size_t numRows = query.labelV.size();
     Reals gradientV(numRows, 0.0), argumentV(numRows), exponentialV(numRows);
     for (size_t i = 0; i < numRows; ++i) {
         const double a = query.labelV[i];
-        for (size_t j = i + 1; j < numRows; ++j) {
+        size_t past = i + 1;
+        while (past < numRows && (query.idV.empty() || query.idV[past] == query.idV[i])) ++past;
+        for (size_t j = i + 1; j < past; ++j) {
             const double b = query.labelV[j], d = query.scoreV[i] - query.scoreV[j];
             argumentV[j] = (b > a ? -d : d) - tau * std::fabs(a - b);
         }
-        sylvora::ExpEach(argumentV.data() + i, exponentialV.data() + i, numRows - i);
-        for (size_t j = i + 1; j < numRows; ++j) {
+        sylvora::ExpEach(argumentV.data() + i, exponentialV.data() + i, past - i);
+        for (size_t j = i + 1; j < past; ++j) {
             const double b = query.labelV[j], d = query.scoreV[i] - query.scoreV[j];
             const double force = loss == PairLoss::kCrossEntropy
                                      ? CrossEntropy(a, b, exponentialV[j])
@@ -72,14 +76,17 @@ bool IsSame(const Reals& a, const Reals& b) {
 }
 
 // Names of kernels that this processor cannot run stand for the fastest one.
-void CheckKernels(const Query& query, double tau) {
+void CheckKernels(const Queries& query, double tau) {
     const int numRows = static_cast<int>(query.labelV.size());
+    const std::vector<int> idV =
+        query.idV.empty() ? std::vector<int>(query.labelV.size(), 7) : query.idV;
     for (const PairLoss loss : kLosses) {
         const Reals expectedV = Expected(loss, tau, query);
         for (const char* name : {"baseline", "avx2", "avx512"}) {
             const sylvora::PairForces forces = {loss, tau, &sylvora::kPairKernels.Choose(name)};
             Reals gradientV(query.labelV.size(), 0.0);
-            forces.Add(query.labelV.data(), query.scoreV.data(), numRows, gradientV.data());
+            forces.Add(idV.data(), query.labelV.data(), query.scoreV.data(), numRows,
+                       gradientV.data());
             ASSERT_TRUE(IsSame(gradientV, expectedV))
                 << forces.kernel->name << ", loss " << static_cast<int>(loss) << ", " << numRows
                 << " rows, tau " << tau;
@@ -118,9 +125,13 @@ TEST(PairForces, OfHostileQueriesAreTheFormulas) {
         std::mt19937 random(seed);
         const int labelKind = static_cast<int>(random() % 4);
         const int scoreKind = static_cast<int>(random() % 6);
-        const size_t numRows = random() % 40;
-        Query query;
+        const size_t numRows = random() % (random() % 8 == 0 ? 600 : 40);
+        const auto rowsOfQuery = 1 + random() % 40;  // on average
+        Queries query;
+        int id = 0;
         for (size_t i = 0; i < numRows; ++i) {
+            id += random() % rowsOfQuery == 0;
+            query.idV.push_back(id);
             query.labelV.push_back(HostileLabel(random, labelKind));
             query.scoreV.push_back(HostileScore(random, scoreKind));
         }
@@ -134,7 +145,7 @@ TEST(PairForces, NearMidpoints) {
     std::mt19937_64 random(3);
     std::uniform_real_distribution<double> place(-60, 60), argument(0.6932, 1.0986);
     for (int turn = 0; turn < 120 && !HasFatalFailure(); ++turn) {
-        Query query = {{1}, {place(random)}};  // each other row is in one pair only
+        Queries query = {{1}, {place(random)}};  // each other row is in one pair only
         while (query.labelV.size() < 65) {
             const double score = query.scoreV[0] - argument(random);
             const long double y = std::exp(static_cast<long double>(query.scoreV[0] - score));
@@ -154,7 +165,7 @@ TEST(PairForces, OfLargeQueriesAreTheFormulas) {
     std::mt19937 random(1);
     for (unsigned turn = 0; turn < Scaled(3) && !HasFatalFailure(); ++turn) {
         for (const int numRows : {2, 255, 256, 257, 264, 512, 700, 1500}) {
-            Query query;
+            Queries query;
             std::normal_distribution<double> normal(0, turn % 3 == 0 ? 1 : 12);
             for (int i = 0; i < numRows; ++i) {
                 query.labelV.push_back(static_cast<double>(random() % 5));

@@ -157,7 +157,7 @@ const std::vector<Variant> kSmallBlocks = {{1, 1, 64}, {2, 1, 17}, {3, 3, 64},
 TEST(ShareReading, IsThatOfOneProcess) {
     const TempFolder folder;
     int numRead = 0;
-    constexpr int kFiles = 120;
+    constexpr int kFiles = 90;
     for (unsigned seed = 0; seed < kFiles; ++seed) {
         const std::string text = RandomFile(seed + 1000, seed % 2 == 0 ? 0 : 30).Text();
         SCOPED_TRACE(text);

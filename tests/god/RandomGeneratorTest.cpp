@@ -95,7 +95,7 @@ TEST(RandomGenerator, OwnStreamsStartAsInANewProcess) {
 // FisherYates advances the state differently from ranz; draws and final state must be the same.
 TEST(RandomGenerator, DrawsInBulkAsOneByOne) {
     for (const long seed : {0L, -1L, -12345L, -2147483563L, -2147483564L, -9999999999L}) {
-        for (const int n : {1, 5, 1000}) {
+        for (const int n : {1, 5, 1000, 30000}) {
             long single = seed;
             long bulk = seed;
             std::vector<int> expected;

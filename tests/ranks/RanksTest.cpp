@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "../Support.h"
 #include "../differential/HostileSets.h"
 #include "../differential/Layouts.h"
 #include "DataSet.h"
@@ -159,6 +160,80 @@ TEST(Ranks, TrainAsOneProcess) {
         const Tuning tuning(seed % 5 == 0 ? "1" : "0", kTunings[seed % 4]);
         ExpectSame(set, kNumRanks[seed % 5], seed % 3 == 0 ? 4 : 1, seed);
     }
+}
+
+// Stops after some steps.
+struct Stopper {
+    int last;
+
+    static int Report(void* context, int done, int) {
+        return done >= static_cast<Stopper*>(context)->last ? 1 : 0;
+    }
+};
+
+// Trains with a checkpoint up to step `last`, or to the end. Returns the model file, "" without
+// one.
+std::string TrainOn(const Set& set, const std::string& checkpoint, int numRanks, int last,
+                    unsigned seed) {
+    const sylvora::tests::TempFolder folder;
+    std::mt19937 random(seed);
+    std::vector<int> ownerV;
+    for (size_t c = 0; c < set.rows[0].size(); ++c) {
+        ownerV.push_back(static_cast<int>(random() % static_cast<unsigned>(numRanks)));
+    }
+    const std::vector<int> statusV = RunRanks(numRanks, [&](Communicator& communicator) {
+        sylvora::Ranks ranks(communicator, ownerV);
+        CheckCfgCLS cfg = set.cfg;
+        cfg.fSetThread = true;
+        cfg.numThread = numRanks % 2 + 1;
+        cfg.fileCheckpoint = checkpoint;
+        std::string messages;
+        int status = cfg.CheckCfg();
+        cfg.fileModel = folder.Path("model");
+        const VecVecDle rows = OwnRows(set, ownerV, communicator.Rank());
+        const Layout layout(rows, Layout::kColumnMajor);
+        TreeLearner learner(cfg);
+        sylvora::RandomStream stream(5);
+        learner.setPackedTrees(true);
+        learner.trainingOptions.stream = &stream;
+        learner.trainingOptions.sink = Collect;
+        learner.trainingOptions.sinkContext = &messages;
+        learner.trainingOptions.ranks = &ranks;
+        Stopper stopper = {last};
+        if (last > 0 && communicator.Rank() == 0) learner.setProgress(Stopper::Report, &stopper);
+        if (status == 0) {
+            status = learner.DataBorrow(sylvora::DataSet::Make(layout.Block()), set.labels.data(),
+                                        static_cast<int>(set.labels.size()), set.queries.data(),
+                                        static_cast<int>(set.queries.size()));
+        }
+        if (status == 0) status = learner.ParamInit();
+        if (status == 0) status = learner.Boosting();
+        return status;
+    });
+    // A stop at one rank stops all.
+    EXPECT_TRUE(std::equal(statusV.begin() + 1, statusV.end(), statusV.begin()));
+    return statusV[0] != 0 ? "" : sylvora::tests::ReadFile(folder.Path("model"));
+}
+
+// Goes on from a checkpoint with other numbers of ranks, and threads.
+TEST(Ranks, GoOnFromACheckpointWithOtherRanks) {
+    const sylvora::tests::TempFolder folder;
+    const std::string checkpoint = folder.Path("checkpoint");
+    unsigned numTrained = 0;
+    for (unsigned seed = 1; seed <= hostile::Scaled(60) && !HasFailure(); ++seed) {
+        SCOPED_TRACE(seed);
+        Set set = MakeSet(seed);
+        if (set.unchecked != nullptr || set.prepared != nullptr) continue;
+        const std::string expected = TrainOn(set, "", 1, 0, seed);
+        if (expected.empty()) continue;
+        ++numTrained;
+        for (int numRanks = 1, last = 1; numRanks <= 4; ++numRanks, last += 2) {
+            TrainOn(set, checkpoint, numRanks, last, seed + static_cast<unsigned>(numRanks));
+        }
+        EXPECT_TRUE(TrainOn(set, checkpoint, 3, 0, seed) == expected);
+        std::remove(checkpoint.c_str());
+    }
+    EXPECT_GT(numTrained, hostile::Scaled(30));
 }
 
 }  // namespace

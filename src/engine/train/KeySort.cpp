@@ -10,8 +10,10 @@ namespace sylvora {
 namespace engine {
 namespace {
 
-constexpr size_t kSomeKeys = 768;
-constexpr int kDigitBits = 11;
+// Fewer keys than this are sorted by short digits.
+constexpr size_t kManyKeys = 768;
+constexpr int kShortDigit = 8;  // bits
+constexpr int kLongDigit = 11;
 
 // Comparing whole keys keeps the order within a rank, because items ascend on entry.
 template <typename Keys>
@@ -23,19 +25,34 @@ void SortFew(const RowKernels& kernels, Keys& keyV, Keys& other) {
     keyV.swap(other);
 }
 
-template <typename Keys>
+// A stable pass over the digit of kDigitBits bits at `shift`.
+template <int kDigitBits, typename Keys>
 void SortByDigit(const Keys& from, Keys& to, uint32_t lowest, int shift) {
     constexpr uint32_t kMask = (1u << kDigitBits) - 1;
-    size_t beginV[kMask + 1] = {};
+    uint32_t beginV[kMask + 1] = {};
     for (const uint64_t key : from) ++beginV[((RankOf(key) - lowest) >> shift) & kMask];
-    size_t begin = 0;
+    uint32_t begin = 0;
     // Turns counts into the first target position of each digit.
-    for (size_t& entry : beginV) {
-        const size_t count = entry;
+    for (uint32_t& entry : beginV) {
+        const uint32_t count = entry;
         entry = begin;
         begin += count;
     }
     for (const uint64_t key : from) to[beginV[((RankOf(key) - lowest) >> shift) & kMask]++] = key;
+}
+
+// Radix sort, lowest digit first. Passes above the highest digit of the range are skipped. The
+// result always ends in keyV.
+template <int kDigitBits, typename Keys>
+void SortByDigits(Keys& keyV, Keys& other) {
+    const auto [low, high] = std::minmax_element(keyV.begin(), keyV.end());
+    const uint32_t lowest = RankOf(*low);
+    const uint32_t range = RankOf(*high) - lowest;
+    other.resize(keyV.size());
+    for (int shift = 0; shift < 32 && (range >> shift) != 0; shift += kDigitBits) {
+        SortByDigit<kDigitBits>(keyV, other, lowest, shift);
+        keyV.swap(other);
+    }
 }
 
 }  // namespace
@@ -43,17 +60,12 @@ void SortByDigit(const Keys& from, Keys& to, uint32_t lowest, int shift) {
 template <typename Keys>
 void SortKeys(Keys& keyV, Keys& other) {
     const RowKernels& kernels = BestRowKernels();
-    if (keyV.size() <= static_cast<size_t>(kernels.fewKeys)) return SortFew(kernels, keyV, other);
-    if (keyV.size() <= kSomeKeys) return std::sort(keyV.begin(), keyV.end());
-    const auto [low, high] = std::minmax_element(keyV.begin(), keyV.end());
-    const uint32_t lowest = RankOf(*low);
-    const uint32_t range = RankOf(*high) - lowest;
-    other.resize(keyV.size());
-    // Radix sort, lowest digit first. Each pass is stable, and passes above the highest digit of
-    // the range are skipped. The result always ends in keyV.
-    for (int shift = 0; shift < 32 && (range >> shift) != 0; shift += kDigitBits) {
-        SortByDigit(keyV, other, lowest, shift);
-        keyV.swap(other);
+    if (keyV.size() <= static_cast<size_t>(kernels.fewKeys)) {
+        SortFew(kernels, keyV, other);
+    } else if (keyV.size() < kManyKeys) {
+        SortByDigits<kShortDigit>(keyV, other);
+    } else {
+        SortByDigits<kLongDigit>(keyV, other);
     }
 }
 

@@ -49,10 +49,12 @@ class Matrix {
             block->ForColumn(column, begin, end, visit);
         }
     }
-    // Whether all values of a column are equal, and none is a NaN. Ends at the first other value.
+    // Whether there are rows, with equal values in a column and no NaN. Ends at the first other
+    // value.
     bool IsConstant(int column) const {
         constexpr int kPiece = 256;
-        const double first = numRows > 0 ? At(0, column) : 0.0;
+        if (numRows == 0) return false;
+        const double first = At(0, column);
         bool fSame = true;
         for (int begin = 0; begin < numRows && fSame; begin += kPiece) {
             ForColumn(column, begin, std::min(begin + kPiece, numRows),

@@ -24,6 +24,12 @@ int List(const uint8_t* markV, uint8_t wanted, int first, int count, int* positi
     return num;
 }
 
+uint64_t MarkAtLeast(const uint64_t* keyV, uint64_t least) {
+    uint64_t marks = 0;
+    for (int i = 0; i < 64; ++i) marks |= static_cast<uint64_t>(keyV[i] >= least) << i;
+    return marks;
+}
+
 // An insertion sort.
 void SortFew(uint64_t* keyV, int count, uint64_t* sortedV) {
     // Invariant: sortedV[0..i) is sorted.
@@ -36,7 +42,7 @@ void SortFew(uint64_t* keyV, int count, uint64_t* sortedV) {
 
 }  // namespace
 
-const RowKernels kRowKernelsBaseline = {Split, List, SortFew, 24};
+const RowKernels kRowKernelsBaseline = {Split, List, MarkAtLeast, SortFew, 24};
 
 const RowKernels& BestRowKernels() {
     static const RowKernels& best = kRowKernels.Choose(nullptr);

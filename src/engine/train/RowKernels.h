@@ -20,6 +20,8 @@ struct RowKernels {
     // Lists first + i for each i in [0, count) with markV[i] == wanted, in order. Returns how many
     // these are.
     int (*list)(const uint8_t* markV, uint8_t wanted, int first, int count, int* positionV);
+    // Bit i of the result: whether keyV[i] >= least, for i in [0, 64). All are below 2^63.
+    uint64_t (*markAtLeast)(const uint64_t* keyV, uint64_t least);
     // Sorts few distinct keys, in time that grows with the square of `count`. keyV must have room
     // for kSlack more, which are overwritten.
     void (*sortFew)(uint64_t* keyV, int count, uint64_t* sortedV);

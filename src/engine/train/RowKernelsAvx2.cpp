@@ -79,6 +79,18 @@ int List(const uint8_t* markV, uint8_t wanted, int first, int count, int* positi
     return num;
 }
 
+uint64_t MarkAtLeast(const uint64_t* keyV, uint64_t least) {
+    constexpr int kKeys = 4;
+    const __m256i bound = _mm256_set1_epi64x(static_cast<long long>(least));
+    uint64_t below = 0;
+    for (int i = 0; i < 64; i += kKeys) {
+        const __m256i keys = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(keyV + i));
+        const int mask = _mm256_movemask_pd(_mm256_castsi256_pd(_mm256_cmpgt_epi64(bound, keys)));
+        below |= static_cast<uint64_t>(static_cast<unsigned>(mask)) << i;
+    }
+    return ~below;
+}
+
 // The place of a key is the number of keys below it. Counts for 16 keys at a time. The highest bit
 // is flipped, because the comparison is one of signed numbers.
 void SortFew(uint64_t* keyV, int count, uint64_t* sortedV) {
@@ -113,7 +125,7 @@ void SortFew(uint64_t* keyV, int count, uint64_t* sortedV) {
 
 }  // namespace
 
-const RowKernels kRowKernelsAvx2 = {Split, List, SortFew, 64};
+const RowKernels kRowKernelsAvx2 = {Split, List, MarkAtLeast, SortFew, 64};
 
 }  // namespace engine
 }  // namespace sylvora

@@ -45,6 +45,17 @@ int List(const uint8_t* markV, uint8_t wanted, int first, int count, int* positi
     return num;
 }
 
+uint64_t MarkAtLeast(const uint64_t* keyV, uint64_t least) {
+    constexpr int kKeys = 8;
+    const __m512i bound = _mm512_set1_epi64(static_cast<long long>(least));
+    uint64_t marks = 0;
+    for (int i = 0; i < 64; i += kKeys) {
+        const __mmask8 mask = _mm512_cmpge_epu64_mask(_mm512_loadu_si512(keyV + i), bound);
+        marks |= static_cast<uint64_t>(mask) << i;
+    }
+    return marks;
+}
+
 // The place of a key is the number of keys below it. Counts for 32 keys at a time.
 void SortFew(uint64_t* keyV, int count, uint64_t* sortedV) {
     constexpr int kKeys = 8;
@@ -75,7 +86,7 @@ void SortFew(uint64_t* keyV, int count, uint64_t* sortedV) {
 
 }  // namespace
 
-const RowKernels kRowKernelsAvx512 = {Split, List, SortFew, 128};
+const RowKernels kRowKernelsAvx512 = {Split, List, MarkAtLeast, SortFew, 128};
 
 }  // namespace engine
 }  // namespace sylvora

@@ -62,6 +62,21 @@ TEST(RowKernels, SortFewKeys) {
     }
 }
 
+TEST(RowKernels, MarkKeysAtLeastABound) {
+    std::mt19937_64 engine(1);
+    std::vector<uint64_t> keyV(64);
+    for (int round = 0; round < 100; ++round) {
+        for (uint64_t& key : keyV) key = engine() >> (1 + round % 60);
+        const uint64_t least = keyV[engine() % 64] + engine() % 2;
+        for (const char* name : kInstructionSetNames) {
+            const RowKernels* kernels = kRowKernels.Find(name);
+            if (kernels == nullptr) continue;
+            const uint64_t marks = kernels->markAtLeast(keyV.data(), least);
+            for (size_t i = 0; i < 64; ++i) ASSERT_EQ(marks >> i & 1, keyV[i] >= least) << name;
+        }
+    }
+}
+
 TEST(RowKernels, AgreeWithTheBaseline) {
     std::mt19937 engine(1);
     for (const char* name : kInstructionSetNames) {

@@ -118,6 +118,14 @@ void DescribeBins(const DistinctValues& distinct, Column& c) {
     }
 }
 
+// Describes a column with one value.
+void MakeConstant(double value, Column& c) {
+    c.fExact = c.fNarrow = c.fAllSeparable = true;
+    c.numBins = 1;
+    c.binFirstRankV = {0, 1};
+    c.fSeparableBinV = {1}, c.binValueV = {value};
+}
+
 // Returns the bin that most rows have, or -1 if it has less than kFrequentShare of them.
 int FindFrequentBin(const DistinctValues& distinct, size_t numRows, const Column& c) {
     for (int bin = 0; bin < c.numBins; ++bin) {
@@ -248,7 +256,8 @@ BinnedColumns::BinnedColumns(const BinnedColumns& whole, const Matrix& matrix,
       numCellsV(whole.numCellsV),
       columnV(whole.columnV.size()),
       groupV(whole.groupV.size()),
-      wideV(whole.wideV) {
+      wideV(whole.wideV),
+      varyingV(whole.varyingV) {
     if (fNan) return;
     constexpr int kRowCodes = 2;
     const int numGroups = static_cast<int>(groupV.size());
@@ -269,9 +278,13 @@ BinnedColumns::BinnedColumns(const BinnedColumns& whole, const Matrix& matrix,
 bool BinnedColumns::CodeColumn(int column, int rankBits, CodingBuffers& buffers) {
     ValueOrder& sorted = buffers.sorted;
     DistinctValues& distinct = buffers.distinct;
+    Column& c = columnV[static_cast<size_t>(column)];
+    if (values.IsConstant(column)) {
+        MakeConstant(values.At(0, column), c);
+        return true;
+    }
     if (!sorted.Load(values, column)) return false;
     distinct.Find(sorted);
-    Column& c = columnV[static_cast<size_t>(column)];
     if (distinct.Count() > static_cast<size_t>(maxBins)) {
         c.binFirstRankV = MakeBins(distinct, sorted.Count(), maxBins);
     }
@@ -295,7 +308,8 @@ void BinnedColumns::GroupNarrowColumns(WorkerPool& pool) {
     std::vector<NarrowColumn> narrowV;
     for (int column = 0; column < NumColumns(); ++column) {
         Column& c = columnV[static_cast<size_t>(column)];
-        if (!c.fNarrow) continue;
+        if (!c.IsConstant()) varyingV.push_back(column);
+        if (!c.fNarrow || c.IsConstant()) continue;
         narrowV.push_back({column, c.numBins, std::move(c.code8V)});
         c.code8V = LargeArray<uint8_t>();
     }

@@ -40,7 +40,8 @@ struct ColumnShape {
     bool fExact = false;
     // Whether all neighbouring values are separable.
     bool fAllSeparable = false;
-    // At most 256 bins, all exact. The bins of the rows are in a group.
+    // At most 256 bins, all exact. The bins of the rows are in a group, unless the column is
+    // constant.
     bool fNarrow = false;
     // The position in a row of the row codes: of a narrow column its group, of a wide one its
     // number among the wide columns.
@@ -65,6 +66,10 @@ struct ColumnShape {
     // joined.
     int NumBins(int shift) const { return fExact ? numBins : ((numBins - 1) >> shift) + 1; }
 
+    // Whether all rows have the same value. Nothing is stored by row then, and no split is in the
+    // column.
+    bool IsConstant() const { return fExact && numBins == 1; }
+
     // The 8-bit code of a rank.
     int Code8Of(uint32_t rank) const {
         const auto past = std::upper_bound(binFirstRankV.begin(), binFirstRankV.end(), rank);
@@ -73,7 +78,7 @@ struct ColumnShape {
 };
 
 struct Column : ColumnShape {
-    // By row: the 8-bit code. Empty in a narrow column, as its bins are in the group.
+    // By row: the 8-bit code. Empty in a narrow column, whose bins are in the group.
     LargeArray<uint8_t> code8V;
     // By row: the rank. Empty in a narrow column.
     RowRanks ranks;
@@ -131,7 +136,10 @@ class BinnedColumns {
     int MostBins() const { return maxBins; }
     // The number of cells of a histogram with 2^shift bins joined, 2^shift <= MostBins().
     size_t NumCells(int shift) const { return numCellsV[static_cast<size_t>(shift)]; }
-    // The group of a narrow column, and the bins of the group's codes in the column.
+    // The columns that are not constant.
+    const std::vector<int>& VaryingColumns() const { return varyingV; }
+    // The group of a narrow column, and the bins of the group's codes in the column. Not of a
+    // constant one.
     const ColumnGroup& GroupOf(const Column& column) const {
         return groupV[static_cast<size_t>(column.codeIndex)];
     }
@@ -148,6 +156,7 @@ class BinnedColumns {
     uint32_t Rank(int column, int row) const {
         const Column& c = At(column);
         const size_t r = static_cast<size_t>(row);
+        if (c.IsConstant()) return 0;
         if (c.fNarrow) return BinsOfCodes(c)[GroupOf(c).codeV[r]];
         return c.ranks.At(r, c.code8V[r]);
     }
@@ -171,6 +180,7 @@ class BinnedColumns {
     std::vector<Column> columnV;
     std::vector<ColumnGroup> groupV;
     std::vector<int> wideV;  // columns by codeIndex
+    std::vector<int> varyingV;
     RowCodes<uint8_t> groupRows;
     RowCodes<uint16_t> wideRows;
 };

@@ -145,6 +145,7 @@ void HistogramFiller::ChooseTargets(const std::vector<int>& columns, Histogram& 
     std::fill(fTargetV.begin(), fTargetV.end(), uint8_t{0});
     for (const int id : columns) {
         const Column& column = data.At(id);
+        if (column.IsConstant()) continue;
         const size_t index = static_cast<size_t>(column.codeIndex);
         if (!column.fNarrow) {
             const int shift = column.fExact ? 0 : histogram.shift;
@@ -237,7 +238,8 @@ void HistogramFiller::AddTargets(int count, const std::vector<Target>& targetV,
 void HistogramFiller::SpreadJointCells(const std::vector<int>& columns, Histogram& histogram) {
     for (const int id : columns) {
         const Column& column = data.At(id);
-        if (column.fNarrow) cellsOfColumnV[static_cast<size_t>(id)] = histogram.Of(column);
+        if (!column.fNarrow || column.IsConstant()) continue;
+        cellsOfColumnV[static_cast<size_t>(id)] = histogram.Of(column);
     }
     for (const Target& target : groupTargetV) {
         const ColumnGroup& group = data.Groups()[static_cast<size_t>(target.codeIndex)];

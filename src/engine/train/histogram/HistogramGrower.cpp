@@ -91,7 +91,7 @@ HistogramGrower::OpenNode HistogramGrower::MakeRoot() {
         root.gradAll = std::accumulate(rows.gradV.begin(), rows.gradV.end(), 0.0);
     };
     OpenNode open;
-    if (root.countDoc <= tuning.smallNode) {
+    if (root.countDoc <= tuning.smallNode || data.VaryingColumns().empty()) {
         addUp();
         for (size_t i = 0; i < rows.gradV.size(); ++i) {
             open.total += fixed.ToCell(rows.gradV[i], rows.weightV.empty() ? 1 : rows.weightV[i]);
@@ -100,7 +100,7 @@ HistogramGrower::OpenNode HistogramGrower::MakeRoot() {
         const BackgroundTask sum(pool, addUp);
         open.histogram = histogramPool.CountShared(SearchSliceOf(root),
                                                    ShiftFor(root.countDoc, data.MostBins()));
-        const Column& any = data.At(0);
+        const Column& any = data.At(data.VaryingColumns()[0]);
         const int numBins = open.histogram->NumBins(any);
         for (int bin = 0; bin < numBins; ++bin) open.total += open.histogram->Of(any)[bin];
     }
@@ -242,7 +242,8 @@ const Histogram* HistogramGrower::CountOwn(const OpenNode& open, const RowSet& n
                                            bool fNarrowOnly, Worker& worker) {
     worker.columnV.clear();
     for (const int id : open.columnV) {
-        if (data.At(id).fNarrow || !fNarrowOnly) worker.columnV.push_back(id);
+        const Column& column = data.At(id);
+        if (!column.IsConstant() && (column.fNarrow || !fNarrowOnly)) worker.columnV.push_back(id);
     }
     if (worker.columnV.empty()) return nullptr;
     Histogram& own = worker.own;

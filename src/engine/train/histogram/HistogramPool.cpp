@@ -37,8 +37,6 @@ RowSet SubRange(const RowSet& rows, int begin, int end) {
 HistogramPool::HistogramPool(const BinnedColumns& columns, const FixedPoint& fixedPoint,
                              WorkerPool& workers, int rowsOfChunk)
     : data(columns), fixed(fixedPoint), pool(workers), chunkRows(std::max(rowsOfChunk, 1)) {
-    allColumnV.resize(static_cast<size_t>(data.NumColumns()));
-    std::iota(allColumnV.begin(), allColumnV.end(), 0);
     for (int w = 0; w < pool.NumWorkers(); ++w) {
         fillerV.push_back(std::make_unique<HistogramFiller>(data));
     }
@@ -81,7 +79,7 @@ void HistogramPool::Release(std::unique_ptr<Histogram> histogram) {
 std::unique_ptr<Histogram> HistogramPool::Count(const RowSet& rows, int shift,
                                                 HistogramFiller& filler) {
     std::unique_ptr<Histogram> histogram = Acquire(shift);
-    filler.Add(rows, fixed, allColumnV, *histogram);
+    filler.Add(rows, fixed, data.VaryingColumns(), *histogram);
     return histogram;
 }
 
@@ -97,7 +95,7 @@ std::unique_ptr<Histogram> HistogramPool::CountShared(const RowSet& rows, int sh
         if (!part) part = Acquire(shift);
         FillerOf(worker).Add(SubRange(rows, PartBegin(rows.count, numChunks, chunk),
                                       PartBegin(rows.count, numChunks, chunk + 1)),
-                             fixed, allColumnV, *part);
+                             fixed, data.VaryingColumns(), *part);
     });
     partV.erase(std::remove(partV.begin(), partV.end(), nullptr), partV.end());
     Histogram& sum = *partV[0];

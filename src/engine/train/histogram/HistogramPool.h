@@ -25,7 +25,8 @@ class HistogramPool {
     // The filler of one worker.
     HistogramFiller& FillerOf(int worker) { return *fillerV[static_cast<size_t>(worker)]; }
 
-    // Counts the rows in all columns, with 2^shift bins joined, using the worker's own filler.
+    // Counts the rows in all columns that vary, with 2^shift bins joined, using the worker's own
+    // filler.
     std::unique_ptr<Histogram> Count(const RowSet& rows, int shift, HistogramFiller& filler);
     // The same, with the help of idle workers.
     std::unique_ptr<Histogram> CountShared(const RowSet& rows, int shift);
@@ -45,7 +46,6 @@ class HistogramPool {
     WorkerPool& pool;
     // Rows that a worker counts at once.
     const int chunkRows;
-    std::vector<int> allColumnV;
     std::vector<std::unique_ptr<HistogramFiller>> fillerV;
     std::vector<std::unique_ptr<Histogram>> freeV;
     std::mutex mutex;  // guards freeV

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "base/Chunks.h"
+#include "base/Gather.h"
 #include "engine/train/RankedWalk.h"
 #include "engine/train/RowKernels.h"
 
@@ -13,8 +14,11 @@ namespace engine {
 namespace {
 
 constexpr int kChunkRows = 8192;
-constexpr int kTogether = 8;  // rows that walk side by side, to overlap their loads
-constexpr int kAhead = 32;    // rows prefetched
+constexpr int kWalkRows = 16384;  // rows that walk down together
+constexpr int kTogether = 8;      // rows that walk side by side, to overlap their loads
+constexpr int kFewRows = 32;      // fewer walk on their own
+constexpr int kBlockRows = 512;
+constexpr int kAhead = 32;  // rows prefetched
 
 // A node as the walk needs it. A leaf's children are the leaf itself. The row's bin decides its
 // side, unless it is the bin that holds the threshold.
@@ -34,19 +38,21 @@ static_assert(sizeof(WalkNode) == 32, "a node is found by a shift");
 WalkNode MakeWalkNode(const GrownNode& node, int self, const BinnedColumns& data) {
     static constexpr uint8_t kAnyBins[kGroupCodes] = {};
     const bool fLeaf = node.splitFea < 0;
-    const Column& column = data.At(fLeaf ? 0 : node.splitFea);
     WalkNode walk = {};
     walk.childV[0] = fLeaf ? self : node.rson;
     walk.childV[1] = fLeaf ? self : node.lson;
+    walk.binOfCodeV = kAnyBins;
+    walk.unsureBin = ~uint32_t{0};
+    if (fLeaf) return walk;
+    const Column& column = data.At(node.splitFea);
     walk.fWide = !column.fNarrow;
     walk.codeAt = static_cast<uint32_t>(column.codeIndex) << walk.fWide;
-    walk.binOfCodeV = column.fNarrow ? data.BinsOfCodes(column) : kAnyBins;
+    if (column.fNarrow) walk.binOfCodeV = data.BinsOfCodes(column);
     const auto past =
         std::upper_bound(column.binValueV.begin(), column.binValueV.end(), node.splitElemFea);
-    // A leaf has no threshold; its -1 may be below all values.
-    walk.bin =
-        static_cast<uint32_t>(std::max<std::ptrdiff_t>(past - column.binValueV.begin(), 1) - 1);
-    walk.unsureBin = column.fExact || fLeaf ? ~uint32_t{0} : walk.bin;
+    // The lowest value is at or below every threshold.
+    walk.bin = static_cast<uint32_t>(past - column.binValueV.begin() - 1);
+    if (!column.fExact) walk.unsureBin = walk.bin;
     return walk;
 }
 
@@ -66,16 +72,26 @@ class Walker {
         }
     }
 
-    // Walks the rows of [begin, end) that are 0 in fInTreeV.
+    // Walks the rows of [begin, end) that are 0 in fInTreeV. They go down together, node by node,
+    // as long as there are many: then their codes in a column lie close together, and no row waits
+    // for its own last step.
     void WalkUnmarked(int begin, int end, const LargeArray<uint8_t>& fInTreeV) const {
-        int rowV[kChunkRows + RowKernels::kSlack];
-        const int num = BestRowKernels().list(fInTreeV.data() + begin, 0, begin, end - begin, rowV);
-        for (int i = 0; i < num; i += kTogether) {
-            for (int k = i + kAhead; k < std::min(i + kAhead + kTogether, num); ++k) {
-                __builtin_prefetch(data.GroupRows().Row(rowV[k]));
-                __builtin_prefetch(data.WideRows().Row(rowV[k]));
+        int rowV[kWalkRows + RowKernels::kSlack];
+        std::vector<Slice> sliceV(nodeV.size());  // of rowV, by node
+        sliceV[0] = {0, kernels.list(fInTreeV.data() + begin, 0, begin, end - begin, rowV)};
+        // Children come after their parents.
+        for (size_t k = 0; k < nodeV.size(); ++k) {
+            const GrownNode& node = nodeV[k];
+            const auto [first, count] = sliceV[k];
+            if (node.splitFea < 0) {
+                for (int i = first; i < first + count; ++i) predictV[rowV[i]] += stepV[k];
+            } else if (count >= kFewRows) {
+                const int numLeft = Partition(node, walkV[k], rowV + first, count);
+                sliceV[static_cast<size_t>(node.lson)] = {first, numLeft};
+                sliceV[static_cast<size_t>(node.rson)] = {first + numLeft, count - numLeft};
+            } else {
+                WalkFew(static_cast<int>(k), rowV + first, count);
             }
-            WalkTogether(rowV + i, std::min(kTogether, num - i));
         }
     }
 
@@ -101,6 +117,67 @@ class Walker {
         const uint8_t* codes[2];
     };
 
+    // Rows of a chunk.
+    struct Slice {
+        int begin = 0;
+        int count = 0;
+    };
+
+    // Moves the rows that go left to the front, and returns their number. Rows stay in order.
+    int Partition(const GrownNode& node, const WalkNode& walk, int* rowV, int count) const {
+        int rightV[kWalkRows], sideVV[2][kBlockRows + RowKernels::kSlack];
+        uint8_t fLeftV[kBlockRows];
+        int numLeft = 0;
+        for (int i = 0; i < count; i += kBlockRows) {
+            const int num = std::min(kBlockRows, count - i);
+            MarkLeft(node, walk, rowV + i, num, fLeftV);
+            const int left = kernels.split(rowV + i, fLeftV, num, sideVV[0], sideVV[1]);
+            std::copy_n(sideVV[1], num - left, rightV + i - numLeft);
+            std::copy_n(sideVV[0], left, rowV + numLeft);
+            numLeft += left;
+        }
+        std::copy_n(rightV, count - numLeft, rowV + numLeft);
+        return numLeft;
+    }
+
+    // Marks which rows of a block go left. The 8-bit code decides, but of a wide column not the
+    // code of the threshold's bin: such rows need their rank, and of that bin their value.
+    void MarkLeft(const GrownNode& node, const WalkNode& walk, const int* rowV, int num,
+                  uint8_t* fLeftV) const {
+        const Column& column = data.At(node.splitFea);
+        const uint8_t* codes =
+            column.fNarrow ? data.GroupOf(column).codeV.data() : column.code8V.data();
+        const int code = static_cast<int>(walk.bin) >> column.code8Shift;
+        uint8_t codeV[kBlockRows];
+        Gather(codes, rowV, num, codeV);
+        if (column.fNarrow) {
+            for (int i = 0; i < num; ++i) fLeftV[i] = walk.binOfCodeV[codeV[i]] <= code;
+            return;
+        }
+        uint8_t fUnsureV[kBlockRows];
+        for (int i = 0; i < num; ++i) fLeftV[i] = codeV[i] < code;
+        for (int i = 0; i < num; ++i) fUnsureV[i] = codeV[i] == code;
+        int unsureV[kBlockRows + RowKernels::kSlack];
+        const int numUnsure = kernels.list(fUnsureV, 1, 0, num, unsureV);
+        const uint32_t first = column.binFirstRankV[walk.bin];
+        const uint32_t past = column.binFirstRankV[walk.bin + 1];
+        for (int k = 0; k < numUnsure; ++k) {
+            const int row = rowV[unsureV[k]];
+            const uint32_t rank =
+                column.ranks.At(static_cast<size_t>(row), static_cast<size_t>(code));
+            const bool fOfBin = rank >= first && rank < past && !column.fExact;
+            fLeftV[unsureV[k]] =
+                fOfBin ? data.Value(row, node.splitFea) <= node.splitElemFea : rank < past;
+        }
+    }
+
+    // Walks a few rows from a node on, each on its own.
+    void WalkFew(int from, const int* rowV, int num) const {
+        for (int i = 0; i < num; i += kTogether) {
+            WalkTogether(from, rowV + i, std::min(kTogether, num - i));
+        }
+    }
+
     // Returns the child that the row goes to, or the leaf itself.
     int Next(int at, int row, const CodedRow& coded) const {
         const WalkNode& node = walkV[static_cast<size_t>(at)];
@@ -115,19 +192,21 @@ class Walker {
 
     // Takes all rows one level down before the next level. Rows that have reached a leaf stay
     // there.
-    void WalkTogether(const int* rowV, int num) const {
+    void WalkTogether(int from, const int* rowV, int num) const {
         CodedRow codedV[kTogether];
-        int atV[kTogether] = {};
+        int atV[kTogether];
+        std::fill_n(atV, kTogether, from);
         for (int i = 0; i < num; ++i) {
             codedV[i] = {{data.GroupRows().Row(rowV[i]),
                           reinterpret_cast<const uint8_t*>(data.WideRows().Row(rowV[i]))}};
         }
-        for (int level = 0; level < depth; ++level) {
+        for (int level = nodeV[static_cast<size_t>(from)].depth; level < depth; ++level) {
             for (int i = 0; i < num; ++i) atV[i] = Next(atV[i], rowV[i], codedV[i]);
         }
         for (int i = 0; i < num; ++i) predictV[rowV[i]] += stepV[atV[i]];
     }
 
+    const RowKernels& kernels = BestRowKernels();
     const std::vector<GrownNode>& nodeV;
     // By node: what to add to a row's prediction.
     const double* stepV;
@@ -190,8 +269,9 @@ void StepPredictions(const HistogramGrower& grower, const BinnedColumns& data, W
     }
     StepSlices(grower, pool, stepV, predictV);
     if (grower.Rows().size() == static_cast<size_t>(numRows)) return;
-    pool.For(chunks.Num(), [&](int chunk, int) {
-        walker.WalkUnmarked(chunks.Begin(chunk), chunks.End(chunk), grower.RowMarks());
+    const Chunks walks = {numRows, kWalkRows};
+    pool.For(walks.Num(), [&](int chunk, int) {
+        walker.WalkUnmarked(walks.Begin(chunk), walks.End(chunk), grower.RowMarks());
     });
 }
 

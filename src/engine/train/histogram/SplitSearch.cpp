@@ -71,14 +71,16 @@ SearchResult<Candidate> SplitSearch::Search(const SearchTask& task) {
     return result;
 }
 
-// Skips duplicate columns: the lower slot has the same splits with the same scores, and wins the
-// ties.
+// Skips constant columns, which have no split, and duplicates: the lower slot has the same splits
+// with the same scores, and wins the ties.
 void SplitSearch::ChooseSlots(const SearchTask& task) {
     slotV.clear();
     // No exception may leave marks behind.
     slotV.reserve(static_cast<size_t>(task.numSlots));
     for (int slot = 0; slot < task.numSlots; ++slot) {
-        uint8_t& fTaken = fTakenV[static_cast<size_t>(data.At(task.columnV[slot]).firstDuplicate)];
+        const Column& column = data.At(task.columnV[slot]);
+        if (column.IsConstant()) continue;
+        uint8_t& fTaken = fTakenV[static_cast<size_t>(column.firstDuplicate)];
         if (fTaken == 0) slotV.push_back(slot);
         fTaken = 1;
     }

@@ -1,9 +1,8 @@
 // Reference scores of single splits; see TieBreak.h.
 #include "TieBreak.h"
 
-#include <numeric>
-
-#include "Sort.h"
+#include "engine/train/KeySort.h"
+#include "engine/train/ReferenceOrder.h"
 
 namespace sylvora {
 namespace engine {
@@ -13,8 +12,8 @@ Candidate TieBreak::Choose(const GrownNode& node, const RowSlice& rows,
     const Candidate* best = nullptr;
     double bestScore = 0.0;
     for (const Candidate& candidate : candidateV) {
-        Sort(candidate.column, rows);
-        const double score = ReferenceScore(node, rows, candidate.lastRank);
+        const int numLeft = SortLeft(candidate, rows);
+        const double score = ReferenceScore(node, rows, numLeft);
         if (best != nullptr && !(score > bestScore)) continue;
         best = &candidate;
         bestScore = score;
@@ -24,31 +23,33 @@ Candidate TieBreak::Choose(const GrownNode& node, const RowSlice& rows,
     return chosen;
 }
 
-// R_tsort_I only compares, so ranks end up in the same order as the values would.
-void TieBreak::Sort(int id, const RowSlice& rows) {
-    const Column& column = data.At(id);
-    const size_t count = static_cast<size_t>(rows.count);
-    rankV.resize(count);
-    orderV.resize(count);
-    std::iota(orderV.begin(), orderV.end(), 0);
+// Brings the candidate's left rows into the reference order, and returns their number.
+int TieBreak::SortLeft(const Candidate& candidate, const RowSlice& rows) {
+    const Column& column = data.At(candidate.column);
+    keyV.resize(static_cast<size_t>(rows.count + kReferenceOrderSlack));
+    int numLeft = 0;
+    const auto set = [&](int i, uint32_t rank) {
+        keyV[static_cast<size_t>(i)] = KeyOf(rank, i);
+        numLeft += rank <= candidate.lastRank;
+    };
     if (column.fNarrow) {
         const uint8_t* codes = data.GroupOf(column).codeV.data();
         const uint8_t* binOfCodeV = data.BinsOfCodes(column);
-        for (size_t i = 0; i < count; ++i) rankV[i] = binOfCodeV[codes[rows.rowV[i]]];
+        for (int i = 0; i < rows.count; ++i) set(i, binOfCodeV[codes[rows.rowV[i]]]);
     } else {
-        for (size_t i = 0; i < count; ++i) rankV[i] = data.Rank(id, rows.rowV[i]);
+        for (int i = 0; i < rows.count; ++i) set(i, data.Rank(candidate.column, rows.rowV[i]));
     }
-    R_tsort_I(rankV.data(), orderV.data(), 1, rows.count);
+    SortFirst(keyV.data(), rows.count, numLeft);
+    return numLeft;
 }
 
 // The sums and their order are those of ScanColumn in src/Node/SplitScan.cpp.
-double TieBreak::ReferenceScore(const GrownNode& node, const RowSlice& rows,
-                                uint32_t lastRank) const {
+double TieBreak::ReferenceScore(const GrownNode& node, const RowSlice& rows, int numLeft) const {
     double gradL = 0.0;
     int wgtL = 0;
     double gradR = node.gradAll;
-    for (size_t i = 0; i < rankV.size() && rankV[i] <= lastRank; ++i) {
-        const size_t at = static_cast<size_t>(orderV[i]);
+    for (int i = 0; i < numLeft; ++i) {
+        const size_t at = static_cast<size_t>(ItemOf(keyV[static_cast<size_t>(i)]));
         gradL += rows.gradV[at];
         gradR -= rows.gradV[at];
         wgtL += rows.weightV != nullptr ? rows.weightV[at] : 1;

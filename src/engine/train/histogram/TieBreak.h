@@ -2,18 +2,20 @@
 #ifndef SYLVORA_ENGINE_TRAIN_HISTOGRAM_TIEBREAK_H
 #define SYLVORA_ENGINE_TRAIN_HISTOGRAM_TIEBREAK_H
 
+#include <cstdint>
 #include <vector>
 
 #include "BinScan.h"
 #include "BinnedColumns.h"
+#include "base/LargeArray.h"
 #include "engine/train/GrownTree.h"
 #include "engine/train/RowSets.h"
 
 namespace sylvora {
 namespace engine {
 
-// Sorts a node's rows by their ranks, which permutes them like their values, and adds up only as
-// far as the candidates lie. Not thread-safe: each worker has its own.
+// Sorts a node's rows by their ranks, which permutes them like their values, and adds them up: both
+// only as far as the candidates lie. Not thread-safe: each worker has its own.
 class TieBreak {
   public:
     explicit TieBreak(const BinnedColumns& columns) : data(columns) {}
@@ -25,12 +27,11 @@ class TieBreak {
                      const std::vector<Candidate>& candidateV);
 
   private:
-    void Sort(int column, const RowSlice& rows);
-    double ReferenceScore(const GrownNode& node, const RowSlice& rows, uint32_t lastRank) const;
+    int SortLeft(const Candidate& candidate, const RowSlice& rows);
+    double ReferenceScore(const GrownNode& node, const RowSlice& rows, int numLeft) const;
 
     const BinnedColumns& data;
-    std::vector<double> rankV;  // sorted
-    std::vector<int> orderV;    // positions in the slice, in the same order
+    LargeArray<uint64_t> keyV;  // of rank and position in the slice
 };
 
 }  // namespace engine

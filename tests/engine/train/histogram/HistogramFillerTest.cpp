@@ -79,6 +79,7 @@ TEST(HistogramFiller, CountsEachRowOnce) {
             filler.Add(rows, fixed, columnV, histogram);
             for (const int id : columnV) {
                 const Column& column = data.At(id);
+                if (column.IsConstant()) continue;
                 fFrequent = fFrequent || column.frequentBin >= 0;
                 for (const int row : rowV) {
                     int bin = 0;
