@@ -72,6 +72,10 @@ def kill():
     os.kill(os.getpid(), signal.SIGKILL)
 
 
+def stop():
+    os.kill(os.getpid(), signal.SIGSTOP)
+
+
 def fail():
     raise LookupError('one rank only')
 
@@ -198,6 +202,22 @@ class Cluster(unittest.TestCase):
         lossy = functools.partial(objective, self.marker(), kill)
         model = sylvora.dask.SylvoraRegressor(**params, objective=lossy).fit(chunked(X), chunked(Y))
         self.assertTrue(os.path.exists(self.marker()))
+        self.assertEqual(text_of(model), text_of(expected))
+
+    def test_worker_that_does_not_answer(self):
+        params = dict(SMALL, n_estimators=20)
+        expected = sylvora.SylvoraRegressor(
+            **params, objective=functools.partial(objective, '/', None)).fit(X, Y)
+        pids = self.client.run(os.getpid)
+        lossy = functools.partial(objective, self.marker(), stop)
+        model = sylvora.dask.SylvoraRegressor(**params, objective=lossy)
+        try:
+            with mock.patch.object(driver, '_SECONDS_OF_SILENCE', 5):
+                model.fit(chunked(X), chunked(Y))
+            self.assertTrue(os.path.exists(self.marker()))
+        finally:
+            for pid in pids.values():
+                os.kill(pid, signal.SIGCONT)
         self.assertEqual(text_of(model), text_of(expected))
 
     def test_gives_up(self):

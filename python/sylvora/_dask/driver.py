@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import time
 import uuid
 import warnings
 from collections.abc import Iterable, Sequence
@@ -17,10 +18,22 @@ _MOST_LOSSES = 5
 _SECONDS_BETWEEN = 0.5
 # For the other ranks to end, once one has failed.
 _SECONDS_TO_END = 10.0
+# A worker whose heartbeat the scheduler does not hear for so long is lost: it is stopped, say.
+_SECONDS_OF_SILENCE = 30.0
 
 
 class _WorkersLost(Exception):
-    """An attempt failed because workers have left."""
+    """An attempt failed because workers have left.
+
+    Attributes
+    ----------
+    silent : set of str
+        Those that are still known to the scheduler, but do not answer.
+    """
+
+    def __init__(self, silent: Iterable[str] = ()) -> None:
+        super().__init__()
+        self.silent = set(silent)
 
 
 class Driver:
@@ -48,6 +61,7 @@ class Driver:
         self._workers = None if workers is None else set(workers)
         self._parts = parts
         self._sizes = sizes
+        self._silent: set[str] = set()
 
     def train(self, plan: Plan) -> Fitted:
         """Train; if workers are lost, again with those that are left, from the first round on.
@@ -70,8 +84,9 @@ class Driver:
                 )
             try:
                 return self._locked_attempt(plan, addresses)
-            except _WorkersLost:
+            except _WorkersLost as lost:
                 losses += 1
+                self._silent |= lost.silent
                 if losses >= _MOST_LOSSES:
                     raise RuntimeError(
                         f"sylvora.dask: workers were lost in {losses} attempts, one after the "
@@ -81,7 +96,8 @@ class Driver:
     def _addresses(self) -> list[str]:
         """The workers to use, sorted."""
         there = self._client.scheduler_info()["workers"]
-        return sorted(a for a in there if self._workers is None or a in self._workers)
+        usable = set(there) if self._workers is None else self._workers & set(there)
+        return sorted(usable - self._silent)
 
     def _locked_attempt(self, plan: Plan, addresses: Sequence[str]) -> Fitted:
         """An attempt while no other training uses these workers: two that wait for each other's
@@ -106,6 +122,9 @@ class _Attempt:
         self._job = uuid.uuid4().hex
         self._futures: list[Any] = []  # whatever is to be cancelled at the end
         self._tasks: list[Any] = []
+        # The last heartbeat that the scheduler heard of each worker, and when we saw it first.
+        self._heard: dict[str, tuple[float, float]] = {}
+        self._silent: set[str] = set()
 
     def run(self, plan: Plan, parts: Sequence[Sequence[Any]]) -> Fitted:
         """Run; `parts` has those of each rank."""
@@ -135,7 +154,9 @@ class _Attempt:
 
     def _submit(self, plan: Plan, parts: Sequence[Sequence[Any]]) -> None:
         client = self._client
-        given = client.scatter(plan, broadcast=True, hash=False)
+        given = client.scatter(
+            plan, workers=list(self._addresses), broadcast=True, hash=False
+        )
         self._futures.append(given)
         for rank, address in enumerate(self._addresses):
             # A chunk whose worker is lost can be made by any other one.
@@ -179,9 +200,17 @@ class _Attempt:
                 pass
 
     def _check_workers(self) -> None:
-        there = self._client.scheduler_info()["workers"]
+        there, now = self._client.scheduler_info()["workers"], time.monotonic()
         if any(address not in there for address in self._addresses):
             raise _WorkersLost
+        for address in self._addresses:
+            beat = there[address]["last_seen"]
+            if address not in self._heard or self._heard[address][0] != beat:
+                self._heard[address] = (beat, now)
+            elif now - self._heard[address][1] > _SECONDS_OF_SILENCE:
+                self._silent.add(address)
+        if self._silent:
+            raise _WorkersLost(self._silent)
 
     def _result(self) -> Fitted:
         from distributed import CancelledError
@@ -204,7 +233,7 @@ class _Attempt:
     def _end(self) -> None:
         """Ends what still runs, on the workers that are left."""
         there = self._client.scheduler_info()["workers"]
-        left = [address for address in self._addresses if address in there]
+        left = [address for address in self._addresses if address in there.keys() - self._silent]
         try:
             if left:
                 self._client.run(forget, self._job, workers=left)

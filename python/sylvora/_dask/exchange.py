@@ -122,7 +122,8 @@ class Group:
             *(self._send(r, number, part) for r, part in enumerate(parts) if r != self.rank),
             *(self._arrival(number, r) for r in froms if r != self.rank),
         )
-        await asyncio.wait({work, self._lost}, return_when=asyncio.FIRST_COMPLETED)
+        either: set[asyncio.Future[Any]] = {work, self._lost}
+        await asyncio.wait(either, return_when=asyncio.FIRST_COMPLETED)
         if not work.done() or work.exception() is not None:
             self.cancel()
             work.add_done_callback(lambda ended: ended.cancelled() or ended.exception())

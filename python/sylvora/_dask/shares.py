@@ -68,9 +68,9 @@ def by_rows(X: Any) -> Any:
 
 def _chunks_like(data: Any, X: Any, argument: str) -> list[Any]:
     """The chunks of `data`, one per chunk of X."""
-    sizes = None if is_frame(X) else X.chunks[0]
+    sizes = () if is_frame(X) else X.chunks[0]
     if not is_frame(data):
-        known = sizes is not None and not any(map(math.isnan, (*sizes, *data.chunks[0])))
+        known = len(sizes) > 0 and not any(map(math.isnan, (*sizes, *data.chunks[0])))
         if known and data.chunks[0] != sizes:
             if sum(data.chunks[0]) != sum(sizes):
                 raise ValueError(
