@@ -1,8 +1,8 @@
 """Estimators that train and predict on a Dask cluster (needs dask and distributed).
 
-The classes have the names of those of `sylvora`, and their parameters. Data are arrays or dataframes
-of Dask, chunked by rows. The model is that of the class of `sylvora` on all rows, byte for byte: it
-does not depend on the chunks, or on the number of workers.
+The classes have the names of those of `sylvora`, and their parameters. Data are arrays or
+dataframes of Dask, chunked by rows. The model is that of the class of `sylvora` on all rows, byte
+for byte: it does not depend on the chunks, or on the number of workers.
 
 Examples
 --------

@@ -181,7 +181,7 @@ class _Attempt:
 
     def _wait(self) -> None:
         """Returns when all ranks have ended, or one has failed and the others had time to end."""
-        from distributed import TimeoutError, wait
+        from distributed import CancelledError, TimeoutError, wait
 
         running = list(self._tasks)
         while running:
@@ -191,12 +191,14 @@ class _Attempt:
                 )
             except TimeoutError:
                 self._check_workers()
+            except CancelledError:  # what a task needs was lost with a worker
+                break
             if any(task.status in ("error", "lost", "cancelled") for task in self._tasks):
                 break
         if running:
             try:
                 wait(running, timeout=_SECONDS_TO_END)
-            except TimeoutError:
+            except (TimeoutError, CancelledError):
                 pass
 
     def _check_workers(self) -> None:

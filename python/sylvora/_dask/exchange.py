@@ -1,8 +1,8 @@
 """Exchanges between the ranks of a training, which are tasks on workers of a Dask cluster.
 
-They use the connections of the workers themselves, and so their addresses and encryption. A message
-is a call of a handler of the other worker. All that a `Group` knows is touched by the worker's event
-loop alone; the thread that trains waits for it.
+They use the connections of the workers themselves, and so their addresses and encryption. A
+message is a call of a handler of the other worker. All that a `Group` knows is touched by the
+worker's event loop alone; the thread that trains waits for it.
 """
 
 from __future__ import annotations
@@ -142,8 +142,11 @@ class Group:
         peer = self._worker.rpc(self._addresses[rank])
         # Without a reply: the watch tells of a rank that is gone.
         await getattr(peer, _DELIVER)(
-            job=self.job, rank=self.rank, number=number, data=part if len(part) < _SMALL else to_serialize(part),
-            reply=False
+            job=self.job,
+            rank=self.rank,
+            number=number,
+            data=part if len(part) < _SMALL else to_serialize(part),
+            reply=False,
         )
 
     def _arrival(self, number: int, rank: int) -> asyncio.Future[Any]:
