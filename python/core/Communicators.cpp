@@ -69,8 +69,8 @@ int Exchange(void* context, const char* method, const void* mine, size_t mineByt
     View from(mine, mineBytes, false);
     View to(all, allBytes, true);
     const int status = Call(state, method, from, to.Get());
-    const bool fReleased = from.Release() & to.Release();
-    if (fReleased) return status;
+    const bool fFromReleased = from.Release();
+    if (to.Release() && fFromReleased) return status;
     PyErr_SetString(PyExc_BufferError, "An exchange must not keep the memory that it is given");
     state.error.Keep();
     return kFailed;

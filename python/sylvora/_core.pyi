@@ -8,7 +8,7 @@ from __future__ import annotations
 import builtins
 import os
 from collections.abc import Callable, Sequence
-from typing import Any, Optional, Protocol, TypeVar, final
+from typing import Any, Optional, Protocol, TypeVar, final, type_check_only
 
 # An object with the buffer protocol.
 _Buffer = Any
@@ -80,6 +80,7 @@ class Table:
     # column or of Arrow only: ValueError. IndexError if there is no such column.
     def select(self, order: Sequence[int], /) -> Table: ...
 
+@type_check_only
 class Communicator(Protocol):
     """How ranks exchange bytes: sylvora_communicator of the C interface. The views are of bytes,
     and can be used during the call only. Exceptions end the training at this rank."""
