@@ -8,7 +8,7 @@ from __future__ import annotations
 import builtins
 import os
 from collections.abc import Callable, Sequence
-from typing import Any, Optional, Protocol, TypeVar, final, type_check_only
+from typing import Any, Optional, Protocol, TypeVar, final
 
 # An object with the buffer protocol.
 _Buffer = Any
@@ -80,8 +80,7 @@ class Table:
     # column or of Arrow only: ValueError. IndexError if there is no such column.
     def select(self, order: Sequence[int], /) -> Table: ...
 
-@type_check_only
-class Communicator(Protocol):
+class _Communicator(Protocol):
     """How ranks exchange bytes: sylvora_communicator of the C interface. The views are of bytes,
     and can be used during the call only. Exceptions end the training at this rank."""
 
@@ -105,7 +104,7 @@ class Dataset:
     # sylvora_dataset_gather. An exception of the communicator ends the call, or the training on the
     # set, and is raised there.
     @classmethod
-    def gather(cls, communicator: Communicator, table: Table, /) -> Dataset: ...
+    def gather(cls, communicator: _Communicator, table: Table, /) -> Dataset: ...
     # rows: int32
     def subset(self, rows: _Buffer, /) -> Dataset: ...
     # Copies a column into float64 of one item per row; a missing value is -2147483648.

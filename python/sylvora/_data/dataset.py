@@ -82,7 +82,7 @@ class Dataset:
 
     @classmethod
     def _gathered(
-        cls, communicator: _core.Communicator, frame: Frame, missing: Optional[float]
+        cls, communicator: _core._Communicator, frame: Frame, missing: Optional[float]
     ) -> Dataset:
         """The rows of all ranks of a training, of which `frame` has those of this one.
 
