@@ -55,13 +55,13 @@ std::string DocumentRow(const ParameterRow& row) {
 
 }  // namespace
 
-std::string UsageText() {
-    return "Usage: sylvora CFG [-option value]...\n"
-           "       sylvora --help | --version\n";
+std::string UsageText(const std::string& program) {
+    return "Usage: " + program + " CFG [-option value]...\n       " + program +
+           " --help | --version\n";
 }
 
-std::string HelpText() {
-    std::string text = UsageText();
+std::string HelpText(const std::string& program) {
+    std::string text = UsageText(program);
     text +=
         "\nTrains tree ensembles, scores data with them and analyses them. CFG is a file of\n"
         "\"key = value\" lines; options override it. The parameter mode selects the task:\n\n";

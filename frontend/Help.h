@@ -6,11 +6,11 @@
 
 namespace sylvora::frontend {
 
-// The two usage lines, printed after a usage error.
-std::string UsageText();
+// The two usage lines of a program, printed after a usage error.
+std::string UsageText(const std::string& program);
 
 // The text of --help: usage, modes, and every parameter with its default and range.
-std::string HelpText();
+std::string HelpText(const std::string& program);
 
 // The text of --help=markdown, which is the content of docs/parameters.md.
 std::string ParametersDocument();

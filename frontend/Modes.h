@@ -6,6 +6,7 @@
 #include <string>
 
 #include "CheckIn.h"
+#include "Communicator.h"
 
 namespace sylvora::frontend {
 
@@ -13,10 +14,15 @@ namespace sylvora::frontend {
 struct Command {
     CheckCfgCLS cfg;
     std::string fileCfg;
+    Communicator* ranks = nullptr;  // that train together; null: one process
+
+    // Whether this process writes the files of the run.
+    bool IsWriter() const { return ranks == nullptr || ranks->Rank() == 0; }
 };
 
 // Checks and normalises the settings, trains on fileTrain and writes fileModel. If fileTest is set,
 // loads the written model and prints its test metrics; if filePred is set too, writes the scores.
+// Of several ranks, which all call it, rank 0 writes and prints.
 [[nodiscard]] int Train(Command& command);
 
 // Scores fileTest with fileModel into filePred and prints the metrics.

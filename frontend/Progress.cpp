@@ -8,6 +8,7 @@
 #include <iostream>
 #include <utility>
 
+#include "RankSettings.h"
 #include "StopSignals.h"
 #include "god/Report.h"
 
@@ -27,8 +28,9 @@ std::string Duration(double seconds) {
 
 }  // namespace
 
-ProgressLine::ProgressLine(TreeLearner& watched)
+ProgressLine::ProgressLine(TreeLearner& watched, Communicator* all)
     : learner(watched),
+      ranks(all),
       unit(watched.CfgInfo.modelType == "RandomForest" ? "tree " : "round "),
       fShown(::isatty(STDERR_FILENO) == 1 && !watched.CfgInfo.fPrint),
       start(Clock::now()),
@@ -47,15 +49,21 @@ ProgressLine::~ProgressLine() {
 int ProgressLine::Report(void* context, int done, int total) {
     ProgressLine& line = *static_cast<ProgressLine*>(context);
     const Clock::time_point now = Clock::now();
-    const bool fDue = done != line.lastDone && (done == total || line.widthDrawn == 0 ||
-                                                now - line.lastDrawn >= kRedrawInterval);
+    const bool fNew = done != line.lastDone;
+    const bool fDue =
+        fNew && (done == total || line.widthDrawn == 0 || now - line.lastDrawn >= kRedrawInterval);
     line.lastDone = done;
     if (line.numBefore < 0 && done > 0) line.numBefore = done - 1;
     if (line.fShown && fDue) {
         line.lastDrawn = now;
         line.Draw(done, total);
     }
-    return IsStopWanted() ? 1 : 0;
+    return line.MustStop(fNew) ? 1 : 0;
+}
+
+// All ranks report a new number, but only the one that writes reports it again.
+bool ProgressLine::MustStop(bool fNew) {
+    return ranks != nullptr && fNew ? IsStopWantedByAny(*ranks) : IsStopWanted();
 }
 
 // Ends with a carriage return, so that a message of the library overwrites the progress line

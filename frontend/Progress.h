@@ -7,6 +7,7 @@
 #include <streambuf>
 #include <string>
 
+#include "Communicator.h"
 #include "TreeLearner.h"
 
 namespace sylvora::frontend {
@@ -18,7 +19,8 @@ namespace sylvora::frontend {
 // Also ends the training if a signal asks the command to stop.
 class ProgressLine {
   public:
-    explicit ProgressLine(TreeLearner& watched);
+    // With `ranks`, which may be null, all ranks stop as soon as one of them wants to.
+    ProgressLine(TreeLearner& watched, Communicator* ranks);
     ~ProgressLine();
     ProgressLine(const ProgressLine&) = delete;
     ProgressLine& operator=(const ProgressLine&) = delete;
@@ -44,7 +46,10 @@ class ProgressLine {
         ProgressLine& line;
     };
 
+    bool MustStop(bool fNew);
+
     TreeLearner& learner;
+    Communicator* const ranks;
     const char* unit;  // what is counted: "round ", or "tree " for a forest
     bool fShown;
     Clock::time_point start;

@@ -16,12 +16,13 @@ constexpr int kStatusOfSignals = 128;  // the shells' convention: 128 plus the s
 // functions only, such as write and _exit.
 std::atomic<int> gNumLater{0};    // StopLater objects that exist
 std::atomic<int> gStopSignal{0};  // the recorded signal; 0: none
-static_assert(std::atomic<int>::is_always_lock_free);
+std::atomic<bool> gQuiet{false};
+static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
 
 void Stop(int signal) {
     if (gNumLater.load() > 0 && gStopSignal.exchange(signal) == 0) return;
     constexpr std::string_view kLine = "Notice: Stopped by a signal!\n";
-    static_cast<void>(!::write(STDERR_FILENO, kLine.data(), kLine.size()));
+    if (!gQuiet) static_cast<void>(!::write(STDERR_FILENO, kLine.data(), kLine.size()));
     ::_exit(kStatusOfSignals + signal);
 }
 
@@ -38,6 +39,10 @@ void CatchStopSignals() {
     }
 }
 
+void StopQuietly() {
+    gQuiet = true;
+}
+
 StopLater::StopLater() {
     ++gNumLater;
 }
@@ -52,6 +57,15 @@ bool IsStopWanted() {
 
 int StopStatus() {
     return kStatusOfSignals + gStopSignal.load();
+}
+
+int StopSignal() {
+    return gStopSignal.load();
+}
+
+void RecordStop(int signal) {
+    int none = 0;
+    gStopSignal.compare_exchange_strong(none, signal);
 }
 
 }  // namespace sylvora::frontend

@@ -10,6 +10,9 @@ namespace sylvora::frontend {
 // process was started to ignore (by nohup, for example) stays ignored.
 void CatchStopSignals();
 
+// A signal that ends the process immediately no longer writes a line.
+void StopQuietly();
+
 // While an object exists, the first signal is only recorded. Used around code that writes files or
 // that can end cleanly by itself: such code polls IsStopWanted() and returns early, or runs to its
 // end. The command then ends with StopStatus(). Objects may nest; the count is global.
@@ -26,6 +29,12 @@ bool IsStopWanted();
 
 // The exit status for that signal.
 int StopStatus();
+
+// The number of that signal; 0: none has arrived.
+int StopSignal();
+
+// Records a signal that has arrived at another rank, unless one has arrived here.
+void RecordStop(int signal);
 
 }  // namespace sylvora::frontend
 

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <filesystem>
 #include <limits>
+#include <memory>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -14,6 +15,8 @@
 #include "Modes.h"
 #include "Paths.h"
 #include "Progress.h"
+#include "RankSettings.h"
+#include "Ranks.h"
 #include "Scoring.h"
 #include "StopSignals.h"
 #include "TreeLearner.h"
@@ -21,6 +24,8 @@
 #include "claim.h"
 #include "god/Report.h"
 #include "reading/DataSet.h"
+#include "reading/RankedSets.h"
+#include "reading/ReadingThreads.h"
 #include "reading/RunSets.h"
 
 namespace sylvora::frontend {
@@ -79,6 +84,7 @@ int CheckPaths(const Command& command) {
         Warn("WARNING: filePred ", cfg.filePred, ": is not written without fileTest\n");
     }
     if (CheckDevelopment(cfg) != 0) return -1;
+    if (!command.IsWriter()) return CheckFiles(command, {});
     std::vector<NamedPath> outputV = ResultFiles(command);
     outputV.insert(outputV.begin(), {{"fileModel", cfg.fileModel},
                                      {"checkpoint", cfg.fileCheckpoint},
@@ -96,7 +102,8 @@ int CheckCheckpointFile(const std::string& path) {
 
 // Refuses settings that the library accepts, but that the command cannot carry out or the model
 // file cannot represent.
-int CheckSettings(const CheckCfgCLS& cfg) {
+int CheckSettings(const Command& command) {
+    const CheckCfgCLS& cfg = command.cfg;
     if (cfg.lossFunc == "USER") {
         return Fail(
             "ERROR: lossFunc USER: only a program that links the library can supply a loss\n");
@@ -127,9 +134,23 @@ int Seed(CheckCfgCLS& cfg) {
     return 0;
 }
 
-int LoadData(const CheckCfgCLS& cfg, TreeLearner& learner) {
-    std::vector<RunSet> setV = NameSets(cfg);
-    if (ReadSets(setV, cfg) != 0) return -1;
+// Reads the training set by all ranks; each gets the columns that it owns.
+int LoadColumns(Communicator& communicator, RankedSet& training, TreeLearner& learner,
+                std::vector<RunSet>& setV) {
+    ReadingThreads threads(AskedThreads(learner.CfgInfo));
+    if (ReadSets(setV, learner.CfgInfo, threads, communicator, training) != 0) return -1;
+    learner.trainingOptions.ranks = training.ranks.get();
+    for (size_t i = 1; i < setV.size(); ++i) {
+        if (HandOver(setV[i].data, setV[i].file, setV[i].type, learner) != 0) return -1;
+    }
+    if (HandOver(training, setV[0].file, learner) != 0) return -1;
+    return WaitForAll(communicator);
+}
+
+int LoadData(const Command& command, RankedSet& training, TreeLearner& learner) {
+    std::vector<RunSet> setV = NameSets(command.cfg);
+    if (command.ranks != nullptr) return LoadColumns(*command.ranks, training, learner, setV);
+    if (ReadSets(setV, command.cfg) != 0) return -1;
     // The training set goes last, because it determines the learner's dimension and classes.
     std::rotate(setV.begin(), setV.begin() + 1, setV.end());
     for (RunSet& set : setV) {
@@ -166,7 +187,8 @@ int CheckClasses(const CheckCfgCLS& cfg, const TreeLearner& learner) {
     return 0;
 }
 
-int Grow(const CheckCfgCLS& cfg, TreeLearner& learner) {
+int Grow(const Command& command, TreeLearner& learner) {
+    const CheckCfgCLS& cfg = command.cfg;
     // Needs the training data, whose number of classes bounds the labels of the map.
     if (ReadLabelMap(cfg.fileTran, learner) != 0) return -1;
     if (CheckClasses(cfg, learner) != 0 || CheckSample(learner) != 0 || learner.ParamInit() != 0)
@@ -177,7 +199,7 @@ int Grow(const CheckCfgCLS& cfg, TreeLearner& learner) {
             DefaultStopMetric({cfg.modelType, cfg.lossFunc, cfg.fRegCls == "CLS", cfg.quantile})};
     }
     const StopLater later;  // a signal now ends the training between two rounds
-    ProgressLine progress(learner);
+    ProgressLine progress(learner, command.ranks);
     return learner.Boosting();
 }
 
@@ -245,24 +267,31 @@ int ReportTest(const CheckCfgCLS& cfg, TreeLearner& trained) {
     return cfg.filePred.empty() ? 0 : WriteScores(cfg.filePred, set.scoreV);
 }
 
+// Prints what is known about the trained model. A rank has too few columns to measure the rounding.
+int Report(const Command& command, TreeLearner& trained) {
+    const CheckCfgCLS& cfg = command.cfg;
+    PrintBestRound(trained);
+    const int reports = CheckReports(cfg, trained);
+    if (command.ranks == nullptr && ReportRounding(cfg, trained) != 0) return -1;
+    if (!cfg.fileTest.empty() && ReportTest(cfg, trained) != 0) return -1;
+    return reports;
+}
+
 }  // namespace
 
 int Train(Command& command) {
     CheckCfgCLS& cfg = command.cfg;
-    if (cfg.CheckCfg() != 0 || CheckSettings(cfg) != 0 || CheckPaths(command) != 0 ||
-        CheckCheckpointFile(cfg.fileCheckpoint) != 0 || Seed(cfg) != 0) {
+    if (cfg.CheckCfg() != 0 || CheckSettings(command) != 0 || CheckPaths(command) != 0 ||
+        (command.IsWriter() && CheckCheckpointFile(cfg.fileCheckpoint) != 0) || Seed(cfg) != 0) {
         return -1;
     }
+    RankedSet training;
     TreeLearner learner(cfg);
     learner.setVerification(true);
     learner.setPackedTrees(true);
-    if (LoadData(cfg, learner) != 0 || Grow(cfg, learner) != 0) return -1;
+    if (LoadData(command, training, learner) != 0 || Grow(command, learner) != 0) return -1;
     if (IsStopWanted()) return Fail("Notice: Stopped by a signal, after the model was written!\n");
-    PrintBestRound(learner);
-    const int reports = CheckReports(cfg, learner);
-    if (ReportRounding(cfg, learner) != 0) return -1;
-    if (!cfg.fileTest.empty() && ReportTest(cfg, learner) != 0) return -1;
-    return reports;
+    return command.IsWriter() ? Report(command, learner) : 0;
 }
 
 }  // namespace sylvora::frontend

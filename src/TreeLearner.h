@@ -280,7 +280,7 @@ class SYLVORA_API TreeLearner {
     // Takes borrowed training data, instead of DataInput, with a label and, for "GBRank", a query
     // id per row (`queries` may otherwise be null), which are copied. featureVV stays null.
     // ParamInit and Boosting then give the bytes that they give after DataInput of the same values;
-    // Boosting writes no file if fileModel is empty. Not with fDebug. A user's sampler, or
+    // Boosting writes no file if fileModel is empty. fDebug needs ranks. A user's sampler, or
     // gradients beyond 1e100, make the learner copy the rows as doubles, once per run.
     [[nodiscard]] int DataBorrow(std::shared_ptr<const sylvora::DataSet> set, const double* labels,
                                  int numLabels, const int* queries, int numQueries);

@@ -16,7 +16,7 @@ ORDER = ["Libdef", "Communicator", "Ranks", "claim", "DataBlock", "RandomStream"
          "engine/train", "engine/train/histogram", "engine/train/lists", "engine/score", "DataSet",
          "Node", "Tree", "Output", "Checkpoint", "Evaluation", "TrainingOptions", "ModelText",
          "TreeLearner", "sylvora_c"]
-FRONT_ENDS = ["binding", "python/core", "frontend/reading", "frontend"]
+FRONT_ENDS = ["binding", "python/core", "frontend/reading", "frontend", "mpi"]
 # Pairs of modules that must not include each other.
 APART = [("engine/train/histogram", "engine/train/lists"), ("engine/train", "engine/score"),
          ("binding", "frontend"), ("python/core", "frontend")]

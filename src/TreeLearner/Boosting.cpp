@@ -354,7 +354,8 @@ int TreeLearner::FinishRun() {
                      << fea_debug->candidate_num_list[f] << ' ' << fea_debug->selected_num_list[f]
                      << '\n';
         }
-        if (!sylvora::CloseStream(of_debug) && debugError == 0) debugError = errno;
+        const bool fOpen = of_debug.is_open();  // at rank 0 only
+        if (fOpen && !sylvora::CloseStream(of_debug) && debugError == 0) debugError = errno;
     }
     engineRun.reset();  // frees its memory for the scoring form
     modelDim = dimFea;

@@ -12,6 +12,7 @@
 #include "../DataSet/CodedData.h"
 #include "../Node/SampledColumns.h"
 #include "../Output/DirectOutput.h"
+#include "../Ranks.h"
 #include "../TreeLearner.h"
 #include "../god/Report.h"
 #include "../god/Truncation.h"
@@ -150,7 +151,7 @@ int TreeLearner::DataBorrow(std::shared_ptr<const sylvora::DataSet> set, const d
         if (CfgInfo.fPrint) Print("Transferring data to the model ...\n");
         if (set == nullptr) return Fail("ERROR: There is no data set to borrow!\n");
         if (labels == nullptr) return Fail("ERROR: The labels of a data set are a null pointer!\n");
-        if (fDebug) {
+        if (fDebug && trainingOptions.ranks == nullptr) {
             return Fail(
                 "ERROR: A debug report needs copied rows: use DataInput, or no fileDebug!\n");
         }
@@ -292,8 +293,11 @@ void TreeLearner::Intake::CountClasses() {
 }
 
 // Opens the debug report and writes its first line. Every set truncates the report, so the line
-// describes the set given last. A failure is recorded in debugError and does not end the run.
+// describes the set given last. Of several ranks, rank 0 writes it. A failure is recorded in
+// debugError and does not end the run.
 void TreeLearner::Intake::OpenDebugFile(int numData) {
+    sylvora::Ranks* const ranks = learner.trainingOptions.ranks;
+    if (ranks != nullptr && ranks->Rank() != 0) return;
     std::ofstream& report = learner.of_debug;
     if (report.is_open()) report.close();
     report.clear();

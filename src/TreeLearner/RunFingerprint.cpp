@@ -253,11 +253,11 @@ void TreeLearner::RunCheckpoint::DescribeData() {
     fingerprint.emplace_back("weightDigest", DigestOf(learner.numPairDistinctQueV, numRows));
     fingerprint.emplace_back("queryDigest", DigestOf(learner.queryIdV, numRows));
     fingerprint.emplace_back("predictionDigest", DigestOf(learner.predictV, numRows));
-    RankRun* const rankRun = learner.rankRun.get();
+    RankRun* const ranked = learner.rankRun.get();
     std::vector<Digest> columnV =
         DigestsOfColumns(sylvora::TrainingRows(learner), *learner.workers,
-                         [&](int column) { return rankRun == nullptr || rankRun->Owns(column); });
-    if (rankRun != nullptr) columnV = rankRun->GatherColumns(columnV);
+                         [&](int column) { return ranked == nullptr || ranked->Owns(column); });
+    if (ranked != nullptr) columnV = ranked->GatherColumns(columnV);
     Digest values;
     for (const Digest& column : columnV) values.Add(column);
     fingerprint.emplace_back("valueDigest", values.Figures());

@@ -98,6 +98,8 @@ FixedPoint FixedPoint::Fit(const double* gradV, const int* weightV, int num, Wor
     fit.fUsable = true;
     // A margin for the rounding of size / weight.
     fit.maxAbsGradPerWeight = extent.largestRatio * (1.0 + 1e-12);
+    const double h = fit.maxAbsGradPerWeight;
+    fit.weightPerAbsGrad = h > 0.0 ? 1.0 / h : 0.0;
     const auto exponentAbove = [](double value) {
         int exponent = 0;
         std::frexp(value, &exponent);

@@ -46,6 +46,8 @@ struct FixedPoint {
     double unit = 1.0;
     // h: no |gradient| / weight is larger.
     double maxAbsGradPerWeight = 0.0;
+    // 1 / h; 0 if h is 0.
+    double weightPerAbsGrad = 0.0;
     // Integer units per 1.0, for the absolute values.
     double absScale = 1.0;
     // 1 / absScale.

@@ -47,26 +47,52 @@ double BestOfPrefixes(const double* sums, const double* weights, int count, cons
     return std::max(bestV[0], bestV[1]);
 }
 
-}  // namespace
+// The sums and weights of both sides at the corners of the region inside a run: [0] top, [1]
+// bottom.
+struct Corners {
+    __m128d left, leftWeight, right, rightWeight;
+};
 
 // The variables are named as in docs/engine-training.md: the rows before the run have the sums (g0,
 // w0), the run itself (s, c), and h bounds |gradient| / weight.
-double BinScan::InsideBound(const NodeTotals& node, const Cell& before, const Cell& inside) const {
+Corners CornersOf(const FixedPoint& fixed, const NodeTotals& node, const Cell& before,
+                  const Cell& inside) {
     const double g0 = fixed.Sum(before);
     const double w0 = fixed.Weight(before);
     const double c = fixed.Weight(inside);
-    const double h = fixed.maxAbsGradPerWeight;
     const double s = fixed.Sum(inside);
-    const double a = std::min(fixed.AbsBound(inside), h * c);
-    const double inverseH = h > 0.0 ? 1.0 / h : 0.0;
+    const double a = std::min(fixed.AbsBound(inside), fixed.maxAbsGradPerWeight * c);
     const double p = 0.5 * (a + s);
     const double n = 0.5 * (a - s);
-    const double r0 = node.sum - g0;
-    const double v0 = node.weight - w0 - c;
-    const auto term = [](double sum, double weight) { return sum * sum / std::max(weight, kTiny); };
-    const double top = term(g0 + p, w0 + p * inverseH) + term(r0 - p, v0 + n * inverseH);
-    const double bottom = term(g0 - n, w0 + n * inverseH) + term(r0 + n, v0 + p * inverseH);
-    return std::max(top, bottom) * kInflate;
+    const __m128d x = _mm_setr_pd(p, -n);
+    const __m128d inverseH = _mm_set1_pd(fixed.weightPerAbsGrad);
+    return {_mm_add_pd(_mm_set1_pd(g0), x),
+            _mm_add_pd(_mm_set1_pd(w0), _mm_mul_pd(_mm_setr_pd(p, n), inverseH)),
+            _mm_sub_pd(_mm_set1_pd(node.sum - g0), x),
+            _mm_add_pd(_mm_set1_pd(node.weight - w0 - c), _mm_mul_pd(_mm_setr_pd(n, p), inverseH))};
+}
+
+}  // namespace
+
+double BinScan::InsideBound(const NodeTotals& node, const Cell& before, const Cell& inside) const {
+    const Corners at = CornersOf(fixed, node, before, inside);
+    const __m128d tiny = _mm_set1_pd(kTiny);
+    const __m128d scores =
+        _mm_add_pd(_mm_div_pd(_mm_mul_pd(at.left, at.left), _mm_max_pd(at.leftWeight, tiny)),
+                   _mm_div_pd(_mm_mul_pd(at.right, at.right), _mm_max_pd(at.rightWeight, tiny)));
+    return std::max(scores[0], scores[1]) * kInflate;
+}
+
+// Multiplied by both weights, so there is no division. If one of them is 0, so is its sum, and the
+// result is true.
+bool BinScan::MayReach(double minScore, const NodeTotals& node, const Cell& before,
+                       const Cell& inside) const {
+    const Corners at = CornersOf(fixed, node, before, inside);
+    const __m128d sums = _mm_add_pd(_mm_mul_pd(_mm_mul_pd(at.left, at.left), at.rightWeight),
+                                    _mm_mul_pd(_mm_mul_pd(at.right, at.right), at.leftWeight));
+    const __m128d least =
+        _mm_mul_pd(_mm_set1_pd(minScore), _mm_mul_pd(at.leftWeight, at.rightWeight));
+    return _mm_movemask_pd(_mm_cmpge_pd(_mm_mul_pd(sums, _mm_set1_pd(kInflate)), least)) != 0;
 }
 
 // One pass computes the prefix sums and the largest bin; the scores then need only the prefixes.
@@ -195,7 +221,7 @@ void BinScan::AppendCandidateBins(int id, const Histogram& histogram, const Node
             const uint32_t numRanks =
                 histogram.FirstRank(column, bin + 1) - histogram.FirstRank(column, bin);
             if (numRanks < 2) continue;
-            if (InsideBound(node, before, inside) >= minScore) binV.push_back(bin);
+            if (MayReach(minScore, node, before, inside)) binV.push_back(bin);
         }
     }
 }

@@ -83,6 +83,10 @@ class BinScan {
     // run and over it.
     double InsideBound(const NodeTotals& node, const Cell& before, const Cell& inside) const;
 
+    // Whether a split inside such a run may score at least `minScore`, by the same bound. Faster.
+    bool MayReach(double minScore, const NodeTotals& node, const Cell& before,
+                  const Cell& inside) const;
+
     // Whether the rows of a cell may be split: weights are at least 1, so two rows weigh 2 or more.
     bool HasTwoRows(const Cell& inside) const { return fixed.Weight(inside) >= 2.0; }
 

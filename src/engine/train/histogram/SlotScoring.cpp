@@ -97,7 +97,7 @@ void SplitSearch::ScoreSubBins(const SearchTask& task, int slot, Buffers& buffer
     buffers.fine.ForSubBins(
         bins, [&](const FineBin&, size_t subBin, const Cell& before, const Cell& inside) {
             buffers.fCandidateV[subBin] =
-                scan.HasTwoRows(inside) && scan.InsideBound(node, before, inside) >= minScore;
+                scan.HasTwoRows(inside) && scan.MayReach(minScore, node, before, inside);
         });
     buffers.fine.Keep(buffers.fCandidateV, buffers.keyV);
     SortKeys(buffers.keyV, buffers.otherKeyV);
