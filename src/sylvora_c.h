@@ -39,7 +39,7 @@ extern "C" {
 /* The version of this interface that a program was compiled for. A library takes programs of the
  * same SYLVORA_C_MAJOR and the same or a lower SYLVORA_C_MINOR. */
 #define SYLVORA_C_MAJOR 0
-#define SYLVORA_C_MINOR 2
+#define SYLVORA_C_MINOR 3
 
 /* Returns 0 if the library takes programs of this version. */
 SYLVORA_C_API int sylvora_check_version(int major, int minor);
@@ -316,6 +316,59 @@ SYLVORA_C_API const char* sylvora_model_describe(const sylvora_model* model, con
 /* Replaces the texts of a key; all are copied. No text removes what was there. */
 SYLVORA_C_API int sylvora_model_set_description(sylvora_model* model, const char* key,
                                                 const char* const* texts, int64_t num_texts);
+
+/* ---- Several ranks ------------------------------------------------------------------------- */
+
+/* How the ranks of a training, numbered from 0, exchange bytes: functions of the program. A rank is
+ * a process, or a thread. All ranks have the same num_ranks.
+ *
+ * The three exchanges are collective: all ranks make the same calls in the same order. An exchange
+ * returns 0 or, if a rank has left or the program cancels the training, another number; from then
+ * on, all exchanges do. It must not wait for a rank that is gone: whoever notices that a rank has
+ * failed (a collective function below returned -1 there) makes the waiting exchanges of the others
+ * return. Sizes may exceed 2^31 bytes. The bytes are those of this machine: all ranks must run on
+ * machines with the same data layout.
+ *
+ * Thread safety: of each rank, one thread at a time calls the exchanges; any thread may call
+ * `cancelled`, which says, with another number than 0, to leave now. The functions must not call
+ * the library with a handle of the same rank. */
+typedef struct sylvora_communicator {
+    size_t size; /* sizeof(sylvora_communicator) */
+    void* context;
+    int32_t rank;
+    int32_t num_ranks;
+    /* Every rank gives `bytes` bytes, and gets those of all ranks, in rank order, in `all`. */
+    int (*allgather)(void* context, const void* mine, size_t bytes, void* all);
+    /* Copies data[0, bytes) of rank `root` to all ranks. */
+    int (*broadcast)(void* context, void* data, size_t bytes, int root);
+    /* Every rank gives `bytes` bytes to each rank, in rank order, and gets `bytes` from each. */
+    int (*alltoall)(void* context, const void* mine, size_t bytes, void* all);
+    int (*cancelled)(void* context);
+} sylvora_communicator;
+
+#define SYLVORA_COMMUNICATOR \
+    { sizeof(sylvora_communicator), 0, 0, 1, 0, 0, 0, 0 }
+
+/* Makes one data set of the rows that the ranks have, those of rank 0 first: each rank gets the
+ * values of some columns, and no rank ever holds all. Collective. Trainings on it, and on its
+ * subsets, are collective as well: all ranks set them up alike, with the labels of all rows, and
+ * get the model that one process would train on all rows, byte for byte. Sets to evaluate are given
+ * in full at every rank. Only rank 0 writes messages and files. sylvora_dataset_column is
+ * collective for such a set, and gives the values that all ranks have of the column.
+ *
+ * `share` has the rows of this rank, perhaps none; labels, queries and weights are those of its
+ * rows, or null if no rank has any. They are only read during the call; the struct is copied, but
+ * its context must stay valid until the set, its subsets and their trainings are freed. Fails at
+ * all ranks with the same error if one of them cannot use its share (its row in the whole is
+ * named), or if their columns differ in number; with an error of its own if an exchange fails. */
+SYLVORA_C_API int sylvora_dataset_gather(const sylvora_communicator* communicator,
+                                         const sylvora_block* share, const double* labels,
+                                         const int32_t* queries, const int32_t* weights,
+                                         sylvora_dataset** out);
+/* What was gathered with the rows: arrays of one item per row, owned by the set; null: nothing. An
+ * argument may be null. An error for sets that were made otherwise, also for subsets. */
+SYLVORA_C_API int sylvora_dataset_gathered(const sylvora_dataset* data, const double** labels,
+                                           const int32_t** queries, const int32_t** weights);
 
 #ifdef __cplusplus
 }

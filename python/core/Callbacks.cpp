@@ -16,7 +16,7 @@ constexpr std::chrono::milliseconds kBetweenChecks(20);
 // Handles signals, such as Ctrl-C; only the main thread of the interpreter has any.
 bool HasSignal(TrainingState& state) {
     if (PyErr_CheckSignals() == 0) return false;
-    state.KeepError();
+    state.error.Keep();
     return true;
 }
 
@@ -28,7 +28,7 @@ int AskUser(TrainingState& state, int done, int total) {
     const int fStop = answer != nullptr ? PyObject_IsTrue(answer.get()) : -1;
     state.progressThread = 0;
     if (fStop < 0) {
-        state.KeepError();
+        state.error.Keep();
         return SYLVORA_STOP;
     }
     return fStop != 0 ? SYLVORA_STOP_AND_KEEP : SYLVORA_GO_ON;
@@ -45,7 +45,7 @@ int CallObjective(void* context, int round, int64_t num_rows, const double* /*la
     const Reference_t answer(
         CallPython([&] { return PyObject_CallFunction(state.objective.get(), "i", round); }));
     if (answer == nullptr) {
-        state.KeepError();
+        state.error.Keep();
         return kFailed;
     }
     std::copy_n(exchange.gradients.As<double>(), num_rows, gradients);
@@ -70,7 +70,7 @@ int CallMetric(void* context, const char* set, int64_t num_rows, const double* /
     }
     if (answer != nullptr) *value = PyFloat_AsDouble(answer.get());
     if (PyErr_Occurred() == nullptr) return 0;
-    metric.training->KeepError();
+    metric.training->error.Keep();
     return kFailed;
 }
 
@@ -84,7 +84,7 @@ int CallProgress(void* context, int done, int total) {
     state.numDone = done;
     const LockHold locked(state.fEnding);
     // A message that failed ends the run here.
-    if (state.error[0] != nullptr) return SYLVORA_STOP;
+    if (state.error.part[0] != nullptr) return SYLVORA_STOP;
     const int answer = fUser ? AskUser(state, done, total) : SYLVORA_GO_ON;
     return HasSignal(state) ? SYLVORA_STOP : answer;
 }
@@ -92,7 +92,7 @@ int CallProgress(void* context, int done, int total) {
 void CallMessage(void* context, int stream, const char* text) {
     TrainingState& state = *static_cast<TrainingState*>(context);
     const LockHold locked(state.fEnding);
-    if (state.error[0] != nullptr) return;
+    if (state.error.part[0] != nullptr) return;
     const Reference_t message(TextOf(text));
     Reference_t answer;
     if (message != nullptr) {
@@ -100,7 +100,7 @@ void CallMessage(void* context, int stream, const char* text) {
             return PyObject_CallFunction(state.message.get(), "iO", stream, message.get());
         }));
     }
-    if (answer == nullptr) state.KeepError();
+    if (answer == nullptr) state.error.Keep();
 }
 
 }  // namespace sylvora::python

@@ -37,6 +37,7 @@ PyObject* Subset(PyObject* self, PyObject* rows) {
     const DatasetState& whole = StateOf<DatasetState>(self);
     auto state = std::make_unique<DatasetState>();
     state->table = NewReference(whole.table.get());
+    state->communicator = whole.communicator;
     int status = 0;
     {
         const LockRelease unlocked;
@@ -57,12 +58,37 @@ PyObject* Column(PyObject* self, PyObject* arguments) {
         return nullptr;
     }
     int status = 0;
+    if (state.communicator != nullptr) state.communicator->fEnding = IsEnding();
     {
         const LockRelease unlocked;
         status = sylvora_dataset_column(state.data, column, out.As<double>());
     }
-    if (status != 0) return RaiseLibraryError(PyExc_IndexError);
-    Py_RETURN_NONE;
+    if (status == 0) Py_RETURN_NONE;
+    if (state.communicator != nullptr && state.communicator->error.Raise()) return nullptr;
+    return RaiseLibraryError(PyExc_IndexError);
+}
+
+PyObject* Gather(PyObject* /*type*/, PyObject* arguments) {
+    PyObject* object = nullptr;
+    PyObject* table = nullptr;
+    if (!PyArg_ParseTuple(arguments, "OO!:gather", &object, types.table, &table)) return nullptr;
+    auto state = std::make_unique<DatasetState>();
+    state->communicator = std::make_shared<CommunicatorState>();
+    CommunicatorState& communicator = *state->communicator;
+    communicator.object = NewReference(object);
+    communicator.fEnding = IsEnding();
+    sylvora_communicator functions = SYLVORA_COMMUNICATOR;
+    if (!communicator.Describe(functions)) return nullptr;
+    const sylvora_block& share = StateOf<TableState>(table).block;
+    int status = 0;
+    {
+        const LockRelease unlocked;
+        status =
+            sylvora_dataset_gather(&functions, &share, nullptr, nullptr, nullptr, &state->data);
+    }
+    if (status == 0) return Wrap(types.dataset, std::move(state));
+    if (communicator.error.Raise()) return nullptr;
+    return RaiseLibraryError(PyExc_ValueError);
 }
 
 PyObject* NumRows(PyObject* self, void* /*closure*/) {
@@ -74,6 +100,8 @@ PyObject* NumColumns(PyObject* self, void* /*closure*/) {
 }
 
 PyMethodDef methods[] = {
+    {"gather", Guarded<Gather>, METH_VARARGS | METH_CLASS,
+     "gather($type, communicator, table, /)\n--\n\nThe rows of all ranks, each of which calls."},
     {"subset", Guarded<Subset>, METH_O,
      "subset($self, rows, /)\n--\n\nThe rows of these numbers, int32, in this order."},
     {"column", Guarded<Column>, METH_VARARGS,

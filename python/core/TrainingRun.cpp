@@ -23,6 +23,11 @@ bool CheckProgress(const TrainingState& state, bool fOnlyThere) {
     return false;
 }
 
+// Raises what ended an exchange with other ranks. Returns false if nothing did.
+bool RaiseExchangeError(const TrainingState& state) {
+    return state.communicator != nullptr && state.communicator->error.Raise();
+}
+
 // Runs without the lock. Returns the library's status.
 int RunUnlocked(TrainingState& state, sylvora_model** model) {
     const LockRelease unlocked;
@@ -45,11 +50,12 @@ PyObject* TrainingRun(PyObject* self, PyObject* model_class) {
     state.fRun = true;
     state.fRunning = true;
     state.fEnding = IsEnding();
+    if (state.communicator != nullptr) state.communicator->fEnding = state.fEnding;
     state.lastCheck = std::chrono::steady_clock::now();
     sylvora_model* model = nullptr;
     const int status = RunUnlocked(state, &model);
     state.fRunning = false;
-    const bool fRaised = state.RaiseKeptError();
+    const bool fRaised = state.error.Raise() || (status != 0 && RaiseExchangeError(state));
     if (!fRaised && status != 0) RaiseLibraryError(exceptions.training);
     PyObject* wrapped = nullptr;
     if (status == 0 && fRaised) sylvora_model_free(model);

@@ -10,24 +10,6 @@ TrainingState::~TrainingState() {
     sylvora_training_free(training);
 }
 
-void TrainingState::KeepError() {
-    PyObject* parts[3] = {};
-    PyErr_Fetch(&parts[0], &parts[1], &parts[2]);
-    const bool fFirst = error[0] == nullptr;
-    for (int i = 0; i < 3; ++i) {
-        Reference_t part(parts[i]);
-        if (fFirst) error[i] = std::move(part);
-    }
-}
-
-bool TrainingState::RaiseKeptError() {
-    if (error[0] == nullptr) return false;
-    PyObject* parts[3] = {};
-    for (int i = 0; i < 3; ++i) parts[i] = error[i].release();
-    PyErr_Restore(parts[0], parts[1], parts[2]);
-    return true;
-}
-
 void TrainingState::DropRunParts() {
     for (Reference_t* const part : {&objective, &progress, &message}) part->reset();
     for (UserMetric& metric : metricV) metric.function.reset();
@@ -108,6 +90,7 @@ PyObject* Data(PyObject* self, PyObject* arguments) {
                               target.labels.Size(0), target.Queries(), target.NumQueries());
     if (status == 0) {
         state->dataV.push_back(NewReference(data));
+        state->communicator = StateOf<DatasetState>(data).communicator;
         state->numRows = sylvora_dataset_rows(set);
     }
     return Result(status);
@@ -243,7 +226,7 @@ int Traverse(PyObject* self, visitproc visit, void* arg) {
     Py_VISIT(state->progress.get());
     Py_VISIT(state->message.get());
     for (const UserMetric& metric : state->metricV) Py_VISIT(metric.function.get());
-    for (const Reference_t& part : state->error) Py_VISIT(part.get());
+    for (const Reference_t& part : state->error.part) Py_VISIT(part.get());
     return 0;
 }
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Buffers.h"
+#include "Communicators.h"
 #include "Support.h"
 #include "sylvora_c.h"
 
@@ -33,9 +34,10 @@ struct Exchange {
 // it lasts used by the thread that runs it only.
 struct TrainingState {
     sylvora_training* training = nullptr;
-    std::vector<Reference_t> dataV;   // Dataset objects, for the training's life
-    std::vector<Reference_t> tableV;  // of the sets to evaluate
-    int64_t numRows = -1;             // of the data; -1: not set
+    std::vector<Reference_t> dataV;                   // Dataset objects, for the training's life
+    std::shared_ptr<CommunicatorState> communicator;  // of the data; null: no ranks
+    std::vector<Reference_t> tableV;                  // of the sets to evaluate
+    int64_t numRows = -1;                             // of the data; -1: not set
 
     Reference_t objective;
     std::unique_ptr<Exchange> exchange;  // with the objective
@@ -49,17 +51,13 @@ struct TrainingState {
     unsigned long progressThread = 0;  // the thread in which a progress function runs; 0: none
     int numDone = -1;                  // as told last to the progress function
     std::chrono::steady_clock::time_point lastCheck;  // of signals
-    Reference_t error[3];  // the first exception of a function: type, value, traceback
+    KeptError error;                                  // the first exception of a function
 
     TrainingState() = default;
     ~TrainingState();
     TrainingState(const TrainingState&) = delete;
     TrainingState& operator=(const TrainingState&) = delete;
 
-    // Takes over the current exception, unless there is one already.
-    void KeepError();
-    // Raises the exception that was kept. Returns false if there is none.
-    bool RaiseKeptError();
     // Drops the functions and what only a run needs. Can run any Python code.
     void DropRunParts();
 };

@@ -13,6 +13,8 @@ scikit-learn's interface (needs scikit-learn):
     SylvoraForestClassifier, SylvoraTreeRegressor, SylvoraTreeClassifier
 Pictures (needs Matplotlib; trees need graphviz):
     plot
+A cluster (needs dask and distributed; import it by name):
+    sylvora.dask
 
 Only the extension module is loaded at once; everything else on first use.
 """

@@ -8,7 +8,7 @@ from __future__ import annotations
 import builtins
 import os
 from collections.abc import Callable, Sequence
-from typing import Any, Optional, TypeVar, final
+from typing import Any, Optional, Protocol, TypeVar, final
 
 # An object with the buffer protocol.
 _Buffer = Any
@@ -80,6 +80,19 @@ class Table:
     # column or of Arrow only: ValueError. IndexError if there is no such column.
     def select(self, order: Sequence[int], /) -> Table: ...
 
+class _Communicator(Protocol):
+    """How ranks exchange bytes: sylvora_communicator of the C interface. The views are of bytes,
+    and can be used during the call only. Exceptions end the training at this rank."""
+
+    @property
+    def rank(self) -> int: ...
+    @property
+    def size(self) -> int: ...
+    def allgather(self, mine: memoryview, all: memoryview, /) -> object: ...
+    def broadcast(self, data: memoryview, root: int, /) -> object: ...
+    def alltoall(self, mine: memoryview, all: memoryview, /) -> object: ...
+    def cancelled(self) -> bool: ...
+
 @final
 class Dataset:
     """A table that is coded once, by the first training that uses it. Thread-safe."""
@@ -87,6 +100,11 @@ class Dataset:
     num_rows: int
     num_columns: int
     def __new__(cls, table: Table, /) -> Dataset: ...
+    # The rows that the ranks of a training have, of rank 0 first; each rank calls. See
+    # sylvora_dataset_gather. An exception of the communicator ends the call, or the training on the
+    # set, and is raised there.
+    @classmethod
+    def gather(cls, communicator: _Communicator, table: Table, /) -> Dataset: ...
     # rows: int32
     def subset(self, rows: _Buffer, /) -> Dataset: ...
     # Copies a column into float64 of one item per row; a missing value is -2147483648.

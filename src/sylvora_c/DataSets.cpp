@@ -93,8 +93,10 @@ int sylvora_dataset_subset(const sylvora_dataset* whole, const int32_t* rows, in
         if (out == nullptr) return RefuseNull("out");
         if (num_rows > INT_MAX) return sylvora::Fail("ERROR: A subset has too many rows\n");
         auto made = std::make_unique<sylvora_dataset>();
+        made->gathered = whole->gathered;
         made->set = sylvora::DataSet::Subset(whole->set, rows, static_cast<int>(num_rows));
         made->missing = whole->missing;
+        made->fSubset = true;
         if (made->set == nullptr) return -1;
         *out = made.release();
         return 0;
@@ -119,6 +121,11 @@ int sylvora_dataset_column(const sylvora_dataset* data, int64_t column, double* 
         }
         data->set->Shared()->Values().ForColumn(
             static_cast<int>(column), [=](int row, double value) { values[row] = value; });
+        if (data->gathered != nullptr) {
+            sylvora::Ranks ranks = data->gathered->MakeRanks();
+            ranks.Broadcast(values, static_cast<size_t>(data->set->NumRows()),
+                            ranks.OwnerOf(static_cast<int>(column)));
+        }
         return 0;
     });
 }

@@ -9,10 +9,14 @@
 #include "../ModelText.h"
 #include "../TreeLearner.h"
 #include "../sylvora_c.h"
+#include "GatheredData.h"
 
 struct sylvora_dataset {
+    // Of several ranks; null: of this process alone. The set borrows its columns.
+    std::shared_ptr<sylvora::c::GatheredData> gathered;
     std::shared_ptr<const sylvora::DataSet> set;
-    std::string missing;  // as ModelDescription has it
+    std::string missing;   // as ModelDescription has it
+    bool fSubset = false;  // its rows are not those that were gathered
 };
 
 // Where a tree is: the group, and the index in it. Covers are in the order of the trees.

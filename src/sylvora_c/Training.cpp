@@ -121,6 +121,7 @@ int sylvora_training_data(sylvora_training* training, const sylvora_dataset* dat
         training->labelV.assign(labels, labels + num_labels);
         training->queryV = std::move(queryV);
         training->data = data->set;
+        training->gathered = data->gathered;
         training->missing = data->missing;
         return 0;
     });

@@ -27,6 +27,7 @@ int RefuseAfterRun();
 
 struct sylvora_training {
     CheckCfgCLS cfg;
+    std::shared_ptr<sylvora::c::GatheredData> gathered;  // of the data; null: no ranks
     std::shared_ptr<const sylvora::DataSet> data;
     std::string missing;
     VecDle labelV;

@@ -1,6 +1,7 @@
 // Running a training of the C interface; see Training.h.
 #include <climits>
 #include <cmath>
+#include <optional>
 #include <utility>
 
 #include "../CheckIn/Parameters.h"
@@ -87,11 +88,14 @@ int sylvora_training::Train(TreeLearner& learner, Call& call) {
     // The command seeds its trainings in the same way.
     sylvora::RandomStream stream(static_cast<long>(std::fabs(learner.CfgInfo.tms_seed)));
     learner.trainingOptions = options;
+    std::optional<sylvora::Ranks> ranks;
+    if (gathered != nullptr) ranks.emplace(gathered->MakeRanks());
     sylvora::TrainingOptions& given = learner.trainingOptions;
     given.stream = &stream;
     given.sink = Call::Receive;
     given.sinkContext = &call;
     given.fCovers = true;
+    given.ranks = ranks ? &*ranks : nullptr;
     if (objective != nullptr) {
         given.objective = [](void* context, const objective_round_t& round) {
             const auto& self = *static_cast<const sylvora_training*>(context);

@@ -10,7 +10,7 @@ import numpy as np
 import numpy.typing as npt
 
 from .. import _core
-from .tables import as_table, with_names
+from .tables import Frame, as_table, with_names
 from .names import given_names
 
 
@@ -71,6 +71,7 @@ class Dataset:
     ) -> None:
         frame = as_table(X, missing=missing)
         self._missing = missing
+        self._is_shared = False  # with other ranks of a training
         self._names = frame.names
         if feature_names is not None:
             self._names = given_names(feature_names, frame.num_columns)
@@ -78,6 +79,22 @@ class Dataset:
             self._core = _core.Dataset(frame.table)
         except ValueError as error:
             raise with_names(error, self._names) from None
+
+    @classmethod
+    def _gathered(
+        cls, communicator: _core._Communicator, frame: Frame, missing: Optional[float]
+    ) -> Dataset:
+        """The rows of all ranks of a training, of which `frame` has those of this one.
+
+        All ranks call it, and from then on use the sets alike, one training after the other.
+        """
+        whole = cls.__new__(cls)
+        whole._missing, whole._names, whole._is_shared = missing, frame.names, True
+        try:
+            whole._core = _core.Dataset.gather(communicator, frame.table)
+        except ValueError as error:
+            raise with_names(error, frame.names) from None
+        return whole
 
     @property
     def num_rows(self) -> int:
@@ -122,6 +139,7 @@ class Dataset:
         part = Dataset.__new__(Dataset)
         part._core = self._core.subset(_row_numbers(rows, self.num_rows))
         part._missing, part._names = self._missing, self._names
+        part._is_shared = self._is_shared
         return part
 
     def _column(self, column: int) -> npt.NDArray[np.float64]:

@@ -89,7 +89,8 @@ def run_all(job: Job, wanted: Sequence[int]) -> list[FitResult]:
     """
     num_threads = int(job.settings["numThread"])
     workers = min(len(wanted), num_threads)
-    if workers == 1 or job.calls_functions():
+    # Ranks exchange bytes for one training at a time.
+    if workers == 1 or job.calls_functions() or job.data._is_shared:
         trainings = [partial(job.train, number, job.settings, ()) for number in wanted]
         return in_turn(trainings, job.options["callbacks"])
     settings = {**job.settings, "numThread": str(num_threads // workers)}

@@ -1,0 +1,1 @@
+"""Trainings and predictions on a Dask cluster."""
