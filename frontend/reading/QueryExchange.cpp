@@ -52,7 +52,7 @@ std::string NumberAllQueries(Ranks& ranks, int numRanks, const DataFile& file,
             const std::string block = BroadcastText(ranks, mine, from);
             if (block.empty()) break;
             // All ranks find the same wrong query, but one of them may lack memory.
-            const std::string complaint =
+            std::string complaint =
                 ComplaintOfAny(ranks, [&] { return NumberQueries(numbers, Unpack(block), set); });
             if (!complaint.empty()) return complaint;
         }

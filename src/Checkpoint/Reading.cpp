@@ -209,7 +209,7 @@ std::string ReadCheckpointBytes(const std::string& path, std::string& bytes) {
 
 std::string ParseCheckpoint(const std::string& whole, int numColumns, Checkpoint& checkpoint) {
     std::string_view text = whole;
-    const std::string fault = TakeKind(text);
+    std::string fault = TakeKind(text);
     if (!fault.empty()) return fault;
     std::string_view checked = whole;
     if (!TakeSum(checked)) return kDamaged;
