@@ -123,8 +123,9 @@ class RanksTest(unittest.TestCase):
             first, *others = run(3, fault)
             self.assertIsInstance(first, Fault)
             self.assertEqual(first.args, (number,))
-            for other in others:
-                self.assertIsInstance(other, Lost)
+            for other in others:  # in an exchange, or told by cancelled() between two
+                self.assertTrue(isinstance(other, Lost) or 'another rank has left' in str(other),
+                                other)
 
     def test_memory_is_lent_for_a_call_only(self):
         class Keeper(Rank):
