@@ -158,9 +158,9 @@ TEST(GatheredData, RanksGetTheModelOfOneProcess) {
                         begin == kRows ? 0 : bounds[communicator.Rank() + 1]);
             sylvora_dataset* data = nullptr;
             const bool fNone = begin == kRows;
-            if (sylvora_dataset_gather(&functions, &share, fNone ? nullptr : &rows.labelV[begin],
-                                       fNone ? nullptr : &rows.queryV[begin], nullptr,
-                                       &data) != 0) {
+            if (sylvora_dataset_gather(
+                    &functions, &share, fNone ? nullptr : rows.labelV.data() + begin,
+                    fNone ? nullptr : rows.queryV.data() + begin, nullptr, &data) != 0) {
                 ADD_FAILURE() << sylvora_error();
                 return -1;
             }
