@@ -128,9 +128,9 @@ class Case:
     def expects(self, name):
         return (self.expect / name).exists()
 
-    def command(self, *more):
+    def command(self, *more, program=None):
         threads = ["-numThread", str(self.options.threads)] if self.options.threads else []
-        call = [self.options.command, "case.cfg", *self.args, *more, *threads]
+        call = [*(program or [self.options.command]), "case.cfg", *self.args, *more, *threads]
         return subprocess.run(call, cwd=self.copy, capture_output=True, text=True,
                               timeout=SECONDS_ALLOWED, check=False)
 
@@ -140,7 +140,7 @@ class Case:
                        f"{run.stderr[-4000:]}")
 
     def train(self):
-        run = self.command()
+        run = self.command(program=self.options.ranks)
         self.check_status(run, int((self.expect / "rc").read_text()), "train")
         names = {path.name for path in self.expect.glob("*.txt*")} | {"model.txt"}
         streams = {"stdout.txt": run.stdout, "stderr.txt": run.stderr}
@@ -197,6 +197,8 @@ def run_case(folder, options):
 def parse_options():
     parser = argparse.ArgumentParser(description=__doc__.split("\n\n", maxsplit=1)[0])
     parser.add_argument("--command", type=os.path.abspath, help="the command to run")
+    parser.add_argument("--ranks", nargs=2, metavar=("PROGRAM", "RANKS"),
+                        help="train by RANKS ranks, with the program of tests/ranks")
     parser.add_argument("--module", type=os.path.abspath,
                         help="folder of the Python module; without it predict.txt is not compared")
     parser.add_argument("--preload", help="libraries to preload before the module")
