@@ -88,8 +88,17 @@ class ClusterCase(unittest.TestCase):
         cls.addClassCleanup(cls.client.close)
 
     def setUp(self):
-        self.client.wait_for_workers(self.num_workers)
+        self.wait_for_workers()
         self.workers = sorted(self.client.scheduler_info()['workers'])
+
+    def wait_for_workers(self):
+        """Waits until killed workers are replaced: by their nannies, or else here."""
+        try:
+            self.client.wait_for_workers(self.num_workers, timeout=20)
+        except distributed.TimeoutError:
+            missing = self.num_workers - len(self.client.scheduler_info()['workers'])
+            self.cluster.scale(len(self.cluster.worker_spec) + missing)
+            self.client.wait_for_workers(self.num_workers, timeout=60)
 
     def marker(self):
         return os.path.join(self.folder.name, self.id())

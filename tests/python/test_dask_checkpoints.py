@@ -68,6 +68,8 @@ class Losses(ClusterCase):
             take(kept, number, change(data))
             if kept.num_steps() >= num_steps and not os.path.exists(marker):
                 os.kill(pid, signal.SIGKILL)
+                if self.num_workers == 1:  # its nanny need not replace it
+                    self.cluster.scale(2)
                 os.close(os.open(marker, os.O_CREAT))
 
         with mock.patch.object(checkpoints.Kept, 'take', take_and_kill):
@@ -81,7 +83,7 @@ class Losses(ClusterCase):
         expected = getattr(sylvora, name)(**params).fit(X, y, **others)
         by_chunk = {key: chunked(value) if isinstance(value, np.ndarray) else value
                     for key, value in others.items()}
-        self.client.wait_for_workers(self.num_workers)
+        self.wait_for_workers()
         workers = sorted(self.client.scheduler_info()['workers'])[:num_workers]
         model = getattr(sylvora.dask, name)(
             **params, workers=workers if num_workers < self.num_workers else None)
@@ -97,7 +99,7 @@ class Losses(ClusterCase):
                          getattr(expected, 'evals_result_', None))
 
     def check_nothing_is_left(self):
-        self.client.wait_for_workers(self.num_workers)
+        self.wait_for_workers()
         self.assertEqual(glob.glob(self.folder.name + '/**/sylvora-*', recursive=True), [])
 
 
@@ -194,7 +196,7 @@ class FourWorkers(Losses):
         model = sylvora.dask.SylvoraRegressor(**dict(SMALL, n_estimators=ROUNDS))
         expected = sylvora.SylvoraRegressor(**dict(SMALL, n_estimators=ROUNDS)).fit(X, Y)
         self.assertEqual(text_of(model.fit(scattered, Y)), text_of(expected))
-        with self.assertRaisesRegex(RuntimeError, 'data were lost.*2 in all.*scatter them again'):
+        with self.assertRaisesRegex(RuntimeError, 'data were lost.* in all.*scatter them again'):
             self.lose(model, lambda: model.fit(scattered, Y, checkpoint_every=1), 5, victim)
 
 
