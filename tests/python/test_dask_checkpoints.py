@@ -1,4 +1,4 @@
-"""Trainings on a Dask cluster that lose workers: they go on from a checkpoint, with the same bytes."""
+"""Trainings on a Dask cluster that lose workers: they go on from a checkpoint."""
 import functools
 import glob
 import os
@@ -33,7 +33,7 @@ CASES = {
 
 
 def hold(num_steps, marker):
-    """On a worker: from so many rounds in checkpoints on, rank 0 waits for a file in each exchange."""
+    """On a worker: with so many rounds in checkpoints, rank 0 waits for a file in each exchange."""
     plain = getattr(exchange.Group, 'plain', exchange.Group.wait)
 
     def wait(group, work):

@@ -1,8 +1,9 @@
 """Checkpoints of a training on a cluster: rank 0 writes them, the client keeps them.
 
-Rank 0 writes into a folder of its worker, as often as the library finds it cheap. The client fetches
-what is new there. So it does not matter which worker is lost, or whether its disk is lost as well.
-A fit that trains several models, one after the other, has a checkpoint for each: they are numbered.
+Rank 0 writes into a folder of its worker, as often as the library finds it cheap. The client
+fetches what is new there. So it does not matter which worker is lost, or whether its disk is lost
+as well. A fit that trains several models, one after the other, has a checkpoint for each: they are
+numbered.
 """
 
 from __future__ import annotations

@@ -45,8 +45,8 @@ class Plan:
 
 @dataclass(frozen=True)
 class Fitted:
-    """What rank 0 returns: the fitted estimator, the warnings of its fit, and the checkpoints of the
-    end by number, if they were wanted."""
+    """What rank 0 returns: the fitted estimator, the warnings of its fit, and the last
+    checkpoints by number, if they were wanted."""
 
     estimator: Any
     warnings: list[str]
