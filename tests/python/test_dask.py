@@ -3,102 +3,30 @@ import functools
 import os
 import pickle
 import signal
-import tempfile
 import time
 import unittest
 from unittest import mock
 
-try:
-    import dask
-    import dask.array as da
-    import dask.dataframe as dd
-    import distributed
-    import numpy as np
-    import pandas as pd
-    import sklearn
-except ImportError as error:
-    raise unittest.SkipTest('needs distributed, pandas and scikit-learn: %s' % error)
-if 'LD_PRELOAD' in os.environ:
-    raise unittest.SkipTest('a sanitizer makes the start of workers too slow')
+from dask_cases import (
+    CHUNKS, CLASSES, N, QUERIES, SMALL, WEIGHTS, ClusterCase, X, Y, chunked, fail, kill, objective,
+    stop, text_of, unknown)
 
+try:
+    import pandas as pd
+except ImportError as error:
+    raise unittest.SkipTest('needs pandas: %s' % error)
+
+import dask.array as da
+import dask.dataframe as dd
+import distributed
+import numpy as np
+import sklearn
 import sylvora
 import sylvora.dask
 from sylvora._dask import driver
 from sylvora._dask.shares import deal
 
-draw = np.random.RandomState(5)
-N = 400
-X = draw.randint(0, 30, (N, 7)).astype(float)
-X[draw.rand(N, 7) < 0.05] = np.nan
-Y = np.nan_to_num(X[:, 0] - X[:, 1] * X[:, 2] / 9) + draw.normal(size=N)
-CLASSES = np.array(['low', 'middle', 'high'])[np.digitize(Y, [-30, 0])]
-WEIGHTS = draw.randint(0, 4, N)
-QUERIES = np.repeat(np.arange(N // 8), 8)
-CHUNKS = ((1, 149, 0, 30, 217, 3),)
-SMALL = {'n_estimators': 6, 'random_state': 3}
-
-
-def chunked(array, chunks=CHUNKS):
-    return da.from_array(array, chunks=chunks + array.shape[1:])
-
-
-def unknown(array):
-    """One chunk of a size that is not known before it is computed."""
-    return da.from_delayed(dask.delayed(array), (np.nan, *array.shape[1:]), array.dtype)
-
-
-def text_of(model):
-    models = model.model_ if isinstance(model.model_, list) else [model.model_]
-    return b''.join(model.to_bytes() for model in models)
-
-
-def once(marker):
-    """Whether this is the first call, of all processes, with this file."""
-    try:
-        os.close(os.open(marker, os.O_CREAT | os.O_EXCL))
-    except FileExistsError:
-        return False
-    return True
-
-
-def objective(marker, action, y, scores):
-    """The squared error; in a later round one of the ranks does something else, once."""
-    if scores.any() and once(marker):
-        action()
-    return y - scores
-
-
-def kill():
-    os.kill(os.getpid(), signal.SIGKILL)
-
-
-def stop():
-    os.kill(os.getpid(), signal.SIGSTOP)
-
-
-def fail():
-    raise LookupError('one rank only')
-
-
-class Cluster(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.cluster = distributed.LocalCluster(
-            n_workers=4, threads_per_worker=1, processes=True, dashboard_address=None,
-            silence_logs=50)
-        cls.addClassCleanup(cls.cluster.close)
-        cls.client = distributed.Client(cls.cluster)
-        cls.addClassCleanup(cls.client.close)
-        cls.folder = tempfile.TemporaryDirectory()
-        cls.addClassCleanup(cls.folder.cleanup)
-
-    def setUp(self):
-        self.client.wait_for_workers(4)
-        self.workers = sorted(self.client.scheduler_info()['workers'])
-
-    def marker(self):
-        return os.path.join(self.folder.name, self.id())
-
+class Cluster(ClusterCase):
     def test_models_are_those_of_one_process(self):
         cases = [
             ('SylvoraRegressor', {'loss': 'huber'}, Y, {'eval_set': {'same': (X[:99], Y[:99])}}),
@@ -155,8 +83,12 @@ class Cluster(unittest.TestCase):
     def test_parameters(self):
         model = sylvora.dask.SylvoraRegressor(max_depth=3, client=self.client)
         self.assertEqual(model.get_params()['max_depth'], 3)
-        other = sklearn.clone(model.set_params(client=None)).set_params(max_depth=5, workers=['a'])
+        other = sklearn.clone(model).set_params(max_depth=5, workers=['a'])
         self.assertEqual((other.max_depth, model.max_depth, other.workers), (5, 3, ['a']))
+        for one in (model, other, sklearn.clone(other)):
+            self.assertIs(one.client, self.client)
+            self.assertIs(one.get_params()['client'], self.client)
+        self.assertIsNone(sklearn.clone(model.set_params(client=None)).client)
         with self.assertRaises(TypeError):
             sylvora.dask.SylvoraRegressor(depth=3)
         with self.assertRaisesRegex(sklearn.exceptions.NotFittedError, 'not fitted'):

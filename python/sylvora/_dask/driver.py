@@ -2,20 +2,24 @@
 
 from __future__ import annotations
 
+import dataclasses
 import time
 import uuid
 import warnings
 from collections.abc import Iterable, Sequence
 from typing import Any, Optional
 
+from .checkpoints import LOG, Fetcher, Kept, Refused
 from .exchange import RanksLost, forget, prepare
 from .shares import deal
 from .task import RANKS_LOST, Fitted, Plan, train_rank
 
-# Losses of workers, one after the other, after which a training is given up.
+# Losses of workers, without a newer checkpoint in between, after which a training is given up.
 _MOST_LOSSES = 5
 # From one look at the cluster to the next.
 _SECONDS_BETWEEN = 0.5
+# For a worker to come, if all were lost.
+_SECONDS_TO_COME = 60.0
 # For the other ranks to end, once one has failed.
 _SECONDS_TO_END = 10.0
 # A worker whose heartbeat the scheduler does not hear for so long is lost: it is stopped, say.
@@ -48,6 +52,8 @@ class Driver:
         Each gives a `Part`.
     sizes : list of float
         Their numbers of rows, or 1 for each.
+    kept : Kept
+        The checkpoints to go on from, and where newer ones are kept.
     """
 
     def __init__(
@@ -56,48 +62,110 @@ class Driver:
         workers: Optional[Iterable[str]],
         parts: Sequence[Any],
         sizes: Sequence[float],
+        kept: Kept,
     ) -> None:
         self._client = client
         self._workers = None if workers is None else set(workers)
         self._parts = parts
         self._sizes = sizes
+        self._kept = kept
         self._silent: set[str] = set()
 
     def train(self, plan: Plan) -> Fitted:
-        """Train; if workers are lost, again with those that are left, from the first round on.
+        """Train; if workers are lost, go on from the last checkpoint with those that are there.
 
-        The model does not depend on the number of workers, so a later attempt gives the same one.
+        The model does not depend on the number of workers, or on where it was interrupted.
 
         Raises
         ------
         RuntimeError
-            No worker is there, or workers are lost again and again.
+            No worker is there, or workers are lost again and again, or data with them.
+        ValueError
+            The user's checkpoint cannot be used.
         """
-        losses = 0
+        losses = before = 0
         while True:
-            addresses = self._addresses()
+            self._check_data()
+            addresses = self._wait_for_workers() if losses else self._addresses()
             if not addresses:
                 raise RuntimeError(
                     "sylvora.dask: no worker is left to train on"
                     if losses
                     else "sylvora.dask: the cluster has no worker to train on"
                 )
+            if losses:
+                self._log_restart(plan, len(addresses))
             try:
-                return self._locked_attempt(plan, addresses)
+                fitted = self._locked_attempt(plan, addresses)
+                for number, data in sorted(fitted.checkpoints.items()):
+                    self._kept.take(number, data)
+                return fitted
             except _WorkersLost as lost:
-                losses += 1
+                losses = losses + 1 if self._kept.num_steps() == before else 1
+                before = self._kept.num_steps()
                 self._silent |= lost.silent
                 if losses >= _MOST_LOSSES:
                     raise RuntimeError(
                         f"sylvora.dask: workers were lost in {losses} attempts, one after the "
                         "other: see their logs; often their memory is too small"
                     ) from None
+                time.sleep(_SECONDS_BETWEEN)  # the scheduler tells which data are lost
+            except Refused as refused:
+                plan = self._without(plan, refused)
+
+    def _log_restart(self, plan: Plan, num_workers: int) -> None:
+        steps = self._kept.num_steps() if plan.checkpoints is not None else 0
+        begins = f"goes on after {steps} rounds or trees" if steps else "begins again"
+        LOG.warning(
+            "sylvora.dask: workers were lost; the training %s, on up to %d workers",
+            begins,
+            num_workers,
+        )
+
+    def _check_data(self) -> None:
+        """Raises an error if data are lost. Those that are computed again have another status."""
+        from distributed import futures_of
+
+        gone = sorted(
+            str(future.key)
+            for future in futures_of(list(self._parts))
+            if future.status == "cancelled"
+        )
+        if gone:
+            raise RuntimeError(
+                "sylvora.dask: data were lost with a worker, and cannot be computed again: "
+                f"{', '.join(gone[:3])}{', ...' if len(gone) > 3 else ''} ({len(gone)} in all); "
+                "they were scattered, say: scatter them again, with broadcast=True, or let the "
+                "workers make or read them"
+            )
+
+    def _without(self, plan: Plan, refused: Refused) -> Plan:
+        """The plan after a refusal: without the checkpoints so far or, if there are none, without
+        any. A file of the user's may be another training's: that is for the user to say."""
+        if self._kept.is_given:
+            where = self._kept.name(refused.number)
+            raise ValueError(f"checkpoint {where}: {refused.why}") from None
+        had = bool(self._kept.data)
+        self._kept.clear()
+        LOG.warning(
+            "sylvora.dask: the training begins again%s: the checkpoint %s",
+            "" if had else ", without checkpoints",
+            refused.why,
+        )
+        return plan if had else dataclasses.replace(plan, checkpoints=None)
 
     def _addresses(self) -> list[str]:
         """The workers to use, sorted."""
         there = self._client.scheduler_info()["workers"]
         usable = set(there) if self._workers is None else self._workers & set(there)
         return sorted(usable - self._silent)
+
+    def _wait_for_workers(self) -> list[str]:
+        """The workers to use after a loss: if there are none, others may be about to come."""
+        end = time.monotonic() + _SECONDS_TO_COME
+        while not self._addresses() and time.monotonic() < end:
+            time.sleep(_SECONDS_BETWEEN)
+        return self._addresses()
 
     def _locked_attempt(self, plan: Plan, addresses: Sequence[str]) -> Fitted:
         """An attempt while no other training uses these workers: two that wait for each other's
@@ -108,7 +176,7 @@ class Driver:
         addresses = addresses[: len(runs)]
         names = [f"sylvora-{address}" for address in addresses]
         with MultiLock(names=names, client=self._client):
-            return _Attempt(self._client, addresses).run(
+            return _Attempt(self._client, addresses, self._kept).run(
                 plan, [self._parts[run.start : run.stop] for run in runs]
             )
 
@@ -116,10 +184,12 @@ class Driver:
 class _Attempt:
     """A rank on each of some workers."""
 
-    def __init__(self, client: Any, addresses: Sequence[str]) -> None:
+    def __init__(self, client: Any, addresses: Sequence[str], kept: Kept) -> None:
         self._client = client
         self._addresses = addresses
         self._job = uuid.uuid4().hex
+        self._kept = kept
+        self._fetcher = Fetcher(client, addresses[0], self._job, kept)
         self._futures: list[Any] = []  # whatever is to be cancelled at the end
         self._tasks: list[Any] = []
         # The last heartbeat that the scheduler heard of each worker, and when we saw it first.
@@ -128,12 +198,18 @@ class _Attempt:
 
     def run(self, plan: Plan, parts: Sequence[Sequence[Any]]) -> Fitted:
         """Run; `parts` has those of each rank."""
+        from distributed import CancelledError, TimeoutError
+
         try:
             self._prepare()
-            self._submit(plan, parts)
-            self._wait()
+            try:
+                self._submit(plan, parts)
+            except (OSError, TimeoutError, CancelledError) as error:  # lost just now
+                raise _WorkersLost from error
+            self._wait(plan.checkpoints is not None)
             return self._result()
         finally:
+            self._fetcher.close()
             self._end()
 
     def _prepare(self) -> None:
@@ -154,10 +230,7 @@ class _Attempt:
 
     def _submit(self, plan: Plan, parts: Sequence[Sequence[Any]]) -> None:
         client = self._client
-        given = client.scatter(
-            plan, workers=list(self._addresses), broadcast=True, hash=False
-        )
-        self._futures.append(given)
+        given, kept = self._scatter(plan)
         for rank, address in enumerate(self._addresses):
             # A chunk whose worker is lost can be made by any other one.
             share = client.compute(
@@ -171,6 +244,7 @@ class _Attempt:
                 rank,
                 list(self._addresses),
                 share,
+                kept if rank == 0 else [],
                 key=f"sylvora-train-{self._job}-{rank}",
                 workers=[address],
                 allow_other_workers=False,
@@ -179,7 +253,19 @@ class _Attempt:
             self._tasks.append(task)
         self._futures += self._tasks
 
-    def _wait(self) -> None:
+    def _scatter(self, plan: Plan) -> tuple[Any, list[Any]]:
+        """The plan for all, and the checkpoints for rank 0."""
+        data = self._kept.data if plan.checkpoints is not None else []
+        client, workers = self._client, list(self._addresses)
+        kept: list[Any] = []
+        given = client.scatter(plan, workers=workers, broadcast=True, hash=False)
+        self._futures.append(given)
+        if data:
+            kept = client.scatter(data, workers=workers[:1], hash=False)
+            self._futures += kept
+        return given, kept
+
+    def _wait(self, fetches: bool) -> None:
         """Returns when all ranks have ended, or one has failed and the others had time to end."""
         from distributed import CancelledError, TimeoutError, wait
 
@@ -191,6 +277,8 @@ class _Attempt:
                 )
             except TimeoutError:
                 self._check_workers()
+                if fetches:
+                    self._fetcher.look()
             except CancelledError:  # what a task needs was lost with a worker
                 break
             if any(task.status in ("error", "lost", "cancelled") for task in self._tasks):

@@ -2,13 +2,16 @@
 
 from __future__ import annotations
 
+import os
 from collections.abc import Iterable, Mapping
-from typing import Any, ClassVar, Optional, TypeVar
+from typing import Any, ClassVar, NamedTuple, Optional, TypeVar, Union
 
 import numpy as np
 from sklearn.utils.validation import check_is_fitted
 
 from .._estimators import boosting, forests
+from .._training.parameters import checkpoint_settings
+from .checkpoints import Kept, Wanted
 from .driver import Driver, warn
 from .predictions import predictions
 from .shares import by_rows, computed, is_chunked, parts_of
@@ -18,6 +21,38 @@ DaskT = TypeVar("DaskT", bound="DaskEstimator")
 
 # Arguments of fit with an item per row.
 _BY_ROW = ("y", "sample_weight", "qid")
+
+Checkpoint = Union[str, "os.PathLike[str]", bool, None]
+
+
+class _Keeping(NamedTuple):
+    """Arguments of fit."""
+
+    checkpoint: Checkpoint
+    checkpoint_every: Optional[int]
+
+    def check(self) -> tuple[Kept, Optional[Wanted]]:
+        """What they mean for the client, and for the workers."""
+        path, every = self
+        if path is True:
+            raise TypeError("checkpoint must be a file name, False or None, got True")
+        if path is False:
+            if every is not None:
+                raise ValueError("checkpoint_every needs a checkpoint: checkpoint is False")
+            return Kept(), None
+        checkpoint_settings("any" if path is None else path, every)
+        return Kept(path), Wanted(every, last=path is not None)
+
+
+class _Uncopied:
+    """The client as a parameter: scikit-learn deep-copies the parameters of what it clones, and a
+    client has no copies."""
+
+    def __init__(self, client: Any) -> None:
+        self.client = client
+
+    def __deepcopy__(self, memo: Any) -> _Uncopied:
+        return self
 
 
 class DaskEstimator:
@@ -43,14 +78,25 @@ class DaskEstimator:
         workers: Optional[Iterable[str]] = None,
         **parameters: Any,
     ) -> None:
-        self.client = client
+        self._client = client if isinstance(client, _Uncopied) else _Uncopied(client)
         self.workers = workers
         self._unfitted = self._local(**parameters)
         self._fitted: Any = None
 
+    @property
+    def client(self) -> Any:
+        """The parameter."""
+        return self._client.client
+
+    @client.setter
+    def client(self, client: Any) -> None:
+        self._client = client if isinstance(client, _Uncopied) else _Uncopied(client)
+
     def get_params(self, deep: bool = True) -> dict[str, Any]:
-        """Return the parameters by name."""
-        own = {"client": self.client, "workers": self.workers}
+        """Return the parameters by name; with deep=False, as `sklearn.base.clone` wants them, the
+        client is wrapped."""
+        wrapped = not deep and self.client is not None
+        own = {"client": self._client if wrapped else self.client, "workers": self.workers}
         return {**own, **self._unfitted.get_params(deep=deep)}
 
     def set_params(self: DaskT, **parameters: Any) -> DaskT:
@@ -87,9 +133,11 @@ class DaskEstimator:
         return repr(self._unfitted)
 
     def __getstate__(self) -> dict[str, Any]:
-        return {**self.__dict__, "client": None}
+        return {**self.__dict__, "_client": _Uncopied(None)}
 
-    def _fit(self: DaskT, X: Any, eval_set: Any, **arguments: Any) -> DaskT:
+    def _fit(
+        self: DaskT, X: Any, eval_set: Any, keeping: _Keeping, **arguments: Any
+    ) -> DaskT:
         from distributed import default_client
         from sklearn.base import clone
 
@@ -99,6 +147,7 @@ class DaskEstimator:
                 "callbacks must be None: a training on a cluster does not call them; "
                 "early_stopping_rounds can end it"
             )
+        kept, wanted = keeping.check()
         X = by_rows(X)
         given = {name: value for name, value in arguments.items() if value is not None}
         by_chunk = {name: given.pop(name) for name in _BY_ROW if is_chunked(given.get(name))}
@@ -109,8 +158,8 @@ class DaskEstimator:
             given.setdefault("y", None)
         given = {name: computed(value) for name, value in given.items()}
         client = default_client() if self.client is None else self.client
-        fitted = Driver(client, self.workers, parts, sizes).train(
-            Plan(estimator, list(by_chunk), given)
+        fitted = Driver(client, self.workers, parts, sizes, kept).train(
+            Plan(estimator, list(by_chunk), given, wanted)
         )
         self._fitted = fitted.estimator
         warn(fitted.warnings)
@@ -163,6 +212,8 @@ class SylvoraRegressor(DaskEstimator):
         sample_weight: Any = None,
         *,
         eval_set: Optional[Mapping[str, Any] | list[Any]] = None,
+        checkpoint: Checkpoint = None,
+        checkpoint_every: Optional[int] = None,
     ) -> SylvoraRegressor:
         """Train on rows in the order of the chunks.
 
@@ -174,12 +225,22 @@ class SylvoraRegressor(DaskEstimator):
             As `fit` of the class in `sylvora` takes them.
         eval_set : mapping of str to (X, y), or list of (X, y), default=None
             Sets to evaluate after each round; every worker gets them in full.
+        checkpoint : str, path or False, default=None
+            The state of the training is kept in the memory of this process, and the training goes
+            on from it if workers are lost. With a file name it is in this file as well: if the
+            file exists, the training goes on from it, as that of `sylvora.train`. A classifier of
+            several classes has a file for each: the second one ends with .1, and so on. False:
+            nothing is kept.
+        checkpoint_every : int, default=None
+            Rounds, or trees of a forest, from one state to the next. By default as many as keep
+            the cost near a twentieth of the time or below.
 
         Returns
         -------
         self
         """
-        return self._fit(X, eval_set, y=y, sample_weight=sample_weight)
+        keeping = _Keeping(checkpoint, checkpoint_every)
+        return self._fit(X, eval_set, keeping, y=y, sample_weight=sample_weight)
 
 
 class SylvoraClassifier(_WithProbabilities):
@@ -196,11 +257,13 @@ class SylvoraClassifier(_WithProbabilities):
         *,
         class_weight: Any = None,
         eval_set: Optional[Mapping[str, Any] | list[Any]] = None,
+        checkpoint: Checkpoint = None,
+        checkpoint_every: Optional[int] = None,
     ) -> SylvoraClassifier:
         """Train on rows in the order of the chunks; see `SylvoraRegressor.fit`."""
-        return self._fit(
-            X, eval_set, y=y, sample_weight=sample_weight, class_weight=class_weight
-        )
+        keeping = _Keeping(checkpoint, checkpoint_every)
+        by_row = {"y": y, "sample_weight": sample_weight}
+        return self._fit(X, eval_set, keeping, class_weight=class_weight, **by_row)
 
 
 class SylvoraRanker(DaskEstimator):
@@ -217,13 +280,16 @@ class SylvoraRanker(DaskEstimator):
         group: Any = None,
         qid: Any = None,
         eval_set: Optional[Mapping[str, Any] | list[Any]] = None,
+        checkpoint: Checkpoint = None,
+        checkpoint_every: Optional[int] = None,
     ) -> SylvoraRanker:
         """Train on rows in the order of the chunks; see `SylvoraRegressor.fit`.
 
         `group` has the number of rows of each query, in the order of the rows. `qid` has the query
         of each row, by chunks as X, or in one array. A query may be in several chunks.
         """
-        return self._fit(X, eval_set, y=y, group=group, qid=qid)
+        keeping = _Keeping(checkpoint, checkpoint_every)
+        return self._fit(X, eval_set, keeping, y=y, group=group, qid=qid)
 
 
 class SylvoraForestRegressor(DaskEstimator):
@@ -232,9 +298,18 @@ class SylvoraForestRegressor(DaskEstimator):
     __doc__ += (DaskEstimator.__doc__ or "").partition("share.")[2]
     _local = forests.SylvoraForestRegressor
 
-    def fit(self, X: Any, y: Any, sample_weight: Any = None) -> SylvoraForestRegressor:
+    def fit(
+        self,
+        X: Any,
+        y: Any,
+        sample_weight: Any = None,
+        *,
+        checkpoint: Checkpoint = None,
+        checkpoint_every: Optional[int] = None,
+    ) -> SylvoraForestRegressor:
         """Train on rows in the order of the chunks; see `SylvoraRegressor.fit`."""
-        return self._fit(X, None, y=y, sample_weight=sample_weight)
+        keeping = _Keeping(checkpoint, checkpoint_every)
+        return self._fit(X, None, keeping, y=y, sample_weight=sample_weight)
 
 
 class SylvoraForestClassifier(_WithProbabilities):
@@ -243,6 +318,15 @@ class SylvoraForestClassifier(_WithProbabilities):
     __doc__ += (DaskEstimator.__doc__ or "").partition("share.")[2]
     _local = forests.SylvoraForestClassifier
 
-    def fit(self, X: Any, y: Any, sample_weight: Any = None) -> SylvoraForestClassifier:
+    def fit(
+        self,
+        X: Any,
+        y: Any,
+        sample_weight: Any = None,
+        *,
+        checkpoint: Checkpoint = None,
+        checkpoint_every: Optional[int] = None,
+    ) -> SylvoraForestClassifier:
         """Train on rows in the order of the chunks; see `SylvoraRegressor.fit`."""
-        return self._fit(X, None, y=y, sample_weight=sample_weight)
+        keeping = _Keeping(checkpoint, checkpoint_every)
+        return self._fit(X, None, keeping, y=y, sample_weight=sample_weight)

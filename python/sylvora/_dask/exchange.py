@@ -10,7 +10,7 @@ from __future__ import annotations
 import asyncio
 import pickle
 from collections.abc import Coroutine, Sequence
-from typing import Any
+from typing import Any, Optional
 
 _DESK = "sylvora"
 _DELIVER = "sylvora_deliver"
@@ -35,6 +35,7 @@ class Group:
     def __init__(self, job: str, worker: Any) -> None:
         self.job = job
         self.rank = 0
+        self.folder: Any = None  # rank 0: of the checkpoints
         self._worker = worker
         self._loop: asyncio.AbstractEventLoop = asyncio.get_running_loop()
         self._addresses: Sequence[str] = ()
@@ -81,6 +82,10 @@ class Group:
         """The values of all ranks, of any kind that can be pickled."""
         parts = self.swap([pickle.dumps(value, protocol=5)] * self.size)
         return [pickle.loads(part) for part in parts]
+
+    def scratch(self) -> str:
+        """The folder of the worker for files that end with it."""
+        return str(self._worker.local_directory)
 
     @staticmethod
     def _fill(all: memoryview, parts: Sequence[Any]) -> None:
@@ -204,6 +209,11 @@ def _desk_of(worker: Any) -> Desk:
         worker.handlers.update({_DELIVER: desk.deliver, _WATCH: desk.watch})
     found: Desk = worker.extensions[_DESK]
     return found
+
+
+def group_of(worker: Any, job: str) -> Optional[Group]:
+    """The group of a job at a worker, if it is there."""
+    return _desk_of(worker).groups.get(job)
 
 
 async def prepare(job: str, dask_worker: Any = None) -> str:

@@ -82,6 +82,34 @@ def _chunks_like(data: Any, X: Any, argument: str) -> list[Any]:
     return list(np.ravel(data.to_delayed()))
 
 
+def _is_in(value: Any, names: set[Any]) -> bool:
+    """Whether a value of a graph is one of some keys; it may be a task, which has no hash."""
+    try:
+        return value in names
+    except TypeError:
+        return False
+
+
+def _direct(part: Any) -> Any:
+    """A delayed value with scattered data in the place of keys that only stand for them: on such
+    keys the scheduler of distributed 2022.12 fails if tasks are given to workers."""
+    from dask.delayed import Delayed
+    from dask.optimization import cull, inline
+    from distributed import Future
+
+    graph = dict(part.dask)
+    names: set[Any] = set()
+    num_names = -1
+    while num_names < len(names):  # a name may stand for another one
+        num_names = len(names)
+        for key, value in graph.items():
+            if isinstance(value, Future) or (type(value) in (str, tuple) and _is_in(value, names)):
+                names.add(key)
+    if not names:
+        return part
+    return Delayed(part.key, cull(inline(graph, names, inline_constants=False), part.key)[0])
+
+
 def parts_of(X: Any, columns: dict[str, Any]) -> tuple[list[Any], list[float]]:
     """Return a delayed Part per chunk of X, in order, and its share of the rows.
 
@@ -100,7 +128,7 @@ def parts_of(X: Any, columns: dict[str, Any]) -> tuple[list[Any], list[float]]:
             )
     make = dask.delayed(Part, pure=False)
     parts = [
-        make(number, block, *(others[name][number] for name in Part._fields[2:]))
+        _direct(make(number, block, *(others[name][number] for name in Part._fields[2:])))
         for number, block in enumerate(blocks)
     ]
     sizes = [1.0] * len(blocks)

@@ -13,6 +13,7 @@ import numpy as np
 from .. import _core
 from .._data.dataset import Dataset
 from .._data.tables import Frame, as_table
+from .checkpoints import Wanted, check_refusal, checkpoints
 from .exchange import Group, Membership, RanksLost
 from .shares import Part, share_of
 
@@ -32,19 +33,24 @@ class Plan:
         The fields of `Part` that were given.
     arguments : dict
         The other arguments of fit, for all rows.
+    checkpoints : Wanted or None
+        None: no checkpoint is written.
     """
 
     estimator: Any
     chunked: Sequence[str]
     arguments: dict[str, Any]
+    checkpoints: Optional[Wanted] = None
 
 
 @dataclass(frozen=True)
 class Fitted:
-    """What rank 0 returns: the fitted estimator, and the warnings of its fit."""
+    """What rank 0 returns: the fitted estimator, the warnings of its fit, and the last
+    checkpoints by number, if they were wanted."""
 
     estimator: Any
     warnings: list[str]
+    checkpoints: dict[int, bytes]
 
 
 def _agreed(columns: list[Optional[list[str]]]) -> Optional[list[str]]:
@@ -86,28 +92,39 @@ def _gather(group: Group, plan: Plan, parts: Sequence[Part]) -> tuple[Dataset, d
 
 
 def train_rank(
-    plan: Plan, job: str, rank: int, addresses: Sequence[str], parts: Sequence[Part]
+    plan: Plan,
+    job: str,
+    rank: int,
+    addresses: Sequence[str],
+    parts: Sequence[Part],
+    given: Sequence[bytes],
 ) -> Union[Fitted, str, None]:
-    """The task of a rank: its rows are those of `parts`, in order.
+    """The task of a rank: its rows are those of `parts`, in order. Rank 0 is given the checkpoints
+    to go on from.
 
     Returns None at all but rank 0, and RANKS_LOST at a rank that had to end because of others.
     """
     try:
-        return _train_rank(plan, job, rank, addresses, parts)
+        with Membership(job, rank, addresses) as group:
+            with checkpoints(group, plan.checkpoints, given) as settings:
+                dataset, arguments = _gather(group, plan, parts)
+                del parts
+                dataset._checkpoints = settings
+                fitted = _fit(group, plan, dataset, arguments)
+        return fitted if rank == 0 else None
     except RanksLost:
         return RANKS_LOST
 
 
-def _train_rank(
-    plan: Plan, job: str, rank: int, addresses: Sequence[str], parts: Sequence[Part]
-) -> Optional[Fitted]:
-    with Membership(job, rank, addresses) as group:
-        dataset, arguments = _gather(group, plan, parts)
-        del parts
-        with warnings.catch_warnings(record=True) as caught:
-            warnings.simplefilter("always")
+def _fit(group: Group, plan: Plan, dataset: Dataset, arguments: dict[str, Any]) -> Fitted:
+    with warnings.catch_warnings(record=True) as caught:
+        warnings.simplefilter("always")
+        try:
             estimator = plan.estimator.fit(dataset, arguments.pop("y"), **arguments)
-        if rank > 0:
-            return None
-        texts = [str(one.message) for one in caught if issubclass(one.category, UserWarning)]
-        return Fitted(estimator, texts)
+        except _core.TrainingError as error:
+            check_refusal(group, error)
+            raise
+    texts = [str(one.message) for one in caught if issubclass(one.category, UserWarning)]
+    wanted = group.folder is not None and plan.checkpoints is not None and plan.checkpoints.last
+    news = group.folder.news({}) if wanted else {}
+    return Fitted(estimator, texts, {number: data for number, (_, data) in news.items()})

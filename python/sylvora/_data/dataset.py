@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import math
-from collections.abc import Sequence
+from collections.abc import Iterator, Sequence
 from typing import Any, Optional
 
 import numpy as np
@@ -72,6 +72,8 @@ class Dataset:
         frame = as_table(X, missing=missing)
         self._missing = missing
         self._is_shared = False  # with other ranks of a training
+        # The settings of the checkpoint of each training, in turn.
+        self._checkpoints: Optional[Iterator[dict[str, str]]] = None
         self._names = frame.names
         if feature_names is not None:
             self._names = given_names(feature_names, frame.num_columns)
@@ -90,6 +92,7 @@ class Dataset:
         """
         whole = cls.__new__(cls)
         whole._missing, whole._names, whole._is_shared = missing, frame.names, True
+        whole._checkpoints = None
         try:
             whole._core = _core.Dataset.gather(communicator, frame.table)
         except ValueError as error:
@@ -139,8 +142,12 @@ class Dataset:
         part = Dataset.__new__(Dataset)
         part._core = self._core.subset(_row_numbers(rows, self.num_rows))
         part._missing, part._names = self._missing, self._names
-        part._is_shared = self._is_shared
+        part._is_shared, part._checkpoints = self._is_shared, self._checkpoints
         return part
+
+    def _next_checkpoint(self) -> dict[str, str]:
+        """The settings of the checkpoint of the training that begins."""
+        return {} if self._checkpoints is None else next(self._checkpoints)
 
     def _column(self, column: int) -> npt.NDArray[np.float64]:
         """A copy of a column; a missing value is -2147483648, as trainings read it."""

@@ -190,7 +190,7 @@ class _Fit:
         self._total = 1 if single else int(settings.get("numTree", _DEFAULT_ROUNDS))
         self._done = 0
         self._has_rounds = settings["modelType"] in ("GBDT", "GBRank")
-        for name, value in settings.items():
+        for name, value in {**settings, **given.dataset._next_checkpoint()}.items():
             self.training.set(name, value)
         ranking = settings["modelType"] == "GBRank" or any(map(needs_queries, given.metrics))
         for data in given.evaluation:
