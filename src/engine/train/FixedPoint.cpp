@@ -96,10 +96,6 @@ FixedPoint FixedPoint::Fit(const double* gradV, const int* weightV, int num, Wor
     if (!extent.fInRange || num == 0 || (largestAbs != 0.0 && largestAbs < kSmallest)) return fit;
     if (extent.totalWeight > INT_MAX) return fit;  // a node's weights are summed as int
     fit.fUsable = true;
-    // A margin for the rounding of size / weight.
-    fit.maxAbsGradPerWeight = extent.largestRatio * (1.0 + 1e-12);
-    const double h = fit.maxAbsGradPerWeight;
-    fit.weightPerAbsGrad = h > 0.0 ? 1.0 / h : 0.0;
     const auto exponentAbove = [](double value) {
         int exponent = 0;
         std::frexp(value, &exponent);
@@ -112,6 +108,11 @@ FixedPoint FixedPoint::Fit(const double* gradV, const int* weightV, int num, Wor
     const int k = fit.fExact ? exactPower : std::min(61 - e - f, 49 - e);
     fit.scale = std::ldexp(1.0, k);
     fit.unit = std::ldexp(1.0, -k);
+    // Margins for the rounding of size / weight, and of gradients to units: weights are at least 1.
+    fit.maxAbsGradPerWeight =
+        extent.largestRatio * (1.0 + 1e-12) + (fit.fExact ? 0.0 : 0.5 * fit.unit);
+    const double h = fit.maxAbsGradPerWeight;
+    fit.weightPerAbsGrad = h > 0.0 ? 1.0 / h : 0.0;
     // Layout of the packed word: the weights need weightBits; the absolute values need absBits + 1
     // per row (ToCell rounds up by one), times num rows.
     fit.weightBits = exponentAbove(extent.totalWeight);

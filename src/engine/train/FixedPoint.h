@@ -44,7 +44,7 @@ struct FixedPoint {
     double scale = 1.0;
     // 2^-k, the size of one unit.
     double unit = 1.0;
-    // h: no |gradient| / weight is larger.
+    // h: no |gradient| / weight is larger, nor with the gradient rounded to units.
     double maxAbsGradPerWeight = 0.0;
     // 1 / h; 0 if h is 0.
     double weightPerAbsGrad = 0.0;

@@ -136,7 +136,9 @@ void CheckCells(const Rows& rows, const FixedPoint& fixed, const std::vector<Cel
         const Wide q = cellV[row].q;
         EXPECT_TRUE(Size(q) <= Wide{1} << 49);
         EXPECT_TRUE(!fixed.fExact || q * rows.Exact(fixed.unit) == gradient);
-        EXPECT_TRUE(Size(gradient) <= rows.Exact(fixed.maxAbsGradPerWeight) * rows.Weight(row));
+        const Wide mostOfRow = rows.Exact(fixed.maxAbsGradPerWeight) * rows.Weight(row);
+        EXPECT_TRUE(std::max(Size(gradient), Size(q) * rows.Exact(fixed.unit)) <= mostOfRow);
+        EXPECT_TRUE(Size(q) * rows.Exact(fixed.unit) <= rows.Exact(fixed.AbsBound(cellV[row])));
         sizeOfQ += Size(q);
         packed += cellV[row].packed;
         weight += rows.Weight(row);
@@ -145,7 +147,8 @@ void CheckCells(const Rows& rows, const FixedPoint& fixed, const std::vector<Cel
     EXPECT_TRUE(sizeOfQ <= Wide{1} << (fixed.fExact ? 52 : 61));
     EXPECT_TRUE(packed < Wide{1} << 64);
     EXPECT_TRUE(weight < Wide{1} << fixed.weightBits);
-    EXPECT_LE(fixed.maxAbsGradPerWeight, largest * (1 + 1e-11));
+    const double rounding = fixed.fExact ? 0.0 : 0.5 * fixed.unit;
+    EXPECT_LE(fixed.maxAbsGradPerWeight, (largest + rounding) * (1 + 1e-11));
 }
 
 // The units are no coarser than the room in the words asks for.
