@@ -59,7 +59,7 @@ bool HistogramGrower::Take(const double* gradV, const int* weightV, const int* i
     if (num == 0) return false;
     rows.Take(gradV, weightV, indexV, num, data.NumRows(), pool);
     const int* ownWeightV = rows.weightV.empty() ? nullptr : rows.weightV.data();
-    fixed = FixedPoint::Fit(rows.gradV.data(), ownWeightV, num, pool);
+    fixed = FixedPoint::Fit(rows.gradV.data(), ownWeightV, num, pool, tuning.leastRows);
     return fixed.fUsable;
 }
 
