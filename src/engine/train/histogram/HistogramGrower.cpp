@@ -370,8 +370,7 @@ void HistogramGrower::ShareHistogram(OpenNode& open, Worker& worker) {
 // Records the split and appends both children, the left one first. Children that may be split go to
 // nextV with their integer sums; the right child has what the left one leaves.
 void HistogramGrower::AppendChildren(OpenNode& open, std::vector<OpenNode>& nextV) {
-    RecordSplit(open.split, static_cast<int>(nodeV.size()),
-                nodeV[static_cast<size_t>(open.idxNode)]);
+    RecordSplit(open.split, nodeV.size(), nodeV[static_cast<size_t>(open.idxNode)]);
     Cell total = open.left;
     for (size_t k = 0; k < 2; ++k) {
         if (limits.MaySplit(open.children[k])) {
