@@ -18,8 +18,8 @@ struct SearchResult {
     std::vector<int> undecidedV;
     // The near-tie's candidates in the order of undecidedV, if each slot has only one; else empty.
     std::vector<Candidate> tiedV;
-    // The best score of all slots, -1 without a split, and how far it may be from the reference
-    // implementation's score of the same split.
+    // The reference implementation's score of the best split of all slots is within scoreError of
+    // bestScore; -1 without a split.
     double bestScore = -1.0;
     double scoreError = 0.0;
     // The winner's score is the reference implementation's, bit for bit.

@@ -1,6 +1,6 @@
 // How near two cuts may score before the reference search is asked: on nodes with one cut in each
 // of two columns, whose scores differ by a little less or a little more than twice the error bound
-// E of docs/engine-training.md, written down here once more.
+// E' of docs/engine-training.md, written down here once more.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -69,13 +69,16 @@ struct Node {
     const std::vector<int> columnV = {0, 1};
 };
 
-FixedPoint InUnitsOf(double unit, const std::vector<double>& gradV) {
+// As if a gradient of other nodes were as large as maxAbsGrad.
+FixedPoint InUnitsOf(double unit, const std::vector<double>& gradV, double maxAbsGrad = 1.0) {
     WorkerPool pool;
     FixedPoint fixed = FixedPoint::Fit(gradV.data(), nullptr, static_cast<int>(gradV.size()), pool);
     EXPECT_TRUE(fixed.fUsable);
     fixed.unit = unit;
     fixed.scale = 1 / unit;
     fixed.fExact = false;
+    fixed.maxAbsGradPerWeight = maxAbsGrad;
+    fixed.weightPerAbsGrad = 1 / maxAbsGrad;
     return fixed;
 }
 
@@ -91,13 +94,16 @@ const Source kSources[] = {{4, 0x1p-49, 0},
                            {64, 0x1p-40, 0x1p-20},
                            {64, 0x1p-40, -0x1p-20}};
 
-// E, with gradients of at most 1.
+// E' of a cut: the sums of its sides are n / 2 and 2 - n / 2, almost.
 double Error(const Source& source, bool fHistogram) {
     const double n = source.numRows;
     const double maxAbsSum = fHistogram ? std::max(n / 2, 2.0) + n / 2 + 2 : n;
     const double e =
         1.02 * (n + 8) * kRoundoff * maxAbsSum + n * source.unit / 2 + std::fabs(source.gradAway);
-    return 4 * e + 2 * e * e + 16 * kRoundoff * n;
+    const double left = n / 2;
+    const double right = n / 2 - 2;
+    return 1.01 * ((2 * left + e) * e + (2 * right + e) * e) / left +
+           16 * kRoundoff * (left * left + right * right) / left;
 }
 
 // The node whose cuts' scores differ by `difference`, as near as the unit allows.
@@ -110,22 +116,28 @@ Node NodeWith(double difference, const Source& source, int better) {
     return node;
 }
 
+void ExpectMargin(const Source& source, bool fHistogram, int better, double maxAbsGrad) {
+    const double margin = 2 * Error(source, fHistogram);
+    for (const double share : {0.9, 1.1}) {
+        SCOPED_TRACE(testing::Message() << source.numRows << " rows, unit " << source.unit
+                                        << ", histogram " << fHistogram << ", gradients up to "
+                                        << maxAbsGrad << ", " << share << " margins");
+        const Node node = NodeWith(share * margin, source, better);
+        const SearchResult<Candidate> result = node.Search(
+            InUnitsOf(source.unit, node.gradV, maxAbsGrad), node.sum + source.gradAway, fHistogram);
+        EXPECT_EQ(result.Found(), share > 1);
+        EXPECT_EQ(result.undecidedV, share > 1 ? std::vector<int>{} : node.columnV);
+        if (result.Found()) EXPECT_EQ(result.winner.slot, better);
+    }
+}
+
+// The margin follows from the means of the cut's sides, whatever the largest gradient is.
 TEST(SearchMargins, AreTwiceTheErrorOfAScore) {
     for (const Source& source : kSources) {
         for (const bool fHistogram : {false, true}) {
             for (const int better : {0, 1}) {
-                const double margin = 2 * Error(source, fHistogram);
-                for (const double share : {0.9, 1.1}) {
-                    SCOPED_TRACE(testing::Message()
-                                 << source.numRows << " rows, unit " << source.unit
-                                 << ", histogram " << fHistogram << ", " << share << " margins");
-                    const Node node = NodeWith(share * margin, source, better);
-                    const SearchResult<Candidate> result = node.Search(
-                        InUnitsOf(source.unit, node.gradV), node.sum + source.gradAway, fHistogram);
-                    EXPECT_EQ(result.Found(), share > 1);
-                    EXPECT_EQ(result.undecidedV, share > 1 ? std::vector<int>{} : node.columnV);
-                    if (result.Found()) EXPECT_EQ(result.winner.slot, better);
-                }
+                ExpectMargin(source, fHistogram, better, 1.0);
+                ExpectMargin(source, fHistogram, better, 100.0);
             }
         }
     }

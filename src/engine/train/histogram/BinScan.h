@@ -34,6 +34,11 @@ struct Candidate {
     uint32_t lastRank;
     // The sums over the rows on the left.
     Cell left;
+    // How far the score may be from the reference implementation's score of this split.
+    double error = 0.0;
+
+    double Most() const { return score + error; }
+    double Least() const { return score - error; }
 };
 
 // The score of a split with the sums (sum, weight) on its left.

@@ -16,7 +16,7 @@ namespace engine {
 void SplitSearch::Buffers::Keep(const Candidate& candidate) {
     constexpr size_t kKept = 2;
     const auto isBetter = [](const Candidate& a, const Candidate& b) {
-        return a.score != b.score ? a.score > b.score : a.lastRank < b.lastRank;
+        return a.Most() != b.Most() ? a.Most() > b.Most() : a.lastRank < b.lastRank;
     };
     size_t numOfSlot = 0;
     while (numOfSlot < std::min(kKept, candidateV.size()) &&
@@ -89,8 +89,7 @@ void SplitSearch::ScoreSubBins(const SearchTask& task, int slot, Buffers& buffer
             if (left.packed == bin.behind.packed) return;  // between bins; AppendCandidates has it
             const double score = SplitScore(node, fixed.Sum(left), fixed.Weight(left));
             if (!(score >= PruningThreshold())) return;
-            buffers.Keep({score, slot, id, bin.LastRank(subBin), left});
-            RaiseBest(best, score);
+            Consider({score, slot, id, bin.LastRank(subBin), left}, buffers);
         });
     const double minScore = PruningThreshold();
     buffers.fCandidateV.assign(buffers.fine.NumSubBins(), 0);
@@ -213,8 +212,7 @@ void SplitSearch::ScoreKeyRange(const SearchTask& task, int slot, const KeyRange
         const double score = SplitScore(node, fixed.Sum(prefix), fixed.Weight(prefix));
         if (!(score >= minScore)) continue;
         if (!fAllSeparable && !IsSeparable(valueOf(*key), valueOf(key[1]))) continue;
-        buffers.Keep({score, slot, id, rank, prefix});
-        RaiseBest(best, score);
+        Consider({score, slot, id, rank, prefix}, buffers);
         minScore = PruningThreshold();
     }
 }

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iterator>
 #include <utility>
 
 #include "base/Chunks.h"
@@ -54,17 +53,14 @@ void SplitSearch::BufferPool::Release(std::vector<std::unique_ptr<Buffers>>& tak
 
 void SplitSearch::Begin(const SearchTask& task) {
     node = {task.total, fixed.Sum(task.total), fixed.Weight(task.total)};
-    best = -1.0;
     leastBest = task.leastBest;
     ChooseSlots(task);
 }
 
-// One E is that of the score; the other is more than the rounding of this difference, and of those
-// that it is compared with.
 double SplitSearch::LeastBest(const SearchTask& task) {
     Begin(task);
     ScanColumns(task);
-    return best < 0.0 ? -1.0 : best - 2 * ScoreError(best);
+    return leastBest;
 }
 
 // The steps: scan the columns' histograms for the best split between bins; refine the bins that may
@@ -118,7 +114,7 @@ void SplitSearch::SetError(const SearchTask& task, double maxAbsSum) {
                                   0.5 * numRows * fixed.unit + std::fabs(task.gradAll - node.sum);
 }
 
-// E of the derivation: how far a score may be from the reference implementation's.
+// E of the derivation: how far the score of any split may be from the reference implementation's.
 double SplitSearch::ScoreError(double score) const {
     if (fixed.fExact) return 0.0;
     const double h = fixed.maxAbsGradPerWeight;
@@ -126,15 +122,32 @@ double SplitSearch::ScoreError(double score) const {
     return 4 * h * e + 2 * e * e + 16 * kUnitRoundoff * score;
 }
 
-// A candidate that scores less cannot win. Its own score and the best may each be off by E, hence
-// the margin 2 E; leastBest is a reference score.
-double SplitSearch::PruningThreshold() const {
-    const double score = best.load(std::memory_order_relaxed);
-    return std::max(score - 2 * ScoreError(score), leastBest - ScoreError(leastBest));
+// The same for one split: its own means take the place of h.
+double SplitSearch::ScoreError(const Candidate& candidate) const {
+    if (fixed.fExact) return 0.0;
+    const double e = sumError;
+    const double sum = std::fabs(fixed.Sum(candidate.left));
+    const double rest = std::fabs(node.sum - fixed.Sum(candidate.left));
+    const double weight = fixed.Weight(candidate.left);
+    return 1.01 * ((2 * sum + e) * e / weight + (2 * rest + e) * e / (node.weight - weight)) +
+           16 * kUnitRoundoff * candidate.score;
 }
 
-// The first look at every slot. Raises `best` to the best split between bins, which prunes most
-// bins of the next step.
+// A candidate that scores less cannot win.
+double SplitSearch::PruningThreshold() const {
+    const double least = leastBest.load(std::memory_order_relaxed);
+    return least - ScoreError(std::max(least, 0.0));
+}
+
+// Keeps a candidate that may win.
+void SplitSearch::Consider(Candidate candidate, Buffers& buffers) {
+    candidate.error = ScoreError(candidate);
+    if (!(candidate.Most() >= leastBest.load(std::memory_order_relaxed))) return;
+    buffers.Keep(candidate);
+    RaiseBest(leastBest, candidate.Least());
+}
+
+// The first look at every slot. The best split between bins prunes most bins of the next step.
 void SplitSearch::ScanColumns(const SearchTask& task) {
     summaryV.resize(std::max(summaryV.size(), static_cast<size_t>(task.numSlots)));
     For(task, static_cast<int>(slotV.size()), [&](int i) {
@@ -142,12 +155,19 @@ void SplitSearch::ScanColumns(const SearchTask& task) {
         scan.Scan(task.columnV[slot], *task.histogram, node, summaryV[static_cast<size_t>(slot)]);
     });
     double maxAbsSum = 0.0;
+    double best = -1.0;
     for (const int slot : slotV) {
         const ColumnSummary& summary = summaryV[static_cast<size_t>(slot)];
-        RaiseBest(best, summary.best);
+        best = std::max(best, summary.best);
         maxAbsSum = std::max(maxAbsSum, summary.maxAbsSum);
     }
     SetError(task, maxAbsSum);
+    RaiseLeastBest(best);
+}
+
+// Takes note of a split between bins, by its score; -1 if there is none.
+void SplitSearch::RaiseLeastBest(double score) {
+    if (score >= 0.0) RaiseBest(leastBest, score - ScoreError(score));
 }
 
 // Refines the columns with the highest bounds first: the scores they find may prune the others.
@@ -176,8 +196,14 @@ void SplitSearch::RefineSlots(const SearchTask& task) {
 void SplitSearch::AppendBoundaries(const SearchTask& task, int slot) {
     const ColumnSummary& summary = summaryV[static_cast<size_t>(slot)];
     if (summary.best < PruningThreshold()) return;
+    std::vector<Candidate>& candidateV = buffersV[0]->candidateV;
+    const size_t numBefore = candidateV.size();
     scan.AppendCandidates({slot, task.columnV[slot]}, *task.histogram, node, summary,
-                          PruningThreshold(), buffersV[0]->candidateV);
+                          PruningThreshold(), candidateV);
+    for (size_t i = numBefore; i < candidateV.size(); ++i) {
+        candidateV[i].error = ScoreError(candidateV[i]);
+        RaiseBest(leastBest, candidateV[i].Least());
+    }
 }
 
 bool SplitSearch::IsSorted(const SearchTask& task, int slot) const {
@@ -192,7 +218,7 @@ void SplitSearch::SearchBySorting(const SearchTask& task) {
         if (IsSorted(task, slot)) continue;
         ColumnSummary& summary = summaryV[static_cast<size_t>(slot)];
         scan.Scan(task.columnV[slot], *task.histogram, node, summary);
-        RaiseBest(best, summary.best);
+        RaiseLeastBest(summary.best);
     }
     cellV.resize(static_cast<size_t>(task.rows.count));
     task.rows.CellsOf(task.rows.rowV, task.rows.count, fixed, cellV.data());
@@ -234,20 +260,24 @@ void SplitSearch::RefineTogether(const SearchTask& task, const int* slots, int n
     });
 }
 
-// Keeps the candidates that score at least the final threshold: one is the winner, more are a
-// near-tie.
+// Keeps the candidates that may score as much as the best one does at least: one is the winner,
+// more are a near-tie.
 SearchResult<Candidate> SplitSearch::Decide() {
     SearchResult<Candidate> result;
-    const double minScore = PruningThreshold();
     std::vector<Candidate> candidateV;
+    double most = -1.0;
+    double least = -1.0;
     for (const auto& buffers : buffersV) {
-        std::copy_if(buffers->candidateV.begin(), buffers->candidateV.end(),
-                     std::back_inserter(candidateV),
-                     [minScore](const Candidate& c) { return c.score >= minScore; });
+        for (const Candidate& candidate : buffers->candidateV) {
+            if (!(candidate.Most() >= leastBest)) continue;
+            candidateV.push_back(candidate);
+            most = std::max(most, candidate.Most());
+            least = std::max(least, candidate.Least());
+        }
     }
     if (candidateV.empty()) return result;
-    result.bestScore = best;
-    result.scoreError = ScoreError(best);
+    result.bestScore = 0.5 * (most + least);
+    result.scoreError = 0.5 * (most - least);
     result.fReferenceScore = fixed.fExact;
     const auto isBefore = [](const Candidate& a, const Candidate& b) {
         return a.slot != b.slot ? a.slot < b.slot : a.lastRank < b.lastRank;

@@ -86,9 +86,9 @@ class SplitSearch {
         // The keys of each chunk of rows.
         std::vector<LargeArray<uint64_t>> chunkKeyVV;
 
-        // Adds a candidate, unless its slot has two better ones, of higher scores or of equal
-        // scores and lower ranks: Decide needs the best one, and whether there is another. Without
-        // this limit, a node of equal gradients would keep every split of its rows.
+        // Adds a candidate, unless its slot has two that may score more, or as much at lower ranks:
+        // Decide needs the best one, and whether there is another. Without this limit, a node of
+        // equal gradients would keep every split of its rows.
         void Keep(const Candidate& candidate);
 
         // Returns the memory of the keys to the system.
@@ -110,7 +110,7 @@ class SplitSearch {
     bool IsSorted(const SearchTask& task, int slot) const;
     void RefineTogether(const SearchTask& task, const int* slots, int numSlots);
     // Refining one slot (SlotScoring.cpp). Each call uses the buffers of its slot only, and raises
-    // `best`, which is atomic; so several slots may be refined at the same time.
+    // `leastBest`, which is atomic; so several slots may be refined at the same time.
     void ScoreKeys(const SearchTask& task, int slot, Buffers& buffers);
     void ScoreBins(const SearchTask& task, int slot, Buffers& buffers);
     void ScoreSubBins(const SearchTask& task, int slot, Buffers& buffers);
@@ -132,7 +132,10 @@ class SplitSearch {
     // The error bound, and the choice of slots.
     void SetError(const SearchTask& task, double maxAbsSum);
     double ScoreError(double score) const;
+    double ScoreError(const Candidate& candidate) const;
     double PruningThreshold() const;
+    void RaiseLeastBest(double score);
+    void Consider(Candidate candidate, Buffers& buffers);
     void ChooseSlots(const SearchTask& task);
     SearchResult<Candidate> Decide();
 
@@ -144,10 +147,8 @@ class SplitSearch {
     const BinScan scan;
     const KeySelection& keySelection;
     NodeTotals node = {};
-    // The best score so far, by integer sums.
-    std::atomic<double> best{-1.0};
-    // As in the task.
-    double leastBest = -1.0;
+    // The least that the reference score of the best split can be; -1 as long as none was found.
+    std::atomic<double> leastBest{-1.0};
     // e: how far our sums may be from the reference implementation's.
     double sumError = 0.0;
     // Marks by column; all 0 between searches.

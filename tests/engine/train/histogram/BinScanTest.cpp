@@ -103,7 +103,7 @@ class RandomNode {
         std::vector<Candidate> candidateV;
         scan.AppendCandidates({3, column}, histogram, total, summary, minScore, candidateV);
         std::vector<Split> foundV;
-        for (const auto& [score, slot, id, lastRank, left] : candidateV) {
+        for (const auto& [score, slot, id, lastRank, left, error] : candidateV) {
             foundV.emplace_back(score, slot, id, lastRank, left.q, left.packed);
         }
         const auto isLow = [minScore](const Split& split) { return std::get<0>(split) < minScore; };
