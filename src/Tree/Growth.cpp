@@ -219,6 +219,9 @@ int TreeCR::AppendChildren(NodeCR& node, int idxNode) {
         }
         return initialised;
     };
+    if (NodeV.size() > size_t{INT_MAX} - 1) {
+        return Fail("ERROR: A tree has more than ", INT_MAX, " nodes: use a larger numBound!\n");
+    }
     // The parent must know the indices before the vector grows; `node` itself does not move, as the
     // vector holds pointers.
     node.lson = static_cast<int>(NodeV.size());

@@ -11,5 +11,6 @@ double TreeCR::Predict(double* feaV) {
 double TreeCR::FeatureAnalPredict(double* feaV, VecFt& feaw, VecInt& feaf, double label_exp,
                                   double stepsize) {
     const auto at = [this](int k) -> const NodeCR& { return *NodeV[static_cast<size_t>(k)]; };
-    return sylvora::CreditRow(at, feaV, {feaw, feaf}, label_exp, stepsize);
+    const sylvora::ColumnCredit<int> credit = {feaw, feaf};
+    return sylvora::CreditRow(at, feaV, credit, label_exp, stepsize);
 }

@@ -8,6 +8,7 @@
 
 #include <cmath>
 #include <cstddef>
+#include <vector>
 
 #include "../Libdef.h"
 #include "../Node.h"
@@ -34,16 +35,18 @@ double PredictRow(const NodeAt& at, const Row& feaV) {
 }
 
 // The results of feature analysis, indexed by column: the sum of the decreases of the error, and
-// the number of splits passed. The vectors belong to the caller.
+// the number of splits passed. The vectors belong to the caller. The splits that all rows pass in
+// all trees may be more than an int holds.
+template <typename Count>
 struct ColumnCredit {
     VecFt& weightV;
-    VecInt& countV;
+    std::vector<Count>& countV;
 };
 
 // See TreeCR::FeatureAnalPredict.
-template <typename NodeAt>
-double CreditRow(const NodeAt& at, const double* feaV, const ColumnCredit& credit, double label_exp,
-                 double stepsize) {
+template <typename NodeAt, typename Count>
+double CreditRow(const NodeAt& at, const double* feaV, const ColumnCredit<Count>& credit,
+                 double label_exp, double stepsize) {
     const auto* node = &at(0);
     while (!IsLeaf(*node)) {
         const size_t f = static_cast<size_t>(node->splitFea);

@@ -4,6 +4,7 @@
 // incomplete, but everything allocated is in the learner's members, so Destroy frees it.
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cmath>
 #include <locale>
 #include <unordered_set>
@@ -111,6 +112,10 @@ int TreeLearner::DataInput(VecDle l, VecVecDle f, int type, VecInt q, VecDle lvi
         }
         if (l.empty()) return Fail("ERROR: No training data for tree models!\n");
         const size_t width = f[0].size();
+        if (l.size() > INT_MAX || width > INT_MAX) {
+            return Fail("ERROR: The data have ", l.size(), " rows and ", width,
+                        " features: neither may be more than ", INT_MAX, "!\n");
+        }
         for (size_t i = 0; i < f.size(); ++i) {
             if (f[i].size() == width) continue;
             return Fail("ERROR: Row ", i, " has ", f[i].size(), " features, row 0 has ", width,

@@ -32,8 +32,8 @@ class TreeView {
     double Predict(const Row& feaV) const {
         return Walk([&feaV](const auto& at) { return PredictRow(at, feaV); });
     }
-    double FeatureAnalPredict(const double* feaV, const ColumnCredit& credit, double label_exp,
-                              double stepsize) const {
+    double FeatureAnalPredict(const double* feaV, const ColumnCredit<int64_t>& credit,
+                              double label_exp, double stepsize) const {
         return Walk(
             [&](const auto& at) { return CreditRow(at, feaV, credit, label_exp, stepsize); });
     }

@@ -5,6 +5,7 @@
 //             { column TAB weight TAB uses LF }      per test row; the largest weight first
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <fstream>
 #include <numeric>
 #include <vector>
@@ -54,7 +55,7 @@ int TreeLearner::FeatureAnalysis(std::string file) {
         }
         std::ofstream& out = report.Stream();
         VecFt feaWeightV(static_cast<size_t>(dimFea), 0.0f);
-        VecInt feaFreqV(static_cast<size_t>(dimFea), 0);
+        std::vector<int64_t> feaFreqV(static_cast<size_t>(dimFea), 0);
         const sylvora::EnsembleView trees(*this);
         double absDiff = 0.0;
         double sqrtDiff = 0.0;
@@ -81,7 +82,8 @@ int TreeLearner::FeatureAnalysis(std::string file) {
             << "Average Square Root Difference: " << std::sqrt(sqrtDiff / numRows) << '\n';
         for (const int f : OrderByWeight(feaWeightV)) {
             const size_t at = static_cast<size_t>(f);
-            out << f << '\t' << feaWeightV[at] / numRows << '\t' << feaFreqV[at] / numRows << '\n';
+            out << f << '\t' << feaWeightV[at] / numRows << '\t'
+                << static_cast<double>(feaFreqV[at]) / numRows << '\n';
         }
         if (report.Commit()) return 0;
         return Fail(report.ErrorMessage());

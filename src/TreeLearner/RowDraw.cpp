@@ -35,8 +35,8 @@ const int* WeightsOf(const TreeLearner& learner) {
     // Without a branch per row, so that the inner loop is vectorised; by blocks, so that it ends
     // soon after the first other weight.
     constexpr int kBlock = 4096;
-    for (int begin = 0; begin < learner.sampleSize; begin += kBlock) {
-        const int end = begin + std::min(kBlock, learner.sampleSize - begin);
+    for (int begin = 0, end; begin < learner.sampleSize; begin = end) {
+        end = begin + std::min(kBlock, learner.sampleSize - begin);
         int different = 0;
         for (int i = begin; i < end; ++i) different |= weightV[i] ^ 1;
         if (different != 0) return weightV;
@@ -50,7 +50,7 @@ int KeepWeighted(const int* weightV, int* rowV, int count) {
     // unpredictable. Invariant: numKept <= i, so no row is overwritten before it is read.
     int numKept = 0;
     for (int i = 0; i < count; ++i) {
-        __builtin_prefetch(weightV + rowV[std::min(i + kAhead, count - 1)]);
+        __builtin_prefetch(weightV + rowV[i + std::min(kAhead, count - 1 - i)]);
         const int row = rowV[i];
         rowV[numKept] = row;
         if (weightV[row] > 0) ++numKept;
@@ -69,7 +69,7 @@ void RowDraw::Run(Draws& draws, int* pool, int* drawnV) const {
     draws.FisherYates(numRows, target, drawnV);
     constexpr int kAhead = 24;
     for (int i = 0; i < target; ++i) {
-        __builtin_prefetch(pool + drawnV[std::min(i + kAhead, target - 1)]);
+        __builtin_prefetch(pool + drawnV[i + std::min(kAhead, target - 1 - i)]);
         int& drawn = pool[drawnV[i]];
         drawnV[i] = drawn;
         std::swap(drawn, pool[numRows - i - 1]);

@@ -120,8 +120,9 @@ std::vector<Digest> DigestsOfColumns(const sylvora::engine::Matrix& rows, sylvor
     std::vector<Digest> pieceV(static_cast<size_t>(pieces.Num()) * numColumns);
     pool.For(pieces.Num(), [&](int piece, int) {
         Digest* const digests = pieceV.data() + static_cast<size_t>(piece) * numColumns;
-        for (int begin = pieces.Begin(piece); begin < pieces.End(piece); begin += kBlockRows) {
-            const int end = std::min(begin + kBlockRows, pieces.End(piece));
+        const int pieceEnd = pieces.End(piece);
+        for (int begin = pieces.Begin(piece), end; begin < pieceEnd; begin = end) {
+            end = begin + std::min(kBlockRows, pieceEnd - begin);
             for (int column = 0; column < rows.NumColumns(); ++column) {
                 if (!isOwn(column)) continue;
                 Digest own = digests[column];  // stays in registers

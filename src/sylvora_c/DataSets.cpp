@@ -1,4 +1,5 @@
 // Blocks and data sets of the C interface.
+#include <algorithm>
 #include <charconv>
 #include <climits>
 #include <cmath>
@@ -94,7 +95,8 @@ int sylvora_dataset_subset(const sylvora_dataset* whole, const int32_t* rows, in
         if (num_rows > INT_MAX) return sylvora::Fail("ERROR: A subset has too many rows\n");
         auto made = std::make_unique<sylvora_dataset>();
         made->gathered = whole->gathered;
-        made->set = sylvora::DataSet::Subset(whole->set, rows, static_cast<int>(num_rows));
+        made->set = sylvora::DataSet::Subset(whole->set, rows,
+                                             static_cast<int>(std::max<int64_t>(num_rows, -1)));
         made->missing = whole->missing;
         made->fSubset = true;
         if (made->set == nullptr) return -1;

@@ -27,7 +27,8 @@ TEST(TrainingDifferential, EngineEqualsReference) {
         "smallNode=0 mostBins=16 directPercent=0 fewKeys=0",
         "smallNode=8 mostBins=4 directPercent=0 chunkRows=4",
         "tinyNode=0 smallNode=20",
-        "smallNode=0 mostBins=2 fewKeys=4 directPercent=40 rankBits=2"};
+        "smallNode=0 mostBins=2 fewKeys=4 directPercent=40 rankBits=2",
+        "smallNode=4 mostBins=8 leastRows=2147483647"};  // integers as in the largest trees
     for (unsigned seed = 1; seed <= hostile::Scaled(600) && !HasFatalFailure(); ++seed) {
         const Set set = Maker(seed).Make();
         const std::string reference = Outcome(set, "1", "");
@@ -40,7 +41,8 @@ TEST(TrainingDifferential, EngineEqualsReference) {
 TEST(TrainingDifferential, EngineEqualsReferenceOnLargerSets) {
     static const char* const kTunings[] = {"",
                                            "smallNode=0 fewKeys=0 directPercent=0 chunkRows=500 "
-                                           "rankBits=3"};
+                                           "rankBits=3",
+                                           "leastRows=2147483647"};
     const int numRows = static_cast<int>(std::clamp(hostile::Scaled(40000), 20000u, 200000u));
     const unsigned numLarge = 2 + hostile::Scaled(1);
     for (unsigned seed = 1; seed <= 3 * numLarge && !HasFatalFailure(); ++seed) {

@@ -49,7 +49,8 @@ void ExpectEqual(Set set, unsigned seed) {
         set.cfg.fDebug = false;
         set.cfg.numThread = numThread;  // a model of ranking may depend on it
         reference = Outcome(set, "1", "");
-        for (const char* tuning : {"", "smallNode=4 chunkRows=8 listPercent=101"}) {
+        for (const char* tuning : {"", "smallNode=4 chunkRows=8 listPercent=101",
+                                   "smallNode=4 listPercent=101 leastRows=2147483647"}) {
             ExpectSame(set, reference, tuning, seed);
         }
     }

@@ -294,6 +294,8 @@ static void test_errors(const sylvora_dataset* data) {
     EXPECT_ERROR(sylvora_dataset_new(&block, &wrong), "more than");
     EXPECT_ERROR(sylvora_dataset_subset(data, rows, 2, &wrong), "does not exist");
     EXPECT_ERROR(sylvora_dataset_subset(data, rows, -1, &wrong), "no rows");
+    EXPECT_ERROR(sylvora_dataset_subset(data, rows, 2 - ((int64_t)1 << 32), &wrong), "no rows");
+    EXPECT_ERROR(sylvora_dataset_subset(data, rows, (int64_t)1 << 32, &wrong), "too many rows");
     EXPECT(wrong == NULL);
 
     EXPECT(sylvora_training_new(&training) == 0);

@@ -4,6 +4,9 @@
 //   n 2^e 2^k <= 2^61   sums of q fit an int64
 //   2^e 2^k <= 2^49     RoundToInt is exact (it needs |x| < 2^51)
 //   n 2^e 2^k <= 2^52   (exact) each partial sum is a multiple of 2^-k and a double
+//
+// The packed word has 64 bits. Weights that add up to an int take at most 31 of them, so the sums
+// of |g| have at least 33 bits: four units for each of 2^31 rows.
 #include "FixedPoint.h"
 
 #include <algorithm>
@@ -24,12 +27,14 @@ constexpr double kSmallest = 1e-100;
 constexpr double kLargest = 1e100;
 
 constexpr int kChunkRows = 16384;
+constexpr int kWordBits = 64;
 
 // The ranges of gradients and weights over rows [begin, end).
 struct Extent {
     bool fInRange = true;
     double largestAbs = 0.0;
     double largestRatio = 0.0;  // |gradient| / weight
+    double sumAbs = 0.0;
     double totalWeight = 0.0;
 
     Extent() = default;
@@ -40,22 +45,25 @@ struct Extent {
             const double weight = weightV != nullptr ? weightV[i] : 1;
             fInRange = fInRange && size <= kLargest && weight >= 1;
             largestAbs = std::max(largestAbs, size);
+            sumAbs += size;
             if (weightV != nullptr) largestRatio = std::max(largestRatio, size / weight);
             totalWeight += weight;
         }
         if (weightV == nullptr) largestRatio = largestAbs;
     }
 
-    // Merges two ranges. Weights are integers, so their sum does not depend on the order.
+    // Merges two ranges. Weights are integers, so their sum does not depend on the order. The sum
+    // of sizes does, in its last bits.
     void Join(const Extent& other) {
         fInRange = fInRange && other.fInRange;
         largestAbs = std::max(largestAbs, other.largestAbs);
         largestRatio = std::max(largestRatio, other.largestRatio);
+        sumAbs += other.sumAbs;
         totalWeight += other.totalWeight;
     }
 };
 
-// The chunks are merged in order, though any order gives the same result.
+// The chunks are merged in order, so that the result does not depend on the workers.
 Extent ExtentOf(const double* gradV, const int* weightV, int num, WorkerPool& pool) {
     const Chunks chunks = {num, kChunkRows};
     std::vector<Extent> extentV(static_cast<size_t>(chunks.Num()));
@@ -85,43 +93,58 @@ bool AllMultiples(const double* gradV, int num, int power, WorkerPool& pool) {
     return fAll;
 }
 
+// The power of two that is above a value, as std::frexp has it.
+int ExponentAbove(double value) {
+    int exponent = 0;
+    std::frexp(value, &exponent);
+    return exponent;
+}
+
+// The largest power of two to scale sizes by, such that their sum over all rows has `bits` bits.
+// ToCell rounds to the nearest integer and adds one: at most 1.5 per row. The margin covers the
+// rounding of sumAbs.
+int PowerOfSizes(double sumAbs, double numRows, int bits) {
+    const double room = std::ldexp(1.0, bits) - 1.5 * numRows;
+    return ExponentAbove(room / (sumAbs * (1.0 + 1e-9))) - 1;
+}
+
 }  // namespace
 
 // The steps: find the ranges, choose k, then lay out the packed word. Every early return leaves
 // fUsable false.
-FixedPoint FixedPoint::Fit(const double* gradV, const int* weightV, int num, WorkerPool& pool) {
+FixedPoint FixedPoint::Fit(const double* gradV, const int* weightV, int num, WorkerPool& pool,
+                           int leastRows) {
     FixedPoint fit;
     const Extent extent = ExtentOf(gradV, weightV, num, pool);
     const double largestAbs = extent.largestAbs;
     if (!extent.fInRange || num == 0 || (largestAbs != 0.0 && largestAbs < kSmallest)) return fit;
     if (extent.totalWeight > INT_MAX) return fit;  // a node's weights are summed as int
     fit.fUsable = true;
-    // A margin for the rounding of size / weight.
-    fit.maxAbsGradPerWeight = extent.largestRatio * (1.0 + 1e-12);
-    const double h = fit.maxAbsGradPerWeight;
-    fit.weightPerAbsGrad = h > 0.0 ? 1.0 / h : 0.0;
-    const auto exponentAbove = [](double value) {
-        int exponent = 0;
-        std::frexp(value, &exponent);
-        return exponent;
-    };
-    const int e = largestAbs > 0.0 ? exponentAbove(largestAbs) : 0;
-    const int f = exponentAbove(num);
+    const double numRows = std::max(num, leastRows);
+    const double share = num / numRows;
+    const int e = largestAbs > 0.0 ? ExponentAbove(largestAbs) : 0;
+    const int f = ExponentAbove(numRows);
     const int exactPower = std::min(52 - e - f, 49 - e);
     fit.fExact = AllMultiples(gradV, num, exactPower, pool);
     const int k = fit.fExact ? exactPower : std::min(61 - e - f, 49 - e);
     fit.scale = std::ldexp(1.0, k);
     fit.unit = std::ldexp(1.0, -k);
-    // Layout of the packed word: the weights need weightBits; the absolute values need absBits + 1
-    // per row (ToCell rounds up by one), times num rows.
-    fit.weightBits = exponentAbove(extent.totalWeight);
-    const int absBits = std::min(62 - fit.weightBits - f, 48);
-    if (absBits < 4) {
-        fit.fUsable = false;
-        return fit;
+    // Margins for the rounding of size / weight, and of gradients to units: weights are at least 1.
+    fit.maxAbsGradPerWeight =
+        extent.largestRatio * (1.0 + 1e-12) + (fit.fExact ? 0.0 : 0.5 * fit.unit);
+    const double h = fit.maxAbsGradPerWeight;
+    fit.weightPerAbsGrad = h > 0.0 ? 1.0 / h : 0.0;
+    // Layout of the packed word: the weights need weightBits; the sums of sizes have the others.
+    fit.weightBits = ExponentAbove(std::min(extent.totalWeight / share, 1.0 * INT_MAX));
+    // Units of sizes are not finer than those of gradients, so that the bound holds for sums of
+    // rounded gradients, too.
+    int absPower = fit.fExact ? 48 - e : std::min(48 - e, k);
+    if (largestAbs > 0.0) {
+        absPower = std::min(
+            absPower, PowerOfSizes(extent.sumAbs / share, numRows, kWordBits - fit.weightBits));
     }
-    fit.absScale = std::ldexp(1.0, absBits - e);
-    fit.absUnit = std::ldexp(1.0, e - absBits);
+    fit.absScale = std::ldexp(1.0, absPower);
+    fit.absUnit = std::ldexp(1.0, -absPower);
     return fit;
 }
 

@@ -36,7 +36,7 @@ struct alignas(16) Cell {
 // may use it.
 struct FixedPoint {
     // False if a gradient is not finite or out of the range of the error bounds, or if a weight is
-    // below 1, or if the weights are too large. Then nothing else may be used.
+    // below 1, or if the weights add up to more than an int. Then nothing else may be used.
     bool fUsable = false;
     // All gradients are multiples of 2^-k, and every sum of them is a double.
     bool fExact = false;
@@ -44,7 +44,7 @@ struct FixedPoint {
     double scale = 1.0;
     // 2^-k, the size of one unit.
     double unit = 1.0;
-    // h: no |gradient| / weight is larger.
+    // h: no |gradient| / weight is larger, nor with the gradient rounded to units.
     double maxAbsGradPerWeight = 0.0;
     // 1 / h; 0 if h is 0.
     double weightPerAbsGrad = 0.0;
@@ -56,8 +56,10 @@ struct FixedPoint {
     int weightBits = 0;
 
     // Fits the `num` rows with gradients `gradV` and weights `weightV` (null: all 1). The workers
-    // of `pool` share the work. Check fUsable before using the result.
-    static FixedPoint Fit(const double* gradV, const int* weightV, int num, WorkerPool& pool);
+    // of `pool` share the work. Check fUsable before using the result. The integers are as coarse
+    // as those of a tree of at least `leastRows` rows; see Tuning.
+    static FixedPoint Fit(const double* gradV, const int* weightV, int num, WorkerPool& pool,
+                          int leastRows = 0);
 
     // The cell of one row.
     Cell ToCell(double gradient, int weight) const {

@@ -3,7 +3,9 @@
 #define SYLVORA_ENGINE_TRAIN_GROWNTREE_H
 
 #include <algorithm>
+#include <climits>
 #include <cstddef>
+#include <stdexcept>
 
 #include "NarrowSplit.h"
 
@@ -110,8 +112,11 @@ inline void SplitSlice(const GrownNode& node, int countL, GrownNode (&children)[
     children[1].countDoc = node.countDoc - countL;
 }
 
-// Turns a leaf into an inner node. Its children get the numbers `firstChild` and `firstChild` + 1.
-inline void RecordSplit(const SplitPoint& split, int firstChild, GrownNode& node) {
+// Turns a leaf into an inner node of a tree that has `numNodes` nodes. Its children get the next
+// two numbers. Throws std::length_error if these are no ints.
+inline void RecordSplit(const SplitPoint& split, size_t numNodes, GrownNode& node) {
+    if (numNodes > size_t{INT_MAX} - 1) throw std::length_error("a tree has too many nodes");
+    const int firstChild = static_cast<int>(numNodes);
     node.splitFea = split.column;
     node.splitElemFea = split.threshold;
     node.fNarrow = split.fNarrow;

@@ -56,8 +56,9 @@ class Matrix {
         if (numRows == 0) return false;
         const double first = At(0, column);
         bool fSame = true;
-        for (int begin = 0; begin < numRows && fSame; begin += kPiece) {
-            ForColumn(column, begin, std::min(begin + kPiece, numRows),
+        for (int begin = 0, end; begin < numRows && fSame; begin = end) {
+            end = begin + std::min(kPiece, numRows - begin);
+            ForColumn(column, begin, end,
                       [&](int, double value) { fSame = fSame && value == first; });
         }
         return fSame;

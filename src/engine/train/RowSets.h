@@ -39,8 +39,8 @@ struct RowSet {
         constexpr int kBlock = 256;
         double blockGradV[kBlock];
         int blockWeightV[kBlock];
-        for (int begin = 0; begin < num; begin += kBlock) {
-            const int length = num - begin < kBlock ? num - begin : kBlock;
+        for (int begin = 0, length; begin < num; begin += length) {
+            length = num - begin < kBlock ? num - begin : kBlock;
             Gather(gradV, someRowV + begin, length, blockGradV);
             if (weightV != nullptr) Gather(weightV, someRowV + begin, length, blockWeightV);
             fixed.ToCells(blockGradV, weightV != nullptr ? blockWeightV : nullptr, length,

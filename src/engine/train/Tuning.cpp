@@ -43,6 +43,7 @@ Tuning CurrentTuning() {
         if (name == "chunkRows") tuning.chunkRows = std::max(value, 1);
         if (name == "teamRows") tuning.teamRows = value;
         if (name == "listPercent") tuning.listPercent = value;
+        if (name == "leastRows") tuning.leastRows = value;
     }
     return tuning;
 }

@@ -31,6 +31,8 @@ struct Tuning {
     // below it, make the sampled columns' lists per node, and grow regression forests on
     // histograms.
     int listPercent = 10;
+    // Gradients become integers as coarse as those of a tree of at least so many rows.
+    int leastRows = 0;
 };
 
 // The defaults above, adapted to this machine's caches, and overridden for tests by the

@@ -31,12 +31,14 @@ struct Rows {
     int exponent = 0;
     std::vector<double> gradV;
     std::vector<int> weightV;  // empty: all 1
+    int leastRows = 0;
 
     int Num() const { return static_cast<int>(gradV.size()); }
     const int* Weights() const { return weightV.empty() ? nullptr : weightV.data(); }
+    int NumLeast() const { return std::max(Num(), leastRows); }
     int Weight(size_t row) const { return weightV.empty() ? 1 : weightV[row]; }
     FixedPoint Fit(WorkerPool& pool) const {
-        return FixedPoint::Fit(gradV.data(), Weights(), Num(), pool);
+        return FixedPoint::Fit(gradV.data(), Weights(), Num(), pool, leastRows);
     }
     std::vector<Cell> Cells(const FixedPoint& fixed) const {
         std::vector<Cell> cellV(gradV.size());
@@ -85,6 +87,7 @@ class RowMaker {
         const int most = kWeights[Below(3)];
         const size_t numWeights = Below(2) == 0 ? 0 : rows.gradV.size();
         for (size_t i = 0; i < numWeights; ++i) rows.weightV.push_back(1 + Below(most));
+        if (Below(3) == 0) rows.leastRows = Below(2) == 0 ? INT_MAX : 1 + Below(INT_MAX);
         return rows;
     }
 
@@ -136,16 +139,24 @@ void CheckCells(const Rows& rows, const FixedPoint& fixed, const std::vector<Cel
         const Wide q = cellV[row].q;
         EXPECT_TRUE(Size(q) <= Wide{1} << 49);
         EXPECT_TRUE(!fixed.fExact || q * rows.Exact(fixed.unit) == gradient);
-        EXPECT_TRUE(Size(gradient) <= rows.Exact(fixed.maxAbsGradPerWeight) * rows.Weight(row));
+        const Wide mostOfRow = rows.Exact(fixed.maxAbsGradPerWeight) * rows.Weight(row);
+        EXPECT_TRUE(std::max(Size(gradient), Size(q) * rows.Exact(fixed.unit)) <= mostOfRow);
+        EXPECT_TRUE(Size(q) * rows.Exact(fixed.unit) <= rows.Exact(fixed.AbsBound(cellV[row])));
         sizeOfQ += Size(q);
         packed += cellV[row].packed;
         weight += rows.Weight(row);
         largest = std::max(largest, std::fabs(rows.gradV[row]) / rows.Weight(row));
     }
-    EXPECT_TRUE(sizeOfQ <= Wide{1} << (fixed.fExact ? 52 : 61));
-    EXPECT_TRUE(packed < Wide{1} << 64);
-    EXPECT_TRUE(weight < Wide{1} << fixed.weightBits);
-    EXPECT_LE(fixed.maxAbsGradPerWeight, largest * (1 + 1e-11));
+    // Of as many rows as the integers are for.
+    const Wide num = rows.Num();
+    const Wide numAll = rows.NumLeast();
+    EXPECT_TRUE(sizeOfQ * numAll <= num * (Wide{1} << (fixed.fExact ? 52 : 61)));
+    EXPECT_TRUE(((packed - weight) >> fixed.weightBits) * numAll <
+                num * (Wide{1} << (64 - fixed.weightBits)));
+    const Wide weightOfAll = std::min(weight * numAll / num, Wide{INT_MAX});
+    EXPECT_TRUE(weightOfAll < Wide{1} << fixed.weightBits);
+    const double rounding = fixed.fExact ? 0.0 : 0.5 * fixed.unit;
+    EXPECT_LE(fixed.maxAbsGradPerWeight, (largest + rounding) * (1 + 1e-11));
 }
 
 // The units are no coarser than the room in the words asks for.
@@ -159,9 +170,10 @@ void CheckUnits(const Rows& rows, const FixedPoint& fixed) {
     EXPECT_EQ(fixed.scale * fixed.unit, 1.0);
     EXPECT_EQ(fixed.absScale * fixed.absUnit, 1.0);
     if (largest == 0.0) return;
-    const double num = rows.Num();
+    const double num = rows.NumLeast();
     const int sumBits = fixed.fExact ? 51 : 60;
     EXPECT_LE(fixed.unit, 2 * largest * std::max(std::ldexp(num, -sumBits), 0x1p-49));
+    weight = std::min(weight * num / rows.Num(), 1.0 * INT_MAX);
     EXPECT_LE(fixed.absUnit, 2 * largest * std::max(std::ldexp(num * weight, -60), 0x1p-48));
 }
 
@@ -209,6 +221,29 @@ TEST(FixedPoints, AreExactWhileEverySumIsADouble) {
             EXPECT_EQ(Alike(c.num, c.numBits, power).Fit(pool).fExact, c.fExact)
                 << c.num << " rows of " << c.numBits << " bits";
         }
+    }
+}
+
+// The weights take 31 bits, and the sums of sizes have 33 for as many rows: four units a row, of
+// which rounding up takes one and a half.
+TEST(FixedPoints, LeaveUnitsForTheSizesOfTheMostRows) {
+    WorkerPool pool;
+    std::mt19937 random(3);
+    Rows rows;
+    for (int i = 0; i < 100000; ++i) {
+        rows.gradV.push_back(std::uniform_real_distribution<double>(-1, 1)(random));
+    }
+    double sum = 0.0;
+    for (const double gradient : rows.gradV) sum += std::fabs(gradient);
+    for (const int least : {1 << 28, 1 << 29, 1 << 30, INT_MAX}) {
+        rows.leastRows = least;
+        const FixedPoint fixed = rows.Fit(pool);
+        ASSERT_TRUE(fixed.fUsable);
+        Cell all;
+        for (const Cell& cell : rows.Cells(fixed)) all += cell;
+        EXPECT_EQ(fixed.Weight(all), rows.Num());
+        EXPECT_GE(fixed.AbsBound(all), sum);
+        EXPECT_LE(fixed.AbsBound(all), 2.0 * sum) << least;
     }
 }
 
@@ -261,7 +296,7 @@ TEST(FixedPoints, AreUsableForGradientsAndWeightsInRange) {
                  {std::vector<double>(40000, 1.0), std::vector<int>(40000, INT_MAX), false}};
     WorkerPool pool;
     for (const auto& c : cases) {
-        const Rows rows = {0, c.gradV, c.weightV};
+        const Rows rows = {0, c.gradV, c.weightV, 0};
         EXPECT_EQ(rows.Fit(pool).fUsable, c.fUsable)
             << testing::PrintToString(c.gradV).substr(0, 40);
     }

@@ -129,8 +129,8 @@ void HistogramFiller::LoadCells(const RowSet& rows, int begin, int count, const 
 void HistogramFiller::Add(const RowSet& rows, const FixedPoint& fixed,
                           const std::vector<int>& columns, Histogram& histogram) {
     ChooseTargets(columns, histogram);
-    for (int begin = 0; begin < rows.count; begin += blockRows) {
-        const int count = std::min(blockRows, rows.count - begin);
+    for (int begin = 0, count; begin < rows.count; begin += count) {
+        count = std::min(blockRows, rows.count - begin);
         LoadCells(rows, begin, count, fixed);
         AddBlock(rows.rowV + begin, count);
     }

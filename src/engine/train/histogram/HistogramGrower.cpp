@@ -59,7 +59,7 @@ bool HistogramGrower::Take(const double* gradV, const int* weightV, const int* i
     if (num == 0) return false;
     rows.Take(gradV, weightV, indexV, num, data.NumRows(), pool);
     const int* ownWeightV = rows.weightV.empty() ? nullptr : rows.weightV.data();
-    fixed = FixedPoint::Fit(rows.gradV.data(), ownWeightV, num, pool);
+    fixed = FixedPoint::Fit(rows.gradV.data(), ownWeightV, num, pool, tuning.leastRows);
     return fixed.fUsable;
 }
 
@@ -370,8 +370,7 @@ void HistogramGrower::ShareHistogram(OpenNode& open, Worker& worker) {
 // Records the split and appends both children, the left one first. Children that may be split go to
 // nextV with their integer sums; the right child has what the left one leaves.
 void HistogramGrower::AppendChildren(OpenNode& open, std::vector<OpenNode>& nextV) {
-    RecordSplit(open.split, static_cast<int>(nodeV.size()),
-                nodeV[static_cast<size_t>(open.idxNode)]);
+    RecordSplit(open.split, nodeV.size(), nodeV[static_cast<size_t>(open.idxNode)]);
     Cell total = open.left;
     for (size_t k = 0; k < 2; ++k) {
         if (limits.MaySplit(open.children[k])) {

@@ -247,7 +247,8 @@ void StepSlices(const HistogramGrower& grower, WorkerPool& pool, const double* s
         // The rows of a leaf are scattered over predictV, hence the prefetch.
         for (int i = leafChunk.begin; i < leafChunk.end; ++i) {
             __builtin_prefetch(
-                predictV + indexV[static_cast<size_t>(std::min(i + kAhead, leafChunk.end - 1))], 1);
+                predictV + indexV[static_cast<size_t>(i + std::min(kAhead, leafChunk.end - 1 - i))],
+                1);
             predictV[indexV[static_cast<size_t>(i)]] += leafChunk.step;
         }
     });

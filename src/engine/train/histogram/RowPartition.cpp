@@ -154,9 +154,9 @@ RowPartition::Marked RowPartition::Mark(TreeRows& rows, int begin, int end) cons
     Marked marked;
     CodeBlock block;
     // Block by block, so that codes and sides stay in the L1 cache.
-    for (int from = begin; from < end; from += kBlockRows) {
+    for (int from = begin, count; from < end; from += count) {
         const int* rowV = rows.indexV.data() + from;
-        const int count = std::min(kBlockRows, end - from);
+        count = std::min(kBlockRows, end - from);
         block.Load(sides.codes, sides.binOfCodeV, rowV, count);
         block.Mark(count, sides.pastLeft, sides.undecidedCode);
         if (sides.ranks == nullptr) {
@@ -243,8 +243,9 @@ void RowPartition::MoveAscending(TreeRows& rows, int begin, int count, int count
         ForChunks(count, [&](size_t chunk, int from, int to) {
             CodeBlock block;
             int numLeft = 0;
-            for (int i = from; i < to; i += kBlockRows) {
-                markBlock(rowV + i, std::min(kBlockRows, to - i), block);
+            for (int i = from, num; i < to; i += num) {
+                num = std::min(kBlockRows, to - i);
+                markBlock(rowV + i, num, block);
                 numLeft += block.countL;
             }
             leftBeginV[chunk + 1] = numLeft;
@@ -257,8 +258,8 @@ void RowPartition::MoveAscending(TreeRows& rows, int begin, int count, int count
         int* right = rows.nextAscendingV.data() + begin + countL + (from - numBefore);
         CodeBlock block;
         int sideVV[2][kBlockRows + RowKernels::kSlack];
-        for (int i = from; i < to; i += kBlockRows) {
-            const int num = std::min(kBlockRows, to - i);
+        for (int i = from, num; i < to; i += num) {
+            num = std::min(kBlockRows, to - i);
             markBlock(rowV + i, num, block);
             const int numLeft = kernels.split(rowV + i, block.fLeftV, num, sideVV[0], sideVV[1]);
             left = std::copy_n(sideVV[0], numLeft, left);

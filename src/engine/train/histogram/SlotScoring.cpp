@@ -157,10 +157,10 @@ void SplitSearch::CollectKeys(const SearchTask& task, int begin, int end, int id
     };
     int current = 0;
     // `take` handles the block before, whose ranks have arrived meanwhile.
-    for (; begin < end; begin += kBlockRows, current ^= 1) {
+    for (int count; begin < end; begin += count, current ^= 1) {
         SelectedRows& block = blockV[current];
-        keySelection.selectRows(candidateRanks.codes, codes, task.rows.rowV + begin,
-                                std::min(kBlockRows, end - begin), block);
+        count = std::min(kBlockRows, end - begin);
+        keySelection.selectRows(candidateRanks.codes, codes, task.rows.rowV + begin, count, block);
         for (int i = 0; i < block.num; ++i) {
             ranks.Prefetch(block.rowV[i]);
             __builtin_prefetch(task.rows.gradV + block.rowV[i]);  // for FineScan::AddRows

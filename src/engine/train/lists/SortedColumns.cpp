@@ -107,7 +107,7 @@ const Entry* SortedLists::List(int column, const NodeRows& rows, ListBuffers& bu
     std::vector<uint64_t>& keyV = buffers.keyV;
     keyV.resize(static_cast<size_t>(rows.count));
     for (int i = 0; i < rows.count; ++i) {
-        __builtin_prefetch(rankV + rowV[std::min(i + kKeysAhead, rows.count - 1)]);
+        __builtin_prefetch(rankV + rowV[i + std::min(kKeysAhead, rows.count - 1 - i)]);
         keyV[static_cast<size_t>(i)] = KeyOf(rankV[rowV[i]], rows.begin + i);
     }
     SortKeys(keyV, buffers.otherV);

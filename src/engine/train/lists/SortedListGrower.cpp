@@ -288,7 +288,7 @@ void SortedListGrower::PartitionLists(const NodeRows& nodeRows, int middle, Work
 // Records the split and appends the children in the order of the reference implementation.
 void SortedListGrower::AppendChildren(const OpenNode& open, std::vector<int>& nextV) {
     GrownNode& node = nodeV[static_cast<size_t>(open.idxNode)];
-    RecordSplit(open.split, static_cast<int>(nodeV.size()), node);
+    RecordSplit(open.split, nodeV.size(), node);
     for (int child = 0; child < 2; ++child) {
         if (open.fOpenV[child]) nextV.push_back(static_cast<int>(nodeV.size()));
         nodeV.push_back(open.children[child]);
