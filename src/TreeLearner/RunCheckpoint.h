@@ -45,6 +45,7 @@ class TreeLearner::RunCheckpoint {
     int Open(sylvora::Fingerprint& inFile);
     void Describe(int lastRowShares);
     void DescribeData();
+    int CompareHead(const sylvora::Fingerprint& inFile) const;
     int Compare(const sylvora::Fingerprint& inFile) const;
     bool AllAgree(bool fHere) const;
     int Resume();
