@@ -58,6 +58,16 @@ int RefuseEndless(const NamedPath& input) {
     return Fail("ERROR: ", input.parameter, " ", input.path, ": is a device, not a file\n");
 }
 
+int RefuseUnshared(const Command& command, const NamedPath& input) {
+    struct stat file = {};
+    struct stat null = {};
+    if (command.ranks == nullptr || ::stat(input.path.c_str(), &file) != 0) return 0;
+    if (S_ISREG(file.st_mode) || S_ISDIR(file.st_mode)) return 0;
+    if (::stat("/dev/null", &null) == 0 && file.st_rdev == null.st_rdev) return 0;
+    return Fail("ERROR: ", input.parameter, " ", input.path,
+                ": is no regular file, so several ranks cannot read it; copy it to a file\n");
+}
+
 int RequirePath(const NamedPath& wanted, const std::string& purpose) {
     if (!wanted.path.empty()) return 0;
     return Fail("ERROR: ", wanted.parameter, " is not set: name ", purpose, "\n");
@@ -70,7 +80,7 @@ int CheckFiles(const Command& command, const std::vector<NamedPath>& outputV) {
                                      {"fileDev", cfg.fileDev},
                                      {"labelTran", cfg.fileTran}};
     for (const NamedPath& input : otherV) {
-        if (RefuseEndless(input) != 0) return -1;
+        if (RefuseEndless(input) != 0 || RefuseUnshared(command, input) != 0) return -1;
     }
     otherV.push_back({"the configuration file", command.fileCfg});
     otherV.push_back({"fileModel", cfg.fileModel});

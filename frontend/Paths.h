@@ -21,9 +21,13 @@ struct NamedPath {
 // Refuses a device that might never end, such as /dev/zero. Returns 0, or -1 after a message.
 [[nodiscard]] int RefuseEndless(const NamedPath& input);
 
-// Checks that no data file or label map is a device that might never end, that every output can be
-// written, and that no output would overwrite another file of the command. Changes no file. Returns
-// 0, or -1 after a message.
+// Refuses a pipe or device that several ranks would each read from: it gives its content once.
+// Returns 0, or -1 after a message.
+[[nodiscard]] int RefuseUnshared(const Command& command, const NamedPath& input);
+
+// Checks that no data file or label map is a device that might never end or, with several ranks, a
+// pipe, that every output can be written, and that no output would overwrite another file of the
+// command. Changes no file. Returns 0, or -1 after a message.
 [[nodiscard]] int CheckFiles(const Command& command, const std::vector<NamedPath>& outputV);
 
 }  // namespace sylvora::frontend

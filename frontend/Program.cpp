@@ -61,7 +61,8 @@ int RunConfiguration(const Program& program, int argc, char** argv) {
     Command command;
     command.ranks = program.communicator;
     command.fileCfg = argv[1];
-    if (RefuseEndless({"configuration file", command.fileCfg}) != 0) return kFailure;
+    const NamedPath input = {"configuration file", command.fileCfg};
+    if (RefuseEndless(input) != 0 || RefuseUnshared(command, input) != 0) return kFailure;
     const RereadableFile file(command.fileCfg);
     if (ReadSettings(file, argc, argv, command.cfg) != 0) return kFailure;
     if (command.ranks != nullptr && CheckSameSettings(*command.ranks, file, argc, argv) != 0) {

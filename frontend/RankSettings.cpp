@@ -36,10 +36,15 @@ int CheckSameSettings(Communicator& ranks, const RereadableFile& file, int argc,
     std::string options;
     for (int i = 2; i < argc; ++i) (options += argv[i]) += '\n';
     const std::string content = ContentOf(file.Path());
-    std::string firstOptions, firstContent;
-    if (TextOfFirst(ranks, options, firstOptions) != 0 ||
+    std::string firstVersion, firstOptions, firstContent;
+    if (TextOfFirst(ranks, SYLVORA_VERSION, firstVersion) != 0 ||
+        TextOfFirst(ranks, options, firstOptions) != 0 ||
         TextOfFirst(ranks, content, firstContent) != 0 || WaitForAll(ranks) != 0) {
         return -1;
+    }
+    if (firstVersion != SYLVORA_VERSION) {
+        return Fail("ERROR: this is version ", SYLVORA_VERSION, ", and rank 0 has ", firstVersion,
+                    ": install the same one everywhere\n");
     }
     if (firstContent != content) {
         return Fail("ERROR: ", argv[1], ": is not the file that rank 0 has\n");

@@ -7,7 +7,8 @@
 
 namespace sylvora::frontend {
 
-// Checks that the configuration file and the options of this rank are those of rank 0. Collective.
+// Checks that the version, the configuration file and the options of this rank are those of rank 0.
+// Collective.
 // Returns 0 at all ranks, or -1, after a message at those that differ.
 [[nodiscard]] int CheckSameSettings(Communicator& ranks, const RereadableFile& file, int argc,
                                     char** argv);

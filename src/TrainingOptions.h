@@ -52,8 +52,8 @@ struct TrainingOptions {
 
     // Null, or the ranks of a training, of which this learner is one: Boosting is then a collective
     // call, and needs DataBorrow of a set in which the columns of other ranks are constant. Labels,
-    // settings and seed must be the same at all ranks. Rank 0 writes the files. A rank whose
-    // Boosting returns -1 must be made known to the others, or they wait for it.
+    // settings, sets to evaluate and seed must be the same at all ranks. Rank 0 writes the files.
+    // A rank whose Boosting returns -1 must be made known to the others, or they wait for it.
     Ranks* ranks = nullptr;
 };
 

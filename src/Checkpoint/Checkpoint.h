@@ -65,8 +65,14 @@ struct Checkpoint {
 // that begins with the file. Throws std::bad_alloc.
 [[nodiscard]] std::string ReadCheckpointHead(const std::string& path, Fingerprint& fingerprint);
 
+// As the rest of a sentence that begins with the file.
+constexpr char kDamagedCheckpoint[] = "is damaged or not complete; remove it to begin again";
+
 // Reads all bytes of a file. Returns and throws as above.
 [[nodiscard]] std::string ReadCheckpointBytes(const std::string& path, std::string& bytes);
+
+// Whether the bytes are those that were written: their digest fits.
+[[nodiscard]] bool IsWholeCheckpoint(const std::string& bytes);
 
 // Checks the bytes of a file and takes the checkpoint from them: every changed, missing or added
 // byte is found, trees can be walked on rows of `numColumns` values, and the generator can be drawn

@@ -15,8 +15,6 @@
 namespace sylvora {
 namespace {
 
-constexpr char kDamaged[] = "is damaged or not complete; remove it to begin again";
-
 // Takes numbers from the front of some bytes. After a failure every call fails.
 class Source {
   public:
@@ -132,13 +130,13 @@ std::string TakeKind(std::string_view& text) {
     const std::string_view name = kCheckpointName;
     if (text.substr(0, name.size()) != name) return "is no checkpoint; name another file";
     const size_t end = text.find('\n');
-    if (end == text.npos) return kDamaged;
+    if (end == text.npos) return kDamagedCheckpoint;
     const std::string_view version = text.substr(name.size(), end - name.size());
     text.remove_prefix(end + 1);
     if (version == kCheckpointVersion) return "";
     const bool fNumber = !version.empty() && version.size() < 10 && version[0] != '0' &&
                          version.find_first_not_of("0123456789") == version.npos;
-    if (!fNumber) return kDamaged;
+    if (!fNumber) return kDamagedCheckpoint;
     return Text("was written by a newer version of the library, in format ", version,
                 ", and this one reads format ", kCheckpointVersion,
                 "; use that version, or name another file");
@@ -200,11 +198,16 @@ std::string ReadCheckpointHead(const std::string& path, Fingerprint& fingerprint
     std::string_view text = front;
     if (fault.empty()) fault = TakeKind(text);
     if (!fault.empty()) return fault;
-    return TakeEntries(text, fingerprint) ? "" : kDamaged;
+    return TakeEntries(text, fingerprint) ? "" : kDamagedCheckpoint;
 }
 
 std::string ReadCheckpointBytes(const std::string& path, std::string& bytes) {
     return ReadFront(path, std::numeric_limits<std::streamoff>::max(), bytes);
+}
+
+bool IsWholeCheckpoint(const std::string& bytes) {
+    std::string_view text = bytes;
+    return TakeSum(text);
 }
 
 std::string ParseCheckpoint(const std::string& whole, int numColumns, Checkpoint& checkpoint) {
@@ -212,15 +215,15 @@ std::string ParseCheckpoint(const std::string& whole, int numColumns, Checkpoint
     std::string fault = TakeKind(text);
     if (!fault.empty()) return fault;
     std::string_view checked = whole;
-    if (!TakeSum(checked)) return kDamaged;
+    if (!TakeSum(checked)) return kDamagedCheckpoint;
     text.remove_suffix(whole.size() - checked.size());
-    if (!TakeEntries(text, checkpoint.fingerprint)) return kDamaged;
+    if (!TakeEntries(text, checkpoint.fingerprint)) return kDamagedCheckpoint;
     Source source(text);
     ForStateFields(checkpoint.state, [&source](auto& field) { source.Get(field); });
     source.GetAll(checkpoint.predictV);
     source.GetAll(checkpoint.shrinkV);
     ReadTrees(source, numColumns, checkpoint.trees);
-    return source.IsWhole() && IsPossible(checkpoint.state.generator) ? "" : kDamaged;
+    return source.IsWhole() && IsPossible(checkpoint.state.generator) ? "" : kDamagedCheckpoint;
 }
 
 Difference FirstDifference(const Fingerprint& file, const Fingerprint& own) {

@@ -244,7 +244,12 @@ int TreeLearner::RunRounds(Run& run) {
     const bool fForest = modelType == "RandomForest";
     RunEvaluation* const evaluation = run.evaluation.get();
     int idxTree = fForest ? 0 : run.NumResumed();
+    const auto checkStop = [&] {
+        if (evaluation == nullptr || !rankRun) return 0;
+        return rankRun->CheckStop(idxTree, evaluation->IsOver());
+    };
     if (evaluation != nullptr && evaluation->Replay(idxTree) != 0) return -1;
+    if (idxTree > 0 && checkStop() != 0) return -1;
     if (idxTree > 0 && IsStopped(idxTree, numTree)) return -1;
     bool fOver = fKept || (evaluation != nullptr && evaluation->IsOver());
     while (!fOver && idxTree < numTree) {
@@ -254,6 +259,7 @@ int TreeLearner::RunRounds(Run& run) {
         if (evaluation != nullptr && evaluation->TakeRound(idxTree, idxTree == numTree) != 0) {
             return -1;
         }
+        if (checkStop() != 0) return -1;
         const long remaining = (Now() - startTree) * (numTree - idxTree) / kMicroseconds;
         if (CfgInfo.fPrint) {
             Print("Remaining time for generating trees: ", remaining, " seconds\n");

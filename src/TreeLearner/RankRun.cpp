@@ -9,6 +9,7 @@
 #include "../god/RandomGenerator.h"
 #include "../god/Report.h"
 #include "EnsembleView.h"
+#include "RunCheckpoint.h"
 #include "TrainingRows.h"
 #include "base/Chunks.h"
 #include "base/WorkerPool.h"
@@ -77,6 +78,11 @@ int TreeLearner::RankRun::CheckStart() {
             "no sampler of the program!\n");
     }
     Digest digest;
+    for (const auto& [name, value] : RunCheckpoint::SettingsOf(learner)) {
+        digest.AddText(name);
+        digest.AddText(value);
+    }
+    digest.Add(static_cast<uint64_t>(learner.CfgInfo.fileCheckpoint.empty()));
     for (const int size : {learner.sampleSize, learner.dimFea, learner.numTree, learner.sizeGroup,
                            learner.numClass}) {
         digest.Add(static_cast<uint64_t>(size));
@@ -122,6 +128,17 @@ int TreeLearner::RankRun::CheckStep(const char* unit, int done) {
     return Fail("ERROR: After ", unit, " ", done, ", rank ", other,
                 " has other predictions or random numbers than rank 0: the ranks must run the same "
                 "program on the same data!\n");
+}
+
+int TreeLearner::RankRun::CheckStop(int round, bool fOver) {
+    if (learner.CfgInfo.earlyStop == 0) return 0;
+    Digest digest;
+    digest.Add(static_cast<uint64_t>(fOver));
+    digest.Add(static_cast<uint64_t>(learner.evaluationRecord.bestRound));
+    const int other = RankThatDiffers(WordsOf(digest));
+    if (other < 0) return 0;
+    return Fail("ERROR: After round ", round, ", earlyStop has another best round at rank ", other,
+                " than at rank 0: evaluation sets and metrics must be the same at all ranks!\n");
 }
 
 void TreeLearner::RankRun::FindOutputs() {

@@ -41,8 +41,11 @@ class TreeLearner::RankRun {
     }
     bool Owns(int column) const { return ranks.Owns(column); }
     // After step `done`, a round or a tree of a forest: checks that all ranks have the same
-    // predictions, tree and random stream.
+    // predictions and random stream.
     [[nodiscard]] int CheckStep(const char* unit, int done);
+    // The same for where early stopping stands after a round: ranks that stopped after different
+    // rounds would wait for each other.
+    [[nodiscard]] int CheckStop(int round, bool fOver);
 
     // Finds the output of the round's first tree for every row, for UpdatePrediction.
     void FindOutputs();

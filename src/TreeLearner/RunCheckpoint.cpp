@@ -64,7 +64,7 @@ int TreeLearner::RunCheckpoint::Start(TreeLearner& learner, const RunEvaluation*
     // What is known before the data are looked at comes first in every fingerprint.
     inFile.resize(std::min(inFile.size(), made->fingerprint.size()));
     const bool fResumes = learner.rankRun ? learner.rankRun->Any(!inFile.empty()) : !inFile.empty();
-    if (!made->AllAgree(inFile.empty() || made->Compare(inFile) == 0)) return -1;
+    if (!made->AllAgree(inFile.empty() || made->CompareHead(inFile) == 0)) return -1;
     made->DescribeData();
     if (fResumes && made->Resume() != 0) return -1;
     checkpoint = std::move(made);
@@ -109,6 +109,15 @@ int TreeLearner::RunCheckpoint::Resume() {
              NumSteps(), Steps(), "!\n");
     }
     return 0;
+}
+
+// The head of a damaged file may say anything.
+int TreeLearner::RunCheckpoint::CompareHead(const Fingerprint& inFile) const {
+    if (sylvora::FirstDifference(inFile, fingerprint).name.empty()) return 0;
+    std::string bytes;
+    if (ReadBytes(bytes) != 0) return -1;
+    return sylvora::IsWholeCheckpoint(bytes) ? Compare(inFile)
+                                             : Refuse(sylvora::kDamagedCheckpoint);
 }
 
 int TreeLearner::RunCheckpoint::ReadBytes(std::string& bytes) const {

@@ -30,6 +30,9 @@ class TreeLearner::RunCheckpoint {
     RunCheckpoint(const RunCheckpoint&) = delete;
     RunCheckpoint& operator=(const RunCheckpoint&) = delete;
 
+    // What the trees depend on beside the data and the size of the run.
+    static sylvora::Fingerprint SettingsOf(const TreeLearner& learner);
+
     // Steps that the file had; 0: the run begins anew.
     int NumResumed() const { return numResumed; }
     // After step `done`: writes the file if it is due or, with `fLast`, unless it has this state
@@ -41,9 +44,8 @@ class TreeLearner::RunCheckpoint {
     RunCheckpoint(TreeLearner& treeLearner, const RunEvaluation* runEvaluation);
     int Open(sylvora::Fingerprint& inFile);
     void Describe(int lastRowShares);
-    void DescribeSettings();
-    void DescribeProgram();
     void DescribeData();
+    int CompareHead(const sylvora::Fingerprint& inFile) const;
     int Compare(const sylvora::Fingerprint& inFile) const;
     bool AllAgree(bool fHere) const;
     int Resume();

@@ -212,40 +212,36 @@ int TreeLearner::RunCheckpoint::Compare(const Fingerprint& inFile) const {
 
 // All that is known without looking at the data.
 void TreeLearner::RunCheckpoint::Describe(int lastRowShares) {
-    fingerprint = {{"library", SYLVORA_VERSION}};
-    DescribeSettings();
-    DescribeProgram();
+    fingerprint = SettingsOf(learner);
     fingerprint.emplace_back("rows", Text(learner.sampleSize));
     fingerprint.emplace_back("columns", Text(learner.dimFea));
     fingerprint.emplace_back("classes", Text(learner.numClass));
     fingerprint.emplace_back("lastRowShares", Text(lastRowShares));
 }
 
-// Members of the learner count, which a program may have changed since its construction.
-void TreeLearner::RunCheckpoint::DescribeSettings() {
+// Members of the learner count, which a program may have changed since its construction. Functions
+// cannot be compared, only whether they are there.
+Fingerprint TreeLearner::RunCheckpoint::SettingsOf(const TreeLearner& learner) {
     CheckCfgCLS cfg = learner.CfgInfo;
     cfg.modelType = learner.modelType;
     cfg.valTau = learner.valTau;
     cfg.valShrink = learner.valShrink;
     cfg.valSmpRt = learner.valSmpRt;
+    Fingerprint all = {{"library", SYLVORA_VERSION}};
     for (const sylvora::ParameterRow& row : sylvora::ParameterTable()) {
-        if (HasEffect(row, cfg)) fingerprint.emplace_back(row.name, ValueOf(row, cfg));
+        if (HasEffect(row, cfg)) all.emplace_back(row.name, ValueOf(row, cfg));
     }
-    fingerprint.emplace_back("random",
-                             DescribeStream(sylvora::Draws::StateNow(learner.randGenerators[0])));
-}
-
-// Functions cannot be compared, only whether they are there.
-void TreeLearner::RunCheckpoint::DescribeProgram() {
+    all.emplace_back("random", DescribeStream(sylvora::Draws::StateNow(learner.randGenerators[0])));
     const sylvora::TrainingOptions& options = learner.trainingOptions;
     const bool fLoss = learner.CfgInfo.lossFunc == "USER" && options.objective == nullptr;
-    fingerprint.emplace_back("objective", YesNo(options.objective != nullptr));
-    fingerprint.emplace_back("secondDerivatives", YesNo(options.fHessian));
-    fingerprint.emplace_back("startValue", options.fStart ? ExactText(options.startValue) : "none");
-    fingerprint.emplace_back("sampler", YesNo(learner.sampleFeaType != nullptr));
-    fingerprint.emplace_back("covers", YesNo(options.fCovers));
+    all.emplace_back("objective", YesNo(options.objective != nullptr));
+    all.emplace_back("secondDerivatives", YesNo(options.fHessian));
+    all.emplace_back("startValue", options.fStart ? ExactText(options.startValue) : "none");
+    all.emplace_back("sampler", YesNo(learner.sampleFeaType != nullptr));
+    all.emplace_back("covers", YesNo(options.fCovers));
     // A function of setLossFunction is called with the rows of one thread.
-    fingerprint.emplace_back("lossThreads", fLoss ? Text(learner.numThread) : "any");
+    all.emplace_back("lossThreads", fLoss ? Text(learner.numThread) : "any");
+    return all;
 }
 
 void TreeLearner::RunCheckpoint::DescribeData() {

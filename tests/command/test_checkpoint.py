@@ -138,6 +138,8 @@ class Checkpoints(Workbench):
         self.write("train.txt", lines[:-1])
         self.fail_with("checkpoint state: is of a training with rows 3000, not 2999", *self.keep)
         self.assertEqual(before, self.bytes_of("state"))
+        (self.folder / "state").write_bytes(before.replace(b"maxDepth 4", b"maxDepth 5"))
+        self.fail_with("checkpoint state: is damaged or not complete", *self.keep)
         # A wrong file is found before the data are read.
         self.write("train.txt", ["not data"])
         (self.folder / "state").write_bytes(b"sylvora checkpoint 2\n" + before)

@@ -1,5 +1,6 @@
 """Ranks that fail: how the others end, what is printed, which files are left."""
 
+import os
 import resource
 import signal
 import time
@@ -42,6 +43,15 @@ class ErrorsTest(MpiBench):
         self.fail_job(self.two_kinds([MPI_COMMAND, "run.cfg"],
                                      [MPI_COMMAND, "run.cfg", "-numTree", "7"]),
                       ["^ERROR: ranks 1 and 2: the options are not those of rank 0"])
+
+    def test_what_only_one_rank_could_read_is_refused(self):
+        os.mkfifo(self.folder / "pipe")
+        for option in ("-fileTrain", "-fileTest", "-labelTran"):
+            with self.subTest(option):
+                self.fail_job(self.job(2, option, "pipe"),
+                              [f"^ERROR: {option[1:]} pipe: is no regular file"])
+        self.fail_job([*LAUNCHER, "-n", "2", MPI_COMMAND, "pipe"],
+                      ["^ERROR: configuration file pipe: is no regular file"])
 
     def test_a_full_disk_at_rank_0_leaves_the_older_model(self):
         self.write("model.txt", OLD)

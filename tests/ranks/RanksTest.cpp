@@ -162,6 +162,70 @@ TEST(Ranks, TrainAsOneProcess) {
     }
 }
 
+// A metric that falls up to round `best`, and is never as low again.
+struct Descent {
+    int best;
+    int numCalls = 0;
+
+    static int Measure(void* context, const char*, std::int64_t, const double*, const double*,
+                       double* value) {
+        Descent& metric = *static_cast<Descent*>(context);
+        *value = ++metric.numCalls <= metric.best ? -metric.numCalls : 0.0;
+        return 0;
+    }
+};
+
+// Settings and metrics on which the number of exchanges depends. Without a check, ranks with other
+// ones would wait for each other for ever.
+TEST(Ranks, EndIfSettingsOrMetricsDiffer) {
+    struct {
+        int maxDepth, earlyStop, bestAtOther;
+        const char* message;
+    } const cases[] = {
+        {3, 2, 4, ""},
+        {5, 2, 4, "ERROR: Rank 1 has other settings, labels, weights, queries or another seed"},
+        {3, 3, 4, "ERROR: Rank 1 has other settings, labels, weights, queries or another seed"},
+        {3, 2, 6, "ERROR: After round 5, earlyStop has another best round at rank 1"}};
+    const double values[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
+    for (const auto& other : cases) {
+        std::string messageV[2];
+        const std::vector<int> statusV = RunRanks(2, [&](Communicator& communicator) {
+            const bool fOther = communicator.Rank() == 1;
+            CheckCfgCLS cfg;
+            cfg.modelType = "GBDT";
+            cfg.numBound = 1;
+            cfg.maxDepth = fOther ? other.maxDepth : 3;
+            cfg.earlyStop = fOther ? other.earlyStop : 2;
+            int status = cfg.CheckCfg();
+            TreeLearner learner(cfg);
+            Descent descent = {fOther ? other.bestAtOther : 4};
+            sylvora::RandomStream stream(5);
+            sylvora::Ranks ranks(communicator, {0, 1});
+            const VecVecDle rows = {{1, 0}, {2, 0}, {3, 0}, {4, 0}, {5, 0}, {6, 0}, {7, 0}, {8, 0}};
+            const Layout layout(rows, Layout::kColumnMajor);
+            sylvora::TrainingOptions& options = learner.trainingOptions;
+            options.stream = &stream;
+            options.sink = Collect;
+            options.sinkContext = &messageV[communicator.Rank()];
+            options.ranks = &ranks;
+            options.setV = {{"set", layout.Block(), values, nullptr}};
+            options.userMetricV = {{"descent", Descent::Measure, &descent}};
+            options.stopMetric = "descent";
+            if (status == 0) {
+                status = learner.DataBorrow(sylvora::DataSet::Make(layout.Block()), values, 8,
+                                            nullptr, 0);
+            }
+            if (status == 0) status = learner.ParamInit();
+            return status == 0 ? learner.Boosting() : status;
+        });
+        const std::string text = other.message;
+        for (size_t rank = 0; rank < 2; ++rank) {
+            EXPECT_EQ(statusV[rank], text.empty() ? 0 : -1) << messageV[rank];
+            EXPECT_NE(messageV[rank].find(text), std::string::npos) << messageV[rank];
+        }
+    }
+}
+
 // Stops after some steps.
 struct Stopper {
     int last;

@@ -4,10 +4,13 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <mutex>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "Communicator.h"
@@ -17,13 +20,23 @@ namespace sylvora::tests {
 // What the ranks share: a meeting place where each leaves the address of its bytes.
 class MeetingPlace {
   public:
-    explicit MeetingPlace(int numRanks) : offeredV(static_cast<size_t>(numRanks)) {}
+    typedef std::tuple<char, size_t, int> Call;  // the kind of the exchange, bytes, root
+
+    explicit MeetingPlace(int numRanks)
+        : offeredV(static_cast<size_t>(numRanks)), callV(static_cast<size_t>(numRanks)) {}
 
     // Waits until all ranks have offered their bytes, calls copy(offers by rank), and waits until
-    // all have copied. Returns 0, or -1 once Cancel was called.
-    int Meet(int rank, const void* offered, const std::function<void(const void* const*)>& copy) {
+    // all have copied. Returns 0, or -1 once Cancel was called. `call` says what is exchanged;
+    // ranks that do not agree about it are a fault of the program, which ends.
+    int Meet(int rank, const Call& call, const void* offered,
+             const std::function<void(const void* const*)>& copy) {
         offeredV[static_cast<size_t>(rank)] = offered;
+        callV[static_cast<size_t>(rank)] = call;
         if (!Wait()) return -1;
+        if (callV[static_cast<size_t>(rank)] != callV[0]) {
+            std::fputs("The ranks make different calls.\n", stderr);
+            std::abort();
+        }
         copy(offeredV.data());
         return Wait() ? 0 : -1;
     }
@@ -53,6 +66,7 @@ class MeetingPlace {
     }
 
     std::vector<const void*> offeredV;
+    std::vector<Call> callV;
     std::mutex mutex;  // guards the members below, except the atomic ones
     std::condition_variable changed;
     int numWaiting = 0;
@@ -68,22 +82,24 @@ class ThreadRank : public Communicator {
     int Rank() const override { return rank; }
     int Size() const override { return place.NumRanks(); }
     int AllGather(const void* mine, size_t bytes, void* all) override {
-        return Meet(mine, bytes, [&](const void* const* offers) {
+        return Meet({'g', bytes, 0}, mine, bytes, [&](const void* const* offers) {
             for (int r = 0; r < Size(); ++r) Copy(At(all, bytes, r), offers[r], bytes);
         });
     }
     int Broadcast(void* data, size_t bytes, int root) override {
-        return Meet(data, rank == root ? bytes : 0, [&](const void* const* offers) {
-            if (rank != root) Copy(data, offers[root], bytes);
-        });
+        return Meet({'b', bytes, root}, data, rank == root ? bytes : 0,
+                    [&](const void* const* offers) {
+                        if (rank != root) Copy(data, offers[root], bytes);
+                    });
     }
     int AllToAll(const void* mine, size_t bytes, void* all) override {
-        return Meet(mine, bytes * static_cast<size_t>(Size()), [&](const void* const* offers) {
-            for (int r = 0; r < Size(); ++r) {
-                Copy(At(all, bytes, r), static_cast<const char*>(offers[r]) + Offset(bytes, rank),
-                     bytes);
-            }
-        });
+        return Meet({'a', bytes, 0}, mine, bytes * static_cast<size_t>(Size()),
+                    [&](const void* const* offers) {
+                        for (int r = 0; r < Size(); ++r) {
+                            Copy(At(all, bytes, r),
+                                 static_cast<const char*>(offers[r]) + Offset(bytes, rank), bytes);
+                        }
+                    });
     }
     bool Cancelled() override { return place.IsCancelled(); }
 
@@ -96,9 +112,10 @@ class ThreadRank : public Communicator {
         if (bytes > 0) std::memcpy(to, from, bytes);
     }
     template <typename Copying>
-    int Meet(const void* offered, size_t bytes, const Copying& copy) {
+    int Meet(const MeetingPlace::Call& call, const void* offered, size_t bytes,
+             const Copying& copy) {
         place.CountBytes(bytes);
-        return place.Meet(rank, offered, copy);
+        return place.Meet(rank, call, offered, copy);
     }
 
     MeetingPlace& place;
