@@ -93,15 +93,30 @@ std::vector<int> SplitExchange::ChooseRanks(const std::vector<RankBest>& ownV,
     return rankV;
 }
 
+// Eight rows at a time, as the bytes of a word, the first of which is the lowest. The product moves
+// bit 0 of byte i to bit 56 + i.
 void SplitExchange::Pack(const uint8_t* fLeftV, int numRows, uint8_t* bits) {
-    std::fill_n(bits, NumBytes(numRows), uint8_t{0});
-    for (int i = 0; i < numRows; ++i) {
-        bits[i / 8] = static_cast<uint8_t>(bits[i / 8] | fLeftV[i] << (i % 8));
+    for (int i = 0; i < numRows; i += 8) {
+        uint64_t marks = 0;
+        std::memcpy(&marks, fLeftV + i, static_cast<size_t>(std::min(numRows - i, 8)));
+        bits[i / 8] = static_cast<uint8_t>((marks * 0x0102040810204080) >> 56);
     }
 }
 
+// Byte i of a word gets bit i of the eight; what is not 0 then carries into the byte's highest bit.
 void SplitExchange::Unpack(const uint8_t* bits, int numRows, uint8_t* fLeftV) {
-    for (int i = 0; i < numRows; ++i) fLeftV[i] = (bits[i / 8] >> (i % 8)) & 1;
+    for (int i = 0; i < numRows; i += 8) {
+        const uint64_t set = bits[i / 8] * 0x0101010101010101 & 0x8040201008040201;
+        const uint64_t marks = (set + 0x7f7f7f7f7f7f7f7f) >> 7 & 0x0101010101010101;
+        std::memcpy(fLeftV + i, &marks, static_cast<size_t>(std::min(numRows - i, 8)));
+    }
+}
+
+// The bits behind the last row are 0.
+int SplitExchange::CountLeft(const uint8_t* bits, int numRows) {
+    int numLeft = 0;
+    for (size_t i = 0; i < NumBytes(numRows); ++i) numLeft += __builtin_popcount(bits[i]);
+    return numLeft;
 }
 
 // One broadcast per rank that has a node: its records, each with its bytes.
