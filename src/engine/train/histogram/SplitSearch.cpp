@@ -54,17 +54,17 @@ void SplitSearch::BufferPool::Release(std::vector<std::unique_ptr<Buffers>>& tak
 std::unique_ptr<NodeScan> SplitSearch::BufferPool::TakeScan() {
     const std::lock_guard<std::mutex> lock(mutex);
     if (freeScanV.empty()) return std::make_unique<NodeScan>();
-    std::unique_ptr<NodeScan> scan = std::move(freeScanV.back());
+    std::unique_ptr<NodeScan> taken = std::move(freeScanV.back());
     freeScanV.pop_back();
-    return scan;
+    return taken;
 }
 
-void SplitSearch::BufferPool::GiveBack(std::unique_ptr<NodeScan> scan) {
+void SplitSearch::BufferPool::GiveBack(std::unique_ptr<NodeScan> taken) {
     const std::lock_guard<std::mutex> lock(mutex);
     const auto at =
-        std::upper_bound(freeScanV.begin(), freeScanV.end(), scan,
+        std::upper_bound(freeScanV.begin(), freeScanV.end(), taken,
                          [](const auto& a, const auto& b) { return a->mostRows < b->mostRows; });
-    freeScanV.insert(at, std::move(scan));
+    freeScanV.insert(at, std::move(taken));
 }
 
 void SplitSearch::Begin(const SearchTask& task) {

@@ -182,7 +182,7 @@ class SplitSearch::BufferPool {
     explicit BufferPool(const FixedPoint& fixedPoint) : fixed(fixedPoint) {}
 
     // Takes back what LookAhead returned, for reuse.
-    void GiveBack(std::unique_ptr<NodeScan> scan);
+    void GiveBack(std::unique_ptr<NodeScan> taken);
 
   private:
     friend class SplitSearch;
