@@ -25,6 +25,12 @@ std::shared_ptr<const CodedData> CodedDataOf(const TreeLearner& learner) {
     return std::make_shared<const CodedData>(TrainingRows(learner));
 }
 
+// The ranks of a training; null if there are no others.
+Ranks* OtherRanks(const TreeLearner& learner) {
+    Ranks* const ranks = learner.trainingOptions.ranks;
+    return ranks != nullptr && ranks->Size() > 1 ? ranks : nullptr;
+}
+
 // Whether a fact holds here or at any other rank.
 bool AtAnyRank(Ranks* ranks, bool fHere) {
     if (ranks == nullptr) return fHere;
@@ -101,7 +107,7 @@ struct EngineRun::ListEngine {
 
 // With several ranks, all use the engine, or none.
 std::unique_ptr<EngineRun> EngineRun::Start(const TreeLearner& learner, WorkerPool& pool) {
-    Ranks* const ranks = learner.trainingOptions.ranks;
+    Ranks* const ranks = OtherRanks(learner);
     const bool fReference = UseReferenceImplementation() || learner.fDebug ||
                             learner.sampleFeaType != nullptr ||
                             (learner.CfgInfo.maxDepth < 1 && learner.modelType != "RandomForest");
@@ -114,7 +120,7 @@ std::unique_ptr<EngineRun> EngineRun::Start(const TreeLearner& learner, WorkerPo
 EngineRun::EngineRun(const TreeLearner& learner, WorkerPool& workers)
     : tuning(engine::CurrentTuning()),
       pool(workers),
-      ranks(learner.trainingOptions.ranks),
+      ranks(OtherRanks(learner)),
       data(CodedDataOf(learner)),
       reference(std::make_unique<NodeReferenceSearch>(data->Values())) {}
 
@@ -190,7 +196,7 @@ bool EngineRun::StepPredictions(const TreeLearner& learner) {
         stepV.push_back(node->avgPredict * learner.dynShrink * learner.valShrink);
     }
     if (ranks != nullptr) {
-        engine::StepPredictionsByRanks(histograms->growth, data->Values(), *ranks, pool,
+        engine::StepPredictionsByRanks(histograms->growth, histograms->columns, *ranks, pool,
                                        stepV.data(), learner.predictV);
     } else {
         engine::StepPredictions(histograms->growth, histograms->columns, pool, stepV.data(),

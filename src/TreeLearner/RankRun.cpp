@@ -146,22 +146,29 @@ void TreeLearner::RankRun::FindOutputs() {
     const sylvora::TreeView tree = fOpen ? sylvora::TreeView(learner.packedTrees->FirstOpen())
                                          : sylvora::TreeView(*learner.TreeGroup[0]);
     std::vector<sylvora::engine::WalkSplit> splitV;
-    std::vector<double> leafOutputV;
+    std::vector<double> thresholdV, leafOutputV;
     for (size_t k = 0; k < tree.NumNodes(); ++k) {
         const sylvora::engine::PackedNode node = tree.Node(k);
         sylvora::engine::WalkSplit split;
-        if (!node.IsLeaf()) split = {node.splitFea, node.splitElemFea, node.lson, node.rson};
+        if (!node.IsLeaf()) split = {node.splitFea, node.lson, node.rson};
         splitV.push_back(split);
+        thresholdV.push_back(node.splitElemFea);
         leafOutputV.push_back(node.avgPredict);
     }
     sylvora::LargeArray<int> rowV(static_cast<size_t>(learner.sampleSize));
     std::iota(rowV.begin(), rowV.end(), 0);
     outputV.resize(rowV.size());
-    sylvora::engine::WalkByRanks(splitV, sylvora::TrainingRows(learner), std::move(rowV), ranks,
-                                 *learner.workers, [&](int leaf, const int* row, const int* end) {
-                                     for (; row < end; ++row) {
-                                         outputV[static_cast<size_t>(*row)] =
-                                             leafOutputV[static_cast<size_t>(leaf)];
-                                     }
-                                 });
+    const sylvora::engine::Matrix values = sylvora::TrainingRows(learner);
+    sylvora::engine::WalkSteps steps;
+    steps.markLeft = [&](int node, const int* rows, int count, uint8_t* fLeftV) {
+        const size_t at = static_cast<size_t>(node);
+        for (int i = 0; i < count; ++i) {
+            fLeftV[i] = values.At(rows[i], splitV[at].column) <= thresholdV[at];
+        }
+    };
+    steps.atLeaf = [&](int leaf, const int* row, const int* end) {
+        const double output = leafOutputV[static_cast<size_t>(leaf)];
+        for (; row < end; ++row) outputV[static_cast<size_t>(*row)] = output;
+    };
+    sylvora::engine::WalkByRanks(splitV, std::move(rowV), ranks, *learner.workers, steps);
 }

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <numeric>
 
 namespace sylvora {
 namespace engine {
@@ -93,51 +94,81 @@ std::vector<int> SplitExchange::ChooseRanks(const std::vector<RankBest>& ownV,
     return rankV;
 }
 
+// Eight rows at a time, as the bytes of a word, the first of which is the lowest. The product moves
+// bit 0 of byte i to bit 56 + i.
 void SplitExchange::Pack(const uint8_t* fLeftV, int numRows, uint8_t* bits) {
-    std::fill_n(bits, NumBytes(numRows), uint8_t{0});
-    for (int i = 0; i < numRows; ++i) {
-        bits[i / 8] = static_cast<uint8_t>(bits[i / 8] | fLeftV[i] << (i % 8));
+    for (int i = 0; i < numRows; i += 8) {
+        uint64_t marks = 0;
+        std::memcpy(&marks, fLeftV + i, static_cast<size_t>(std::min(numRows - i, 8)));
+        bits[i / 8] = static_cast<uint8_t>((marks * 0x0102040810204080) >> 56);
     }
 }
 
+// Byte i of a word gets bit i of the eight; what is not 0 then carries into the byte's highest bit.
 void SplitExchange::Unpack(const uint8_t* bits, int numRows, uint8_t* fLeftV) {
-    for (int i = 0; i < numRows; ++i) fLeftV[i] = (bits[i / 8] >> (i % 8)) & 1;
+    for (int i = 0; i < numRows; i += 8) {
+        const uint64_t set = bits[i / 8] * 0x0101010101010101 & 0x8040201008040201;
+        const uint64_t marks = (set + 0x7f7f7f7f7f7f7f7f) >> 7 & 0x0101010101010101;
+        std::memcpy(fLeftV + i, &marks, static_cast<size_t>(std::min(numRows - i, 8)));
+    }
 }
 
-// One broadcast per rank that has a node: its records, each with its bytes.
+// The bits behind the last row are 0.
+int SplitExchange::CountLeft(const uint8_t* bits, int numRows) {
+    int numLeft = 0;
+    for (size_t i = 0; i < NumBytes(numRows); ++i) numLeft += __builtin_popcount(bits[i]);
+    return numLeft;
+}
+
+// One broadcast per rank that has a node: its records, each with its bytes. If little is lost by
+// making the messages equally long, then one exchange for all.
 void SplitExchange::ShareBytes(const std::vector<int>& rankV, uint8_t* records, size_t recordBytes,
                                const std::vector<uint8_t*>& bytesV,
                                const std::vector<size_t>& numBytesV) {
-    std::vector<size_t> sizeV(static_cast<size_t>(ranks.Size()));
+    constexpr size_t kFewBytes = 4096;  // such a message takes hardly longer than an empty one
+    const size_t numRanks = static_cast<size_t>(ranks.Size());
+    std::vector<size_t> sizeV(numRanks);
     for (size_t b = 0; b < rankV.size(); ++b) {
         if (rankV[b] != kNone) sizeV[static_cast<size_t>(rankV[b])] += recordBytes + numBytesV[b];
     }
-    std::vector<uint8_t> messageV;
+    // Calls copy(place in the message of a rank, place of the node, size) for all parts in order.
+    const auto forParts = [&](int rank, uint8_t* message, const auto& copy) {
+        for (size_t b = 0; b < rankV.size(); ++b) {
+            if (rankV[b] != rank) continue;
+            copy(message, records + b * recordBytes, recordBytes);
+            copy(message + recordBytes, bytesV[b], numBytesV[b]);
+            message += recordBytes + numBytesV[b];
+        }
+    };
+    const auto write = [&](uint8_t* message) {
+        forParts(ranks.Rank(), message, [](uint8_t* at, const uint8_t* own, size_t size) {
+            if (size > 0) std::memcpy(at, own, size);
+        });
+    };
+    const auto read = [&](int rank, uint8_t* message) {
+        if (IsOwn(rank)) return;
+        forParts(rank, message, [](const uint8_t* at, uint8_t* own, size_t size) {
+            if (size > 0) std::memcpy(own, at, size);
+        });
+    };
+    const size_t most = *std::max_element(sizeV.begin(), sizeV.end());
+    const size_t total = std::accumulate(sizeV.begin(), sizeV.end(), size_t{0});
+    const bool fTogether = total > most && (most <= kFewBytes || most * numRanks <= 2 * total);
+    std::vector<uint8_t> messageV(most);
+    if (fTogether) {
+        write(messageV.data());
+        std::vector<uint8_t> allV = ranks.GatherEach(messageV);
+        for (int rank = 0; rank < ranks.Size(); ++rank) {
+            read(rank, allV.data() + static_cast<size_t>(rank) * most);
+        }
+        return;
+    }
     for (int rank = 0; rank < ranks.Size(); ++rank) {
-        if (sizeV[static_cast<size_t>(rank)] == 0) continue;
-        messageV.resize(sizeV[static_cast<size_t>(rank)]);
-        // Calls copy(place in the message, place of the node, size) for all parts in order.
-        const auto forParts = [&](const auto& copy) {
-            uint8_t* at = messageV.data();
-            for (size_t b = 0; b < rankV.size(); ++b) {
-                if (rankV[b] != rank) continue;
-                copy(at, records + b * recordBytes, recordBytes);
-                at += recordBytes;
-                copy(at, bytesV[b], numBytesV[b]);
-                at += numBytesV[b];
-            }
-        };
-        if (IsOwn(rank)) {
-            forParts([](uint8_t* at, const uint8_t* own, size_t size) {
-                if (size > 0) std::memcpy(at, own, size);
-            });
-        }
-        ranks.Broadcast(messageV.data(), messageV.size(), rank);
-        if (!IsOwn(rank)) {
-            forParts([](const uint8_t* at, uint8_t* own, size_t size) {
-                if (size > 0) std::memcpy(own, at, size);
-            });
-        }
+        const size_t size = sizeV[static_cast<size_t>(rank)];
+        if (size == 0) continue;
+        if (IsOwn(rank)) write(messageV.data());
+        ranks.Broadcast(messageV.data(), size, rank);
+        read(rank, messageV.data());
     }
 }
 

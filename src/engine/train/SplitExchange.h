@@ -56,6 +56,7 @@ class SplitExchange {
     static size_t NumBytes(int numRows) { return (static_cast<size_t>(numRows) + 7) / 8; }
     static void Pack(const uint8_t* fLeftV, int numRows, uint8_t* bits);
     static void Unpack(const uint8_t* bits, int numRows, uint8_t* fLeftV);
+    static int CountLeft(const uint8_t* bits, int numRows);
 
     // Copies what the ranks have made for their nodes to all ranks. Node b is of rank rankV[b], or
     // of none, and has the record recordV[b] and the bytes bytesV[b][0, numBytesV[b]). A rank fills

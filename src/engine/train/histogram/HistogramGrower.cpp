@@ -264,7 +264,7 @@ const Histogram* HistogramGrower::CountOwn(const OpenNode& open, const RowSet& n
 // Searches a node's columns.
 void HistogramGrower::Search(OpenNode& open, Worker& worker) {
     open.found = worker.search.Search(TaskOf(open, worker));
-    open.own.reset();
+    if (open.ahead) bufferPool.GiveBack(std::move(open.ahead));
 }
 
 // What to search for. Counts the histogram, unless the node has one or needs none.
@@ -280,8 +280,8 @@ SearchTask HistogramGrower::TaskOf(OpenNode& open, Worker& worker) {
         histogram = CountOwn(open, quick, fNarrowOnly, worker);
     }
     const int numSlots = static_cast<int>(open.columnV.size());
-    return {quick,        histogram,        open.columnV.data(), numSlots,      open.total,
-            node.gradAll, open.numTogether, fNarrowOnly,         open.leastBest};
+    return {quick,        histogram,        open.columnV.data(), numSlots,       open.total,
+            node.gradAll, open.numTogether, fNarrowOnly,         open.leastBest, open.ahead.get()};
 }
 
 // Decides a near-tie by reference scores: the winner is then in open.found or, without its rank, in

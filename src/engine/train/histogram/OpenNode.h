@@ -20,8 +20,9 @@ struct HistogramGrower::OpenNode {
     // Null: the worker counts it, or none is needed.
     std::unique_ptr<Histogram> histogram = nullptr;
     std::vector<int> columnV = {};  // sampled, by slot
-    // With several ranks: the histogram that the worker counted, and what the others know of the
-    // best split; see SearchTask.
+    // With several ranks: what LookAhead found here, the resolution of what it counted, and what
+    // all ranks know of the best split; see SearchTask.
+    std::unique_ptr<NodeScan> ahead = nullptr;
     std::unique_ptr<Histogram> own = nullptr;
     double leastBest = -1.0;
     // What the search found, until the split is marked.

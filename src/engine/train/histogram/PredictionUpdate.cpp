@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <numeric>
+#include <utility>
 
 #include "base/Chunks.h"
 #include "base/Gather.h"
@@ -43,7 +45,8 @@ WalkNode MakeWalkNode(const GrownNode& node, int self, const BinnedColumns& data
     walk.childV[1] = fLeaf ? self : node.lson;
     walk.binOfCodeV = kAnyBins;
     walk.unsureBin = ~uint32_t{0};
-    if (fLeaf) return walk;
+    // A column that is constant here belongs to another rank, which marks the rows.
+    if (fLeaf || data.At(node.splitFea).IsConstant()) return walk;
     const Column& column = data.At(node.splitFea);
     walk.fWide = !column.fNarrow;
     walk.codeAt = static_cast<uint32_t>(column.codeIndex) << walk.fWide;
@@ -92,6 +95,16 @@ class Walker {
             } else {
                 WalkFew(static_cast<int>(k), rowV + first, count);
             }
+        }
+    }
+
+    // Marks which rows of a block go left at a node whose column is not constant. By value, any
+    // threshold is right.
+    void MarkBlock(int at, bool fByValue, const int* rowV, int num, uint8_t* fLeftV) const {
+        const GrownNode& node = nodeV[static_cast<size_t>(at)];
+        if (!fByValue) return MarkLeft(node, walkV[static_cast<size_t>(at)], rowV, num, fLeftV);
+        for (int i = 0; i < num; ++i) {
+            fLeftV[i] = data.Value(rowV[i], node.splitFea) <= node.splitElemFea;
         }
     }
 
@@ -254,6 +267,21 @@ void StepSlices(const HistogramGrower& grower, WorkerPool& pool, const double* s
     });
 }
 
+// The rows that are not in the tree, or all, in ascending order.
+LargeArray<int> RowsToWalk(const HistogramGrower& grower, bool fOthersOnly) {
+    const LargeArray<uint8_t>& fInTreeV = grower.RowMarks();
+    const size_t numRows = fInTreeV.size() - (fOthersOnly ? grower.Rows().size() : 0);
+    LargeArray<int> rowV(numRows + RowKernels::kSlack);
+    if (fOthersOnly) {
+        BestRowKernels().list(fInTreeV.data(), 0, 0, static_cast<int>(fInTreeV.size()),
+                              rowV.data());
+    } else {
+        std::iota(rowV.begin(), rowV.end(), 0);
+    }
+    rowV.resize(numRows);
+    return rowV;
+}
+
 }  // namespace
 
 // Each row belongs to exactly one chunk, so workers never write the same prediction.
@@ -277,24 +305,26 @@ void StepPredictions(const HistogramGrower& grower, const BinnedColumns& data, W
 }
 
 // Rows walk only if their slice does not tell their leaf.
-void StepPredictionsByRanks(const HistogramGrower& grower, const Matrix& values, Ranks& ranks,
+void StepPredictionsByRanks(const HistogramGrower& grower, const BinnedColumns& data, Ranks& ranks,
                             WorkerPool& pool, const double* stepV, double* predictV) {
     const bool fSlices = grower.SlicesMatchThresholds();
     if (fSlices) StepSlices(grower, pool, stepV, predictV);
-    LargeArray<int> rowV;
-    for (int row = 0; row < values.NumRows(); ++row) {
-        if (!fSlices || grower.RowMarks()[static_cast<size_t>(row)] == 0) rowV.push_back(row);
-    }
+    LargeArray<int> rowV = RowsToWalk(grower, fSlices);
     if (rowV.empty()) return;
     std::vector<WalkSplit> splitV;
     for (const GrownNode& node : grower.Nodes()) {
-        splitV.push_back({node.splitFea, node.splitElemFea, node.lson, node.rson});
+        splitV.push_back({node.splitFea, node.lson, node.rson});
     }
-    WalkByRanks(splitV, values, std::move(rowV), ranks, pool,
-                [&](int leaf, const int* row, const int* end) {
-                    const double step = stepV[leaf];
-                    for (; row < end; ++row) predictV[*row] += step;
-                });
+    const Walker walker(grower.Nodes(), stepV, data, predictV);
+    WalkSteps steps;
+    steps.markLeft = [&](int node, const int* rows, int count, uint8_t* fLeftV) {
+        walker.MarkBlock(node, !fSlices, rows, count, fLeftV);
+    };
+    steps.atLeaf = [&](int leaf, const int* row, const int* end) {
+        const double step = stepV[leaf];
+        for (; row < end; ++row) predictV[*row] += step;
+    };
+    WalkByRanks(splitV, std::move(rowV), ranks, pool, steps);
 }
 
 }  // namespace engine

@@ -18,9 +18,9 @@ namespace engine {
 void StepPredictions(const HistogramGrower& grower, const BinnedColumns& data, WorkerPool& pool,
                      const double* stepV, double* predictV);
 
-// The same in a training by several ranks, each of which walks rows with `values` of its own
-// columns. Collective; throws RanksLost.
-void StepPredictionsByRanks(const HistogramGrower& grower, const Matrix& values, Ranks& ranks,
+// The same in a training by several ranks, each of which has the codes of its own columns.
+// Collective; throws RanksLost.
+void StepPredictionsByRanks(const HistogramGrower& grower, const BinnedColumns& data, Ranks& ranks,
                             WorkerPool& pool, const double* stepV, double* predictV);
 
 }  // namespace engine

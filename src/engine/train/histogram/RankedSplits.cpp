@@ -30,18 +30,20 @@ RankBest BestOf(const SearchResult<Candidate>& found) {
 // a rank would look into many columns that lose against those of another rank. Small nodes are
 // searched as fast without.
 void HistogramGrower::LookAhead(OpenNode& open, Worker& worker) {
+    if (open.histogram == nullptr && CountOf(open) <= tuning.smallNode) return;
     const SearchTask task = TaskOf(open, worker);
-    if (task.histogram == nullptr || task.fNarrowOnly) return;
-    open.leastBest = worker.search.LeastBest(task);
-    if (task.histogram == &worker.own) {
-        open.own = std::make_unique<Histogram>();
-        std::swap(*open.own, worker.own);
-    }
+    if (task.histogram == nullptr) return;
+    open.ahead = worker.search.LookAhead(task);
+    if (task.histogram != &worker.own) return;
+    open.own = std::make_unique<Histogram>();
+    open.own->shift = worker.own.shift;
 }
 
 void HistogramGrower::ExchangeBounds(OpenNode* batch, size_t numBatch) {
     std::vector<double> leastV;
-    for (size_t b = 0; b < numBatch; ++b) leastV.push_back(batch[b].leastBest);
+    for (size_t b = 0; b < numBatch; ++b) {
+        leastV.push_back(batch[b].ahead ? batch[b].ahead->leastBest : -1.0);
+    }
     leastV = exchange->Highest(leastV);
     for (size_t b = 0; b < numBatch; ++b) batch[b].leastBest = leastV[b];
 }

@@ -51,22 +51,44 @@ void SplitSearch::BufferPool::Release(std::vector<std::unique_ptr<Buffers>>& tak
     taken.clear();
 }
 
+std::unique_ptr<NodeScan> SplitSearch::BufferPool::TakeScan() {
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (freeScanV.empty()) return std::make_unique<NodeScan>();
+    std::unique_ptr<NodeScan> taken = std::move(freeScanV.back());
+    freeScanV.pop_back();
+    return taken;
+}
+
+void SplitSearch::BufferPool::GiveBack(std::unique_ptr<NodeScan> taken) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    const auto at =
+        std::upper_bound(freeScanV.begin(), freeScanV.end(), taken,
+                         [](const auto& a, const auto& b) { return a->mostRows < b->mostRows; });
+    freeScanV.insert(at, std::move(taken));
+}
+
 void SplitSearch::Begin(const SearchTask& task) {
     node = {task.total, fixed.Sum(task.total), fixed.Weight(task.total)};
     leastBest = task.leastBest;
     ChooseSlots(task);
 }
 
-double SplitSearch::LeastBest(const SearchTask& task) {
+std::unique_ptr<NodeScan> SplitSearch::LookAhead(const SearchTask& task) {
+    std::unique_ptr<NodeScan> ahead = bufferPool.TakeScan();
+    ahead->mostRows = std::max(ahead->mostRows, task.rows.count);
     Begin(task);
+    summaryV.swap(ahead->summaryV);
     ScanColumns(task);
-    return leastBest;
+    summaryV.swap(ahead->summaryV);
+    ahead->leastBest = leastBest;
+    return ahead;
 }
 
 // The steps: scan the columns' histograms for the best split between bins; refine the bins that may
 // hold a better one; decide. A small node sorts its wide columns instead, and a tiny one all.
 SearchResult<Candidate> SplitSearch::Search(const SearchTask& task) {
     Begin(task);
+    if (task.ahead != nullptr) summaryV.swap(task.ahead->summaryV);
     bufferPool.Acquire(static_cast<size_t>(std::max(task.numTogether, 1)), buffersV);
     for (const auto& buffers : buffersV) buffers->candidateV.clear();
     if (task.histogram != nullptr && !task.fNarrowOnly) {
@@ -76,6 +98,7 @@ SearchResult<Candidate> SplitSearch::Search(const SearchTask& task) {
         SearchBySorting(task);
     }
     SearchResult<Candidate> result = Decide();
+    if (task.ahead != nullptr) summaryV.swap(task.ahead->summaryV);
     bufferPool.Release(buffersV);
     return result;
 }
@@ -149,11 +172,13 @@ void SplitSearch::Consider(Candidate candidate, Buffers& buffers) {
 
 // The first look at every slot. The best split between bins prunes most bins of the next step.
 void SplitSearch::ScanColumns(const SearchTask& task) {
-    summaryV.resize(std::max(summaryV.size(), static_cast<size_t>(task.numSlots)));
-    For(task, static_cast<int>(slotV.size()), [&](int i) {
-        const int slot = slotV[static_cast<size_t>(i)];
-        scan.Scan(task.columnV[slot], *task.histogram, node, summaryV[static_cast<size_t>(slot)]);
-    });
+    if (task.ahead == nullptr) {
+        summaryV.resize(std::max(summaryV.size(), static_cast<size_t>(task.numSlots)));
+        For(task, static_cast<int>(slotV.size()), [&](int i) {
+            const size_t slot = static_cast<size_t>(slotV[static_cast<size_t>(i)]);
+            scan.Scan(task.columnV[slot], *task.histogram, node, summaryV[slot]);
+        });
+    }
     double maxAbsSum = 0.0;
     double best = -1.0;
     for (const int slot : slotV) {

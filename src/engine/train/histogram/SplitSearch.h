@@ -25,6 +25,16 @@
 namespace sylvora {
 namespace engine {
 
+// The first scan of a node's histogram.
+struct NodeScan {
+    std::vector<ColumnSummary> summaryV;  // by slot
+    // The reference score of the best split of the slots is at least this; -1: perhaps there is
+    // none.
+    double leastBest = -1.0;
+    // The rows of the largest node that used this memory.
+    int mostRows = 0;
+};
+
 // One node to search. Everything that it points to stays with the caller.
 struct SearchTask {
     // The node's rows in any order; ascending is fastest.
@@ -42,6 +52,9 @@ struct SearchTask {
     bool fNarrowOnly = false;
     // The reference score of the node's best split, in these slots or elsewhere, is at least this.
     double leastBest = -1.0;
+    // What LookAhead returned for the same rows and slots; of the histogram, only the resolution is
+    // used then. Null: it was not called.
+    NodeScan* ahead = nullptr;
 };
 
 // Searches one node at a time; each worker has its own. Everything passed to the constructor must
@@ -56,9 +69,8 @@ class SplitSearch {
 
     // Returns the winner, or the slots of a near-tie, or neither if the node has no split.
     SearchResult<Candidate> Search(const SearchTask& task);
-    // The least that the reference score of the best split of these slots can be, by a look at the
-    // histogram, which must hold all columns; -1 if that finds no split. Much faster than Search.
-    double LeastBest(const SearchTask& task);
+    // The first step of Search alone, which is much faster. The histogram must hold all columns.
+    std::unique_ptr<NodeScan> LookAhead(const SearchTask& task);
 
   private:
     // Marks of the candidate bins: by 8-bit code of the column, and by rank / 2^step.
@@ -169,6 +181,9 @@ class SplitSearch::BufferPool {
   public:
     explicit BufferPool(const FixedPoint& fixedPoint) : fixed(fixedPoint) {}
 
+    // Takes back what LookAhead returned, for reuse.
+    void GiveBack(std::unique_ptr<NodeScan> taken);
+
   private:
     friend class SplitSearch;
 
@@ -177,11 +192,16 @@ class SplitSearch::BufferPool {
     void Acquire(size_t num, std::vector<std::unique_ptr<Buffers>>& taken);
     void Release(std::vector<std::unique_ptr<Buffers>>& taken);
 
+    // The largest nodes should take theirs first: then few scans ever grow to full size.
+    std::unique_ptr<NodeScan> TakeScan();
+
     const FixedPoint& fixed;
     std::mutex mutex;  // guards the members below
     std::vector<std::unique_ptr<Buffers>> freeV;
     // All buffers made, free or taken; freeV has capacity for them.
     size_t numMade = 0;
+    // Sorted by mostRows.
+    std::vector<std::unique_ptr<NodeScan>> freeScanV;
 };
 
 }  // namespace engine
