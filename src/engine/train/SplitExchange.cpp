@@ -107,7 +107,8 @@ void SplitExchange::Pack(const uint8_t* fLeftV, int numRows, uint8_t* bits) {
 // Byte i of a word gets bit i of the eight; what is not 0 then carries into the byte's highest bit.
 void SplitExchange::Unpack(const uint8_t* bits, int numRows, uint8_t* fLeftV) {
     for (int i = 0; i < numRows; i += 8) {
-        const uint64_t set = bits[i / 8] * 0x0101010101010101 & 0x8040201008040201;
+        const uint64_t copies = uint64_t{bits[i / 8]} * 0x0101010101010101;
+        const uint64_t set = copies & 0x8040201008040201;
         const uint64_t marks = (set + 0x7f7f7f7f7f7f7f7f) >> 7 & 0x0101010101010101;
         std::memcpy(fLeftV + i, &marks, static_cast<size_t>(std::min(numRows - i, 8)));
     }
