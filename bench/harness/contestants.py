@@ -1,6 +1,7 @@
 """The sides of a workload, ours and the peers. Each runs as a child process and prints its figures
 as lines "bench: key number" (see bench/driver/Jobs.h)."""
 
+import hashlib
 import os
 import subprocess
 from dataclasses import dataclass
@@ -12,7 +13,8 @@ from workloads import BOUND, BUNDLED, DEPTH, LEAVES, SHRINK
 
 OURS = "sylvora"
 PYTHON = "/usr/bin/python3"  # the one that Debian installs packages for
-PEERS = Path(__file__).resolve().parent.parent / "peers"
+BENCH = Path(__file__).resolve().parent.parent
+PEERS = BENCH / "peers"
 PACKAGE = [PYTHON, str(PEERS / "package.py")]  # our Python package, or a peer's in the same job
 LIBRARY = "library"  # our C++ library, as the peer of our package
 PROGRAMS = {
@@ -78,14 +80,28 @@ def measurement(workload, figures, others):
     return Measurement(seconds, cpu, others, prepare, cell_bytes, rate, figures.get("misfit"))
 
 
+def generators_digest():
+    """Changes with the sources that make data."""
+    sources = sorted([*(BENCH / "driver").glob("*.cpp"), *(BENCH / "driver").glob("*.h"),
+                      BENCH / "harness" / "bundled.py"])
+    return hashlib.sha256(b"".join(path.read_bytes() for path in sources)).hexdigest()
+
+
 class Workshop:
     """The folder with data, configurations and models. Each file is made on first use, under a
-    temporary name, so that an incomplete file is never taken for a whole one."""
+    temporary name, so that an incomplete file is never taken for a whole one. All are made again
+    when the programs that generate data have changed."""
 
     def __init__(self, folder, driver, modules, quick, progress):
         self.folder, self.driver, self.modules, self.quick = folder, driver, modules, quick
         self.progress = progress
         folder.mkdir(parents=True, exist_ok=True)
+        stamp, generators = folder / "generators", generators_digest()
+        if not stamp.exists() or stamp.read_text() != generators:
+            for path in folder.iterdir():
+                if path.name not in ("results.json", "other.json"):
+                    path.unlink()
+            stamp.write_text(generators)
 
     def size(self, workload):
         return workload.quick_size if self.quick else workload.size
