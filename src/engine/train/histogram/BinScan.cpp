@@ -1,117 +1,35 @@
 // Scores and bounds from histograms; see BinScan.h. docs/engine-training.md derives the bound.
 #include "BinScan.h"
 
-#include <emmintrin.h>
-
 #include <algorithm>
 #include <cmath>
 
+#include "base/Switch.h"
+
 namespace sylvora {
 namespace engine {
-namespace {
 
-// Covers the rounding of a bound many times over.
-constexpr double kInflate = 1.0 + 1e-9;
-constexpr double kTiny = 1e-300;  // avoids 0 / 0 in a term whose numerator is 0
+BinScan::BinScan(const BinnedColumns& columns, const FixedPoint& fixedPoint)
+    : data(columns), fixed(fixedPoint), kernels(kScanKernels.Choose(ForcedKernel())) {}
 
-// Returns the best score of a split after any bin, and sets maxAbsSum to the largest |prefix sum|.
-// `sums` and `weights` are the sums up to and including each bin. Splits with an empty side are
-// skipped: their score is taken as -1.
-double BestOfPrefixes(const double* sums, const double* weights, int count, const NodeTotals& node,
-                      double& maxAbsSum) {
-    const __m128d total = _mm_set1_pd(node.sum);
-    const __m128d weight = _mm_set1_pd(node.weight);
-    const __m128d zero = _mm_setzero_pd();
-    const __m128d one = _mm_set1_pd(1.0);
-    const __m128d none = _mm_set1_pd(-1.0);
-    const __m128d signMask = _mm_set1_pd(-0.0);
-    __m128d best = none;
-    __m128d largest = zero;
-    // Two prefixes at a time; an odd number is padded with an empty one.
-    for (int i = 0; i < count; i += 2) {
-        const __m128d g = _mm_loadu_pd(sums + i);
-        const __m128d w = _mm_loadu_pd(weights + i);
-        const __m128d rest = _mm_sub_pd(total, g);
-        const __m128d restWeight = _mm_sub_pd(weight, w);
-        const __m128d valid = _mm_and_pd(_mm_cmpgt_pd(w, zero), _mm_cmpgt_pd(restWeight, zero));
-        const __m128d left = _mm_div_pd(_mm_mul_pd(g, g), _mm_max_pd(w, one));
-        const __m128d right = _mm_div_pd(_mm_mul_pd(rest, rest), _mm_max_pd(restWeight, one));
-        const __m128d score = _mm_add_pd(left, right);
-        best = _mm_max_pd(best, _mm_or_pd(_mm_and_pd(valid, score), _mm_andnot_pd(valid, none)));
-        largest = _mm_max_pd(largest, _mm_andnot_pd(signMask, g));
-    }
-    double bestV[2], largestV[2];
-    _mm_storeu_pd(bestV, best);
-    _mm_storeu_pd(largestV, largest);
-    maxAbsSum = std::max(largestV[0], largestV[1]);
-    return std::max(bestV[0], bestV[1]);
+ScanFigures BinScan::FiguresOf(const NodeTotals& node) const {
+    return {node.sum,
+            node.weight,
+            fixed.unit,
+            fixed.absUnit,
+            fixed.maxAbsGradPerWeight,
+            fixed.weightPerAbsGrad,
+            fixed.weightBits};
 }
 
-// The sums and weights of both sides at the corners of the region inside a run: [0] top, [1]
-// bottom.
-struct Corners {
-    __m128d left, leftWeight, right, rightWeight;
-};
-
-// The variables are named as in docs/engine-training.md: the rows before the run have the sums (g0,
-// w0), the run itself (s, c), and h bounds |gradient| / weight.
-Corners CornersOf(const FixedPoint& fixed, const NodeTotals& node, const Cell& before,
-                  const Cell& inside) {
-    const double g0 = fixed.Sum(before);
-    const double w0 = fixed.Weight(before);
-    const double c = fixed.Weight(inside);
-    const double s = fixed.Sum(inside);
-    const double a = std::min(fixed.AbsBound(inside), fixed.maxAbsGradPerWeight * c);
-    const double p = 0.5 * (a + s);
-    const double n = 0.5 * (a - s);
-    const __m128d x = _mm_setr_pd(p, -n);
-    const __m128d inverseH = _mm_set1_pd(fixed.weightPerAbsGrad);
-    return {_mm_add_pd(_mm_set1_pd(g0), x),
-            _mm_add_pd(_mm_set1_pd(w0), _mm_mul_pd(_mm_setr_pd(p, n), inverseH)),
-            _mm_sub_pd(_mm_set1_pd(node.sum - g0), x),
-            _mm_add_pd(_mm_set1_pd(node.weight - w0 - c), _mm_mul_pd(_mm_setr_pd(n, p), inverseH))};
-}
-
-}  // namespace
-
-double BinScan::InsideBound(const NodeTotals& node, const Cell& before, const Cell& inside) const {
-    const Corners at = CornersOf(fixed, node, before, inside);
-    const __m128d tiny = _mm_set1_pd(kTiny);
-    const __m128d scores =
-        _mm_add_pd(_mm_div_pd(_mm_mul_pd(at.left, at.left), _mm_max_pd(at.leftWeight, tiny)),
-                   _mm_div_pd(_mm_mul_pd(at.right, at.right), _mm_max_pd(at.rightWeight, tiny)));
-    return std::max(scores[0], scores[1]) * kInflate;
-}
-
-// Multiplied by both weights, so there is no division. If one of them is 0, so is its sum, and the
-// result is true.
-bool BinScan::MayReach(double minScore, const NodeTotals& node, const Cell& before,
-                       const Cell& inside) const {
-    const Corners at = CornersOf(fixed, node, before, inside);
-    const __m128d sums = _mm_add_pd(_mm_mul_pd(_mm_mul_pd(at.left, at.left), at.rightWeight),
-                                    _mm_mul_pd(_mm_mul_pd(at.right, at.right), at.leftWeight));
-    const __m128d least =
-        _mm_mul_pd(_mm_set1_pd(minScore), _mm_mul_pd(at.leftWeight, at.rightWeight));
-    return _mm_movemask_pd(_mm_cmpge_pd(_mm_mul_pd(sums, _mm_set1_pd(kInflate)), least)) != 0;
-}
-
-// One pass computes the prefix sums and the largest bin; the scores then need only the prefixes.
 void BinScan::Scan(int id, const Histogram& histogram, const NodeTotals& node,
                    ColumnSummary& summary) const {
     const Column& column = data.At(id);
     const int numBins = histogram.NumBins(column);
-    const Cell* cells = histogram.Of(column);
-    summary.prefixV.resize(static_cast<size_t>(numBins) + 1);
-    Cell prefix;
-    uint64_t largestAbs = 0;
-    for (int bin = 0; bin < numBins; ++bin) {
-        summary.prefixV[static_cast<size_t>(bin)] = prefix;
-        prefix += cells[bin];
-        largestAbs = std::max(largestAbs, cells[bin].packed >> fixed.weightBits);
-    }
-    summary.prefixV[static_cast<size_t>(numBins)] = prefix;
-    summary.best = BestBoundary(numBins, node, summary);
-    summary.maxAbsSum += static_cast<double>(largestAbs) * fixed.absUnit + std::fabs(node.sum);
+    const double largestAbs = AddUp(column, histogram, summary);
+    summary.best =
+        kernels.best(FiguresOf(node), summary.prefixV.data() + 1, numBins, &summary.maxAbsSum);
+    summary.maxAbsSum += largestAbs + std::fabs(node.sum);
     summary.bound = -1.0;
     summary.runBoundV.clear();
     if (!column.fExact) {
@@ -125,42 +43,49 @@ void BinScan::Scan(int id, const Histogram& histogram, const NodeTotals& node,
     }
 }
 
-// Treats every bin boundary as a candidate split, which is wrong for an exact column with
-// inseparable neighbours; Scan then recomputes the result.
-double BinScan::BestBoundary(int numBins, const NodeTotals& node, ColumnSummary& summary) const {
-    constexpr int kBlock = 64;
-    double sumV[kBlock], weightV[kBlock];  // prefix sums as doubles
-    double best = -1.0;
-    summary.maxAbsSum = 0.0;
-    for (int begin = 0; begin < numBins; begin += kBlock) {
-        const int count = std::min(kBlock, numBins - begin);
-        const Cell* prefixes = summary.prefixV.data() + begin + 1;
-        for (int i = 0; i < count; ++i) {
-            sumV[i] = fixed.Sum(prefixes[i]);
-            weightV[i] = fixed.Weight(prefixes[i]);
-        }
-        if (count % 2 != 0) sumV[count] = weightV[count] = 0.0;
-        double maxAbsSum = 0.0;
-        best = std::max(best, BestOfPrefixes(sumV, weightV, count, node, maxAbsSum));
-        summary.maxAbsSum = std::max(summary.maxAbsSum, maxAbsSum);
+// Sets the sums before each bin, and returns the largest sum of |gradient| of a bin.
+double BinScan::AddUp(const Column& column, const Histogram& histogram,
+                      ColumnSummary& summary) const {
+    const Cell* const cells = histogram.Of(column);
+    const size_t numBins = static_cast<size_t>(histogram.NumBins(column));
+    summary.prefixV.resize(numBins + 1 + ScanKernels::kSlack);
+    Cell* const prefixes = summary.prefixV.data();
+    Cell prefix;
+    uint64_t largest = 0;
+    for (size_t bin = 0; bin < numBins; ++bin) {
+        prefixes[bin] = prefix;
+        prefix += cells[bin];
+        largest = std::max(largest, cells[bin].packed);
     }
-    return best;
+    prefixes[numBins] = prefix;
+    std::fill_n(prefixes + numBins + 1, ScanKernels::kSlack, Cell());
+    return static_cast<double>(largest >> fixed.weightBits) * fixed.absUnit;
 }
 
-// A run gets a bound of -1 if it is empty or holds a single rank: nothing can be split there.
+// A run gets a bound of -1 if it holds at most one row or a single rank: nothing can be split
+// there.
 void BinScan::BoundRuns(const Column& column, const Histogram& histogram, const NodeTotals& node,
                         ColumnSummary& summary) const {
     const int numBins = histogram.NumBins(column);
-    for (int begin = 0; begin < numBins; begin += ColumnSummary::kRunBins) {
-        const int end = std::min(begin + ColumnSummary::kRunBins, numBins);
-        const Cell& before = summary.prefixV[static_cast<size_t>(begin)];
-        Cell inside = summary.prefixV[static_cast<size_t>(end)];
-        inside -= before;
-        const bool fMayHoldSplit =
-            inside.packed != 0 &&
-            histogram.FirstRank(column, end) - histogram.FirstRank(column, begin) > 1;
-        const double bound = fMayHoldSplit ? InsideBound(node, before, inside) : -1.0;
-        summary.runBoundV.push_back(bound);
+    const int numRuns = (numBins - 1) / ColumnSummary::kRunBins + 1;
+    const size_t room = static_cast<size_t>(numRuns) + 1 + ScanKernels::kSlack;
+    summary.runPrefixV.resize(room);
+    summary.runBoundV.resize(room);
+    const auto beginOf = [numBins](int run) {
+        return std::min(run * ColumnSummary::kRunBins, numBins);
+    };
+    for (int run = 0; run <= numRuns; ++run) {
+        summary.runPrefixV[static_cast<size_t>(run)] =
+            summary.prefixV[static_cast<size_t>(beginOf(run))];
+    }
+    kernels.bounds(FiguresOf(node), summary.runPrefixV.data(), numRuns, summary.runBoundV.data());
+    summary.runBoundV.resize(static_cast<size_t>(numRuns));
+    for (int run = 0; run < numRuns; ++run) {
+        double& bound = summary.runBoundV[static_cast<size_t>(run)];
+        if (bound <= summary.bound) continue;
+        const uint32_t numRanks = histogram.FirstRank(column, beginOf(run + 1)) -
+                                  histogram.FirstRank(column, beginOf(run));
+        if (numRanks < 2) bound = -1.0;
         summary.bound = std::max(summary.bound, bound);
     }
 }
@@ -202,26 +127,35 @@ void BinScan::AppendCandidates(const SlotColumn& at, const Histogram& histogram,
     });
 }
 
-// Checks the run's bound first, which prunes most bins at an eighth of the cost.
+// Checks the bounds of runs first, which prunes most bins at an eighth of the cost; then as many
+// bins at once as a kernel takes, from the first to the last run that is left.
 void BinScan::AppendCandidateBins(int id, const Histogram& histogram, const NodeTotals& node,
                                   const ColumnSummary& summary, double minScore,
                                   std::vector<int>& binV) const {
+    constexpr int kRuns = ScanKernels::kMost / ColumnSummary::kRunBins;
     const Column& column = data.At(id);
     const int numBins = histogram.NumBins(column);
-    for (size_t run = 0; run < summary.runBoundV.size(); ++run) {
-        if (summary.runBoundV[run] < minScore) continue;
-        const int begin = static_cast<int>(run) * ColumnSummary::kRunBins;
-        const int end = std::min(begin + ColumnSummary::kRunBins, numBins);
-        for (int bin = begin; bin < end; ++bin) {
-            const Cell& before = summary.prefixV[static_cast<size_t>(bin)];
-            Cell inside = summary.prefixV[static_cast<size_t>(bin) + 1];
-            inside -= before;
-            if (!HasTwoRows(inside)) continue;
+    const int numRuns = static_cast<int>(summary.runBoundV.size());
+    const double* const bounds = summary.runBoundV.data();
+    const ScanFigures figures = FiguresOf(node);
+    for (int run = 0; run < numRuns; ++run) {
+        if (bounds[run] < minScore) continue;
+        const int first = run;
+        int last = run;
+        for (; run < numRuns && run < first + kRuns; ++run) {
+            if (bounds[run] >= minScore) last = run;
+        }
+        run = last;
+        const int begin = first * ColumnSummary::kRunBins;
+        const int end = std::min((last + 1) * ColumnSummary::kRunBins, numBins);
+        uint64_t mask =
+            kernels.mayReach(figures, summary.prefixV.data() + begin, end - begin, minScore);
+        for (; mask != 0; mask &= mask - 1) {
+            const int bin = begin + __builtin_ctzll(mask);
             // A single value, such as that of an absent feature, cannot be split.
-            const uint32_t numRanks =
-                histogram.FirstRank(column, bin + 1) - histogram.FirstRank(column, bin);
-            if (numRanks < 2) continue;
-            if (MayReach(minScore, node, before, inside)) binV.push_back(bin);
+            if (histogram.FirstRank(column, bin + 1) - histogram.FirstRank(column, bin) > 1) {
+                binV.push_back(bin);
+            }
         }
     }
 }

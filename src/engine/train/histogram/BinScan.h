@@ -8,6 +8,7 @@
 
 #include "BinnedColumns.h"
 #include "Histogram.h"
+#include "ScanKernels.h"
 #include "engine/train/FixedPoint.h"
 
 namespace sylvora {
@@ -60,15 +61,16 @@ struct ColumnSummary {
     double bound = -1.0;
     // By run: no split inside a bin of the run scores more.
     std::vector<double> runBoundV;
-    // The sums before each bin, then the total.
+    // The sums before each bin, then the total, then zeros.
     std::vector<Cell> prefixV;
+    // The same for runs.
+    std::vector<Cell> runPrefixV;
 };
 
 // Stateless but for its references; thread-safe.
 class BinScan {
   public:
-    BinScan(const BinnedColumns& columns, const FixedPoint& fixedPoint)
-        : data(columns), fixed(fixedPoint) {}
+    BinScan(const BinnedColumns& columns, const FixedPoint& fixedPoint);
 
     // Scans a column of a node with the given histogram and totals.
     void Scan(int column, const Histogram& histogram, const NodeTotals& node,
@@ -84,28 +86,22 @@ class BinScan {
                              const ColumnSummary& summary, double minScore,
                              std::vector<int>& binV) const;
 
-    // An upper bound for the score of any split inside a run of ranks, given the sums before the
-    // run and over it.
-    double InsideBound(const NodeTotals& node, const Cell& before, const Cell& inside) const;
-
-    // Whether a split inside such a run may score at least `minScore`, by the same bound. Faster.
-    bool MayReach(double minScore, const NodeTotals& node, const Cell& before,
-                  const Cell& inside) const;
-
-    // Whether the rows of a cell may be split: weights are at least 1, so two rows weigh 2 or more.
-    bool HasTwoRows(const Cell& inside) const { return fixed.Weight(inside) >= 2.0; }
+    // The kernels, and what they need of a node.
+    const ScanKernels& Kernels() const { return kernels; }
+    ScanFigures FiguresOf(const NodeTotals& node) const;
 
   private:
     // The parts of Scan.
+    double AddUp(const Column& column, const Histogram& histogram, ColumnSummary& summary) const;
     void BoundRuns(const Column& column, const Histogram& histogram, const NodeTotals& node,
                    ColumnSummary& summary) const;
-    double BestBoundary(int numBins, const NodeTotals& node, ColumnSummary& summary) const;
     template <typename Visit>
     void VisitBoundaries(const Column& column, int numBins, const NodeTotals& node,
                          const ColumnSummary& summary, const Visit& visit) const;
 
     const BinnedColumns& data;
     const FixedPoint& fixed;
+    const ScanKernels& kernels;
 };
 
 }  // namespace engine

@@ -44,6 +44,7 @@ void FineScan::Count(std::vector<FineBin>& bins, const RowSet& rows, LargeArray<
     }
     keyV.resize(numKept);
     AddRows(rows, keyV);
+    AddUp(bins);
 }
 
 // Divides the bins into sub-bins, and fills binAtV.
@@ -59,7 +60,7 @@ void FineScan::DivideBins(std::vector<FineBin>& bins) {
         bin.numSubBins = bin.fAllSeparable ? static_cast<size_t>(subBins) + 1 : 1;
         // Slightly below the quotient, so that the last rank maps to the last sub-bin.
         bin.subBinsPerRank = static_cast<double>(bin.numSubBins) * (1.0 - 1e-12) / ranks;
-        numSubBins += bin.numSubBins;
+        numSubBins += bin.numSubBins + 1;
     }
     cellV.assign(numSubBins, Cell());
     lowest = bins.front().first;
@@ -93,12 +94,24 @@ void FineScan::AddRows(const RowSet& rows, const LargeArray<uint64_t>& keyV) {
     }
 }
 
+void FineScan::AddUp(const std::vector<FineBin>& bins) {
+    prefixV.assign(cellV.size() + 1 + ScanKernels::kSlack, Cell());
+    for (const FineBin& bin : bins) {
+        Cell prefix = bin.before;
+        // Also after the last sub-bin, whose successor's number is left out.
+        for (size_t k = bin.firstSubBin; k <= bin.firstSubBin + bin.numSubBins; ++k) {
+            prefixV[k] = prefix;
+            prefix += cellV[k];
+        }
+    }
+}
+
 // Compacts in place, without a branch. subBinV then no longer matches keyV.
-void FineScan::Keep(const std::vector<uint8_t>& fKeepV, LargeArray<uint64_t>& keyV) const {
+void FineScan::Keep(const std::vector<uint64_t>& maskV, LargeArray<uint64_t>& keyV) const {
     size_t numKept = 0;
     for (size_t i = 0; i < keyV.size(); ++i) {
         keyV[numKept] = keyV[i];
-        numKept += fKeepV[subBinV[i]];
+        numKept += maskV[subBinV[i] / 64] >> (subBinV[i] % 64) & 1;
     }
     keyV.resize(numKept);
 }

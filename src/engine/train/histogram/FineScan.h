@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Histogram.h"
+#include "ScanKernels.h"
 #include "base/LargeArray.h"
 #include "engine/train/FixedPoint.h"
 #include "engine/train/RowSets.h"
@@ -23,7 +24,8 @@ struct FineBin {
     Cell behind;
     // If not all neighbours are separable, the bin is one sub-bin.
     bool fAllSeparable;
-    // Set by FineScan::Count: the sub-bins are numbered through all bins.
+    // Set by FineScan::Count: the sub-bins are numbered through all bins, and a number after each
+    // bin is left out.
     size_t firstSubBin = 0;
     size_t numSubBins = 1;
     double subBinsPerRank = 0.0;
@@ -45,33 +47,36 @@ class FineScan {
     // keys into them. Drops keys of ranks outside of the bins. Items of keys are rows of the data.
     void Count(std::vector<FineBin>& bins, const RowSet& rows, LargeArray<uint64_t>& keyV);
 
-    // Calls visit(bin, subBin, before, inside) for each non-empty sub-bin, in order, with the sums
-    // before it and over it.
+    // Of the last Count, by number: the sums before the sub-bin; the number left out after a bin
+    // has the sums before and over the bin. Then zeros, as ScanKernels need them.
+    const Cell* Prefixes() const { return prefixV.data(); }
+    // All numbers, with those left out.
+    int NumNumbers() const { return static_cast<int>(cellV.size()); }
+
+    // Calls visit(bin, subBin) for the numbers in [from, from + 64) whose bits are set, in order,
+    // but for empty sub-bins and numbers left out. `bin` is the first bin, or what the last call
+    // left.
     template <typename Visit>
-    void ForSubBins(const std::vector<FineBin>& bins, const Visit& visit) const {
-        for (const FineBin& bin : bins) {
-            Cell before = bin.before;
-            for (size_t subBin = bin.firstSubBin; subBin < bin.firstSubBin + bin.numSubBins;
-                 ++subBin) {
-                const Cell& inside = cellV[subBin];
-                if (inside.packed == 0) continue;
-                visit(bin, subBin, before, inside);
-                before += inside;
-            }
+    void ForSubBins(uint64_t mask, int from, const FineBin*& bin, const Visit& visit) const {
+        for (; mask != 0; mask &= mask - 1) {
+            const size_t subBin = static_cast<size_t>(from + __builtin_ctzll(mask));
+            if (cellV[subBin].packed == 0) continue;
+            while (subBin >= bin->firstSubBin + bin->numSubBins) ++bin;
+            visit(*bin, subBin);
         }
     }
 
-    // Drops the keys of sub-bins that are 0 in fKeepV.
-    void Keep(const std::vector<uint8_t>& fKeepV, LargeArray<uint64_t>& keyV) const;
-
-    size_t NumSubBins() const { return cellV.size(); }
+    // Drops the keys of sub-bins whose bits in maskV, 64 numbers per word, are 0.
+    void Keep(const std::vector<uint64_t>& maskV, LargeArray<uint64_t>& keyV) const;
 
   private:
     void DivideBins(std::vector<FineBin>& bins);
     void AddRows(const RowSet& rows, const LargeArray<uint64_t>& keyV);
+    void AddUp(const std::vector<FineBin>& bins);
 
     const FixedPoint& fixed;
-    std::vector<Cell> cellV;       // by sub-bin
+    std::vector<Cell> cellV;  // by number
+    std::vector<Cell> prefixV;
     LargeArray<uint32_t> subBinV;  // by key
     // By (rank - lowest) / 2^step: the first bin that ends beyond that rank.
     std::vector<uint16_t> binAtV;

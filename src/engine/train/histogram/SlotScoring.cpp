@@ -82,35 +82,56 @@ void SplitSearch::ScoreSubBins(const SearchTask& task, int slot, Buffers& buffer
                         summary.prefixV[b + 1], task.histogram->AllSeparable(column, bin)});
     }
     buffers.fine.Count(bins, task.rows, buffers.keyV);
-    buffers.fine.ForSubBins(
-        bins, [&](const FineBin& bin, size_t subBin, const Cell& before, const Cell& inside) {
-            Cell left = before;
-            left += inside;
-            if (left.packed == bin.behind.packed) return;  // between bins; AppendCandidates has it
+    KeepSubBinSplits(slot, id, buffers);
+    MarkSubBins(buffers);
+    buffers.fine.Keep(buffers.subBinMaskV, buffers.keyV);
+    SortKeys(buffers.keyV, buffers.otherKeyV);
+    const uint64_t* begin = buffers.keyV.data();
+    const uint64_t* last = begin + buffers.keyV.size();
+    const FineBin* at = bins.data();
+    for (size_t word = 0; word < buffers.subBinMaskV.size(); ++word) {
+        const int from = static_cast<int>(word) * ScanKernels::kMost;
+        const auto score = [&](const FineBin& bin, size_t subBin) {
+            const uint64_t* end = begin;
+            while (end < last && RankOf(*end) < bin.past && bin.SubBinOf(RankOf(*end)) == subBin)
+                ++end;
+            ScoreRows(task, slot, begin, end, buffers.fine.Prefixes()[subBin], buffers);
+            begin = end;
+        };
+        buffers.fine.ForSubBins(buffers.subBinMaskV[word], from, at, score);
+    }
+}
+
+// Keeps the splits between sub-bins that may win. Those between bins are left to AppendCandidates.
+void SplitSearch::KeepSubBinSplits(int slot, int id, Buffers& buffers) {
+    const ScanFigures figures = scan.FiguresOf(node);
+    const FineScan& fine = buffers.fine;
+    const FineBin* at = buffers.fineBinV.data();
+    for (int from = 0; from < fine.NumNumbers(); from += ScanKernels::kMost) {
+        const int count = std::min(fine.NumNumbers() - from, ScanKernels::kMost);
+        const uint64_t mask = scan.Kernels().reachable(figures, fine.Prefixes() + from + 1, count,
+                                                       PruningThreshold());
+        fine.ForSubBins(mask, from, at, [&](const FineBin& bin, size_t subBin) {
+            const Cell& left = fine.Prefixes()[subBin + 1];
+            if (left.packed == bin.behind.packed) return;
             const double score = SplitScore(node, fixed.Sum(left), fixed.Weight(left));
             if (!(score >= PruningThreshold())) return;
             Consider({score, slot, id, bin.LastRank(subBin), left}, buffers);
         });
+    }
+}
+
+// Marks the sub-bins that may hold a winning split, and perhaps numbers left out.
+void SplitSearch::MarkSubBins(Buffers& buffers) const {
+    const ScanFigures figures = scan.FiguresOf(node);
+    const FineScan& fine = buffers.fine;
     const double minScore = PruningThreshold();
-    buffers.fCandidateV.assign(buffers.fine.NumSubBins(), 0);
-    buffers.fine.ForSubBins(
-        bins, [&](const FineBin&, size_t subBin, const Cell& before, const Cell& inside) {
-            buffers.fCandidateV[subBin] =
-                scan.HasTwoRows(inside) && scan.MayReach(minScore, node, before, inside);
-        });
-    buffers.fine.Keep(buffers.fCandidateV, buffers.keyV);
-    SortKeys(buffers.keyV, buffers.otherKeyV);
-    const uint64_t* begin = buffers.keyV.data();
-    const uint64_t* last = begin + buffers.keyV.size();
-    buffers.fine.ForSubBins(
-        bins, [&](const FineBin& bin, size_t subBin, const Cell& before, const Cell&) {
-            if (buffers.fCandidateV[subBin] == 0) return;
-            const uint64_t* end = begin;
-            while (end < last && RankOf(*end) < bin.past && bin.SubBinOf(RankOf(*end)) == subBin)
-                ++end;
-            ScoreRows(task, slot, begin, end, before, buffers);
-            begin = end;
-        });
+    buffers.subBinMaskV.clear();
+    for (int from = 0; from < fine.NumNumbers(); from += ScanKernels::kMost) {
+        const int count = std::min(fine.NumNumbers() - from, ScanKernels::kMost);
+        buffers.subBinMaskV.push_back(
+            scan.Kernels().mayReach(figures, fine.Prefixes() + from, count, minScore));
+    }
 }
 
 // Marks the codes and the ranks of the candidate bins.

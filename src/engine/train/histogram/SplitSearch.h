@@ -88,7 +88,7 @@ class SplitSearch {
 
         FineScan fine;
         std::vector<FineBin> fineBinV;
-        std::vector<uint8_t> fCandidateV;   // by sub-bin: to be sorted
+        std::vector<uint64_t> subBinMaskV;  // a bit per number of a sub-bin: to be sorted
         std::vector<Candidate> candidateV;  // added by Keep
         std::vector<int> candidateBinV;
         CandidateRanks candidateRanks = {};
@@ -126,6 +126,8 @@ class SplitSearch {
     void ScoreKeys(const SearchTask& task, int slot, Buffers& buffers);
     void ScoreBins(const SearchTask& task, int slot, Buffers& buffers);
     void ScoreSubBins(const SearchTask& task, int slot, Buffers& buffers);
+    void KeepSubBinSplits(int slot, int id, Buffers& buffers);
+    void MarkSubBins(Buffers& buffers) const;
     static void MarkCandidateRanks(const SearchTask& task, const Column& column, Buffers& buffers);
     void CollectKeys(const SearchTask& task, int begin, int end, int id,
                      const CandidateRanks& candidateRanks, LargeArray<uint64_t>& keyV) const;
