@@ -39,10 +39,9 @@ TEST(TrainingDifferential, EngineEqualsReference) {
 // Enough rows for bins of several ranks, and for several workers per node; 200,000 rows if
 // SYLVORA_DIFFERENTIAL is 5 or more.
 TEST(TrainingDifferential, EngineEqualsReferenceOnLargerSets) {
-    static const char* const kTunings[] = {"",
-                                           "smallNode=0 fewKeys=0 directPercent=0 chunkRows=500 "
-                                           "rankBits=3",
-                                           "leastRows=2147483647"};
+    static const char* const kTunings[] = {
+        "", "smallNode=0 fewKeys=0 directPercent=0 chunkRows=500 rankBits=3",
+        "leastRows=2147483647"};
     const int numRows = static_cast<int>(std::clamp(hostile::Scaled(40000), 20000u, 200000u));
     const unsigned numLarge = 2 + hostile::Scaled(1);
     for (unsigned seed = 1; seed <= 3 * numLarge && !HasFatalFailure(); ++seed) {
