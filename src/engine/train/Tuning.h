@@ -21,9 +21,9 @@ struct Tuning {
     // Sort directly if the candidate bins hold at most so many rows, or less than an eighth of it
     // each.
     int fewKeys = 256;
-    // A node counts its own histogram, rather than subtract its sibling's, if its rows are at most
-    // this percentage of the histogram's cells.
-    int directPercent = 80;
+    // What a cell costs when a histogram is shared between children, in additions of a row to a
+    // cell. If that is more than sharing saves, nodes count their own histograms.
+    int cellCost = 3;
     // Rows per chunk of shared work; smaller nodes are not shared.
     int chunkRows = 16384;
     // Workers partition the lists of a node together from so many rows on.
