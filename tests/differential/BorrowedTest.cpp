@@ -53,8 +53,8 @@ std::string Borrowed(Set set, const std::shared_ptr<const DataSet>& data, const 
 }
 
 TEST(Borrowed, EveryLayoutEqualsCopiedRows) {
-    static const char* const kTunings[] = {"", "smallNode=0 mostBins=16 directPercent=0 fewKeys=0",
-                                           "smallNode=8 mostBins=4 directPercent=0 chunkRows=4"};
+    static const char* const kTunings[] = {"", "smallNode=0 mostBins=16 cellCost=0 fewKeys=0",
+                                           "smallNode=8 mostBins=4 cellCost=0 chunkRows=4"};
     for (unsigned seed = 1; seed <= hostile::Scaled(160) && !HasFailure(); ++seed) {
         Set set = MakeSet(seed);
         for (int kind = 0; kind < Layout::kNumKinds; ++kind) {

@@ -24,10 +24,10 @@ TEST(TrainingDifferential, EngineEqualsReference) {
     static const char* const kTunings[] = {
         "",
         "smallNode=0",
-        "smallNode=0 mostBins=16 directPercent=0 fewKeys=0",
-        "smallNode=8 mostBins=4 directPercent=0 chunkRows=4",
+        "smallNode=0 mostBins=16 cellCost=0 fewKeys=0",
+        "smallNode=8 mostBins=4 cellCost=0 chunkRows=4",
         "tinyNode=0 smallNode=20",
-        "smallNode=0 mostBins=2 fewKeys=4 directPercent=40 rankBits=2",
+        "smallNode=0 mostBins=2 fewKeys=4 cellCost=1 rankBits=2",
         "smallNode=4 mostBins=8 leastRows=2147483647"};  // integers as in the largest trees
     for (unsigned seed = 1; seed <= hostile::Scaled(600) && !HasFatalFailure(); ++seed) {
         const Set set = Maker(seed).Make();
@@ -40,8 +40,7 @@ TEST(TrainingDifferential, EngineEqualsReference) {
 // SYLVORA_DIFFERENTIAL is 5 or more.
 TEST(TrainingDifferential, EngineEqualsReferenceOnLargerSets) {
     static const char* const kTunings[] = {
-        "", "smallNode=0 fewKeys=0 directPercent=0 chunkRows=500 rankBits=3",
-        "leastRows=2147483647"};
+        "", "smallNode=0 fewKeys=0 cellCost=0 chunkRows=500 rankBits=3", "leastRows=2147483647"};
     const int numRows = static_cast<int>(std::clamp(hostile::Scaled(40000), 20000u, 200000u));
     const unsigned numLarge = 2 + hostile::Scaled(1);
     for (unsigned seed = 1; seed <= 3 * numLarge && !HasFatalFailure(); ++seed) {

@@ -152,8 +152,8 @@ void ExpectSame(const Set& set, int numRanks, int numThread, unsigned seed) {
 
 TEST(Ranks, TrainAsOneProcess) {
     static const int kNumRanks[] = {1, 2, 3, 4, 7};
-    static const char* const kTunings[] = {"", "smallNode=0 mostBins=16 directPercent=0 fewKeys=0",
-                                           "smallNode=8 mostBins=4 directPercent=0 chunkRows=4",
+    static const char* const kTunings[] = {"", "smallNode=0 mostBins=16 cellCost=0 fewKeys=0",
+                                           "smallNode=8 mostBins=4 cellCost=0 chunkRows=4",
                                            "listPercent=101 leastRows=2147483647"};
     for (unsigned seed = 1; seed <= hostile::Scaled(300) && !HasFatalFailure(); ++seed) {
         const Set set = MakeSet(seed);

@@ -39,7 +39,7 @@ Tuning CurrentTuning() {
         if (name == "mostBins") tuning.mostBins = value;
         if (name == "rankBits") tuning.rankBits = std::clamp(value, 1, 16);
         if (name == "fewKeys") tuning.fewKeys = value;
-        if (name == "directPercent") tuning.directPercent = value;
+        if (name == "cellCost") tuning.cellCost = value;
         if (name == "chunkRows") tuning.chunkRows = std::max(value, 1);
         if (name == "teamRows") tuning.teamRows = value;
         if (name == "listPercent") tuning.listPercent = value;

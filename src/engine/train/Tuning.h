@@ -18,11 +18,12 @@ struct Tuning {
     // Low bits of a rank's offset (RowRanks.h) that are stored in the first array, at most 16; any
     // further bits go to a second one.
     int rankBits = 16;
-    // Sort directly if the candidate bins hold at most so many rows.
+    // Sort directly if the candidate bins hold at most so many rows, or less than an eighth of it
+    // each.
     int fewKeys = 256;
-    // A node counts its own histogram, rather than subtract its sibling's, if its rows are at most
-    // this percentage of the histogram's cells.
-    int directPercent = 80;
+    // What a cell costs when a histogram is shared between children, in additions of a row to a
+    // cell. If that is more than sharing saves, nodes count their own histograms.
+    int cellCost = 3;
     // Rows per chunk of shared work; smaller nodes are not shared.
     int chunkRows = 16384;
     // Workers partition the lists of a node together from so many rows on.

@@ -136,6 +136,8 @@ class BinnedColumns {
     int MostBins() const { return maxBins; }
     // The number of cells of a histogram with 2^shift bins joined, 2^shift <= MostBins().
     size_t NumCells(int shift) const { return numCellsV[static_cast<size_t>(shift)]; }
+    // The codes of a row: groups of narrow columns, and wide columns.
+    int NumCodes() const { return static_cast<int>(groupV.size() + wideV.size()); }
     // The columns that are not constant.
     const std::vector<int>& VaryingColumns() const { return varyingV; }
     // The group of a narrow column, and the bins of the group's codes in the column. Not of a

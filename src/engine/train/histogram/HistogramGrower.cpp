@@ -1,9 +1,7 @@
 // Growth of a regression tree; see HistogramGrower.h.
 //
-// Histograms come by subtraction where that pays: the smaller child is counted, and the larger
-// child's histogram is the parent's less the smaller's. A node with fewer rows than its histogram
-// has cells instead counts its sampled columns in a coarser histogram. Small nodes count only
-// their narrow columns, and sort the wide ones; tiny nodes sort all.
+// NodeHistograms.cpp has the histograms. Small nodes count only their narrow columns, and sort the
+// wide ones; tiny nodes sort all.
 #include "HistogramGrower.h"
 
 #include <algorithm>
@@ -17,17 +15,6 @@
 
 namespace sylvora {
 namespace engine {
-namespace {
-
-// The shift at which `mostBins` bins suit a node of `count` rows: about 3 sqrt(count) bins.
-int ShiftFor(int count, int mostBins) {
-    const double wanted = 3.0 * std::sqrt(static_cast<double>(count));
-    int shift = 0;
-    while ((mostBins >> (shift + 1)) >= wanted) ++shift;
-    return shift;
-}
-
-}  // namespace
 
 // The pools and the workers keep references to `fixed`, which Take fits again for each tree.
 HistogramGrower::HistogramGrower(const BinnedColumns& columns, WorkerPool& workers,
@@ -38,6 +25,7 @@ HistogramGrower::HistogramGrower(const BinnedColumns& columns, WorkerPool& worke
       limits(growthLimits),
       tuning(figures),
       reference(referenceSearch),
+      numSampledCodes(NumSampledCodes()),
       rows(data.HasInexact()),
       histogramPool(columns, fixed, workers, tuning.chunkRows / 2),  // one block of a filler
       bufferPool(fixed) {
@@ -98,8 +86,7 @@ HistogramGrower::OpenNode HistogramGrower::MakeRoot() {
         }
     } else {
         const BackgroundTask sum(pool, addUp);
-        open.histogram = histogramPool.CountShared(SearchSliceOf(root),
-                                                   ShiftFor(root.countDoc, data.MostBins()));
+        open.histogram = histogramPool.CountShared(SearchSliceOf(root), ShiftFor(root.countDoc));
         const Column& any = data.At(data.VaryingColumns()[0]);
         const int numBins = open.histogram->NumBins(any);
         for (int bin = 0; bin < numBins; ++bin) open.total += open.histogram->Of(any)[bin];
@@ -241,26 +228,6 @@ void HistogramGrower::MoveRows(OpenNode& open, Worker& worker) {
     worker.partition.MoveInAscendingOrder(rows, node.startDoc, node.countDoc, open.split);
 }
 
-// Counts the sampled columns of a node, or the narrow ones of them, in the worker's own histogram.
-// Other cells are stale. Returns null if there is no such column.
-const Histogram* HistogramGrower::CountOwn(const OpenNode& open, const RowSet& nodeRows,
-                                           bool fNarrowOnly, Worker& worker) {
-    worker.columnV.clear();
-    for (const int id : open.columnV) {
-        const Column& column = data.At(id);
-        if (!column.IsConstant() && (column.fNarrow || !fNarrowOnly)) worker.columnV.push_back(id);
-    }
-    if (worker.columnV.empty()) return nullptr;
-    Histogram& own = worker.own;
-    own.shift = ShiftFor(nodeRows.count, data.MostBins());
-    own.cellV.resize(std::max(own.cellV.size(), data.NumCells(own.shift)));
-    for (const int id : worker.columnV) {
-        std::fill_n(own.Of(data.At(id)), own.NumBins(data.At(id)), Cell());
-    }
-    worker.filler.Add(nodeRows, fixed, worker.columnV, own);
-    return &own;
-}
-
 // Searches a node's columns.
 void HistogramGrower::Search(OpenNode& open, Worker& worker) {
     open.found = worker.search.Search(TaskOf(open, worker));
@@ -341,30 +308,6 @@ void HistogramGrower::SumChildren(OpenNode& open) {
         child.wgtAll = rows.weightV.empty() ? child.countDoc
                                             : std::accumulate(begin, begin + child.countDoc, 0);
     }
-}
-
-// Counts the smaller child and subtracts it from the parent's histogram, after coarsening to what
-// suits the larger child. Releases the histogram if both children do better without.
-void HistogramGrower::ShareHistogram(OpenNode& open, Worker& worker) {
-    const size_t smaller = open.children[0].countDoc <= open.children[1].countDoc ? 0 : 1;
-    const size_t larger = 1 - smaller;
-    if (open.split.column < 0 || !open.histogram ||
-        !(limits.MaySplit(open.children[0]) || limits.MaySplit(open.children[1])))
-        return;
-    const int largerCount = open.children[larger].countDoc;
-    const int shift = std::max(open.histogram->shift, ShiftFor(largerCount, data.MostBins()));
-    const double cells = static_cast<double>(data.NumCells(shift));
-    if (largerCount <= tuning.smallNode || largerCount <= cells * tuning.directPercent / 100) {
-        return histogramPool.Release(std::move(open.histogram));
-    }
-    histogramPool.Coarsen(*open.histogram, shift);
-    const RowSet counted =
-        rows.NextLevelSlice(open.children[smaller].startDoc, open.children[smaller].countDoc);
-    const bool fShared = open.numTogether > 0 && counted.count >= tuning.chunkRows;
-    open.childHistogramV[smaller] = fShared ? histogramPool.CountShared(counted, shift)
-                                            : histogramPool.Count(counted, shift, worker.filler);
-    open.childHistogramV[larger] = std::move(open.histogram);
-    histogramPool.Subtract(*open.childHistogramV[larger], *open.childHistogramV[smaller]);
 }
 
 // Records the split and appends both children, the left one first. Children that may be split go to

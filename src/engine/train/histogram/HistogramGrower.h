@@ -77,20 +77,25 @@ class HistogramGrower {
     void MakeChildren(OpenNode& open, Worker& worker);
     void ExchangeSplits(OpenNode* batch, size_t numBatch);
     std::vector<RankBest> FindReferenceScores(OpenNode* batch, const std::vector<size_t>& tieV);
-    const Histogram* CountOwn(const OpenNode& open, const RowSet& nodeRows, bool fNarrowOnly,
-                              Worker& worker);
     void MoveRows(OpenNode& open, Worker& worker);
     void SumChildren(OpenNode& open);
     void AppendChildren(OpenNode& open, std::vector<OpenNode>& nextV);
-    void ShareHistogram(OpenNode& open, Worker& worker);
     int CountOf(const OpenNode& open) const;
     RowSet SearchSliceOf(const GrownNode& node) const;
+    // Histograms (NodeHistograms.cpp).
+    int ShiftFor(int count) const;
+    const Histogram* CountOwn(const OpenNode& open, const RowSet& nodeRows, bool fNarrowOnly,
+                              Worker& worker);
+    double NumSampledCodes() const;
+    bool PaysToShare(const OpenNode& open, int shift) const;
+    void ShareHistogram(OpenNode& open, Worker& worker);
 
     const BinnedColumns& data;
     WorkerPool& pool;
     const GrowthLimits limits;
     const Tuning tuning;
     const ReferenceSearch& reference;
+    const double numSampledCodes;
     // Fitted by Take, once per tree.
     FixedPoint fixed;
     TreeRows rows;

@@ -1,4 +1,4 @@
-// What HistogramGrower.cpp and RankedSplits.cpp share; for these two files only.
+// What HistogramGrower.cpp, NodeHistograms.cpp and RankedSplits.cpp share; for these files only.
 #ifndef SYLVORA_ENGINE_TRAIN_HISTOGRAM_OPENNODE_H
 #define SYLVORA_ENGINE_TRAIN_HISTOGRAM_OPENNODE_H
 

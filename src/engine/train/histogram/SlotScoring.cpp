@@ -1,8 +1,8 @@
 // Scores the candidate splits inside the bins of one slot; the second half of SplitSearch.h.
 //
 // The steps: mark the candidate bins (MarkCandidateRanks), collect the keys of their rows
-// (CollectKeys), then either sort them at once (ScoreBins) or, if they are many, count them into
-// sub-bins first and sort only what the sub-bins' bounds leave (ScoreSubBins).
+// (CollectKeys), then either sort them at once (ScoreBins) or, if they are many per bin, count them
+// into sub-bins first and sort only what the sub-bins' bounds leave (ScoreSubBins).
 #include <algorithm>
 #include <utility>
 
@@ -41,7 +41,10 @@ void SplitSearch::ScoreKeys(const SearchTask& task, int slot, Buffers& buffers) 
         const LargeArray<uint64_t> more = std::move(buffers.chunkKeyVV[s]);
         buffers.keyV.insert(buffers.keyV.end(), more.begin(), more.end());
     }
-    if (static_cast<int>(buffers.keyV.size()) > tuning.fewKeys) {
+    // Where bins hold about as many rows as a sub-bin would, sub-bins rule out next to nothing.
+    const size_t perBin = buffers.keyV.size() / buffers.candidateBinV.size();
+    const size_t few = static_cast<size_t>(tuning.fewKeys);
+    if (buffers.keyV.size() > few && perBin >= few / 8) {
         ScoreSubBins(task, slot, buffers);
     } else {
         ScoreBins(task, slot, buffers);
