@@ -124,7 +124,8 @@ class FourWorkers(Losses):
         lines = self.lose(model, lambda: model.fit(chunked(X), chunked(Y), checkpoint_every=1),
                           5, self.workers[0])
         done, num_workers = map(int, re.search(LOST, lines[0]).groups())
-        before, after = 4 * (done + 1), num_workers * (1 + ROUNDS - done)
+        # A rank that does not wait for rank 0 may be a round ahead of it.
+        before, after = 4 * (done + 2), num_workers * (1 + ROUNDS - done)
         self.assertLessEqual(os.path.getsize(counts), before + after)
 
     def test_begins_again_without_a_usable_checkpoint(self):

@@ -48,7 +48,9 @@ double HistogramGrower::NumSampledCodes() const {
     const size_t numGroups = data.Groups().size();
     double sampled = share * (data.NumCodes() - static_cast<int>(numGroups));
     for (const ColumnGroup& group : data.Groups()) {
-        sampled += 1.0 - std::pow(1.0 - share, static_cast<double>(group.columnV.size()));
+        double noneSampled = 1.0;
+        for (size_t i = 0; i < group.columnV.size(); ++i) noneSampled *= 1.0 - share;
+        sampled += 1.0 - noneSampled;
     }
     return sampled;
 }
