@@ -21,7 +21,7 @@ constexpr size_t kMostCells = 1 << 19;
 constexpr double kFrequentShare = 0.7;  // of the rows; see HistogramFiller::AddOthers
 constexpr int kMostHeavy = 32;  // a value that holds 1 / kMostHeavy of all rows gets its own bin
 // The fewest bins of a coarse histogram of a node that does not sort its columns: 3 sqrt(128), see
-// ShiftFor in HistogramGrower.cpp and smallNode in Tuning.h.
+// BinChoice.h and smallNode in Tuning.h.
 constexpr int kFewBins = 34;
 
 // The position in sorted order at which bin `bin` of `numBins` ideally begins.
@@ -93,10 +93,10 @@ std::vector<uint32_t> MakeBins(const DistinctValues& distinct, size_t numRows, i
     return firstV;
 }
 
-// The number of bins wanted grows with the square root of the rows, like the bins' noise. Wide data
-// get fewer, so that a histogram keeps a bounded size.
+// Twice as many as the root wants at first, see BinChoice.h. Wide data get fewer, so that a
+// histogram keeps a bounded size.
 int ChooseMostBins(int numRows, int numColumns, int mostBins) {
-    const double wanted = 4.0 * std::sqrt(static_cast<double>(numRows));
+    const double wanted = 8.0 * std::sqrt(static_cast<double>(numRows));
     const size_t binsPerColumn = kMostCells / static_cast<size_t>(std::max(numColumns, 1));
     const double bound = std::min(std::max(wanted, 1.0 * kNarrowBins),
                                   std::max(static_cast<double>(binsPerColumn), 1.0 * kFewestBins));
@@ -141,7 +141,8 @@ int FindFrequentBin(const DistinctValues& distinct, size_t numRows, const Column
 // Returns the first rank of each 8-bit code of a wide column, then the number of ranks.
 std::vector<uint32_t> CodeFirstRanks(const Column& c) {
     std::vector<uint32_t> firstV;
-    for (int bin = 0; bin < c.numBins; bin += 1 << c.code8Shift) {
+    for (int bin = 0; bin < c.numBins; ++bin) {
+        if (bin > 0 && c.Code8OfBin(bin) == c.Code8OfBin(bin - 1)) continue;
         firstV.push_back(c.binFirstRankV[static_cast<size_t>(bin)]);
     }
     firstV.push_back(c.binFirstRankV.back());
@@ -298,7 +299,6 @@ bool BinnedColumns::CodeColumn(int column, int rankBits, CodingBuffers& buffers)
     c.numBins = static_cast<int>(c.binFirstRankV.size()) - 1;
     DescribeBins(distinct, c);
     if (!c.fNarrow) c.frequentBin = FindFrequentBin(distinct, sorted.Count(), c);
-    while (((c.numBins - 1) >> c.code8Shift) >= kNarrowBins) ++c.code8Shift;
     AssignRanks(sorted, distinct, rankBits, c);
     return true;
 }

@@ -9,7 +9,7 @@
 //
 // A column is narrow if its bins fit 8 bits without loss, otherwise wide. Narrow columns are stored
 // in groups that share an 8-bit code per row (ColumnGroups.h). The 8-bit code of a row in a wide
-// column is the highest eight bits of its bin number. Most look-ups by column read only 8-bit
+// column stands for one of 256 groups of neighbouring bins. Most look-ups by column read only 8-bit
 // codes, because they take the least memory.
 //
 // Two neighbouring values are separable if a regression split may lie between them (Separable.h).
@@ -60,8 +60,6 @@ struct ColumnShape {
     std::vector<double> binValueV;
     // Of a wide column: the bin that nearly all rows have, or -1.
     int frequentBin = -1;
-    // 2^code8Shift bins share an 8-bit code; 0 in a narrow column.
-    int code8Shift = 0;
     // The number of bins when 2^shift neighbours are joined. Bins of exact columns are never
     // joined.
     int NumBins(int shift) const { return fExact ? numBins : ((numBins - 1) >> shift) + 1; }
@@ -70,10 +68,15 @@ struct ColumnShape {
     // column.
     bool IsConstant() const { return fExact && numBins == 1; }
 
+    // The 8-bit code of a bin: the bin, or if there are more, one of 256 groups of neighbours.
+    int Code8OfBin(int bin) const {
+        const int64_t scaled = int64_t{bin} * kGroupCodes;
+        return numBins <= kGroupCodes ? bin : static_cast<int>(scaled / numBins);
+    }
     // The 8-bit code of a rank.
     int Code8Of(uint32_t rank) const {
         const auto past = std::upper_bound(binFirstRankV.begin(), binFirstRankV.end(), rank);
-        return static_cast<int>(past - binFirstRankV.begin() - 1) >> code8Shift;
+        return Code8OfBin(static_cast<int>(past - binFirstRankV.begin() - 1));
     }
 };
 

@@ -28,6 +28,7 @@ HistogramGrower::HistogramGrower(const BinnedColumns& columns, WorkerPool& worke
       numSampledCodes(NumSampledCodes()),
       rows(data.HasInexact()),
       histogramPool(columns, fixed, workers, tuning.chunkRows / 2),  // one block of a filler
+      binChoice(data.MostBins()),
       bufferPool(fixed) {
     for (int w = 0; w < pool.NumWorkers(); ++w) {
         workerV.push_back(std::make_unique<Worker>(data, fixed, tuning, histogramPool.FillerOf(w),
@@ -65,6 +66,7 @@ void HistogramGrower::Grow(long* seed, const std::function<void()>& lastDraw) {
         for (OpenNode& done : levelV) histogramPool.Release(std::move(done.histogram));
         levelV.swap(nextV);
     }
+    binChoice.Adapt();
 }
 
 // The root of a tree. Its gradients are summed in the reference order, which takes a single worker;
@@ -86,7 +88,8 @@ HistogramGrower::OpenNode HistogramGrower::MakeRoot() {
         }
     } else {
         const BackgroundTask sum(pool, addUp);
-        open.histogram = histogramPool.CountShared(SearchSliceOf(root), ShiftFor(root.countDoc));
+        open.histogram =
+            histogramPool.CountShared(SearchSliceOf(root), binChoice.ShiftFor(root.countDoc));
         const Column& any = data.At(data.VaryingColumns()[0]);
         const int numBins = open.histogram->NumBins(any);
         for (int bin = 0; bin < numBins; ++bin) open.total += open.histogram->Of(any)[bin];
@@ -231,6 +234,7 @@ void HistogramGrower::MoveRows(OpenNode& open, Worker& worker) {
 // Searches a node's columns.
 void HistogramGrower::Search(OpenNode& open, Worker& worker) {
     open.found = worker.search.Search(TaskOf(open, worker));
+    binChoice.Note(CountOf(open), worker.search.Work());
     if (open.ahead) bufferPool.GiveBack(std::move(open.ahead));
 }
 

@@ -9,6 +9,7 @@
 #include <memory>
 #include <vector>
 
+#include "BinChoice.h"
 #include "BinnedColumns.h"
 #include "Histogram.h"
 #include "HistogramPool.h"
@@ -83,7 +84,6 @@ class HistogramGrower {
     int CountOf(const OpenNode& open) const;
     RowSet SearchSliceOf(const GrownNode& node) const;
     // Histograms (NodeHistograms.cpp).
-    int ShiftFor(int count) const;
     const Histogram* CountOwn(const OpenNode& open, const RowSet& nodeRows, bool fNarrowOnly,
                               Worker& worker);
     double NumSampledCodes() const;
@@ -104,6 +104,7 @@ class HistogramGrower {
     int numLeaf = 1;
     bool fSlicesMatchThreshold = true;
     HistogramPool histogramPool;
+    BinChoice binChoice;
     SplitSearch::BufferPool bufferPool;
     std::unique_ptr<SplitExchange> exchange;  // null: this is the only rank
     std::vector<std::unique_ptr<Worker>> workerV;

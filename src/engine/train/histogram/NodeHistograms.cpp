@@ -4,7 +4,6 @@
 // child's histogram is the parent's less the smaller's. Otherwise a node counts its sampled columns
 // in a histogram of its own, which may be coarser.
 #include <algorithm>
-#include <cmath>
 #include <utility>
 
 #include "HistogramGrower.h"
@@ -12,14 +11,6 @@
 
 namespace sylvora {
 namespace engine {
-
-// The shift that suits a node of `count` rows: about 3 sqrt(count) bins.
-int HistogramGrower::ShiftFor(int count) const {
-    const double wanted = 3.0 * std::sqrt(static_cast<double>(count));
-    int shift = 0;
-    while ((data.MostBins() >> (shift + 1)) >= wanted) ++shift;
-    return shift;
-}
 
 // Counts the sampled columns of a node, or the narrow ones of them, in the worker's own histogram.
 // Other cells are stale. Returns null if there is no such column.
@@ -32,7 +23,7 @@ const Histogram* HistogramGrower::CountOwn(const OpenNode& open, const RowSet& n
     }
     if (worker.columnV.empty()) return nullptr;
     Histogram& own = worker.own;
-    own.shift = ShiftFor(nodeRows.count);
+    own.shift = binChoice.ShiftFor(nodeRows.count);
     own.cellV.resize(std::max(own.cellV.size(), data.NumCells(own.shift)));
     for (const int id : worker.columnV) {
         std::fill_n(own.Of(data.At(id)), own.NumBins(data.At(id)), Cell());
@@ -77,7 +68,8 @@ void HistogramGrower::ShareHistogram(OpenNode& open, Worker& worker) {
     const size_t smaller = open.children[0].countDoc <= open.children[1].countDoc ? 0 : 1;
     const size_t larger = 1 - smaller;
     if (open.split.column < 0 || !open.histogram) return;
-    const int shift = std::max(open.histogram->shift, ShiftFor(open.children[larger].countDoc));
+    const int shift =
+        std::max(open.histogram->shift, binChoice.ShiftFor(open.children[larger].countDoc));
     if (!PaysToShare(open, shift)) return histogramPool.Release(std::move(open.histogram));
     histogramPool.Coarsen(*open.histogram, shift);
     const RowSet counted =

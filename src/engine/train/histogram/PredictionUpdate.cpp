@@ -160,7 +160,7 @@ class Walker {
         const Column& column = data.At(node.splitFea);
         const uint8_t* codes =
             column.fNarrow ? data.GroupOf(column).codeV.data() : column.code8V.data();
-        const int code = static_cast<int>(walk.bin) >> column.code8Shift;
+        const int code = column.Code8OfBin(static_cast<int>(walk.bin));
         uint8_t codeV[kBlockRows];
         Gather(codes, rowV, num, codeV);
         if (column.fNarrow) {

@@ -41,6 +41,7 @@ void SplitSearch::ScoreKeys(const SearchTask& task, int slot, Buffers& buffers) 
         const LargeArray<uint64_t> more = std::move(buffers.chunkKeyVV[s]);
         buffers.keyV.insert(buffers.keyV.end(), more.begin(), more.end());
     }
+    buffers.numKeys += static_cast<int64_t>(buffers.keyV.size());
     // Where bins hold about as many rows as a sub-bin would, sub-bins rule out next to nothing.
     const size_t perBin = buffers.keyV.size() / buffers.candidateBinV.size();
     const size_t few = static_cast<size_t>(tuning.fewKeys);
@@ -156,8 +157,8 @@ void SplitSearch::MarkCandidateRanks(const SearchTask& task, const Column& colum
         std::fill(candidateRanks.fCandidateV.begin() + first,
                   candidateRanks.fCandidateV.begin() + last + 1, uint8_t{1});
         const int pastBin = std::min((bin + 1) << histogram.shift, column.numBins);
-        candidateRanks.codes.Add((bin << histogram.shift) >> column.code8Shift,
-                                 (pastBin - 1) >> column.code8Shift);
+        candidateRanks.codes.Add(column.Code8OfBin(bin << histogram.shift),
+                                 column.Code8OfBin(pastBin - 1));
     }
 }
 

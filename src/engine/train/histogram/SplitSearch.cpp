@@ -70,6 +70,7 @@ void SplitSearch::BufferPool::GiveBack(std::unique_ptr<NodeScan> taken) {
 void SplitSearch::Begin(const SearchTask& task) {
     node = {task.total, fixed.Sum(task.total), fixed.Weight(task.total)};
     leastBest = task.leastBest;
+    work = SearchWork();
     ChooseSlots(task);
 }
 
@@ -90,13 +91,14 @@ SearchResult<Candidate> SplitSearch::Search(const SearchTask& task) {
     Begin(task);
     if (task.ahead != nullptr) summaryV.swap(task.ahead->summaryV);
     bufferPool.Acquire(static_cast<size_t>(std::max(task.numTogether, 1)), buffersV);
-    for (const auto& buffers : buffersV) buffers->candidateV.clear();
+    for (const auto& buffers : buffersV) buffers->Begin();
     if (task.histogram != nullptr && !task.fNarrowOnly) {
         ScanColumns(task);
         RefineSlots(task);
     } else {
         SearchBySorting(task);
     }
+    for (const auto& buffers : buffersV) work.numRows += buffers->numKeys;
     SearchResult<Candidate> result = Decide();
     if (task.ahead != nullptr) summaryV.swap(task.ahead->summaryV);
     bufferPool.Release(buffersV);
@@ -184,6 +186,8 @@ void SplitSearch::ScanColumns(const SearchTask& task) {
     for (const int slot : slotV) {
         const ColumnSummary& summary = summaryV[static_cast<size_t>(slot)];
         best = std::max(best, summary.best);
+        const Column& column = data.At(task.columnV[slot]);
+        if (!column.fExact) work.numBins += task.histogram->NumBins(column);
         maxAbsSum = std::max(maxAbsSum, summary.maxAbsSum);
     }
     SetError(task, maxAbsSum);

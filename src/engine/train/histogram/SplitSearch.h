@@ -10,6 +10,7 @@
 #include <mutex>
 #include <vector>
 
+#include "BinChoice.h"
 #include "BinScan.h"
 #include "BinnedColumns.h"
 #include "FineScan.h"
@@ -69,6 +70,8 @@ class SplitSearch {
 
     // Returns the winner, or the slots of a near-tie, or neither if the node has no split.
     SearchResult<Candidate> Search(const SearchTask& task);
+    // Of the last search.
+    const SearchWork& Work() const { return work; }
     // The first step of Search alone, which is much faster. The histogram must hold all columns.
     std::unique_ptr<NodeScan> LookAhead(const SearchTask& task);
 
@@ -95,8 +98,14 @@ class SplitSearch {
         // Keys of rank and row; in a small node, of rank and position in the node.
         LargeArray<uint64_t> keyV;
         LargeArray<uint64_t> otherKeyV;  // for sorting
+        int64_t numKeys = 0;             // collected in this search
         // The keys of each chunk of rows.
         std::vector<LargeArray<uint64_t>> chunkKeyVV;
+
+        void Begin() {
+            candidateV.clear();
+            numKeys = 0;
+        }
 
         // Adds a candidate, unless its slot has two that may score more, or as much at lower ranks:
         // Decide needs the best one, and whether there is another. Without this limit, a node of
@@ -165,6 +174,7 @@ class SplitSearch {
     std::atomic<double> leastBest{-1.0};
     // e: how far our sums may be from the reference implementation's.
     double sumError = 0.0;
+    SearchWork work;
     // Marks by column; all 0 between searches.
     std::vector<uint8_t> fTakenV;
     // The slots to search, without duplicate columns.
