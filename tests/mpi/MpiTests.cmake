@@ -5,11 +5,12 @@ sylvora_own_code(sylvora_mpi_exchanges)
 
 # Ranks share the processors, and more than one job may run. Containers forbid the kernel's copies
 # between processes, and may hide the topology of the processors, which hwloc would complain of.
+# They may have a host name that no name server knows, which would cost each job five seconds.
 set(mpi_environment
     "SYLVORA_COMMAND=${command}" "SYLVORA_MPI_COMMAND=$<TARGET_FILE:sylvora_mpi_command>"
     "SYLVORA_MPI_EXCHANGES=$<TARGET_FILE:sylvora_mpi_exchanges>" "MPIEXEC=${MPIEXEC_EXECUTABLE}"
     OMPI_MCA_btl_vader_single_copy_mechanism=none OMPI_MCA_hwloc_base_binding_policy=none
-    OMPI_MCA_mpi_yield_when_idle=1 HWLOC_HIDE_ERRORS=2
+    OMPI_MCA_mpi_yield_when_idle=1 HWLOC_HIDE_ERRORS=2 "RES_OPTIONS=timeout:1 attempts:1"
     PYTHONPATH=${CMAKE_CURRENT_SOURCE_DIR}/command PYTHONDONTWRITEBYTECODE=1)
 foreach(name IN ITEMS test_exchanges test_failures test_ranks)
     add_test(NAME mpi.${name} COMMAND ${SYLVORA_TEST_PYTHON} -m unittest ${name}
